@@ -1,0 +1,26 @@
+# pennywort_sources(<target> <files...> [TWINS <stems...>]): adds this folder's files to a target;
+# of each twin stem it adds stem_win.cpp or stem_linux.cpp, whichever the target system needs.
+function(pennywort_sources target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "TWINS")
+  set(system linux)
+  if(WIN32)
+    set(system win)
+  endif()
+  list(TRANSFORM arg_TWINS APPEND "_${system}.cpp")
+  set(files ${arg_UNPARSED_ARGUMENTS} ${arg_TWINS})
+  list(TRANSFORM files PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+  target_sources(${target} PRIVATE ${files})
+endfunction()
+
+# pennywort_compiled_here(<target>): the language level, visibility, warnings and sanitizers of
+# everything that this project compiles itself.
+function(pennywort_compiled_here target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:pennywort_warnings>)
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON
+    CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  if(PENNYWORT_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${PENNYWORT_SANITIZE} -fno-omit-frame-pointer)
+    target_link_options(${target} PUBLIC -fsanitize=${PENNYWORT_SANITIZE})
+  endif()
+endfunction()

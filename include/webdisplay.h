@@ -1,0 +1,310 @@
+// webdisplay.h - shows web pages off screen: each painted frame goes to a video renderer of the
+// host, and scripts of the page and the host can call each other.
+//
+// Threads: cWebDisplayCEFBrowserManager::Startup fixes the display thread, which must run a message
+// loop (zMessageLoop::Run, or any loop that iterates the same GLib context; a window message loop on
+// Windows). Everything the page reports (frames, loads, script results) arrives on that thread.
+// Operations of a display may be called from any thread unless they say otherwise.
+//
+// Receivers are not owned. Setting another one, or null, waits for a call in progress on another
+// thread to return; after that the old receiver is not called again and may be destroyed.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "loam/critical.h"
+#include "loam/point.h"
+#include "loam/record.h"
+#include "loam/ref_count.h"
+#include "loam/signal.h"
+#include "loam/string.h"
+#include "loam/window_types.h"
+#include "pennywort_export.h"
+
+namespace pennywort {
+class manager_parts;
+class webdisplay_browser_client;
+struct webdisplay_cef_state;
+}  // namespace pennywort
+
+// Receives the painted frames.
+class PENNYWORT_API cBrowserVideoRendererInterface {
+public:
+    cBrowserVideoRendererInterface() = default;
+    virtual ~cBrowserVideoRendererInterface();
+
+    // The size in pixels that this renderer works at.
+    virtual void GetSize(long& width, long& height) const = 0;
+
+    // One whole frame: width x height pixels of 4 bytes, in the order blue, green, red, alpha, colour
+    // premultiplied by alpha; rows from top to bottom without padding. `pixels` is valid during the
+    // call only. `isPopup` tells the frame of a pop-up widget (an open select list) from the page's
+    // own. Called on the display thread; it must not wait for anything.
+    virtual void BrowserPainted(const void* pixels, long width, long height, bool isPopup) = 0;
+};
+
+// Hears what becomes of the pages. Called on the display thread. Override what is needed.
+class PENNYWORT_API cBrowserPageCallbackHandler {
+public:
+    cBrowserPageCallbackHandler() = default;
+    virtual ~cBrowserPageCallbackHandler();
+
+    // A page, or a frame of it, could not be loaded. The queue of URLs goes on with the next one.
+    virtual void PageLoadFailed(const zString& url, const zString& error);
+
+    // The main frame of a page has finished loading.
+    virtual void PageLoaded(const zString& url);
+
+    // Whether the main frame may fetch `url`: asked for the page and for each resource of it. False
+    // cancels the request.
+    virtual bool PageRequest(const zString& url);
+};
+
+// Answers the page's calls of window.hostApp.execute(name, argument). Called on the display thread.
+class PENNYWORT_API cBrowserJavascriptCallbackHandler {
+public:
+    cBrowserJavascriptCallbackHandler() = default;
+    virtual ~cBrowserJavascriptCallbackHandler();
+
+    // What is put into `result` goes back to the page as hostAppCallback(name, result). Neither text
+    // is escaped on the way: one with a quote in it breaks that call in the page.
+    virtual void JavascriptCallback(const zString& name, const zString& argument, zString& result);
+};
+
+// What has become of a display's frames so far. See cWebDisplayBrowser::GetFrameCounts.
+struct cWebDisplayFrameCounts {
+    std::uint64_t painted = 0;       // frames of the page that the runtime painted
+    std::uint64_t ticks = 0;         // NextFrame calls that reached the page's clock
+    std::uint64_t ticks_missed = 0;  // of those, the ones that the page could not follow
+};
+
+// A web page and its queue of URLs, whatever engine shows it. Shared by reference count: the maker
+// owns the first reference, and the last Release closes and destroys the display.
+//
+// Settings, read from a zRecord by the constructor:
+//   "web_width", "web_height"  size in pixels; a value below 2 becomes 1
+//   "web_url"                  first URL of the queue; none if empty
+//   "web_transparent"          transparent page background (default: opaque)
+//   "web_override_css"         style sheet text put into each loaded page
+//   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
+class PENNYWORT_API cWebDisplayBrowser : public zRefCount, public cBrowserVideoRendererInterface {
+public:
+    // `frameRate` in frames a second; the engine takes the whole part.
+    cWebDisplayBrowser(const zRecord& settings, double frameRate);
+    cWebDisplayBrowser(const cWebDisplayBrowser&) = delete;
+    cWebDisplayBrowser& operator=(const cWebDisplayBrowser&) = delete;
+
+    // Whether both records ask for the same size, as it stands in them: 0 and 1 differ.
+    static bool AreWebDisplaySizeSettingsEqual(const zRecord& a, const zRecord& b);
+    // Whether both records ask for the same URL, style sheet and transparency, whatever the size.
+    static bool IsWebDisplaySettingsEqual(const zRecord& a, const zRecord& b);
+
+    // Starts showing the first URL of the queue. Does not wait for it. False when the engine cannot.
+    virtual bool Open() = 0;
+    // Ends the page. Waits for the engine, at most 10 s. Harmless in every state.
+    virtual void Close() = 0;
+    // Asks for a frame even if nothing has changed.
+    virtual void Repaint() = 0;
+    virtual void SetSize(long width, long height) = 0;
+    // Loads the next URL of the queue unless a page is being loaded.
+    virtual void LoadNextUrl() = 0;
+    virtual bool IsLoading() const = 0;
+    // Inert: -1, and the function is dropped without being called.
+    virtual long ExecuteJavascript(unsigned long, unsigned long, std::function<void(std::string)>);
+    // Inert: -1.
+    virtual long ExecuteJavascript(unsigned long, unsigned long, long, unsigned long);
+    // Runs `script` in the page. With `onResult` the script is the body of a function, and what it
+    // returns arrives as text, once, on the display thread. A result that has not arrived after
+    // `timeoutMs` (0: never) is forgotten when the next script is run; its function is then dropped
+    // without being called. 0 when sent, -1 when there is no page.
+    virtual long ExecuteJavascript(const zString& script, unsigned long timeoutMs,
+                                   std::function<void(std::string)> onResult) = 0;
+    // Same, the result being posted to the observers of `observerId` (zObserverHandler) as a record
+    // with the integer 'what' and the text "script_result". With `observerId` 0 no result is awaited.
+    virtual long ExecuteJavascript(const zString& script, unsigned long what, long observerId,
+                                   unsigned long timeoutMs);
+    // Inert: -1, and the function is dropped without being called.
+    virtual long CacheScriptToBrowser(const zString& script, unsigned long,
+                                      std::function<void(std::string)>);
+    // Deletes the cookies that apply to `url`. Does not wait for it.
+    virtual void DeleteCookies(const char* url) = 0;
+    // A hidden display paints nothing.
+    virtual void SetVisibility(bool visible) = 0;
+
+    // One tick of a display that was opened with "web_host_clock": the page's animations advance and,
+    // if anything changed, one picture goes to the renderer. Does not wait for it. False when the
+    // display has no page yet or does not run on its host's clock.
+    virtual bool NextFrame();
+
+    // Receivers; null removes. See the head of this file for when the old one may be destroyed.
+    void SetVideoRenderer(cBrowserVideoRendererInterface* renderer);
+    void SetPageCallbackReceiver(cBrowserPageCallbackHandler* receiver);
+    void SetJavascriptCallbackReceiver(cBrowserJavascriptCallbackHandler* receiver);
+
+    // Puts a URL at the end of the queue; null is ignored.
+    void LoadUrl(const char* url);
+    // The page that finished loading last; empty before the first.
+    void GetUrlForLastPageLoaded(zString& out) const;
+    void GetFrameCounts(cWebDisplayFrameCounts& out) const;
+
+    void GetSize(long& width, long& height) const override;
+    // Hands a frame to the video renderer, or drops it if there is none.
+    void BrowserPainted(const void* pixels, long width, long height, bool isPopup) override;
+
+    // Availability of the Flash plug-in, for the whole process. A host that asked to be informed gets
+    // one notification (a record with the integer 'what', to the observers of `observerId`) and one
+    // call of the function with false, once detection has run and found none.
+    static bool HaveRunFlashDetection();
+    static void SetHaveRunFlashDetection(bool run);
+    static void Flash_SetAvailability(bool available);
+    static void Flash_ConfigureMissingCallback(long observerId, long what);
+    static void Flash_ConfigureMissingFunction(std::function<void(bool)> fn);
+    static void Flash_InformUserIfMissing();
+
+protected:
+    ~cWebDisplayBrowser() override;
+
+    std::string PeekNextURL();
+    std::string PopNextURL();
+    bool has_next_url() const;
+    bool handle_page_request(const char* url);
+    void handle_page_loaded(const char* url);
+    void handle_page_load_failed(const char* url, const char* error);
+    void handle_javascript_callback(const zString& name, const zString& argument, zString& result);
+    // `timeoutMs` 0: the observer never expires.
+    void add_observer(const char* key, std::function<void(std::string)> callback,
+                      unsigned long timeoutMs);
+    void received_javascript_exec_result(const zString& key, const zString& result);
+    const char* get_css_override() const;
+
+    struct observer_entry {
+        std::function<void(std::string)> callback;
+        std::int64_t expiry = 0;  // microseconds of zTime::MicroNow; 0: never
+    };
+
+    cBrowserVideoRendererInterface* m_video_renderer = nullptr;
+    cBrowserPageCallbackHandler* m_page_receiver = nullptr;
+    cBrowserJavascriptCallbackHandler* m_javascript_receiver = nullptr;
+    std::unique_ptr<zCritical> m_video_renderer_lock;
+    std::unique_ptr<zCritical> m_page_receiver_lock;
+    std::unique_ptr<zCritical> m_javascript_receiver_lock;
+    zPoint m_size;
+    std::deque<std::string> m_url_queue;
+    std::string m_css_override;
+    std::string m_last_loaded_url;
+    bool m_windowless = true;
+    bool m_transparent = false;
+    bool m_load_pending = false;
+    double m_frame_rate = 0;
+    std::unique_ptr<zCritical> m_observer_lock;
+    std::map<std::string, observer_entry> m_observers;
+
+    // Hosts do call LoadUrl and GetUrlForLastPageLoaded from threads of their own.
+    mutable std::mutex m_url_lock;
+    mutable std::mutex m_size_lock;
+    std::atomic<std::uint64_t> m_painted{0};
+
+private:
+    friend class pennywort::webdisplay_browser_client;
+};
+
+// A display whose page is shown by the browser runtime.
+class PENNYWORT_API cWebDisplayCEFBrowser : public cWebDisplayBrowser {
+public:
+    cWebDisplayCEFBrowser(const zRecord& settings, double frameRate);
+
+    bool Open() override;
+    void Close() override;
+    void Repaint() override;
+    void SetSize(long width, long height) override;
+    void LoadNextUrl() override;
+    bool IsLoading() const override;
+    using cWebDisplayBrowser::ExecuteJavascript;
+    long ExecuteJavascript(const zString& script, unsigned long timeoutMs,
+                           std::function<void(std::string)> onResult) override;
+    void DeleteCookies(const char* url) override;
+    void SetVisibility(bool visible) override;
+    bool NextFrame() override;
+
+    // Shows the page in a child window of `parent` instead of painting off screen; null goes back.
+    // Call before Open.
+    void SetParentWindow(HWND parent);
+    // For the window procedure of the parent window. True: handled, with `result`.
+    bool HandleWindowMessage(HWND window, UINT message, WPARAM wparam, LPARAM lparam,
+                             LRESULT& result);
+    // Whether keystrokes to `window` belong to a text field of a page that it shows.
+    static bool IsCurrentFocusedElementEditableInHWND(HWND window);
+
+protected:
+    ~cWebDisplayCEFBrowser() override;
+
+private:
+    friend class pennywort::webdisplay_browser_client;
+
+    void get_cef_state(pennywort::webdisplay_cef_state& out) const;
+    void browser_destroyed();
+    void create_cef_browser(zSignal* done);
+    void notify_move_or_resize();
+
+    pennywort::webdisplay_cef_state* m_cef_state = nullptr;
+    std::unique_ptr<zCritical> m_state_lock;
+    std::unique_ptr<zSignal> m_close_signal;
+    HWND m_parent_window = nullptr;
+};
+
+// How the runtime's work is driven.
+enum class cWebDisplayPacing {
+    Timer,      // every 15 ms, whatever there is to do
+    OnRequest,  // when the runtime says that work is due: more frames a second, evener intervals
+};
+
+// Brings the browser runtime up once per process, drives it, and makes displays.
+// Startup, Shutdown and the Set and Add operations belong to one thread, the display thread.
+class PENNYWORT_API cWebDisplayCEFBrowserManager {
+public:
+    cWebDisplayCEFBrowserManager(const cWebDisplayCEFBrowserManager&) = delete;
+    cWebDisplayCEFBrowserManager& operator=(const cWebDisplayCEFBrowserManager&) = delete;
+
+    // Starts the runtime. False when it cannot be had: every other operation then stays harmless, and
+    // GetStartupFailure says why. True at once when the manager exists, whatever became of its start.
+    // With a non-empty `arg` Shutdown leaves the runtime running. A runtime that has been shut down
+    // cannot be started again in the same process.
+    static bool Startup(const char* arg);
+    // Closes what is still open, waiting at most 10 s, and ends the runtime.
+    static void Shutdown();
+    // Valid between Startup and Shutdown only.
+    static cWebDisplayCEFBrowserManager& Default();
+    static bool IsInitialized();
+    // A display, owned by the caller (Release); null when memory is out. It can be made before Startup.
+    static cWebDisplayBrowser* CreateBrowser(const zRecord& settings, double frameRate);
+    // While `fn` answers false the runtime's work is held off. Called on the display thread before
+    // each piece of work. Lost at Shutdown; dropped when there is no manager. Empty: no gate.
+    static void SetCanRunCefMessageLoopFn(std::function<bool()> fn);
+
+    // Before Startup only; later calls change nothing until the next process.
+    static void SetPacing(cWebDisplayPacing pacing);
+    // Adds a command line switch (without dashes) for the runtime's processes; an empty or null value
+    // makes a plain switch. Before Startup only.
+    static void AddCommandLineSwitch(const char* name, const char* value);
+    // Why the last Startup was false, in one sentence that names the remedy; empty if it was not.
+    static void GetStartupFailure(zString& out);
+
+protected:
+    cWebDisplayCEFBrowserManager();
+    ~cWebDisplayCEFBrowserManager();
+
+    bool Initialized() const;
+    bool Start(const char* arg);
+    void Stop();
+
+    bool m_initialized = false;
+    bool m_start_flag = false;
+    std::unique_ptr<pennywort::manager_parts> m_parts;
+};

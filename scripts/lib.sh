@@ -1,0 +1,22 @@
+# scripts/lib.sh - what the other scripts share; sourced by them, never run.
+# shellcheck shell=bash
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=${PENNYWORT_JOBS:-$(nproc 2>/dev/null || echo 2)}
+
+# Words for the person at the terminal go to standard error, so that standard output stays usable.
+say() { printf '== %s\n' "$*" >&2; }
+die() {
+    printf '%s: error: %s\n' "${0##*/}" "$*" >&2
+    exit 1
+}
+
+# Prints the comment block at the head of the running script: one text is both comment and help.
+usage() { sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$0"; }
+
+# build_preset PRESET: configures and builds below build/PRESET.
+build_preset() {
+    say "build $1"
+    (cd "$root" && cmake --preset "$1" --log-level=WARNING && cmake --build --preset "$1" -j "$jobs") </dev/null
+}

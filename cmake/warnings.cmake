@@ -2,7 +2,7 @@
 add_library(pennywort_warnings INTERFACE)
 target_compile_options(pennywort_warnings INTERFACE
   $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
-    -Wnon-virtual-dtor -Woverloaded-virtual=1 -Wcast-qual -Wformat=2 -Wundef>
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wundef>
   $<$<CXX_COMPILER_ID:MSVC>:/W4 /permissive->)
 if(PENNYWORT_WERROR)
   target_compile_options(pennywort_warnings INTERFACE

@@ -29,7 +29,8 @@
 #include "pennywort_export.h"
 
 namespace pennywort {
-class manager_parts;
+class cef_text;
+class message_pump;
 class webdisplay_browser_client;
 struct webdisplay_cef_state;
 }  // namespace pennywort
@@ -209,10 +210,16 @@ protected:
     // Hosts do call LoadUrl and GetUrlForLastPageLoaded from threads of their own.
     mutable std::mutex m_url_lock;
     mutable std::mutex m_size_lock;
+    bool m_host_clock = false;
     std::atomic<std::uint64_t> m_painted{0};
+    std::atomic<std::uint64_t> m_ticks{0};
+    std::atomic<std::uint64_t> m_ticks_missed{0};
+    std::atomic<std::uint32_t> m_ticks_unanswered{0};  // in a row, since the last picture
 
 private:
     friend class pennywort::webdisplay_browser_client;
+
+    void count_picture();
 };
 
 // A display whose page is shown by the browser runtime.
@@ -252,11 +259,20 @@ private:
     void browser_destroyed();
     void create_cef_browser(zSignal* done);
     void notify_move_or_resize();
+    bool start_browser(pennywort::webdisplay_browser_client& client,
+                       const pennywort::cef_text& url);
+    static void ask_to_close(const pennywort::webdisplay_cef_state& state);
+    void wait_until_closed();
+    bool drive_until_closed();
+    bool erase_background(LRESULT& result);
+    void set_focus(bool focused);
+    void follow_size(HWND window, WPARAM size_type);
 
     pennywort::webdisplay_cef_state* m_cef_state = nullptr;
     std::unique_ptr<zCritical> m_state_lock;
     std::unique_ptr<zSignal> m_close_signal;
     HWND m_parent_window = nullptr;
+    std::atomic<bool> m_open_wanted{false};  // between Open and Close
 };
 
 // How the runtime's work is driven.
@@ -306,5 +322,5 @@ protected:
 
     bool m_initialized = false;
     bool m_start_flag = false;
-    std::unique_ptr<pennywort::manager_parts> m_parts;
+    std::unique_ptr<pennywort::message_pump> m_timer_loop;
 };

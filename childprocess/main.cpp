@@ -1,0 +1,21 @@
+// main.cpp - CEFChildProcess: the browser runtime starts it for its renderer and other processes.
+#include <cstdio>
+#include <string>
+
+#include "childprocess/page_bridge.h"
+#include "webdisplay/cef/runtime.h"
+#include "webdisplay/host_environment.h"
+
+int main(int argc, char** argv) {
+    using namespace pennywort;
+    std::string failure;
+    if (!cef_load(cef_folders(program_folder()), failure)) {
+        std::fprintf(stderr, "CEFChildProcess: %s\n", failure.c_str());
+        return 1;
+    }
+    const own_ref<child_app> app(new child_app);
+    const int code = cef_run_helper(argc, argv, app->counted_app());
+    if (code >= 0) return code;
+    std::fprintf(stderr, "CEFChildProcess: it is started by the browser runtime, not by hand\n");
+    return 2;
+}

@@ -1,0 +1,36 @@
+// cache_folder.cpp - see the header for the contract.
+#include "webdisplay/cache_folder.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "loam/trace.h"
+
+namespace pennywort {
+
+cache_folder::cache_folder(const std::string& preferred) {
+    if (!preferred.empty()) m_claim = folder_claim::make(preferred);
+    if (m_claim) {
+        m_path = preferred;
+        return;
+    }
+    use_private_folder();
+    if (preferred.empty() || m_path.empty()) return;
+    zTraceManager::Default()->TraceNote(
+        "cWebDisplayCEFBrowserManager: the cache folder %s is in use, this host keeps its data in %s "
+        "until it ends\n",
+        preferred.c_str(), m_path.c_str());
+}
+
+void cache_folder::use_private_folder() {
+    m_path = make_private_folder("TarnhelmCache");
+    m_is_private = !m_path.empty();
+}
+
+cache_folder::~cache_folder() {
+    if (!m_is_private) return;
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+}  // namespace pennywort

@@ -1,0 +1,258 @@
+// interfaces.cpp - fills the runtime's callback structs with calls of the C++ interfaces.
+//
+// An object passed to a callback comes with a reference that is ours to drop, hence the cef_ref at the
+// head of each.
+#include "webdisplay/cef/interfaces.h"
+
+#include "webdisplay/cef/runtime.h"
+#include "webdisplay/cef/text.h"
+
+namespace pennywort {
+
+// --- CefApp
+
+CefApp::CefApp() {
+    m_struct->on_before_command_line_processing =
+        [](cef_app_t* self, const cef_string_t* process_type, cef_command_line_t* line) {
+            const cef_ref<cef_command_line_t> held(line);
+            guarded("CefApp", [&] {
+                decltype(m_struct)::of(self)->OnBeforeCommandLineProcessing(utf8(process_type), line);
+            });
+        };
+    m_struct->get_browser_process_handler = [](cef_app_t* self) {
+        auto* handler = decltype(m_struct)::of(self)->GetBrowserProcessHandler();
+        return handler ? handler->counted_handler() : nullptr;
+    };
+    m_struct->get_render_process_handler = [](cef_app_t* self) {
+        auto* handler = decltype(m_struct)::of(self)->GetRenderProcessHandler();
+        return handler ? handler->counted_handler() : nullptr;
+    };
+}
+
+void CefApp::OnBeforeCommandLineProcessing(const std::string&, cef_command_line_t*) {}
+CefBrowserProcessHandler* CefApp::GetBrowserProcessHandler() { return nullptr; }
+CefRenderProcessHandler* CefApp::GetRenderProcessHandler() { return nullptr; }
+
+// --- process handlers and functions for pages
+
+CefBrowserProcessHandler::CefBrowserProcessHandler() {
+    m_struct->on_schedule_message_pump_work = [](cef_browser_process_handler_t* self,
+                                                 std::int64_t delay_ms) {
+        guarded("CefBrowserProcessHandler",
+                [&] { decltype(m_struct)::of(self)->OnScheduleMessagePumpWork(delay_ms); });
+    };
+}
+
+CefRenderProcessHandler::CefRenderProcessHandler() {
+    m_struct->on_context_created = [](cef_render_process_handler_t* self, cef_browser_t* browser,
+                                      cef_frame_t* frame, cef_v8_context_t* context) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        const cef_ref<cef_v8_context_t> held_context(context);
+        guarded("CefRenderProcessHandler", [&] {
+            decltype(m_struct)::of(self)->OnContextCreated(browser, frame, context);
+        });
+    };
+}
+
+void CefRenderProcessHandler::OnContextCreated(cef_browser_t*, cef_frame_t*, cef_v8_context_t*) {}
+
+CefV8Handler::CefV8Handler() {
+    m_struct->execute = [](cef_v8_handler_t* self, const cef_string_t*, cef_v8_value_t* object,
+                           std::size_t count, cef_v8_value_t* const* values, cef_v8_value_t**,
+                           cef_string_t*) {
+        const cef_ref<cef_v8_value_t> held(object);
+        std::vector<cef_ref<cef_v8_value_t>> held_values;
+        const std::vector<cef_v8_value_t*> arguments(values, values + count);
+        for (cef_v8_value_t* value : arguments) held_values.emplace_back(value);
+        guarded("CefV8Handler", [&] { decltype(m_struct)::of(self)->Execute(arguments); });
+        return 1;
+    };
+}
+
+// --- CefClient and the handlers that it names
+
+CefClient::CefClient() {
+    m_struct->get_drag_handler = [](cef_client_t* self) {
+        auto* handler = decltype(m_struct)::of(self)->GetDragHandler();
+        return handler ? handler->counted_drag_handler() : nullptr;
+    };
+    m_struct->get_life_span_handler = [](cef_client_t* self) {
+        auto* handler = decltype(m_struct)::of(self)->GetLifeSpanHandler();
+        return handler ? handler->counted_life_span_handler() : nullptr;
+    };
+    m_struct->get_load_handler = [](cef_client_t* self) {
+        auto* handler = decltype(m_struct)::of(self)->GetLoadHandler();
+        return handler ? handler->counted_load_handler() : nullptr;
+    };
+    m_struct->get_render_handler = [](cef_client_t* self) {
+        auto* handler = decltype(m_struct)::of(self)->GetRenderHandler();
+        return handler ? handler->counted_render_handler() : nullptr;
+    };
+    m_struct->get_request_handler = [](cef_client_t* self) {
+        auto* handler = decltype(m_struct)::of(self)->GetRequestHandler();
+        return handler ? handler->counted_request_handler() : nullptr;
+    };
+    m_struct->on_process_message_received = [](cef_client_t* self, cef_browser_t* browser,
+                                               cef_frame_t* frame, cef_process_id_t,
+                                               cef_process_message_t* message) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        const cef_ref<cef_process_message_t> held_message(message);
+        return guarded(0, "CefClient", [&] {
+            return decltype(m_struct)::of(self)->OnProcessMessageReceived(browser, message) ? 1 : 0;
+        });
+    };
+}
+
+CefDragHandler* CefClient::GetDragHandler() { return nullptr; }
+CefLifeSpanHandler* CefClient::GetLifeSpanHandler() { return nullptr; }
+CefLoadHandler* CefClient::GetLoadHandler() { return nullptr; }
+CefRenderHandler* CefClient::GetRenderHandler() { return nullptr; }
+CefRequestHandler* CefClient::GetRequestHandler() { return nullptr; }
+
+CefRenderHandler::CefRenderHandler() {
+    m_struct->get_view_rect = [](cef_render_handler_t* self, cef_browser_t* browser,
+                                 cef_rect_t* rect) {
+        const cef_ref<cef_browser_t> held(browser);
+        guarded("CefRenderHandler",
+                [&] { decltype(m_struct)::of(self)->GetViewRect(browser, *rect); });
+    };
+    m_struct->on_paint = [](cef_render_handler_t* self, cef_browser_t* browser,
+                            cef_paint_element_type_t type, std::size_t, const cef_rect_t*,
+                            const void* buffer, int width, int height) {
+        const cef_ref<cef_browser_t> held(browser);
+        guarded("CefRenderHandler", [&] {
+            decltype(m_struct)::of(self)->OnPaint(browser, type, buffer, width, height);
+        });
+    };
+}
+
+CefLifeSpanHandler::CefLifeSpanHandler() {
+    m_struct->on_before_popup =
+        [](cef_life_span_handler_t* self, cef_browser_t* browser, cef_frame_t* frame, int,
+           const cef_string_t* target_url, const cef_string_t*, cef_window_open_disposition_t,
+           int user_gesture, const cef_popup_features_t*, cef_window_info_t* window_info,
+           cef_client_t**, cef_browser_settings_t*, cef_dictionary_value_t**, int*) {
+            const cef_ref<cef_browser_t> held_browser(browser);
+            const cef_ref<cef_frame_t> held_frame(frame);
+            return guarded(1, "CefLifeSpanHandler", [&] {
+                auto* owner = decltype(m_struct)::of(self);
+                return owner->OnBeforePopup(browser, utf8(target_url), user_gesture != 0,
+                                            *window_info)
+                           ? 1
+                           : 0;
+            });
+        };
+    m_struct->on_after_created = [](cef_life_span_handler_t* self, cef_browser_t* browser) {
+        const cef_ref<cef_browser_t> held(browser);
+        guarded("CefLifeSpanHandler",
+                [&] { decltype(m_struct)::of(self)->OnAfterCreated(browser); });
+    };
+    m_struct->on_before_close = [](cef_life_span_handler_t* self, cef_browser_t* browser) {
+        const cef_ref<cef_browser_t> held(browser);
+        guarded("CefLifeSpanHandler",
+                [&] { decltype(m_struct)::of(self)->OnBeforeClose(browser); });
+    };
+}
+
+CefLoadHandler::CefLoadHandler() {
+    m_struct->on_loading_state_change = [](cef_load_handler_t* self, cef_browser_t* browser,
+                                           int is_loading, int, int) {
+        const cef_ref<cef_browser_t> held(browser);
+        guarded("CefLoadHandler", [&] {
+            decltype(m_struct)::of(self)->OnLoadingStateChange(browser, is_loading != 0);
+        });
+    };
+    m_struct->on_load_end = [](cef_load_handler_t* self, cef_browser_t* browser, cef_frame_t* frame,
+                               int http_status) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        guarded("CefLoadHandler",
+                [&] { decltype(m_struct)::of(self)->OnLoadEnd(browser, frame, http_status); });
+    };
+    m_struct->on_load_error = [](cef_load_handler_t* self, cef_browser_t* browser,
+                                 cef_frame_t* frame, cef_errorcode_t error_code,
+                                 const cef_string_t* error_text, const cef_string_t* failed_url) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        guarded("CefLoadHandler", [&] {
+            decltype(m_struct)::of(self)->OnLoadError(browser, frame, error_code, utf8(error_text),
+                                                      utf8(failed_url));
+        });
+    };
+}
+
+CefRequestHandler::CefRequestHandler() {
+    m_struct->get_resource_request_handler =
+        [](cef_request_handler_t* self, cef_browser_t* browser, cef_frame_t* frame,
+           cef_request_t* request, int, int, const cef_string_t*, int*) {
+            const cef_ref<cef_browser_t> held_browser(browser);
+            const cef_ref<cef_frame_t> held_frame(frame);
+            const cef_ref<cef_request_t> held_request(request);
+            cef_resource_request_handler_t* answer = nullptr;
+            guarded("CefRequestHandler", [&] {
+                const auto handler = decltype(m_struct)::of(self)->GetResourceRequestHandler(frame);
+                if (handler) answer = handler->counted_handler();
+            });
+            return answer;
+        };
+}
+
+CefResourceRequestHandler::CefResourceRequestHandler() {
+    m_struct->on_before_resource_load = [](cef_resource_request_handler_t* self,
+                                           cef_browser_t* browser, cef_frame_t* frame,
+                                           cef_request_t* request, cef_callback_t* callback) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        const cef_ref<cef_request_t> held_request(request);
+        cef_ref<cef_callback_t> held_callback(callback);
+        return guarded(RV_CANCEL, "CefResourceRequestHandler", [&] {
+            return decltype(m_struct)::of(self)->OnBeforeResourceLoad(request,
+                                                                      std::move(held_callback));
+        });
+    };
+}
+
+CefDragHandler::CefDragHandler() {
+    m_struct->on_drag_enter = [](cef_drag_handler_t* self, cef_browser_t* browser,
+                                 cef_drag_data_t* data, cef_drag_operations_mask_t) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_drag_data_t> held_data(data);
+        return guarded(1, "CefDragHandler", [&] {
+            return decltype(m_struct)::of(self)->OnDragEnter(browser) ? 1 : 0;
+        });
+    };
+}
+
+// --- tasks
+
+namespace {
+
+class posted_work final : public CefBaseRefCounted {
+public:
+    explicit posted_work(std::function<void()> work) : m_work(std::move(work)) {
+        m_struct->execute = [](cef_task_t* self) {
+            guarded("posted work", [&] {
+                // Taken out, so that what it holds goes with the call and not with the last reference.
+                const std::function<void()> run = std::move(decltype(m_struct)::of(self)->m_work);
+                if (run) run();
+            });
+        };
+    }
+    cef_task_t* counted_task() noexcept { return m_struct.counted(); }
+
+private:
+    std::function<void()> m_work;
+    callback_struct<cef_task_t, posted_work> m_struct{this};
+};
+
+}  // namespace
+
+bool cef_post_to_ui(std::function<void()> work) {
+    if (!cef_running()) return false;
+    const own_ref<posted_work> task(new posted_work(std::move(work)));
+    return cef().cef_post_task(TID_UI, task->counted_task()) != 0;
+}
+
+}  // namespace pennywort

@@ -1,0 +1,176 @@
+// interfaces.h - the runtime's callback interfaces as C++ classes, as far as we answer them.
+//
+// Arguments are borrowed for the call. Unless a callback says otherwise it comes on the UI thread,
+// which is the display thread. What is not overridden keeps the runtime's default behaviour.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "webdisplay/cef/counted.h"
+
+namespace pennywort {
+
+class CefBrowserProcessHandler;
+class CefRenderProcessHandler;
+class CefDragHandler;
+class CefLifeSpanHandler;
+class CefLoadHandler;
+class CefRenderHandler;
+class CefRequestHandler;
+
+class CefApp : public virtual CefBaseRefCounted {
+public:
+    CefApp();
+    cef_app_t* counted_app() noexcept { return m_struct.counted(); }
+
+    virtual void OnBeforeCommandLineProcessing(const std::string& process_type,
+                                               cef_command_line_t* command_line);
+    // Null for none. Both may be asked on any thread.
+    virtual CefBrowserProcessHandler* GetBrowserProcessHandler();
+    virtual CefRenderProcessHandler* GetRenderProcessHandler();
+
+private:
+    callback_struct<cef_app_t, CefApp> m_struct{this};
+};
+
+class CefBrowserProcessHandler : public virtual CefBaseRefCounted {
+public:
+    CefBrowserProcessHandler();
+    cef_browser_process_handler_t* counted_handler() noexcept { return m_struct.counted(); }
+
+    // The runtime wants a step of its message loop in so many milliseconds. Any thread.
+    virtual void OnScheduleMessagePumpWork(std::int64_t delay_ms) = 0;
+
+private:
+    callback_struct<cef_browser_process_handler_t, CefBrowserProcessHandler> m_struct{this};
+};
+
+// Called in the renderer process only, on its main thread.
+class CefRenderProcessHandler : public virtual CefBaseRefCounted {
+public:
+    CefRenderProcessHandler();
+    cef_render_process_handler_t* counted_handler() noexcept { return m_struct.counted(); }
+
+    virtual void OnContextCreated(cef_browser_t* browser, cef_frame_t* frame,
+                                  cef_v8_context_t* context);
+
+private:
+    callback_struct<cef_render_process_handler_t, CefRenderProcessHandler> m_struct{this};
+};
+
+// A function that a page can call.
+class CefV8Handler : public virtual CefBaseRefCounted {
+public:
+    CefV8Handler();
+    cef_v8_handler_t* counted_handler() noexcept { return m_struct.counted(); }
+
+    virtual void Execute(const std::vector<cef_v8_value_t*>& arguments) = 0;
+
+private:
+    callback_struct<cef_v8_handler_t, CefV8Handler> m_struct{this};
+};
+
+class CefRenderHandler : public virtual CefBaseRefCounted {
+public:
+    CefRenderHandler();
+    cef_render_handler_t* counted_render_handler() noexcept { return m_struct.counted(); }
+
+    virtual void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) = 0;
+    virtual void OnPaint(cef_browser_t* browser, cef_paint_element_type_t type, const void* buffer,
+                         int width, int height) = 0;
+
+private:
+    callback_struct<cef_render_handler_t, CefRenderHandler> m_struct{this};
+};
+
+class CefLifeSpanHandler : public virtual CefBaseRefCounted {
+public:
+    CefLifeSpanHandler();
+    cef_life_span_handler_t* counted_life_span_handler() noexcept { return m_struct.counted(); }
+
+    // True cancels the popup.
+    virtual bool OnBeforePopup(cef_browser_t* browser, const std::string& target_url,
+                               bool user_gesture, cef_window_info_t& window_info) = 0;
+    virtual void OnAfterCreated(cef_browser_t* browser) = 0;
+    virtual void OnBeforeClose(cef_browser_t* browser) = 0;
+
+private:
+    callback_struct<cef_life_span_handler_t, CefLifeSpanHandler> m_struct{this};
+};
+
+class CefLoadHandler : public virtual CefBaseRefCounted {
+public:
+    CefLoadHandler();
+    cef_load_handler_t* counted_load_handler() noexcept { return m_struct.counted(); }
+
+    virtual void OnLoadingStateChange(cef_browser_t* browser, bool is_loading) = 0;
+    virtual void OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame, int http_status) = 0;
+    virtual void OnLoadError(cef_browser_t* browser, cef_frame_t* frame, int error_code,
+                             const std::string& error_text, const std::string& failed_url) = 0;
+
+private:
+    callback_struct<cef_load_handler_t, CefLoadHandler> m_struct{this};
+};
+
+class CefResourceRequestHandler : public virtual CefBaseRefCounted {
+public:
+    CefResourceRequestHandler();
+    cef_resource_request_handler_t* counted_handler() noexcept { return m_struct.counted(); }
+
+    // On the runtime's IO thread. With RV_CONTINUE_ASYNC the answer is given by `callback` later.
+    virtual cef_return_value_t OnBeforeResourceLoad(cef_request_t* request,
+                                                    cef_ref<cef_callback_t> callback) = 0;
+
+private:
+    callback_struct<cef_resource_request_handler_t, CefResourceRequestHandler> m_struct{this};
+};
+
+class CefRequestHandler : public virtual CefBaseRefCounted {
+public:
+    CefRequestHandler();
+    cef_request_handler_t* counted_request_handler() noexcept { return m_struct.counted(); }
+
+    // On the runtime's IO thread; `frame` may be null. The answer's reference goes to the runtime;
+    // empty lets the request pass.
+    virtual own_ref<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) = 0;
+
+private:
+    callback_struct<cef_request_handler_t, CefRequestHandler> m_struct{this};
+};
+
+class CefDragHandler : public virtual CefBaseRefCounted {
+public:
+    CefDragHandler();
+    cef_drag_handler_t* counted_drag_handler() noexcept { return m_struct.counted(); }
+
+    // True refuses the drag.
+    virtual bool OnDragEnter(cef_browser_t* browser) = 0;
+
+private:
+    callback_struct<cef_drag_handler_t, CefDragHandler> m_struct{this};
+};
+
+class CefClient : public virtual CefBaseRefCounted {
+public:
+    CefClient();
+    cef_client_t* counted_client() noexcept { return m_struct.counted(); }
+
+    virtual CefDragHandler* GetDragHandler();
+    virtual CefLifeSpanHandler* GetLifeSpanHandler();
+    virtual CefLoadHandler* GetLoadHandler();
+    virtual CefRenderHandler* GetRenderHandler();
+    virtual CefRequestHandler* GetRequestHandler();
+    // True when the message was consumed.
+    virtual bool OnProcessMessageReceived(cef_browser_t* browser, cef_process_message_t* message) = 0;
+
+private:
+    callback_struct<cef_client_t, CefClient> m_struct{this};
+};
+
+// Runs `work` on the UI thread, later. False, with `work` dropped, when the runtime cannot.
+bool cef_post_to_ui(std::function<void()> work);
+
+}  // namespace pennywort

@@ -1,0 +1,87 @@
+// ref.h - an owning reference to an object of the runtime's C interface, or to one of ours.
+#pragma once
+
+#include <utility>
+
+#include "cef_abi.h"
+
+namespace pennywort {
+
+// Every counted struct of the runtime begins with its counting base.
+inline void add_reference(void* counted) {
+    auto* base = static_cast<cef_base_ref_counted_t*>(counted);
+    base->add_ref(base);
+}
+inline void drop_reference(void* counted) {
+    auto* base = static_cast<cef_base_ref_counted_t*>(counted);
+    base->release(base);
+}
+
+// Holds one reference of a struct that the runtime made. Constructed from a pointer it takes over the
+// reference that came with it, as results and arguments of the runtime do.
+template <class T>
+class cef_ref {
+public:
+    cef_ref() = default;
+    explicit cef_ref(T* adopted) noexcept : m_object(adopted) {}
+    cef_ref(const cef_ref& other) noexcept : m_object(other.m_object) {
+        if (m_object) add_reference(m_object);
+    }
+    cef_ref(cef_ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+    cef_ref& operator=(cef_ref other) noexcept {
+        std::swap(m_object, other.m_object);
+        return *this;
+    }
+    ~cef_ref() {
+        if (m_object) drop_reference(m_object);
+    }
+
+    // A second reference to an object that somebody else holds.
+    static cef_ref shared(T* borrowed) noexcept {
+        if (borrowed) add_reference(borrowed);
+        return cef_ref(borrowed);
+    }
+
+    T* get() const noexcept { return m_object; }
+    T* operator->() const noexcept { return m_object; }
+    explicit operator bool() const noexcept { return m_object != nullptr; }
+    // Gives the reference away: to an argument of the runtime, which releases it.
+    T* release() noexcept { return std::exchange(m_object, nullptr); }
+
+private:
+    T* m_object = nullptr;
+};
+
+// The same for our own objects that the runtime calls back (CefBaseRefCounted).
+template <class T>
+class own_ref {
+public:
+    own_ref() = default;
+    explicit own_ref(T* adopted) noexcept : m_object(adopted) {}
+    own_ref(const own_ref& other) noexcept : m_object(other.m_object) {
+        if (m_object) m_object->AddRef();
+    }
+    own_ref(own_ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+    own_ref& operator=(own_ref other) noexcept {
+        std::swap(m_object, other.m_object);
+        return *this;
+    }
+    ~own_ref() {
+        if (m_object) m_object->Release();
+    }
+
+    static own_ref shared(T* borrowed) noexcept {
+        if (borrowed) borrowed->AddRef();
+        return own_ref(borrowed);
+    }
+
+    T* get() const noexcept { return m_object; }
+    T* operator->() const noexcept { return m_object; }
+    T& operator*() const noexcept { return *m_object; }
+    explicit operator bool() const noexcept { return m_object != nullptr; }
+
+private:
+    T* m_object = nullptr;
+};
+
+}  // namespace pennywort

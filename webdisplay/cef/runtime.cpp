@@ -1,0 +1,146 @@
+// runtime.cpp - loads and starts the browser runtime. See the header for the contract.
+#include "webdisplay/cef/runtime.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "loam/library.h"
+#include "webdisplay/cef/runtime_system.h"
+
+namespace pennywort {
+
+namespace {
+
+constexpr int k_api_version = 13300;
+
+cef_functions g_functions;
+std::atomic<bool> g_loaded{false};
+std::atomic<bool> g_running{false};
+bool g_start_tried = false;
+
+std::string find_library(const std::vector<std::string>& folders) {
+    for (const std::string& folder : folders) {
+        std::string path = real_file(folder + "/" + cef_library_name());
+        if (!path.empty()) return path;
+    }
+    return {};
+}
+
+std::string folder_list(const std::vector<std::string>& folders) {
+    std::string list;
+    for (const std::string& folder : folders) list += (list.empty() ? "" : ", ") + folder;
+    return list;
+}
+
+bool bind(zLibrary& library, cef_functions& functions, std::string& failure) {
+#define PENNYWORT_CEF_BIND(name)                                                                  \
+    functions.name = reinterpret_cast<cef_function::name*>(library.Symbol(#name));                \
+    if (!functions.name) {                                                                        \
+        failure = "The browser runtime lacks the function " #name                                 \
+                  "; install the runtime that this release names, or set CEF_ROOT to its folder"; \
+        return false;                                                                             \
+    }
+    PENNYWORT_CEF_FUNCTIONS(PENNYWORT_CEF_BIND)
+#undef PENNYWORT_CEF_BIND
+    return true;
+}
+
+// Asking for the hash fixes the interface's version for the process, so it comes before anything else.
+bool check_version(const cef_functions& functions, std::string& failure) {
+    const char* hash = functions.cef_api_hash(k_api_version, 0);
+    if (!hash) {
+        failure = "The browser runtime does not offer interface version 13300; install version 133 "
+                  "or newer, or set CEF_ROOT to its folder";
+        return false;
+    }
+    if (std::strcmp(hash, k_cef_api_hash_13300) != 0) {
+        failure = "The browser runtime's interface 13300 is not the one that was built for (hash " +
+                  std::string(hash) + "); install the runtime that this release names";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+const cef_functions& cef() noexcept { return g_functions; }
+bool cef_loaded() noexcept { return g_loaded; }
+bool cef_running() noexcept { return g_running; }
+
+std::vector<std::string> cef_folders(const std::string& program_folder) {
+    const char* root = std::getenv("CEF_ROOT");
+    return {root && *root ? std::string(root) : program_folder};
+}
+
+bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
+    if (g_loaded) return true;
+    const std::string path = find_library(folders);
+    if (path.empty()) {
+        failure = std::string("The browser runtime (") + cef_library_name() + ") is not in " +
+                  folder_list(folders) + "; install it with scripts/get-runtime, or set CEF_ROOT "
+                  "to its folder";
+        return false;
+    }
+    std::unique_ptr<zLibrary> library(zLibrary::Factory());
+    if (!library || library->Load(path.c_str()) != 0) {
+        failure = "The browser runtime " + path + " cannot be loaded: " +
+                  (library ? library->Error() : "out of memory");
+        return false;
+    }
+    cef_functions functions;
+    if (!bind(*library, functions, failure) || !check_version(functions, failure)) return false;
+    library->Keep();
+    g_functions = functions;
+    g_loaded = true;
+    return true;
+}
+
+bool cef_start(cef_settings_t& settings, cef_app_t* app, std::string& failure) {
+    if (g_running) return true;
+    if (g_start_tried) {
+        failure = "The browser runtime was started in this process before; it can be started once "
+                  "only, so restart the program";
+        return false;
+    }
+    g_start_tried = true;
+
+    // Newer runtimes have a longer settings struct. Some accept their own size only, and all of them
+    // take zeros in what they have added for the defaults.
+    alignas(cef_settings_t) unsigned char grown[k_cef_settings_t_grown_size] = {};
+    static_assert(sizeof grown >= sizeof settings);
+    const bool is_grown = g_functions.cef_version_info(0) >= k_cef_settings_t_grown_from;
+    settings.size = is_grown ? sizeof grown : sizeof settings;
+    std::memcpy(grown, &settings, sizeof settings);
+
+    const cef_main_args_t args = cef_main_args();
+    const std::unique_ptr<startup_guard> guard = startup_guard::make();
+    g_running = g_functions.cef_initialize(&args, reinterpret_cast<cef_settings_t*>(grown), app,
+                                           nullptr) != 0;
+    guard->restore();
+    if (!g_running) {
+        failure = "The browser runtime did not start (exit code " +
+                  std::to_string(g_functions.cef_get_exit_code()) + "); its log file says more";
+    }
+    return g_running;
+}
+
+void cef_stop() {
+    if (!g_loaded || !g_start_tried) return;
+    g_running = false;
+    g_functions.cef_shutdown();
+}
+
+void cef_work() {
+    if (g_loaded && g_start_tried) g_functions.cef_do_message_loop_work();
+}
+
+bool cef_on_ui_thread() noexcept { return g_running && g_functions.cef_currently_on(TID_UI) != 0; }
+
+int cef_run_helper(int argc, char** argv, cef_app_t* app) {
+    const cef_main_args_t args = cef_main_args(argc, argv);
+    return g_functions.cef_execute_process(&args, app, nullptr);
+}
+
+}  // namespace pennywort

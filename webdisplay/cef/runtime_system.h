@@ -1,0 +1,39 @@
+// runtime_system.h - what of starting the browser runtime differs by system.
+// Twins: runtime_system_win.cpp, runtime_system_linux.cpp.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "cef_abi.h"
+
+namespace pennywort {
+
+// File name of the runtime's library.
+const char* cef_library_name() noexcept;
+
+// `path` with links followed, since the runtime looks for its data beside the file that was opened;
+// empty when there is no such file.
+std::string real_file(const std::string& path);
+
+// The main arguments of this program.
+cef_main_args_t cef_main_args() noexcept;
+
+// The same for a helper process, with the command line that it was started with.
+cef_main_args_t cef_main_args(int argc, char** argv) noexcept;
+
+// Whether the runtime's own message pump must be kept out even where work is done by a timer: on
+// Linux it would dispatch the host's event sources within the runtime's work.
+bool uses_external_pump() noexcept;
+
+// Keeps what the runtime's start changes in the process and the host relies on: made before it,
+// and `restore` called after it. Signal handlers go back, and event sources that would spin the
+// host's loop go away.
+class startup_guard {
+public:
+    static std::unique_ptr<startup_guard> make();
+    virtual ~startup_guard() = default;
+    virtual void restore() = 0;
+};
+
+}  // namespace pennywort

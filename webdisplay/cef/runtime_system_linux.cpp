@@ -1,0 +1,112 @@
+// runtime_system_linux.cpp - Linux half of runtime_system.h. Windows half: runtime_system_win.cpp.
+#include "webdisplay/cef/runtime_system.h"
+
+#include <dlfcn.h>
+#include <glib.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace pennywort {
+
+namespace {
+
+std::array<struct sigaction, 32> current_handlers() {
+    std::array<struct sigaction, 32> handlers{};
+    for (int number = 1; number < static_cast<int>(handlers.size()); ++number) {
+        sigaction(number, nullptr, &handlers[number]);
+    }
+    return handlers;
+}
+
+// A default SIGPIPE would end the process when a helper process of the runtime goes away in the
+// middle of a write, so the runtime's choice to ignore it stays. Anything the host set goes back.
+void restore_handlers(const std::array<struct sigaction, 32>& handlers) {
+    for (int number = 1; number < static_cast<int>(handlers.size()); ++number) {
+        if (number == SIGKILL || number == SIGSTOP) continue;
+        if (number == SIGPIPE && handlers[SIGPIPE].sa_handler == SIG_DFL) continue;
+        sigaction(number, &handlers[number], nullptr);
+    }
+}
+
+bool is_of_runtime(const GSource* source) {
+    const auto* functions = source->source_funcs;
+    Dl_info info{};
+    if (!functions || !functions->prepare) return false;
+    if (!dladdr(reinterpret_cast<void*>(functions->prepare), &info) || !info.dli_fname) return false;
+    const char* name = std::strrchr(info.dli_fname, '/');
+    return std::strcmp(name ? name + 1 : info.dli_fname, cef_library_name()) == 0;
+}
+
+// The source that carries X events polls the connection to the X server, a socket. It must stay:
+// without it a windowed page gets no input. The runtime's own pump polls a pipe or nothing.
+bool polls_a_socket(const GSource* source) {
+    for (const GSList* entry = source->poll_fds; entry; entry = entry->next) {
+        struct stat status{};
+        const int descriptor = static_cast<const GPollFD*>(entry->data)->fd;
+        if (fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode)) return true;
+    }
+    return false;
+}
+
+guint next_source_id() {
+    GSource* probe = g_idle_source_new();
+    const guint id = g_source_attach(probe, g_main_context_default());
+    g_source_destroy(probe);
+    g_source_unref(probe);
+    return id;
+}
+
+// With our own pump the runtime's two event sources serve nothing, but they are always ready, and
+// so a host that iterates the default context would use a whole core for them.
+void destroy_pump_sources(guint first, guint last) {
+    for (guint id = first + 1; id < last; ++id) {
+        GSource* source = g_main_context_find_source_by_id(g_main_context_default(), id);
+        if (source && is_of_runtime(source) && !polls_a_socket(source)) g_source_destroy(source);
+    }
+}
+
+class linux_startup_guard final : public startup_guard {
+public:
+    void restore() override {
+        restore_handlers(m_handlers);
+        destroy_pump_sources(m_first_source, next_source_id());
+    }
+
+private:
+    std::array<struct sigaction, 32> m_handlers = current_handlers();
+    guint m_first_source = next_source_id();
+};
+
+}  // namespace
+
+const char* cef_library_name() noexcept { return "libcef.so"; }
+
+bool uses_external_pump() noexcept { return true; }
+
+std::string real_file(const std::string& path) {
+    char* resolved = realpath(path.c_str(), nullptr);
+    const std::string answer = resolved ? resolved : "";
+    std::free(resolved);
+    return answer;
+}
+
+cef_main_args_t cef_main_args() noexcept {
+    static char name[] = "pennywort";
+    static char* arguments[] = {name, nullptr};
+    return cef_main_args_t{1, arguments};
+}
+
+cef_main_args_t cef_main_args(int argc, char** argv) noexcept {
+    return cef_main_args_t{argc, argv};
+}
+
+std::unique_ptr<startup_guard> startup_guard::make() {
+    return std::make_unique<linux_startup_guard>();
+}
+
+}  // namespace pennywort

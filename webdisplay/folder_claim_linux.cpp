@@ -1,0 +1,68 @@
+// folder_claim_linux.cpp - Linux half of folder_claim.h. Windows half: folder_claim_win.cpp.
+#include "webdisplay/folder_claim.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <vector>
+
+#include "loam/path.h"
+
+namespace pennywort {
+
+namespace {
+
+class locked_file final : public folder_claim {
+public:
+    explicit locked_file(int descriptor) : m_descriptor(descriptor) {}
+    ~locked_file() override { ::close(m_descriptor); }
+
+private:
+    const int m_descriptor;
+};
+
+std::string child(const std::string& folder, const char* name) {
+    return zFSPath(folder.c_str()).GoChild(name);
+}
+
+std::string link_target(const std::string& path) {
+    std::vector<char> target(4096);
+    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+    return length > 0 ? std::string(target.data(), static_cast<std::size_t>(length)) : "";
+}
+
+// The runtime marks a folder in use by a link to "host-pid". One left behind by a process of this
+// host that is gone is stale, and the runtime removes it itself; any other one it would refuse.
+bool runtime_uses(const std::string& folder) {
+    const std::string owner = link_target(child(folder, "SingletonLock"));
+    const std::size_t dash = owner.rfind('-');
+    if (owner.empty() || dash == std::string::npos) return !owner.empty();
+    char host[256] = {};
+    gethostname(host, sizeof host - 1);
+    const long pid = std::strtol(owner.c_str() + dash + 1, nullptr, 10);
+    if (owner.substr(0, dash) != host || pid <= 0) return true;
+    return kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
+}
+
+}  // namespace
+
+std::unique_ptr<folder_claim> folder_claim::make(const std::string& folder) {
+    const std::string path = child(folder, "pennywort.lock");
+    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (descriptor < 0) return nullptr;
+    auto claim = std::make_unique<locked_file>(descriptor);
+    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 || runtime_uses(folder)) return nullptr;
+    return claim;
+}
+
+std::string make_private_folder(const std::string& name) {
+    const char* temporary = std::getenv("TMPDIR");
+    std::string path = child(temporary && *temporary ? temporary : "/tmp", (name + "-XXXXXX").c_str());
+    return mkdtemp(path.data()) ? path : std::string();
+}
+
+}  // namespace pennywort

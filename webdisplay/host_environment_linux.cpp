@@ -1,0 +1,125 @@
+// host_environment_linux.cpp - Linux half of host_environment.h. Windows half:
+// host_environment_win.cpp.
+#include "webdisplay/host_environment.h"
+
+#include <pwd.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "loam/path.h"
+#include "loam/trace.h"
+
+extern "C" char** environ;
+
+namespace pennywort {
+
+namespace {
+
+std::string environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::string home_folder() {
+    std::string home = environment("HOME");
+    if (!home.empty()) return home;
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
+    return found && found->pw_dir ? found->pw_dir : "";
+}
+
+struct language_row {
+    std::string_view name;
+    std::uint16_t primary;
+};
+constexpr language_row k_languages[] = {
+    {"zh", 0x04}, {"cs", 0x05}, {"de", 0x07}, {"en", 0x09}, {"es", 0x0A}, {"fr", 0x0C},
+    {"it", 0x10}, {"ja", 0x11}, {"ko", 0x12}, {"nl", 0x13}, {"pt", 0x16}, {"sv", 0x1D},
+};
+constexpr std::uint16_t k_portuguese_brazil = 1;
+constexpr std::uint16_t k_other_sublanguage = 2;
+
+// The variables in the order in which they override each other.
+std::string locale_name() {
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        std::string value = environment(name);
+        if (!value.empty()) return value;
+    }
+    return {};
+}
+
+// Without waiting for the opener, which may run as long as what it opens; a thread of its own takes
+// its exit status, so that no zombie is left and no child handler of the host is needed.
+void reap(pid_t child) {
+    std::thread([child] {
+        int status = 0;
+        while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        }
+    }).detach();
+}
+
+}  // namespace
+
+std::string program_folder() {
+    std::vector<char> path(4096);
+    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+    if (length <= 0) return ".";
+    zFSPath program(std::string(path.data(), static_cast<std::size_t>(length)).c_str());
+    return program.GoParent();
+}
+
+const char* child_process_name() noexcept { return "CEFChildProcess"; }
+
+bool is_runnable(const std::string& path) {
+    struct stat status{};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           access(path.c_str(), X_OK) == 0;
+}
+
+ui_language user_language() {
+    const std::string name = locale_name();
+    const std::string_view primary = std::string_view(name).substr(0, name.find_first_of("_.@"));
+    for (const language_row& row : k_languages) {
+        if (row.name != primary) continue;
+        const bool brazil = name.compare(0, 5, "pt_BR") == 0;
+        return {row.primary, brazil ? k_portuguese_brazil : k_other_sublanguage};
+    }
+    return {};
+}
+
+std::string application_data_folder() {
+    std::string folder = environment("XDG_CONFIG_HOME");
+    if (folder.empty() || folder.front() != '/') {  // a relative one is to be ignored
+        const std::string home = home_folder();
+        if (home.empty()) return {};
+        folder = zFSPath(home.c_str()).GoChild(".config");
+    }
+    return zDirectory::MakeSureExists(folder.c_str()) == 0 ? folder : std::string();
+}
+
+void open_in_system(const std::string& url) {
+    // No shell sees the URL, and one that begins like an option is none.
+    if (url.empty() || url.front() == '-') return;
+    std::string program = "xdg-open";
+    std::string argument = url;
+    char* arguments[] = {program.data(), argument.data(), nullptr};
+    pid_t child = 0;
+    const int error =
+        posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ);
+    if (error == 0) return reap(child);
+    zTraceManager::Default()->TraceNote("open_in_system: posix_spawnp xdg-open - failed (%s)\n",
+                                        std::strerror(error));
+}
+
+}  // namespace pennywort

@@ -1,0 +1,22 @@
+// live_browsers.h - the runtime's browsers of this process, which must all be gone before it ends.
+#pragma once
+
+#include "webdisplay/cef/ref.h"
+
+namespace pennywort::live_browsers {
+
+// A browser was asked for, and will arrive or fail. UI thread.
+void expect();
+// One that was asked for will not come.
+void expect_no_more();
+// An expected one, or a popup, has arrived. UI thread.
+void arrived(cef_browser_t* browser, bool is_popup);
+// It has closed. UI thread.
+void gone(cef_browser_t* browser);
+
+// Those there and those on their way. Any thread.
+int count();
+// Asks all that are there to close. UI thread.
+void close_all();
+
+}  // namespace pennywort::live_browsers

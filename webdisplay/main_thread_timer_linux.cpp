@@ -1,0 +1,157 @@
+// main_thread_timer_linux.cpp - Linux half of main_thread_timer.h. Windows half:
+// main_thread_timer_win.cpp.
+//
+// A timerfd inside a GLib source, and not GLib's own timeout: it can be set from any thread without
+// waking the loop for nothing, it keeps a period without drift, and it is not rounded to milliseconds.
+#include "webdisplay/main_thread_timer.h"
+
+#include <glib.h>
+#include <sys/timerfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+#include "loam/message_loop.h"
+#include "loam/trace.h"
+
+namespace pennywort {
+
+namespace {
+
+constexpr std::int64_t k_nobody_asked = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t k_ns_per_ms = 1'000'000;
+constexpr std::int64_t k_ns_per_s = 1'000'000'000;
+constexpr std::int64_t k_longest_delay_ms = 60'000;
+
+std::int64_t now_ns() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * k_ns_per_s + now.tv_nsec;
+}
+
+timespec as_timespec(std::int64_t ns) { return {ns / k_ns_per_s, ns % k_ns_per_s}; }
+
+class linux_timer final : public main_thread_timer {
+public:
+    explicit linux_timer(std::function<void()> tick)
+        : m_tick(std::move(tick)),
+          m_descriptor(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {}
+
+    ~linux_timer() override {
+        linux_timer::stop();
+        if (m_descriptor >= 0) ::close(m_descriptor);
+    }
+
+    bool usable() const { return m_descriptor >= 0; }
+
+    void start_periodic(int period_ms) override {
+        m_periodic = true;
+        const timespec period = as_timespec(period_ms * k_ns_per_ms);
+        const itimerspec setting{period, period};
+        timerfd_settime(m_descriptor, 0, &setting, nullptr);
+        attach();
+    }
+
+    void start_on_request(int idle_ms) override {
+        m_idle_us = static_cast<gint64>(idle_ms) * 1000;
+        attach();
+        g_source_set_ready_time(m_source, g_get_monotonic_time() + m_idle_us);
+    }
+
+    void stop() override {
+        if (!m_source) return;
+        g_source_destroy(m_source);
+        g_source_unref(m_source);
+        m_source = nullptr;
+    }
+
+    void request(std::int64_t delay_ms) override {
+        if (m_periodic.load(std::memory_order_relaxed)) return;
+        delay_ms = std::clamp<std::int64_t>(delay_ms, 0, k_longest_delay_ms);
+        const std::int64_t due = now_ns() + delay_ms * k_ns_per_ms;
+        std::int64_t asked = m_due_ns.load();
+        do {
+            if (asked <= due) return;
+        } while (!m_due_ns.compare_exchange_weak(asked, due));
+        arm();
+    }
+
+private:
+    // A GSource is allocated by GLib with room for what stands behind it.
+    struct source_block {
+        GSource base;
+        linux_timer* timer;
+    };
+
+    // Two threads may ask at once, and the one with the later time may set the timer last: set it
+    // again until it stands at what was asked for.
+    void arm() {
+        std::int64_t due = m_due_ns.load();
+        while (due != k_nobody_asked) {
+            // A time in the past fires at once, so an absolute time needs no special case for 0.
+            const itimerspec setting{{0, 0}, as_timespec(due)};
+            timerfd_settime(m_descriptor, TFD_TIMER_ABSTIME, &setting, nullptr);
+            const std::int64_t asked = m_due_ns.load();
+            if (asked == due) return;
+            due = asked;
+        }
+    }
+
+    static gboolean dispatch(GSource* source, GSourceFunc, gpointer) {
+        reinterpret_cast<source_block*>(source)->timer->on_due();
+        return G_SOURCE_CONTINUE;
+    }
+
+    void attach() {
+        static GSourceFuncs functions{nullptr, nullptr, dispatch, nullptr, nullptr, nullptr};
+        stop();
+        m_source = g_source_new(&functions, sizeof(source_block));
+        reinterpret_cast<source_block*>(m_source)->timer = this;
+        g_source_set_name(m_source, "cWebMainThreadTimerLoop");
+        // The runtime may iterate the loop within its own work; the depth counter of the pump
+        // decides what becomes of such a tick, as on Windows.
+        g_source_set_can_recurse(m_source, TRUE);
+        g_source_add_unix_fd(m_source, m_descriptor, G_IO_IN);
+        g_source_attach(m_source, g_main_context_get_thread_default());
+    }
+
+    void on_due() {
+        std::uint64_t expirations = 0;
+        while (::read(m_descriptor, &expirations, sizeof expirations) < 0 && errno == EINTR) {
+        }
+        // Forgotten after the timer was read and before the work starts: a request made in between is
+        // served by this tick, and one made during the work arms the timer anew.
+        m_due_ns.store(k_nobody_asked);
+        m_tick();
+        // The tick may have stopped this timer.
+        if (m_source && m_idle_us > 0) {
+            g_source_set_ready_time(m_source, g_get_monotonic_time() + m_idle_us);
+        }
+    }
+
+    const std::function<void()> m_tick;
+    const int m_descriptor;
+    GSource* m_source = nullptr;
+    gint64 m_idle_us = 0;
+    std::atomic<bool> m_periodic{false};
+    std::atomic<std::int64_t> m_due_ns{k_nobody_asked};
+};
+
+}  // namespace
+
+std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()> tick) {
+    // Settles which GLib context is this thread's own before anything is attached to it.
+    zMessageLoop::Current();
+    auto timer = std::make_shared<linux_timer>(std::move(tick));
+    if (timer->usable()) return timer;
+    zTraceManager::Default()->TraceNote("main_thread_timer: timerfd_create - failed (errno=%d)\n",
+                                        errno);
+    return nullptr;
+}
+
+}  // namespace pennywort

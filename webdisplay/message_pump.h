@@ -1,0 +1,42 @@
+// message_pump.h - drives the runtime's work from a timer of the display thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "webdisplay/main_thread_timer.h"
+
+namespace pennywort {
+
+// Belongs to the display thread.
+class message_pump {
+public:
+    message_pump();
+    message_pump(const message_pump&) = delete;
+    message_pump& operator=(const message_pump&) = delete;
+    ~message_pump();
+
+    void start_by_timer();
+    void start_on_request();
+
+    // Gates the work from now on; empty opens the gate. The predicate before it is destroyed.
+    void set_can_run(std::function<bool()> can_run);
+
+    // For the runtime's requests, which come from any thread and outlast the pump. Null when the
+    // system has no timer to give.
+    std::shared_ptr<main_thread_timer> timer() const { return m_timer; }
+
+    // One step of the runtime's work, unless one is under way further up the stack.
+    static void work_once();
+    // Whether the caller stands inside such a step, that is in a callback of the runtime.
+    static bool inside_work();
+
+private:
+    void tick();
+
+    std::shared_ptr<main_thread_timer> m_timer;
+    // Shared with the tick that is calling it, in case it replaces itself.
+    std::shared_ptr<const std::function<bool()>> m_can_run;
+};
+
+}  // namespace pennywort

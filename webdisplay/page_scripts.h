@@ -1,0 +1,49 @@
+// page_scripts.h - the scripts that the bridge runs in pages. Host pages rely on every byte of them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace pennywort::page_scripts {
+
+inline constexpr std::string_view k_flash_probe =
+    "var hasFlash = '0';try {\tvar fo = new ActiveXObject('ShockwaveFlash.ShockwaveFlash');"
+    "\tif (fo) hasFlash = '1';}catch (e) {\tif (navigator.mimeTypes && "
+    "navigator.mimeTypes['application/x-shockwave-flash'] != undefined && "
+    "navigator.mimeTypes['application/x-shockwave-flash'].enabledPlugin)\t\thasFlash = '1';}"
+    "window.hostApp.execute('HasFlash', hasFlash); ";
+
+inline constexpr std::string_view k_focus_listener =
+    "document.addEventListener('focus', function(e) {var tag = e.target.tagName.toUpperCase();"
+    "var editableInput = false;if (tag === 'INPUT') {  var typ = e.target.type.toUpperCase();"
+    "  editableInput = (typ === 'TEXT' || typ === 'PASSWORD' || typ === 'FILE' || "
+    "typ === 'SEARCH' || typ === 'EMAIL' || typ === 'NUMBER' || typ === 'DATE');}"
+    "var editable = '0';if ((editableInput || tag === 'TEXTAREA' || e.target.isContentEditable) "
+    "&& (!e.target.readOnly && !e.target.disabled))\t\teditable = '1';"
+    "window.hostApp.execute('Focus', editable);}, true);";
+
+inline constexpr std::string_view k_blur_listener =
+    "document.addEventListener('blur', function() { window.hostApp.execute('Focus', '0'); }, true);";
+
+inline constexpr std::string_view k_error_hook =
+    "window.onerror = function(msg,url, line) { window.hostApp.execute(msg, url); };";
+
+inline constexpr std::string_view k_next_url = "window.hostApp.execute('LoadNextUrl', '0');";
+
+static_assert(k_flash_probe.size() == 349 && k_focus_listener.size() == 535 &&
+              k_blur_listener.size() == 94 && k_error_hook.size() == 79 &&
+              k_next_url.size() == 43);
+
+// Puts a style sheet into the page, as a data URL so that its text needs no quoting.
+std::string style_sheet(std::string_view css);
+
+// The answer to a page's command. Neither text is escaped, as pages expect.
+std::string host_callback(std::string_view command, std::string_view result);
+
+// Runs `script` as the body of a function and sends what it returns back under `id`.
+std::string with_result(std::string_view script, std::string_view id);
+
+// The command under which such a result comes back, before the ":" and the id.
+inline constexpr std::string_view k_result_command = "thinternal-javascript-wait-result";
+
+}  // namespace pennywort::page_scripts

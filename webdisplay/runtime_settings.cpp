@@ -1,0 +1,105 @@
+// runtime_settings.cpp - see the header for the contract.
+#include "webdisplay/runtime_settings.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "loam/path.h"
+#include "webdisplay/cef/runtime_system.h"
+
+namespace pennywort {
+
+namespace {
+
+constexpr cef_color_t k_background = 0xFF27282B;
+constexpr std::uint16_t k_portuguese = 0x16;
+constexpr std::uint16_t k_brazil = 1;
+
+struct locale_row {
+    std::uint16_t primary;
+    const char* locale;
+};
+constexpr locale_row k_locales[] = {
+    {0x04, "zh-Hans"}, {0x05, "cs_CZ"}, {0x07, "de_DE"}, {0x09, "en_US"},
+    {0x0A, "es_ES"},   {0x0C, "fr_FR"}, {0x10, "it_IT"}, {0x11, "ja_JP"},
+    {0x12, "ko_KR"},   {0x13, "nl_NL"}, {0x1D, "sv_SE"},
+};
+
+std::string child(const std::string& folder, const char* name) {
+    return zFSPath(folder.c_str()).GoChild(name);
+}
+
+bool holds_a_locale(const std::string& folder) {
+    std::error_code error;
+    const std::filesystem::path path(reinterpret_cast<const char8_t*>(folder.c_str()));
+    for (auto entry = std::filesystem::directory_iterator(path, error);
+         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        if (entry->path().extension() == ".pak") return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+const char* runtime_locale(ui_language language) noexcept {
+    if (language.primary == k_portuguese) {
+        return language.sublanguage == k_brazil ? "pt_BR" : "en_US";
+    }
+    for (const locale_row& row : k_locales) {
+        if (row.primary == language.primary) return row.locale;
+    }
+    return "en_US";
+}
+
+runtime_paths runtime_paths::find() {
+    runtime_paths paths;
+    const std::string program = program_folder();
+    const std::string data = application_data_folder();
+    if (!data.empty()) {
+        const std::string cache = child(data, "TarnhelmCache");
+        if (zDirectory::MakeSureExists(cache.c_str()) == 0) paths.cache = cache;
+    }
+    paths.child_process = child(program, child_process_name());
+    paths.locales = child(child(program, "rsrc"), "ChromeLocales");
+    if (!data.empty()) {
+        paths.log_file = child(data, "Tarnhelm");
+        zDirectory::MakeSureExists(paths.log_file.c_str());
+    }
+    paths.log_file = child(paths.log_file, "cef_debug_log.txt");
+    return paths;
+}
+
+std::string runtime_paths::problem() const {
+    if (!is_runnable(child_process)) {
+        return "The browser runtime's helper program " + child_process +
+               " is missing or may not be run; install it beside the host program";
+    }
+    if (!holds_a_locale(locales)) {
+        return "The folder " + locales +
+               " holds no locale of the browser runtime; copy or link the runtime's locales there";
+    }
+    return {};
+}
+
+runtime_settings::runtime_settings(const runtime_paths& paths, const std::string& cache,
+                                   bool cache_is_private)
+    : m_locale(runtime_locale(user_language())),
+      m_child_process(paths.child_process),
+      m_locales(paths.locales),
+      m_log_file(paths.log_file),
+      m_cache(cache) {
+    m_settings.no_sandbox = 1;
+    m_settings.windowless_rendering_enabled = 1;
+    m_settings.external_message_pump = uses_external_pump() ? 1 : 0;
+    m_settings.locale = m_locale.view();
+    // Without a folder of the user's the data stays in memory, but the runtime still needs a folder
+    // that no other process uses.
+    (cache_is_private && paths.cache.empty() ? m_settings.root_cache_path : m_settings.cache_path) =
+        m_cache.view();
+    m_settings.browser_subprocess_path = m_child_process.view();
+    m_settings.locales_dir_path = m_locales.view();
+    m_settings.log_file = m_log_file.view();
+    m_settings.background_color = k_background;
+}
+
+}  // namespace pennywort

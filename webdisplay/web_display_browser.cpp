@@ -1,0 +1,312 @@
+// web_display_browser.cpp - the part of a display that does not depend on the browser engine.
+#include <utility>
+
+#include "core/statuses.h"
+#include "loam/observer.h"
+#include "loam/time.h"
+#include "loam/trace.h"
+#include "webdisplay.h"
+
+namespace {
+
+constexpr std::uint64_t k_what = 0x77686174;  // 'what'
+constexpr char k_re_enterable = 1;
+constexpr std::uint32_t k_longest_stall_ticks = 15;
+
+void post_what(long observer_id, zRecord* payload, long what) {
+    payload->SetInt32(k_what, static_cast<std::int32_t>(what), 0);
+    zObserverHandler::PostNotification(static_cast<std::int32_t>(observer_id), payload, 0);
+}
+
+std::int32_t at_least_one_pixel(std::int32_t side) { return side > 1 ? side : 1; }
+
+// What is known of the plug-in, for all displays of the process. The latches make each notice come
+// at most once, in whatever order host and detection arrive and on whatever threads.
+struct flash_state {
+    std::atomic<bool> detection_run{false};
+    std::atomic<bool> available{false};
+    std::atomic<bool> notification_posted{false};
+    std::atomic<bool> function_called{false};
+    std::atomic<bool> inform_requested{false};
+    std::mutex lock;  // guards the three below
+    long observer_id = 0;
+    long what = 0;
+    std::function<void(bool)> missing_function;
+};
+
+flash_state& flash() {
+    static flash_state state;
+    return state;
+}
+
+void inform_by_notification(flash_state& state) {
+    long observer_id = 0;
+    long what = 0;
+    {
+        const std::lock_guard<std::mutex> guard(state.lock);
+        observer_id = state.observer_id;
+        what = state.what;
+    }
+    if (observer_id == 0 || what == 0 || state.notification_posted.exchange(true)) return;
+    post_what(observer_id, new zRecord, what);
+}
+
+void inform_by_function(flash_state& state) {
+    std::function<void(bool)> missing;
+    {
+        const std::lock_guard<std::mutex> guard(state.lock);
+        missing = state.missing_function;
+    }
+    if (missing && !state.function_called.exchange(true)) missing(false);
+}
+
+void inform_if_missing() {
+    flash_state& state = flash();
+    if (!state.inform_requested || !state.detection_run || state.available) return;
+    inform_by_notification(state);
+    inform_by_function(state);
+}
+
+}  // namespace
+
+cBrowserVideoRendererInterface::~cBrowserVideoRendererInterface() = default;
+
+cBrowserPageCallbackHandler::~cBrowserPageCallbackHandler() = default;
+void cBrowserPageCallbackHandler::PageLoadFailed(const zString&, const zString&) {}
+void cBrowserPageCallbackHandler::PageLoaded(const zString&) {}
+bool cBrowserPageCallbackHandler::PageRequest(const zString&) { return true; }
+
+cBrowserJavascriptCallbackHandler::~cBrowserJavascriptCallbackHandler() = default;
+void cBrowserJavascriptCallbackHandler::JavascriptCallback(const zString&, const zString&,
+                                                           zString&) {}
+
+cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate)
+    : m_video_renderer_lock(zCritical::Factory(k_re_enterable)),
+      m_page_receiver_lock(zCritical::Factory(k_re_enterable)),
+      m_javascript_receiver_lock(zCritical::Factory(k_re_enterable)),
+      m_frame_rate(frameRate),
+      m_observer_lock(zCritical::Factory(k_re_enterable)) {
+    const std::int32_t width = settings.AsInt32("web_width", 0);
+    const std::int32_t height = settings.AsInt32("web_height", 0);
+    m_size.Set(at_least_one_pixel(width), at_least_one_pixel(height));
+    std::string url = settings.AsString("web_url", {});
+    if (!url.empty()) m_url_queue.push_back(std::move(url));
+    m_transparent = settings.AsBool("web_transparent", false);
+    m_css_override = settings.AsString("web_override_css", {});
+    m_host_clock = settings.AsBool("web_host_clock", false);
+}
+
+cWebDisplayBrowser::~cWebDisplayBrowser() {
+    SetVideoRenderer(nullptr);
+    SetPageCallbackReceiver(nullptr);
+    SetJavascriptCallbackReceiver(nullptr);
+    const zAutoCritical lock(m_observer_lock.get());
+    m_observers.clear();
+}
+
+bool cWebDisplayBrowser::AreWebDisplaySizeSettingsEqual(const zRecord& a, const zRecord& b) {
+    return a.AsInt32("web_width", 0) == b.AsInt32("web_width", 0) &&
+           a.AsInt32("web_height", 0) == b.AsInt32("web_height", 0);
+}
+
+bool cWebDisplayBrowser::IsWebDisplaySettingsEqual(const zRecord& a, const zRecord& b) {
+    return a.AsString("web_url", {}) == b.AsString("web_url", {}) &&
+           a.AsString("web_override_css", {}) == b.AsString("web_override_css", {}) &&
+           a.AsBool("web_transparent", false) == b.AsBool("web_transparent", false);
+}
+
+// --- scripts
+
+long cWebDisplayBrowser::ExecuteJavascript(unsigned long, unsigned long,
+                                           std::function<void(std::string)>) {
+    return pennywort::k_failed;
+}
+
+long cWebDisplayBrowser::ExecuteJavascript(unsigned long, unsigned long, long, unsigned long) {
+    return pennywort::k_failed;
+}
+
+long cWebDisplayBrowser::CacheScriptToBrowser(const zString&, unsigned long,
+                                              std::function<void(std::string)>) {
+    return pennywort::k_failed;
+}
+
+long cWebDisplayBrowser::ExecuteJavascript(const zString& script, unsigned long what,
+                                           long observerId, unsigned long timeoutMs) {
+    if (observerId == 0) return ExecuteJavascript(script, 0, std::function<void(std::string)>());
+    return ExecuteJavascript(script, timeoutMs, [observerId, what](const std::string& result) {
+        auto* payload = new zRecord;
+        payload->SetString("script_result", result);
+        post_what(observerId, payload, static_cast<long>(what));
+    });
+}
+
+void cWebDisplayBrowser::add_observer(const char* key, std::function<void(std::string)> callback,
+                                      unsigned long timeoutMs) {
+    const zAutoCritical lock(m_observer_lock.get());
+    const std::int64_t now = zTime::MicroNow();
+    // The product wraps at 32 bits; hosts have tuned their time-outs to that.
+    const std::uint32_t microseconds = static_cast<std::uint32_t>(timeoutMs) * 1000u;
+    observer_entry& entry = m_observers[key ? key : ""];
+    entry.callback = std::move(callback);
+    entry.expiry = timeoutMs == 0 ? 0 : now + microseconds;
+    std::erase_if(m_observers, [now](const auto& item) {
+        return item.second.expiry > 0 && item.second.expiry < now;
+    });
+}
+
+void cWebDisplayBrowser::received_javascript_exec_result(const zString& key,
+                                                         const zString& result) {
+    const zAutoCritical lock(m_observer_lock.get());
+    // Taken out of the table first, so that a callback that runs another script cannot have its own
+    // entry swept away underneath it.
+    const auto entry = m_observers.extract(std::string(key.View()));
+    if (entry) entry.mapped().callback(std::string(result.View()));
+}
+
+const char* cWebDisplayBrowser::get_css_override() const { return m_css_override.c_str(); }
+
+// --- receivers
+
+void cWebDisplayBrowser::SetVideoRenderer(cBrowserVideoRendererInterface* renderer) {
+    const zAutoCritical lock(m_video_renderer_lock.get());
+    m_video_renderer = renderer;
+}
+
+void cWebDisplayBrowser::SetPageCallbackReceiver(cBrowserPageCallbackHandler* receiver) {
+    const zAutoCritical lock(m_page_receiver_lock.get());
+    m_page_receiver = receiver;
+}
+
+void cWebDisplayBrowser::SetJavascriptCallbackReceiver(
+    cBrowserJavascriptCallbackHandler* receiver) {
+    const zAutoCritical lock(m_javascript_receiver_lock.get());
+    m_javascript_receiver = receiver;
+}
+
+void cWebDisplayBrowser::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
+    if (!isPopup) count_picture();
+    const zAutoCritical lock(m_video_renderer_lock.get());
+    if (m_video_renderer) m_video_renderer->BrowserPainted(pixels, width, height, isPopup);
+}
+
+// The engine drops a tick silently while the page is busy with the one before, and says nothing of a
+// tick at which nothing changed. So a tick without a picture counts as missed when the pictures before
+// and after it are close; a longer gap is a page at rest.
+void cWebDisplayBrowser::count_picture() {
+    m_painted.fetch_add(1, std::memory_order_relaxed);
+    const std::uint32_t ticks = m_ticks_unanswered.exchange(0, std::memory_order_relaxed);
+    if (ticks > 1 && ticks <= k_longest_stall_ticks) {
+        m_ticks_missed.fetch_add(ticks - 1, std::memory_order_relaxed);
+    }
+}
+
+bool cWebDisplayBrowser::handle_page_request(const char* url) {
+    const zAutoCritical lock(m_page_receiver_lock.get());
+    return m_page_receiver ? m_page_receiver->PageRequest(url) : true;
+}
+
+void cWebDisplayBrowser::handle_page_loaded(const char* url) {
+    {
+        const std::lock_guard<std::mutex> guard(m_url_lock);
+        m_last_loaded_url = url ? url : "";
+    }
+    const zAutoCritical lock(m_page_receiver_lock.get());
+    if (m_page_receiver) m_page_receiver->PageLoaded(url);
+    LoadNextUrl();
+}
+
+void cWebDisplayBrowser::handle_page_load_failed(const char* url, const char* error) {
+    zTraceManager::Default()->TraceNote(
+        "cWebDisplayBrowser: page load failed:\nurl: %s\nerror: %s\n", url ? url : "",
+        error ? error : "");
+    const zAutoCritical lock(m_page_receiver_lock.get());
+    if (m_page_receiver) m_page_receiver->PageLoadFailed(url, error);
+    LoadNextUrl();
+}
+
+void cWebDisplayBrowser::handle_javascript_callback(const zString& name, const zString& argument,
+                                                    zString& result) {
+    const zAutoCritical lock(m_javascript_receiver_lock.get());
+    if (m_javascript_receiver) m_javascript_receiver->JavascriptCallback(name, argument, result);
+}
+
+// --- size, queue and counts
+
+void cWebDisplayBrowser::GetSize(long& width, long& height) const {
+    const std::lock_guard<std::mutex> guard(m_size_lock);
+    width = m_size.X();
+    height = m_size.Y();
+}
+
+void cWebDisplayBrowser::LoadUrl(const char* url) {
+    if (!url) return;
+    {
+        const std::lock_guard<std::mutex> guard(m_url_lock);
+        m_url_queue.emplace_back(url);
+    }
+    LoadNextUrl();
+}
+
+std::string cWebDisplayBrowser::PeekNextURL() {
+    const std::lock_guard<std::mutex> guard(m_url_lock);
+    return m_url_queue.empty() ? std::string() : m_url_queue.front();
+}
+
+std::string cWebDisplayBrowser::PopNextURL() {
+    const std::lock_guard<std::mutex> guard(m_url_lock);
+    if (m_url_queue.empty()) return {};
+    std::string url = std::move(m_url_queue.front());
+    m_url_queue.pop_front();
+    return url;
+}
+
+bool cWebDisplayBrowser::has_next_url() const {
+    const std::lock_guard<std::mutex> guard(m_url_lock);
+    return !m_url_queue.empty();
+}
+
+void cWebDisplayBrowser::GetUrlForLastPageLoaded(zString& out) const {
+    const std::lock_guard<std::mutex> guard(m_url_lock);
+    out = m_last_loaded_url;
+}
+
+void cWebDisplayBrowser::GetFrameCounts(cWebDisplayFrameCounts& out) const {
+    out.painted = m_painted.load(std::memory_order_relaxed);
+    out.ticks = m_ticks.load(std::memory_order_relaxed);
+    out.ticks_missed = m_ticks_missed.load(std::memory_order_relaxed);
+}
+
+bool cWebDisplayBrowser::NextFrame() { return false; }
+
+// --- plug-in availability
+
+bool cWebDisplayBrowser::HaveRunFlashDetection() { return flash().detection_run; }
+void cWebDisplayBrowser::SetHaveRunFlashDetection(bool run) { flash().detection_run = run; }
+
+void cWebDisplayBrowser::Flash_SetAvailability(bool available) {
+    flash().available = available;
+    inform_if_missing();
+}
+
+void cWebDisplayBrowser::Flash_ConfigureMissingCallback(long observerId, long what) {
+    {
+        const std::lock_guard<std::mutex> guard(flash().lock);
+        flash().observer_id = observerId;
+        flash().what = what;
+    }
+    inform_if_missing();
+}
+
+void cWebDisplayBrowser::Flash_ConfigureMissingFunction(std::function<void(bool)> fn) {
+    {
+        const std::lock_guard<std::mutex> guard(flash().lock);
+        flash().missing_function = std::move(fn);
+    }
+    inform_if_missing();
+}
+
+void cWebDisplayBrowser::Flash_InformUserIfMissing() {
+    flash().inform_requested.exchange(true);
+    inform_if_missing();
+}

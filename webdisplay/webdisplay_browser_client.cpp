@@ -1,0 +1,334 @@
+// webdisplay_browser_client.cpp - see the header for the contract.
+#include "webdisplay/webdisplay_browser_client.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "core/limits.h"
+#include "loam/trace.h"
+#include "webdisplay/cef/runtime.h"
+#include "webdisplay/cef/text.h"
+#include "webdisplay/host_environment.h"
+#include "webdisplay/live_browsers.h"
+#include "webdisplay/native_window.h"
+#include "webdisplay/page_scripts.h"
+
+namespace pennywort {
+
+namespace {
+
+constexpr int k_load_aborted = -3;
+constexpr std::string_view k_type_error = "Uncaught TypeError";
+
+// One for the process: keystrokes go to one place at a time.
+std::atomic<bool> g_editable{false};
+
+bool is_popup(cef_browser_t* browser) { return browser->is_popup(browser) != 0; }
+
+void execute(cef_frame_t* frame, std::string_view script) {
+    if (!frame) return;
+    const cef_text code(script);
+    const cef_text no_url("");
+    frame->execute_java_script(frame, code.get(), no_url.get(), 0);
+}
+
+void execute_on_page(cef_browser_t* browser, std::string_view script) {
+    const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
+    execute(frame.get(), script);
+}
+
+void close_now(cef_browser_t* browser) {
+    const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
+    if (host) host->close_browser(host.get(), 1);
+}
+
+zString text_of(const std::string& text) {
+    return zString(text.data(), static_cast<std::uint32_t>(text.size()));
+}
+
+// Puts the runtime's question about a request, asked on its IO thread, to the host on the display
+// thread, where all of the host's receivers are called.
+class request_filter final : public CefResourceRequestHandler {
+public:
+    explicit request_filter(own_ref<webdisplay_browser_client> client)
+        : m_client(std::move(client)) {}
+
+    cef_return_value_t OnBeforeResourceLoad(cef_request_t* request,
+                                            cef_ref<cef_callback_t> callback) override {
+        const std::string url = utf8_of(request->get_url(request));
+        const bool posted = cef_post_to_ui([client = m_client, url, callback] {
+            const bool allowed = client->may_request(url);
+            allowed ? callback->cont(callback.get()) : callback->cancel(callback.get());
+        });
+        return posted ? RV_CONTINUE_ASYNC : RV_CONTINUE;
+    }
+
+private:
+    const own_ref<webdisplay_browser_client> m_client;
+};
+
+}  // namespace
+
+// The owner, if there is one, for the length of a callback: the owner lock is held, and the display
+// cannot go away, even if the host releases it in the callback.
+class webdisplay_browser_client::owner_use {
+public:
+    explicit owner_use(webdisplay_browser_client& client) : m_lock(client.m_owner_lock) {
+        if (client.m_owner && client.m_owner->AddRefIfAlive()) m_owner = client.m_owner;
+    }
+    owner_use(const owner_use&) = delete;
+    owner_use& operator=(const owner_use&) = delete;
+    ~owner_use() {
+        m_lock.unlock();
+        if (m_owner) m_owner->Release();
+    }
+
+    explicit operator bool() const { return m_owner != nullptr; }
+    cWebDisplayCEFBrowser* operator->() const { return m_owner; }
+    cWebDisplayCEFBrowser& operator*() const { return *m_owner; }
+
+private:
+    std::unique_lock<std::recursive_mutex> m_lock;
+    cWebDisplayCEFBrowser* m_owner = nullptr;
+};
+
+webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owner,
+                                                     std::string start_url)
+    : m_owner(owner), m_start_url(std::move(start_url)) {}
+
+void webdisplay_browser_client::set_alive() { m_alive.CompareAndSet(0, 1); }
+
+void webdisplay_browser_client::detach() {
+    const std::lock_guard<std::recursive_mutex> guard(m_owner_lock);
+    m_owner = nullptr;
+}
+
+bool webdisplay_browser_client::focused_element_is_editable() { return g_editable; }
+
+// --- frames
+
+void webdisplay_browser_client::GetViewRect(cef_browser_t*, cef_rect_t& rect) {
+    long width = 1;
+    long height = 1;
+    if (is_alive()) {
+        const owner_use owner(*this);
+        if (owner) owner->GetSize(width, height);
+    }
+    // The runtime stops at an empty view, and cannot allocate one that is too large.
+    rect = {0, 0, static_cast<int>(std::clamp(width, 1L, k_max_view_side)),
+            static_cast<int>(std::clamp(height, 1L, k_max_view_side))};
+}
+
+// A window that the page opened paints here too, since it shares the client; its frames are not the
+// display's.
+void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_element_type_t type,
+                                        const void* buffer, int width, int height) {
+    if (!is_alive() || is_popup(browser)) return;
+    const owner_use owner(*this);
+    if (owner) owner->BrowserPainted(buffer, width, height, type == PET_POPUP);
+}
+
+// --- life of the browser
+
+// A click on a link to a new window goes to the user's own browser. Windows that script opens by
+// itself are left to the runtime: off screen and unseen where the page is, and not without limit.
+bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string& target_url,
+                                              bool user_gesture, cef_window_info_t& window_info) {
+    if (user_gesture) {
+        open_in_system(target_url);
+        return true;
+    }
+    const owner_use owner(*this);
+    if (!owner || m_popups.size() >= k_max_popups) return true;
+    if (owner->m_windowless) window_info.windowless_rendering_enabled = 1;
+    return false;
+}
+
+void webdisplay_browser_client::popup_created(cef_browser_t* browser) {
+    m_popups.push_back(cef_ref<cef_browser_t>::shared(browser));
+    const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
+    const owner_use owner(*this);
+    if (!host) return;
+    if (!owner) return host->close_browser(host.get(), 1);
+    if (owner->m_windowless) host->was_hidden(host.get(), 1);
+}
+
+void webdisplay_browser_client::popup_closed(cef_browser_t* browser) {
+    std::erase_if(m_popups, [browser](const auto& other) {
+        return other->get_identifier(other.get()) == browser->get_identifier(browser);
+    });
+}
+
+void webdisplay_browser_client::close_popups() {
+    const auto popups = m_popups;
+    for (const auto& popup : popups) close_now(popup.get());
+}
+
+// The URL that the browser was created with still stands at the front of the queue; popping it here,
+// whether it must be loaded or not, is what takes it out.
+std::string webdisplay_browser_client::take_over_browser(cWebDisplayCEFBrowser& owner,
+                                                         cef_browser_t* browser,
+                                                         bool& load_pending) {
+    const zAutoCritical lock(owner.m_state_lock.get());
+    if (owner.m_cef_state && !owner.m_cef_state->browser) {
+        owner.m_cef_state->browser = cef_ref<cef_browser_t>::shared(browser);
+    }
+    load_pending = std::exchange(owner.m_load_pending, false);
+    return owner.PopNextURL();
+}
+
+void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
+    live_browsers::arrived(browser, is_popup(browser));
+    if (is_popup(browser)) return popup_created(browser);
+
+    bool load_pending = false;
+    std::string url;
+    {
+        const owner_use owner(*this);
+        // The display was closed while the browser was on its way.
+        if (!owner) return close_now(browser);
+        url = take_over_browser(*owner, browser, load_pending);
+    }
+    const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
+    const std::string current = frame ? utf8_of(frame->get_url(frame.get())) : std::string();
+    if (frame && load_pending && url != current && url != m_start_url) {
+        frame->load_url(frame.get(), cef_text(url).get());
+    }
+    const owner_use owner(*this);
+    if (!owner) return;
+    long width = 0;
+    long height = 0;
+    owner->GetSize(width, height);
+    owner->SetSize(width, height);
+    if (!owner->m_windowless) {
+        const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
+        if (host) native_window::mark_browser(host->get_window_handle(host.get()));
+    }
+}
+
+void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
+    live_browsers::gone(browser);
+    if (is_popup(browser)) return popup_closed(browser);
+    m_alive.CompareAndSet(1, 0);
+    close_popups();
+    // Without a reference of its own: the display may be waiting for this in its destructor.
+    const std::lock_guard<std::recursive_mutex> guard(m_owner_lock);
+    if (m_owner) m_owner->browser_destroyed();
+}
+
+// --- loads
+
+// The next URL is asked for through the page, so that the scripts of the page that has just finished
+// run first.
+void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, bool is_loading) {
+    if (is_loading || is_popup(browser)) return;
+    const owner_use owner(*this);
+    if (!owner || !owner->has_next_url()) return;
+    webdisplay_cef_state state;
+    owner->get_cef_state(state);
+    if (state.browser) execute_on_page(state.browser.get(), page_scripts::k_next_url);
+}
+
+void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame, int) {
+    if (!is_alive() || !frame->is_main(frame) || is_popup(browser)) return;
+    std::string css;
+    {
+        const owner_use owner(*this);
+        if (!owner) return;
+        css = owner->get_css_override();
+        owner->handle_page_loaded(utf8_of(frame->get_url(frame)).c_str());
+    }
+    inject_scripts(frame, css);
+}
+
+void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::string& css) {
+    if (!css.empty()) execute(frame, page_scripts::style_sheet(css));
+    if (!cWebDisplayBrowser::HaveRunFlashDetection()) {
+        cWebDisplayBrowser::SetHaveRunFlashDetection(true);
+        execute(frame, page_scripts::k_flash_probe);
+    }
+    std::string listeners(page_scripts::k_focus_listener);
+    listeners += page_scripts::k_blur_listener;
+    listeners += page_scripts::k_error_hook;
+    execute(frame, listeners);
+}
+
+void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*, int error_code,
+                                            const std::string& error_text,
+                                            const std::string& failed_url) {
+    if (error_code == k_load_aborted || is_popup(browser)) return;
+    const owner_use owner(*this);
+    if (owner) owner->handle_page_load_failed(failed_url.c_str(), error_text.c_str());
+}
+
+// --- requests and drags
+
+own_ref<CefResourceRequestHandler> webdisplay_browser_client::GetResourceRequestHandler(
+    cef_frame_t* frame) {
+    if (!is_alive() || !frame || !frame->is_main(frame)) return {};
+    return own_ref<CefResourceRequestHandler>(
+        new request_filter(own_ref<webdisplay_browser_client>::shared(this)));
+}
+
+bool webdisplay_browser_client::may_request(const std::string& url) {
+    if (!is_alive()) return true;
+    const owner_use owner(*this);
+    return owner ? owner->handle_page_request(url.c_str()) : true;
+}
+
+bool webdisplay_browser_client::OnDragEnter(cef_browser_t*) { return true; }
+
+// --- the bridge
+
+bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser,
+                                                         cef_process_message_t* message) {
+    if (utf8_of(message->get_name(message)) != "execute") return false;
+    const cef_ref<cef_list_value_t> arguments(message->get_argument_list(message));
+    std::string command;
+    std::string argument;
+    if (arguments) {
+        command = utf8_of(arguments->get_string(arguments.get(), 0));
+        argument = utf8_of(arguments->get_string(arguments.get(), 1));
+    }
+    dispatch(browser, command, argument);
+    return true;
+}
+
+void webdisplay_browser_client::dispatch(cef_browser_t* browser, const std::string& command,
+                                         const std::string& argument) {
+    if (command == "LoadNextUrl") {
+        const owner_use owner(*this);
+        if (owner) owner->LoadNextUrl();
+    } else if (command == "HasFlash") {
+        zTraceManager::Default()->TraceNote("Flash Plugin Detected: %s\n", argument.c_str());
+        cWebDisplayBrowser::Flash_SetAvailability(argument == "1");
+    } else if (command == "Focus") {
+        g_editable.exchange(argument == "1");
+    } else if (command.starts_with(page_scripts::k_result_command)) {
+        deliver_result(command, argument);
+    } else if (!command.starts_with(k_type_error)) {  // pages throw these all the time
+        run_page_command(browser, command, argument);
+    }
+}
+
+void webdisplay_browser_client::deliver_result(const std::string& command,
+                                               const std::string& result) {
+    zString prefix = text_of(command);
+    zString id;
+    prefix.SplitAtFirst(&id, ":");
+    const owner_use owner(*this);
+    if (owner) owner->received_javascript_exec_result(id, text_of(result));
+}
+
+void webdisplay_browser_client::run_page_command(cef_browser_t* browser,
+                                                 const std::string& command,
+                                                 const std::string& argument) {
+    zString result;
+    {
+        const owner_use owner(*this);
+        if (owner) owner->handle_javascript_callback(text_of(command), text_of(argument), result);
+    }
+    execute_on_page(browser, page_scripts::host_callback(command, result.View()));
+}
+
+}  // namespace pennywort

@@ -1,0 +1,91 @@
+// webdisplay_browser_client.h - what the runtime calls of one display, and the bridge to its page.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+#include "loam/atomic.h"
+#include "webdisplay.h"
+#include "webdisplay/cef/interfaces.h"
+
+namespace pennywort {
+
+// What a display has of the runtime. Copied out under the display's state lock, so that an operation
+// works on references of its own.
+struct webdisplay_cef_state {
+    cef_ref<cef_browser_t> browser;  // empty until the runtime has made it
+    own_ref<webdisplay_browser_client> client;
+};
+
+// Made by a display for its browser and handed to the runtime, which may hold it, and call it, longer
+// than the display lives: `detach` cuts the two apart, and from then on every callback is harmless.
+//
+// Locks: the owner lock is held over each use of the owner; the display's state lock comes inside it.
+class webdisplay_browser_client final : public CefClient,
+                                        public CefRenderHandler,
+                                        public CefLifeSpanHandler,
+                                        public CefLoadHandler,
+                                        public CefRequestHandler,
+                                        public CefDragHandler {
+public:
+    webdisplay_browser_client(cWebDisplayCEFBrowser* owner, std::string start_url);
+
+    // From now on the runtime's callbacks count.
+    void set_alive();
+    // Forgets the owner; waits for a callback in progress on another thread. Any thread.
+    void detach();
+    // Closes the windows that the page opened. UI thread.
+    void close_popups();
+    // Whether the owner lets the main frame fetch `url`. UI thread.
+    bool may_request(const std::string& url);
+
+    static bool focused_element_is_editable();
+
+    CefDragHandler* GetDragHandler() override { return this; }
+    CefLifeSpanHandler* GetLifeSpanHandler() override { return this; }
+    CefLoadHandler* GetLoadHandler() override { return this; }
+    CefRenderHandler* GetRenderHandler() override { return this; }
+    CefRequestHandler* GetRequestHandler() override { return this; }
+    bool OnProcessMessageReceived(cef_browser_t* browser, cef_process_message_t* message) override;
+
+    void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) override;
+    void OnPaint(cef_browser_t* browser, cef_paint_element_type_t type, const void* buffer,
+                 int width, int height) override;
+
+    bool OnBeforePopup(cef_browser_t* browser, const std::string& target_url, bool user_gesture,
+                       cef_window_info_t& window_info) override;
+    void OnAfterCreated(cef_browser_t* browser) override;
+    void OnBeforeClose(cef_browser_t* browser) override;
+
+    void OnLoadingStateChange(cef_browser_t* browser, bool is_loading) override;
+    void OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame, int http_status) override;
+    void OnLoadError(cef_browser_t* browser, cef_frame_t* frame, int error_code,
+                     const std::string& error_text, const std::string& failed_url) override;
+
+    own_ref<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) override;
+
+    bool OnDragEnter(cef_browser_t* browser) override;
+
+private:
+    class owner_use;
+
+    bool is_alive() const { return m_alive.Get() == 1; }
+    void popup_created(cef_browser_t* browser);
+    void popup_closed(cef_browser_t* browser);
+    std::string take_over_browser(cWebDisplayCEFBrowser& owner, cef_browser_t* browser,
+                                  bool& load_pending);
+    void inject_scripts(cef_frame_t* frame, const std::string& css);
+    void dispatch(cef_browser_t* browser, const std::string& command, const std::string& argument);
+    void deliver_result(const std::string& command, const std::string& result);
+    void run_page_command(cef_browser_t* browser, const std::string& command,
+                          const std::string& argument);
+
+    zAtomic m_alive;
+    cWebDisplayCEFBrowser* m_owner;
+    std::recursive_mutex m_owner_lock;
+    const std::string m_start_url;
+    std::vector<cef_ref<cef_browser_t>> m_popups;  // UI thread
+};
+
+}  // namespace pennywort

@@ -1,0 +1,48 @@
+// webdisplay_cef_app.cpp - see the header for the contract.
+#include "webdisplay/webdisplay_cef_app.h"
+
+#include <utility>
+
+#include "webdisplay/cef/runtime_system.h"
+#include "webdisplay/cef/text.h"
+
+namespace pennywort {
+
+namespace {
+
+void append(cef_command_line_t* line, const command_line_switch& added) {
+    const cef_text name(added.name);
+    if (added.value.empty()) return line->append_switch(line, name.get());
+    const cef_text value(added.value);
+    line->append_switch_with_value(line, name.get(), value.get());
+}
+
+const command_line_switch k_switches[] = {
+    {"ppapi-out-of-process", ""},
+    {"enable-system-flash", ""},
+    {"disk-cache-size", "25000000"},
+    {"autoplay-policy", "no-user-gesture-required"},
+};
+
+}  // namespace
+
+webdisplay_cef_app::webdisplay_cef_app(std::vector<command_line_switch> host_switches,
+                                       std::shared_ptr<main_thread_timer> on_request)
+    : m_host_switches(std::move(host_switches)), m_on_request(std::move(on_request)) {}
+
+void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string&,
+                                                       cef_command_line_t* command_line) {
+    for (const command_line_switch& added : k_switches) append(command_line, added);
+    for (const command_line_switch& added : m_host_switches) append(command_line, added);
+}
+
+// Without a handler the runtime would run a pump of its own; see uses_external_pump.
+CefBrowserProcessHandler* webdisplay_cef_app::GetBrowserProcessHandler() {
+    return m_on_request || uses_external_pump() ? this : nullptr;
+}
+
+void webdisplay_cef_app::OnScheduleMessagePumpWork(std::int64_t delay_ms) {
+    if (m_on_request) m_on_request->request(delay_ms);
+}
+
+}  // namespace pennywort

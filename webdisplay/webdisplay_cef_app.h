@@ -1,0 +1,37 @@
+// webdisplay_cef_app.h - the application object that the runtime is started with.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "webdisplay/cef/interfaces.h"
+#include "webdisplay/main_thread_timer.h"
+
+namespace pennywort {
+
+struct command_line_switch {
+    std::string name;
+    std::string value;  // empty: none
+};
+
+class webdisplay_cef_app final : public CefApp,
+                                 public CefRenderProcessHandler,
+                                 public CefBrowserProcessHandler {
+public:
+    // `on_request` gets the runtime's requests for work; null where the pump is not interested.
+    webdisplay_cef_app(std::vector<command_line_switch> host_switches,
+                       std::shared_ptr<main_thread_timer> on_request);
+
+    // Adds the switches that every page needs, then the host's.
+    void OnBeforeCommandLineProcessing(const std::string& process_type,
+                                       cef_command_line_t* command_line) override;
+    CefBrowserProcessHandler* GetBrowserProcessHandler() override;
+    void OnScheduleMessagePumpWork(std::int64_t delay_ms) override;
+
+private:
+    const std::vector<command_line_switch> m_host_switches;
+    const std::shared_ptr<main_thread_timer> m_on_request;
+};
+
+}  // namespace pennywort

@@ -1,0 +1,152 @@
+// webdisplay_manager.cpp - starts, drives and ends the browser runtime, and makes displays.
+#include <memory>
+#include <new>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "loam/thread.h"
+#include "loam/time.h"
+#include "loam/trace.h"
+#include "webdisplay.h"
+#include "webdisplay/cache_folder.h"
+#include "webdisplay/cef/runtime.h"
+#include "webdisplay/live_browsers.h"
+#include "webdisplay/message_pump.h"
+#include "webdisplay/runtime_settings.h"
+#include "webdisplay/webdisplay_cef_app.h"
+
+using namespace pennywort;  // the parts that the manager puts together
+
+namespace {
+
+constexpr std::int64_t k_longest_closing_us = 10'000'000;
+
+// What outlives a manager: settings made before one exists, and a runtime that was left running.
+struct process_state {
+    cWebDisplayCEFBrowserManager* manager = nullptr;
+    cWebDisplayPacing pacing = cWebDisplayPacing::Timer;
+    std::vector<command_line_switch> switches;
+    std::string failure;
+    std::unique_ptr<message_pump> kept_pump;  // of a manager that has gone without stopping it
+    std::optional<cache_folder> cache;
+};
+
+// Never destroyed: the runtime's threads may still be there when the process's statics go.
+process_state& process() {
+    static process_state& state = *new process_state;
+    return state;
+}
+
+std::shared_ptr<main_thread_timer> requests_of(const message_pump& pump) {
+    return process().pacing == cWebDisplayPacing::OnRequest ? pump.timer() : nullptr;
+}
+
+bool start_runtime(const message_pump& pump) {
+    std::string& failure = process().failure;
+    failure.clear();
+    const runtime_paths paths = runtime_paths::find();
+    failure = paths.problem();
+    if (!failure.empty() || !cef_load(cef_folders(program_folder()), failure)) return false;
+
+    process().cache.emplace(paths.cache);
+    runtime_settings settings(paths, process().cache->path(), process().cache->is_private());
+    const own_ref<webdisplay_cef_app> app(
+        new webdisplay_cef_app(process().switches, requests_of(pump)));
+    if (cef_start(settings.get(), app->counted_app(), failure)) return true;
+    process().cache.reset();
+    return false;
+}
+
+// The runtime must not end under a browser; one that a host forgot, or that is still closing, is
+// given the time that closing takes.
+void close_what_is_open() {
+    const std::int64_t end = zTime::MicroNow() + k_longest_closing_us;
+    while (live_browsers::count() > 0 && zTime::MicroNow() < end) {
+        live_browsers::close_all();
+        message_pump::work_once();
+        zThread::MicroSleep(1000);
+    }
+}
+
+}  // namespace
+
+cWebDisplayCEFBrowserManager::cWebDisplayCEFBrowserManager() = default;
+
+cWebDisplayCEFBrowserManager::~cWebDisplayCEFBrowserManager() {
+    Stop();
+    // Where the runtime goes on, or never started, the timer goes on ticking without a manager.
+    if (m_timer_loop) process().kept_pump = std::move(m_timer_loop);
+}
+
+bool cWebDisplayCEFBrowserManager::Startup(const char* arg) {
+    if (process().manager) return true;
+    process().manager = new cWebDisplayCEFBrowserManager;
+    return process().manager->Start(arg);
+}
+
+void cWebDisplayCEFBrowserManager::Shutdown() {
+    if (!process().manager) return;
+    if (message_pump::inside_work()) {
+        zTraceManager::Default()->TraceNote(
+            "cWebDisplayCEFBrowserManager::Shutdown: called from a callback of a display, ignored\n");
+        return;
+    }
+    process().manager->Stop();
+    delete std::exchange(process().manager, nullptr);
+}
+
+cWebDisplayCEFBrowserManager& cWebDisplayCEFBrowserManager::Default() { return *process().manager; }
+
+bool cWebDisplayCEFBrowserManager::IsInitialized() {
+    return process().manager && process().manager->Initialized();
+}
+
+bool cWebDisplayCEFBrowserManager::Initialized() const { return m_initialized; }
+
+bool cWebDisplayCEFBrowserManager::Start(const char* arg) {
+    if (m_initialized) return true;
+    m_start_flag = arg && *arg;
+    m_timer_loop = std::exchange(process().kept_pump, nullptr);
+    if (!m_timer_loop) m_timer_loop = std::make_unique<message_pump>();
+    m_initialized = cef_running() || start_runtime(*m_timer_loop);
+    if (process().pacing == cWebDisplayPacing::OnRequest) {
+        m_timer_loop->start_on_request();
+    } else {
+        m_timer_loop->start_by_timer();
+    }
+    return m_initialized;
+}
+
+// The flag stays set, so that Shutdown and the destructor both ask the runtime to end; it takes the
+// second request as nothing.
+void cWebDisplayCEFBrowserManager::Stop() {
+    if (!m_initialized || m_start_flag) return;
+    if (m_timer_loop) close_what_is_open();
+    m_timer_loop.reset();
+    cef_stop();
+    process().cache.reset();
+}
+
+cWebDisplayBrowser* cWebDisplayCEFBrowserManager::CreateBrowser(const zRecord& settings,
+                                                                double frameRate) {
+    try {
+        return new cWebDisplayCEFBrowser(settings, frameRate);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn(std::function<bool()> fn) {
+    cWebDisplayCEFBrowserManager* manager = process().manager;
+    if (manager && manager->m_timer_loop) manager->m_timer_loop->set_can_run(std::move(fn));
+}
+
+void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) { process().pacing = pacing; }
+
+void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const char* value) {
+    if (!name || !*name) return;
+    process().switches.push_back({name, value ? value : ""});
+}
+
+void cWebDisplayCEFBrowserManager::GetStartupFailure(zString& out) { out = process().failure; }

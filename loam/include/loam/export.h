@@ -10,3 +10,13 @@
 #else
 #define LOAM_API __attribute__((visibility("default")))
 #endif
+
+// Lets the compiler check the arguments of a printf-style operation. Parameters are counted from
+// 1, and a member function's object counts as one.
+#if defined(__MINGW_PRINTF_FORMAT)
+#define LOAM_PRINTF(format, first) __attribute__((format(__MINGW_PRINTF_FORMAT, format, first)))
+#elif defined(__GNUC__)
+#define LOAM_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#else
+#define LOAM_PRINTF(format, first)
+#endif

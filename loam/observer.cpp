@@ -1,0 +1,166 @@
+// loam/observer.cpp - see the header for the contract.
+#include "loam/observer.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "loam/message_loop.h"
+
+namespace loam {
+
+class observer : public std::enable_shared_from_this<observer> {
+public:
+    observer(std::int32_t code, zObserverHandler::function notify)
+        : m_code(code),
+          m_loop(zMessageLoop::Current()),
+          m_notify(std::move(notify)) {}
+
+    std::int32_t code() const { return m_code; }
+
+    void post(std::shared_ptr<const zRecord> payload, std::uint64_t data) {
+        // A loop whose thread has ended refuses, and there is nobody left to tell.
+        m_loop->Post([self = shared_from_this(), payload = std::move(payload), data] {
+            self->deliver(*payload, data);
+        });
+    }
+
+    void retire() {
+        std::unique_lock lock(m_mutex);
+        m_retired = true;
+        if (m_caller != std::this_thread::get_id()) {
+            m_call_ended.wait(lock, [this] { return m_calls == 0; });
+        }
+        drop_function(lock);
+    }
+
+private:
+    // On the observer's thread, out of its loop; nested when the function runs a loop itself.
+    void deliver(const zRecord& payload, std::uint64_t data) {
+        if (!begin_call()) return;
+        const call_end end(*this);
+        m_notify(payload, data);
+    }
+
+    struct call_end {
+        explicit call_end(observer& who) : called(who) {}
+        call_end(const call_end&) = delete;
+        call_end& operator=(const call_end&) = delete;
+        ~call_end() { called.end_call(); }
+        observer& called;
+    };
+
+    bool begin_call() {
+        const std::lock_guard lock(m_mutex);
+        if (m_retired || !m_notify) return false;
+        ++m_calls;
+        m_caller = std::this_thread::get_id();
+        return true;
+    }
+
+    void end_call() {
+        std::unique_lock lock(m_mutex);
+        if (--m_calls != 0) return;
+        m_caller = {};
+        m_call_ended.notify_all();
+        if (m_retired) drop_function(lock);
+    }
+
+    // Whoever comes last of the handler's end and the last call: what the function holds is free
+    // when the handler is gone, and not only when the last post has been thrown away.
+    void drop_function(std::unique_lock<std::mutex>& lock) {
+        if (m_calls != 0) return;
+        const zObserverHandler::function doomed = std::exchange(m_notify, nullptr);
+        lock.unlock();
+    }
+
+    const std::int32_t m_code;
+    const std::shared_ptr<zMessageLoop> m_loop;
+    std::mutex m_mutex;
+    std::condition_variable m_call_ended;
+    zObserverHandler::function m_notify;
+    int m_calls = 0;
+    std::thread::id m_caller;  // of the calls under way, which nest on one thread
+    bool m_retired = false;
+};
+
+namespace {
+
+class observer_registry {
+public:
+    void add(std::shared_ptr<observer> one) {
+        const std::lock_guard lock(m_mutex);
+        m_observers[one->code()].push_back(std::move(one));
+    }
+
+    void remove(const std::shared_ptr<observer>& one) {
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_observers.find(one->code());
+        std::erase(found->second, one);
+        if (found->second.empty()) m_observers.erase(found);
+    }
+
+    std::vector<std::shared_ptr<observer>> of(std::int32_t code) {
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_observers.find(code);
+        if (found == m_observers.end()) return {};
+        return found->second;
+    }
+
+    std::int32_t new_code() {
+        const std::lock_guard lock(m_mutex);
+        do {
+            m_last_code = m_last_code == k_last_code ? k_first_code : m_last_code + 1;
+        } while (m_observers.contains(m_last_code));
+        return m_last_code;
+    }
+
+private:
+    // Above the numbers that people pick by hand, below the four-character codes.
+    static constexpr std::int32_t k_first_code = 0x10000000;
+    static constexpr std::int32_t k_last_code = 0x1FFFFFFF;
+
+    std::mutex m_mutex;
+    std::unordered_map<std::int32_t, std::vector<std::shared_ptr<observer>>> m_observers;
+    std::int32_t m_last_code = k_first_code;
+};
+
+// Never destroyed: static objects may observe.
+observer_registry& registry() {
+    static auto* the_registry = new observer_registry;
+    return *the_registry;
+}
+
+}  // namespace
+}  // namespace loam
+
+zObserverHandler::zObserverHandler(std::int32_t code, function notify)
+    : m_observer(std::make_shared<loam::observer>(code, std::move(notify))) {
+    loam::registry().add(m_observer);
+}
+
+zObserverHandler::~zObserverHandler() {
+    loam::registry().remove(m_observer);
+    m_observer->retire();
+}
+
+zStatus zObserverHandler::PostNotification(std::int32_t code, zRecord* payload,
+                                           std::uint64_t data) {
+    std::unique_ptr<zRecord> owned(payload);
+    try {
+        const auto observers = loam::registry().of(code);
+        if (observers.empty()) return 0;
+        if (owned == nullptr) owned = std::make_unique<zRecord>();
+        const std::shared_ptr<const zRecord> shared(std::move(owned));
+        for (const auto& one : observers) one->post(shared, data);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+    return 0;
+}
+
+std::int32_t zObserverHandler::NewCode() { return loam::registry().new_code(); }

@@ -1,0 +1,84 @@
+// loam/record_state.h - what is inside a zRecord: its variables in order, and their index.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <variant>
+#include <vector>
+
+class zRecord;
+
+namespace loam {
+
+struct record_bytes {
+    std::string bytes;
+};
+
+struct record_value {
+    std::variant<std::string, record_bytes, std::int32_t, std::int64_t, bool, double> held;
+};
+
+// The name of a variable; for one with an identifier a NUL and the identifier's 8 bytes. A name
+// comes from a NUL-terminated text, so the two cannot meet, and such a key reads as "".
+struct record_key {
+    explicit record_key(const char* name) : text(name) {}
+    explicit record_key(std::uint64_t id);
+
+    std::string_view view() const { return {text.data(), text.size()}; }
+    // 0 for a name.
+    static std::uint64_t id_of(std::string_view key);
+
+    std::string text;
+};
+
+struct record_variable {
+    std::string key;
+    record_value value;
+};
+
+class record_variables {
+public:
+    const record_value* find(std::string_view key) const;
+    void set(std::string_view key, record_value value);
+    void remove(std::string_view key);
+    void clear();
+    std::size_t size() const { return m_variables.size(); }
+    const record_variable* at(std::size_t index) const;
+
+private:
+    static constexpr std::size_t k_none = static_cast<std::size_t>(-1);
+
+    struct key_hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view key) const {
+            return std::hash<std::string_view>()(key);
+        }
+    };
+
+    std::size_t position(std::string_view key) const;
+    void rebuild_index();
+
+    std::vector<record_variable> m_variables;
+    // Empty up to a dozen variables: a look through so few costs less than a hash.
+    std::unordered_map<std::string, std::size_t, key_hash, std::equal_to<>> m_index;
+};
+
+struct record_state {
+    record_variables variables;
+    std::vector<zRecord*> children;
+    zRecord* parent = nullptr;
+};
+
+// The conversions that zRecord's getters promise; nothing where there is none.
+std::optional<std::int64_t> as_integer(const record_value& value);
+std::optional<double> as_double(const record_value& value);
+std::optional<bool> as_bool(const record_value& value);
+// A number or bool as text; nothing for a text, which needs no conversion, and for bytes.
+std::optional<std::string> number_as_text(const record_value& value);
+
+}  // namespace loam

@@ -31,15 +31,9 @@ struct boot_registry {
     // Guards what follows, and is never held while a routine runs: one may load a library, on any
     // thread, whose module registers itself.
     std::mutex mutex;
-<<<<<<< HEAD
-    std::vector<module_entry> modules;    // in the order of registration
-    std::vector<const zBoot*> started;    // in the order in which their starts ended
-    std::set<std::int32_t> bare_booted;   // tags brought up by a boot routine alone
-=======
     std::vector<module_entry> modules;   // in the order of registration
     std::vector<const zBoot*> started;   // in the order in which their starts ended
     std::set<std::int32_t> bare_booted;  // tags brought up by a boot routine alone
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
 
     // The first one that is stopped and has not failed.
     std::optional<module_entry> next_stopped(const std::set<const zBoot*>& failed);

@@ -14,13 +14,8 @@ namespace loam {
 enum class file_mode { read, create, append, read_write };
 enum class file_origin { start, here, end };
 
-<<<<<<< HEAD
-// Closed by its destructor; not inherited by child processes. Nothing is traced here: the trace file
-// is one of these too. A failure leaves the system's own code in `error` or error().
-=======
 // Closed by its destructor; not inherited by child processes. Nothing is traced here: the trace
 // file is one of these too. A failure leaves the system's own code in `error` or error().
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
 class native_file {
 public:
     // `path` is UTF-8. Null on failure.

@@ -16,13 +16,7 @@ namespace loam {
 class observer : public std::enable_shared_from_this<observer> {
 public:
     observer(std::int32_t code, zObserverHandler::function notify)
-<<<<<<< HEAD
-        : m_code(code),
-          m_loop(zMessageLoop::Current()),
-          m_notify(std::move(notify)) {}
-=======
         : m_code(code), m_loop(zMessageLoop::Current()), m_notify(std::move(notify)) {}
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
 
     std::int32_t code() const { return m_code; }
 

@@ -11,12 +11,8 @@ namespace loam {
 class posted_work {
 public:
     // `wake` makes the loop's thread call run_some() soon, `rest` says that nothing waits any more.
-<<<<<<< HEAD
-    // Both are called under the queue's lock, so that they alternate as the queue fills and empties.
-=======
     // Both are called under the queue's lock, so that they alternate as the queue fills and
     // empties.
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
     posted_work(std::function<void()> wake, std::function<void()> rest);
 
     // False, and `work` is destroyed, when the queue is closed.

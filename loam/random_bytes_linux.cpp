@@ -9,12 +9,7 @@ namespace loam {
 
 bool fill_random(std::span<unsigned char> out) {
     while (!out.empty()) {
-<<<<<<< HEAD
-        const auto got =
-            unless_interrupted([&] { return ::getrandom(out.data(), out.size(), 0); });
-=======
         const auto got = unless_interrupted([&] { return ::getrandom(out.data(), out.size(), 0); });
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
         if (got <= 0) return false;
         out = out.subspan(static_cast<std::size_t>(got));
     }

@@ -19,12 +19,7 @@ using loam::record_value;
 namespace {
 
 template <typename converted, typename conversion>
-<<<<<<< HEAD
-std::optional<converted> read(const record_state& state, std::string_view key,
-                              conversion convert) {
-=======
 std::optional<converted> read(const record_state& state, std::string_view key, conversion convert) {
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
     const record_value* value = state.variables.find(key);
     if (value == nullptr) return std::nullopt;
     return convert(*value);

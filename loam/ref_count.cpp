@@ -3,13 +3,9 @@
 
 zRefCount::~zRefCount() = default;
 
-<<<<<<< HEAD
-std::int32_t zRefCount::AddRef() { return m_references.fetch_add(1, std::memory_order_relaxed) + 1; }
-=======
 std::int32_t zRefCount::AddRef() {
     return m_references.fetch_add(1, std::memory_order_relaxed) + 1;
 }
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
 
 std::int32_t zRefCount::Release() {
     // What each thread did with the object before its Release() happens before the destructor.

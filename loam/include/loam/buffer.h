@@ -1,9 +1,5 @@
-<<<<<<< HEAD
-// loam/buffer.h - zBuffer, an owned, growable run of bytes, and zBufferStream, which writes into it.
-=======
 // loam/buffer.h - zBuffer, an owned, growable run of bytes, and zBufferStream, which writes into
 // it.
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
 //
 // Threads: not locked; any number of threads may read one buffer that nobody changes.
 #pragma once

@@ -14,17 +14,9 @@
 // Lets the compiler check the arguments of a printf-style operation. Parameters are counted from
 // 1, and a member function's object counts as one.
 #if defined(__MINGW_PRINTF_FORMAT)
-<<<<<<< HEAD
-#define LOAM_PRINTF(format, first) __attribute__((format(__MINGW_PRINTF_FORMAT, format, first)))
-#elif defined(__GNUC__)
-#define LOAM_PRINTF(format, first) __attribute__((format(printf, format, first)))
-#else
-#define LOAM_PRINTF(format, first)
-=======
 #define LOAM_PRINTF(text, first) __attribute__((format(__MINGW_PRINTF_FORMAT, text, first)))
 #elif defined(__GNUC__)
 #define LOAM_PRINTF(text, first) __attribute__((format(printf, text, first)))
 #else
 #define LOAM_PRINTF(text, first)
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
 #endif

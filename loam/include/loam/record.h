@@ -35,12 +35,8 @@ public:
     static constexpr std::int32_t k_at_end = 0x7fffffff;
 
     zRecord();
-<<<<<<< HEAD
-    // The copy of a tree has the same variables and children; all of its records are plain zRecords.
-=======
     // The copy of a tree has the same variables and children; all of its records are plain
     // zRecords.
->>>>>>> 5610835 (Foundation library: every class but sockets and XML)
     zRecord(const zRecord& other);
     zRecord& operator=(const zRecord& other);
     // Deletes the children. A record that is deleted while it has a parent leaves it first.

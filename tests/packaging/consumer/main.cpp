@@ -1,4 +1,4 @@
-// main.cpp - a host as small as it gets: it makes a display from settings, reads its size and drops it.
+// main.cpp - a host as small as it gets: makes a display from settings, reads its size, drops it.
 #include <loam/boot.h>
 #include <loam/record.h>
 #include <webdisplay.h>

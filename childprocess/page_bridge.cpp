@@ -73,8 +73,8 @@ void child_app::OnContextCreated(cef_browser_t*, cef_frame_t*, cef_v8_context_t*
     const value_ref window(context->get_global(context));
     value_ref host_app(cef().cef_v8_value_create_object(nullptr, nullptr));
     const own_ref<execute_function> handler(new execute_function);
-    value_ref execute(cef().cef_v8_value_create_function(cef_text("execute").get(),
-                                                         handler->counted_handler()));
+    value_ref execute(
+        cef().cef_v8_value_create_function(cef_text("execute").get(), handler->counted_handler()));
     if (!window || !host_app || !execute) return;
     set_member(host_app, "execute", std::move(execute), V8_PROPERTY_ATTRIBUTE_READONLY);
     set_member(window, "hostApp", std::move(host_app), V8_PROPERTY_ATTRIBUTE_NONE);

@@ -2,8 +2,8 @@
 // host, and scripts of the page and the host can call each other.
 //
 // Threads: cWebDisplayCEFBrowserManager::Startup fixes the display thread, which must run a message
-// loop (zMessageLoop::Run, or any loop that iterates the same GLib context; a window message loop on
-// Windows). Everything the page reports (frames, loads, script results) arrives on that thread.
+// loop (zMessageLoop::Run, or any loop that iterates the same GLib context; a window message loop
+// on Windows). Everything the page reports (frames, loads, script results) arrives on that thread.
 // Operations of a display may be called from any thread unless they say otherwise.
 //
 // Receivers are not owned. Setting another one, or null, waits for a call in progress on another
@@ -44,10 +44,10 @@ public:
     // The size in pixels that this renderer works at.
     virtual void GetSize(long& width, long& height) const = 0;
 
-    // One whole frame: width x height pixels of 4 bytes, in the order blue, green, red, alpha, colour
-    // premultiplied by alpha; rows from top to bottom without padding. `pixels` is valid during the
-    // call only. `isPopup` tells the frame of a pop-up widget (an open select list) from the page's
-    // own. Called on the display thread; it must not wait for anything.
+    // One whole frame: width x height pixels of 4 bytes, in the order blue, green, red, alpha,
+    // colour premultiplied by alpha; rows from top to bottom without padding. `pixels` is valid
+    // during the call only. `isPopup` tells the frame of a pop-up widget (an open select list) from
+    // the page's own. Called on the display thread; it must not wait for anything.
     virtual void BrowserPainted(const void* pixels, long width, long height, bool isPopup) = 0;
 };
 
@@ -74,8 +74,8 @@ public:
     cBrowserJavascriptCallbackHandler() = default;
     virtual ~cBrowserJavascriptCallbackHandler();
 
-    // What is put into `result` goes back to the page as hostAppCallback(name, result). Neither text
-    // is escaped on the way: one with a quote in it breaks that call in the page.
+    // What is put into `result` goes back to the page as hostAppCallback(name, result). Neither
+    // text is escaped on the way: one with a quote in it breaks that call in the page.
     virtual void JavascriptCallback(const zString& name, const zString& argument, zString& result);
 };
 
@@ -107,7 +107,8 @@ public:
     // Whether both records ask for the same URL, style sheet and transparency, whatever the size.
     static bool IsWebDisplaySettingsEqual(const zRecord& a, const zRecord& b);
 
-    // Starts showing the first URL of the queue. Does not wait for it. False when the engine cannot.
+    // Starts showing the first URL of the queue. Does not wait for it. False when the engine
+    // cannot.
     virtual bool Open() = 0;
     // Ends the page. Waits for the engine, at most 10 s. Harmless in every state.
     virtual void Close() = 0;
@@ -128,7 +129,8 @@ public:
     virtual long ExecuteJavascript(const zString& script, unsigned long timeoutMs,
                                    std::function<void(std::string)> onResult) = 0;
     // Same, the result being posted to the observers of `observerId` (zObserverHandler) as a record
-    // with the integer 'what' and the text "script_result". With `observerId` 0 no result is awaited.
+    // with the integer 'what' and the text "script_result". With `observerId` 0 no result is
+    // awaited.
     virtual long ExecuteJavascript(const zString& script, unsigned long what, long observerId,
                                    unsigned long timeoutMs);
     // Inert: -1, and the function is dropped without being called.
@@ -139,9 +141,9 @@ public:
     // A hidden display paints nothing.
     virtual void SetVisibility(bool visible) = 0;
 
-    // One tick of a display that was opened with "web_host_clock": the page's animations advance and,
-    // if anything changed, one picture goes to the renderer. Does not wait for it. False when the
-    // display has no page yet or does not run on its host's clock.
+    // One tick of a display that was opened with "web_host_clock": the page's animations advance
+    // and, if anything changed, one picture goes to the renderer. Does not wait for it. False when
+    // the display has no page yet or does not run on its host's clock.
     virtual bool NextFrame();
 
     // Receivers; null removes. See the head of this file for when the old one may be destroyed.
@@ -159,9 +161,9 @@ public:
     // Hands a frame to the video renderer, or drops it if there is none.
     void BrowserPainted(const void* pixels, long width, long height, bool isPopup) override;
 
-    // Availability of the Flash plug-in, for the whole process. A host that asked to be informed gets
-    // one notification (a record with the integer 'what', to the observers of `observerId`) and one
-    // call of the function with false, once detection has run and found none.
+    // Availability of the Flash plug-in, for the whole process. A host that asked to be informed
+    // gets one notification (a record with the integer 'what', to the observers of `observerId`)
+    // and one call of the function with false, once detection has run and found none.
     static bool HaveRunFlashDetection();
     static void SetHaveRunFlashDetection(bool run);
     static void Flash_SetAvailability(bool available);
@@ -288,17 +290,18 @@ public:
     cWebDisplayCEFBrowserManager(const cWebDisplayCEFBrowserManager&) = delete;
     cWebDisplayCEFBrowserManager& operator=(const cWebDisplayCEFBrowserManager&) = delete;
 
-    // Starts the runtime. False when it cannot be had: every other operation then stays harmless, and
-    // GetStartupFailure says why. True at once when the manager exists, whatever became of its start.
-    // With a non-empty `arg` Shutdown leaves the runtime running. A runtime that has been shut down
-    // cannot be started again in the same process.
+    // Starts the runtime. False when it cannot be had: every other operation then stays harmless,
+    // and GetStartupFailure says why. True at once when the manager exists, whatever became of its
+    // start. With a non-empty `arg` Shutdown leaves the runtime running. A runtime that has been
+    // shut down cannot be started again in the same process.
     static bool Startup(const char* arg);
     // Closes what is still open, waiting at most 10 s, and ends the runtime.
     static void Shutdown();
     // Valid between Startup and Shutdown only.
     static cWebDisplayCEFBrowserManager& Default();
     static bool IsInitialized();
-    // A display, owned by the caller (Release); null when memory is out. It can be made before Startup.
+    // A display, owned by the caller (Release); null when memory is out. It can be made before
+    // Startup.
     static cWebDisplayBrowser* CreateBrowser(const zRecord& settings, double frameRate);
     // While `fn` answers false the runtime's work is held off. Called on the display thread before
     // each piece of work. Lost at Shutdown; dropped when there is no manager. Empty: no gate.
@@ -306,8 +309,8 @@ public:
 
     // Before Startup only; later calls change nothing until the next process.
     static void SetPacing(cWebDisplayPacing pacing);
-    // Adds a command line switch (without dashes) for the runtime's processes; an empty or null value
-    // makes a plain switch. Before Startup only.
+    // Adds a command line switch (without dashes) for the runtime's processes; an empty or null
+    // value makes a plain switch. Before Startup only.
     static void AddCommandLineSwitch(const char* name, const char* value);
     // Why the last Startup was false, in one sentence that names the remedy; empty if it was not.
     static void GetStartupFailure(zString& out);

@@ -17,7 +17,8 @@ cache_folder::cache_folder(const std::string& preferred) {
     use_private_folder();
     if (preferred.empty() || m_path.empty()) return;
     zTraceManager::Default()->TraceNote(
-        "cWebDisplayCEFBrowserManager: the cache folder %s is in use, this host keeps its data in %s "
+        "cWebDisplayCEFBrowserManager: the cache folder %s is in use, this host keeps its data in "
+        "%s "
         "until it ends\n",
         preferred.c_str(), m_path.c_str());
 }

@@ -9,8 +9,8 @@
 namespace pennywort {
 
 // The runtime refuses a folder that another process is using, while two hosts on one machine are
-// everyday life. So the first host gets the user's folder, and any further one a private folder that
-// is removed with this object.
+// everyday life. So the first host gets the user's folder, and any further one a private folder
+// that is removed with this object.
 class cache_folder {
 public:
     // Claims `preferred`, which exists, or makes a private folder if it is in use; empty stands for

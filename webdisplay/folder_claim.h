@@ -9,8 +9,8 @@ namespace pennywort {
 
 class folder_claim {
 public:
-    // Claims an existing folder until the object goes or the process ends, however it ends. Null when
-    // another process has claimed it, or a browser runtime is using it.
+    // Claims an existing folder until the object goes or the process ends, however it ends. Null
+    // when another process has claimed it, or a browser runtime is using it.
     static std::unique_ptr<folder_claim> make(const std::string& folder);
     virtual ~folder_claim() = default;
 };

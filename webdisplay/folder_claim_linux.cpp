@@ -61,7 +61,8 @@ std::unique_ptr<folder_claim> folder_claim::make(const std::string& folder) {
 
 std::string make_private_folder(const std::string& name) {
     const char* temporary = std::getenv("TMPDIR");
-    std::string path = child(temporary && *temporary ? temporary : "/tmp", (name + "-XXXXXX").c_str());
+    std::string path =
+        child(temporary && *temporary ? temporary : "/tmp", (name + "-XXXXXX").c_str());
     return mkdtemp(path.data()) ? path : std::string();
 }
 

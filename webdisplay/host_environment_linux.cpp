@@ -82,7 +82,7 @@ std::string program_folder() {
 const char* child_process_name() noexcept { return "CEFChildProcess"; }
 
 bool is_runnable(const std::string& path) {
-    struct stat status{};
+    struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
            access(path.c_str(), X_OK) == 0;
 }
@@ -115,8 +115,7 @@ void open_in_system(const std::string& url) {
     std::string argument = url;
     char* arguments[] = {program.data(), argument.data(), nullptr};
     pid_t child = 0;
-    const int error =
-        posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ);
+    const int error = posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ);
     if (error == 0) return reap(child);
     zTraceManager::Default()->TraceNote("open_in_system: posix_spawnp xdg-open - failed (%s)\n",
                                         std::strerror(error));

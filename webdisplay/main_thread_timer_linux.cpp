@@ -2,7 +2,8 @@
 // main_thread_timer_win.cpp.
 //
 // A timerfd inside a GLib source, and not GLib's own timeout: it can be set from any thread without
-// waking the loop for nothing, it keeps a period without drift, and it is not rounded to milliseconds.
+// waking the loop for nothing, it keeps a period without drift, and it is not rounded to
+// milliseconds.
 #include "webdisplay/main_thread_timer.h"
 
 #include <glib.h>
@@ -124,8 +125,8 @@ private:
         std::uint64_t expirations = 0;
         while (::read(m_descriptor, &expirations, sizeof expirations) < 0 && errno == EINTR) {
         }
-        // Forgotten after the timer was read and before the work starts: a request made in between is
-        // served by this tick, and one made during the work arms the timer anew.
+        // Forgotten after the timer was read and before the work starts: a request made in between
+        // is served by this tick, and one made during the work arms the timer anew.
         m_due_ns.store(k_nobody_asked);
         m_tick();
         // The tick may have stopped this timer.

@@ -16,8 +16,8 @@ constexpr int k_period_ms = 15;
 // The runtime may have work without asking for it again, so it is never left alone for longer.
 constexpr int k_idle_ms = 30;
 
-// The runtime dispatches messages of the loop inside its own work, and a tick that arrives then must
-// not enter it again.
+// The runtime dispatches messages of the loop inside its own work, and a tick that arrives then
+// must not enter it again.
 std::atomic<std::int64_t> g_depth{0};
 thread_local bool t_inside_work = false;
 
@@ -38,7 +38,8 @@ void message_pump::start_on_request() {
 }
 
 void message_pump::set_can_run(std::function<bool()> can_run) {
-    m_can_run = can_run ? std::make_shared<const std::function<bool()>>(std::move(can_run)) : nullptr;
+    m_can_run =
+        can_run ? std::make_shared<const std::function<bool()>>(std::move(can_run)) : nullptr;
 }
 
 void message_pump::tick() {

@@ -1,8 +1,8 @@
 // native_window_linux.cpp - Linux half of native_window.h, over X11. Windows half:
 // native_window_win.cpp.
 //
-// XCB and not Xlib: a window that has just gone is an answer there, while Xlib ends the process. The
-// library is opened at run time, since most hosts on Linux never show a page in a window.
+// XCB and not Xlib: a window that has just gone is an answer there, while Xlib ends the process.
+// The library is opened at run time, since most hosts on Linux never show a page in a window.
 #include "webdisplay/native_window.h"
 
 #include <xcb/xcb.h>
@@ -19,19 +19,19 @@ namespace pennywort::native_window {
 
 namespace {
 
-#define PENNYWORT_XCB_FUNCTIONS(X) \
-    X(xcb_connect)                 \
-    X(xcb_connection_has_error)    \
-    X(xcb_flush)                   \
-    X(xcb_configure_window)        \
-    X(xcb_change_property)         \
-    X(xcb_get_property)            \
-    X(xcb_get_property_reply)      \
-    X(xcb_get_property_value)      \
+#define PENNYWORT_XCB_FUNCTIONS(X)   \
+    X(xcb_connect)                   \
+    X(xcb_connection_has_error)      \
+    X(xcb_flush)                     \
+    X(xcb_configure_window)          \
+    X(xcb_change_property)           \
+    X(xcb_get_property)              \
+    X(xcb_get_property_reply)        \
+    X(xcb_get_property_value)        \
     X(xcb_get_property_value_length) \
-    X(xcb_get_geometry)            \
-    X(xcb_get_geometry_reply)      \
-    X(xcb_query_tree)              \
+    X(xcb_get_geometry)              \
+    X(xcb_get_geometry_reply)        \
+    X(xcb_query_tree)                \
     X(xcb_query_tree_reply)
 
 constexpr std::string_view k_browser_class = "CefBrowserWindow";
@@ -53,7 +53,7 @@ struct x_server {
     bool load() {
         std::unique_ptr<zLibrary> library(zLibrary::Factory());
         if (!library || library->Load("libxcb.so.1") != 0) return false;
-#define PENNYWORT_XCB_BIND(name)                                            \
+#define PENNYWORT_XCB_BIND(name)                                        \
     name = reinterpret_cast<decltype(&::name)>(library->Symbol(#name)); \
     if (!name) return false;
         PENNYWORT_XCB_FUNCTIONS(PENNYWORT_XCB_BIND)
@@ -65,8 +65,8 @@ struct x_server {
     bool usable() const { return connection && xcb_connection_has_error(connection) == 0; }
 };
 
-// One connection for the process, made when a window is first asked about. It is never closed: it may
-// be in use on another thread while the process ends.
+// One connection for the process, made when a window is first asked about. It is never closed: it
+// may be in use on another thread while the process ends.
 x_server& server() {
     static x_server* the_server = [] {
         auto* made = new x_server;
@@ -136,9 +136,8 @@ void validate(HWND) {}  // X repaints nothing on its own
 std::string class_name(HWND window) {
     x_server& x = server();
     if (!x.usable() || !window) return {};
-    const auto cookie =
-        x.xcb_get_property(x.connection, 0, id_of(window), XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0,
-                           k_longest_class);
+    const auto cookie = x.xcb_get_property(x.connection, 0, id_of(window), XCB_ATOM_WM_CLASS,
+                                           XCB_ATOM_STRING, 0, k_longest_class);
     xcb_generic_error_t* error = nullptr;
     const reply<xcb_get_property_reply_t> answer(
         x.xcb_get_property_reply(x.connection, cookie, &error));
@@ -155,7 +154,8 @@ HWND parent(HWND window) {
     if (!x.usable() || !window) return nullptr;
     const auto cookie = x.xcb_query_tree(x.connection, id_of(window));
     xcb_generic_error_t* error = nullptr;
-    const reply<xcb_query_tree_reply_t> answer(x.xcb_query_tree_reply(x.connection, cookie, &error));
+    const reply<xcb_query_tree_reply_t> answer(
+        x.xcb_query_tree_reply(x.connection, cookie, &error));
     std::free(error);
     return answer ? reinterpret_cast<HWND>(static_cast<std::uintptr_t>(answer->parent)) : nullptr;
 }

@@ -24,10 +24,11 @@ std::string base64(std::string_view bytes) {
 }  // namespace
 
 std::string style_sheet(std::string_view css) {
-    return joined({"var link = document.createElement('link');link.setAttribute('rel', 'stylesheet');"
-                   "link.setAttribute('type', 'text/css');link.setAttribute('href', '",
-                   "data:text/css;charset=utf-8;base64,", base64(css),
-                   "');document.getElementsByTagName('head')[0].appendChild(link);"});
+    return joined(
+        {"var link = document.createElement('link');link.setAttribute('rel', 'stylesheet');"
+         "link.setAttribute('type', 'text/css');link.setAttribute('href', '",
+         "data:text/css;charset=utf-8;base64,", base64(css),
+         "');document.getElementsByTagName('head')[0].appendChild(link);"});
 }
 
 std::string host_callback(std::string_view command, std::string_view result) {

@@ -1,4 +1,5 @@
-// page_scripts.h - the scripts that the bridge runs in pages. Host pages rely on every byte of them.
+// page_scripts.h - the scripts that the bridge runs in pages. Host pages rely on every byte of
+// them.
 #pragma once
 
 #include <string>
@@ -23,7 +24,8 @@ inline constexpr std::string_view k_focus_listener =
     "window.hostApp.execute('Focus', editable);}, true);";
 
 inline constexpr std::string_view k_blur_listener =
-    "document.addEventListener('blur', function() { window.hostApp.execute('Focus', '0'); }, true);";
+    "document.addEventListener('blur', function() { window.hostApp.execute('Focus', '0'); }, "
+    "true);";
 
 inline constexpr std::string_view k_error_hook =
     "window.onerror = function(msg,url, line) { window.hostApp.execute(msg, url); };";
@@ -31,8 +33,7 @@ inline constexpr std::string_view k_error_hook =
 inline constexpr std::string_view k_next_url = "window.hostApp.execute('LoadNextUrl', '0');";
 
 static_assert(k_flash_probe.size() == 349 && k_focus_listener.size() == 535 &&
-              k_blur_listener.size() == 94 && k_error_hook.size() == 79 &&
-              k_next_url.size() == 43);
+              k_blur_listener.size() == 94 && k_error_hook.size() == 79 && k_next_url.size() == 43);
 
 // Puts a style sheet into the page, as a data URL so that its text needs no quoting.
 std::string style_sheet(std::string_view css);

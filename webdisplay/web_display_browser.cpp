@@ -190,9 +190,9 @@ void cWebDisplayBrowser::BrowserPainted(const void* pixels, long width, long hei
     if (m_video_renderer) m_video_renderer->BrowserPainted(pixels, width, height, isPopup);
 }
 
-// The engine drops a tick silently while the page is busy with the one before, and says nothing of a
-// tick at which nothing changed. So a tick without a picture counts as missed when the pictures before
-// and after it are close; a longer gap is a page at rest.
+// The engine drops a tick silently while the page is busy with the one before, and says nothing of
+// a tick at which nothing changed. So a tick without a picture counts as missed when the pictures
+// before and after it are close; a longer gap is a page at rest.
 void cWebDisplayBrowser::count_picture() {
     m_painted.fetch_add(1, std::memory_order_relaxed);
     const std::uint32_t ticks = m_ticks_unanswered.exchange(0, std::memory_order_relaxed);

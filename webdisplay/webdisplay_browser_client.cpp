@@ -164,8 +164,8 @@ void webdisplay_browser_client::close_popups() {
     for (const auto& popup : popups) close_now(popup.get());
 }
 
-// The URL that the browser was created with still stands at the front of the queue; popping it here,
-// whether it must be loaded or not, is what takes it out.
+// The URL that the browser was created with still stands at the front of the queue; popping it
+// here, whether it must be loaded or not, is what takes it out.
 std::string webdisplay_browser_client::take_over_browser(cWebDisplayCEFBrowser& owner,
                                                          cef_browser_t* browser,
                                                          bool& load_pending) {
@@ -218,8 +218,8 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
 
 // --- loads
 
-// The next URL is asked for through the page, so that the scripts of the page that has just finished
-// run first.
+// The next URL is asked for through the page, so that the scripts of the page that has just
+// finished run first.
 void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, bool is_loading) {
     if (is_loading || is_popup(browser)) return;
     const owner_use owner(*this);
@@ -320,8 +320,7 @@ void webdisplay_browser_client::deliver_result(const std::string& command,
     if (owner) owner->received_javascript_exec_result(id, text_of(result));
 }
 
-void webdisplay_browser_client::run_page_command(cef_browser_t* browser,
-                                                 const std::string& command,
+void webdisplay_browser_client::run_page_command(cef_browser_t* browser, const std::string& command,
                                                  const std::string& argument) {
     zString result;
     {

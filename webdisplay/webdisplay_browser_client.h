@@ -11,17 +11,19 @@
 
 namespace pennywort {
 
-// What a display has of the runtime. Copied out under the display's state lock, so that an operation
-// works on references of its own.
+// What a display has of the runtime. Copied out under the display's state lock, so that an
+// operation works on references of its own.
 struct webdisplay_cef_state {
     cef_ref<cef_browser_t> browser;  // empty until the runtime has made it
     own_ref<webdisplay_browser_client> client;
 };
 
-// Made by a display for its browser and handed to the runtime, which may hold it, and call it, longer
-// than the display lives: `detach` cuts the two apart, and from then on every callback is harmless.
+// Made by a display for its browser and handed to the runtime, which may hold it, and call it,
+// longer than the display lives: `detach` cuts the two apart, and from then on every callback is
+// harmless.
 //
-// Locks: the owner lock is held over each use of the owner; the display's state lock comes inside it.
+// Locks: the owner lock is held over each use of the owner; the display's state lock comes inside
+// it.
 class webdisplay_browser_client final : public CefClient,
                                         public CefRenderHandler,
                                         public CefLifeSpanHandler,

@@ -184,9 +184,9 @@ void cWebDisplayCEFBrowser::ask_to_close(const webdisplay_cef_state& state) {
     });
 }
 
-// The thread that drives the runtime must go on doing so, or it would wait for nothing. In a callback
-// of the runtime it cannot: nothing closes until the callback returns, and the browser then closes
-// behind us, with a client that has no owner any more.
+// The thread that drives the runtime must go on doing so, or it would wait for nothing. In a
+// callback of the runtime it cannot: nothing closes until the callback returns, and the browser
+// then closes behind us, with a client that has no owner any more.
 void cWebDisplayCEFBrowser::wait_until_closed() {
     if (pennywort::message_pump::inside_work() || !m_close_signal) return;
     const bool drives = pennywort::cef_on_ui_thread();

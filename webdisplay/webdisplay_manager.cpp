@@ -89,7 +89,8 @@ void cWebDisplayCEFBrowserManager::Shutdown() {
     if (!process().manager) return;
     if (message_pump::inside_work()) {
         zTraceManager::Default()->TraceNote(
-            "cWebDisplayCEFBrowserManager::Shutdown: called from a callback of a display, ignored\n");
+            "cWebDisplayCEFBrowserManager::Shutdown: called from a callback of a display, "
+            "ignored\n");
         return;
     }
     process().manager->Stop();
@@ -142,7 +143,9 @@ void cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn(std::function<bool(
     if (manager && manager->m_timer_loop) manager->m_timer_loop->set_can_run(std::move(fn));
 }
 
-void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) { process().pacing = pacing; }
+void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) {
+    process().pacing = pacing;
+}
 
 void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const char* value) {
     if (!name || !*name) return;

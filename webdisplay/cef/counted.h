@@ -1,4 +1,5 @@
-// counted.h - turns a C++ object into the reference-counted callback structs that the runtime calls.
+// counted.h - turns a C++ object into the reference-counted callback structs that the runtime
+// calls.
 #pragma once
 
 #include <atomic>
@@ -37,14 +38,15 @@ private:
     mutable std::atomic<int> m_references{1};
 };
 
-// Runs what answers a call of the runtime. An exception (of a host's receiver, or of memory) must not
-// pass through the runtime's frames, so it ends here with a trace.
+// Runs what answers a call of the runtime. An exception (of a host's receiver, or of memory) must
+// not pass through the runtime's frames, so it ends here with a trace.
 template <class Answer, class Body>
 Answer guarded(Answer otherwise, const char* where, Body&& body) noexcept {
     try {
         return body();
     } catch (const std::exception& error) {
-        zTraceManager::Default()->TraceNote("%s: exception in a callback: %s\n", where, error.what());
+        zTraceManager::Default()->TraceNote("%s: exception in a callback: %s\n", where,
+                                            error.what());
     } catch (...) {
         zTraceManager::Default()->TraceNote("%s: exception in a callback\n", where);
     }
@@ -55,8 +57,8 @@ void guarded(const char* where, Body&& body) noexcept {
     guarded(0, where, [&] { return body(), 0; });
 }
 
-// The callback struct `Struct` as a member of the object `Owner` that answers it: handing it out costs
-// no allocation, which matters since the runtime asks for the render handler at every frame.
+// The callback struct `Struct` as a member of the object `Owner` that answers it: handing it out
+// costs no allocation, which matters since the runtime asks for the render handler at every frame.
 template <class Struct, class Owner>
 class callback_struct {
 public:
@@ -66,7 +68,9 @@ public:
         base->size = sizeof(Struct);
         base->add_ref = [](cef_base_ref_counted_t* self) { of(self)->AddRef(); };
         base->release = [](cef_base_ref_counted_t* self) { return of(self)->Release() ? 1 : 0; };
-        base->has_one_ref = [](cef_base_ref_counted_t* self) { return of(self)->HasOneRef() ? 1 : 0; };
+        base->has_one_ref = [](cef_base_ref_counted_t* self) {
+            return of(self)->HasOneRef() ? 1 : 0;
+        };
         base->has_at_least_one_ref = [](cef_base_ref_counted_t* self) {
             return of(self)->HasAtLeastOneRef() ? 1 : 0;
         };

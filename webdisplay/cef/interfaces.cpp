@@ -1,7 +1,7 @@
 // interfaces.cpp - fills the runtime's callback structs with calls of the C++ interfaces.
 //
-// An object passed to a callback comes with a reference that is ours to drop, hence the cef_ref at the
-// head of each.
+// An object passed to a callback comes with a reference that is ours to drop, hence the cef_ref at
+// the head of each.
 #include "webdisplay/cef/interfaces.h"
 
 #include "webdisplay/cef/runtime.h"
@@ -12,13 +12,14 @@ namespace pennywort {
 // --- CefApp
 
 CefApp::CefApp() {
-    m_struct->on_before_command_line_processing =
-        [](cef_app_t* self, const cef_string_t* process_type, cef_command_line_t* line) {
-            const cef_ref<cef_command_line_t> held(line);
-            guarded("CefApp", [&] {
-                decltype(m_struct)::of(self)->OnBeforeCommandLineProcessing(utf8(process_type), line);
-            });
-        };
+    m_struct->on_before_command_line_processing = [](cef_app_t* self,
+                                                     const cef_string_t* process_type,
+                                                     cef_command_line_t* line) {
+        const cef_ref<cef_command_line_t> held(line);
+        guarded("CefApp", [&] {
+            decltype(m_struct)::of(self)->OnBeforeCommandLineProcessing(utf8(process_type), line);
+        });
+    };
     m_struct->get_browser_process_handler = [](cef_app_t* self) {
         auto* handler = decltype(m_struct)::of(self)->GetBrowserProcessHandler();
         return handler ? handler->counted_handler() : nullptr;
@@ -49,9 +50,8 @@ CefRenderProcessHandler::CefRenderProcessHandler() {
         const cef_ref<cef_browser_t> held_browser(browser);
         const cef_ref<cef_frame_t> held_frame(frame);
         const cef_ref<cef_v8_context_t> held_context(context);
-        guarded("CefRenderProcessHandler", [&] {
-            decltype(m_struct)::of(self)->OnContextCreated(browser, frame, context);
-        });
+        guarded("CefRenderProcessHandler",
+                [&] { decltype(m_struct)::of(self)->OnContextCreated(browser, frame, context); });
     };
 }
 
@@ -129,21 +129,21 @@ CefRenderHandler::CefRenderHandler() {
 }
 
 CefLifeSpanHandler::CefLifeSpanHandler() {
-    m_struct->on_before_popup =
-        [](cef_life_span_handler_t* self, cef_browser_t* browser, cef_frame_t* frame, int,
-           const cef_string_t* target_url, const cef_string_t*, cef_window_open_disposition_t,
-           int user_gesture, const cef_popup_features_t*, cef_window_info_t* window_info,
-           cef_client_t**, cef_browser_settings_t*, cef_dictionary_value_t**, int*) {
-            const cef_ref<cef_browser_t> held_browser(browser);
-            const cef_ref<cef_frame_t> held_frame(frame);
-            return guarded(1, "CefLifeSpanHandler", [&] {
-                auto* owner = decltype(m_struct)::of(self);
-                return owner->OnBeforePopup(browser, utf8(target_url), user_gesture != 0,
-                                            *window_info)
-                           ? 1
-                           : 0;
-            });
-        };
+    m_struct->on_before_popup = [](cef_life_span_handler_t* self, cef_browser_t* browser,
+                                   cef_frame_t* frame, int, const cef_string_t* target_url,
+                                   const cef_string_t*, cef_window_open_disposition_t,
+                                   int user_gesture, const cef_popup_features_t*,
+                                   cef_window_info_t* window_info, cef_client_t**,
+                                   cef_browser_settings_t*, cef_dictionary_value_t**, int*) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        return guarded(1, "CefLifeSpanHandler", [&] {
+            auto* owner = decltype(m_struct)::of(self);
+            return owner->OnBeforePopup(browser, utf8(target_url), user_gesture != 0, *window_info)
+                       ? 1
+                       : 0;
+        });
+    };
     m_struct->on_after_created = [](cef_life_span_handler_t* self, cef_browser_t* browser) {
         const cef_ref<cef_browser_t> held(browser);
         guarded("CefLifeSpanHandler",
@@ -184,19 +184,19 @@ CefLoadHandler::CefLoadHandler() {
 }
 
 CefRequestHandler::CefRequestHandler() {
-    m_struct->get_resource_request_handler =
-        [](cef_request_handler_t* self, cef_browser_t* browser, cef_frame_t* frame,
-           cef_request_t* request, int, int, const cef_string_t*, int*) {
-            const cef_ref<cef_browser_t> held_browser(browser);
-            const cef_ref<cef_frame_t> held_frame(frame);
-            const cef_ref<cef_request_t> held_request(request);
-            cef_resource_request_handler_t* answer = nullptr;
-            guarded("CefRequestHandler", [&] {
-                const auto handler = decltype(m_struct)::of(self)->GetResourceRequestHandler(frame);
-                if (handler) answer = handler->counted_handler();
-            });
-            return answer;
-        };
+    m_struct->get_resource_request_handler = [](cef_request_handler_t* self, cef_browser_t* browser,
+                                                cef_frame_t* frame, cef_request_t* request, int,
+                                                int, const cef_string_t*, int*) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        const cef_ref<cef_request_t> held_request(request);
+        cef_resource_request_handler_t* answer = nullptr;
+        guarded("CefRequestHandler", [&] {
+            const auto handler = decltype(m_struct)::of(self)->GetResourceRequestHandler(frame);
+            if (handler) answer = handler->counted_handler();
+        });
+        return answer;
+    };
 }
 
 CefResourceRequestHandler::CefResourceRequestHandler() {
@@ -219,9 +219,8 @@ CefDragHandler::CefDragHandler() {
                                  cef_drag_data_t* data, cef_drag_operations_mask_t) {
         const cef_ref<cef_browser_t> held_browser(browser);
         const cef_ref<cef_drag_data_t> held_data(data);
-        return guarded(1, "CefDragHandler", [&] {
-            return decltype(m_struct)::of(self)->OnDragEnter(browser) ? 1 : 0;
-        });
+        return guarded(1, "CefDragHandler",
+                       [&] { return decltype(m_struct)::of(self)->OnDragEnter(browser) ? 1 : 0; });
     };
 }
 
@@ -234,7 +233,8 @@ public:
     explicit posted_work(std::function<void()> work) : m_work(std::move(work)) {
         m_struct->execute = [](cef_task_t* self) {
             guarded("posted work", [&] {
-                // Taken out, so that what it holds goes with the call and not with the last reference.
+                // Taken out, so that what it holds goes with the call and not with the last
+                // reference.
                 const std::function<void()> run = std::move(decltype(m_struct)::of(self)->m_work);
                 if (run) run();
             });

@@ -164,7 +164,8 @@ public:
     virtual CefRenderHandler* GetRenderHandler();
     virtual CefRequestHandler* GetRequestHandler();
     // True when the message was consumed.
-    virtual bool OnProcessMessageReceived(cef_browser_t* browser, cef_process_message_t* message) = 0;
+    virtual bool OnProcessMessageReceived(cef_browser_t* browser,
+                                          cef_process_message_t* message) = 0;
 
 private:
     callback_struct<cef_client_t, CefClient> m_struct{this};

@@ -17,8 +17,8 @@ inline void drop_reference(void* counted) {
     base->release(base);
 }
 
-// Holds one reference of a struct that the runtime made. Constructed from a pointer it takes over the
-// reference that came with it, as results and arguments of the runtime do.
+// Holds one reference of a struct that the runtime made. Constructed from a pointer it takes over
+// the reference that came with it, as results and arguments of the runtime do.
 template <class T>
 class cef_ref {
 public:

@@ -47,12 +47,14 @@ bool bind(zLibrary& library, cef_functions& functions, std::string& failure) {
     return true;
 }
 
-// Asking for the hash fixes the interface's version for the process, so it comes before anything else.
+// Asking for the hash fixes the interface's version for the process, so it comes before anything
+// else.
 bool check_version(const cef_functions& functions, std::string& failure) {
     const char* hash = functions.cef_api_hash(k_api_version, 0);
     if (!hash) {
-        failure = "The browser runtime does not offer interface version 13300; install version 133 "
-                  "or newer, or set CEF_ROOT to its folder";
+        failure =
+            "The browser runtime does not offer interface version 13300; install version 133 "
+            "or newer, or set CEF_ROOT to its folder";
         return false;
     }
     if (std::strcmp(hash, k_cef_api_hash_13300) != 0) {
@@ -79,14 +81,15 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
     const std::string path = find_library(folders);
     if (path.empty()) {
         failure = std::string("The browser runtime (") + cef_library_name() + ") is not in " +
-                  folder_list(folders) + "; install it with scripts/get-runtime, or set CEF_ROOT "
+                  folder_list(folders) +
+                  "; install it with scripts/get-runtime, or set CEF_ROOT "
                   "to its folder";
         return false;
     }
     std::unique_ptr<zLibrary> library(zLibrary::Factory());
     if (!library || library->Load(path.c_str()) != 0) {
-        failure = "The browser runtime " + path + " cannot be loaded: " +
-                  (library ? library->Error() : "out of memory");
+        failure = "The browser runtime " + path +
+                  " cannot be loaded: " + (library ? library->Error() : "out of memory");
         return false;
     }
     cef_functions functions;
@@ -100,14 +103,15 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
 bool cef_start(cef_settings_t& settings, cef_app_t* app, std::string& failure) {
     if (g_running) return true;
     if (g_start_tried) {
-        failure = "The browser runtime was started in this process before; it can be started once "
-                  "only, so restart the program";
+        failure =
+            "The browser runtime was started in this process before; it can be started once "
+            "only, so restart the program";
         return false;
     }
     g_start_tried = true;
 
-    // Newer runtimes have a longer settings struct. Some accept their own size only, and all of them
-    // take zeros in what they have added for the defaults.
+    // Newer runtimes have a longer settings struct. Some accept their own size only, and all of
+    // them take zeros in what they have added for the defaults.
     alignas(cef_settings_t) unsigned char grown[k_cef_settings_t_grown_size] = {};
     static_assert(sizeof grown >= sizeof settings);
     const bool is_grown = g_functions.cef_version_info(0) >= k_cef_settings_t_grown_from;

@@ -9,26 +9,26 @@
 namespace pennywort {
 
 // All that is called of the runtime. One that is missing makes the whole runtime unusable.
-#define PENNYWORT_CEF_FUNCTIONS(X)          \
-    X(cef_api_hash)                         \
-    X(cef_version_info)                     \
-    X(cef_get_exit_code)                    \
-    X(cef_initialize)                       \
-    X(cef_shutdown)                         \
-    X(cef_do_message_loop_work)             \
-    X(cef_execute_process)                  \
-    X(cef_currently_on)                     \
-    X(cef_post_task)                        \
-    X(cef_browser_host_create_browser)      \
+#define PENNYWORT_CEF_FUNCTIONS(X)           \
+    X(cef_api_hash)                          \
+    X(cef_version_info)                      \
+    X(cef_get_exit_code)                     \
+    X(cef_initialize)                        \
+    X(cef_shutdown)                          \
+    X(cef_do_message_loop_work)              \
+    X(cef_execute_process)                   \
+    X(cef_currently_on)                      \
+    X(cef_post_task)                         \
+    X(cef_browser_host_create_browser)       \
     X(cef_cookie_manager_get_global_manager) \
-    X(cef_process_message_create)           \
-    X(cef_string_utf8_to_utf16)             \
-    X(cef_string_utf16_to_utf8)             \
-    X(cef_string_utf16_clear)               \
-    X(cef_string_utf8_clear)                \
-    X(cef_string_userfree_utf16_free)       \
-    X(cef_v8_context_get_current_context)   \
-    X(cef_v8_value_create_function)         \
+    X(cef_process_message_create)            \
+    X(cef_string_utf8_to_utf16)              \
+    X(cef_string_utf16_to_utf8)              \
+    X(cef_string_utf16_clear)                \
+    X(cef_string_utf8_clear)                 \
+    X(cef_string_userfree_utf16_free)        \
+    X(cef_v8_context_get_current_context)    \
+    X(cef_v8_value_create_function)          \
     X(cef_v8_value_create_object)
 
 struct cef_functions {
@@ -43,12 +43,13 @@ const cef_functions& cef() noexcept;
 // Whether a runtime is bound.
 bool cef_loaded() noexcept;
 
-// Opens the runtime's library in the first of `folders` that has one and binds its functions, all or
-// none. The library stays loaded until the process ends, since its threads outlive its shut-down.
-// `failure` says what is wrong and what to do. True at once when a runtime is bound.
+// Opens the runtime's library in the first of `folders` that has one and binds its functions, all
+// or none. The library stays loaded until the process ends, since its threads outlive its
+// shut-down. `failure` says what is wrong and what to do. True at once when a runtime is bound.
 bool cef_load(const std::vector<std::string>& folders, std::string& failure);
 
-// Where to look: the folder that CEF_ROOT names, and only there if it is set, else beside the program.
+// Where to look: the folder that CEF_ROOT names, and only there if it is set, else beside the
+// program.
 std::vector<std::string> cef_folders(const std::string& program_folder);
 
 // Starts the runtime, at most once in a process: it cannot be initialised a second time. Afterwards

@@ -37,7 +37,8 @@ bool is_of_runtime(const GSource* source) {
     const auto* functions = source->source_funcs;
     Dl_info info{};
     if (!functions || !functions->prepare) return false;
-    if (!dladdr(reinterpret_cast<void*>(functions->prepare), &info) || !info.dli_fname) return false;
+    if (!dladdr(reinterpret_cast<void*>(functions->prepare), &info) || !info.dli_fname)
+        return false;
     const char* name = std::strrchr(info.dli_fname, '/');
     return std::strcmp(name ? name + 1 : info.dli_fname, cef_library_name()) == 0;
 }
@@ -46,7 +47,7 @@ bool is_of_runtime(const GSource* source) {
 // without it a windowed page gets no input. The runtime's own pump polls a pipe or nothing.
 bool polls_a_socket(const GSource* source) {
     for (const GSList* entry = source->poll_fds; entry; entry = entry->next) {
-        struct stat status{};
+        struct stat status {};
         const int descriptor = static_cast<const GPollFD*>(entry->data)->fd;
         if (fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode)) return true;
     }

@@ -1,0 +1,23 @@
+// fake_cef_system.h - what the runtime's start does to the process, which differs by system.
+// Twins: fake_cef_system_linux.cpp, fake_cef_system_win.cpp.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace fake {
+
+// Made by a successful initialisation, kept until the process ends, as with the real runtime.
+class system_effects {
+public:
+    static std::unique_ptr<system_effects> make(bool replace_signal_handlers);
+    virtual ~system_effects() = default;
+    // Steps of the two event sources that would keep a host's loop spinning.
+    virtual long loop_spins() const = 0;
+    virtual bool window_source_alive() const = 0;
+};
+
+// Claims a profile folder for this process. False when a living process has it.
+bool claim_profile(const std::string& lock_path);
+
+}  // namespace fake

@@ -33,6 +33,8 @@ class cef_text;
 class message_pump;
 class webdisplay_browser_client;
 struct webdisplay_cef_state;
+template <class T>
+class own_ref;
 }  // namespace pennywort
 
 // Receives the painted frames.
@@ -261,6 +263,8 @@ private:
     void browser_destroyed();
     void create_cef_browser(zSignal* done);
     void notify_move_or_resize();
+    pennywort::own_ref<pennywort::webdisplay_browser_client> make_client(
+        const std::string& start_url);
     bool start_browser(pennywort::webdisplay_browser_client& client,
                        const pennywort::cef_text& url);
     static void ask_to_close(const pennywort::webdisplay_cef_state& state);

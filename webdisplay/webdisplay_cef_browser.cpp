@@ -1,6 +1,6 @@
 // webdisplay_cef_browser.cpp - the display whose page is shown by the browser runtime.
 #include <algorithm>
-#include <cmath>
+#include <memory>
 #include <utility>
 
 #include "core/limits.h"
@@ -88,41 +88,39 @@ void cWebDisplayCEFBrowser::get_cef_state(webdisplay_cef_state& out) const {
 
 // --- opening
 
+// The task holds a reference, also if the runtime ends and drops it without running it.
 bool cWebDisplayCEFBrowser::Open() {
     m_open_wanted = true;
     AddRef();
-    if (pennywort::cef_on_ui_thread()) {
-        create_cef_browser(nullptr);
-        Release();
-        return true;
+    const std::shared_ptr<cWebDisplayCEFBrowser> held(this, [](auto* self) { self->Release(); });
+    if (!pennywort::cef_on_ui_thread()) {
+        return pennywort::cef_post_to_ui([held] { held->create_cef_browser(nullptr); });
     }
-    const bool posted = pennywort::cef_post_to_ui([this] {
-        create_cef_browser(nullptr);
-        Release();
-    });
-    if (!posted) Release();
-    return posted;
+    create_cef_browser(nullptr);
+    return true;
 }
 
 void cWebDisplayCEFBrowser::create_cef_browser(zSignal* done) {
     const std::string start_url = PeekNextURL();
-    pennywort::own_ref<webdisplay_browser_client> client;
-    {
-        const zAutoCritical lock(m_state_lock.get());
-        // Opened twice, or closed before its turn came.
-        if (m_cef_state || !m_open_wanted) return;
-        client = pennywort::own_ref<webdisplay_browser_client>(
-            new webdisplay_browser_client(this, start_url));
-        client->set_alive();
-        m_cef_state = new webdisplay_cef_state{{}, client};
-        if (m_close_signal) m_close_signal->Reset();
-    }
-    const pennywort::cef_text url(start_url);
-    if (!start_browser(*client, url)) {
+    const auto client = make_client(start_url);
+    if (client && !start_browser(*client, pennywort::cef_text(start_url))) {
         zTraceManager::Default()->TraceNote(
             "cWebDisplayCEFBrowser::Open: the runtime made no browser for %s\n", start_url.c_str());
     }
     if (done) done->Set();
+}
+
+// Empty if the display was opened twice, or closed before its turn came.
+pennywort::own_ref<webdisplay_browser_client> cWebDisplayCEFBrowser::make_client(
+    const std::string& start_url) {
+    const zAutoCritical lock(m_state_lock.get());
+    if (m_cef_state || !m_open_wanted) return {};
+    pennywort::own_ref<webdisplay_browser_client> client(
+        new webdisplay_browser_client(this, start_url));
+    client->set_alive();
+    m_cef_state = new webdisplay_cef_state{{}, client};
+    if (m_close_signal) m_close_signal->Reset();
+    return client;
 }
 
 bool cWebDisplayCEFBrowser::start_browser(webdisplay_browser_client& client,

@@ -58,12 +58,15 @@ bool start_runtime(const message_pump& pump) {
     return false;
 }
 
-// The runtime must not end under a browser; one that a host forgot, or that is still closing, is
+// The runtime must not end under a browser; one that a host forgot, or that is still on its way, is
 // given the time that closing takes.
 void close_what_is_open() {
     const std::int64_t end = zTime::MicroNow() + k_longest_closing_us;
+    int asked = 0;
     while (live_browsers::count() > 0 && zTime::MicroNow() < end) {
-        live_browsers::close_all();
+        // Again when more have arrived; one that is closing already does not mind.
+        if (asked != live_browsers::count()) live_browsers::close_all();
+        asked = live_browsers::count();
         message_pump::work_once();
         zThread::MicroSleep(1000);
     }

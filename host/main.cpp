@@ -1,0 +1,40 @@
+// host/main.cpp - the pennywort program.
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "host/command_line.h"
+#include "host/console.h"
+#include "host/render.h"
+
+namespace {
+
+using pennywort::command_line;
+
+int run(const std::vector<std::string>& arguments) {
+    const auto line = pennywort::parse_command_line(arguments);
+    if (line.what == command_line::verdict::say) {
+        std::fputs(line.text.c_str(), stdout);
+        return std::fflush(stdout) == 0 ? pennywort::k_exit_fine : pennywort::k_exit_failed;
+    }
+    if (line.what == command_line::verdict::refuse) {
+        std::fprintf(stderr, "pennywort: %s (pennywort render --help lists the options)\n",
+                     line.text.c_str());
+        return pennywort::k_exit_usage;
+    }
+    using others = pennywort::console::others;
+    const pennywort::console out(line.options.verbose ? others::heard : others::quiet);
+    return pennywort::render(line.options, out);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(std::vector<std::string>(argv + 1, argv + argc));
+    } catch (const std::exception& problem) {
+        std::fprintf(stderr, "pennywort: %s\n", problem.what());
+        return pennywort::k_exit_failed;
+    }
+}

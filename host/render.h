@@ -1,0 +1,14 @@
+// host/render.h - "pennywort render": shows pages, takes their frames, writes them.
+#pragma once
+
+#include "host/console.h"
+#include "host/render_options.h"
+
+namespace pennywort {
+
+// One run from beginning to end, on the calling thread, which becomes the display thread. Answers
+// the exit status; what went wrong has been told in one line on the console by then. Once in a
+// process, since the browser runtime cannot be started twice.
+int render(const render_options& options, const console& out);
+
+}  // namespace pennywort

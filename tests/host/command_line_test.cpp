@@ -1,0 +1,165 @@
+// tests/host/command_line_test.cpp - arguments: what is refused, and what the rest means.
+#include "host/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/host/temporary_folder.h"
+
+namespace pennywort {
+namespace {
+
+using strings = std::vector<std::string>;
+
+constexpr const char* k_page = "about:blank";
+
+command_line parse_render(strings more) {
+    more.insert(more.begin(), {"render", k_page});
+    return parse_command_line(more);
+}
+
+struct refused_case {
+    const char* name;
+    strings arguments;
+    const char* names;  // what the message has to name
+};
+void PrintTo(const refused_case& c, std::ostream* out) { *out << c.name; }
+
+const refused_case k_refused[] = {
+    {"Nothing", {}, "subcommand"},
+    {"UnknownCommand", {"rendr"}, "rendr"},
+    {"NoPage", {"render"}, "pages"},
+    {"UnknownOption", {"render", k_page, "--sise", "1x1"}, "--sise"},
+    {"MissingFile", {"render", "no-such.html"}, "no-such.html"},
+    {"SecondPageMissing", {"render", k_page, "no-such.html"}, "no-such.html"},
+    {"SizeWithoutValue", {"render", k_page, "--size"}, "--size"},
+    {"SizeZero", {"render", k_page, "--size", "0x720"}, "--size 0x720"},
+    {"SizeNegative", {"render", k_page, "--size=-4x720"}, "-4x720"},
+    {"SizeTooLarge", {"render", k_page, "--size", "16385x4"}, "16385x4"},
+    {"SizeOfOneNumber", {"render", k_page, "--size", "720"}, "720"},
+    {"SizeWithMore", {"render", k_page, "--size", "1x2x3"}, "1x2x3"},
+    {"SizeOverflow", {"render", k_page, "--size", "99999999999999999999x1"}, "--size"},
+    {"FpsZero", {"render", k_page, "--fps", "0"}, "--fps 0"},
+    {"FpsTooHigh", {"render", k_page, "--fps", "241"}, "241"},
+    {"FpsWord", {"render", k_page, "--fps", "fast"}, "fast"},
+    {"FramesZero", {"render", k_page, "--frames", "0"}, "--frames 0"},
+    {"FramesNegative", {"render", k_page, "--frames=-1"}, "-1"},
+    {"FramesFraction", {"render", k_page, "--frames", "1.5"}, "1.5"},
+    {"SecondsZero", {"render", k_page, "--seconds", "0"}, "--seconds 0"},
+    {"SecondsNan", {"render", k_page, "--seconds", "nan"}, "nan"},
+    {"SecondsInfinite", {"render", k_page, "--seconds", "inf"}, "inf"},
+    {"TwoLengths", {"render", k_page, "--frames", "1", "--seconds", "1"}, "--seconds"},
+    {"EndlessAndLong", {"render", k_page, "--frames", "1", "--endless"}, "--endless"},
+    {"TimeoutZero", {"render", k_page, "--timeout", "0"}, "--timeout 0"},
+    {"MissingStyleSheet", {"render", k_page, "--css", "no.css"}, "no.css"},
+    {"MissingScript", {"render", k_page, "--script", "no.js"}, "no.js"},
+    {"UnknownEnding", {"render", k_page, "-o", "film.avi"}, "film.avi"},
+    {"BadPattern", {"render", k_page, "-o", "f-%s.png"}, "f-%s.png"},
+    {"UnknownFormat", {"render", k_page, "-o", "-", "--format", "nut"}, "nut"},
+    {"FormatWithoutOutput", {"render", k_page, "--format", "raw"}, "-o"},
+    {"UnknownPacing", {"render", k_page, "--pacing", "never"}, "never"},
+    {"UnknownClock", {"render", k_page, "--host-clock", "maybe"}, "maybe"},
+    {"OnePictureOfTwoPages", {"render", k_page, k_page, "-o", "a.png"}, "a.png"},
+    {"EndlessQueue", {"render", k_page, k_page, "--endless"}, "--endless"},
+};
+
+class CommandLineRefusal : public testing::TestWithParam<refused_case> {};
+
+TEST_P(CommandLineRefusal, IsOneLineThatNamesWhatIsWrong) {
+    const auto line = parse_command_line(GetParam().arguments);
+    EXPECT_EQ(line.what, command_line::verdict::refuse);
+    EXPECT_NE(line.text.find(GetParam().names), std::string::npos) << line.text;
+    EXPECT_EQ(line.text.find('\n'), std::string::npos) << line.text;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CommandLineRefusal, testing::ValuesIn(k_refused),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(CommandLine, HelpAndVersionAreSaid) {
+    for (const strings& arguments :
+         {strings{"--help"}, strings{"render", "--help"}, strings{"--version"}}) {
+        const auto line = parse_command_line(arguments);
+        EXPECT_EQ(line.what, command_line::verdict::say);
+        EXPECT_FALSE(line.text.empty());
+        EXPECT_EQ(line.text.back(), '\n');
+    }
+}
+
+TEST(CommandLine, HelpOfRenderShowsItsOptions) {
+    const auto line = parse_command_line({"render", "--help"});
+    for (const char* option :
+         {"--size", "--fps", "--frames", "--seconds", "--css", "--transparent", "--script",
+          "--wait-for", "--timeout", "-o", "--format", "--json", "--verbose"}) {
+        EXPECT_NE(line.text.find(option), std::string::npos) << option;
+    }
+}
+
+TEST(CommandLine, APageAloneIsMeasuredForTenSecondsWithTheUsualFormat) {
+    const auto line = parse_render({});
+    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
+    const auto& options = line.options;
+    EXPECT_EQ(options.urls, strings{k_page});
+    EXPECT_EQ(options.format.width, 1280);
+    EXPECT_EQ(options.format.height, 720);
+    EXPECT_EQ(options.format.rate.text(), "50");
+    EXPECT_EQ(options.frames_per_page, 500u);
+    EXPECT_EQ(options.output.kind, output_kind::none);
+    EXPECT_EQ(options.clock, page_clock::host);
+    EXPECT_EQ(options.pacing, pump_pacing::on_request);
+    EXPECT_FALSE(options.format.transparent);
+    EXPECT_FALSE(options.gpu);
+}
+
+TEST(CommandLine, TheLargestAndSmallestSizesAreTaken) {
+    EXPECT_EQ(parse_render({"--size", "16384x1"}).options.format.width, 16384);
+    EXPECT_EQ(parse_render({"--size", "1x16384"}).options.format.height, 16384);
+}
+
+TEST(CommandLine, LengthsAreFramesOfEachPage) {
+    EXPECT_EQ(parse_render({"--frames", "7"}).options.frames_per_page, 7u);
+    EXPECT_EQ(parse_render({"--seconds", "2.5"}).options.frames_per_page, 125u);
+    EXPECT_EQ(parse_render({"--fps", "59.94", "--seconds", "10"}).options.frames_per_page, 599u);
+    EXPECT_EQ(parse_render({"--endless"}).options.frames_per_page, render_options::k_endless);
+    EXPECT_EQ(parse_render({"-o", "a.png"}).options.frames_per_page, 1u);
+    EXPECT_EQ(parse_render({"-o", "a.png", "--frames", "9"}).options.frames_per_page, 9u);
+    EXPECT_EQ(parse_render({"-o", "a%d.png"}).options.frames_per_page, 500u);
+}
+
+TEST(CommandLine, ADashIsStandardOutput) {
+    const auto line = parse_render({"-o", "-"});
+    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
+    EXPECT_TRUE(line.options.output.to_standard_output());
+    EXPECT_EQ(line.options.output.kind, output_kind::y4m);
+}
+
+TEST(CommandLine, TextsComeFromTheirFiles) {
+    const temporary_folder folder;
+    const auto css = folder.write("a.css", "body { color: red }\n");
+    const auto script = folder.write("a.js", std::string("return 'a\0b';", 13));
+    const auto line =
+        parse_render({"--css", css, "--script", script, "--wait-for", "window.x > 1"});
+    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
+    EXPECT_EQ(line.options.css, "body { color: red }\n");
+    EXPECT_EQ(line.options.script.size(), 13u);
+    EXPECT_EQ(line.options.wait_for, "window.x > 1");
+}
+
+TEST(CommandLine, FreeRunIsAHostClockThatIsOff) {
+    EXPECT_EQ(parse_render({"--free-run"}).options.clock, page_clock::page);
+    EXPECT_EQ(parse_render({"--host-clock", "off"}).options.clock, page_clock::page);
+    EXPECT_EQ(parse_render({"--host-clock", "on"}).options.clock, page_clock::host);
+    EXPECT_EQ(parse_render({"--pacing", "timer"}).options.pacing, pump_pacing::timer);
+}
+
+TEST(CommandLine, OptionsMayStandBeforeThePages) {
+    const auto line = parse_command_line({"render", "--size", "8x8", "--json", k_page, "data:,x"});
+    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
+    EXPECT_EQ(line.options.urls.size(), 2u);
+    EXPECT_TRUE(line.options.json);
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -1,0 +1,120 @@
+// tests/host/page_address_test.cpp - what the user calls a page, as a URL.
+#include "host/page_address.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/host/temporary_folder.h"
+
+namespace pennywort {
+namespace {
+
+class PageAddress : public testing::Test {
+protected:
+    PageAddress() : before(std::filesystem::current_path()) {
+        std::filesystem::current_path(folder.path());
+    }
+    ~PageAddress() override { std::filesystem::current_path(before); }
+
+    std::string url_of(const std::string& text) {
+        reason.clear();
+        const auto url = page_address(text, reason);
+        return url.value_or("refused");
+    }
+    std::string here(const std::string& encoded) const {
+        return "file://" + std::filesystem::current_path().string() + "/" + encoded;
+    }
+
+    temporary_folder folder;
+    const std::filesystem::path before;
+    std::string reason;
+};
+
+TEST_F(PageAddress, AnEmptyNameIsRefused) {
+    EXPECT_EQ(url_of(""), "refused");
+    EXPECT_FALSE(reason.empty());
+}
+
+TEST_F(PageAddress, AMissingFileIsRefusedByName) {
+    EXPECT_EQ(url_of("missing.html"), "refused");
+    EXPECT_NE(reason.find("missing.html: there is no such file"), std::string::npos) << reason;
+}
+
+TEST_F(PageAddress, AHostWithoutASchemeGetsAHint) {
+    EXPECT_EQ(url_of("example.com"), "refused");
+    EXPECT_NE(reason.find("https://"), std::string::npos) << reason;
+}
+
+TEST_F(PageAddress, AFolderIsRefused) {
+    EXPECT_EQ(url_of("."), "refused");
+    EXPECT_NE(reason.find("folder"), std::string::npos) << reason;
+}
+
+TEST_F(PageAddress, AFileUrlOfAMissingFileIsRefused) {
+    EXPECT_EQ(url_of("file:///no/such/page.html?x=1"), "refused");
+    EXPECT_NE(reason.find("no such file"), std::string::npos) << reason;
+}
+
+TEST_F(PageAddress, AFileBehindItsParametersHasToBeThereToo) {
+    EXPECT_EQ(url_of("missing.html?home=A"), "refused");
+    EXPECT_EQ(url_of("?home=A"), "refused");
+}
+
+TEST_F(PageAddress, UrlsStayAsTheyAre) {
+    for (const char* url : {"https://example.com/a b?c=%20#d", "http://127.0.0.1:8080/",
+                            "data:text/html,<p>a</p>", "about:blank", "custom+x://y"}) {
+        EXPECT_EQ(url_of(url), url);
+    }
+}
+
+TEST_F(PageAddress, AFileUrlOfAFileThatIsThereStaysAsItIs) {
+    folder.write("a b.html", "x");
+    EXPECT_EQ(url_of(here("a%20b.html?n=1#top")), here("a%20b.html?n=1#top"));
+}
+
+TEST_F(PageAddress, ARelativeNameIsResolved) {
+    folder.write("page.html", "x");
+    EXPECT_EQ(url_of("page.html"), here("page.html"));
+    EXPECT_EQ(url_of("./nowhere/../page.html"), "refused");
+    std::filesystem::create_directory("sub");
+    EXPECT_EQ(url_of("sub/../page.html"), here("page.html"));
+}
+
+TEST_F(PageAddress, BytesThatAUrlCannotHoldAreEncoded) {
+    folder.write("50% #1 \"ä\"?.html", "x");
+    EXPECT_EQ(url_of("50% #1 \"ä\"?.html"), here("50%25%20%231%20%22%C3%A4%22%3F.html"));
+}
+
+TEST_F(PageAddress, ParametersGoToThePageUnlessTheyAreAFilesName) {
+    folder.write("score.html", "x");
+    EXPECT_EQ(url_of("score.html?home=A&away=B#late"), here("score.html?home=A&away=B#late"));
+    folder.write("score.html?home=A", "x");
+    EXPECT_EQ(url_of("score.html?home=A"), here("score.html%3Fhome=A"));
+}
+
+TEST_F(PageAddress, AFileMayHaveAColonInItsName) {
+    folder.write("clip:2.html", "x");
+    EXPECT_EQ(url_of("clip:2.html"), here("clip:2.html"));
+}
+
+TEST(PathOfFileUrl, UndoesWhatFileUrlDoes) {
+    const std::string path = "/a b/%41/\xC3\xA4#?\x01.html";
+    EXPECT_EQ(path_of_file_url(file_url(path)), path);
+}
+
+TEST(PathOfFileUrl, LeavesBrokenCodesAsTheyAre) {
+    EXPECT_EQ(path_of_file_url("file:///a%4"), "/a%4");
+    EXPECT_EQ(path_of_file_url("file:///a%zz%"), "/a%zz%");
+}
+
+TEST(PathOfFileUrl, KnowsDrivesAndHosts) {
+    EXPECT_EQ(file_url("C:/a b.html"), "file:///C:/a%20b.html");
+    EXPECT_EQ(path_of_file_url("file:///C:/a%20b.html"), "C:/a b.html");
+    EXPECT_EQ(path_of_file_url("file://localhost/a.html"), "/a.html");
+    EXPECT_EQ(path_of_file_url("https://example.com/a"), "");
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -252,6 +252,10 @@ command_line interpret(const raw_arguments& raw) {
 }  // namespace
 
 command_line parse_command_line(const std::vector<std::string>& arguments) {
+    const bool has_command = !arguments.empty() && arguments[0].substr(0, 1) != "-";
+    if (has_command && arguments[0] != "render") {
+        return refusal("there is no command " + arguments[0] + ", only render");
+    }
     raw_arguments raw;
     CLI::App program("Renders web pages to frames and files.", "pennywort");
     program.set_version_flag("--version", k_version);

@@ -11,8 +11,8 @@ namespace {
 using namespace std::chrono_literals;
 
 // Pictures of a page that keeps up are here within this time, even on a busy machine.
-constexpr frame_pacer::duration k_picture_time = 40ms;
-constexpr std::int64_t k_fewest_lag = 2;
+constexpr frame_pacer::duration k_picture_time = 60ms;
+constexpr std::int64_t k_fewest_lag = 3;
 // One in so many: an outlier hardly moves the usual time, a lasting change arrives within a second.
 constexpr int k_smoothing = 16;
 
@@ -42,13 +42,8 @@ std::optional<tick_result> frame_pacer::tick_sent(time_point at) {
 tick_result frame_pacer::decide() {
     tick_result result;
     result.tick = m_decided;
-    std::optional<std::size_t> latest = latest_place();
-    while (!m_arrivals.empty() && !latest) {
-        m_arrivals.pop_front();
-        ++result.left_out;
-        latest = latest_place();
-    }
-    if (!m_arrivals.empty() && likely_place(*latest) == 0) {
+    result.left_out = leave_out_what_has_no_tick();
+    if (!m_arrivals.empty() && likely_place(latest_place()) == 0) {
         result.fresh = true;
         result.shown = std::move(m_arrivals.front().picture);
         learn(m_arrivals.front().at - m_sent.front());
@@ -59,14 +54,26 @@ tick_result frame_pacer::decide() {
     return result;
 }
 
+// Where there are more pictures than ticks for them, the one before the one that finds no tick left
+// goes: of two pictures of one tick the newer one shows more of it.
+std::uint64_t frame_pacer::leave_out_what_has_no_tick() {
+    std::uint64_t left_out = 0;
+    for (std::size_t i = 1; i < m_arrivals.size();) {
+        if (newest_tick_at(m_arrivals[i].at) >= i) {
+            ++i;
+        } else {
+            m_arrivals.erase(m_arrivals.begin() + static_cast<std::ptrdiff_t>(i - 1));
+            ++left_out;
+        }
+    }
+    return left_out;
+}
+
 // The last undecided tick that the first picture can have if all the others are to have one too.
-// Nothing if there are more pictures than ticks for them, and then the first one has to go.
-std::optional<std::size_t> frame_pacer::latest_place() const {
+std::size_t frame_pacer::latest_place() const {
     std::size_t latest = m_sent.size();
     for (std::size_t i = 0; i < m_arrivals.size(); ++i) {
-        const std::size_t own = newest_tick_at(m_arrivals[i].at);
-        if (own < i) return {};
-        latest = std::min(latest, own - i);
+        latest = std::min(latest, newest_tick_at(m_arrivals[i].at) - i);
     }
     return latest;
 }

@@ -25,7 +25,7 @@ struct tick_result {
     std::uint64_t tick = 0;      // counted from 0
     bool fresh = false;          // a picture came for it
     picture_ptr shown;           // that picture; null too if it had to be dropped when it came
-    std::uint64_t left_out = 0;  // pictures before it that no tick was left for
+    std::uint64_t left_out = 0;  // pictures that no tick was left for, found just now
 };
 
 class frame_pacer {
@@ -34,7 +34,7 @@ public:
     using duration = std::chrono::steady_clock::duration;
 
     // How many ticks late a tick is decided at this interval: what a picture may need, and at
-    // least two, since telling a late picture from a missing one takes the tick after.
+    // least three, since telling a late picture from a missing one takes the pictures after it.
     static std::size_t lag_for(duration interval);
 
     frame_pacer(duration interval, std::size_t lag);
@@ -52,7 +52,8 @@ private:
     };
 
     tick_result decide();
-    std::optional<std::size_t> latest_place() const;
+    std::uint64_t leave_out_what_has_no_tick();
+    std::size_t latest_place() const;
     std::size_t likely_place(std::size_t latest) const;
     std::size_t newest_tick_at(time_point at) const;
     void learn(duration needed);

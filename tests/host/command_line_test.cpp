@@ -76,7 +76,7 @@ TEST_P(CommandLineRefusal, IsOneLineThatNamesWhatIsWrong) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, CommandLineRefusal, testing::ValuesIn(k_refused),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 TEST(CommandLine, HelpAndVersionAreSaid) {
     for (const strings& arguments :

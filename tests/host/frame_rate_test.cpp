@@ -57,7 +57,7 @@ TEST_P(FrameRateTest, IsReadAsAnExactFraction) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FrameRateTest, testing::ValuesIn(k_rates),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 TEST(FrameRate, WhatIsWrittenIsReadAsTheSameRateUnlessItsTermsAreTooLong) {
     const auto rate = *frame_rate::parse("59.94");

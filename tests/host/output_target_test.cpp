@@ -54,7 +54,7 @@ TEST_P(NamePatternTest, PutsTheNumberInItsPlace) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, NamePatternTest, testing::ValuesIn(k_patterns),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 struct refusal_case {
     const char* name;
@@ -83,7 +83,7 @@ TEST_P(OutputTargetRefusal, SaysWhy) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, OutputTargetRefusal, testing::ValuesIn(k_refusals),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 struct target_case {
     const char* name;
@@ -119,7 +119,7 @@ TEST_P(OutputTargetTest, HasTheKindThatItsNameOrFormatSays) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, OutputTargetTest, testing::ValuesIn(k_targets),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 }  // namespace
 }  // namespace pennywort

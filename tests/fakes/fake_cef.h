@@ -233,7 +233,8 @@ public:
     virtual void request(int browser, const std::string& url, bool main_frame) = 0;
     // Asks the client, even one that was closed (keep_clients). -1 x -1: there is none.
     virtual void view_rect(int browser, int& width, int& height) = 0;
-    // Whether the fake holds the only reference of a kept client.
+    // Whether nobody but the fake holds a reference of this browser's kept client. Browsers that
+    // were opened by others hold it too, and are taken into account.
     virtual bool client_is_unshared(int browser) = 0;
     // Has the application add its switches as a process of this type would.
     virtual void add_switches(const std::string& process_type) = 0;

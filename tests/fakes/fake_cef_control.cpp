@@ -142,15 +142,19 @@ void runtime::view_rect(int browser, int& width, int& height) {
     if (const auto found = find(browser)) found->view_rect(width, height);
 }
 
+// The fake's own references are given back for the length of the question, all but one.
 bool runtime::client_is_unshared(int browser) {
     const auto found = find(browser);
-    if (!found) return false;
-    // Two references are ours: the page's and the one that is asked here.
-    const auto client = found->client();
+    const auto client = found ? found->client() : caller_ref<cef_client_t>();
     if (!client) return false;
-    client->base.release(&client->base);
-    const bool unshared = client->base.has_one_ref(&client->base) != 0;
-    client->base.add_ref(&client->base);
+    int holders = 0;
+    for (int id = 1; id <= browser_count(); ++id) {
+        if (find(id)->client().get() == client.get()) ++holders;
+    }
+    auto* base = &client->base;
+    for (int i = 0; i < holders; ++i) base->release(base);
+    const bool unshared = base->has_one_ref(base) != 0;
+    for (int i = 0; i < holders; ++i) base->add_ref(base);
     return unshared;
 }
 

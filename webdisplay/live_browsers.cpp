@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 #include <vector>
 
 namespace pennywort::live_browsers {
@@ -11,9 +12,15 @@ namespace {
 
 std::atomic<int> g_count{0};
 
-// Touched on the UI thread only.
-std::vector<cef_ref<cef_browser_t>>& browsers() {
-    static std::vector<cef_ref<cef_browser_t>> list;
+struct live_browser {
+    cef_ref<cef_browser_t> browser;
+    bool asked_to_close = false;
+};
+
+// Touched on the UI thread only. Never destroyed: a runtime that was left running may be gone when
+// the process's statics go.
+std::vector<live_browser>& browsers() {
+    static auto& list = *new std::vector<live_browser>;
     return list;
 }
 
@@ -24,14 +31,15 @@ void expect_no_more() { --g_count; }
 
 void arrived(cef_browser_t* browser, bool is_popup) {
     if (is_popup) ++g_count;
-    browsers().push_back(cef_ref<cef_browser_t>::shared(browser));
+    browsers().push_back({cef_ref<cef_browser_t>::shared(browser)});
 }
 
 void gone(cef_browser_t* browser) {
     auto& list = browsers();
     const auto found = std::find_if(list.begin(), list.end(), [browser](const auto& other) {
         // The runtime takes over the reference of an argument.
-        return other->is_same(other.get(), cef_ref<cef_browser_t>::shared(browser).release()) != 0;
+        return other.browser->is_same(other.browser.get(),
+                                      cef_ref<cef_browser_t>::shared(browser).release()) != 0;
     });
     if (found == list.end()) return;
     list.erase(found);
@@ -41,12 +49,20 @@ void gone(cef_browser_t* browser) {
 int count() { return g_count; }
 
 void close_all() {
-    // A copy, since closing may take a browser out of the list at once.
-    const auto list = browsers();
-    for (const auto& browser : list) {
+    // Collected first, since closing may take a browser out of the list at once.
+    std::vector<cef_ref<cef_browser_t>> closing;
+    for (auto& entry : browsers()) {
+        if (!std::exchange(entry.asked_to_close, true)) closing.push_back(entry.browser);
+    }
+    for (const auto& browser : closing) {
         const cef_ref<cef_browser_host_t> host(browser->get_host(browser.get()));
         if (host) host->close_browser(host.get(), 1);
     }
+}
+
+void forget_all() {
+    browsers().clear();
+    g_count = 0;
 }
 
 }  // namespace pennywort::live_browsers

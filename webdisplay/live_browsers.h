@@ -16,7 +16,9 @@ void gone(cef_browser_t* browser);
 
 // Those there and those on their way. Any thread.
 int count();
-// Asks all that are there to close. UI thread.
+// Asks all that are there to close, each once. UI thread.
 void close_all();
+// Gives up on those that did not close: the runtime must not end with references of ours. UI thread.
+void forget_all();
 
 }  // namespace pennywort::live_browsers

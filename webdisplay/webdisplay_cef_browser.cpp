@@ -159,7 +159,8 @@ void cWebDisplayCEFBrowser::Close() {
     m_open_wanted = false;
     webdisplay_cef_state state;
     get_cef_state(state);
-    if (m_windowless && state.browser) {
+    // A runtime that has ended will not say any more that the browser has closed.
+    if (m_windowless && state.browser && pennywort::cef_running()) {
         ask_to_close(state);
         wait_until_closed();
     }

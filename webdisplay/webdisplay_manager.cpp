@@ -62,14 +62,12 @@ bool start_runtime(const message_pump& pump) {
 // given the time that closing takes.
 void close_what_is_open() {
     const std::int64_t end = zTime::MicroNow() + k_longest_closing_us;
-    int asked = 0;
     while (live_browsers::count() > 0 && zTime::MicroNow() < end) {
-        // Again when more have arrived; one that is closing already does not mind.
-        if (asked != live_browsers::count()) live_browsers::close_all();
-        asked = live_browsers::count();
+        live_browsers::close_all();
         message_pump::work_once();
         zThread::MicroSleep(1000);
     }
+    live_browsers::forget_all();
 }
 
 }  // namespace

@@ -124,19 +124,19 @@ int runtime::initialise(const cef_main_args_t* args, const cef_settings_t* setti
         return 0;
     }
     m_ui_thread = std::this_thread::get_id();
-    m_app = std::move(kept);
     read_settings(*settings);
     for (int i = 0; i < args->argc; ++i) m_arguments.emplace_back(args->argv[i]);
     m_exit_code = m_script.init_exit_code;
     if (m_exit_code != 0 || !settings_are_accepted(*settings)) return 0;
     check_locales();
-    add_switches("");
     const auto& cache =
         m_settings.root_cache_path.empty() ? m_settings.cache_path : m_settings.root_cache_path;
     if (!take_profile(cache)) {
         m_exit_code = k_profile_in_use;
         return 0;
     }
+    m_app = std::move(kept);
+    add_switches("");
     m_effects = system_effects::make(m_script.replace_signal_handlers);
     m_asks_for_work = settings->external_message_pump != 0;
     m_io.start();

@@ -4,7 +4,7 @@
 usage: bench/run.py [--quick | --full] [--only NAME]... [--list] ...
 
   --quick        one short round of everything that --only names, to see that it runs
-  --full         the figures: 3 rounds of 4 s, some 35 minutes (the default)
+  --full         the figures: 3 rounds of 4 s, some 37 minutes (the default)
   --only NAME    cells whose name begins with NAME or matches it as a pattern; may be repeated
   --list         prints the cells and how long they would take, and measures nothing
 

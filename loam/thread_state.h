@@ -36,6 +36,9 @@ private:
     std::string m_name;
     zThreadMain* m_body;
     std::atomic<bool> m_running{true};
+    // The new thread waits for this before it looks at its own handle. Not the mutex below: whoever
+    // joins holds that until the thread has ended.
+    std::atomic<bool> m_handle_stored{false};
     std::mutex m_join_mutex;
     bool m_joined = false;
     std::unique_ptr<native> m_native;

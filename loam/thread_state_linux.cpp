@@ -40,8 +40,6 @@ thread_state::thread_state(const char* name, zThreadMain* body)
 std::shared_ptr<thread_state> thread_state::start(const char* name, zThreadMain* body) {
     std::shared_ptr<thread_state> state(new thread_state(name, body));
     auto argument = std::make_unique<std::shared_ptr<thread_state>>(state);
-    // The lock keeps the thread from looking at its handle before it has been stored.
-    const std::lock_guard lock(state->m_join_mutex);
     const int error =
         ::pthread_create(&state->m_native->handle, nullptr, thread_main, argument.get());
     if (error != 0) {
@@ -51,6 +49,8 @@ std::shared_ptr<thread_state> thread_state::start(const char* name, zThreadMain*
     }
     argument.release();
     state->m_native->started = true;
+    state->m_handle_stored = true;
+    state->m_handle_stored.notify_all();
     return state;
 }
 
@@ -71,7 +71,7 @@ void thread_state::join() {
 }
 
 void thread_state::run() {
-    { const std::lock_guard wait_until_stored(m_join_mutex); }
+    m_handle_stored.wait(false);
     ::pthread_setname_np(::pthread_self(), m_name.substr(0, k_name_bytes).c_str());
     run_body();
     m_running.store(false, std::memory_order_release);

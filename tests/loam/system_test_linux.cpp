@@ -1,0 +1,99 @@
+// system_test_linux.cpp - what can only be seen through Linux: a full disk, threads that cannot be
+// made, and what is left of a hundred starts.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "loam/boot.h"
+#include "loam/file_stream.h"
+#include "loam/message_loop.h"
+#include "loam/observer.h"
+#include "loam/thread.h"
+
+namespace {
+
+class named_body : public zThreadMain {
+public:
+    void Main(std::int32_t, const char* const*) override { prctl(PR_GET_NAME, name); }
+    char name[16] = {};
+};
+
+TEST(FullDisk, IsAFailureThatSaysHowMuchWentOut) {
+    zFileStream file("/dev/full", zFileStream::k_append, true);
+    ASSERT_TRUE(file.IsOpen());
+    std::uint32_t written = 9;
+    EXPECT_LT(file.Write("text", 4, &written), 0);
+    EXPECT_EQ(written, 0u);
+    EXPECT_TRUE(file.IsOpen()) << "a failure leaves the object usable";
+}
+
+TEST(ThreadName, IsCutToWhatTheSystemShows) {
+    named_body body;
+    const std::unique_ptr<zThread> thread(zThread::Factory("http server thread", &body, 0, 4));
+    thread->Join();
+    EXPECT_STREQ(body.name, "http server thr");
+}
+
+// Sets the stack that new threads get by default, and sets it back.
+class default_stack {
+public:
+    explicit default_stack(std::size_t bytes) {
+        pthread_getattr_default_np(&m_before);
+        pthread_attr_t huge = m_before;
+        pthread_attr_setstacksize(&huge, bytes);
+        pthread_setattr_default_np(&huge);
+    }
+    ~default_stack() { pthread_setattr_default_np(&m_before); }
+
+private:
+    pthread_attr_t m_before{};
+};
+
+TEST(ThreadFactory, AnswersNullWhenTheSystemGivesNoThread) {
+    named_body body;
+    {
+        const default_stack more_than_there_is(std::size_t{1} << 47);
+        EXPECT_EQ(zThread::Factory("none", &body, 0, 4), nullptr);
+    }
+    const std::unique_ptr<zThread> thread(zThread::Factory("again", &body, 0, 4));
+    ASSERT_NE(thread, nullptr);
+    thread->Join();
+    EXPECT_STREQ(body.name, "again");
+}
+
+std::size_t entries(const char* folder) {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) ++count;
+    return count;
+}
+
+void one_round() {
+    zBoot::StartModules();
+    std::promise<std::shared_ptr<zMessageLoop>> made;
+    std::thread other([&] {
+        const zObserverHandler observer(zObserverHandler::NewCode(),
+                                        [](const zRecord&, std::uint64_t) {});
+        made.set_value(zMessageLoop::Current());
+        zMessageLoop::Run();
+    });
+    made.get_future().get()->RequestQuit();
+    other.join();
+    zBoot::StopModules();
+}
+
+TEST(Leaks, AHundredRoundsLeaveNoThreadAndNoDescriptor) {
+    one_round();
+    const std::size_t threads = entries("/proc/self/task");
+    const std::size_t descriptors = entries("/proc/self/fd");
+    for (int i = 0; i < 100; ++i) one_round();
+    EXPECT_EQ(entries("/proc/self/task"), threads);
+    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+}
+
+}  // namespace

@@ -25,8 +25,9 @@ public:
     child_process& operator=(const child_process&) = delete;
 
     // `command` is the program's path and its arguments. Its output is discarded; of what it says
-    // on standard error the last line is kept. It is not reached by what is typed at our terminal:
-    // our Ctrl-C must not cut off a file that we are about to complete.
+    // on standard error the last line is kept. It runs below our own priority. It is not reached by
+    // what is typed at our terminal: our Ctrl-C must not cut off a file that we are about to
+    // complete.
     outcome start(const std::vector<std::string>& command);
 
     enum class write_result {

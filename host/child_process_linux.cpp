@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,6 +30,8 @@ using milliseconds = std::chrono::milliseconds;
 
 constexpr int k_pipe_bytes = 1 << 20;  // fewer switches between the two processes per frame
 constexpr milliseconds k_wait_step{2};
+// What it is given can wait in our memory for a while; the page that we take it from cannot.
+constexpr int k_priority = 10;
 
 outcome system_failure(const std::string& doing, int error) {
     return outcome::failed(doing + ": " + std::generic_category().message(error));
@@ -181,6 +184,7 @@ outcome child_process::start(const std::vector<std::string>& command) {
     pipe_ends input;
     pipe_ends errors;
     if (!input.open() || !errors.open()) return system_failure("cannot make a pipe", errno);
+    ::signal(SIGPIPE, SIG_IGN);
     const spawn_plan plan(input.read.get(), errors.write.get());
     const int error = plan.run(m_native->child, command);
     if (error != 0) {
@@ -189,6 +193,7 @@ outcome child_process::start(const std::vector<std::string>& command) {
     }
     ::fcntl(input.write.get(), F_SETPIPE_SZ, k_pipe_bytes);  // a smaller pipe works too
     ::fcntl(input.write.get(), F_SETFL, O_NONBLOCK);
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(m_native->child), k_priority);
     m_native->input.reset(::fcntl(input.write.get(), F_DUPFD_CLOEXEC, 0));
     m_native->errors.reset(::fcntl(errors.read.get(), F_DUPFD_CLOEXEC, 0));
     m_native->reader = std::thread(read_lines, m_native->errors.get(), std::ref(m_native->lines));

@@ -13,10 +13,12 @@ namespace {
 using strings = std::vector<std::string>;
 
 // The conversion is spelled out, and so is what is written into the file: left alone, ffmpeg
-// converts RGB by BT.601 whatever the size, and players guess.
+// converts RGB by BT.601 whatever the size, and players guess. Of the two ways to say it ProRes
+// takes the frames' (setparams), and H.264 the stream's.
 constexpr const char* k_to_bt709 =
     "scale=out_color_matrix=bt709:out_range=tv:"
-    "flags=bicubic+accurate_rnd+full_chroma_int+full_chroma_inp";
+    "flags=bicubic+accurate_rnd+full_chroma_int+full_chroma_inp,"
+    "setparams=range=tv:colorspace=bt709:color_primaries=bt709:color_trc=bt709";
 
 void append(strings& to, const strings& more) { to.insert(to.end(), more.begin(), more.end()); }
 

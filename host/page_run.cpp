@@ -17,8 +17,6 @@ constexpr auto k_question_patience = 1000ms;
 constexpr auto k_alive_interval = 1000ms;
 constexpr std::chrono::milliseconds k_longest_silence = 10s;
 
-constexpr std::string_view k_error_page = "chrome-error:";
-
 // "http 404", "wait", "throws ..." or "ready". Style sheets in the page's own text arrive after the
 // page has loaded; fonts load when the first text uses them.
 std::string probe(const std::string& condition) {
@@ -88,14 +86,14 @@ void page_run::fail(const std::string& text) {
 void page_run::page_loaded(const std::string& url) {
     const bool preparing = m_state < state::ready;
     if (!preparing) return;
-    if (url.substr(0, k_error_page.size()) == k_error_page) {
-        const std::string reason = m_load_problem.empty() ? m_request.url : m_load_problem;
-        return fail("the page could not be loaded: " + reason);
-    }
+    // What could not be loaded is replaced by a page that says so, and that one does load, under
+    // the same URL. That of a frame does not come here, and so is told apart.
+    if (url == m_failed_url) return fail("the page could not be loaded: " + m_load_problem);
     enter(state::settling);
 }
 
 void page_run::load_failed(const std::string& url, const std::string& error) {
+    m_failed_url = url;
     m_load_problem = url + ": " + error;
     const bool this_page = without_fragment(url) == without_fragment(m_request.url);
     if (m_state == state::loading && this_page) {
@@ -160,7 +158,10 @@ void page_run::step_settling(time_point now) {
 }
 
 void page_run::step_scripting(time_point now) {
-    if (m_request.script.empty()) return enter(state::waiting);
+    if (m_request.script.empty()) {
+        enter(state::waiting);
+        return step_waiting(now);
+    }
     std::string answer;
     std::string rest;
     if (take_answer(answer)) {

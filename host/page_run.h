@@ -102,7 +102,8 @@ private:
     time_point m_answered{};
     std::uint64_t m_pictures_before = 0;
     std::string m_thrown;        // by the condition, the last time
-    std::string m_load_problem;  // the last failure that may have been another frame's
+    std::string m_failed_url;    // the last one; it may have been a frame's of the page
+    std::string m_load_problem;  // the same with the reason
     std::string m_script_result;
     std::string m_failure;
 };

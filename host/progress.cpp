@@ -35,7 +35,8 @@ std::uint64_t part_of(std::uint64_t whole, const progress_state& state) {
 }  // namespace
 
 std::string progress_bar(const progress_state& state, int columns) {
-    const std::string text = state.doing + "  " + frames_text(state);
+    const bool begun = state.frames > 0;
+    const std::string text = state.doing + (begun ? "  " + frames_text(state) : "");
     std::string line;
     const int room = columns - static_cast<int>(text.size()) - 5;
     if (state.total > 0 && room >= k_shortest_bar) {
@@ -49,6 +50,7 @@ std::string progress_bar(const progress_state& state, int columns) {
 }
 
 std::string progress_line(const progress_state& state) {
+    if (state.frames == 0) return state.doing;
     std::string line = state.doing + "  " + frames_text(state);
     if (state.total > 0) line += "  " + std::to_string(part_of(100, state)) + " %";
     return line;

@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "host/background.h"
+
 namespace pennywort {
 
 writer_thread::writer_thread(std::unique_ptr<frame_writer> writer)
@@ -52,6 +54,7 @@ outcome writer_thread::finish() {
 }
 
 void writer_thread::run() {
+    work_in_background();
     entry todo;
     while (next(todo)) write(todo);
     todo.frame.reset();

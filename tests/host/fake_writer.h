@@ -1,0 +1,77 @@
+// tests/host/fake_writer.h - a writer that notes what it is given, and can be held up or fail.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/frame_writer.h"
+
+namespace pennywort {
+
+// Shared with the test, since a writer belongs to its thread.
+struct writer_log {
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<std::uint32_t> shown;  // the first pixel of each frame
+    bool held = false;                 // show waits
+    int waiting = 0;                   // shows that wait
+    std::size_t fail_at = ~std::size_t(0);
+    std::string finish_failure;
+    int finished = 0;
+
+    std::vector<std::uint32_t> frames() {
+        const std::scoped_lock hold(lock);
+        return shown;
+    }
+    void hold_up(bool on) {
+        {
+            const std::scoped_lock hold(lock);
+            held = on;
+        }
+        changed.notify_all();
+    }
+    void wait_until_one_waits() {
+        std::unique_lock hold(lock);
+        changed.wait(hold, [this] { return waiting > 0; });
+    }
+};
+
+class fake_writer : public frame_writer {
+public:
+    explicit fake_writer(std::shared_ptr<writer_log> log) : m_log(std::move(log)) {}
+
+    outcome begin() override { return outcome::fine(); }
+
+    outcome show(const picture_ptr& frame) override {
+        std::unique_lock hold(m_log->lock);
+        ++m_log->waiting;
+        m_log->changed.notify_all();
+        m_log->changed.wait(hold, [this] { return !m_log->held; });
+        --m_log->waiting;
+        if (m_log->shown.size() == m_log->fail_at) return outcome::failed("the disk is full");
+        m_log->shown.push_back(frame->pixels[0]);
+        return outcome::fine();
+    }
+
+    outcome finish() override {
+        const std::scoped_lock hold(m_log->lock);
+        ++m_log->finished;
+        return m_log->finish_failure.empty() ? outcome::fine()
+                                             : outcome::failed(m_log->finish_failure);
+    }
+
+private:
+    const std::shared_ptr<writer_log> m_log;
+};
+
+inline picture_ptr picture_of(std::uint32_t colour, long width = 1, long height = 1) {
+    auto made = std::make_shared<picture>(width, height);
+    for (std::size_t i = 0; i < made->pixel_count(); ++i) made->pixels[i] = colour;
+    return made;
+}
+
+}  // namespace pennywort

@@ -1,0 +1,47 @@
+// tests/host/interrupt_test.cpp - the first and the second wish to end.
+#include "host/interrupt.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace pennywort {
+namespace {
+
+TEST(InterruptDeathTest, TheSecondOneEndsTheProgramAtOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const interrupt_watch watch;
+            std::raise(SIGINT);
+            std::raise(SIGINT);
+        },
+        testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(InterruptDeathTest, OneThatNobodyWatchesEndsTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            { const interrupt_watch watch; }
+            std::raise(SIGINT);
+        },
+        testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(Interrupt, NothingIsNotedUnasked) { EXPECT_EQ(interrupt_watch().status(), 0); }
+
+TEST(Interrupt, TheFirstOneIsNotedWithItsExitStatus) {
+    {
+        const interrupt_watch watch;
+        std::raise(SIGINT);
+        EXPECT_EQ(watch.status(), 130);
+    }
+    const interrupt_watch watch;
+    EXPECT_EQ(watch.status(), 0);
+    std::raise(SIGTERM);
+    EXPECT_EQ(watch.status(), 143);
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -1,0 +1,213 @@
+// tests/host/movie_writer_test.cpp - movies: an ffmpeg that is missing, fails, stalls; and the real
+// one, whose files are read back.
+#include "host/movie_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/host/fake_writer.h"
+#include "tests/host/temporary_folder.h"
+
+namespace pennywort {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr long k_width = 64;
+constexpr long k_height = 48;
+
+frame_format movie_format(bool transparent) {
+    frame_format format;
+    format.width = k_width;
+    format.height = k_height;
+    format.rate = *frame_rate::parse("59.94");
+    format.transparent = transparent;
+    return format;
+}
+
+// Puts a program of the test's in ffmpeg's place.
+class FakeFfmpeg : public testing::Test {
+protected:
+    ~FakeFfmpeg() override { setenv("PATH", before.c_str(), 1); }
+    void install(const std::string& script) {
+        folder.write_program("ffmpeg", "PATH='" + before + "'\n" + script);
+        setenv("PATH", folder.path().c_str(), 1);
+    }
+    static outcome show_many(movie_writer& to) {
+        outcome result = outcome::fine();
+        for (int i = 0; i < 2000 && result.ok(); ++i) {
+            result = to.show(picture_of(1, k_width, k_height));
+        }
+        return result;
+    }
+
+    const std::string before = std::getenv("PATH");
+    temporary_folder folder;
+    movie_writer writer{output_kind::mkv, folder.path("a.mkv"), movie_format(false), 20s};
+};
+
+TEST_F(FakeFfmpeg, OneThatIsMissingIsToldWithTheRemedy) {
+    setenv("PATH", folder.path().c_str(), 1);
+    const auto begun = writer.begin();
+    EXPECT_NE(begun.text().find("install"), std::string::npos) << begun.text();
+}
+
+TEST_F(FakeFfmpeg, AMissingFolderIsToldBeforeItIsStarted) {
+    install("exit 0\n");
+    movie_writer lost(output_kind::mov, folder.path("no/such/a.mov"), movie_format(false), 20s);
+    const auto begun = lost.begin();
+    EXPECT_NE(begun.text().find("there is no folder"), std::string::npos) << begun.text();
+}
+
+TEST_F(FakeFfmpeg, OneThatExitsAtOnceIsToldWithItsLastLine) {
+    install("echo 'Unknown encoder' >&2\nexit 1\n");
+    ASSERT_TRUE(writer.begin().ok());
+    const auto result = show_many(writer);
+    EXPECT_NE(result.text().find("Unknown encoder"), std::string::npos) << result.text();
+    EXPECT_TRUE(writer.finish().ok());  // told already
+}
+
+TEST_F(FakeFfmpeg, OneThatExitsMidwayIsToldWithItsLastLine) {
+    install("head -c 50000 >/dev/null\necho 'No space left on device' >&2\nexit 1\n");
+    ASSERT_TRUE(writer.begin().ok());
+    const auto result = show_many(writer);
+    EXPECT_NE(result.text().find("No space left on device"), std::string::npos) << result.text();
+}
+
+TEST_F(FakeFfmpeg, OneThatEndsEarlyAndContentIsAFailureToo) {
+    install("head -c 50000 >/dev/null\nexit 0\n");
+    ASSERT_TRUE(writer.begin().ok());
+    const auto result = show_many(writer);
+    EXPECT_FALSE(result.ok());
+    EXPECT_NE(result.text().find("a.mkv"), std::string::npos) << result.text();
+}
+
+TEST_F(FakeFfmpeg, OneThatFailsSilentlyIsToldWithItsStatus) {
+    install("cat >/dev/null\nexit 7\n");
+    ASSERT_TRUE(writer.begin().ok());
+    EXPECT_TRUE(writer.show(picture_of(1, k_width, k_height)).ok());
+    EXPECT_NE(writer.finish().text().find("exit status 7"), std::string::npos);
+}
+
+TEST_F(FakeFfmpeg, OneThatStallsIsGivenUp) {
+    install("exec sleep 600\n");
+    movie_writer stalled(output_kind::mkv, folder.path("a.mkv"), movie_format(false), 100ms);
+    ASSERT_TRUE(stalled.begin().ok());
+    const auto result = show_many(stalled);
+    EXPECT_NE(result.text().find("has taken no frame"), std::string::npos) << result.text();
+    EXPECT_TRUE(stalled.finish().ok());
+}
+
+TEST_F(FakeFfmpeg, GetsStraightAlphaWhereTheFileKeepsIt) {
+    install("cat > '" + folder.path("input") + "'\n");
+    movie_writer clear(output_kind::mov, folder.path("a.mov"), movie_format(true), 20s);
+    ASSERT_TRUE(clear.begin().ok());
+    const auto half = picture_of(0x80402010, k_width, k_height);
+    EXPECT_TRUE(clear.show(half).ok());
+    EXPECT_TRUE(clear.show(half).ok());
+    EXPECT_TRUE(clear.finish().ok());
+    const auto input = folder.read("input");
+    ASSERT_EQ(input.size(), 2 * half->byte_count());
+    EXPECT_EQ(input.substr(0, 4), "\x20\x40\x80\x80");
+}
+
+std::string output_of(const std::string& command) {
+    std::string text;
+    std::FILE* pipe = popen(command.c_str(), "r");
+    char some[4096];
+    for (std::size_t n; pipe && (n = fread(some, 1, sizeof some, pipe)) > 0;) text.append(some, n);
+    if (pipe) pclose(pipe);
+    return text;
+}
+
+struct movie_case {
+    const char* name;
+    output_kind kind;
+    const char* file;
+    bool transparent;
+    const char* codec;
+    const char* tags;  // what has to be in the stream's description
+    int tolerance;     // of a colour channel read back, in levels
+};
+void PrintTo(const movie_case& c, std::ostream* out) { *out << c.name; }
+
+constexpr movie_case k_movies[] = {
+    {"H264", output_kind::mkv, "a.mkv", false, "h264", "color_space=bt709", 3},
+    {"Ffv1WithAlpha", output_kind::mkv, "b.mkv", true, "ffv1", "pix_fmt=bgra", 0},
+    {"ProRes422", output_kind::mov, "c.mov", false, "prores", "color_space=bt709", 3},
+    {"ProRes4444", output_kind::mov, "d.mov", true, "prores", "pix_fmt=yuva444p", 3},
+    {"AColonInTheName", output_kind::mov, "http:e.mov", true, "prores", "color_space=bt709", 3},
+};
+
+class Movie : public testing::TestWithParam<movie_case> {
+protected:
+    void SetUp() override {
+        if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
+    }
+};
+
+// A colour that BT.601 would turn into another one.
+TEST_P(Movie, HasItsFramesItsRateAndItsColours) {
+    const auto& c = GetParam();
+    const temporary_folder folder;
+    auto format = movie_format(c.transparent);
+    // Matroska counts in milliseconds, and a film of five frames does not show what they stand for.
+    if (c.kind == output_kind::mkv) format.rate = *frame_rate::parse("50");
+    movie_writer writer(c.kind, folder.path(c.file), format, 20s);
+    const auto begun = writer.begin();
+    ASSERT_TRUE(begun.ok()) << begun.text();
+    for (int i = 0; i < 5; ++i)
+        EXPECT_TRUE(writer.show(picture_of(0xFF20C840, k_width, k_height)).ok());
+    const auto finished = writer.finish();
+    ASSERT_TRUE(finished.ok()) << finished.text();
+
+    const std::string name = "'file:" + folder.path(c.file) + "'";
+    const auto about = output_of("ffprobe -v error -count_frames -show_streams " + name);
+    for (const std::string& part :
+         {std::string("codec_name=") + c.codec, std::string(c.tags),
+          std::string(c.kind == output_kind::mov ? "r_frame_rate=60000/1001" : "r_frame_rate=50/1"),
+          std::string("nb_read_frames=5")}) {
+        EXPECT_NE(about.find(part), std::string::npos) << part << " is not in\n" << about;
+    }
+    const auto pixels = output_of(
+        "ffmpeg -v error -i " + name +
+        " -frames:v 1 -f rawvideo -pix_fmt bgra -sws_flags accurate_rnd+full_chroma_int -");
+    ASSERT_EQ(pixels.size(), std::size_t(k_width * k_height * 4));
+    const std::size_t middle = (k_height / 2 * k_width + k_width / 2) * 4;
+    const int want[] = {0x40, 0xC8, 0x20, 0xFF};
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_NEAR(static_cast<unsigned char>(pixels[middle + i]), want[i], c.tolerance) << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Movie, testing::ValuesIn(k_movies),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+TEST(MovieCommand, OddSizesKeepTheirSize) {
+    if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
+    const temporary_folder folder;
+    for (const bool transparent : {false, true}) {
+        for (const char* file : {"a.mkv", "a.mov"}) {
+            auto format = movie_format(transparent);
+            format.width = 33;
+            format.height = 17;
+            const auto kind = std::string(file) == "a.mkv" ? output_kind::mkv : output_kind::mov;
+            movie_writer writer(kind, folder.path(file), format, 20s);
+            ASSERT_TRUE(writer.begin().ok());
+            EXPECT_TRUE(writer.show(picture_of(0xFF20C840, 33, 17)).ok());
+            const auto finished = writer.finish();
+            EXPECT_TRUE(finished.ok()) << finished.text();
+            const auto about =
+                output_of("ffprobe -v error -show_streams '" + folder.path(file) + "'");
+            EXPECT_NE(about.find("width=33"), std::string::npos) << file << transparent << about;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -1,0 +1,317 @@
+// tests/host/page_run_test.cpp - a page's way to its first frame, with a page that answers what the
+// test wants, and a time that the test tells.
+#include "host/page_run.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace pennywort {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* k_url = "https://example.com/page";
+
+class fake_port : public page_port {
+public:
+    void run_script(const std::string& body, std::function<void(std::string)> answer) override {
+        scripts.push_back(body);
+        open.push_back(std::move(answer));
+    }
+    void repaint() override { ++repaints; }
+    std::uint64_t pictures() const override { return painted; }
+
+    // Answers the newest question.
+    void answer(const std::string& text) {
+        ASSERT_FALSE(open.empty()) << "nothing was asked";
+        auto last = std::move(open.back());
+        open.pop_back();
+        last(text);
+    }
+
+    std::vector<std::string> scripts;
+    std::vector<std::function<void(std::string)>> open;
+    int repaints = 0;
+    std::uint64_t painted = 0;
+};
+
+class PageRun : public testing::Test {
+protected:
+    page_run& begin() { return run.emplace(port, request, now); }
+    void pass(std::chrono::milliseconds time) {
+        now += time;
+        run->step(now);
+    }
+    // In steps, as the program does it.
+    void pass_slowly(std::chrono::milliseconds time) {
+        for (auto passed = 0ms; passed < time; passed += 10ms) pass(10ms);
+    }
+    void load() { run->page_loaded(k_url); }
+    void answer(const std::string& text) {
+        pass(10ms);
+        port.answer(text);
+        pass(10ms);
+    }
+    void make_ready() {
+        begin();
+        load();
+        answer("ready");
+        answer("ready");
+        ++port.painted;
+        pass(10ms);
+        ASSERT_TRUE(run->ready());
+    }
+    bool failure_has(const std::string& part) const {
+        return run->failed() && run->failure().find(part) != std::string::npos &&
+               run->failure().find('\n') == std::string::npos;
+    }
+
+    fake_port port;
+    page_request request{k_url, "", "", "", 30s};
+    page_run::time_point now = page_run::time_point() + 1000s;
+    std::optional<page_run> run;
+};
+
+TEST_F(PageRun, APageThatNeverLoadsFailsAfterTheTimeout) {
+    begin();
+    pass_slowly(29s);
+    EXPECT_FALSE(run->failed());
+    pass_slowly(1s);
+    EXPECT_TRUE(failure_has("has not loaded within 30 s")) << run->failure();
+    EXPECT_TRUE(port.scripts.empty());
+}
+
+TEST_F(PageRun, APageThatCannotBeLoadedFailsAtOnce) {
+    begin();
+    run->load_failed(k_url, "ERR_NAME_NOT_RESOLVED");
+    EXPECT_TRUE(failure_has("ERR_NAME_NOT_RESOLVED"));
+}
+
+TEST_F(PageRun, TheRuntimesSpellingOfTheUrlIsTheSamePage) {
+    request.url = "https://example.com#top";
+    begin();
+    run->load_failed("https://example.com/", "ERR_FAILED");
+    EXPECT_TRUE(failure_has("ERR_FAILED"));
+}
+
+TEST_F(PageRun, AFrameThatCannotBeLoadedIsNoFailureOfThePage) {
+    begin();
+    run->load_failed("https://ads.example.net/", "ERR_BLOCKED");
+    load();
+    EXPECT_FALSE(run->failed());
+    answer("ready");
+    EXPECT_FALSE(run->failed());
+}
+
+// After a redirect the URL is another one; what tells the page's own failure is that the page which
+// says so then loads under it.
+TEST_F(PageRun, ARedirectThatEndsNowhereFails) {
+    begin();
+    run->load_failed("https://elsewhere.example/", "ERR_CONNECTION_REFUSED");
+    EXPECT_FALSE(run->failed());
+    run->page_loaded("https://elsewhere.example/");
+    EXPECT_TRUE(failure_has("ERR_CONNECTION_REFUSED"));
+}
+
+TEST_F(PageRun, AServersErrorPageFails) {
+    begin();
+    load();
+    answer("http 503");
+    EXPECT_TRUE(failure_has("status 503"));
+}
+
+TEST_F(PageRun, APageThatDoesNotAnswerIsAskedAgainAndFailsAfterTheTimeout) {
+    begin();
+    load();
+    pass_slowly(29s);
+    EXPECT_FALSE(run->failed());
+    EXPECT_GT(port.scripts.size(), 10u);
+    EXPECT_LT(port.scripts.size(), 60u);
+    pass_slowly(1s);
+    EXPECT_TRUE(failure_has("does not answer")) << run->failure();
+}
+
+TEST_F(PageRun, AScriptThatThrowsFailsWithWhatItThrew) {
+    request.script = "throw 1";
+    request.script_name = "a.js";
+    begin();
+    load();
+    answer("ready");
+    answer("throws Error: bad");
+    EXPECT_TRUE(failure_has("a.js threw in the page: Error: bad")) << run->failure();
+}
+
+TEST_F(PageRun, AScriptThatNeverAnswersIsRunOnceAndFailsAfterTheTimeout) {
+    request.script = "marker(";
+    request.script_name = "a.js";
+    begin();
+    load();
+    answer("ready");
+    pass_slowly(30s);
+    EXPECT_TRUE(failure_has("a.js has not ended")) << run->failure();
+    int runs = 0;
+    for (const auto& script : port.scripts) runs += script.find("marker(") != std::string::npos;
+    EXPECT_EQ(runs, 1);
+}
+
+TEST_F(PageRun, AConditionThatStaysFalseFailsAfterTheTimeout) {
+    request.wait_for = "window.done";
+    begin();
+    load();
+    answer("ready");
+    for (int i = 0; i < 100; ++i) {
+        pass_slowly(50ms);
+        port.answer("wait");
+    }
+    pass_slowly(30s);
+    EXPECT_TRUE(failure_has("--wait-for window.done has not become true")) << run->failure();
+}
+
+TEST_F(PageRun, AConditionThatThrowsIsTriedAgainAndTold) {
+    request.wait_for = "a.b";
+    request.timeout = 1s;
+    begin();
+    load();
+    answer("ready");
+    answer("throws ReferenceError: a");
+    EXPECT_FALSE(run->failed());
+    pass(1s);
+    EXPECT_TRUE(failure_has("ReferenceError: a")) << run->failure();
+}
+
+TEST_F(PageRun, APageThatPaintsNothingFails) {
+    request.timeout = 1500ms;
+    begin();
+    load();
+    answer("ready");
+    answer("ready");
+    EXPECT_EQ(port.repaints, 1);
+    pass(2s);
+    EXPECT_TRUE(failure_has("has painted nothing within 1.5 s")) << run->failure();
+}
+
+TEST_F(PageRun, ThePictureHasToBeNewerThanTheCondition) {
+    begin();
+    port.painted = 5;
+    load();
+    answer("ready");
+    answer("ready");
+    pass(10ms);
+    EXPECT_FALSE(run->ready());
+    ++port.painted;
+    pass(10ms);
+    EXPECT_TRUE(run->ready());
+}
+
+TEST_F(PageRun, TheScriptRunsAfterTheFontsAndBeforeTheCondition) {
+    request.script = "return the_script()";
+    request.wait_for = "the_condition";
+    begin();
+    load();
+    answer("wait");
+    pass_slowly(50ms);
+    answer("ready");
+    pass(10ms);
+    ASSERT_EQ(port.scripts.size(), 3u);
+    EXPECT_NE(port.scripts[0].find("document.fonts"), std::string::npos);
+    EXPECT_NE(port.scripts[2].find("return the_script()\n"), std::string::npos);
+    answer("fine 42");
+    EXPECT_EQ(run->script_result(), "42");
+    pass(10ms);
+    ASSERT_EQ(port.scripts.size(), 4u);
+    EXPECT_NE(port.scripts[3].find("(the_condition\n)"), std::string::npos);
+}
+
+TEST_F(PageRun, APageThatLoadsAnotherOneIsPreparedAgain) {
+    request.script = "return 1";
+    begin();
+    load();
+    answer("ready");
+    answer("fine 1");
+    run->page_loaded("https://example.com/next");
+    answer("ready");
+    pass(10ms);
+    int runs = 0;
+    for (const auto& script : port.scripts) runs += script.find("return 1\n") != std::string::npos;
+    EXPECT_EQ(runs, 2);
+}
+
+TEST_F(PageRun, AnAnswerToAnOldQuestionChangesNothing) {
+    begin();
+    load();
+    pass(10ms);
+    auto old = std::move(port.open.back());
+    port.open.pop_back();
+    run->page_loaded("https://example.com/next");
+    pass(10ms);
+    old("http 404");
+    pass(10ms);
+    EXPECT_FALSE(run->failed());
+    run.reset();
+    old("ready");  // after the run has gone
+}
+
+TEST_F(PageRun, ALivePageIsAskedAboutOnceASecond) {
+    make_ready();
+    const auto before = port.scripts.size();
+    for (int i = 0; i < 1000; ++i) {
+        pass(10ms);
+        if (!port.open.empty()) port.answer("1");
+    }
+    EXPECT_GE(port.scripts.size() - before, 9u);
+    EXPECT_LE(port.scripts.size() - before, 11u);
+    EXPECT_TRUE(run->ready());
+}
+
+TEST_F(PageRun, APageThatDiesWhileItsFramesCountFails) {
+    make_ready();
+    pass_slowly(9s);
+    EXPECT_TRUE(run->ready());
+    pass_slowly(2s);
+    EXPECT_TRUE(failure_has("stopped answering")) << run->failure();
+}
+
+TEST_F(PageRun, APageThatDiedBeforeItsLastFrameFails) {
+    make_ready();
+    pass(10ms);
+    port.answer("1");
+    run->end(now);
+    EXPECT_FALSE(run->ended());
+    pass_slowly(10s);
+    EXPECT_TRUE(failure_has("stopped answering")) << run->failure();
+}
+
+TEST_F(PageRun, APageThatAnswersAtTheEndHasEnded) {
+    make_ready();
+    run->end(now);
+    port.answer("1");
+    pass(10ms);
+    EXPECT_TRUE(run->ended());
+    EXPECT_FALSE(run->failed());
+}
+
+TEST_F(PageRun, AnswerFromBeforeTheEndProvesNothing) {
+    make_ready();
+    pass(10ms);
+    ASSERT_EQ(port.open.size(), 1u);
+    auto before_the_end = std::move(port.open.back());
+    port.open.pop_back();
+    run->end(now);
+    before_the_end("1");
+    pass(10ms);
+    EXPECT_FALSE(run->ended());
+}
+
+TEST_F(PageRun, APageMayLoadOthersWhileItsFramesCount) {
+    make_ready();
+    run->load_failed("https://example.com/next", "ERR_FAILED");
+    run->page_loaded("https://example.com/next");
+    EXPECT_TRUE(run->ready());
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -1,0 +1,165 @@
+// tests/host/texts_test.cpp - what the program prints: JSON, progress, summaries; and the last line
+// of what another program prints.
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+
+#include "host/json_line.h"
+#include "host/last_line.h"
+#include "host/progress.h"
+#include "host/render_report.h"
+
+namespace pennywort {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(JsonQuoted, EscapesWhatWouldEndTheTextOrTheLine) {
+    EXPECT_EQ(json_quoted("a\"b\\c"), R"("a\"b\\c")");
+    EXPECT_EQ(json_quoted("a\nb\rc\td"), R"("a\nb\rc\td")");
+    EXPECT_EQ(json_quoted(std::string_view("\0\x01\x1f\x7f", 4)), R"("\u0000\u0001\u001f\u007f")");
+}
+
+TEST(JsonQuoted, KeepsUtf8AndReplacesWhatIsNone) {
+    EXPECT_EQ(json_quoted("ä€😀"), "\"ä€😀\"");
+    const std::string bad = "\xEF\xBF\xBD";
+    for (const char* broken : {"\xFF", "\x80", "\xC3", "\xE2\x82", "\xF0\x9F\x98"}) {
+        EXPECT_EQ(json_quoted(broken).substr(0, 4), "\"" + bad) << broken;
+    }
+    EXPECT_EQ(json_quoted("\xC0\xAF"), "\"" + bad + bad + "\"");            // overlong
+    EXPECT_EQ(json_quoted("\xED\xA0\x80"), "\"" + bad + bad + bad + "\"");  // half a pair
+    EXPECT_EQ(json_quoted("\xF4\x90\x80\x80").size(), 2 + 4 * bad.size());  // past the last
+    EXPECT_EQ(json_quoted("\xC3(a"), "\"" + bad + "(a\"");
+}
+
+TEST(JsonLine, WritesMembersInTheirOrder) {
+    json_line line;
+    EXPECT_EQ(line.text(), "{}");
+    line.add("count", std::uint64_t(18446744073709551615ull)).add("na\"me", "x").add("s", 1.25, 1);
+    EXPECT_EQ(line.text(), R"({"count":18446744073709551615,"na\"me":"x","s":1.2})");
+}
+
+TEST(JsonLine, WhatIsNoNumberIsNull) {
+    json_line line;
+    line.add("a", std::numeric_limits<double>::quiet_NaN(), 1)
+        .add("b", std::numeric_limits<double>::infinity(), 1)
+        .add("c", std::numeric_limits<double>::max(), 0);
+    EXPECT_EQ(line.text().substr(0, 24), R"({"a":null,"b":null,"c":1)");
+}
+
+TEST(LastLine, IsTheSameAtEverySplit) {
+    const std::string text = "one\ntwo\r\n\nlast words";
+    for (std::size_t split = 0; split <= text.size(); ++split) {
+        last_line lines;
+        lines.add(text.substr(0, split));
+        lines.add(text.substr(split));
+        EXPECT_EQ(lines.text(), "last words") << split;
+    }
+}
+
+TEST(LastLine, EmptyLinesDoNotCount) {
+    last_line lines;
+    EXPECT_EQ(lines.text(), "");
+    lines.add("\n\nreason\n\n\r\n");
+    EXPECT_EQ(lines.text(), "reason");
+}
+
+TEST(LastLine, ALineWithoutEndStaysShort) {
+    last_line lines;
+    for (int i = 0; i < 1000; ++i) lines.add("0123456789");
+    EXPECT_EQ(lines.text().size(), last_line::k_longest);
+    lines.add("\nend\n");
+    EXPECT_EQ(lines.text(), "end");
+}
+
+TEST(Progress, TheBarNeverReachesTheEndOfTheTerminalsLine) {
+    progress_state state;
+    state.total = 200;
+    state.doing = "page 1 of 3";
+    for (std::uint64_t frames : {0u, 1u, 100u, 200u, 300u}) {
+        for (int columns = 1; columns < 120; ++columns) {
+            state.frames = frames;
+            EXPECT_LT(progress_bar(state, columns).size(), static_cast<std::size_t>(columns));
+        }
+    }
+}
+
+TEST(Progress, TheBarFillsWithTheFrames) {
+    progress_state state;
+    state.total = 100;
+    state.frames = 50;
+    state.seconds = 1;
+    state.doing = "page 1 of 1";
+    EXPECT_EQ(progress_bar(state, 100),
+              "[###############...............]  page 1 of 1  50/100 frames  1.0 s");
+    EXPECT_EQ(progress_line(state), "page 1 of 1  50/100 frames  1.0 s  50 %");
+}
+
+TEST(Progress, WithoutATotalThereIsNoShare) {
+    progress_state state;
+    state.frames = 50;
+    state.seconds = 1;
+    state.repeated = 2;
+    state.dropped = 3;
+    state.doing = "page 1 of 1";
+    EXPECT_EQ(progress_line(state), "page 1 of 1  50 frames  1.0 s  2 repeated  3 dropped");
+    EXPECT_EQ(progress_bar(state, 200), progress_line(state));
+}
+
+TEST(Progress, BeforeTheFirstFrameOnlySaysWhatItDoes) {
+    progress_state state;
+    state.total = 100;
+    state.doing = "loading page 1 of 1";
+    EXPECT_EQ(progress_line(state), "loading page 1 of 1");
+}
+
+render_result some_result() {
+    render_result result;
+    result.counts.frames = 100;
+    result.counts.painted = 98;
+    result.counts.repeated = 3;
+    result.counts.dropped = 1;
+    result.counts.counted = 2s;
+    result.missed = 2;
+    result.first_frame = 512ms;
+    return result;
+}
+
+TEST(RenderReport, HasOneLineWithEveryNumber) {
+    render_options options;
+    options.urls = {"about:blank"};
+    options.format.width = 1280;
+    options.format.height = 720;
+    options.output.path = "a\"b.png";
+    EXPECT_EQ(
+        json_report(options, some_result()),
+        "{\"painted\":98,\"repeated\":3,\"dropped\":1,\"missed\":2,\"frames\":100,"
+        "\"first_frame_ms\":512.0,\"seconds\":2.000,\"width\":1280,\"height\":720,"
+        "\"fps\":50.000,\"painted_fps\":49.00,\"interval_p50_ms\":0.0,\"interval_p99_ms\":0.0,"
+        "\"pages\":1,\"output\":\"a\\\"b.png\"}");
+}
+
+TEST(RenderReport, AFailureIsInItAndWhatNeverCameIsNull) {
+    render_options options;
+    render_result result;
+    result.failure = "the page\nfailed";
+    const auto text = json_report(options, result);
+    EXPECT_NE(text.find("\"first_frame_ms\":null"), std::string::npos) << text;
+    EXPECT_NE(text.find("\"failure\":\"the page\\nfailed\""), std::string::npos) << text;
+    EXPECT_EQ(text.find('\n'), std::string::npos);
+}
+
+TEST(RenderReport, DroppedPicturesAreExplained) {
+    render_options options;
+    options.output.kind = output_kind::mov;
+    options.output.path = "a.mov";
+    EXPECT_EQ(summary_lines(options, some_result()).size(), 2u);
+    auto result = some_result();
+    result.counts.dropped = 0;
+    EXPECT_EQ(summary_lines(options, result).size(), 1u);
+    EXPECT_TRUE(summary_lines(options, render_result()).empty());
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -1,0 +1,73 @@
+// tests/host/ticker_test.cpp - which ticks are due, and the thread that calls for them.
+#include "host/ticker.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace pennywort {
+namespace {
+
+using namespace std::chrono_literals;
+
+const tick_schedule::time_point k_start = tick_schedule::time_point() + 1000s;
+
+TEST(TickSchedule, NothingIsDueBeforeItsTime) {
+    tick_schedule schedule(*frame_rate::parse("50"), k_start);
+    EXPECT_EQ(schedule.take_due(k_start - 1ns), 0u);
+    EXPECT_EQ(schedule.take_due(k_start), 1u);
+    EXPECT_EQ(schedule.take_due(k_start + 20ms - 1ns), 0u);
+    EXPECT_EQ(schedule.take_due(k_start + 20ms), 1u);
+}
+
+TEST(TickSchedule, ATickThatIsLateMakesNoOtherLate) {
+    tick_schedule schedule(*frame_rate::parse("50"), k_start);
+    EXPECT_EQ(schedule.take_due(k_start + 19ms), 1u);
+    EXPECT_EQ(schedule.next(), k_start + 20ms);
+    EXPECT_EQ(schedule.take_due(k_start + 39ms), 1u);
+    EXPECT_EQ(schedule.next(), k_start + 40ms);
+}
+
+TEST(TickSchedule, TicksThatWereMissedAreDueTogether) {
+    tick_schedule schedule(*frame_rate::parse("50"), k_start);
+    EXPECT_EQ(schedule.take_due(k_start + 100ms), 6u);
+    EXPECT_EQ(schedule.next(), k_start + 120ms);
+}
+
+TEST(TickSchedule, ADayOfNtscTicksEndsOnTheNanosecond) {
+    tick_schedule schedule(*frame_rate::parse("59.94"), k_start);
+    std::uint64_t due = 0;
+    for (int second = 1; second <= 1001 * 86; ++second)
+        due += schedule.take_due(k_start + second * 1s);
+    EXPECT_EQ(due, 60000u * 86 + 1);
+}
+
+TEST(Ticker, CallsUntilItEndsAndNotAfterwards) {
+    std::atomic<std::uint64_t> due_ticks{0};
+    std::atomic<bool> wrong_order{false};
+    {
+        tick_schedule::time_point last{};
+        const ticker ticks(*frame_rate::parse("240"), [&](auto now, std::uint64_t due) {
+            wrong_order = wrong_order || now < last || due == 0;
+            last = now;
+            due_ticks += due;
+        });
+        while (due_ticks < 10) std::this_thread::yield();
+    }
+    const std::uint64_t at_the_end = due_ticks;
+    std::this_thread::yield();
+    EXPECT_EQ(due_ticks, at_the_end);
+    EXPECT_FALSE(wrong_order);
+}
+
+TEST(Ticker, StartsAndEndsAHundredTimes) {
+    std::atomic<int> calls{0};
+    for (int i = 0; i < 100; ++i) {
+        const ticker ticks(*frame_rate::parse("1"), [&](auto, std::uint64_t) { ++calls; });
+    }
+    EXPECT_LE(calls, 100);
+}
+
+}  // namespace
+}  // namespace pennywort

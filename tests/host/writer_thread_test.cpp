@@ -1,0 +1,112 @@
+// tests/host/writer_thread_test.cpp - frames on their way to a writer that is slow or fails.
+#include "host/writer_thread.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/host/fake_writer.h"
+
+namespace pennywort {
+namespace {
+
+using colours = std::vector<std::uint32_t>;
+
+class WriterThread : public testing::Test {
+protected:
+    std::unique_ptr<writer_thread> make() {
+        return std::make_unique<writer_thread>(std::make_unique<fake_writer>(log));
+    }
+    const std::shared_ptr<writer_log> log = std::make_shared<writer_log>();
+};
+
+TEST_F(WriterThread, AFailureIsToldAndEndsTheWriting) {
+    log->fail_at = 2;
+    auto writer = make();
+    for (std::uint32_t i = 0; i < 50; ++i) writer->show(picture_of(i));
+    const auto result = writer->finish();
+    EXPECT_EQ(result.text(), "the disk is full");
+    EXPECT_TRUE(writer->failed());
+    EXPECT_EQ(writer->written(), 2u);
+    EXPECT_EQ(log->frames(), (colours{0, 1}));
+    // What was written so far is completed all the same.
+    EXPECT_EQ(log->finished, 1);
+}
+
+TEST_F(WriterThread, AFailureAtTheEndIsToldToo) {
+    log->finish_failure = "no room for the index";
+    auto writer = make();
+    writer->show(picture_of(1));
+    EXPECT_EQ(writer->finish().text(), "no room for the index");
+}
+
+TEST_F(WriterThread, TheFirstFailureIsTheOneThatIsTold) {
+    log->fail_at = 0;
+    log->finish_failure = "no room for the index";
+    auto writer = make();
+    writer->show(picture_of(1));
+    EXPECT_EQ(writer->finish().text(), "the disk is full");
+}
+
+TEST_F(WriterThread, FramesAfterAFailureHoldNoMemory) {
+    log->fail_at = 0;
+    auto writer = make();
+    writer->show(picture_of(1));
+    EXPECT_FALSE(writer->finish().ok());
+    auto late = picture_of(2);
+    writer->show(late);
+    EXPECT_EQ(late.use_count(), 1);
+}
+
+TEST_F(WriterThread, NothingToRepeatIsNoFrame) {
+    auto writer = make();
+    writer->show_again();
+    EXPECT_TRUE(writer->finish().ok());
+    EXPECT_EQ(log->frames(), colours());
+}
+
+TEST_F(WriterThread, WithoutAFrameTheOutputIsCompletedToo) {
+    EXPECT_TRUE(make()->finish().ok());
+    EXPECT_EQ(log->finished, 1);
+}
+
+TEST_F(WriterThread, FramesAndRepeatsComeInTheirOrder) {
+    auto writer = make();
+    writer->show(picture_of(1));
+    writer->show_again();
+    writer->show(picture_of(2));
+    writer->show_again();
+    writer->show_again();
+    writer->show(picture_of(3));
+    EXPECT_TRUE(writer->finish().ok());
+    EXPECT_EQ(log->frames(), (colours{1, 1, 2, 2, 2, 3}));
+    EXPECT_EQ(writer->written(), 6u);
+    EXPECT_TRUE(writer->finished());
+}
+
+// A player that is paused for an hour costs one number, not a picture per frame.
+TEST_F(WriterThread, RepeatsWhileTheWriterWaitsHoldNoMoreThanOnePicture) {
+    log->hold_up(true);
+    auto writer = make();
+    auto first = picture_of(1);
+    writer->show(first);
+    log->wait_until_one_waits();
+    for (int i = 0; i < 100'000; ++i) writer->show_again();
+    EXPECT_LE(first.use_count(), 4);
+    log->hold_up(false);
+    EXPECT_TRUE(writer->finish().ok());
+    EXPECT_EQ(log->frames().size(), 100'001u);
+}
+
+TEST_F(WriterThread, OneThatIsDroppedWritesNoMoreThanItHasBegun) {
+    log->hold_up(true);
+    auto writer = make();
+    for (std::uint32_t i = 0; i < 10; ++i) writer->show(picture_of(i));
+    log->wait_until_one_waits();
+    std::thread dropping([&] { writer.reset(); });
+    log->hold_up(false);
+    dropping.join();
+    EXPECT_LE(log->frames().size(), 10u);
+    EXPECT_EQ(log->finished, 1);
+}
+
+}  // namespace
+}  // namespace pennywort

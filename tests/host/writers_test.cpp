@@ -1,0 +1,190 @@
+// tests/host/writers_test.cpp - files and pipes of frames: full disks, readers that leave,
+// contents.
+#include <gtest/gtest.h>
+#include <png.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/png_writers.h"
+#include "host/stream_writers.h"
+#include "tests/host/fake_writer.h"
+#include "tests/host/temporary_folder.h"
+
+namespace pennywort {
+namespace {
+
+frame_format format_of(long width, long height, const char* rate = "50") {
+    frame_format format;
+    format.width = width;
+    format.height = height;
+    format.rate = *frame_rate::parse(rate);
+    return format;
+}
+
+sink_opener file(const std::string& path) {
+    return [path](byte_sink& sink) { return sink.open(path); };
+}
+
+struct decoded {
+    unsigned width = 0, height = 0;
+    bool has_alpha = false;
+    std::vector<std::uint8_t> bgra;
+};
+
+decoded read_png(const std::string& path) {
+    decoded out;
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    EXPECT_TRUE(png_image_begin_read_from_file(&image, path.c_str())) << image.message;
+    out.has_alpha = (image.format & PNG_FORMAT_FLAG_ALPHA) != 0;
+    image.format = PNG_FORMAT_BGRA;
+    out.width = image.width;
+    out.height = image.height;
+    out.bgra.resize(PNG_IMAGE_SIZE(image));
+    EXPECT_TRUE(png_image_finish_read(&image, nullptr, out.bgra.data(), 0, nullptr))
+        << image.message;
+    return out;
+}
+
+TEST(PngWriter, AMissingFolderIsToldBeforeAnythingBegins) {
+    const temporary_folder folder;
+    const auto begun = png_writer(folder.path("no/such/a.png"), true).begin();
+    EXPECT_NE(begun.text().find("there is no folder"), std::string::npos) << begun.text();
+}
+
+TEST(PngWriter, AFullDiskIsTold) {
+    const auto written =
+        write_png("/dev/full", *picture_of(0xFF112233, 64, 64), true, png_effort::fast);
+    EXPECT_NE(written.text().find("No space left"), std::string::npos) << written.text();
+    EXPECT_TRUE(std::filesystem::exists("/dev/full"));
+}
+
+TEST(PngWriter, WithoutAFrameThereIsNoFile) {
+    const temporary_folder folder;
+    png_writer writer(folder.path("a.png"), true);
+    EXPECT_TRUE(writer.begin().ok());
+    EXPECT_TRUE(writer.finish().ok());
+    EXPECT_FALSE(folder.has("a.png"));
+}
+
+TEST(PngWriter, WritesTheLastFrameWithStraightAlpha) {
+    const temporary_folder folder;
+    png_writer writer(folder.path("a.png"), true);
+    EXPECT_TRUE(writer.show(picture_of(0xFFFFFFFF, 3, 2)).ok());
+    EXPECT_TRUE(writer.show(picture_of(0x80402010, 3, 2)).ok());
+    EXPECT_TRUE(writer.finish().ok());
+    const auto got = read_png(folder.path("a.png"));
+    EXPECT_EQ(got.width, 3u);
+    EXPECT_EQ(got.height, 2u);
+    EXPECT_TRUE(got.has_alpha);
+    EXPECT_EQ(std::vector<std::uint8_t>(got.bgra.begin(), got.bgra.begin() + 4),
+              (std::vector<std::uint8_t>{32, 64, 128, 128}));
+}
+
+TEST(PngWriter, WithoutTransparencyThereIsNoAlpha) {
+    const temporary_folder folder;
+    for (const auto effort : {png_effort::small_file, png_effort::fast}) {
+        EXPECT_TRUE(
+            write_png(folder.path("a.png"), *picture_of(0xFF402010, 5, 3), false, effort).ok());
+        const auto got = read_png(folder.path("a.png"));
+        EXPECT_FALSE(got.has_alpha);
+        EXPECT_EQ(std::vector<std::uint8_t>(got.bgra.end() - 4, got.bgra.end()),
+                  (std::vector<std::uint8_t>{16, 32, 64, 255}));
+    }
+}
+
+TEST(PngSeriesWriter, AFailureIsToldByALaterFrameOrTheEnd) {
+    const temporary_folder folder;
+    std::filesystem::create_directory(folder.path("f1.png"));  // in the way of the first file
+    std::string reason;
+    png_series_writer writer(*name_pattern::parse(folder.path("f%d.png"), reason), true);
+    EXPECT_TRUE(writer.begin().ok());
+    bool failed = false;
+    for (int i = 0; i < 40 && !failed; ++i) failed = !writer.show(picture_of(1)).ok();
+    EXPECT_TRUE(failed);
+    EXPECT_TRUE(std::filesystem::is_directory(folder.path("f1.png")));
+}
+
+TEST(PngSeriesWriter, NumbersItsFilesFromOneInTheirOrder) {
+    const temporary_folder folder;
+    std::string reason;
+    png_series_writer writer(*name_pattern::parse(folder.path("f%03d.png"), reason), true);
+    EXPECT_TRUE(writer.begin().ok());
+    for (std::uint32_t i = 1; i <= 12; ++i)
+        EXPECT_TRUE(writer.show(picture_of(0xFF000000 + i)).ok());
+    EXPECT_TRUE(writer.finish().ok());
+    for (std::uint32_t i = 1; i <= 12; ++i) {
+        const auto name = folder.path(i < 10 ? "f00" + std::to_string(i) + ".png"
+                                             : "f0" + std::to_string(i) + ".png");
+        EXPECT_EQ(read_png(name).bgra[0], i);
+    }
+}
+
+TEST(Y4mWriter, AFileThatCannotBeOpenedIsTold) {
+    const temporary_folder folder;
+    y4m_writer writer(format_of(2, 2), file(folder.path("no/such/a.y4m")));
+    const auto begun = writer.begin();
+    EXPECT_NE(begun.text().find("No such file"), std::string::npos) << begun.text();
+    EXPECT_TRUE(writer.finish().ok());
+}
+
+TEST(Y4mWriter, AFullDiskIsTold) {
+    y4m_writer writer(format_of(64, 64), file("/dev/full"));
+    outcome result = writer.begin();
+    if (result.ok()) result = writer.show(picture_of(1, 64, 64));
+    EXPECT_NE(result.text().find("No space left"), std::string::npos) << result.text();
+}
+
+TEST(Y4mWriter, HasAHeaderAndThreePlanesAFrame) {
+    const temporary_folder folder;
+    y4m_writer writer(format_of(2, 1, "59.94"), file(folder.path("a.y4m")));
+    EXPECT_TRUE(writer.begin().ok());
+    const auto white = picture_of(0xFFFFFFFF, 2, 1);
+    EXPECT_TRUE(writer.show(white).ok());
+    EXPECT_TRUE(writer.show(white).ok());
+    EXPECT_TRUE(writer.show(picture_of(0, 2, 1)).ok());
+    EXPECT_TRUE(writer.finish().ok());
+    const std::string white_frame = "FRAME\n\xEB\xEB\x80\x80\x80\x80";
+    EXPECT_EQ(folder.read("a.y4m"),
+              "YUV4MPEG2 W2 H1 F60000:1001 Ip A1:1 C444 XCOLORRANGE=LIMITED\n" + white_frame +
+                  white_frame + "FRAME\n\x10\x10\x80\x80\x80\x80");
+}
+
+TEST(RawWriter, WritesThePixelsAsTheyWerePainted) {
+    const temporary_folder folder;
+    raw_writer writer(file(folder.path("a.raw")));
+    EXPECT_TRUE(writer.begin().ok());
+    EXPECT_TRUE(writer.show(picture_of(0x44332211, 1, 1)).ok());
+    EXPECT_TRUE(writer.show(picture_of(0x88776655, 1, 1)).ok());
+    EXPECT_TRUE(writer.finish().ok());
+    EXPECT_EQ(folder.read("a.raw"), "\x11\x22\x33\x44\x55\x66\x77\x88");
+}
+
+// What the program does with the signal before it writes.
+class ReaderThatLeaves : public testing::Test {
+protected:
+    ReaderThatLeaves() { before = signal(SIGPIPE, SIG_IGN); }
+    ~ReaderThatLeaves() override { signal(SIGPIPE, before); }
+    void (*before)(int);
+};
+
+TEST_F(ReaderThatLeaves, IsToldApartFromAFailure) {
+    std::FILE* reader = popen("head -c 10 >/dev/null", "w");
+    ASSERT_TRUE(reader);
+    raw_writer writer([reader](byte_sink& sink) {
+        sink.use(reader, "a pipe");
+        return outcome::fine();
+    });
+    ASSERT_TRUE(writer.begin().ok());
+    outcome result = outcome::fine();
+    for (int i = 0; i < 1000 && result.ok(); ++i) result = writer.show(picture_of(1, 256, 256));
+    EXPECT_EQ(result.what(), outcome::kind::reader_closed);
+    pclose(reader);
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -20,7 +20,8 @@ using context_ref = cef_ref<cef_v8_context_t>;
 // empty.
 constexpr std::string_view k_execute =
     "(function(send) { const text = String; return function execute(command, argument) { "
-    "send(text(command), arguments.length > 1 ? text(argument) : ''); }; })";
+    "send(arguments.length > 0 ? text(command) : '', arguments.length > 1 ? text(argument) : ''); "
+    "}; })";
 
 // Sends two texts from the page to the host.
 class send_function final : public CefV8Handler {

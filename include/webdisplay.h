@@ -31,6 +31,7 @@
 namespace pennywort {
 class cef_text;
 class message_pump;
+class tick_ledger;
 class webdisplay_browser_client;
 struct webdisplay_cef_state;
 template <class T>
@@ -84,8 +85,9 @@ public:
 // What has become of a display's frames so far. See cWebDisplayBrowser::GetFrameCounts.
 struct cWebDisplayFrameCounts {
     std::uint64_t painted = 0;       // frames of the page that the runtime painted
-    std::uint64_t ticks = 0;         // NextFrame calls that reached the page's clock
-    std::uint64_t ticks_missed = 0;  // of those, the ones that the page could not follow
+    std::uint64_t ticks = 0;         // NextFrame calls that were passed on
+    std::uint64_t ticks_missed = 0;  // of those, the ones that the page could not follow, as it
+                                     // reports itself every ten frames
 };
 
 // A web page and its queue of URLs, whatever engine shows it. Shared by reference count: the maker
@@ -99,7 +101,7 @@ struct cWebDisplayFrameCounts {
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
 class PENNYWORT_API cWebDisplayBrowser : public zRefCount, public cBrowserVideoRendererInterface {
 public:
-    // `frameRate` in frames a second; the engine takes the whole part.
+    // `frameRate` in frames a second; the engine takes the whole part, and 30 for one below 1.
     cWebDisplayBrowser(const zRecord& settings, double frameRate);
     cWebDisplayBrowser(const cWebDisplayBrowser&) = delete;
     cWebDisplayBrowser& operator=(const cWebDisplayBrowser&) = delete;
@@ -138,7 +140,8 @@ public:
     // Inert: -1, and the function is dropped without being called.
     virtual long CacheScriptToBrowser(const zString& script, unsigned long,
                                       std::function<void(std::string)>);
-    // Deletes the cookies that apply to `url`. Does not wait for it.
+    // Deletes the cookies that apply to `url`; an empty one stands for every site, null for none.
+    // Does not wait for it.
     virtual void DeleteCookies(const char* url) = 0;
     // A hidden display paints nothing.
     virtual void SetVisibility(bool visible) = 0;
@@ -215,15 +218,10 @@ protected:
     mutable std::mutex m_url_lock;
     mutable std::mutex m_size_lock;
     bool m_host_clock = false;
-    std::atomic<std::uint64_t> m_painted{0};
-    std::atomic<std::uint64_t> m_ticks{0};
-    std::atomic<std::uint64_t> m_ticks_missed{0};
-    std::atomic<std::uint32_t> m_ticks_unanswered{0};  // in a row, since the last picture
+    std::unique_ptr<pennywort::tick_ledger> m_tick_ledger;
 
 private:
     friend class pennywort::webdisplay_browser_client;
-
-    void count_picture();
 };
 
 // A display whose page is shown by the browser runtime.
@@ -263,11 +261,13 @@ private:
     void browser_destroyed();
     void create_cef_browser(zSignal* done);
     void notify_move_or_resize();
+    std::shared_ptr<cWebDisplayCEFBrowser> another_reference();
+    void load_next_on_ui_thread();
     pennywort::own_ref<pennywort::webdisplay_browser_client> make_client(
         const std::string& start_url);
     bool start_browser(pennywort::webdisplay_browser_client& client,
                        const pennywort::cef_text& url);
-    static void ask_to_close(const pennywort::webdisplay_cef_state& state);
+    static bool ask_to_close(const pennywort::webdisplay_cef_state& state);
     void wait_until_closed();
     bool drive_until_closed();
     bool erase_background(LRESULT& result);

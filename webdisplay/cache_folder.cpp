@@ -31,7 +31,7 @@ void cache_folder::use_private_folder() {
 cache_folder::~cache_folder() {
     if (!m_is_private) return;
     std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
+    std::filesystem::remove_all(reinterpret_cast<const char8_t*>(m_path.c_str()), ignored);
 }
 
 }  // namespace pennywort

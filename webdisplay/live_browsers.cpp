@@ -37,9 +37,7 @@ void arrived(cef_browser_t* browser, bool is_popup) {
 void gone(cef_browser_t* browser) {
     auto& list = browsers();
     const auto found = std::find_if(list.begin(), list.end(), [browser](const auto& other) {
-        // The runtime takes over the reference of an argument.
-        return other.browser->is_same(other.browser.get(),
-                                      cef_ref<cef_browser_t>::shared(browser).release()) != 0;
+        return same_browser(other.browser.get(), browser);
     });
     if (found == list.end()) return;
     list.erase(found);

@@ -18,7 +18,8 @@ void gone(cef_browser_t* browser);
 int count();
 // Asks all that are there to close, each once. UI thread.
 void close_all();
-// Gives up on those that did not close: the runtime must not end with references of ours. UI thread.
+// Gives up on those that did not close: the runtime must not end with references of ours. UI
+// thread.
 void forget_all();
 
 }  // namespace pennywort::live_browsers

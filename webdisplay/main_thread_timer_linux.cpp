@@ -121,13 +121,19 @@ private:
         g_source_attach(m_source, g_main_context_get_thread_default());
     }
 
+    // A tick that came for another reason leaves a request for later as it is.
+    void forget_if_due() {
+        std::int64_t asked = m_due_ns.load();
+        if (asked <= now_ns()) m_due_ns.compare_exchange_strong(asked, k_nobody_asked);
+    }
+
     void on_due() {
         std::uint64_t expirations = 0;
         while (::read(m_descriptor, &expirations, sizeof expirations) < 0 && errno == EINTR) {
         }
         // Forgotten after the timer was read and before the work starts: a request made in between
         // is served by this tick, and one made during the work arms the timer anew.
-        m_due_ns.store(k_nobody_asked);
+        forget_if_due();
         m_tick();
         // The tick may have stopped this timer.
         if (m_source && m_idle_us > 0) {

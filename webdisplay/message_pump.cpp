@@ -20,6 +20,7 @@ constexpr int k_idle_ms = 30;
 // must not enter it again.
 std::atomic<std::int64_t> g_depth{0};
 thread_local bool t_inside_work = false;
+thread_local bool t_inside_tick = false;
 
 }  // namespace
 
@@ -43,9 +44,10 @@ void message_pump::set_can_run(std::function<bool()> can_run) {
 }
 
 void message_pump::tick() {
+    const bool nested = std::exchange(t_inside_tick, true);
     const auto can_run = m_can_run;
-    if (can_run && !guarded(false, "SetCanRunCefMessageLoopFn", *can_run)) return;
-    work_once();
+    if (!can_run || guarded(false, "SetCanRunCefMessageLoopFn", *can_run)) work_once();
+    t_inside_tick = nested;
 }
 
 void message_pump::work_once() {
@@ -58,5 +60,6 @@ void message_pump::work_once() {
 }
 
 bool message_pump::inside_work() { return t_inside_work; }
+bool message_pump::inside_tick() { return t_inside_tick || t_inside_work; }
 
 }  // namespace pennywort

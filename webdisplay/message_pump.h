@@ -30,6 +30,8 @@ public:
     static void work_once();
     // Whether the caller stands inside such a step, that is in a callback of the runtime.
     static bool inside_work();
+    // Whether it stands inside a tick: in such a step, or in the predicate before it.
+    static bool inside_tick();
 
 private:
     void tick();

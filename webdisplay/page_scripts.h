@@ -32,6 +32,15 @@ inline constexpr std::string_view k_error_hook =
 
 inline constexpr std::string_view k_next_url = "window.hostApp.execute('LoadNextUrl', '0');";
 
+// Only where the page runs on its host's clock: counts the animation frames that the page is given,
+// and reports every tenth.
+inline constexpr std::string_view k_tick_counter =
+    "(function() {const next = window.requestAnimationFrame.bind(window);"
+    "const send = window.hostApp.execute;let frames = 0;"
+    "(function count() {if (++frames % 10 === 0) send('thinternal-page-frames', frames);"
+    "next(count);})();})();";
+inline constexpr std::string_view k_tick_report = "thinternal-page-frames";
+
 static_assert(k_flash_probe.size() == 349 && k_focus_listener.size() == 535 &&
               k_blur_listener.size() == 94 && k_error_hook.size() == 79 && k_next_url.size() == 43);
 

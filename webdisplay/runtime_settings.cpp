@@ -5,7 +5,6 @@
 #include <system_error>
 
 #include "loam/path.h"
-#include "webdisplay/cef/runtime_system.h"
 
 namespace pennywort {
 
@@ -90,7 +89,6 @@ runtime_settings::runtime_settings(const runtime_paths& paths, const std::string
       m_cache(cache) {
     m_settings.no_sandbox = 1;
     m_settings.windowless_rendering_enabled = 1;
-    m_settings.external_message_pump = uses_external_pump() ? 1 : 0;
     m_settings.locale = m_locale.view();
     // Without a folder of the user's the data stays in memory, but the runtime still needs a folder
     // that no other process uses.

@@ -6,15 +6,20 @@
 #include "loam/time.h"
 #include "loam/trace.h"
 #include "webdisplay.h"
+#include "webdisplay/tick_ledger.h"
 
 namespace {
 
 constexpr std::uint64_t k_what = 0x77686174;  // 'what'
 constexpr char k_re_enterable = 1;
-constexpr std::uint32_t k_longest_stall_ticks = 15;
 
-void post_what(long observer_id, zRecord* payload, long what) {
-    payload->SetInt32(k_what, static_cast<std::int32_t>(what), 0);
+zRecord* record_with(long what) {
+    auto* record = new zRecord;
+    record->SetInt32(k_what, static_cast<std::int32_t>(what), 0);
+    return record;
+}
+
+void post(long observer_id, zRecord* payload) {
     zObserverHandler::PostNotification(static_cast<std::int32_t>(observer_id), payload, 0);
 }
 
@@ -48,7 +53,7 @@ void inform_by_notification(flash_state& state) {
         what = state.what;
     }
     if (observer_id == 0 || what == 0 || state.notification_posted.exchange(true)) return;
-    post_what(observer_id, new zRecord, what);
+    post(observer_id, record_with(what));
 }
 
 void inform_by_function(flash_state& state) {
@@ -85,7 +90,8 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
       m_page_receiver_lock(zCritical::Factory(k_re_enterable)),
       m_javascript_receiver_lock(zCritical::Factory(k_re_enterable)),
       m_frame_rate(frameRate),
-      m_observer_lock(zCritical::Factory(k_re_enterable)) {
+      m_observer_lock(zCritical::Factory(k_re_enterable)),
+      m_tick_ledger(std::make_unique<pennywort::tick_ledger>()) {
     const std::int32_t width = settings.AsInt32("web_width", 0);
     const std::int32_t height = settings.AsInt32("web_height", 0);
     m_size.Set(at_least_one_pixel(width), at_least_one_pixel(height));
@@ -135,9 +141,9 @@ long cWebDisplayBrowser::ExecuteJavascript(const zString& script, unsigned long 
                                            long observerId, unsigned long timeoutMs) {
     if (observerId == 0) return ExecuteJavascript(script, 0, std::function<void(std::string)>());
     return ExecuteJavascript(script, timeoutMs, [observerId, what](const std::string& result) {
-        auto* payload = new zRecord;
+        zRecord* payload = record_with(static_cast<long>(what));
         payload->SetString("script_result", result);
-        post_what(observerId, payload, static_cast<long>(what));
+        post(observerId, payload);
     });
 }
 
@@ -185,20 +191,9 @@ void cWebDisplayBrowser::SetJavascriptCallbackReceiver(
 }
 
 void cWebDisplayBrowser::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
-    if (!isPopup) count_picture();
+    if (!isPopup) m_tick_ledger->painted();
     const zAutoCritical lock(m_video_renderer_lock.get());
     if (m_video_renderer) m_video_renderer->BrowserPainted(pixels, width, height, isPopup);
-}
-
-// The engine drops a tick silently while the page is busy with the one before, and says nothing of
-// a tick at which nothing changed. So a tick without a picture counts as missed when the pictures
-// before and after it are close; a longer gap is a page at rest.
-void cWebDisplayBrowser::count_picture() {
-    m_painted.fetch_add(1, std::memory_order_relaxed);
-    const std::uint32_t ticks = m_ticks_unanswered.exchange(0, std::memory_order_relaxed);
-    if (ticks > 1 && ticks <= k_longest_stall_ticks) {
-        m_ticks_missed.fetch_add(ticks - 1, std::memory_order_relaxed);
-    }
 }
 
 bool cWebDisplayBrowser::handle_page_request(const char* url) {
@@ -272,9 +267,9 @@ void cWebDisplayBrowser::GetUrlForLastPageLoaded(zString& out) const {
 }
 
 void cWebDisplayBrowser::GetFrameCounts(cWebDisplayFrameCounts& out) const {
-    out.painted = m_painted.load(std::memory_order_relaxed);
-    out.ticks = m_ticks.load(std::memory_order_relaxed);
-    out.ticks_missed = m_ticks_missed.load(std::memory_order_relaxed);
+    out.painted = m_tick_ledger->pictures();
+    out.ticks = m_tick_ledger->ticks();
+    out.ticks_missed = m_tick_ledger->missed();
 }
 
 bool cWebDisplayBrowser::NextFrame() { return false; }

@@ -12,6 +12,7 @@
 #include "webdisplay/live_browsers.h"
 #include "webdisplay/native_window.h"
 #include "webdisplay/page_scripts.h"
+#include "webdisplay/tick_ledger.h"
 
 namespace pennywort {
 
@@ -37,9 +38,11 @@ void execute_on_page(cef_browser_t* browser, std::string_view script) {
     execute(frame.get(), script);
 }
 
-void close_now(cef_browser_t* browser) {
+// Later, since a page without handlers of its own is destroyed within the call, and the callback
+// that we stand in goes on using it.
+void close_soon(cef_browser_t* browser) {
     const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
-    if (host) host->close_browser(host.get(), 1);
+    if (host) cef_post_to_ui([host] { host->close_browser(host.get(), 1); });
 }
 
 zString text_of(const std::string& text) {
@@ -146,22 +149,20 @@ bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string&
 
 void webdisplay_browser_client::popup_created(cef_browser_t* browser) {
     m_popups.push_back(cef_ref<cef_browser_t>::shared(browser));
-    const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
     const owner_use owner(*this);
-    if (!host) return;
-    if (!owner) return host->close_browser(host.get(), 1);
-    if (owner->m_windowless) host->was_hidden(host.get(), 1);
+    if (!owner) return close_soon(browser);
+    const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
+    if (host && owner->m_windowless) host->was_hidden(host.get(), 1);
 }
 
 void webdisplay_browser_client::popup_closed(cef_browser_t* browser) {
-    std::erase_if(m_popups, [browser](const auto& other) {
-        return other->get_identifier(other.get()) == browser->get_identifier(browser);
-    });
+    std::erase_if(m_popups,
+                  [browser](const auto& other) { return same_browser(other.get(), browser); });
 }
 
 void webdisplay_browser_client::close_popups() {
     const auto popups = m_popups;
-    for (const auto& popup : popups) close_now(popup.get());
+    for (const auto& popup : popups) close_soon(popup.get());
 }
 
 // The URL that the browser was created with still stands at the front of the queue; popping it
@@ -186,7 +187,7 @@ void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
     {
         const owner_use owner(*this);
         // The display was closed while the browser was on its way.
-        if (!owner) return close_now(browser);
+        if (!owner) return close_soon(browser);
         url = take_over_browser(*owner, browser, load_pending);
     }
     const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
@@ -232,16 +233,19 @@ void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, boo
 void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame, int) {
     if (!is_alive() || !frame->is_main(frame) || is_popup(browser)) return;
     std::string css;
+    bool host_clock = false;
     {
         const owner_use owner(*this);
         if (!owner) return;
         css = owner->get_css_override();
+        host_clock = owner->m_host_clock;
         owner->handle_page_loaded(utf8_of(frame->get_url(frame)).c_str());
     }
-    inject_scripts(frame, css);
+    inject_scripts(frame, css, host_clock);
 }
 
-void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::string& css) {
+void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::string& css,
+                                               bool host_clock) {
     if (!css.empty()) execute(frame, page_scripts::style_sheet(css));
     if (!cWebDisplayBrowser::HaveRunFlashDetection()) {
         cWebDisplayBrowser::SetHaveRunFlashDetection(true);
@@ -251,6 +255,7 @@ void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::st
     listeners += page_scripts::k_blur_listener;
     listeners += page_scripts::k_error_hook;
     execute(frame, listeners);
+    if (host_clock) execute(frame, page_scripts::k_tick_counter);
 }
 
 void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*, int error_code,
@@ -277,6 +282,12 @@ bool webdisplay_browser_client::may_request(const std::string& url) {
 }
 
 bool webdisplay_browser_client::OnDragEnter(cef_browser_t*) { return true; }
+
+// Without an answer the runtime would save a file among the user's own, without a click or a word.
+bool webdisplay_browser_client::CanDownload(cef_browser_t*) {
+    zTraceManager::Default()->TraceNote("cWebDisplayBrowser: a download by the page was refused\n");
+    return false;
+}
 
 // --- the bridge
 
@@ -306,9 +317,20 @@ void webdisplay_browser_client::dispatch(cef_browser_t* browser, const std::stri
         g_editable.exchange(argument == "1");
     } else if (command.starts_with(page_scripts::k_result_command)) {
         deliver_result(command, argument);
-    } else if (!command.starts_with(k_type_error)) {  // pages throw these all the time
+    } else if (!command.starts_with(k_type_error) &&  // pages throw these all the time
+               !take_tick_report(command, argument)) {
         run_page_command(browser, command, argument);
     }
+}
+
+bool webdisplay_browser_client::take_tick_report(const std::string& command,
+                                                 const std::string& argument) {
+    if (command != page_scripts::k_tick_report) return false;
+    const owner_use owner(*this);
+    if (!owner || !owner->m_host_clock) return false;
+    const std::int64_t frames = text_of(argument).AsInt64();
+    if (frames > 0) owner->m_tick_ledger->page_had(static_cast<std::uint64_t>(frames));
+    return true;
 }
 
 void webdisplay_browser_client::deliver_result(const std::string& command,

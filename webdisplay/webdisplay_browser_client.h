@@ -29,7 +29,8 @@ class webdisplay_browser_client final : public CefClient,
                                         public CefLifeSpanHandler,
                                         public CefLoadHandler,
                                         public CefRequestHandler,
-                                        public CefDragHandler {
+                                        public CefDragHandler,
+                                        public CefDownloadHandler {
 public:
     webdisplay_browser_client(cWebDisplayCEFBrowser* owner, std::string start_url);
 
@@ -44,6 +45,7 @@ public:
 
     static bool focused_element_is_editable();
 
+    CefDownloadHandler* GetDownloadHandler() override { return this; }
     CefDragHandler* GetDragHandler() override { return this; }
     CefLifeSpanHandler* GetLifeSpanHandler() override { return this; }
     CefLoadHandler* GetLoadHandler() override { return this; }
@@ -68,6 +70,7 @@ public:
     own_ref<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) override;
 
     bool OnDragEnter(cef_browser_t* browser) override;
+    bool CanDownload(cef_browser_t* browser) override;
 
 private:
     class owner_use;
@@ -77,7 +80,8 @@ private:
     void popup_closed(cef_browser_t* browser);
     std::string take_over_browser(cWebDisplayCEFBrowser& owner, cef_browser_t* browser,
                                   bool& load_pending);
-    void inject_scripts(cef_frame_t* frame, const std::string& css);
+    void inject_scripts(cef_frame_t* frame, const std::string& css, bool host_clock);
+    bool take_tick_report(const std::string& command, const std::string& argument);
     void dispatch(cef_browser_t* browser, const std::string& command, const std::string& argument);
     void deliver_result(const std::string& command, const std::string& result);
     void run_page_command(cef_browser_t* browser, const std::string& command,

@@ -1,6 +1,7 @@
 // webdisplay_cef_app.cpp - see the header for the contract.
 #include "webdisplay/webdisplay_cef_app.h"
 
+#include <string_view>
 #include <utility>
 
 #include "webdisplay/cef/runtime_system.h"
@@ -10,14 +11,14 @@ namespace pennywort {
 
 namespace {
 
-void append(cef_command_line_t* line, const command_line_switch& added) {
-    const cef_text name(added.name);
-    if (added.value.empty()) return line->append_switch(line, name.get());
-    const cef_text value(added.value);
+void append(cef_command_line_t* line, std::string_view name_text, std::string_view value_text) {
+    const cef_text name(name_text);
+    if (value_text.empty()) return line->append_switch(line, name.get());
+    const cef_text value(value_text);
     line->append_switch_with_value(line, name.get(), value.get());
 }
 
-const command_line_switch k_switches[] = {
+constexpr std::pair<std::string_view, std::string_view> k_switches[] = {
     {"ppapi-out-of-process", ""},
     {"enable-system-flash", ""},
     {"disk-cache-size", "25000000"},
@@ -32,8 +33,8 @@ webdisplay_cef_app::webdisplay_cef_app(std::vector<command_line_switch> host_swi
 
 void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string&,
                                                        cef_command_line_t* command_line) {
-    for (const command_line_switch& added : k_switches) append(command_line, added);
-    for (const command_line_switch& added : m_host_switches) append(command_line, added);
+    for (const auto& [name, value] : k_switches) append(command_line, name, value);
+    for (const auto& [name, value] : m_host_switches) append(command_line, name, value);
 }
 
 // Without a handler the runtime would run a pump of its own; see uses_external_pump.

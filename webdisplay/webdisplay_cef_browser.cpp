@@ -15,6 +15,7 @@
 #include "webdisplay/message_pump.h"
 #include "webdisplay/native_window.h"
 #include "webdisplay/page_scripts.h"
+#include "webdisplay/tick_ledger.h"
 #include "webdisplay/webdisplay_browser_client.h"
 
 using pennywort::webdisplay_browser_client;
@@ -88,11 +89,16 @@ void cWebDisplayCEFBrowser::get_cef_state(webdisplay_cef_state& out) const {
 
 // --- opening
 
-// The task holds a reference, also if the runtime ends and drops it without running it.
+// For a task, which gives it back also if the runtime ends and drops it without running it. Empty
+// when the last reference has gone.
+std::shared_ptr<cWebDisplayCEFBrowser> cWebDisplayCEFBrowser::another_reference() {
+    if (!AddRefIfAlive()) return nullptr;
+    return {this, [](cWebDisplayCEFBrowser* self) { self->Release(); }};
+}
+
 bool cWebDisplayCEFBrowser::Open() {
     m_open_wanted = true;
-    AddRef();
-    const std::shared_ptr<cWebDisplayCEFBrowser> held(this, [](auto* self) { self->Release(); });
+    const auto held = another_reference();
     if (!pennywort::cef_on_ui_thread()) {
         return pennywort::cef_post_to_ui([held] { held->create_cef_browser(nullptr); });
     }
@@ -159,25 +165,24 @@ void cWebDisplayCEFBrowser::Close() {
     m_open_wanted = false;
     webdisplay_cef_state state;
     get_cef_state(state);
-    // A runtime that has ended will not say any more that the browser has closed.
-    if (m_windowless && state.browser && pennywort::cef_running()) {
-        ask_to_close(state);
-        wait_until_closed();
-    }
+    const bool asked = m_windowless && state.browser && ask_to_close(state);
+    if (asked) wait_until_closed();
     if (state.client) state.client->detach();
-    state = {};
 
-    const zAutoCritical lock(m_state_lock.get());
-    delete std::exchange(m_cef_state, nullptr);
+    webdisplay_cef_state left;
+    {
+        const zAutoCritical lock(m_state_lock.get());
+        if (m_cef_state) left = *m_cef_state;
+        delete std::exchange(m_cef_state, nullptr);
+    }
+    // A browser that arrived between the first look and the parting has nobody else to close it.
+    if (m_windowless && left.browser && !asked) ask_to_close(left);
 }
 
-void cWebDisplayCEFBrowser::ask_to_close(const webdisplay_cef_state& state) {
-    if (pennywort::cef_on_ui_thread()) {
-        state.client->close_popups();
-        close_windowless(state.browser);
-        return;
-    }
-    pennywort::cef_post_to_ui([state] {
+// By a task in every case: a page without handlers of its own is destroyed within the call, and a
+// callback of the runtime that we may stand in would go on using it.
+bool cWebDisplayCEFBrowser::ask_to_close(const webdisplay_cef_state& state) {
+    return pennywort::cef_post_to_ui([state] {
         state.client->close_popups();
         close_windowless(state.browser);
     });
@@ -225,10 +230,18 @@ void cWebDisplayCEFBrowser::LoadNextUrl() {
         // The client loads it when the browser appears.
         if (!browser) m_load_pending = true;
     }
+    if (browser && !pennywort::cef_on_ui_thread()) return load_next_on_ui_thread();
     // A page that is being loaded asks for the next one itself when it has finished.
     if (!browser || browser->is_loading(browser.get())) return;
     const std::string url = PopNextURL();
     if (!url.empty()) load_url(browser, url);
+}
+
+// Elsewhere a load that has just been asked for does not show as loading yet, and the next URL
+// would replace it.
+void cWebDisplayCEFBrowser::load_next_on_ui_thread() {
+    const auto held = another_reference();
+    if (held) pennywort::cef_post_to_ui([held] { held->LoadNextUrl(); });
 }
 
 bool cWebDisplayCEFBrowser::IsLoading() const {
@@ -257,7 +270,8 @@ long cWebDisplayCEFBrowser::ExecuteJavascript(const zString& script, unsigned lo
 }
 
 void cWebDisplayCEFBrowser::DeleteCookies(const char* url) {
-    pennywort::cef_post_to_ui([address = std::string(url ? url : "")] { delete_cookies(address); });
+    if (!url) return;
+    pennywort::cef_post_to_ui([address = std::string(url)] { delete_cookies(address); });
 }
 
 // --- size, visibility, frames
@@ -279,14 +293,19 @@ void cWebDisplayCEFBrowser::SetVisibility(bool visible) {
     webdisplay_cef_state state;
     get_cef_state(state);
     const host_ref host = host_of(state.browser);
-    if (m_windowless && host) host->was_hidden(host.get(), visible ? 0 : 1);
+    if (!m_windowless || !host) return;
+    m_tick_ledger->interrupted();
+    host->was_hidden(host.get(), visible ? 0 : 1);
 }
 
 void cWebDisplayCEFBrowser::Repaint() {
     webdisplay_cef_state state;
     get_cef_state(state);
     const host_ref host = host_of(state.browser);
-    if (m_windowless && host) host->invalidate(host.get(), PET_VIEW);
+    // By a task: the runtime paints within the call, and a renderer that repaints would not come
+    // back.
+    if (m_windowless && host)
+        pennywort::cef_post_to_ui([host] { host->invalidate(host.get(), PET_VIEW); });
 }
 
 bool cWebDisplayCEFBrowser::NextFrame() {
@@ -295,8 +314,7 @@ bool cWebDisplayCEFBrowser::NextFrame() {
     get_cef_state(state);
     const host_ref host = host_of(state.browser);
     if (!host) return false;
-    m_ticks.fetch_add(1, std::memory_order_relaxed);
-    m_ticks_unanswered.fetch_add(1, std::memory_order_relaxed);
+    m_tick_ledger->ticked();
     host->send_external_begin_frame(host.get());
     return true;
 }

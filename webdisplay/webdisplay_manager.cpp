@@ -11,6 +11,7 @@
 #include "webdisplay.h"
 #include "webdisplay/cache_folder.h"
 #include "webdisplay/cef/runtime.h"
+#include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/live_browsers.h"
 #include "webdisplay/message_pump.h"
 #include "webdisplay/runtime_settings.h"
@@ -26,6 +27,8 @@ constexpr std::int64_t k_longest_closing_us = 10'000'000;
 struct process_state {
     cWebDisplayCEFBrowserManager* manager = nullptr;
     cWebDisplayPacing pacing = cWebDisplayPacing::Timer;
+    bool pacing_settled =
+        false;  // by the first start: the runtime is asked to work in one way only
     std::vector<command_line_switch> switches;
     std::string failure;
     std::unique_ptr<message_pump> kept_pump;  // of a manager that has gone without stopping it
@@ -51,6 +54,7 @@ bool start_runtime(const message_pump& pump) {
 
     process().cache.emplace(paths.cache);
     runtime_settings settings(paths, process().cache->path(), process().cache->is_private());
+    settings.get().external_message_pump = requests_of(pump) || uses_external_pump() ? 1 : 0;
     const own_ref<webdisplay_cef_app> app(
         new webdisplay_cef_app(process().switches, requests_of(pump)));
     if (cef_start(settings.get(), app->counted_app(), failure)) return true;
@@ -88,7 +92,7 @@ bool cWebDisplayCEFBrowserManager::Startup(const char* arg) {
 
 void cWebDisplayCEFBrowserManager::Shutdown() {
     if (!process().manager) return;
-    if (message_pump::inside_work()) {
+    if (message_pump::inside_tick()) {
         zTraceManager::Default()->TraceNote(
             "cWebDisplayCEFBrowserManager::Shutdown: called from a callback of a display, "
             "ignored\n");
@@ -109,6 +113,7 @@ bool cWebDisplayCEFBrowserManager::Initialized() const { return m_initialized; }
 bool cWebDisplayCEFBrowserManager::Start(const char* arg) {
     if (m_initialized) return true;
     m_start_flag = arg && *arg;
+    process().pacing_settled = true;
     m_timer_loop = std::exchange(process().kept_pump, nullptr);
     if (!m_timer_loop) m_timer_loop = std::make_unique<message_pump>();
     m_initialized = cef_running() || start_runtime(*m_timer_loop);
@@ -145,7 +150,7 @@ void cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn(std::function<bool(
 }
 
 void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) {
-    process().pacing = pacing;
+    if (!process().pacing_settled) process().pacing = pacing;
 }
 
 void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const char* value) {

@@ -72,26 +72,40 @@ CefV8Handler::CefV8Handler() {
 
 // --- CefClient and the handlers that it names
 
+namespace {
+
+// The struct that a handler of ours is handed out as; null where there is none.
+template <class Handler, class Struct>
+Struct* counted(Handler* handler, Struct* (Handler::*hand_out)() noexcept) {
+    return handler ? (handler->*hand_out)() : nullptr;
+}
+
+}  // namespace
+
 CefClient::CefClient() {
+    m_struct->get_download_handler = [](cef_client_t* self) {
+        return counted(decltype(m_struct)::of(self)->GetDownloadHandler(),
+                       &CefDownloadHandler::counted_download_handler);
+    };
     m_struct->get_drag_handler = [](cef_client_t* self) {
-        auto* handler = decltype(m_struct)::of(self)->GetDragHandler();
-        return handler ? handler->counted_drag_handler() : nullptr;
+        return counted(decltype(m_struct)::of(self)->GetDragHandler(),
+                       &CefDragHandler::counted_drag_handler);
     };
     m_struct->get_life_span_handler = [](cef_client_t* self) {
-        auto* handler = decltype(m_struct)::of(self)->GetLifeSpanHandler();
-        return handler ? handler->counted_life_span_handler() : nullptr;
+        return counted(decltype(m_struct)::of(self)->GetLifeSpanHandler(),
+                       &CefLifeSpanHandler::counted_life_span_handler);
     };
     m_struct->get_load_handler = [](cef_client_t* self) {
-        auto* handler = decltype(m_struct)::of(self)->GetLoadHandler();
-        return handler ? handler->counted_load_handler() : nullptr;
+        return counted(decltype(m_struct)::of(self)->GetLoadHandler(),
+                       &CefLoadHandler::counted_load_handler);
     };
     m_struct->get_render_handler = [](cef_client_t* self) {
-        auto* handler = decltype(m_struct)::of(self)->GetRenderHandler();
-        return handler ? handler->counted_render_handler() : nullptr;
+        return counted(decltype(m_struct)::of(self)->GetRenderHandler(),
+                       &CefRenderHandler::counted_render_handler);
     };
     m_struct->get_request_handler = [](cef_client_t* self) {
-        auto* handler = decltype(m_struct)::of(self)->GetRequestHandler();
-        return handler ? handler->counted_request_handler() : nullptr;
+        return counted(decltype(m_struct)::of(self)->GetRequestHandler(),
+                       &CefRequestHandler::counted_request_handler);
     };
     m_struct->on_process_message_received = [](cef_client_t* self, cef_browser_t* browser,
                                                cef_frame_t* frame, cef_process_id_t,
@@ -105,6 +119,7 @@ CefClient::CefClient() {
     };
 }
 
+CefDownloadHandler* CefClient::GetDownloadHandler() { return nullptr; }
 CefDragHandler* CefClient::GetDragHandler() { return nullptr; }
 CefLifeSpanHandler* CefClient::GetLifeSpanHandler() { return nullptr; }
 CefLoadHandler* CefClient::GetLoadHandler() { return nullptr; }
@@ -223,6 +238,15 @@ CefDragHandler::CefDragHandler() {
         const cef_ref<cef_drag_data_t> held_data(data);
         return guarded(1, "CefDragHandler",
                        [&] { return decltype(m_struct)::of(self)->OnDragEnter(browser) ? 1 : 0; });
+    };
+}
+
+CefDownloadHandler::CefDownloadHandler() {
+    m_struct->can_download = [](cef_download_handler_t* self, cef_browser_t* browser,
+                                const cef_string_t*, const cef_string_t*) {
+        const cef_ref<cef_browser_t> held(browser);
+        return guarded(0, "CefDownloadHandler",
+                       [&] { return decltype(m_struct)::of(self)->CanDownload(browser) ? 1 : 0; });
     };
 }
 

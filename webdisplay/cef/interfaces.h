@@ -15,6 +15,7 @@ namespace pennywort {
 
 class CefBrowserProcessHandler;
 class CefRenderProcessHandler;
+class CefDownloadHandler;
 class CefDragHandler;
 class CefLifeSpanHandler;
 class CefLoadHandler;
@@ -153,11 +154,24 @@ private:
     callback_struct<cef_drag_handler_t, CefDragHandler> m_struct{this};
 };
 
+class CefDownloadHandler : public virtual CefBaseRefCounted {
+public:
+    CefDownloadHandler();
+    cef_download_handler_t* counted_download_handler() noexcept { return m_struct.counted(); }
+
+    // False refuses the download.
+    virtual bool CanDownload(cef_browser_t* browser) = 0;
+
+private:
+    callback_struct<cef_download_handler_t, CefDownloadHandler> m_struct{this};
+};
+
 class CefClient : public virtual CefBaseRefCounted {
 public:
     CefClient();
     cef_client_t* counted_client() noexcept { return m_struct.counted(); }
 
+    virtual CefDownloadHandler* GetDownloadHandler();
     virtual CefDragHandler* GetDragHandler();
     virtual CefLifeSpanHandler* GetLifeSpanHandler();
     virtual CefLoadHandler* GetLoadHandler();

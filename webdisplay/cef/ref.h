@@ -52,6 +52,11 @@ private:
     T* m_object = nullptr;
 };
 
+// Whether both are the one browser. The runtime takes over the reference of an argument.
+inline bool same_browser(cef_browser_t* one, cef_browser_t* other) {
+    return one->is_same(one, cef_ref<cef_browser_t>::shared(other).release()) != 0;
+}
+
 // The same for our own objects that the runtime calls back (CefBaseRefCounted).
 template <class T>
 class own_ref {

@@ -94,7 +94,11 @@ void thread_state::run_body() {
     }
 }
 
-bool is_main_thread() { return ::gettid() == ::getpid(); }
+// Asked at every turn of a loop, so the two system calls are made once for each thread.
+bool is_main_thread() {
+    static thread_local const bool is_main = ::gettid() == ::getpid();
+    return is_main;
+}
 
 void sleep_micro(std::uint32_t microseconds) {
     if (microseconds == 0) {

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <limits>
+#include <memory>
 #include <utility>
 
 #include "loam/message_loop.h"
@@ -37,7 +38,8 @@ std::int64_t now_ns() {
 
 timespec as_timespec(std::int64_t ns) { return {ns / k_ns_per_s, ns % k_ns_per_s}; }
 
-class linux_timer final : public main_thread_timer {
+class linux_timer final : public main_thread_timer,
+                          public std::enable_shared_from_this<linux_timer> {
 public:
     explicit linux_timer(std::function<void()> tick)
         : m_tick(std::move(tick)),
@@ -61,7 +63,7 @@ public:
     void start_on_request(int idle_ms) override {
         m_idle_us = static_cast<gint64>(idle_ms) * 1000;
         attach();
-        g_source_set_ready_time(m_source, g_get_monotonic_time() + m_idle_us);
+        m_idle_at_us = g_get_monotonic_time() + m_idle_us;
     }
 
     void stop() override {
@@ -103,13 +105,36 @@ private:
         }
     }
 
+    static linux_timer& timer_of(GSource* source) {
+        return *reinterpret_cast<source_block*>(source)->timer;
+    }
+
+    // The idle deadline stands here and not in the source's ready time: to set that wakes the loop,
+    // so that every tick would cost a second turn of the loop for nothing.
+    static gboolean prepare(GSource* source, gint* timeout_ms) {
+        const gint64 idle_at_us = timer_of(source).m_idle_at_us;
+        *timeout_ms = -1;
+        if (idle_at_us == 0) return FALSE;
+        const gint64 left_us = std::max<gint64>(idle_at_us - g_source_get_time(source), 0);
+        *timeout_ms = static_cast<gint>((left_us + 999) / 1000);
+        return left_us == 0;
+    }
+
+    // GLib looks at the descriptor itself.
+    static gboolean check(GSource* source) {
+        const gint64 idle_at_us = timer_of(source).m_idle_at_us;
+        return idle_at_us != 0 && g_source_get_time(source) >= idle_at_us;
+    }
+
     static gboolean dispatch(GSource* source, GSourceFunc, gpointer) {
-        reinterpret_cast<source_block*>(source)->timer->on_due();
+        // The tick may end the pump that owns the timer.
+        const auto timer = timer_of(source).shared_from_this();
+        timer->on_due();
         return G_SOURCE_CONTINUE;
     }
 
     void attach() {
-        static GSourceFuncs functions{nullptr, nullptr, dispatch, nullptr, nullptr, nullptr};
+        static GSourceFuncs functions{prepare, check, dispatch, nullptr, nullptr, nullptr};
         stop();
         m_source = g_source_new(&functions, sizeof(source_block));
         reinterpret_cast<source_block*>(m_source)->timer = this;
@@ -135,16 +160,14 @@ private:
         // is served by this tick, and one made during the work arms the timer anew.
         forget_if_due();
         m_tick();
-        // The tick may have stopped this timer.
-        if (m_source && m_idle_us > 0) {
-            g_source_set_ready_time(m_source, g_get_monotonic_time() + m_idle_us);
-        }
+        if (m_idle_us > 0) m_idle_at_us = g_get_monotonic_time() + m_idle_us;
     }
 
     const std::function<void()> m_tick;
     const int m_descriptor;
     GSource* m_source = nullptr;
     gint64 m_idle_us = 0;
+    gint64 m_idle_at_us = 0;  // when a tick comes that nobody asked for; 0: never
     std::atomic<bool> m_periodic{false};
     std::atomic<std::int64_t> m_due_ns{k_nobody_asked};
 };

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "loam/time.h"
 #include "webdisplay/cef/counted.h"
 #include "webdisplay/cef/runtime.h"
 
@@ -15,6 +16,9 @@ namespace {
 constexpr int k_period_ms = 15;
 // The runtime may have work without asking for it again, so it is never left alone for longer.
 constexpr int k_idle_ms = 30;
+// The runtime leaves off after so much work and keeps the rest for the next step. It takes that
+// step for granted: it neither asks for it nor, while it waits for it, for anything else.
+constexpr std::int64_t k_slice_us = 10'000;
 
 // The runtime dispatches messages of the loop inside its own work, and a tick that arrives then
 // must not enter it again.
@@ -46,8 +50,14 @@ void message_pump::set_can_run(std::function<bool()> can_run) {
 void message_pump::tick() {
     const bool nested = std::exchange(t_inside_tick, true);
     const auto can_run = m_can_run;
-    if (!can_run || guarded(false, "SetCanRunCefMessageLoopFn", *can_run)) work_once();
+    if (!can_run || guarded(false, "SetCanRunCefMessageLoopFn", *can_run)) work_and_go_on();
     t_inside_tick = nested;
+}
+
+void message_pump::work_and_go_on() {
+    const std::int64_t begin = zTime::MicroNow();
+    work_once();
+    if (zTime::MicroNow() - begin >= k_slice_us) m_timer->request(0);
 }
 
 void message_pump::work_once() {

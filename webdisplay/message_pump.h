@@ -35,6 +35,7 @@ public:
 
 private:
     void tick();
+    void work_and_go_on();
 
     std::shared_ptr<main_thread_timer> m_timer;
     // Shared with the tick that is calling it, in case it replaces itself.

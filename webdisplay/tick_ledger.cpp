@@ -12,9 +12,9 @@ constexpr std::int64_t k_in_flight = 2;
 
 }  // namespace
 
-// A page that reports fewer frames than before is another page.
+// A page reports more frames each time; one that does not is another page.
 void tick_ledger::page_had(std::uint64_t frames) {
-    if (m_interrupted.exchange(false) || frames < m_frames_last) begin_count(frames);
+    if (m_interrupted.exchange(false) || frames <= m_frames_last) begin_count(frames);
     m_frames_last = frames;
     const std::uint64_t answered = std::max(frames - m_frames_then, pictures() - m_painted_then);
     const auto open = static_cast<std::int64_t>(ticks() - m_ticks_then - answered);

@@ -32,7 +32,7 @@ public:
     }
 
 protected:
-    virtual ~CefBaseRefCounted() = default;
+    virtual ~CefBaseRefCounted();
 
 private:
     mutable std::atomic<int> m_references{1};

@@ -9,6 +9,8 @@
 
 namespace pennywort {
 
+CefBaseRefCounted::~CefBaseRefCounted() = default;
+
 // --- CefApp
 
 CefApp::CefApp() {

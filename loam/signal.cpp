@@ -8,7 +8,7 @@
 
 namespace {
 
-class signal final : public zSignal {
+class event final : public zSignal {
 public:
     // Notifies under the lock: the waiter may delete this object as soon as it has the lock, so
     // nothing here may touch the object after giving it up.
@@ -42,4 +42,4 @@ private:
 zSignal::zSignal() = default;
 zSignal::~zSignal() = default;
 
-zSignal* zSignal::Factory() { return new (std::nothrow) signal(); }
+zSignal* zSignal::Factory() { return new (std::nothrow) event(); }

@@ -7,13 +7,12 @@
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "loam/environment.h"
 #include "loam/native_file.h"
 
 namespace loam {
@@ -54,11 +53,11 @@ std::string formatted(const char* format, std::va_list arguments) {
 class default_sink {
 public:
     default_sink() {
-        const char* wish = std::getenv("LOAM_TRACE");
-        if (wish == nullptr || *wish == '\0') return;
+        const std::string wish = environment_variable("LOAM_TRACE");
+        if (wish.empty()) return;
         m_on = true;
         int error = 0;
-        if (std::string_view(wish) != "stderr") {
+        if (wish != "stderr") {
             m_file = native_file::open(wish, file_mode::append, error);
         }
     }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <utility>
@@ -99,7 +98,7 @@ bool runtime::take_profile(const std::string& folder) {
     if (folder.empty()) return true;
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    const std::string lock_path = folder + "/SingletonLock";
+    const std::string lock_path = folder + "/" + profile_lock_name();
     if (!claim_profile(lock_path)) return false;
     m_profile_lock = lock_path;
     return true;
@@ -125,7 +124,7 @@ int runtime::initialise(const cef_main_args_t* args, const cef_settings_t* setti
     }
     m_ui_thread = std::this_thread::get_id();
     read_settings(*settings);
-    for (int i = 0; i < args->argc; ++i) m_arguments.emplace_back(args->argv[i]);
+    m_arguments = command_line_of(*args);
     m_exit_code = m_script.init_exit_code;
     if (m_exit_code != 0 || !settings_are_accepted(*settings)) return 0;
     check_locales();
@@ -274,8 +273,8 @@ int cef_execute_process(const cef_main_args_t* args, cef_app_t* application, voi
     ledger::book().entered("cef_execute_process");
     const fake::caller_ref<cef_app_t> app(application, "app");
     bool is_helper = false;
-    for (int i = 1; i < args->argc; ++i) {
-        is_helper = is_helper || std::strncmp(args->argv[i], "--type=", 7) == 0;
+    for (const std::string& argument : fake::command_line_of(*args)) {
+        is_helper = is_helper || argument.starts_with("--type=");
     }
     if (!is_helper) return -1;
     runtime::the().run_helper(app.get());

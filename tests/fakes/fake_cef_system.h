@@ -4,6 +4,9 @@
 
 #include <memory>
 #include <string>
+#include <vector>
+
+#include "cef_abi.h"
 
 namespace fake {
 
@@ -16,6 +19,12 @@ public:
     virtual long loop_spins() const = 0;
     virtual bool window_source_alive() const = 0;
 };
+
+// The command line that the caller of the runtime hands over, in UTF-8.
+std::vector<std::string> command_line_of(const cef_main_args_t& args);
+
+// Name of the file by which the runtime claims a profile folder.
+const char* profile_lock_name();
 
 // Claims a profile folder for this process. False when a living process has it.
 bool claim_profile(const std::string& lock_path);

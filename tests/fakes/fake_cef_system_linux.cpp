@@ -106,6 +106,12 @@ std::unique_ptr<system_effects> system_effects::make(bool replace_signal_handler
     return std::make_unique<linux_effects>(replace_signal_handlers);
 }
 
+std::vector<std::string> command_line_of(const cef_main_args_t& args) {
+    return {args.argv, args.argv + args.argc};
+}
+
+const char* profile_lock_name() { return "SingletonLock"; }
+
 // The real runtime's form: a link whose target names the host and the process.
 bool claim_profile(const std::string& lock_path) {
     std::error_code error;

@@ -3,6 +3,10 @@
 #include "tests/fakes/fake_cef_system.h"
 
 #include <windows.h>
+// After windows.h, whose types it needs.
+#include <shellapi.h>
+
+#include <filesystem>
 
 namespace fake {
 
@@ -20,9 +24,25 @@ std::unique_ptr<system_effects> system_effects::make(bool) {
     return std::make_unique<windows_effects>();
 }
 
+// The runtime is told the module only, and asks the system for the rest.
+std::vector<std::string> command_line_of(const cef_main_args_t&) {
+    int count = 0;
+    LPWSTR* const words = CommandLineToArgvW(GetCommandLineW(), &count);
+    std::vector<std::string> line;
+    for (int i = 0; i < count; ++i) {
+        const auto utf8 = std::filesystem::path(words[i]).u8string();
+        line.emplace_back(utf8.begin(), utf8.end());
+    }
+    LocalFree(words);
+    return line;
+}
+
+const char* profile_lock_name() { return "lockfile"; }
+
 // The handle stays open until the process ends, and with it the claim.
 bool claim_profile(const std::string& lock_path) {
-    return CreateFileA(lock_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+    const std::filesystem::path path(reinterpret_cast<const char8_t*>(lock_path.c_str()));
+    return CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                        FILE_FLAG_DELETE_ON_CLOSE, nullptr) != INVALID_HANDLE_VALUE;
 }
 

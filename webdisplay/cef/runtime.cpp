@@ -2,7 +2,6 @@
 #include "webdisplay/cef/runtime.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -72,8 +71,8 @@ bool cef_loaded() noexcept { return g_loaded; }
 bool cef_running() noexcept { return g_running; }
 
 std::vector<std::string> cef_folders(const std::string& program_folder) {
-    const char* root = std::getenv("CEF_ROOT");
-    return {root && *root ? std::string(root) : program_folder};
+    const std::string root = environment_variable("CEF_ROOT");
+    return {root.empty() ? program_folder : root};
 }
 
 bool cef_load(const std::vector<std::string>& folders, std::string& failure) {

@@ -9,6 +9,9 @@
 
 namespace pennywort {
 
+// An environment variable; empty when there is none of that name.
+std::string environment_variable(const char* name);
+
 // File name of the runtime's library.
 const char* cef_library_name() noexcept;
 

@@ -85,6 +85,11 @@ private:
 
 }  // namespace
 
+std::string environment_variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
 const char* cef_library_name() noexcept { return "libcef.so"; }
 
 bool uses_external_pump() noexcept { return true; }

@@ -1,0 +1,64 @@
+// folder_claim_win.cpp - Windows half of folder_claim.h. Linux half: folder_claim_linux.cpp.
+#include "webdisplay/folder_claim.h"
+
+#include <windows.h>
+
+#include "loam/id_generator.h"
+#include "loam/path.h"
+#include "loam/trace.h"
+#include "loam/wide_text.h"
+
+namespace pennywort {
+
+namespace {
+
+class open_file final : public folder_claim {
+public:
+    explicit open_file(HANDLE file) : m_file(file) {}
+    ~open_file() override { CloseHandle(m_file); }
+
+private:
+    const HANDLE m_file;
+};
+
+std::wstring child(const std::string& folder, const char* name) {
+    return loam::wide_text(zFSPath(folder.c_str()).GoChild(name));
+}
+
+// The runtime holds this file open, for itself alone, as long as it uses the folder.
+bool runtime_uses(const std::string& folder) {
+    const HANDLE file = CreateFileW(child(folder, "lockfile").c_str(), GENERIC_READ, 0, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_SHARING_VIOLATION;
+    CloseHandle(file);
+    return false;
+}
+
+}  // namespace
+
+// A file that nobody else may open meanwhile, and that the system takes away with its last handle.
+std::unique_ptr<folder_claim> folder_claim::make(const std::string& folder) {
+    const HANDLE file = CreateFileW(child(folder, "pennywort.lock").c_str(),
+                                    GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return nullptr;
+    auto claim = std::make_unique<open_file>(file);
+    if (runtime_uses(folder)) return nullptr;
+    return claim;
+}
+
+// The user's own folder for temporary files gives its rights to what is made in it.
+std::string make_private_folder(const std::string& name) {
+    wchar_t temporary[MAX_PATH + 1];
+    const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(temporary)), temporary);
+    zString id;
+    if (length == 0 || length > MAX_PATH || *zIDGenerator::GenerateUUID(id) == '\0') return {};
+    zFSPath path(loam::utf8_text({temporary, length}).c_str());
+    path.GoChild((name + "-" + id.CString()).c_str());
+    if (CreateDirectoryW(loam::wide_text(path.CString()).c_str(), nullptr)) return path.CString();
+    zTraceManager::Default()->TraceNote(
+        "make_private_folder: CreateDirectoryW - failed (err=%lu)\n", GetLastError());
+    return {};
+}
+
+}  // namespace pennywort

@@ -1,0 +1,199 @@
+// main_thread_timer_win.cpp - Windows half of main_thread_timer.h. Linux half:
+// main_thread_timer_linux.cpp.
+//
+// A message-only window, so that any message pump of the thread delivers the ticks, those included
+// that the system runs while the user drags a window or a dialogue is open.
+#include "webdisplay/main_thread_timer.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <limits>
+#include <utility>
+
+#include "loam/trace.h"
+
+namespace pennywort {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+constexpr wchar_t k_window_name[] = L"cWebMainThreadTimerLoop";
+constexpr UINT_PTR k_timer = 0x6377544C;
+constexpr UINT_PTR k_idle_timer = k_timer + 1;
+constexpr UINT k_due_message = WM_APP;
+static_assert(WS_DISABLED == 0x08000000);
+
+// CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, which older headers lack.
+constexpr DWORD k_high_resolution = 0x00000002;
+
+constexpr std::int64_t k_nobody_asked = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t k_longest_delay_ms = 60'000;
+constexpr std::int64_t k_ns_per_ms = 1'000'000;
+
+std::int64_t now_ns() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(clock::now().time_since_epoch())
+        .count();
+}
+
+HMODULE own_module() {
+    HMODULE module = nullptr;
+    GetModuleHandleExW(
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+        reinterpret_cast<LPCWSTR>(&own_module), &module);
+    return module;
+}
+
+// Counts in fractions of a millisecond where the system has such a timer (from Windows 10 1803);
+// else in clock ticks.
+HANDLE make_alarm() {
+    const HANDLE fine =
+        CreateWaitableTimerExW(nullptr, nullptr, k_high_resolution, TIMER_ALL_ACCESS);
+    return fine ? fine : CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
+}
+
+class windows_timer final : public main_thread_timer {
+public:
+    explicit windows_timer(std::function<void()> tick) : m_tick(std::move(tick)) {}
+
+    ~windows_timer() override {
+        windows_timer::stop();
+        // Waits for a call in progress, which looks at this object.
+        if (m_wait) UnregisterWaitEx(m_wait, INVALID_HANDLE_VALUE);
+        if (m_alarm) CloseHandle(m_alarm);
+    }
+
+    // Whether requests can be served: an alarm that other threads set, and that wakes this one.
+    bool make_usable() {
+        m_alarm = make_alarm();
+        return m_alarm && RegisterWaitForSingleObject(&m_wait, m_alarm, on_alarm, this, INFINITE,
+                                                      WT_EXECUTEINWAITTHREAD);
+    }
+
+    void start_periodic(int period_ms) override {
+        m_periodic = true;
+        if (make_window()) SetTimer(m_window, k_timer, static_cast<UINT>(period_ms), nullptr);
+    }
+
+    void start_on_request(int idle_ms) override {
+        m_idle_ms = static_cast<UINT>(idle_ms);
+        if (!make_window()) return;
+        SetTimer(m_window, k_idle_timer, m_idle_ms, nullptr);
+        arm();
+    }
+
+    void stop() override {
+        const HWND window = m_window.exchange(nullptr);
+        if (!window) return;
+        KillTimer(window, k_timer);
+        KillTimer(window, k_idle_timer);
+        SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+        DestroyWindow(window);
+    }
+
+    void request(std::int64_t delay_ms) override {
+        if (m_periodic.load(std::memory_order_relaxed)) return;
+        delay_ms = std::clamp<std::int64_t>(delay_ms, 0, k_longest_delay_ms);
+        const std::int64_t due = now_ns() + delay_ms * k_ns_per_ms;
+        std::int64_t asked = m_due_ns.load();
+        do {
+            if (asked <= due) return;
+        } while (!m_due_ns.compare_exchange_weak(asked, due));
+        if (delay_ms == 0) {
+            post_due();
+        } else {
+            arm();
+        }
+    }
+
+private:
+    // Two threads may ask at once, and the one with the later time may set the alarm last: set it
+    // again until it stands at what was asked for.
+    void arm() {
+        std::int64_t due = m_due_ns.load();
+        while (due != k_nobody_asked) {
+            LARGE_INTEGER wait{};
+            // Negative: from now on, in units of 100 ns. 0 would be a moment of the calendar.
+            wait.QuadPart = std::min<std::int64_t>(-(due - now_ns()) / 100, -1);
+            SetWaitableTimer(m_alarm, &wait, 0, nullptr, nullptr, FALSE);
+            const std::int64_t asked = m_due_ns.load();
+            if (asked == due) return;
+            due = asked;
+        }
+    }
+
+    // On a thread of the system's.
+    static void CALLBACK on_alarm(void* self, BOOLEAN) {
+        static_cast<windows_timer*>(self)->post_due();
+    }
+
+    void post_due() {
+        const HWND window = m_window.load();
+        if (window) PostMessageW(window, k_due_message, 0, 0);
+    }
+
+    bool make_window() {
+        stop();
+        WNDCLASSEXW type{};
+        type.cbSize = sizeof type;
+        type.lpfnWndProc = procedure;
+        type.hInstance = own_module();
+        type.lpszClassName = k_window_name;
+        // Registered already after an earlier start; then this fails, and nothing is lost.
+        RegisterClassExW(&type);
+        const HWND window = CreateWindowExW(0, k_window_name, k_window_name, WS_DISABLED, 0, 0, 1,
+                                            1, HWND_MESSAGE, nullptr, own_module(), this);
+        if (!window) {
+            zTraceManager::Default()->TraceNote(
+                "main_thread_timer: CreateWindowExW - failed (err=%lu)\n", GetLastError());
+            return false;
+        }
+        // Somebody else may have registered a class of this name in our module, or this library may
+        // have been loaded to another place since: the window answers to us all the same.
+        SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&procedure));
+        SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        m_window = window;
+        return true;
+    }
+
+    static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+        auto* const timer =
+            reinterpret_cast<windows_timer*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+        if (timer && message == WM_TIMER && wparam == k_timer) timer->m_tick();
+        const bool asked = message == k_due_message;
+        if (timer && (asked || (message == WM_TIMER && wparam == k_idle_timer))) timer->on_due();
+        return DefWindowProcW(window, message, wparam, lparam);
+    }
+
+    void on_due() {
+        // Forgotten before the work starts: a request made during it arms the alarm anew.
+        m_due_ns.store(k_nobody_asked);
+        m_tick();
+        // The tick may have stopped this timer. The idle time counts from now on.
+        const HWND window = m_window.load();
+        if (window) SetTimer(window, k_idle_timer, m_idle_ms, nullptr);
+    }
+
+    const std::function<void()> m_tick;
+    std::atomic<HWND> m_window{nullptr};
+    HANDLE m_alarm = nullptr;
+    HANDLE m_wait = nullptr;
+    UINT m_idle_ms = 0;
+    std::atomic<bool> m_periodic{false};
+    std::atomic<std::int64_t> m_due_ns{k_nobody_asked};
+};
+
+}  // namespace
+
+std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()> tick) {
+    auto timer = std::make_shared<windows_timer>(std::move(tick));
+    if (timer->make_usable()) return timer;
+    zTraceManager::Default()->TraceNote("main_thread_timer: no timer to be had (err=%lu)\n",
+                                        GetLastError());
+    return nullptr;
+}
+
+}  // namespace pennywort

@@ -15,8 +15,11 @@ die() {
 # Prints the comment block at the head of the running script: one text is both comment and help.
 usage() { sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$0"; }
 
-# build_preset PRESET: configures and builds below build/PRESET.
+# build_preset PRESET [OPTION...]: configures and builds below build/PRESET, with options of the build.
 build_preset() {
-    say "build $1"
-    (cd "$root" && cmake --preset "$1" --log-level=WARNING && cmake --build --preset "$1" -j "$jobs") </dev/null
+    local preset=$1
+    shift
+    say "build $preset"
+    (cd "$root" && cmake --preset "$preset" --log-level=WARNING &&
+        cmake --build --preset "$preset" -j "$jobs" "$@") </dev/null
 }

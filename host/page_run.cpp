@@ -30,6 +30,20 @@ std::string probe(const std::string& condition) {
            condition + "\n) ? 'ready' : 'wait'; } catch (e) { return 'throws ' + e; }";
 }
 
+// Whether the page has been through a few frames since it was first asked: what it had to show by
+// then has reached the screen. A picture that comes before may still be that of the empty page.
+constexpr const char* k_drawn =
+    "const key = 'pennywort frames';"
+    "if (!(key in window)) {"
+    "  Object.defineProperty(window, key, {value: {count: 0}});"
+    "  const next = () => { if (++window[key].count < 3) requestAnimationFrame(next); };"
+    "  requestAnimationFrame(next);"
+    "}"
+    "return window[key].count < 3 ? 'wait' : 'ready';";
+
+// The first picture may have been under way already when it was asked for.
+constexpr int k_pictures = 2;
+
 std::string guarded(const std::string& script) {
     return "try { return 'fine ' + (function () {\n" + script +
            "\n}).call(window); } catch (e) { return 'throws ' + e; }";
@@ -73,7 +87,11 @@ void page_run::enter(state next) {
     m_state = next;
     m_question.reset();
     m_answered = {};
-    if (next != state::painting) return;
+    m_pictures_seen = 0;
+    if (next == state::painting) ask_for_picture();
+}
+
+void page_run::ask_for_picture() {
     m_pictures_before = m_port.pictures();
     m_port.repaint();
 }
@@ -132,6 +150,8 @@ void page_run::step(time_point now) {
             return step_scripting(now);
         case state::waiting:
             return step_waiting(now);
+        case state::drawing:
+            return step_drawing(now);
         case state::painting:
             return step_painting();
         case state::ready:
@@ -179,7 +199,7 @@ void page_run::step_waiting(time_point now) {
     std::string answer;
     if (take_answer(answer)) {
         m_answered = now;
-        if (answer == "ready") return enter(state::painting);
+        if (answer == "ready") return enter(state::drawing);
         if (!is_answer(answer, "throws", m_thrown)) m_thrown.clear();
     }
     const std::string& condition = m_request.wait_for;
@@ -187,8 +207,19 @@ void page_run::step_waiting(time_point now) {
         ask(probe(condition.empty() ? "true" : condition), now);
 }
 
+void page_run::step_drawing(time_point now) {
+    std::string answer;
+    if (take_answer(answer)) {
+        m_answered = now;
+        if (answer == "ready") return enter(state::painting);
+    }
+    if (ask_again(now, k_question_patience)) ask(k_drawn, now);
+}
+
 void page_run::step_painting() {
-    if (m_port.pictures() > m_pictures_before) enter(state::ready);
+    if (m_port.pictures() <= m_pictures_before) return;
+    if (++m_pictures_seen == k_pictures) return enter(state::ready);
+    ask_for_picture();
 }
 
 void page_run::step_living(time_point now) {
@@ -231,6 +262,7 @@ std::string page_run::timeout_text() const {
                                            : (m_question ? "; perhaps it is no JavaScript" : "");
             return "--wait-for " + m_request.wait_for + " has not become true" + within() + reason;
         }
+        case state::drawing:
         case state::painting:
             return m_request.url + ": the page has painted nothing" + within();
         default:

@@ -32,9 +32,9 @@ struct page_request {
     std::chrono::milliseconds timeout{30'000};
 };
 
-// The steps: loading, settling (fonts and style sheets), the script, the condition, one picture
-// that shows all of it. Then the page is ready, and only asked now and then whether it still lives.
-// All on the display thread. No clock: the caller tells the time.
+// The steps: loading, settling (fonts and style sheets), the script, the condition, some frames of
+// the page's own, a picture that shows all of it. Then the page is ready, and only asked now and
+// then whether it still lives. All on the display thread. No clock: the caller tells the time.
 class page_run {
 public:
     using time_point = std::chrono::steady_clock::time_point;
@@ -70,6 +70,7 @@ private:
         settling,
         scripting,
         waiting,
+        drawing,
         painting,
         ready,
         ending,
@@ -79,6 +80,7 @@ private:
     struct question;
 
     void enter(state next);
+    void ask_for_picture();
     void fail(const std::string& text);
     void ask(const std::string& body, time_point now);
     bool ask_again(time_point now, std::chrono::milliseconds patience);
@@ -90,6 +92,7 @@ private:
     void step_settling(time_point now);
     void step_scripting(time_point now);
     void step_waiting(time_point now);
+    void step_drawing(time_point now);
     void step_painting();
     void step_living(time_point now);
 
@@ -101,6 +104,7 @@ private:
     time_point m_asked{};
     time_point m_answered{};
     std::uint64_t m_pictures_before = 0;
+    int m_pictures_seen = 0;
     std::string m_thrown;        // by the condition, the last time
     std::string m_failed_url;    // the last one; it may have been a frame's of the page
     std::string m_load_problem;  // the same with the reason

@@ -1,0 +1,89 @@
+// tests/host/program_test.cpp - the program from its user's side, as far as it gets without the
+// browser runtime.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/host/program.h"
+
+namespace pennywort {
+namespace {
+
+class Program : public testing::Test {
+protected:
+    // One line about the fault, and nothing else.
+    static void expect_refusal(const program_run& run, int status, const std::string& part) {
+        EXPECT_EQ(run.status, status) << run.errors;
+        EXPECT_NE(run.errors.find(part), std::string::npos) << run.errors;
+        EXPECT_EQ(run.errors.substr(0, 11), "pennywort: ") << run.errors;
+        EXPECT_EQ(run.errors.find('\n'), run.errors.size() - 1) << run.errors;
+        EXPECT_EQ(run.output, "");
+    }
+
+    program_folder folder;
+    // A folder without a runtime in it.
+    const std::string no_runtime = "export CEF_ROOT='" + folder.path() + "'\n";
+};
+
+TEST_F(Program, WrongArgumentsEndWithStatus2AndOneLine) {
+    expect_refusal(folder.run("pennywort render about:blank --size 0x0"), 2, "--size 0x0");
+    expect_refusal(folder.run("pennywort render missing.html"), 2, "missing.html");
+    expect_refusal(folder.run("pennywort render $'two\\nlines'"), 2, "two lines");
+    expect_refusal(folder.run("pennywort"), 2, "subcommand");
+}
+
+TEST_F(Program, AMissingRuntimeIsToldWithTheRemedyAndLeavesNoFile) {
+    const auto run = folder.run(no_runtime + "pennywort render about:blank -o a.y4m");
+    expect_refusal(run, 1, "CEF_ROOT");
+    EXPECT_FALSE(folder.has("a.y4m"));
+}
+
+TEST_F(Program, AMissingRuntimeLeavesNoMovieEither) {
+    const auto run = folder.run(no_runtime + "pennywort render about:blank -o a.mkv");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_FALSE(folder.has("a.mkv"));
+}
+
+TEST_F(Program, AMissingFfmpegIsToldBeforeTheRuntimeStarts) {
+    const auto run = folder.run(no_runtime + "PATH=/nowhere pennywort render about:blank -o a.mov");
+    expect_refusal(run, 1, "ffmpeg is not there");
+}
+
+TEST_F(Program, AMissingOutputFolderIsToldBeforeTheRuntimeStarts) {
+    for (const char* name : {"no/a.png", "no/a-%d.png", "no/a.y4m", "no/a.mov"}) {
+        const auto run = folder.run(no_runtime + "pennywort render about:blank -o " + name);
+        expect_refusal(run, 1, "no/a");
+        EXPECT_EQ(run.errors.find("CEF_ROOT"), std::string::npos) << run.errors;
+    }
+}
+
+TEST_F(Program, AFullDiskIsTold) {
+    const auto run =
+        folder.run(no_runtime + "pennywort render about:blank --format y4m -o /dev/full");
+    expect_refusal(run, 1, "/dev/full: No space left");
+}
+
+TEST_F(Program, WithJsonAFailureIsInTheLastLineToo) {
+    const auto run = folder.run(no_runtime + "pennywort render about:blank --json");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.output.find("\"failure\":\""), std::string::npos) << run.output;
+    EXPECT_EQ(run.output.find('\n'), run.output.size() - 1);
+}
+
+TEST_F(Program, WorksWithoutStandardStreams) {
+    EXPECT_EQ(folder.run(no_runtime + "pennywort render about:blank --json <&- >&- 2>&-").status,
+              1);
+}
+
+TEST_F(Program, HelpAndVersionGoToStandardOutput) {
+    const auto help = folder.run("pennywort render --help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.errors, "");
+    EXPECT_NE(help.output.find("--wait-for"), std::string::npos);
+    const auto version = folder.run("pennywort --version");
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.output.substr(0, 10), "pennywort ");
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -1,0 +1,277 @@
+// tests/host/render_test.cpp - the program on the real browser runtime: pages that fail, readers
+// that leave, interruptions, and what is in the files.
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/host/program.h"
+
+namespace pennywort {
+namespace {
+
+// Changes with every frame, from the first on.
+constexpr const char* k_moving_page =
+    "<!doctype html><style>body{margin:0;background:#204060}</style><script>"
+    "let n=0;(function next(){document.body&&(document.body.textContent=++n);"
+    "requestAnimationFrame(next)})()</script>";
+
+class Render : public testing::Test {
+protected:
+    Render() { folder.write("moving.html", k_moving_page); }
+
+    void expect_failure(const std::string& script, const std::string& part) {
+        const auto run = folder.run(script);
+        EXPECT_EQ(run.status, 1) << run.errors;
+        EXPECT_NE(run.errors.find(part), std::string::npos) << run.errors;
+    }
+    // Blue, green, red, alpha of a pixel of a PNG file.
+    std::vector<int> pixel(const std::string& name, int x, int y) const {
+        png_image image{};
+        image.version = PNG_IMAGE_VERSION;
+        const std::string path = folder.path(name);
+        EXPECT_TRUE(png_image_begin_read_from_file(&image, path.c_str())) << image.message;
+        image.format = PNG_FORMAT_BGRA;
+        std::vector<std::uint8_t> all(PNG_IMAGE_SIZE(image));
+        EXPECT_TRUE(png_image_finish_read(&image, nullptr, all.data(), 0, nullptr));
+        const auto at = all.begin() + (y * static_cast<int>(image.width) + x) * 4;
+        return {at, at + 4};
+    }
+    static std::string value_of(const std::string& json, const std::string& name) {
+        const auto at = json.find("\"" + name + "\":");
+        if (at == std::string::npos) return "missing";
+        const auto begin = at + name.size() + 3;
+        return json.substr(begin, json.find_first_of(",}", begin) - begin);
+    }
+
+    program_folder folder;
+};
+
+using colour = std::vector<int>;
+
+TEST_F(Render, AHostThatIsNotThereFails) {
+    expect_failure("pennywort render http://does-not-exist.invalid/ --frames 1",
+                   "could not be loaded");
+}
+
+TEST_F(Render, APageThatNeverAnswersFailsWithinItsTimeout) {
+    folder.write("endless.html", "<script>for(;;);</script>");
+    expect_failure("pennywort render endless.html --timeout 3 --frames 1",
+                   "has not loaded within 3 s");
+}
+
+TEST_F(Render, AConditionThatStaysFalseFails) {
+    expect_failure("pennywort render moving.html --wait-for 'n < 0' --timeout 3",
+                   "has not become true");
+}
+
+TEST_F(Render, AScriptThatThrowsFails) {
+    folder.write("bad.js", "throw new Error('no such team');");
+    expect_failure("pennywort render moving.html --script bad.js", "no such team");
+}
+
+TEST_F(Render, AScriptThatIsNoneFails) {
+    folder.write("bad.js", "this is no script");
+    expect_failure("pennywort render moving.html --script bad.js --timeout 3",
+                   "perhaps it is no JavaScript");
+}
+
+TEST_F(Render, AMissingChildProcessIsTold) {
+    const auto run =
+        folder.run("bin=$(dirname '" PENNYWORT_PROGRAM
+                   "')\n"
+                   "mkdir -p host/rsrc && cp '" PENNYWORT_PROGRAM
+                   "' host/\n"
+                   "export LD_LIBRARY_PATH=$bin CEF_ROOT=$(dirname $(readlink -f $bin/libcef.so))\n"
+                   "ln -s $CEF_ROOT/locales host/rsrc/ChromeLocales\n"
+                   "host/pennywort render about:blank");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.errors.find("CEFChildProcess"), std::string::npos) << run.errors;
+}
+
+// The page's process dies while frames are taken: the file is completed, and the failure told.
+TEST_F(Render, ADeadRendererProcessFailsAndLeavesAPlayableFile) {
+    const auto run = folder.run(
+        "renderers() {\n"
+        "  for p in /proc/[0-9]*; do\n"
+        "    grep -qa -- --type=renderer $p/cmdline 2>/dev/null || continue\n"
+        "    q=${p#/proc/}\n"
+        "    while [ -n \"$q\" ] && [ \"$q\" -gt 1 ]; do\n"
+        "      q=$(awk '/^PPid:/{print $2}' /proc/$q/status 2>/dev/null)\n"
+        "      [ \"$q\" = $1 ] && echo ${p#/proc/} && break\n"
+        "    done\n"
+        "  done\n"
+        "}\n"
+        "'" PENNYWORT_PROGRAM
+        "' render moving.html --size 64x48 --seconds 60 --timeout 3 -o a.y4m 2>log & pid=$!\n"
+        "until grep -q frames log; do sleep 0.1; done\n"
+        "kill -KILL $(renderers $pid)\n"
+        "wait $pid; status=$?; cat log >&2\n"
+        "ffprobe -v error -count_frames -show_entries stream=nb_read_frames a.y4m\n"
+        "exit $status");
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_NE(run.errors.find("stopped answering"), std::string::npos) << run.errors;
+    EXPECT_NE(run.output.find("nb_read_frames="), std::string::npos) << run.output;
+}
+
+TEST_F(Render, AFullDiskEndsTheRun) {
+    expect_failure("pennywort render moving.html --seconds 60 --format raw -o /dev/full",
+                   "No space left");
+}
+
+TEST_F(Render, AnFfmpegThatFailsMidwayEndsTheRunWithItsLastLine) {
+    folder.write_program("ffmpeg",
+                         "head -c 9000000 >/dev/null\necho 'Disk quota exceeded' >&2\nexit 1\n");
+    expect_failure("PATH=$PWD:$PATH pennywort render moving.html --seconds 60 -o a.mov",
+                   "Disk quota exceeded");
+}
+
+TEST_F(Render, AReaderThatLeavesEndsAnEndlessRunWell) {
+    const auto run =
+        folder.run("pennywort render moving.html --endless -o - | head -c 3000000 | wc -c");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.output, "3000000\n");
+}
+
+TEST_F(Render, AReaderThatLeavesEarlyIsAFailureOfARunWithAnEnd) {
+    const auto run =
+        folder.run("pennywort render moving.html --seconds 60 -o - | head -c 3000000 >/dev/null");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.errors.find("has closed it"), std::string::npos) << run.errors;
+}
+
+TEST_F(Render, AnInterruptionCompletesTheFile) {
+    const auto run = folder.run(
+        "'" PENNYWORT_PROGRAM
+        "' render moving.html --size 64x48 --seconds 60 -o a.mkv 2>log & pid=$!\n"
+        "until grep -q frames log; do sleep 0.1; done\n"
+        "kill -INT $pid; wait $pid; status=$?; cat log >&2\n"
+        "ffprobe -v error -count_frames -show_entries stream=nb_read_frames a.mkv || exit 99\n"
+        "exit $status");
+    EXPECT_EQ(run.status, 130) << run.errors;
+    EXPECT_NE(run.output.find("nb_read_frames="), std::string::npos) << run.output;
+}
+
+TEST_F(Render, ARequestToEndBeforeTheFirstFrameLeavesNoFile) {
+    folder.write("endless.html", "<script>for(;;);</script>");
+    const auto run = folder.run("'" PENNYWORT_PROGRAM
+                                "' render endless.html -o a.mkv 2>log & pid=$!\n"
+                                "until grep -q loading log; do sleep 0.1; done\n"
+                                "kill -TERM $pid; wait $pid");
+    EXPECT_EQ(run.status, 143) << run.errors;
+    EXPECT_FALSE(folder.has("a.mkv"));
+}
+
+TEST_F(Render, OpaqueColoursAreExact) {
+    folder.write("page.html",
+                 "<!doctype html><body style='margin:0;background:rgb(1,127,254)'>"
+                 "<div style='position:absolute;left:50px;top:0;width:50px;height:50px;"
+                 "background:rgb(200,33,7)'>");
+    const auto run = folder.run("pennywort render page.html --size 100x60 -o a.png");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(pixel("a.png", 10, 10), (colour{254, 127, 1, 255}));
+    EXPECT_EQ(pixel("a.png", 60, 10), (colour{7, 33, 200, 255}));
+}
+
+TEST_F(Render, TransparentColoursAreStraight) {
+    folder.write("page.html",
+                 "<!doctype html><body style='margin:0'><div style='position:absolute;"
+                 "left:0;top:0;width:50px;height:50px;background:rgba(255,255,255,0.25)'>");
+    const auto run = folder.run("pennywort render page.html --size 100x60 --transparent -o a.png");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const auto inside = pixel("a.png", 10, 10);
+    EXPECT_EQ(colour(inside.begin(), inside.begin() + 3), (colour{255, 255, 255}));
+    EXPECT_NEAR(inside[3], 64, 1);
+    EXPECT_EQ(pixel("a.png", 60, 55), (colour{0, 0, 0, 0}));
+}
+
+TEST_F(Render, StyleSheetAndScriptAreInTheFirstFrame) {
+    folder.write("page.html", "<!doctype html><body>plain");
+    folder.write("a.css", "body { background: rgb(10, 20, 30) !important; }");
+    folder.write("a.js",
+                 "document.body.textContent = '';\n"
+                 "document.body.style.borderTop = '30px solid rgb(40, 50, 60)';\n"
+                 "document.body.style.margin = 0;\nreturn 'done'; // and no more");
+    const auto run = folder.run(
+        "pennywort render page.html --size 100x60 --css a.css --script a.js "
+        "--wait-for 'document.body.style.margin' --verbose -o a.png");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(pixel("a.png", 50, 10), (colour{60, 50, 40, 255}));
+    EXPECT_EQ(pixel("a.png", 50, 50), (colour{30, 20, 10, 255}));
+    EXPECT_NE(run.errors.find("script: done"), std::string::npos) << run.errors;
+}
+
+TEST_F(Render, PagesFollowOneAnotherEachWithItsFrames) {
+    for (const char* name : {"red", "lime", "blue"}) {
+        folder.write(std::string(name) + ".html", std::string("<body bgcolor=") + name + ">");
+    }
+    const auto run = folder.run(
+        "pennywort render red.html lime.html blue.html --size 16x16 --frames 2 "
+        "-o p%d.png --json");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const colour want[] = {{0, 0, 255, 255}, {0, 255, 0, 255}, {255, 0, 0, 255}};
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(pixel("p" + std::to_string(i + 1) + ".png", 8, 8), want[i / 2]) << i;
+    }
+    EXPECT_FALSE(folder.has("p7.png"));
+    EXPECT_EQ(value_of(run.output, "frames"), "6");
+    EXPECT_EQ(value_of(run.output, "pages"), "3");
+}
+
+TEST_F(Render, APipeHoldsNothingButFrames) {
+    const auto run = folder.run(
+        "pennywort render moving.html --size 64x48 --frames 7 -o - --verbose --json "
+        ">a.y4m");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const std::string header = "YUV4MPEG2 W64 H48 F50:1 Ip A1:1 C444 XCOLORRANGE=LIMITED\n";
+    EXPECT_EQ(folder.read("a.y4m").substr(0, header.size()), header);
+    EXPECT_EQ(folder.read("a.y4m").size(), header.size() + 7 * (6 + 64 * 48 * 3));
+    EXPECT_EQ(value_of(last_line_of(run.errors), "frames"), "7") << run.errors;
+}
+
+TEST_F(Render, AFileHasAFramePerTickAndTheCountsAgree) {
+    const auto run = folder.run(
+        "pennywort render moving.html --size 320x180 --seconds 2 -o a.mkv --json\n"
+        "ffprobe -v error -count_frames -show_entries stream=nb_read_frames a.mkv");
+    EXPECT_EQ(value_of(run.output, "frames"), "100");
+    EXPECT_NE(run.output.find("nb_read_frames=100"), std::string::npos) << run.output;
+    const int painted = std::stoi(value_of(run.output, "painted"));
+    const int repeated = std::stoi(value_of(run.output, "repeated"));
+    const int dropped = std::stoi(value_of(run.output, "dropped"));
+    EXPECT_EQ(painted - dropped + repeated, 100);
+    EXPECT_GT(painted, 10);
+}
+
+TEST_F(Render, WithoutAnOutputItOnlyMeasures) {
+    const auto run = folder.run("pennywort render moving.html --frames 30 --json; ls");
+    EXPECT_EQ(value_of(run.output, "frames"), "30");
+    EXPECT_EQ(value_of(run.output, "width"), "1280");
+    EXPECT_GT(std::stod(value_of(run.output, "first_frame_ms")), 0);
+    EXPECT_NE(run.output.find("\nerr.txt\nmoving.html\nout.txt\nscript\n"), std::string::npos)
+        << "something was written: " << run.output;
+}
+
+TEST_F(Render, AFreeRunningPageIsMeasuredToo) {
+    const auto run = folder.run("pennywort render moving.html --free-run --frames 30 --json");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_GT(std::stoi(value_of(run.output, "painted")), 2);
+}
+
+TEST_F(Render, TheRuntimesOwnLinesAreSeenOnlyWhenAskedFor) {
+    const auto run = folder.run("pennywort render moving.html --frames 1 2>&1");
+    EXPECT_EQ(run.output.find(":ERROR:"), std::string::npos) << run.output;
+    EXPECT_EQ(run.output.substr(0, 10), "measured: ") << run.output;
+}
+
+TEST_F(Render, TheSmallestAndOddSizesAreRendered) {
+    for (const char* size : {"1x1", "2x1", "33x17"}) {
+        const auto run = folder.run(
+            std::string("pennywort render moving.html --frames 2 -o a.mkv --size ") + size);
+        EXPECT_EQ(run.status, 0) << size << run.errors;
+    }
+}
+
+}  // namespace
+}  // namespace pennywort

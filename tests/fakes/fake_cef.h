@@ -241,8 +241,8 @@ public:
 
     // cef_execute_process, with an argument --type=..., does as a renderer process would: it makes
     // a page, has the application define its functions there, and makes these calls of them. What
-    // the page sent then stands in sent(). Without String the page has replaced that by a text.
-    virtual void calls_of_helper(std::vector<fake_cef_page_call> calls, bool with_string) = 0;
+    // the page sent then stands in sent(). In a world that is ending no script can be evaluated.
+    virtual void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) = 0;
     virtual std::vector<fake_cef_sent_message> sent() = 0;
 
     // Steps of the two event sources that would keep a host's loop spinning, and whether the source

@@ -158,9 +158,9 @@ bool runtime::client_is_unshared(int browser) {
     return unshared;
 }
 
-void runtime::calls_of_helper(std::vector<fake_cef_page_call> calls, bool with_string) {
+void runtime::calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) {
     m_helper_calls = std::move(calls);
-    m_helper_has_string = with_string;
+    m_helper_world_is_ending = world_is_ending;
 }
 
 std::vector<fake_cef_sent_message> runtime::sent() {

@@ -92,7 +92,7 @@ public:
     void view_rect(int browser, int& width, int& height) override;
     bool client_is_unshared(int browser) override;
     void add_switches(const std::string& process_type) override;
-    void calls_of_helper(std::vector<fake_cef_page_call> calls, bool with_string) override;
+    void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) override;
     std::vector<fake_cef_sent_message> sent() override;
     long loop_spins() override;
     bool window_source_alive() override;
@@ -135,7 +135,7 @@ private:
     std::vector<fake_cef_cookies> m_cookies;
     std::vector<std::string> m_popups;
     std::vector<fake_cef_page_call> m_helper_calls;
-    bool m_helper_has_string = true;
+    bool m_helper_world_is_ending = false;
     std::vector<fake_cef_sent_message> m_sent;
 };
 

@@ -56,7 +56,7 @@ v8_value::v8_value(std::string name, caller_ref<cef_v8_handler_t> handler)
     set_operations();
 }
 
-v8_value::v8_value(std::function<ref<v8_value>(v8_value&)> built_in)
+v8_value::v8_value(v8_built_in built_in)
     : object("script function"), m_kind(kind::function), m_built_in(std::move(built_in)) {
     set_questions();
     set_operations();
@@ -65,6 +65,7 @@ v8_value::v8_value(std::function<ref<v8_value>(v8_value&)> built_in)
 void v8_value::ended() {
     m_members.clear();
     m_handler = {};
+    m_built_in = nullptr;
 }
 
 ref<v8_value> v8_value::member(const std::string& name) {
@@ -82,8 +83,10 @@ ref<v8_value> v8_value::text() {
     return ref<v8_value>(new v8_value(fake_cef_value(text_of(m_value))));
 }
 
-void v8_value::call(const std::vector<ref<v8_value>>& arguments) {
-    if (!m_handler || !m_handler->execute) return;
+// The callee takes over a reference of each argument.
+ref<v8_value> v8_value::call(const v8_arguments& arguments) {
+    if (m_built_in) return m_built_in(arguments);
+    if (!m_handler || !m_handler->execute) return {};
     std::vector<cef_v8_value_t*> passed;
     for (const auto& argument : arguments) passed.push_back(argument->counted());
     cef_v8_value_t* result = nullptr;
@@ -91,8 +94,8 @@ void v8_value::call(const std::vector<ref<v8_value>>& arguments) {
     const text_argument name(m_name);
     m_handler->execute(m_handler.get(), name.get(), (new v8_value)->given(), passed.size(),
                        passed.data(), &result, &exception);
-    if (result) result->base.release(&result->base);
     cef_string_utf16_clear(&exception);
+    return ref<v8_value>(result ? &of(result) : nullptr);
 }
 
 void v8_value::set_questions() {
@@ -126,16 +129,47 @@ void v8_value::set_operations() {
     execute_function = [](cef_v8_value_t* self, cef_v8_value_t* receiver, std::size_t count,
                           cef_v8_value_t* const* arguments) -> cef_v8_value_t* {
         const ref<v8_value> of_receiver(receiver ? &of(receiver) : nullptr);
-        std::vector<ref<v8_value>> taken;
+        v8_arguments taken;
         for (std::size_t i = 0; i < count; ++i) taken.emplace_back(&of(arguments[i]));
-        if (!of(self).m_built_in || taken.empty()) return nullptr;
-        const ref<v8_value> answer = of(self).m_built_in(*taken.front().get());
+        const ref<v8_value> answer = of(self).call(taken);
         return answer ? answer->counted() : nullptr;
     };
 }
 
-v8_context::v8_context(std::shared_ptr<page> shown, ref<v8_value> global)
-    : object("script context"), m_page(std::move(shown)), m_global(std::move(global)) {
+namespace {
+
+// What the application's script amounts to: a function that makes, of the application's own one,
+// one that turns its arguments into text first. A text that cannot be had is the page's trouble.
+ref<v8_value> maker_of_the_bridge() {
+    return ref<v8_value>(new v8_value(v8_built_in([](const v8_arguments& given) {
+        const ref<v8_value> send = given.at(0);
+        return ref<v8_value>(new v8_value(v8_built_in([send](const v8_arguments& called_with) {
+            const ref<v8_value> nothing(new v8_value(fake_cef_value{}));
+            const ref<v8_value> no_text(new v8_value(fake_cef_value(std::u16string())));
+            const auto& command = called_with.empty() ? nothing : called_with[0];
+            const v8_arguments texts = {command->text(),
+                                        called_with.size() > 1 ? called_with[1]->text() : no_text};
+            if (texts[0] && texts[1]) send->call(texts);
+            return ref<v8_value>();
+        })));
+    })));
+}
+
+}  // namespace
+
+v8_context::v8_context(std::shared_ptr<page> shown, ref<v8_value> global, bool is_ending)
+    : object("script context"),
+      m_page(std::move(shown)),
+      m_global(std::move(global)),
+      m_is_ending(is_ending) {
+    eval = [](cef_v8_context_t* self, const cef_string_t* code, const cef_string_t* url, int,
+              cef_v8_value_t** result, cef_v8_exception_t**) {
+        if (wide_of(code, "eval").empty()) ledger::book().broken("eval: there is no script");
+        ledger::book().check_string(url, "eval");
+        if (of(self).m_is_ending) return 0;
+        *result = maker_of_the_bridge()->counted();
+        return 1;
+    };
     is_valid = [](cef_v8_context_t* self) { return of(self), 1; };
     get_global = [](cef_v8_context_t* self) { return of(self).m_global->counted(); };
     get_frame = [](cef_v8_context_t* self) { return of(self).m_page->frame_argument(true); };
@@ -152,7 +186,7 @@ namespace {
 void make_calls(v8_value& global, const std::vector<fake_cef_page_call>& calls) {
     const ref<v8_value> execute = global.member("hostApp")->member("execute");
     for (const auto& call : calls) {
-        std::vector<ref<v8_value>> arguments;
+        v8_arguments arguments;
         for (const auto& value : call.arguments) arguments.emplace_back(new v8_value(value));
         execute->call(arguments);
     }
@@ -167,11 +201,7 @@ void runtime::run_helper(cef_app_t* app) {
     if (!handler || !handler->on_context_created) return;
     const auto shown = std::make_shared<page>(1, page_wish{});
     const ref<v8_value> global(new v8_value);
-    global->set_member("String",
-                       m_helper_has_string
-                           ? ref<v8_value>(new v8_value([](v8_value& v) { return v.text(); }))
-                           : ref<v8_value>(new v8_value(fake_cef_value(1))));
-    const ref<v8_context> context(new v8_context(shown, global));
+    const ref<v8_context> context(new v8_context(shown, global, m_helper_world_is_ending));
     g_current = context.get();
     handler->on_context_created(handler.get(), shown->browser_argument(),
                                 shown->frame_argument(true), context->counted());

@@ -1,0 +1,86 @@
+// child_test.cpp - the helper process's part of the bridge: what a page's call of
+// window.hostApp.execute sends to the host.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "childprocess/page_bridge.h"
+#include "tests/fakes/fake_cef.h"
+#include "webdisplay/cef/runtime.h"
+
+namespace {
+
+using namespace std::string_literals;
+using values = std::vector<fake_cef_value>;
+
+class ChildTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string failure;
+        ASSERT_TRUE(pennywort::cef_load({FAKE_RUNTIME_FOLDER}, failure)) << failure;
+    }
+    void TearDown() override {
+        EXPECT_EQ(fake().violations(), std::vector<std::string>{});
+        EXPECT_EQ(fake().leaks(), "");
+        EXPECT_EQ(fake().held(), "");
+    }
+    static fake_cef& fake() { return *fake_cef_control(); }
+
+    // Runs a renderer process whose page makes these calls.
+    static int run(std::vector<fake_cef_page_call> calls, bool world_is_ending = false) {
+        fake().calls_of_helper(std::move(calls), world_is_ending);
+        char name[] = "child", type[] = "--type=renderer";
+        char* arguments[] = {name, type, nullptr};
+        const pennywort::own_ref<pennywort::child_app> app(new pennywort::child_app);
+        return pennywort::cef_run_helper(2, arguments, app->counted_app());
+    }
+};
+
+TEST_F(ChildTest, WithoutATypeItIsNoHelper) {
+    char name[] = "child";
+    char* arguments[] = {name, nullptr};
+    const pennywort::own_ref<pennywort::child_app> app(new pennywort::child_app);
+    EXPECT_EQ(pennywort::cef_run_helper(1, arguments, app->counted_app()), -1);
+}
+
+TEST_F(ChildTest, APageThatCallsNothingSendsNothing) {
+    EXPECT_EQ(run({}), 0);
+    EXPECT_TRUE(fake().sent().empty());
+}
+
+TEST_F(ChildTest, AWorldThatIsEndingGetsNoBridgeAndNoHarm) {
+    EXPECT_EQ(run({}, true), 0);
+    EXPECT_TRUE(fake().sent().empty());
+}
+
+TEST_F(ChildTest, ACallBecomesOneMessageToTheHost) {
+    EXPECT_EQ(run({{{u"command"s, u"argument"s}}}), 0);
+    ASSERT_EQ(fake().sent().size(), 1u);
+    EXPECT_EQ(fake().sent()[0].name, "execute");
+    EXPECT_TRUE(fake().sent()[0].to_browser);
+    EXPECT_EQ(fake().sent()[0].arguments, (values{u"command"s, u"argument"s}));
+}
+
+TEST_F(ChildTest, AnyTextArrivesUnitByUnit) {
+    const std::u16string odd = u"it's \"\0\n"s + char16_t{0xD83D} + u"\u65E5";
+    run({{{odd, odd}}});
+    ASSERT_EQ(fake().sent().size(), 1u);
+    EXPECT_EQ(fake().sent()[0].arguments, (values{odd, odd}));
+}
+
+TEST_F(ChildTest, WhatIsNoTextArrivesAsItsText) {
+    run({{{42, 1.5}}, {{true, fake_cef_object{u"its own"}}}, {{u"empty"s, u""s}}});
+    ASSERT_EQ(fake().sent().size(), 3u);
+    EXPECT_EQ(fake().sent()[0].arguments, (values{u"42"s, u"1.5"s}));
+    EXPECT_EQ(fake().sent()[1].arguments, (values{u"true"s, u"its own"s}));
+    EXPECT_EQ(fake().sent()[2].arguments, (values{u"empty"s, u""s}));
+}
+
+TEST_F(ChildTest, ManyCallsLeaveNothingBehind) {
+    std::vector<fake_cef_page_call> calls(10000, {{u"command"s, u"argument"s}});
+    run(std::move(calls));
+    EXPECT_EQ(fake().sent().size(), 10000u);
+}
+
+}  // namespace

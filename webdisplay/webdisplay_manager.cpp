@@ -57,7 +57,7 @@ bool start_runtime(const message_pump& pump) {
     settings.get().external_message_pump = requests_of(pump) || uses_external_pump() ? 1 : 0;
     const own_ref<webdisplay_cef_app> app(
         new webdisplay_cef_app(process().switches, requests_of(pump)));
-    if (cef_start(settings.get(), app->counted_app(), failure)) return true;
+    if (cef_start(settings.get(), cef_ref<cef_app_t>(app->counted_app()), failure)) return true;
     process().cache.reset();
     return false;
 }

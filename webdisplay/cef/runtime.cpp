@@ -99,7 +99,7 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
     return true;
 }
 
-bool cef_start(cef_settings_t& settings, cef_app_t* app, std::string& failure) {
+bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& failure) {
     if (g_running) return true;
     if (g_start_tried) {
         failure =
@@ -119,8 +119,8 @@ bool cef_start(cef_settings_t& settings, cef_app_t* app, std::string& failure) {
 
     const cef_main_args_t args = cef_main_args();
     const std::unique_ptr<startup_guard> guard = startup_guard::make();
-    g_running = g_functions.cef_initialize(&args, reinterpret_cast<cef_settings_t*>(grown), app,
-                                           nullptr) != 0;
+    g_running = g_functions.cef_initialize(&args, reinterpret_cast<cef_settings_t*>(grown),
+                                           app.release(), nullptr) != 0;
     guard->restore();
     if (!g_running) {
         failure = "The browser runtime did not start (exit code " +

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cef_abi.h"
+#include "webdisplay/cef/ref.h"
 
 namespace pennywort {
 
@@ -55,7 +56,7 @@ std::vector<std::string> cef_folders(const std::string& program_folder);
 // Starts the runtime, at most once in a process: it cannot be initialised a second time. Afterwards
 // the process's signal handlers are as they were, and the runtime's sources that would keep a loop
 // of the host spinning are gone.
-bool cef_start(cef_settings_t& settings, cef_app_t* app, std::string& failure);
+bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& failure);
 
 // Ends the runtime. Harmless if it does not run, or twice.
 void cef_stop();

@@ -134,7 +134,7 @@ int runtime::initialise(const cef_main_args_t* args, const cef_settings_t* setti
         m_exit_code = k_profile_in_use;
         return 0;
     }
-    m_app = std::move(kept);
+    set_application(std::move(kept));
     add_switches("");
     m_effects = system_effects::make(m_script.replace_signal_handlers);
     m_asks_for_work = settings->external_message_pump != 0;
@@ -157,7 +157,7 @@ void runtime::shut_down() {
     m_initialised = false;
     m_ui.clear();
     for (const auto& [id, shown] : m_pages) shown->drop_client();
-    m_app = {};
+    set_application({});
     std::error_code error;
     if (!m_profile_lock.empty()) std::filesystem::remove(m_profile_lock, error);
     write_report();
@@ -185,10 +185,21 @@ void runtime::work() {
     m_in_work = false;
 }
 
+caller_ref<cef_app_t> runtime::application() {
+    const std::lock_guard lock(m_lock);
+    return m_app;
+}
+
+// What was there is given back after the lock.
+void runtime::set_application(caller_ref<cef_app_t> application) {
+    const std::lock_guard lock(m_lock);
+    std::swap(m_app, application);
+}
+
 // The runtime asks for the handler each time, on whichever thread has work for the UI thread.
 void runtime::schedule(std::int64_t delay_ms) {
     if (!m_asks_for_work) return;
-    const caller_ref<cef_app_t> app = m_app;
+    const caller_ref<cef_app_t> app = application();
     if (!app || !app->get_browser_process_handler) return;
     const caller_ref<cef_browser_process_handler_t> handler(
         app->get_browser_process_handler(app.get()), "browser process handler");
@@ -228,7 +239,7 @@ std::shared_ptr<page> runtime::find(int id) {
 }
 
 void runtime::add_switches(const std::string& process_type) {
-    const caller_ref<cef_app_t> app = m_app;
+    const caller_ref<cef_app_t> app = application();
     if (!app || !app->on_before_command_line_processing) return;
     const ref<command_line> line(new command_line(process_type));
     const text_argument type(process_type);

@@ -108,6 +108,8 @@ private:
     bool take_profile(const std::string& folder);
     void check_locales();
     void schedule(std::int64_t delay_ms);
+    caller_ref<cef_app_t> application();
+    void set_application(caller_ref<cef_app_t> application);
     void write_report();
 
     fake_cef_script m_script;
@@ -118,7 +120,7 @@ private:
     std::atomic<long> m_works{0};
     int m_exit_code = 0;
     bool m_in_work = false;
-    bool m_asks_for_work = false;
+    std::atomic<bool> m_asks_for_work{false};
     std::thread::id m_ui_thread;
     ui_queue m_ui;
     io_thread m_io;

@@ -233,6 +233,8 @@ public:
     virtual void request(int browser, const std::string& url, bool main_frame) = 0;
     // Asks the client, even one that was closed (keep_clients). -1 x -1: there is none.
     virtual void view_rect(int browser, int& width, int& height) = 0;
+    // The handlers that a browser's client answers with, by name, in alphabetical order.
+    virtual std::vector<std::string> handlers(int browser) = 0;
     // Whether nobody but the fake holds a reference of this browser's kept client. Browsers that
     // were opened by others hold it too, and are taken into account.
     virtual bool client_is_unshared(int browser) = 0;

@@ -142,6 +142,44 @@ void runtime::view_rect(int browser, int& width, int& height) {
     if (const auto found = find(browser)) found->view_rect(width, height);
 }
 
+namespace {
+
+template <class Handler>
+void list_if_there(cef_client_t* client, Handler* (*getter)(cef_client_t*), const char* name,
+                   std::vector<std::string>& names) {
+    const caller_ref<Handler> handler(getter ? getter(client) : nullptr, name);
+    if (handler) names.emplace_back(name);
+}
+
+}  // namespace
+
+std::vector<std::string> runtime::handlers(int browser) {
+    const auto found = find(browser);
+    const auto client = found ? found->client() : caller_ref<cef_client_t>();
+    std::vector<std::string> names;
+    if (!client) return names;
+    cef_client_t& c = *client.get();
+    list_if_there(&c, c.get_audio_handler, "audio", names);
+    list_if_there(&c, c.get_command_handler, "command", names);
+    list_if_there(&c, c.get_context_menu_handler, "context menu", names);
+    list_if_there(&c, c.get_dialog_handler, "dialog", names);
+    list_if_there(&c, c.get_display_handler, "display", names);
+    list_if_there(&c, c.get_download_handler, "download", names);
+    list_if_there(&c, c.get_drag_handler, "drag", names);
+    list_if_there(&c, c.get_find_handler, "find", names);
+    list_if_there(&c, c.get_focus_handler, "focus", names);
+    list_if_there(&c, c.get_frame_handler, "frame", names);
+    list_if_there(&c, c.get_jsdialog_handler, "jsdialog", names);
+    list_if_there(&c, c.get_keyboard_handler, "keyboard", names);
+    list_if_there(&c, c.get_life_span_handler, "life span", names);
+    list_if_there(&c, c.get_load_handler, "load", names);
+    list_if_there(&c, c.get_permission_handler, "permission", names);
+    list_if_there(&c, c.get_print_handler, "print", names);
+    list_if_there(&c, c.get_render_handler, "render", names);
+    list_if_there(&c, c.get_request_handler, "request", names);
+    return names;
+}
+
 // The fake's own references are given back for the length of the question, all but one.
 bool runtime::client_is_unshared(int browser) {
     const auto found = find(browser);

@@ -90,6 +90,7 @@ public:
     bool drag_enter(int browser) override;
     void request(int browser, const std::string& url, bool main_frame) override;
     void view_rect(int browser, int& width, int& height) override;
+    std::vector<std::string> handlers(int browser) override;
     bool client_is_unshared(int browser) override;
     void add_switches(const std::string& process_type) override;
     void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) override;

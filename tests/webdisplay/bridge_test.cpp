@@ -1,6 +1,7 @@
 // bridge_test.cpp - messages of a page to its host, the friendly and the hostile, and scripts of
 // the host with and without a result.
 #include <regex>
+#include <stdexcept>
 
 #include "loam/message_loop.h"
 #include "loam/observer.h"

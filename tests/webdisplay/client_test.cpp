@@ -1,5 +1,7 @@
 // client_test.cpp - what a display's client does at each callback of the runtime: frames, loads,
 // scripts that it puts into pages, requests, drags.
+#include <stdexcept>
+
 #include "tests/webdisplay/fake_runtime_test.h"
 
 namespace {
@@ -391,6 +393,29 @@ TEST_F(ClientTest, RequestsThatWaitAtShutdownAreDropped) {
     fake().settle_io();
     shut_down();
     s.release();
+}
+
+// --- what is left to the runtime
+
+// Downloads, dialogs, permissions and the rest keep the runtime's defaults, which refuse them.
+TEST_F(ClientTest, AnswersForItsOwnHandlersOnly) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    EXPECT_EQ(fake().handlers(1), (strings{"drag", "life span", "load", "render", "request"}));
+}
+
+TEST_F(ClientTest, ReceiversThatThrowDoNotReachTheRuntime) {
+    start();
+    screen s(page("http://a/"));
+    s.seen.on_frame = [] { throw std::runtime_error("in a frame"); };
+    s.seen.on_event = [](const std::string&) { throw 7; };
+    show(s);
+    EXPECT_FALSE(s.seen.frames.empty());
+    s.seen.on_frame = {};
+    s.seen.on_event = {};
+    s->LoadUrl("http://b/");
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
 }
 
 // --- drags

@@ -662,6 +662,36 @@ TEST_F(DisplayTest, ATickOfAStillPagePaintsNothingAndIsNotMissed) {
     EXPECT_EQ(counts.ticks_missed, 0u);
 }
 
+TEST_F(DisplayTest, TicksThatThePageCouldNotFollowAreCounted) {
+    script().animate = true;
+    zRecord settings = page("http://a/");
+    settings.SetBool("web_host_clock", true);
+    start();
+    screen s(settings);
+    show(s);
+    const auto tick = [&](int times, bool followed) {
+        script().animate = followed;
+        for (int i = 0; i < times; ++i) {
+            const std::size_t before = s.seen.frames.size();
+            EXPECT_TRUE(s->NextFrame());
+            if (!followed) continue;
+            ASSERT_TRUE(loop_until([&] { return s.seen.frames.size() > before; }));
+        }
+        loop_works(1);
+    };
+    tick(3, true);
+    tick(2, false);
+    tick(3, true);
+    cWebDisplayFrameCounts counts;
+    s->GetFrameCounts(counts);
+    EXPECT_EQ(counts.ticks, 8u);
+    EXPECT_EQ(counts.ticks_missed, 2u);
+    tick(100, false);
+    tick(1, true);
+    s->GetFrameCounts(counts);
+    EXPECT_EQ(counts.ticks_missed, 2u) << "a page at rest has missed nothing";
+}
+
 TEST_F(DisplayTest, TicksMayComeFromAnotherThread) {
     script().animate = true;
     zRecord settings = page("http://a/");

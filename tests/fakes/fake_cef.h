@@ -229,6 +229,8 @@ public:
     virtual void kill_renderer(int browser) = 0;
     // Answers on_drag_enter.
     virtual bool drag_enter(int browser) = 0;
+    // Answers can_download; true where nobody decides.
+    virtual bool may_download(int browser, const std::string& url) = 0;
     // A request, vetted on the IO thread; the answer arrives in requests().
     virtual void request(int browser, const std::string& url, bool main_frame) = 0;
     // Asks the client, even one that was closed (keep_clients). -1 x -1: there is none.

@@ -133,6 +133,11 @@ bool runtime::drag_enter(int browser) {
     return found && found->drag_enter();
 }
 
+bool runtime::may_download(int browser, const std::string& url) {
+    const auto found = find(browser);
+    return !found || found->may_download(url);
+}
+
 void runtime::request(int browser, const std::string& url, bool main_frame) {
     if (const auto found = find(browser)) found->vet(url, main_frame, false, [](bool) {});
 }

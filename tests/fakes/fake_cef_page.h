@@ -63,6 +63,7 @@ public:
     bool message(const std::string& name, const std::vector<fake_cef_value>& arguments);
     int open_popup(const std::string& url, bool user_gesture);
     bool drag_enter();
+    bool may_download(const std::string& url);
     // Has the client vet a request on the IO thread. Any thread.
     void vet(const std::string& url, bool main_frame, bool navigation,
              std::function<void(bool allowed)> then);

@@ -213,6 +213,14 @@ bool page::drag_enter() {
                                 DRAG_OPERATION_COPY) != 0;
 }
 
+bool page::may_download(const std::string& url) {
+    const auto downloads = handler(&cef_client_t::get_download_handler, "download handler");
+    if (!downloads || !downloads->can_download) return true;
+    const text_argument address(url), method("GET");
+    return downloads->can_download(downloads.get(), browser_argument(), address.get(),
+                                   method.get()) != 0;
+}
+
 void page::ran_script(fake_cef_run_script script) {
     const std::string code = script.code;
     const bool in_main_frame = script.main_frame;

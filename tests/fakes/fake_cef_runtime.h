@@ -88,6 +88,7 @@ public:
     void close_from_page(int browser) override;
     void kill_renderer(int browser) override;
     bool drag_enter(int browser) override;
+    bool may_download(int browser, const std::string& url) override;
     void request(int browser, const std::string& url, bool main_frame) override;
     void view_rect(int browser, int& width, int& height) override;
     std::vector<std::string> handlers(int browser) override;

@@ -397,12 +397,20 @@ TEST_F(ClientTest, RequestsThatWaitAtShutdownAreDropped) {
 
 // --- what is left to the runtime
 
-// Downloads, dialogs, permissions and the rest keep the runtime's defaults, which refuse them.
+// Dialogs, permissions and the rest keep the runtime's defaults, which refuse them.
 TEST_F(ClientTest, AnswersForItsOwnHandlersOnly) {
     start();
     screen s(page("http://a/"));
     show(s);
-    EXPECT_EQ(fake().handlers(1), (strings{"drag", "life span", "load", "render", "request"}));
+    EXPECT_EQ(fake().handlers(1),
+              (strings{"download", "drag", "life span", "load", "render", "request"}));
+}
+
+TEST_F(ClientTest, APageMaySaveNothing) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    EXPECT_FALSE(fake().may_download(1, "http://a/file.zip"));
 }
 
 TEST_F(ClientTest, ReceiversThatThrowDoNotReachTheRuntime) {

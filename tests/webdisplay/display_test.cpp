@@ -662,34 +662,49 @@ TEST_F(DisplayTest, ATickOfAStillPagePaintsNothingAndIsNotMissed) {
     EXPECT_EQ(counts.ticks_missed, 0u);
 }
 
-TEST_F(DisplayTest, TicksThatThePageCouldNotFollowAreCounted) {
-    script().animate = true;
+// The page counts its animation frames and reports them. Two ticks may be on their way.
+TEST_F(DisplayTest, TicksThatThePageCouldNotFollowAreCountedByItsReports) {
     zRecord settings = page("http://a/");
     settings.SetBool("web_host_clock", true);
     start();
     screen s(settings);
     show(s);
-    const auto tick = [&](int times, bool followed) {
-        script().animate = followed;
-        for (int i = 0; i < times; ++i) {
-            const std::size_t before = s.seen.frames.size();
-            EXPECT_TRUE(s->NextFrame());
-            if (!followed) continue;
-            ASSERT_TRUE(loop_until([&] { return s.seen.frames.size() > before; }));
-        }
-        loop_works(1);
+    const auto report = [](const char16_t* frames) {
+        fake().post([frames] {
+            fake().message(1, "execute",
+                           {std::u16string(u"thinternal-page-frames"), std::u16string(frames)});
+        });
+        settle();
     };
-    tick(3, true);
-    tick(2, false);
-    tick(3, true);
+    EXPECT_TRUE(s->NextFrame());  // paints the loaded page, so that the rest paints nothing
+    loop_works(2);
+    report(u"10");
+    for (int i = 0; i < 20; ++i) EXPECT_TRUE(s->NextFrame());
+    loop_works(2);
+    report(u"20");
     cWebDisplayFrameCounts counts;
     s->GetFrameCounts(counts);
-    EXPECT_EQ(counts.ticks, 8u);
-    EXPECT_EQ(counts.ticks_missed, 2u);
-    tick(100, false);
-    tick(1, true);
-    s->GetFrameCounts(counts);
-    EXPECT_EQ(counts.ticks_missed, 2u) << "a page at rest has missed nothing";
+    EXPECT_EQ(counts.ticks, 21u);
+    EXPECT_EQ(counts.ticks_missed, 8u);
+    for (const char16_t* nonsense : {u"", u"-5", u"NaN", u"99999999999999999999", u"0"}) {
+        report(nonsense);
+    }
+    EXPECT_EQ(s.seen.commands, strings{}) << "reports are not the host's";
+}
+
+TEST_F(DisplayTest, APageThatRunsByItselfHasNoReportsOfItsFrames) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    for (const auto& code : scripts_of(1)) {
+        EXPECT_EQ(code.find("thinternal-page-frames"), std::string::npos);
+    }
+    fake().post([] {
+        fake().message(1, "execute",
+                       {std::u16string(u"thinternal-page-frames"), std::u16string(u"10")});
+    });
+    settle();
+    EXPECT_EQ(s.seen.commands, strings{"thinternal-page-frames(10)"}) << "any page may say that";
 }
 
 TEST_F(DisplayTest, TicksMayComeFromAnotherThread) {

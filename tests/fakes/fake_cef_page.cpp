@@ -65,12 +65,14 @@ void page::loading_state(bool loading) {
     note([&](fake_cef_browser& b) { b.loading = loading; });
     const auto load = handler(&cef_client_t::get_load_handler, "load handler");
     if (!load || !load->on_loading_state_change) return;
+    const callback_scope scope(*this);
     load->on_loading_state_change(load.get(), browser_argument(), loading ? 1 : 0, 0, 0);
 }
 
 void page::load_start(bool main_frame, const std::string& url_of_sub_frame) {
     const auto load = handler(&cef_client_t::get_load_handler, "load handler");
     if (!load || !load->on_load_start) return;
+    const callback_scope scope(*this);
     load->on_load_start(load.get(), browser_argument(),
                         frame_argument(main_frame, url_of_sub_frame), TT_EXPLICIT);
 }
@@ -78,6 +80,7 @@ void page::load_start(bool main_frame, const std::string& url_of_sub_frame) {
 void page::load_end(bool main_frame, int status, const std::string& url_of_sub_frame) {
     const auto load = handler(&cef_client_t::get_load_handler, "load handler");
     if (!load || !load->on_load_end) return;
+    const callback_scope scope(*this);
     load->on_load_end(load.get(), browser_argument(), frame_argument(main_frame, url_of_sub_frame),
                       status);
 }
@@ -86,6 +89,7 @@ void page::load_error(bool main_frame, int code, const std::string& text, const 
     const auto load = handler(&cef_client_t::get_load_handler, "load handler");
     if (!load || !load->on_load_error) return;
     const text_argument error_text(text), failed_url(url);
+    const callback_scope scope(*this);
     load->on_load_error(load.get(), browser_argument(), frame_argument(main_frame, url),
                         static_cast<cef_errorcode_t>(code), error_text.get(), failed_url.get());
 }
@@ -246,7 +250,10 @@ cef_return_value_t page::ask_client(const std::string& url, bool main_frame, boo
 
 void page::announce() {
     const auto life = handler(&cef_client_t::get_life_span_handler, "life span handler");
-    if (life && life->on_after_created) life->on_after_created(life.get(), browser_argument());
+    if (life && life->on_after_created) {
+        const callback_scope scope(*this);
+        life->on_after_created(life.get(), browser_argument());
+    }
     runtime::the().post_ui([self = shared_from_this()] { self->attached(); });
 }
 

@@ -71,6 +71,18 @@ public:
     void ran_script(fake_cef_run_script script);
 
 private:
+    // Stands in each callback on the UI thread.
+    class callback_scope {
+    public:
+        explicit callback_scope(page& called) : m_page(called) { ++m_page.m_callbacks; }
+        callback_scope(const callback_scope&) = delete;
+        callback_scope& operator=(const callback_scope&) = delete;
+        ~callback_scope() { --m_page.m_callbacks; }
+
+    private:
+        page& m_page;
+    };
+
     template <class Handler>
     caller_ref<Handler> handler(Handler* (*cef_client_t::*getter)(cef_client_t*),
                                 const char* kind) {
@@ -112,6 +124,7 @@ private:
     bool m_hidden = false;
     bool m_changed = false;
     bool m_painting = false;
+    int m_callbacks = 0;  // that are under way, on the UI thread
 };
 
 }  // namespace fake

@@ -34,6 +34,10 @@ pixels new_pixels(std::size_t count) {
 void page::close(bool forced) {
     const fake_cef_script& script = runtime::the().script();
     if (script.ignore_close) return;
+    if (m_callbacks > 0 && script.close_after_works == 0) {
+        ledger::book().broken("browser " + std::to_string(m_id) +
+                              " was closed inside its own callback, which goes on using it");
+    }
     {
         const std::lock_guard lock(m_lock);
         if (m_closing || m_record.closed) return;
@@ -84,6 +88,7 @@ void page::view_rect(int& width, int& height) {
     width = height = -1;
     const auto render = handler(&cef_client_t::get_render_handler, "render handler");
     if (!render || !render->get_view_rect) return;
+    const callback_scope scope(*this);
     cef_rect_t rect{0, 0, 0, 0};
     render->get_view_rect(render.get(), browser_argument(), &rect);
     if (rect.width < 1 || rect.height < 1) ledger::book().broken("get_view_rect: an empty view");
@@ -115,10 +120,12 @@ void page::change() {
     });
 }
 
-// The pixels that are there go out inside the call, whoever drives the page; nothing is painted
-// inside a paint.
+// The pixels that are there go out inside the call, whoever drives the page.
 void page::invalidate() {
-    if (m_painting) return change();
+    if (m_painting) {
+        ledger::book().broken("invalidate was called inside a paint, which paints again within it");
+        return change();
+    }
     if (record().paints > 0) paint();
 }
 
@@ -157,6 +164,7 @@ void page::paint_element(cef_paint_element_type_t type, int width, int height) {
     frame.get()[0] = number;
     frame.get()[count - 1] = number;
     const cef_rect_t dirty{0, 0, width, height};
+    const callback_scope scope(*this);
     const bool was_painting = std::exchange(m_painting, true);
     render->on_paint(render.get(), browser_argument(), type, 1, &dirty, frame.get(), width, height);
     m_painting = was_painting;
@@ -165,6 +173,7 @@ void page::paint_element(cef_paint_element_type_t type, int width, int height) {
 bool page::message(const std::string& name, const std::vector<fake_cef_value>& arguments) {
     const auto asked = client();
     if (!asked || !asked->on_process_message_received) return false;
+    const callback_scope scope(*this);
     return asked->on_process_message_received(
                asked.get(), browser_argument(), frame_argument(true), PID_RENDERER,
                (new process_message(wide(name), arguments))->given()) != 0;
@@ -188,6 +197,7 @@ int page::open_popup(const std::string& url, bool user_gesture) {
     cef_dictionary_value_t* extra_info = nullptr;
     int no_script_access = 0;
     const text_argument target(url), name("");
+    const callback_scope scope(*this);
     const bool cancelled =
         life->on_before_popup &&
         life->on_before_popup(life.get(), browser_argument(), frame_argument(true), 1, target.get(),
@@ -209,6 +219,7 @@ int page::open_popup(const std::string& url, bool user_gesture) {
 bool page::drag_enter() {
     const auto drags = handler(&cef_client_t::get_drag_handler, "drag handler");
     if (!drags || !drags->on_drag_enter) return false;
+    const callback_scope scope(*this);
     return drags->on_drag_enter(drags.get(), browser_argument(), (new drag_data)->given(),
                                 DRAG_OPERATION_COPY) != 0;
 }

@@ -271,7 +271,10 @@ long cWebDisplayCEFBrowser::ExecuteJavascript(const zString& script, unsigned lo
 
 void cWebDisplayCEFBrowser::DeleteCookies(const char* url) {
     if (!url) return;
-    pennywort::cef_post_to_ui([address = std::string(url)] { delete_cookies(address); });
+    // The runtime takes a text without a scheme for no URL at all, and would delete every cookie.
+    const std::string address = url;
+    if (!address.empty() && address.find(':') == std::string::npos) return;
+    pennywort::cef_post_to_ui([address] { delete_cookies(address); });
 }
 
 // --- size, visibility, frames

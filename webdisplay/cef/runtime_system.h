@@ -31,7 +31,7 @@ bool uses_external_pump() noexcept;
 
 // Keeps what the runtime's start changes in the process and the host relies on: made before it,
 // and `restore` called after it. Signal handlers go back, and event sources that would spin the
-// host's loop go away.
+// host's loop go away. The environment is prepared so that no other thread moves it.
 class startup_guard {
 public:
     static std::unique_ptr<startup_guard> make();

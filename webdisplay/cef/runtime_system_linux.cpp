@@ -71,6 +71,11 @@ void destroy_pump_sources(guint first, guint last) {
     }
 }
 
+// The runtime sets this variable on a thread of its own while it starts. A new variable moves the
+// whole environment, and whoever reads it on another thread at that moment reads what was freed; one
+// that is there already is replaced in its place.
+void settle_environment() { setenv("FC_FONTATIONS", "1", 0); }
+
 class linux_startup_guard final : public startup_guard {
 public:
     void restore() override {
@@ -112,6 +117,7 @@ cef_main_args_t cef_main_args(int argc, char** argv) noexcept {
 }
 
 std::unique_ptr<startup_guard> startup_guard::make() {
+    settle_environment();
     return std::make_unique<linux_startup_guard>();
 }
 

@@ -112,7 +112,7 @@ const value_case k_values[] = {
     {"Null", "'c', null", {"c", "null"}},
     {"Undefined", "'c', undefined", {"c", "undefined"}},
     {"NotGiven", "'c'", {"c", ""}},
-    {"NothingAtAll", "", {"undefined", ""}},
+    {"NothingAtAll", "", {"", ""}},
     {"Object", "'c', { a: 1 }", {"c", "[object Object]"}},
     {"ObjectWithText", "'c', { toString() { return 'mine' } }", {"c", "mine"}},
     {"Array", "'c', [1, [2, 3], null]", {"c", "1,2,3,"}},

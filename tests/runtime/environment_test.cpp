@@ -1,0 +1,235 @@
+// environment_test.cpp - what the runtime does to the rest of the process: environment, signal
+// handlers, child processes of the host, event sources of its loop.
+#include <dlfcn.h>
+#include <glib.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include "harness.h"
+#include "loam/time.h"
+
+namespace {
+
+using setenv_function = int(const char*, const char*, int);
+
+std::mutex g_set_lock;
+std::string g_set_elsewhere;    // by threads other than the first
+std::string g_added_elsewhere;  // of those, the ones that were not there
+
+}  // namespace
+
+// Stands before the C library's for the whole process, the runtime included. A variable that a
+// second thread adds moves the environment under everybody who reads it.
+extern "C" __attribute__((visibility("default"))) int setenv(const char* name, const char* value,
+                                                             int replace) noexcept {
+    static auto* const real = reinterpret_cast<setenv_function*>(dlsym(RTLD_NEXT, "setenv"));
+    if (gettid() != getpid()) {
+        const std::lock_guard<std::mutex> guard(g_set_lock);
+        g_set_elsewhere += std::string(name) + " ";
+        if (!std::getenv(name)) g_added_elsewhere += std::string(name) + " ";
+    }
+    return real(name, value, replace);
+}
+
+namespace pennywort::runtime_test {
+namespace {
+
+class Process : public RuntimeTest {};
+
+TEST_F(Process, NoOtherThreadAddsToTheEnvironment) {
+    shown_page page({.url = page_url("<!doctype html><body>text needs fonts")});
+    ASSERT_TRUE(page.wait_until_loaded());
+    ASSERT_TRUE(wait_for([&] { return page.frames.count() > 0; }));
+    const std::lock_guard<std::mutex> guard(g_set_lock);
+    EXPECT_EQ(g_added_elsewhere, "");
+    // This one is set there by the runtime: its calls do come by here.
+    EXPECT_NE(g_set_elsewhere.find("FC_FONTATIONS"), std::string::npos) << g_set_elsewhere;
+}
+
+// --- signals
+
+constexpr int k_host_signals[] = {SIGSEGV, SIGBUS, SIGFPE,  SIGILL,  SIGABRT, SIGCHLD, SIGTERM,
+                                  SIGINT,  SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM};
+
+int g_ended_child = 0;
+int g_ended_status = 0;
+
+void host_handler(int number, siginfo_t*, void*) {
+    if (number != SIGCHLD) return;
+    // As small hosts do: whatever has ended is taken.
+    int status = 0;
+    for (pid_t child; (child = waitpid(-1, &status, WNOHANG)) > 0;) {
+        if (child == g_ended_child) g_ended_status = status;
+    }
+}
+
+class Signals : public RuntimeTest {
+protected:
+    void prepare() override {
+        for (const int number : k_host_signals) {
+            struct sigaction action {};
+            action.sa_sigaction = host_handler;
+            action.sa_flags = SA_SIGINFO | SA_RESTART | SA_NODEFER;
+            sigaddset(&action.sa_mask, SIGUSR2);
+            sigaction(number, &action, nullptr);
+        }
+    }
+
+    static void expect_handlers_of_the_host(const char* when) {
+        for (const int number : k_host_signals) {
+            struct sigaction now {};
+            sigaction(number, nullptr, &now);
+            EXPECT_EQ(now.sa_sigaction, &host_handler) << strsignal(number) << " " << when;
+            EXPECT_EQ(now.sa_flags & (SA_SIGINFO | SA_RESTART | SA_NODEFER),
+                      SA_SIGINFO | SA_RESTART | SA_NODEFER)
+                << strsignal(number) << " " << when;
+            EXPECT_TRUE(sigismember(&now.sa_mask, SIGUSR2)) << strsignal(number) << " " << when;
+        }
+    }
+};
+
+TEST_F(Signals, TheHostsHandlersStand) {
+    expect_handlers_of_the_host("after the start");
+    shown_page page({.url = animated_url()});
+    ASSERT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
+    page.close();
+    expect_handlers_of_the_host("after a page");
+    cWebDisplayCEFBrowserManager::Shutdown();
+    expect_handlers_of_the_host("after the end");
+}
+
+TEST_F(Signals, TheHostStillHearsOfItsOwnChildren) {
+    shown_page page({.url = animated_url()});
+    ASSERT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
+    sigset_t child_signal;
+    sigset_t before;
+    sigemptyset(&child_signal);
+    sigaddset(&child_signal, SIGCHLD);
+    // Held back until the number of the child is known.
+    sigprocmask(SIG_BLOCK, &child_signal, &before);
+    g_ended_child = fork();
+    if (g_ended_child == 0) _exit(7);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    EXPECT_TRUE(wait_for([] { return g_ended_status != 0; }));
+    EXPECT_TRUE(WIFEXITED(g_ended_status));
+    EXPECT_EQ(WEXITSTATUS(g_ended_status), 7);
+    // The handler took the runtime's children too, if any ended; pages go on.
+    const long frames = page.frames.count();
+    EXPECT_TRUE(wait_for([&] { return page.frames.count() > frames + 5; }));
+}
+
+class DefaultSignals : public RuntimeTest {};
+
+TEST_F(DefaultSignals, AHostWithoutHandlersGetsNone) {
+    for (const int number : k_host_signals) {
+        // The runtime's pipes would end the process by this one.
+        if (number == SIGPIPE) continue;
+        struct sigaction now {};
+        sigaction(number, nullptr, &now);
+        EXPECT_EQ(now.sa_handler, SIG_DFL) << strsignal(number);
+    }
+    struct sigaction broken_pipe {};
+    sigaction(SIGPIPE, nullptr, &broken_pipe);
+    EXPECT_EQ(broken_pipe.sa_handler, SIG_IGN);
+}
+
+// --- the loop of the host
+
+bool is_of_runtime(const void* function) {
+    Dl_info info{};
+    return function && dladdr(function, &info) && info.dli_fname &&
+           std::strstr(info.dli_fname, "libcef");
+}
+
+// Sources of the runtime in the default context, the one that GTK, Qt and GStreamer hosts iterate.
+int runtime_sources() {
+    constexpr guint k_far_above_any = 1000;
+    int count = 0;
+    for (guint id = 1; id < k_far_above_any; ++id) {
+        const GSource* source = g_main_context_find_source_by_id(g_main_context_default(), id);
+        if (!source || !source->source_funcs) continue;
+        if (is_of_runtime(reinterpret_cast<const void*>(source->source_funcs->prepare)) ||
+            is_of_runtime(reinterpret_cast<const void*>(source->source_funcs->dispatch))) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+class GlibHost : public RuntimeTest {};
+
+TEST_F(GlibHost, TheRuntimeLeavesNoSourceThatWouldSpinTheLoop) {
+    EXPECT_EQ(runtime_sources(), 0);
+    shown_page page({.url = animated_url()});
+    ASSERT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
+    EXPECT_EQ(runtime_sources(), 0);
+}
+
+TEST_F(GlibHost, FramesComeWhereTheHostRunsItsOwnLoop) {
+    shown_page page({.url = animated_url()});
+    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    page.frames.on_frame = [&] {
+        if (page.frames.count() == 30) g_main_loop_quit(loop);
+    };
+    // Quits a loop that no frame would end.
+    g_timeout_add_seconds(
+        60,
+        [](void* data) -> gboolean {
+            return g_main_loop_quit(static_cast<GMainLoop*>(data)), FALSE;
+        },
+        loop);
+    g_main_loop_run(loop);
+    g_main_loop_unref(loop);
+    EXPECT_GE(page.frames.count(), 30);
+}
+
+// Reports only: a figure says nothing on a busy machine.
+TEST_F(GlibHost, WhatAStaticPageCosts) {
+    shown_page page({.url = colour_url("#0f0")});
+    ASSERT_TRUE(page.wait_for_colour(k_green));
+    run_loop_for(500);
+    const double cpu = cpu_seconds();
+    const std::int64_t start = zTime::MicroNow();
+    while (zTime::MicroNow() < start + 3'000'000) g_main_context_iteration(nullptr, TRUE);
+    const double seconds = static_cast<double>(zTime::MicroNow() - start) / 1e6;
+    const double share = (cpu_seconds() - cpu) / seconds;
+    RecordProperty("share_of_a_core", std::to_string(share));
+    std::printf("a static page costs %.3f of a core in this process\n", share);
+    EXPECT_EQ(page.frames.centre(), k_green);
+}
+
+// --- the gate
+
+TEST_F(GlibHost, ALoopThatIsHeldOffForASecondGoesOnAfterwards) {
+    shown_page page({.url = animated_url()});
+    ASSERT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
+    bool open = false;
+    int asked = 0;
+    cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn([&] { return ++asked, open; });
+    const long held = page.frames.count();
+    run_loop_for(1000);
+    EXPECT_EQ(page.frames.count(), held);
+    EXPECT_GT(asked, 1);
+    open = true;
+    EXPECT_TRUE(wait_for([&] { return page.frames.count() > held + 5; })) << page.frames.count();
+    open = false;
+    cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn({});
+    const long free = page.frames.count();
+    EXPECT_TRUE(wait_for([&] { return page.frames.count() > free + 5; })) << page.frames.count();
+}
+
+TEST_F(GlibHost, ADisplayClosesWhileTheLoopIsHeldOff) {
+    shown_page page({.url = animated_url()});
+    ASSERT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
+    cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn([] { return false; });
+    page.close();
+    EXPECT_TRUE(wait_for([] { return processes_below("renderer").size() <= 1; }));
+}
+
+}  // namespace
+}  // namespace pennywort::runtime_test

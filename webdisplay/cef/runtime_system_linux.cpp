@@ -72,8 +72,8 @@ void destroy_pump_sources(guint first, guint last) {
 }
 
 // The runtime sets this variable on a thread of its own while it starts. A new variable moves the
-// whole environment, and whoever reads it on another thread at that moment reads what was freed; one
-// that is there already is replaced in its place.
+// whole environment, and whoever reads it on another thread at that moment reads what was freed;
+// one that is there already is replaced in its place.
 void settle_environment() { setenv("FC_FONTATIONS", "1", 0); }
 
 class linux_startup_guard final : public startup_guard {

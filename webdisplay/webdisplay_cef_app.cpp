@@ -25,15 +25,20 @@ constexpr std::pair<std::string_view, std::string_view> k_switches[] = {
     {"autoplay-policy", "no-user-gesture-required"},
 };
 
+// Leaves a page that asks for a password to the client, which refuses. The runtime's own prompt
+// needs a window, and off screen it ends the process.
+constexpr std::string_view k_no_login_prompt = "disable-chrome-login-prompt";
+
 }  // namespace
 
 webdisplay_cef_app::webdisplay_cef_app(std::vector<command_line_switch> host_switches,
                                        std::shared_ptr<main_thread_timer> on_request)
     : m_host_switches(std::move(host_switches)), m_on_request(std::move(on_request)) {}
 
-void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string&,
+void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string& process_type,
                                                        cef_command_line_t* command_line) {
     for (const auto& [name, value] : k_switches) append(command_line, name, value);
+    if (process_type.empty()) append(command_line, k_no_login_prompt, "");
     for (const auto& [name, value] : m_host_switches) append(command_line, name, value);
 }
 

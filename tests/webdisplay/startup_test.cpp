@@ -295,6 +295,7 @@ TEST_F(StartupTest, EveryProcessGetsTheSwitchesInTheirOrder) {
         want.push_back({type, "enable-system-flash", "", false});
         want.push_back({type, "disk-cache-size", "25000000", true});
         want.push_back({type, "autoplay-policy", "no-user-gesture-required", true});
+        if (type.empty()) want.push_back({type, "disable-chrome-login-prompt", "", false});
     }
     EXPECT_EQ(fake().switches(), want);
 }
@@ -307,10 +308,10 @@ TEST_F(StartupTest, TheHostsSwitchesComeAfterThem) {
     manager::AddCommandLineSwitch("", "x");
     start();
     const auto switches = fake().switches();
-    ASSERT_EQ(switches.size(), 7u);
-    EXPECT_EQ(switches[4], (fake_cef_switch{"", "plain", "", false}));
-    EXPECT_EQ(switches[5], (fake_cef_switch{"", "empty", "", false}));
-    EXPECT_EQ(switches[6], (fake_cef_switch{"", "with-value", "a b=\"c\"", true}));
+    ASSERT_EQ(switches.size(), 8u);
+    EXPECT_EQ(switches[5], (fake_cef_switch{"", "plain", "", false}));
+    EXPECT_EQ(switches[6], (fake_cef_switch{"", "empty", "", false}));
+    EXPECT_EQ(switches[7], (fake_cef_switch{"", "with-value", "a b=\"c\"", true}));
 }
 
 // --- language

@@ -16,6 +16,7 @@ input does, so that none is left behind by a test that was killed.
   /cookie/set         sets a cookie and says so
   /cookie/seen        a page with the cookies that came with the request
   /download           a file to be saved
+  /locked             a page that asks for a password
 """
 import base64
 import socket
@@ -109,6 +110,9 @@ class Handler(BaseHTTPRequestHandler):
 
     def answer_download(self, _):
         self.page(b"\x00" * 100000, 200, [("Content-Disposition", "attachment; filename=show.bin")])
+
+    def answer_locked(self, _):
+        self.page("<body>locked", 401, [("WWW-Authenticate", 'Basic realm="peer"')])
 
 
 class Server(ThreadingHTTPServer):

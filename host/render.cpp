@@ -138,7 +138,8 @@ bool render_session::over() const {
            (m_writer && m_writer->failed());
 }
 
-// Whether the writer has nothing left to do: a page begins with all of the memory for its pictures.
+// Whether the writer has nothing left to do. The next page is not even loaded before: it is to have
+// all of the memory for its pictures, and not to play to an empty house meanwhile.
 bool render_session::drained() const {
     return !m_writer || m_writer->written() >= m_recorder->counts().frames;
 }
@@ -162,7 +163,7 @@ void render_session::begin_page(page_display& display, std::size_t number) {
 void render_session::follow_page(page_display& display) {
     m_page->step(clock::now());
     if (m_page->failed()) return fail(m_page->failure());
-    if (m_page->ready() && !m_counting && drained()) {
+    if (m_page->ready() && !m_counting) {
         if (!m_page->script_result().empty()) hear("script: " + m_page->script_result());
         m_missed_before = display.missed();
         m_recorder->begin(m_options.frames_per_page);
@@ -179,7 +180,7 @@ void render_session::follow_page(page_display& display) {
 void render_session::leave_page(page_display& display) {
     if (m_page_number + 1 == m_options.urls.size()) {
         m_all_shown = true;
-    } else {
+    } else if (drained()) {
         begin_page(display, m_page_number + 1);
     }
 }

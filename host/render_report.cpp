@@ -60,7 +60,9 @@ std::vector<std::string> summary_lines(const render_options& options, const rend
                     std::to_string(counts.frames) + " frames, " + rounded(seconds, 2) + " s, " +
                     rounded(per_second(counts.painted, seconds), 2) + " pictures a second of " +
                     rounded(options.format.rate.value(), 2) + "; " +
-                    std::to_string(counts.repeated) + " frames repeat the one before");
+                    std::to_string(counts.repeated) +
+                    " frames repeat the one before; the page missed " +
+                    std::to_string(result.missed) + " ticks");
     if (counts.dropped > 0 && !measuring) {
         lines.push_back(std::to_string(counts.dropped) +
                         " pictures were dropped, since writing could not keep up: a smaller --size "

@@ -21,8 +21,17 @@ protected:
     }
 
     program_folder folder;
-    // A folder without a runtime in it.
-    const std::string no_runtime = "export CEF_ROOT='" + folder.path() + "'\n";
+    // The program with all that it needs beside it, except the runtime.
+    const std::string no_runtime =
+        "mkdir -p host/rsrc/ChromeLocales\n"
+        "cp '" PENNYWORT_PROGRAM
+        "' host/\n"
+        "touch host/rsrc/ChromeLocales/en-US.pak host/CEFChildProcess\n"
+        "chmod +x host/CEFChildProcess\n"
+        "export LD_LIBRARY_PATH=$(dirname '" PENNYWORT_PROGRAM
+        "') CEF_ROOT=$PWD/host\n"
+        "host=$PWD/host/pennywort\n"
+        "pennywort() { \"$host\" \"$@\"; }\n";
 };
 
 TEST_F(Program, WrongArgumentsEndWithStatus2AndOneLine) {

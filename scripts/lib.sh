@@ -20,6 +20,8 @@ build_preset() {
     local preset=$1
     shift
     say "build $preset"
+    # What another clone has compiled is found again, whatever folder it stands in.
+    export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
     (cd "$root" && cmake --preset "$preset" --log-level=WARNING &&
         cmake --build --preset "$preset" -j "$jobs" "$@") </dev/null
 }

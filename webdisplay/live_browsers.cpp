@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "webdisplay/native_window.h"
+
 namespace pennywort::live_browsers {
 
 namespace {
@@ -22,6 +24,16 @@ struct live_browser {
 std::vector<live_browser>& browsers() {
     static auto& list = *new std::vector<live_browser>;
     return list;
+}
+
+cef_window_handle_t window_of(const live_browser& entry) {
+    const cef_ref<cef_browser_host_t> host(entry.browser->get_host(entry.browser.get()));
+    return host ? host->get_window_handle(host.get()) : cef_window_handle_t{};
+}
+
+bool window_is_gone(const live_browser& entry) {
+    const cef_window_handle_t window = window_of(entry);
+    return window != cef_window_handle_t{} && !native_window::exists(window);
 }
 
 }  // namespace
@@ -56,6 +68,17 @@ void close_all() {
         const cef_ref<cef_browser_host_t> host(browser->get_host(browser.get()));
         if (host) host->close_browser(host.get(), 1);
     }
+}
+
+bool any_can_close() {
+    const auto lost = std::count_if(browsers().begin(), browsers().end(), window_is_gone);
+    return g_count > static_cast<int>(lost);
+}
+
+bool any_in_window() {
+    return std::any_of(browsers().begin(), browsers().end(), [](const live_browser& entry) {
+        return window_of(entry) != cef_window_handle_t{};
+    });
 }
 
 void forget_all() {

@@ -18,6 +18,12 @@ void gone(cef_browser_t* browser);
 int count();
 // Asks all that are there to close, each once. UI thread.
 void close_all();
+// Whether any of them will still close when it is driven: one whose window the host has destroyed
+// does not notice. UI thread.
+bool any_can_close();
+// Whether any lives in a window of the host, so that closing it takes events of that window. UI
+// thread.
+bool any_in_window();
 // Gives up on those that did not close: the runtime must not end with references of ours. UI
 // thread.
 void forget_all();

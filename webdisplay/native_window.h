@@ -31,4 +31,11 @@ std::string class_name(HWND window);
 
 HWND parent(HWND window);
 
+// Whether there still is such a window.
+bool exists(cef_window_handle_t window);
+
+// Whether a browser ends by itself when the host destroys the window that it lives in. Where it
+// does not, it must be asked to close.
+bool browser_goes_with_its_window() noexcept;
+
 }  // namespace pennywort::native_window

@@ -131,6 +131,15 @@ bool client_size(HWND window, long& width, long& height) {
     return true;
 }
 
+bool exists(cef_window_handle_t window) {
+    x_server& x = server();
+    // Without a server there is nobody to say that it has gone.
+    return !x.usable() || geometry(x, static_cast<xcb_window_t>(window)) != nullptr;
+}
+
+// The runtime on X11 does not notice that its window was destroyed.
+bool browser_goes_with_its_window() noexcept { return false; }
+
 void validate(HWND) {}  // X repaints nothing on its own
 
 std::string class_name(HWND window) {

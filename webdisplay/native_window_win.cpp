@@ -49,6 +49,10 @@ std::string class_name(HWND window) {
     return length > 0 ? std::string(name, static_cast<std::size_t>(length)) : std::string();
 }
 
+bool exists(cef_window_handle_t window) { return IsWindow(window) != 0; }
+
+bool browser_goes_with_its_window() noexcept { return true; }
+
 HWND parent(HWND window) { return GetParent(window); }
 
 }  // namespace pennywort::native_window

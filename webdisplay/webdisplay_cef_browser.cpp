@@ -59,10 +59,14 @@ int whole_frames(double rate) {
     return static_cast<int>(std::min(rate, 1e6));
 }
 
-// A browser in a host's window goes with that window; an off-screen one must be asked.
-void close_windowless(const browser_ref& browser) {
+// A browser in a host's window goes with that window, where the system sees to that; any other one
+// must be asked.
+void close_unless_its_window_does(const browser_ref& browser) {
     const host_ref host = host_of(browser);
-    if (host && window_of(host) == cef_window_handle_t{}) host->close_browser(host.get(), 1);
+    const bool alone = window_of(host) == cef_window_handle_t{};
+    if (host && (alone || !native_window::browser_goes_with_its_window())) {
+        host->close_browser(host.get(), 1);
+    }
 }
 
 void delete_cookies(const std::string& url) {
@@ -175,8 +179,9 @@ void cWebDisplayCEFBrowser::Close() {
         if (m_cef_state) left = *m_cef_state;
         delete std::exchange(m_cef_state, nullptr);
     }
-    // A browser that arrived between the first look and the parting has nobody else to close it.
-    if (m_windowless && left.browser && !asked) ask_to_close(left);
+    // One in a window, which is not waited for, or one that arrived between the first look and the
+    // parting, which has nobody else to close it.
+    if (left.browser && !asked) ask_to_close(left);
 }
 
 // By a task in every case: a page without handlers of its own is destroyed within the call, and a
@@ -184,7 +189,7 @@ void cWebDisplayCEFBrowser::Close() {
 bool cWebDisplayCEFBrowser::ask_to_close(const webdisplay_cef_state& state) {
     return pennywort::cef_post_to_ui([state] {
         state.client->close_popups();
-        close_windowless(state.browser);
+        close_unless_its_window_does(state.browser);
     });
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "loam/message_loop.h"
 #include "loam/thread.h"
 #include "loam/time.h"
 #include "loam/trace.h"
@@ -66,9 +67,11 @@ bool start_runtime(const message_pump& pump) {
 // given the time that closing takes.
 void close_what_is_open() {
     const std::int64_t end = zTime::MicroNow() + k_longest_closing_us;
-    while (live_browsers::count() > 0 && zTime::MicroNow() < end) {
+    while (live_browsers::any_can_close() && zTime::MicroNow() < end) {
         live_browsers::close_all();
         message_pump::work_once();
+        // A windowed one closes by events of its window, which come through the thread's loop.
+        if (live_browsers::any_in_window()) zMessageLoop::RunOnce(0);
         zThread::MicroSleep(1000);
     }
     live_browsers::forget_all();

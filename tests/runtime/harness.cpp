@@ -234,7 +234,7 @@ void RuntimeTest::SetUp() {
         const std::lock_guard<std::mutex> guard(m_traces_lock);
         m_traces += message;
     });
-    add_headless_switches();
+    add_switches();
     prepare();
     const bool started = cWebDisplayCEFBrowserManager::Startup("");
     zString failure;

@@ -183,6 +183,7 @@ protected:
     const std::string& configuration() const { return m_configuration.path(); }
     // Before Startup.
     virtual void prepare() {}
+    virtual void add_switches() { add_headless_switches(); }
 
 private:
     temporary_folder m_configuration;

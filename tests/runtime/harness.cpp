@@ -87,11 +87,13 @@ void kept_page_events::note_thread() {
 void kept_page_events::PageLoadFailed(const zString& url, const zString& error) {
     note_thread();
     failed.emplace_back(text_of(url), text_of(error));
+    if (on_failed) on_failed();
 }
 
 void kept_page_events::PageLoaded(const zString& url) {
     note_thread();
     loaded.push_back(text_of(url));
+    if (on_loaded) on_loaded();
 }
 
 bool kept_page_events::PageRequest(const zString& url) {
@@ -174,18 +176,13 @@ shown_page::shown_page(const page_settings& settings) : m_display(make_display(s
 shown_page::~shown_page() { close(); }
 
 void shown_page::close() {
-    if (cWebDisplayCEFBrowser* display = take()) {
-        display->Close();
-        display->Release();
-    }
-}
-
-cWebDisplayCEFBrowser* shown_page::take() {
-    if (!m_display) return nullptr;
-    m_display->SetVideoRenderer(nullptr);
-    m_display->SetPageCallbackReceiver(nullptr);
-    m_display->SetJavascriptCallbackReceiver(nullptr);
-    return std::exchange(m_display, nullptr);
+    cWebDisplayCEFBrowser* display = std::exchange(m_display, nullptr);
+    if (!display) return;
+    display->SetVideoRenderer(nullptr);
+    display->SetPageCallbackReceiver(nullptr);
+    display->SetJavascriptCallbackReceiver(nullptr);
+    display->Close();
+    display->Release();
 }
 
 bool shown_page::wait_until_loaded() {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -94,6 +95,8 @@ public:
     std::vector<std::pair<std::string, std::string>> failed;  // URL and error
     std::vector<std::string> requests;
     std::function<bool(const std::string& url)> allow;  // empty: everything
+    std::function<void()> on_loaded;
+    std::function<void()> on_failed;
 
 private:
     void note_thread();
@@ -145,8 +148,8 @@ public:
     cWebDisplayCEFBrowser* get() const { return m_display; }
     // Ends the display now; the receivers stay.
     void close();
-    // Gives the reference away, for tests that release it themselves.
-    cWebDisplayCEFBrowser* take();
+    // The reference is the test's from now on; the receivers stay installed until it closes.
+    void forget() { m_display = nullptr; }
 
     bool wait_until_loaded();
     bool wait_for_colour(const pixel& colour);

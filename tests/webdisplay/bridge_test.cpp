@@ -79,6 +79,17 @@ TEST_F(BridgeTest, WithoutAReceiverThePageIsCalledBackWithoutAResult) {
     EXPECT_EQ(new_scripts(), strings{callback("command", "")});
 }
 
+TEST_F(BridgeTest, APageWhoseDisplayHasGoneIsCalledBackWithoutAResult) {
+    m_screen.seen.command_answer = "answer";
+    script().close_after_works = 20;
+    fake().post([&] { m_screen->Close(); });
+    loop_works(2);
+    ASSERT_FALSE(fake().browser(1).closed);
+    EXPECT_TRUE(execute(u"command", u"argument"));
+    EXPECT_TRUE(m_screen.seen.commands.empty());
+    EXPECT_EQ(new_scripts(), strings{callback("command", "")});
+}
+
 TEST_F(BridgeTest, NothingIsEscapedOnTheWayBack) {
     m_screen.seen.command_answer = "it's";
     EXPECT_TRUE(execute(u"a');alert('1", u"x"));

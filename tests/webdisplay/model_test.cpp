@@ -464,8 +464,11 @@ TEST(Model, ADisplayIsARendererItself) {
 struct mortal_painter final : cBrowserVideoRendererInterface {
     explicit mortal_painter(std::atomic<int>& late_frames) : late(late_frames) {}
     void GetSize(long& width, long& height) const override { width = height = 1; }
+    // Looks twice, with time for another thread in between.
     void BrowserPainted(const void*, long, long, bool) override {
-        if (!installed) ++late;
+        const bool at_first = installed;
+        std::this_thread::yield();
+        if (!at_first || !installed) ++late;
     }
     std::atomic<bool> installed{true};
     std::atomic<int>& late;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <limits>
 #include <memory>
 #include <ostream>
@@ -464,11 +465,8 @@ TEST(Model, ADisplayIsARendererItself) {
 struct mortal_painter final : cBrowserVideoRendererInterface {
     explicit mortal_painter(std::atomic<int>& late_frames) : late(late_frames) {}
     void GetSize(long& width, long& height) const override { width = height = 1; }
-    // Looks twice, with time for another thread in between.
     void BrowserPainted(const void*, long, long, bool) override {
-        const bool at_first = installed;
-        std::this_thread::yield();
-        if (!at_first || !installed) ++late;
+        if (!installed) ++late;
     }
     std::atomic<bool> installed{true};
     std::atomic<int>& late;
@@ -495,6 +493,45 @@ TEST(Model, ARemovedRendererIsNotCalledAgainWhileFramesArrive) {
     done = true;
     for (auto& engine : engines) engine.join();
     EXPECT_EQ(late, 0);
+}
+
+// Has `call` reach a receiver on one thread while `remove` takes the receiver away on another. What
+// the receiver does in its call is `in_call()`: it stays long enough for a removal that does not
+// wait to come through. Whether the removal came back while the receiver was still in its call.
+class removal_during_a_call {
+public:
+    void in_call() {
+        m_entered = true;
+        for (int i = 0; i < 50 && !m_removed; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        m_removed_in_call = m_removed.load();
+    }
+    bool came_back(const std::function<void()>& call, const std::function<void()>& remove) {
+        std::thread caller(call);
+        std::thread remover([&] {
+            while (!m_entered) std::this_thread::yield();
+            remove();
+            m_removed = true;
+        });
+        caller.join();
+        remover.join();
+        return m_removed_in_call;
+    }
+
+private:
+    std::atomic<bool> m_entered{false}, m_removed{false}, m_removed_in_call{false};
+};
+
+TEST(Model, RemovingARendererWaitsForItsCall) {
+    display d(new model_display);
+    removal_during_a_call removal;
+    painter p;
+    p.on_frame = [&] { removal.in_call(); };
+    d->SetVideoRenderer(&p);
+    const int pixel = 0;
+    EXPECT_FALSE(removal.came_back([&] { d->BrowserPainted(&pixel, 1, 1, false); },
+                                   [&] { d->SetVideoRenderer(nullptr); }));
 }
 
 // --- page events
@@ -622,12 +659,36 @@ TEST(Model, AReceiverMayRemoveItselfInItsCallback) {
     EXPECT_EQ(d->next_url_calls, 2);
 }
 
+TEST(Model, RemovingAPageReceiverWaitsForItsCall) {
+    display d(new model_display);
+    removal_during_a_call removal;
+    page_receiver receiver;
+    receiver.on_event = [&] { removal.in_call(); };
+    d->SetPageCallbackReceiver(&receiver);
+    EXPECT_FALSE(removal.came_back([&] { d->handle_page_loaded("http://a/"); },
+                                   [&] { d->SetPageCallbackReceiver(nullptr); }));
+}
+
 struct script_receiver final : cBrowserJavascriptCallbackHandler {
     void JavascriptCallback(const zString& name, const zString& argument,
                             zString& result) override {
         result = std::string(name.View()) + "|" + std::string(argument.View());
+        if (on_call) on_call();
     }
+    std::function<void()> on_call;
 };
+
+TEST(Model, RemovingAScriptReceiverWaitsForItsCall) {
+    display d(new model_display);
+    removal_during_a_call removal;
+    script_receiver receiver;
+    receiver.on_call = [&] { removal.in_call(); };
+    d->SetJavascriptCallbackReceiver(&receiver);
+    zString result;
+    EXPECT_FALSE(
+        removal.came_back([&] { d->handle_javascript_callback("name", "argument", result); },
+                          [&] { d->SetJavascriptCallbackReceiver(nullptr); }));
+}
 
 TEST(Model, APageCommandIsAnsweredByItsReceiver) {
     display d(new model_display);

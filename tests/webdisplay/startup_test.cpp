@@ -7,6 +7,7 @@
 #include "loam/trace.h"
 #include "tests/webdisplay/fake_runtime_test.h"
 #include "tests/webdisplay/test_process.h"
+#include "webdisplay/folder_claim.h"
 
 namespace {
 
@@ -396,6 +397,17 @@ TEST_F(StartupTest, TheFolderOfAHostThatCrashedIsUsedAgain) {
     ASSERT_TRUE(has(said, "started 1\n")) << said;
     start();
     EXPECT_EQ(fake().settings().cache_path, (m_folder / "config" / "TarnhelmCache").string());
+}
+
+// Between a host's claim and the runtime's own mark another host may come.
+TEST_F(StartupTest, AFolderIsClaimedByOneHostAtATime) {
+    using pennywort::folder_claim;
+    auto first = folder_claim::make(m_folder.string());
+    ASSERT_TRUE(first);
+    EXPECT_FALSE(folder_claim::make(m_folder.string()));
+    first.reset();
+    EXPECT_TRUE(folder_claim::make(m_folder.string()));
+    EXPECT_FALSE(folder_claim::make((m_folder / "nowhere").string()));
 }
 
 TEST_F(StartupTest, AFolderThatAnotherProgramsRuntimeUsesIsLeftAlone) {

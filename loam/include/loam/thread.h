@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "loam/export.h"
+#include "loam/types.h"
 
 namespace loam {
 class thread_state;
@@ -16,9 +17,10 @@ public:
     zThreadMain();
     zThreadMain(const zThreadMain& other);
     virtual ~zThreadMain();
-    // Runs on the new thread, which ends when this returns. `argc` is 1 and `argv[0]` the thread's
-    // name, valid during the call. An exception ends the thread and is traced.
-    virtual void Main(std::int32_t argc, const char* const* argv) = 0;
+    // Runs on the new thread, which ends when this returns; nobody looks at the status. `argc` is 1
+    // and `argv[0]` the thread's name, valid during the call. An exception ends the thread and is
+    // traced.
+    virtual zStatus Main(std::int32_t argc, const char* const* argv) = 0;
 };
 
 class LOAM_API zThread {

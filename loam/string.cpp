@@ -93,7 +93,9 @@ std::int32_t zString::AsInt32() const {
 std::int64_t zString::AsInt64() const { return loam::leading_int64(View()); }
 
 const char* zString::SetString(const char* text, std::uint32_t length) {
-    m_text = std::string(counted(text, length));
+    // In place, so that a string which is used again and again allocates once; `assign` and
+    // `append` cope with a text that lies in the string itself.
+    m_text.assign(counted(text, length));
     m_open_ended = false;
     return CString();
 }
@@ -105,7 +107,10 @@ const char* zString::SetWideStr(const char16_t* wide, std::int32_t length) {
 }
 
 void zString::AddToEnd(const char* text, std::uint32_t length) {
-    AddToEnd(std::string(counted(text, length)));
+    const std::string_view more = counted(text, length);
+    // What settle() cuts off may be a part of `more`.
+    if (m_open_ended) return AddToEnd(std::string(more));
+    m_text.append(more);
 }
 
 void zString::AddToEnd(std::string text) {

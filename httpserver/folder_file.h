@@ -1,0 +1,36 @@
+// folder_file.h - one plain file below a folder, opened so that no link leads out. Twins:
+// folder_file_linux.cpp, folder_file_win.cpp.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace pennywort {
+
+class folder_file {
+public:
+    // What the names lead to, one below the other, from `folder`; both in UTF-8. The folder itself
+    // may be a link; what lies below it may not. Null when it is no plain file: not there, a
+    // folder, a link, a device.
+    static std::unique_ptr<folder_file> open(const std::string& folder,
+                                             const std::vector<std::string>& names);
+
+    folder_file(const folder_file&) = delete;
+    folder_file& operator=(const folder_file&) = delete;
+    ~folder_file();
+
+    // In bytes, when it was opened.
+    std::int64_t size() const { return m_size; }
+    // Answers the number of bytes read: 0 at the end, -1 on failure.
+    std::int32_t read_at(std::int64_t offset, char* into, std::int32_t size);
+
+private:
+    folder_file(std::intptr_t handle, std::int64_t size) : m_handle(handle), m_size(size) {}
+
+    std::intptr_t m_handle;
+    std::int64_t m_size;
+};
+
+}  // namespace pennywort

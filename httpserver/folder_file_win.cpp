@@ -1,0 +1,99 @@
+// httpserver/folder_file_win.cpp - Windows half of folder_file.h. Linux half:
+// folder_file_linux.cpp.
+//
+// Each folder on the way stays open, without the right for others to rename or delete it, until the
+// file is open: nobody can swap a folder for a link between the check and its use.
+#include <windows.h>
+
+#include "httpserver/folder_file.h"
+#include "loam/wide_string.h"
+
+namespace pennywort {
+namespace {
+
+// A handle that is closed at the end.
+class owned_handle {
+public:
+    explicit owned_handle(HANDLE handle) : m_handle(handle) {}
+    owned_handle(const owned_handle&) = delete;
+    owned_handle& operator=(const owned_handle&) = delete;
+    owned_handle(owned_handle&& other) noexcept : m_handle(other.release()) {}
+    ~owned_handle() {
+        if (is_open()) ::CloseHandle(m_handle);
+    }
+
+    bool is_open() const { return m_handle != INVALID_HANDLE_VALUE; }
+    HANDLE get() const { return m_handle; }
+    HANDLE release() {
+        HANDLE const handle = m_handle;
+        m_handle = INVALID_HANDLE_VALUE;
+        return handle;
+    }
+
+private:
+    HANDLE m_handle;
+};
+
+owned_handle open_path(const std::string& path, DWORD flags) {
+    const zWideStr wide(path.c_str(), static_cast<std::int32_t>(path.size()));
+    const auto* text = reinterpret_cast<const wchar_t*>(wide.WideStr());
+    return owned_handle(::CreateFileW(text, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                      nullptr, OPEN_EXISTING, flags, nullptr));
+}
+
+DWORD attributes_of(const owned_handle& file) {
+    BY_HANDLE_FILE_INFORMATION about{};
+    const bool known = file.is_open() && ::GetFileInformationByHandle(file.get(), &about) != 0;
+    // Of what cannot be looked at, the worst is assumed.
+    return known ? about.dwFileAttributes : FILE_ATTRIBUTE_REPARSE_POINT;
+}
+
+bool is_plain_folder(const owned_handle& folder) {
+    const DWORD attributes = attributes_of(folder);
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 &&
+           (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+}
+
+// Names such as "con" are devices wherever they stand.
+bool is_plain_file(const owned_handle& file) {
+    return file.is_open() && ::GetFileType(file.get()) == FILE_TYPE_DISK &&
+           (attributes_of(file) & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0;
+}
+
+}  // namespace
+
+std::unique_ptr<folder_file> folder_file::open(const std::string& folder,
+                                               const std::vector<std::string>& names) {
+    constexpr DWORD k_of_folders = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
+    if (names.empty()) return nullptr;
+    std::vector<owned_handle> folders;
+    folders.push_back(open_path(folder, FILE_FLAG_BACKUP_SEMANTICS));
+    if (!folders.back().is_open()) return nullptr;
+    std::string path = folder;
+    for (std::size_t i = 0; i + 1 < names.size(); ++i) {
+        path += '\\' + names[i];
+        folders.push_back(open_path(path, k_of_folders));
+        if (!is_plain_folder(folders.back())) return nullptr;
+    }
+    owned_handle file = open_path(path + '\\' + names.back(), FILE_FLAG_OPEN_REPARSE_POINT);
+    LARGE_INTEGER size{};
+    if (!is_plain_file(file) || ::GetFileSizeEx(file.get(), &size) == 0) return nullptr;
+    const auto handle = reinterpret_cast<std::intptr_t>(file.release());
+    return std::unique_ptr<folder_file>(new folder_file(handle, size.QuadPart));
+}
+
+folder_file::~folder_file() { ::CloseHandle(reinterpret_cast<HANDLE>(m_handle)); }
+
+std::int32_t folder_file::read_at(std::int64_t offset, char* into, std::int32_t size) {
+    OVERLAPPED place{};
+    place.Offset = static_cast<DWORD>(offset);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    DWORD count = 0;
+    const auto handle = reinterpret_cast<HANDLE>(m_handle);
+    if (::ReadFile(handle, into, static_cast<DWORD>(size), &count, &place) == 0) {
+        return ::GetLastError() == ERROR_HANDLE_EOF ? 0 : -1;
+    }
+    return static_cast<std::int32_t>(count);
+}
+
+}  // namespace pennywort

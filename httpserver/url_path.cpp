@@ -1,0 +1,57 @@
+// httpserver/url_path.cpp - see the header for the contract.
+#include "httpserver/url_path.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+namespace pennywort {
+namespace {
+
+// The same names are refused on every system, so that what is tried on one holds on the other.
+bool is_safe_byte(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= ' ' && byte != 0x7f && c != '/' && c != '\\' && c != ':';
+}
+
+bool is_safe(std::string_view name) {
+    if (name.front() == '.' || name.back() == '.' || name.back() == ' ') return false;
+    return std::all_of(name.begin(), name.end(), is_safe_byte);
+}
+
+}  // namespace
+
+std::optional<std::string> percent_decoded(std::string_view text) {
+    std::string decoded;
+    decoded.reserve(text.size());
+    while (!text.empty()) {
+        if (text.front() != '%') {
+            decoded += text.front();
+            text.remove_prefix(1);
+            continue;
+        }
+        if (text.size() < 3) return std::nullopt;
+        unsigned value = 0;
+        const char* const end = text.data() + 3;
+        if (std::from_chars(text.data() + 1, end, value, 16).ptr != end) return std::nullopt;
+        decoded += static_cast<char>(value);
+        text.remove_prefix(3);
+    }
+    return decoded;
+}
+
+std::optional<std::vector<std::string>> path_names(std::string_view path) {
+    std::vector<std::string> names;
+    while (!path.empty()) {
+        const std::size_t length = std::min(path.find('/'), path.size());
+        auto name = percent_decoded(path.substr(0, length));
+        path.remove_prefix(std::min(path.size(), length + 1));
+        if (!name) return std::nullopt;
+        if (name->empty()) continue;
+        if (!is_safe(*name)) return std::nullopt;
+        names.push_back(*std::move(name));
+    }
+    return names;
+}
+
+}  // namespace pennywort

@@ -20,7 +20,9 @@ namespace {
 
 class named_body : public zThreadMain {
 public:
-    void Main(std::int32_t, const char* const*) override { prctl(PR_GET_NAME, name); }
+    zStatus Main(std::int32_t, const char* const*) override {
+        return prctl(PR_GET_NAME, name);
+    }
     char name[16] = {};
 };
 

@@ -22,8 +22,9 @@ constexpr std::uint32_t k_long_us = 30'000'000;  // a bound for what comes at on
 class body : public zThreadMain {
 public:
     explicit body(std::function<void(const std::string&)> work) : m_work(std::move(work)) {}
-    void Main(std::int32_t argc, const char* const* argv) override {
+    zStatus Main(std::int32_t argc, const char* const* argv) override {
         m_work(argc == 1 ? argv[0] : "wrong arguments");
+        return 0;
     }
 
 private:

@@ -1,0 +1,160 @@
+// faults_test.cpp - peers that break off, never read or are not there, and a port that is taken.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "tests/httpserver/test_client.h"
+#include "tests/httpserver/test_handler.h"
+
+namespace {
+
+constexpr std::int32_t k_buffer = 4096;
+constexpr std::int32_t k_short_ms = 20;
+
+class FaultsTest : public testing::Test {
+protected:
+    FaultsTest() { m_server.InstallHandler(*m_handler); }
+
+    void expect_serving() { EXPECT_EQ(get(m_server.ListenPort(), "/after"), plain_answer("fine")); }
+
+    void wait_until_all_are_closed() const {
+        cHttpServerCounts counts;
+        do {
+            zThread::MicroSleep(500);
+            m_server.GetCounts(counts);
+        } while (counts.open > 0);
+    }
+
+    held<test_handler> m_handler = make<test_handler>("/after");
+    cHttpServer m_server{0, k_buffer};
+};
+
+TEST_F(FaultsTest, APeerThatResetsAtAnyByteTakesNothingWithIt) {
+    const std::string request =
+        "POST /after HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello and more of it";
+    for (std::size_t length = 0; length <= request.size(); ++length) {
+        test_client client(m_server.ListenPort());
+        client.send(request.substr(0, length));
+        client.reset();
+    }
+    expect_serving();
+    wait_until_all_are_closed();
+}
+
+TEST_F(FaultsTest, APeerThatEndsAtAnyByteIsClosed) {
+    const std::string request = "POST /other HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello";
+    for (std::size_t length = 0; length <= request.size(); length += 3) {
+        test_client client(m_server.ListenPort());
+        client.send(request.substr(0, length));
+        client.end_sending();
+        EXPECT_TRUE(client.is_ended()) << length;
+    }
+    expect_serving();
+}
+
+TEST_F(FaultsTest, APeerThatOnlyEndsItsSendingStillGetsItsAnswer) {
+    test_client client(m_server.ListenPort());
+    client.send(get_request("/after"));
+    client.end_sending();
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+    EXPECT_TRUE(client.is_ended());
+}
+
+TEST_F(FaultsTest, APeerThatResetsWhileItIsAnsweredFailsTheHandlerOnly) {
+    test_client* victim = nullptr;
+    zStatus status = 0;
+    const auto resetting = make<test_handler>("/reset", "x", [&](zSocket* socket) {
+        victim->reset();
+        for (int i = 0; i < 100000 && status == 0; ++i) {
+            status = cHttpHandler::SendString(socket, "more");
+        }
+    });
+    m_server.InstallHandler(*resetting);
+    test_client client(m_server.ListenPort());
+    victim = &client;
+    client.send(get_request("/reset"));
+    wait_until_all_are_closed();
+    expect_serving();
+    EXPECT_EQ(status, zSocket::k_lost);
+}
+
+// The peer's time-out is the handler's to choose; the library's own of 5 s is the same code.
+TEST_F(FaultsTest, APeerThatNeverReadsTimesOutAndOthersAreServed) {
+    zStatus status = 0;
+    const std::string much(1 << 20, 'x');
+    const auto sending = make<test_handler>("/much", "x", [&](zSocket* socket) {
+        while (status == 0) {
+            status =
+                socket->Send(much.data(), static_cast<std::int32_t>(much.size()), 0, k_short_ms);
+        }
+    });
+    m_server.InstallHandler(*sending);
+    test_client client(m_server.ListenPort());
+    client.send(get_request("/much"));
+    expect_serving();
+    EXPECT_EQ(status, zSocket::k_timed_out);
+}
+
+TEST_F(FaultsTest, AHandlerThatSendsNothingLeavesItsClientWaiting) {
+    class silent_handler final : public cHttpHandler {
+    public:
+        bool CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
+                       const char*) override {
+            return path == zString("/silent");
+        }
+        zStatus Handle(zSocket*, std::int32_t, const zString&, const zString&, const zString&,
+                       const char*) override {
+            return 0;
+        }
+    };
+    const auto silent = make<silent_handler>();
+    m_server.InstallHandler(*silent);
+    test_client client(m_server.ListenPort());
+    client.send(get_request("/silent"));
+    expect_serving();
+    EXPECT_FALSE(client.has_anything());
+    client.send(get_request("/after"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+}
+
+TEST_F(FaultsTest, AHandlerThatThrowsDoesNotEndTheServer) {
+    const auto throwing = make<test_handler>("/throw", "thrown",
+                                             [](zSocket*) { throw std::runtime_error("no luck"); });
+    m_server.InstallHandler(*throwing);
+    EXPECT_EQ(get(m_server.ListenPort(), "/throw"), plain_answer("thrown"));
+    expect_serving();
+}
+
+TEST_F(FaultsTest, APortThatIsTakenIsToldAndTheThreadLives) {
+    cHttpServer second(m_server.ListenPort(), k_buffer);
+    EXPECT_EQ(second.ListenStatus(), zSocket::k_address_in_use);
+    EXPECT_EQ(second.ListenPort(), 0);
+    second.InstallHandler(*m_handler);
+    expect_serving();
+    EXPECT_EQ(second.Stop(), 0);
+}
+
+TEST_F(FaultsTest, APortIsFreeAgainWhenItsServerHasGone) {
+    auto first = std::make_unique<cHttpServer>(0, k_buffer);
+    const std::int32_t port = first->ListenPort();
+    // A connection that the server ends is what the system remembers the port for.
+    test_client client(port);
+    ASSERT_TRUE(client.is_connected());
+    client.send("GET");
+    first.reset();
+    EXPECT_TRUE(client.is_ended());
+    cHttpServer again(port, k_buffer);
+    EXPECT_EQ(again.ListenStatus(), 0);
+}
+
+TEST_F(FaultsTest, ABufferOfOneByteServesToo) {
+    for (const std::int32_t size : {1, 0, -5}) {
+        cHttpServer tiny(0, size);
+        tiny.InstallHandler(*m_handler);
+        EXPECT_EQ(get(tiny.ListenPort(), "/after"), plain_answer("fine")) << size;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+// lifetime_test.cpp - the beginning and the end of servers, at every stage and from inside
+// handlers.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "loam/signal.h"
+#include "tests/httpserver/descriptors.h"
+#include "tests/httpserver/test_client.h"
+#include "tests/httpserver/test_handler.h"
+
+namespace {
+
+constexpr std::int32_t k_buffer = 4096;
+constexpr std::uint32_t k_long_us = 30'000'000;  // a bound for what comes at once
+
+TEST(Lifetime, AHundredServersLeaveNoDescriptor) {
+    { const cHttpServer warm(0, k_buffer); }
+    const std::size_t before = open_descriptors();
+    for (int i = 0; i < 100; ++i) {
+        cHttpServer server(0, k_buffer);
+        if (i % 3 == 0) server.Stop();
+        if (i % 3 == 1) test_client(server.ListenPort()).send("GET");
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(Lifetime, ReleasesEachHandlerOnce) {
+    const auto handler = make<test_handler>("/");
+    {
+        cHttpServer server(0, k_buffer);
+        server.InstallHandler(*handler);
+        server.InstallHandler(*handler);
+        EXPECT_EQ(handler->AddRef(), 4);
+    }
+    EXPECT_EQ(handler->Release(), 1);
+}
+
+TEST(Lifetime, StopMayComeBeforeTheThreadRunsAndManyTimes) {
+    for (int i = 0; i < 50; ++i) {
+        cHttpServer server(0, k_buffer);
+        EXPECT_EQ(server.Stop(), 0);
+        EXPECT_EQ(server.Stop(), 0);
+    }
+}
+
+TEST(Lifetime, AStoppedServerKeepsItsConnectionsUntilItGoes) {
+    const auto handler = make<test_handler>("/");
+    auto server = std::make_unique<cHttpServer>(0, k_buffer);
+    server->InstallHandler(*handler);
+    test_client client(server->ListenPort());
+    client.send(get_request("/"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+    server->Stop();
+    EXPECT_FALSE(client.has_anything());
+    server.reset();
+    EXPECT_TRUE(client.is_ended());
+}
+
+TEST(Lifetime, StopFromInsideAHandlerLetsItFinish) {
+    auto server = std::make_unique<cHttpServer>(0, k_buffer);
+    const auto handler = make<test_handler>("/", "last words", [&](zSocket*) { server->Stop(); });
+    server->InstallHandler(*handler);
+    EXPECT_EQ(get(server->ListenPort(), "/"), plain_answer("last words"));
+    server.reset();
+}
+
+TEST(Lifetime, AHandlerMayDeleteItsServer) {
+    cHttpServer* server = new cHttpServer(0, k_buffer);
+    const std::unique_ptr<zSignal> gone(zSignal::Factory());
+    const auto handler = make<test_handler>("/", "last words", [&](zSocket*) {
+        delete server;
+        gone->Set();
+    });
+    server->InstallHandler(*handler);
+    const std::int32_t port = server->ListenPort();
+    test_client idle(port);
+    test_client client(port);
+    client.send(get_request("/"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("last words"));
+    EXPECT_EQ(gone->Wait(k_long_us), 0);
+    EXPECT_TRUE(client.is_ended());
+    EXPECT_TRUE(idle.is_ended());
+}
+
+// The server holds the only reference: the handler must not go while it runs.
+TEST(Lifetime, AHandlerThatOnlyItsServerHoldsMayDeleteIt) {
+    cHttpServer* server = new cHttpServer(0, k_buffer);
+    const std::unique_ptr<zSignal> gone(zSignal::Factory());
+    auto* handler = new test_handler("/", "last words", [&](zSocket*) {
+        delete server;
+        gone->Set();
+    });
+    server->InstallHandler(*handler);
+    handler->Release();
+    EXPECT_EQ(get(server->ListenPort(), "/"), plain_answer("last words"));
+    EXPECT_EQ(gone->Wait(k_long_us), 0);
+}
+
+TEST(Lifetime, AServerMayBeDeletedInTheQuestionWhetherAHandlerCan) {
+    class ending_handler final : public cHttpHandler {
+    public:
+        ending_handler(cHttpServer** server, zSignal& gone) : m_server(server), m_gone(gone) {}
+        bool CanHandle(std::int32_t, const zString&, const zString&, const zString&,
+                       const char*) override {
+            delete *m_server;
+            m_gone.Set();
+            return true;
+        }
+
+    private:
+        cHttpServer** m_server;
+        zSignal& m_gone;
+    };
+    cHttpServer* server = new cHttpServer(0, k_buffer);
+    const std::unique_ptr<zSignal> gone(zSignal::Factory());
+    const auto handler = make<ending_handler>(&server, *gone);
+    server->InstallHandler(*handler);
+    test_client client(server->ListenPort());
+    client.send(get_request("/"));
+    EXPECT_EQ(gone->Wait(k_long_us), 0);
+    EXPECT_TRUE(client.is_ended());
+}
+
+TEST(Lifetime, DestructionWaitsForTheHandlerThatRuns) {
+    const std::unique_ptr<zSignal> inside(zSignal::Factory());
+    std::atomic<bool> has_finished{false};
+    const auto handler = make<test_handler>("/", "x", [&](zSocket*) {
+        inside->Set();
+        zThread::MicroSleep(20000);
+        has_finished = true;
+    });
+    auto server = std::make_unique<cHttpServer>(0, k_buffer);
+    server->InstallHandler(*handler);
+    test_client client(server->ListenPort());
+    client.send(get_request("/"));
+    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    server.reset();
+    EXPECT_TRUE(has_finished);
+}
+
+TEST(Lifetime, EndsWithConnectionsAtEveryStage) {
+    const std::string request = "POST /a HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello";
+    const auto handler = make<test_handler>("/");
+    for (std::size_t length = 0; length <= request.size(); length += 4) {
+        auto server = std::make_unique<cHttpServer>(0, k_buffer);
+        server->InstallHandler(*handler);
+        test_client client(server->ListenPort());
+        client.send(request.substr(0, length));
+        server.reset();
+        EXPECT_TRUE(client.is_ended()) << length;
+    }
+}
+
+TEST(Lifetime, HandlersMayBeInstalledWhileRequestsAreServed) {
+    cHttpServer server(0, k_buffer);
+    const auto added = make<test_handler>("/new", "new");
+    const auto handler =
+        make<test_handler>("/old", "old", [&](zSocket*) { server.InstallHandler(*added); });
+    server.InstallHandler(*handler);
+    EXPECT_EQ(get(server.ListenPort(), "/old"), plain_answer("old"));
+    EXPECT_EQ(get(server.ListenPort(), "/new"), plain_answer("new"));
+}
+
+TEST(Lifetime, ACopyEndsNothingAndOutlivesItsServer) {
+    const auto handler = make<test_handler>("/");
+    auto server = std::make_unique<cHttpServer>(0, k_buffer);
+    server->InstallHandler(*handler);
+    const std::int32_t port = server->ListenPort();
+    auto copy = std::make_unique<cHttpServer>(*server);
+    EXPECT_EQ(copy->ListenPort(), port);
+    cHttpServer assigned(0, k_buffer);
+    assigned = *copy;
+    copy->Stop();
+    copy.reset();
+    EXPECT_EQ(get(port, "/"), plain_answer("fine"));
+    server.reset();
+    EXPECT_EQ(assigned.ListenPort(), port);
+    test_client client(port);
+    EXPECT_FALSE(client.is_connected());
+}
+
+}  // namespace

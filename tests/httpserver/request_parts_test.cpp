@@ -1,0 +1,143 @@
+// request_parts_test.cpp - the pure pieces: paths, types and the strict opinion on a head.
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "httpserver.h"
+#include "httpserver/request_check.h"
+#include "httpserver/request_progress.h"
+#include "httpserver/url_path.h"
+
+namespace pennywort {
+namespace {
+
+TEST(PercentDecoded, RefusesWhatIsNoByte) {
+    for (const char* text : {"%", "a%", "%1", "%g1", "%1g", "%-1", "%+1", "%0x", "% 1", "%%41"}) {
+        EXPECT_FALSE(percent_decoded(text)) << text;
+    }
+}
+
+TEST(PercentDecoded, DecodesOnce) {
+    EXPECT_EQ(percent_decoded("a%41%7eb"), "aA~b");
+    EXPECT_EQ(percent_decoded("%2541"), "%41");
+    EXPECT_EQ(percent_decoded("%00"), std::string(1, '\0'));
+    EXPECT_EQ(percent_decoded("a+b"), "a+b");
+    EXPECT_EQ(percent_decoded(""), "");
+}
+
+TEST(PathNames, RefuseWhatCouldLeadElsewhere) {
+    for (const char* path :
+         {"/..",      "/../a",          "/a/../b", "/.",    "/a/./b",    "/%2e%2e/a", "/.%2E/a",
+          "/..%2fa",  "/a%2fb",         "/a%5cb",  "/a\\b", "/..\\a",    "/%00",      "/a%00.html",
+          "/.hidden", "/a/.git/config", "/c:",     "/c:/a", "/a:stream", "/a.",       "/a%20",
+          "/a%0a",    "/a%7f",          "/%"}) {
+        EXPECT_FALSE(path_names(path)) << path;
+    }
+}
+
+TEST(PathNames, AreWhatStandsBetweenTheSlashes) {
+    using names = std::vector<std::string>;
+    EXPECT_EQ(path_names(""), names());
+    EXPECT_EQ(path_names("/"), names());
+    EXPECT_EQ(path_names("/a/b.html"), (names{"a", "b.html"}));
+    EXPECT_EQ(path_names("//a///b/"), (names{"a", "b"}));
+    EXPECT_EQ(path_names("/%41%20b"), (names{"A b"}));
+    EXPECT_EQ(path_names("/gr%C3%BCn"), (names{"gr\xc3\xbcn"}));
+    EXPECT_EQ(path_names("/a..b"), (names{"a..b"}));
+}
+
+TEST(ContentType, GoesByTheEndingInAnyCase) {
+    EXPECT_STREQ(cHttpFolderHandler::ContentTypeOf("html"), "text/html; charset=utf-8");
+    EXPECT_STREQ(cHttpFolderHandler::ContentTypeOf("JpG"), "image/jpeg");
+    EXPECT_STREQ(cHttpFolderHandler::ContentTypeOf("js"), "text/javascript; charset=utf-8");
+    for (const char* unknown : {"", "htmlx", "htm ", "exe"}) {
+        EXPECT_STREQ(cHttpFolderHandler::ContentTypeOf(unknown), "application/octet-stream");
+    }
+    EXPECT_STREQ(cHttpFolderHandler::ContentTypeOf(nullptr), "application/octet-stream");
+}
+
+TEST(RefusalOfMethod, TellsAnUnknownMethodFromNone) {
+    for (const char* text : {"DELETE / HTTP/1.1\r\n", "OPTI", "M-SEARCH * HTTP/1.1"}) {
+        EXPECT_EQ(refusal_of_method(text), 501) << text;
+    }
+    for (const char* text : {" GET /", "\r\n\r\n", "\x16\x03\x01\x02", "<a> b", "(x) "}) {
+        EXPECT_EQ(refusal_of_method(text), 400) << text;
+    }
+}
+
+struct head_case {
+    const char* name;
+    const char* head;
+    std::int32_t want;
+};
+void PrintTo(const head_case& c, std::ostream* out) { *out << c.name; }
+
+// The length that the server itself finds is passed along, as it does.
+const head_case k_heads[] = {
+    {"Plain", "GET /a HTTP/1.1\r\nHost: b\r\n\r\n", 0},
+    {"WithALength", "POST / HTTP/1.1\r\nContent-Length: 12\r\n\r\n", 0},
+    {"Version10", "GET / HTTP/1.0\r\n\r\n", 0},
+    {"AnEmptyValue", "GET / HTTP/1.1\r\nA:\r\n\r\n", 0},
+    {"LengthZero", "POST / HTTP/1.1\r\nContent-Length:0\r\n\r\n", 0},
+    {"NoTarget", "GET \r\n\r\n", 400},
+    {"NoVersion", "GET /\r\n\r\n", 400},
+    {"AnotherProtocol", "GET / RTSP/1.0\r\n\r\n", 400},
+    {"TabInTheLine", "GET\t/ HTTP/1.1\r\n\r\n", 400},
+    {"TwoBlanks", "GET  / HTTP/1.1\r\n\r\n", 400},
+    {"ControlByteInTheTarget", "GET /\x01 HTTP/1.1\r\n\r\n", 400},
+    {"ALongerMethod", "GETTING / HTTP/1.1\r\n\r\n", 501},
+    {"NoColon", "GET / HTTP/1.1\r\njunk\r\n\r\n", 400},
+    {"NoName", "GET / HTTP/1.1\r\n: a\r\n\r\n", 400},
+    {"BlankBeforeTheColon", "GET / HTTP/1.1\r\nA : b\r\n\r\n", 400},
+    {"Folded", "GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n", 400},
+    {"NegativeLength", "POST / HTTP/1.1\r\nContent-Length: -1\r\n\r\n", 400},
+    {"NegativeZero", "POST / HTTP/1.1\r\nContent-Length: -0\r\n\r\n", 400},
+    {"SignedLength", "POST / HTTP/1.1\r\nContent-Length: +1\r\n\r\n", 400},
+    {"EmptyLength", "POST / HTTP/1.1\r\nContent-Length: \r\n\r\n", 400},
+    {"LengthWithMore", "POST / HTTP/1.1\r\nContent-Length: 1 2\r\n\r\n", 400},
+    {"HugeLength", "POST / HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n", 400},
+    {"TwoLengths", "POST / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n", 400},
+    {"TheSameLengthTwice", "POST / HTTP/1.1\r\nContent-Length: 1\r\ncontent-length: 1\r\n\r\n",
+     400},
+    {"LengthInAnotherName", "POST / HTTP/1.1\r\nX-Content-Length: 5\r\n\r\n", 400},
+    {"LengthInTheTarget", "POST /Content-Length:5 HTTP/1.1\r\n\r\n", 400},
+    {"Chunked", "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n", 501},
+};
+
+class HeadTest : public testing::TestWithParam<head_case> {};
+
+TEST_P(HeadTest, IsRefusedWhenItCouldBeReadInTwoWays) {
+    request_progress progress;
+    progress.look(GetParam().head);
+    EXPECT_EQ(refusal_of_head(GetParam().head, progress.content_length()), GetParam().want);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HeadTest, testing::ValuesIn(k_heads),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST(RequestProgress, GivesTheSameAnswerAtEverySplit) {
+    const std::string request =
+        "POST /a HTTP/1.1\r\nHost: b\r\nContent-Length: 10\r\n\r\n0123456789";
+    for (std::size_t split = 0; split < request.size(); ++split) {
+        request_progress progress;
+        EXPECT_FALSE(progress.look(request.substr(0, split))) << split;
+        EXPECT_TRUE(progress.look(request)) << split;
+        EXPECT_EQ(progress.content_length(), 10) << split;
+        EXPECT_EQ(progress.body_offset(), request.size() - 10) << split;
+    }
+}
+
+TEST(RequestProgress, BeginsAnewAfterAReset) {
+    request_progress progress;
+    EXPECT_FALSE(progress.look("DELETE /"));
+    EXPECT_TRUE(progress.is_hopeless());
+    progress.reset();
+    EXPECT_TRUE(progress.look("GET /\r\n\r\n"));
+    EXPECT_FALSE(progress.is_hopeless());
+}
+
+}  // namespace
+}  // namespace pennywort

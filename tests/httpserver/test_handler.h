@@ -1,0 +1,69 @@
+// test_handler.h - handlers that tests script.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "httpserver.h"
+
+// What a handler was given.
+struct seen_call {
+    std::int32_t method = 0;
+    std::string path;
+    std::string extension;
+    std::string query;
+    std::string request;
+    std::string body;
+};
+
+// Takes requests whose path begins with `prefix` and answers each with its own text, after it has
+// noted the call and run what the test wants to happen inside it.
+class test_handler final : public cHttpHandler {
+public:
+    using step = std::function<void(zSocket* socket)>;
+
+    explicit test_handler(std::string prefix, std::string text = "fine", step inside = {});
+
+    bool CanHandle(std::int32_t method, const zString& path, const zString& extension,
+                   const zString& query, const char* request) override;
+    zStatus Handle(zSocket* socket, std::int32_t method, const zString& path,
+                   const zString& extension, const zString& query, const char* body) override;
+
+    std::vector<seen_call> calls() const;
+    seen_call last() const;
+
+private:
+    const std::string m_prefix;
+    const std::string m_text;
+    const step m_inside;
+    mutable std::mutex m_mutex;
+    std::string m_request;
+    std::vector<seen_call> m_calls;
+};
+
+// Gives a test's own reference back when the test is done with it.
+template <typename handler>
+class held {
+public:
+    explicit held(handler* one) : m_handler(one) {}
+    held(const held&) = delete;
+    held& operator=(const held&) = delete;
+    ~held() { m_handler->Release(); }
+
+    handler* operator->() const { return m_handler; }
+    handler& operator*() const { return *m_handler; }
+
+private:
+    handler* m_handler;
+};
+
+template <typename handler, typename... arguments>
+held<handler> make(arguments&&... given) {
+    return held<handler>(new handler(std::forward<arguments>(given)...));
+}
+
+// What SendHeaders and SendString make of a text.
+std::string plain_answer(const std::string& text);

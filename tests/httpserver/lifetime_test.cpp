@@ -61,11 +61,10 @@ TEST(Lifetime, AStoppedServerKeepsItsConnectionsUntilItGoes) {
 }
 
 TEST(Lifetime, StopFromInsideAHandlerLetsItFinish) {
-    auto server = std::make_unique<cHttpServer>(0, k_buffer);
-    const auto handler = make<test_handler>("/", "last words", [&](zSocket*) { server->Stop(); });
-    server->InstallHandler(*handler);
-    EXPECT_EQ(get(server->ListenPort(), "/"), plain_answer("last words"));
-    server.reset();
+    cHttpServer server(0, k_buffer);
+    const auto handler = make<test_handler>("/", "last words", [&](zSocket*) { server.Stop(); });
+    server.InstallHandler(*handler);
+    EXPECT_EQ(get(server.ListenPort(), "/"), plain_answer("last words"));
 }
 
 TEST(Lifetime, AHandlerMayDeleteItsServer) {

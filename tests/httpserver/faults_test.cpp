@@ -17,6 +17,13 @@ class FaultsTest : public testing::Test {
 protected:
     FaultsTest() { m_server.InstallHandler(*m_handler); }
 
+    // Connections that were reset wait to be accepted as well.
+    static cHttpServerSettings settings() {
+        cHttpServerSettings wanted;
+        wanted.backlog = 1024;
+        return wanted;
+    }
+
     void expect_serving() { EXPECT_EQ(get(m_server.ListenPort(), "/after"), plain_answer("fine")); }
 
     void wait_until_all_are_closed() const {
@@ -28,7 +35,7 @@ protected:
     }
 
     held<test_handler> m_handler = make<test_handler>("/after");
-    cHttpServer m_server{0, k_buffer};
+    cHttpServer m_server{0, k_buffer, settings()};
 };
 
 TEST_F(FaultsTest, APeerThatResetsAtAnyByteTakesNothingWithIt) {

@@ -20,9 +20,7 @@ namespace {
 
 class named_body : public zThreadMain {
 public:
-    zStatus Main(std::int32_t, const char* const*) override {
-        return prctl(PR_GET_NAME, name);
-    }
+    zStatus Main(std::int32_t, const char* const*) override { return prctl(PR_GET_NAME, name); }
     char name[16] = {};
 };
 

@@ -13,8 +13,9 @@
 
 namespace {
 
-constexpr std::int32_t k_long_ms = 30000;  // a bound for what comes at once
-constexpr std::int32_t k_short_ms = 20;    // a bound that is meant to pass
+constexpr std::int32_t k_long_ms = 30000;   // a bound for what comes at once
+constexpr std::int32_t k_short_ms = 20;     // a bound that is meant to pass
+constexpr std::int32_t k_settled_ms = 500;  // longer than the system waits before it tries again
 
 using socket_ptr = std::unique_ptr<zSocket>;
 
@@ -69,12 +70,20 @@ std::string receive(zSocket& socket, std::size_t count) {
     return all;
 }
 
-// Sends until there is no room left.
-void fill(zSocket& socket) {
+// Sends what there is room for now; whether that was anything.
+bool fill_once(zSocket& socket) {
     const std::string much(1 << 20, 'x');
     std::int32_t sent = 0;
-    while (socket.SendSome(much.data(), 1 << 20, &sent) == 0) {
-    }
+    bool any = false;
+    while (socket.SendSome(much.data(), 1 << 20, &sent) == 0) any = true;
+    return any;
+}
+
+// Sends until no room is left, and none is made for a while: the system moves what it holds on to
+// the other side, and makes room by that, for some time after it first had none. A wait for room
+// does not tell, since it ends only where there is much of it.
+void fill(zSocket& socket) {
+    while (fill_once(socket)) zThread::MicroSleep(k_settled_ms * 1000);
 }
 
 class worker : public zThreadMain {

@@ -67,6 +67,12 @@ void set(zString& target, std::string_view text) {
     target.SetString(text.data(), static_cast<std::uint32_t>(text.size()));
 }
 
+// The thread of a server that is copied may be about to change its flag.
+std::int32_t read_flag(const std::int32_t& flag) {
+    return std::atomic_ref<std::int32_t>(const_cast<std::int32_t&>(flag))
+        .load(std::memory_order_relaxed);
+}
+
 bool is_empty(const zString* text) { return text == nullptr || text->Empty(); }
 
 // One request as handlers see it.
@@ -117,12 +123,23 @@ void cHttpServer::start() {
     if (m_thread == nullptr) m_state->listening.set(zSocket::k_no_resources, 0);
 }
 
-cHttpServer::cHttpServer(const cHttpServer& other) = default;
+cHttpServer::cHttpServer(const cHttpServer& other)
+    : zThreadMain(other),
+      m_running(read_flag(other.m_running)),
+      m_listen_socket(other.m_listen_socket),
+      m_watch_set(other.m_watch_set),
+      m_connections(other.m_connections),
+      m_handlers(other.m_handlers),
+      m_receive_buffer(other.m_receive_buffer),
+      m_buffer_size(other.m_buffer_size),
+      m_port(other.m_port),
+      m_thread(other.m_thread),
+      m_state(other.m_state) {}
 
 cHttpServer& cHttpServer::operator=(const cHttpServer& other) {
     if (this == &other) return *this;
     end();
-    m_running = other.m_running;
+    m_running = read_flag(other.m_running);
     m_listen_socket = other.m_listen_socket;
     m_watch_set = other.m_watch_set;
     m_connections = other.m_connections;
@@ -184,8 +201,7 @@ zStatus cHttpServer::Main(std::int32_t, const char* const*) {
 }
 
 bool cHttpServer::is_running() {
-    return std::atomic_ref<std::int32_t>(m_running).load(std::memory_order_relaxed) != 0 &&
-           !m_state->is_stop_wanted.load(std::memory_order_relaxed);
+    return read_flag(m_running) != 0 && !m_state->is_stop_wanted.load(std::memory_order_relaxed);
 }
 
 // Without a port the thread goes on, over an empty watch set.

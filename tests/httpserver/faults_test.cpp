@@ -1,10 +1,12 @@
 // faults_test.cpp - peers that break off, never read or are not there, and a port that is taken.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "loam/signal.h"
 #include "tests/httpserver/test_client.h"
 #include "tests/httpserver/test_handler.h"
 
@@ -12,6 +14,7 @@ namespace {
 
 constexpr std::int32_t k_buffer = 4096;
 constexpr std::int32_t k_short_ms = 20;
+constexpr std::uint32_t k_long_us = 30'000'000;  // a bound for what comes at once
 
 class FaultsTest : public testing::Test {
 protected:
@@ -70,18 +73,22 @@ TEST_F(FaultsTest, APeerThatOnlyEndsItsSendingStillGetsItsAnswer) {
 }
 
 TEST_F(FaultsTest, APeerThatResetsWhileItIsAnsweredFailsTheHandlerOnly) {
-    test_client* victim = nullptr;
-    zStatus status = 0;
-    const auto resetting = make<test_handler>("/reset", "x", [&](zSocket* socket) {
-        victim->reset();
+    const std::unique_ptr<zSignal> has_reset(zSignal::Factory());
+    const std::unique_ptr<zSignal> inside(zSignal::Factory());
+    std::atomic<zStatus> status{0};
+    const auto sending = make<test_handler>("/reset", "x", [&](zSocket* socket) {
+        inside->Set();
+        has_reset->Wait(k_long_us);
         for (int i = 0; i < 100000 && status == 0; ++i) {
             status = cHttpHandler::SendString(socket, "more");
         }
     });
-    m_server.InstallHandler(*resetting);
+    m_server.InstallHandler(*sending);
     test_client client(m_server.ListenPort());
-    victim = &client;
     client.send(get_request("/reset"));
+    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    client.reset();
+    has_reset->Set();
     wait_until_all_are_closed();
     expect_serving();
     EXPECT_EQ(status, zSocket::k_lost);
@@ -89,7 +96,7 @@ TEST_F(FaultsTest, APeerThatResetsWhileItIsAnsweredFailsTheHandlerOnly) {
 
 // The peer's time-out is the handler's to choose; the library's own of 5 s is the same code.
 TEST_F(FaultsTest, APeerThatNeverReadsTimesOutAndOthersAreServed) {
-    zStatus status = 0;
+    std::atomic<zStatus> status{0};
     const std::string much(1 << 20, 'x');
     const auto sending = make<test_handler>("/much", "x", [&](zSocket* socket) {
         while (status == 0) {

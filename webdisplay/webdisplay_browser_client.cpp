@@ -230,7 +230,16 @@ void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, boo
     if (state.browser) execute_on_page(state.browser.get(), page_scripts::k_next_url);
 }
 
-void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame, int) {
+// Not called for what the runtime shows in the place of a page that failed, though OnLoadEnd is.
+void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) {
+    if (frame->is_main(frame) && !is_popup(browser)) m_failed_url.clear();
+}
+
+bool webdisplay_browser_client::has_failed(cef_frame_t* frame) const {
+    return !m_failed_url.empty() && m_failed_url == utf8_of(frame->get_url(frame));
+}
+
+void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) {
     if (!is_alive() || !frame->is_main(frame) || is_popup(browser)) return;
     std::string css;
     bool host_clock = false;
@@ -239,7 +248,7 @@ void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* f
         if (!owner) return;
         css = owner->get_css_override();
         host_clock = owner->m_host_clock;
-        owner->handle_page_loaded(utf8_of(frame->get_url(frame)).c_str());
+        if (!has_failed(frame)) owner->handle_page_loaded(utf8_of(frame->get_url(frame)).c_str());
     }
     inject_scripts(frame, css, host_clock);
 }
@@ -258,10 +267,11 @@ void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::st
     if (host_clock) execute(frame, page_scripts::k_tick_counter);
 }
 
-void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*, int error_code,
-                                            const std::string& error_text,
+void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t* frame,
+                                            int error_code, const std::string& error_text,
                                             const std::string& failed_url) {
     if (error_code == k_load_aborted || is_popup(browser)) return;
+    if (frame->is_main(frame)) m_failed_url = failed_url;
     const owner_use owner(*this);
     if (owner) owner->handle_page_load_failed(failed_url.c_str(), error_text.c_str());
 }
@@ -273,6 +283,12 @@ own_ref<CefResourceRequestHandler> webdisplay_browser_client::GetResourceRequest
     if (!is_alive() || !frame || !frame->is_main(frame)) return {};
     return own_ref<CefResourceRequestHandler>(
         new request_filter(own_ref<webdisplay_browser_client>::shared(this)));
+}
+
+void webdisplay_browser_client::OnRenderProcessTerminated(cef_browser_t* browser) {
+    if (is_popup(browser)) return;
+    zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page's process has ended\n");
+    m_page_lost = true;
 }
 
 bool webdisplay_browser_client::may_request(const std::string& url) {

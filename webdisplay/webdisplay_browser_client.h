@@ -42,6 +42,10 @@ public:
     void close_popups();
     // Whether the owner lets the main frame fetch `url`. UI thread.
     bool may_request(const std::string& url);
+    // Whether the page's process went since a page was last asked for. Such a page finishes no
+    // load, though the runtime may go on calling it loading. Any thread.
+    bool has_lost_its_page() const { return m_page_lost; }
+    void page_asked_for() { m_page_lost = false; }
 
     static bool focused_element_is_editable();
 
@@ -63,11 +67,13 @@ public:
     void OnBeforeClose(cef_browser_t* browser) override;
 
     void OnLoadingStateChange(cef_browser_t* browser, bool is_loading) override;
-    void OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame, int http_status) override;
+    void OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) override;
+    void OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) override;
     void OnLoadError(cef_browser_t* browser, cef_frame_t* frame, int error_code,
                      const std::string& error_text, const std::string& failed_url) override;
 
     own_ref<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) override;
+    void OnRenderProcessTerminated(cef_browser_t* browser) override;
 
     bool OnDragEnter(cef_browser_t* browser) override;
     bool CanDownload(cef_browser_t* browser) override;
@@ -81,6 +87,7 @@ private:
     std::string take_over_browser(cWebDisplayCEFBrowser& owner, cef_browser_t* browser,
                                   bool& load_pending);
     void inject_scripts(cef_frame_t* frame, const std::string& css, bool host_clock);
+    bool has_failed(cef_frame_t* frame) const;
     bool take_tick_report(const std::string& command, const std::string& argument);
     void dispatch(cef_browser_t* browser, const std::string& command, const std::string& argument);
     void deliver_result(const std::string& command, const std::string& result);
@@ -91,7 +98,9 @@ private:
     cWebDisplayCEFBrowser* m_owner;
     std::recursive_mutex m_owner_lock;
     const std::string m_start_url;
+    std::atomic<bool> m_page_lost{false};
     std::vector<cef_ref<cef_browser_t>> m_popups;  // UI thread
+    std::string m_failed_url;  // of the main frame's last failed load; UI thread
 };
 
 }  // namespace pennywort

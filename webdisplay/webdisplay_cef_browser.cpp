@@ -53,6 +53,11 @@ void load_url(const browser_ref& browser, const std::string& url) {
     if (frame) frame->load_url(frame.get(), pennywort::cef_text(url).get());
 }
 
+bool is_loading(const webdisplay_cef_state& state) {
+    return state.browser->is_loading(state.browser.get()) != 0 &&
+           !state.client->has_lost_its_page();
+}
+
 // The whole part of a rate that may be anything a host computed.
 int whole_frames(double rate) {
     if (!(rate >= 0)) return 0;
@@ -228,18 +233,20 @@ void cWebDisplayCEFBrowser::browser_destroyed() {
 
 void cWebDisplayCEFBrowser::LoadNextUrl() {
     if (!has_next_url()) return;
-    browser_ref browser;
+    webdisplay_cef_state state;
     {
         const zAutoCritical lock(m_state_lock.get());
-        if (m_cef_state) browser = m_cef_state->browser;
+        if (m_cef_state) state = *m_cef_state;
         // The client loads it when the browser appears.
-        if (!browser) m_load_pending = true;
+        if (!state.browser) m_load_pending = true;
     }
-    if (browser && !pennywort::cef_on_ui_thread()) return load_next_on_ui_thread();
+    if (state.browser && !pennywort::cef_on_ui_thread()) return load_next_on_ui_thread();
     // A page that is being loaded asks for the next one itself when it has finished.
-    if (!browser || browser->is_loading(browser.get())) return;
+    if (!state.browser || is_loading(state)) return;
     const std::string url = PopNextURL();
-    if (!url.empty()) load_url(browser, url);
+    if (url.empty()) return;
+    state.client->page_asked_for();
+    load_url(state.browser, url);
 }
 
 // Elsewhere a load that has just been asked for does not show as loading yet, and the next URL
@@ -252,7 +259,7 @@ void cWebDisplayCEFBrowser::load_next_on_ui_thread() {
 bool cWebDisplayCEFBrowser::IsLoading() const {
     webdisplay_cef_state state;
     get_cef_state(state);
-    return state.browser && state.browser->is_loading(state.browser.get()) != 0;
+    return state.browser && is_loading(state);
 }
 
 long cWebDisplayCEFBrowser::ExecuteJavascript(const zString& script, unsigned long timeoutMs,

@@ -49,6 +49,7 @@ struct fake_cef_script {
     std::uintptr_t window_handle = 0;
 
     bool paint_after_load = true;
+    bool loading_outlives_renderer = false;  // a killed renderer's load goes on being called one
     bool animate = false;  // each browser paints at its frame rate, or at each begin frame
     bool page_answers_next_url = true;           // the page's part of the next-URL script
     std::map<std::string, fake_cef_page> pages;  // others load
@@ -220,7 +221,8 @@ public:
     virtual void finish_load(int browser) = 0;
     virtual void load_error(int browser, bool main_frame, int code, const std::string& text,
                             const std::string& url) = 0;
-    virtual void load_end(int browser, bool main_frame, const std::string& frame_url) = 0;
+    virtual void load_end(int browser, bool main_frame, int status,
+                          const std::string& frame_url) = 0;
     // The page opens a window. The identifier of the new browser, 0 when it was cancelled. The new
     // browser is created at once; `windowless` ones paint through the same client.
     virtual int open_popup(int browser, const std::string& url, bool user_gesture) = 0;

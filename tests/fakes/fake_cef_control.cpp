@@ -111,8 +111,8 @@ void runtime::load_error(int browser, bool main_frame, int code, const std::stri
     if (const auto found = find(browser)) found->load_error(main_frame, code, text, url);
 }
 
-void runtime::load_end(int browser, bool main_frame, const std::string& frame_url) {
-    if (const auto found = find(browser)) found->load_end(main_frame, 200, frame_url);
+void runtime::load_end(int browser, bool main_frame, int status, const std::string& frame_url) {
+    if (const auto found = find(browser)) found->load_end(main_frame, status, frame_url);
 }
 
 int runtime::open_popup(int browser, const std::string& url, bool user_gesture) {

@@ -81,7 +81,7 @@ void page::kill_renderer() {
         requests->on_render_process_terminated(requests.get(), browser_argument(),
                                                TS_PROCESS_WAS_KILLED, 9, no_text.get());
     }
-    if (was_loading) loading_state(false);
+    if (was_loading && !runtime::the().script().loading_outlives_renderer) loading_state(false);
 }
 
 void page::view_rect(int& width, int& height) {

@@ -83,7 +83,7 @@ public:
     void finish_load(int browser) override;
     void load_error(int browser, bool main_frame, int code, const std::string& text,
                     const std::string& url) override;
-    void load_end(int browser, bool main_frame, const std::string& frame_url) override;
+    void load_end(int browser, bool main_frame, int status, const std::string& frame_url) override;
     int open_popup(int browser, const std::string& url, bool user_gesture) override;
     void close_from_page(int browser) override;
     void kill_renderer(int browser) override;

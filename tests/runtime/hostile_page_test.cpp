@@ -78,6 +78,29 @@ TEST_F(Hostile, ARendererKilledAtTheSameMomentDoesNotHoldTheClosingUp) {
         << PrintToString(processes_below("renderer"));
 }
 
+// Before the page has come, the runtime often goes on saying that it is loading.
+TEST_F(Hostile, ARendererKilledBeforeItsPageCameIsReplacedByTheNextPage) {
+    shown_page page({.url = m_peer.url("/half")});
+    ASSERT_TRUE(wait_for([&] { return page->IsLoading() && page.frames.count() > 0; }));
+    kill_all("renderer");
+    ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
+    const std::string next = m_peer.html("<body style='margin:0;background:#0f0'>");
+    page->LoadUrl(next.c_str());
+    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(next); }));
+    EXPECT_TRUE(page.wait_for_colour(k_green));
+}
+
+TEST_F(Hostile, ARendererKilledInTheMiddleOfAPageIsReplacedByTheNextPage) {
+    shown_page page({.url = m_peer.url("/half")});
+    ASSERT_TRUE(page.wait_for_colour(k_blue));
+    kill_all("renderer");
+    ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
+    const std::string next = m_peer.html("<body style='margin:0;background:#0f0'>");
+    page->LoadUrl(next.c_str());
+    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(next); }));
+    EXPECT_TRUE(page.wait_for_colour(k_green));
+}
+
 TEST_F(Hostile, OtherDisplaysGoOnWhenTheRendererOfOneIsKilled) {
     shown_page victim({.url = m_peer.html("<body style='background:#f00'>")});
     ASSERT_TRUE(victim.wait_until_loaded());

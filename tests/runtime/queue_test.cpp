@@ -38,6 +38,7 @@ TEST_P(FailingLoad, IsReportedAndTheNextPageFollows) {
         << PrintToString(page.events.loaded);
     ASSERT_TRUE(page.events.has_failed(bad)) << PrintToString(page.events.failed);
     EXPECT_EQ(page.events.failed.front().second, GetParam().error);
+    EXPECT_EQ(page.events.loaded, std::vector<std::string>{good}) << "what failed has not loaded";
     EXPECT_NE(traces().find("cWebDisplayBrowser: page load failed:\nurl: " + bad +
                             "\nerror: " + GetParam().error + "\n"),
               std::string::npos);

@@ -200,7 +200,7 @@ TEST_F(ClientTest, EveryCallbackAfterTheDisplaysEndIsHarmless) {
     EXPECT_EQ(width, 1);
     fake().post([] {
         fake().paint_popup_widget(1, 4, 4);
-        fake().load_end(1, true, "");
+        fake().load_end(1, true, 200, "");
         fake().load_error(1, true, -2, "ERR_FAILED", "http://b/");
         fake().drag_enter(1);
         fake().request(1, "http://late/", true);

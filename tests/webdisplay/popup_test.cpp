@@ -43,7 +43,7 @@ TEST_F(PopupTest, ItsFramesLoadsAndErrorsAreNotTheDisplays) {
     fake().post([id] {
         fake().paint(id);
         fake().paint_popup_widget(id, 3, 3);
-        fake().load_end(id, true, "");
+        fake().load_end(id, true, 200, "");
         fake().load_error(id, true, -2, "ERR_FAILED", "http://popup/");
         fake().navigate(id, "http://popup/2");
     });

@@ -183,12 +183,18 @@ CefLoadHandler::CefLoadHandler() {
             decltype(m_struct)::of(self)->OnLoadingStateChange(browser, is_loading != 0);
         });
     };
-    m_struct->on_load_end = [](cef_load_handler_t* self, cef_browser_t* browser, cef_frame_t* frame,
-                               int http_status) {
+    m_struct->on_load_start = [](cef_load_handler_t* self, cef_browser_t* browser,
+                                 cef_frame_t* frame, cef_transition_type_t) {
         const cef_ref<cef_browser_t> held_browser(browser);
         const cef_ref<cef_frame_t> held_frame(frame);
         guarded("CefLoadHandler",
-                [&] { decltype(m_struct)::of(self)->OnLoadEnd(browser, frame, http_status); });
+                [&] { decltype(m_struct)::of(self)->OnLoadStart(browser, frame); });
+    };
+    m_struct->on_load_end = [](cef_load_handler_t* self, cef_browser_t* browser, cef_frame_t* frame,
+                               int) {
+        const cef_ref<cef_browser_t> held_browser(browser);
+        const cef_ref<cef_frame_t> held_frame(frame);
+        guarded("CefLoadHandler", [&] { decltype(m_struct)::of(self)->OnLoadEnd(browser, frame); });
     };
     m_struct->on_load_error = [](cef_load_handler_t* self, cef_browser_t* browser,
                                  cef_frame_t* frame, cef_errorcode_t error_code,
@@ -215,6 +221,13 @@ CefRequestHandler::CefRequestHandler() {
             if (handler) answer = handler->counted_handler();
         });
         return answer;
+    };
+    m_struct->on_render_process_terminated = [](cef_request_handler_t* self, cef_browser_t* browser,
+                                                cef_termination_status_t, int,
+                                                const cef_string_t*) {
+        const cef_ref<cef_browser_t> held(browser);
+        guarded("CefRequestHandler",
+                [&] { decltype(m_struct)::of(self)->OnRenderProcessTerminated(browser); });
     };
 }
 

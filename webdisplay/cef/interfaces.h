@@ -108,7 +108,8 @@ public:
     cef_load_handler_t* counted_load_handler() noexcept { return m_struct.counted(); }
 
     virtual void OnLoadingStateChange(cef_browser_t* browser, bool is_loading) = 0;
-    virtual void OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame, int http_status) = 0;
+    virtual void OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) = 0;
+    virtual void OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) = 0;
     virtual void OnLoadError(cef_browser_t* browser, cef_frame_t* frame, int error_code,
                              const std::string& error_text, const std::string& failed_url) = 0;
 
@@ -137,6 +138,8 @@ public:
     // On the runtime's IO thread; `frame` may be null. The answer's reference goes to the runtime;
     // empty lets the request pass.
     virtual own_ref<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) = 0;
+    // The page's process has gone, and the page with it. UI thread.
+    virtual void OnRenderProcessTerminated(cef_browser_t* browser) = 0;
 
 private:
     callback_struct<cef_request_handler_t, CefRequestHandler> m_struct{this};

@@ -1,0 +1,123 @@
+// loads_test.cpp - loads that fail, and loads whose page goes away under them.
+#include "tests/webdisplay/fake_runtime_test.h"
+
+namespace {
+
+using LoadsTest = FakeRuntimeTest;
+using strings = std::vector<std::string>;
+
+std::string last_loaded(const screen& s) {
+    zString url;
+    s->GetUrlForLastPageLoaded(url);
+    return std::string(url.View());
+}
+
+// --- failures
+
+TEST_F(LoadsTest, AFailedPageIsNotReportedAsLoadedToo) {
+    script().pages["http://bad/"].error = -105;
+    script().pages["http://bad/"].error_text = "ERR_NAME_NOT_RESOLVED";
+    start();
+    screen s(page("http://good/"));
+    show(s);
+    s->LoadUrl("http://bad/");
+    settle();
+    EXPECT_EQ(s.seen.events,
+              (strings{"loaded http://good/", "failed http://bad/: ERR_NAME_NOT_RESOLVED"}));
+    EXPECT_EQ(last_loaded(s), "http://good/");
+}
+
+TEST_F(LoadsTest, APageThatFailedIsReportedAsLoadedWhenItComesAfterAll) {
+    script().pages["http://bad/"].error = -105;
+    start();
+    screen s(page("http://bad/"));
+    ASSERT_TRUE(s->Open());
+    settle();
+    script().pages.clear();
+    s->LoadUrl("http://bad/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://bad/"); }));
+    EXPECT_EQ(last_loaded(s), "http://bad/");
+}
+
+TEST_F(LoadsTest, AnErrorPageOfTheServersOwnIsALoadedPage) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    fake().post([] { fake().load_end(1, true, 404, ""); });
+    settle();
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "loaded http://a/"}));
+}
+
+TEST_F(LoadsTest, AFailureInASubFrameLeavesThePageALoadedOne) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    fake().post([] {
+        fake().load_error(1, false, -6, "ERR_FILE_NOT_FOUND", "http://a/");
+        fake().load_end(1, true, 0, "");
+    });
+    settle();
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "failed http://a/: ERR_FILE_NOT_FOUND",
+                                      "loaded http://a/"}));
+}
+
+TEST_F(LoadsTest, APageAfterAFailureWhoseEndNeverCameIsReported) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    fake().post([] { fake().load_error(1, true, -6, "ERR_FILE_NOT_FOUND", "http://b/"); });
+    settle();
+    s->LoadUrl("http://b/");
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
+// --- a page whose process goes
+
+class LostPageTest : public FakeRuntimeTest {
+protected:
+    // A display whose page is still loading when its process ends.
+    void lose_page(screen& s) {
+        script().loading_outlives_renderer = true;
+        script().pages["http://a/"].never_ends = true;
+        start();
+        ASSERT_TRUE(s->Open());
+        ASSERT_TRUE(loop_until([&] { return s->IsLoading(); }));
+        settle();
+        fake().post([] { fake().kill_renderer(1); });
+        settle();
+        ASSERT_TRUE(fake().browser(1).loading);
+    }
+};
+
+TEST_F(LostPageTest, IsNotLoadingWhateverTheRuntimeSays) {
+    screen s(page("http://a/"));
+    lose_page(s);
+    EXPECT_FALSE(s->IsLoading());
+}
+
+TEST_F(LostPageTest, IsReplacedByTheNextPage) {
+    screen s(page("http://a/"));
+    lose_page(s);
+    s->LoadUrl("http://b/");
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+    EXPECT_EQ(last_loaded(s), "http://b/");
+}
+
+TEST_F(LostPageTest, IsReplacedByOnePageOnlyAndTheOthersWaitTheirTurn) {
+    screen s(page("http://a/"));
+    lose_page(s);
+    for (const char* url : {"http://b/", "http://c/", "http://d/"}) s->LoadUrl(url);
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://d/"); }));
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://b/", "loaded http://c/", "loaded http://d/"}));
+}
+
+TEST_F(LostPageTest, WithAPageWaitingBehindItWaitsForTheHost) {
+    screen s(page("http://a/"));
+    s->LoadUrl("http://b/");
+    lose_page(s);
+    EXPECT_EQ(s.seen.events, strings{});
+    s->LoadNextUrl();
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
+}  // namespace

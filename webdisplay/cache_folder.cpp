@@ -15,12 +15,12 @@ cache_folder::cache_folder(const std::string& preferred) {
         return;
     }
     use_private_folder();
-    if (preferred.empty() || m_path.empty()) return;
+    const std::string cause =
+        preferred.empty() ? "there is no folder for the cache"
+                          : "the cache folder " + preferred + " is in use or cannot be written";
     zTraceManager::Default()->TraceNote(
-        "cWebDisplayCEFBrowserManager: the cache folder %s is in use, this host keeps its data in "
-        "%s "
-        "until it ends\n",
-        preferred.c_str(), m_path.c_str());
+        "cWebDisplayCEFBrowserManager: %s, this host keeps its data in %s until it ends\n",
+        cause.c_str(), m_path.empty() ? "memory" : m_path.c_str());
 }
 
 void cache_folder::use_private_folder() {

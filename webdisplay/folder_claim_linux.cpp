@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -36,11 +37,15 @@ std::string link_target(const std::string& path) {
 }
 
 // The runtime marks a folder in use by a link to "host-pid". One left behind by a process of this
-// host that is gone is stale, and the runtime removes it itself; any other one it would refuse.
+// host that is gone is stale, and the runtime removes it itself; any other one it would refuse, and
+// a file of that name too.
 bool runtime_uses(const std::string& folder) {
-    const std::string owner = link_target(child(folder, "SingletonLock"));
+    const std::string lock = child(folder, "SingletonLock");
+    struct stat status {};
+    if (lstat(lock.c_str(), &status) != 0) return false;
+    const std::string owner = link_target(lock);
     const std::size_t dash = owner.rfind('-');
-    if (owner.empty() || dash == std::string::npos) return !owner.empty();
+    if (dash == std::string::npos) return true;
     char host[256] = {};
     gethostname(host, sizeof host - 1);
     const long pid = std::strtol(owner.c_str() + dash + 1, nullptr, 10);

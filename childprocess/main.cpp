@@ -1,5 +1,6 @@
 // main.cpp - CEFChildProcess: the browser runtime starts it for its renderer and other processes.
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "childprocess/page_bridge.h"
@@ -13,6 +14,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "CEFChildProcess: %s\n", failure.c_str());
         return 1;
     }
+    // The host asks before it starts the runtime, which would end the host if the helper failed.
+    if (argc == 2 && std::strcmp(argv[1], "--self-check") == 0) return 0;
     const own_ref<child_app> app(new child_app);
     const int code = cef_run_helper(argc, argv, app->counted_app());
     if (code >= 0) return code;

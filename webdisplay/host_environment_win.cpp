@@ -35,6 +35,12 @@ bool is_runnable(const std::string& path) {
     return GetBinaryTypeW(loam::wide_text(path).c_str(), &kind) != 0;
 }
 
+// What the system has found in the file when it was asked about it has to do.
+helper_trial try_helper(const std::string&) { return {}; }
+
+// There is no socket with a path here, and the system itself answers a folder that can be written.
+std::string temporary_folder_problem() { return {}; }
+
 ui_language user_language() {
     const LANGID language = GetUserDefaultUILanguage();
     return {static_cast<std::uint16_t>(PRIMARYLANGID(language)),

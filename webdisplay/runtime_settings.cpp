@@ -1,6 +1,7 @@
 // runtime_settings.cpp - see the header for the contract.
 #include "webdisplay/runtime_settings.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -28,12 +29,20 @@ std::string child(const std::string& folder, const char* name) {
     return zFSPath(folder.c_str()).GoChild(name);
 }
 
-bool holds_a_locale(const std::string& folder) {
+// Another region of the language serves the runtime too, and American English serves every one.
+bool serves(const std::filesystem::path& file, const std::string& language) {
+    const std::u8string name = file.filename().u8string();
+    return file.extension() == ".pak" &&
+           (name == u8"en-US.pak" ||
+            std::equal(language.begin(), language.end(), name.begin(), name.begin() + 2));
+}
+
+bool holds_locale(const std::string& folder, const std::string& locale) {
     std::error_code error;
     const std::filesystem::path path(reinterpret_cast<const char8_t*>(folder.c_str()));
     for (auto entry = std::filesystem::directory_iterator(path, error);
          !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        if (entry->path().extension() == ".pak") return true;
+        if (serves(entry->path(), locale.substr(0, 2))) return true;
     }
     return false;
 }
@@ -73,11 +82,12 @@ std::string runtime_paths::problem() const {
         return "The browser runtime's helper program " + child_process +
                " is missing or may not be run; install it beside the host program";
     }
-    if (!holds_a_locale(locales)) {
-        return "The folder " + locales +
-               " holds no locale of the browser runtime; copy or link the runtime's locales there";
+    const std::string locale = runtime_locale(user_language());
+    if (!holds_locale(locales, locale)) {
+        return "The folder " + locales + " holds no locale of the browser runtime for " + locale +
+               "; copy or link the runtime's locales there";
     }
-    return {};
+    return temporary_folder_problem();
 }
 
 runtime_settings::runtime_settings(const runtime_paths& paths, const std::string& cache,

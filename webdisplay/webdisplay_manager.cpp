@@ -46,12 +46,25 @@ std::shared_ptr<main_thread_timer> requests_of(const message_pump& pump) {
     return process().pacing == cWebDisplayPacing::OnRequest ? pump.timer() : nullptr;
 }
 
+// The helper program loads the runtime first: a library that is cut short ends the process that
+// opens it, and a helper that does not run makes the runtime end this one.
+bool load_runtime(const std::string& helper, std::string& failure) {
+    const helper_trial trial = try_helper(helper);
+    if (trial.end != helper_end::crashed && !cef_load(cef_folders(program_folder()), failure)) {
+        return false;
+    }
+    if (trial.end == helper_end::fine) return true;
+    failure = "The browser runtime's helper program " + helper + " does not work (" + trial.how +
+              "); run it with --self-check to see why, or install it and the runtime anew";
+    return false;
+}
+
 bool start_runtime(const message_pump& pump) {
     std::string& failure = process().failure;
     failure.clear();
     const runtime_paths paths = runtime_paths::find();
     failure = paths.problem();
-    if (!failure.empty() || !cef_load(cef_folders(program_folder()), failure)) return false;
+    if (!failure.empty() || !load_runtime(paths.child_process, failure)) return false;
 
     process().cache.emplace(paths.cache);
     runtime_settings settings(paths, process().cache->path(), process().cache->is_private());

@@ -52,6 +52,14 @@ protected:
         std::ofstream(folder / name) << content;
         return folder;
     }
+    static void copy_runtime(const fs::path& folder) {
+        fs::create_directories(folder);
+        for (const char* name : {"icudtl.dat", "v8_context_snapshot.bin"}) {
+            fs::copy_file(fake_folder() + "/" + name, folder / name);
+        }
+        const fs::path library = FAKE_RUNTIME_LIBRARY;
+        fs::copy_file(library, folder / library.filename());
+    }
     // Runs the probe, which stands in `folder`, and answers what it wrote.
     std::string run_probe(const fs::path& probe, const std::string& argument = "") const {
         const fs::path output = m_folder / "output";
@@ -120,9 +128,23 @@ TEST_F(StartupTest, ARuntimeWithAnotherHashIsNotUsed) {
     expect_everything_harmless();
 }
 
-TEST_F(StartupTest, ARuntimeThatDoesNotStartNamesItsExitCode) {
+TEST_F(StartupTest, ARuntimeWithoutItsDataIsNotUsedSinceItWouldEndTheProcess) {
+    const fs::path folder = m_folder / "runtime";
+    for (const char* name : {"icudtl.dat", "v8_context_snapshot.bin"}) {
+        fs::remove_all(folder);
+        copy_runtime(folder);
+        fs::remove(folder / name);
+        test_process::set_variable("CEF_ROOT", folder.string());
+        expect_failure(name, "install");
+        shut_down();
+    }
+    EXPECT_EQ(fake().initialisations(), 0);
+    expect_everything_harmless();
+}
+
+TEST_F(StartupTest, ARuntimeThatDoesNotStartNamesItsExitCodeAndItsLog) {
     script().init_exit_code = 21;
-    expect_failure("21", "log");
+    expect_failure("21", (m_folder / "config" / "Tarnhelm" / "cef_debug_log.txt").string());
     expect_everything_harmless();
     // Its timer goes on ticking, which must do no harm.
     loop_until([] { return fake().works() > 3; });
@@ -164,8 +186,7 @@ TEST_F(StartupTest, TheRuntimeIsLookedForBesideTheProgramToo) {
     test_process::clear_variable("CEF_ROOT");
     const fs::path probe = probe_in_new_folder(true, true);
     EXPECT_TRUE(has(run_probe(probe), "started 0\n"));
-    const fs::path library = FAKE_RUNTIME_LIBRARY;
-    fs::copy_file(library, probe.parent_path() / library.filename());
+    copy_runtime(probe.parent_path());
     const std::string said = run_probe(probe);
     EXPECT_TRUE(has(said, "started 1\n")) << said;
 }

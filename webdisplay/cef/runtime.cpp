@@ -7,6 +7,7 @@
 
 #include "loam/library.h"
 #include "webdisplay/cef/runtime_system.h"
+#include "webdisplay/cef/text.h"
 
 namespace pennywort {
 
@@ -64,6 +65,20 @@ bool check_version(const cef_functions& functions, std::string& failure) {
     return true;
 }
 
+// The runtime looks for these beside its library, and ends the process that starts it where one is
+// missing.
+bool check_data(const std::string& library, std::string& failure) {
+    const std::string folder = library.substr(0, library.find_last_of("/\\") + 1);
+    const auto has = [&](const char* name) { return !real_file(folder + name).empty(); };
+    const bool has_unicode = has("icudtl.dat");
+    if (has_unicode && (has("v8_context_snapshot.bin") || has("snapshot_blob.bin"))) return true;
+    failure = "The browser runtime's file " +
+              std::string(has_unicode ? "v8_context_snapshot.bin" : "icudtl.dat") +
+              " is not beside " + library +
+              "; install the runtime anew with scripts/get-runtime, or set CEF_ROOT to its folder";
+    return false;
+}
+
 }  // namespace
 
 const cef_functions& cef() noexcept { return g_functions; }
@@ -88,11 +103,15 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
     std::unique_ptr<zLibrary> library(zLibrary::Factory());
     if (!library || library->Load(path.c_str()) != 0) {
         failure = "The browser runtime " + path +
-                  " cannot be loaded: " + (library ? library->Error() : "out of memory");
+                  " cannot be loaded: " + (library ? library->Error() : "out of memory") +
+                  "; install it anew with scripts/get-runtime, or set CEF_ROOT to its folder";
         return false;
     }
     cef_functions functions;
-    if (!bind(*library, functions, failure) || !check_version(functions, failure)) return false;
+    if (!bind(*library, functions, failure) || !check_version(functions, failure) ||
+        !check_data(path, failure)) {
+        return false;
+    }
     library->Keep();
     g_functions = functions;
     g_loaded = true;
@@ -124,7 +143,8 @@ bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& fa
     guard->restore();
     if (!g_running) {
         failure = "The browser runtime did not start (exit code " +
-                  std::to_string(g_functions.cef_get_exit_code()) + "); its log file says more";
+                  std::to_string(g_functions.cef_get_exit_code()) + "); its log file " +
+                  utf8(&settings.log_file) + " says more";
     }
     return g_running;
 }

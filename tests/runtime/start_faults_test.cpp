@@ -1,0 +1,121 @@
+// start_faults_test.cpp - a browser runtime that cannot be had: the host goes on without pages, and
+// the program says why and what to do.
+#include <ostream>
+
+#include "start_fixture.h"
+
+namespace pennywort {
+namespace {
+
+struct fault {
+    const char* name;
+    const char* script;  // what is spoilt
+    const char* cause;
+    const char* remedy;
+};
+void PrintTo(const fault& one, std::ostream* out) { *out << one.name; }
+
+class StartFault : public StartTest, public testing::WithParamInterface<fault> {
+protected:
+    program_run run_spoilt(const std::string& command) const {
+        return run(GetParam().script + ("\n" + command));
+    }
+};
+
+TEST_P(StartFault, TheHostGoesOnWithoutPages) {
+    const program_run host = run_spoilt("probe");
+    SCOPED_TRACE(host.output + host.errors);
+    EXPECT_EQ(host.status, 0);
+    EXPECT_TRUE(line_of(host.output, "end") == "end");
+    const std::string start = line_of(host.output, "start");
+    EXPECT_EQ(start.substr(0, 10), "start 0 0 ");
+    EXPECT_TRUE(holds(start, GetParam().cause)) << start;
+    EXPECT_TRUE(holds(start, GetParam().remedy)) << start;
+    EXPECT_EQ(line_of(host.output, "opened"),
+              "opened 0 ticked 0 sent -1 loading 0 frames 0 left 0");
+    // Nothing has been begun that would keep a later start from saying the same.
+    EXPECT_EQ(line_of(host.output, "again"), "again" + start.substr(5));
+}
+
+TEST_P(StartFault, TheProgramNamesCauseAndRemedyInOneLineAndLeavesNoFile) {
+    const program_run program = run_spoilt("pennywort -o picture.y4m");
+    EXPECT_EQ(program.status, 1);
+    EXPECT_EQ(program.errors.substr(0, 11), "pennywort: ");
+    EXPECT_EQ(program.errors.find('\n'), program.errors.size() - 1) << program.errors;
+    EXPECT_TRUE(holds(program.errors, GetParam().cause)) << program.errors;
+    EXPECT_TRUE(holds(program.errors, GetParam().remedy)) << program.errors;
+    EXPECT_FALSE(has("picture.y4m"));
+}
+
+const std::string k_own_runtime =
+    "rm host/libcef.so\n"
+    "cp -l \"$runtime/libcef.so\" host/ 2>/dev/null || cp \"$runtime/libcef.so\" host/\n"
+    "ln -s \"$runtime\"/*.{dat,bin,pak} host/\n";
+const std::string k_no_icu_data = k_own_runtime + "rm host/icudtl.dat";
+const std::string k_no_snapshot = k_own_runtime + "rm host/*.bin";
+
+const fault k_library_faults[] = {
+    {"NoLibrary", "rm host/libcef.so", "(libcef.so) is not in", "get-runtime"},
+    {"ALinkToNowhere", "ln -sfn nowhere host/libcef.so", "is not in", "get-runtime"},
+    {"AnEmptyFolderOfTheUsers", "mkdir empty; export CEF_ROOT=$PWD/empty", "/empty;", "CEF_ROOT"},
+    {"AFolderOfTheName", "rm host/libcef.so; mkdir host/libcef.so", "cannot be loaded", "CEF_ROOT"},
+    {"AFileOfText", "rm host/libcef.so; echo text >host/libcef.so", "cannot be loaded",
+     "get-runtime"},
+    {"AnEmptyFile", "rm host/libcef.so; touch host/libcef.so", "cannot be loaded", "get-runtime"},
+    {"TheBeginningOfTheLibrary",
+     "rm host/libcef.so; head -c 1000000 \"$runtime/libcef.so\" >host/libcef.so", "ended by signal",
+     "--self-check"},
+    {"AnotherLibrary", "cp --remove-destination \"$beside/libloam.so.0\" host/libcef.so",
+     "lacks the function cef_api_hash", "CEF_ROOT"},
+    {"OneFunctionMissing", "export CEF_ROOT='" FAKE_RUNTIME_MISSING_EXPORT_FOLDER "'",
+     "lacks the function cef_get_exit_code", "CEF_ROOT"},
+    {"AnotherHash",
+     "cp --remove-destination '" OTHER_HASH_LIBRARY
+     "' host/libcef.so; mkdir host/real; ln -s \"$runtime/libcef.so\" host/real/",
+     "hash 0123456789abcdef0123456789abcdef01234567", "install the runtime"},
+    {"NoUnicodeData", k_no_icu_data.c_str(), "icudtl.dat", "get-runtime"},
+    {"NoSnapshot", k_no_snapshot.c_str(), "snapshot", "get-runtime"},
+};
+const fault k_folder_faults[] = {
+    {"NoHelper", "rm host/CEFChildProcess", "CEFChildProcess is missing", "beside the host"},
+    {"AHelperThatMayNotRun", "chmod a-x host/CEFChildProcess", "may not be run", "install it"},
+    {"AFolderAsHelper", "rm host/CEFChildProcess; mkdir host/CEFChildProcess", "is missing",
+     "install it"},
+    {"AHelperThatIsNoProgram", "echo text >host/CEFChildProcess", "does not work", "--self-check"},
+    {"AHelperThatEndsAtOnce", "printf '#!/bin/sh\\nexit 127' >host/CEFChildProcess", "status 127",
+     "--self-check"},
+    {"AHelperThatFindsNoRuntime",
+     "mkdir apart; mv host/CEFChildProcess apart/; cp -P host/lib{loam,pennywort}* apart/;"
+     "ln -s ../apart/CEFChildProcess host/",
+     "status 1", "--self-check"},
+    {"NoLocales", "rm host/rsrc/ChromeLocales", "ChromeLocales", "copy or link"},
+    {"ALinkToNoLocales", "ln -sfn nowhere host/rsrc/ChromeLocales", "ChromeLocales",
+     "copy or link"},
+    {"AnEmptyFolderOfLocales", "rm host/rsrc/ChromeLocales; mkdir host/rsrc/ChromeLocales",
+     "ChromeLocales", "copy or link"},
+    {"LocalesOfOtherLanguagesOnly",
+     "rm host/rsrc/ChromeLocales; mkdir host/rsrc/ChromeLocales;"
+     "cp \"$runtime\"/locales/da.pak host/rsrc/ChromeLocales/",
+     "ChromeLocales", "copy or link"},
+    {"NoFolderForTemporaryFiles", "export TMPDIR=/proc/nowhere", "/proc/nowhere", "set TMPDIR"},
+    {"TooLongAFolderForTemporaryFiles",
+     "export TMPDIR=$PWD/tmp/$(printf 'x%.0s' {1..90}); mkdir $TMPDIR", "is too long",
+     "set TMPDIR"},
+};
+
+std::string name_of(const testing::TestParamInfo<fault>& one) { return one.param.name; }
+INSTANTIATE_TEST_SUITE_P(Library, StartFault, testing::ValuesIn(k_library_faults), name_of);
+INSTANTIATE_TEST_SUITE_P(Folder, StartFault, testing::ValuesIn(k_folder_faults), name_of);
+
+// A machine without a display, and no switch that says so.
+TEST_F(StartTest, AStartThatTheRuntimeRefusesNamesItsLog) {
+    const program_run program = run("unset DISPLAY WAYLAND_DISPLAY\npennywort --gpu");
+    EXPECT_EQ(program.status, 1);
+    EXPECT_TRUE(holds(program.errors, "exit code 1")) << program.errors;
+    EXPECT_TRUE(holds(program.errors, "/config/Tarnhelm/cef_debug_log.txt")) << program.errors;
+    EXPECT_TRUE(has("config/Tarnhelm/cef_debug_log.txt"));
+    EXPECT_EQ(program.errors.find('\n'), program.errors.size() - 1) << program.errors;
+}
+
+}  // namespace
+}  // namespace pennywort

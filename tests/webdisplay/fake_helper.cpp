@@ -1,2 +1,3 @@
-// fake_helper.cpp - stands where a host looks for the runtime's helper program; all is well with it.
+// fake_helper.cpp - stands where a host looks for the runtime's helper program; all is well with
+// it.
 int main() { return 0; }

@@ -9,8 +9,15 @@
 
 namespace {
 
+// The first call tells only that the headers are there: answered then, the connection would be
+// closed after each answer.
 MHD_Result answer(void*, MHD_Connection* connection, const char*, const char*, const char*,
-                  const char*, size_t*, void**) {
+                  const char*, size_t*, void** has_begun) {
+    static char begun;
+    if (*has_begun == nullptr) {
+        *has_begun = &begun;
+        return MHD_YES;
+    }
     static MHD_Response* const response = MHD_create_response_from_buffer(
         answer_text().size(), const_cast<char*>(answer_text().data()), MHD_RESPMEM_PERSISTENT);
     return MHD_queue_response(connection, MHD_HTTP_OK, response);

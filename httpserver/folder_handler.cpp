@@ -37,8 +37,8 @@ zStatus send_head(zSocket* socket, const zString& extension, std::int64_t size) 
     std::string head;
     pennywort::append_head(head, 200, pennywort::after_answer::keep_alive,
                            cHttpFolderHandler::ContentTypeOf(extension.CString()), size);
-    const std::int32_t flags = size > 0 ? zSocket::k_more_follows : 0;
-    return socket->Send(head.data(), static_cast<std::int32_t>(head.size()), flags,
+    if (size > 0) socket->MoreFollows();
+    return socket->Send(head.data(), static_cast<std::int32_t>(head.size()), 0,
                         pennywort::k_send_timeout_ms);
 }
 

@@ -26,12 +26,11 @@ std::string_view view(const char* text) {
 }
 
 // The system's calls count in 32 bits.
-zStatus send_all(zSocket& socket, std::string_view bytes, std::int32_t flags) {
+zStatus send_all(zSocket& socket, std::string_view bytes) {
     while (true) {
         const auto length = static_cast<std::int32_t>(
             std::min<std::size_t>(bytes.size(), std::numeric_limits<std::int32_t>::max()));
-        const zStatus status =
-            socket.Send(bytes.data(), length, flags, pennywort::k_send_timeout_ms);
+        const zStatus status = socket.Send(bytes.data(), length, 0, pennywort::k_send_timeout_ms);
         bytes.remove_prefix(static_cast<std::size_t>(length));
         if (status != pennywort::k_ok || bytes.empty()) return status;
     }
@@ -66,17 +65,18 @@ const char* cHttpHandler::ServerString() { return "Server: nimb_httpd/0.1.0\r\n"
 
 zStatus cHttpHandler::SendString(zSocket* socket, const char* data) {
     if (socket == nullptr) return pennywort::k_failed;
-    return send_all(*socket, view(data), 0);
+    return send_all(*socket, view(data));
 }
 
-// With a body to come the head waits for it, so that the two leave as one piece.
+// In a server, with a body to come, the head waits for it, so that the two leave as one piece.
 void cHttpHandler::SendHeaders(zSocket* socket, std::int32_t contentLength,
                                const char* contentType) {
     if (socket == nullptr) return;
     std::string& head = scratch();
     pennywort::append_head(head, 200, pennywort::after_answer::keep_alive, view(contentType),
                            contentLength);
-    send_all(*socket, head, contentLength > 0 ? zSocket::k_more_follows : 0);
+    if (contentLength > 0) socket->MoreFollows();
+    send_all(*socket, head);
 }
 
 void cHttpHandler::Send404(zSocket* socket) {
@@ -89,7 +89,7 @@ zStatus cHttpHandler::SendBytes(zSocket* socket, const char* data, std::int64_t 
     if (socket == nullptr || length < 0 || (data == nullptr && length > 0)) {
         return pennywort::k_failed;
     }
-    return send_all(*socket, {data, static_cast<std::size_t>(length)}, 0);
+    return send_all(*socket, {data, static_cast<std::size_t>(length)});
 }
 
 zStatus cHttpHandler::SendAnswer(zSocket* socket, std::int32_t status, const char* contentType,
@@ -102,8 +102,8 @@ zStatus cHttpHandler::SendAnswer(zSocket* socket, std::int32_t status, const cha
                            length);
     if (length <= k_one_piece) {
         answer.append(data, static_cast<std::size_t>(length));
-        return send_all(*socket, answer, 0);
+        return send_all(*socket, answer);
     }
-    const zStatus sent = send_all(*socket, answer, zSocket::k_more_follows);
+    const zStatus sent = send_all(*socket, answer);
     return sent != pennywort::k_ok ? sent : SendBytes(socket, data, length);
 }

@@ -418,6 +418,7 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     zStatus status = k_failed;
     std::unique_ptr<cHttpBody> pieces;
     bool is_taken = false;
+    connection.socket->BeginCollecting(&state.collected);
     for (std::size_t i = 0; !is_taken; ++i) {
         const pennywort::handler_reference handler(m_handlers->take(i));
         if (handler.get() == nullptr) break;
@@ -426,12 +427,8 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     }
     connection.since = state.now;
     empty(connection);
-    // The head may still wait for the first piece.
-    if (pieces != nullptr) {
-        begin_pieces(connection, close, std::move(pieces));
-    } else {
-        connection.socket->Flush();
-    }
+    if (pieces != nullptr) begin_pieces(connection, close, std::move(pieces));
+    connection.socket->EndCollecting(pennywort::k_send_timeout_ms);
     return status;
 }
 

@@ -72,7 +72,7 @@ public:
     // the socket's status, zSocket::k_timed_out then.
     static zStatus SendString(zSocket* socket, const char* data);
     // Sends the head of a successful answer whose body of `contentLength` bytes the caller sends
-    // next; until then, for a fifth of a second at most, the head may wait for it.
+    // next. Within a server's call the head waits for that, or for the call's end.
     static void SendHeaders(zSocket* socket, std::int32_t contentLength, const char* contentType);
     // Sends a page that says "Not Found", as a successful answer: hosts' clients rely on the 200.
     // cHttpNotFoundHandler sends a real 404.

@@ -224,6 +224,7 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
     if (received == nullptr) return k_failed;
     *received = 0;
     if (buffer == nullptr || size <= 0) return k_failed;
+    send_some_collected();
     const auto count = loam::unless_interrupted(
         [&] { return ::recv(native(m_handle), buffer, static_cast<std::size_t>(size), 0); });
     if (count < 0) return failure("recv");
@@ -231,55 +232,32 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
     return 0;
 }
 
-zStatus zSocket::Send(const char* data, std::int32_t length, std::int32_t flags,
-                      std::int32_t timeout) {
-    if (!IsOpen() || length < 0 || (data == nullptr && length > 0)) return k_failed;
-    if (length == 0) return 0;
-    const int more = (flags & k_more_follows) != 0 ? MSG_MORE : 0;
-    std::int32_t sent = 0;
-    auto step = [&] {
-        const auto count = loam::unless_interrupted([&] {
-            return ::send(native(m_handle), data + sent, static_cast<std::size_t>(length - sent),
-                          MSG_NOSIGNAL | more);
-        });
-        if (count > 0) sent += static_cast<std::int32_t>(count);
-        return count < 0 ? failure("send") : 0;
-    };
+zStatus zSocket::send_now(const char* data, std::int32_t length, std::int32_t timeout) {
     // Nearly always there is room for all of it, and no clock is needed.
-    zStatus status = step();
-    m_holds_back = more != 0;
+    std::int32_t sent = 0;
+    zStatus status = send_some_now(data, length, &sent);
     if (status == 0 && sent == length) return 0;
     const countdown time(timeout);
-    while (status == k_not_now || (status == 0 && sent < length)) {
+    std::int32_t done = sent;
+    while (status == k_not_now || (status == 0 && done < length)) {
         status = wait_writable(m_handle, time.left());
-        if (status == 0) status = step();
+        if (status == 0) status = send_some_now(data + done, length - done, &sent);
+        if (status == 0) done += sent;
     }
     return status;
 }
 
-zStatus zSocket::SendSome(const char* data, std::int32_t length, std::int32_t* sent) {
-    if (sent == nullptr) return k_failed;
-    *sent = 0;
-    if (!IsOpen() || length < 0 || (data == nullptr && length > 0)) return k_failed;
-    if (length == 0) return 0;
+zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent) {
     const auto count = loam::unless_interrupted([&] {
         return ::send(native(m_handle), data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
     });
     if (count < 0) return failure("send");
-    m_holds_back = false;
     *sent = static_cast<std::int32_t>(count);
     return 0;
 }
 
-// To set the option makes the system send what it holds, also when it was set before.
-void zSocket::Flush() {
-    if (!m_holds_back) return;
-    m_holds_back = false;
-    SetNoDelay(true);
-}
-
 zStatus zSocket::EndSending() {
-    m_holds_back = false;
+    send_some_collected();
     return checked("shutdown", ::shutdown(native(m_handle), SHUT_WR));
 }
 
@@ -334,12 +312,11 @@ bool zSocket::IsNoDelay() const {
     return answer == 0 && value != 0;
 }
 
-void zSocket::Close() {
+void zSocket::close_handle() {
     // Not repeated when a signal interrupts it: the descriptor is free by then, and may already be
     // another thread's.
     if (IsOpen()) ::close(native(m_handle));
     m_handle = -1;
-    m_holds_back = false;
 }
 
 void zSocket::Reset() {
@@ -347,7 +324,8 @@ void zSocket::Reset() {
     if (IsOpen()) {
         ::setsockopt(native(m_handle), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
-    Close();
+    if (m_collected != nullptr) m_collected->clear();
+    close_handle();
 }
 
 zStatus zSocket::Select(zHeap<_zSocket_select*>* set, std::int32_t timeout, std::int32_t* ready,

@@ -257,42 +257,38 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
     if (received == nullptr) return k_failed;
     *received = 0;
     if (buffer == nullptr || size <= 0) return k_failed;
+    send_some_collected();
     const int count = ::recv(native(m_handle), buffer, piece(size), 0);
     if (count == SOCKET_ERROR) return failure("recv");
     *received = count;
     return 0;
 }
 
-zStatus zSocket::Send(const char* data, std::int32_t length, std::int32_t, std::int32_t timeout) {
-    if (!IsOpen() || length < 0 || (data == nullptr && length > 0)) return k_failed;
+zStatus zSocket::send_now(const char* data, std::int32_t length, std::int32_t timeout) {
     std::int32_t sent = 0;
-    zStatus status = SendSome(data, length, &sent);
+    zStatus status = send_some_now(data, length, &sent);
     if (status == 0 && sent == length) return 0;
     const countdown time(timeout);
     std::int32_t done = sent;
     while (status == k_not_now || (status == 0 && done < length)) {
         status = wait_writable(m_handle, time.left());
-        if (status == 0) status = SendSome(data + done, length - done, &sent);
+        if (status == 0) status = send_some_now(data + done, length - done, &sent);
         if (status == 0) done += sent;
     }
     return status;
 }
 
-zStatus zSocket::SendSome(const char* data, std::int32_t length, std::int32_t* sent) {
-    if (sent == nullptr) return k_failed;
-    *sent = 0;
-    if (!IsOpen() || length < 0 || (data == nullptr && length > 0)) return k_failed;
-    if (length == 0) return 0;
+zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent) {
     const int count = ::send(native(m_handle), data, piece(length), 0);
     if (count == SOCKET_ERROR) return failure("send");
     *sent = count;
     return 0;
 }
 
-// Nothing is ever held back here.
-void zSocket::Flush() { m_holds_back = false; }
-
-zStatus zSocket::EndSending() { return checked("shutdown", ::shutdown(native(m_handle), SD_SEND)); }
+zStatus zSocket::EndSending() {
+    send_some_collected();
+    return checked("shutdown", ::shutdown(native(m_handle), SD_SEND));
+}
 
 // A port of old connections can be taken without any option here. What SO_REUSEADDR would allow is
 // to take a port away from whoever uses it; this one forbids that to others.
@@ -356,10 +352,9 @@ bool zSocket::IsNoDelay() const {
     return answer == 0 && value != 0;
 }
 
-void zSocket::Close() {
+void zSocket::close_handle() {
     if (IsOpen()) ::closesocket(native(m_handle));
     m_handle = -1;
-    m_holds_back = false;
 }
 
 void zSocket::Reset() {
@@ -368,7 +363,8 @@ void zSocket::Reset() {
         ::setsockopt(native(m_handle), SOL_SOCKET, SO_LINGER,
                      reinterpret_cast<const char*>(&at_once), sizeof at_once);
     }
-    Close();
+    if (m_collected != nullptr) m_collected->clear();
+    close_handle();
 }
 
 zStatus zSocket::Select(zHeap<_zSocket_select*>* set, std::int32_t timeout, std::int32_t* ready,

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "loam/export.h"
 #include "loam/heap.h"
@@ -62,10 +63,6 @@ public:
     static constexpr std::int32_t k_writable = 2;
     static constexpr std::int32_t k_readable = 4;
 
-    // A flag of Send: more follows at once, so a short piece may wait for it, a fifth of a second
-    // at most. A system that cannot wait sends at once.
-    static constexpr std::int32_t k_more_follows = 1;
-
     // The longest wait: as a time-out, any negative number.
     static constexpr std::int32_t k_no_time_out = -1;
 
@@ -88,7 +85,7 @@ public:
     // At most `size` bytes. 0 bytes with status 0: the peer has ended its sending.
     virtual zStatus Receive(char* buffer, std::int32_t size, std::int32_t* received);
     // Sends all bytes, waiting for room at most `timeout` milliseconds in all. On a failure some
-    // may have been sent.
+    // may have been sent. Pass 0 for the flags.
     virtual zStatus Send(const char* data, std::int32_t length, std::int32_t flags,
                          std::int32_t timeout);
 
@@ -106,8 +103,16 @@ public:
 
     // Sends what there is room for now; `sent` is set also on a failure. k_not_now: no room.
     zStatus SendSome(const char* data, std::int32_t length, std::int32_t* sent);
-    // Sends what k_more_follows still holds back.
-    void Flush();
+
+    // From here to EndCollecting a short piece that MoreFollows announced waits in `pieces`, which
+    // is empty and not owned, for the next one, so that a head and its body leave as one. The next
+    // Send takes it along, and so do SendSome, Receive, EndSending and Close.
+    void BeginCollecting(std::string* pieces);
+    // Sends what still waits, as Send does.
+    zStatus EndCollecting(std::int32_t timeout);
+    // The next piece for Send is not the last. Says nothing unless pieces are collected.
+    void MoreFollows();
+
     // Tells the peer that nothing more will be sent; receiving goes on.
     zStatus EndSending();
     // Sends small pieces at once instead of collecting them.
@@ -131,7 +136,16 @@ protected:
     zSocket();
 
 private:
+    zStatus send_now(const char* data, std::int32_t length, std::int32_t timeout);
+    zStatus send_some_now(const char* data, std::int32_t length, std::int32_t* sent);
+    bool has_collected() const;
+    zStatus send_collected(std::int32_t timeout);
+    zStatus send_some_joined(const char* data, std::int32_t length, std::int32_t* sent);
+    void send_some_collected();
+    void close_handle();
+
     std::intptr_t m_handle = -1;
+    std::string* m_collected = nullptr;
+    bool m_more_follows = false;
     bool m_is_ipv6 = false;
-    bool m_holds_back = false;
 };

@@ -231,6 +231,7 @@ private:
     void start();
     void listen();
     void serve_round();
+    zStatus wait_for_events(std::int32_t bound, std::int32_t& ready);
     void serve_connections(std::int32_t ready);
     void serve_connection(pennywort::http_connection& connection, bool& close);
     zStatus handle_client_read(pennywort::http_connection& connection, bool& close);

@@ -181,7 +181,8 @@ TEST_F(CollectingTest, KeepsItsPlaceWhereThereIsNoRoom) {
         EXPECT_EQ(status, zSocket::k_not_now);
         EXPECT_EQ(m_near->EndCollecting(k_long_ms), 0);
     }
-    EXPECT_EQ(all + receive(4 + rest), std::string(before, 'x') + std::string("headbody", 4 + rest));
+    EXPECT_EQ(all + receive(4 + rest),
+              std::string(before, 'x') + std::string("headbody", 4 + rest));
 }
 
 }  // namespace

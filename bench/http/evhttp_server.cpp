@@ -34,6 +34,8 @@ int main() {
     evhttp_set_gencb(server, &answer, nullptr);
     evhttp_bound_socket* const bound = evhttp_bind_socket_with_handle(server, "127.0.0.1", 0);
     if (bound == nullptr) return 1;
+    // Its own backlog of 128 has clients try again after a second.
+    listen(evhttp_bound_socket_get_fd(bound), 1024);
     std::printf("%d\n", port_of(evhttp_bound_socket_get_fd(bound)));
     std::fflush(stdout);
     event_base_dispatch(base);

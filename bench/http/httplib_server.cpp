@@ -1,6 +1,7 @@
 // httplib_server.cpp - cpp-httplib of the comparison, with a thread for each connection, as many as
-// the arguments says. Prints its port, serves until it is ended by a signal.
+// the argument says. Prints its port, serves until it is ended by a signal.
 #include <httplib.h>
+#include <sys/socket.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +20,12 @@ int main(int argc, char** argv) {
     server.Get("/", [](const httplib::Request&, httplib::Response& response) {
         response.set_content(answer_text(), "text/plain");
     });
-    std::printf("%d\n", server.bind_to_any_port("127.0.0.1"));
+    int listener = -1;
+    server.set_socket_options([&](int socket) { listener = socket; });
+    const int port = server.bind_to_any_port("127.0.0.1");
+    // Its own backlog of 5 has clients try again after a second.
+    listen(listener, 1024);
+    std::printf("%d\n", port);
     std::fflush(stdout);
     server.listen_after_bind();
 }

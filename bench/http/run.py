@@ -95,6 +95,24 @@ def print_rates(results, names, widths):
         print(f"| {name} | " + " | ".join(cells) + " |", flush=True)
 
 
+def print_ratios(results, names, widths):
+    """How each of ours compares to the best of the others."""
+    def median(name, width):
+        return statistics.median(rate for rate, _, _ in results[name, width])
+
+    own = [name for name in names if SERVERS[name][0] == "http_bench_own"]
+    peers = [name for name in names if name not in own]
+    if not own or not peers:
+        return
+    print("\n| beside the best peer | " + " | ".join(f"{width} connections" for width in widths) + " |")
+    print("|---|" + "---|" * len(widths))
+    best = {width: max(peers, key=lambda name: median(name, width)) for width in widths}
+    for name in own:
+        cells = [f"{median(name, width) / median(best[width], width):.2f} of {best[width]}"
+                 for width in widths]
+        print(f"| {name} | " + " | ".join(cells) + " |", flush=True)
+
+
 def read_answer(connection):
     data = b""
     while b"\r\n\r\n" not in data:
@@ -179,6 +197,7 @@ def main():
     if not options.skip_rate:
         results = rates(folder, names, widths, options.rounds, options.seconds)
         print_rates(results, names, widths)
+        print_ratios(results, names, widths)
     if not options.skip_memory:
         print_memory(folder, names, min(options.rounds, 3))
     if not options.skip_parsing:

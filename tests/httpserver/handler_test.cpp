@@ -1,9 +1,11 @@
 // handler_test.cpp - what cHttpHandler writes, byte for byte, on a connection without a server.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "httpserver.h"
 #include "tests/httpserver/test_client.h"
@@ -107,6 +109,57 @@ TEST_F(HandlerTest, WritesTheLengthAsItIs) {
     EXPECT_EQ(all_that_was_sent(),
               "HTTP/1.1 200 OK\r\nConnection: Keep-Alive\r\nServer: nimb_httpd/0.1.0\r\n"
               "Content-Type: \r\nContent-Length: -1\r\n\r\n");
+}
+
+// Notes what is sent, and how, in place of sending it.
+class noting_socket final : public zSocket {
+public:
+    struct piece {
+        std::string bytes;
+        std::int32_t flags;
+        std::int32_t timeout;
+    };
+
+    zStatus Send(const char* data, std::int32_t length, std::int32_t flags,
+                 std::int32_t timeout) override {
+        pieces.push_back({length > 0 ? std::string(data, static_cast<std::size_t>(length)) : "",
+                          flags, timeout});
+        return answer;
+    }
+
+    std::vector<piece> pieces;
+    zStatus answer = 0;
+};
+
+TEST(Handler, SendsEachTextByOneCallThatWaitsFiveSeconds) {
+    noting_socket socket;
+    EXPECT_EQ(cHttpHandler::SendString(&socket, "text"), 0);
+    EXPECT_EQ(cHttpHandler::SendString(&socket, nullptr), 0);
+    cHttpHandler::SendHeaders(&socket, 7, "a/b");
+    cHttpHandler::Send404(&socket);
+    ASSERT_EQ(socket.pieces.size(), 5u);
+    const char* const parts[] = {"text", "", "Content-Type: a/b\r\nContent-Length: 7\r\n\r\n",
+                                 "Content-Length: 126\r\n\r\n", k_page};
+    for (std::size_t i = 0; i < 5; ++i) {
+        const noting_socket::piece& sent = socket.pieces[i];
+        const std::string part = parts[i];
+        const std::size_t rest = sent.bytes.size() - std::min(sent.bytes.size(), part.size());
+        EXPECT_EQ(sent.bytes.substr(rest), part);
+        EXPECT_EQ(sent.flags, 0);
+        EXPECT_EQ(sent.timeout, 5000);
+    }
+    EXPECT_EQ(socket.pieces[0].bytes, "text");
+    EXPECT_EQ(socket.pieces[1].bytes, "");
+}
+
+TEST(Handler, GivesAnyStatusOfTheSocketAsItIs) {
+    noting_socket socket;
+    for (const zStatus status : {zSocket::k_timed_out, zSocket::k_lost, -777}) {
+        socket.answer = status;
+        EXPECT_EQ(cHttpHandler::SendString(&socket, "text"), status);
+        EXPECT_EQ(cHttpHandler::SendBytes(&socket, "text", 4), status);
+        EXPECT_EQ(cHttpHandler::SendAnswer(&socket, 200, "a/b", "text", 4), status);
+    }
 }
 
 // Not collected for the acknowledgement of the peer, nor held for ever for a body that fails to

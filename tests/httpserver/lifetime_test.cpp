@@ -2,6 +2,7 @@
 // handlers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -152,6 +153,50 @@ TEST(Lifetime, EndsWithConnectionsAtEveryStage) {
         server.reset();
         EXPECT_TRUE(client.is_ended()) << length;
     }
+}
+
+// A body without end, of which the peer takes as little as it likes.
+class endless_body final : public cHttpBody {
+public:
+    std::int64_t Size() override { return std::int64_t{1} << 40; }
+    std::int32_t ReadAt(std::int64_t, char* into, std::int32_t size) override {
+        std::fill_n(into, size, 'e');
+        return size;
+    }
+};
+
+class endless_handler final : public cHttpHandler {
+public:
+    bool CanHandle(std::int32_t, const zString&, const zString&, const zString&,
+                   const char*) override {
+        return true;
+    }
+    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t, const zString&,
+                                              const zString&, const zString&, const char*,
+                                              zStatus& status) override {
+        SendHeaders(socket, 0x7fffffff, "text/plain");
+        status = 0;
+        return std::make_unique<endless_body>();
+    }
+};
+
+TEST(Lifetime, EndsWhileAnAnswerIsOnItsWayAndWhileARefusedPeerParts) {
+    cHttpServerSettings settings;
+    settings.answerBadRequests = true;
+    auto server = std::make_unique<cHttpServer>(0, k_buffer, settings);
+    const auto handler = make<endless_handler>();
+    server->InstallHandler(*handler);
+    test_client answered(server->ListenPort());
+    answered.send(get_request("/"));
+    EXPECT_EQ(answered.receive(15), "HTTP/1.1 200 OK");
+    test_client refused(server->ListenPort());
+    refused.send("\r\n\r\n");
+    EXPECT_EQ(refused.receive(12), "HTTP/1.1 400");
+    server.reset();
+    EXPECT_TRUE(refused.is_ended());
+    EXPECT_TRUE(answered.is_ended());
+    EXPECT_EQ(handler->AddRef(), 2);
+    EXPECT_EQ(handler->Release(), 1);
 }
 
 TEST(Lifetime, HandlersMayBeInstalledWhileRequestsAreServed) {

@@ -1,6 +1,55 @@
-// loam/library.cpp - the parts of zLibrary that no system does differently. Twins of the rest:
-// library_linux.cpp, library_win.cpp.
+// loam/library.cpp - see the header for the contract. The system's part is in native_library.h.
 #include "loam/library.h"
+
+#include <new>
+#include <string>
+
+#include "loam/native_library.h"
+
+namespace {
+
+class library final : public zLibrary {
+public:
+    ~library() override { unload(); }
+
+    zStatus Load(const char* name) override {
+        unload();
+        if (name == nullptr || *name == '\0') {
+            m_error = "no name";
+            return -1;
+        }
+        m_handle = loam::open_library(name, m_error);
+        return m_handle == nullptr ? -1 : 0;
+    }
+
+    void* Symbol(const char* name) override {
+        if (m_handle == nullptr || name == nullptr) {
+            m_error = m_handle == nullptr ? "no library is loaded" : "no name";
+            return nullptr;
+        }
+        return loam::symbol_of(m_handle, name, m_error);
+    }
+
+    void Unload() override { unload(); }
+    void Keep() override { m_keep = true; }
+    bool IsLoaded() const override { return m_handle != nullptr; }
+    const char* Error() const override { return m_error.c_str(); }
+
+private:
+    void unload() {
+        if (m_handle != nullptr && !m_keep) loam::close_library(m_handle);
+        m_handle = nullptr;
+        m_keep = false;
+    }
+
+    void* m_handle = nullptr;
+    bool m_keep = false;
+    std::string m_error;
+};
+
+}  // namespace
 
 zLibrary::zLibrary() = default;
 zLibrary::~zLibrary() = default;
+
+zLibrary* zLibrary::Factory() { return new (std::nothrow) library(); }

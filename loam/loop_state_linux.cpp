@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "loam/ended_loop.h"
 #include "loam/loop_state.h"
 #include "loam/message_loop.h"
 #include "loam/posted_work.h"
@@ -157,19 +158,6 @@ private:
     GSource* const m_source;
     posted_work m_work;
     std::atomic<bool> m_quit{false};
-};
-
-// What a thread has in the last moments of its life, when its loops are gone.
-class ended_loop final : public loop_state {
-public:
-    static std::shared_ptr<zMessageLoop> make_handle() {
-        return handle_of(std::make_shared<ended_loop>());
-    }
-
-    void run() override {}
-    bool run_once(std::uint32_t) override { return false; }
-    zStatus post(std::function<void()>) override { return -1; }
-    void request_quit() override {}
 };
 
 // Has no destructor, unlike the loops, so that it can be asked after they have gone.

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <utility>
 
+#include "loam/ended_loop.h"
 #include "loam/loop_state.h"
 #include "loam/message_loop.h"
 #include "loam/posted_work.h"
@@ -173,19 +174,6 @@ LRESULT CALLBACK work_procedure(HWND window, UINT message, WPARAM wparam, LPARAM
     if (loop != nullptr) loop->take_turn();
     return 0;
 }
-
-// What a thread has in the last moments of its life, when its loop is gone.
-class ended_loop final : public loop_state {
-public:
-    static std::shared_ptr<zMessageLoop> make_handle() {
-        return handle_of(std::make_shared<ended_loop>());
-    }
-
-    void run() override {}
-    bool run_once(std::uint32_t) override { return false; }
-    zStatus post(std::function<void()>) override { return -1; }
-    void request_quit() override {}
-};
 
 struct thread_entry {
     std::shared_ptr<queue_loop> loop;

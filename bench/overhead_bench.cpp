@@ -104,8 +104,9 @@ void check(benchmark::State& state, const painted_display& display, const void* 
     state.counters["allocations"] = static_cast<double>(allocated);
 }
 
-// The callback whole, from the question for the handler to the release of it.
-void paint_callback(benchmark::State& state) {
+// Runs `one_frame(display, pixels, size)` for each round on a display that has painted before.
+template <class OneFrame>
+void measure(benchmark::State& state, const OneFrame& one_frame) {
     const size_case size = k_sizes[state.range(0)];
     const std::vector<std::uint32_t> pixels(static_cast<std::size_t>(size.width) * size.height);
     painted_display display;
@@ -113,28 +114,27 @@ void paint_callback(benchmark::State& state) {
     const std::uint64_t before = allocations();
     std::uint64_t after = before;
     for (auto _ : state) {
-        display.paint(pixels, size.width, size.height);
+        one_frame(display, pixels, size);
         after = allocations();
     }
     check(state, display, pixels.data(), after - before);
 }
 
+// The callback whole, from the question for the handler to the release of it.
+void paint_callback(benchmark::State& state) {
+    measure(state, [](painted_display& display, const auto& pixels, size_case size) {
+        display.paint(pixels, size.width, size.height);
+    });
+}
+
 // The way to the renderer only, with the two readings of the clock in it.
 void callback_to_renderer(benchmark::State& state) {
-    const size_case size = k_sizes[state.range(0)];
-    const std::vector<std::uint32_t> pixels(static_cast<std::size_t>(size.width) * size.height);
-    painted_display display;
-    display.paint(pixels, size.width, size.height);
-    const std::uint64_t before = allocations();
-    std::uint64_t after = before;
-    for (auto _ : state) {
+    measure(state, [&](painted_display& display, const auto& pixels, size_case size) {
         const auto called = steady::now();
         display.paint(pixels, size.width, size.height);
         const std::chrono::duration<double> way = display.renderer.arrived() - called;
         state.SetIterationTime(way.count());
-        after = allocations();
-    }
-    check(state, display, pixels.data(), after - before);
+    });
 }
 
 BENCHMARK(paint_callback)->DenseRange(0, 2);

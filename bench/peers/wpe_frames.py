@@ -7,10 +7,7 @@ The source pushes at the asked rate and repeats its last picture when the page g
 that the fresh frames are the ones to look at. Needs Python's GObject bindings and the GStreamer
 plug-ins "wpe" and "app".
 """
-import argparse
-import json
 import os
-import resource
 import time
 import zlib
 
@@ -21,6 +18,7 @@ os.environ.setdefault("GST_GL_PLATFORM", "egl")
 # The system bus is not asked for anything.
 os.environ.setdefault("WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS", "1")
 
+import figures  # noqa: E402
 import gi  # noqa: E402
 
 gi.require_version("Gst", "1.0")
@@ -66,16 +64,6 @@ def fingerprint(buffer):
         buffer.unmap(mapped)
 
 
-def percentile(values, q):
-    values = sorted(values)
-    return values[min(len(values) - 1, int(q * len(values)))] if values else 0
-
-
-def own_cpu():
-    usage = resource.getrusage(resource.RUSAGE_SELF)
-    return usage.ru_utime + usage.ru_stime
-
-
 def run_for(context, seconds, pipeline):
     end = time.monotonic() + seconds
     bus = pipeline.get_bus()
@@ -88,13 +76,7 @@ def run_for(context, seconds, pipeline):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("url")
-    parser.add_argument("--size", default="1920x1080")
-    parser.add_argument("--fps", type=int, default=60)
-    parser.add_argument("--seconds", type=float, default=5)
-    parser.add_argument("--warm-up", type=float, default=3)
-    args = parser.parse_args()
+    args = figures.arguments(warm_up=3)
     width, height = args.size.split("x")
 
     Gst.init(None)
@@ -110,20 +92,14 @@ def main():
     try:
         pipeline.set_state(Gst.State.PLAYING)
         run_for(context, args.warm_up, pipeline)
-        cpu, begin, counter.counting = own_cpu(), time.monotonic(), True
+        cpu, begin, counter.counting = figures.own_cpu(), time.monotonic(), True
         run_for(context, args.seconds, pipeline)
         counter.counting, span = False, time.monotonic() - begin
-        cpu = own_cpu() - cpu
+        cpu = figures.own_cpu() - cpu
     finally:
         pipeline.set_state(Gst.State.NULL)
-    print(json.dumps({
-        "size": args.size, "fps": args.fps, "displays": 1,
-        "frames_s": round(counter.frames / span, 1), "fresh_s": round(counter.fresh / span, 1),
-        "p50_ms": round(percentile(counter.intervals, .5), 2),
-        "p99_ms": round(percentile(counter.intervals, .99), 2),
-        "max_ms": round(max(counter.intervals, default=0), 2),
-        "first_ms": round((counter.first - start) * 1000) if counter.first else -1,
-        "cpu_own": round(cpu / span, 3)}))
+    figures.show(args, span, counter.frames, counter.fresh, counter.intervals,
+                 counter.first - start if counter.first else None, cpu)
 
 
 if __name__ == "__main__":

@@ -39,6 +39,16 @@ void kill_all(const std::string& type) {
     for (const process& one : victims) kill(one.id, SIGKILL);
 }
 
+constexpr std::string_view k_green_page = "<body style='margin:0;background:#0f0'>";
+
+// `url` is that page, wherever it comes from.
+void expect_to_show(shown_page& page, const std::string& url) {
+    page->LoadUrl(url.c_str());
+    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(url); }))
+        << PrintToString(page.events.failed);
+    EXPECT_TRUE(page.wait_for_colour(k_green));
+}
+
 // --- processes that go
 
 TEST_F(Hostile, AKilledRendererStopsTheFramesUntilAPageIsLoadedAgain) {
@@ -84,10 +94,7 @@ TEST_F(Hostile, ARendererKilledBeforeItsPageCameIsReplacedByTheNextPage) {
     ASSERT_TRUE(wait_for([&] { return page->IsLoading() && page.frames.count() > 0; }));
     kill_all("renderer");
     ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
-    const std::string next = m_peer.html("<body style='margin:0;background:#0f0'>");
-    page->LoadUrl(next.c_str());
-    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(next); }));
-    EXPECT_TRUE(page.wait_for_colour(k_green));
+    expect_to_show(page, m_peer.html(k_green_page));
 }
 
 TEST_F(Hostile, ARendererKilledInTheMiddleOfAPageIsReplacedByTheNextPage) {
@@ -95,10 +102,7 @@ TEST_F(Hostile, ARendererKilledInTheMiddleOfAPageIsReplacedByTheNextPage) {
     ASSERT_TRUE(page.wait_for_colour(k_blue));
     kill_all("renderer");
     ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
-    const std::string next = m_peer.html("<body style='margin:0;background:#0f0'>");
-    page->LoadUrl(next.c_str());
-    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(next); }));
-    EXPECT_TRUE(page.wait_for_colour(k_green));
+    expect_to_show(page, m_peer.html(k_green_page));
 }
 
 TEST_F(Hostile, OtherDisplaysGoOnWhenTheRendererOfOneIsKilled) {
@@ -122,11 +126,7 @@ TEST_P(KilledHelper, IsReplacedByTheRuntime) {
     ASSERT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
     kill_all(GetParam());
     run_loop_for(500);
-    const std::string next = m_peer.html("<body style='margin:0;background:#0f0'>");
-    page->LoadUrl(next.c_str());
-    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(next); }))
-        << PrintToString(page.events.failed);
-    EXPECT_TRUE(page.wait_for_colour(k_green));
+    expect_to_show(page, m_peer.html(k_green_page));
 }
 INSTANTIATE_TEST_SUITE_P(All, KilledHelper, testing::Values("gpu-process", "utility"),
                          [](const auto& one) {
@@ -153,10 +153,7 @@ TEST_F(Hostile, APageThatNeverComesBackFromAScriptGivesWayToTheNext) {
     ASSERT_TRUE(page.wait_until_loaded());
     page.run("window.hostApp.execute('hanging', 1); while (true) {}");
     ASSERT_TRUE(wait_for([&] { return page.calls.count_of("hanging") == 1; }));
-    const std::string next = m_peer.html_of_other_origin("<body style='margin:0;background:#0f0'>");
-    page->LoadUrl(next.c_str());
-    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(next); }));
-    EXPECT_TRUE(page.wait_for_colour(k_green));
+    expect_to_show(page, m_peer.html_of_other_origin(k_green_page));
 }
 
 TEST_F(Hostile, APageThatHangsWhileItLoadsCloses) {

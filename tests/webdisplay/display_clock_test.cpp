@@ -9,12 +9,15 @@ namespace {
 using DisplayTest = FakeRuntimeTest;
 using strings = std::vector<std::string>;
 
+zRecord on_host_clock(zRecord settings) {
+    settings.SetBool("web_host_clock", true);
+    return settings;
+}
+
 TEST_F(DisplayTest, OnItsHostsClockItPaintsOncePerTick) {
     script().animate = true;
-    zRecord settings = page("http://a/");
-    settings.SetBool("web_host_clock", true);
     start();
-    screen s(settings);
+    screen s(on_host_clock(page("http://a/")));
     show(s);
     EXPECT_TRUE(fake().browser(1).external_begin_frame);
     s.seen.frames.clear();
@@ -33,10 +36,8 @@ TEST_F(DisplayTest, OnItsHostsClockItPaintsOncePerTick) {
 }
 
 TEST_F(DisplayTest, ATickOfAStillPagePaintsNothingAndIsNotMissed) {
-    zRecord settings = page("http://a/");
-    settings.SetBool("web_host_clock", true);
     start();
-    screen s(settings);
+    screen s(on_host_clock(page("http://a/")));
     show(s);
     EXPECT_TRUE(s->NextFrame());
     ASSERT_TRUE(loop_until([&] { return s.seen.frames.size() == 1; }));
@@ -51,10 +52,8 @@ TEST_F(DisplayTest, ATickOfAStillPagePaintsNothingAndIsNotMissed) {
 
 // The page counts its animation frames and reports them. Two ticks may be on their way.
 TEST_F(DisplayTest, TicksThatThePageCouldNotFollowAreCountedByItsReports) {
-    zRecord settings = page("http://a/");
-    settings.SetBool("web_host_clock", true);
     start();
-    screen s(settings);
+    screen s(on_host_clock(page("http://a/")));
     show(s);
     const auto report = [](const char16_t* frames) {
         fake().post([frames] {
@@ -96,10 +95,8 @@ TEST_F(DisplayTest, APageThatRunsByItselfHasNoReportsOfItsFrames) {
 
 TEST_F(DisplayTest, TicksMayComeFromAnotherThread) {
     script().animate = true;
-    zRecord settings = page("http://a/");
-    settings.SetBool("web_host_clock", true);
     start();
-    screen s(settings);
+    screen s(on_host_clock(page("http://a/")));
     show(s);
     s.seen.frames.clear();
     std::thread([&] {
@@ -110,10 +107,8 @@ TEST_F(DisplayTest, TicksMayComeFromAnotherThread) {
 }
 
 TEST_F(DisplayTest, TicksWithoutAPageAreRefused) {
-    zRecord settings = page("http://a/");
-    settings.SetBool("web_host_clock", true);
     start();
-    screen s(settings);
+    screen s(on_host_clock(page("http://a/")));
     EXPECT_FALSE(s->NextFrame());
     show(s);
     s->Close();

@@ -144,7 +144,7 @@ TEST_F(StartupTest, ARuntimeWithoutItsDataIsNotUsedSinceItWouldEndTheProcess) {
 
 TEST_F(StartupTest, ARuntimeThatDoesNotStartNamesItsExitCodeAndItsLog) {
     script().init_exit_code = 21;
-    expect_failure("21", (m_folder / "config" / "Tarnhelm" / "cef_debug_log.txt").string());
+    expect_failure("21", "cef_debug_log.txt says more");
     expect_everything_harmless();
     // Its timer goes on ticking, which must do no harm.
     loop_until([] { return fake().works() > 3; });

@@ -71,7 +71,8 @@ const fault k_library_faults[] = {
      "lacks the function cef_get_exit_code", "CEF_ROOT"},
     {"AnotherHash",
      "cp --remove-destination '" OTHER_HASH_LIBRARY
-     "' host/libcef.so; mkdir host/real; ln -s \"$runtime/libcef.so\" host/real/",
+     "' host/libcef.so; ln -s \"$runtime\"/*.{dat,bin} host/; mkdir host/real; ln -s "
+     "\"$runtime/libcef.so\" host/real/",
      "hash 0123456789abcdef0123456789abcdef01234567", "install the runtime"},
     {"NoUnicodeData", k_no_icu_data.c_str(), "icudtl.dat", "get-runtime"},
     {"NoSnapshot", k_no_snapshot.c_str(), "snapshot", "get-runtime"},

@@ -108,8 +108,8 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
         return false;
     }
     cef_functions functions;
-    if (!bind(*library, functions, failure) || !check_version(functions, failure) ||
-        !check_data(path, failure)) {
+    if (!bind(*library, functions, failure) || !check_data(path, failure) ||
+        !check_version(functions, failure)) {
         return false;
     }
     library->Keep();

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <limits>
+#include <memory>
 #include <utility>
 
 #include "loam/trace.h"
@@ -55,7 +56,8 @@ HANDLE make_alarm() {
     return fine ? fine : CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
 }
 
-class windows_timer final : public main_thread_timer {
+class windows_timer final : public main_thread_timer,
+                            public std::enable_shared_from_this<windows_timer> {
 public:
     explicit windows_timer(std::function<void()> tick) : m_tick(std::move(tick)) {}
 
@@ -162,16 +164,31 @@ private:
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
         auto* const timer =
             reinterpret_cast<windows_timer*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-        if (timer && message == WM_TIMER && wparam == k_timer) timer->m_tick();
-        const bool asked = message == k_due_message;
-        if (timer && (asked || (message == WM_TIMER && wparam == k_idle_timer))) timer->on_due();
+        if (timer) timer->answer(message, wparam);
         return DefWindowProcW(window, message, wparam, lparam);
     }
 
+    void answer(UINT message, WPARAM wparam) {
+        const bool is_period = message == WM_TIMER && wparam == k_timer;
+        const bool is_idle = message == WM_TIMER && wparam == k_idle_timer;
+        if (!is_period && !is_idle && message != k_due_message) return;
+        // The tick may end the pump that owns the timer.
+        const auto kept = shared_from_this();
+        is_period ? m_tick() : on_due();
+    }
+
+    // A tick that came for another reason leaves a request for later as it is.
+    void forget_if_due() {
+        std::int64_t asked = m_due_ns.load();
+        if (asked <= now_ns()) m_due_ns.compare_exchange_strong(asked, k_nobody_asked);
+    }
+
     void on_due() {
-        // Forgotten before the work starts: a request made during it arms the alarm anew.
-        m_due_ns.store(k_nobody_asked);
+        // Before the work starts: a request made during it arms the alarm anew.
+        forget_if_due();
         m_tick();
+        // The alarm counts in steps of its own and may have gone off too early.
+        arm();
         // The tick may have stopped this timer. The idle time counts from now on.
         const HWND window = m_window.load();
         if (window) SetTimer(window, k_idle_timer, m_idle_ms, nullptr);

@@ -141,9 +141,12 @@ public:
     // A console of its own, that nobody sees: what is typed at ours does not reach it.
     DWORD run(handle& child, const std::wstring& program, std::wstring line) {
         constexpr DWORD k_flags = CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT;
+        // Work that gives way to the page makes what it starts give way too.
+        const bool in_background = GetThreadPriority(GetCurrentThread()) < THREAD_PRIORITY_NORMAL;
+        const DWORD priority = in_background ? BELOW_NORMAL_PRIORITY_CLASS : 0;
         PROCESS_INFORMATION made{};
-        if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, k_flags, nullptr,
-                            nullptr, &m_info.StartupInfo, &made)) {
+        if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
+                            k_flags | priority, nullptr, nullptr, &m_info.StartupInfo, &made)) {
             return GetLastError();
         }
         CloseHandle(made.hThread);

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "host/file_path.h"
 #include "host/pixels.h"
-
 namespace pennywort {
 
 namespace {
@@ -92,7 +92,7 @@ outcome movie_writer::begin() {
             "ffmpeg is not there, and " + m_path +
             " needs it: install it (apt-get install ffmpeg), or write .y4m or .png");
     }
-    const auto folder = std::filesystem::path(m_path).parent_path();
+    const auto folder = file_path(m_path).parent_path();
     std::error_code error;
     if (!folder.empty() && !std::filesystem::is_directory(folder, error)) {
         return outcome::failed("cannot write " + m_path + ": there is no folder " +

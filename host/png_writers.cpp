@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "host/byte_sink.h"
+#include "host/file_path.h"
 #include "host/pixels.h"
-
 namespace pennywort {
 
 namespace {
@@ -56,7 +56,7 @@ outcome write_file(const std::string& path, const std::vector<std::uint8_t>& fil
 }
 
 outcome folder_exists(const std::string& path) {
-    const auto folder = std::filesystem::path(path).parent_path();
+    const auto folder = file_path(path).parent_path();
     std::error_code error;
     if (folder.empty() || std::filesystem::is_directory(folder, error)) return outcome::fine();
     return outcome::failed("cannot write " + path + ": there is no folder " + folder.string());
@@ -73,8 +73,8 @@ outcome write_png(const std::string& path, const picture& frame, bool transparen
         // Half a picture is worse than none. What is no plain file (a device) is not ours to
         // remove.
         std::error_code ignored;
-        if (std::filesystem::is_regular_file(path, ignored)) {
-            std::filesystem::remove(path, ignored);
+        if (std::filesystem::is_regular_file(file_path(path), ignored)) {
+            std::filesystem::remove(file_path(path), ignored);
         }
     }
     return written;

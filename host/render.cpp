@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "host/command_line.h"
+#include "host/file_path.h"
 #include "host/interrupt.h"
 #include "host/page_display.h"
 #include "host/page_run.h"
@@ -234,8 +235,9 @@ bool render_session::remove_empty_output() const {
     const bool begun = kind == output_kind::y4m || kind == output_kind::raw ||
                        kind == output_kind::mkv || kind == output_kind::mov;
     std::error_code ignored;
-    if (begun && std::filesystem::is_regular_file(m_options.output.path, ignored)) {
-        std::filesystem::remove(m_options.output.path, ignored);
+    const auto path = file_path(m_options.output.path);
+    if (begun && std::filesystem::is_regular_file(path, ignored)) {
+        std::filesystem::remove(path, ignored);
     }
     return true;
 }

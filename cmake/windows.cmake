@@ -28,3 +28,14 @@ function(pennywort_version_resource target file_description)
   configure_file(${PROJECT_SOURCE_DIR}/packaging/windows/version.rc.in ${resource} @ONLY)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
+
+# pennywort_program_manifest(<target>): a program that takes its arguments and file names in UTF-8.
+# Nothing on other systems, where they are.
+function(pennywort_program_manifest target)
+  if(NOT WIN32)
+    return()
+  endif()
+  set(resource ${PROJECT_BINARY_DIR}/generated/program.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/windows/program.rc.in ${resource} @ONLY)
+  target_sources(${target} PRIVATE ${resource})
+endfunction()

@@ -7,6 +7,8 @@
 #include <random>
 #include <string>
 
+#include "host/file_path.h"
+
 namespace pennywort {
 
 class temporary_folder {
@@ -25,7 +27,9 @@ public:
     temporary_folder(const temporary_folder&) = delete;
     temporary_folder& operator=(const temporary_folder&) = delete;
 
-    std::string path(const std::string& name = {}) const { return (m_path / name).string(); }
+    std::string path(const std::string& name = {}) const {
+        return utf8_of(m_path / file_path(name));
+    }
 
     std::string write(const std::string& name, const std::string& text) const {
         std::ofstream(path(name), std::ios::binary) << text;
@@ -34,16 +38,23 @@ public:
     // A script that can be run.
     std::string write_program(const std::string& name, const std::string& text) const {
         write(name, "#!/bin/sh\n" + text);
-        std::filesystem::permissions(path(name), std::filesystem::perms::owner_all);
+        std::filesystem::permissions(file_path(path(name)), std::filesystem::perms::owner_all);
         return path(name);
     }
     std::string read(const std::string& name) const {
         std::ifstream file(path(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
-    bool has(const std::string& name) const { return std::filesystem::exists(path(name)); }
+    bool has(const std::string& name) const {
+        return std::filesystem::exists(file_path(path(name)));
+    }
 
 private:
+    static std::string utf8_of(const std::filesystem::path& path) {
+        const std::u8string text = path.u8string();
+        return {text.begin(), text.end()};
+    }
+
     std::filesystem::path m_path;
 };
 

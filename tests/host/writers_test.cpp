@@ -1,8 +1,7 @@
-// tests/host/writers_test.cpp - files and pipes of frames: full disks, readers that leave,
-// contents.
+// tests/host/writers_test.cpp - files of frames and what is in them. Full disks and readers that
+// leave: output_faults_test_linux.cpp.
 #include <gtest/gtest.h>
 #include <png.h>
-#include <signal.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -54,13 +53,6 @@ TEST(PngWriter, AMissingFolderIsToldBeforeAnythingBegins) {
     const temporary_folder folder;
     const auto begun = png_writer(folder.path("no/such/a.png"), true).begin();
     EXPECT_NE(begun.text().find("there is no folder"), std::string::npos) << begun.text();
-}
-
-TEST(PngWriter, AFullDiskIsTold) {
-    const auto written =
-        write_png("/dev/full", *picture_of(0xFF112233, 64, 64), true, png_effort::fast);
-    EXPECT_NE(written.text().find("No space left"), std::string::npos) << written.text();
-    EXPECT_TRUE(std::filesystem::exists("/dev/full"));
 }
 
 TEST(PngWriter, WithoutAFrameThereIsNoFile) {
@@ -132,13 +124,6 @@ TEST(Y4mWriter, AFileThatCannotBeOpenedIsTold) {
     EXPECT_TRUE(writer.finish().ok());
 }
 
-TEST(Y4mWriter, AFullDiskIsTold) {
-    y4m_writer writer(format_of(64, 64), file("/dev/full"));
-    outcome result = writer.begin();
-    if (result.ok()) result = writer.show(picture_of(1, 64, 64));
-    EXPECT_NE(result.text().find("No space left"), std::string::npos) << result.text();
-}
-
 TEST(Y4mWriter, HasAHeaderAndThreePlanesAFrame) {
     const temporary_folder folder;
     y4m_writer writer(format_of(2, 1, "59.94"), file(folder.path("a.y4m")));
@@ -162,28 +147,6 @@ TEST(RawWriter, WritesThePixelsAsTheyWerePainted) {
     EXPECT_TRUE(writer.show(picture_of(0x88776655, 1, 1)).ok());
     EXPECT_TRUE(writer.finish().ok());
     EXPECT_EQ(folder.read("a.raw"), "\x11\x22\x33\x44\x55\x66\x77\x88");
-}
-
-// What the program does with the signal before it writes.
-class ReaderThatLeaves : public testing::Test {
-protected:
-    ReaderThatLeaves() { before = signal(SIGPIPE, SIG_IGN); }
-    ~ReaderThatLeaves() override { signal(SIGPIPE, before); }
-    void (*before)(int);
-};
-
-TEST_F(ReaderThatLeaves, IsToldApartFromAFailure) {
-    std::FILE* reader = popen("head -c 10 >/dev/null", "w");
-    ASSERT_TRUE(reader);
-    raw_writer writer([reader](byte_sink& sink) {
-        sink.use(reader, "a pipe");
-        return outcome::fine();
-    });
-    ASSERT_TRUE(writer.begin().ok());
-    outcome result = outcome::fine();
-    for (int i = 0; i < 1000 && result.ok(); ++i) result = writer.show(picture_of(1, 256, 256));
-    EXPECT_EQ(result.what(), outcome::kind::reader_closed);
-    pclose(reader);
 }
 
 }  // namespace

@@ -1,0 +1,32 @@
+// page_address_names_test_linux.cpp - file names that Windows does not allow or takes otherwise.
+#include "tests/host/page_address_fixture.h"
+
+namespace pennywort {
+namespace {
+
+class PageAddressNames : public page_address_fixture {};
+
+TEST_F(PageAddressNames, BytesThatAUrlCannotHoldAreEncoded) {
+    folder.write("50% #1 \"ä\"?.html", "x");
+    EXPECT_EQ(url_of("50% #1 \"ä\"?.html"), here("50%25%20%231%20%22%C3%A4%22%3F.html"));
+}
+
+TEST_F(PageAddressNames, ParametersMayBeAFilesName) {
+    folder.write("score.html", "x");
+    folder.write("score.html?home=A", "x");
+    EXPECT_EQ(url_of("score.html?home=A"), here("score.html%3Fhome=A"));
+}
+
+// Windows takes the two parts out before it looks.
+TEST_F(PageAddressNames, AFolderOnTheWayHasToBeThere) {
+    folder.write("page.html", "x");
+    EXPECT_EQ(url_of("./nowhere/../page.html"), "refused");
+}
+
+TEST_F(PageAddressNames, AFileMayHaveAColonInItsName) {
+    folder.write("clip:2.html", "x");
+    EXPECT_EQ(url_of("clip:2.html"), here("clip:2.html"));
+}
+
+}  // namespace
+}  // namespace pennywort

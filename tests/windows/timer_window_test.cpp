@@ -1,0 +1,158 @@
+// timer_window_test.cpp - the window behind the timer of the display thread: what other programs
+// and debuggers see of it, and what may be in its way.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <functional>
+#include <memory>
+
+#include "loam/message_loop.h"
+#include "loam/thread.h"
+#include "webdisplay/main_thread_timer.h"
+
+namespace pennywort {
+namespace {
+
+constexpr wchar_t k_name[] = L"cWebMainThreadTimerLoop";
+constexpr UINT_PTR k_id = 0x6377544C;
+
+HWND timer_window() { return FindWindowExW(HWND_MESSAGE, nullptr, k_name, nullptr); }
+
+// Runs the loop until `done` answers true. The bound is there for a fault, not for the time.
+bool loop_until(const std::function<bool()>& done) {
+    for (int i = 0; i < 3000 && !done(); ++i) zMessageLoop::RunOnce(10'000);
+    return done();
+}
+
+LRESULT CALLBACK deaf(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+    return message == WM_TIMER ? 0 : DefWindowProcW(window, message, wparam, lparam);
+}
+
+TEST(TimerWindow, AClassOfThatNameThatSomebodyElseRegisteredIsNotInTheWay) {
+    WNDCLASSEXW type{};
+    type.cbSize = sizeof type;
+    type.lpfnWndProc = deaf;
+    type.hInstance = GetModuleHandleW(nullptr);
+    type.lpszClassName = k_name;
+    ASSERT_NE(RegisterClassExW(&type), 0);
+
+    int ticks = 0;
+    const auto timer = main_thread_timer::make([&] { ++ticks; });
+    timer->start_periodic(15);
+    EXPECT_TRUE(loop_until([&] { return ticks >= 3; }));
+    timer->stop();
+    UnregisterClassW(k_name, GetModuleHandleW(nullptr));
+}
+
+TEST(TimerWindow, StartsAndStopsTwiceOverAlthoughItsClassIsRegistered) {
+    for (int round = 0; round < 2; ++round) {
+        int ticks = 0;
+        const auto timer = main_thread_timer::make([&] { ++ticks; });
+        timer->start_periodic(15);
+        EXPECT_TRUE(loop_until([&] { return ticks >= 2; }));
+        timer->stop();
+        EXPECT_EQ(timer_window(), nullptr);
+    }
+}
+
+TEST(TimerWindow, HasTheNameStyleAndTimerThatHostsKnow) {
+    const auto timer = main_thread_timer::make([] {});
+    EXPECT_EQ(timer_window(), nullptr);
+    timer->start_periodic(15);
+    const HWND window = timer_window();
+    ASSERT_NE(window, nullptr);
+    wchar_t title[64] = {};
+    GetWindowTextW(window, title, 64);
+    EXPECT_STREQ(title, k_name);
+    EXPECT_EQ(GetWindowLongPtrW(window, GWL_STYLE) & WS_DISABLED, 0x08000000);
+    // The system gives this one to every window with a frame.
+    EXPECT_EQ(GetWindowLongPtrW(window, GWL_EXSTYLE) & ~LONG_PTR{WS_EX_WINDOWEDGE}, 0);
+    EXPECT_EQ(GetWindowLongPtrW(window, GWLP_USERDATA), reinterpret_cast<LONG_PTR>(timer.get()));
+    EXPECT_EQ(GetWindowThreadProcessId(window, nullptr), GetCurrentThreadId());
+    // It is there exactly if it can be taken away.
+    EXPECT_TRUE(KillTimer(window, k_id));
+    timer->stop();
+}
+
+TEST(TimerWindow, AnotherTimerOfItsWindowIsNoTick) {
+    int ticks = 0;
+    const auto timer = main_thread_timer::make([&] { ++ticks; });
+    timer->start_periodic(15);
+    const HWND window = timer_window();
+    ASSERT_TRUE(KillTimer(window, k_id));
+    SendMessageW(window, WM_TIMER, 1, 0);
+    SendMessageW(window, WM_NULL, k_id, 0);
+    EXPECT_EQ(ticks, 0);
+    SendMessageW(window, WM_TIMER, k_id, 0);
+    EXPECT_EQ(ticks, 1);
+}
+
+TEST(TimerWindow, ATickThatRunsALoopIsEnteredAgain) {
+    int depth = 0;
+    int deepest = 0;
+    const auto timer = main_thread_timer::make([&] {
+        ++depth;
+        deepest = std::max(deepest, depth);
+        if (depth == 1) loop_until([&] { return deepest > 1; });
+        --depth;
+    });
+    timer->start_periodic(15);
+    EXPECT_TRUE(loop_until([&] { return deepest == 2; }));
+    timer->stop();
+}
+
+TEST(TimerWindow, ATickMayEndItsTimer) {
+    std::shared_ptr<main_thread_timer> timer;
+    int ticks = 0;
+    timer = main_thread_timer::make([&] {
+        ++ticks;
+        timer.reset();
+    });
+    timer->start_periodic(15);
+    EXPECT_TRUE(loop_until([&] { return ticks == 1; }));
+    EXPECT_EQ(timer_window(), nullptr);
+}
+
+TEST(TimerWindow, ARequestBeforeTheStartIsKept) {
+    int ticks = 0;
+    const auto timer = main_thread_timer::make([&] { ++ticks; });
+    timer->request(5);
+    timer->start_on_request(60'000);
+    EXPECT_TRUE(loop_until([&] { return ticks == 1; }));
+    timer->stop();
+    timer->request(0);
+}
+
+class asking final : public zThreadMain {
+public:
+    asking(main_thread_timer& timer, std::int64_t delay_ms)
+        : m_timer(timer), m_delay_ms(delay_ms) {}
+    void Main(std::int32_t, const char* const*) override { m_timer.request(m_delay_ms); }
+
+private:
+    main_thread_timer& m_timer;
+    const std::int64_t m_delay_ms;
+};
+
+TEST(TimerWindow, RequestsOfOtherThreadsArrive) {
+    for (const std::int64_t delay_ms : {0, 1, 20}) {
+        int ticks = 0;
+        const auto timer = main_thread_timer::make([&] { ++ticks; });
+        timer->start_on_request(60'000);
+        asking body(*timer, delay_ms);
+        const std::unique_ptr<zThread> thread(zThread::Factory("asking", &body, 0, 0));
+        EXPECT_TRUE(loop_until([&] { return ticks == 1; })) << delay_ms;
+        timer->stop();
+    }
+}
+
+TEST(TimerWindow, TicksUnaskedWhenNobodyAsksForLong) {
+    int ticks = 0;
+    const auto timer = main_thread_timer::make([&] { ++ticks; });
+    timer->start_on_request(10);
+    EXPECT_TRUE(loop_until([&] { return ticks >= 3; }));
+    timer->stop();
+}
+
+}  // namespace
+}  // namespace pennywort

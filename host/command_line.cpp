@@ -258,6 +258,8 @@ command_line parse_command_line(const std::vector<std::string>& arguments) {
     }
     raw_arguments raw;
     CLI::App program("Renders web pages to frames and files.", "pennywort");
+    // A word like /page.html is a file on every system, and never an option.
+    program.allow_windows_style_options(false);
     program.set_version_flag("--version", k_version);
     program.require_subcommand(1);
     program.footer("See also: pennywort render --help");

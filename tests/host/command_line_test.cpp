@@ -34,6 +34,7 @@ const refused_case k_refused[] = {
     {"NoPage", {"render"}, "pages"},
     {"UnknownOption", {"render", k_page, "--sise", "1x1"}, "--sise"},
     {"MissingFile", {"render", "no-such.html"}, "no-such.html"},
+    {"MissingFileOfTheRoot", {"render", "/no-such.html"}, "/no-such.html"},
     {"SecondPageMissing", {"render", k_page, "no-such.html"}, "no-such.html"},
     {"SizeWithoutValue", {"render", k_page, "--size"}, "--size"},
     {"SizeZero", {"render", k_page, "--size", "0x720"}, "--size 0x720"},

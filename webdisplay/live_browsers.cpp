@@ -31,7 +31,8 @@ cef_window_handle_t window_of(const live_browser& entry) {
     return host ? host->get_window_handle(host.get()) : cef_window_handle_t{};
 }
 
-bool window_is_gone(const live_browser& entry) {
+bool window_went_unnoticed(const live_browser& entry) {
+    if (native_window::browser_goes_with_its_window()) return false;
     const cef_window_handle_t window = window_of(entry);
     return window != cef_window_handle_t{} && !native_window::exists(window);
 }
@@ -71,7 +72,7 @@ void close_all() {
 }
 
 bool any_can_close() {
-    const auto lost = std::count_if(browsers().begin(), browsers().end(), window_is_gone);
+    const auto lost = std::count_if(browsers().begin(), browsers().end(), window_went_unnoticed);
     return g_count > static_cast<int>(lost);
 }
 

@@ -18,8 +18,8 @@ void gone(cef_browser_t* browser);
 int count();
 // Asks all that are there to close, each once. UI thread.
 void close_all();
-// Whether any of them will still close when it is driven: one whose window the host has destroyed
-// does not notice. UI thread.
+// Whether any of them will still close when it is driven: where browsers do not go with their
+// windows, one whose window the host has destroyed does not notice. UI thread.
 bool any_can_close();
 // Whether any lives in a window of the host, so that closing it takes events of that window. UI
 // thread.

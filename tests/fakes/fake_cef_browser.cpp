@@ -68,8 +68,9 @@ void host_object::set_window_operations() {
             closed, forced ? [](page& p) { p.close(true); } : [](page& p) { p.close(false); });
     };
     get_window_handle = [](cef_browser_host_t* self) {
-        of(self).shown("get_window_handle");
-        return (cef_window_handle_t)runtime::the().script().window_handle;
+        const bool windowless = of(self).shown("get_window_handle").record().windowless;
+        const std::uintptr_t window = windowless ? 0 : runtime::the().script().window_handle;
+        return (cef_window_handle_t)window;
     };
     set_focus = [](cef_browser_host_t* self, int focus) {
         of(self).shown("set_focus").note([&](fake_cef_browser& b) {

@@ -158,8 +158,7 @@ void runtime::shut_down() {
     m_ui.clear();
     for (const auto& [id, shown] : m_pages) shown->drop_client();
     set_application({});
-    std::error_code error;
-    if (!m_profile_lock.empty()) std::filesystem::remove(m_profile_lock, error);
+    if (!m_profile_lock.empty()) release_profile(m_profile_lock);
     write_report();
 }
 

@@ -28,5 +28,7 @@ const char* profile_lock_name();
 
 // Claims a profile folder for this process. False when a living process has it.
 bool claim_profile(const std::string& lock_path);
+// Gives it free again.
+void release_profile(const std::string& lock_path);
 
 }  // namespace fake

@@ -122,4 +122,9 @@ bool claim_profile(const std::string& lock_path) {
     return !error;
 }
 
+void release_profile(const std::string& lock_path) {
+    std::error_code error;
+    std::filesystem::remove(lock_path, error);
+}
+
 }  // namespace fake

@@ -12,6 +12,9 @@ namespace fake {
 
 namespace {
 
+// Open as long as the folder is claimed; the file goes with it.
+HANDLE g_profile = INVALID_HANDLE_VALUE;
+
 class windows_effects final : public system_effects {
 public:
     long loop_spins() const override { return 0; }
@@ -39,11 +42,13 @@ std::vector<std::string> command_line_of(const cef_main_args_t&) {
 
 const char* profile_lock_name() { return "lockfile"; }
 
-// The handle stays open until the process ends, and with it the claim.
 bool claim_profile(const std::string& lock_path) {
     const std::filesystem::path path(reinterpret_cast<const char8_t*>(lock_path.c_str()));
-    return CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                       FILE_FLAG_DELETE_ON_CLOSE, nullptr) != INVALID_HANDLE_VALUE;
+    g_profile = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                            FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    return g_profile != INVALID_HANDLE_VALUE;
 }
+
+void release_profile(const std::string&) { CloseHandle(g_profile); }
 
 }  // namespace fake

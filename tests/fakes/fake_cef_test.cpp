@@ -68,9 +68,7 @@ protected:
     }
 
     alignas(8) unsigned char m_settings[448] = {};
-    char m_name[5] = "test";
-    char* m_argv[2] = {m_name, nullptr};
-    cef_main_args_t m_args{1, m_argv};
+    cef_main_args_t m_args{};
 };
 
 TEST_F(FakeCefTest, ACallBeforeTheHash) {

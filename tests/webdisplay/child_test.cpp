@@ -7,6 +7,7 @@
 
 #include "childprocess/page_bridge.h"
 #include "tests/fakes/fake_cef.h"
+#include "tests/webdisplay/test_process.h"
 #include "webdisplay/cef/runtime.h"
 
 namespace {
@@ -32,6 +33,7 @@ protected:
         fake().calls_of_helper(std::move(calls), world_is_ending);
         char name[] = "child", type[] = "--type=renderer";
         char* arguments[] = {name, type, nullptr};
+        test_process::use_arguments({name, type});
         const pennywort::own_ref<pennywort::child_app> app(new pennywort::child_app);
         return pennywort::cef_run_helper(2, arguments, app->counted_app());
     }

@@ -98,8 +98,7 @@ void FakeRuntimeTest::SetUp() {
     g_display_thread = std::this_thread::get_id();
     m_folder = new_folder();
     test_process::set_variable("CEF_ROOT", fake_folder());
-    test_process::set_variable("XDG_CONFIG_HOME", (m_folder / "config").string());
-    test_process::set_variable("TMPDIR", m_folder.string());
+    test_process::use_folders((m_folder / "config").string(), m_folder.string());
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) test_process::clear_variable(name);
 }
 

@@ -65,14 +65,15 @@ protected:
         const fs::path output = m_folder / "output";
         const std::string command =
             "\"" + probe.string() + "\" " + argument + " > \"" + output.string() + "\" 2>&1";
-        EXPECT_EQ(test_process::exit_code(std::system(command.c_str())), 0) << command;
+        EXPECT_EQ(test_process::run(command), 0) << command;
         std::stringstream text;
         text << std::ifstream(output).rdbuf();
         return text.str();
     }
+    static fs::path original_probe() { return fs::path(START_PROBE).make_preferred(); }
     // A copy of the probe, with or without what it needs beside it.
     fs::path probe_in_new_folder(bool with_child, bool with_locales) const {
-        const fs::path folder = m_folder / "host", original = START_PROBE;
+        const fs::path folder = m_folder / "host", original = original_probe();
         fs::create_directories(folder / "rsrc" / "ChromeLocales");
         fs::copy_file(original, folder / original.filename());
         if (with_child) {
@@ -160,8 +161,8 @@ TEST_F(StartupTest, WithoutTheHelperProgramTheRuntimeIsNotStarted) {
 
 TEST_F(StartupTest, WithAHelperThatMayNotBeRunTheRuntimeIsNotStarted) {
     const fs::path probe = probe_in_new_folder(true, true);
-    fs::permissions(probe.parent_path() / ("CEFChildProcess" CHILD_SUFFIX),
-                    fs::perms::owner_read | fs::perms::owner_write);
+    const fs::path helper = probe.parent_path() / ("CEFChildProcess" CHILD_SUFFIX);
+    test_process::make_unrunnable(helper.string());
     const std::string said = run_probe(probe);
     EXPECT_TRUE(has(said, "started 0\n")) << said;
     EXPECT_TRUE(has(said, "may not be run")) << said;
@@ -300,7 +301,7 @@ TEST_F(StartupTest, LaterVersionsGetTheLongerOnesToo) {
 
 TEST_F(StartupTest, WithoutAFolderForDataItStartsAndKeepsNoCacheOfTheUsers) {
     std::ofstream(m_folder / "file");
-    test_process::set_variable("XDG_CONFIG_HOME", (m_folder / "file" / "below").string());
+    test_process::use_folders((m_folder / "file" / "below").string(), m_folder.string());
     start();
     EXPECT_EQ(fake().settings().cache_path, "");
     EXPECT_EQ(fake().settings().log_file, "cef_debug_log.txt");
@@ -341,7 +342,7 @@ TEST_F(StartupTest, TheHostsSwitchesComeAfterThem) {
 TEST_F(StartupTest, ASecondHostGetsAFolderOfItsOwnThatGoesWithIt) {
     start();
     test_process::set_variable("LOAM_TRACE", "stderr");
-    const std::string said = run_probe(START_PROBE);
+    const std::string said = run_probe(original_probe());
     EXPECT_TRUE(has(said, "started 1\n")) << said;
     EXPECT_TRUE(has(said, "cache exists 1\n")) << said;
     const std::string shared = fake().settings().cache_path;
@@ -356,13 +357,13 @@ TEST_F(StartupTest, ASecondHostGetsAFolderOfItsOwnThatGoesWithIt) {
 }
 
 TEST_F(StartupTest, TheFolderOfAHostThatEndedIsUsedAgain) {
-    EXPECT_TRUE(has(run_probe(START_PROBE), "TarnhelmCache\n"));
+    EXPECT_TRUE(has(run_probe(original_probe()), "TarnhelmCache\n"));
     start();
     EXPECT_EQ(fake().settings().cache_path, (m_folder / "config" / "TarnhelmCache").string());
 }
 
 TEST_F(StartupTest, TheFolderOfAHostThatCrashedIsUsedAgain) {
-    const std::string said = run_probe(START_PROBE, "abandon");
+    const std::string said = run_probe(original_probe(), "abandon");
     ASSERT_TRUE(has(said, "started 1\n")) << said;
     start();
     EXPECT_EQ(fake().settings().cache_path, (m_folder / "config" / "TarnhelmCache").string());
@@ -382,14 +383,14 @@ TEST_F(StartupTest, AFolderIsClaimedByOneHostAtATime) {
 TEST_F(StartupTest, AFolderThatAnotherProgramsRuntimeUsesIsLeftAlone) {
     const fs::path cache = m_folder / "config" / "TarnhelmCache";
     fs::create_directories(cache);
-    fs::create_symlink("another-machine-1", cache / "SingletonLock");
+    test_process::mark_as_used(cache.string());
     start();
     EXPECT_NE(fake().settings().cache_path, cache.string());
     EXPECT_TRUE(fs::is_directory(fake().settings().cache_path));
     const std::string own = fake().settings().cache_path;
     shut_down();
     EXPECT_FALSE(fs::exists(own));
-    EXPECT_TRUE(fs::is_symlink(cache / "SingletonLock"));
+    EXPECT_TRUE(test_process::is_marked_as_used(cache.string()));
 }
 
 }  // namespace

@@ -23,6 +23,28 @@ void clear_variable(const char* name) { unsetenv(name); }
 std::string program() { return std::filesystem::read_symlink("/proc/self/exe").string(); }
 int threads() { return entries("/proc/self/task"); }
 int descriptors() { return entries("/proc/self/fd"); }
-int exit_code(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
+
+void use_folders(const std::string& data, const std::string& temporary) {
+    set_variable("XDG_CONFIG_HOME", data);
+    set_variable("TMPDIR", temporary);
+}
+void use_arguments(const std::vector<std::string>&) {}
+
+void make_unrunnable(const std::string& path) {
+    using std::filesystem::perms;
+    std::filesystem::permissions(path, perms::owner_read | perms::owner_write);
+}
+
+void mark_as_used(const std::string& folder) {
+    std::filesystem::create_symlink("another-machine-1", folder + "/SingletonLock");
+}
+bool is_marked_as_used(const std::string& folder) {
+    return std::filesystem::is_symlink(folder + "/SingletonLock");
+}
+
+int run(const std::string& command) {
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 }  // namespace test_process

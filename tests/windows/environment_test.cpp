@@ -9,6 +9,7 @@
 #include <string>
 
 #include "loam/wide_text.h"
+#include "tests/webdisplay/test_process.h"
 #include "webdisplay/cache_folder.h"
 #include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/folder_claim.h"
@@ -19,31 +20,6 @@ namespace pennywort {
 namespace {
 
 namespace fs = std::filesystem;
-
-// What the shell answers for the roaming folder comes from here.
-class roaming_setting {
-public:
-    explicit roaming_setting(const std::wstring& value) {
-        DWORD size = sizeof m_before;
-        RegGetValueW(HKEY_CURRENT_USER, k_key, L"AppData", RRF_RT_ANY | RRF_NOEXPAND, nullptr,
-                     m_before, &size);
-        set(value.c_str());
-    }
-    ~roaming_setting() { set(m_before); }
-    roaming_setting(const roaming_setting&) = delete;
-    roaming_setting& operator=(const roaming_setting&) = delete;
-
-private:
-    static constexpr const wchar_t* k_key =
-        L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
-
-    static void set(const wchar_t* value) {
-        RegSetKeyValueW(HKEY_CURRENT_USER, k_key, L"AppData", REG_EXPAND_SZ, value,
-                        static_cast<DWORD>((wcslen(value) + 1) * sizeof *value));
-    }
-
-    wchar_t m_before[MAX_PATH] = {};
-};
 
 class WindowsEnvironment : public testing::Test {
 protected:
@@ -65,7 +41,7 @@ protected:
 
 TEST_F(WindowsEnvironment, ARoamingFolderThatCannotBeMadeIsNone) {
     std::ofstream(path(L"file")) << "in the way";
-    const roaming_setting setting(path(L"file").native() + L"\\below");
+    test_process::use_folders(utf8(L"file") + "\\below", folder);
     EXPECT_EQ(application_data_folder(), "");
     const runtime_paths paths = runtime_paths::find();
     EXPECT_EQ(paths.cache, "");
@@ -73,7 +49,7 @@ TEST_F(WindowsEnvironment, ARoamingFolderThatCannotBeMadeIsNone) {
 }
 
 TEST_F(WindowsEnvironment, TheRoamingFolderIsMadeWhereTheUserWantsIt) {
-    const roaming_setting setting(path(L"Wanderndes Ω").native());
+    test_process::use_folders(utf8(L"Wanderndes Ω"), folder);
     const std::string data = application_data_folder();
     EXPECT_EQ(data, utf8(L"Wanderndes Ω"));
     EXPECT_TRUE(fs::is_directory(path(L"Wanderndes Ω")));

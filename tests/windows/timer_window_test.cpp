@@ -16,7 +16,16 @@ namespace {
 constexpr wchar_t k_name[] = L"cWebMainThreadTimerLoop";
 constexpr UINT_PTR k_id = 0x6377544C;
 
-HWND timer_window() { return FindWindowExW(HWND_MESSAGE, nullptr, k_name, nullptr); }
+// Of this process: other tests run at the same time, on the same screen.
+HWND timer_window() {
+    HWND window = nullptr;
+    DWORD process = 0;
+    do {
+        window = FindWindowExW(HWND_MESSAGE, window, k_name, nullptr);
+        GetWindowThreadProcessId(window, &process);
+    } while (window && process != GetCurrentProcessId());
+    return window;
+}
 
 // Runs the loop until `done` answers true. The bound is there for a fault, not for the time.
 bool loop_until(const std::function<bool()>& done) {

@@ -1,4 +1,5 @@
-// startup_language_test.cpp - the locale that the runtime is started with.
+// startup_language_test_linux.cpp - the locale that the runtime is started with. Windows half:
+// startup_language_test_win.cpp.
 #include <ostream>
 
 #include "tests/webdisplay/fake_runtime_test.h"

@@ -10,6 +10,7 @@
 
 #include "loam/heap.h"
 #include "loam/thread.h"
+#include "tests/loam/wine.h"
 
 namespace {
 
@@ -183,6 +184,7 @@ TEST(Socket, TimesOutWhereThePeerTakesNothing) {
 }
 
 TEST(Socket, TellsAConnectionThatWasReset) {
+    if (runs_under_wine()) GTEST_SKIP() << "Wine ends a connection in order before it resets it";
     connected_pair pair;
     pair.far->Reset();
     EXPECT_FALSE(pair.far->IsOpen());

@@ -136,7 +136,10 @@ class asking final : public zThreadMain {
 public:
     asking(main_thread_timer& timer, std::int64_t delay_ms)
         : m_timer(timer), m_delay_ms(delay_ms) {}
-    void Main(std::int32_t, const char* const*) override { m_timer.request(m_delay_ms); }
+    zStatus Main(std::int32_t, const char* const*) override {
+        m_timer.request(m_delay_ms);
+        return 0;
+    }
 
 private:
     main_thread_timer& m_timer;

@@ -162,7 +162,7 @@ def benchmark(program, rounds):
 
 def print_parsing(folder, rounds):
     print("\nHeader parsing\n\n| block | ns a header |\n|---|---|")
-    for one in benchmark(folder / "header_bench", rounds):
+    for one in sorted(benchmark(folder / "header_bench", rounds), key=lambda one: one["run_name"]):
         print(f"| {one['run_name']} | {1e9 * one['per_header']:.0f} |")
     searches = benchmark(folder / "search_bench", rounds)
     programs = ["Own", "Memmem", "StdHorspool", "StdBoyerMoore"]
@@ -171,7 +171,8 @@ def print_parsing(folder, rounds):
     print("| pattern | text | cBoyerMoore | memmem | std horspool | std boyer_moore |")
     print("|---|---|---|---|---|---|")
     table = {one["run_name"]: one["bytes_per_second"] / 1e9 for one in searches}
-    for key in [name.partition("/")[2] for name in table if name.startswith("Own/")]:
+    keys = [name.partition("/")[2] for name in table if name.startswith("Own/")]
+    for key in sorted(keys, key=lambda key: [int(part) for part in reversed(key.split("/"))]):
         size, kind, length = (int(part) for part in key.split("/"))
         text = f"{size >> 10} KiB of {kinds[kind]}"
         cells = " | ".join(f"{table[f'{program}/{key}']:.1f}" for program in programs)

@@ -35,48 +35,70 @@ std::string text_of(std::size_t size, std::int64_t kind) {
     return text;
 }
 
-template <typename search>
-void run(benchmark::State& state, search find) {
+// What a searcher makes of its pattern it makes once, before the clock runs: that is what it is
+// for.
+template <typename searcher>
+void run(benchmark::State& state) {
     const auto size = static_cast<std::size_t>(state.range(0));
     const std::string pattern = delimiter(static_cast<std::size_t>(state.range(2)));
     std::string text = text_of(size, state.range(1));
     text.replace(size - pattern.size(), pattern.size(), pattern);
+    const searcher one(pattern);
     for (auto _ : state) {
-        const std::size_t found = find(text, pattern);
-        if (found != size - pattern.size()) state.SkipWithError("not found where it is");
+        if (one.find(text) != size - pattern.size()) state.SkipWithError("not found where it is");
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
 }
 
-void Own(benchmark::State& state) {
-    run(state, [](const std::string& text, const std::string& pattern) {
-        const cBoyerMoore searcher(pattern.data(), static_cast<std::int32_t>(pattern.size()));
+class own_searcher {
+public:
+    explicit own_searcher(const std::string& pattern)
+        : m_searcher(pattern.data(), static_cast<std::int32_t>(pattern.size())) {}
+    std::size_t find(const std::string& text) const {
         return static_cast<std::size_t>(
-            searcher.FindIn(text.data(), static_cast<std::int32_t>(text.size())));
-    });
-}
+            m_searcher.FindIn(text.data(), static_cast<std::int32_t>(text.size())));
+    }
 
-void Memmem(benchmark::State& state) {
-    run(state, [](const std::string& text, const std::string& pattern) {
-        const void* found = memmem(text.data(), text.size(), pattern.data(), pattern.size());
+private:
+    cBoyerMoore m_searcher;
+};
+
+class memmem_searcher {
+public:
+    explicit memmem_searcher(const std::string& pattern) : m_pattern(pattern) {}
+    std::size_t find(const std::string& text) const {
+        const void* found = memmem(text.data(), text.size(), m_pattern.data(), m_pattern.size());
         return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
-    });
-}
+    }
 
-template <typename searcher>
-void standard(benchmark::State& state) {
-    run(state, [](const std::string& text, const std::string& pattern) {
-        const searcher one(pattern.begin(), pattern.end());
-        return static_cast<std::size_t>(std::search(text.begin(), text.end(), one) - text.begin());
-    });
-}
+private:
+    const std::string& m_pattern;
+};
+
+template <typename standard>
+class standard_searcher {
+public:
+    explicit standard_searcher(const std::string& pattern)
+        : m_searcher(pattern.begin(), pattern.end()) {}
+    std::size_t find(const std::string& text) const {
+        return static_cast<std::size_t>(std::search(text.begin(), text.end(), m_searcher) -
+                                        text.begin());
+    }
+
+private:
+    standard m_searcher;
+};
+
+void Own(benchmark::State& state) { run<own_searcher>(state); }
+
+void Memmem(benchmark::State& state) { run<memmem_searcher>(state); }
 
 void StdHorspool(benchmark::State& state) {
-    standard<std::boyer_moore_horspool_searcher<std::string::const_iterator>>(state);
+    run<standard_searcher<std::boyer_moore_horspool_searcher<std::string::const_iterator>>>(state);
 }
 
 void StdBoyerMoore(benchmark::State& state) {
-    standard<std::boyer_moore_searcher<std::string::const_iterator>>(state);
+    run<standard_searcher<std::boyer_moore_searcher<std::string::const_iterator>>>(state);
 }
 
 void sizes(benchmark::internal::Benchmark* one) {

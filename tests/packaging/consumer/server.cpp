@@ -1,5 +1,5 @@
-// server.cpp - serves one text over HTTP, asks for it over a socket of its own, and takes the headers
-// of the answer apart.
+// server.cpp - serves one text over HTTP, asks for it over a socket of its own, and takes the
+// headers of the answer apart.
 #include <httpserver.h>
 #include <utils.h>
 
@@ -15,7 +15,8 @@ std::string ask(std::int32_t port, const std::string& request, const char* last)
     std::string answer;
     if (socket->Open(0) != 0 ||
         socket->Connect("127.0.0.1", static_cast<std::uint16_t>(port), k_wait_ms) != 0 ||
-        socket->Send(request.data(), static_cast<std::int32_t>(request.size()), 0, k_wait_ms) != 0) {
+        socket->Send(request.data(), static_cast<std::int32_t>(request.size()), 0, k_wait_ms) !=
+            0) {
         return answer;
     }
     _zSocket_select entry{socket.get(), zSocket::k_readable, 0};
@@ -46,7 +47,9 @@ int main() {
         ask(server.ListenPort(), "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n", "on air");
     const std::size_t line = answer.find("\r\n") + 2;
     zRecord headers;
-    cUtils::HeaderParse(answer.data() + line, static_cast<std::int32_t>(answer.size() - line), headers);
-    std::printf("%s: %s\n", answer.substr(0, 15).c_str(), headers.AsString("Content-Type", "").c_str());
+    cUtils::HeaderParse(answer.data() + line, static_cast<std::int32_t>(answer.size() - line),
+                        headers);
+    std::printf("%s: %s\n", answer.substr(0, 15).c_str(),
+                headers.AsString("Content-Type", "").c_str());
     return headers.AsString("Content-Length", "") == "6" ? 0 : 1;
 }

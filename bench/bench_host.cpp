@@ -44,6 +44,8 @@ zRecord settings_of(const host_options& options) {
     settings.SetInt32("web_height", options.height);
     settings.SetString("web_url", options.url);
     settings.SetBool("web_host_clock", options.host_clock);
+    // As with the yardstick, whose browsers are given no background.
+    settings.SetBool("web_transparent", true);
     return settings;
 }
 

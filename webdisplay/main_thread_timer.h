@@ -31,6 +31,9 @@ public:
     // Asks for one tick in `delay_ms`, or earlier: a request never puts off one made before it.
     // Any thread, also before start and after stop.
     virtual void request(std::int64_t delay_ms) = 0;
+    // Puts off what is asked for from now on until `us` have passed; what has been asked for
+    // already stands. Display thread.
+    virtual void rest(std::int64_t us) = 0;
 };
 
 }  // namespace pennywort

@@ -26,6 +26,7 @@ namespace pennywort {
 namespace {
 
 constexpr std::int64_t k_nobody_asked = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t k_ns_per_us = 1000;
 constexpr std::int64_t k_ns_per_ms = 1'000'000;
 constexpr std::int64_t k_ns_per_s = 1'000'000'000;
 constexpr std::int64_t k_longest_delay_ms = 60'000;
@@ -76,13 +77,16 @@ public:
     void request(std::int64_t delay_ms) override {
         if (m_periodic.load(std::memory_order_relaxed)) return;
         delay_ms = std::clamp<std::int64_t>(delay_ms, 0, k_longest_delay_ms);
-        const std::int64_t due = now_ns() + delay_ms * k_ns_per_ms;
+        const std::int64_t due =
+            std::max(now_ns() + delay_ms * k_ns_per_ms, m_rest_until_ns.load());
         std::int64_t asked = m_due_ns.load();
         do {
             if (asked <= due) return;
         } while (!m_due_ns.compare_exchange_weak(asked, due));
         arm();
     }
+
+    void rest(std::int64_t us) override { m_rest_until_ns = now_ns() + us * k_ns_per_us; }
 
 private:
     // A GSource is allocated by GLib with room for what stands behind it.
@@ -169,6 +173,7 @@ private:
     gint64 m_idle_us = 0;
     gint64 m_idle_at_us = 0;  // when a tick comes that nobody asked for; 0: never
     std::atomic<bool> m_periodic{false};
+    std::atomic<std::int64_t> m_rest_until_ns{0};
     std::atomic<std::int64_t> m_due_ns{k_nobody_asked};
 };
 

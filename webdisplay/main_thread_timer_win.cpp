@@ -33,6 +33,7 @@ constexpr DWORD k_high_resolution = 0x00000002;
 
 constexpr std::int64_t k_nobody_asked = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t k_longest_delay_ms = 60'000;
+constexpr std::int64_t k_ns_per_us = 1000;
 constexpr std::int64_t k_ns_per_ms = 1'000'000;
 
 std::int64_t now_ns() {
@@ -99,17 +100,20 @@ public:
     void request(std::int64_t delay_ms) override {
         if (m_periodic.load(std::memory_order_relaxed)) return;
         delay_ms = std::clamp<std::int64_t>(delay_ms, 0, k_longest_delay_ms);
-        const std::int64_t due = now_ns() + delay_ms * k_ns_per_ms;
+        const std::int64_t now = now_ns();
+        const std::int64_t due = std::max(now + delay_ms * k_ns_per_ms, m_rest_until_ns.load());
         std::int64_t asked = m_due_ns.load();
         do {
             if (asked <= due) return;
         } while (!m_due_ns.compare_exchange_weak(asked, due));
-        if (delay_ms == 0) {
+        if (due == now) {
             post_due();
         } else {
             arm();
         }
     }
+
+    void rest(std::int64_t us) override { m_rest_until_ns = now_ns() + us * k_ns_per_us; }
 
 private:
     // Two threads may ask at once, and the one with the later time may set the alarm last: set it
@@ -200,6 +204,7 @@ private:
     HANDLE m_wait = nullptr;
     UINT m_idle_ms = 0;
     std::atomic<bool> m_periodic{false};
+    std::atomic<std::int64_t> m_rest_until_ns{0};
     std::atomic<std::int64_t> m_due_ns{k_nobody_asked};
 };
 

@@ -16,15 +16,20 @@ namespace {
 constexpr int k_period_ms = 15;
 // The runtime may have work without asking for it again, so it is never left alone for longer.
 constexpr int k_idle_ms = 30;
-// The runtime leaves off after so much work and keeps the rest for the next step. It takes that
-// step for granted: it neither asks for it nor, while it waits for it, for anything else.
-constexpr std::int64_t k_slice_us = 10'000;
+// The runtime leaves off after 10 ms of work and keeps the rest for the next step. It takes that
+// step for granted: it neither asks for it nor, while it waits for it, for anything else. It also
+// stays that long when it only waits for something due soon, and to go on then would have it wait
+// again: so only a step that was clearly kept by work is followed by the next at once.
+constexpr std::int64_t k_kept_by_work_us = 15'000;
+// What a frame sets going comes in pieces. Taken together a little later, they cost fewer steps.
+constexpr std::int64_t k_rest_after_frame_us = 1000;
 
 // The runtime dispatches messages of the loop inside its own work, and a tick that arrives then
 // must not enter it again.
 std::atomic<std::int64_t> g_depth{0};
 thread_local bool t_inside_work = false;
 thread_local bool t_inside_tick = false;
+thread_local bool t_frame_painted = false;
 
 }  // namespace
 
@@ -56,8 +61,13 @@ void message_pump::tick() {
 
 void message_pump::work_and_go_on() {
     const std::int64_t begin = zTime::MicroNow();
+    t_frame_painted = false;
     work_once();
-    if (zTime::MicroNow() - begin >= k_slice_us) m_timer->request(0);
+    if (zTime::MicroNow() - begin >= k_kept_by_work_us) {
+        m_timer->request(0);
+    } else if (t_frame_painted) {
+        m_timer->rest(k_rest_after_frame_us);
+    }
 }
 
 void message_pump::work_once() {
@@ -69,6 +79,7 @@ void message_pump::work_once() {
     g_depth.fetch_sub(1);
 }
 
+void message_pump::frame_painted() { t_frame_painted = true; }
 bool message_pump::inside_work() { return t_inside_work; }
 bool message_pump::inside_tick() { return t_inside_tick || t_inside_work; }
 

@@ -28,6 +28,8 @@ public:
 
     // One step of the runtime's work, unless one is under way further up the stack.
     static void work_once();
+    // Said of the step under way: it has painted a frame. Display thread.
+    static void frame_painted();
     // Whether the caller stands inside such a step, that is in a callback of the runtime.
     static bool inside_work();
     // Whether it stands inside a tick: in such a step, or in the predicate before it.

@@ -10,6 +10,7 @@
 #include "webdisplay/cef/text.h"
 #include "webdisplay/host_environment.h"
 #include "webdisplay/live_browsers.h"
+#include "webdisplay/message_pump.h"
 #include "webdisplay/native_window.h"
 #include "webdisplay/page_scripts.h"
 #include "webdisplay/tick_ledger.h"
@@ -127,6 +128,7 @@ void webdisplay_browser_client::GetViewRect(cef_browser_t*, cef_rect_t& rect) {
 void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_element_type_t type,
                                         const void* buffer, int width, int height) {
     if (!is_alive() || is_popup(browser)) return;
+    message_pump::frame_painted();
     const owner_use owner(*this);
     if (owner) owner->BrowserPainted(buffer, width, height, type == PET_POPUP);
 }

@@ -7,6 +7,8 @@
 #include <shellapi.h>
 #include <shlobj.h>
 
+#include <cstdio>
+
 #include "loam/path.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"
@@ -17,6 +19,36 @@ namespace {
 
 // The system's own limit of the calls below.
 constexpr DWORD k_path_units = 260;
+
+constexpr DWORD k_longest_trial_ms = 10'000;
+
+// Null when it cannot be started. Without a console, which would open on the screen.
+HANDLE start_trial(const std::string& path) {
+    const std::wstring program = loam::wide_text(path);
+    std::wstring line = L'"' + program + L"\" --self-check";
+    STARTUPINFOW how{};
+    how.cb = sizeof how;
+    PROCESS_INFORMATION made{};
+    if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
+                        nullptr, nullptr, &how, &made)) {
+        return nullptr;
+    }
+    CloseHandle(made.hThread);
+    return made.hProcess;
+}
+
+// Of what the system ends, the two highest bits are set.
+helper_trial verdict_on(DWORD status) {
+    constexpr DWORD k_by_system = 0xC0000000;
+    if (status == 0) return {};
+    if (status == STILL_ACTIVE) return {helper_end::crashed, "it does not end"};
+    if ((status & k_by_system) != k_by_system) {
+        return {helper_end::failed, "it ended with status " + std::to_string(status)};
+    }
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08lX", status);
+    return {helper_end::crashed, std::string("ended by the system with ") + text};
+}
 
 }  // namespace
 
@@ -35,8 +67,18 @@ bool is_runnable(const std::string& path) {
     return GetBinaryTypeW(loam::wide_text(path).c_str(), &kind) != 0;
 }
 
-// What the system has found in the file when it was asked about it has to do.
-helper_trial try_helper(const std::string&) { return {}; }
+helper_trial try_helper(const std::string& path) {
+    const HANDLE child = start_trial(path);
+    if (!child) return {helper_end::failed, "error " + std::to_string(GetLastError())};
+    DWORD status = STILL_ACTIVE;
+    if (WaitForSingleObject(child, k_longest_trial_ms) == WAIT_OBJECT_0) {
+        GetExitCodeProcess(child, &status);
+    } else {
+        TerminateProcess(child, 1);
+    }
+    CloseHandle(child);
+    return verdict_on(status);
+}
 
 // There is no socket with a path here, and the system itself answers a folder that can be written.
 std::string temporary_folder_problem() { return {}; }

@@ -1,0 +1,65 @@
+// helper_trial_test.cpp - the trial run of the runtime's helper program.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "loam/wide_text.h"
+#include "webdisplay/folder_claim.h"
+#include "webdisplay/host_environment.h"
+
+namespace pennywort {
+namespace {
+
+namespace fs = std::filesystem;
+
+class HelperTrial : public testing::Test {
+protected:
+    HelperTrial() : m_folder(loam::wide_text(make_private_folder("helper trial ж"))) {}
+    ~HelperTrial() override {
+        std::error_code ignored;
+        fs::remove_all(m_folder, ignored);
+    }
+    std::string copy_named(const std::wstring& name) const {
+        fs::copy_file(HELPER, m_folder / name);
+        return path_of(name);
+    }
+    std::string path_of(const std::wstring& name) const {
+        return loam::utf8_text((m_folder / name).native());
+    }
+
+    const fs::path m_folder;
+};
+
+TEST_F(HelperTrial, OneThatIsMissingHasFailed) {
+    const helper_trial trial = try_helper(path_of(L"missing.exe"));
+    EXPECT_EQ(trial.end, helper_end::failed);
+    EXPECT_NE(trial.how, "");
+}
+
+TEST_F(HelperTrial, OneThatIsNoProgramHasFailed) {
+    std::ofstream(m_folder / L"text.exe") << "no program";
+    EXPECT_EQ(try_helper(path_of(L"text.exe")).end, helper_end::failed);
+}
+
+TEST_F(HelperTrial, OneThatSaysNoHasFailedWithItsStatus) {
+    const helper_trial trial = try_helper(copy_named(L"status3.exe"));
+    EXPECT_EQ(trial.end, helper_end::failed);
+    EXPECT_EQ(trial.how, "it ended with status 3");
+}
+
+TEST_F(HelperTrial, OneThatCrashesSaysByWhat) {
+    const helper_trial trial = try_helper(copy_named(L"crash.exe"));
+    EXPECT_EQ(trial.end, helper_end::crashed);
+    EXPECT_EQ(trial.how, "ended by the system with 0xC0000005");
+}
+
+TEST_F(HelperTrial, OneThatIsWellIsFineWhateverItsPath) {
+    const helper_trial trial = try_helper(copy_named(L"all well 日本.exe"));
+    EXPECT_EQ(trial.end, helper_end::fine) << trial.how;
+    EXPECT_EQ(trial.how, "");
+}
+
+}  // namespace
+}  // namespace pennywort

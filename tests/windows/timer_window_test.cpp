@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "loam/boot.h"
 #include "loam/message_loop.h"
 #include "loam/thread.h"
 #include "webdisplay/main_thread_timer.h"
@@ -61,6 +62,34 @@ TEST(TimerWindow, StartsAndStopsTwiceOverAlthoughItsClassIsRegistered) {
         EXPECT_TRUE(loop_until([&] { return ticks >= 2; }));
         timer->stop();
         EXPECT_EQ(timer_window(), nullptr);
+    }
+}
+
+// Each in a library of its own, say: both have a window of the one class.
+std::shared_ptr<main_thread_timer> g_timers[2];
+int g_ticks[2] = {};
+template <int Module>
+void start_module() {
+    g_timers[Module] = main_thread_timer::make([] { ++g_ticks[Module]; });
+    g_timers[Module]->start_periodic(15);
+}
+template <int Module>
+void stop_module() {
+    g_timers[Module].reset();
+}
+
+TEST(TimerWindow, TwoModulesThatHaveOneEachStartAndStopTwiceOver) {
+    const zBoot first(start_module<0>, stop_module<0>, 0x6F6E6520);
+    const zBoot second(start_module<1>, stop_module<1>, 0x74776F20);
+    for (int round = 0; round < 2; ++round) {
+        g_ticks[0] = g_ticks[1] = 0;
+        ASSERT_EQ(zBoot::StartModules(), 0);
+        EXPECT_TRUE(loop_until([] { return g_ticks[0] > 1 && g_ticks[1] > 1; }));
+        ASSERT_EQ(zBoot::StopModules(), 0);
+        EXPECT_EQ(timer_window(), nullptr);
+        const int before = g_ticks[0] + g_ticks[1];
+        for (int i = 0; i < 10; ++i) zMessageLoop::RunOnce(5'000);
+        EXPECT_EQ(g_ticks[0] + g_ticks[1], before);
     }
 }
 

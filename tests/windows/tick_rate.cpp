@@ -1,5 +1,5 @@
 // tick_rate.cpp - prints how often the display thread's timer ticks, by itself and when asked, over
-// a few seconds; and the size of the intervals. The figures are in docs/systems.md.
+// a few seconds; and the size of the intervals. The figures are in bench/README.md.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>

@@ -33,6 +33,13 @@ constexpr const char* k_footer = R"(Examples:
   pennywort render page.html --seconds 5 --json
 Exit status: 0 done, 1 failed, 2 wrong arguments, 130 or 143 interrupted (the file is complete).)";
 
+constexpr const char* k_live_footer = R"(Examples:
+  pennywort live page.html
+  pennywort live first.html https://example.com --port 0
+  pennywort live page.html --listen 0.0.0.0
+The first line of the output is the address of the control page. Ctrl-C ends.
+Exit status: 0 ended by Ctrl-C, 1 failed, 2 wrong arguments.)";
+
 // The arguments as they were written; what they mean comes after.
 struct raw_arguments {
     std::vector<std::string> pages;
@@ -48,6 +55,8 @@ struct raw_arguments {
     std::string format;
     std::string pacing = "request";
     std::string host_clock = "on";
+    std::string port = "8080";
+    std::string listen = "127.0.0.1";
     bool endless = false;
     bool transparent = false;
     bool free_run = false;
@@ -101,6 +110,28 @@ void add_output_options(CLI::App& render, raw_arguments& raw) {
     render.add_flag("--gpu", raw.gpu, "Use the machine's display and GPU");
     render.add_flag("--json", raw.json, "Print one last line of what happened");
     render.add_flag("--verbose", raw.verbose, "Also print traces, and what pages and browser say");
+}
+
+void add_live_options(CLI::App& live, raw_arguments& raw) {
+    live.add_option("pages", raw.pages, "URLs or files: the first is shown, the others are queued")
+        ->required();
+    live.add_option("--port", raw.port, "Port of the control page; 0 for one that is free")
+        ->type_name("N")
+        ->capture_default_str();
+    live.add_option("--listen", raw.listen,
+                    "Numeric address to listen on; one that others reach needs a token, which "
+                    "stands in the printed address")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    live.add_option("--size", raw.size, "Width and height in pixels, 1 to 16384")
+        ->type_name("WxH")
+        ->capture_default_str();
+    live.add_option("--fps", raw.fps, "Frame rate, 1 to 240")
+        ->type_name("RATE")
+        ->capture_default_str();
+    live.add_flag("--transparent", raw.transparent, "Keep the page's alpha, shown over black");
+    live.add_flag("--gpu", raw.gpu, "Use the machine's display and GPU");
+    live.add_flag("--verbose", raw.verbose, "Also print traces, and what the browser says");
 }
 
 command_line refusal(std::string text) {
@@ -238,6 +269,30 @@ std::string take_pages(const raw_arguments& raw, render_options& options) {
     return {};
 }
 
+// An empty address would stand for all of the machine's, which has to be asked for.
+bool is_numeric_address(const std::string& text) {
+    const bool has_separator = text.find_first_of(".:") != std::string::npos;
+    return has_separator && text.find_first_not_of("0123456789abcdefABCDEF.:") == std::string::npos;
+}
+
+command_line interpret_live(const raw_arguments& raw) {
+    command_line result;
+    for (const auto take : {take_picture_format, take_pages}) {
+        const std::string wrong = take(raw, result.options);
+        if (!wrong.empty()) return refusal(wrong);
+    }
+    const auto port = number<std::int32_t>(raw.port, 0, 65535);
+    if (!port) return refusal("--port " + raw.port + " is not a port from 0 to 65535");
+    if (!is_numeric_address(raw.listen)) {
+        return refusal("--listen " + raw.listen + " is not a numeric address, such as 127.0.0.1");
+    }
+    const auto& format = result.options.format;
+    result.live = {result.options.urls, format.width,    format.height, format.rate.value(), *port,
+                   raw.listen,          raw.transparent, raw.gpu,       raw.verbose};
+    result.what = command_line::verdict::live;
+    return result;
+}
+
 command_line interpret(const raw_arguments& raw) {
     command_line result;
     for (const auto take :
@@ -253,8 +308,8 @@ command_line interpret(const raw_arguments& raw) {
 
 command_line parse_command_line(const std::vector<std::string>& arguments) {
     const bool has_command = !arguments.empty() && arguments[0].substr(0, 1) != "-";
-    if (has_command && arguments[0] != "render") {
-        return refusal("there is no command " + arguments[0] + ", only render");
+    if (has_command && arguments[0] != "render" && arguments[0] != "live") {
+        return refusal("there is no command " + arguments[0] + ", only render and live");
     }
     raw_arguments raw;
     CLI::App program("Renders web pages to frames and files.", "pennywort");
@@ -262,22 +317,26 @@ command_line parse_command_line(const std::vector<std::string>& arguments) {
     program.allow_windows_style_options(false);
     program.set_version_flag("--version", k_version);
     program.require_subcommand(1);
-    program.footer("See also: pennywort render --help");
+    program.footer("See also: pennywort render --help, pennywort live --help");
     CLI::App& render = *program.add_subcommand("render", "Show web pages and write their frames");
     add_page_options(render, raw);
     add_output_options(render, raw);
     render.footer(k_footer);
+    CLI::App& live = *program.add_subcommand("live", "Show web pages, and a page to control them");
+    add_live_options(live, raw);
+    live.footer(k_live_footer);
     std::vector<std::string> backwards(arguments.rbegin(), arguments.rend());
     try {
         program.parse(std::move(backwards));
     } catch (const CLI::CallForHelp&) {
+        if (live.parsed()) return saying(live.help("pennywort"));
         return saying(render.parsed() ? render.help("pennywort") : program.help());
     } catch (const CLI::CallForVersion&) {
         return saying(std::string(k_version) + "\n");
     } catch (const CLI::ParseError& wrong) {
         return refusal(wrong.what());
     }
-    return interpret(raw);
+    return live.parsed() ? interpret_live(raw) : interpret(raw);
 }
 
 }  // namespace pennywort

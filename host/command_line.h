@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/live.h"
 #include "host/render_options.h"
 
 namespace pennywort {
@@ -18,12 +19,14 @@ enum exit_status : int {
 struct command_line {
     enum class verdict {
         render,
+        live,
         say,    // print `text` and end: help, or the version
         refuse  // print `text` as an error and end
     };
     verdict what = verdict::refuse;
     std::string text;  // one line where it is an error
     render_options options;
+    live_options live;
 };
 
 // `arguments` without the program's name. Also reads the files that the options name, and looks for

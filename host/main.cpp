@@ -6,6 +6,7 @@
 
 #include "host/command_line.h"
 #include "host/console.h"
+#include "host/live.h"
 #include "host/render.h"
 
 namespace {
@@ -19,12 +20,14 @@ int run(const std::vector<std::string>& arguments) {
         return std::fflush(stdout) == 0 ? pennywort::k_exit_fine : pennywort::k_exit_failed;
     }
     if (line.what == command_line::verdict::refuse) {
-        std::fprintf(stderr, "pennywort: %s (pennywort render --help lists the options)\n",
+        std::fprintf(stderr, "pennywort: %s (pennywort COMMAND --help lists the options)\n",
                      line.text.c_str());
         return pennywort::k_exit_usage;
     }
     using others = pennywort::console::others;
-    const pennywort::console out(line.options.verbose ? others::heard : others::quiet);
+    const bool verbose = line.options.verbose || line.live.verbose;
+    const pennywort::console out(verbose ? others::heard : others::quiet);
+    if (line.what == command_line::verdict::live) return pennywort::live(line.live, out);
     return pennywort::render(line.options, out);
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "host/browser_runtime.h"
 #include "host/command_line.h"
 #include "host/file_path.h"
 #include "host/interrupt.h"
@@ -32,46 +33,6 @@ using clock = std::chrono::steady_clock;
 
 // How long the loop waits for something to do before it looks at the time.
 constexpr std::uint32_t k_loop_microseconds = 10'000;
-
-// What a machine needs that has neither a display nor a GPU: the runtime would look for an X server
-// otherwise, and pages would have no WebGL.
-constexpr std::pair<const char*, const char*> k_headless_switches[] = {
-    {"ozone-platform", "headless"}, {"disable-gpu-compositing", nullptr},   {"use-gl", "angle"},
-    {"use-angle", "swiftshader"},   {"enable-unsafe-swiftshader", nullptr},
-};
-
-void set_up_runtime(const render_options& options) {
-    using manager = cWebDisplayCEFBrowserManager;
-    manager::SetPacing(options.pacing == pump_pacing::timer ? cWebDisplayPacing::Timer
-                                                            : cWebDisplayPacing::OnRequest);
-    // Containers have a shared memory file system of 64 MB, which one large page fills.
-    manager::AddCommandLineSwitch("disable-dev-shm-usage", nullptr);
-    if (options.gpu) return;
-    for (const auto& [name, value] : k_headless_switches)
-        manager::AddCommandLineSwitch(name, value);
-}
-
-// The runtime, from its start to its end.
-class runtime {
-public:
-    explicit runtime(const render_options& options) {
-        set_up_runtime(options);
-        m_up = cWebDisplayCEFBrowserManager::Startup("");
-    }
-    ~runtime() { cWebDisplayCEFBrowserManager::Shutdown(); }
-    runtime(const runtime&) = delete;
-    runtime& operator=(const runtime&) = delete;
-
-    bool up() const { return m_up; }
-    static std::string failure() {
-        zString text;
-        cWebDisplayCEFBrowserManager::GetStartupFailure(text);
-        return text.Empty() ? "the browser runtime does not start" : std::string(text.View());
-    }
-
-private:
-    bool m_up = false;
-};
 
 class render_session {
 public:
@@ -287,11 +248,11 @@ int render_session::run() {
     if (!open_output()) return report();
     m_started = clock::now();
     {
-        const runtime browser(m_options);
+        const browser_runtime browser(m_options.pacing, m_options.gpu);
         if (browser.up()) {
             show_pages();
         } else {
-            fail(runtime::failure());
+            fail(browser_runtime::failure());
             discard_output();
         }
     }

@@ -1,0 +1,201 @@
+// host/json_read.cpp - see the header for the contract.
+#include "host/json_read.h"
+
+#include <charconv>
+#include <cstdint>
+
+namespace pennywort {
+
+namespace {
+
+void append_utf8(std::string& out, std::uint32_t code) {
+    const auto tail = [&](int shift) { out += static_cast<char>(0x80 | ((code >> shift) & 0x3F)); };
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+    } else if (code < 0x800) {
+        out += static_cast<char>(0xC0 | (code >> 6));
+        tail(0);
+    } else if (code < 0x10000) {
+        out += static_cast<char>(0xE0 | (code >> 12));
+        tail(6);
+        tail(0);
+    } else {
+        out += static_cast<char>(0xF0 | (code >> 18));
+        tail(12);
+        tail(6);
+        tail(0);
+    }
+}
+
+char plain_escape(char c) {
+    constexpr std::string_view names = "\"\\/bfnrt";
+    constexpr std::string_view means = "\"\\/\b\f\n\r\t";
+    const auto at = names.find(c);
+    return at == std::string_view::npos ? '\0' : means[at];
+}
+
+// Takes a text apart from its front. Each step answers false, with a reason, when it cannot.
+class reader {
+public:
+    explicit reader(std::string_view text) : m_rest(text) {}
+
+    bool read_object(std::map<std::string, json_value>& members);
+    const std::string& reason() const { return m_reason; }
+
+private:
+    bool fail(const char* reason) {
+        m_reason = reason;
+        return false;
+    }
+    void skip_blanks() {
+        const auto end = m_rest.find_first_not_of(" \t\r\n");
+        m_rest.remove_prefix(end == std::string_view::npos ? m_rest.size() : end);
+    }
+    bool take(std::string_view word) {
+        if (m_rest.substr(0, word.size()) != word) return false;
+        m_rest.remove_prefix(word.size());
+        return true;
+    }
+    bool read_member(std::map<std::string, json_value>& members);
+    bool read_value(json_value& value);
+    bool read_number(json_value& value);
+    bool read_string(std::string& text);
+    bool read_escape(std::string& text);
+    bool read_unicode(std::string& text);
+    bool read_code(std::uint32_t& code);
+
+    std::string_view m_rest;
+    std::string m_reason;
+};
+
+bool reader::read_object(std::map<std::string, json_value>& members) {
+    skip_blanks();
+    if (!take("{")) return fail("the body is no JSON object");
+    skip_blanks();
+    bool more = !take("}");
+    while (more) {
+        if (!read_member(members)) return false;
+        skip_blanks();
+        more = take(",");
+        if (!more && !take("}")) return fail("a comma or } is missing in the JSON");
+    }
+    skip_blanks();
+    return m_rest.empty() || fail("something stands behind the JSON object");
+}
+
+bool reader::read_member(std::map<std::string, json_value>& members) {
+    std::string name;
+    skip_blanks();
+    if (!take("\"") || !read_string(name)) return fail("a name is missing in the JSON");
+    skip_blanks();
+    if (!take(":")) return fail("a colon is missing in the JSON");
+    skip_blanks();
+    json_value value;
+    if (!read_value(value)) return false;
+    const bool is_new = members.emplace(std::move(name), std::move(value)).second;
+    return is_new || fail("a name stands twice in the JSON");
+}
+
+bool reader::read_value(json_value& value) {
+    if (take("\"")) return read_string(value.emplace<std::string>());
+    if (take("null")) return true;
+    if (take("true")) {
+        value = true;
+        return true;
+    }
+    if (take("false")) {
+        value = false;
+        return true;
+    }
+    return read_number(value);
+}
+
+bool reader::read_number(json_value& value) {
+    const auto size = m_rest.find_first_not_of("+-.0123456789eE");
+    const auto digits = m_rest.substr(0, size);
+    double number = 0;
+    const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (digits.empty() || end.ec != std::errc() || end.ptr != digits.data() + digits.size()) {
+        return fail("a member of the JSON is no text, number, true, false or null");
+    }
+    m_rest.remove_prefix(digits.size());
+    value = number;
+    return true;
+}
+
+bool reader::read_string(std::string& text) {
+    while (!m_rest.empty()) {
+        const char c = m_rest.front();
+        m_rest.remove_prefix(1);
+        if (c == '"') return true;
+        if (static_cast<unsigned char>(c) < 0x20) return fail("a control character in the JSON");
+        if (c != '\\') {
+            text += c;
+        } else if (!read_escape(text)) {
+            return false;
+        }
+    }
+    return fail("a text of the JSON does not end");
+}
+
+bool reader::read_escape(std::string& text) {
+    if (take("u")) return read_unicode(text);
+    const char c = m_rest.empty() ? '\0' : plain_escape(m_rest.front());
+    if (c == '\0') return fail("an unknown escape in the JSON");
+    m_rest.remove_prefix(1);
+    text += c;
+    return true;
+}
+
+bool reader::read_code(std::uint32_t& code) {
+    const auto digits = m_rest.substr(0, 4);
+    const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
+    if (digits.size() < 4 || end.ptr != digits.data() + 4) return fail("a bad \\u in the JSON");
+    m_rest.remove_prefix(4);
+    return true;
+}
+
+bool reader::read_unicode(std::string& text) {
+    std::uint32_t code = 0;
+    if (!read_code(code)) return false;
+    if (code >= 0xD800 && code <= 0xDBFF) {
+        std::uint32_t low = 0;
+        if (!take("\\u") || !read_code(low)) return fail("half of a surrogate pair in the JSON");
+        if (low < 0xDC00 || low > 0xDFFF) return fail("half of a surrogate pair in the JSON");
+        code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
+    } else if (code == 0 || (code >= 0xDC00 && code <= 0xDFFF)) {
+        return fail("a NUL or half of a surrogate pair in the JSON");
+    }
+    append_utf8(text, code);
+    return true;
+}
+
+template <class T>
+const T* member(const std::map<std::string, json_value>& members, const std::string& name) {
+    const auto found = members.find(name);
+    return found == members.end() ? nullptr : std::get_if<T>(&found->second);
+}
+
+}  // namespace
+
+std::optional<json_object> json_object::parse(std::string_view text, std::string& reason) {
+    json_object result;
+    reader from(text);
+    if (from.read_object(result.m_members)) return result;
+    reason = from.reason();
+    return {};
+}
+
+const std::string* json_object::text(const std::string& name) const {
+    return member<std::string>(m_members, name);
+}
+
+const double* json_object::number(const std::string& name) const {
+    return member<double>(m_members, name);
+}
+
+const bool* json_object::truth(const std::string& name) const {
+    return member<bool>(m_members, name);
+}
+
+}  // namespace pennywort

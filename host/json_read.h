@@ -1,0 +1,30 @@
+// host/json_read.h - reads one flat JSON object: what programs send this one.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace pennywort {
+
+// null is the empty one.
+using json_value = std::variant<std::monostate, bool, double, std::string>;
+
+class json_object {
+public:
+    // Nothing, and a reason, for a text that is no JSON object, that holds a list or another
+    // object, names a member twice, or holds a NUL or half of a surrogate pair.
+    static std::optional<json_object> parse(std::string_view text, std::string& reason);
+
+    // Null where there is no member of that name and kind.
+    const std::string* text(const std::string& name) const;
+    const double* number(const std::string& name) const;
+    const bool* truth(const std::string& name) const;
+
+private:
+    std::map<std::string, json_value> m_members;
+};
+
+}  // namespace pennywort

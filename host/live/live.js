@@ -1,0 +1,199 @@
+// The control page: asks the JSON interface for what is new, and sends it what the user wants.
+'use strict';
+
+const $ = id => document.getElementById(id);
+const token = new URLSearchParams(location.search).get('token');
+const headers = token ? {Authorization: 'Bearer ' + token} : {};
+const sleep = ms => new Promise(wake => setTimeout(wake, ms));
+const longestLog = 500;
+
+function say(text, bad) {
+  $('status').textContent = text;
+  $('status').className = bad ? 'bad' : '';
+}
+
+async function get(path) {
+  const answer = await fetch('api/' + path, {headers});
+  const json = await answer.json();
+  if (!answer.ok) throw new Error(json.error);
+  return json;
+}
+
+async function post(path, body) {
+  const answer = await fetch('api/' + path, {method: 'POST', headers, body: JSON.stringify(body)});
+  const json = await answer.json();
+  if (!answer.ok) throw new Error(json.error);
+  return json;
+}
+
+// A command's failure is told where the user looks, and never ends the page.
+function onCommand(id, event, command) {
+  $(id).addEventListener(event, async happened => {
+    if (event === 'submit') happened.preventDefault();
+    try {
+      await command();
+      say('done');
+    } catch (problem) {
+      say(problem.message, true);
+    }
+  });
+}
+
+// For ever, one answer after the other; while the program does not answer, once a second.
+async function repeat(step, pause) {
+  for (;;) {
+    try {
+      await sleep(await step() || pause);
+    } catch (problem) {
+      say('no answer: ' + problem.message, true);
+      await sleep(1000);
+    }
+  }
+}
+
+let shown = 0;
+let shownTimes = [];
+
+async function showPicture() {
+  const answer = await fetch('api/picture?after=' + shown, {headers});
+  if (answer.status === 204) return 15;
+  if (!answer.ok) throw new Error((await answer.json()).error);
+  shown = Number(answer.headers.get('X-Picture'));
+  const image = await createImageBitmap(await answer.blob());
+  const canvas = $('picture');
+  if (canvas.width !== image.width || canvas.height !== image.height) {
+    canvas.width = image.width;
+    canvas.height = image.height;
+  }
+  canvas.getContext('2d').drawImage(image, 0, 0);
+  image.close();
+  shownTimes.push(performance.now());
+  canvas.dataset.number = shown;
+  return 1;
+}
+
+function showRate() {
+  const now = performance.now();
+  shownTimes = shownTimes.filter(time => now - time < 2000);
+  $('rate').textContent = (shownTimes.length / 2).toFixed(1) + ' pictures a second';
+}
+
+function showQueue(queue) {
+  const list = $('queue');
+  const text = JSON.stringify(queue);
+  if (list.dataset.shown === text) return;
+  list.dataset.shown = text;
+  list.replaceChildren(...queue.map((url, index) => {
+    const item = document.createElement('li');
+    const button = document.createElement('button');
+    button.type = 'button';
+    button.textContent = 'Remove';
+    button.setAttribute('aria-label', 'Remove ' + url);
+    button.addEventListener('click', () => post('remove', {index}).catch(p => say(p.message, true)));
+    item.append(url, button);
+    return item;
+  }));
+}
+
+const samples = [];
+let before = null;
+
+// Counts per second, from what has been counted in all and the time between two looks.
+function sample(state) {
+  const now = performance.now();
+  if (before && now - before.now < 900) return;
+  if (before) {
+    const per = count => (state[count] - before[count]) * 1000 / (now - before.now);
+    samples.push({painted: per('painted'), dropped: per('dropped')});
+    if (samples.length > 60) samples.shift();
+    plot();
+  }
+  before = {now, painted: state.painted, dropped: state.dropped};
+}
+
+function plot() {
+  const canvas = $('plot');
+  const pen = canvas.getContext('2d');
+  const top = Math.max(10, ...samples.map(s => s.painted));
+  pen.clearRect(0, 0, canvas.width, canvas.height);
+  pen.fillStyle = '#b9c6d3';
+  pen.font = '14px sans-serif';
+  pen.fillText(top.toFixed(0), 2, 14);
+  const step = canvas.width / 60;
+  samples.forEach((s, index) => {
+    const bar = (value, colour, left, width) => {
+      const height = value / top * (canvas.height - 20);
+      pen.fillStyle = colour;
+      pen.fillRect(index * step + left, canvas.height - height, width, height);
+    };
+    bar(s.painted, '#7cc4ff', 1, step / 2 - 1);
+    bar(s.dropped, '#ffb35c', step / 2, step / 2 - 1);
+  });
+}
+
+async function showState() {
+  const state = await get('state');
+  $('size-now').textContent = state.width + ' x ' + state.height;
+  $('page-url').textContent = (state.loading ? 'loading · ' : '') + state.url;
+  $('painted').textContent = state.painted;
+  $('dropped').textContent = state.dropped;
+  if (document.activeElement !== $('visible')) $('visible').checked = state.visible;
+  if ($('status').textContent === 'connecting' || $('status').textContent.startsWith('no answer')) say('connected');
+  showQueue(state.queue);
+  sample(state);
+  showRate();
+}
+
+// Appends what is new, and stays at the end unless the user has scrolled away from it.
+function followLog(name) {
+  let last = 0;
+  const box = $(name);
+  return async () => {
+    const {lines} = await get(name + '?after=' + last);
+    if (lines.length === 0) return;
+    last = lines[lines.length - 1].number;
+    const atEnd = box.scrollHeight - box.scrollTop - box.clientHeight < 8;
+    box.append(...lines.map(line => {
+      const row = document.createElement('div');
+      row.className = line.kind;
+      row.textContent = line.kind === 'trace' ? line.text : line.kind + ': ' + line.text;
+      return row;
+    }));
+    while (box.childElementCount > longestLog) box.firstElementChild.remove();
+    if (atEnd) box.scrollTop = box.scrollHeight;
+  };
+}
+
+async function runScript() {
+  const output = $('result');
+  output.className = '';
+  output.textContent = 'running';
+  const {id} = await post('script', {script: $('script').value});
+  let answer = await get('result?id=' + id);
+  for (; answer.state === 'waiting'; answer = await get('result?id=' + id)) await sleep(50);
+  output.className = answer.state;
+  output.textContent = answer.state === 'lost' ? 'no answer; perhaps the page was left' : answer.result;
+}
+
+const numberOf = id => Number($(id).value);
+async function addUrl(now) {
+  await post('load', {url: $('url').value, now});
+  $('url').value = '';
+}
+
+onCommand('load-form', 'submit', () => addUrl(true));
+onCommand('enqueue', 'click', () => addUrl(false));
+onCommand('next', 'click', () => post('next', {}));
+onCommand('repaint', 'click', () => post('repaint', {}));
+onCommand('visible', 'change', () => post('visibility', {visible: $('visible').checked}));
+onCommand('size-form', 'submit', () => post('size', {width: numberOf('width'), height: numberOf('height')}));
+onCommand('cookies-form', 'submit', () => post('cookies/delete', {url: $('cookies-url').value}));
+onCommand('script-form', 'submit', runScript);
+$('script').addEventListener('keydown', key => {
+  if (key.ctrlKey && key.key === 'Enter') $('script-form').requestSubmit();
+});
+
+repeat(showPicture, 15);
+repeat(showState, 250);
+repeat(followLog('events'), 300);
+repeat(followLog('traces'), 500);

@@ -1,0 +1,144 @@
+// host/live_display.cpp - see the header for the contract.
+#include "host/live_display.h"
+
+#include <new>
+#include <utility>
+
+#include "host/json_line.h"
+#include "loam/record.h"
+#include "loam/string.h"
+
+namespace pennywort {
+
+namespace {
+
+// Runs `script` as its own text, so that one that is no JavaScript is told too, and answers the
+// value of its last statement behind one letter: f for fine, t for thrown.
+std::string guarded(const std::string& script) {
+    return "const show=v=>typeof v==='object'&&v!==null?JSON.stringify(v):String(v);"
+           "try{return 'f'+show((0,eval)(" +
+           json_quoted(script) + "))}catch(e){return 't'+String(e)}";
+}
+
+std::string text_of(const zString& text) { return std::string(text.View()); }
+
+zRecord settings_of(const live_options& options) {
+    zRecord settings;
+    settings.SetString("web_url", options.urls.front());
+    settings.SetInt32("web_width", static_cast<std::int32_t>(options.width));
+    settings.SetInt32("web_height", static_cast<std::int32_t>(options.height));
+    settings.SetBool("web_transparent", options.transparent);
+    return settings;
+}
+
+}  // namespace
+
+live_display::live_display(const live_options& options, live_pictures& pictures)
+    : m_loop(zMessageLoop::Current()),
+      m_self(std::make_shared<live_display*>(this)),
+      m_pictures(pictures),
+      m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
+                                                            options.frames_per_second)) {
+    if (!m_browser) throw std::bad_alloc();
+}
+
+live_display::~live_display() {
+    close();
+    m_browser->Release();
+}
+
+bool live_display::open(live_control& control) {
+    m_control = &control;
+    m_browser->SetVideoRenderer(this);
+    m_browser->SetPageCallbackReceiver(this);
+    m_browser->SetJavascriptCallbackReceiver(this);
+    return m_browser->Open();
+}
+
+void live_display::close() {
+    *m_self = nullptr;
+    m_browser->SetVideoRenderer(nullptr);
+    m_browser->SetPageCallbackReceiver(nullptr);
+    m_browser->SetJavascriptCallbackReceiver(nullptr);
+    m_browser->Close();
+}
+
+void live_display::tell_status() {
+    live_status status;
+    zString url;
+    m_browser->GetUrlForLastPageLoaded(url);
+    status.url = text_of(url);
+    status.loading = m_browser->IsLoading();
+    status.visible = m_visible;
+    m_browser->GetSize(status.width, status.height);
+    m_control->set_status(status);
+}
+
+void live_display::post(work todo) {
+    m_loop->Post([self = m_self, todo = std::move(todo)] {
+        if (*self) todo(**self);
+    });
+}
+
+void live_display::load(const std::string& url) {
+    post([url](live_display& display) { display.m_browser->LoadUrl(url.c_str()); });
+}
+
+void live_display::resize(long width, long height) {
+    post([=](live_display& display) { display.m_browser->SetSize(width, height); });
+}
+
+void live_display::set_visible(bool visible) {
+    post([visible](live_display& display) {
+        display.m_visible = visible;
+        display.m_browser->SetVisibility(visible);
+    });
+}
+
+void live_display::repaint() {
+    post([](live_display& display) { display.m_browser->Repaint(); });
+}
+
+void live_display::delete_cookies(const std::string& url) {
+    post([url](live_display& display) { display.m_browser->DeleteCookies(url.c_str()); });
+}
+
+void live_display::run_script(std::uint64_t id, const std::string& script) {
+    post([id, script](live_display& display) { display.run_now(id, script); });
+}
+
+void live_display::run_now(std::uint64_t id, const std::string& script) {
+    const auto ended = [id, self = m_self](const std::string& answer) {
+        if (!*self) return;
+        const bool fine = answer.substr(0, 1) == "f";
+        (*self)->m_control->script_ended(id, fine ? "fine" : "thrown", answer.substr(1));
+    };
+    constexpr unsigned long k_forgotten_after = 60'000;
+    if (m_browser->ExecuteJavascript(zString(guarded(script)), k_forgotten_after,
+                                     [ended](auto text) { ended(text.empty() ? "t" : text); }) !=
+        0) {
+        m_control->script_ended(id, "thrown", "there is no page yet");
+    }
+}
+
+void live_display::GetSize(long& width, long& height) const { m_browser->GetSize(width, height); }
+
+// An open select list is painted apart from its page, without a place; it is left out.
+void live_display::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
+    if (!isPopup) m_pictures.painted(pixels, width, height);
+}
+
+void live_display::PageLoadFailed(const zString& url, const zString& error) {
+    m_control->events().add("failed", text_of(url) + ": " + text_of(error));
+}
+
+void live_display::PageLoaded(const zString& url) {
+    m_control->events().add("loaded", text_of(url));
+}
+
+// Also where errors of the page's scripts arrive: the message, and the script's URL.
+void live_display::JavascriptCallback(const zString& name, const zString& argument, zString&) {
+    m_control->events().add("page", text_of(name) + " " + text_of(argument));
+}
+
+}  // namespace pennywort

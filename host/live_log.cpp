@@ -1,0 +1,29 @@
+// host/live_log.cpp - see the header for the contract.
+#include "host/live_log.h"
+
+#include <utility>
+
+#include "host/json_line.h"
+
+namespace pennywort {
+
+void live_log::add(const std::string& kind, std::string text) {
+    if (text.size() > m_longest) text.resize(m_longest);
+    const std::lock_guard hold(m_lock);
+    m_lines.push_back({++m_last, kind, std::move(text)});
+    if (m_lines.size() > m_limit) m_lines.pop_front();
+}
+
+std::string live_log::json_after(std::uint64_t after) const {
+    const std::lock_guard hold(m_lock);
+    std::string lines;
+    for (const auto& line : m_lines) {
+        if (line.number <= after) continue;
+        json_line json;
+        json.add("number", line.number).add("kind", line.kind).add("text", line.text);
+        lines += (lines.empty() ? "" : ",") + json.text();
+    }
+    return "{\"last\":" + std::to_string(m_last) + ",\"lines\":[" + lines + "]}";
+}
+
+}  // namespace pennywort

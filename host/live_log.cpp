@@ -17,10 +17,10 @@ void live_log::add(const std::string& kind, std::string text) {
 std::string live_log::json_after(std::uint64_t after) const {
     const std::lock_guard hold(m_lock);
     std::string lines;
-    for (const auto& line : m_lines) {
-        if (line.number <= after) continue;
+    for (const auto& entry : m_lines) {
+        if (entry.number <= after) continue;
         json_line json;
-        json.add("number", line.number).add("kind", line.kind).add("text", line.text);
+        json.add("number", entry.number).add("kind", entry.kind).add("text", entry.text);
         lines += (lines.empty() ? "" : ",") + json.text();
     }
     return "{\"last\":" + std::to_string(m_last) + ",\"lines\":[" + lines + "]}";

@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "host/background.h"
 #include "host/pixels.h"
 
 namespace pennywort {
@@ -18,7 +17,12 @@ namespace {
 constexpr std::size_t k_pictures = 4;
 
 // An encoded picture that is older than this is not shown once a newer one has been painted.
-constexpr std::chrono::milliseconds k_fresh{250};
+constexpr std::chrono::milliseconds k_fresh{1000};
+
+// So long after a question the next one is expected, and a picture kept ready that is no older than
+// k_ready.
+constexpr std::chrono::milliseconds k_watched{3000};
+constexpr std::chrono::milliseconds k_ready{200};
 
 }  // namespace
 
@@ -77,8 +81,9 @@ void live_pictures::painted(const void* pixels, long width, long height) {
 std::shared_ptr<const std::string> live_pictures::take(std::uint64_t after, std::uint64_t& number) {
     const std::lock_guard hold(m_lock);
     m_wanted = true;
+    m_asked = clock::now();
     m_wake.notify_one();
-    const bool stale = m_newest_number > m_png_number && clock::now() - m_png_time > k_fresh;
+    const bool stale = m_newest_number > m_png_number && m_asked - m_png_time > k_fresh;
     if (m_png_number <= after || stale) return nullptr;
     number = m_png_number;
     return m_png;
@@ -89,8 +94,14 @@ live_picture_counts live_pictures::counts() const {
     return m_counts;
 }
 
+// Looked at with each picture that is painted and each question.
+bool live_pictures::is_due() const {
+    if (m_newest_number == m_png_number) return false;
+    const auto now = clock::now();
+    return m_wanted || (now - m_asked < k_watched && now - m_png_time > k_ready);
+}
+
 void live_pictures::run() {
-    work_in_background();
     std::unique_lock hold(m_lock);
     for (;;) {
         m_wake.wait(hold,

@@ -32,8 +32,10 @@ public:
     // the encoder. For the display thread.
     void painted(const void* pixels, long width, long height);
 
-    // The newest picture if it has been encoded and its number is above `after`; null while there
-    // is none yet, which also has the next one encoded. From any thread, without waiting.
+    // The newest picture that has been encoded if its number is above `after`; null while there is
+    // none, or only an old one. Either way the next one is encoded, and for a while after that at
+    // least a few a second, so that who asks seldom gets a fresh one too. From any thread, without
+    // waiting.
     std::shared_ptr<const std::string> take(std::uint64_t after, std::uint64_t& number);
 
     live_picture_counts counts() const;
@@ -42,6 +44,7 @@ private:
     using clock = std::chrono::steady_clock;
 
     void run();
+    bool is_due() const;
     std::shared_ptr<picture> room_for(long width, long height);
 
     std::unique_ptr<picture_pool> m_pool;  // display thread
@@ -52,6 +55,7 @@ private:
     std::condition_variable m_wake;
     bool m_stopping = false;
     bool m_wanted = false;
+    clock::time_point m_asked{};  // when a reader asked last
     picture_ptr m_newest;
     std::uint64_t m_newest_number = 0;
     std::uint64_t m_taken_number = 0;  // of the one that the encoder took last

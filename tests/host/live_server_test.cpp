@@ -1,0 +1,171 @@
+// tests/host/live_server_test.cpp - the control page over real sockets: who is refused, and that a
+// client which takes nothing stops nobody.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/live_handler.h"
+#include "tests/httpserver/test_client.h"
+
+namespace pennywort {
+namespace {
+
+class deaf_port : public live_port {
+public:
+    void load(const std::string&) override { ++calls; }
+    void resize(long, long) override { ++calls; }
+    void set_visible(bool) override { ++calls; }
+    void repaint() override { ++calls; }
+    void run_script(std::uint64_t, const std::string&) override { ++calls; }
+    void delete_cookies(const std::string&) override { ++calls; }
+
+    int calls = 0;
+};
+
+cHttpServerSettings loopback() {
+    cHttpServerSettings settings;
+    settings.bindAddress = "127.0.0.1";
+    return settings;
+}
+
+class LiveServer : public testing::Test {
+protected:
+    explicit LiveServer(const std::string& token = {}) {
+        auto* handler = new live_handler(control, live_guard(server.ListenPort(), token));
+        server.InstallHandler(*handler);
+        handler->Release();
+    }
+    std::string own_host() { return "127.0.0.1:" + std::to_string(server.ListenPort()); }
+    std::string ask(const std::string& line, const std::string& headers) {
+        test_client client(server.ListenPort());
+        client.send(line + " HTTP/1.1\r\n" + headers + "\r\n");
+        return client.receive_answer();
+    }
+    std::string status(const std::string& line, const std::string& headers) {
+        return ask(line, headers).substr(9, 3);
+    }
+
+    deaf_port port;
+    live_pictures pictures;
+    live_control control{port, pictures, {}};
+    cHttpServer server{0, 16 * 1024, loopback()};
+};
+
+struct foreign_case {
+    const char* name;
+    const char* headers;  // @ stands for our own address
+};
+void PrintTo(const foreign_case& c, std::ostream* out) { *out << c.name; }
+
+constexpr foreign_case k_foreign[] = {
+    {"NoHost", ""},
+    {"ForeignHost", "Host: evil.example\r\n"},
+    {"ForeignHostWithOurPort", "Host: evil.example:80\r\nOrigin: http://evil.example:80\r\n"},
+    {"OtherPort", "Host: 127.0.0.1:1\r\n"},
+    {"TwoHosts", "Host: @\r\nHost: @\r\n"},
+    {"ForeignOrigin", "Host: @\r\nOrigin: http://evil.example\r\n"},
+    {"OriginOfAFile", "Host: @\r\nOrigin: null\r\n"},
+    {"OtherScheme", "Host: @\r\nOrigin: https://@\r\n"},
+    {"OriginThatBeginsLikeOurs", "Host: @\r\nOrigin: http://@.evil.example\r\n"},
+    {"ForeignFetch", "Host: @\r\nSec-Fetch-Site: cross-site\r\n"},
+};
+
+class ForeignRequest : public LiveServer, public testing::WithParamInterface<foreign_case> {};
+
+TEST_P(ForeignRequest, IsRefusedWhateverItAsksFor) {
+    std::string headers = GetParam().headers;
+    for (auto at = headers.find('@'); at != std::string::npos; at = headers.find('@')) {
+        headers.replace(at, 1, own_host());
+    }
+    for (const char* line : {"GET /", "GET /live.js", "GET /api/state", "GET /api/picture"}) {
+        EXPECT_EQ(status(line, headers), "403") << line;
+    }
+    EXPECT_EQ(status("POST /api/repaint", headers + "Content-Length: 0\r\n"), "403");
+    EXPECT_EQ(port.calls, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ForeignRequest, testing::ValuesIn(k_foreign),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+TEST_F(LiveServer, OurOwnPageAndScriptsAreAnswered) {
+    const std::string host = "Host: " + own_host() + "\r\n";
+    EXPECT_EQ(status("GET /", host), "200");
+    EXPECT_EQ(status("GET /api/state", host + "Origin: http://" + own_host() + "\r\n"), "200");
+    EXPECT_EQ(status("POST /api/repaint", host + "Content-Length: 0\r\n"), "200");
+    EXPECT_EQ(status("PUT /api/repaint", host + "Content-Length: 0\r\n"), "405");
+    EXPECT_EQ(port.calls, 1);
+}
+
+TEST_F(LiveServer, BadJsonIsAnsweredWith400) {
+    const std::string headers = "Host: " + own_host() + "\r\nContent-Length: 3\r\n\r\n{]}";
+    test_client client(server.ListenPort());
+    client.send("POST /api/size HTTP/1.1\r\n" + headers);
+    EXPECT_EQ(client.receive_answer().substr(9, 3), "400");
+}
+
+// Far more than the system's buffers hold between the two.
+TEST_F(LiveServer, AClientThatStallsOnAPictureStopsNeitherOthersNorTheDisplay) {
+    constexpr long k_side = 3000;
+    std::vector<std::uint32_t> noise(k_side * k_side);
+    std::uint32_t seed = 1;
+    for (auto& pixel : noise) pixel = seed = seed * 1664525u + 1013904223u;
+    pictures.painted(noise.data(), k_side, k_side);
+    const std::string host = "Host: " + own_host() + "\r\n";
+    std::uint64_t number = 0;
+    while (!pictures.take(0, number)) std::this_thread::yield();
+    std::vector<std::unique_ptr<test_client>> stalled;
+    for (int i = 0; i < 3; ++i) {
+        stalled.push_back(std::make_unique<test_client>(server.ListenPort()));
+        stalled.back()->send("GET /api/picture HTTP/1.1\r\n" + host + "\r\n");
+    }
+    for (int i = 0; i < 20; ++i) {
+        pictures.painted(noise.data(), k_side, k_side);
+        EXPECT_EQ(status("GET /api/state", host), "200");
+    }
+    EXPECT_EQ(pictures.counts().painted, 21u);
+}
+
+class LiveServerWithToken : public LiveServer {
+protected:
+    LiveServerWithToken() : LiveServer("0123456789abcdef") {}
+};
+
+TEST_F(LiveServerWithToken, WithoutTheTokenNothingIsTold) {
+    const std::string host = "Host: studio.example\r\n";
+    EXPECT_EQ(status("GET /", host), "401");
+    EXPECT_EQ(status("GET /?token=", host), "401");
+    EXPECT_EQ(status("GET /api/state?token=0123456789abcdee", host), "401");
+    EXPECT_EQ(status("GET /api/state", host + "Authorization: Bearer \r\n"), "401");
+    EXPECT_EQ(status("POST /api/repaint", host + "Content-Length: 0\r\n"), "401");
+    EXPECT_EQ(port.calls, 0);
+}
+
+TEST_F(LiveServerWithToken, TheTokenOpensAndDoesNotHelpAForeignPage) {
+    const std::string host = "Host: studio.example\r\n";
+    EXPECT_EQ(status("GET /?token=0123456789abcdef", host), "200");
+    const std::string bearer = "Authorization: Bearer 0123456789abcdef\r\n";
+    EXPECT_EQ(status("GET /api/state", host + bearer), "200");
+    EXPECT_EQ(status("GET /api/state", host + bearer + "Origin: http://evil.example\r\n"), "403");
+}
+
+TEST(LiveGuard, TokensAreLongAndDiffer) {
+    const auto token = random_token();
+    EXPECT_EQ(token.size(), 32u);
+    EXPECT_NE(token, random_token());
+}
+
+TEST(LiveGuard, KnowsWhichAddressesAreOfThisMachineOnly) {
+    EXPECT_TRUE(is_loopback("127.0.0.1"));
+    EXPECT_TRUE(is_loopback("::1"));
+    EXPECT_FALSE(is_loopback("0.0.0.0"));
+    EXPECT_FALSE(is_loopback("::"));
+    EXPECT_FALSE(is_loopback("192.0.2.1"));
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -3,6 +3,7 @@
 // The last argument has screenshots kept there.
 import assert from 'node:assert/strict';
 import {spawn} from 'node:child_process';
+import {readFileSync} from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import path from 'node:path';
@@ -12,8 +13,13 @@ import {chromium} from 'playwright-core';
 
 const [program, pictures] = process.argv.slice(2);
 const here = path.dirname(fileURLToPath(import.meta.url));
-const movingPage = path.join(here, 'page.html');
 const patience = 30000;
+
+// Cookies need a server; it has this one page under every name.
+const text = readFileSync(path.join(here, 'page.html'));
+const pages = http.createServer((_, answer) => answer.setHeader('Content-Type', 'text/html').end(text));
+await new Promise(resolve => pages.listen(0, '127.0.0.1', resolve));
+const movingPage = `http://127.0.0.1:${pages.address().port}/page.html`;
 
 // The program, and the address that its first line tells.
 async function start(...more) {
@@ -106,9 +112,25 @@ async function testVisibility(page, child) {
   await until(true);
   await page.click('#repaint');
   await expectText(page, 'status', 'done');
-  await page.fill('#cookies-url', 'http://example.invalid/');
+}
+
+async function cookiesOf(page) {
+  await page.fill('#script', '"cookies: " + document.cookie');
+  await page.press('#script', 'Control+Enter');
+  await expectText(page, 'result', 'cookies: ');
+  return page.textContent('#result');
+}
+
+async function testCookies(page) {
+  assert.equal(await cookiesOf(page), 'cookies: seen=yes');
+  await page.fill('#cookies-url', 'http://elsewhere.invalid/');
   await page.press('#cookies-url', 'Enter');
   await expectText(page, 'status', 'done');
+  assert.equal(await cookiesOf(page), 'cookies: seen=yes');
+  await page.fill('#cookies-url', movingPage);
+  await page.press('#cookies-url', 'Enter');
+  const end = Date.now() + patience;
+  while (await cookiesOf(page) !== 'cookies: ') assert.ok(Date.now() < end, 'the cookie stays');
 }
 
 // A client that asks for the picture and takes nothing: the page goes on.
@@ -170,7 +192,7 @@ try {
   page.on('pageerror', fault => faults.push(String(fault)));
   page.on('console', line => { if (/Content Security Policy/.test(line.text())) faults.push(line.text()); });
   await page.goto(child.address);
-  for (const test of [testPictures, testScript, testSize, testQueue, testVisibility, testStall, testTraces]) {
+  for (const test of [testPictures, testScript, testSize, testQueue, testVisibility, testCookies, testStall, testTraces]) {
     await test(page, child);
     console.log('passed: ' + test.name);
   }
@@ -186,4 +208,6 @@ try {
 } finally {
   await browser.close();
   child.kill('SIGKILL');
+  pages.close();
+  pages.closeAllConnections();
 }

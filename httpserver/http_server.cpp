@@ -85,21 +85,41 @@ struct http_call {
     const char* body;
 };
 
-// False when the handler does not take the request. What it throws must not end the thread.
+// Runs what belongs to the host, or needs memory that a peer may have used up: whatever it throws
+// must not end the thread. False when it has thrown.
+template <typename function>
+bool guarded(const char* what, function call) {
+    try {
+        call();
+        return true;
+    } catch (const std::exception& error) {
+        zTraceManager::Default()->TraceNote("cHttpServer: %s threw: %s\n", what, error.what());
+    } catch (...) {
+        zTraceManager::Default()->TraceNote("cHttpServer: %s threw\n", what);
+    }
+    return false;
+}
+
+// False when the handler does not take the request. One that throws has taken it.
 bool offer(cHttpHandler& handler, http_server_state& state, const http_call& call, zStatus& status,
            std::unique_ptr<cHttpBody>& pieces) {
-    try {
-        if (!handler.CanHandle(call.method, state.path, state.extension, state.query,
-                               call.request)) {
-            return false;
-        }
-        if (state.has_ended) return true;
+    bool is_taken = true;
+    guarded("a handler", [&] {
+        is_taken =
+            handler.CanHandle(call.method, state.path, state.extension, state.query, call.request);
+        if (!is_taken || state.has_ended) return;
         pieces = handler.HandleInPieces(call.socket, call.method, state.path, state.extension,
                                         state.query, call.body, status);
-    } catch (const std::exception& error) {
-        zTraceManager::Default()->TraceNote("cHttpServer: a handler threw: %s\n", error.what());
-    }
-    return true;
+    });
+    return is_taken;
+}
+
+// 0 or less: there is nothing to send.
+std::int32_t read_piece(cHttpBody& body, std::int64_t offset, std::vector<char>& piece) {
+    std::int32_t read = 0;
+    const auto size = static_cast<std::int32_t>(piece.size());
+    guarded("a body", [&] { read = body.ReadAt(offset, piece.data(), size); });
+    return read;
 }
 
 }  // namespace
@@ -309,8 +329,9 @@ void cHttpServer::serve_connections(std::int32_t ready) {
         bool close = false;
         if (connection.occurred != 0) {
             --ready;
-            serve_connection(connection, close);
+            const bool is_well = guarded("a request", [&] { serve_connection(connection, close); });
             if (state.has_ended) return;
+            if (!is_well) close = true;
         }
         if (close) {
             data_rm(i);
@@ -439,6 +460,7 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     zStatus status = k_failed;
     std::unique_ptr<cHttpBody> pieces;
     bool is_taken = false;
+    state.collected.clear();
     connection.socket->BeginCollecting(&state.collected);
     for (std::size_t i = 0; !is_taken; ++i) {
         const pennywort::handler_reference handler(m_handlers->take(i));
@@ -466,10 +488,13 @@ void cHttpServer::begin_pieces(http_connection& connection, bool& close,
 void cHttpServer::send_pieces(http_connection& connection, bool& close) {
     auto& piece = m_state->piece;
     piece.resize(pennywort::k_http_piece_bytes);
-    const std::int64_t size = connection.pieces->Size();
+    std::int64_t size = 0;
+    if (!guarded("a body", [&] { size = connection.pieces->Size(); })) {
+        close = true;
+        return;
+    }
     for (int i = 0; i < k_pieces_at_once && connection.sent < size; ++i) {
-        const std::int32_t read = connection.pieces->ReadAt(
-            connection.sent, piece.data(), static_cast<std::int32_t>(piece.size()));
+        const std::int32_t read = read_piece(*connection.pieces, connection.sent, piece);
         std::int32_t sent = 0;
         const zStatus status =
             read <= 0 ? k_failed : connection.socket->SendSome(piece.data(), read, &sent);

@@ -1,0 +1,125 @@
+// unruly_handlers_test.cpp - handlers and bodies that throw, that close what they were given, and
+// that give more than they have told.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "tests/httpserver/test_client.h"
+#include "tests/httpserver/test_handler.h"
+
+namespace {
+
+constexpr std::int32_t k_buffer = 4096;
+constexpr std::int32_t k_size = 5;  // of the bodies, as their heads tell
+
+// A body that reads as the test says.
+class scripted_body final : public cHttpBody {
+public:
+    using reader = std::function<std::int32_t(char* into, std::int32_t size)>;
+
+    explicit scripted_body(reader read) : m_read(std::move(read)) {}
+    std::int64_t Size() override { return k_size; }
+    std::int32_t ReadAt(std::int64_t, char* into, std::int32_t size) override {
+        return m_read(into, size);
+    }
+
+private:
+    const reader m_read;
+};
+
+class unsized_body final : public cHttpBody {
+public:
+    std::int64_t Size() override { throw 1; }
+    std::int32_t ReadAt(std::int64_t, char*, std::int32_t) override { return 0; }
+};
+
+// Writes a head, after what the test wants to happen before it, and hands a body over.
+class pieces_handler final : public cHttpHandler {
+public:
+    using maker = std::function<std::unique_ptr<cHttpBody>()>;
+    using step = std::function<void(zSocket* socket)>;
+
+    explicit pieces_handler(maker make_body, step before = {})
+        : m_make_body(std::move(make_body)), m_before(std::move(before)) {}
+    bool CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
+                   const char*) override {
+        return path == zString("/pieces");
+    }
+    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t, const zString&,
+                                              const zString&, const zString&, const char*,
+                                              zStatus& status) override {
+        if (m_before) m_before(socket);
+        SendHeaders(socket, k_size, "text/plain");
+        status = 0;
+        return m_make_body();
+    }
+
+private:
+    const maker m_make_body;
+    const step m_before;
+};
+
+std::unique_ptr<cHttpBody> body_that(scripted_body::reader read) {
+    return std::make_unique<scripted_body>(std::move(read));
+}
+
+class UnrulyHandlersTest : public testing::Test {
+protected:
+    UnrulyHandlersTest() { m_server.InstallHandler(*m_handler); }
+
+    void install(cHttpHandler& handler) { m_server.InstallHandler(handler); }
+
+    void expect_serving() { EXPECT_EQ(get(m_server.ListenPort(), "/after"), plain_answer("fine")); }
+
+    void wait_until_all_are_closed() const {
+        cHttpServerCounts counts;
+        do {
+            zThread::MicroSleep(500);
+            m_server.GetCounts(counts);
+        } while (counts.open > 0);
+    }
+
+    // The peer of such a body is closed, and the others are served.
+    void expect_end_by(const pieces_handler::maker& make_body) {
+        const auto handler = make<pieces_handler>(make_body);
+        install(*handler);
+        test_client client(m_server.ListenPort());
+        client.send(get_request("/pieces"));
+        EXPECT_TRUE(client.is_ended());
+        expect_serving();
+    }
+
+    held<test_handler> m_handler = make<test_handler>("/after");
+    cHttpServer m_server{0, k_buffer};
+};
+
+// Hosts have exceptions of their own.
+TEST_F(UnrulyHandlersTest, OneThatThrowsWhatIsNoExceptionDoesNotEndTheServer) {
+    const auto throwing = make<test_handler>("/throw", "thrown", [](zSocket*) { throw 1; });
+    install(*throwing);
+    EXPECT_EQ(get(m_server.ListenPort(), "/throw"), plain_answer("thrown"));
+    expect_serving();
+}
+
+TEST_F(UnrulyHandlersTest, ABodyThatThrowsEndsItsConnectionOnly) {
+    expect_end_by([] {
+        return body_that([](char*, std::int32_t) -> std::int32_t {
+            throw std::runtime_error("the disk has gone");
+        });
+    });
+}
+
+TEST_F(UnrulyHandlersTest, ABodyThatThrowsWhatIsNoExceptionEndsItsConnectionOnly) {
+    expect_end_by([] { return body_that([](char*, std::int32_t) -> std::int32_t { throw 1; }); });
+}
+
+TEST_F(UnrulyHandlersTest, ABodyThatThrowsWhenItsSizeIsAskedEndsItsConnectionOnly) {
+    expect_end_by([] { return std::make_unique<unsized_body>(); });
+}
+
+}  // namespace

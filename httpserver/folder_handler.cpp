@@ -1,4 +1,5 @@
 // httpserver/folder_handler.cpp - the files of a folder, of include/httpserver.h.
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,13 +16,19 @@ namespace {
 
 constexpr const char* k_index = "index.html";
 
+std::int32_t capped(std::int32_t size, std::int64_t left) {
+    return static_cast<std::int32_t>(std::min<std::int64_t>(size, left));
+}
+
 class file_body final : public cHttpBody {
 public:
     explicit file_body(std::unique_ptr<pennywort::folder_file> file) : m_file(std::move(file)) {}
 
     std::int64_t Size() override { return m_file->size(); }
     std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) override {
-        return m_file->read_at(offset, into, size);
+        // It may have grown since; what is told of its size has been sent already.
+        const std::int64_t left = Size() - offset;
+        return left <= 0 ? 0 : m_file->read_at(offset, into, capped(size, left));
     }
 
 private:

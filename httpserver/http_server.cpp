@@ -114,12 +114,15 @@ bool offer(cHttpHandler& handler, http_server_state& state, const http_call& cal
     return is_taken;
 }
 
-// 0 or less: there is nothing to send.
-std::int32_t read_piece(cHttpBody& body, std::int64_t offset, std::vector<char>& piece) {
+// The next bytes of a body, and never more than are left of what its head has told: a file may have
+// grown since, and the peer would take the rest for the next answer. 0 or less: there are none.
+std::int32_t read_piece(cHttpBody& body, std::int64_t offset, std::int64_t left,
+                        std::vector<char>& piece) {
+    const auto wanted =
+        static_cast<std::int32_t>(std::min(left, static_cast<std::int64_t>(piece.size())));
     std::int32_t read = 0;
-    const auto size = static_cast<std::int32_t>(piece.size());
-    guarded("a body", [&] { read = body.ReadAt(offset, piece.data(), size); });
-    return read;
+    guarded("a body", [&] { read = body.ReadAt(offset, piece.data(), wanted); });
+    return read <= wanted ? read : 0;
 }
 
 }  // namespace
@@ -494,7 +497,8 @@ void cHttpServer::send_pieces(http_connection& connection, bool& close) {
         return;
     }
     for (int i = 0; i < k_pieces_at_once && connection.sent < size; ++i) {
-        const std::int32_t read = read_piece(*connection.pieces, connection.sent, piece);
+        const std::int32_t read =
+            read_piece(*connection.pieces, connection.sent, size - connection.sent, piece);
         std::int32_t sent = 0;
         const zStatus status =
             read <= 0 ? k_failed : connection.socket->SendSome(piece.data(), read, &sent);

@@ -166,6 +166,27 @@ TEST_F(FolderTest, EndsAConnectionWhoseFileBecameShorter) {
     EXPECT_LT(client.receive(21u << 20).size(), 20u << 20);
 }
 
+// A recording, for instance. The peer would take what is too much for the next answer.
+TEST_F(FolderTest, GivesAFileThatHasGrownAsFarAsItsHeadHasTold) {
+    class taking_socket final : public zSocket {
+    public:
+        zStatus Send(const char*, std::int32_t, std::int32_t, std::int32_t) override { return 0; }
+    };
+    write(m_root / "site/growing.txt", "first");
+    taking_socket socket;
+    const zString none;
+    zStatus status = -1;
+    const auto body = m_handler->HandleInPieces(&socket, cHttpHandler::k_get,
+                                                zString("/growing.txt"), none, none, "", status);
+    ASSERT_NE(body, nullptr);
+    std::ofstream(m_root / "site/growing.txt", std::ios::binary | std::ios::app) << " second";
+    char bytes[64];
+    EXPECT_EQ(body->Size(), 5);
+    EXPECT_EQ(body->ReadAt(0, bytes, sizeof bytes), 5);
+    EXPECT_EQ(body->ReadAt(3, bytes, sizeof bytes), 2);
+    EXPECT_EQ(body->ReadAt(5, bytes, sizeof bytes), 0);
+}
+
 TEST_F(FolderTest, GivesUpAPeerThatResetsInTheMiddle) {
     write(m_root / "site/large.bin", std::string(20u << 20, 'x'));
     test_client client(m_server.ListenPort());

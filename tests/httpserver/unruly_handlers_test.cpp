@@ -122,4 +122,25 @@ TEST_F(UnrulyHandlersTest, ABodyThatThrowsWhenItsSizeIsAskedEndsItsConnectionOnl
     expect_end_by([] { return std::make_unique<unsized_body>(); });
 }
 
+TEST_F(UnrulyHandlersTest, ABodyThatClaimsMoreThanItWasAskedForEndsItsConnectionOnly) {
+    expect_end_by(
+        [] { return body_that([](char*, std::int32_t size) { return size + (1 << 20); }); });
+}
+
+// A file may grow while it is served. The peer would take what is too much for the next answer.
+TEST_F(UnrulyHandlersTest, ABodyThatHasGrownIsSentAsFarAsItsHeadHasTold) {
+    const auto handler = make<pieces_handler>([] {
+        return body_that([](char* into, std::int32_t size) {
+            std::fill_n(into, size, 'g');
+            return size;
+        });
+    });
+    install(*handler);
+    test_client client(m_server.ListenPort());
+    client.send(get_request("/pieces"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("ggggg"));
+    client.send(get_request("/after"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+}
+
 }  // namespace

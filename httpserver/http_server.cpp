@@ -475,6 +475,8 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     empty(connection);
     if (pieces != nullptr) begin_pieces(connection, close, std::move(pieces));
     connection.socket->EndCollecting(pennywort::k_send_timeout_ms);
+    // A handler may have closed it, and nothing would ever be told of it again.
+    if (!connection.socket->IsOpen()) close = true;
     return status;
 }
 

@@ -143,4 +143,19 @@ TEST_F(UnrulyHandlersTest, ABodyThatHasGrownIsSentAsFarAsItsHeadHasTold) {
     EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
 }
 
+// Nobody would ever be told anything of the closed socket again.
+TEST_F(UnrulyHandlersTest, AConnectionThatItsHandlerClosesIsForgotten) {
+    const auto closing = make<test_handler>("/close", "bye", [](zSocket* one) { one->Close(); });
+    const auto resetting = make<test_handler>("/reset", "bye", [](zSocket* one) { one->Reset(); });
+    install(*closing);
+    install(*resetting);
+    for (const char* path : {"/close", "/reset"}) {
+        test_client client(m_server.ListenPort());
+        client.send(get_request(path));
+        EXPECT_TRUE(client.is_ended());
+        wait_until_all_are_closed();
+    }
+    expect_serving();
+}
+
 }  // namespace

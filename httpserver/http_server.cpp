@@ -474,7 +474,9 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     connection.since = state.now;
     empty(connection);
     if (pieces != nullptr) begin_pieces(connection, close, std::move(pieces));
-    connection.socket->EndCollecting(pennywort::k_send_timeout_ms);
+    const zStatus gone = connection.socket->EndCollecting(pennywort::k_send_timeout_ms);
+    // Without their head, pieces would be taken for anything.
+    if (gone != k_ok && connection.stage == http_stage::pieces) close = true;
     // A handler may have closed it, and nothing would ever be told of it again.
     if (!connection.socket->IsOpen()) close = true;
     return status;

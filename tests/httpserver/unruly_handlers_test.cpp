@@ -158,4 +158,36 @@ TEST_F(UnrulyHandlersTest, AConnectionThatItsHandlerClosesIsForgotten) {
     expect_serving();
 }
 
+// The head waits for the body; when it cannot be sent in time, a body without it would be taken for
+// anything.
+TEST_F(UnrulyHandlersTest, ABodyNeverComesWithoutItsHead) {
+    std::string filling;
+    const auto fill = [&](zSocket* socket) {
+        const std::string much(1 << 20, 'x');
+        for (int i = 0; i < 3; ++i) {
+            std::int32_t sent = 0;
+            while (socket->SendSome(much.data(), 1 << 20, &sent) == 0) {
+                filling.append(static_cast<std::size_t>(sent), 'x');
+            }
+            zThread::MicroSleep(100000);
+        }
+    };
+    const auto make_body = [] {
+        return body_that([](char* into, std::int32_t size) {
+            std::fill_n(into, size, 'b');
+            return size;
+        });
+    };
+    const auto handler = make<pieces_handler>(make_body, fill);
+    install(*handler);
+    test_client client(m_server.ListenPort());
+    client.send(get_request("/pieces"));
+    // Answered once the server has given the other peer up for now.
+    expect_serving();
+    client.end_sending();
+    const std::string whole = filling + plain_answer("bbbbb");
+    const std::string received = client.receive(whole.size());
+    EXPECT_EQ(received == whole.substr(0, received.size()), true) << received.size();
+}
+
 }  // namespace

@@ -27,6 +27,17 @@ bool is_token(std::string_view text) {
 
 bool is_visible(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7f; }
 
+// A line feed alone, or another control byte, would be the end of a header for one reader and not
+// for the next.
+bool is_value_byte(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (byte >= ' ' && byte != 0x7f) || c == '\t';
+}
+
+bool is_version(std::string_view text) {
+    return text.size() == 8 && text.substr(0, 7) == "HTTP/1." && text[7] >= '0' && text[7] <= '9';
+}
+
 // Cuts the front of `text` at the first `separator` and takes both off; all of it without one.
 std::string_view cut(std::string_view& text, std::string_view separator) {
     const std::size_t at = std::min(text.find(separator), text.size());
@@ -57,7 +68,7 @@ std::int32_t refusal_of_line(std::string_view line) {
     if (target.empty() || !std::all_of(target.begin(), target.end(), is_visible)) {
         return k_bad_request;
     }
-    return line.substr(0, 7) == "HTTP/1." ? k_fine : k_bad_request;
+    return is_version(line) ? k_fine : k_bad_request;
 }
 
 std::optional<std::int32_t> length_from(std::string_view value) {
@@ -77,9 +88,11 @@ struct body_length {
 std::int32_t refusal_of_header(std::string_view line, body_length& length) {
     const std::string_view name = line.substr(0, line.find(':'));
     if (name.size() == line.size() || !is_token(name)) return k_bad_request;
+    const std::string_view value = line.substr(name.size() + 1);
+    if (!std::all_of(value.begin(), value.end(), is_value_byte)) return k_bad_request;
     if (same_word(name, "transfer-encoding")) return k_not_implemented;
     if (!same_word(name, "content-length")) return k_fine;
-    const auto told = length_from(trimmed(line.substr(name.size() + 1)));
+    const auto told = length_from(trimmed(value));
     if (!told || length.is_told) return k_bad_request;
     length = {*told, true};
     return k_fine;

@@ -104,6 +104,13 @@ const head_case k_heads[] = {
      400},
     {"LengthInAnotherName", "POST / HTTP/1.1\r\nX-Content-Length: 5\r\n\r\n", 400},
     {"LengthInTheTarget", "POST /Content-Length:5 HTTP/1.1\r\n\r\n", 400},
+    {"TabAndForeignBytesInAValue", "GET / HTTP/1.1\r\nA: b\tc \xc3\xa4\r\n\r\n", 0},
+    {"LineFeedInAValue", "GET / HTTP/1.1\r\nA: b\nTransfer-Encoding: chunked\r\n\r\n", 400},
+    {"CarriageReturnInAValue", "GET / HTTP/1.1\r\nA: b\rTransfer-Encoding: c\r\n\r\n", 400},
+    {"ControlByteInAValue", "GET / HTTP/1.1\r\nA: b\x0b\r\n\r\n", 400},
+    {"LineFeedBehindTheVersion", "GET / HTTP/1.1\nTransfer-Encoding: chunked\r\n\r\n", 400},
+    {"MoreBehindTheVersion", "GET / HTTP/1.1 b\r\n\r\n", 400},
+    {"HalfAVersion", "GET / HTTP/1.\r\n\r\n", 400},
     {"Chunked", "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n", 501},
 };
 

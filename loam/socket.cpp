@@ -6,6 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "loam/countdown.h"
+
 namespace {
 
 // A piece longer than this is worth a packet of its own.
@@ -56,6 +58,21 @@ zStatus zSocket::EndCollecting(std::int32_t timeout) {
 void zSocket::MoreFollows() { m_more_follows = true; }
 
 bool zSocket::has_collected() const { return m_collected != nullptr && !m_collected->empty(); }
+
+zStatus zSocket::send_now(const char* data, std::int32_t length, std::int32_t timeout) {
+    // Nearly always there is room for all of it, and no clock is needed.
+    std::int32_t sent = 0;
+    zStatus status = send_some_now(data, length, &sent);
+    if (status == 0 && sent == length) return 0;
+    const loam::countdown time(timeout);
+    std::int32_t done = sent;
+    while (status == k_not_now || (status == 0 && done < length)) {
+        status = wait_writable(time.left());
+        if (status == 0) status = send_some_now(data + done, length - done, &sent);
+        if (status == 0) done += sent;
+    }
+    return status;
+}
 
 zStatus zSocket::send_collected(std::int32_t timeout) {
     if (!has_collected()) return 0;

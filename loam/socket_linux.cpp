@@ -13,9 +13,9 @@
 #include <new>
 #include <vector>
 
+#include "loam/countdown.h"
 #include "loam/interrupted.h"
 #include "loam/socket.h"
-#include "loam/time.h"
 #include "loam/trace.h"
 
 namespace {
@@ -65,6 +65,11 @@ zStatus failure(const char* call) {
     return status;
 }
 
+// The peer of a connection that is up has not answered for long: no time-out of the caller's.
+zStatus transfer_failure(const char* call) {
+    return errno == ETIMEDOUT ? zSocket::k_lost : failure(call);
+}
+
 zStatus checked(const char* call, int answer) { return answer < 0 ? failure(call) : 0; }
 
 zStatus set_option(std::intptr_t handle, int level, int option, bool on) {
@@ -112,38 +117,12 @@ bool read_address(const char* text, std::uint16_t port, bool ipv6, socket_addres
 
 bool is_empty(const char* text) { return text == nullptr || *text == '\0'; }
 
-// How much of a time-out is left.
-class countdown {
-public:
-    explicit countdown(std::int32_t timeout)
-        : m_is_endless(timeout < 0),
-          m_end(m_is_endless ? 0 : zTime::MicroNow() + std::int64_t{timeout} * 1000) {}
-
-    // In milliseconds, rounded up, so that a wait does not end before its time; -1 is for ever.
-    int left() const {
-        if (m_is_endless) return -1;
-        const std::int64_t micro = m_end - zTime::MicroNow();
-        return micro <= 0 ? 0 : static_cast<int>((micro + 999) / 1000);
-    }
-
-private:
-    bool m_is_endless;
-    std::int64_t m_end;
-};
-
 // Answers poll's result; a signal does not end the wait.
 int poll_for(pollfd* entries, std::size_t count, std::int32_t timeout) {
-    const countdown time(timeout);
+    const loam::countdown time(timeout);
     int answer = ::poll(entries, count, timeout < 0 ? -1 : timeout);
     while (answer < 0 && errno == EINTR) answer = ::poll(entries, count, time.left());
     return answer;
-}
-
-zStatus wait_writable(std::intptr_t handle, std::int32_t timeout) {
-    pollfd entry{native(handle), POLLOUT, 0};
-    const int ready = poll_for(&entry, 1, timeout);
-    if (ready < 0) return failure("poll");
-    return ready == 0 ? zSocket::k_timed_out : 0;
 }
 
 short poll_events(std::int32_t requested) {
@@ -227,31 +206,23 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
     send_some_collected();
     const auto count = loam::unless_interrupted(
         [&] { return ::recv(native(m_handle), buffer, static_cast<std::size_t>(size), 0); });
-    if (count < 0) return failure("recv");
+    if (count < 0) return transfer_failure("recv");
     *received = static_cast<std::int32_t>(count);
     return 0;
 }
 
-zStatus zSocket::send_now(const char* data, std::int32_t length, std::int32_t timeout) {
-    // Nearly always there is room for all of it, and no clock is needed.
-    std::int32_t sent = 0;
-    zStatus status = send_some_now(data, length, &sent);
-    if (status == 0 && sent == length) return 0;
-    const countdown time(timeout);
-    std::int32_t done = sent;
-    while (status == k_not_now || (status == 0 && done < length)) {
-        status = wait_writable(m_handle, time.left());
-        if (status == 0) status = send_some_now(data + done, length - done, &sent);
-        if (status == 0) done += sent;
-    }
-    return status;
+zStatus zSocket::wait_writable(std::int32_t timeout) {
+    pollfd entry{native(m_handle), POLLOUT, 0};
+    const int ready = poll_for(&entry, 1, timeout);
+    if (ready < 0) return failure("poll");
+    return ready == 0 ? k_timed_out : 0;
 }
 
 zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent) {
     const auto count = loam::unless_interrupted([&] {
         return ::send(native(m_handle), data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
     });
-    if (count < 0) return failure("send");
+    if (count < 0) return transfer_failure("send");
     *sent = static_cast<std::int32_t>(count);
     return 0;
 }
@@ -293,7 +264,7 @@ zStatus zSocket::Connect(const char* address, std::uint16_t port, std::int32_t t
     // Interrupted, a connection goes on being made, as one does that did not wait.
     if (answer == 0) return 0;
     if (errno != EINPROGRESS && errno != EINTR) return failure("connect");
-    const zStatus status = wait_writable(m_handle, timeout);
+    const zStatus status = wait_writable(timeout);
     if (status != 0) return status;
     int error = 0;
     socklen_t size = sizeof error;

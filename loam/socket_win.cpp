@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "loam/socket.h"
-#include "loam/time.h"
 #include "loam/trace.h"
 
 namespace {
@@ -68,6 +67,11 @@ zStatus failure_of(const char* call, int error) {
 }
 
 zStatus failure(const char* call) { return failure_of(call, ::WSAGetLastError()); }
+
+// The peer of a connection that is up has not answered for long: no time-out of the caller's.
+zStatus transfer_failure(const char* call) {
+    return ::WSAGetLastError() == WSAETIMEDOUT ? zSocket::k_lost : failure(call);
+}
 
 zStatus checked(const char* call, int answer) { return answer == SOCKET_ERROR ? failure(call) : 0; }
 
@@ -131,32 +135,6 @@ bool read_address(const char* text, std::uint16_t port, bool ipv6, socket_addres
 }
 
 bool is_empty(const char* text) { return text == nullptr || *text == '\0'; }
-
-// How much of a time-out is left.
-class countdown {
-public:
-    explicit countdown(std::int32_t timeout)
-        : m_is_endless(timeout < 0),
-          m_end(m_is_endless ? 0 : zTime::MicroNow() + std::int64_t{timeout} * 1000) {}
-
-    // In milliseconds, rounded up, so that a wait does not end before its time; -1 is for ever.
-    int left() const {
-        if (m_is_endless) return -1;
-        const std::int64_t micro = m_end - zTime::MicroNow();
-        return micro <= 0 ? 0 : static_cast<int>((micro + 999) / 1000);
-    }
-
-private:
-    bool m_is_endless;
-    std::int64_t m_end;
-};
-
-zStatus wait_writable(std::intptr_t handle, std::int32_t timeout) {
-    WSAPOLLFD entry{native(handle), POLLWRNORM, 0};
-    const int ready = ::WSAPoll(&entry, 1, timeout < 0 ? -1 : timeout);
-    if (ready == SOCKET_ERROR) return failure("WSAPoll");
-    return ready == 0 ? zSocket::k_timed_out : 0;
-}
 
 short poll_events(std::int32_t requested) {
     int events = 0;
@@ -259,28 +237,21 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
     if (buffer == nullptr || size <= 0) return k_failed;
     send_some_collected();
     const int count = ::recv(native(m_handle), buffer, piece(size), 0);
-    if (count == SOCKET_ERROR) return failure("recv");
+    if (count == SOCKET_ERROR) return transfer_failure("recv");
     *received = count;
     return 0;
 }
 
-zStatus zSocket::send_now(const char* data, std::int32_t length, std::int32_t timeout) {
-    std::int32_t sent = 0;
-    zStatus status = send_some_now(data, length, &sent);
-    if (status == 0 && sent == length) return 0;
-    const countdown time(timeout);
-    std::int32_t done = sent;
-    while (status == k_not_now || (status == 0 && done < length)) {
-        status = wait_writable(m_handle, time.left());
-        if (status == 0) status = send_some_now(data + done, length - done, &sent);
-        if (status == 0) done += sent;
-    }
-    return status;
+zStatus zSocket::wait_writable(std::int32_t timeout) {
+    WSAPOLLFD entry{native(m_handle), POLLWRNORM, 0};
+    const int ready = ::WSAPoll(&entry, 1, timeout < 0 ? -1 : timeout);
+    if (ready == SOCKET_ERROR) return failure("WSAPoll");
+    return ready == 0 ? k_timed_out : 0;
 }
 
 zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent) {
     const int count = ::send(native(m_handle), data, piece(length), 0);
-    if (count == SOCKET_ERROR) return failure("send");
+    if (count == SOCKET_ERROR) return transfer_failure("send");
     *sent = count;
     return 0;
 }

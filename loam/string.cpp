@@ -42,7 +42,8 @@ zString::zString(zString&& other) noexcept { *this = std::move(other); }
 
 zString& zString::operator=(zString&& other) noexcept {
     if (this == &other) return *this;
-    m_text = std::exchange(other.m_text, {});
+    // Assigned, a short text would leave the memory of a long one in place.
+    std::exchange(other.m_text, {}).swap(m_text);
     m_open_ended = std::exchange(other.m_open_ended, false);
     return *this;
 }
@@ -53,7 +54,7 @@ const zString& zString::operator=(const char* text) {
 }
 
 const zString& zString::operator=(std::string text) {
-    m_text = std::move(text);
+    m_text.swap(text);
     m_open_ended = false;
     return *this;
 }

@@ -51,7 +51,8 @@ public:
     // The time-out has passed first.
     static constexpr zStatus k_timed_out = -11;
     static constexpr zStatus k_address_in_use = -12;
-    // The peer has reset the connection, or it was lost.
+    // The peer has reset the connection, or has not been heard of for so long that the system gave
+    // it up.
     static constexpr zStatus k_lost = -13;
     // The process or the system has no descriptor or memory left.
     static constexpr zStatus k_no_resources = -14;
@@ -138,6 +139,7 @@ protected:
 private:
     zStatus send_now(const char* data, std::int32_t length, std::int32_t timeout);
     zStatus send_some_now(const char* data, std::int32_t length, std::int32_t* sent);
+    zStatus wait_writable(std::int32_t timeout);
     bool has_collected() const;
     zStatus send_collected(std::int32_t timeout);
     zStatus send_some_joined(const char* data, std::int32_t length, std::int32_t* sent);

@@ -1,0 +1,29 @@
+// countdown.h - a time-out that several waits share.
+#pragma once
+
+#include <cstdint>
+
+#include "loam/time.h"
+
+namespace loam {
+
+// How much of a time-out in milliseconds is left; a negative one never ends.
+class countdown {
+public:
+    explicit countdown(std::int32_t timeout)
+        : m_is_endless(timeout < 0),
+          m_end(m_is_endless ? 0 : zTime::MicroNow() + std::int64_t{timeout} * 1000) {}
+
+    // In milliseconds, rounded up, so that a wait does not end before its time; -1 is for ever.
+    int left() const {
+        if (m_is_endless) return -1;
+        const std::int64_t micro = m_end - zTime::MicroNow();
+        return micro <= 0 ? 0 : static_cast<int>((micro + 999) / 1000);
+    }
+
+private:
+    bool m_is_endless;
+    std::int64_t m_end;
+};
+
+}  // namespace loam

@@ -37,8 +37,8 @@ constexpr std::int64_t k_brisk_us = 100;
 constexpr int k_accepts_at_once = 256;
 // Pieces of one answer sent before the others are served again.
 constexpr int k_pieces_at_once = 4;
-// A request buffer that has grown beyond this is not kept for the next request.
-constexpr std::uint32_t k_kept_buffer = 64 * 1024;
+// Memory of a request that has grown beyond this is not kept for the next one.
+constexpr std::uint32_t k_kept_bytes = 64 * 1024;
 
 std::int64_t micro(std::int32_t milliseconds) { return std::int64_t{milliseconds} * 1000; }
 
@@ -58,7 +58,7 @@ void empty(http_connection& connection) {
     connection.progress.reset();
     connection.is_head_checked = false;
     if (connection.data == nullptr) return;
-    if (connection.data->Length() > k_kept_buffer) {
+    if (connection.data->Length() > k_kept_bytes) {
         connection.data.reset();
     } else {
         connection.data->SetString("", 0);
@@ -67,6 +67,11 @@ void empty(http_connection& connection) {
 
 void set(zString& target, std::string_view text) {
     target.SetString(text.data(), static_cast<std::uint32_t>(text.size()));
+}
+
+// Of a text that was longer than most, the memory is not kept.
+void settle(zString& text) {
+    if (text.Length() > k_kept_bytes) text = zString();
 }
 
 // The thread of a server that is copied may be about to change its flag.
@@ -231,7 +236,8 @@ bool cHttpServer::is_running() {
 
 // Without a port the thread goes on, over an empty watch set.
 void cHttpServer::listen() {
-    const zStatus status = create_listen_socket(m_port);
+    zStatus status = zSocket::k_no_resources;
+    guarded("listening", [&] { status = create_listen_socket(m_port); });
     if (status == k_ok) {
         m_state->listening.set(k_ok, m_listen_socket->LocalPort());
         return;
@@ -263,12 +269,14 @@ zStatus cHttpServer::create_listen_socket(std::int32_t port) {
 
 void cHttpServer::add_socket_to_watch(_zSocket_select* entry) { m_watch_set->Add(entry); }
 
-http_connection* cHttpServer::data_add(std::unique_ptr<zSocket> socket) {
-    http_connection* added = m_connections->add(std::move(socket), m_state->now);
-    add_socket_to_watch(added);
+void cHttpServer::data_add(std::unique_ptr<zSocket> socket) {
+    http_connection* const added = m_connections->add(std::move(socket), zTime::MicroNow());
+    // Without its entry a connection would shift those of all that come after it.
+    if (!guarded("a new connection", [&] { add_socket_to_watch(added); })) {
+        return m_connections->remove(m_connections->count() - 1);
+    }
     m_state->accepted.add(1);
     m_state->open.add(1);
-    return added;
 }
 
 // The listen socket stands before the connections in the watch set.
@@ -312,7 +320,9 @@ void cHttpServer::serve_round() {
     http_server_state& state = *m_state;
     std::int32_t ready = 0;
     const std::int32_t bound = wait_time();
-    if (wait_for_events(bound, ready) != k_ok) {
+    zStatus status = k_failed;
+    guarded("waiting", [&] { status = wait_for_events(bound, ready); });
+    if (status != k_ok) {
         // Whatever the reason is, it would come again at once.
         zThread::MicroSleep(static_cast<std::uint32_t>(micro(bound)));
         return;
@@ -321,7 +331,7 @@ void cHttpServer::serve_round() {
     const bool is_someone_waiting = state.listen_entry.occurred == zSocket::k_readable;
     serve_connections(ready - (is_someone_waiting ? 1 : 0));
     if (state.has_ended) return;
-    if (is_someone_waiting) accept_all();
+    if (is_someone_waiting) guarded("accepting", [&] { accept_all(); });
     close_overdue();
 }
 
@@ -400,6 +410,7 @@ zStatus cHttpServer::handle_client_read(http_connection& connection, bool& close
 zStatus cHttpServer::take_bytes(http_connection& connection, bool& close, std::int32_t received) {
     char* const bytes = m_receive_buffer.get();
     const std::uint32_t length = text_length(bytes, received);
+    const bool is_cut = static_cast<std::int32_t>(length) < received;
     bytes[length] = '\0';
     const bool is_first = is_empty(connection.data.get());
     const std::uint32_t before = is_first ? 0 : connection.data->Length();
@@ -418,6 +429,8 @@ zStatus cHttpServer::take_bytes(http_connection& connection, bool& close, std::i
     const std::int32_t refusal = refusal_of(connection, text);
     if (refusal != 0) return refuse(connection, close, refusal);
     if (is_complete) return dispatch(connection, close, text);
+    // Without the bytes that were dropped it would end elsewhere than for any other reader.
+    if (is_cut && m_state->settings.answerBadRequests) return refuse(connection, close, 400);
     // What can never become a request need not be kept.
     if (is_first && !connection.progress.is_hopeless()) append(connection, bytes, length);
     return k_failed;
@@ -445,9 +458,7 @@ zStatus cHttpServer::refuse(http_connection& connection, bool& close, std::int32
     std::int32_t sent = 0;
     connection.socket->SendSome(page.data(), static_cast<std::int32_t>(page.size()), &sent);
     close = connection.socket->EndSending() != k_ok;
-    connection.stage = http_stage::parting;
-    connection.since = m_state->now;
-    ++m_state->timed_stages;
+    begin_timed(connection, http_stage::parting);
     return k_failed;
 }
 
@@ -471,8 +482,10 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
         is_taken = offer(*handler.get(), state, call, status, pieces);
         if (state.has_ended) return status;
     }
-    connection.since = state.now;
+    // The handler may have taken long, which is not the peer's fault.
+    connection.since = zTime::MicroNow();
     empty(connection);
+    for (zString* part : {&state.path, &state.extension, &state.query}) settle(*part);
     if (pieces != nullptr) begin_pieces(connection, close, std::move(pieces));
     const zStatus gone = connection.socket->EndCollecting(pennywort::k_send_timeout_ms);
     // Without their head, pieces would be taken for anything.
@@ -486,10 +499,16 @@ void cHttpServer::begin_pieces(http_connection& connection, bool& close,
                                std::unique_ptr<cHttpBody> pieces) {
     connection.pieces = std::move(pieces);
     connection.sent = 0;
-    connection.stage = http_stage::pieces;
     connection.requested = zSocket::k_writable;
-    ++m_state->timed_stages;
+    begin_timed(connection, http_stage::pieces);
     send_pieces(connection, close);
+}
+
+void cHttpServer::begin_timed(http_connection& connection, http_stage stage) {
+    connection.stage = stage;
+    connection.since = zTime::MicroNow();
+    ++m_state->timed_stages;
+    m_state->next_check = 0;
 }
 
 void cHttpServer::send_pieces(http_connection& connection, bool& close) {
@@ -512,7 +531,7 @@ void cHttpServer::send_pieces(http_connection& connection, bool& close) {
             return;
         }
         connection.sent += sent;
-        connection.since = m_state->now;
+        connection.since = zTime::MicroNow();
     }
     if (connection.sent < size) return;
     connection.pieces.reset();
@@ -531,6 +550,8 @@ void cHttpServer::discard(http_connection& connection, bool& close) {
 }
 
 bool cHttpServer::is_overdue(const http_connection& connection) const {
+    // The handler of another connection may have closed it; nothing is ever told of it again.
+    if (!connection.socket->IsOpen()) return true;
     const cHttpServerSettings& settings = m_state->settings;
     const std::int32_t bound =
         connection.stage == http_stage::request ? settings.idleTimeoutMs : settings.stallTimeoutMs;
@@ -543,8 +564,7 @@ void cHttpServer::close_overdue() {
         state.accept_again = 0;
         state.listen_entry.requested = zSocket::k_readable;
     }
-    const bool is_anything_bound = state.settings.idleTimeoutMs > 0 || state.timed_stages > 0;
-    if (!is_anything_bound || state.now < state.next_check) return;
+    if (state.now < state.next_check) return;
     state.next_check = state.now + micro(wait_time());
     for (std::int32_t i = m_connections->count() - 1; i >= 0; --i) {
         if (is_overdue(m_connections->at(i))) data_rm(i);

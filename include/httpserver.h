@@ -23,6 +23,7 @@ class http_connections;
 class http_handlers;
 struct http_connection;
 struct http_server_state;
+enum class http_stage;
 }  // namespace pennywort
 
 // The body of an answer that is sent bit by bit, as the peer takes it, while the server serves
@@ -226,7 +227,7 @@ private:
     zStatus accept_incoming();
     void accept_all();
     void add_socket_to_watch(_zSocket_select* entry);
-    pennywort::http_connection* data_add(std::unique_ptr<zSocket> socket);
+    void data_add(std::unique_ptr<zSocket> socket);
     void data_rm(std::int32_t index);
     void start();
     void listen();
@@ -241,6 +242,7 @@ private:
     zStatus dispatch(pennywort::http_connection& connection, bool& close, std::string_view text);
     void begin_pieces(pennywort::http_connection& connection, bool& close,
                       std::unique_ptr<cHttpBody> pieces);
+    void begin_timed(pennywort::http_connection& connection, pennywort::http_stage stage);
     void send_pieces(pennywort::http_connection& connection, bool& close);
     void discard(pennywort::http_connection& connection, bool& close);
     void close_overdue();

@@ -6,45 +6,23 @@
 #include <vector>
 
 #include "tests/httpserver/descriptors.h"
-#include "tests/httpserver/test_client.h"
-#include "tests/httpserver/test_handler.h"
+#include "tests/httpserver/serving_test.h"
 
 namespace {
 
-constexpr std::int32_t k_buffer = 4096;
-
-class ConnectionsTest : public testing::Test {
+class ConnectionsTest : public ServingTest {
 protected:
-    ConnectionsTest() { m_server.InstallHandler(*m_handler); }
-
-    cHttpServerCounts counts() const {
-        cHttpServerCounts now;
-        m_server.GetCounts(now);
-        return now;
-    }
-
-    void wait_until_all_are_closed() const {
-        while (counts().open > 0) zThread::MicroSleep(1000);
-    }
-
-    static cHttpServerSettings settings() {
-        cHttpServerSettings wanted;
-        wanted.backlog = 1024;
-        return wanted;
-    }
-
-    held<test_handler> m_handler = make<test_handler>("/");
-    cHttpServer m_server{0, k_buffer, settings()};
+    ConnectionsTest() : ServingTest("/", room_for_many()) {}
 };
 
 TEST_F(ConnectionsTest, AThousandIdleOnesDoNotHinderOneThatWorks) {
     ASSERT_TRUE(make_room_for_descriptors(2200));
     std::vector<std::unique_ptr<test_client>> idle;
     for (int i = 0; i < 1000; ++i) {
-        idle.push_back(std::make_unique<test_client>(m_server.ListenPort()));
+        idle.push_back(std::make_unique<test_client>(port()));
         ASSERT_TRUE(idle.back()->is_connected()) << i;
     }
-    test_client client(m_server.ListenPort());
+    test_client client(port());
     for (int i = 0; i < 100; ++i) {
         client.send(get_request("/"));
         ASSERT_EQ(client.receive_answer(), plain_answer("fine"));
@@ -56,44 +34,43 @@ TEST_F(ConnectionsTest, AThousandIdleOnesDoNotHinderOneThatWorks) {
 }
 
 TEST_F(ConnectionsTest, TenThousandOpenedAndClosedLeaveNoDescriptor) {
-    ASSERT_EQ(get(m_server.ListenPort(), "/"), plain_answer("fine"));
+    ASSERT_EQ(get(port(), "/"), plain_answer("fine"));
     wait_until_all_are_closed();
     const std::size_t before = open_descriptors();
     for (int i = 0; i < 10000; ++i) {
-        test_client client(m_server.ListenPort());
+        test_client client(port());
         ASSERT_TRUE(client.is_connected()) << i;
         // By a reset, so that the system need not remember each of them for a minute.
         client.reset();
     }
-    EXPECT_EQ(get(m_server.ListenPort(), "/"), plain_answer("fine"));
+    EXPECT_EQ(get(port(), "/"), plain_answer("fine"));
     wait_until_all_are_closed();
     EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(ConnectionsTest, ComeOverBothFamiliesOfAddresses) {
-    test_client narrow(m_server.ListenPort(), "127.0.0.1");
+    test_client narrow(port(), "127.0.0.1");
     narrow.send(get_request("/4"));
     EXPECT_EQ(narrow.receive_answer(), plain_answer("fine"));
-    test_client wide(m_server.ListenPort(), "::1");
+    test_client wide(port(), "::1");
     if (!wide.is_connected()) GTEST_SKIP() << "no IPv6 here";
     wide.send(get_request("/6"));
     EXPECT_EQ(wide.receive_answer(), plain_answer("fine"));
 }
 
 TEST_F(ConnectionsTest, AreAcceptedAgainOnceThereAreDescriptors) {
-    ASSERT_EQ(get(m_server.ListenPort(), "/"), plain_answer("fine"));
+    ASSERT_EQ(get(port(), "/"), plain_answer("fine"));
     wait_until_all_are_closed();
     {
         const std::unique_ptr<zSocket> far(zSocket::Factory());
         ASSERT_EQ(far->Open(0), 0);
         const no_more_descriptors bound;
         if (!bound.is_available()) GTEST_SKIP() << "no such bound here";
-        ASSERT_EQ(
-            far->Connect("127.0.0.1", static_cast<std::uint16_t>(m_server.ListenPort()), 30000), 0);
+        ASSERT_EQ(far->Connect("127.0.0.1", static_cast<std::uint16_t>(port()), 30000), 0);
         zThread::MicroSleep(1000);
         EXPECT_EQ(counts().open, 0);
     }
-    EXPECT_EQ(get(m_server.ListenPort(), "/"), plain_answer("fine"));
+    EXPECT_EQ(get(port(), "/"), plain_answer("fine"));
 }
 
 }  // namespace

@@ -7,45 +7,23 @@
 #include <string>
 
 #include "loam/signal.h"
-#include "tests/httpserver/test_client.h"
-#include "tests/httpserver/test_handler.h"
+#include "tests/httpserver/serving_test.h"
 
 namespace {
 
-constexpr std::int32_t k_buffer = 4096;
 constexpr std::int32_t k_short_ms = 20;
 constexpr std::uint32_t k_long_us = 30'000'000;  // a bound for what comes at once
 
-class FaultsTest : public testing::Test {
+class FaultsTest : public ServingTest {
 protected:
-    FaultsTest() { m_server.InstallHandler(*m_handler); }
-
-    // Connections that were reset wait to be accepted as well.
-    static cHttpServerSettings settings() {
-        cHttpServerSettings wanted;
-        wanted.backlog = 1024;
-        return wanted;
-    }
-
-    void expect_serving() { EXPECT_EQ(get(m_server.ListenPort(), "/after"), plain_answer("fine")); }
-
-    void wait_until_all_are_closed() const {
-        cHttpServerCounts counts;
-        do {
-            zThread::MicroSleep(500);
-            m_server.GetCounts(counts);
-        } while (counts.open > 0);
-    }
-
-    held<test_handler> m_handler = make<test_handler>("/after");
-    cHttpServer m_server{0, k_buffer, settings()};
+    FaultsTest() : ServingTest("/after", room_for_many()) {}
 };
 
 TEST_F(FaultsTest, APeerThatResetsAtAnyByteTakesNothingWithIt) {
     const std::string request =
         "POST /after HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello and more of it";
     for (std::size_t length = 0; length <= request.size(); ++length) {
-        test_client client(m_server.ListenPort());
+        test_client client(port());
         client.send(request.substr(0, length));
         client.reset();
     }
@@ -56,7 +34,7 @@ TEST_F(FaultsTest, APeerThatResetsAtAnyByteTakesNothingWithIt) {
 TEST_F(FaultsTest, APeerThatEndsAtAnyByteIsClosed) {
     const std::string request = "POST /other HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello";
     for (std::size_t length = 0; length <= request.size(); length += 3) {
-        test_client client(m_server.ListenPort());
+        test_client client(port());
         client.send(request.substr(0, length));
         client.end_sending();
         EXPECT_TRUE(client.is_ended()) << length;
@@ -65,7 +43,7 @@ TEST_F(FaultsTest, APeerThatEndsAtAnyByteIsClosed) {
 }
 
 TEST_F(FaultsTest, APeerThatOnlyEndsItsSendingStillGetsItsAnswer) {
-    test_client client(m_server.ListenPort());
+    test_client client(port());
     client.send(get_request("/after"));
     client.end_sending();
     EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
@@ -83,8 +61,8 @@ TEST_F(FaultsTest, APeerThatResetsWhileItIsAnsweredFailsTheHandlerOnly) {
             status = cHttpHandler::SendString(socket, "more");
         }
     });
-    m_server.InstallHandler(*sending);
-    test_client client(m_server.ListenPort());
+    install(*sending);
+    test_client client(port());
     client.send(get_request("/reset"));
     ASSERT_EQ(inside->Wait(k_long_us), 0);
     client.reset();
@@ -104,8 +82,8 @@ TEST_F(FaultsTest, APeerThatNeverReadsTimesOutAndOthersAreServed) {
                 socket->Send(much.data(), static_cast<std::int32_t>(much.size()), 0, k_short_ms);
         }
     });
-    m_server.InstallHandler(*sending);
-    test_client client(m_server.ListenPort());
+    install(*sending);
+    test_client client(port());
     client.send(get_request("/much"));
     expect_serving();
     EXPECT_EQ(status, zSocket::k_timed_out);
@@ -124,8 +102,8 @@ TEST_F(FaultsTest, AHandlerThatSendsNothingLeavesItsClientWaiting) {
         }
     };
     const auto silent = make<silent_handler>();
-    m_server.InstallHandler(*silent);
-    test_client client(m_server.ListenPort());
+    install(*silent);
+    test_client client(port());
     client.send(get_request("/silent"));
     expect_serving();
     EXPECT_FALSE(client.has_anything());
@@ -136,13 +114,13 @@ TEST_F(FaultsTest, AHandlerThatSendsNothingLeavesItsClientWaiting) {
 TEST_F(FaultsTest, AHandlerThatThrowsDoesNotEndTheServer) {
     const auto throwing = make<test_handler>("/throw", "thrown",
                                              [](zSocket*) { throw std::runtime_error("no luck"); });
-    m_server.InstallHandler(*throwing);
-    EXPECT_EQ(get(m_server.ListenPort(), "/throw"), plain_answer("thrown"));
+    install(*throwing);
+    EXPECT_EQ(get(port(), "/throw"), plain_answer("thrown"));
     expect_serving();
 }
 
 TEST_F(FaultsTest, APortThatIsTakenIsToldAndTheThreadLives) {
-    cHttpServer second(m_server.ListenPort(), k_buffer);
+    cHttpServer second(port(), k_buffer);
     EXPECT_EQ(second.ListenStatus(), zSocket::k_address_in_use);
     EXPECT_EQ(second.ListenPort(), 0);
     second.InstallHandler(*m_handler);

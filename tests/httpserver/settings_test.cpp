@@ -58,6 +58,23 @@ TEST(Settings, AStrictServerRefusesBytesThatAreNoRequest) {
     EXPECT_EQ(one.handler->calls().size(), 0u);
 }
 
+// What stands behind a NUL is dropped; to dispatch the rest would be to guess where it ends.
+TEST(Settings, AStrictServerRefusesANulBeforeTheEndOfARequest) {
+    serving one(strict());
+    const std::string head("GET / HTTP/1.1\r\nX: a\0b\r\n\r\n", 29);
+    const std::string body("POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\na\0c", 43);
+    for (const std::string& bytes : {head, body, std::string(1, '\0')}) {
+        test_client client(one.server.ListenPort());
+        client.send(bytes);
+        EXPECT_EQ(first_line(client.receive_answer()), "HTTP/1.1 400 Bad Request");
+        EXPECT_TRUE(client.is_ended());
+    }
+    EXPECT_EQ(one.handler->calls().size(), 0u);
+    test_client client(one.server.ListenPort());
+    client.send(get_request("/") + std::string(3, '\0'));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+}
+
 TEST(Settings, AStrictServerServesWhatIsRight) {
     serving one(strict());
     test_client client(one.server.ListenPort());
@@ -153,6 +170,26 @@ TEST(Settings, AnIdleConnectionIsClosed) {
     serving one(settings);
     test_client client(one.server.ListenPort());
     EXPECT_TRUE(client.is_ended());
+}
+
+// What a handler takes for itself is not the idleness of its peer.
+TEST(Settings, ASlowHandlerDoesNotMakeItsConnectionIdle) {
+    cHttpServerSettings settings;
+    settings.idleTimeoutMs = 1000;
+    const auto slow = make<test_handler>("/slow", "late", [&](zSocket*) {
+        zThread::MicroSleep(static_cast<std::uint32_t>(settings.idleTimeoutMs) * 1300);
+    });
+    const auto quick = make<test_handler>("/quick");
+    cHttpServer server(0, k_buffer, settings);
+    server.InstallHandler(*slow);
+    server.InstallHandler(*quick);
+    test_client client(server.ListenPort());
+    client.send(get_request("/slow"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("late"));
+    // Each takes the server a round at least.
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(get(server.ListenPort(), "/quick"), plain_answer("fine"));
+    client.send(get_request("/quick"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
 }
 
 // A byte now and then keeps a connection from looking idle, and would keep it for ever.

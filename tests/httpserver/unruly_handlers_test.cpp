@@ -9,12 +9,10 @@
 #include <string>
 #include <utility>
 
-#include "tests/httpserver/test_client.h"
-#include "tests/httpserver/test_handler.h"
+#include "tests/httpserver/serving_test.h"
 
 namespace {
 
-constexpr std::int32_t k_buffer = 4096;
 constexpr std::int32_t k_size = 5;  // of the bodies, as their heads tell
 
 // A body that reads as the test says.
@@ -68,41 +66,26 @@ std::unique_ptr<cHttpBody> body_that(scripted_body::reader read) {
     return std::make_unique<scripted_body>(std::move(read));
 }
 
-class UnrulyHandlersTest : public testing::Test {
+class UnrulyHandlersTest : public ServingTest {
 protected:
-    UnrulyHandlersTest() { m_server.InstallHandler(*m_handler); }
-
-    void install(cHttpHandler& handler) { m_server.InstallHandler(handler); }
-
-    void expect_serving() { EXPECT_EQ(get(m_server.ListenPort(), "/after"), plain_answer("fine")); }
-
-    void wait_until_all_are_closed() const {
-        cHttpServerCounts counts;
-        do {
-            zThread::MicroSleep(500);
-            m_server.GetCounts(counts);
-        } while (counts.open > 0);
-    }
+    UnrulyHandlersTest() : ServingTest("/after") {}
 
     // The peer of such a body is closed, and the others are served.
     void expect_end_by(const pieces_handler::maker& make_body) {
         const auto handler = make<pieces_handler>(make_body);
         install(*handler);
-        test_client client(m_server.ListenPort());
+        test_client client(port());
         client.send(get_request("/pieces"));
         EXPECT_TRUE(client.is_ended());
         expect_serving();
     }
-
-    held<test_handler> m_handler = make<test_handler>("/after");
-    cHttpServer m_server{0, k_buffer};
 };
 
 // Hosts have exceptions of their own.
 TEST_F(UnrulyHandlersTest, OneThatThrowsWhatIsNoExceptionDoesNotEndTheServer) {
     const auto throwing = make<test_handler>("/throw", "thrown", [](zSocket*) { throw 1; });
     install(*throwing);
-    EXPECT_EQ(get(m_server.ListenPort(), "/throw"), plain_answer("thrown"));
+    EXPECT_EQ(get(port(), "/throw"), plain_answer("thrown"));
     expect_serving();
 }
 
@@ -136,7 +119,7 @@ TEST_F(UnrulyHandlersTest, ABodyThatHasGrownIsSentAsFarAsItsHeadHasTold) {
         });
     });
     install(*handler);
-    test_client client(m_server.ListenPort());
+    test_client client(port());
     client.send(get_request("/pieces"));
     EXPECT_EQ(client.receive_answer(), plain_answer("ggggg"));
     client.send(get_request("/after"));
@@ -150,12 +133,31 @@ TEST_F(UnrulyHandlersTest, AConnectionThatItsHandlerClosesIsForgotten) {
     install(*closing);
     install(*resetting);
     for (const char* path : {"/close", "/reset"}) {
-        test_client client(m_server.ListenPort());
+        test_client client(port());
         client.send(get_request(path));
         EXPECT_TRUE(client.is_ended());
         wait_until_all_are_closed();
     }
     expect_serving();
+}
+
+// Nor is anything told of a socket that the handler of another connection has closed.
+TEST_F(UnrulyHandlersTest, AConnectionThatAnotherOnesHandlerClosesIsForgotten) {
+    zSocket* kept = nullptr;
+    const auto keeping = make<test_handler>("/keep", "kept", [&](zSocket* one) { kept = one; });
+    const auto closing = make<test_handler>("/end", "bye", [&](zSocket*) { kept->Close(); });
+    install(*keeping);
+    install(*closing);
+    test_client kept_client(port());
+    kept_client.send(get_request("/keep"));
+    EXPECT_EQ(kept_client.receive_answer(), plain_answer("kept"));
+    test_client client(port());
+    client.send(get_request("/end"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("bye"));
+    EXPECT_TRUE(kept_client.is_ended());
+    wait_until_open(1);
+    client.send(get_request("/after"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
 }
 
 // The head waits for the body; when it cannot be sent in time, a body without it would be taken for
@@ -180,7 +182,7 @@ TEST_F(UnrulyHandlersTest, ABodyNeverComesWithoutItsHead) {
     };
     const auto handler = make<pieces_handler>(make_body, fill);
     install(*handler);
-    test_client client(m_server.ListenPort());
+    test_client client(port());
     client.send(get_request("/pieces"));
     // Answered once the server has given the other peer up for now.
     expect_serving();

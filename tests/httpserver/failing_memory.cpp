@@ -1,0 +1,50 @@
+// failing_memory.cpp - replaces the program's operator new and delete, those of the shared library
+// included.
+#include "tests/httpserver/failing_memory.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+// Before each block, so that its size is known when it comes back.
+constexpr std::size_t k_front = alignof(std::max_align_t);
+static_assert(k_front >= sizeof(std::size_t));
+
+std::atomic<std::size_t> s_in_use{0};
+thread_local int t_left = -1;
+
+bool has_run_out() {
+    if (t_left < 0) return false;
+    return t_left-- == 0;
+}
+
+void* allocated(std::size_t size) {
+    auto* block =
+        has_run_out() ? nullptr : static_cast<std::size_t*>(std::malloc(k_front + size));
+    if (block == nullptr) throw std::bad_alloc();
+    *block = size;
+    s_in_use += size;
+    return reinterpret_cast<char*>(block) + k_front;
+}
+
+void give_back(void* memory) {
+    if (memory == nullptr) return;
+    auto* block = reinterpret_cast<std::size_t*>(static_cast<char*>(memory) - k_front);
+    s_in_use -= *block;
+    std::free(block);
+}
+
+}  // namespace
+
+void fail_memory_after(int count) { t_left = count; }
+
+std::size_t memory_in_use() { return s_in_use; }
+
+void* operator new(std::size_t size) { return allocated(size); }
+void* operator new[](std::size_t size) { return allocated(size); }
+void operator delete(void* memory) noexcept { give_back(memory); }
+void operator delete[](void* memory) noexcept { give_back(memory); }
+void operator delete(void* memory, std::size_t) noexcept { give_back(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { give_back(memory); }

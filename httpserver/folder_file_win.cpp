@@ -2,8 +2,12 @@
 // folder_file_linux.cpp.
 //
 // Each folder on the way stays open, without the right for others to rename or delete it, until the
-// file is open: nobody can swap a folder for a link between the check and its use.
+// file is open: nobody can swap a folder for a link between the check and its use. What was opened
+// has to bear the name that was asked for: a short name ("SECRET~1.TXT") would get around whatever
+// forbids the long one.
 #include <windows.h>
+
+#include <string>
 
 #include "httpserver/folder_file.h"
 #include "loam/wide_string.h"
@@ -34,11 +38,32 @@ private:
     HANDLE m_handle;
 };
 
+std::wstring wide(const std::string& text) {
+    const zWideStr converted(text.c_str(), static_cast<std::int32_t>(text.size()));
+    return reinterpret_cast<const wchar_t*>(converted.WideStr());
+}
+
 owned_handle open_path(const std::string& path, DWORD flags) {
-    const zWideStr wide(path.c_str(), static_cast<std::int32_t>(path.size()));
-    const auto* text = reinterpret_cast<const wchar_t*>(wide.WideStr());
-    return owned_handle(::CreateFileW(text, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                      nullptr, OPEN_EXISTING, flags, nullptr));
+    return owned_handle(::CreateFileW(wide(path).c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                      flags, nullptr));
+}
+
+// Empty if the system does not say.
+std::wstring path_of(const owned_handle& file) {
+    std::wstring path(::GetFinalPathNameByHandleW(file.get(), nullptr, 0, 0), L'\0');
+    const auto size = static_cast<DWORD>(path.size());
+    const DWORD length = ::GetFinalPathNameByHandleW(file.get(), path.data(), size, 0);
+    if (length >= size) return {};
+    path.resize(length);
+    return path;
+}
+
+bool bears_name(const owned_handle& file, const std::string& name) {
+    const std::wstring path = path_of(file);
+    const std::wstring wanted = wide(name);
+    const std::size_t start = path.rfind(L'\\') + 1;
+    return ::CompareStringOrdinal(path.c_str() + start, -1, wanted.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
 DWORD attributes_of(const owned_handle& file) {
@@ -73,11 +98,14 @@ std::unique_ptr<folder_file> folder_file::open(const std::string& folder,
     for (std::size_t i = 0; i + 1 < names.size(); ++i) {
         path += '\\' + names[i];
         folders.push_back(open_path(path, k_of_folders));
-        if (!is_plain_folder(folders.back())) return nullptr;
+        if (!is_plain_folder(folders.back()) || !bears_name(folders.back(), names[i])) {
+            return nullptr;
+        }
     }
     owned_handle file = open_path(path + '\\' + names.back(), FILE_FLAG_OPEN_REPARSE_POINT);
     LARGE_INTEGER size{};
-    if (!is_plain_file(file) || ::GetFileSizeEx(file.get(), &size) == 0) return nullptr;
+    if (!is_plain_file(file) || !bears_name(file, names.back())) return nullptr;
+    if (::GetFileSizeEx(file.get(), &size) == 0) return nullptr;
     const auto handle = reinterpret_cast<std::intptr_t>(file.release());
     return std::unique_ptr<folder_file>(new folder_file(handle, size.QuadPart));
 }

@@ -21,8 +21,7 @@ bool has_run_out() {
 }
 
 void* allocated(std::size_t size) {
-    auto* block =
-        has_run_out() ? nullptr : static_cast<std::size_t*>(std::malloc(k_front + size));
+    auto* block = has_run_out() ? nullptr : static_cast<std::size_t*>(std::malloc(k_front + size));
     if (block == nullptr) throw std::bad_alloc();
     *block = size;
     s_in_use += size;

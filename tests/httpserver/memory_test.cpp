@@ -37,9 +37,7 @@ protected:
         install(*m_folder);
     }
 
-    bool arm(int count) {
-        return body_of(get(port(), "/arm/" + std::to_string(count))) == "armed";
-    }
+    bool arm(int count) { return body_of(get(port(), "/arm/" + std::to_string(count))) == "armed"; }
     // The failure may still be ahead and meet the first attempt.
     bool disarm() { return arm(-1) || arm(-1); }
 

@@ -33,9 +33,9 @@ TEST(SocketLost, APeerThatTheSystemGivesUpIsLostAndNoTimeOut) {
     const std::unique_ptr<zSocket> socket(zSocket::Factory());
     const int descriptor = next_descriptor();
     ASSERT_EQ(socket->Open(0), 0);
-    ASSERT_EQ(::setsockopt(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, &k_give_up_ms,
-                           sizeof k_give_up_ms),
-              0);
+    ASSERT_EQ(
+        ::setsockopt(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, &k_give_up_ms, sizeof k_give_up_ms),
+        0);
     ASSERT_EQ(socket->Connect("127.0.0.1", listener->LocalPort(), k_long_ms), 0);
     const std::string much(1 << 20, 'x');
     // It waits for the first of the two to pass, which is the system's.

@@ -10,6 +10,7 @@ import path from 'node:path';
 import {createInterface} from 'node:readline';
 import {fileURLToPath} from 'node:url';
 import {chromium} from 'playwright-core';
+import {testKeyboardOnly, testNames, testNarrow, testTabOrder} from './keyboard.mjs';
 
 const [program, pictures] = process.argv.slice(2);
 const here = path.dirname(fileURLToPath(import.meta.url));
@@ -148,15 +149,6 @@ async function testForeigners(child) {
   assert.equal(await status(child.address, {headers: {Host: 'evil.example'}}), 403);
 }
 
-// A portable telephone's width: nothing may stand out at the side.
-async function testPhone(page) {
-  await page.setViewportSize({width: 390, height: 844});
-  const wide = await page.evaluate(() => document.documentElement.scrollWidth - innerWidth);
-  assert.ok(wide <= 0, 'the page is wider than a phone by ' + wide);
-  if (pictures) await page.screenshot({path: path.join(pictures, 'live-phone.png'), fullPage: true});
-  await page.setViewportSize({width: 1280, height: 900});
-}
-
 async function testTraces(page) {
   await page.waitForFunction(() => document.querySelectorAll('#traces div').length > 0, null, {timeout: patience});
 }
@@ -192,15 +184,16 @@ try {
   page.on('pageerror', fault => faults.push(String(fault)));
   page.on('console', line => { if (/Content Security Policy/.test(line.text())) faults.push(line.text()); });
   await page.goto(child.address);
-  for (const test of [testPictures, testScript, testSize, testQueue, testVisibility, testCookies, testStall, testTraces]) {
-    await test(page, child);
+  for (const test of [testPictures, testScript, testSize, testQueue, testVisibility, testCookies, testStall, testTraces,
+    testTabOrder, testNames, testKeyboardOnly]) {
+    await test(page, child, movingPage);
     console.log('passed: ' + test.name);
   }
   await testForeigners(child);
   await page.waitForFunction(() => parseFloat(document.getElementById('rate').textContent) > 0, null, {timeout: patience});
   console.log(await page.textContent('#rate'));
   if (pictures) await page.screenshot({path: path.join(pictures, 'live.png'), fullPage: true});
-  await testPhone(page);
+  await testNarrow(page, child, pictures);
   await testEnd(page, child);
   assert.deepEqual(faults, []);
   await testToken(browser);

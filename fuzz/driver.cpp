@@ -44,7 +44,7 @@ private:
     const std::string& any_seed() { return m_seeds[below(m_seeds.size())]; }
 
     void change(std::string& text) {
-        static const std::string k_likely("\r\n: \t;=\0-?./%0a", 16);
+        static const std::string k_likely("\r\n: \t;=\0-?./%0a\"\\{},[]u.e", 26);
         const std::size_t at = below(text.size() + 1);
         switch (below(6)) {
             case 0:

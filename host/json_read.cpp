@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cstdint>
 
+#include "host/utf8.h"
+
 namespace pennywort {
 
 namespace {
@@ -32,6 +34,30 @@ char plain_escape(char c) {
     constexpr std::string_view means = "\"\\/\b\f\n\r\t";
     const auto at = names.find(c);
     return at == std::string_view::npos ? '\0' : means[at];
+}
+
+std::size_t digits_of(std::string_view text) {
+    const auto end = text.find_first_not_of("0123456789");
+    return end == std::string_view::npos ? text.size() : end;
+}
+
+// How many bytes the number at the front has; 0 if it is none. The library's own reading takes more
+// than JSON does: "01", "1." and ".5" would be numbers to us and to no other reader.
+std::size_t number_length(std::string_view text) {
+    std::size_t at = text.substr(0, 1) == "-" ? 1 : 0;
+    const std::size_t whole = digits_of(text.substr(at));
+    if (whole == 0 || (whole > 1 && text[at] == '0')) return 0;
+    at += whole;
+    if (text.substr(at, 1) == ".") {
+        const std::size_t fraction = digits_of(text.substr(at + 1));
+        if (fraction == 0) return 0;
+        at += 1 + fraction;
+    }
+    if (text.substr(at, 1) != "e" && text.substr(at, 1) != "E") return at;
+    ++at;
+    if (text.substr(at, 1) == "+" || text.substr(at, 1) == "-") ++at;
+    const std::size_t exponent = digits_of(text.substr(at));
+    return exponent == 0 ? 0 : at + exponent;
 }
 
 // Takes a text apart from its front. Each step answers false, with a reason, when it cannot.
@@ -111,13 +137,13 @@ bool reader::read_value(json_value& value) {
 }
 
 bool reader::read_number(json_value& value) {
-    const auto size = m_rest.find_first_not_of("+-.0123456789eE");
-    const auto digits = m_rest.substr(0, size);
-    double number = 0;
-    const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (digits.empty() || end.ec != std::errc() || end.ptr != digits.data() + digits.size()) {
+    const auto digits = m_rest.substr(0, number_length(m_rest));
+    if (digits.empty()) {
         return fail("a member of the JSON is no text, number, true, false or null");
     }
+    double number = 0;
+    const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (end.ec != std::errc()) return fail("a number of the JSON is too large or too small");
     m_rest.remove_prefix(digits.size());
     value = number;
     return true;
@@ -179,6 +205,10 @@ const T* member(const std::map<std::string, json_value>& members, const std::str
 }  // namespace
 
 std::optional<json_object> json_object::parse(std::string_view text, std::string& reason) {
+    if (!is_utf8(text)) {
+        reason = "the JSON is no UTF-8";
+        return {};
+    }
     json_object result;
     reader from(text);
     if (from.read_object(result.m_members)) return result;

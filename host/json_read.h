@@ -14,8 +14,9 @@ using json_value = std::variant<std::monostate, bool, double, std::string>;
 
 class json_object {
 public:
-    // Nothing, and a reason, for a text that is no JSON object, that holds a list or another
-    // object, names a member twice, or holds a NUL or half of a surrogate pair.
+    // Nothing, and a reason, for a text that is no JSON object or no UTF-8, that holds a list or
+    // another object, names a member twice, or holds a NUL, half of a surrogate pair or a number
+    // that a double cannot hold.
     static std::optional<json_object> parse(std::string_view text, std::string& reason);
 
     // Null where there is no member of that name and kind.

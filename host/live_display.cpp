@@ -4,21 +4,13 @@
 #include <new>
 #include <utility>
 
-#include "host/json_line.h"
+#include "host/live_script.h"
 #include "loam/record.h"
 #include "loam/string.h"
 
 namespace pennywort {
 
 namespace {
-
-// Runs `script` as its own text, so that one that is no JavaScript is told too, and answers the
-// value of its last statement behind one letter: f for fine, t for thrown.
-std::string guarded(const std::string& script) {
-    return "const show=v=>typeof v==='object'&&v!==null?JSON.stringify(v):String(v);"
-           "try{return 'f'+show((0,eval)(" +
-           json_quoted(script) + "))}catch(e){return 't'+String(e)}";
-}
 
 std::string text_of(const zString& text) { return std::string(text.View()); }
 
@@ -108,17 +100,17 @@ void live_display::run_script(std::uint64_t id, const std::string& script) {
 }
 
 void live_display::run_now(std::uint64_t id, const std::string& script) {
-    const auto ended = [id, self = m_self](const std::string& answer) {
-        if (!*self) return;
-        const bool fine = answer.substr(0, 1) == "f";
-        (*self)->m_control->script_ended(id, fine ? "fine" : "thrown", answer.substr(1));
+    const auto send = [self = m_self](const std::string& body, auto returned) {
+        constexpr unsigned long k_forgotten_after = 60'000;
+        const auto if_open = [self, returned](const std::string& text) {
+            if (*self) returned(text);
+        };
+        return *self && (*self)->m_browser->ExecuteJavascript(zString(body), k_forgotten_after,
+                                                              if_open) == 0;
     };
-    constexpr unsigned long k_forgotten_after = 60'000;
-    if (m_browser->ExecuteJavascript(zString(guarded(script)), k_forgotten_after,
-                                     [ended](auto text) { ended(text.empty() ? "t" : text); }) !=
-        0) {
-        m_control->script_ended(id, "thrown", "there is no page yet");
-    }
+    run_live_script(script, send, [id, self = m_self](const auto& kind, const auto& result) {
+        if (*self) (*self)->m_control->script_ended(id, kind, result);
+    });
 }
 
 void live_display::GetSize(long& width, long& height) const { m_browser->GetSize(width, height); }

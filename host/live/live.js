@@ -82,7 +82,9 @@ function showQueue(queue) {
   const list = $('queue');
   const text = JSON.stringify(queue);
   if (list.dataset.shown === text) return;
+  const shownBefore = JSON.parse(list.dataset.shown || '[]');
   list.dataset.shown = text;
+  const focused = [...list.querySelectorAll('button')].indexOf(document.activeElement);
   list.replaceChildren(...queue.map((url, index) => {
     const item = document.createElement('li');
     const button = document.createElement('button');
@@ -93,6 +95,15 @@ function showQueue(queue) {
     item.append(url, button);
     return item;
   }));
+  if (focused >= 0) focusInQueue(queue, focused, shownBefore[focused]);
+}
+
+// The list has been made anew: the focus stays with its page, or if that has gone with its place, so
+// that the keyboard goes on where it was.
+function focusInQueue(queue, place, url) {
+  const same = queue[place] === url ? place : queue.indexOf(url);
+  const buttons = $('queue').querySelectorAll('button');
+  (buttons[same >= 0 ? same : Math.min(place, queue.length - 1)] || $('next')).focus();
 }
 
 const samples = [];

@@ -30,6 +30,17 @@ constexpr bad_json k_bad[] = {
     {"ListInside", "{\"a\":[1]}"},
     {"NoNumber", "{\"a\":1-2}"},
     {"HugeNumber", "{\"a\":1e999}"},
+    {"TinyNumber", "{\"a\":1e-999}"},
+    {"LeadingZero", "{\"a\":01}"},
+    {"NegativeLeadingZero", "{\"a\":-00}"},
+    {"PointAtTheEnd", "{\"a\":1.}"},
+    {"PointInFront", "{\"a\":.5}"},
+    {"PointAndExponent", "{\"a\":1.e5}"},
+    {"Plus", "{\"a\":+1}"},
+    {"MinusAlone", "{\"a\":-}"},
+    {"NoExponent", "{\"a\":1e+}"},
+    {"NumberEndsTheText", "{\"a\":1"},
+    {"Infinity", "{\"a\":-Infinity}"},
     {"UnknownWord", "{\"a\":yes}"},
     {"UnknownEscape", "{\"a\":\"\\x41\"}"},
     {"ShortCode", "{\"a\":\"\\u12\"}"},
@@ -37,6 +48,13 @@ constexpr bad_json k_bad[] = {
     {"HalfPair", "{\"a\":\"\\ud83d\"}"},
     {"WrongPair", "{\"a\":\"\\ud83d\\u0041\"}"},
     {"LowHalfFirst", "{\"a\":\"\\ude00\"}"},
+    {"HalfCharacter", "{\"a\":\"\xC3\"}"},
+    {"OverlongCharacter", "{\"a\":\"\xC0\xAF\"}"},
+    {"HalfPairAsBytes", "{\"a\":\"\xED\xA0\xBD\"}"},
+    {"NameIsNoUtf8", "{\"\xFF\":1}"},
+    {"ByteOrderMark", "\xEF\xBB\xBF{}"},
+    {"NoBreakSpaceBehind", "{}\xC2\xA0"},
+    {"SameNameEscaped", "{\"a\":1,\"\\u0061\":2}"},
     {"ControlCharacter", "{\"a\":\"b\nc\"}"},
 };
 
@@ -63,6 +81,20 @@ TEST(JsonObject, GivesEachMemberByItsKindOnly) {
     EXPECT_EQ(object->text("n"), nullptr);
     EXPECT_EQ(object->text("z"), nullptr);
     EXPECT_EQ(object->truth("missing"), nullptr);
+}
+
+TEST(JsonObject, TakesEveryFormOfANumber) {
+    std::string reason;
+    const auto object = json_object::parse(
+        "{\"a\":0,\"b\":-0,\"c\":-0.25,\"d\":10E-2,\"e\":1e+2,\"f\":0e0,\"g\":0.0e-999}", reason);
+    ASSERT_TRUE(object) << reason;
+    EXPECT_EQ(*object->number("a"), 0);
+    EXPECT_EQ(*object->number("b"), 0);
+    EXPECT_EQ(*object->number("c"), -0.25);
+    EXPECT_EQ(*object->number("d"), 0.1);
+    EXPECT_EQ(*object->number("e"), 100);
+    EXPECT_EQ(*object->number("f"), 0);
+    EXPECT_EQ(*object->number("g"), 0);
 }
 
 TEST(JsonObject, UndoesEscapes) {

@@ -10,20 +10,30 @@ import path from 'node:path';
 import {createInterface} from 'node:readline';
 import {fileURLToPath} from 'node:url';
 import {chromium} from 'playwright-core';
+import {testKeyboardOnly, testNames, testNarrow, testTabOrder} from './keyboard.mjs';
+import {testBarredEval, testEndWhileAScriptRuns, testLostAnswers} from './scripts.mjs';
 
 const [program, pictures] = process.argv.slice(2);
 const here = path.dirname(fileURLToPath(import.meta.url));
 const patience = 30000;
 
-// Cookies need a server; it has this one page under every name.
+// Cookies and policies need a server; it has this one page under every name.
 const text = readFileSync(path.join(here, 'page.html'));
-const pages = http.createServer((_, answer) => answer.setHeader('Content-Type', 'text/html').end(text));
+const policies = {'/strict.html': "default-src 'self'", '/trusted.html': "require-trusted-types-for 'script'"};
+const pages = http.createServer((asked, answer) => {
+  const policy = policies[asked.url];
+  if (policy) answer.setHeader('Content-Security-Policy', policy);
+  answer.setHeader('Content-Type', 'text/html').end(text);
+});
 await new Promise(resolve => pages.listen(0, '127.0.0.1', resolve));
-const movingPage = `http://127.0.0.1:${pages.address().port}/page.html`;
+const pageCalled = name => `http://127.0.0.1:${pages.address().port}/${name}.html`;
+const movingPage = pageCalled('page');
 
 // The program, and the address that its first line tells.
+const started = [];
 async function start(...more) {
   const child = spawn(program, ['live', movingPage, '--port', '0', ...more], {stdio: ['ignore', 'pipe', 'inherit']});
+  started.push(child);
   child.ended = new Promise(resolve => child.on('exit', (code, signal) => resolve(signal || code)));
   const lines = createInterface({input: child.stdout});
   const first = new Promise(resolve => lines.once('line', resolve));
@@ -148,15 +158,6 @@ async function testForeigners(child) {
   assert.equal(await status(child.address, {headers: {Host: 'evil.example'}}), 403);
 }
 
-// A portable telephone's width: nothing may stand out at the side.
-async function testPhone(page) {
-  await page.setViewportSize({width: 390, height: 844});
-  const wide = await page.evaluate(() => document.documentElement.scrollWidth - innerWidth);
-  assert.ok(wide <= 0, 'the page is wider than a phone by ' + wide);
-  if (pictures) await page.screenshot({path: path.join(pictures, 'live-phone.png'), fullPage: true});
-  await page.setViewportSize({width: 1280, height: 900});
-}
-
 async function testTraces(page) {
   await page.waitForFunction(() => document.querySelectorAll('#traces div').length > 0, null, {timeout: patience});
 }
@@ -192,22 +193,26 @@ try {
   page.on('pageerror', fault => faults.push(String(fault)));
   page.on('console', line => { if (/Content Security Policy/.test(line.text())) faults.push(line.text()); });
   await page.goto(child.address);
-  for (const test of [testPictures, testScript, testSize, testQueue, testVisibility, testCookies, testStall, testTraces]) {
-    await test(page, child);
+  for (const test of [testPictures, testScript, testSize, testQueue, testVisibility, testCookies, testStall, testTraces,
+    testTabOrder, testNames, testKeyboardOnly]) {
+    await test(page, child, movingPage);
     console.log('passed: ' + test.name);
   }
   await testForeigners(child);
   await page.waitForFunction(() => parseFloat(document.getElementById('rate').textContent) > 0, null, {timeout: patience});
   console.log(await page.textContent('#rate'));
   if (pictures) await page.screenshot({path: path.join(pictures, 'live.png'), fullPage: true});
-  await testPhone(page);
+  await testNarrow(page, child, pictures);
+  await testBarredEval(page, child, pageCalled('strict'), pageCalled('trusted'));
   await testEnd(page, child);
   assert.deepEqual(faults, []);
   await testToken(browser);
+  await testLostAnswers(browser, start, movingPage);
+  await testEndWhileAScriptRuns(start, movingPage);
   console.log('all passed');
 } finally {
   await browser.close();
-  child.kill('SIGKILL');
+  for (const one of started) one.kill('SIGKILL');
   pages.close();
   pages.closeAllConnections();
 }

@@ -104,8 +104,7 @@ bool live_pictures::is_due() const {
 void live_pictures::run() {
     std::unique_lock hold(m_lock);
     for (;;) {
-        m_wake.wait(hold,
-                    [this] { return m_stopping || (m_wanted && m_newest_number > m_png_number); });
+        m_wake.wait(hold, [this] { return m_stopping || is_due(); });
         if (m_stopping) return;
         m_wanted = false;
         auto frame = m_newest;

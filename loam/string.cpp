@@ -19,6 +19,7 @@ std::string_view counted(const char* text, std::uint32_t length) {
     return {text, length};
 }
 
+LOAM_PRINTF(1, 0)
 std::string formatted(const char* format, std::va_list arguments) {
     std::va_list again;
     va_copy(again, arguments);

@@ -40,7 +40,7 @@ protected:
 
 TEST_F(StartupFaultsTest, WithoutARuntimeItSaysWhereItLooked) {
     test_process::set_variable("CEF_ROOT", (m_folder / "nowhere").string());
-    expect_failure((m_folder / "nowhere").string(), "get-runtime");
+    expect_failure((m_folder / "nowhere").string(), "install it");
     expect_everything_harmless();
     EXPECT_EQ(fake().api_version_asked(), 0);
 }

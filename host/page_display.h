@@ -30,8 +30,8 @@ public:
     page_display& operator=(const page_display&) = delete;
 
     // Shows a page. The first one, which opens the display, has to be the first of the options.
-    // `run`, which hears its events, must stay until
-    // another one is shown or the display is closed. False if the display cannot be opened.
+    // `run`, which hears its events, must stay until another one is shown or the display is closed.
+    // False if the display cannot be opened.
     bool show(const std::string& url, page_run& run);
     void close();
 

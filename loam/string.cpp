@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <utility>
 
+#include "loam/format_text.h"
 #include "loam/number_text.h"
 #include "loam/utf.h"
 
@@ -17,16 +17,6 @@ std::string_view counted(const char* text, std::uint32_t length) {
     if (text == nullptr) return {};
     if (length == zString::k_to_nul) return text;
     return {text, length};
-}
-
-std::string formatted(const char* format, std::va_list arguments) {
-    std::va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
-    return text;
 }
 
 }  // namespace
@@ -142,7 +132,7 @@ void zString::SetLength(std::uint32_t length) {
 char* zString::sprintf(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    m_text = format == nullptr ? std::string() : formatted(format, arguments);
+    m_text = format == nullptr ? std::string() : loam::format_text(format, arguments);
     va_end(arguments);
     m_open_ended = false;
     return m_text.data();

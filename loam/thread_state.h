@@ -32,6 +32,8 @@ private:
 
     thread_state(const char* name, zThreadMain* body);
     void run_body();
+    // Within a handler: that the body ended by the exception which is being handled.
+    void trace_exception() const;
 
     std::string m_name;
     zThreadMain* m_body;

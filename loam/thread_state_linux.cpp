@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <ctime>
-#include <exception>
 #include <utility>
 
 #include "loam/thread.h"
@@ -85,12 +84,8 @@ void thread_state::run_body() {
         // pthread_exit: to swallow it would end the process.
         m_running.store(false, std::memory_order_release);
         throw;
-    } catch (const std::exception& error) {
-        zTraceManager::Default()->TraceNote("zThread: '%s' ended by an exception: %s\n",
-                                            m_name.c_str(), error.what());
     } catch (...) {
-        zTraceManager::Default()->TraceNote("zThread: '%s' ended by an exception\n",
-                                            m_name.c_str());
+        trace_exception();
     }
 }
 

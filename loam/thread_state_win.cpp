@@ -6,7 +6,6 @@
 #include <tlhelp32.h>
 
 #include <chrono>
-#include <exception>
 #include <utility>
 
 #include "loam/thread.h"
@@ -142,12 +141,8 @@ void thread_state::run_body() {
     const char* const arguments[] = {m_name.c_str(), nullptr};
     try {
         m_body->Main(1, arguments);
-    } catch (const std::exception& error) {
-        zTraceManager::Default()->TraceNote("zThread: '%s' ended by an exception: %s\n",
-                                            m_name.c_str(), error.what());
     } catch (...) {
-        zTraceManager::Default()->TraceNote("zThread: '%s' ended by an exception\n",
-                                            m_name.c_str());
+        trace_exception();
     }
 }
 

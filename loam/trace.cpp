@@ -2,7 +2,6 @@
 #include "loam/trace.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdarg>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "loam/environment.h"
+#include "loam/format_text.h"
 #include "loam/native_file.h"
 
 namespace loam {
@@ -30,22 +30,6 @@ struct sink {
 
 // How many sinks the calling thread is inside of.
 thread_local int t_depth = 0;
-
-std::string formatted(const char* format, std::va_list arguments) {
-    std::array<char, 1024> most;
-    std::va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(most.data(), most.size(), format, arguments);
-    std::string text;
-    if (length >= static_cast<int>(most.size())) {
-        text.resize(static_cast<std::size_t>(length));
-        std::vsnprintf(text.data(), text.size() + 1, format, again);
-    } else if (length > 0) {
-        text.assign(most.data(), static_cast<std::size_t>(length));
-    }
-    va_end(again);
-    return text;
-}
 
 }  // namespace
 
@@ -88,6 +72,7 @@ public:
 
     bool is_on() const { return m_on.load(std::memory_order_relaxed); }
 
+    LOAM_PRINTF(2, 0)
     void write(const char* format, std::va_list arguments) {
         // What a sink traces must not come back to it, or it would never end.
         sink* const taken = t_depth == 0 ? begin_call() : nullptr;
@@ -97,7 +82,7 @@ public:
             --t_depth;
             end_call(taken);
         } else if (m_default.is_on()) {
-            m_default.write(formatted(format, arguments));
+            m_default.write(format_text(format, arguments));
         }
     }
 
@@ -143,9 +128,10 @@ private:
         return taken;
     }
 
+    LOAM_PRINTF(2, 0)
     static void call(const sink& taken, const char* format, std::va_list arguments) {
         try {
-            taken.call(formatted(format, arguments).c_str());
+            taken.call(format_text(format, arguments).c_str());
         } catch (...) {
             // There is nowhere left to report it to.
         }

@@ -1,4 +1,5 @@
-// tests/host/fake_writer.h - a writer that notes what it is given, and can be held up or fail.
+// tests/host/fake_writer.h - a writer that notes what it is given, and can be held up or fail; and
+// what tests give to writers, real ones too.
 #pragma once
 
 #include <condition_variable>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "host/frame_writer.h"
+#include "host/stream_writers.h"
 
 namespace pennywort {
 
@@ -72,6 +74,18 @@ inline picture_ptr picture_of(std::uint32_t colour, long width = 1, long height 
     auto made = std::make_shared<picture>(width, height);
     for (std::size_t i = 0; i < made->pixel_count(); ++i) made->pixels[i] = colour;
     return made;
+}
+
+inline frame_format format_of(long width, long height, const char* rate = "50") {
+    frame_format format;
+    format.width = width;
+    format.height = height;
+    format.rate = *frame_rate::parse(rate);
+    return format;
+}
+
+inline sink_opener into_file(const std::string& path) {
+    return [path](byte_sink& sink) { return sink.open(path); };
 }
 
 }  // namespace pennywort

@@ -22,10 +22,7 @@ constexpr long k_width = 64;
 constexpr long k_height = 48;
 
 frame_format movie_format(bool transparent) {
-    frame_format format;
-    format.width = k_width;
-    format.height = k_height;
-    format.rate = *frame_rate::parse("59.94");
+    frame_format format = format_of(k_width, k_height, "59.94");
     format.transparent = transparent;
     return format;
 }

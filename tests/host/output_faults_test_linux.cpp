@@ -14,18 +14,6 @@
 namespace pennywort {
 namespace {
 
-frame_format format_of(long width, long height, const char* rate = "50") {
-    frame_format format;
-    format.width = width;
-    format.height = height;
-    format.rate = *frame_rate::parse(rate);
-    return format;
-}
-
-sink_opener file(const std::string& path) {
-    return [path](byte_sink& sink) { return sink.open(path); };
-}
-
 TEST(PngWriter, AFullDiskIsTold) {
     const auto written =
         write_png("/dev/full", *picture_of(0xFF112233, 64, 64), true, png_effort::fast);
@@ -34,7 +22,7 @@ TEST(PngWriter, AFullDiskIsTold) {
 }
 
 TEST(Y4mWriter, AFullDiskIsTold) {
-    y4m_writer writer(format_of(64, 64), file("/dev/full"));
+    y4m_writer writer(format_of(64, 64), into_file("/dev/full"));
     outcome result = writer.begin();
     if (result.ok()) result = writer.show(picture_of(1, 64, 64));
     EXPECT_NE(result.text().find("No space left"), std::string::npos) << result.text();

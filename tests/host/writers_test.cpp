@@ -16,18 +16,6 @@
 namespace pennywort {
 namespace {
 
-frame_format format_of(long width, long height, const char* rate = "50") {
-    frame_format format;
-    format.width = width;
-    format.height = height;
-    format.rate = *frame_rate::parse(rate);
-    return format;
-}
-
-sink_opener file(const std::string& path) {
-    return [path](byte_sink& sink) { return sink.open(path); };
-}
-
 struct decoded {
     unsigned width = 0, height = 0;
     bool has_alpha = false;
@@ -118,7 +106,7 @@ TEST(PngSeriesWriter, NumbersItsFilesFromOneInTheirOrder) {
 
 TEST(Y4mWriter, AFileThatCannotBeOpenedIsTold) {
     const temporary_folder folder;
-    y4m_writer writer(format_of(2, 2), file(folder.path("no/such/a.y4m")));
+    y4m_writer writer(format_of(2, 2), into_file(folder.path("no/such/a.y4m")));
     const auto begun = writer.begin();
     EXPECT_NE(begun.text().find("No such file"), std::string::npos) << begun.text();
     EXPECT_TRUE(writer.finish().ok());
@@ -126,7 +114,7 @@ TEST(Y4mWriter, AFileThatCannotBeOpenedIsTold) {
 
 TEST(Y4mWriter, HasAHeaderAndThreePlanesAFrame) {
     const temporary_folder folder;
-    y4m_writer writer(format_of(2, 1, "59.94"), file(folder.path("a.y4m")));
+    y4m_writer writer(format_of(2, 1, "59.94"), into_file(folder.path("a.y4m")));
     EXPECT_TRUE(writer.begin().ok());
     const auto white = picture_of(0xFFFFFFFF, 2, 1);
     EXPECT_TRUE(writer.show(white).ok());
@@ -141,7 +129,7 @@ TEST(Y4mWriter, HasAHeaderAndThreePlanesAFrame) {
 
 TEST(RawWriter, WritesThePixelsAsTheyWerePainted) {
     const temporary_folder folder;
-    raw_writer writer(file(folder.path("a.raw")));
+    raw_writer writer(into_file(folder.path("a.raw")));
     EXPECT_TRUE(writer.begin().ok());
     EXPECT_TRUE(writer.show(picture_of(0x44332211, 1, 1)).ok());
     EXPECT_TRUE(writer.show(picture_of(0x88776655, 1, 1)).ok());

@@ -137,6 +137,8 @@ std::string page_url(std::string_view html) {
     return "data:text/html;charset=utf-8;base64," + text;
 }
 
+std::string blank_url() { return page_url("<!doctype html><title>blank</title><body>"); }
+
 std::string colour_url(const std::string& css) {
     return page_url("<!doctype html><body style='margin:0;background:" + css + "'>");
 }

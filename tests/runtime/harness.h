@@ -131,6 +131,8 @@ struct page_settings {
 
 // Text of a page as a URL that holds it.
 std::string page_url(std::string_view html);
+// An empty page with the title "blank".
+std::string blank_url();
 // A page of one colour, `css` being that colour.
 std::string colour_url(const std::string& css);
 // A page that changes at every frame.

@@ -1,6 +1,7 @@
 // display_close_test.cpp - closing and releasing a display in every state, from its callbacks and
 // from other threads.
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -8,10 +9,27 @@
 
 namespace {
 
-using DisplayTest = FakeRuntimeTest;
 using strings = std::vector<std::string>;
 
-TEST_F(DisplayTest, CloseWaitsForTheRuntime) {
+class DisplayCloseTest : public FakeRuntimeTest {
+protected:
+    // Runs `work` on another thread, and the loop of this one until it is done.
+    static void do_elsewhere(const std::function<void()>& work) {
+        std::atomic<bool> done{false};
+        std::thread host([&] {
+            work();
+            done = true;
+        });
+        EXPECT_TRUE(loop_until([&] { return done.load(); }));
+        host.join();
+    }
+    // Runs the loop until the one browser has come and gone; false if it does not.
+    static bool loop_until_it_went() {
+        return loop_until([] { return fake().browser_count() == 1 && fake().browser(1).closed; });
+    }
+};
+
+TEST_F(DisplayCloseTest, CloseWaitsForTheRuntime) {
     script().close_after_works = 3;
     start();
     screen s(page("http://a/"));
@@ -26,7 +44,7 @@ TEST_F(DisplayTest, CloseWaitsForTheRuntime) {
     EXPECT_EQ(fake().late_calls(), strings{});
 }
 
-TEST_F(DisplayTest, CloseTwiceAsksOnce) {
+TEST_F(DisplayCloseTest, CloseTwiceAsksOnce) {
     start();
     screen s(page("http://a/"));
     show(s);
@@ -35,36 +53,24 @@ TEST_F(DisplayTest, CloseTwiceAsksOnce) {
     EXPECT_EQ(fake().browser(1).closes, 1);
 }
 
-TEST_F(DisplayTest, ClosesFromAnotherThreadWhileTheDisplayThreadGoesOn) {
+TEST_F(DisplayCloseTest, ClosesFromAnotherThreadWhileTheDisplayThreadGoesOn) {
     script().close_after_works = 2;
     start();
     screen s(page("http://a/"));
     show(s);
-    std::atomic<bool> closed{false};
-    std::thread host([&] {
-        s->Close();
-        closed = true;
-    });
-    EXPECT_TRUE(loop_until([&] { return closed.load(); }));
-    host.join();
+    do_elsewhere([&] { s->Close(); });
     EXPECT_TRUE(fake().browser(1).closed);
 }
 
-TEST_F(DisplayTest, TheLastReleaseClosesFromAnyThread) {
+TEST_F(DisplayCloseTest, TheLastReleaseClosesFromAnyThread) {
     start();
     screen s(page("http://a/"));
     show(s);
-    std::atomic<bool> released{false};
-    std::thread host([&] {
-        s.release();
-        released = true;
-    });
-    EXPECT_TRUE(loop_until([&] { return released.load(); }));
-    host.join();
+    do_elsewhere([&] { s.release(); });
     EXPECT_TRUE(fake().browser(1).closed);
 }
 
-TEST_F(DisplayTest, ClosedBeforeItsBrowserArrivesItLeavesNoneBehind) {
+TEST_F(DisplayCloseTest, ClosedBeforeItsBrowserArrivesItLeavesNoneBehind) {
     script().create_after_works = 4;
     start();
     screen s(page("http://a/"));
@@ -72,22 +78,22 @@ TEST_F(DisplayTest, ClosedBeforeItsBrowserArrivesItLeavesNoneBehind) {
     loop_works(1);
     ASSERT_EQ(fake().creates(), 1);
     s->Close();
-    ASSERT_TRUE(loop_until([] { return fake().browser_count() == 1 && fake().browser(1).closed; }));
+    ASSERT_TRUE(loop_until_it_went());
     EXPECT_EQ(s.seen.events, strings{});
     EXPECT_TRUE(s.seen.frames.empty());
 }
 
-TEST_F(DisplayTest, ReleasedBeforeItsBrowserArrivesItLeavesNoneBehind) {
+TEST_F(DisplayCloseTest, ReleasedBeforeItsBrowserArrivesItLeavesNoneBehind) {
     script().create_after_works = 4;
     start();
     screen s(page("http://a/"));
     ASSERT_TRUE(s->Open());
     loop_works(1);
     s.release();
-    EXPECT_TRUE(loop_until([] { return fake().browser_count() == 1 && fake().browser(1).closed; }));
+    EXPECT_TRUE(loop_until_it_went());
 }
 
-TEST_F(DisplayTest, ClosedBeforeItsTurnCameItAsksForNoBrowser) {
+TEST_F(DisplayCloseTest, ClosedBeforeItsTurnCameItAsksForNoBrowser) {
     start();
     screen s(page("http://a/"));
     std::thread([&] { EXPECT_TRUE(s->Open()); }).join();
@@ -96,7 +102,7 @@ TEST_F(DisplayTest, ClosedBeforeItsTurnCameItAsksForNoBrowser) {
     EXPECT_EQ(fake().creates(), 0);
 }
 
-TEST_F(DisplayTest, ReleasedBeforeItsTurnCameItIsGone) {
+TEST_F(DisplayCloseTest, ReleasedBeforeItsTurnCameItIsGone) {
     start();
     auto held = std::make_shared<int>(0);
     screen s(page("http://a/"));
@@ -108,7 +114,7 @@ TEST_F(DisplayTest, ReleasedBeforeItsTurnCameItIsGone) {
     for (int i = 1; i <= fake().browser_count(); ++i) EXPECT_TRUE(fake().browser(i).closed);
 }
 
-TEST_F(DisplayTest, ClosesWhileAPageLoads) {
+TEST_F(DisplayCloseTest, ClosesWhileAPageLoads) {
     script().pages["http://a/"].never_ends = true;
     start();
     screen s(page("http://a/"));
@@ -119,7 +125,7 @@ TEST_F(DisplayTest, ClosesWhileAPageLoads) {
     EXPECT_EQ(s.seen.events, strings{});
 }
 
-TEST_F(DisplayTest, ClosesInItsOwnFrame) {
+TEST_F(DisplayCloseTest, ClosesInItsOwnFrame) {
     start();
     screen s(page("http://a/"));
     s.seen.on_frame = [&] { s->Close(); };
@@ -129,7 +135,7 @@ TEST_F(DisplayTest, ClosesInItsOwnFrame) {
     EXPECT_EQ(s.seen.frames.size(), 1u);
 }
 
-TEST_F(DisplayTest, ClosesInItsOwnFrameThoughTheRuntimeTakesItsTime) {
+TEST_F(DisplayCloseTest, ClosesInItsOwnFrameThoughTheRuntimeTakesItsTime) {
     script().close_after_works = 3;
     script().animate = true;
     start();
@@ -141,16 +147,16 @@ TEST_F(DisplayTest, ClosesInItsOwnFrameThoughTheRuntimeTakesItsTime) {
     EXPECT_EQ(s.seen.frames.size(), 1u) << "a closed display hears nothing more";
 }
 
-TEST_F(DisplayTest, IsReleasedInItsOwnFrame) {
+TEST_F(DisplayCloseTest, IsReleasedInItsOwnFrame) {
     start();
     screen s(page("http://a/"));
     s.seen.on_frame = [&] { s.release(); };
     ASSERT_TRUE(s->Open());
-    EXPECT_TRUE(loop_until([] { return fake().browser_count() == 1 && fake().browser(1).closed; }));
+    EXPECT_TRUE(loop_until_it_went());
     EXPECT_EQ(s.seen.frames.size(), 1u);
 }
 
-TEST_F(DisplayTest, IsReleasedInEachOfItsPageCallbacks) {
+TEST_F(DisplayCloseTest, IsReleasedInEachOfItsPageCallbacks) {
     script().pages["http://bad/"].error = -2;
     start();
     screen loaded(page("http://a/")), failed(page("http://bad/"));
@@ -165,7 +171,7 @@ TEST_F(DisplayTest, IsReleasedInEachOfItsPageCallbacks) {
     EXPECT_EQ(failed.seen.events.size(), 1u);
 }
 
-TEST_F(DisplayTest, ABrowserThatClosesByItselfLeavesTheDisplayWithoutOne) {
+TEST_F(DisplayCloseTest, ABrowserThatClosesByItselfLeavesTheDisplayWithoutOne) {
     start();
     screen s(page("http://a/"));
     show(s);
@@ -181,7 +187,7 @@ TEST_F(DisplayTest, ABrowserThatClosesByItselfLeavesTheDisplayWithoutOne) {
     EXPECT_EQ(fake().late_calls(), strings{});
 }
 
-TEST_F(DisplayTest, OpensAgainAfterItWasClosed) {
+TEST_F(DisplayCloseTest, OpensAgainAfterItWasClosed) {
     start();
     screen s(page("http://a/"));
     show(s);
@@ -195,7 +201,7 @@ TEST_F(DisplayTest, OpensAgainAfterItWasClosed) {
     EXPECT_TRUE(fake().browser(2).closed);
 }
 
-TEST_F(DisplayTest, OpensAndClosesFromOtherThreadsAtOnce) {
+TEST_F(DisplayCloseTest, OpensAndClosesFromOtherThreadsAtOnce) {
     start();
     constexpr int k_threads = 3, k_rounds = 15;
     std::atomic<int> running{k_threads};
@@ -220,7 +226,7 @@ TEST_F(DisplayTest, OpensAndClosesFromOtherThreadsAtOnce) {
     }));
 }
 
-TEST_F(DisplayTest, AnotherThreadMayUseADisplayWhileItCloses) {
+TEST_F(DisplayCloseTest, AnotherThreadMayUseADisplayWhileItCloses) {
     script().close_after_works = 2;
     start();
     screen s(page("http://a/"));

@@ -67,6 +67,20 @@ TEST_F(DisplayTest, UrlsAreQueuedFromOtherThreads) {
     EXPECT_TRUE(s.seen.all_on_display_thread);
 }
 
+TEST_F(DisplayTest, QueuedPagesComeOneAfterAnother) {
+    script().pages["http://b/"].error = -6;
+    script().pages["http://b/"].error_text = "ERR_FILE_NOT_FOUND";
+    start();
+    screen s(page("http://a/"));
+    for (const char* url : {"http://b/", "http://c/", "http://d/"}) s->LoadUrl(url);
+    ASSERT_TRUE(s->Open());
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://d/"); }));
+    EXPECT_EQ(fake().browser(1).start_url, "http://a/");
+    EXPECT_EQ(fake().browser(1).loads, (strings{"http://b/", "http://c/", "http://d/"}));
+    EXPECT_TRUE(s.seen.heard("failed http://b/: ERR_FILE_NOT_FOUND"));
+    EXPECT_TRUE(s.seen.heard("loaded http://c/"));
+}
+
 TEST_F(DisplayTest, APageThatIsQueuedInTheCallbackOfTheOneBeforeFollowsIt) {
     start();
     screen s(page("http://a/"));

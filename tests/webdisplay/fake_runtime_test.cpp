@@ -142,6 +142,10 @@ void FakeRuntimeTest::settle() {
     }
 }
 
+void FakeRuntimeTest::loop_a_while() {
+    for (int i = 0; i < 20; ++i) zMessageLoop::RunOnce(20000);
+}
+
 zRecord FakeRuntimeTest::page(const char* url, int width, int height) {
     zRecord settings;
     settings.SetCString("web_url", url);

@@ -92,6 +92,8 @@ protected:
     static void loop_works(int works);
     // Runs it until nothing more happens: the IO thread has answered and its answers have come.
     static void settle();
+    // Runs it through some twenty steps of its own, which a timer of 15 ms has many ticks in.
+    static void loop_a_while();
 
     static zRecord page(const char* url, int width = 64, int height = 36);
     // Opens a display and waits until its page has loaded.

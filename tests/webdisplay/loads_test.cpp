@@ -1,4 +1,5 @@
-// loads_test.cpp - loads that fail, and loads whose page goes away under them.
+// loads_test.cpp - how loads are reported: those that end well, those that fail, and those whose
+// page goes away under them.
 #include "tests/webdisplay/fake_runtime_test.h"
 
 namespace {
@@ -12,7 +13,69 @@ std::string last_loaded(const screen& s) {
     return std::string(url.View());
 }
 
+// --- pages that load
+
+TEST_F(LoadsTest, APageIsReportedOnceWhenItsMainFrameHasLoaded) {
+    script().pages["http://a/"].frames = {"http://frame/"};
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
+    EXPECT_EQ(last_loaded(s), "http://a/");
+}
+
+TEST_F(LoadsTest, ALoadThatIsReplacedReportsOnlyThePageThatStays) {
+    start();
+    screen s(page("http://a/"));
+    script().pages["http://slow/"].never_ends = true;
+    show(s);
+    s.seen.events.clear();
+    fake().post([] { fake().navigate(1, "http://slow/"); });
+    ASSERT_TRUE(loop_until([&] { return s->IsLoading(); }));
+    fake().post([] { fake().navigate(1, "http://b/"); });
+    ASSERT_TRUE(loop_until([&] { return !s->IsLoading(); }));
+    EXPECT_EQ(s.seen.events, strings{"loaded http://b/"});
+}
+
 // --- failures
+
+TEST_F(LoadsTest, AnAbortedLoadIsNoFailure) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    fake().post([] { fake().load_error(1, true, -3, "ERR_ABORTED", "http://x/"); });
+    settle();
+    EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
+}
+
+TEST_F(LoadsTest, AFailureIsReportedWithItsUrlAndText) {
+    script().pages["http://a/"].error = -105;
+    script().pages["http://a/"].error_text = "ERR_NAME_NOT_RESOLVED";
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    ASSERT_FALSE(s.seen.events.empty());
+    EXPECT_EQ(s.seen.events[0], "failed http://a/: ERR_NAME_NOT_RESOLVED");
+}
+
+TEST_F(LoadsTest, AFailureInASubFrameIsReportedToo) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    fake().post([] { fake().load_error(1, false, -6, "ERR_FILE_NOT_FOUND", "file:///frame"); });
+    settle();
+    EXPECT_TRUE(s.seen.heard("failed file:///frame: ERR_FILE_NOT_FOUND"));
+}
+
+TEST_F(LoadsTest, ARedirectLoopEndsAsAFailure) {
+    script().pages["http://a/"].redirect_to = "http://b/";
+    script().pages["http://b/"].redirect_to = "http://a/";
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    ASSERT_FALSE(s.seen.events.empty());
+    EXPECT_NE(s.seen.events[0].find("ERR_TOO_MANY_REDIRECTS"), std::string::npos);
+}
 
 TEST_F(LoadsTest, AFailedPageIsNotReportedAsLoadedToo) {
     script().pages["http://bad/"].error = -105;
@@ -118,6 +181,18 @@ TEST_F(LostPageTest, WithAPageWaitingBehindItWaitsForTheHost) {
     EXPECT_EQ(s.seen.events, strings{});
     s->LoadNextUrl();
     EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
+TEST_F(LoadsTest, ARendererKilledWhileItsPageLoadsLeavesTheDisplayUsable) {
+    script().pages["http://a/"].never_ends = true;
+    start();
+    screen s(page("http://a/"));
+    ASSERT_TRUE(s->Open());
+    ASSERT_TRUE(loop_until([&] { return s->IsLoading(); }));
+    fake().post([] { fake().kill_renderer(1); });
+    ASSERT_TRUE(loop_until([&] { return !s->IsLoading(); }));
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
 }
 
 }  // namespace

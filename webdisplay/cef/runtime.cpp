@@ -34,6 +34,12 @@ std::string folder_list(const std::vector<std::string>& folders) {
     return list;
 }
 
+// `action` is what to do with the runtime: install it, install it anew.
+std::string remedy(const char* action) {
+    return std::string("; ") + action + " " + cef_how_to_install() +
+           ", or set CEF_ROOT to its folder";
+}
+
 bool bind(zLibrary& library, cef_functions& functions, std::string& failure) {
 #define PENNYWORT_CEF_BIND(name)                                                                  \
     functions.name = reinterpret_cast<cef_function::name*>(library.Symbol(#name));                \
@@ -74,8 +80,7 @@ bool check_data(const std::string& library, std::string& failure) {
     if (has_unicode && (has("v8_context_snapshot.bin") || has("snapshot_blob.bin"))) return true;
     failure = "The browser runtime's file " +
               std::string(has_unicode ? "v8_context_snapshot.bin" : "icudtl.dat") +
-              " is not beside " + library +
-              "; install the runtime anew with scripts/get-runtime, or set CEF_ROOT to its folder";
+              " is not beside " + library + remedy("install the runtime anew");
     return false;
 }
 
@@ -95,16 +100,14 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
     const std::string path = find_library(folders);
     if (path.empty()) {
         failure = std::string("The browser runtime (") + cef_library_name() + ") is not in " +
-                  folder_list(folders) +
-                  "; install it with scripts/get-runtime, or set CEF_ROOT "
-                  "to its folder";
+                  folder_list(folders) + remedy("install it");
         return false;
     }
     std::unique_ptr<zLibrary> library(zLibrary::Factory());
     if (!library || library->Load(path.c_str()) != 0) {
         failure = "The browser runtime " + path +
                   " cannot be loaded: " + (library ? library->Error() : "out of memory") +
-                  "; install it anew with scripts/get-runtime, or set CEF_ROOT to its folder";
+                  remedy("install it anew");
         return false;
     }
     cef_functions functions;

@@ -15,6 +15,10 @@ std::string environment_variable(const char* name);
 // File name of the runtime's library.
 const char* cef_library_name() noexcept;
 
+// How a user of this system installs the runtime in a folder that was named just before: the words
+// that follow "install it".
+const char* cef_how_to_install() noexcept;
+
 // `path` with links followed, since the runtime looks for its data beside the file that was opened;
 // empty when there is no such file.
 std::string real_file(const std::string& path);

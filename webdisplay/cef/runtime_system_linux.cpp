@@ -97,6 +97,8 @@ std::string environment_variable(const char* name) {
 
 const char* cef_library_name() noexcept { return "libcef.so"; }
 
+const char* cef_how_to_install() noexcept { return "with scripts/get-runtime"; }
+
 bool uses_external_pump() noexcept { return true; }
 
 std::string real_file(const std::string& path) {

@@ -70,6 +70,9 @@ std::string environment_variable(const char* name) {
 
 const char* cef_library_name() noexcept { return "libcef.dll"; }
 
+// No script of ours fetches it for this system.
+const char* cef_how_to_install() noexcept { return "there (64 bit, version 133 or newer)"; }
+
 bool uses_external_pump() noexcept { return false; }
 
 std::string real_file(const std::string& path) {

@@ -12,7 +12,7 @@
 #endif
 
 // Lets the compiler check the arguments of a printf-style operation. Parameters are counted from
-// 1, and a member function's object counts as one.
+// 1, and a member function's object counts as one; `first` is 0 where they come as a va_list.
 #if defined(__MINGW_PRINTF_FORMAT)
 #define LOAM_PRINTF(text, first) __attribute__((format(__MINGW_PRINTF_FORMAT, text, first)))
 #elif defined(__GNUC__)

@@ -1,4 +1,4 @@
-// web_display_browser.cpp - the part of a display that does not depend on the browser engine.
+// webdisplay_browser.cpp - the part of a display that does not depend on the browser engine.
 #include <utility>
 
 #include "core/statuses.h"

@@ -90,7 +90,7 @@ outcome movie_writer::begin() {
     if (program.empty()) {
         return outcome::failed(
             "ffmpeg is not there, and " + m_path +
-            " needs it: install it (apt-get install ffmpeg), or write .y4m or .png");
+            " needs it: install ffmpeg where PATH finds it, or write .y4m or .png");
     }
     const auto folder = file_path(m_path).parent_path();
     std::error_code error;

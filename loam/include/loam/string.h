@@ -4,10 +4,15 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
 #include "loam/export.h"
+
+// Some C libraries make this name a macro in programs that are built without optimisation, where
+// the member of this name would become another one than the library has.
+#undef strncasecmp
 
 // The bytes are counted, so a string may hold NULs. Text that is not ASCII is UTF-8 by convention,
 // but nothing here looks at it. A null text pointer counts as the empty text everywhere, and a

@@ -20,12 +20,18 @@ bool has_run_out() {
     return t_left-- == 0;
 }
 
-void* allocated(std::size_t size) {
-    auto* block = has_run_out() ? nullptr : static_cast<std::size_t*>(std::malloc(k_front + size));
-    if (block == nullptr) throw std::bad_alloc();
-    *block = size;
+void* allocated(std::size_t size) noexcept {
+    void* const memory = has_run_out() ? nullptr : std::malloc(k_front + size);
+    if (memory == nullptr) return nullptr;
+    *static_cast<std::size_t*>(memory) = size;
     s_in_use += size;
-    return reinterpret_cast<char*>(block) + k_front;
+    return static_cast<char*>(memory) + k_front;
+}
+
+void* allocated_or_throw(std::size_t size) {
+    void* const memory = allocated(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
 }
 
 void give_back(void* memory) {
@@ -41,9 +47,14 @@ void fail_memory_after(int count) { t_left = count; }
 
 std::size_t memory_in_use() { return s_in_use; }
 
-void* operator new(std::size_t size) { return allocated(size); }
-void* operator new[](std::size_t size) { return allocated(size); }
+// All forms but those for great alignments: a sanitizer's own would not fit beside these.
+void* operator new(std::size_t size) { return allocated_or_throw(size); }
+void* operator new[](std::size_t size) { return allocated_or_throw(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocated(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocated(size); }
 void operator delete(void* memory) noexcept { give_back(memory); }
 void operator delete[](void* memory) noexcept { give_back(memory); }
 void operator delete(void* memory, std::size_t) noexcept { give_back(memory); }
 void operator delete[](void* memory, std::size_t) noexcept { give_back(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { give_back(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { give_back(memory); }

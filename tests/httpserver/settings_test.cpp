@@ -61,8 +61,9 @@ TEST(Settings, AStrictServerRefusesBytesThatAreNoRequest) {
 // What stands behind a NUL is dropped; to dispatch the rest would be to guess where it ends.
 TEST(Settings, AStrictServerRefusesANulBeforeTheEndOfARequest) {
     serving one(strict());
-    const std::string head("GET / HTTP/1.1\r\nX: a\0b\r\n\r\n", 29);
-    const std::string body("POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\na\0c", 43);
+    using namespace std::string_literals;
+    const std::string head = "GET / HTTP/1.1\r\nX: a\0b\r\n\r\n"s;
+    const std::string body = "POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\na\0c"s;
     for (const std::string& bytes : {head, body, std::string(1, '\0')}) {
         test_client client(one.server.ListenPort());
         client.send(bytes);

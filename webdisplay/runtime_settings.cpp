@@ -3,15 +3,19 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
+#include <vector>
 
 #include "loam/path.h"
+#include "webdisplay/cef/data_file.h"
 
 namespace pennywort {
 
 namespace {
 
 constexpr cef_color_t k_background = 0xFF27282B;
+constexpr const char* k_default_locale = "en-US.pak";
 constexpr std::uint16_t k_portuguese = 0x16;
 constexpr std::uint16_t k_brazil = 1;
 
@@ -29,22 +33,50 @@ std::string child(const std::string& folder, const char* name) {
     return zFSPath(folder.c_str()).GoChild(name);
 }
 
-// Another region of the language serves the runtime too, and American English serves every one.
-bool serves(const std::filesystem::path& file, const std::string& language) {
-    const std::u8string name = file.filename().u8string();
-    return file.extension() == ".pak" &&
-           (name == u8"en-US.pak" ||
-            std::equal(language.begin(), language.end(), name.begin(), name.begin() + 2));
-}
-
-bool holds_locale(const std::string& folder, const std::string& locale) {
+// The names of all locales in a folder.
+std::vector<std::string> locales_in(const std::string& folder) {
+    std::vector<std::string> names;
     std::error_code error;
     const std::filesystem::path path(reinterpret_cast<const char8_t*>(folder.c_str()));
     for (auto entry = std::filesystem::directory_iterator(path, error);
          !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        if (serves(entry->path(), locale.substr(0, 2))) return true;
+        const std::u8string name = entry->path().filename().u8string();
+        if (entry->path().extension() == ".pak") names.emplace_back(name.begin(), name.end());
     }
-    return false;
+    return names;
+}
+
+// Those that the runtime may choose for a language: its own, else other regions of it, and else
+// American English, which serves every one.
+std::vector<std::string> serving(const std::vector<std::string>& names, const std::string& locale) {
+    const std::string language = locale.substr(0, 2);
+    std::string region = locale;
+    std::replace(region.begin(), region.end(), '_', '-');
+    for (const std::string& wanted : {region + ".pak", language + ".pak"}) {
+        if (std::find(names.begin(), names.end(), wanted) != names.end()) return {wanted};
+    }
+    std::vector<std::string> found;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(found),
+                 [&](const std::string& name) { return name.substr(0, 2) == language; });
+    if (found.empty() && std::find(names.begin(), names.end(), k_default_locale) != names.end()) {
+        found.emplace_back(k_default_locale);
+    }
+    return found;
+}
+
+std::string locale_problem(const std::string& folder, const std::string& locale) {
+    const std::vector<std::string> files = serving(locales_in(folder), locale);
+    if (files.empty()) {
+        return "The folder " + folder + " holds no locale of the browser runtime for " + locale +
+               "; copy or link the runtime's locales there";
+    }
+    for (const std::string& name : files) {
+        const std::string file = child(folder, name.c_str());
+        if (is_whole_pack(file)) continue;
+        return "The browser runtime's locale " + file +
+               " is damaged; copy or link the runtime's locales there anew";
+    }
+    return {};
 }
 
 }  // namespace
@@ -82,12 +114,8 @@ std::string runtime_paths::problem() const {
         return "The browser runtime's helper program " + child_process +
                " is missing or may not be run; install it beside the host program";
     }
-    const std::string locale = runtime_locale(user_language());
-    if (!holds_locale(locales, locale)) {
-        return "The folder " + locales + " holds no locale of the browser runtime for " + locale +
-               "; copy or link the runtime's locales there";
-    }
-    return temporary_folder_problem();
+    const std::string of_locale = locale_problem(locales, runtime_locale(user_language()));
+    return of_locale.empty() ? temporary_folder_problem() : of_locale;
 }
 
 runtime_settings::runtime_settings(const runtime_paths& paths, const std::string& cache,

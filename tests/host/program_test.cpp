@@ -26,7 +26,9 @@ protected:
         "mkdir -p host/rsrc/ChromeLocales\n"
         "cp '" PENNYWORT_PROGRAM
         "' host/\n"
-        "touch host/rsrc/ChromeLocales/en-US.pak host/CEFChildProcess\n"
+        "printf '\\5\\0\\0\\0\\1%b\\22\\0\\0\\0' '\\0\\0\\0\\0\\0\\0\\0\\0\\0' "
+        ">host/rsrc/ChromeLocales/en-US.pak\n"
+        "touch host/CEFChildProcess\n"
         "chmod +x host/CEFChildProcess\n"
         "export LD_LIBRARY_PATH=$(dirname '" PENNYWORT_PROGRAM
         "') CEF_ROOT=$PWD/host\n"

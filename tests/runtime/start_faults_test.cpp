@@ -54,6 +54,10 @@ const std::string k_own_runtime =
 const std::string k_no_icu_data = k_own_runtime + "rm host/icudtl.dat";
 const std::string k_no_snapshot = k_own_runtime + "rm host/*.bin";
 
+const std::string k_cut_icu_data =
+    k_no_icu_data + "; head -c 1000000 \"$runtime/icudtl.dat\" >host/icudtl.dat";
+const std::string k_empty_icu_data = k_no_icu_data + "; touch host/icudtl.dat";
+
 const fault k_library_faults[] = {
     {"NoLibrary", "rm host/libcef.so", "(libcef.so) is not in", "get-runtime"},
     {"ALinkToNowhere", "ln -sfn nowhere host/libcef.so", "is not in", "get-runtime"},
@@ -75,6 +79,8 @@ const fault k_library_faults[] = {
      "\"$runtime/libcef.so\" host/real/",
      "hash 0123456789abcdef0123456789abcdef01234567", "install the runtime"},
     {"NoUnicodeData", k_no_icu_data.c_str(), "icudtl.dat", "get-runtime"},
+    {"UnicodeDataThatIsCut", k_cut_icu_data.c_str(), "icudtl.dat is damaged", "anew"},
+    {"UnicodeDataThatIsEmpty", k_empty_icu_data.c_str(), "icudtl.dat is damaged", "anew"},
     {"NoSnapshot", k_no_snapshot.c_str(), "snapshot", "get-runtime"},
 };
 const fault k_folder_faults[] = {
@@ -98,6 +104,14 @@ const fault k_folder_faults[] = {
      "rm host/rsrc/ChromeLocales; mkdir host/rsrc/ChromeLocales;"
      "cp \"$runtime\"/locales/da.pak host/rsrc/ChromeLocales/",
      "ChromeLocales", "copy or link"},
+    {"ALocaleThatIsEmpty",
+     "rm host/rsrc/ChromeLocales; cp -r \"$runtime/locales\" host/rsrc/ChromeLocales;"
+     ": >host/rsrc/ChromeLocales/en-US.pak",
+     "en-US.pak is damaged", "anew"},
+    {"ALocaleThatIsCut",
+     "rm host/rsrc/ChromeLocales; cp -r \"$runtime/locales\" host/rsrc/ChromeLocales;"
+     "truncate -s -1 host/rsrc/ChromeLocales/en-US.pak",
+     "en-US.pak is damaged", "anew"},
     {"NoFolderForTemporaryFiles", "export TMPDIR=/proc/nowhere", "/proc/nowhere", "set TMPDIR"},
     {"TooLongAFolderForTemporaryFiles",
      "export TMPDIR=$PWD/tmp/$(printf 'x%.0s' {1..90}); mkdir $TMPDIR", "is too long",

@@ -7,6 +7,8 @@
 
 namespace {
 
+const fs::path k_locale = fs::path("rsrc") / "ChromeLocales" / "en-US.pak";
+
 class StartupFaultsTest : public StartupTest {
 protected:
     fs::path folder_with_library(const std::string& content) const {
@@ -33,7 +35,9 @@ protected:
             const fs::path child = original.parent_path() / ("CEFChildProcess" CHILD_SUFFIX);
             fs::copy_file(child, folder / child.filename());
         }
-        if (with_locales) std::ofstream(folder / "rsrc" / "ChromeLocales" / "en-US.pak");
+        if (with_locales) {
+            fs::copy_file(original.parent_path() / k_locale, folder / k_locale);
+        }
         return folder / original.filename();
     }
 };
@@ -89,6 +93,32 @@ TEST_F(StartupFaultsTest, ARuntimeWithoutItsDataIsNotUsedSinceItWouldEndTheProce
     }
     EXPECT_EQ(fake().initialisations(), 0);
     expect_everything_harmless();
+}
+
+// A copy that broke off ends the process as one that is missing does.
+TEST_F(StartupFaultsTest, ARuntimeWhoseDataIsCutIsNotUsed) {
+    const fs::path folder = m_folder / "runtime";
+    copy_runtime(folder);
+    const auto whole = fs::file_size(folder / "icudtl.dat");
+    test_process::set_variable("CEF_ROOT", folder.string());
+    for (std::uintmax_t size = 0; size < whole; ++size) {
+        SCOPED_TRACE(size);
+        fs::resize_file(folder / "icudtl.dat", size);
+        expect_failure("icudtl.dat is damaged", "install");
+        shut_down();
+        fs::remove(folder / "icudtl.dat");
+        fs::copy_file(fake_folder() + "/icudtl.dat", folder / "icudtl.dat");
+    }
+    EXPECT_EQ(fake().initialisations(), 0);
+}
+
+TEST_F(StartupFaultsTest, ALocaleThatIsCutIsNotUsed) {
+    const fs::path probe = probe_in_new_folder(true, true);
+    fs::resize_file(probe.parent_path() / k_locale, 11);
+    const std::string said = run_probe(probe);
+    EXPECT_TRUE(has(said, "started 0\ninitialised 0\n")) << said;
+    EXPECT_TRUE(has(said, "en-US.pak is damaged")) << said;
+    EXPECT_FALSE(has(said, "broken")) << said;
 }
 
 TEST_F(StartupFaultsTest, ARuntimeThatDoesNotStartNamesItsExitCodeAndItsLog) {

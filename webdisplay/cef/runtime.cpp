@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "loam/library.h"
+#include "webdisplay/cef/data_file.h"
 #include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/cef/text.h"
 
@@ -72,11 +73,16 @@ bool check_version(const cef_functions& functions, std::string& failure) {
 }
 
 // The runtime looks for these beside its library, and ends the process that starts it where one is
-// missing.
+// missing or cut.
 bool check_data(const std::string& library, std::string& failure) {
     const std::string folder = library.substr(0, library.find_last_of("/\\") + 1);
     const auto has = [&](const char* name) { return !real_file(folder + name).empty(); };
     const bool has_unicode = has("icudtl.dat");
+    if (has_unicode && !is_whole_unicode_data(real_file(folder + "icudtl.dat"))) {
+        failure = "The browser runtime's file " + folder + "icudtl.dat is damaged" +
+                  remedy("install the runtime anew");
+        return false;
+    }
     if (has_unicode && (has("v8_context_snapshot.bin") || has("snapshot_blob.bin"))) return true;
     failure = "The browser runtime's file " +
               std::string(has_unicode ? "v8_context_snapshot.bin" : "icudtl.dat") +

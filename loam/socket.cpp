@@ -67,9 +67,12 @@ zStatus zSocket::send_now(const char* data, std::int32_t length, std::int32_t ti
     const loam::countdown time(timeout);
     std::int32_t done = sent;
     while (status == k_not_now || (status == 0 && done < length)) {
-        status = wait_writable(time.left());
+        const int left = time.left();
+        status = wait_writable(left);
         if (status == 0) status = send_some_now(data + done, length - done, &sent);
         if (status == 0) done += sent;
+        // The system may tell of room and have none, when its memory is short for instance.
+        if (status == k_not_now && left == 0) status = k_timed_out;
     }
     return status;
 }

@@ -10,6 +10,7 @@
 #include <new>
 #include <vector>
 
+#include "loam/countdown.h"
 #include "loam/socket.h"
 #include "loam/trace.h"
 
@@ -144,11 +145,23 @@ short poll_events(std::int32_t requested) {
 }
 
 // A lost connection shows as whatever was asked for: the next operation on it says what happened.
+// One whose peer has only ended its sending counts as hung up too, which makes no room to send.
 std::int32_t occurred_events(short events, std::int32_t requested) {
     std::int32_t occurred = 0;
     if ((events & (POLLRDNORM | POLLHUP | POLLERR)) != 0) occurred |= zSocket::k_readable;
-    if ((events & (POLLWRNORM | POLLHUP | POLLERR)) != 0) occurred |= zSocket::k_writable;
+    if ((events & (POLLWRNORM | POLLERR)) != 0) occurred |= zSocket::k_writable;
     return occurred & requested;
+}
+
+// A connection that is hung up ends each wait at once. Who waits for room on it looks this often.
+constexpr int k_hung_up_pause_ms = 10;
+
+// Pauses for a wait that ended at once and for nothing. False when its time has passed.
+bool pause_within(const loam::countdown& time) {
+    const int left = time.left();
+    if (left == 0) return false;
+    ::Sleep(static_cast<DWORD>(left < 0 ? k_hung_up_pause_ms : std::min(left, k_hung_up_pause_ms)));
+    return true;
 }
 
 // WSAPoll refuses to wait for nothing at all.
@@ -243,10 +256,15 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
 }
 
 zStatus zSocket::wait_writable(std::int32_t timeout) {
-    WSAPOLLFD entry{native(m_handle), POLLWRNORM, 0};
-    const int ready = ::WSAPoll(&entry, 1, timeout < 0 ? -1 : timeout);
-    if (ready == SOCKET_ERROR) return failure("WSAPoll");
-    return ready == 0 ? k_timed_out : 0;
+    const loam::countdown time(timeout);
+    do {
+        WSAPOLLFD entry{native(m_handle), POLLWRNORM, 0};
+        const int ready = ::WSAPoll(&entry, 1, time.left());
+        if (ready == SOCKET_ERROR) return failure("WSAPoll");
+        if (ready == 0) return k_timed_out;
+        if (entry.revents != POLLHUP) return 0;
+    } while (pause_within(time));
+    return k_timed_out;
 }
 
 zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent) {
@@ -355,11 +373,17 @@ zStatus zSocket::Select(zHeap<_zSocket_select*>* set, std::int32_t timeout, std:
         waiting.push_back(one);
     }
     if (waker != nullptr) entries.push_back({native(waker->m_handle), POLLRDNORM, 0});
-    if (poll_for(entries, timeout) == SOCKET_ERROR) return failure("WSAPoll");
-    if (waker != nullptr && entries.back().revents != 0) waker->settle();
-    for (std::size_t i = 0; i < waiting.size(); ++i) {
-        waiting[i]->occurred = occurred_events(entries[i].revents, waiting[i]->requested);
-        if (waiting[i]->occurred != 0) ++*ready;
-    }
+    const loam::countdown time(timeout);
+    do {
+        const int answer = poll_for(entries, time.left());
+        if (answer == SOCKET_ERROR) return failure("WSAPoll");
+        const bool is_woken = waker != nullptr && entries.back().revents != 0;
+        if (is_woken) waker->settle();
+        for (std::size_t i = 0; i < waiting.size(); ++i) {
+            waiting[i]->occurred = occurred_events(entries[i].revents, waiting[i]->requested);
+            if (waiting[i]->occurred != 0) ++*ready;
+        }
+        if (answer == 0 || is_woken || *ready > 0) return 0;
+    } while (pause_within(time));
     return 0;
 }

@@ -183,6 +183,16 @@ TEST(Socket, TimesOutWhereThePeerTakesNothing) {
     EXPECT_EQ(sent, 0);
 }
 
+// Windows calls such a peer hung up, which is no room to send.
+TEST(Socket, TimesOutWhereThePeerTakesNothingAndHasEndedItsSending) {
+    connected_pair pair;
+    fill(*pair.near);
+    ASSERT_EQ(pair.far->EndSending(), 0);
+    ASSERT_TRUE(wait_for(*pair.near, zSocket::k_readable));
+    EXPECT_EQ(pair.near->Send("a", 1, 0, k_short_ms), zSocket::k_timed_out);
+    EXPECT_EQ(pair.near->Send("a", 1, 0, 0), zSocket::k_timed_out);
+}
+
 TEST(Socket, TellsAConnectionThatWasReset) {
     if (runs_under_wine()) GTEST_SKIP() << "Wine ends a connection in order before it resets it";
     connected_pair pair;
@@ -318,6 +328,21 @@ TEST(Select, TellsThatThereIsNoRoomToSend) {
     EXPECT_TRUE(wait_for(*pair.near, zSocket::k_writable));
     fill(*pair.near);
     EXPECT_FALSE(wait_for(*pair.near, zSocket::k_writable, k_short_ms));
+}
+
+TEST(Select, TellsThatThereIsNoRoomToSendToAPeerThatHasEndedItsSending) {
+    connected_pair pair;
+    fill(*pair.near);
+    ASSERT_EQ(pair.far->EndSending(), 0);
+    ASSERT_TRUE(wait_for(*pair.near, zSocket::k_readable));
+    EXPECT_FALSE(wait_for(*pair.near, zSocket::k_writable, k_short_ms));
+    EXPECT_FALSE(wait_for(*pair.near, zSocket::k_writable, 0));
+    // What the peer takes makes room.
+    worker reader([&] { receive(*pair.far, std::size_t{1} << 30); });
+    const std::unique_ptr<zThread> thread(zThread::Factory("reader", &reader, 0, 4));
+    EXPECT_TRUE(wait_for(*pair.near, zSocket::k_writable));
+    pair.near->EndSending();
+    thread->Join();
 }
 
 TEST(Select, TellsALossWhateverIsAskedFor) {

@@ -76,15 +76,32 @@ std::string listen_failure(const live_options& options, zStatus status) {
                : "cannot listen on " + where + " (" + std::to_string(status) + ")";
 }
 
-void install(cHttpServer& server, live_control& control, const std::string& token) {
-    auto* handler = new live_handler(control, live_guard(server.ListenPort(), token));
-    server.InstallHandler(*handler);
-    handler->Release();
-}
+// The server, which answers from its first moment.
+class live_server {
+public:
+    explicit live_server(const live_options& options)
+        : m_start(new live_start_handler, [](live_start_handler* one) { one->Release(); }),
+          m_server(options.port, k_receive_bytes, settings_of(options)) {
+        m_server.InstallHandler(*m_start);
+    }
+
+    zStatus status() { return m_server.ListenStatus(); }
+    std::int32_t port() { return m_server.ListenPort(); }
+    void begin(live_control& control, const std::string& token) {
+        auto* handler = new live_handler(control, live_guard(port(), token));
+        m_server.InstallHandler(*handler);
+        handler->Release();
+        m_start->end();
+    }
+
+private:
+    const std::unique_ptr<live_start_handler, void (*)(live_start_handler*)> m_start;
+    cHttpServer m_server;
+};
 
 // The display and what it shows, until the user wants the end. Its server goes before it, so that
 // no request finds it gone.
-int show(const live_options& options, const console& out, std::unique_ptr<cHttpServer> server,
+int show(const live_options& options, const console& out, std::unique_ptr<live_server> server,
          const interrupt_watch& interrupt) {
     live_pictures pictures;
     live_display display(options, pictures);
@@ -93,8 +110,8 @@ int show(const live_options& options, const console& out, std::unique_ptr<cHttpS
     if (!display.open(control)) return fail(out, "the display cannot be opened");
     display.tell_status();
     const std::string token = is_loopback(options.listen) ? std::string() : random_token();
-    install(*server, control, token);
-    std::fprintf(out.output(), "%s\n", address_of(options, server->ListenPort(), token).c_str());
+    server->begin(control, token);
+    std::fprintf(out.output(), "%s\n", address_of(options, server->port(), token).c_str());
     std::fflush(out.output());
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
@@ -110,9 +127,8 @@ int show(const live_options& options, const console& out, std::unique_ptr<cHttpS
 int live(const live_options& options, const console& out) {
     const interrupt_watch interrupt;
     // The port comes first: the start of the runtime is not worth its time without one.
-    auto server =
-        std::make_unique<cHttpServer>(options.port, k_receive_bytes, settings_of(options));
-    const zStatus listening = server->ListenStatus();
+    auto server = std::make_unique<live_server>(options);
+    const zStatus listening = server->status();
     if (listening != 0) return fail(out, listen_failure(options, listening));
     const browser_runtime browser(pump_pacing::on_request, options.gpu);
     if (!browser.up()) return fail(out, browser_runtime::failure());

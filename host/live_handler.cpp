@@ -2,7 +2,7 @@
 #include "host/live_handler.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "host/json_line.h"
@@ -12,18 +12,31 @@ namespace pennywort {
 
 namespace {
 
-class text_body : public cHttpBody {
+// Sent by the server as its peer takes it, the head too: to send that on the spot would wait for a
+// peer that takes nothing.
+class whole_answer : public cHttpBody {
 public:
-    explicit text_body(std::shared_ptr<const std::string> text) : m_text(std::move(text)) {}
-    std::int64_t Size() override { return static_cast<std::int64_t>(m_text->size()); }
+    whole_answer(std::string head, std::shared_ptr<const std::string> text)
+        : m_head(std::move(head)), m_text(std::move(text)) {}
+    std::int64_t Size() override {
+        return static_cast<std::int64_t>(m_head.size() + text().size());
+    }
     std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) override {
-        const auto count = std::min(Size() - offset, std::int64_t(size));
-        if (count <= 0) return 0;
-        std::memcpy(into, m_text->data() + offset, static_cast<std::size_t>(count));
+        auto passed_over = static_cast<std::size_t>(offset);
+        const auto room = static_cast<std::size_t>(size);
+        std::size_t count = 0;
+        for (std::string_view part : {std::string_view(m_head), text()}) {
+            const auto front = std::min(passed_over, part.size());
+            passed_over -= front;
+            count += part.substr(front).copy(into + count, room - count);
+        }
         return static_cast<std::int32_t>(count);
     }
 
 private:
+    std::string_view text() const { return m_text ? std::string_view(*m_text) : ""; }
+
+    const std::string m_head;
     const std::shared_ptr<const std::string> m_text;
 };
 
@@ -41,6 +54,8 @@ const char* reason_of(int status) {
             return "Forbidden";
         case 405:
             return "Method Not Allowed";
+        case 503:
+            return "Service Unavailable";
         default:
             return "Not Found";
     }
@@ -70,14 +85,22 @@ std::string head_of(const live_answer& answer) {
     return head + "\r\n";
 }
 
+std::unique_ptr<cHttpBody> sent(const live_answer& answer) {
+    return std::make_unique<whole_answer>(head_of(answer), answer.body);
+}
+
+live_answer refused(int status, const char* why) {
+    live_answer answer;
+    answer.status = status;
+    answer.body = std::make_shared<const std::string>(json_line().add("error", why).text());
+    return answer;
+}
+
 live_answer refusal_with(int status) {
-    live_answer refused;
-    refused.status = status;
-    const char* why = status == 401 ? "the token is missing or wrong; it stands in the address "
-                                      "that the program printed"
-                                    : "a foreign page or name may not ask here";
-    refused.body = std::make_shared<const std::string>(json_line().add("error", why).text());
-    return refused;
+    return status == 401 ? refused(status,
+                                   "the token is missing or wrong; it stands in the address that "
+                                   "the program printed")
+                         : refused(status, "a foreign page or name may not ask here");
 }
 
 }  // namespace
@@ -104,27 +127,31 @@ live_answer live_handler::answer(const live_request& request) const {
     return page;
 }
 
-std::unique_ptr<cHttpBody> live_handler::HandleInPieces(zSocket* socket, std::int32_t method,
+std::unique_ptr<cHttpBody> live_handler::HandleInPieces(zSocket*, std::int32_t method,
                                                         const zString& path, const zString&,
                                                         const zString& query, const char* body,
                                                         zStatus& status) {
+    status = 0;
+    if (method == k_put) return sent(refused(405, "there is nothing to PUT"));
     live_request request;
     request.method = method == k_post ? live_request::verb::post : live_request::verb::get;
     request.path = path.View();
     request.query = query.View();
     if (method == k_post && body) request.body = body;
-    live_answer reply;
-    if (method == k_put) {
-        reply = refusal_with(403);
-        reply.status = 405;
-        reply.body = std::make_shared<const std::string>("{\"error\":\"there is nothing to PUT\"}");
-    } else {
-        reply = answer(request);
-    }
-    const auto head = head_of(reply);
-    status = SendBytes(socket, head.data(), static_cast<std::int64_t>(head.size()));
-    if (status != 0 || !reply.body || reply.body->empty()) return nullptr;
-    return std::make_unique<text_body>(reply.body);
+    return sent(answer(request));
+}
+
+bool live_start_handler::CanHandle(std::int32_t, const zString&, const zString&, const zString&,
+                                   const char*) {
+    return !m_is_over;
+}
+
+std::unique_ptr<cHttpBody> live_start_handler::HandleInPieces(zSocket*, std::int32_t,
+                                                              const zString&, const zString&,
+                                                              const zString&, const char*,
+                                                              zStatus& status) {
+    status = 0;
+    return sent(refused(503, "the program is still starting"));
 }
 
 }  // namespace pennywort

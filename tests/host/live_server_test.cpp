@@ -130,6 +130,43 @@ TEST_F(LiveServer, AClientThatStallsOnAPictureStopsNeitherOthersNorTheDisplay) {
     EXPECT_EQ(pictures.counts().painted, 21u);
 }
 
+// Whoever takes nothing may have no room for a head either.
+TEST_F(LiveServer, NoAnswerIsSentOnTheSpot) {
+    auto* handler = new live_handler(control, live_guard(80, ""));
+    zStatus status = -1;
+    auto body = handler->HandleInPieces(nullptr, cHttpHandler::k_get, zString("/api/state"),
+                                        zString(), zString(), "", status);
+    handler->Release();
+    EXPECT_EQ(status, 0);
+    ASSERT_NE(body, nullptr);
+    std::string whole;
+    char piece[7];  // so that one of them holds the end of the head and the begin of the text
+    while (static_cast<std::int64_t>(whole.size()) < body->Size()) {
+        const auto count = body->ReadAt(static_cast<std::int64_t>(whole.size()), piece, 7);
+        ASSERT_GT(count, 0);
+        whole.append(piece, static_cast<std::size_t>(count));
+    }
+    EXPECT_EQ(whole.substr(0, 22), "HTTP/1.1 403 Forbidden");
+    EXPECT_EQ(body_of(whole), "{\"error\":\"a foreign page or name may not ask here\"}");
+}
+
+// A page that was left open would wait for an answer that never comes.
+TEST(LiveStart, IsToldToWhoeverAsksBeforeItIsOver) {
+    cHttpServer server(0, 4096, loopback());
+    auto* start = new live_start_handler;
+    server.InstallHandler(*start);
+    auto* next = new cHttpNotFoundHandler;
+    server.InstallHandler(*next);
+    next->Release();
+    test_client client(server.ListenPort());
+    client.send(get_request("/api/state"));
+    EXPECT_EQ(client.receive_answer().substr(0, 32), "HTTP/1.1 503 Service Unavailable");
+    start->end();
+    client.send(get_request("/api/state"));
+    EXPECT_EQ(client.receive_answer().substr(9, 3), "404");
+    start->Release();
+}
+
 class LiveServerWithToken : public LiveServer {
 protected:
     LiveServerWithToken() : LiveServer("0123456789abcdef") {}

@@ -16,6 +16,8 @@ void live_log::add(const std::string& kind, std::string text) {
 
 std::string live_log::json_after(std::uint64_t after) const {
     const std::lock_guard hold(m_lock);
+    // Such a reader has seen the lines of another run, and none of these.
+    if (after > m_last) after = 0;
     std::string lines;
     for (const auto& entry : m_lines) {
         if (entry.number <= after) continue;

@@ -19,7 +19,7 @@ public:
     // `kind` and `text` are any bytes.
     void add(const std::string& kind, std::string text);
     // {"last":N,"lines":[{"number":..,"kind":..,"text":..},...]}: the lines with a number above
-    // `after`, the oldest first.
+    // `after`, the oldest first; all of them if `after` is above every number that there was.
     std::string json_after(std::uint64_t after) const;
 
 private:

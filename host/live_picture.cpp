@@ -83,6 +83,8 @@ std::shared_ptr<const std::string> live_pictures::take(std::uint64_t after, std:
     m_wanted = true;
     m_asked = clock::now();
     m_wake.notify_one();
+    // Such a reader has seen a picture of another run.
+    if (after > m_newest_number) after = 0;
     const bool stale = m_newest_number > m_png_number && m_asked - m_png_time > k_fresh;
     if (m_png_number <= after || stale) return nullptr;
     number = m_png_number;

@@ -155,13 +155,18 @@ async function showState() {
   showRate();
 }
 
-// Appends what is new, and stays at the end unless the user has scrolled away from it.
+// Appends what is new, and stays at the end unless the user has scrolled away from it. When the
+// program has not answered, it may be another run of it that does: the log is shown anew then.
 function followLog(name) {
   let last = 0;
   const box = $(name);
   return async () => {
-    const {lines} = await get(name + '?after=' + last);
+    const {lines} = await get(name + '?after=' + last).catch(problem => {
+      last = 0;
+      throw problem;
+    });
     if (lines.length === 0) return;
+    if (last === 0) box.replaceChildren();
     last = lines[lines.length - 1].number;
     const atEnd = box.scrollHeight - box.scrollTop - box.clientHeight < 8;
     box.append(...lines.map(line => {

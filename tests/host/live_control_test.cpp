@@ -156,6 +156,14 @@ TEST_F(LiveControl, EventsAreGivenFromANumberOn) {
     EXPECT_EQ(*get("/api/traces").body, "{\"last\":0,\"lines\":[]}");
 }
 
+// A page outlives the program that it shows, and the next one counts from 1 again.
+TEST_F(LiveControl, EventsAreGivenToAReaderOfAnotherRun) {
+    control.events().add("loaded", "a");
+    const std::string one = "{\"number\":1,\"kind\":\"loaded\",\"text\":\"a\"}";
+    EXPECT_EQ(*get("/api/events", "after=2").body, "{\"last\":1,\"lines\":[" + one + "]}");
+    EXPECT_EQ(*get("/api/events", "after=1").body, "{\"last\":1,\"lines\":[]}");
+}
+
 TEST_F(LiveControl, OldEventsGoAndLongOnesAreCut) {
     for (int i = 0; i < 501; ++i) control.events().add("page", std::string(5000, 'x'));
     const auto text = *get("/api/events").body;

@@ -46,6 +46,15 @@ TEST_F(LivePicturesTest, AreGivenOnceEach) {
     EXPECT_EQ(m_pictures.take(m_number, m_number), nullptr);
 }
 
+// A page outlives the program that it shows, and the next one counts from 1 again.
+TEST_F(LivePicturesTest, AreGivenToAReaderOfAnotherRun) {
+    paint();
+    EXPECT_EQ(m_pictures.take(1000, m_number), nullptr);
+    wait_until_encoded(1);
+    ASSERT_NE(m_pictures.take(1000, m_number), nullptr);
+    EXPECT_EQ(m_number, 1u);
+}
+
 // Whoever asks now and then is to get a fresh one, not the one of the time before.
 TEST_F(LivePicturesTest, AreKeptReadyForAWhileAfterAQuestion) {
     paint();

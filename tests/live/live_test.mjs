@@ -32,7 +32,8 @@ const movingPage = pageCalled('page');
 // The program, and the address that its first line tells.
 const started = [];
 async function start(...more) {
-  const child = spawn(program, ['live', movingPage, '--port', '0', ...more], {stdio: ['ignore', 'pipe', 'inherit']});
+  const port = more.includes('--port') ? [] : ['--port', '0'];
+  const child = spawn(program, ['live', movingPage, ...port, ...more], {stdio: ['ignore', 'pipe', 'inherit']});
   started.push(child);
   child.ended = new Promise(resolve => child.on('exit', (code, signal) => resolve(signal || code)));
   const lines = createInterface({input: child.stdout});
@@ -168,6 +169,20 @@ async function testEnd(page, child) {
   await expectText(page, 'status', 'no answer');
 }
 
+// The program that comes back on its port counts from 1 again; the page that stayed open goes on.
+async function testReturn(page, child) {
+  const shownOf = () => page.evaluate(() => Number(document.getElementById('picture').dataset.number));
+  const before = await shownOf();
+  const again = await start('--port', new URL(child.address).port);
+  await page.waitForFunction(n => document.getElementById('picture').dataset.number < n, before, {timeout: patience});
+  await testPictures(page);
+  await expectText(page, 'status', 'connected');
+  await page.waitForFunction(() => document.querySelectorAll('#events div').length === 1, null, {timeout: patience});
+  await expectText(page, 'events', 'loaded: ' + movingPage);
+  again.kill('SIGINT');
+  assert.equal(await again.ended, 0);
+}
+
 async function testToken(browser) {
   const child = await start('--listen', '0.0.0.0');
   const page = await browser.newPage();
@@ -205,6 +220,7 @@ try {
   await testNarrow(page, child, pictures);
   await testBarredEval(page, child, pageCalled('strict'), pageCalled('trusted'));
   await testEnd(page, child);
+  await testReturn(page, child);
   assert.deepEqual(faults, []);
   await testToken(browser);
   await testLostAnswers(browser, start, movingPage);

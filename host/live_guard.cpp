@@ -67,11 +67,14 @@ live_guard::live_guard(std::int32_t port, std::string token)
     : m_port(":" + std::to_string(port)), m_token(std::move(token)) {}
 
 // A foreign name that was made to lead here is the way of a page of that name to read our answers.
-bool live_guard::is_own_name(const std::string& host) const {
-    for (const char* name : {"127.0.0.1", "localhost", "[::1]"}) {
-        if (host == name + m_port || (m_port == ":80" && host == name)) return true;
-    }
-    return false;
+bool live_guard::is_own_name(std::string_view host) const {
+    const bool has_port = host.size() > m_port.size() &&
+                          host.substr(host.size() - m_port.size()) == m_port;
+    if (!has_port && m_port != ":80") return false;
+    const auto name = has_port ? host.substr(0, host.size() - m_port.size()) : host;
+    if (name == "localhost" || name == "[::1]") return true;
+    // Digits and dots alone are an address and never a name.
+    return is_loopback(name) && name.find_first_not_of("0123456789.") == name.npos;
 }
 
 bool live_guard::has_token(const live_caller& caller) const {

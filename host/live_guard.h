@@ -30,7 +30,7 @@ public:
     int refusal(const live_caller& caller) const;
 
 private:
-    bool is_own_name(const std::string& host) const;
+    bool is_own_name(std::string_view host) const;
     bool has_token(const live_caller& caller) const;
 
     const std::string m_port;

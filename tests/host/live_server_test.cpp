@@ -196,6 +196,26 @@ TEST(LiveGuard, TokensAreLongAndDiffer) {
     EXPECT_NE(token, random_token());
 }
 
+int refusal_of_host(std::int32_t port, const std::string& host) {
+    live_caller caller;
+    caller.host = host;
+    return live_guard(port, "").refusal(caller);
+}
+
+TEST(LiveGuard, TakesThisMachinesNamesOnly) {
+    for (const char* name : {"127.0.0.1", "127.0.0.2", "localhost", "[::1]"}) {
+        EXPECT_EQ(refusal_of_host(8080, std::string(name) + ":8080"), 0) << name;
+        EXPECT_EQ(refusal_of_host(8080, std::string(name) + ":808"), 403) << name;
+        EXPECT_EQ(refusal_of_host(8080, name), 403) << name;
+        EXPECT_EQ(refusal_of_host(80, name), 0) << name;
+        EXPECT_EQ(refusal_of_host(80, std::string(name) + ":80"), 0) << name;
+    }
+    for (const char* host : {"", ":8080", "127.evil.example:8080", "1270.0.1:8080",
+                             "localhost.evil.example:8080", "127.0.0.1:1:8080"}) {
+        EXPECT_EQ(refusal_of_host(8080, host), 403) << host;
+    }
+}
+
 TEST(LiveGuard, KnowsWhichAddressesAreOfThisMachineOnly) {
     EXPECT_TRUE(is_loopback("127.0.0.1"));
     EXPECT_TRUE(is_loopback("::1"));

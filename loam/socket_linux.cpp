@@ -178,8 +178,9 @@ zStatus zSocket::Open(std::int32_t kind) {
 }
 
 zStatus zSocket::Listen(std::int32_t backlog) {
-    // Set once here: the sockets that are accepted inherit it.
-    const zStatus status = SetNoDelay(true);
+    // Set once here: the sockets that are accepted inherit both.
+    zStatus status = SetNoDelay(true);
+    if (status == 0) status = set_option(m_handle, SOL_SOCKET, SO_KEEPALIVE, true);
     if (status != 0) return status;
     return checked("listen", ::listen(native(m_handle), backlog));
 }

@@ -240,6 +240,7 @@ zStatus zSocket::Accept(zSocket** accepted, std::int32_t) {
     made->m_handle = static_cast<std::intptr_t>(taken);
     made->m_is_ipv6 = m_is_ipv6;
     made->SetNoDelay(true);
+    set_option(made->m_handle, SOL_SOCKET, SO_KEEPALIVE, true);
     *accepted = made;
     return 0;
 }

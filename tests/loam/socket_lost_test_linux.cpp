@@ -48,4 +48,23 @@ TEST(SocketLost, APeerThatTheSystemGivesUpIsLostAndNoTimeOut) {
     FAIL() << "the peer took it all";
 }
 
+// The option of the accepted socket, which is the newest descriptor.
+TEST(SocketLost, APeerThatIsSilentForLongIsAskedFor) {
+    const std::unique_ptr<zSocket> listener(zSocket::Factory());
+    ASSERT_EQ(listener->Open(0), 0);
+    ASSERT_EQ(listener->BindTo("127.0.0.1", 0), 0);
+    ASSERT_EQ(listener->Listen(1), 0);
+    const std::unique_ptr<zSocket> socket(zSocket::Factory());
+    ASSERT_EQ(socket->Open(0), 0);
+    ASSERT_EQ(socket->Connect("127.0.0.1", listener->LocalPort(), k_long_ms), 0);
+    const int descriptor = next_descriptor();
+    zSocket* made = nullptr;
+    ASSERT_EQ(listener->Accept(&made, 0), 0);
+    const std::unique_ptr<zSocket> accepted(made);
+    int value = 0;
+    socklen_t size = sizeof value;
+    ASSERT_EQ(::getsockopt(descriptor, SOL_SOCKET, SO_KEEPALIVE, &value, &size), 0);
+    EXPECT_NE(value, 0);
+}
+
 }  // namespace

@@ -129,7 +129,8 @@ live_answer live_control::state() const {
 live_answer live_control::picture(std::uint64_t after) {
     live_answer answer;
     answer.body = m_pictures.take(after, answer.picture);
-    answer.status = answer.body ? 200 : 204;
+    // One that there was no memory for is empty.
+    answer.status = answer.body && !answer.body->empty() ? 200 : 204;
     answer.type = "image/png";
     return answer;
 }

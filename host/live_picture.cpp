@@ -4,6 +4,7 @@
 #include <png.h>
 
 #include <cstring>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -26,7 +27,9 @@ constexpr std::chrono::milliseconds k_ready{200};
 
 }  // namespace
 
-std::string png_of(const picture& frame) {
+namespace {
+
+std::string encoded(const picture& frame) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     image.width = static_cast<png_uint_32>(frame.width);
@@ -40,7 +43,19 @@ std::string png_of(const picture& frame) {
     const int made =
         png_image_write_to_memory(&image, file.data(), &size, 0, opaque.data(), 0, nullptr);
     file.resize(made ? size : 0);
+    // Readers that take their time hold on to theirs, and it is much smaller than it might have been.
+    file.shrink_to_fit();
     return file;
+}
+
+}  // namespace
+
+std::string png_of(const picture& frame) {
+    try {
+        return encoded(frame);
+    } catch (const std::exception&) {
+        return {};
+    }
 }
 
 live_pictures::live_pictures() : m_thread([this] { run(); }) {}

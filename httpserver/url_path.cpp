@@ -5,6 +5,8 @@
 #include <charconv>
 #include <utility>
 
+#include "httpserver/request_line.h"
+
 namespace pennywort {
 namespace {
 
@@ -14,8 +16,24 @@ bool is_safe_byte(char c) {
     return byte >= ' ' && byte != 0x7f && c != '/' && c != '\\' && c != ':';
 }
 
+// A device of Windows in whatever folder and whatever follows the dot. To open one does something
+// already: a serial port raises its lines, which somebody may have wired to a lamp.
+bool is_device(std::string_view name) {
+    std::string_view word = name.substr(0, name.find('.'));
+    while (!word.empty() && word.back() == ' ') word.remove_suffix(1);
+    for (std::string_view device : {"con", "prn", "aux", "nul", "conin$", "conout$"}) {
+        if (word.size() == device.size() && begins_with_word(word, device)) return true;
+    }
+    if (!begins_with_word(word, "com") && !begins_with_word(word, "lpt")) return false;
+    const std::string_view number = word.substr(3);
+    const bool is_digit = number.size() == 1 && number[0] >= '0' && number[0] <= '9';
+    // The raised digits 1, 2 and 3 count too.
+    return is_digit || number == "\xc2\xb9" || number == "\xc2\xb2" || number == "\xc2\xb3";
+}
+
 bool is_safe(std::string_view name) {
     if (name.front() == '.' || name.back() == '.' || name.back() == ' ') return false;
+    if (is_device(name)) return false;
     return std::all_of(name.begin(), name.end(), is_safe_byte);
 }
 

@@ -38,6 +38,18 @@ TEST(PathNames, RefuseWhatCouldLeadElsewhere) {
     }
 }
 
+TEST(PathNames, RefuseTheDevicesOfWindows) {
+    for (const char* path :
+         {"/con", "/NUL", "/a/aux/b", "/prn.html", "/com1", "/COM9.txt", "/lpt0", "/nul.tar.gz",
+          "/con .txt", "/c%6fn", "/conin$", "/CONOUT$.x", "/com%c2%b9", "/lpt%c2%b3.txt"}) {
+        EXPECT_FALSE(path_names(path)) << path;
+    }
+    for (const char* path : {"/cons", "/com", "/com10", "/comx", "/a.con", "/lpt%c2%b4", "/acon",
+                             "/com1x.txt", "/com%c2"}) {
+        EXPECT_TRUE(path_names(path)) << path;
+    }
+}
+
 TEST(PathNames, AreWhatStandsBetweenTheSlashes) {
     using names = std::vector<std::string>;
     EXPECT_EQ(path_names(""), names());

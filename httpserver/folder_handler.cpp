@@ -20,19 +20,31 @@ std::int32_t capped(std::int32_t size, std::int64_t left) {
     return static_cast<std::int32_t>(std::min<std::int64_t>(size, left));
 }
 
-class file_body final : public cHttpBody {
+// The whole answer. To send its head on the spot would wait for a peer that takes nothing.
+class file_answer final : public cHttpBody {
 public:
-    explicit file_body(std::unique_ptr<pennywort::folder_file> file) : m_file(std::move(file)) {}
+    file_answer(std::string head, std::unique_ptr<pennywort::folder_file> file)
+        : m_head(std::move(head)), m_file(std::move(file)) {}
 
-    std::int64_t Size() override { return m_file->size(); }
+    std::int64_t Size() override { return head_size() + m_file->size(); }
     std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) override {
-        // It may have grown since; what is told of its size has been sent already.
-        const std::int64_t left = Size() - offset;
-        return left <= 0 ? 0 : m_file->read_at(offset, into, capped(size, left));
+        if (offset >= head_size()) return read_file(offset - head_size(), into, size);
+        const auto begin = static_cast<std::size_t>(offset);
+        const auto count =
+            static_cast<std::int32_t>(m_head.copy(into, static_cast<std::size_t>(size), begin));
+        return count + std::max(read_file(0, into + count, size - count), 0);
     }
 
 private:
-    std::unique_ptr<pennywort::folder_file> m_file;
+    std::int64_t head_size() const { return static_cast<std::int64_t>(m_head.size()); }
+    std::int32_t read_file(std::int64_t offset, char* into, std::int32_t size) {
+        // It may have grown since; what is told of its size has been sent already.
+        const std::int64_t left = m_file->size() - offset;
+        return left <= 0 || size == 0 ? 0 : m_file->read_at(offset, into, capped(size, left));
+    }
+
+    const std::string m_head;
+    const std::unique_ptr<pennywort::folder_file> m_file;
 };
 
 zString extension_of(const std::string& name) {
@@ -40,16 +52,14 @@ zString extension_of(const std::string& name) {
     return zString(dot == std::string::npos ? std::string() : name.substr(dot + 1));
 }
 
-zStatus send_head(zSocket* socket, const zString& extension, std::int64_t size) {
+std::string head_of(const zString& extension, std::int64_t size) {
     std::string head;
     pennywort::append_head(head, 200, pennywort::after_answer::keep_alive,
                            cHttpFolderHandler::ContentTypeOf(extension.CString()), size);
-    if (size > 0) socket->MoreFollows();
-    return socket->Send(head.data(), static_cast<std::int32_t>(head.size()), 0,
-                        pennywort::k_send_timeout_ms);
+    return head;
 }
 
-// Sends a body on the spot, for callers that are no server.
+// Sends an answer on the spot, for callers that are no server.
 zStatus send_body(zSocket* socket, cHttpBody& body) {
     std::vector<char> piece(pennywort::k_http_piece_bytes);
     zStatus status = pennywort::k_ok;
@@ -74,7 +84,7 @@ const char* cHttpFolderHandler::ContentTypeOf(const char* extension) {
     return pennywort::content_type_of(extension == nullptr ? "" : extension);
 }
 
-std::unique_ptr<cHttpBody> cHttpFolderHandler::open(const zString& path, zString& extension) const {
+std::unique_ptr<cHttpBody> cHttpFolderHandler::open(const zString& path) const {
     const std::string_view whole = path.View();
     const std::string_view prefix = m_prefix.View();
     if (whole.substr(0, prefix.size()) != prefix) return nullptr;
@@ -87,14 +97,13 @@ std::unique_ptr<cHttpBody> cHttpFolderHandler::open(const zString& path, zString
     if (rest.empty() || rest.back() == '/') names->emplace_back(k_index);
     auto file = pennywort::folder_file::open(std::string(m_folder.View()), *names);
     if (file == nullptr) return nullptr;
-    extension = extension_of(names->back());
-    return std::make_unique<file_body>(std::move(file));
+    auto head = head_of(extension_of(names->back()), file->size());
+    return std::make_unique<file_answer>(std::move(head), std::move(file));
 }
 
 bool cHttpFolderHandler::CanHandle(std::int32_t method, const zString& path, const zString&,
                                    const zString&, const char*) {
-    zString extension;
-    return method == k_get && open(path, extension) != nullptr;
+    return method == k_get && open(path) != nullptr;
 }
 
 zStatus cHttpFolderHandler::Handle(zSocket* socket, std::int32_t method, const zString& path,
@@ -112,16 +121,14 @@ std::unique_ptr<cHttpBody> cHttpFolderHandler::HandleInPieces(zSocket* socket, s
                                                               zStatus& status) {
     status = pennywort::k_failed;
     if (socket == nullptr) return nullptr;
-    zString extension;
-    auto file = open(path, extension);
-    if (file == nullptr) {
+    auto answer = open(path);
+    if (answer == nullptr) {
         // It was there when the server asked.
         const std::string_view page = pennywort::not_found_page();
         status = SendAnswer(socket, 404, "text/html", page.data(),
                             static_cast<std::int64_t>(page.size()));
         return nullptr;
     }
-    status = send_head(socket, extension, file->Size());
-    if (status != pennywort::k_ok) return nullptr;
-    return file;
+    status = pennywort::k_ok;
+    return answer;
 }

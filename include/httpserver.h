@@ -62,7 +62,8 @@ public:
     virtual bool CanHandle(std::int32_t method, const zString& path, const zString& extension,
                            const zString& query, const char* request);
     // The server calls this. An override may write the headers only and answer the body, which the
-    // server then sends bit by bit. Here: calls Handle and answers null.
+    // server then sends bit by bit, or answer both in one: then nothing waits for a peer that takes
+    // nothing. Here: calls Handle and answers null.
     virtual std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t method,
                                                       const zString& path, const zString& extension,
                                                       const zString& query, const char* body,
@@ -135,7 +136,7 @@ protected:
     ~cHttpFolderHandler() override;
 
 private:
-    std::unique_ptr<cHttpBody> open(const zString& path, zString& extension) const;
+    std::unique_ptr<cHttpBody> open(const zString& path) const;
 
     zString m_folder;
     zString m_prefix;

@@ -168,23 +168,22 @@ TEST_F(FolderTest, EndsAConnectionWhoseFileBecameShorter) {
 
 // A recording, for instance. The peer would take what is too much for the next answer.
 TEST_F(FolderTest, GivesAFileThatHasGrownAsFarAsItsHeadHasTold) {
-    class taking_socket final : public zSocket {
-    public:
-        zStatus Send(const char*, std::int32_t, std::int32_t, std::int32_t) override { return 0; }
-    };
     write(m_root / "site/growing.txt", "first");
-    taking_socket socket;
+    const std::string before = get_file("/growing.txt");
+    const std::unique_ptr<zSocket> closed(zSocket::Factory());
     const zString none;
     zStatus status = -1;
-    const auto body = m_handler->HandleInPieces(&socket, cHttpHandler::k_get,
-                                                zString("/growing.txt"), none, none, "", status);
-    ASSERT_NE(body, nullptr);
+    const auto answer = m_handler->HandleInPieces(closed.get(), cHttpHandler::k_get,
+                                                  zString("/growing.txt"), none, none, "", status);
+    ASSERT_NE(answer, nullptr);
     std::ofstream(m_root / "site/growing.txt", std::ios::binary | std::ios::app) << " second";
-    char bytes[64];
-    EXPECT_EQ(body->Size(), 5);
-    EXPECT_EQ(body->ReadAt(0, bytes, sizeof bytes), 5);
-    EXPECT_EQ(body->ReadAt(3, bytes, sizeof bytes), 2);
-    EXPECT_EQ(body->ReadAt(5, bytes, sizeof bytes), 0);
+    const auto told = static_cast<std::int64_t>(before.size());
+    char bytes[1000];
+    EXPECT_EQ(answer->Size(), told);
+    EXPECT_EQ(answer->ReadAt(0, bytes, sizeof bytes), told);
+    EXPECT_EQ(answer->ReadAt(told - 5, bytes, sizeof bytes), 5);
+    EXPECT_EQ(answer->ReadAt(told - 2, bytes, sizeof bytes), 2);
+    EXPECT_EQ(answer->ReadAt(told, bytes, sizeof bytes), 0);
 }
 
 TEST_F(FolderTest, GivesUpAPeerThatResetsInTheMiddle) {
@@ -194,6 +193,30 @@ TEST_F(FolderTest, GivesUpAPeerThatResetsInTheMiddle) {
     EXPECT_EQ(client.receive(5), "HTTP/");
     client.reset();
     EXPECT_EQ(body_of(get_file("/")), "<p>start</p>");
+}
+
+// Whoever takes nothing may have no room for a head either: a socket that cannot send shows that
+// nothing is tried.
+TEST_F(FolderTest, LeavesTheWholeAnswerToTheServer) {
+    const std::unique_ptr<zSocket> closed(zSocket::Factory());
+    const zString none;
+    zStatus status = -1;
+    const auto answer = m_handler->HandleInPieces(closed.get(), cHttpHandler::k_get, zString("/"),
+                                                  none, none, "", status);
+    EXPECT_EQ(status, 0);
+    ASSERT_NE(answer, nullptr);
+    const std::string served = get_file("/");
+    for (std::int32_t size : {1, 7, 1000}) {
+        std::string whole;
+        char piece[1000];
+        while (static_cast<std::int64_t>(whole.size()) < answer->Size()) {
+            const auto count = answer->ReadAt(static_cast<std::int64_t>(whole.size()), piece, size);
+            ASSERT_GT(count, 0);
+            ASSERT_LE(count, size);
+            whole.append(piece, static_cast<std::size_t>(count));
+        }
+        EXPECT_EQ(whole, served) << size;
+    }
 }
 
 TEST_F(FolderTest, AnswersACallerThatIsNoServerOnTheSpot) {

@@ -68,8 +68,8 @@ live_guard::live_guard(std::int32_t port, std::string token)
 
 // A foreign name that was made to lead here is the way of a page of that name to read our answers.
 bool live_guard::is_own_name(std::string_view host) const {
-    const bool has_port = host.size() > m_port.size() &&
-                          host.substr(host.size() - m_port.size()) == m_port;
+    const bool has_port =
+        host.size() > m_port.size() && host.substr(host.size() - m_port.size()) == m_port;
     if (!has_port && m_port != ":80") return false;
     const auto name = has_port ? host.substr(0, host.size() - m_port.size()) : host;
     if (name == "localhost" || name == "[::1]") return true;

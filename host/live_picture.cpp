@@ -43,7 +43,8 @@ std::string encoded(const picture& frame) {
     const int made =
         png_image_write_to_memory(&image, file.data(), &size, 0, opaque.data(), 0, nullptr);
     file.resize(made ? size : 0);
-    // Readers that take their time hold on to theirs, and it is much smaller than it might have been.
+    // Readers that take their time hold on to theirs, and it is much smaller than it might have
+    // been.
     file.shrink_to_fit();
     return file;
 }

@@ -33,9 +33,9 @@ public:
     void painted(const void* pixels, long width, long height);
 
     // The newest picture that has been encoded if its number is above `after`, or if `after` is
-    // above every number that there was; null while there is none, or only an old one. Either way the next one is encoded, and for a while after that at
-    // least a few a second, so that who asks seldom gets a fresh one too. From any thread, without
-    // waiting.
+    // above every number that there was; null while there is none, or only an old one. Either way
+    // the next one is encoded, and for a while after that at least a few a second, so that who asks
+    // seldom gets a fresh one too. From any thread, without waiting.
     std::shared_ptr<const std::string> take(std::uint64_t after, std::uint64_t& number);
 
     live_picture_counts counts() const;

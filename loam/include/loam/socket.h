@@ -79,8 +79,8 @@ public:
     // that is open is closed first.
     virtual zStatus Open(std::int32_t kind);
     // The system may queue a few more than `backlog` connections, or fewer if that is very large.
-    // Accepted sockets send without delay, and those whose peer is gone without a word are lost once
-    // the system has asked for it in vain, by default after two hours of silence.
+    // Accepted sockets send without delay, and those whose peer is gone without a word are lost
+    // once the system has asked for it in vain, by default after two hours of silence.
     virtual zStatus Listen(std::int32_t backlog);
     // Hands the connection that has waited longest to the caller, or null with the status. Pass 0.
     virtual zStatus Accept(zSocket** accepted, std::int32_t flags);

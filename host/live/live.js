@@ -7,13 +7,18 @@ const headers = token ? {Authorization: 'Bearer ' + token} : {};
 const sleep = ms => new Promise(wake => setTimeout(wake, ms));
 const longestLog = 500;
 
+// What hangs, or has been cut off, gives no answer and no error either. A picture may be long under way.
+const longestAnswer = 10000;
+const longestPicture = 60000;
+const within = time => ({headers, signal: AbortSignal.timeout(time)});
+
 function say(text, bad) {
   $('status').textContent = text;
   $('status').className = bad ? 'bad' : '';
 }
 
 async function get(path) {
-  const answer = await fetch('api/' + path, {headers});
+  const answer = await fetch('api/' + path, within(longestAnswer));
   const json = await answer.json();
   if (!answer.ok) throw new Error(json.error);
   return json;
@@ -55,7 +60,7 @@ let shown = 0;
 let shownTimes = [];
 
 async function showPicture() {
-  const answer = await fetch('api/picture?after=' + shown, {headers});
+  const answer = await fetch('api/picture?after=' + shown, within(longestPicture));
   if (answer.status === 204) return 15;
   if (!answer.ok) throw new Error((await answer.json()).error);
   shown = Number(answer.headers.get('X-Picture'));

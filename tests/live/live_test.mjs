@@ -163,6 +163,14 @@ async function testTraces(page) {
   await page.waitForFunction(() => document.querySelectorAll('#traces div').length > 0, null, {timeout: patience});
 }
 
+// A program that hangs keeps its connections: only that no answer comes tells.
+async function testSilence(page, child) {
+  child.kill('SIGSTOP');
+  await expectText(page, 'status', 'no answer');
+  child.kill('SIGCONT');
+  await expectText(page, 'status', 'connected');
+}
+
 async function testEnd(page, child) {
   child.kill('SIGINT');
   assert.equal(await child.ended, 0);
@@ -219,6 +227,7 @@ try {
   if (pictures) await page.screenshot({path: path.join(pictures, 'live.png'), fullPage: true});
   await testNarrow(page, child, pictures);
   await testBarredEval(page, child, pageCalled('strict'), pageCalled('trusted'));
+  await testSilence(page, child);
   await testEnd(page, child);
   await testReturn(page, child);
   assert.deepEqual(faults, []);

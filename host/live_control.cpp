@@ -15,6 +15,9 @@ namespace {
 constexpr std::size_t k_lines = 500;
 constexpr std::size_t k_longest_line = 4096;
 constexpr std::size_t k_longest_queue = 1000;
+// All of the queue goes out with each state, and a URL may be a page itself.
+constexpr std::size_t k_most_queue_bytes = 4 << 20;
+constexpr std::size_t k_longest_result = 1 << 20;
 constexpr std::size_t k_scripts = 100;
 
 // A page that was left before it answered never does.
@@ -106,6 +109,12 @@ live_answer live_control::post(const live_request& request, command run) {
     return body ? (this->*run)(*body) : refused(400, reason);
 }
 
+std::size_t live_control::queue_bytes() const {
+    std::size_t bytes = 0;
+    for (const auto& url : m_queue) bytes += url.size();
+    return bytes;
+}
+
 std::string live_control::queue_json() const {
     std::string queue;
     for (const auto& url : m_queue) queue += (queue.empty() ? "" : ",") + json_quoted(url);
@@ -161,7 +170,9 @@ live_answer live_control::load(const json_object& body) {
         return done();
     }
     const std::lock_guard hold(m_lock);
-    if (m_queue.size() >= k_longest_queue) return refused(400, "the queue is full");
+    if (m_queue.size() >= k_longest_queue || queue_bytes() + url->size() > k_most_queue_bytes) {
+        return refused(400, "the queue is full");
+    }
     m_queue.push_back(*url);
     return done();
 }
@@ -244,7 +255,7 @@ void live_control::script_ended(std::uint64_t id, const std::string& kind,
     const auto found = m_scripts.find(id);
     if (found == m_scripts.end()) return;
     found->second.kind = kind;
-    found->second.result = result;
+    found->second.result = result.substr(0, k_longest_result);
 }
 
 }  // namespace pennywort

@@ -101,6 +101,7 @@ private:
     live_answer delete_cookies(const json_object& body);
 
     static command command_of(std::string_view path);
+    std::size_t queue_bytes() const;
     std::string queue_json() const;
 
     live_port& m_port;

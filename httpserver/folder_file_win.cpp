@@ -43,10 +43,13 @@ std::wstring wide(const std::string& text) {
     return reinterpret_cast<const wchar_t*>(converted.WideStr());
 }
 
-owned_handle open_path(const std::string& path, DWORD flags) {
-    return owned_handle(::CreateFileW(wide(path).c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                      flags, nullptr));
+constexpr DWORD k_held = FILE_SHARE_READ | FILE_SHARE_WRITE;
+// A file that a slow peer reads may be replaced meanwhile.
+constexpr DWORD k_replaceable = k_held | FILE_SHARE_DELETE;
+
+owned_handle open_path(const std::string& path, DWORD flags, DWORD sharing) {
+    return owned_handle(::CreateFileW(wide(path).c_str(), GENERIC_READ, sharing, nullptr,
+                                      OPEN_EXISTING, flags, nullptr));
 }
 
 // Empty if the system does not say.
@@ -92,17 +95,18 @@ std::unique_ptr<folder_file> folder_file::open(const std::string& folder,
     constexpr DWORD k_of_folders = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
     if (names.empty()) return nullptr;
     std::vector<owned_handle> folders;
-    folders.push_back(open_path(folder, FILE_FLAG_BACKUP_SEMANTICS));
+    folders.push_back(open_path(folder, FILE_FLAG_BACKUP_SEMANTICS, k_held));
     if (!folders.back().is_open()) return nullptr;
     std::string path = folder;
     for (std::size_t i = 0; i + 1 < names.size(); ++i) {
         path += '\\' + names[i];
-        folders.push_back(open_path(path, k_of_folders));
+        folders.push_back(open_path(path, k_of_folders, k_held));
         if (!is_plain_folder(folders.back()) || !bears_name(folders.back(), names[i])) {
             return nullptr;
         }
     }
-    owned_handle file = open_path(path + '\\' + names.back(), FILE_FLAG_OPEN_REPARSE_POINT);
+    owned_handle file =
+        open_path(path + '\\' + names.back(), FILE_FLAG_OPEN_REPARSE_POINT, k_replaceable);
     LARGE_INTEGER size{};
     if (!is_plain_file(file) || !bears_name(file, names.back())) return nullptr;
     if (::GetFileSizeEx(file.get(), &size) == 0) return nullptr;

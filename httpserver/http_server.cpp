@@ -269,7 +269,13 @@ void cHttpServer::serve_connections(std::int32_t ready) {
 void cHttpServer::accept_all() {
     zStatus status = k_ok;
     for (int i = 0; status == k_ok && i < k_accepts_at_once; ++i) status = accept_incoming();
-    if (status != zSocket::k_no_resources) return;
+    const bool was_short = m_state->is_short;
+    m_state->is_short = status == zSocket::k_no_resources;
+    if (!m_state->is_short) return;
+    if (!was_short) {
+        zTraceManager::Default()->TraceNote(
+            "cHttpServer: no descriptor or memory for a further connection; it waits\n");
+    }
     m_state->listen_entry.requested = 0;
     m_state->listen_entry.occurred = 0;
     m_state->accept_again = m_state->now + micro(k_accept_pause_ms);

@@ -74,6 +74,7 @@ struct http_server_state {
     std::int64_t now = 0;  // of this round, in microseconds
     std::int64_t next_check = 0;
     std::int64_t accept_again = 0;  // 0: now
+    bool is_short = false;          // of descriptors or memory, at the last attempt
     bool is_brisk = false;          // the last wait was a short one
     std::int32_t timed_stages = 0;  // connections that send pieces or are parting
 };

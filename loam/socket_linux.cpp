@@ -70,6 +70,11 @@ zStatus transfer_failure(const char* call) {
     return errno == ETIMEDOUT ? zSocket::k_lost : failure(call);
 }
 
+// A shortage that lasts would be told with each attempt; who accepts tells it once.
+zStatus accept_failure(const char* call) {
+    return status_of(errno) == zSocket::k_no_resources ? zSocket::k_no_resources : failure(call);
+}
+
 zStatus checked(const char* call, int answer) { return answer < 0 ? failure(call) : 0; }
 
 zStatus set_option(std::intptr_t handle, int level, int option, bool on) {
@@ -191,7 +196,7 @@ zStatus zSocket::Accept(zSocket** accepted, std::int32_t) {
     const int descriptor = loam::unless_interrupted([&] {
         return ::accept4(native(m_handle), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     });
-    if (descriptor < 0) return failure("accept4");
+    if (descriptor < 0) return accept_failure("accept4");
     auto* made = new (std::nothrow) zSocket;
     if (made == nullptr) return ::close(descriptor), k_no_resources;
     made->m_handle = descriptor;

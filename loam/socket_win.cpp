@@ -74,6 +74,13 @@ zStatus transfer_failure(const char* call) {
     return ::WSAGetLastError() == WSAETIMEDOUT ? zSocket::k_lost : failure(call);
 }
 
+// A shortage that lasts would be told with each attempt; who accepts tells it once.
+zStatus accept_failure(const char* call) {
+    const int error = ::WSAGetLastError();
+    return status_of(error) == zSocket::k_no_resources ? zSocket::k_no_resources
+                                                       : failure_of(call, error);
+}
+
 zStatus checked(const char* call, int answer) { return answer == SOCKET_ERROR ? failure(call) : 0; }
 
 zStatus set_option(std::intptr_t handle, int level, int option, bool on) {
@@ -229,7 +236,7 @@ zStatus zSocket::Accept(zSocket** accepted, std::int32_t) {
     if (accepted == nullptr) return k_failed;
     *accepted = nullptr;
     const SOCKET taken = ::accept(native(m_handle), nullptr, nullptr);
-    if (taken == INVALID_SOCKET) return failure("accept");
+    if (taken == INVALID_SOCKET) return accept_failure("accept");
     auto* made = new (std::nothrow) zSocket;
     if (made == nullptr || !make_non_blocking(taken)) {
         ::closesocket(taken);

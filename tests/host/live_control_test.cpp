@@ -172,6 +172,21 @@ TEST_F(LiveControl, OldEventsGoAndLongOnesAreCut) {
     EXPECT_EQ(text.find(std::string(4097, 'x')), std::string::npos);
 }
 
+// Or a page could fill the program's memory by what it returns, and a user by what waits.
+TEST_F(LiveControl, LongResultsAreCutAndTheQueueIsBounded) {
+    const std::size_t longest = 1 << 20;
+    post("/api/script", "{\"script\":\"x\"}");
+    control.script_ended(1, "fine", std::string(longest + 5, 'r'));
+    EXPECT_EQ(*get("/api/result", "id=1").body,
+              "{\"id\":1,\"state\":\"fine\",\"result\":\"" + std::string(longest, 'r') + "\"}");
+    const std::string page = "{\"url\":\"data:," + std::string(1000000, 'u') + "\",\"now\":false}";
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(post("/api/load", page).status, 200) << i;
+    const auto fifth = post("/api/load", page);
+    EXPECT_EQ(fifth.status, 400);
+    EXPECT_EQ(*fifth.body, "{\"error\":\"the queue is full\"}");
+    EXPECT_EQ(post("/api/load", "{\"url\":\"about:blank\",\"now\":false}").status, 200);
+}
+
 TEST_F(LiveControl, TellsHowTheDisplayStands) {
     control.set_status({"about:blank", true, false, 64, 48});
     EXPECT_TRUE(

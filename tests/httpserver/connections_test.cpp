@@ -1,10 +1,12 @@
 // connections_test.cpp - many connections, and both families of addresses.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "loam/trace.h"
 #include "tests/httpserver/descriptors.h"
 #include "tests/httpserver/serving_test.h"
 
@@ -61,16 +63,22 @@ TEST_F(ConnectionsTest, ComeOverBothFamiliesOfAddresses) {
 TEST_F(ConnectionsTest, AreAcceptedAgainOnceThereAreDescriptors) {
     ASSERT_EQ(get(port(), "/"), plain_answer("fine"));
     wait_until_all_are_closed();
+    const auto told = std::make_shared<std::atomic<int>>(0);
     {
         const std::unique_ptr<zSocket> far(zSocket::Factory());
         ASSERT_EQ(far->Open(0), 0);
         const no_more_descriptors bound;
         if (!bound.is_available()) GTEST_SKIP() << "no such bound here";
+        zTraceManager::Default()->SetSink([told](const char*) { ++*told; });
         ASSERT_EQ(far->Connect("127.0.0.1", static_cast<std::uint16_t>(port()), 30000), 0);
-        zThread::MicroSleep(1000);
+        // Long enough for several attempts, of which one is told.
+        while (*told == 0) zThread::MicroSleep(1000);
+        zThread::MicroSleep(350'000);
         EXPECT_EQ(counts().open, 0);
     }
     EXPECT_EQ(get(port(), "/"), plain_answer("fine"));
+    zTraceManager::Default()->SetSink({});
+    EXPECT_EQ(*told, 1);
 }
 
 }  // namespace

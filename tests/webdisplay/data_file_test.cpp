@@ -43,17 +43,16 @@ protected:
 
 TEST_F(DataFileTest, APackEndsWhereItsIndexSays) {
     // One text, "hi", under the number 7.
-    expect_whole(is_whole_pack,
-                 "\5\0\0\0\1\0\0\0\1\0\0\0\7\0\x18\0\0\0\0\0\x1a\0\0\0hi"sv);
+    expect_whole(is_whole_pack, "\5\0\0\0\1\0\0\0\1\0\0\0\7\0\x18\0\0\0\0\0\x1a\0\0\0hi"sv);
     expect_whole(is_whole_pack, "\4\0\0\0\1\0\0\0\1\7\0\x15\0\0\0\0\0\x17\0\0\0hi"sv);
     expect_whole(is_whole_pack, "\5\0\0\0\1\0\0\0\0\0\0\0\0\0\x12\0\0\0"sv);
 }
 
 TEST_F(DataFileTest, WhatIsNoPackIsNotWhole) {
-    for (const auto bytes : {"a text of some length, longer than a head"sv,
-                             "\6\0\0\0\1\0\0\0\0\0\0\0\0\0\x12\0\0\0"sv,
-                             "\4\0\0\0\xff\xff\xff\xff\1\0\0\0\0\0\0\0\0\0\0\0"sv,
-                             "\5\0\0\0\1\0\0\0\0\0\0\0\0\0\xff\xff\xff\xff"sv}) {
+    for (const auto bytes :
+         {"a text of some length, longer than a head"sv, "\6\0\0\0\1\0\0\0\0\0\0\0\0\0\x12\0\0\0"sv,
+          "\4\0\0\0\xff\xff\xff\xff\1\0\0\0\0\0\0\0\0\0\0\0"sv,
+          "\5\0\0\0\1\0\0\0\0\0\0\0\0\0\xff\xff\xff\xff"sv}) {
         EXPECT_FALSE(is_whole_pack(file_of(bytes)));
     }
     EXPECT_FALSE(is_whole_pack((m_path / "nowhere").string()));
@@ -68,11 +67,10 @@ TEST_F(DataFileTest, UnicodeDataReachesAtLeastItsLastTable) {
 }
 
 TEST_F(DataFileTest, WhatIsNoUnicodeDataIsNotWhole) {
-    for (const auto bytes : {"a text of some length, longer than a head"sv,
-                             "\x08\0\xda\x28\x14\0\0\0\0\0\0\0"sv,
-                             "\xff\xff\xda\x27\x14\0\0\0\0\0\0\0"sv,
-                             "\x08\0\xda\x27\x14\0\0\0\xff\xff\xff\xff"sv,
-                             "\x08\0\xda\x27\x14\0\0\0\1\0\0\0\0\0\0\0\xff\xff\xff\xff"sv}) {
+    for (const auto bytes :
+         {"a text of some length, longer than a head"sv, "\x08\0\xda\x28\x14\0\0\0\0\0\0\0"sv,
+          "\xff\xff\xda\x27\x14\0\0\0\0\0\0\0"sv, "\x08\0\xda\x27\x14\0\0\0\xff\xff\xff\xff"sv,
+          "\x08\0\xda\x27\x14\0\0\0\1\0\0\0\0\0\0\0\xff\xff\xff\xff"sv}) {
         EXPECT_FALSE(is_whole_unicode_data(file_of(bytes)));
     }
     EXPECT_FALSE(is_whole_unicode_data((m_path / "nowhere").string()));

@@ -82,7 +82,8 @@ public:
     // Accepted sockets send without delay, and those whose peer is gone without a word are lost
     // once the system has asked for it in vain, by default after two hours of silence.
     virtual zStatus Listen(std::int32_t backlog);
-    // Hands the connection that has waited longest to the caller, or null with the status. Pass 0.
+    // Hands the connection that has waited longest to the caller, or null with the status; that
+    // there is no descriptor for it is not traced. Pass 0.
     virtual zStatus Accept(zSocket** accepted, std::int32_t flags);
     // At most `size` bytes. 0 bytes with status 0: the peer has ended its sending.
     virtual zStatus Receive(char* buffer, std::int32_t size, std::int32_t* received);

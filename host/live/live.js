@@ -25,7 +25,7 @@ async function get(path) {
 }
 
 async function post(path, body) {
-  const answer = await fetch('api/' + path, {method: 'POST', headers, body: JSON.stringify(body)});
+  const answer = await fetch('api/' + path, {...within(longestAnswer), method: 'POST', body: JSON.stringify(body)});
   const json = await answer.json();
   if (!answer.ok) throw new Error(json.error);
   return json;
@@ -185,15 +185,22 @@ function followLog(name) {
   };
 }
 
+function showResult(state, text) {
+  $('result').className = state;
+  $('result').textContent = text;
+}
+
 async function runScript() {
-  const output = $('result');
-  output.className = '';
-  output.textContent = 'running';
-  const {id} = await post('script', {script: $('script').value});
-  let answer = await get('result?id=' + id);
-  for (; answer.state === 'waiting'; answer = await get('result?id=' + id)) await sleep(50);
-  output.className = answer.state;
-  output.textContent = answer.state === 'lost' ? 'no answer; perhaps the page was left' : answer.result;
+  showResult('', 'running');
+  try {
+    const {id} = await post('script', {script: $('script').value});
+    let answer = await get('result?id=' + id);
+    for (; answer.state === 'waiting'; answer = await get('result?id=' + id)) await sleep(50);
+    showResult(answer.state, answer.state === 'lost' ? 'no answer; perhaps the page was left' : answer.result);
+  } catch (problem) {
+    showResult('lost', 'no answer: ' + problem.message);
+    throw problem;
+  }
 }
 
 const numberOf = id => Number($(id).value);

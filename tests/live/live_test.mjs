@@ -166,6 +166,9 @@ async function testTraces(page) {
 // A program that hangs keeps its connections: only that no answer comes tells.
 async function testSilence(page, child) {
   child.kill('SIGSTOP');
+  await page.fill('#script', '1 + 1');
+  await page.press('#script', 'Control+Enter');
+  await expectText(page, 'result', 'no answer');
   await expectText(page, 'status', 'no answer');
   child.kill('SIGCONT');
   await expectText(page, 'status', 'connected');
@@ -175,6 +178,9 @@ async function testEnd(page, child) {
   child.kill('SIGINT');
   assert.equal(await child.ended, 0);
   await expectText(page, 'status', 'no answer');
+  await page.evaluate(() => document.getElementById('result').replaceChildren());
+  await page.press('#script', 'Control+Enter');
+  await expectText(page, 'result', 'no answer');
 }
 
 // The program that comes back on its port counts from 1 again; the page that stayed open goes on.

@@ -10,11 +10,15 @@ http_connection* http_connections::add(std::unique_ptr<zSocket> socket, std::int
     return m_connections.back().get();
 }
 
-void http_connections::remove(std::int32_t index) {
+std::unique_ptr<http_connection> http_connections::take(std::int32_t index) {
+    auto taken = std::move(m_connections[static_cast<std::size_t>(index)]);
     m_connections.erase(m_connections.begin() + index);
+    return taken;
 }
 
-void http_connections::clear() { m_connections.clear(); }
+void http_connections::close_all() {
+    for (const auto& connection : m_connections) connection->socket->Close();
+}
 
 http_connection& http_connections::at(std::int32_t index) {
     return *m_connections[static_cast<std::size_t>(index)];

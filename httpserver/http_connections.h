@@ -12,9 +12,10 @@ namespace pennywort {
 class http_connections {
 public:
     http_connection* add(std::unique_ptr<zSocket> socket, std::int64_t now);
-    // Closes the connection.
-    void remove(std::int32_t index);
-    void clear();
+    // Takes one out, for the caller to end: its body is the host's and may do anything then.
+    std::unique_ptr<http_connection> take(std::int32_t index);
+    // Closes all sockets; the rest stays.
+    void close_all();
     http_connection& at(std::int32_t index);
     std::int32_t count() const;
 

@@ -1,8 +1,9 @@
 // httpserver/http_server.cpp - cHttpServer of include/httpserver.h: its life, its thread and its
 // connections. What passes over one of them stands in http_server_exchange.cpp.
 //
-// A handler may delete the server that calls it. Whatever runs after a handler therefore asks a
-// state that it took hold of before, and leaves the server alone if that has ended.
+// A handler may delete the server that calls it, and so may a body. Whatever runs after one of them
+// therefore asks a state that it took hold of before, and leaves the server alone if that has
+// ended; the connections, which it may still be in, go with the state.
 #include <algorithm>
 #include <atomic>
 
@@ -104,7 +105,8 @@ void cHttpServer::end() {
     m_state->has_ended = true;
     m_handlers->release_all();
     m_watch_set->MakeEmpty();
-    m_connections->clear();
+    m_connections->close_all();
+    m_state->connections = std::move(m_connections);
     if (m_listen_socket != nullptr) m_listen_socket->Close();
 }
 
@@ -185,7 +187,8 @@ void cHttpServer::data_add(std::unique_ptr<zSocket> socket) {
     http_connection* const added = m_connections->add(std::move(socket), zTime::MicroNow());
     // Without its entry a connection would shift those of all that come after it.
     if (!guarded("a new connection", [&] { add_socket_to_watch(added); })) {
-        return m_connections->remove(m_connections->count() - 1);
+        m_connections->take(m_connections->count() - 1);
+        return;
     }
     m_state->accepted.add(1);
     m_state->open.add(1);
@@ -193,9 +196,9 @@ void cHttpServer::data_add(std::unique_ptr<zSocket> socket) {
 
 // The listen socket stands before the connections in the watch set.
 void cHttpServer::data_rm(std::int32_t index) {
-    if (m_connections->at(index).stage != http_stage::request) --m_state->timed_stages;
+    const auto gone = m_connections->take(index);
+    if (gone->stage != http_stage::request) --m_state->timed_stages;
     m_watch_set->RemoveAt(index + 1);
-    m_connections->remove(index);
     m_state->open.add(-1);
 }
 
@@ -258,11 +261,12 @@ void cHttpServer::serve_connections(std::int32_t ready) {
             if (state.has_ended) return;
             if (!is_well) close = true;
         }
-        if (close) {
-            data_rm(i);
-        } else {
+        if (!close) {
             ++i;
+            continue;
         }
+        data_rm(i);
+        if (state.has_ended) return;
     }
 }
 
@@ -314,6 +318,8 @@ void cHttpServer::close_overdue() {
     if (state.now < state.next_check) return;
     state.next_check = state.now + micro(wait_time());
     for (std::int32_t i = m_connections->count() - 1; i >= 0; --i) {
-        if (is_overdue(m_connections->at(i))) data_rm(i);
+        if (!is_overdue(m_connections->at(i))) continue;
+        data_rm(i);
+        if (state.has_ended) return;
     }
 }

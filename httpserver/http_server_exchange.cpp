@@ -210,6 +210,7 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     empty(connection);
     for (zString* part : {&state.path, &state.extension, &state.query}) settle(*part);
     if (pieces != nullptr) begin_pieces(connection, close, std::move(pieces));
+    if (state.has_ended) return status;
     const zStatus gone = connection.socket->EndCollecting(pennywort::k_send_timeout_ms);
     // Without their head, pieces would be taken for anything.
     if (gone != k_ok && connection.stage == http_stage::pieces) close = true;
@@ -235,16 +236,16 @@ void cHttpServer::begin_timed(http_connection& connection, http_stage stage) {
 }
 
 void cHttpServer::send_pieces(http_connection& connection, bool& close) {
-    auto& piece = m_state->piece;
+    http_server_state& state = *m_state;
+    auto& piece = state.piece;
     piece.resize(pennywort::k_http_piece_bytes);
     std::int64_t size = 0;
-    if (!guarded("a body", [&] { size = connection.pieces->Size(); })) {
-        close = true;
-        return;
-    }
+    close = !guarded("a body", [&] { size = connection.pieces->Size(); });
+    if (close || state.has_ended) return;
     for (int i = 0; i < k_pieces_at_once && connection.sent < size; ++i) {
         const std::int32_t read =
             read_piece(*connection.pieces, connection.sent, size - connection.sent, piece);
+        if (state.has_ended) return;
         std::int32_t sent = 0;
         const zStatus status =
             read <= 0 ? k_failed : connection.socket->SendSome(piece.data(), read, &sent);
@@ -257,10 +258,10 @@ void cHttpServer::send_pieces(http_connection& connection, bool& close) {
         connection.since = zTime::MicroNow();
     }
     if (connection.sent < size) return;
-    connection.pieces.reset();
+    const auto finished = std::move(connection.pieces);
     connection.stage = http_stage::request;
     connection.requested = zSocket::k_readable;
-    --m_state->timed_stages;
+    --state.timed_stages;
 }
 
 void cHttpServer::discard(http_connection& connection, bool& close) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "httpserver.h"
+#include "httpserver/http_connections.h"
 
 namespace pennywort {
 
@@ -56,6 +57,8 @@ struct http_server_state {
     std::atomic<bool> is_stop_wanted{false};
     // Set by a server that is destroyed on its own thread: nothing of it may be touched any more.
     bool has_ended = false;
+    // Of a server that has ended.
+    std::shared_ptr<http_connections> connections;
 
     shared_count accepted;
     shared_count refused;

@@ -27,8 +27,8 @@ enum class http_stage;
 }  // namespace pennywort
 
 // The body of an answer that is sent bit by bit, as the peer takes it, while the server serves
-// others. Called and destroyed on the server thread; other than a handler it must not delete the
-// server, but it may stop it.
+// others. Called on the server thread, and destroyed there or with the server. It may stop and
+// delete its server, as a handler may.
 class PENNYWORT_API cHttpBody {
 public:
     cHttpBody() = default;

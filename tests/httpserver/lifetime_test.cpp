@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "loam/signal.h"
@@ -98,6 +101,108 @@ TEST(Lifetime, AHandlerThatOnlyItsServerHoldsMayDeleteIt) {
     handler->Release();
     EXPECT_EQ(get(server->ListenPort(), "/"), plain_answer("last words"));
     EXPECT_EQ(gone->Wait(k_long_us), 0);
+}
+
+// A body that deletes its server at one of its moments.
+struct ending_body final : cHttpBody {
+    enum moment { in_size, in_read, in_end };
+
+    ending_body(moment when, std::function<void()> end) : m_when(when), m_end(std::move(end)) {}
+    ~ending_body() override { at(in_end); }
+    std::int64_t Size() override {
+        at(in_size);
+        return 4;
+    }
+    std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) override {
+        at(in_read);
+        return static_cast<std::int32_t>(std::string_view("body")
+                                             .substr(static_cast<std::size_t>(offset))
+                                             .copy(into, static_cast<std::size_t>(size)));
+    }
+
+private:
+    void at(moment now) {
+        if (now != m_when) return;
+        const auto end = std::exchange(m_end, {});
+        if (end) end();
+    }
+
+    const moment m_when;
+    std::function<void()> m_end;
+};
+
+class body_handler final : public cHttpHandler {
+public:
+    using maker = std::function<std::unique_ptr<cHttpBody>()>;
+    explicit body_handler(maker make_body) : m_make_body(std::move(make_body)) {}
+    bool CanHandle(std::int32_t, const zString&, const zString&, const zString&,
+                   const char*) override {
+        return true;
+    }
+    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t, const zString&,
+                                              const zString&, const zString&, const char*,
+                                              zStatus& status) override {
+        SendHeaders(socket, 4, "text/plain");
+        status = 0;
+        return m_make_body();
+    }
+
+private:
+    const maker m_make_body;
+};
+
+TEST(Lifetime, ABodyMayDeleteItsServer) {
+    for (const auto when : {ending_body::in_size, ending_body::in_read, ending_body::in_end}) {
+        cHttpServer* server = new cHttpServer(0, k_buffer);
+        const std::unique_ptr<zSignal> gone(zSignal::Factory());
+        const auto handler = make<body_handler>([&] {
+            return std::make_unique<ending_body>(when, [&] {
+                delete server;
+                gone->Set();
+            });
+        });
+        server->InstallHandler(*handler);
+        const std::int32_t port = server->ListenPort();
+        test_client idle(port);
+        test_client client(port);
+        client.send(get_request("/"));
+        ASSERT_EQ(gone->Wait(k_long_us), 0) << when;
+        EXPECT_TRUE(client.is_ended()) << when;
+        EXPECT_TRUE(idle.is_ended()) << when;
+    }
+}
+
+// The peer goes while its body waits for room, so that the server drops both.
+TEST(Lifetime, ABodyMayDeleteItsServerWhenItsPeerHasGone) {
+    class endless_body final : public cHttpBody {
+    public:
+        explicit endless_body(std::function<void()> end) : m_end(std::move(end)) {}
+        ~endless_body() override { m_end(); }
+        std::int64_t Size() override { return std::int64_t{1} << 40; }
+        std::int32_t ReadAt(std::int64_t, char* into, std::int32_t size) override {
+            std::fill_n(into, size, 'x');
+            return size;
+        }
+
+    private:
+        const std::function<void()> m_end;
+    };
+    cHttpServer* server = new cHttpServer(0, k_buffer);
+    const std::unique_ptr<zSignal> gone(zSignal::Factory());
+    const auto handler = make<body_handler>([&] {
+        return std::make_unique<endless_body>([&] {
+            delete server;
+            gone->Set();
+        });
+    });
+    server->InstallHandler(*handler);
+    test_client idle(server->ListenPort());
+    test_client client(server->ListenPort());
+    client.send(get_request("/"));
+    client.receive(100000);
+    client.reset();
+    EXPECT_EQ(gone->Wait(k_long_us), 0);
+    EXPECT_TRUE(idle.is_ended());
 }
 
 TEST(Lifetime, AServerMayBeDeletedInTheQuestionWhetherAHandlerCan) {

@@ -176,9 +176,9 @@ TEST(Settings, AnIdleConnectionIsClosed) {
 // What a handler takes for itself is not the idleness of its peer.
 TEST(Settings, ASlowHandlerDoesNotMakeItsConnectionIdle) {
     cHttpServerSettings settings;
-    settings.idleTimeoutMs = 1000;
+    settings.idleTimeoutMs = 2500;
     const auto slow = make<test_handler>("/slow", "late", [&](zSocket*) {
-        zThread::MicroSleep(static_cast<std::uint32_t>(settings.idleTimeoutMs) * 1300);
+        zThread::MicroSleep(static_cast<std::uint32_t>(settings.idleTimeoutMs) * 1200);
     });
     const auto quick = make<test_handler>("/quick");
     cHttpServer server(0, k_buffer, settings);

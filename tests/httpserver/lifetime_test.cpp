@@ -131,31 +131,30 @@ private:
     std::function<void()> m_end;
 };
 
-class body_handler final : public cHttpHandler {
+// A body without end, of which the peer takes as little as it likes.
+class endless_body final : public cHttpBody {
 public:
-    using maker = std::function<std::unique_ptr<cHttpBody>()>;
-    explicit body_handler(maker make_body) : m_make_body(std::move(make_body)) {}
-    bool CanHandle(std::int32_t, const zString&, const zString&, const zString&,
-                   const char*) override {
-        return true;
+    explicit endless_body(std::function<void()> end = {}) : m_end(std::move(end)) {}
+    ~endless_body() override {
+        if (m_end) m_end();
     }
-    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t, const zString&,
-                                              const zString&, const zString&, const char*,
-                                              zStatus& status) override {
-        SendHeaders(socket, 4, "text/plain");
-        status = 0;
-        return m_make_body();
+    std::int64_t Size() override { return std::int64_t{1} << 40; }
+    std::int32_t ReadAt(std::int64_t, char* into, std::int32_t size) override {
+        std::fill_n(into, size, 'e');
+        return size;
     }
 
 private:
-    const maker m_make_body;
+    const std::function<void()> m_end;
 };
+
+constexpr std::int32_t k_endless = 0x7fffffff;
 
 TEST(Lifetime, ABodyMayDeleteItsServer) {
     for (const auto when : {ending_body::in_size, ending_body::in_read, ending_body::in_end}) {
         cHttpServer* server = new cHttpServer(0, k_buffer);
         const std::unique_ptr<zSignal> gone(zSignal::Factory());
-        const auto handler = make<body_handler>([&] {
+        const auto handler = make<body_handler>("/", 4, [&] {
             return std::make_unique<ending_body>(when, [&] {
                 delete server;
                 gone->Set();
@@ -174,22 +173,9 @@ TEST(Lifetime, ABodyMayDeleteItsServer) {
 
 // The peer goes while its body waits for room, so that the server drops both.
 TEST(Lifetime, ABodyMayDeleteItsServerWhenItsPeerHasGone) {
-    class endless_body final : public cHttpBody {
-    public:
-        explicit endless_body(std::function<void()> end) : m_end(std::move(end)) {}
-        ~endless_body() override { m_end(); }
-        std::int64_t Size() override { return std::int64_t{1} << 40; }
-        std::int32_t ReadAt(std::int64_t, char* into, std::int32_t size) override {
-            std::fill_n(into, size, 'x');
-            return size;
-        }
-
-    private:
-        const std::function<void()> m_end;
-    };
     cHttpServer* server = new cHttpServer(0, k_buffer);
     const std::unique_ptr<zSignal> gone(zSignal::Factory());
-    const auto handler = make<body_handler>([&] {
+    const auto handler = make<body_handler>("/", k_endless, [&] {
         return std::make_unique<endless_body>([&] {
             delete server;
             gone->Set();
@@ -260,36 +246,12 @@ TEST(Lifetime, EndsWithConnectionsAtEveryStage) {
     }
 }
 
-// A body without end, of which the peer takes as little as it likes.
-class endless_body final : public cHttpBody {
-public:
-    std::int64_t Size() override { return std::int64_t{1} << 40; }
-    std::int32_t ReadAt(std::int64_t, char* into, std::int32_t size) override {
-        std::fill_n(into, size, 'e');
-        return size;
-    }
-};
-
-class endless_handler final : public cHttpHandler {
-public:
-    bool CanHandle(std::int32_t, const zString&, const zString&, const zString&,
-                   const char*) override {
-        return true;
-    }
-    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t, const zString&,
-                                              const zString&, const zString&, const char*,
-                                              zStatus& status) override {
-        SendHeaders(socket, 0x7fffffff, "text/plain");
-        status = 0;
-        return std::make_unique<endless_body>();
-    }
-};
-
 TEST(Lifetime, EndsWhileAnAnswerIsOnItsWayAndWhileARefusedPeerParts) {
     cHttpServerSettings settings;
     settings.answerBadRequests = true;
     auto server = std::make_unique<cHttpServer>(0, k_buffer, settings);
-    const auto handler = make<endless_handler>();
+    const auto handler =
+        make<body_handler>("/", k_endless, [] { return std::make_unique<endless_body>(); });
     server->InstallHandler(*handler);
     test_client answered(server->ListenPort());
     answered.send(get_request("/"));

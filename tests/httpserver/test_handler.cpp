@@ -34,6 +34,28 @@ seen_call test_handler::last() const {
     return m_calls.empty() ? seen_call() : m_calls.back();
 }
 
+body_handler::body_handler(std::string path, std::int32_t length, maker make_body,
+                           test_handler::step before)
+    : m_path(std::move(path)),
+      m_length(length),
+      m_make_body(std::move(make_body)),
+      m_before(std::move(before)) {}
+
+bool body_handler::CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
+                             const char*) {
+    return path.View() == m_path;
+}
+
+std::unique_ptr<cHttpBody> body_handler::HandleInPieces(zSocket* socket, std::int32_t,
+                                                        const zString&, const zString&,
+                                                        const zString&, const char*,
+                                                        zStatus& status) {
+    if (m_before) m_before(socket);
+    SendHeaders(socket, m_length, "text/plain");
+    status = 0;
+    return m_make_body();
+}
+
 std::string plain_answer(const std::string& text) {
     return "HTTP/1.1 200 OK\r\nConnection: Keep-Alive\r\nServer: nimb_httpd/0.1.0\r\n"
            "Content-Type: text/plain\r\nContent-Length: " +

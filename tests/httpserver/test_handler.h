@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -42,6 +43,29 @@ private:
     mutable std::mutex m_mutex;
     std::string m_request;
     std::vector<seen_call> m_calls;
+};
+
+// Takes the requests of one path, writes a head that tells `length` bytes, after what the test
+// wants to happen before it, and hands over the body that the test makes.
+class body_handler final : public cHttpHandler {
+public:
+    using maker = std::function<std::unique_ptr<cHttpBody>()>;
+
+    body_handler(std::string path, std::int32_t length, maker make_body,
+                 test_handler::step before = {});
+
+    bool CanHandle(std::int32_t method, const zString& path, const zString& extension,
+                   const zString& query, const char* request) override;
+    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t method,
+                                              const zString& path, const zString& extension,
+                                              const zString& query, const char* body,
+                                              zStatus& status) override;
+
+private:
+    const std::string m_path;
+    const std::int32_t m_length;
+    const maker m_make_body;
+    const test_handler::step m_before;
 };
 
 // Gives a test's own reference back when the test is done with it.

@@ -36,32 +36,6 @@ public:
     std::int32_t ReadAt(std::int64_t, char*, std::int32_t) override { return 0; }
 };
 
-// Writes a head, after what the test wants to happen before it, and hands a body over.
-class pieces_handler final : public cHttpHandler {
-public:
-    using maker = std::function<std::unique_ptr<cHttpBody>()>;
-    using step = std::function<void(zSocket* socket)>;
-
-    explicit pieces_handler(maker make_body, step before = {})
-        : m_make_body(std::move(make_body)), m_before(std::move(before)) {}
-    bool CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
-                   const char*) override {
-        return path == zString("/pieces");
-    }
-    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t, const zString&,
-                                              const zString&, const zString&, const char*,
-                                              zStatus& status) override {
-        if (m_before) m_before(socket);
-        SendHeaders(socket, k_size, "text/plain");
-        status = 0;
-        return m_make_body();
-    }
-
-private:
-    const maker m_make_body;
-    const step m_before;
-};
-
 std::unique_ptr<cHttpBody> body_that(scripted_body::reader read) {
     return std::make_unique<scripted_body>(std::move(read));
 }
@@ -71,8 +45,8 @@ protected:
     UnrulyHandlersTest() : ServingTest("/after") {}
 
     // The peer of such a body is closed, and the others are served.
-    void expect_end_by(const pieces_handler::maker& make_body) {
-        const auto handler = make<pieces_handler>(make_body);
+    void expect_end_by(const body_handler::maker& make_body) {
+        const auto handler = make<body_handler>("/pieces", k_size, make_body);
         install(*handler);
         test_client client(port());
         client.send(get_request("/pieces"));
@@ -112,7 +86,7 @@ TEST_F(UnrulyHandlersTest, ABodyThatClaimsMoreThanItWasAskedForEndsItsConnection
 
 // A file may grow while it is served. The peer would take what is too much for the next answer.
 TEST_F(UnrulyHandlersTest, ABodyThatHasGrownIsSentAsFarAsItsHeadHasTold) {
-    const auto handler = make<pieces_handler>([] {
+    const auto handler = make<body_handler>("/pieces", k_size, [] {
         return body_that([](char* into, std::int32_t size) {
             std::fill_n(into, size, 'g');
             return size;
@@ -180,7 +154,7 @@ TEST_F(UnrulyHandlersTest, ABodyNeverComesWithoutItsHead) {
             return size;
         });
     };
-    const auto handler = make<pieces_handler>(make_body, fill);
+    const auto handler = make<body_handler>("/pieces", k_size, make_body, fill);
     install(*handler);
     test_client client(port());
     client.send(get_request("/pieces"));

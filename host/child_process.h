@@ -19,7 +19,8 @@ std::string find_program(const std::string& name);
 class child_process {
 public:
     child_process();
-    // Ends the program at once if it is still running, and waits for that.
+    // Ends the program at once if it is still running, with what it has started, and waits for
+    // that.
     ~child_process();
     child_process(const child_process&) = delete;
     child_process& operator=(const child_process&) = delete;
@@ -38,11 +39,13 @@ public:
     write_result write(const void* bytes, std::size_t count, std::chrono::milliseconds patience);
 
     struct exit_report {
-        bool ended = false;  // by itself, within `patience`; else it has been ended
-        int status = -1;     // its exit status; 128 and the signal's number if a signal ended it
+        // By itself, within `patience`; else it has been ended, with what it has started.
+        bool ended = false;
+        int status = -1;  // its exit status; 128 and the signal's number if a signal ended it
         std::string last_line;
     };
-    // Ends the program's input and waits for its end. Once.
+    // Ends the program's input and waits for its end. Once. What it has started and left behind is
+    // not waited for.
     exit_report finish(std::chrono::milliseconds patience);
 
 private:

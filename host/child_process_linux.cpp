@@ -7,10 +7,12 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
@@ -29,7 +31,8 @@ using clock = std::chrono::steady_clock;
 using milliseconds = std::chrono::milliseconds;
 
 constexpr int k_pipe_bytes = 1 << 20;  // fewer switches between the two processes per frame
-constexpr milliseconds k_wait_step{2};
+// What it has left behind may go on saying things without end.
+constexpr std::size_t k_most_after_its_end = 1 << 16;
 // What it is given can wait in our memory for a while; the page that we take it from cannot.
 constexpr int k_priority = 10;
 
@@ -103,14 +106,22 @@ private:
     posix_spawnattr_t m_attributes;
 };
 
-// Until the other side closes; the child's death does that.
-void read_lines(int from, last_line& lines) {
+// Until the other side closes, or the child has ended and what it said has been read: what it has
+// started may outlive it, and keep the other side open for ever.
+void read_lines(int from, int child, last_line& lines) {
     char some[4096];
-    for (;;) {
+    for (std::size_t rest = k_most_after_its_end; rest > 0;) {
+        std::array<pollfd, 2> news{pollfd{from, POLLIN, 0}, pollfd{child, POLLIN, 0}};
+        if (::poll(news.data(), news.size(), -1) < 0) {
+            if (errno == EINTR) continue;
+            return;
+        }
+        if (news[0].revents == 0) return;
         const ssize_t count = ::read(from, some, sizeof some);
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return;
         lines.add({some, static_cast<std::size_t>(count)});
+        if (news[1].revents != 0) rest -= std::min(rest, static_cast<std::size_t>(count));
     }
 }
 
@@ -139,37 +150,41 @@ std::string find_program(const std::string& name) {
 
 struct child_process::native {
     pid_t child = -1;
+    descriptor end;  // readable once the child has ended
     descriptor input;
     descriptor errors;
     last_line lines;
     std::thread reader;
 
-    // Whether the child has ended; then `status` is its.
-    bool ended(int& status) {
-        if (child < 0) return true;
-        int waited = 0;
-        const pid_t got = ::waitpid(child, &waited, WNOHANG);
-        if (got == 0 || (got < 0 && errno == EINTR)) return false;
-        status = got == child ? status_of(waited) : -1;
-        child = -1;
-        return true;
+    bool wait_for_end(milliseconds patience) const {
+        const auto last = clock::now() + patience;
+        pollfd news{end.get(), POLLIN, 0};
+        for (;;) {
+            const auto left = std::chrono::ceil<milliseconds>(last - clock::now());
+            const int got = ::poll(&news, 1, std::max(0, static_cast<int>(left.count())));
+            if (got >= 0 || errno != EINTR) return got > 0;
+        }
     }
 
-    bool wait_for_end(milliseconds patience, int& status) {
-        const auto end = clock::now() + patience;
-        while (!ended(status)) {
-            if (clock::now() >= end) return false;
-            std::this_thread::sleep_for(k_wait_step);
-        }
-        return true;
+    // Its status; -1 if somebody else in the process has asked for it.
+    int take_status() {
+        int waited = 0;
+        pid_t got = 0;
+        do {
+            got = ::waitpid(child, &waited, 0);
+        } while (got < 0 && errno == EINTR);
+        child = -1;
+        return got < 0 ? -1 : status_of(waited);
     }
 
     void end_now() {
         if (child < 0) return;
-        ::kill(child, SIGKILL);
-        while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-        }
-        child = -1;
+        ::kill(-child, SIGKILL);  // what it has started too
+        ::kill(child, SIGKILL);   // it may have left its group
+        take_status();
+    }
+    void end_reader() {
+        if (reader.joinable()) reader.join();
     }
 };
 
@@ -177,7 +192,7 @@ child_process::child_process() : m_native(new native) {}
 
 child_process::~child_process() {
     m_native->end_now();
-    if (m_native->reader.joinable()) m_native->reader.join();
+    m_native->end_reader();
 }
 
 outcome child_process::start(const std::vector<std::string>& command) {
@@ -191,12 +206,20 @@ outcome child_process::start(const std::vector<std::string>& command) {
         m_native->child = -1;
         return system_failure("cannot start " + command[0], error);
     }
+    // The C library's own function has no C linkage in every version.
+    m_native->end.reset(static_cast<int>(::syscall(SYS_pidfd_open, m_native->child, 0)));
+    if (m_native->end.get() < 0) {
+        const int reason = errno;
+        m_native->end_now();
+        return system_failure("cannot watch " + command[0], reason);
+    }
     ::fcntl(input.write.get(), F_SETPIPE_SZ, k_pipe_bytes);  // a smaller pipe works too
     ::fcntl(input.write.get(), F_SETFL, O_NONBLOCK);
     ::setpriority(PRIO_PROCESS, static_cast<id_t>(m_native->child), k_priority);
     m_native->input.reset(::fcntl(input.write.get(), F_DUPFD_CLOEXEC, 0));
     m_native->errors.reset(::fcntl(errors.read.get(), F_DUPFD_CLOEXEC, 0));
-    m_native->reader = std::thread(read_lines, m_native->errors.get(), std::ref(m_native->lines));
+    m_native->reader = std::thread(read_lines, m_native->errors.get(), m_native->end.get(),
+                                   std::ref(m_native->lines));
     return outcome::fine();
 }
 
@@ -220,9 +243,10 @@ child_process::write_result child_process::write(const void* bytes, std::size_t 
 child_process::exit_report child_process::finish(milliseconds patience) {
     exit_report report;
     m_native->input.reset();
-    report.ended = m_native->wait_for_end(patience, report.status);
+    report.ended = m_native->child >= 0 && m_native->wait_for_end(patience);
+    if (report.ended) report.status = m_native->take_status();
     m_native->end_now();
-    if (m_native->reader.joinable()) m_native->reader.join();
+    m_native->end_reader();
     report.last_line = m_native->lines.text();
     return report;
 }

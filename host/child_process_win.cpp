@@ -1,7 +1,7 @@
 // host/child_process_win.cpp - Windows half of host/child_process.h. Linux half:
 // host/child_process_linux.cpp.
 //
-// The program's input is a named pipe, since the system's anonymous ones know no wait with an end.
+// The pipes are named ones, since the system's anonymous ones know no wait with an end.
 #include "host/child_process.h"
 
 #include <windows.h>
@@ -23,6 +23,8 @@ using milliseconds = std::chrono::milliseconds;
 
 constexpr DWORD k_pipe_bytes = 1 << 20;  // fewer switches between the two processes per frame
 constexpr std::size_t k_largest_write = 1 << 24;
+// What it has left behind may go on saying things without end.
+constexpr DWORD k_most_after_its_end = 1 << 16;
 
 std::string system_text(DWORD error) {
     wchar_t text[512];
@@ -64,30 +66,20 @@ struct pipe_ends {
     handle ours;
     handle childs;
 
-    // We write without waiting, the child reads as usual.
-    bool open_for_writing() {
+    // We write or read without waiting, the child waits as usual. `direction` is ours.
+    bool open(DWORD direction) {
         zString id;
         const std::wstring name =
             L"\\\\.\\pipe\\pennywort-" + loam::wide_text(zIDGenerator::GenerateUUID(id));
-        constexpr DWORD k_mode =
-            PIPE_ACCESS_OUTBOUND | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE;
-        ours.reset(CreateNamedPipeW(name.c_str(), k_mode,
+        const DWORD mode = direction | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE;
+        ours.reset(CreateNamedPipeW(name.c_str(), mode,
                                     PIPE_TYPE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1,
-                                    k_pipe_bytes, 0, 0, nullptr));
+                                    k_pipe_bytes, k_pipe_bytes, 0, nullptr));
         if (!ours) return false;
+        const DWORD access = direction == PIPE_ACCESS_OUTBOUND ? GENERIC_READ : GENERIC_WRITE;
         SECURITY_ATTRIBUTES rights = inheritable();
-        childs.reset(
-            CreateFileW(name.c_str(), GENERIC_READ, 0, &rights, OPEN_EXISTING, 0, nullptr));
+        childs.reset(CreateFileW(name.c_str(), access, 0, &rights, OPEN_EXISTING, 0, nullptr));
         return static_cast<bool>(childs);
-    }
-
-    bool open_for_reading() {
-        HANDLE read = nullptr;
-        HANDLE write = nullptr;
-        if (!CreatePipe(&read, &write, nullptr, 0)) return false;
-        ours.reset(read);
-        childs.reset(write);
-        return SetHandleInformation(write, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT) != 0;
     }
 };
 
@@ -139,8 +131,9 @@ public:
     startup& operator=(const startup&) = delete;
 
     // A console of its own, that nobody sees: what is typed at ours does not reach it.
-    DWORD run(handle& child, const std::wstring& program, std::wstring line) {
-        constexpr DWORD k_flags = CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT;
+    DWORD run(handle& child, HANDLE job, const std::wstring& program, std::wstring line) {
+        constexpr DWORD k_flags =
+            CREATE_NO_WINDOW | CREATE_SUSPENDED | EXTENDED_STARTUPINFO_PRESENT;
         // Work that gives way to the page makes what it starts give way too.
         const bool in_background = GetThreadPriority(GetCurrentThread()) < THREAD_PRIORITY_NORMAL;
         const DWORD priority = in_background ? BELOW_NORMAL_PRIORITY_CLASS : 0;
@@ -149,8 +142,11 @@ public:
                             k_flags | priority, nullptr, nullptr, &m_info.StartupInfo, &made)) {
             return GetLastError();
         }
-        CloseHandle(made.hThread);
         child.reset(made.hProcess);
+        // Before it runs, or what it starts first would not be in it.
+        AssignProcessToJobObject(job, made.hProcess);
+        ResumeThread(made.hThread);
+        CloseHandle(made.hThread);
         return ERROR_SUCCESS;
     }
 
@@ -160,12 +156,25 @@ private:
     STARTUPINFOEXW m_info{};
 };
 
-// Until the other side closes; the child's death does that.
-void read_lines(HANDLE from, last_line& lines) {
+// Until the other side closes, or the child has ended and what it said has been read: what it has
+// started may outlive it, and keep the other side open for ever.
+void read_lines(HANDLE from, HANDLE arrived, HANDLE child, last_line& lines) {
     char some[4096];
-    DWORD count = 0;
-    while (ReadFile(from, some, sizeof some, &count, nullptr) && count > 0) {
+    const std::array<HANDLE, 2> news{arrived, child};
+    for (DWORD rest = k_most_after_its_end; rest > 0;) {
+        OVERLAPPED call{};
+        call.hEvent = arrived;
+        if (!ReadFile(from, some, sizeof some, nullptr, &call) &&
+            GetLastError() != ERROR_IO_PENDING) {
+            return;
+        }
+        if (WaitForMultipleObjects(2, news.data(), FALSE, INFINITE) != WAIT_OBJECT_0) {
+            CancelIoEx(from, &call);
+        }
+        DWORD count = 0;
+        if (!GetOverlappedResult(from, &call, &count, TRUE) || count == 0) return;
         lines.add({some, count});
+        if (WaitForSingleObject(child, 0) == WAIT_OBJECT_0) rest -= std::min(rest, count);
     }
 }
 
@@ -207,17 +216,23 @@ std::string find_program(const std::string& name) {
 
 struct child_process::native {
     handle child;
+    handle job;  // the child and what it has started
     handle input;
     handle errors;
     handle written;  // set by the system when a write is done
+    handle arrived;  // and when a read is
     last_line lines;
     std::thread reader;
 
     void end_now() {
         if (!child) return;
-        TerminateProcess(child.get(), 1);
+        TerminateJobObject(job.get(), 1);
+        TerminateProcess(child.get(), 1);  // a system may have refused it the job
         WaitForSingleObject(child.get(), INFINITE);
-        child.reset();
+    }
+    void end_reader() {
+        if (reader.joinable()) reader.join();
+        child.reset();  // the reader waited for it
     }
 
     // One write; `taken` says how much of it the pipe took.
@@ -240,7 +255,7 @@ child_process::child_process() : m_native(new native) {}
 
 child_process::~child_process() {
     m_native->end_now();
-    if (m_native->reader.joinable()) m_native->reader.join();
+    m_native->end_reader();
 }
 
 outcome child_process::start(const std::vector<std::string>& command) {
@@ -251,16 +266,20 @@ outcome child_process::start(const std::vector<std::string>& command) {
     nowhere.reset(CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &rights,
                               OPEN_EXISTING, 0, nullptr));
     m_native->written.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!m_native->written || !nowhere || !input.open_for_writing() || !errors.open_for_reading()) {
+    m_native->arrived.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    m_native->job.reset(CreateJobObjectW(nullptr, nullptr));
+    if (!m_native->written || !m_native->arrived || !m_native->job || !nowhere ||
+        !input.open(PIPE_ACCESS_OUTBOUND) || !errors.open(PIPE_ACCESS_INBOUND)) {
         return system_failure("cannot make a pipe", GetLastError());
     }
     startup plan(input.childs.get(), nowhere.get(), errors.childs.get());
-    const DWORD error =
-        plan.run(m_native->child, loam::wide_text(command[0]), command_line(command));
+    const DWORD error = plan.run(m_native->child, m_native->job.get(), loam::wide_text(command[0]),
+                                 command_line(command));
     if (error != ERROR_SUCCESS) return system_failure("cannot start " + command[0], error);
     m_native->input = std::move(input.ours);
     m_native->errors = std::move(errors.ours);
-    m_native->reader = std::thread(read_lines, m_native->errors.get(), std::ref(m_native->lines));
+    m_native->reader = std::thread(read_lines, m_native->errors.get(), m_native->arrived.get(),
+                                   m_native->child.get(), std::ref(m_native->lines));
     return outcome::fine();
 }
 
@@ -288,8 +307,8 @@ child_process::exit_report child_process::finish(milliseconds patience) {
     if (report.ended && GetExitCodeProcess(m_native->child.get(), &status)) {
         report.status = static_cast<int>(status);
     }
-    m_native->end_now();
-    if (m_native->reader.joinable()) m_native->reader.join();
+    if (!report.ended) m_native->end_now();
+    m_native->end_reader();
     report.last_line = m_native->lines.text();
     return report;
 }

@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/host/temporary_folder.h"
@@ -18,6 +21,15 @@ using namespace std::chrono_literals;
 constexpr auto k_patience = 20s;
 const std::vector<char> k_much(8 << 20, 'x');  // more than any pipe holds
 
+bool comes_true(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + k_patience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
 class ChildProcess : public testing::Test {
 protected:
     // talker.cpp says what these are.
@@ -25,6 +37,7 @@ protected:
         const auto begun = child.start({TALKER, status, bytes, text});
         ASSERT_TRUE(begun.ok()) << begun.text();
     }
+    std::string others_bytes() const { return folder.read("other"); }
     child_process::write_result write(const std::vector<char>& bytes,
                                       std::chrono::milliseconds patience = k_patience) {
         return child.write(bytes.data(), bytes.size(), patience);
@@ -60,14 +73,38 @@ TEST_F(ChildProcess, OneThatEndsMidwayIsNoticedWhileItIsWrittenTo) {
 }
 
 TEST_F(ChildProcess, OneThatTakesNothingStallsAndIsEnded) {
-    start("0", "-2", "");
+    start("0", "wait", "");
     EXPECT_EQ(write(k_much, 50ms), child_process::write_result::stalled);
     EXPECT_FALSE(child.finish(50ms).ended);
 }
 
 TEST_F(ChildProcess, OneThatDoesNotEndIsEnded) {
-    start("0", "-2", "");
+    start("0", "wait", "");
     EXPECT_FALSE(child.finish(10ms).ended);
+}
+
+TEST_F(ChildProcess, OneThatLeavesAnotherBehindHasEndedAllTheSame) {
+    const std::string file = folder.write("other", "");
+    start("4", "leave", file);
+    // The other one has our pipes too, and is not waited for.
+    const auto report = child.finish(k_patience);
+    EXPECT_TRUE(report.ended);
+    EXPECT_EQ(report.status, 4);
+    EXPECT_EQ(report.last_line, file);
+    EXPECT_TRUE(comes_true([&] { return !others_bytes().empty(); }));
+    EXPECT_TRUE(comes_true([&] { return std::remove(file.c_str()) == 0; }));
+}
+
+// A program found by its name may be a small one that starts the real one.
+TEST_F(ChildProcess, WhatItHasStartedIsEndedWithIt) {
+    start("0", "follow", folder.write("other", ""));
+    ASSERT_TRUE(comes_true([&] { return !others_bytes().empty(); }));
+    EXPECT_FALSE(child.finish(10ms).ended);
+    EXPECT_TRUE(comes_true([&] {
+        const auto before = others_bytes();
+        std::this_thread::sleep_for(300ms);
+        return others_bytes() == before;
+    }));
 }
 
 TEST_F(ChildProcess, OneThatReadsAllIsToldTheEndOfItsInput) {

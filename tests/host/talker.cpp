@@ -2,17 +2,40 @@
 // the way that its arguments say.
 //
 // talker STATUS BYTES TEXT: reads BYTES of its input (-1: all), says TEXT on its error output, and
-// ends with STATUS. With BYTES -2 it reads nothing and waits to be ended.
+// ends with STATUS. Instead of BYTES:
+//   wait     reads nothing and waits to be ended
+//   leave    starts one that writes into the file TEXT as long as it is there, and ends
+//   follow   starts the same one, and waits to be ended
+//   write    is that one
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
+
+#include "tests/host/start_another.h"
 
 namespace {
 
+using namespace std::chrono_literals;
+
 [[noreturn]] void wait_to_be_ended() {
-    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
+    for (;;) std::this_thread::sleep_for(1h);
+}
+
+// Ends when the file is removed, and at some time in any case; and says so then, so that a test can
+// tell whether somebody waited for it.
+void write_for_a_while(const char* file) {
+    for (int i = 0; i < 3000; ++i) {
+        std::FILE* out = std::fopen(file, "r+b");
+        if (!out) return;
+        std::fseek(out, 0, SEEK_END);
+        std::fputc('.', out);
+        std::fclose(out);
+        std::this_thread::sleep_for(10ms);
+    }
+    std::fprintf(stderr, "the other one has ended\n");
 }
 
 void read_input(long bytes) {
@@ -31,9 +54,16 @@ void read_input(long bytes) {
 
 int main(int argc, char** argv) {
     if (argc < 4) return 99;
-    const long bytes = std::atol(argv[2]);
-    if (bytes == -2) wait_to_be_ended();
-    read_input(bytes);
+    const std::string way = argv[2];
+    if (way == "wait") wait_to_be_ended();
+    if (way == "write") return write_for_a_while(argv[3]), 0;
+    if (way == "leave" || way == "follow") {
+        const char* const other[] = {argv[0], "0", "write", argv[3], nullptr};
+        if (!start_another(other)) return 98;
+        if (way == "follow") wait_to_be_ended();
+    } else {
+        read_input(std::atol(argv[2]));
+    }
     std::fprintf(stderr, "first line\n%s\n", argv[3]);
     std::printf("this goes nowhere\n");
     return std::atoi(argv[1]);

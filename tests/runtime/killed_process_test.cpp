@@ -54,12 +54,31 @@ TEST_F(KilledProcess, ARendererKilledAtTheSameMomentDoesNotHoldTheClosingUp) {
         << PrintToString(processes_below("renderer"));
 }
 
+// In its first moments the runtime replaces it by itself, and the page comes all the same; later
+// the loss ends the page.
+void kill_until_noticed(shown_page& page) {
+    kill_all("renderer");
+    ASSERT_TRUE(wait_for([&] {
+        const bool has_come = page.frames.count() > 0 && page.frames.centre() == k_blue;
+        if (has_come) {
+            for (const process& one : processes_below("renderer")) kill(one.id, SIGKILL);
+        }
+        return !page->IsLoading();
+    })) << PrintToString(processes_below("renderer"));
+}
+
+TEST_F(KilledProcess, ARendererKilledAsSoonAsItIsThereIsReplaced) {
+    shown_page page({.url = m_peer.url("/half")});
+    ASSERT_TRUE(wait_for([] { return !processes_below("renderer").empty(); }));
+    kill_until_noticed(page);
+    expect_to_show(page, m_peer.html(k_green_page));
+}
+
 // Before the page has come, the runtime often goes on saying that it is loading.
 TEST_F(KilledProcess, ARendererKilledBeforeItsPageCameIsReplacedByTheNextPage) {
     shown_page page({.url = m_peer.url("/half")});
     ASSERT_TRUE(wait_for([&] { return page->IsLoading() && page.frames.count() > 0; }));
-    kill_all("renderer");
-    ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
+    kill_until_noticed(page);
     expect_to_show(page, m_peer.html(k_green_page));
 }
 

@@ -49,6 +49,7 @@ const value_case k_cases[] = {
      {"-=multipart/related 18", "boundary=abc 13"}},
     {"BlanksAroundEverything", " a = b ; c = d ", {"a=b 8", "c=d 7"}},
     {"ANewLineIsABlank", "a\r\n=\r\n b\r\n;c=d", {"a=b 11", "c=d 3"}},
+    {"OtherBlanksAreBytes", "a\v=\fb\xa0;c", {"a\v=\fb\xa0 7", "c=- 1"}},
     {"QuotationMarksAreBytes", "a=\"b c\";d=\"e\"", {"a=\"b 8", "d=\"e\" 5"}},
     {"ASemicolonInQuotesEndsTheEntry", "a=\"b;c\"", {"a=\"b 5", "c\"=- 2"}},
     {"WhatFollowsABlankInTheNameIsDropped", "a b=c", {"a=c 5"}},

@@ -60,6 +60,8 @@ const block_case k_cases[] = {
     {"FoldedByASpace", "A: b\r\n c\r\nD: e\r\n\r\n", 16, {{"A", "b\r\n c"}, {"D", "e"}}},
     {"FoldedTwice", "A: b\r\n c\r\n\td\r\n\r\n", 14, {{"A", "b\r\n c\r\n\td"}}},
     {"FoldedToABlankLine", "A: b\r\n \r\n\r\n", 9, {{"A", "b\r\n "}}},
+    {"FoldedRightBehindTheColon", "A:\r\n b\r\n\r\n", 8, {{"A", "\n b"}}},
+    {"FoldedBehindTheSpace", "A: \r\n b\r\n\r\n", 9, {{"A", "\r\n b"}}},
     {"ColonOnTheContinuation", "A\r\n b: c\r\n\r\n", 10, {{"A\r\n b", "c"}}},
     {"BlankLineBeforeASpaceEnds", "A: b\r\n\r\n c: d\r\n", 6, {{"A", "b"}}},
     {"BlankLineFirstAndASpace", "\r\n A: b\r\n", 0, {}},

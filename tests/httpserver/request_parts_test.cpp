@@ -149,6 +149,46 @@ TEST(RequestProgress, GivesTheSameAnswerAtEverySplit) {
     }
 }
 
+struct length_case {
+    const char* name;
+    std::string_view request;
+    std::int32_t want;
+};
+void PrintTo(const length_case& c, std::ostream* out) { *out << c.name; }
+
+const length_case k_lengths[] = {
+    {"None", "POST / HTTP/1.1\r\n\r\n", 0},
+    {"AnyLetters", "POST / HTTP/1.1\r\ncONTENT-lENGTH:2\r\n\r\n", 2},
+    {"InALongerName", "POST / HTTP/1.1\r\nX-Content-Length: 2\r\n\r\n", 2},
+    {"InTheRequestLine", "POST /?Content-Length:2 HTTP/1.1\r\n\r\n", 2},
+    {"InTheBody", "POST / HTTP/1.1\r\n\r\nContent-Length: 2", 2},
+    {"ABlankBeforeTheColon", "POST / HTTP/1.1\r\nContent-Length : 2\r\n\r\n", 0},
+    {"TheFirstOfTwo", "POST / HTTP/1.1\r\nContent-Length: 2\r\nContent-Length: 3\r\n\r\n", 2},
+    {"TheFirstThoughItIsNone", "POST / HTTP/1.1\r\nContent-Length: x\r\nContent-Length: 3\r\n\r\n",
+     0},
+    {"EveryWhiteSpace", "POST / HTTP/1.1\r\nContent-Length: \t\v\f\r\n 2\r\n\r\n", 2},
+    {"BehindTheBlankLine", "POST / HTTP/1.1\r\nContent-Length:\r\n\r\n99", 99},
+    {"Plus", "POST / HTTP/1.1\r\nContent-Length: +2\r\n\r\n", 2},
+    {"Minus", "POST / HTTP/1.1\r\nContent-Length: -2\r\n\r\n", -2},
+    {"OnlyASign", "POST / HTTP/1.1\r\nContent-Length: -\r\n\r\n", 0},
+    {"ABlankBehindTheSign", "POST / HTTP/1.1\r\nContent-Length: + 2\r\n\r\n", 0},
+    {"TwoSigns", "POST / HTTP/1.1\r\nContent-Length: +-2\r\n\r\n", 0},
+    {"LeadingZeros", "POST / HTTP/1.1\r\nContent-Length: 0010\r\n\r\n", 10},
+    {"DecimalOnly", "POST / HTTP/1.1\r\nContent-Length: 0x10\r\n\r\n", 0},
+    {"TheLargest", "POST / HTTP/1.1\r\nContent-Length: 2147483647\r\n\r\n", 2147483647},
+};
+
+class LengthTest : public testing::TestWithParam<length_case> {};
+
+TEST_P(LengthTest, IsTheNumberBehindTheFirstOfItsNames) {
+    request_progress progress;
+    progress.look(GetParam().request);
+    EXPECT_EQ(progress.content_length(), GetParam().want);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, LengthTest, testing::ValuesIn(k_lengths),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
 TEST(RequestProgress, BeginsAnewAfterAReset) {
     request_progress progress;
     EXPECT_FALSE(progress.look("DELETE /"));

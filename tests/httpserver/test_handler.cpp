@@ -4,9 +4,15 @@
 test_handler::test_handler(std::string prefix, std::string text, step inside)
     : m_prefix(std::move(prefix)), m_text(std::move(text)), m_inside(std::move(inside)) {}
 
-bool test_handler::CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
-                             const char* request) {
-    m_request = request;
+bool test_handler::CanHandle(std::int32_t method, const zString& path, const zString& extension,
+                             const zString& query, const char* request) {
+    // One by one, so that the memory of the last question serves this one: a test may let none be
+    // had, and a question that throws is never answered.
+    m_asked.method = method;
+    m_asked.path = path.CString();
+    m_asked.extension = extension.CString();
+    m_asked.query = query.CString();
+    m_asked.request = request;
     return path.View().substr(0, m_prefix.size()) == m_prefix;
 }
 
@@ -15,8 +21,11 @@ zStatus test_handler::Handle(zSocket* socket, std::int32_t method, const zString
                              const zString& extension, const zString& query, const char* body) {
     {
         const std::lock_guard lock(m_mutex);
-        m_calls.push_back(
-            {method, path.CString(), extension.CString(), query.CString(), m_request, body});
+        seen_call call{method,          path.CString(),  extension.CString(),
+                       query.CString(), m_asked.request, body};
+        call.is_as_asked = m_asked.method == call.method && m_asked.path == call.path &&
+                           m_asked.extension == call.extension && m_asked.query == call.query;
+        m_calls.push_back(std::move(call));
     }
     SendHeaders(socket, static_cast<std::int32_t>(m_text.size()), "text/plain");
     const zStatus status = SendString(socket, m_text.c_str());

@@ -18,6 +18,7 @@ struct seen_call {
     std::string query;
     std::string request;
     std::string body;
+    bool is_as_asked = false;  // CanHandle was given the same
 };
 
 // Takes requests whose path begins with `prefix` and answers each with its own text, after it has
@@ -41,7 +42,7 @@ private:
     const std::string m_text;
     const step m_inside;
     mutable std::mutex m_mutex;
-    std::string m_request;
+    seen_call m_asked;
     std::vector<seen_call> m_calls;
 };
 

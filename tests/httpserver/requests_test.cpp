@@ -84,6 +84,7 @@ protected:
         EXPECT_EQ(call.query, want.query);
         EXPECT_EQ(call.body, want.body);
         EXPECT_EQ(call.request, want.bytes);
+        EXPECT_TRUE(call.is_as_asked);
     }
 
     held<test_handler> m_handler = make<test_handler>("");
@@ -126,6 +127,18 @@ TEST_F(RequestsTest, ThatNoHandlerTakesGetNoAnswerAndKeepTheirConnection) {
     client.send(get_request("/a"));
     EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
     EXPECT_EQ(m_handler->calls().size(), 1u);
+}
+
+// The rest of it must not be taken for the front of the next one.
+TEST_F(RequestsTest, ThatNoHandlerTakesAreForgottenAlsoWhenTheyCameInPieces) {
+    test_client client(m_server.ListenPort());
+    client.send("GET nowhere ");
+    wait_for_bytes(12);
+    client.send("HTTP/1.1\r\n\r\n");
+    wait_for_bytes(12 + 12);
+    client.send(get_request("/a"));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+    EXPECT_EQ(m_handler->last().request, get_request("/a"));
 }
 
 TEST_F(RequestsTest, WithAnUnknownMethodAreNeverAnswered) {
@@ -232,6 +245,16 @@ TEST_F(RequestsTest, LoseWhatFollowsANulInOneRead) {
     client.send(std::string("ef\0gh", 5));
     EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
     EXPECT_EQ(m_handler->last().body, "abef");
+}
+
+// The NUL is the last byte that fits: what is behind it comes by a read of its own.
+TEST_F(RequestsTest, AreReadByNoMoreThanTheBufferTakes) {
+    cHttpServer small(0, 8);
+    small.InstallHandler(*m_handler);
+    test_client client(small.ListenPort());
+    client.send(std::string("GET /ab\0c HTTP/1.1\r\n\r\n", 22));
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+    EXPECT_EQ(m_handler->last().path, "/abc");
 }
 
 TEST_F(RequestsTest, ThatBeginWithANulAreNothing) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "loam/signal.h"
 #include "tests/httpserver/test_client.h"
 #include "tests/httpserver/test_handler.h"
 
@@ -143,6 +144,34 @@ TEST(Settings, HeadersWithoutEndMeetTheCeiling) {
     while (client.send("X-Header: and another one\r\n")) {
     }
     EXPECT_TRUE(client.is_ended());
+}
+
+// Connections that are not accepted yet, while the server is busy. How many the system adds of its
+// own is its affair, but it is few.
+TEST(Settings, OnlyAFewConnectionsMayWaitUnlessMoreAreWanted) {
+    constexpr std::int32_t k_short_ms = 100;
+    constexpr std::uint32_t k_long_us = 30'000'000;
+    const std::unique_ptr<zSignal> inside(zSignal::Factory());
+    const std::unique_ptr<zSignal> go(zSignal::Factory());
+    const auto busy = make<test_handler>("/", "x", [&](zSocket*) {
+        inside->Set();
+        go->Wait(k_long_us);
+    });
+    cHttpServer server(0, k_buffer);
+    server.InstallHandler(*busy);
+    test_client client(server.ListenPort());
+    client.send(get_request("/"));
+    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    const auto port = static_cast<std::uint16_t>(server.ListenPort());
+    std::vector<std::unique_ptr<zSocket>> waiting;
+    zStatus status = 0;
+    while (status == 0 && waiting.size() < 64) {
+        waiting.emplace_back(zSocket::Factory());
+        ASSERT_EQ(waiting.back()->Open(0), 0);
+        status = waiting.back()->Connect("127.0.0.1", port, k_short_ms);
+    }
+    EXPECT_LT(waiting.size(), 16u);
+    go->Set();
 }
 
 TEST(Settings, AConnectionOverTheCeilingIsClosedAndOthersLiveOn) {

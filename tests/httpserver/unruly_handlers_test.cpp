@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "loam/signal.h"
 #include "tests/httpserver/serving_test.h"
 
 namespace {
@@ -132,6 +133,51 @@ TEST_F(UnrulyHandlersTest, AConnectionThatAnotherOnesHandlerClosesIsForgotten) {
     wait_until_open(1);
     client.send(get_request("/after"));
     EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+}
+
+// Both have bytes in one wait; then there is nothing left for the second, which is no loss.
+TEST_F(UnrulyHandlersTest, AConnectionWhoseBytesAnotherOnesHandlerTookLivesOn) {
+    constexpr std::uint32_t k_long_us = 30'000'000;
+    const std::string robbed = get_request("/robbed");
+    const std::unique_ptr<zSignal> inside(zSignal::Factory());
+    const std::unique_ptr<zSignal> go(zSignal::Factory());
+    const std::unique_ptr<zSignal> is_taken(zSignal::Factory());
+    zSocket* kept = nullptr;
+    std::string taken;
+    const auto keeping = make<test_handler>("/keep", "kept", [&](zSocket* one) { kept = one; });
+    const auto waiting = make<test_handler>("/wait", "waited", [&](zSocket*) {
+        inside->Set();
+        go->Wait(k_long_us);
+    });
+    const auto taking = make<test_handler>("/take", "taken", [&](zSocket*) {
+        char bytes[4096];
+        std::int32_t count = 0;
+        for (int i = 0; i < 3000 && taken.size() < robbed.size(); ++i) {
+            kept->Receive(bytes, sizeof bytes, &count);
+            taken.append(bytes, static_cast<std::size_t>(count));
+            if (count == 0) zThread::MicroSleep(1000);
+        }
+        is_taken->Set();
+    });
+    install(*keeping);
+    install(*waiting);
+    install(*taking);
+    test_client taker(port());
+    taker.send(get_request("/after"));
+    EXPECT_EQ(taker.receive_answer(), plain_answer("fine"));
+    test_client victim(port());
+    victim.send(get_request("/keep"));
+    EXPECT_EQ(victim.receive_answer(), plain_answer("kept"));
+    test_client last(port());
+    last.send(get_request("/wait"));
+    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    taker.send(get_request("/take"));
+    victim.send(robbed);
+    go->Set();
+    ASSERT_EQ(is_taken->Wait(k_long_us), 0);
+    EXPECT_EQ(taken, robbed);
+    victim.send(get_request("/after"));
+    EXPECT_EQ(victim.receive_answer(), plain_answer("fine"));
 }
 
 // The head waits for the body; when it cannot be sent in time, a body without it would be taken for

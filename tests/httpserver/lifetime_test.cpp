@@ -233,6 +233,35 @@ TEST(Lifetime, DestructionWaitsForTheHandlerThatRuns) {
     EXPECT_TRUE(has_finished);
 }
 
+// The thread ends before the handlers are released: a request that is under way is still offered to
+// all of them.
+TEST(Lifetime, ARequestIsOfferedToTheEndAlthoughItsServerGoes) {
+    class declining_handler final : public cHttpHandler {
+    public:
+        explicit declining_handler(zSignal& inside) : m_inside(inside) {}
+        bool CanHandle(std::int32_t, const zString&, const zString&, const zString&,
+                       const char*) override {
+            m_inside.Set();
+            zThread::MicroSleep(20000);
+            return false;
+        }
+
+    private:
+        zSignal& m_inside;
+    };
+    const std::unique_ptr<zSignal> inside(zSignal::Factory());
+    const auto first = make<declining_handler>(*inside);
+    const auto second = make<test_handler>("/");
+    auto server = std::make_unique<cHttpServer>(0, k_buffer);
+    server->InstallHandler(*first);
+    server->InstallHandler(*second);
+    test_client client(server->ListenPort());
+    client.send(get_request("/"));
+    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    server.reset();
+    EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
+}
+
 TEST(Lifetime, EndsWithConnectionsAtEveryStage) {
     const std::string request = "POST /a HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello";
     const auto handler = make<test_handler>("/");

@@ -1,4 +1,7 @@
-// page_address_names_test_linux.cpp - file names that Windows does not allow or takes otherwise.
+// page_address_names_test_linux.cpp - file names that Windows does not allow or takes otherwise, and
+// files that it does not have.
+#include <sys/stat.h>
+
 #include "tests/host/page_address_fixture.h"
 
 namespace pennywort {
@@ -26,6 +29,14 @@ TEST_F(PageAddressNames, AFolderOnTheWayHasToBeThere) {
 TEST_F(PageAddressNames, AFileMayHaveAColonInItsName) {
     folder.write("clip:2.html", "x");
     EXPECT_EQ(url_of("clip:2.html"), here("clip:2.html"));
+}
+
+// To open one without a writer never ends.
+TEST_F(PageAddressNames, APipeIsNoPage) {
+    ASSERT_EQ(::mkfifo("pipe", 0600), 0);
+    EXPECT_EQ(url_of("pipe"), "refused");
+    EXPECT_EQ(reason, "pipe: is a pipe or a device, not a page");
+    EXPECT_EQ(url_of(here("pipe")), "refused");
 }
 
 }  // namespace

@@ -19,7 +19,9 @@ namespace {
 
 constexpr std::string_view k_show =
     "const pennywortShow=v=>typeof v==='object'&&v!==null?JSON.stringify(v):String(v);";
-constexpr std::string_view k_caught = "}catch(e){return 't'+String(e)}";
+// What is thrown need not have a text, and to ask for it may throw again.
+constexpr std::string_view k_caught =
+    "}catch(e){try{return 't'+String(e)}catch(e){return 'twhat was thrown has no text'}}";
 
 std::string by_eval(const std::string& script) {
     std::string body(k_show);

@@ -19,6 +19,8 @@ public:
     // that a double cannot hold.
     static std::optional<json_object> parse(std::string_view text, std::string& reason);
 
+    // Whether there is a member of that name, whatever its kind.
+    bool has(const std::string& name) const { return m_members.count(name) != 0; }
     // Null where there is no member of that name and kind.
     const std::string* text(const std::string& name) const;
     const double* number(const std::string& name) const;

@@ -165,6 +165,8 @@ live_answer live_control::load(const json_object& body) {
     const auto url = page_address(*text, reason);
     if (!url) return refused(400, reason);
     const auto* now = body.truth("now");
+    // Taken for true, what was meant for later would be on air.
+    if (!now && body.has("now")) return refused(400, "\"now\" has to be true or false");
     if (!now || *now) {
         m_port.load(*url);
         return done();
@@ -240,6 +242,10 @@ live_answer live_control::delete_cookies(const json_object& body) {
     const auto* url = body.text("url");
     // An empty one empties the whole jar, so it has to be said and not merely left out.
     if (!url) return refused(400, "\"url\" is missing or no text; \"\" stands for every site");
+    // The display leaves alone what is no URL, and nobody would be told.
+    if (!url->empty() && url->find("://") == url->npos) {
+        return refused(400, *url + " is no URL, such as https://example.org");
+    }
     m_port.delete_cookies(*url);
     return done();
 }

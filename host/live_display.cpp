@@ -12,6 +12,9 @@ namespace pennywort {
 
 namespace {
 
+// How often is looked whether there is still a page.
+constexpr std::chrono::milliseconds k_look{500};
+
 std::string text_of(const zString& text) { return std::string(text.View()); }
 
 zRecord settings_of(const live_options& options) {
@@ -55,7 +58,32 @@ void live_display::close() {
     m_browser->Close();
 }
 
+// Only a script finds out.
+bool live_display::has_page() {
+    return m_browser->ExecuteJavascript(zString(), 0, std::function<void(std::string)>()) == 0;
+}
+
+// Every page may close itself, and the display would stay shut for all that come after it.
+void live_display::look_after_page() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_looked < k_look) return;
+    m_looked = now;
+    if (has_page() == m_has_page) return;
+    m_has_page = !m_has_page;
+    if (m_has_page) {
+        // Said while there was no page, it reached none.
+        if (!m_visible) m_browser->SetVisibility(false);
+        return;
+    }
+    zString url;
+    m_browser->GetUrlForLastPageLoaded(url);
+    m_control->events().add("failed", text_of(url) + ": the page has closed itself");
+    m_browser->Close();
+    m_browser->Open();
+}
+
 void live_display::tell_status() {
+    look_after_page();
     live_status status;
     zString url;
     m_browser->GetUrlForLastPageLoaded(url);

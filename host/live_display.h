@@ -2,6 +2,7 @@
 // display thread, and tells what becomes of them.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -29,7 +30,7 @@ public:
     bool open(live_control& control);
     // Nothing that was asked for is carried out afterwards.
     void close();
-    // Tells the control how the display stands.
+    // Looks after the page, and tells the control how the display stands. From time to time.
     void tell_status();
 
     void load(const std::string& url) override;
@@ -43,6 +44,8 @@ private:
     using work = std::function<void(live_display&)>;
 
     void post(work todo);
+    bool has_page();
+    void look_after_page();
     void run_now(std::uint64_t id, const std::string& script);
     void GetSize(long& width, long& height) const override;
     void BrowserPainted(const void* pixels, long width, long height, bool isPopup) override;
@@ -57,6 +60,8 @@ private:
     live_control* m_control = nullptr;
     cWebDisplayBrowser* m_browser;
     bool m_visible = true;
+    bool m_has_page = false;
+    std::chrono::steady_clock::time_point m_looked;
 };
 
 }  // namespace pennywort

@@ -11,7 +11,7 @@ import {createInterface} from 'node:readline';
 import {fileURLToPath} from 'node:url';
 import {chromium} from 'playwright-core';
 import {testKeyboardOnly, testNames, testNarrow, testTabOrder} from './keyboard.mjs';
-import {testBarredEval, testEndWhileAScriptRuns, testLostAnswers} from './scripts.mjs';
+import {testBarredEval, testEndWhileAScriptRuns, testLostAnswers, testPagesThatCloseThemselves} from './scripts.mjs';
 
 const [program, pictures] = process.argv.slice(2);
 const here = path.dirname(fileURLToPath(import.meta.url));
@@ -240,6 +240,7 @@ try {
   await testToken(browser);
   await testLostAnswers(browser, start, movingPage);
   await testEndWhileAScriptRuns(start, movingPage);
+  await testPagesThatCloseThemselves(start, movingPage);
   console.log('all passed');
 } finally {
   await browser.close();

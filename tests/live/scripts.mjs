@@ -86,6 +86,7 @@ export async function testBarredEval(page, child, strictPage, trustedPage) {
 export async function testLostAnswers(browser, start, url) {
   const child = await start();
   await load(child, url + '?left');
+  assert.deepEqual(await run(child, 'throw Object.create(null)'), ['thrown', 'what was thrown has no text']);
   // Without its bridge a page answers nothing; it is left before that is noticed.
   assert.deepEqual(await run(child, 'window.hostApp = undefined; 1'), ['fine', '1']);
   const left = await begin(child, '1');
@@ -108,6 +109,27 @@ export async function testLostAnswers(browser, start, url) {
   await page.close();
   await load(child, url + '?again');
   assert.deepEqual(await run(child, '6 * 7'), ['fine', '42'], 'a page that is loaded afterwards answers');
+  child.kill('SIGINT');
+  assert.equal(await child.ended, 0);
+}
+
+// Every page may close itself; the display stays for those that come after it, as visible as it was.
+export async function testPagesThatCloseThemselves(start, url) {
+  const child = await start();
+  await load(child, url + '?closing');
+  for (const next of ['?first', '?second']) {
+    await begin(child, 'window.close()');
+    await until('the end of the page is told', async () => {
+      const {lines} = await get(child, 'events');
+      return lines[lines.length - 1].text.endsWith('the page has closed itself');
+    });
+    await load(child, url + next);
+    assert.deepEqual(await run(child, 'document.visibilityState'), ['fine', 'visible']);
+  }
+  await post(child, 'visibility', {visible: false});
+  await begin(child, 'window.close()');
+  await load(child, url + '?hidden');
+  await until('it is hidden again', async () => (await run(child, 'document.visibilityState'))[1] === 'hidden');
   child.kill('SIGINT');
   assert.equal(await child.ended, 0);
 }

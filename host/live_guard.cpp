@@ -85,7 +85,8 @@ int live_guard::refusal(const live_caller& caller) const {
     // With a token the name is no matter: a foreign page does not have it.
     if (m_token.empty() && !is_own_name(caller.host)) return 403;
     if (!caller.origin.empty() && caller.origin != "http://" + caller.host) return 403;
-    if (caller.fetch_site == "cross-site" || caller.fetch_site == "same-site") return 403;
+    const auto& site = caller.fetch_site;
+    if (!site.empty() && site != "same-origin" && site != "none") return 403;
     return m_token.empty() || has_token(caller) ? 0 : 401;
 }
 

@@ -73,6 +73,8 @@ constexpr foreign_case k_foreign[] = {
     {"OtherScheme", "Host: @\r\nOrigin: https://@\r\n"},
     {"OriginThatBeginsLikeOurs", "Host: @\r\nOrigin: http://@.evil.example\r\n"},
     {"ForeignFetch", "Host: @\r\nSec-Fetch-Site: cross-site\r\n"},
+    {"TwoFetchSites",
+     "Host: @\r\nSec-Fetch-Site: same-origin\r\nSec-Fetch-Site: cross-site\r\n"},
 };
 
 class ForeignRequest : public LiveServer, public testing::WithParamInterface<foreign_case> {};
@@ -96,6 +98,8 @@ TEST_F(LiveServer, OurOwnPageAndScriptsAreAnswered) {
     const std::string host = "Host: " + own_host() + "\r\n";
     EXPECT_EQ(status("GET /", host), "200");
     EXPECT_EQ(status("GET /api/state", host + "Origin: http://" + own_host() + "\r\n"), "200");
+    EXPECT_EQ(status("GET /", host + "Sec-Fetch-Site: none\r\n"), "200");
+    EXPECT_EQ(status("GET /api/state", host + "Sec-Fetch-Site: same-origin\r\n"), "200");
     EXPECT_EQ(status("POST /api/repaint", host + "Content-Length: 0\r\n"), "200");
     EXPECT_EQ(status("PUT /api/repaint", host + "Content-Length: 0\r\n"), "405");
     EXPECT_EQ(port.calls, 1);

@@ -15,6 +15,9 @@ namespace {
 // How often is looked whether there is still a page.
 constexpr std::chrono::milliseconds k_look{500};
 
+// A page that has not come by then does not come.
+constexpr std::chrono::seconds k_longest_opening{10};
+
 std::string text_of(const zString& text) { return std::string(text.View()); }
 
 zRecord settings_of(const live_options& options) {
@@ -47,7 +50,7 @@ bool live_display::open(live_control& control) {
     m_browser->SetVideoRenderer(this);
     m_browser->SetPageCallbackReceiver(this);
     m_browser->SetJavascriptCallbackReceiver(this);
-    return m_browser->Open();
+    return reopen();
 }
 
 void live_display::close() {
@@ -63,23 +66,32 @@ bool live_display::has_page() {
     return m_browser->ExecuteJavascript(zString(), 0, std::function<void(std::string)>()) == 0;
 }
 
-// Every page may close itself, and the display would stay shut for all that come after it.
+// Every page may close itself, and the display would stay shut for all that come after it. One that
+// does so at once may have gone before it was ever seen.
 void live_display::look_after_page() {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = clock::now();
     if (now - m_looked < k_look) return;
     m_looked = now;
-    if (has_page() == m_has_page) return;
-    m_has_page = !m_has_page;
-    if (m_has_page) {
-        // Said while there was no page, it reached none.
-        if (!m_visible) m_browser->SetVisibility(false);
-        return;
-    }
+    if (has_page()) return page_seen();
+    if (!m_has_page && now - m_opened < k_longest_opening) return;
     zString url;
     m_browser->GetUrlForLastPageLoaded(url);
-    m_control->events().add("failed", text_of(url) + ": the page has closed itself");
+    m_control->events().add("failed", m_has_page ? text_of(url) + ": the page has closed itself"
+                                                 : "there is no page: the display is opened anew");
     m_browser->Close();
-    m_browser->Open();
+    reopen();
+}
+
+void live_display::page_seen() {
+    // Said while there was no page, it reached none.
+    if (!m_has_page && !m_visible) m_browser->SetVisibility(false);
+    m_has_page = true;
+}
+
+bool live_display::reopen() {
+    m_has_page = false;
+    m_opened = clock::now();
+    return m_browser->Open();
 }
 
 void live_display::tell_status() {
@@ -153,6 +165,7 @@ void live_display::PageLoadFailed(const zString& url, const zString& error) {
 }
 
 void live_display::PageLoaded(const zString& url) {
+    page_seen();
     m_control->events().add("loaded", text_of(url));
 }
 

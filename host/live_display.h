@@ -42,10 +42,13 @@ public:
 
 private:
     using work = std::function<void(live_display&)>;
+    using clock = std::chrono::steady_clock;
 
     void post(work todo);
     bool has_page();
     void look_after_page();
+    void page_seen();
+    bool reopen();
     void run_now(std::uint64_t id, const std::string& script);
     void GetSize(long& width, long& height) const override;
     void BrowserPainted(const void* pixels, long width, long height, bool isPopup) override;
@@ -61,7 +64,8 @@ private:
     cWebDisplayBrowser* m_browser;
     bool m_visible = true;
     bool m_has_page = false;
-    std::chrono::steady_clock::time_point m_looked;
+    clock::time_point m_looked;
+    clock::time_point m_opened;
 };
 
 }  // namespace pennywort

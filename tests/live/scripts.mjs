@@ -116,18 +116,23 @@ export async function testLostAnswers(browser, start, url) {
 // Every page may close itself; the display stays for those that come after it, as visible as it was.
 export async function testPagesThatCloseThemselves(start, url) {
   const child = await start();
-  await load(child, url + '?closing');
-  for (const next of ['?first', '?second']) {
-    await begin(child, 'window.close()');
+  let told = 0;
+  const closing = async command => {
+    await command();
+    told++;
     await until('the end of the page is told', async () => {
       const {lines} = await get(child, 'events');
-      return lines[lines.length - 1].text.endsWith('the page has closed itself');
+      return lines.filter(line => line.text.endsWith('the page has closed itself')).length === told;
     });
-    await load(child, url + next);
-    assert.deepEqual(await run(child, 'document.visibilityState'), ['fine', 'visible']);
-  }
+  };
+  await load(child, url + '?closing');
+  await closing(() => begin(child, 'window.close()'));
+  await load(child, url + '?first');
+  assert.deepEqual(await run(child, 'document.visibilityState'), ['fine', 'visible']);
+  await closing(() => post(child, 'load', {url: 'data:text/html,<script>window.close()</script>'}));
+  await load(child, url + '?second');
   await post(child, 'visibility', {visible: false});
-  await begin(child, 'window.close()');
+  await closing(() => begin(child, 'window.close()'));
   await load(child, url + '?hidden');
   await until('it is hidden again', async () => (await run(child, 'document.visibilityState'))[1] === 'hidden');
   child.kill('SIGINT');

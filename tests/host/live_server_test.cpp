@@ -73,8 +73,7 @@ constexpr foreign_case k_foreign[] = {
     {"OtherScheme", "Host: @\r\nOrigin: https://@\r\n"},
     {"OriginThatBeginsLikeOurs", "Host: @\r\nOrigin: http://@.evil.example\r\n"},
     {"ForeignFetch", "Host: @\r\nSec-Fetch-Site: cross-site\r\n"},
-    {"TwoFetchSites",
-     "Host: @\r\nSec-Fetch-Site: same-origin\r\nSec-Fetch-Site: cross-site\r\n"},
+    {"TwoFetchSites", "Host: @\r\nSec-Fetch-Site: same-origin\r\nSec-Fetch-Site: cross-site\r\n"},
 };
 
 class ForeignRequest : public LiveServer, public testing::WithParamInterface<foreign_case> {};

@@ -1,5 +1,5 @@
-// page_address_names_test_linux.cpp - file names that Windows does not allow or takes otherwise, and
-// files that it does not have.
+// page_address_names_test_linux.cpp - file names that Windows does not allow or takes otherwise,
+// and files that it does not have.
 #include <sys/stat.h>
 
 #include "tests/host/page_address_fixture.h"

@@ -39,6 +39,8 @@ struct fake_cef_script {
     int init_exit_code = 0;     // not 0: cef_initialize answers 0, and this is the exit code
     bool check_locales = true;  // the real runtime traps when the locale folder has no .pak
     bool replace_signal_handlers = true;
+    // Called by cef_initialize; where that does well, with the handlers replaced.
+    std::function<void()> during_start;
 
     int fail_create_at = 0;  // this call of create_browser (from 1) answers 0
     bool creation_never_answers = false;

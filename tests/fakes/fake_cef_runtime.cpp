@@ -126,7 +126,10 @@ int runtime::initialise(const cef_main_args_t* args, const cef_settings_t* setti
     read_settings(*settings);
     m_arguments = command_line_of(*args);
     m_exit_code = m_script.init_exit_code;
-    if (m_exit_code != 0 || !settings_are_accepted(*settings)) return 0;
+    if (m_exit_code != 0 || !settings_are_accepted(*settings)) {
+        if (m_script.during_start) m_script.during_start();
+        return 0;
+    }
     check_locales();
     const auto& cache =
         m_settings.root_cache_path.empty() ? m_settings.cache_path : m_settings.root_cache_path;
@@ -137,6 +140,7 @@ int runtime::initialise(const cef_main_args_t* args, const cef_settings_t* setti
     set_application(std::move(kept));
     add_switches("");
     m_effects = system_effects::make(m_script.replace_signal_handlers);
+    if (m_script.during_start) m_script.during_start();
     m_asks_for_work = settings->external_message_pump != 0;
     m_io.start();
     m_initialised = true;

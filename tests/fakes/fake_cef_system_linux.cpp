@@ -23,6 +23,9 @@ std::atomic<bool> g_window_source_alive{false};
 
 void child_ended(int) {}
 
+// As the real runtime's: it keeps the wish to itself, and leaves the default in its place.
+void swallow(int number) { signal(number, SIG_DFL); }
+
 // The real runtime attaches two sources that are always ready, and with a window system one that
 // carries its events.
 gboolean pump_prepare(GSource*, gint* timeout) {
@@ -61,6 +64,8 @@ void replace_handlers() {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     sigaction(SIGSEGV, &action, nullptr);
+    action.sa_handler = swallow;
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
     action.sa_handler = child_ended;
     sigaction(SIGCHLD, &action, nullptr);
     action.sa_handler = SIG_IGN;

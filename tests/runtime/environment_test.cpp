@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <thread>
 
 #include "harness.h"
 #include "loam/time.h"
@@ -117,6 +118,44 @@ TEST_F(Signals, TheHostStillHearsOfItsOwnChildren) {
     // The handler took the runtime's children too, if any ended; pages go on.
     const long frames = page.frames.count();
     EXPECT_TRUE(wait_for([&] { return page.frames.count() > frames + 5; }));
+}
+
+std::atomic<int> g_wishes_heard{0};
+
+// Ctrl-C as soon as the runtime listens in the host's place.
+class EndDuringStart : public RuntimeTest {
+protected:
+    void prepare() override {
+        signal(SIGINT, [](int) { ++g_wishes_heard; });
+        struct sigaction host {};
+        sigaction(SIGINT, nullptr, &host);
+        m_user = std::thread([this, host] {
+            for (struct sigaction now = host; !m_started; sigaction(SIGINT, nullptr, &now)) {
+                if (now.sa_handler == host.sa_handler || now.sa_handler == SIG_DFL) continue;
+                kill(getpid(), SIGINT);
+                m_asked = true;
+                return;
+            }
+        });
+    }
+    void wait_for_user() {
+        m_started = true;
+        m_user.join();
+    }
+    std::atomic<bool> m_asked{false};
+
+private:
+    std::atomic<bool> m_started{false};
+    std::thread m_user;
+};
+
+TEST_F(EndDuringStart, ReachesTheHostAndPagesGoOnUntilItEnds) {
+    wait_for_user();
+    ASSERT_TRUE(m_asked) << "the runtime had no handler of its own";
+    EXPECT_TRUE(wait_for([] { return g_wishes_heard > 0; }));
+    EXPECT_EQ(g_wishes_heard, 1);
+    shown_page page({.url = animated_url()});
+    EXPECT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
 }
 
 class DefaultSignals : public RuntimeTest {};

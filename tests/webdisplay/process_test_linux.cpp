@@ -52,6 +52,41 @@ TEST_F(ProcessTest, HandlersThatTheHostDidNotSetAreTheDefaultOnes) {
     EXPECT_EQ(action_of(SIGCHLD).sa_handler, SIG_DFL);
 }
 
+int g_wishes_heard = 0;
+void hear_wish(int) { ++g_wishes_heard; }
+
+// The runtime hears them with handlers of its own while it starts, and does nothing.
+TEST_F(ProcessTest, AWishToEndThatComesDuringTheStartReachesTheHost) {
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, hear_wish);
+    script().during_start = [] {
+        for (int number : {SIGINT, SIGTERM, SIGHUP}) raise(number);
+        EXPECT_EQ(g_wishes_heard, 0) << "the fake does not do as the runtime does";
+    };
+    start();
+    EXPECT_EQ(g_wishes_heard, 3);
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) EXPECT_EQ(action_of(number).sa_handler, hear_wish);
+}
+
+TEST_F(ProcessTest, AHostHearsNoWishThatNobodyHas) {
+    signal(SIGINT, hear_wish);
+    signal(SIGHUP, SIG_IGN);
+    script().during_start = [] { raise(SIGHUP); };
+    start();
+    EXPECT_EQ(g_wishes_heard, 0);
+    EXPECT_EQ(action_of(SIGHUP).sa_handler, SIG_IGN);
+    EXPECT_EQ(action_of(SIGTERM).sa_handler, SIG_DFL);
+}
+
+TEST_F(ProcessTest, AfterAFailedStartNoWishIsMadeUp) {
+    signal(SIGINT, hear_wish);
+    // That far the runtime has put back the default, and nothing of its own.
+    script().init_exit_code = 1;
+    script().during_start = [] { signal(SIGINT, SIG_DFL); };
+    EXPECT_FALSE(manager::Startup(""));
+    EXPECT_EQ(g_wishes_heard, 0);
+    EXPECT_EQ(action_of(SIGINT).sa_handler, hear_wish);
+}
+
 // A helper process that goes away in the middle of a write would end the host otherwise.
 TEST_F(ProcessTest, ABrokenPipeStaysIgnored) {
     signal(SIGPIPE, SIG_DFL);

@@ -149,7 +149,7 @@ bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& fa
     const std::unique_ptr<startup_guard> guard = startup_guard::make();
     g_running = g_functions.cef_initialize(&args, reinterpret_cast<cef_settings_t*>(grown),
                                            app.release(), nullptr) != 0;
-    guard->restore();
+    guard->restore(g_running);
     if (!g_running) {
         failure = "The browser runtime did not start (exit code " +
                   std::to_string(g_functions.cef_get_exit_code()) + "); its log file " +

@@ -34,13 +34,14 @@ cef_main_args_t cef_main_args(int argc, char** argv) noexcept;
 bool uses_external_pump() noexcept;
 
 // Keeps what the runtime's start changes in the process and the host relies on: made before it,
-// and `restore` called after it. Signal handlers go back, and event sources that would spin the
-// host's loop go away. The environment is prepared so that no other thread moves it.
+// and `restore` called after it. Signal handlers go back, a wish to end that the runtime kept to
+// itself is passed on to them, and event sources that would spin the host's loop go away. The
+// environment is prepared so that no other thread moves it.
 class startup_guard {
 public:
     static std::unique_ptr<startup_guard> make();
     virtual ~startup_guard() = default;
-    virtual void restore() = 0;
+    virtual void restore(bool is_started) = 0;
 };
 
 }  // namespace pennywort

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <glib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <csignal>
@@ -23,13 +24,28 @@ std::array<struct sigaction, 32> current_handlers() {
     return handlers;
 }
 
+bool is_default(const struct sigaction& action) {
+    return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_DFL;
+}
+
+// The wish to end the process. While it starts, the runtime hears these with handlers of its own,
+// each of which keeps the wish to itself and leaves the default in its place; only by that it is
+// found out. The host, which has a handler, gets to hear it after all.
+bool was_swallowed(int number, const struct sigaction& host, const struct sigaction& found) {
+    const bool asks_to_end = number == SIGINT || number == SIGTERM || number == SIGHUP;
+    const bool host_listens = !is_default(host) && host.sa_handler != SIG_IGN;
+    return asks_to_end && host_listens && is_default(found);
+}
+
 // A default SIGPIPE would end the process when a helper process of the runtime goes away in the
 // middle of a write, so the runtime's choice to ignore it stays. Anything the host set goes back.
-void restore_handlers(const std::array<struct sigaction, 32>& handlers) {
+void restore_handlers(const std::array<struct sigaction, 32>& handlers, bool is_started) {
     for (int number = 1; number < static_cast<int>(handlers.size()); ++number) {
         if (number == SIGKILL || number == SIGSTOP) continue;
         if (number == SIGPIPE && handlers[SIGPIPE].sa_handler == SIG_DFL) continue;
-        sigaction(number, &handlers[number], nullptr);
+        struct sigaction found {};
+        sigaction(number, &handlers[number], &found);
+        if (is_started && was_swallowed(number, handlers[number], found)) kill(getpid(), number);
     }
 }
 
@@ -78,8 +94,8 @@ void settle_environment() { setenv("FC_FONTATIONS", "1", 0); }
 
 class linux_startup_guard final : public startup_guard {
 public:
-    void restore() override {
-        restore_handlers(m_handlers);
+    void restore(bool is_started) override {
+        restore_handlers(m_handlers, is_started);
         destroy_pump_sources(m_first_source, next_source_id());
     }
 

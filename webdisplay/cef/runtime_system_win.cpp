@@ -15,7 +15,7 @@ namespace {
 // message queue that would keep the host's loop busy, and there are no signals.
 class windows_startup_guard final : public startup_guard {
 public:
-    void restore() override { SetUnhandledExceptionFilter(m_filter); }
+    void restore(bool) override { SetUnhandledExceptionFilter(m_filter); }
 
 private:
     static LPTOP_LEVEL_EXCEPTION_FILTER current_filter() {

@@ -99,6 +99,9 @@ struct cWebDisplayFrameCounts {
 //   "web_transparent"          transparent page background (default: opaque)
 //   "web_override_css"         style sheet text put into each loaded page
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
+//   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
+//   next
+//                              URL of the queue is loaded (default: a trace, and it waits)
 class PENNYWORT_API cWebDisplayBrowser : public zRefCount, public cBrowserVideoRendererInterface {
 public:
     // `frameRate` in frames a second; the engine takes the whole part, and 30 for one below 1.
@@ -218,6 +221,7 @@ protected:
     mutable std::mutex m_url_lock;
     mutable std::mutex m_size_lock;
     bool m_host_clock = false;
+    bool m_report_lost_page = false;
     std::unique_ptr<pennywort::tick_ledger> m_tick_ledger;
 
 private:

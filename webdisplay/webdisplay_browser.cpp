@@ -100,6 +100,7 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_transparent = settings.AsBool("web_transparent", false);
     m_css_override = settings.AsString("web_override_css", {});
     m_host_clock = settings.AsBool("web_host_clock", false);
+    m_report_lost_page = settings.AsBool("web_report_lost_page", false);
 }
 
 cWebDisplayBrowser::~cWebDisplayBrowser() {

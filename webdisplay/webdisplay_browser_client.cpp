@@ -291,6 +291,19 @@ void webdisplay_browser_client::OnRenderProcessTerminated(cef_browser_t* browser
     if (is_popup(browser)) return;
     zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page's process has ended\n");
     m_page_lost = true;
+    const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
+    std::string url = frame ? utf8_of(frame->get_url(frame.get())) : std::string();
+    if (url.empty()) url = m_start_url;  // it was on its way
+    // Within this call the runtime has not put the old page away yet, and the report may load
+    // another.
+    const auto client = own_ref<webdisplay_browser_client>::shared(this);
+    cef_post_to_ui([client, url] { client->report_lost_page(url); });
+}
+
+void webdisplay_browser_client::report_lost_page(const std::string& url) {
+    const owner_use owner(*this);
+    if (!owner || !owner->m_report_lost_page) return;
+    owner->handle_page_load_failed(url.c_str(), "the page's process has ended");
 }
 
 bool webdisplay_browser_client::may_request(const std::string& url) {

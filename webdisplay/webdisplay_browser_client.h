@@ -88,6 +88,7 @@ private:
                                   bool& load_pending);
     void inject_scripts(cef_frame_t* frame, const std::string& css, bool host_clock);
     bool has_failed(cef_frame_t* frame) const;
+    void report_lost_page(const std::string& url);
     bool take_tick_report(const std::string& command, const std::string& argument);
     void dispatch(cef_browser_t* browser, const std::string& command, const std::string& argument);
     void deliver_result(const std::string& command, const std::string& result);

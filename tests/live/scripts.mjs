@@ -106,6 +106,8 @@ export async function testLostAnswers(browser, start, url) {
   for (const id of renderers) process.kill(id, 'SIGKILL');
   await page.waitForFunction(() => document.getElementById('result').textContent.startsWith('no answer'), null, {timeout: patience});
   assert.deepEqual(await answerOf(child, endless), ['lost', undefined], 'the page\'s process was killed');
+  await until('the loss is told', async () => (await get(child, 'events')).lines.some(
+    line => line.kind === 'failed' && line.text === url + '?next: the page\'s process has ended'));
   await page.close();
   await load(child, url + '?again');
   assert.deepEqual(await run(child, '6 * 7'), ['fine', '42'], 'a page that is loaded afterwards answers');

@@ -90,6 +90,15 @@ TEST_F(KilledProcess, ARendererKilledInTheMiddleOfAPageIsReplacedByTheNextPage) 
     expect_to_show(page, m_peer.html(k_green_page));
 }
 
+TEST_F(KilledProcess, ALostPageIsToldAndTheNextOneShownIfTheHostAskedForIt) {
+    const std::string url = m_peer.html("<body style='margin:0;background:#00f'>");
+    shown_page page({.url = url, .report_lost_page = true});
+    ASSERT_TRUE(page.wait_until_loaded());
+    kill_all("renderer");
+    EXPECT_TRUE(wait_for([&] { return page.events.has_failed(url); }));
+    expect_to_show(page, m_peer.html(k_green_page));
+}
+
 TEST_F(KilledProcess, OtherDisplaysGoOnWhenTheRendererOfOneIsKilled) {
     shown_page victim({.url = m_peer.html("<body style='background:#f00'>")});
     ASSERT_TRUE(victim.wait_until_loaded());

@@ -150,6 +150,11 @@ protected:
         settle();
         ASSERT_TRUE(fake().browser(1).loading);
     }
+    static zRecord reporting_page(const char* url) {
+        zRecord settings = page(url);
+        settings.SetBool("web_report_lost_page", true);
+        return settings;
+    }
 };
 
 TEST_F(LostPageTest, IsNotLoadingWhateverTheRuntimeSays) {
@@ -181,6 +186,40 @@ TEST_F(LostPageTest, WithAPageWaitingBehindItWaitsForTheHost) {
     EXPECT_EQ(s.seen.events, strings{});
     s->LoadNextUrl();
     EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
+TEST_F(LostPageTest, IsToldToAHostThatAskedForIt) {
+    screen s(reporting_page("http://a/"));
+    lose_page(s);
+    EXPECT_TRUE(
+        loop_until([&] { return s.seen.heard("failed http://a/: the page's process has ended"); }));
+    EXPECT_EQ(s.seen.events.size(), 1U);
+}
+
+TEST_F(LostPageTest, IsFollowedByTheOneThatWaitedIfItIsTold) {
+    script().pages["http://a/"].never_ends = true;
+    screen s(reporting_page("http://a/"));
+    start();
+    ASSERT_TRUE(s->Open());
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(loop_until([&] { return s->IsLoading(); }));
+    settle();
+    fake().post([] { fake().kill_renderer(1); });
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+    EXPECT_EQ(s.seen.events,
+              (strings{"failed http://a/: the page's process has ended", "loaded http://b/"}));
+}
+
+TEST_F(LostPageTest, IsNotToldOnceTheDisplayIsClosed) {
+    screen s(reporting_page("http://a/"));
+    start();
+    show(s);
+    fake().post([&] {
+        fake().kill_renderer(1);
+        s->Close();
+    });
+    settle();
+    EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
 }
 
 TEST_F(LoadsTest, ARendererKilledWhileItsPageLoadsLeavesTheDisplayUsable) {

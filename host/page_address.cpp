@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -73,7 +74,47 @@ std::string fault_of_file(const fs::path& path) {
     return {};
 }
 
+bool is_port(std::string_view text) {
+    const bool digits = text.find_first_not_of("0123456789") == std::string_view::npos;
+    return digits && text.size() <= 5 && std::atoi(std::string(text).c_str()) <= 65535;
+}
+
+// What stands between the slashes and the path. Empty: a browser makes something of it.
+std::string fault_of_authority(std::string_view authority) {
+    const auto at = authority.rfind('@');
+    if (at != std::string_view::npos) authority.remove_prefix(at + 1);
+    const bool is_ipv6 = authority.substr(0, 1) == "[";
+    const auto bracket = authority.find(']');
+    if (is_ipv6 && bracket == std::string_view::npos) return "its address has no ]";
+    const auto colon = authority.find(':', is_ipv6 ? bracket : 0);
+    const auto host = authority.substr(0, colon);
+    if (host.empty()) return "it names no host";
+    const bool has_control = std::any_of(host.begin(), host.end(), [](char c) {
+        return static_cast<unsigned char>(c) <= ' ' || c == '\x7f';
+    });
+    if (has_control) return "its host has a blank or a control character in it";
+    if (colon != std::string_view::npos && !is_port(authority.substr(colon + 1))) {
+        return "its port is none from 0 to 65535";
+    }
+    return {};
+}
+
+// The browser says nothing at all of an address that it can make nothing of.
+std::string fault_of_web_address(std::string_view url) {
+    std::string scheme(scheme_of(url));
+    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (scheme != "http" && scheme != "https") return {};
+    url.remove_prefix(scheme.size() + 1);
+    url.remove_prefix(std::min(url.find_first_not_of("/\\"), url.size()));  // any number of them
+    return fault_of_authority(url.substr(0, url.find_first_of("/\\?#")));
+}
+
 std::optional<std::string> checked_url(std::string_view url, std::string& reason) {
+    const std::string no_address = fault_of_web_address(url);
+    if (!no_address.empty()) {
+        reason = std::string(url) + ": " + no_address;
+        return {};
+    }
     const std::string path = path_of_file_url(url);
     if (!path.empty()) {
         const std::string fault = fault_of_file(as_path(path));

@@ -69,6 +69,15 @@ int fail(const console& out, const std::string& text) {
     return k_exit_failed;
 }
 
+// Without it nobody finds the page, or gets in.
+void tell_address(const console& out, const std::string& address) {
+    std::fprintf(out.output(), "%s\n", address.c_str());
+    if (std::fflush(out.output()) == 0) return;
+    std::fprintf(out.errors(),
+                 "pennywort: standard output takes nothing; the control page is at %s\n",
+                 address.c_str());
+}
+
 std::string listen_failure(const live_options& options, zStatus status) {
     const std::string where = options.listen + " port " + std::to_string(options.port);
     return status == zSocket::k_address_in_use
@@ -111,8 +120,7 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     display.tell_status();
     const std::string token = is_loopback(options.listen) ? std::string() : random_token();
     server->begin(control, token);
-    std::fprintf(out.output(), "%s\n", address_of(options, server->port(), token).c_str());
-    std::fflush(out.output());
+    tell_address(out, address_of(options, server->port(), token));
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         display.tell_status();

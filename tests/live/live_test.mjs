@@ -3,7 +3,7 @@
 // The last argument has screenshots kept there.
 import assert from 'node:assert/strict';
 import {spawn} from 'node:child_process';
-import {readFileSync} from 'node:fs';
+import {openSync, readFileSync} from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import path from 'node:path';
@@ -210,6 +210,22 @@ async function testToken(browser) {
   assert.equal(await child.ended, 0);
 }
 
+// The address is not lost where standard output takes nothing.
+async function testFullOutput() {
+  const full = openSync('/dev/full', 'w');
+  const child = spawn(program, ['live', movingPage, '--port', '0'], {stdio: ['ignore', full, 'pipe']});
+  started.push(child);
+  const ended = new Promise(resolve => child.on('exit', (code, signal) => resolve(signal || code)));
+  const lines = createInterface({input: child.stderr});
+  const address = new Promise(resolve => lines.on('line', line => {
+    const told = /standard output takes nothing; the control page is at (http:.*)/.exec(line);
+    if (told) resolve(told[1]);
+  }));
+  assert.equal(await status(await Promise.race([address, ended])), 200);
+  child.kill('SIGINT');
+  assert.equal(await ended, 0);
+}
+
 const child = await start();
 const browser = await chromium.launch({
   executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
@@ -238,6 +254,7 @@ try {
   await testReturn(page, child);
   assert.deepEqual(faults, []);
   await testToken(browser);
+  await testFullOutput();
   await testLostAnswers(browser, start, movingPage);
   await testEndWhileAScriptRuns(start, movingPage);
   await testPagesThatCloseThemselves(start, movingPage);

@@ -143,7 +143,7 @@ TEST_F(WindowsEnvironment, TheHostsCrashHandlerIsItsOwnAgainAfterTheRuntimesStar
     SetUnhandledExceptionFilter(own_filter);
     const auto guard = startup_guard::make();
     SetUnhandledExceptionFilter(filter_of_runtime);
-    guard->restore();
+    guard->restore(true);
     EXPECT_EQ(SetUnhandledExceptionFilter(nullptr), &own_filter);
 }
 

@@ -111,17 +111,19 @@ private:
 void read_lines(int from, int child, last_line& lines) {
     char some[4096];
     for (std::size_t rest = k_most_after_its_end; rest > 0;) {
-        std::array<pollfd, 2> news{pollfd{from, POLLIN, 0}, pollfd{child, POLLIN, 0}};
+        // The child comes first: the system looks at one after the other, and what is said between
+        // a look at the pipe and one at the child's end would be lost.
+        std::array<pollfd, 2> news{pollfd{child, POLLIN, 0}, pollfd{from, POLLIN, 0}};
         if (::poll(news.data(), news.size(), -1) < 0) {
             if (errno == EINTR) continue;
             return;
         }
-        if (news[0].revents == 0) return;
+        if (news[1].revents == 0) return;
         const ssize_t count = ::read(from, some, sizeof some);
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return;
         lines.add({some, static_cast<std::size_t>(count)});
-        if (news[1].revents != 0) rest -= std::min(rest, static_cast<std::size_t>(count));
+        if (news[0].revents != 0) rest -= std::min(rest, static_cast<std::size_t>(count));
     }
 }
 

@@ -75,6 +75,7 @@ std::string fault_of_file(const fs::path& path) {
 }
 
 bool is_port(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
     const bool digits = text.find_first_not_of("0123456789") == std::string_view::npos;
     return digits && text.size() <= 5 && std::atoi(std::string(text).c_str()) <= 65535;
 }
@@ -99,8 +100,18 @@ std::string fault_of_authority(std::string_view authority) {
     return {};
 }
 
+// What a browser drops: blanks at the end, and the ends of lines that a long address was cut into.
+std::string as_browser_reads(std::string_view text) {
+    while (!text.empty() && static_cast<unsigned char>(text.back()) <= ' ') text.remove_suffix(1);
+    std::string read(text);
+    std::erase_if(read, [](char c) { return c == '\t' || c == '\r' || c == '\n'; });
+    return read;
+}
+
 // The browser says nothing at all of an address that it can make nothing of.
-std::string fault_of_web_address(std::string_view url) {
+std::string fault_of_web_address(std::string_view text) {
+    const std::string read = as_browser_reads(text);
+    std::string_view url = read;
     std::string scheme(scheme_of(url));
     for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     if (scheme != "http" && scheme != "https") return {};

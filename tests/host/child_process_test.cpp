@@ -83,6 +83,13 @@ TEST_F(ChildProcess, OneThatDoesNotEndIsEnded) {
     EXPECT_FALSE(child.finish(10ms).ended);
 }
 
+TEST_F(ChildProcess, ItsLastLineIsKeptHoweverMuchItSaidBeforeAndWasNotReadYet) {
+    start("3", "flood", "the end");
+    const auto report = child.finish(k_patience);
+    EXPECT_EQ(report.status, 3);
+    EXPECT_EQ(report.last_line, "the end");
+}
+
 TEST_F(ChildProcess, OneThatLeavesAnotherBehindHasEndedAllTheSame) {
     const std::string file = folder.write("other", "");
     start("4", "leave", file);

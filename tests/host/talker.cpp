@@ -3,6 +3,7 @@
 //
 // talker STATUS BYTES TEXT: reads BYTES of its input (-1: all), says TEXT on its error output, and
 // ends with STATUS. Instead of BYTES:
+//   flood    says more before TEXT than is read of a program that has ended, all in one piece
 //   wait     reads nothing and waits to be ended
 //   leave    starts one that writes into the file TEXT as long as it is there, and ends
 //   follow   starts the same one, and waits to be ended
@@ -38,6 +39,13 @@ void write_for_a_while(const char* file) {
     std::fprintf(stderr, "the other one has ended\n");
 }
 
+int flood(const char* text) {
+    std::string all(900'000, 'x');
+    all += '\n' + std::string(text) + '\n';
+    std::setvbuf(stderr, nullptr, _IOFBF, all.size() + 1);
+    return std::fputs(all.c_str(), stderr);
+}
+
 void read_input(long bytes) {
     char some[4096];
     const bool all = bytes < 0;
@@ -56,6 +64,7 @@ int main(int argc, char** argv) {
     if (argc < 4) return 99;
     const std::string way = argv[2];
     if (way == "wait") wait_to_be_ended();
+    if (way == "flood") return flood(argv[3]), std::atoi(argv[1]);
     if (way == "write") return write_for_a_while(argv[3]), 0;
     if (way == "leave" || way == "follow") {
         const char* const other[] = {argv[0], "0", "write", argv[3], nullptr};

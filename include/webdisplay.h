@@ -100,8 +100,7 @@ struct cWebDisplayFrameCounts {
 //   "web_override_css"         style sheet text put into each loaded page
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
 //   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
-//   next
-//                              URL of the queue is loaded (default: a trace, and it waits)
+//                              queue goes on with its next URL (default: a trace, and it waits)
 class PENNYWORT_API cWebDisplayBrowser : public zRefCount, public cBrowserVideoRendererInterface {
 public:
     // `frameRate` in frames a second; the engine takes the whole part, and 30 for one below 1.

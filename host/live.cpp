@@ -71,8 +71,9 @@ int fail(const console& out, const std::string& text) {
 
 // Without it nobody finds the page, or gets in.
 void tell_address(const console& out, const std::string& address) {
-    std::fprintf(out.output(), "%s\n", address.c_str());
-    if (std::fflush(out.output()) == 0) return;
+    // On a terminal it is written at once, and only the first of the two finds out.
+    const bool written = std::fprintf(out.output(), "%s\n", address.c_str()) >= 0;
+    if (std::fflush(out.output()) == 0 && written) return;
     std::fprintf(out.errors(),
                  "pennywort: standard output takes nothing; the control page is at %s\n",
                  address.c_str());

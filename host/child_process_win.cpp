@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -23,8 +24,6 @@ using milliseconds = std::chrono::milliseconds;
 
 constexpr DWORD k_pipe_bytes = 1 << 20;  // fewer switches between the two processes per frame
 constexpr std::size_t k_largest_write = 1 << 24;
-// What it has left behind may go on saying things without end.
-constexpr DWORD k_most_after_its_end = 1 << 16;
 
 std::string system_text(DWORD error) {
     wchar_t text[512];
@@ -156,12 +155,19 @@ private:
     STARTUPINFOEXW m_info{};
 };
 
+DWORD bytes_in(HANDLE pipe) {
+    DWORD count = 0;
+    PeekNamedPipe(pipe, nullptr, 0, nullptr, &count, nullptr);
+    return count;
+}
+
 // Until the other side closes, or the child has ended and what it said has been read: what it has
-// started may outlive it, and keep the other side open for ever.
+// started may outlive it, keep the other side open for ever, and go on saying things.
 void read_lines(HANDLE from, HANDLE arrived, HANDLE child, last_line& lines) {
     char some[4096];
     const std::array<HANDLE, 2> news{arrived, child};
-    for (DWORD rest = k_most_after_its_end; rest > 0;) {
+    std::optional<DWORD> rest;  // of what the pipe held when the child had ended
+    while (!rest || *rest > 0) {
         OVERLAPPED call{};
         call.hEvent = arrived;
         if (!ReadFile(from, some, sizeof some, nullptr, &call) &&
@@ -174,7 +180,11 @@ void read_lines(HANDLE from, HANDLE arrived, HANDLE child, last_line& lines) {
         DWORD count = 0;
         if (!GetOverlappedResult(from, &call, &count, TRUE) || count == 0) return;
         lines.add({some, count});
-        if (WaitForSingleObject(child, 0) == WAIT_OBJECT_0) rest -= std::min(rest, count);
+        if (rest) {
+            *rest -= std::min(*rest, count);
+        } else if (WaitForSingleObject(child, 0) == WAIT_OBJECT_0) {
+            rest = bytes_in(from);
+        }
     }
 }
 

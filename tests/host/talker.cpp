@@ -3,7 +3,7 @@
 //
 // talker STATUS BYTES TEXT: reads BYTES of its input (-1: all), says TEXT on its error output, and
 // ends with STATUS. Instead of BYTES:
-//   flood    says more before TEXT than is read of a program that has ended, all in one piece
+//   flood    says TEXT behind more than any pipe holds, all in one piece
 //   wait     reads nothing and waits to be ended
 //   leave    starts one that writes into the file TEXT as long as it is there, and ends
 //   follow   starts the same one, and waits to be ended
@@ -40,7 +40,7 @@ void write_for_a_while(const char* file) {
 }
 
 int flood(const char* text) {
-    std::string all(900'000, 'x');
+    std::string all(3'000'000, 'x');
     all += '\n' + std::string(text) + '\n';
     std::setvbuf(stderr, nullptr, _IOFBF, all.size() + 1);
     return std::fputs(all.c_str(), stderr);

@@ -183,6 +183,7 @@ protected:
 
     std::string PeekNextURL();
     std::string PopNextURL();
+    void put_back_url(const std::string& url);
     bool has_next_url() const;
     bool handle_page_request(const char* url);
     void handle_page_loaded(const char* url);

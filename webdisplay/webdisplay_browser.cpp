@@ -257,6 +257,11 @@ std::string cWebDisplayBrowser::PopNextURL() {
     return url;
 }
 
+void cWebDisplayBrowser::put_back_url(const std::string& url) {
+    const std::lock_guard<std::mutex> guard(m_url_lock);
+    m_url_queue.push_front(url);
+}
+
 bool cWebDisplayBrowser::has_next_url() const {
     const std::lock_guard<std::mutex> guard(m_url_lock);
     return !m_url_queue.empty();

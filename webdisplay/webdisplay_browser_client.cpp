@@ -234,7 +234,9 @@ void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, boo
 
 // Not called for what the runtime shows in the place of a page that failed, though OnLoadEnd is.
 void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) {
-    if (frame->is_main(frame) && !is_popup(browser)) m_failed_url.clear();
+    if (!frame->is_main(frame) || is_popup(browser)) return;
+    m_failed_url.clear();
+    m_on_its_way.clear();
 }
 
 bool webdisplay_browser_client::has_failed(cef_frame_t* frame) const {
@@ -272,8 +274,12 @@ void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::st
 void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t* frame,
                                             int error_code, const std::string& error_text,
                                             const std::string& failed_url) {
-    if (error_code == k_load_aborted || is_popup(browser)) return;
-    if (frame->is_main(frame)) m_failed_url = failed_url;
+    if (is_popup(browser)) return;
+    if (error_code == k_load_aborted) return forget_load_soon();
+    if (frame->is_main(frame)) {
+        m_failed_url = failed_url;
+        m_on_its_way.clear();
+    }
     const owner_use owner(*this);
     if (owner) owner->handle_page_load_failed(failed_url.c_str(), error_text.c_str());
 }
@@ -294,16 +300,32 @@ void webdisplay_browser_client::OnRenderProcessTerminated(cef_browser_t* browser
     const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
     std::string url = frame ? utf8_of(frame->get_url(frame.get())) : std::string();
     if (url.empty()) url = m_start_url;  // it was on its way
-    // Within this call the runtime has not put the old page away yet, and the report may load
-    // another.
+    const std::string on_its_way = std::exchange(m_on_its_way, {});
+    // Within this call the runtime has not put the old page away yet.
     const auto client = own_ref<webdisplay_browser_client>::shared(this);
-    cef_post_to_ui([client, url] { client->report_lost_page(url); });
+    cef_post_to_ui([client, url, on_its_way] { client->page_lost(url, on_its_way); });
 }
 
-void webdisplay_browser_client::report_lost_page(const std::string& url) {
+// With the process of the page that is shown the runtime gives up the load that was to replace it,
+// and says of that only that it was aborted. The host is still waiting for it.
+void webdisplay_browser_client::page_lost(const std::string& url, const std::string& on_its_way) {
     const owner_use owner(*this);
-    if (!owner || !owner->m_report_lost_page) return;
-    owner->handle_page_load_failed(url.c_str(), "the page's process has ended");
+    if (!owner) return;
+    if (m_page_lost && !on_its_way.empty()) {
+        owner->put_back_url(on_its_way);
+        owner->LoadNextUrl();
+    }
+    if (owner->m_report_lost_page) {
+        owner->handle_page_load_failed(url.c_str(), "the page's process has ended");
+    }
+}
+
+// Not at once: a process that ends aborts the load, and is told after that or before it.
+void webdisplay_browser_client::forget_load_soon() {
+    const auto client = own_ref<webdisplay_browser_client>::shared(this);
+    cef_post_to_ui([client, aborted = m_on_its_way] {
+        if (client->m_on_its_way == aborted) client->m_on_its_way.clear();
+    });
 }
 
 bool webdisplay_browser_client::may_request(const std::string& url) {

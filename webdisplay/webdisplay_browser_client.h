@@ -45,7 +45,11 @@ public:
     // Whether the page's process went since a page was last asked for. Such a page finishes no
     // load, though the runtime may go on calling it loading. Any thread.
     bool has_lost_its_page() const { return m_page_lost; }
-    void page_asked_for() { m_page_lost = false; }
+    // The host's, taken from the queue; on the UI thread.
+    void page_asked_for(const std::string& url) {
+        m_on_its_way = url;
+        m_page_lost = false;
+    }
 
     static bool focused_element_is_editable();
 
@@ -88,7 +92,8 @@ private:
                                   bool& load_pending);
     void inject_scripts(cef_frame_t* frame, const std::string& css, bool host_clock);
     bool has_failed(cef_frame_t* frame) const;
-    void report_lost_page(const std::string& url);
+    void forget_load_soon();
+    void page_lost(const std::string& url, const std::string& on_its_way);
     bool take_tick_report(const std::string& command, const std::string& argument);
     void dispatch(cef_browser_t* browser, const std::string& command, const std::string& argument);
     void deliver_result(const std::string& command, const std::string& result);
@@ -102,6 +107,7 @@ private:
     std::atomic<bool> m_page_lost{false};
     std::vector<cef_ref<cef_browser_t>> m_popups;  // UI thread
     std::string m_failed_url;  // of the main frame's last failed load; UI thread
+    std::string m_on_its_way;  // what the host asked for and has not begun yet; UI thread
 };
 
 }  // namespace pennywort

@@ -245,7 +245,7 @@ void cWebDisplayCEFBrowser::LoadNextUrl() {
     if (!state.browser || is_loading(state)) return;
     const std::string url = PopNextURL();
     if (url.empty()) return;
-    state.client->page_asked_for();
+    state.client->page_asked_for(url);
     load_url(state.browser, url);
 }
 

@@ -2,6 +2,8 @@
 // closes, and so do the others.
 #include <signal.h>
 
+#include <algorithm>
+
 #include "hostile_page.h"
 
 namespace pennywort::runtime_test {
@@ -88,6 +90,39 @@ TEST_F(KilledProcess, ARendererKilledInTheMiddleOfAPageIsReplacedByTheNextPage) 
     kill_all("renderer");
     ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
     expect_to_show(page, m_peer.html(k_green_page));
+}
+
+TEST_F(KilledProcess, APageOnItsWayComesThoughTheOneBeforeItIsLost) {
+    const std::string blue = m_peer.html("<body style='margin:0;background:#00f'>");
+    shown_page page({.url = blue});
+    ASSERT_TRUE(page.wait_until_loaded());
+    kill_all("renderer");
+    expect_to_show(page, m_peer.html(k_green_page));
+}
+
+TEST_F(KilledProcess, APageThatAnswersLateIsNotLostWithTheOneBeforeIt) {
+    shown_page page({.url = m_peer.html("<body style='margin:0;background:#00f'>")});
+    ASSERT_TRUE(page.wait_until_loaded());
+    page->LoadUrl(m_peer.url("/never").c_str());
+    const auto asked = [&] {
+        return std::ranges::count(page.events.requests, m_peer.url("/never"));
+    };
+    ASSERT_TRUE(wait_for([&] { return asked() == 1; }));
+    kill_all("renderer");
+    EXPECT_TRUE(wait_for([&] { return asked() == 2; }));
+    EXPECT_TRUE(page->IsLoading());
+}
+
+TEST_F(KilledProcess, APageThatHasBegunIsLostWithItsProcess) {
+    shown_page page({.url = m_peer.html(k_green_page)});
+    ASSERT_TRUE(page.wait_until_loaded());
+    page->LoadUrl(m_peer.url("/half").c_str());
+    ASSERT_TRUE(page.wait_for_colour(k_blue));
+    kill_all("renderer");
+    ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
+    run_loop_for(300);
+    EXPECT_FALSE(page->IsLoading());
+    EXPECT_EQ(std::ranges::count(page.events.requests, m_peer.url("/half")), 1);
 }
 
 TEST_F(KilledProcess, ALostPageIsToldAndTheNextOneShownIfTheHostAskedForIt) {

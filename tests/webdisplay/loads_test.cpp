@@ -222,6 +222,77 @@ TEST_F(LostPageTest, IsNotToldOnceTheDisplayIsClosed) {
     EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
 }
 
+// The real runtime aborts it, and tells that before the end of the process or after it.
+class OnItsWayTest : public FakeRuntimeTest {
+protected:
+    // `between` comes when the host has asked for http://b/ and before it has begun.
+    void ask_for_b(screen& s, const std::function<void()>& between) {
+        start();
+        show(s);
+        fake().post([&] {
+            s->LoadUrl("http://b/");
+            between();
+        });
+        settle();
+    }
+    static void abort_b() { fake().load_error(1, true, -3, "ERR_ABORTED", "http://b/"); }
+};
+
+TEST_F(OnItsWayTest, APageComesThoughTheOneBeforeItIsLost) {
+    screen s(page("http://a/"));
+    ask_for_b(s, [] {
+        fake().kill_renderer(1);
+        abort_b();
+    });
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "loaded http://b/"}));
+}
+
+TEST_F(OnItsWayTest, APageComesAlsoIfItsAbortIsToldFirst) {
+    screen s(page("http://a/"));
+    ask_for_b(s, [] {
+        abort_b();
+        fake().kill_renderer(1);
+    });
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
+TEST_F(OnItsWayTest, APageComesBeforeThoseBehindIt) {
+    screen s(page("http://a/"));
+    ask_for_b(s, [&] {
+        s->LoadUrl("http://c/");
+        fake().kill_renderer(1);
+    });
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://c/"); }));
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "loaded http://b/", "loaded http://c/"}));
+}
+
+TEST_F(OnItsWayTest, APageThatTheHostHasReplacedSinceDoesNotComeAfterAll) {
+    screen s(page("http://a/"));
+    ask_for_b(s, [&] {
+        fake().kill_renderer(1);
+        s->LoadUrl("http://c/");
+    });
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://c/"); }));
+    settle();
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "loaded http://c/"}));
+}
+
+TEST_F(OnItsWayTest, APageThatWasAbortedOtherwiseIsNotAskedForAgain) {
+    screen s(page("http://a/"));
+    s.seen.allow_requests = true;
+    start();
+    show(s);
+    s.seen.allow_requests = false;
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.requests.size() == 2; }));
+    settle();
+    s.seen.allow_requests = true;
+    fake().post([] { fake().kill_renderer(1); });
+    settle();
+    EXPECT_EQ(s.seen.requests, (strings{"http://a/", "http://b/"}));
+}
+
 TEST_F(LoadsTest, ARendererKilledWhileItsPageLoadsLeavesTheDisplayUsable) {
     script().pages["http://a/"].never_ends = true;
     start();

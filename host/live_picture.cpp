@@ -25,10 +25,6 @@ constexpr std::chrono::milliseconds k_fresh{1000};
 constexpr std::chrono::milliseconds k_watched{3000};
 constexpr std::chrono::milliseconds k_ready{200};
 
-}  // namespace
-
-namespace {
-
 std::string encoded(const picture& frame) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;

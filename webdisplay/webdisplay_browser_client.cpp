@@ -275,7 +275,10 @@ void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*
                                             int error_code, const std::string& error_text,
                                             const std::string& failed_url) {
     if (is_popup(browser)) return;
-    if (error_code == k_load_aborted) return forget_load_soon();
+    if (error_code == k_load_aborted) {
+        if (frame->is_main(frame)) forget_load_soon();
+        return;
+    }
     if (frame->is_main(frame)) {
         m_failed_url = failed_url;
         m_on_its_way.clear();
@@ -322,6 +325,7 @@ void webdisplay_browser_client::page_lost(const std::string& url, const std::str
 
 // Not at once: a process that ends aborts the load, and is told after that or before it.
 void webdisplay_browser_client::forget_load_soon() {
+    if (m_on_its_way.empty()) return;
     const auto client = own_ref<webdisplay_browser_client>::shared(this);
     cef_post_to_ui([client, aborted = m_on_its_way] {
         if (client->m_on_its_way == aborted) client->m_on_its_way.clear();

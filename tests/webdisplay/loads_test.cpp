@@ -278,6 +278,15 @@ TEST_F(OnItsWayTest, APageThatTheHostHasReplacedSinceDoesNotComeAfterAll) {
     EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "loaded http://c/"}));
 }
 
+// A page that is about to be left gives up what its frames are still loading.
+TEST_F(OnItsWayTest, AnAbortInAFrameOfTheOldPageDoesNotCount) {
+    script().pages["http://b/"].never_ends = true;
+    screen s(page("http://a/"));
+    ask_for_b(s, [] { fake().load_error(1, false, -3, "ERR_ABORTED", "http://a/frame"); });
+    fake().post([] { fake().kill_renderer(1); });
+    EXPECT_TRUE(loop_until([&] { return count_of(s.seen.requests, "http://b/") == 2; }));
+}
+
 TEST_F(OnItsWayTest, APageThatWasAbortedOtherwiseIsNotAskedForAgain) {
     screen s(page("http://a/"));
     s.seen.allow_requests = true;

@@ -11,14 +11,14 @@
 #include <vector>
 
 #include "fuzz/fuzz.h"
-#include "host/json_line.h"
-#include "host/json_read.h"
+#include "host/live/json_line.h"
+#include "host/live/json_read.h"
 #include "loam/utf.h"
 
 namespace {
 
-using pennywort::json_line;
-using pennywort::json_object;
+using pennywort::host::json_line;
+using pennywort::host::json_object;
 
 // A name, and its value: a text, or a word (a number, true, false, null) as it stands there.
 struct plain_member {

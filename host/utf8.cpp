@@ -1,7 +1,7 @@
 // host/utf8.cpp - see the header for the contract.
 #include "host/utf8.h"
 
-namespace pennywort {
+namespace pennywort::host {
 
 namespace {
 
@@ -35,4 +35,4 @@ bool is_utf8(std::string_view text) {
     return true;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,6 +1,6 @@
 // tests/host/child_process_test.cpp - programs that end early, stall, fail or do what they should.
 // What only one system has: child_process_test_linux.cpp, child_process_test_win.cpp.
-#include "host/child_process.h"
+#include "host/system/child_process.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -133,4 +133,4 @@ TEST_F(ChildProcess, ArgumentsArriveAsTheyWereGiven) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

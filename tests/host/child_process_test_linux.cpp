@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "host/child_process.h"
+#include "host/system/child_process.h"
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -87,4 +87,4 @@ TEST(FindProgram, LooksThroughTheSearchPathInItsOrder) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <string>
 
-#include "host/child_process.h"
+#include "host/system/child_process.h"
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 TEST(FindProgram, LooksThroughTheSearchPathInItsOrder) {
@@ -28,4 +28,4 @@ TEST(FindProgram, LooksThroughTheSearchPathInItsOrder) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,5 +1,5 @@
 // tests/host/command_line_test.cpp - arguments: what is refused, and what the rest means.
-#include "host/command_line.h"
+#include "host/app/command_line.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using strings = std::vector<std::string>;
@@ -163,4 +163,4 @@ TEST(CommandLine, OptionsMayStandBeforeThePages) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "host/frame_writer.h"
-#include "host/stream_writers.h"
+#include "host/output/frame_writer.h"
+#include "host/output/stream_writers.h"
 
-namespace pennywort {
+namespace pennywort::host {
 
 // Shared with the test, since a writer belongs to its thread.
 struct writer_log {
@@ -88,4 +88,4 @@ inline sink_opener into_file(const std::string& path) {
     return [path](byte_sink& sink) { return sink.open(path); };
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,5 +1,5 @@
 // tests/host/frame_pacer_test.cpp - which picture goes to which tick, by tables of times.
-#include "host/frame_pacer.h"
+#include "host/render/frame_pacer.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -155,4 +155,4 @@ TEST(FramePacer, ManyTicksMayBeUnderWay) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,12 +1,12 @@
 // tests/host/frame_rate_test.cpp - reading frame rates, and the times of frames.
-#include "host/frame_rate.h"
+#include "host/output/frame_rate.h"
 
 #include <gtest/gtest.h>
 
 #include <ostream>
 #include <string>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class FrameRateRefusal : public testing::TestWithParam<const char*> {};
@@ -90,4 +90,4 @@ TEST(FrameRate, ASpanHasTheNearestNumberOfFramesButAtLeastOne) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

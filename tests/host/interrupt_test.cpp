@@ -1,11 +1,11 @@
 // tests/host/interrupt_test.cpp - the first and the second wish to end.
-#include "host/interrupt.h"
+#include "host/system/interrupt.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 TEST(InterruptDeathTest, TheSecondOneEndsTheProgramAtOnce) {
@@ -44,4 +44,4 @@ TEST(Interrupt, TheFirstOneIsNotedWithItsExitStatus) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,12 +1,12 @@
 // tests/host/json_read_test.cpp - JSON that others send: what is refused, and what the rest means.
-#include "host/json_read.h"
+#include "host/live/json_read.h"
 
 #include <gtest/gtest.h>
 
 #include <ostream>
 #include <string>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 struct bad_json {
@@ -106,4 +106,4 @@ TEST(JsonObject, UndoesEscapes) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,6 +1,6 @@
 // tests/host/live_control_test.cpp - the JSON interface of the control page, with a port that only
 // notes what it is asked for.
-#include "host/live_control.h"
+#include "host/live/live_control.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class noting_port : public live_port {
@@ -228,4 +228,4 @@ TEST_F(LiveControl, PicturesThatNobodyTakesAreDroppedAndCounted) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

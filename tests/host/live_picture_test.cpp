@@ -1,5 +1,5 @@
 // live_picture_test.cpp - pictures for whoever asks, and none for nobody.
-#include "host/live_picture.h"
+#include "host/live/live_picture.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 constexpr long k_side = 4;
@@ -78,4 +78,4 @@ TEST_F(LivePicturesTest, OfAPageThatStandsStillStayGood) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -10,7 +10,7 @@
 
 #include "tests/host/program.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 // A port of this machine that somebody else listens on.
@@ -81,4 +81,4 @@ TEST_F(LiveProgram, HelpGoesToStandardOutput) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

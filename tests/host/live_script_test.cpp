@@ -1,6 +1,6 @@
 // tests/host/live_script_test.cpp - a script and its value, with a page that answers as it is told.
 // What a real page makes of the texts is tested in tests/live.
-#include "host/live_script.h"
+#include "host/live/live_script.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class LiveScript : public testing::Test {
@@ -127,4 +127,4 @@ TEST_F(LiveScript, APageThatGoesBetweenTheFormsIsTold) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -9,10 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "host/live_handler.h"
+#include "host/live/live_handler.h"
 #include "tests/httpserver/test_client.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class deaf_port : public live_port {
@@ -228,4 +228,4 @@ TEST(LiveGuard, KnowsWhichAddressesAreOfThisMachineOnly) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

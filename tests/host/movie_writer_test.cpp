@@ -1,6 +1,6 @@
 // tests/host/movie_writer_test.cpp - movies: an ffmpeg that is missing, fails, stalls; and the real
 // one, whose files are read back.
-#include "host/movie_writer.h"
+#include "host/output/movie_writer.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -207,4 +207,4 @@ TEST(MovieCommand, OddSizesKeepTheirSize) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -7,11 +7,11 @@
 #include <filesystem>
 #include <string>
 
-#include "host/png_writers.h"
-#include "host/stream_writers.h"
+#include "host/output/png_writers.h"
+#include "host/output/stream_writers.h"
 #include "tests/host/fake_writer.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 TEST(PngWriter, AFullDiskIsTold) {
@@ -51,4 +51,4 @@ TEST_F(ReaderThatLeaves, IsToldApartFromAFailure) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,12 +1,12 @@
 // tests/host/output_target_test.cpp - what -o and --format ask for, and the names of series.
-#include "host/output_target.h"
+#include "host/output/output_target.h"
 
 #include <gtest/gtest.h>
 
 #include <ostream>
 #include <string>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class NamePatternRefusal : public testing::TestWithParam<const char*> {};
@@ -122,4 +122,4 @@ INSTANTIATE_TEST_SUITE_P(All, OutputTargetTest, testing::ValuesIn(k_targets),
                          [](const auto& one) { return std::string(one.param.name); });
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

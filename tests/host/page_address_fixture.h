@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <string>
 
-#include "host/page_address.h"
+#include "host/app/page_address.h"
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 
 class page_address_fixture : public testing::Test {
 protected:
@@ -34,4 +34,4 @@ protected:
     std::string reason;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::host

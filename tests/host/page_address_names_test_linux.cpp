@@ -4,7 +4,7 @@
 
 #include "tests/host/page_address_fixture.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class PageAddressNames : public page_address_fixture {};
@@ -40,4 +40,4 @@ TEST_F(PageAddressNames, APipeIsNoPage) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,5 +1,5 @@
 // tests/host/page_address_test.cpp - what the user calls a page, as a URL.
-#include "host/page_address.h"
+#include "host/app/page_address.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 #include "tests/host/page_address_fixture.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class PageAddress : public page_address_fixture {};
@@ -117,4 +117,4 @@ TEST(PathOfFileUrl, KnowsDrivesAndHosts) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

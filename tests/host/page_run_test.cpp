@@ -1,6 +1,6 @@
 // tests/host/page_run_test.cpp - a page's way to its first frame, with a page that answers what the
 // test wants, and a time that the test tells.
-#include "host/page_run.h"
+#include "host/render/page_run.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -328,4 +328,4 @@ TEST_F(PageRun, APageMayLoadOthersWhileItsFramesCount) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,12 +1,12 @@
 // tests/host/picture_test.cpp - the pool that pictures come from.
-#include "host/picture.h"
+#include "host/output/picture.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 TEST(PicturePool, GivesOutNoMoreThanItsLimit) {
@@ -46,4 +46,4 @@ TEST(PicturePool, SmallPicturesAreManyAndLargeOnesStillEnough) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

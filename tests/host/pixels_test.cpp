@@ -1,6 +1,6 @@
 // tests/host/pixels_test.cpp - every colour and alpha against the formulas they are meant to
 // follow.
-#include "host/pixels.h"
+#include "host/output/pixels.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 std::uint32_t pixel(std::uint32_t b, std::uint32_t g, std::uint32_t r, std::uint32_t a) {
@@ -132,4 +132,4 @@ TEST(ToBt709, TransparentPartsShowBlack) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

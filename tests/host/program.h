@@ -8,7 +8,7 @@
 
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 
 struct program_run {
     int status = -1;
@@ -40,4 +40,4 @@ public:
     }
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::host

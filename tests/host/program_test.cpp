@@ -6,7 +6,7 @@
 
 #include "tests/host/program.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 class Program : public testing::Test {
@@ -97,4 +97,4 @@ TEST_F(Program, HelpAndVersionGoToStandardOutput) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,5 +1,5 @@
 // tests/host/recorder_test.cpp - pictures and ticks in, output frames and counts out.
-#include "host/recorder.h"
+#include "host/render/recorder.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 
 #include "tests/host/fake_writer.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -206,4 +206,4 @@ TEST(IntervalSpread, VeryLongIntervalsCountAsTheLongest) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -9,7 +9,7 @@
 
 #include "tests/host/program.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 // Changes with every frame, from the first on.
@@ -274,4 +274,4 @@ TEST_F(Render, TheSmallestAndOddSizesAreRendered) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -7,9 +7,9 @@
 #include <random>
 #include <string>
 
-#include "host/file_path.h"
+#include "host/system/file_path.h"
 
-namespace pennywort {
+namespace pennywort::host {
 
 class temporary_folder {
 public:
@@ -58,4 +58,4 @@ private:
     std::filesystem::path m_path;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::host

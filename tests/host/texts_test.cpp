@@ -5,12 +5,12 @@
 #include <limits>
 #include <string>
 
-#include "host/json_line.h"
-#include "host/last_line.h"
-#include "host/progress.h"
-#include "host/render_report.h"
+#include "host/live/json_line.h"
+#include "host/render/progress.h"
+#include "host/render/render_report.h"
+#include "host/system/last_line.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -162,4 +162,4 @@ TEST(RenderReport, DroppedPicturesAreExplained) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,12 +1,12 @@
 // tests/host/ticker_test.cpp - which ticks are due, and the thread that calls for them.
-#include "host/ticker.h"
+#include "host/render/ticker.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
@@ -70,4 +70,4 @@ TEST(Ticker, StartsAndEndsAHundredTimes) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

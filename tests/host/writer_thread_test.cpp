@@ -1,11 +1,11 @@
 // tests/host/writer_thread_test.cpp - frames on their way to a writer that is slow or fails.
-#include "host/writer_thread.h"
+#include "host/output/writer_thread.h"
 
 #include <gtest/gtest.h>
 
 #include "tests/host/fake_writer.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 using colours = std::vector<std::uint32_t>;
@@ -109,4 +109,4 @@ TEST_F(WriterThread, OneThatIsDroppedWritesNoMoreThanItHasBegun) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "host/png_writers.h"
-#include "host/stream_writers.h"
+#include "host/output/png_writers.h"
+#include "host/output/stream_writers.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 struct decoded {
@@ -138,4 +138,4 @@ TEST(RawWriter, WritesThePixelsAsTheyWerePainted) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,0 +1,43 @@
+// host/app/browser_runtime.cpp - see the header for the contract.
+#include "host/app/browser_runtime.h"
+
+#include <utility>
+
+#include "webdisplay.h"
+
+namespace pennywort::host {
+
+namespace {
+
+using manager = cWebDisplayCEFBrowserManager;
+
+// What a machine needs that has neither a display nor a GPU: the runtime would look for an X server
+// otherwise, and pages would have no WebGL.
+constexpr std::pair<const char*, const char*> k_headless_switches[] = {
+    {"ozone-platform", "headless"}, {"disable-gpu-compositing", nullptr},   {"use-gl", "angle"},
+    {"use-angle", "swiftshader"},   {"enable-unsafe-swiftshader", nullptr},
+};
+
+}  // namespace
+
+browser_runtime::browser_runtime(pump_pacing pacing, bool gpu) {
+    manager::SetPacing(pacing == pump_pacing::timer ? cWebDisplayPacing::Timer
+                                                    : cWebDisplayPacing::OnRequest);
+    // Containers have a shared memory file system of 64 MB, which one large page fills.
+    manager::AddCommandLineSwitch("disable-dev-shm-usage", nullptr);
+    if (!gpu) {
+        for (const auto& [name, value] : k_headless_switches)
+            manager::AddCommandLineSwitch(name, value);
+    }
+    m_up = manager::Startup("");
+}
+
+browser_runtime::~browser_runtime() { manager::Shutdown(); }
+
+std::string browser_runtime::failure() {
+    zString text;
+    manager::GetStartupFailure(text);
+    return text.Empty() ? "the browser runtime does not start" : std::string(text.View());
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,26 @@
+// host/app/browser_runtime.h - the browser runtime of the program, from its start to its end.
+#pragma once
+
+#include <string>
+
+#include "host/render/render_options.h"
+
+namespace pennywort::host {
+
+// Once in a process. The thread that makes it becomes the display thread.
+class browser_runtime {
+public:
+    browser_runtime(pump_pacing pacing, bool gpu);
+    ~browser_runtime();
+    browser_runtime(const browser_runtime&) = delete;
+    browser_runtime& operator=(const browser_runtime&) = delete;
+
+    bool up() const { return m_up; }
+    // Why it is not up, in one line.
+    static std::string failure();
+
+private:
+    bool m_up = false;
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,195 @@
+// host/app/page_address.cpp - see the header for the contract.
+#include "host/app/page_address.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace pennywort::host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view k_file_scheme = "file://";
+constexpr std::string_view k_hex = "0123456789ABCDEF";
+
+bool is_letter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
+
+// Empty if there is none. A single letter is a drive.
+std::string_view scheme_of(std::string_view text) {
+    const auto colon = text.find(':');
+    if (colon == std::string_view::npos || colon < 2 || !is_letter(text.front())) return {};
+    const auto scheme = text.substr(0, colon);
+    const bool valid = std::all_of(scheme.begin(), scheme.end(), [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '+' || c == '-' || c == '.';
+    });
+    return valid ? scheme : std::string_view();
+}
+
+// "clip:2.html" may be a file, "https://..." and "data:..." are not.
+bool is_url(std::string_view text) {
+    const auto scheme = scheme_of(text);
+    if (scheme.empty()) return false;
+    return text.substr(scheme.size()).substr(0, 3) == "://" || scheme == "data" ||
+           scheme == "about";
+}
+
+// What a path may hold as it is in a URL.
+bool is_plain(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+           std::string_view("/-._~!$&'()*+,;=:@").find(c) != std::string_view::npos;
+}
+
+std::optional<unsigned> hex_digit(char c) {
+    const auto at = k_hex.find(static_cast<char>(std::toupper(static_cast<unsigned char>(c))));
+    if (at == std::string_view::npos) return {};
+    return static_cast<unsigned>(at);
+}
+
+std::string undo_codes(std::string_view text) {
+    std::string plain;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto high = text[i] == '%' && i + 2 < text.size() ? hex_digit(text[i + 1])
+                                                                : std::optional<unsigned>();
+        const auto low = high ? hex_digit(text[i + 2]) : std::optional<unsigned>();
+        plain.push_back(low ? static_cast<char>(*high << 4 | *low) : text[i]);
+        if (low) i += 2;
+    }
+    return plain;
+}
+
+fs::path as_path(std::string_view utf8) { return {std::u8string(utf8.begin(), utf8.end())}; }
+
+// Empty: it can be read.
+std::string fault_of_file(const fs::path& path) {
+    std::error_code error;
+    if (!fs::exists(path, error)) return "there is no such file";
+    if (fs::is_directory(path, error)) return "is a folder, not a page";
+    // To open a pipe waits for its other end, perhaps for ever.
+    if (!fs::is_regular_file(path, error)) return "is a pipe or a device, not a page";
+    if (!std::ifstream(path)) return "cannot be read";
+    return {};
+}
+
+bool is_port(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
+    const bool digits = text.find_first_not_of("0123456789") == std::string_view::npos;
+    return digits && text.size() <= 5 && std::atoi(std::string(text).c_str()) <= 65535;
+}
+
+// What stands between the slashes and the path. Empty: a browser makes something of it.
+std::string fault_of_authority(std::string_view authority) {
+    const auto at = authority.rfind('@');
+    if (at != std::string_view::npos) authority.remove_prefix(at + 1);
+    const bool is_ipv6 = authority.substr(0, 1) == "[";
+    const auto bracket = authority.find(']');
+    if (is_ipv6 && bracket == std::string_view::npos) return "its address has no ]";
+    const auto colon = authority.find(':', is_ipv6 ? bracket : 0);
+    const auto host = authority.substr(0, colon);
+    if (host.empty()) return "it names no host";
+    const bool has_control = std::any_of(host.begin(), host.end(), [](char c) {
+        return static_cast<unsigned char>(c) <= ' ' || c == '\x7f';
+    });
+    if (has_control) return "its host has a blank or a control character in it";
+    if (colon != std::string_view::npos && !is_port(authority.substr(colon + 1))) {
+        return "its port is none from 0 to 65535";
+    }
+    return {};
+}
+
+// What a browser drops: blanks at the end, and the ends of lines that a long address was cut into.
+std::string as_browser_reads(std::string_view text) {
+    while (!text.empty() && static_cast<unsigned char>(text.back()) <= ' ') text.remove_suffix(1);
+    std::string read(text);
+    std::erase_if(read, [](char c) { return c == '\t' || c == '\r' || c == '\n'; });
+    return read;
+}
+
+// The browser says nothing at all of an address that it can make nothing of.
+std::string fault_of_web_address(std::string_view text) {
+    const std::string read = as_browser_reads(text);
+    std::string_view url = read;
+    std::string scheme(scheme_of(url));
+    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (scheme != "http" && scheme != "https") return {};
+    url.remove_prefix(scheme.size() + 1);
+    url.remove_prefix(std::min(url.find_first_not_of("/\\"), url.size()));  // any number of them
+    return fault_of_authority(url.substr(0, url.find_first_of("/\\?#")));
+}
+
+std::optional<std::string> checked_url(std::string_view url, std::string& reason) {
+    const std::string no_address = fault_of_web_address(url);
+    if (!no_address.empty()) {
+        reason = std::string(url) + ": " + no_address;
+        return {};
+    }
+    const std::string path = path_of_file_url(url);
+    if (!path.empty()) {
+        const std::string fault = fault_of_file(as_path(path));
+        if (!fault.empty()) {
+            reason = std::string(url) + ": " + fault;
+            return {};
+        }
+    }
+    return std::string(url);
+}
+
+std::string fault_of_name(std::string_view text, const std::string& fault) {
+    const bool like_a_host = text.find('.') != std::string_view::npos && text.substr(0, 1) != "." &&
+                             text.substr(0, 1) != "/";
+    std::string reason = std::string(text) + ": " + fault;
+    if (like_a_host) reason += " (an address of the web begins with https:// or http://)";
+    return reason;
+}
+
+}  // namespace
+
+std::string path_of_file_url(std::string_view url) {
+    if (url.substr(0, k_file_scheme.size()) != k_file_scheme) return {};
+    url.remove_prefix(k_file_scheme.size());
+    const auto path_begin = url.find('/');  // a host name may stand before it
+    if (path_begin == std::string_view::npos) return {};
+    const auto path = url.substr(path_begin, url.find_first_of("?#") - path_begin);
+    const bool has_drive = path.size() > 2 && path[2] == ':' && is_letter(path[1]);
+    return undo_codes(has_drive ? path.substr(1) : path);
+}
+
+std::string file_url(std::string_view path) {
+    std::string url(k_file_scheme);
+    if (path.substr(0, 1) != "/") url.push_back('/');  // a drive
+    for (const char c : path) {
+        if (is_plain(c)) {
+            url.push_back(c);
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        url += {'%', k_hex[byte >> 4], k_hex[byte & 15]};
+    }
+    return url;
+}
+
+std::optional<std::string> page_address(std::string_view text, std::string& reason) {
+    if (text.empty()) {
+        reason = "the name of a page is empty";
+        return {};
+    }
+    std::error_code error;
+    const bool whole = fs::exists(as_path(text), error);
+    if (!whole && is_url(text)) return checked_url(text, reason);
+    const auto cut = whole ? std::string_view::npos : text.find_first_of("?#");
+    const auto name = text.substr(0, cut);
+    const fs::path path = as_path(name);
+    const std::string fault = fault_of_file(path);
+    if (!fault.empty()) {
+        reason = fault_of_name(text, fault);
+        return {};
+    }
+    const auto absolute = fs::absolute(path).lexically_normal().generic_u8string();
+    const std::string behind(cut == std::string_view::npos ? std::string_view() : text.substr(cut));
+    return file_url({reinterpret_cast<const char*>(absolute.data()), absolute.size()}) + behind;
+}
+
+}  // namespace pennywort::host

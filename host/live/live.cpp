@@ -1,0 +1,147 @@
+// host/live/live.cpp - see the header for the contract.
+#include "host/live/live.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "host/app/browser_runtime.h"
+#include "host/app/command_line.h"
+#include "host/live/live_control.h"
+#include "host/live/live_display.h"
+#include "host/live/live_guard.h"
+#include "host/live/live_handler.h"
+#include "host/live/live_picture.h"
+#include "host/system/interrupt.h"
+#include "httpserver.h"
+#include "loam/message_loop.h"
+#include "loam/trace.h"
+
+namespace pennywort::host {
+
+namespace {
+
+// How long the loop waits for something to do before it looks whether it is to end.
+constexpr std::uint32_t k_loop_microseconds = 20'000;
+
+constexpr std::int32_t k_receive_bytes = 64 * 1024;
+constexpr std::int32_t k_longest_request = 1024 * 1024;
+constexpr std::int32_t k_most_connections = 64;
+constexpr std::int32_t k_idle_ms = 60'000;
+
+cHttpServerSettings settings_of(const live_options& options) {
+    cHttpServerSettings settings;
+    settings.bindAddress = zString(options.listen);
+    settings.backlog = k_most_connections;
+    settings.maxConnections = k_most_connections;
+    settings.maxRequestBytes = k_longest_request;
+    settings.idleTimeoutMs = k_idle_ms;
+    settings.answerBadRequests = true;
+    return settings;
+}
+
+// Where every address is listened on, this machine's own is one of them.
+std::string address_of(const live_options& options, std::int32_t port, const std::string& token) {
+    std::string name = options.listen;
+    if (name == "0.0.0.0") name = "127.0.0.1";
+    if (name == "::") name = "::1";
+    if (name.find(':') != std::string::npos) name = "[" + name + "]";
+    const std::string base = "http://" + name + ":" + std::to_string(port) + "/";
+    return token.empty() ? base : base + "?token=" + token;
+}
+
+// While it lives, traces go to the control page, and with --verbose to the console too.
+class trace_tap {
+public:
+    trace_tap(live_control& control, const console& out, bool verbose) {
+        zTraceManager::Default()->SetSink([&control, &out, verbose](const char* message) {
+            control.traces().add("trace", message);
+            if (verbose) std::fprintf(out.errors(), "%s\n", message);
+        });
+    }
+    ~trace_tap() { zTraceManager::Default()->SetSink({}); }
+    trace_tap(const trace_tap&) = delete;
+    trace_tap& operator=(const trace_tap&) = delete;
+};
+
+int fail(const console& out, const std::string& text) {
+    std::fprintf(out.errors(), "pennywort: %s\n", text.c_str());
+    return k_exit_failed;
+}
+
+// Without it nobody finds the page, or gets in.
+void tell_address(const console& out, const std::string& address) {
+    // On a terminal it is written at once, and only the first of the two finds out.
+    const bool written = std::fprintf(out.output(), "%s\n", address.c_str()) >= 0;
+    if (std::fflush(out.output()) == 0 && written) return;
+    std::fprintf(out.errors(),
+                 "pennywort: standard output takes nothing; the control page is at %s\n",
+                 address.c_str());
+}
+
+std::string listen_failure(const live_options& options, zStatus status) {
+    const std::string where = options.listen + " port " + std::to_string(options.port);
+    return status == zSocket::k_address_in_use
+               ? where + " is taken: give another one with --port, or 0 for any"
+               : "cannot listen on " + where + " (" + std::to_string(status) + ")";
+}
+
+// The server, which answers from its first moment.
+class live_server {
+public:
+    explicit live_server(const live_options& options)
+        : m_start(new live_start_handler, [](live_start_handler* one) { one->Release(); }),
+          m_server(options.port, k_receive_bytes, settings_of(options)) {
+        m_server.InstallHandler(*m_start);
+    }
+
+    zStatus status() { return m_server.ListenStatus(); }
+    std::int32_t port() { return m_server.ListenPort(); }
+    void begin(live_control& control, const std::string& token) {
+        auto* handler = new live_handler(control, live_guard(port(), token));
+        m_server.InstallHandler(*handler);
+        handler->Release();
+        m_start->end();
+    }
+
+private:
+    const std::unique_ptr<live_start_handler, void (*)(live_start_handler*)> m_start;
+    cHttpServer m_server;
+};
+
+// The display and what it shows, until the user wants the end. Its server goes before it, so that
+// no request finds it gone.
+int show(const live_options& options, const console& out, std::unique_ptr<live_server> server,
+         const interrupt_watch& interrupt) {
+    live_pictures pictures;
+    live_display display(options, pictures);
+    live_control control(display, pictures, {options.urls.begin() + 1, options.urls.end()});
+    const trace_tap traces(control, out, options.verbose);
+    if (!display.open(control)) return fail(out, "the display cannot be opened");
+    display.tell_status();
+    const std::string token = is_loopback(options.listen) ? std::string() : random_token();
+    server->begin(control, token);
+    tell_address(out, address_of(options, server->port(), token));
+    while (interrupt.status() == 0) {
+        zMessageLoop::RunOnce(k_loop_microseconds);
+        display.tell_status();
+    }
+    server.reset();
+    display.close();
+    return k_exit_fine;
+}
+
+}  // namespace
+
+int live(const live_options& options, const console& out) {
+    const interrupt_watch interrupt;
+    // The port comes first: the start of the runtime is not worth its time without one.
+    auto server = std::make_unique<live_server>(options);
+    const zStatus listening = server->status();
+    if (listening != 0) return fail(out, listen_failure(options, listening));
+    const browser_runtime browser(pump_pacing::on_request, options.gpu);
+    if (!browser.up()) return fail(out, browser_runtime::failure());
+    return show(options, out, std::move(server), interrupt);
+}
+
+}  // namespace pennywort::host

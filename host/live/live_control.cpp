@@ -1,0 +1,267 @@
+// host/live/live_control.cpp - see the header for the contract.
+#include "host/live/live_control.h"
+
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+#include "host/app/page_address.h"
+#include "host/live/json_line.h"
+
+namespace pennywort::host {
+
+namespace {
+
+constexpr std::size_t k_lines = 500;
+constexpr std::size_t k_longest_line = 4096;
+constexpr std::size_t k_longest_queue = 1000;
+// All of the queue goes out with each state, and a URL may be a page itself.
+constexpr std::size_t k_most_queue_bytes = 4 << 20;
+constexpr std::size_t k_longest_result = 1 << 20;
+constexpr std::size_t k_scripts = 100;
+
+// A page that was left before it answered never does.
+constexpr std::chrono::seconds k_script_patience{10};
+
+live_answer with(int status, std::string json) {
+    live_answer answer;
+    answer.status = status;
+    answer.body = std::make_shared<const std::string>(std::move(json));
+    return answer;
+}
+
+live_answer refused(int status, const std::string& error) {
+    return with(status, json_line().add("error", error).text());
+}
+
+live_answer done() { return with(200, "{\"ok\":true}"); }
+
+// A parameter of the address that is a number; 0 where it is missing or something else.
+std::uint64_t parameter(std::string_view query, std::string_view name) {
+    while (!query.empty()) {
+        const auto part = query.substr(0, query.find('&'));
+        query.remove_prefix(std::min(query.size(), part.size() + 1));
+        const auto sign = part.find('=');
+        if (sign == std::string_view::npos || part.substr(0, sign) != name) continue;
+        std::uint64_t value = 0;
+        std::from_chars(part.data() + sign + 1, part.data() + part.size(), value);
+        return value;
+    }
+    return 0;
+}
+
+std::optional<long> side(const json_object& body, const char* name) {
+    const double* value = body.number(name);
+    if (!value || std::floor(*value) != *value) return {};
+    if (!(*value >= 1 && *value <= live_control::k_largest_side)) return {};
+    return static_cast<long>(*value);
+}
+
+const char* truth(bool value) { return value ? "true" : "false"; }
+
+}  // namespace
+
+live_control::live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue)
+    : m_port(port),
+      m_pictures(pictures),
+      m_events(k_lines, k_longest_line),
+      m_traces(k_lines, k_longest_line),
+      m_queue(queue.begin(), queue.end()) {}
+
+live_control::command live_control::command_of(std::string_view path) {
+    static const std::map<std::string_view, command> commands = {
+        {"/api/load", &live_control::load},
+        {"/api/next", &live_control::next},
+        {"/api/remove", &live_control::remove},
+        {"/api/size", &live_control::resize},
+        {"/api/visibility", &live_control::set_visible},
+        {"/api/repaint", &live_control::repaint},
+        {"/api/script", &live_control::script},
+        {"/api/cookies/delete", &live_control::delete_cookies},
+    };
+    const auto found = commands.find(path);
+    return found == commands.end() ? nullptr : found->second;
+}
+
+live_answer live_control::answer(const live_request& request) {
+    const command run = command_of(request.path);
+    const bool is_post = request.method == live_request::verb::post;
+    if (run && !is_post) return refused(405, request.path + " wants POST");
+    if (run) return post(request, run);
+    const auto found = get(request);
+    return is_post && found.status != 404 ? refused(405, request.path + " wants GET") : found;
+}
+
+live_answer live_control::get(const live_request& request) {
+    const auto after = parameter(request.query, "after");
+    if (request.path == "/api/state") return state();
+    if (request.path == "/api/picture") return picture(after);
+    if (request.path == "/api/events") return with(200, m_events.json_after(after));
+    if (request.path == "/api/traces") return with(200, m_traces.json_after(after));
+    if (request.path == "/api/result") return result(parameter(request.query, "id"));
+    return refused(404, "there is no " + request.path);
+}
+
+live_answer live_control::post(const live_request& request, command run) {
+    std::string reason;
+    // A command without anything to say may leave its body out.
+    const auto body = json_object::parse(request.body.empty() ? "{}" : request.body, reason);
+    return body ? (this->*run)(*body) : refused(400, reason);
+}
+
+std::size_t live_control::queue_bytes() const {
+    std::size_t bytes = 0;
+    for (const auto& url : m_queue) bytes += url.size();
+    return bytes;
+}
+
+std::string live_control::queue_json() const {
+    std::string queue;
+    for (const auto& url : m_queue) queue += (queue.empty() ? "" : ",") + json_quoted(url);
+    return "[" + queue + "]";
+}
+
+live_answer live_control::state() const {
+    const auto counts = m_pictures.counts();
+    const std::lock_guard hold(m_lock);
+    std::string json = "{\"url\":" + json_quoted(m_status.url);
+    json += std::string(",\"loading\":") + truth(m_status.loading);
+    json += std::string(",\"visible\":") + truth(m_status.visible);
+    json += ",\"width\":" + std::to_string(m_status.width);
+    json += ",\"height\":" + std::to_string(m_status.height);
+    json += ",\"painted\":" + std::to_string(counts.painted);
+    json += ",\"shown\":" + std::to_string(counts.encoded);
+    json += ",\"dropped\":" + std::to_string(counts.dropped);
+    return with(200, json + ",\"queue\":" + queue_json() + "}");
+}
+
+live_answer live_control::picture(std::uint64_t after) {
+    live_answer answer;
+    answer.body = m_pictures.take(after, answer.picture);
+    // One that there was no memory for is empty.
+    answer.status = answer.body && !answer.body->empty() ? 200 : 204;
+    answer.type = "image/png";
+    return answer;
+}
+
+live_answer live_control::result(std::uint64_t id) const {
+    const std::lock_guard hold(m_lock);
+    const auto found = m_scripts.find(id);
+    if (found == m_scripts.end()) return refused(404, "there is no script of that id");
+    const auto& script = found->second;
+    json_line json;
+    json.add("id", id);
+    if (script.kind.empty()) {
+        const bool lost = clock::now() - script.asked > k_script_patience;
+        return with(200, json.add("state", lost ? "lost" : "waiting").text());
+    }
+    return with(200, json.add("state", script.kind).add("result", script.result).text());
+}
+
+live_answer live_control::load(const json_object& body) {
+    const auto* text = body.text("url");
+    if (!text) return refused(400, "\"url\" is missing or no text");
+    std::string reason;
+    const auto url = page_address(*text, reason);
+    if (!url) return refused(400, reason);
+    const auto* now = body.truth("now");
+    // Taken for true, what was meant for later would be on air.
+    if (!now && body.has("now")) return refused(400, "\"now\" has to be true or false");
+    if (!now || *now) {
+        m_port.load(*url);
+        return done();
+    }
+    const std::lock_guard hold(m_lock);
+    if (m_queue.size() >= k_longest_queue || queue_bytes() + url->size() > k_most_queue_bytes) {
+        return refused(400, "the queue is full");
+    }
+    m_queue.push_back(*url);
+    return done();
+}
+
+live_answer live_control::next(const json_object&) {
+    std::string url;
+    {
+        const std::lock_guard hold(m_lock);
+        if (m_queue.empty()) return refused(400, "the queue is empty");
+        url = std::move(m_queue.front());
+        m_queue.pop_front();
+    }
+    m_port.load(url);
+    return done();
+}
+
+live_answer live_control::remove(const json_object& body) {
+    const auto* index = body.number("index");
+    const std::lock_guard hold(m_lock);
+    const auto size = static_cast<double>(m_queue.size());
+    if (!index || !(*index >= 0 && *index < size) || std::floor(*index) != *index) {
+        return refused(400, "\"index\" is no place in the queue");
+    }
+    m_queue.erase(m_queue.begin() + static_cast<std::ptrdiff_t>(*index));
+    return done();
+}
+
+live_answer live_control::resize(const json_object& body) {
+    const auto width = side(body, "width");
+    const auto height = side(body, "height");
+    if (!width || !height) {
+        return refused(400, "\"width\" and \"height\" have to be whole numbers from 1 to 16384");
+    }
+    m_port.resize(*width, *height);
+    return done();
+}
+
+live_answer live_control::set_visible(const json_object& body) {
+    const auto* visible = body.truth("visible");
+    if (!visible) return refused(400, "\"visible\" has to be true or false");
+    m_port.set_visible(*visible);
+    return done();
+}
+
+live_answer live_control::repaint(const json_object&) {
+    m_port.repaint();
+    return done();
+}
+
+live_answer live_control::script(const json_object& body) {
+    const auto* text = body.text("script");
+    if (!text || text->empty()) return refused(400, "\"script\" is missing, empty or no text");
+    std::uint64_t id = 0;
+    {
+        const std::lock_guard hold(m_lock);
+        id = ++m_last_script;
+        m_scripts[id].asked = clock::now();
+        if (m_scripts.size() > k_scripts) m_scripts.erase(m_scripts.begin());
+    }
+    m_port.run_script(id, *text);
+    return with(200, json_line().add("id", id).text());
+}
+
+live_answer live_control::delete_cookies(const json_object& body) {
+    const auto* url = body.text("url");
+    // An empty one empties the whole jar, so it has to be said and not merely left out.
+    if (!url) return refused(400, "\"url\" is missing or no text; \"\" stands for every site");
+    // The display leaves alone what is no URL, and nobody would be told.
+    if (!url->empty() && url->find("://") == url->npos) {
+        return refused(400, *url + " is no URL, such as https://example.org");
+    }
+    m_port.delete_cookies(*url);
+    return done();
+}
+
+void live_control::set_status(const live_status& status) {
+    const std::lock_guard hold(m_lock);
+    m_status = status;
+}
+
+void live_control::script_ended(std::uint64_t id, const std::string& kind,
+                                const std::string& result) {
+    const std::lock_guard hold(m_lock);
+    const auto found = m_scripts.find(id);
+    if (found == m_scripts.end()) return;
+    found->second.kind = kind;
+    found->second.result = result.substr(0, k_longest_result);
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,118 @@
+// host/live/live_control.h - the JSON interface of the control page: what is asked, told and shown.
+// It knows neither sockets nor the browser.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/live/json_read.h"
+#include "host/live/live_log.h"
+#include "host/live/live_picture.h"
+
+namespace pennywort::host {
+
+// Carries out what the page asks for. Called on the server's thread; hands it to the display's.
+class live_port {
+public:
+    live_port() = default;
+    virtual ~live_port() = default;
+    live_port(const live_port&) = delete;
+    live_port& operator=(const live_port&) = delete;
+
+    virtual void load(const std::string& url) = 0;
+    virtual void resize(long width, long height) = 0;
+    virtual void set_visible(bool visible) = 0;
+    virtual void repaint() = 0;
+    // What comes of it goes to live_control::script_ended.
+    virtual void run_script(std::uint64_t id, const std::string& script) = 0;
+    // An empty URL stands for every site.
+    virtual void delete_cookies(const std::string& url) = 0;
+};
+
+// The display as its own thread saw it last.
+struct live_status {
+    std::string url;  // the page that has loaded last
+    bool loading = false;
+    bool visible = true;
+    long width = 0;
+    long height = 0;
+};
+
+struct live_request {
+    enum class verb { get, post };
+    verb method = verb::get;
+    std::string path;
+    std::string query;
+    std::string body;
+};
+
+struct live_answer {
+    int status = 200;
+    std::string type = "application/json";
+    std::shared_ptr<const std::string> body;
+    std::uint64_t picture = 0;  // the number of the picture that the body is, if it is one
+};
+
+// Any thread, except where it says otherwise.
+class live_control {
+public:
+    static constexpr long k_largest_side = 16384;
+
+    // `queue` is to be shown page by page. Port and pictures must outlive this.
+    live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue);
+
+    live_answer answer(const live_request& request);
+
+    void set_status(const live_status& status);
+    void script_ended(std::uint64_t id, const std::string& kind, const std::string& result);
+    live_log& events() { return m_events; }
+    live_log& traces() { return m_traces; }
+
+private:
+    using clock = std::chrono::steady_clock;
+    struct script_state {
+        clock::time_point asked;
+        std::string kind;  // empty as long as nothing has come
+        std::string result;
+    };
+    using command = live_answer (live_control::*)(const json_object&);
+
+    live_answer get(const live_request& request);
+    live_answer post(const live_request& request, command run);
+    live_answer state() const;
+    live_answer picture(std::uint64_t after);
+    live_answer result(std::uint64_t id) const;
+
+    live_answer load(const json_object& body);
+    live_answer next(const json_object& body);
+    live_answer remove(const json_object& body);
+    live_answer resize(const json_object& body);
+    live_answer set_visible(const json_object& body);
+    live_answer repaint(const json_object& body);
+    live_answer script(const json_object& body);
+    live_answer delete_cookies(const json_object& body);
+
+    static command command_of(std::string_view path);
+    std::size_t queue_bytes() const;
+    std::string queue_json() const;
+
+    live_port& m_port;
+    live_pictures& m_pictures;
+    live_log m_events;
+    live_log m_traces;
+    mutable std::mutex m_lock;
+    std::deque<std::string> m_queue;
+    live_status m_status;
+    std::map<std::uint64_t, script_state> m_scripts;
+    std::uint64_t m_last_script = 0;
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,108 @@
+// host/live/live_guard.cpp - see the header for the contract.
+#include "host/live/live_guard.h"
+
+#include <algorithm>
+#include <random>
+#include <utility>
+
+namespace pennywort::host {
+
+namespace {
+
+std::string lower(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return out;
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto begin = text.find_first_not_of(" \t");
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+}
+
+// Of a header that stands twice both values count, and together they match nothing.
+std::string header(std::string_view head, std::string_view name) {
+    std::string value;
+    while (!head.empty()) {
+        const auto line = head.substr(0, head.find("\r\n"));
+        head.remove_prefix(std::min(head.size(), line.size() + 2));
+        const auto colon = line.find(':');
+        if (colon == std::string_view::npos || lower(line.substr(0, colon)) != name) continue;
+        value += (value.empty() ? "" : ",") + std::string(trimmed(line.substr(colon + 1)));
+    }
+    return value;
+}
+
+// Takes as long for a token that is nearly right as for one that is not.
+bool same(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    unsigned difference = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        difference |= static_cast<unsigned char>(a[i]) ^ static_cast<unsigned char>(b[i]);
+    }
+    return difference == 0;
+}
+
+}  // namespace
+
+live_caller live_caller::of(std::string_view request, std::string_view query) {
+    const auto head = request.substr(0, request.find("\r\n\r\n"));
+    live_caller caller;
+    caller.host = lower(header(head, "host"));
+    caller.origin = lower(header(head, "origin"));
+    caller.fetch_site = lower(header(head, "sec-fetch-site"));
+    caller.authorization = header(head, "authorization");
+    while (!query.empty()) {
+        const auto part = query.substr(0, query.find('&'));
+        query.remove_prefix(std::min(query.size(), part.size() + 1));
+        if (part.substr(0, 6) == "token=") caller.query_token = part.substr(6);
+    }
+    return caller;
+}
+
+live_guard::live_guard(std::int32_t port, std::string token)
+    : m_port(":" + std::to_string(port)), m_token(std::move(token)) {}
+
+// A foreign name that was made to lead here is the way of a page of that name to read our answers.
+bool live_guard::is_own_name(std::string_view host) const {
+    const bool has_port =
+        host.size() > m_port.size() && host.substr(host.size() - m_port.size()) == m_port;
+    if (!has_port && m_port != ":80") return false;
+    const auto name = has_port ? host.substr(0, host.size() - m_port.size()) : host;
+    if (name == "localhost" || name == "[::1]") return true;
+    // Digits and dots alone are an address and never a name.
+    return is_loopback(name) && name.find_first_not_of("0123456789.") == name.npos;
+}
+
+bool live_guard::has_token(const live_caller& caller) const {
+    return same(caller.query_token, m_token) || same(caller.authorization, "Bearer " + m_token);
+}
+
+int live_guard::refusal(const live_caller& caller) const {
+    // With a token the name is no matter: a foreign page does not have it.
+    if (m_token.empty() && !is_own_name(caller.host)) return 403;
+    if (!caller.origin.empty() && caller.origin != "http://" + caller.host) return 403;
+    const auto& site = caller.fetch_site;
+    if (!site.empty() && site != "same-origin" && site != "none") return 403;
+    return m_token.empty() || has_token(caller) ? 0 : 401;
+}
+
+std::string random_token() {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::random_device source;
+    std::string token;
+    for (int i = 0; i < 4; ++i) {
+        auto word = source();
+        for (int digit = 0; digit < 8; ++digit, word >>= 4) token += digits[word & 15];
+    }
+    return token;
+}
+
+bool is_loopback(std::string_view address) {
+    return address.substr(0, 4) == "127." || address == "::1";
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,51 @@
+// host/output/frame_writer.cpp - picks the writer for a kind of output.
+#include "host/output/frame_writer.h"
+
+#include <chrono>
+
+#include "host/output/movie_writer.h"
+#include "host/output/output_target.h"
+#include "host/output/png_writers.h"
+#include "host/output/stream_writers.h"
+
+namespace pennywort::host {
+
+namespace {
+
+// Longer than a busy machine or a slow disk ever makes an encoder pause.
+constexpr std::chrono::seconds k_movie_patience{30};
+
+sink_opener opener_of(const output_target& target, std::FILE* standard_output) {
+    if (!target.to_standard_output()) {
+        return [path = target.path](byte_sink& sink) { return sink.open(path); };
+    }
+    return [standard_output](byte_sink& sink) {
+        sink.use(standard_output, "standard output");
+        return outcome::fine();
+    };
+}
+
+}  // namespace
+
+std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
+                                                const frame_format& format,
+                                                std::FILE* standard_output) {
+    switch (target.kind) {
+        case output_kind::png:
+            return std::make_unique<png_writer>(target.path, format.transparent);
+        case output_kind::png_series:
+            return std::make_unique<png_series_writer>(*target.pattern, format.transparent);
+        case output_kind::y4m:
+            return std::make_unique<y4m_writer>(format, opener_of(target, standard_output));
+        case output_kind::mkv:
+        case output_kind::mov:
+            return std::make_unique<movie_writer>(target.kind, target.path, format,
+                                                  k_movie_patience);
+        case output_kind::raw:
+        case output_kind::none:
+            break;
+    }
+    return std::make_unique<raw_writer>(opener_of(target, standard_output));
+}
+
+}  // namespace pennywort::host

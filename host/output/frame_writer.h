@@ -1,0 +1,44 @@
+// host/output/frame_writer.h - what is done with the output frames: the interface over the kinds of
+// file.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "host/output/frame_rate.h"
+#include "host/output/picture.h"
+#include "host/system/outcome.h"
+
+namespace pennywort::host {
+
+// Used by one thread at a time, in the order begin, show..., finish.
+class frame_writer {
+public:
+    virtual ~frame_writer() = default;
+
+    // Makes ready what can fail before the first frame.
+    virtual outcome begin() = 0;
+    // One output frame. The same picture again is one more frame that looks the same; it may be
+    // kept for that, but not past the call of finish. May wait for the output to take it.
+    virtual outcome show(const picture_ptr& frame) = 0;
+    // Completes the output, so that what was shown can be played, also after show has failed.
+    virtual outcome finish() = 0;
+};
+
+struct output_target;
+
+struct frame_format {
+    long width = 0;
+    long height = 0;
+    frame_rate rate = *frame_rate::parse("50");
+    bool transparent = false;
+};
+
+// For every kind but none. `standard_output` is where the path "-" goes; it stays the caller's.
+// Never null.
+std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
+                                                const frame_format& format,
+                                                std::FILE* standard_output);
+
+}  // namespace pennywort::host

@@ -1,0 +1,46 @@
+// host/output/movie_writer.h - writes mkv and mov files by feeding ffmpeg, which runs as a child
+// process.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/output/frame_writer.h"
+#include "host/output/output_target.h"
+#include "host/system/child_process.h"
+
+namespace pennywort::host {
+
+// What ffmpeg is started with: `program` and its arguments. mkv holds H.264, or FFV1 with straight
+// alpha; mov holds ProRes 422 HQ, or ProRes 4444 with straight alpha. All but FFV1, which keeps
+// RGB, are BT.709 in the limited range and say so.
+std::vector<std::string> movie_command(const std::string& program, output_kind kind,
+                                       const std::string& path, const frame_format& format);
+
+class movie_writer : public frame_writer {
+public:
+    // A movie program that takes nothing for `patience` is given up.
+    movie_writer(output_kind kind, std::string path, const frame_format& format,
+                 std::chrono::milliseconds patience);
+
+    outcome begin() override;
+    outcome show(const picture_ptr& frame) override;
+    outcome finish() override;
+
+private:
+    const void* pixels_of(const picture_ptr& frame);
+    outcome give_up();
+
+    const output_kind m_kind;
+    const std::string m_path;
+    const frame_format m_format;
+    const std::chrono::milliseconds m_patience;
+    child_process m_child;
+    bool m_running = false;
+    picture_ptr m_converted;  // what m_straight holds
+    std::vector<std::uint32_t> m_straight;
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,105 @@
+// host/output/output_target.cpp - see the header for the contract.
+#include "host/output/output_target.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+namespace pennywort::host {
+
+namespace {
+
+// Wider numbers than this no run of ours can reach.
+constexpr std::size_t k_widest = 12;
+
+constexpr std::pair<std::string_view, output_kind> k_endings[] = {
+    {"png", output_kind::png},  {"y4m", output_kind::y4m}, {"raw", output_kind::raw},
+    {"bgra", output_kind::raw}, {"mkv", output_kind::mkv}, {"mov", output_kind::mov},
+};
+
+std::optional<output_kind> kind_of_ending(std::string_view path) {
+    const auto name = path.substr(path.find_last_of('/') + 1);
+    const auto dot = name.find_last_of('.');
+    if (dot == std::string_view::npos) return {};
+    std::string ending(name.substr(dot + 1));
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (const auto& [known, kind] : k_endings) {
+        if (ending == known) return kind;
+    }
+    return {};
+}
+
+std::optional<output_kind> kind_of_format(std::string_view format) {
+    if (format == "y4m") return output_kind::y4m;
+    if (format == "raw") return output_kind::raw;
+    return {};
+}
+
+}  // namespace
+
+// `at` stands behind the percent sign, and behind the whole conversion afterwards.
+bool name_pattern::take_conversion(std::string_view text, std::size_t& at) {
+    if (at < text.size() && text[at] == '0') {
+        m_filler = '0';
+        ++at;
+    }
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+        m_width = m_width * 10 + static_cast<std::size_t>(text[at] - '0');
+        if (m_width > k_widest) return false;
+    }
+    return at < text.size() && text[at++] == 'd';
+}
+
+std::optional<name_pattern> name_pattern::parse(std::string_view text, std::string& reason) {
+    name_pattern pattern;
+    bool found = false;
+    for (std::size_t at = 0; at < text.size();) {
+        const char c = text[at++];
+        std::string& part = found ? pattern.m_behind : pattern.m_before;
+        if (c != '%' || text.substr(at, 1) == "%") {
+            part.push_back(c);
+            if (c == '%') ++at;
+            continue;
+        }
+        if (found || !pattern.take_conversion(text, at)) {
+            reason = "the name of a series needs exactly one %d, as in frames-%05d.png";
+            return {};
+        }
+        found = true;
+    }
+    if (found) return pattern;
+    reason = "no place for the number";
+    return {};
+}
+
+std::string name_pattern::name_of(std::uint64_t number) const {
+    const std::string digits = std::to_string(number);
+    const std::size_t missing = m_width > digits.size() ? m_width - digits.size() : 0;
+    return m_before + std::string(missing, m_filler) + digits + m_behind;
+}
+
+std::optional<output_target> output_target::parse(std::string_view text, std::string_view format,
+                                                  std::string& reason) {
+    output_target target;
+    target.path = text;
+    const auto wanted = kind_of_format(format);
+    const auto named = target.to_standard_output() ? output_kind::y4m : kind_of_ending(text);
+    if (text.empty() || (!named && !wanted)) {
+        reason = "an output is a name ending in .png, .y4m, .raw, .mkv or .mov, or - for a pipe";
+        return {};
+    }
+    target.kind = wanted.value_or(named.value_or(output_kind::none));
+    if (wanted && named && *named != *wanted && !target.to_standard_output()) {
+        reason = "--format and the ending of " + target.path + " contradict each other";
+        return {};
+    }
+    if (target.kind == output_kind::png && text.find('%') != std::string_view::npos) {
+        target.pattern = name_pattern::parse(text, reason);
+        if (!target.pattern) return {};
+        target.kind = output_kind::png_series;
+    }
+    return target;
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,53 @@
+// host/output/output_target.h - what the text behind -o asks for.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace pennywort::host {
+
+enum class output_kind {
+    none,        // only measure
+    png,         // one picture: the last frame
+    png_series,  // one picture per frame
+    y4m,
+    raw,
+    mkv,
+    mov,
+};
+
+// The name of a series of files with the place of the number in it, as in "frames-%05d.png".
+class name_pattern {
+public:
+    // Takes a text with exactly one %d, %5d or %05d; %% stands for a percent sign. Nothing, and a
+    // reason, for any other.
+    static std::optional<name_pattern> parse(std::string_view text, std::string& reason);
+
+    std::string name_of(std::uint64_t number) const;
+
+private:
+    bool take_conversion(std::string_view text, std::size_t& at);
+
+    std::string m_before;
+    std::string m_behind;
+    std::size_t m_width = 0;
+    char m_filler = ' ';
+};
+
+struct output_target {
+    output_kind kind = output_kind::none;
+    std::string path;  // "-" is standard output
+    std::optional<name_pattern> pattern;
+
+    bool to_standard_output() const { return path == "-"; }
+
+    // `format` is empty, "y4m" or "raw". It decides where the name does not: on standard output,
+    // where empty means y4m, and for names without a known ending, such as a named pipe's.
+    // Nothing, and a reason, if they contradict each other or nothing is known.
+    static std::optional<output_target> parse(std::string_view text, std::string_view format,
+                                              std::string& reason);
+};
+
+}  // namespace pennywort::host

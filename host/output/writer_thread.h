@@ -1,0 +1,71 @@
+// host/output/writer_thread.h - hands output frames to a writer on a thread of its own, so that
+// neither the display thread nor the ticks ever wait for a disk or a pipe.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "host/output/frame_writer.h"
+
+namespace pennywort::host {
+
+// How many pictures can wait is bounded by the pool that they come from; a frame that repeats the
+// one before it costs nothing, so that a reader may pause for as long as it likes.
+class writer_thread {
+public:
+    // `writer` has begun already.
+    explicit writer_thread(std::unique_ptr<frame_writer> writer);
+    // Drops what still waits; waits for the frame that is being written.
+    ~writer_thread();
+    writer_thread(const writer_thread&) = delete;
+    writer_thread& operator=(const writer_thread&) = delete;
+
+    // From any thread, without waiting. After a failure frames are dropped.
+    void show(picture_ptr frame);
+    // The frame before once more; nothing if there was none.
+    void show_again();
+
+    // Whether a frame could not be written; finish tells the reason.
+    bool failed() const { return m_failed; }
+    // Frames that the writer has taken so far.
+    std::uint64_t written() const { return m_written; }
+
+    // Asks for the end behind what still waits. Without waiting.
+    void request_finish();
+    // Whether all is written and the output complete.
+    bool finished() const { return m_finished; }
+    // request_finish, and waits for it. The first failure, if there was one.
+    outcome finish();
+
+private:
+    struct entry {
+        picture_ptr frame;
+        std::uint64_t times;
+    };
+
+    void run();
+    bool next(entry& out);
+    void write(const entry& todo);
+    void complete();
+    void keep(const outcome& result);
+
+    std::unique_ptr<frame_writer> m_writer;
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    std::deque<entry> m_waiting;
+    picture_ptr m_latest;
+    bool m_ending = false;
+    outcome m_outcome = outcome::fine();  // of the thread's own until it has ended
+    std::atomic<bool> m_failed{false};
+    std::atomic<bool> m_abandoned{false};
+    std::atomic<bool> m_finished{false};
+    std::atomic<std::uint64_t> m_written{0};
+    std::thread m_thread;
+};
+
+}  // namespace pennywort::host

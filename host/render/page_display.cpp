@@ -1,0 +1,104 @@
+// host/render/page_display.cpp - see the header for the contract.
+#include "host/render/page_display.h"
+
+#include <new>
+#include <utility>
+
+#include "loam/record.h"
+#include "loam/string.h"
+
+namespace pennywort::host {
+
+namespace {
+
+zRecord settings_of(const render_options& options) {
+    zRecord settings;
+    settings.SetString("web_url", options.urls.front());
+    settings.SetInt32("web_width", static_cast<std::int32_t>(options.format.width));
+    settings.SetInt32("web_height", static_cast<std::int32_t>(options.format.height));
+    settings.SetBool("web_transparent", options.format.transparent);
+    settings.SetString("web_override_css", options.css);
+    settings.SetBool("web_host_clock", options.clock == page_clock::host);
+    return settings;
+}
+
+std::string text_of(const zString& text) { return std::string(text.View()); }
+
+}  // namespace
+
+page_display::page_display(const render_options& options, recorder& frames, listener heard)
+    : m_format(options.format),
+      m_frames(frames),
+      m_heard(std::move(heard)),
+      m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
+                                                            options.format.rate.value())) {
+    if (!m_browser) throw std::bad_alloc();
+    m_browser->SetVideoRenderer(this);
+    m_browser->SetPageCallbackReceiver(this);
+    m_browser->SetJavascriptCallbackReceiver(this);
+}
+
+page_display::~page_display() {
+    close();
+    m_browser->Release();
+}
+
+bool page_display::show(const std::string& url, page_run& run) {
+    m_run = &run;
+    if (m_open) {
+        m_browser->LoadUrl(url.c_str());
+    } else {
+        m_open = m_browser->Open();
+    }
+    return m_open;
+}
+
+void page_display::close() {
+    m_browser->SetVideoRenderer(nullptr);
+    m_browser->SetPageCallbackReceiver(nullptr);
+    m_browser->SetJavascriptCallbackReceiver(nullptr);
+    m_run = nullptr;
+    m_browser->Close();
+}
+
+std::uint64_t page_display::missed() const {
+    cWebDisplayFrameCounts counts;
+    m_browser->GetFrameCounts(counts);
+    return counts.ticks_missed;
+}
+
+// The display forgets observers by their age only when another script is run; here each question
+// has a limit of its own, so none is given.
+void page_display::run_script(const std::string& body, std::function<void(std::string)> answer) {
+    m_browser->ExecuteJavascript(zString(body), 0, std::move(answer));
+}
+
+void page_display::repaint() { m_browser->Repaint(); }
+
+void page_display::GetSize(long& width, long& height) const {
+    width = m_format.width;
+    height = m_format.height;
+}
+
+// An open select list is painted apart from its page, without a place; it is left out.
+void page_display::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
+    if (isPopup) return;
+    m_frames.painted(pixels, width, height, std::chrono::steady_clock::now());
+}
+
+void page_display::PageLoadFailed(const zString& url, const zString& error) {
+    m_heard("load failed: " + text_of(url) + ": " + text_of(error));
+    if (m_run) m_run->load_failed(text_of(url), text_of(error));
+}
+
+void page_display::PageLoaded(const zString& url) {
+    m_heard("loaded: " + text_of(url));
+    if (m_run) m_run->page_loaded(text_of(url));
+}
+
+// Also where errors of the page's scripts arrive: the message, and the script's URL.
+void page_display::JavascriptCallback(const zString& name, const zString& argument, zString&) {
+    m_heard("page says: " + text_of(name) + " " + text_of(argument));
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,274 @@
+// host/render/page_run.cpp - see the header for the contract.
+#include "host/render/page_run.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace pennywort::host {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto k_poll_interval = 40ms;
+// A page that loads another one takes the question with it: then it is asked again.
+constexpr auto k_question_patience = 1000ms;
+constexpr auto k_alive_interval = 1000ms;
+constexpr std::chrono::milliseconds k_longest_silence = 10s;
+
+// "http 404", "wait", "throws ..." or "ready". Style sheets in the page's own text arrive after the
+// page has loaded; fonts load when the first text uses them.
+std::string probe(const std::string& condition) {
+    return "const entry = performance.getEntriesByType('navigation')[0];"
+           "if (entry && entry.responseStatus >= 400) return 'http ' + entry.responseStatus;"
+           "if (document.readyState !== 'complete') return 'wait';"
+           "if (document.fonts && document.fonts.status !== 'loaded') return 'wait';"
+           "for (const link of document.querySelectorAll('link[href^=\"data:text/css\"]'))"
+           "  if (!link.sheet) return 'wait';"
+           "try { return (" +
+           condition + "\n) ? 'ready' : 'wait'; } catch (e) { return 'throws ' + e; }";
+}
+
+// Whether the page has been through a few frames since it was first asked: what it had to show by
+// then has reached the screen. A picture that comes before may still be that of the empty page.
+constexpr const char* k_drawn =
+    "const key = 'pennywort frames';"
+    "if (!(key in window)) {"
+    "  Object.defineProperty(window, key, {value: {count: 0}});"
+    "  const next = () => { if (++window[key].count < 3) requestAnimationFrame(next); };"
+    "  requestAnimationFrame(next);"
+    "}"
+    "return window[key].count < 3 ? 'wait' : 'ready';";
+
+// The first picture may have been under way already when it was asked for.
+constexpr int k_pictures = 2;
+
+std::string guarded(const std::string& script) {
+    return "try { return 'fine ' + (function () {\n" + script +
+           "\n}).call(window); } catch (e) { return 'throws ' + e; }";
+}
+
+// "name rest": the rest if the name is that.
+bool is_answer(const std::string& text, std::string_view name, std::string& rest) {
+    if (text.substr(0, name.size()) != name) return false;
+    rest = text.size() > name.size() ? text.substr(name.size() + 1) : std::string();
+    return true;
+}
+
+std::string in_seconds(std::chrono::milliseconds time) {
+    const auto tenths = time.count() / 100;
+    std::string text = std::to_string(tenths / 10);
+    if (tenths % 10 != 0) text += "." + std::to_string(tenths % 10);
+    return text + " s";
+}
+
+// The runtime spells a URL its own way: a slash behind the host, no fragment when it failed.
+std::string_view without_fragment(std::string_view url) {
+    url = url.substr(0, url.find('#'));
+    if (!url.empty() && url.back() == '/') url.remove_suffix(1);
+    return url;
+}
+
+}  // namespace
+
+// Shared with the answer, which may come after the run has gone or has asked something else.
+struct page_run::question {
+    bool answered = false;
+    std::string answer;
+};
+
+page_run::page_run(page_port& port, page_request request, time_point now)
+    : m_port(port), m_request(std::move(request)), m_deadline(now + m_request.timeout) {}
+
+page_run::~page_run() = default;
+
+void page_run::enter(state next) {
+    m_state = next;
+    m_question.reset();
+    m_answered = {};
+    m_pictures_seen = 0;
+    if (next == state::painting) ask_for_picture();
+}
+
+void page_run::ask_for_picture() {
+    m_pictures_before = m_port.pictures();
+    m_port.repaint();
+}
+
+void page_run::fail(const std::string& text) {
+    enter(state::failed);
+    m_failure = text;
+}
+
+void page_run::page_loaded(const std::string& url) {
+    const bool preparing = m_state < state::ready;
+    if (!preparing) return;
+    // What could not be loaded is replaced by a page that says so, and that one does load, under
+    // the same URL. That of a frame does not come here, and so is told apart.
+    if (url == m_failed_url) return fail("the page could not be loaded: " + m_load_problem);
+    enter(state::settling);
+}
+
+void page_run::load_failed(const std::string& url, const std::string& error) {
+    m_failed_url = url;
+    m_load_problem = url + ": " + error;
+    const bool this_page = without_fragment(url) == without_fragment(m_request.url);
+    if (m_state == state::loading && this_page) {
+        fail("the page could not be loaded: " + m_load_problem);
+    }
+}
+
+void page_run::ask(const std::string& body, time_point now) {
+    m_question = std::make_shared<question>();
+    m_asked = now;
+    m_port.run_script(body, [asked = m_question](std::string text) {
+        asked->answered = true;
+        asked->answer = std::move(text);
+    });
+}
+
+// Whether it is time for a question: none is open, or the open one has been lost.
+bool page_run::ask_again(time_point now, std::chrono::milliseconds patience) {
+    if (m_question) return now - m_asked >= patience;
+    return m_answered == time_point{} || now - m_answered >= k_poll_interval;
+}
+
+bool page_run::take_answer(std::string& text) {
+    if (!m_question || !m_question->answered) return false;
+    text = std::move(m_question->answer);
+    m_question.reset();
+    return true;
+}
+
+void page_run::step(time_point now) {
+    if (m_state < state::ready && now >= m_deadline) return fail(timeout_text());
+    switch (m_state) {
+        case state::settling:
+            return step_settling(now);
+        case state::scripting:
+            return step_scripting(now);
+        case state::waiting:
+            return step_waiting(now);
+        case state::drawing:
+            return step_drawing(now);
+        case state::painting:
+            return step_painting();
+        case state::ready:
+        case state::ending:
+            return step_living(now);
+        case state::loading:
+        case state::ended:
+        case state::failed:
+            return;
+    }
+}
+
+void page_run::step_settling(time_point now) {
+    std::string answer;
+    std::string rest;
+    if (take_answer(answer)) {
+        m_answered = now;
+        if (is_answer(answer, "http", rest)) {
+            return fail(m_request.url + ": the server answered with status " + rest);
+        }
+        if (answer == "ready") return enter(state::scripting);
+    }
+    if (ask_again(now, k_question_patience)) ask(probe("true"), now);
+}
+
+void page_run::step_scripting(time_point now) {
+    if (m_request.script.empty()) {
+        enter(state::waiting);
+        return step_waiting(now);
+    }
+    std::string answer;
+    std::string rest;
+    if (take_answer(answer)) {
+        if (is_answer(answer, "throws", rest)) {
+            return fail(m_request.script_name + " threw in the page: " + rest);
+        }
+        is_answer(answer, "fine", m_script_result);
+        return enter(state::waiting);
+    }
+    // Never a second time: what it does to the page is not ours to repeat.
+    if (!m_question) ask(guarded(m_request.script), now);
+}
+
+void page_run::step_waiting(time_point now) {
+    std::string answer;
+    if (take_answer(answer)) {
+        m_answered = now;
+        if (answer == "ready") return enter(state::drawing);
+        if (!is_answer(answer, "throws", m_thrown)) m_thrown.clear();
+    }
+    const std::string& condition = m_request.wait_for;
+    if (ask_again(now, k_question_patience))
+        ask(probe(condition.empty() ? "true" : condition), now);
+}
+
+void page_run::step_drawing(time_point now) {
+    std::string answer;
+    if (take_answer(answer)) {
+        m_answered = now;
+        if (answer == "ready") return enter(state::painting);
+    }
+    if (ask_again(now, k_question_patience)) ask(k_drawn, now);
+}
+
+void page_run::step_painting() {
+    if (m_port.pictures() <= m_pictures_before) return;
+    if (++m_pictures_seen == k_pictures) return enter(state::ready);
+    ask_for_picture();
+}
+
+void page_run::step_living(time_point now) {
+    std::string answer;
+    if (take_answer(answer)) {
+        m_answered = now;
+        if (m_state == state::ending) return enter(state::ended);
+    }
+    if (m_question && silent(now)) {
+        return fail(m_request.url + ": the page has stopped answering; its process may have ended");
+    }
+    if (m_question || (m_state == state::ready && now - m_answered < k_alive_interval)) return;
+    ask("return 1;", now);
+}
+
+bool page_run::silent(time_point now) const {
+    return now - m_asked >= std::min(m_request.timeout, k_longest_silence);
+}
+
+void page_run::end(time_point now) {
+    if (m_state != state::ready) return;
+    // A question that is open already proves nothing about the time after it.
+    enter(state::ending);
+    step_living(now);
+}
+
+std::string page_run::within() const { return " within " + in_seconds(m_request.timeout); }
+
+std::string page_run::timeout_text() const {
+    switch (m_state) {
+        case state::loading:
+            return m_request.url + ": the page has not loaded" + within();
+        case state::scripting:
+            return m_request.script_name + " has not ended in the page" + within() +
+                   "; perhaps it is no JavaScript";
+        case state::waiting: {
+            if (m_request.wait_for.empty()) break;
+            const std::string reason = !m_thrown.empty()
+                                           ? "; it throws " + m_thrown
+                                           : (m_question ? "; perhaps it is no JavaScript" : "");
+            return "--wait-for " + m_request.wait_for + " has not become true" + within() + reason;
+        }
+        case state::drawing:
+        case state::painting:
+            return m_request.url + ": the page has painted nothing" + within();
+        default:
+            break;
+    }
+    return m_request.url + ": the page does not answer, or its fonts do not load," + within();
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,115 @@
+// host/render/page_run.h - brings one page from its request to the moment when its frames count,
+// and notices when it stops living afterwards.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace pennywort::host {
+
+// What a page run needs of the display that shows the page.
+class page_port {
+public:
+    virtual ~page_port() = default;
+
+    // Runs the body of a function in the page; what it returns arrives as text on the display
+    // thread, later or, when the page has gone meanwhile, never.
+    virtual void run_script(const std::string& body, std::function<void(std::string)> answer) = 0;
+    // Asks for a picture even if nothing has changed.
+    virtual void repaint() = 0;
+    // Pictures painted so far.
+    virtual std::uint64_t pictures() const = 0;
+};
+
+struct page_request {
+    std::string url;
+    std::string script;       // run once the page has loaded; none if empty
+    std::string script_name;  // for messages
+    std::string wait_for;     // expression to become true; none if empty
+    std::chrono::milliseconds timeout{30'000};
+};
+
+// The steps: loading, settling (fonts and style sheets), the script, the condition, some frames of
+// the page's own, a picture that shows all of it. Then the page is ready, and only asked now and
+// then whether it still lives. All on the display thread. No clock: the caller tells the time.
+class page_run {
+public:
+    using time_point = std::chrono::steady_clock::time_point;
+
+    // The page has been requested at `now`. `port` must outlive the run.
+    page_run(page_port& port, page_request request, time_point now);
+    ~page_run();
+    page_run(const page_run&) = delete;
+    page_run& operator=(const page_run&) = delete;
+
+    // What the display reports. A page that loads another one by itself while it is being
+    // prepared is prepared again.
+    void page_loaded(const std::string& url);
+    void load_failed(const std::string& url, const std::string& error);
+
+    // Does what is due. Often: nothing else notices that time passes.
+    void step(time_point now);
+
+    // The page's frames are all taken: it only has to prove that it lived to the end.
+    void end(time_point now);
+
+    bool ready() const { return m_state == state::ready; }
+    bool ended() const { return m_state == state::ended; }
+    bool failed() const { return m_state == state::failed; }
+    // Why, in one line.
+    const std::string& failure() const { return m_failure; }
+    // What the script returned.
+    const std::string& script_result() const { return m_script_result; }
+
+private:
+    enum class state {
+        loading,
+        settling,
+        scripting,
+        waiting,
+        drawing,
+        painting,
+        ready,
+        ending,
+        ended,
+        failed
+    };
+    struct question;
+
+    void enter(state next);
+    void ask_for_picture();
+    void fail(const std::string& text);
+    void ask(const std::string& body, time_point now);
+    bool ask_again(time_point now, std::chrono::milliseconds patience);
+    bool take_answer(std::string& text);
+    bool silent(time_point now) const;
+    std::string timeout_text() const;
+    std::string within() const;
+
+    void step_settling(time_point now);
+    void step_scripting(time_point now);
+    void step_waiting(time_point now);
+    void step_drawing(time_point now);
+    void step_painting();
+    void step_living(time_point now);
+
+    page_port& m_port;
+    const page_request m_request;
+    const time_point m_deadline;
+    state m_state = state::loading;
+    std::shared_ptr<question> m_question;
+    time_point m_asked{};
+    time_point m_answered{};
+    std::uint64_t m_pictures_before = 0;
+    int m_pictures_seen = 0;
+    std::string m_thrown;        // by the condition, the last time
+    std::string m_failed_url;    // the last one; it may have been a frame's of the page
+    std::string m_load_problem;  // the same with the reason
+    std::string m_script_result;
+    std::string m_failure;
+};
+
+}  // namespace pennywort::host

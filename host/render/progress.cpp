@@ -1,0 +1,91 @@
+// host/render/progress.cpp - see the header for the contract.
+#include "host/render/progress.h"
+
+#include <algorithm>
+
+namespace pennywort::host {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto k_bar_interval = 100ms;
+constexpr auto k_line_interval = 1s;
+constexpr int k_longest_bar = 30;
+constexpr int k_shortest_bar = 5;
+
+std::string one_decimal(double value) {
+    const auto tenths = static_cast<long long>(value * 10);
+    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
+}
+
+std::string frames_text(const progress_state& state) {
+    std::string text = std::to_string(state.frames);
+    if (state.total > 0) text += "/" + std::to_string(state.total);
+    text += " frames  " + one_decimal(state.seconds) + " s";
+    if (state.repeated > 0) text += "  " + std::to_string(state.repeated) + " repeated";
+    if (state.dropped > 0) text += "  " + std::to_string(state.dropped) + " dropped";
+    return text;
+}
+
+std::uint64_t part_of(std::uint64_t whole, const progress_state& state) {
+    return std::min(state.frames, state.total) * whole / state.total;
+}
+
+}  // namespace
+
+std::string progress_bar(const progress_state& state, int columns) {
+    const bool begun = state.frames > 0;
+    const std::string text = state.doing + (begun ? "  " + frames_text(state) : "");
+    std::string line;
+    const int room = columns - static_cast<int>(text.size()) - 5;
+    if (state.total > 0 && room >= k_shortest_bar) {
+        const auto length = static_cast<std::uint64_t>(std::min(room, k_longest_bar));
+        const auto full = part_of(length, state);
+        line = "[" + std::string(full, '#') + std::string(length - full, '.') + "]  ";
+    }
+    line += text;
+    // The last column stays free: a terminal that has written into it may wrap.
+    return line.substr(0, static_cast<std::size_t>(std::max(columns - 1, 0)));
+}
+
+std::string progress_line(const progress_state& state) {
+    if (state.frames == 0) return state.doing;
+    std::string line = state.doing + "  " + frames_text(state);
+    if (state.total > 0) line += "  " + std::to_string(part_of(100, state)) + " %";
+    return line;
+}
+
+progress::progress(std::FILE* out, int columns) : m_out(out), m_columns(columns) {}
+
+progress::~progress() { take_bar_away(); }
+
+void progress::take_bar_away() {
+    if (!m_bar_shown) return;
+    std::fputs("\r\x1b[K", m_out);
+    std::fflush(m_out);
+    m_bar_shown = false;
+}
+
+void progress::show(const progress_state& state, time_point now) {
+    if (now < m_next) return;
+    const bool first = m_next == time_point{};
+    m_next = now + (m_columns > 0 ? time_point::duration(k_bar_interval)
+                                  : time_point::duration(k_line_interval));
+    if (m_columns > 0) {
+        std::fprintf(m_out, "\r\x1b[K%s", progress_bar(state, m_columns).c_str());
+        std::fflush(m_out);
+        m_bar_shown = true;
+    } else if (!first) {
+        std::fprintf(m_out, "%s\n", progress_line(state).c_str());
+        std::fflush(m_out);
+    }
+}
+
+void progress::say(const std::string& line) {
+    take_bar_away();
+    std::fprintf(m_out, "%s\n", line.c_str());
+    std::fflush(m_out);
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,124 @@
+// host/render/recorder.cpp - see the header for the contract.
+#include "host/render/recorder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace pennywort::host {
+
+namespace {
+
+// What may wait for a slow writer: two seconds of 1920x1080 at 50, more of smaller ones.
+constexpr std::size_t k_picture_memory = std::size_t(768) << 20;
+
+}  // namespace
+
+void interval_spread::add(std::chrono::steady_clock::duration interval) {
+    using steps = std::chrono::duration<std::int64_t, std::ratio<1, 10'000>>;
+    const auto step = std::chrono::round<steps>(interval).count();
+    ++m_counts[static_cast<std::size_t>(std::clamp<std::int64_t>(step, 0, k_steps - 1))];
+    ++m_total;
+}
+
+double interval_spread::milliseconds_at(double share) const {
+    if (m_total == 0) return 0;
+    const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(m_total)));
+    std::uint64_t seen = 0;
+    for (std::size_t step = 0; step < k_steps; ++step) {
+        seen += m_counts[step];
+        if (seen >= std::max<std::uint64_t>(wanted, 1)) return static_cast<double>(step) / 10;
+    }
+    return static_cast<double>(k_steps - 1) / 10;
+}
+
+recorder::recorder(long width, long height, const frame_rate& rate, writer_thread* writer)
+    : m_width(width),
+      m_height(height),
+      m_interval(rate.time_of(1)),
+      m_writer(writer),
+      m_pool(width, height, picture_pool::limit_for(width, height, k_picture_memory)),
+      m_token(std::make_shared<const picture>(1, 1)),
+      m_pacer(m_interval, frame_pacer::lag_for(m_interval)) {}
+
+void recorder::painted(const void* pixels, long width, long height, time_point at) {
+    if (width != m_width || height != m_height) return;
+    arrived(m_writer ? keep(pixels) : m_token, at);
+}
+
+picture_ptr recorder::keep(const void* pixels) {
+    auto kept = m_pool.take();
+    if (kept) std::memcpy(kept->pixels.get(), pixels, kept->byte_count());
+    return kept;
+}
+
+void recorder::arrived(picture_ptr kept, time_point at) {
+    const std::scoped_lock hold(m_lock);
+    if (m_pictures++ == 0) m_first_picture = at;
+    if (!m_done && m_last_picture != time_point{}) m_intervals.add(at - m_last_picture);
+    m_last_picture = at;
+    m_pacer.picture_came(at, std::move(kept));
+}
+
+void recorder::tick(time_point at) {
+    const std::scoped_lock hold(m_lock);
+    ++m_ticks;
+    if (const auto result = m_pacer.tick_sent(at)) take(*result, at);
+}
+
+void recorder::take(const tick_result& result, time_point sent) {
+    if (result.shown) {
+        m_latest = result.shown;
+        m_shown = false;
+    }
+    if (m_done || result.tick < m_first) return;
+    count(result, sent);
+    if (result.tick + 1 == m_end) m_done = true;
+}
+
+void recorder::count(const tick_result& result, time_point now) {
+    const bool lost = result.fresh && !result.shown;
+    if (m_counts.frames == 0 || result.tick == m_first) m_counting_since = now - m_counts.counted;
+    ++m_counts.frames;
+    m_counts.counted = now - m_counting_since + m_interval;
+    m_counts.painted += result.left_out + (lost ? 1 : 0) + (m_shown ? 0 : 1);
+    m_counts.dropped += result.left_out + (lost ? 1 : 0);
+    m_counts.repeated += m_shown ? 1 : 0;
+    if (!m_writer) {
+        m_shown = true;
+    } else if (m_shown) {
+        m_writer->show_again();
+    } else if (m_latest) {
+        m_writer->show(m_latest);
+        m_shown = true;
+    }
+}
+
+void recorder::begin(std::uint64_t frames) {
+    const std::scoped_lock hold(m_lock);
+    m_first = m_ticks;
+    m_end = m_first + frames;
+    m_last_picture = {};
+    m_shown = false;
+    m_done = false;
+}
+
+void recorder::end() { m_done = true; }
+
+recorder::time_point recorder::first_picture() const {
+    const std::scoped_lock hold(m_lock);
+    return m_first_picture;
+}
+
+record_counts recorder::counts() const {
+    const std::scoped_lock hold(m_lock);
+    return m_counts;
+}
+
+interval_spread recorder::intervals() const {
+    const std::scoped_lock hold(m_lock);
+    return m_intervals;
+}
+
+}  // namespace pennywort::host

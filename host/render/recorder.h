@@ -1,0 +1,99 @@
+// host/render/recorder.h - brings the painted pictures and the ticks of the page's clock together,
+// and hands one output frame per tick to the writer.
+//
+// Threads: painted belongs to the display thread, tick to the ticker; the others may be called from
+// any thread.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+#include "host/output/frame_rate.h"
+#include "host/output/picture.h"
+#include "host/output/writer_thread.h"
+#include "host/render/frame_pacer.h"
+
+namespace pennywort::host {
+
+// What became of the pages' pictures while frames counted: frames = painted - dropped + repeated.
+struct record_counts {
+    std::uint64_t frames = 0;    // output frames
+    std::uint64_t painted = 0;   // pictures that the pages painted
+    std::uint64_t repeated = 0;  // output frames that show the picture of the one before again
+    std::uint64_t dropped = 0;   // painted pictures that are in no output frame
+    std::chrono::steady_clock::duration counted{};  // from the first to the end of the last tick
+};
+
+// The spread of the time between two pictures, in steps of 0.1 ms.
+class interval_spread {
+public:
+    void add(std::chrono::steady_clock::duration interval);
+    // The interval that the part `share` (0 to 1) of all does not exceed; 0 when there is none.
+    double milliseconds_at(double share) const;
+
+private:
+    static constexpr std::size_t k_steps = 10'000;  // the last one holds everything above 1 s
+
+    std::array<std::uint32_t, k_steps> m_counts{};
+    std::uint64_t m_total = 0;
+};
+
+class recorder {
+public:
+    using time_point = std::chrono::steady_clock::time_point;
+
+    // Without a writer pictures are counted but not kept. The writer must outlive the recorder's
+    // last tick.
+    recorder(long width, long height, const frame_rate& rate, writer_thread* writer);
+
+    // One painted frame. One of another size is not counted: the page has not followed its display
+    // yet.
+    void painted(const void* pixels, long width, long height, time_point at);
+    void tick(time_point at);
+
+    // The next `frames` ticks are output frames.
+    void begin(std::uint64_t frames);
+    // Output frames end with the tick that is decided now.
+    void end();
+    // Whether all frames of the last begin are handed over.
+    bool done() const { return m_done; }
+
+    // Pictures so far, counted or not, and when the first one came.
+    std::uint64_t pictures() const { return m_pictures; }
+    time_point first_picture() const;
+
+    record_counts counts() const;
+    interval_spread intervals() const;
+
+private:
+    picture_ptr keep(const void* pixels);
+    void arrived(picture_ptr kept, time_point at);
+    void take(const tick_result& result, time_point sent);
+    void count(const tick_result& result, time_point now);
+
+    const long m_width;
+    const long m_height;
+    const std::chrono::steady_clock::duration m_interval;
+    writer_thread* const m_writer;
+    picture_pool m_pool;
+    const picture_ptr m_token;  // stands for every picture where none is kept
+    std::atomic<std::uint64_t> m_pictures{0};
+    std::atomic<bool> m_done{true};
+
+    mutable std::mutex m_lock;  // guards what follows
+    frame_pacer m_pacer;
+    std::uint64_t m_ticks = 0;
+    std::uint64_t m_first = 0;  // output frames are the ticks from here...
+    std::uint64_t m_end = 0;    // ...to before this one
+    picture_ptr m_latest;       // the picture of the last decided tick
+    bool m_shown = false;       // whether the writer has m_latest
+    record_counts m_counts;
+    time_point m_counting_since{};
+    time_point m_first_picture{};
+    time_point m_last_picture{};
+    interval_spread m_intervals;
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,278 @@
+// host/render/render.cpp - see the header for the contract.
+#include "host/render/render.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "host/app/browser_runtime.h"
+#include "host/app/command_line.h"
+#include "host/output/stream_writers.h"
+#include "host/output/writer_thread.h"
+#include "host/render/page_display.h"
+#include "host/render/page_run.h"
+#include "host/render/progress.h"
+#include "host/render/recorder.h"
+#include "host/render/render_report.h"
+#include "host/render/ticker.h"
+#include "host/system/file_path.h"
+#include "host/system/interrupt.h"
+#include "loam/message_loop.h"
+#include "loam/trace.h"
+#include "webdisplay.h"
+
+namespace pennywort::host {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+// How long the loop waits for something to do before it looks at the time.
+constexpr std::uint32_t k_loop_microseconds = 10'000;
+
+class render_session {
+public:
+    render_session(const render_options& options, const console& out)
+        : m_options(options), m_console(out), m_progress(out.errors(), columns()) {}
+
+    int run();
+
+private:
+    int columns() const { return m_options.verbose ? 0 : m_console.terminal_columns(); }
+    bool open_output();
+    void show_pages();
+    void begin_page(page_display& display, std::size_t number);
+    void follow_page(page_display& display);
+    void leave_page(page_display& display);
+    void tick(page_display& display, clock::time_point now, std::uint64_t due);
+    void complete_output();
+    void discard_output();
+    bool remove_empty_output() const;
+    void show_progress(const char* doing);
+    void hear(const std::string& line);
+    void fail(const std::string& text);
+    bool over() const;
+    bool drained() const;
+    int report();
+
+    const render_options& m_options;
+    const console& m_console;
+    progress m_progress;
+    interrupt_watch m_interrupt;
+    std::unique_ptr<writer_thread> m_writer;
+    std::unique_ptr<recorder> m_recorder;
+    std::unique_ptr<page_run> m_page;
+    std::size_t m_page_number = 0;
+    bool m_counting = false;
+    bool m_all_shown = false;
+    std::uint64_t m_missed = 0;
+    std::uint64_t m_missed_before = 0;
+    clock::time_point m_started{};
+    std::string m_failure;
+};
+
+void render_session::fail(const std::string& text) {
+    if (m_failure.empty()) m_failure = text;
+}
+
+void render_session::hear(const std::string& line) {
+    if (m_options.verbose) m_progress.say(line);
+}
+
+bool render_session::open_output() {
+    if (m_options.output.kind == output_kind::none) return true;
+    auto writer = make_frame_writer(m_options.output, m_options.format, m_console.output());
+    const auto begun = writer->begin();
+    if (begun.ok()) {
+        m_writer = std::make_unique<writer_thread>(std::move(writer));
+    } else {
+        fail(begun.text());
+    }
+    return begun.ok();
+}
+
+bool render_session::over() const {
+    return m_all_shown || !m_failure.empty() || m_interrupt.status() != 0 ||
+           (m_writer && m_writer->failed());
+}
+
+// Whether the writer has nothing left to do. The next page is not even loaded before: it is to have
+// all of the memory for its pictures, and not to play to an empty house meanwhile.
+bool render_session::drained() const {
+    return !m_writer || m_writer->written() >= m_recorder->counts().frames;
+}
+
+void render_session::tick(page_display& display, clock::time_point now, std::uint64_t due) {
+    // What the machine was too late for cannot be made up: the page's clock is the time of day.
+    for (std::uint64_t i = 0; i < due; ++i) m_recorder->tick(now);
+    if (m_options.clock == page_clock::host) display.tick();
+}
+
+void render_session::begin_page(page_display& display, std::size_t number) {
+    const page_request request{m_options.urls[number], m_options.script, m_options.script_name,
+                               m_options.wait_for, m_options.timeout};
+    auto page = std::make_unique<page_run>(display, request, clock::now());
+    if (!display.show(request.url, *page)) fail("the display cannot be opened");
+    m_page = std::move(page);
+    m_page_number = number;
+    m_counting = false;
+}
+
+void render_session::follow_page(page_display& display) {
+    m_page->step(clock::now());
+    if (m_page->failed()) return fail(m_page->failure());
+    if (m_page->ready() && !m_counting) {
+        if (!m_page->script_result().empty()) hear("script: " + m_page->script_result());
+        m_missed_before = display.missed();
+        m_recorder->begin(m_options.frames_per_page);
+        m_counting = true;
+    } else if (m_page->ready() && m_counting && m_recorder->done()) {
+        m_missed += display.missed() - m_missed_before;
+        m_missed_before = display.missed();
+        m_page->end(clock::now());
+    } else if (m_page->ended()) {
+        leave_page(display);
+    }
+}
+
+void render_session::leave_page(page_display& display) {
+    if (m_page_number + 1 == m_options.urls.size()) {
+        m_all_shown = true;
+    } else if (drained()) {
+        begin_page(display, m_page_number + 1);
+    }
+}
+
+void render_session::show_pages() {
+    m_recorder = std::make_unique<recorder>(m_options.format.width, m_options.format.height,
+                                            m_options.format.rate, m_writer.get());
+    page_display display(m_options, *m_recorder, [this](const std::string& line) { hear(line); });
+    begin_page(display, 0);
+    {
+        const ticker ticks(m_options.format.rate, [&](clock::time_point now, std::uint64_t due) {
+            tick(display, now, due);
+        });
+        while (!over()) {
+            zMessageLoop::RunOnce(k_loop_microseconds);
+            follow_page(display);
+            show_progress(m_counting ? "page " : "loading page ");
+        }
+    }
+    m_recorder->end();
+    complete_output();
+    display.close();
+    m_page.reset();
+}
+
+void render_session::complete_output() {
+    if (!m_writer) return;
+    m_writer->request_finish();
+    while (!m_writer->finished()) {
+        zMessageLoop::RunOnce(k_loop_microseconds);
+        show_progress("writing page ");
+    }
+    const auto finished = m_writer->finish();
+    const bool nothing = remove_empty_output();
+    const bool wanted = finished.what() == outcome::kind::reader_closed &&
+                        m_options.frames_per_page == render_options::k_endless;
+    // A file that never got a frame cannot be completed, and why it got none is told already.
+    const bool known = nothing && (!m_failure.empty() || m_interrupt.status() != 0);
+    if (!finished.ok() && !wanted && !known) fail(finished.text());
+}
+
+void render_session::discard_output() {
+    if (!m_writer) return;
+    static_cast<void>(m_writer->finish());
+    remove_empty_output();
+}
+
+bool render_session::remove_empty_output() const {
+    if (m_writer->written() > 0) return false;
+    const auto kind = m_options.output.kind;
+    const bool begun = kind == output_kind::y4m || kind == output_kind::raw ||
+                       kind == output_kind::mkv || kind == output_kind::mov;
+    std::error_code ignored;
+    const auto path = file_path(m_options.output.path);
+    if (begun && std::filesystem::is_regular_file(path, ignored)) {
+        std::filesystem::remove(path, ignored);
+    }
+    return true;
+}
+
+void render_session::show_progress(const char* doing) {
+    const auto counts = m_recorder->counts();
+    progress_state state;
+    state.frames = m_writer ? m_writer->written() : counts.frames;
+    const bool endless = m_options.frames_per_page == render_options::k_endless;
+    state.total = endless ? 0 : m_options.frames_per_page * m_options.urls.size();
+    state.repeated = counts.repeated;
+    state.dropped = counts.dropped;
+    state.seconds = static_cast<double>(state.frames) / m_options.format.rate.value();
+    state.doing =
+        doing + std::to_string(m_page_number + 1) + " of " + std::to_string(m_options.urls.size());
+    m_progress.show(state, clock::now());
+}
+
+int render_session::report() {
+    const int interrupted = m_interrupt.status();
+    if (!m_failure.empty()) {
+        m_progress.say("pennywort: " + m_failure);
+    } else if (interrupted != 0) {
+        m_progress.say("pennywort: interrupted");
+    }
+    render_result result;
+    if (m_recorder) {
+        result.counts = m_recorder->counts();
+        result.intervals = m_recorder->intervals();
+        if (m_recorder->pictures() > 0)
+            result.first_frame = m_recorder->first_picture() - m_started;
+    }
+    result.missed = m_missed;
+    result.failure = m_failure;
+    for (const auto& line : summary_lines(m_options, result)) m_progress.say(line);
+    if (m_options.json) {
+        const bool taken = m_options.output.to_standard_output();
+        std::FILE* to = taken ? m_console.errors() : m_console.output();
+        std::fprintf(to, "%s\n", json_report(m_options, result).c_str());
+        std::fflush(to);
+    }
+    if (!m_failure.empty()) return k_exit_failed;
+    return interrupted != 0 ? interrupted : k_exit_fine;
+}
+
+int render_session::run() {
+    if (!open_output()) return report();
+    m_started = clock::now();
+    {
+        const browser_runtime browser(m_options.pacing, m_options.gpu);
+        if (browser.up()) {
+            show_pages();
+        } else {
+            fail(browser_runtime::failure());
+            discard_output();
+        }
+    }
+    return report();
+}
+
+}  // namespace
+
+int render(const render_options& options, const console& out) {
+    if (options.verbose) {
+        zTraceManager::Default()->SetSink(
+            [&out](const char* message) { std::fputs(message, out.errors()); });
+    }
+    int status = k_exit_failed;
+    {
+        render_session session(options, out);
+        status = session.run();
+    }
+    zTraceManager::Default()->SetSink({});
+    return status;
+}
+
+}  // namespace pennywort::host

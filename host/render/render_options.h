@@ -1,0 +1,42 @@
+// host/render/render_options.h - what one call of "pennywort render" is asked to do.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/output/frame_rate.h"
+#include "host/output/frame_writer.h"
+#include "host/output/output_target.h"
+
+namespace pennywort::host {
+
+enum class page_clock {
+    host,  // one tick of the page per output frame
+    page,  // the page runs free, and each output frame takes the newest picture
+};
+
+enum class pump_pacing { on_request, timer };
+
+struct render_options {
+    // Frames of an output that goes on until it is stopped. Small enough to be added to.
+    static constexpr std::uint64_t k_endless = std::uint64_t(1) << 62;
+
+    std::vector<std::string> urls;
+    frame_format format;
+    std::uint64_t frames_per_page = 0;
+    std::string css;          // style sheet text
+    std::string script;       // JavaScript text
+    std::string script_name;  // of its file, for messages
+    std::string wait_for;     // JavaScript expression
+    std::chrono::milliseconds timeout{30'000};
+    output_target output;
+    page_clock clock = page_clock::host;
+    pump_pacing pacing = pump_pacing::on_request;
+    bool gpu = false;
+    bool json = false;
+    bool verbose = false;
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,74 @@
+// host/render/render_report.cpp - see the header for the contract.
+#include "host/render/render_report.h"
+
+#include <cstdio>
+#include <limits>
+
+#include "host/live/json_line.h"
+
+namespace pennywort::host {
+
+namespace {
+
+double seconds_of(std::chrono::steady_clock::duration time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+double per_second(std::uint64_t count, double seconds) {
+    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
+}
+
+std::string rounded(double value, int decimals) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
+}  // namespace
+
+std::string json_report(const render_options& options, const render_result& result) {
+    const double seconds = seconds_of(result.counts.counted);
+    const double no_number = std::numeric_limits<double>::quiet_NaN();
+    json_line line;
+    line.add("painted", result.counts.painted)
+        .add("repeated", result.counts.repeated)
+        .add("dropped", result.counts.dropped)
+        .add("missed", result.missed)
+        .add("frames", result.counts.frames)
+        .add("first_frame_ms",
+             result.first_frame ? seconds_of(*result.first_frame) * 1000 : no_number, 1)
+        .add("seconds", seconds, 3)
+        .add("width", static_cast<std::uint64_t>(options.format.width))
+        .add("height", static_cast<std::uint64_t>(options.format.height))
+        .add("fps", options.format.rate.value(), 3)
+        .add("painted_fps", per_second(result.counts.painted, seconds), 2)
+        .add("interval_p50_ms", result.intervals.milliseconds_at(0.50), 1)
+        .add("interval_p99_ms", result.intervals.milliseconds_at(0.99), 1)
+        .add("pages", static_cast<std::uint64_t>(options.urls.size()))
+        .add("output", options.output.path);
+    if (!result.failure.empty()) line.add("failure", result.failure);
+    return line.text();
+}
+
+std::vector<std::string> summary_lines(const render_options& options, const render_result& result) {
+    const auto& counts = result.counts;
+    if (counts.frames == 0) return {};
+    const double seconds = seconds_of(counts.counted);
+    const bool measuring = options.output.kind == output_kind::none;
+    std::vector<std::string> lines;
+    lines.push_back((measuring ? "measured: " : options.output.path + ": ") +
+                    std::to_string(counts.frames) + " frames, " + rounded(seconds, 2) + " s, " +
+                    rounded(per_second(counts.painted, seconds), 2) + " pictures a second of " +
+                    rounded(options.format.rate.value(), 2) + "; " +
+                    std::to_string(counts.repeated) +
+                    " frames repeat the one before; the page missed " +
+                    std::to_string(result.missed) + " ticks");
+    if (counts.dropped > 0 && !measuring) {
+        lines.push_back(std::to_string(counts.dropped) +
+                        " pictures were dropped, since writing could not keep up: a smaller --size "
+                        "or a lower --fps helps");
+    }
+    return lines;
+}
+
+}  // namespace pennywort::host

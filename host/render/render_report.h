@@ -1,0 +1,29 @@
+// host/render/render_report.h - what a run tells when it has ended, for people and for programs.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/render/recorder.h"
+#include "host/render/render_options.h"
+
+namespace pennywort::host {
+
+struct render_result {
+    record_counts counts;
+    interval_spread intervals;
+    std::uint64_t missed = 0;  // ticks that the page could not follow
+    std::optional<std::chrono::steady_clock::duration> first_frame;  // from the runtime's start
+    std::string failure;                                             // empty if there was none
+};
+
+// One object in one line, without a line end.
+std::string json_report(const render_options& options, const render_result& result);
+
+// What became of the frames, and what to do about frames that were dropped.
+std::vector<std::string> summary_lines(const render_options& options, const render_result& result);
+
+}  // namespace pennywort::host

@@ -1,0 +1,39 @@
+// host/render/ticker.cpp - see the header for the contract.
+#include "host/render/ticker.h"
+
+#include <utility>
+
+namespace pennywort::host {
+
+std::uint64_t tick_schedule::take_due(time_point now) {
+    std::uint64_t due = 0;
+    for (; next() <= now; ++m_passed) ++due;
+    return due;
+}
+
+ticker::ticker(const frame_rate& rate, tick_function function)
+    : m_schedule(rate, std::chrono::steady_clock::now()),
+      m_function(std::move(function)),
+      m_thread([this] { run(); }) {}
+
+ticker::~ticker() {
+    {
+        const std::scoped_lock hold(m_lock);
+        m_stopping = true;
+    }
+    m_wake.notify_one();
+    m_thread.join();
+}
+
+void ticker::run() {
+    std::unique_lock hold(m_lock);
+    while (!m_stopping) {
+        hold.unlock();
+        const auto now = std::chrono::steady_clock::now();
+        if (const auto due = m_schedule.take_due(now); due > 0) m_function(now, due);
+        hold.lock();
+        m_wake.wait_until(hold, m_schedule.next(), [this] { return m_stopping; });
+    }
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,56 @@
+// host/system/child_process.h - runs another program and feeds its standard input. The system's
+// half is child_process_linux.cpp or child_process_win.cpp.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/system/outcome.h"
+
+namespace pennywort::host {
+
+// The full path of a program that the user's search path holds; empty if there is none.
+std::string find_program(const std::string& name);
+
+// Used by one thread at a time.
+class child_process {
+public:
+    child_process();
+    // Ends the program at once if it is still running, with what it has started, and waits for
+    // that.
+    ~child_process();
+    child_process(const child_process&) = delete;
+    child_process& operator=(const child_process&) = delete;
+
+    // `command` is the program's path and its arguments. Its output is discarded; of what it says
+    // on standard error the last line is kept. It runs below our own priority. It is not reached by
+    // what is typed at our terminal: our Ctrl-C must not cut off a file that we are about to
+    // complete.
+    outcome start(const std::vector<std::string>& command);
+
+    enum class write_result {
+        written,
+        closed,   // the program takes no more: it has ended, or is about to
+        stalled,  // it has taken nothing for `patience`
+    };
+    write_result write(const void* bytes, std::size_t count, std::chrono::milliseconds patience);
+
+    struct exit_report {
+        // By itself, within `patience`; else it has been ended, with what it has started.
+        bool ended = false;
+        int status = -1;  // its exit status; 128 and the signal's number if a signal ended it
+        std::string last_line;
+    };
+    // Ends the program's input and waits for its end. Once. What it has started and left behind is
+    // not waited for.
+    exit_report finish(std::chrono::milliseconds patience);
+
+private:
+    struct native;
+    std::unique_ptr<native> m_native;
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,33 @@
+// host/system/console.h - the program's own standard output and error output, kept apart from what
+// the browser runtime writes there. The system's half is console_linux.cpp or console_win.cpp.
+#pragma once
+
+#include <cstdio>
+
+namespace pennywort::host {
+
+// One per process. Takes both outputs for itself: whatever else in the process, or a program that
+// it starts, writes to standard output is discarded from then on, and with `quiet` so is what goes
+// to standard error. So the file that a pipe carries stays pure, and its reader sees its end even
+// while a helper of the runtime still lives. Writing to a closed pipe no longer ends the process.
+class console {
+public:
+    enum class others { quiet, heard };
+
+    explicit console(others on_standard_error);
+    // Gives both back.
+    ~console();
+    console(const console&) = delete;
+    console& operator=(const console&) = delete;
+
+    std::FILE* output() const { return m_output; }
+    std::FILE* errors() const { return m_errors; }
+    // The width of the terminal that errors() goes to, in characters; 0 if it goes elsewhere.
+    int terminal_columns() const;
+
+private:
+    std::FILE* m_output;
+    std::FILE* m_errors;
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,34 @@
+// host/system/interrupt_win.cpp - Windows half of host/system/interrupt.h. Linux half:
+// host/system/interrupt_linux.cpp.
+#include "host/system/interrupt.h"
+
+#include <windows.h>
+
+#include <atomic>
+
+namespace pennywort::host {
+
+namespace {
+
+std::atomic<int> g_status{0};
+
+// Called by the system on a thread of its own. FALSE leaves it to the system, which ends the
+// process.
+BOOL WINAPI note(DWORD event) {
+    int none = 0;
+    const int status = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT ? 130 : 143;
+    return g_status.compare_exchange_strong(none, status) ? TRUE : FALSE;
+}
+
+}  // namespace
+
+interrupt_watch::interrupt_watch() {
+    g_status = 0;
+    SetConsoleCtrlHandler(note, TRUE);
+}
+
+interrupt_watch::~interrupt_watch() { SetConsoleCtrlHandler(note, FALSE); }
+
+int interrupt_watch::status() const { return g_status; }
+
+}  // namespace pennywort::host

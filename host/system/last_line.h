@@ -1,0 +1,24 @@
+// host/system/last_line.h - keeps the last line of what a program says.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace pennywort::host {
+
+class last_line {
+public:
+    // A line longer than this keeps its beginning.
+    static constexpr std::size_t k_longest = 500;
+
+    // The bytes may be split anywhere.
+    void add(std::string_view bytes);
+    // The last line that is not empty, whether its end has come or not.
+    const std::string& text() const { return m_current.empty() ? m_last : m_current; }
+
+private:
+    std::string m_current;
+    std::string m_last;
+};
+
+}  // namespace pennywort::host

@@ -15,8 +15,8 @@
 namespace {
 
 using steady = std::chrono::steady_clock;
-using pennywort::webdisplay_browser_client;
 using pennywort::bench::allocations;
+using pennywort::webdisplay::webdisplay_browser_client;
 
 // A browser of the runtime, as far as a frame needs one; it belongs to the benchmark.
 struct runtime_browser {
@@ -65,7 +65,7 @@ struct painted_display {
     cWebDisplayBrowser* display = cWebDisplayCEFBrowserManager::CreateBrowser(zRecord(), 60);
     webdisplay_browser_client* client =
         new webdisplay_browser_client(static_cast<cWebDisplayCEFBrowser*>(display), "");
-    cef_client_t* c_client = static_cast<pennywort::CefClient*>(client)->counted_client();
+    cef_client_t* c_client = static_cast<pennywort::cef::CefClient*>(client)->counted_client();
 
     painted_display() {
         client->set_alive();

@@ -28,15 +28,17 @@
 #include "loam/window_types.h"
 #include "pennywort_export.h"
 
-namespace pennywort {
-class cef_text;
+namespace pennywort::cef {
+template <class T>
+class own;
+class utf16;
+}  // namespace pennywort::cef
+namespace pennywort::webdisplay {
 class message_pump;
 class tick_ledger;
 class webdisplay_browser_client;
 struct webdisplay_cef_state;
-template <class T>
-class own_ref;
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay
 
 // Receives the painted frames.
 class PENNYWORT_API cBrowserVideoRendererInterface {
@@ -222,10 +224,10 @@ protected:
     mutable std::mutex m_size_lock;
     bool m_host_clock = false;
     bool m_report_lost_page = false;
-    std::unique_ptr<pennywort::tick_ledger> m_tick_ledger;
+    std::unique_ptr<pennywort::webdisplay::tick_ledger> m_tick_ledger;
 
 private:
-    friend class pennywort::webdisplay_browser_client;
+    friend class pennywort::webdisplay::webdisplay_browser_client;
 };
 
 // A display whose page is shown by the browser runtime.
@@ -259,26 +261,26 @@ protected:
     ~cWebDisplayCEFBrowser() override;
 
 private:
-    friend class pennywort::webdisplay_browser_client;
+    friend class pennywort::webdisplay::webdisplay_browser_client;
 
-    void get_cef_state(pennywort::webdisplay_cef_state& out) const;
+    void get_cef_state(pennywort::webdisplay::webdisplay_cef_state& out) const;
     void browser_destroyed();
     void create_cef_browser(zSignal* done);
     void notify_move_or_resize();
     std::shared_ptr<cWebDisplayCEFBrowser> another_reference();
     void load_next_on_ui_thread();
-    pennywort::own_ref<pennywort::webdisplay_browser_client> make_client(
+    pennywort::cef::own<pennywort::webdisplay::webdisplay_browser_client> make_client(
         const std::string& start_url);
-    bool start_browser(pennywort::webdisplay_browser_client& client,
-                       const pennywort::cef_text& url);
-    static bool ask_to_close(const pennywort::webdisplay_cef_state& state);
+    bool start_browser(pennywort::webdisplay::webdisplay_browser_client& client,
+                       const pennywort::cef::utf16& url);
+    static bool ask_to_close(const pennywort::webdisplay::webdisplay_cef_state& state);
     void wait_until_closed();
     bool drive_until_closed();
     bool erase_background(LRESULT& result);
     void set_focus(bool focused);
     void follow_size(HWND window, WPARAM size_type);
 
-    pennywort::webdisplay_cef_state* m_cef_state = nullptr;
+    pennywort::webdisplay::webdisplay_cef_state* m_cef_state = nullptr;
     std::unique_ptr<zCritical> m_state_lock;
     std::unique_ptr<zSignal> m_close_signal;
     HWND m_parent_window = nullptr;
@@ -333,5 +335,5 @@ protected:
 
     bool m_initialized = false;
     bool m_start_flag = false;
-    std::unique_ptr<pennywort::message_pump> m_timer_loop;
+    std::unique_ptr<pennywort::webdisplay::message_pump> m_timer_loop;
 };

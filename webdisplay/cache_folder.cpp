@@ -6,7 +6,7 @@
 
 #include "loam/trace.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 cache_folder::cache_folder(const std::string& preferred) {
     if (!preferred.empty()) m_claim = folder_claim::make(preferred);
@@ -34,4 +34,4 @@ cache_folder::~cache_folder() {
     std::filesystem::remove_all(reinterpret_cast<const char8_t*>(m_path.c_str()), ignored);
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -6,7 +6,7 @@
 
 #include "webdisplay/folder_claim.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 // The runtime refuses a folder that another process is using, while two hosts on one machine are
 // everyday life. So the first host gets the user's folder, and any further one a private folder
@@ -32,4 +32,4 @@ private:
     bool m_is_private = false;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 class folder_claim {
 public:
@@ -18,4 +18,4 @@ public:
 // Makes a new folder that only this user may read, for temporary files; empty if that fails.
 std::string make_private_folder(const std::string& name);
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

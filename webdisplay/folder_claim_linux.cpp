@@ -13,7 +13,7 @@
 
 #include "loam/path.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -71,4 +71,4 @@ std::string make_private_folder(const std::string& name) {
     return mkdtemp(path.data()) ? path : std::string();
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -8,7 +8,7 @@
 #include "loam/trace.h"
 #include "loam/wide_text.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -61,4 +61,4 @@ std::string make_private_folder(const std::string& name) {
     return {};
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 // Folder of this process's program, without a separator at the end.
 std::string program_folder();
@@ -49,4 +49,4 @@ std::string application_data_folder();
 // Opens `url` with the program that the user chose for its kind. Does not wait for it.
 void open_in_system(const std::string& url);
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -26,7 +26,7 @@
 
 extern "C" char** environ;
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -186,4 +186,4 @@ void open_in_system(const std::string& url) {
                                         std::strerror(error));
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

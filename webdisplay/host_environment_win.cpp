@@ -13,7 +13,7 @@
 #include "loam/trace.h"
 #include "loam/wide_text.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -109,4 +109,4 @@ void open_in_system(const std::string& url) {
     ShellExecuteExA(&call);
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -8,14 +8,14 @@
 
 #include "webdisplay/native_window.h"
 
-namespace pennywort::live_browsers {
+namespace pennywort::webdisplay::live_browsers {
 
 namespace {
 
 std::atomic<int> g_count{0};
 
 struct live_browser {
-    cef_ref<cef_browser_t> browser;
+    cef::ref<cef_browser_t> browser;
     bool asked_to_close = false;
 };
 
@@ -27,7 +27,7 @@ std::vector<live_browser>& browsers() {
 }
 
 cef_window_handle_t window_of(const live_browser& entry) {
-    const cef_ref<cef_browser_host_t> host(entry.browser->get_host(entry.browser.get()));
+    const cef::ref<cef_browser_host_t> host(entry.browser->get_host(entry.browser.get()));
     return host ? host->get_window_handle(host.get()) : cef_window_handle_t{};
 }
 
@@ -44,13 +44,13 @@ void expect_no_more() { --g_count; }
 
 void arrived(cef_browser_t* browser, bool is_popup) {
     if (is_popup) ++g_count;
-    browsers().push_back({cef_ref<cef_browser_t>::shared(browser)});
+    browsers().push_back({cef::ref<cef_browser_t>::shared(browser)});
 }
 
 void gone(cef_browser_t* browser) {
     auto& list = browsers();
     const auto found = std::find_if(list.begin(), list.end(), [browser](const auto& other) {
-        return same_browser(other.browser.get(), browser);
+        return cef::same_browser(other.browser.get(), browser);
     });
     if (found == list.end()) return;
     list.erase(found);
@@ -61,12 +61,12 @@ int count() { return g_count; }
 
 void close_all() {
     // Collected first, since closing may take a browser out of the list at once.
-    std::vector<cef_ref<cef_browser_t>> closing;
+    std::vector<cef::ref<cef_browser_t>> closing;
     for (auto& entry : browsers()) {
         if (!std::exchange(entry.asked_to_close, true)) closing.push_back(entry.browser);
     }
     for (const auto& browser : closing) {
-        const cef_ref<cef_browser_host_t> host(browser->get_host(browser.get()));
+        const cef::ref<cef_browser_host_t> host(browser->get_host(browser.get()));
         if (host) host->close_browser(host.get(), 1);
     }
 }
@@ -87,4 +87,4 @@ void forget_all() {
     g_count = 0;
 }
 
-}  // namespace pennywort::live_browsers
+}  // namespace pennywort::webdisplay::live_browsers

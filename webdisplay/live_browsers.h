@@ -3,7 +3,7 @@
 
 #include "webdisplay/cef/ref.h"
 
-namespace pennywort::live_browsers {
+namespace pennywort::webdisplay::live_browsers {
 
 // A browser was asked for, and will arrive or fail. UI thread.
 void expect();
@@ -28,4 +28,4 @@ bool any_in_window();
 // thread.
 void forget_all();
 
-}  // namespace pennywort::live_browsers
+}  // namespace pennywort::webdisplay::live_browsers

@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 class main_thread_timer {
 public:
@@ -36,4 +36,4 @@ public:
     virtual void rest(std::int64_t us) = 0;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

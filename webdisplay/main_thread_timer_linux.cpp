@@ -21,7 +21,7 @@
 #include "loam/message_loop.h"
 #include "loam/trace.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -189,4 +189,4 @@ std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()>
     return nullptr;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -16,7 +16,7 @@
 
 #include "loam/trace.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -218,4 +218,4 @@ std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()>
     return nullptr;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -9,7 +9,7 @@
 #include "webdisplay/cef/counted.h"
 #include "webdisplay/cef/runtime.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -55,7 +55,7 @@ void message_pump::set_can_run(std::function<bool()> can_run) {
 void message_pump::tick() {
     const bool nested = std::exchange(t_inside_tick, true);
     const auto can_run = m_can_run;
-    if (!can_run || guarded(false, "SetCanRunCefMessageLoopFn", *can_run)) work_and_go_on();
+    if (!can_run || cef::guarded(false, "SetCanRunCefMessageLoopFn", *can_run)) work_and_go_on();
     t_inside_tick = nested;
 }
 
@@ -73,7 +73,7 @@ void message_pump::work_and_go_on() {
 void message_pump::work_once() {
     if (g_depth.fetch_add(1) == 0) {
         t_inside_work = true;
-        cef_work();
+        cef::work();
         t_inside_work = false;
     }
     g_depth.fetch_sub(1);
@@ -83,4 +83,4 @@ void message_pump::frame_painted() { t_frame_painted = true; }
 bool message_pump::inside_work() { return t_inside_work; }
 bool message_pump::inside_tick() { return t_inside_tick || t_inside_work; }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -6,7 +6,7 @@
 
 #include "webdisplay/main_thread_timer.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 // Belongs to the display thread.
 class message_pump {
@@ -44,4 +44,4 @@ private:
     std::shared_ptr<const std::function<bool()>> m_can_run;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

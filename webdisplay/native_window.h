@@ -9,7 +9,7 @@
 #include "cef_abi.h"
 #include "loam/window_types.h"
 
-namespace pennywort::native_window {
+namespace pennywort::webdisplay::native_window {
 
 // Makes `info` ask for a browser that is a child window of `parent`.
 void fill_child(cef_window_info_t& info, HWND parent, int width, int height);
@@ -38,4 +38,4 @@ bool exists(cef_window_handle_t window);
 // does not, it must be asked to close.
 bool browser_goes_with_its_window() noexcept;
 
-}  // namespace pennywort::native_window
+}  // namespace pennywort::webdisplay::native_window

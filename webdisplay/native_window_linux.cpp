@@ -15,7 +15,7 @@
 
 #include "loam/library.h"
 
-namespace pennywort::native_window {
+namespace pennywort::webdisplay::native_window {
 
 namespace {
 
@@ -169,4 +169,4 @@ HWND parent(HWND window) {
     return answer ? reinterpret_cast<HWND>(static_cast<std::uintptr_t>(answer->parent)) : nullptr;
 }
 
-}  // namespace pennywort::native_window
+}  // namespace pennywort::webdisplay::native_window

@@ -6,7 +6,7 @@
 
 #include <iterator>
 
-namespace pennywort::native_window {
+namespace pennywort::webdisplay::native_window {
 
 namespace {
 
@@ -55,4 +55,4 @@ bool browser_goes_with_its_window() noexcept { return true; }
 
 HWND parent(HWND window) { return GetParent(window); }
 
-}  // namespace pennywort::native_window
+}  // namespace pennywort::webdisplay::native_window

@@ -3,7 +3,7 @@
 
 #include "loam/base64.h"
 
-namespace pennywort::page_scripts {
+namespace pennywort::webdisplay::page_scripts {
 
 namespace {
 
@@ -41,4 +41,4 @@ std::string with_result(std::string_view script, std::string_view id) {
                    ":", id, "',tarntemp())"});
 }
 
-}  // namespace pennywort::page_scripts
+}  // namespace pennywort::webdisplay::page_scripts

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace pennywort::page_scripts {
+namespace pennywort::webdisplay::page_scripts {
 
 inline constexpr std::string_view k_flash_probe =
     "var hasFlash = '0';try {\tvar fo = new ActiveXObject('ShockwaveFlash.ShockwaveFlash');"
@@ -56,4 +56,4 @@ std::string with_result(std::string_view script, std::string_view id);
 // The command under which such a result comes back, before the ":" and the id.
 inline constexpr std::string_view k_result_command = "thinternal-javascript-wait-result";
 
-}  // namespace pennywort::page_scripts
+}  // namespace pennywort::webdisplay::page_scripts

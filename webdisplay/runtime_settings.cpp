@@ -10,7 +10,7 @@
 #include "loam/path.h"
 #include "webdisplay/cef/data_file.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -72,7 +72,7 @@ std::string locale_problem(const std::string& folder, const std::string& locale)
     }
     for (const std::string& name : files) {
         const std::string file = child(folder, name.c_str());
-        if (is_whole_pack(file)) continue;
+        if (cef::is_whole_pack(file)) continue;
         return "The browser runtime's locale " + file +
                " is damaged; copy or link the runtime's locales there anew";
     }
@@ -138,4 +138,4 @@ runtime_settings::runtime_settings(const runtime_paths& paths, const std::string
     m_settings.background_color = k_background;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

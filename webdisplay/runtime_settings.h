@@ -6,7 +6,7 @@
 #include "webdisplay/cef/text.h"
 #include "webdisplay/host_environment.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 // The runtime's name of the locale for a language. The spelling with underscores is meant.
 const char* runtime_locale(ui_language language) noexcept;
@@ -33,12 +33,12 @@ public:
     cef_settings_t& get() { return m_settings; }
 
 private:
-    cef_text m_locale;
-    cef_text m_child_process;
-    cef_text m_locales;
-    cef_text m_log_file;
-    cef_text m_cache;
+    cef::utf16 m_locale;
+    cef::utf16 m_child_process;
+    cef::utf16 m_locales;
+    cef::utf16 m_log_file;
+    cef::utf16 m_cache;
     cef_settings_t m_settings{};
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -30,4 +30,4 @@ void tick_ledger::begin_count(std::uint64_t frames) {
     m_missed_then = m_missed;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdint>
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 // The runtime drops a tick silently while the page is busy with the one before, and says nothing of
 // a tick at which nothing changed, so pictures alone cannot tell the two apart. The page can: it
@@ -40,4 +40,4 @@ private:
     std::uint64_t m_missed_then = 0;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -91,7 +91,7 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
       m_javascript_receiver_lock(zCritical::Factory(k_re_enterable)),
       m_frame_rate(frameRate),
       m_observer_lock(zCritical::Factory(k_re_enterable)),
-      m_tick_ledger(std::make_unique<pennywort::tick_ledger>()) {
+      m_tick_ledger(std::make_unique<pennywort::webdisplay::tick_ledger>()) {
     const std::int32_t width = settings.AsInt32("web_width", 0);
     const std::int32_t height = settings.AsInt32("web_height", 0);
     m_size.Set(at_least_one_pixel(width), at_least_one_pixel(height));

@@ -15,7 +15,7 @@
 #include "webdisplay/page_scripts.h"
 #include "webdisplay/tick_ledger.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
@@ -29,21 +29,21 @@ bool is_popup(cef_browser_t* browser) { return browser->is_popup(browser) != 0; 
 
 void execute(cef_frame_t* frame, std::string_view script) {
     if (!frame) return;
-    const cef_text code(script);
-    const cef_text no_url("");
+    const cef::utf16 code(script);
+    const cef::utf16 no_url("");
     frame->execute_java_script(frame, code.get(), no_url.get(), 0);
 }
 
 void execute_on_page(cef_browser_t* browser, std::string_view script) {
-    const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
+    const cef::ref<cef_frame_t> frame(browser->get_main_frame(browser));
     execute(frame.get(), script);
 }
 
 // Later, since a page without handlers of its own is destroyed within the call, and the callback
 // that we stand in goes on using it.
 void close_soon(cef_browser_t* browser) {
-    const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
-    if (host) cef_post_to_ui([host] { host->close_browser(host.get(), 1); });
+    const cef::ref<cef_browser_host_t> host(browser->get_host(browser));
+    if (host) cef::post_to_ui([host] { host->close_browser(host.get(), 1); });
 }
 
 zString text_of(const std::string& text) {
@@ -52,15 +52,15 @@ zString text_of(const std::string& text) {
 
 // Puts the runtime's question about a request, asked on its IO thread, to the host on the display
 // thread, where all of the host's receivers are called.
-class request_filter final : public CefResourceRequestHandler {
+class request_filter final : public cef::CefResourceRequestHandler {
 public:
-    explicit request_filter(own_ref<webdisplay_browser_client> client)
+    explicit request_filter(cef::own<webdisplay_browser_client> client)
         : m_client(std::move(client)) {}
 
     cef_return_value_t OnBeforeResourceLoad(cef_request_t* request,
-                                            cef_ref<cef_callback_t> callback) override {
-        const std::string url = utf8_of(request->get_url(request));
-        const bool posted = cef_post_to_ui([client = m_client, url, callback] {
+                                            cef::ref<cef_callback_t> callback) override {
+        const std::string url = cef::utf8_of(request->get_url(request));
+        const bool posted = cef::post_to_ui([client = m_client, url, callback] {
             const bool allowed = client->may_request(url);
             allowed ? callback->cont(callback.get()) : callback->cancel(callback.get());
         });
@@ -68,7 +68,7 @@ public:
     }
 
 private:
-    const own_ref<webdisplay_browser_client> m_client;
+    const cef::own<webdisplay_browser_client> m_client;
 };
 
 }  // namespace
@@ -150,16 +150,16 @@ bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string&
 }
 
 void webdisplay_browser_client::popup_created(cef_browser_t* browser) {
-    m_popups.push_back(cef_ref<cef_browser_t>::shared(browser));
+    m_popups.push_back(cef::ref<cef_browser_t>::shared(browser));
     const owner_use owner(*this);
     if (!owner) return close_soon(browser);
-    const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
+    const cef::ref<cef_browser_host_t> host(browser->get_host(browser));
     if (host && owner->m_windowless) host->was_hidden(host.get(), 1);
 }
 
 void webdisplay_browser_client::popup_closed(cef_browser_t* browser) {
     std::erase_if(m_popups,
-                  [browser](const auto& other) { return same_browser(other.get(), browser); });
+                  [browser](const auto& other) { return cef::same_browser(other.get(), browser); });
 }
 
 void webdisplay_browser_client::close_popups() {
@@ -174,7 +174,7 @@ std::string webdisplay_browser_client::take_over_browser(cWebDisplayCEFBrowser& 
                                                          bool& load_pending) {
     const zAutoCritical lock(owner.m_state_lock.get());
     if (owner.m_cef_state && !owner.m_cef_state->browser) {
-        owner.m_cef_state->browser = cef_ref<cef_browser_t>::shared(browser);
+        owner.m_cef_state->browser = cef::ref<cef_browser_t>::shared(browser);
     }
     load_pending = std::exchange(owner.m_load_pending, false);
     return owner.PopNextURL();
@@ -192,10 +192,10 @@ void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
         if (!owner) return close_soon(browser);
         url = take_over_browser(*owner, browser, load_pending);
     }
-    const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
-    const std::string current = frame ? utf8_of(frame->get_url(frame.get())) : std::string();
+    const cef::ref<cef_frame_t> frame(browser->get_main_frame(browser));
+    const std::string current = frame ? cef::utf8_of(frame->get_url(frame.get())) : std::string();
     if (frame && load_pending && url != current && url != m_start_url) {
-        frame->load_url(frame.get(), cef_text(url).get());
+        frame->load_url(frame.get(), cef::utf16(url).get());
     }
     const owner_use owner(*this);
     if (!owner) return;
@@ -204,7 +204,7 @@ void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
     owner->GetSize(width, height);
     owner->SetSize(width, height);
     if (!owner->m_windowless) {
-        const cef_ref<cef_browser_host_t> host(browser->get_host(browser));
+        const cef::ref<cef_browser_host_t> host(browser->get_host(browser));
         if (host) native_window::mark_browser(host->get_window_handle(host.get()));
     }
 }
@@ -240,7 +240,7 @@ void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t*
 }
 
 bool webdisplay_browser_client::has_failed(cef_frame_t* frame) const {
-    return !m_failed_url.empty() && m_failed_url == utf8_of(frame->get_url(frame));
+    return !m_failed_url.empty() && m_failed_url == cef::utf8_of(frame->get_url(frame));
 }
 
 void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) {
@@ -252,7 +252,8 @@ void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* f
         if (!owner) return;
         css = owner->get_css_override();
         host_clock = owner->m_host_clock;
-        if (!has_failed(frame)) owner->handle_page_loaded(utf8_of(frame->get_url(frame)).c_str());
+        if (!has_failed(frame))
+            owner->handle_page_loaded(cef::utf8_of(frame->get_url(frame)).c_str());
     }
     inject_scripts(frame, css, host_clock);
 }
@@ -289,24 +290,24 @@ void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*
 
 // --- requests and drags
 
-own_ref<CefResourceRequestHandler> webdisplay_browser_client::GetResourceRequestHandler(
+cef::own<cef::CefResourceRequestHandler> webdisplay_browser_client::GetResourceRequestHandler(
     cef_frame_t* frame) {
     if (!is_alive() || !frame || !frame->is_main(frame)) return {};
-    return own_ref<CefResourceRequestHandler>(
-        new request_filter(own_ref<webdisplay_browser_client>::shared(this)));
+    return cef::own<cef::CefResourceRequestHandler>(
+        new request_filter(cef::own<webdisplay_browser_client>::shared(this)));
 }
 
 void webdisplay_browser_client::OnRenderProcessTerminated(cef_browser_t* browser) {
     if (is_popup(browser)) return;
     zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page's process has ended\n");
     m_page_lost = true;
-    const cef_ref<cef_frame_t> frame(browser->get_main_frame(browser));
-    std::string url = frame ? utf8_of(frame->get_url(frame.get())) : std::string();
+    const cef::ref<cef_frame_t> frame(browser->get_main_frame(browser));
+    std::string url = frame ? cef::utf8_of(frame->get_url(frame.get())) : std::string();
     if (url.empty()) url = m_start_url;  // it was on its way
     const std::string on_its_way = std::exchange(m_on_its_way, {});
     // Within this call the runtime has not put the old page away yet.
-    const auto client = own_ref<webdisplay_browser_client>::shared(this);
-    cef_post_to_ui([client, url, on_its_way] { client->page_lost(url, on_its_way); });
+    const auto client = cef::own<webdisplay_browser_client>::shared(this);
+    cef::post_to_ui([client, url, on_its_way] { client->page_lost(url, on_its_way); });
 }
 
 // With the process of the page that is shown the runtime gives up the load that was to replace it,
@@ -326,8 +327,8 @@ void webdisplay_browser_client::page_lost(const std::string& url, const std::str
 // Not at once: a process that ends aborts the load, and is told after that or before it.
 void webdisplay_browser_client::forget_load_soon() {
     if (m_on_its_way.empty()) return;
-    const auto client = own_ref<webdisplay_browser_client>::shared(this);
-    cef_post_to_ui([client, aborted = m_on_its_way] {
+    const auto client = cef::own<webdisplay_browser_client>::shared(this);
+    cef::post_to_ui([client, aborted = m_on_its_way] {
         if (client->m_on_its_way == aborted) client->m_on_its_way.clear();
     });
 }
@@ -350,13 +351,13 @@ bool webdisplay_browser_client::CanDownload(cef_browser_t*) {
 
 bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser,
                                                          cef_process_message_t* message) {
-    if (utf8_of(message->get_name(message)) != "execute") return false;
-    const cef_ref<cef_list_value_t> arguments(message->get_argument_list(message));
+    if (cef::utf8_of(message->get_name(message)) != "execute") return false;
+    const cef::ref<cef_list_value_t> arguments(message->get_argument_list(message));
     std::string command;
     std::string argument;
     if (arguments) {
-        command = utf8_of(arguments->get_string(arguments.get(), 0));
-        argument = utf8_of(arguments->get_string(arguments.get(), 1));
+        command = cef::utf8_of(arguments->get_string(arguments.get(), 0));
+        argument = cef::utf8_of(arguments->get_string(arguments.get(), 1));
     }
     dispatch(browser, command, argument);
     return true;
@@ -409,4 +410,4 @@ void webdisplay_browser_client::run_page_command(cef_browser_t* browser, const s
     execute_on_page(browser, page_scripts::host_callback(command, result.View()));
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -9,13 +9,13 @@
 #include "webdisplay.h"
 #include "webdisplay/cef/interfaces.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 // What a display has of the runtime. Copied out under the display's state lock, so that an
 // operation works on references of its own.
 struct webdisplay_cef_state {
-    cef_ref<cef_browser_t> browser;  // empty until the runtime has made it
-    own_ref<webdisplay_browser_client> client;
+    cef::ref<cef_browser_t> browser;  // empty until the runtime has made it
+    cef::own<webdisplay_browser_client> client;
 };
 
 // Made by a display for its browser and handed to the runtime, which may hold it, and call it,
@@ -24,13 +24,13 @@ struct webdisplay_cef_state {
 //
 // Locks: the owner lock is held over each use of the owner; the display's state lock comes inside
 // it.
-class webdisplay_browser_client final : public CefClient,
-                                        public CefRenderHandler,
-                                        public CefLifeSpanHandler,
-                                        public CefLoadHandler,
-                                        public CefRequestHandler,
-                                        public CefDragHandler,
-                                        public CefDownloadHandler {
+class webdisplay_browser_client final : public cef::CefClient,
+                                        public cef::CefRenderHandler,
+                                        public cef::CefLifeSpanHandler,
+                                        public cef::CefLoadHandler,
+                                        public cef::CefRequestHandler,
+                                        public cef::CefDragHandler,
+                                        public cef::CefDownloadHandler {
 public:
     webdisplay_browser_client(cWebDisplayCEFBrowser* owner, std::string start_url);
 
@@ -53,12 +53,12 @@ public:
 
     static bool focused_element_is_editable();
 
-    CefDownloadHandler* GetDownloadHandler() override { return this; }
-    CefDragHandler* GetDragHandler() override { return this; }
-    CefLifeSpanHandler* GetLifeSpanHandler() override { return this; }
-    CefLoadHandler* GetLoadHandler() override { return this; }
-    CefRenderHandler* GetRenderHandler() override { return this; }
-    CefRequestHandler* GetRequestHandler() override { return this; }
+    cef::CefDownloadHandler* GetDownloadHandler() override { return this; }
+    cef::CefDragHandler* GetDragHandler() override { return this; }
+    cef::CefLifeSpanHandler* GetLifeSpanHandler() override { return this; }
+    cef::CefLoadHandler* GetLoadHandler() override { return this; }
+    cef::CefRenderHandler* GetRenderHandler() override { return this; }
+    cef::CefRequestHandler* GetRequestHandler() override { return this; }
     bool OnProcessMessageReceived(cef_browser_t* browser, cef_process_message_t* message) override;
 
     void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) override;
@@ -76,7 +76,7 @@ public:
     void OnLoadError(cef_browser_t* browser, cef_frame_t* frame, int error_code,
                      const std::string& error_text, const std::string& failed_url) override;
 
-    own_ref<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) override;
+    cef::own<cef::CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) override;
     void OnRenderProcessTerminated(cef_browser_t* browser) override;
 
     bool OnDragEnter(cef_browser_t* browser) override;
@@ -105,9 +105,9 @@ private:
     std::recursive_mutex m_owner_lock;
     const std::string m_start_url;
     std::atomic<bool> m_page_lost{false};
-    std::vector<cef_ref<cef_browser_t>> m_popups;  // UI thread
+    std::vector<cef::ref<cef_browser_t>> m_popups;  // UI thread
     std::string m_failed_url;  // of the main frame's last failed load; UI thread
     std::string m_on_its_way;  // what the host asked for and has not begun yet; UI thread
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

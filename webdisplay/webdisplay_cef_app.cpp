@@ -7,14 +7,14 @@
 #include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/cef/text.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 namespace {
 
 void append(cef_command_line_t* line, std::string_view name_text, std::string_view value_text) {
-    const cef_text name(name_text);
+    const cef::utf16 name(name_text);
     if (value_text.empty()) return line->append_switch(line, name.get());
-    const cef_text value(value_text);
+    const cef::utf16 value(value_text);
     line->append_switch_with_value(line, name.get(), value.get());
 }
 
@@ -42,13 +42,13 @@ void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string& proces
     for (const auto& [name, value] : m_host_switches) append(command_line, name, value);
 }
 
-// Without a handler the runtime would run a pump of its own; see uses_external_pump.
-CefBrowserProcessHandler* webdisplay_cef_app::GetBrowserProcessHandler() {
-    return m_on_request || uses_external_pump() ? this : nullptr;
+// Without a handler the runtime would run a pump of its own; see cef::uses_external_pump.
+cef::CefBrowserProcessHandler* webdisplay_cef_app::GetBrowserProcessHandler() {
+    return m_on_request || cef::uses_external_pump() ? this : nullptr;
 }
 
 void webdisplay_cef_app::OnScheduleMessagePumpWork(std::int64_t delay_ms) {
     if (m_on_request) m_on_request->request(delay_ms);
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

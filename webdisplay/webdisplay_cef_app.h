@@ -8,16 +8,16 @@
 #include "webdisplay/cef/interfaces.h"
 #include "webdisplay/main_thread_timer.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 
 struct command_line_switch {
     std::string name;
     std::string value;  // empty: none
 };
 
-class webdisplay_cef_app final : public CefApp,
-                                 public CefRenderProcessHandler,
-                                 public CefBrowserProcessHandler {
+class webdisplay_cef_app final : public cef::CefApp,
+                                 public cef::CefRenderProcessHandler,
+                                 public cef::CefBrowserProcessHandler {
 public:
     // `on_request` gets the runtime's requests for work; null where the pump is not interested.
     webdisplay_cef_app(std::vector<command_line_switch> host_switches,
@@ -26,7 +26,7 @@ public:
     // Adds the switches that every page needs, then the host's.
     void OnBeforeCommandLineProcessing(const std::string& process_type,
                                        cef_command_line_t* command_line) override;
-    CefBrowserProcessHandler* GetBrowserProcessHandler() override;
+    cef::CefBrowserProcessHandler* GetBrowserProcessHandler() override;
     void OnScheduleMessagePumpWork(std::int64_t delay_ms) override;
 
 private:
@@ -34,4 +34,4 @@ private:
     const std::shared_ptr<main_thread_timer> m_on_request;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -18,15 +18,19 @@
 #include "webdisplay/tick_ledger.h"
 #include "webdisplay/webdisplay_browser_client.h"
 
-using pennywort::webdisplay_browser_client;
-using pennywort::webdisplay_cef_state;
+namespace cef = pennywort::cef;
+namespace live_browsers = pennywort::webdisplay::live_browsers;
+namespace page_scripts = pennywort::webdisplay::page_scripts;
+using pennywort::webdisplay::message_pump;
+using pennywort::webdisplay::webdisplay_browser_client;
+using pennywort::webdisplay::webdisplay_cef_state;
 
 namespace {
 
-namespace native_window = pennywort::native_window;
-using browser_ref = pennywort::cef_ref<cef_browser_t>;
-using host_ref = pennywort::cef_ref<cef_browser_host_t>;
-using frame_ref = pennywort::cef_ref<cef_frame_t>;
+namespace native_window = pennywort::webdisplay::native_window;
+using browser_ref = cef::ref<cef_browser_t>;
+using host_ref = cef::ref<cef_browser_host_t>;
+using frame_ref = cef::ref<cef_frame_t>;
 
 constexpr int k_smallest_side = 5;
 constexpr int k_close_rounds = 100;
@@ -50,7 +54,7 @@ cef_window_handle_t window_of(const host_ref& host) {
 
 void load_url(const browser_ref& browser, const std::string& url) {
     const frame_ref frame = main_frame_of(browser);
-    if (frame) frame->load_url(frame.get(), pennywort::cef_text(url).get());
+    if (frame) frame->load_url(frame.get(), cef::utf16(url).get());
 }
 
 bool is_loading(const webdisplay_cef_state& state) {
@@ -75,10 +79,10 @@ void close_unless_its_window_does(const browser_ref& browser) {
 }
 
 void delete_cookies(const std::string& url) {
-    using manager_ref = pennywort::cef_ref<cef_cookie_manager_t>;
-    const manager_ref manager(pennywort::cef().cef_cookie_manager_get_global_manager(nullptr));
-    const pennywort::cef_text address(url);
-    const pennywort::cef_text every_name("");
+    using manager_ref = cef::ref<cef_cookie_manager_t>;
+    const manager_ref manager(cef::api().cef_cookie_manager_get_global_manager(nullptr));
+    const cef::utf16 address(url);
+    const cef::utf16 every_name("");
     if (manager) manager->delete_cookies(manager.get(), address.get(), every_name.get(), nullptr);
 }
 
@@ -108,8 +112,8 @@ std::shared_ptr<cWebDisplayCEFBrowser> cWebDisplayCEFBrowser::another_reference(
 bool cWebDisplayCEFBrowser::Open() {
     m_open_wanted = true;
     const auto held = another_reference();
-    if (!pennywort::cef_on_ui_thread()) {
-        return pennywort::cef_post_to_ui([held] { held->create_cef_browser(nullptr); });
+    if (!cef::on_ui_thread()) {
+        return cef::post_to_ui([held] { held->create_cef_browser(nullptr); });
     }
     create_cef_browser(nullptr);
     return true;
@@ -118,7 +122,7 @@ bool cWebDisplayCEFBrowser::Open() {
 void cWebDisplayCEFBrowser::create_cef_browser(zSignal* done) {
     const std::string start_url = PeekNextURL();
     const auto client = make_client(start_url);
-    if (client && !start_browser(*client, pennywort::cef_text(start_url))) {
+    if (client && !start_browser(*client, cef::utf16(start_url))) {
         zTraceManager::Default()->TraceNote(
             "cWebDisplayCEFBrowser::Open: the runtime made no browser for %s\n", start_url.c_str());
     }
@@ -126,12 +130,11 @@ void cWebDisplayCEFBrowser::create_cef_browser(zSignal* done) {
 }
 
 // Empty if the display was opened twice, or closed before its turn came.
-pennywort::own_ref<webdisplay_browser_client> cWebDisplayCEFBrowser::make_client(
+cef::own<webdisplay_browser_client> cWebDisplayCEFBrowser::make_client(
     const std::string& start_url) {
     const zAutoCritical lock(m_state_lock.get());
     if (m_cef_state || !m_open_wanted) return {};
-    pennywort::own_ref<webdisplay_browser_client> client(
-        new webdisplay_browser_client(this, start_url));
+    cef::own<webdisplay_browser_client> client(new webdisplay_browser_client(this, start_url));
     client->set_alive();
     m_cef_state = new webdisplay_cef_state{{}, client};
     if (m_close_signal) m_close_signal->Reset();
@@ -139,7 +142,7 @@ pennywort::own_ref<webdisplay_browser_client> cWebDisplayCEFBrowser::make_client
 }
 
 bool cWebDisplayCEFBrowser::start_browser(webdisplay_browser_client& client,
-                                          const pennywort::cef_text& url) {
+                                          const cef::utf16& url) {
     long width = 0;
     long height = 0;
     GetSize(width, height);
@@ -160,11 +163,11 @@ bool cWebDisplayCEFBrowser::start_browser(webdisplay_browser_client& client,
                                   static_cast<int>(height));
         settings.background_color = k_windowed_background;
     }
-    pennywort::live_browsers::expect();
+    live_browsers::expect();
     const bool started =
-        pennywort::cef().cef_browser_host_create_browser(
-            &window, client.counted_client(), url.get(), &settings, nullptr, nullptr) != 0;
-    if (!started) pennywort::live_browsers::expect_no_more();
+        cef::api().cef_browser_host_create_browser(&window, client.counted_client(), url.get(),
+                                                   &settings, nullptr, nullptr) != 0;
+    if (!started) live_browsers::expect_no_more();
     return started;
 }
 
@@ -192,7 +195,7 @@ void cWebDisplayCEFBrowser::Close() {
 // By a task in every case: a page without handlers of its own is destroyed within the call, and a
 // callback of the runtime that we may stand in would go on using it.
 bool cWebDisplayCEFBrowser::ask_to_close(const webdisplay_cef_state& state) {
-    return pennywort::cef_post_to_ui([state] {
+    return cef::post_to_ui([state] {
         state.client->close_popups();
         close_unless_its_window_does(state.browser);
     });
@@ -202,8 +205,8 @@ bool cWebDisplayCEFBrowser::ask_to_close(const webdisplay_cef_state& state) {
 // callback of the runtime it cannot: nothing closes until the callback returns, and the browser
 // then closes behind us, with a client that has no owner any more.
 void cWebDisplayCEFBrowser::wait_until_closed() {
-    if (pennywort::message_pump::inside_work() || !m_close_signal) return;
-    const bool drives = pennywort::cef_on_ui_thread();
+    if (message_pump::inside_work() || !m_close_signal) return;
+    const bool drives = cef::on_ui_thread();
     for (int round = 0; round < k_close_rounds; ++round) {
         if (drives ? drive_until_closed() : m_close_signal->Wait(k_close_round_us) == 0) return;
     }
@@ -214,7 +217,7 @@ void cWebDisplayCEFBrowser::wait_until_closed() {
 // One round of the wait, in short steps: the pump is due more often than a round is long.
 bool cWebDisplayCEFBrowser::drive_until_closed() {
     for (std::uint32_t waited = 0; waited < k_close_round_us; waited += k_close_step_us) {
-        pennywort::message_pump::work_once();
+        message_pump::work_once();
         if (m_close_signal->Wait(k_close_step_us) == 0) return true;
     }
     return false;
@@ -240,7 +243,7 @@ void cWebDisplayCEFBrowser::LoadNextUrl() {
         // The client loads it when the browser appears.
         if (!state.browser) m_load_pending = true;
     }
-    if (state.browser && !pennywort::cef_on_ui_thread()) return load_next_on_ui_thread();
+    if (state.browser && !cef::on_ui_thread()) return load_next_on_ui_thread();
     // A page that is being loaded asks for the next one itself when it has finished.
     if (!state.browser || is_loading(state)) return;
     const std::string url = PopNextURL();
@@ -253,7 +256,7 @@ void cWebDisplayCEFBrowser::LoadNextUrl() {
 // would replace it.
 void cWebDisplayCEFBrowser::load_next_on_ui_thread() {
     const auto held = another_reference();
-    if (held) pennywort::cef_post_to_ui([held] { held->LoadNextUrl(); });
+    if (held) cef::post_to_ui([held] { held->LoadNextUrl(); });
 }
 
 bool cWebDisplayCEFBrowser::IsLoading() const {
@@ -268,15 +271,15 @@ long cWebDisplayCEFBrowser::ExecuteJavascript(const zString& script, unsigned lo
     if (onResult) {
         zString id;
         zIDGenerator::GenerateUUID(id);
-        code = pennywort::page_scripts::with_result(code, id.View());
+        code = page_scripts::with_result(code, id.View());
         add_observer(id.CString(), std::move(onResult), timeoutMs);
     }
     webdisplay_cef_state state;
     get_cef_state(state);
     const frame_ref frame = main_frame_of(state.browser);
     if (!frame) return pennywort::k_failed;
-    const pennywort::cef_text text(code);
-    const pennywort::cef_text no_url("");
+    const cef::utf16 text(code);
+    const cef::utf16 no_url("");
     frame->execute_java_script(frame.get(), text.get(), no_url.get(), 0);
     return pennywort::k_ok;
 }
@@ -286,7 +289,7 @@ void cWebDisplayCEFBrowser::DeleteCookies(const char* url) {
     // The runtime takes a text without a scheme for no URL at all, and would delete every cookie.
     const std::string address = url;
     if (!address.empty() && address.find(':') == std::string::npos) return;
-    pennywort::cef_post_to_ui([address] { delete_cookies(address); });
+    cef::post_to_ui([address] { delete_cookies(address); });
 }
 
 // --- size, visibility, frames
@@ -319,8 +322,7 @@ void cWebDisplayCEFBrowser::Repaint() {
     const host_ref host = host_of(state.browser);
     // By a task: the runtime paints within the call, and a renderer that repaints would not come
     // back.
-    if (m_windowless && host)
-        pennywort::cef_post_to_ui([host] { host->invalidate(host.get(), PET_VIEW); });
+    if (m_windowless && host) cef::post_to_ui([host] { host->invalidate(host.get(), PET_VIEW); });
 }
 
 bool cWebDisplayCEFBrowser::NextFrame() {

@@ -18,7 +18,8 @@
 #include "webdisplay/runtime_settings.h"
 #include "webdisplay/webdisplay_cef_app.h"
 
-using namespace pennywort;  // the parts that the manager puts together
+using namespace pennywort;
+using namespace pennywort::webdisplay;  // the parts that the manager puts together
 
 namespace {
 
@@ -50,7 +51,7 @@ std::shared_ptr<main_thread_timer> requests_of(const message_pump& pump) {
 // opens it, and a helper that does not run makes the runtime end this one.
 bool load_runtime(const std::string& helper, std::string& failure) {
     const helper_trial trial = try_helper(helper);
-    if (trial.end != helper_end::crashed && !cef_load(cef_folders(program_folder()), failure)) {
+    if (trial.end != helper_end::crashed && !cef::load(cef::folders(program_folder()), failure)) {
         return false;
     }
     if (trial.end == helper_end::fine) return true;
@@ -68,10 +69,10 @@ bool start_runtime(const message_pump& pump) {
 
     process().cache.emplace(paths.cache);
     runtime_settings settings(paths, process().cache->path(), process().cache->is_private());
-    settings.get().external_message_pump = requests_of(pump) || uses_external_pump() ? 1 : 0;
-    const own_ref<webdisplay_cef_app> app(
+    settings.get().external_message_pump = requests_of(pump) || cef::uses_external_pump() ? 1 : 0;
+    const cef::own<webdisplay_cef_app> app(
         new webdisplay_cef_app(process().switches, requests_of(pump)));
-    if (cef_start(settings.get(), cef_ref<cef_app_t>(app->counted_app()), failure)) return true;
+    if (cef::start(settings.get(), cef::ref<cef_app_t>(app->counted_app()), failure)) return true;
     process().cache.reset();
     return false;
 }
@@ -132,7 +133,7 @@ bool cWebDisplayCEFBrowserManager::Start(const char* arg) {
     process().pacing_settled = true;
     m_timer_loop = std::exchange(process().kept_pump, nullptr);
     if (!m_timer_loop) m_timer_loop = std::make_unique<message_pump>();
-    m_initialized = cef_running() || start_runtime(*m_timer_loop);
+    m_initialized = cef::running() || start_runtime(*m_timer_loop);
     if (process().pacing == cWebDisplayPacing::OnRequest) {
         m_timer_loop->start_on_request();
     } else {
@@ -147,7 +148,7 @@ void cWebDisplayCEFBrowserManager::Stop() {
     if (!m_initialized || m_start_flag) return;
     if (m_timer_loop) close_what_is_open();
     m_timer_loop.reset();
-    cef_stop();
+    cef::stop();
     process().cache.reset();
 }
 

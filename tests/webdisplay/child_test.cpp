@@ -12,6 +12,9 @@
 
 namespace {
 
+namespace cef = pennywort::cef;
+using pennywort::childprocess::child_app;
+
 using namespace std::string_literals;
 using values = std::vector<fake_cef_value>;
 
@@ -19,7 +22,7 @@ class ChildTest : public testing::Test {
 protected:
     void SetUp() override {
         std::string failure;
-        ASSERT_TRUE(pennywort::cef_load({FAKE_RUNTIME_FOLDER}, failure)) << failure;
+        ASSERT_TRUE(cef::load({FAKE_RUNTIME_FOLDER}, failure)) << failure;
     }
     void TearDown() override {
         EXPECT_EQ(fake().violations(), std::vector<std::string>{});
@@ -34,16 +37,16 @@ protected:
         char name[] = "child", type[] = "--type=renderer";
         char* arguments[] = {name, type, nullptr};
         test_process::use_arguments({name, type});
-        const pennywort::own_ref<pennywort::child_app> app(new pennywort::child_app);
-        return pennywort::cef_run_helper(2, arguments, app->counted_app());
+        const cef::own<child_app> app(new child_app);
+        return cef::run_helper(2, arguments, app->counted_app());
     }
 };
 
 TEST_F(ChildTest, WithoutATypeItIsNoHelper) {
     char name[] = "child";
     char* arguments[] = {name, nullptr};
-    const pennywort::own_ref<pennywort::child_app> app(new pennywort::child_app);
-    EXPECT_EQ(pennywort::cef_run_helper(1, arguments, app->counted_app()), -1);
+    const cef::own<child_app> app(new child_app);
+    EXPECT_EQ(cef::run_helper(1, arguments, app->counted_app()), -1);
 }
 
 TEST_F(ChildTest, APageThatCallsNothingSendsNothing) {

@@ -10,7 +10,7 @@
 
 #include "loam/id_generator.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 namespace {
 
 using namespace std::string_view_literals;
@@ -77,4 +77,4 @@ TEST_F(DataFileTest, WhatIsNoUnicodeDataIsNotWhole) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::cef

@@ -10,7 +10,7 @@
 
 namespace {
 
-using pennywort::main_thread_timer;
+using pennywort::webdisplay::main_thread_timer;
 
 constexpr int k_never_ms = 3'600'000;
 constexpr std::int64_t k_for_ever_us = 3'600'000'000;

@@ -40,7 +40,7 @@ TEST_F(StartupTest, TheFolderOfAHostThatCrashedIsUsedAgain) {
 
 // Between a host's claim and the runtime's own mark another host may come.
 TEST_F(StartupTest, AFolderIsClaimedByOneHostAtATime) {
-    using pennywort::folder_claim;
+    using pennywort::webdisplay::folder_claim;
     auto first = folder_claim::make(m_folder.string());
     ASSERT_TRUE(first);
     EXPECT_FALSE(folder_claim::make(m_folder.string()));

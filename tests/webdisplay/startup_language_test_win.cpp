@@ -21,9 +21,9 @@ class LanguageTest : public testing::TestWithParam<language_case> {};
 
 TEST_P(LanguageTest, TheLocaleFollowsTheSystemsNumberOfIt) {
     const LANGID language = GetParam().language;
-    const pennywort::ui_language ui{static_cast<std::uint16_t>(PRIMARYLANGID(language)),
-                                    static_cast<std::uint16_t>(SUBLANGID(language))};
-    EXPECT_STREQ(pennywort::runtime_locale(ui), GetParam().want);
+    const pennywort::webdisplay::ui_language ui{static_cast<std::uint16_t>(PRIMARYLANGID(language)),
+                                                static_cast<std::uint16_t>(SUBLANGID(language))};
+    EXPECT_STREQ(pennywort::webdisplay::runtime_locale(ui), GetParam().want);
 }
 INSTANTIATE_TEST_SUITE_P(
     All, LanguageTest,
@@ -42,9 +42,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(StartupLanguage, TheRuntimeGetsTheLocaleOfTheUsersInterface) {
     const LANGID language = GetUserDefaultUILanguage();
     start();
-    EXPECT_EQ(fake().settings().locale,
-              pennywort::runtime_locale({static_cast<std::uint16_t>(PRIMARYLANGID(language)),
-                                         static_cast<std::uint16_t>(SUBLANGID(language))}));
+    EXPECT_EQ(fake().settings().locale, pennywort::webdisplay::runtime_locale(
+                                            {static_cast<std::uint16_t>(PRIMARYLANGID(language)),
+                                             static_cast<std::uint16_t>(SUBLANGID(language))}));
 }
 
 }  // namespace

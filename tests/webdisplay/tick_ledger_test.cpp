@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 namespace {
 
 // A page that has been reporting for a while, every tenth frame.
@@ -77,4 +77,4 @@ TEST_F(TickLedgerTest, WhatWasMissedStaysCountedAcrossPages) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -16,7 +16,7 @@
 #include "webdisplay/host_environment.h"
 #include "webdisplay/runtime_settings.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 namespace {
 
 namespace fs = std::filesystem;
@@ -88,16 +88,16 @@ TEST_F(WindowsEnvironment, TheLanguageIsTheOneOfTheUsersInterface) {
 TEST_F(WindowsEnvironment, AVariableKeepsWhatTheCodePageLacks) {
     const std::wstring value = L"C:\\Ω\\日本";
     SetEnvironmentVariableW(L"PENNYWORT_TEST", value.c_str());
-    EXPECT_EQ(environment_variable("PENNYWORT_TEST"), loam::utf8_text(value));
+    EXPECT_EQ(cef::environment_variable("PENNYWORT_TEST"), loam::utf8_text(value));
     SetEnvironmentVariableW(L"PENNYWORT_TEST", nullptr);
-    EXPECT_EQ(environment_variable("PENNYWORT_TEST"), "");
+    EXPECT_EQ(cef::environment_variable("PENNYWORT_TEST"), "");
 }
 
 TEST_F(WindowsEnvironment, ARealFileIsAFileThatIsThere) {
-    EXPECT_EQ(real_file(utf8(L"missing")), "");
-    EXPECT_EQ(real_file(folder), "");
+    EXPECT_EQ(cef::real_file(utf8(L"missing")), "");
+    EXPECT_EQ(cef::real_file(folder), "");
     std::ofstream(path(L"da ж")) << "x";
-    const std::string found = real_file(folder + "/da ж");
+    const std::string found = cef::real_file(folder + "/da ж");
     EXPECT_TRUE(fs::equivalent(loam::wide_text(found), path(L"da ж"))) << found;
     EXPECT_FALSE(found.starts_with("\\\\?\\")) << found;
 }
@@ -141,11 +141,11 @@ LONG WINAPI filter_of_runtime(EXCEPTION_POINTERS*) { return EXCEPTION_EXECUTE_HA
 
 TEST_F(WindowsEnvironment, TheHostsCrashHandlerIsItsOwnAgainAfterTheRuntimesStart) {
     SetUnhandledExceptionFilter(own_filter);
-    const auto guard = startup_guard::make();
+    const auto guard = cef::startup_guard::make();
     SetUnhandledExceptionFilter(filter_of_runtime);
     guard->restore(true);
     EXPECT_EQ(SetUnhandledExceptionFilter(nullptr), &own_filter);
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

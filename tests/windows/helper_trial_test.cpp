@@ -9,7 +9,7 @@
 #include "webdisplay/folder_claim.h"
 #include "webdisplay/host_environment.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 namespace {
 
 namespace fs = std::filesystem;
@@ -62,4 +62,4 @@ TEST_F(HelperTrial, OneThatIsWellIsFineWhateverItsPath) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -8,7 +8,7 @@
 #include "webdisplay.h"
 #include "webdisplay/native_window.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 namespace {
 
 class NativeWindow : public testing::Test {
@@ -109,4 +109,4 @@ TEST_F(NativeWindow, TheFocusQueryEndsInEveryTreeOfWindows) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -34,11 +34,12 @@ void report(const char* what, std::vector<std::int64_t> times) {
 }
 
 // `start` begins, and each tick asks for what comes after it.
-void measure(const char* what, const std::function<void(pennywort::main_thread_timer&)>& start,
+void measure(const char* what,
+             const std::function<void(pennywort::webdisplay::main_thread_timer&)>& start,
              std::int64_t ask_ms) {
     std::vector<std::int64_t> times;
-    pennywort::main_thread_timer* self = nullptr;
-    const auto timer = pennywort::main_thread_timer::make([&] {
+    pennywort::webdisplay::main_thread_timer* self = nullptr;
+    const auto timer = pennywort::webdisplay::main_thread_timer::make([&] {
         times.push_back(zTime::MicroNow());
         if (ask_ms >= 0) self->request(ask_ms);
     });
@@ -54,7 +55,7 @@ void measure(const char* what, const std::function<void(pennywort::main_thread_t
 }  // namespace
 
 int main() {
-    using timer = pennywort::main_thread_timer;
+    using timer = pennywort::webdisplay::main_thread_timer;
     const auto on_request = [](timer& t) {
         t.start_on_request(1000);
         t.request(0);

@@ -11,7 +11,7 @@
 #include "loam/thread.h"
 #include "webdisplay/main_thread_timer.h"
 
-namespace pennywort {
+namespace pennywort::webdisplay {
 namespace {
 
 constexpr wchar_t k_name[] = L"cWebMainThreadTimerLoop";
@@ -196,4 +196,4 @@ TEST(TimerWindow, TicksUnaskedWhenNobodyAsksForLong) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::webdisplay

@@ -10,7 +10,7 @@
 #include "loam/trace.h"
 #include "webdisplay/cef/ref.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 // The one count of an object that may have several callback structs. It starts at 1: the maker's.
 class CefBaseRefCounted {
@@ -95,4 +95,4 @@ private:
     parts m_parts;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

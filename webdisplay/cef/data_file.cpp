@@ -6,7 +6,7 @@
 #include <fstream>
 #include <limits>
 
-namespace pennywort {
+namespace pennywort::cef {
 
 namespace {
 
@@ -68,4 +68,4 @@ bool is_whole_unicode_data(const std::string& path) {
     return count == 0 || file.at(head + count * k_entry, 4) < file.size() - head;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

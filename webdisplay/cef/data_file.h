@@ -6,7 +6,7 @@
 
 #include <string>
 
-namespace pennywort {
+namespace pennywort::cef {
 
 // A pack of texts and pictures (.pak). False also for what is none, or cannot be read.
 bool is_whole_pack(const std::string& path);
@@ -14,4 +14,4 @@ bool is_whole_pack(const std::string& path);
 // The tables of Unicode (icudtl.dat).
 bool is_whole_unicode_data(const std::string& path);
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

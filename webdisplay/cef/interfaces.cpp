@@ -1,13 +1,13 @@
 // interfaces.cpp - fills the runtime's callback structs with calls of the C++ interfaces.
 //
-// An object passed to a callback comes with a reference that is ours to drop, hence the cef_ref at
+// An object passed to a callback comes with a reference that is ours to drop, hence the ref at
 // the head of each.
 #include "webdisplay/cef/interfaces.h"
 
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/text.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 CefBaseRefCounted::~CefBaseRefCounted() = default;
 
@@ -17,7 +17,7 @@ CefApp::CefApp() {
     m_struct->on_before_command_line_processing = [](cef_app_t* self,
                                                      const cef_string_t* process_type,
                                                      cef_command_line_t* line) {
-        const cef_ref<cef_command_line_t> held(line);
+        const ref<cef_command_line_t> held(line);
         guarded("CefApp", [&] {
             decltype(m_struct)::of(self)->OnBeforeCommandLineProcessing(utf8(process_type), line);
         });
@@ -49,9 +49,9 @@ CefBrowserProcessHandler::CefBrowserProcessHandler() {
 CefRenderProcessHandler::CefRenderProcessHandler() {
     m_struct->on_context_created = [](cef_render_process_handler_t* self, cef_browser_t* browser,
                                       cef_frame_t* frame, cef_v8_context_t* context) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
-        const cef_ref<cef_v8_context_t> held_context(context);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
+        const ref<cef_v8_context_t> held_context(context);
         guarded("CefRenderProcessHandler",
                 [&] { decltype(m_struct)::of(self)->OnContextCreated(browser, frame, context); });
     };
@@ -63,8 +63,8 @@ CefV8Handler::CefV8Handler() {
     m_struct->execute = [](cef_v8_handler_t* self, const cef_string_t*, cef_v8_value_t* object,
                            std::size_t count, cef_v8_value_t* const* values, cef_v8_value_t**,
                            cef_string_t*) {
-        const cef_ref<cef_v8_value_t> held(object);
-        std::vector<cef_ref<cef_v8_value_t>> held_values;
+        const ref<cef_v8_value_t> held(object);
+        std::vector<ref<cef_v8_value_t>> held_values;
         const std::vector<cef_v8_value_t*> arguments(values, values + count);
         for (cef_v8_value_t* value : arguments) held_values.emplace_back(value);
         guarded("CefV8Handler", [&] { decltype(m_struct)::of(self)->Execute(arguments); });
@@ -112,9 +112,9 @@ CefClient::CefClient() {
     m_struct->on_process_message_received = [](cef_client_t* self, cef_browser_t* browser,
                                                cef_frame_t* frame, cef_process_id_t,
                                                cef_process_message_t* message) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
-        const cef_ref<cef_process_message_t> held_message(message);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
+        const ref<cef_process_message_t> held_message(message);
         return guarded(0, "CefClient", [&] {
             return decltype(m_struct)::of(self)->OnProcessMessageReceived(browser, message) ? 1 : 0;
         });
@@ -131,14 +131,14 @@ CefRequestHandler* CefClient::GetRequestHandler() { return nullptr; }
 CefRenderHandler::CefRenderHandler() {
     m_struct->get_view_rect = [](cef_render_handler_t* self, cef_browser_t* browser,
                                  cef_rect_t* rect) {
-        const cef_ref<cef_browser_t> held(browser);
+        const ref<cef_browser_t> held(browser);
         guarded("CefRenderHandler",
                 [&] { decltype(m_struct)::of(self)->GetViewRect(browser, *rect); });
     };
     m_struct->on_paint = [](cef_render_handler_t* self, cef_browser_t* browser,
                             cef_paint_element_type_t type, std::size_t, const cef_rect_t*,
                             const void* buffer, int width, int height) {
-        const cef_ref<cef_browser_t> held(browser);
+        const ref<cef_browser_t> held(browser);
         guarded("CefRenderHandler", [&] {
             decltype(m_struct)::of(self)->OnPaint(browser, type, buffer, width, height);
         });
@@ -152,10 +152,10 @@ CefLifeSpanHandler::CefLifeSpanHandler() {
                                    int user_gesture, const cef_popup_features_t*,
                                    cef_window_info_t* window_info, cef_client_t** client,
                                    cef_browser_settings_t*, cef_dictionary_value_t**, int*) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
         // An argument in and out: the popup's client, which we leave as it is, comes counted too.
-        const cef_ref<cef_client_t> held_client(client ? *client : nullptr);
+        const ref<cef_client_t> held_client(client ? *client : nullptr);
         return guarded(1, "CefLifeSpanHandler", [&] {
             auto* owner = decltype(m_struct)::of(self);
             return owner->OnBeforePopup(browser, utf8(target_url), user_gesture != 0, *window_info)
@@ -164,12 +164,12 @@ CefLifeSpanHandler::CefLifeSpanHandler() {
         });
     };
     m_struct->on_after_created = [](cef_life_span_handler_t* self, cef_browser_t* browser) {
-        const cef_ref<cef_browser_t> held(browser);
+        const ref<cef_browser_t> held(browser);
         guarded("CefLifeSpanHandler",
                 [&] { decltype(m_struct)::of(self)->OnAfterCreated(browser); });
     };
     m_struct->on_before_close = [](cef_life_span_handler_t* self, cef_browser_t* browser) {
-        const cef_ref<cef_browser_t> held(browser);
+        const ref<cef_browser_t> held(browser);
         guarded("CefLifeSpanHandler",
                 [&] { decltype(m_struct)::of(self)->OnBeforeClose(browser); });
     };
@@ -178,29 +178,29 @@ CefLifeSpanHandler::CefLifeSpanHandler() {
 CefLoadHandler::CefLoadHandler() {
     m_struct->on_loading_state_change = [](cef_load_handler_t* self, cef_browser_t* browser,
                                            int is_loading, int, int) {
-        const cef_ref<cef_browser_t> held(browser);
+        const ref<cef_browser_t> held(browser);
         guarded("CefLoadHandler", [&] {
             decltype(m_struct)::of(self)->OnLoadingStateChange(browser, is_loading != 0);
         });
     };
     m_struct->on_load_start = [](cef_load_handler_t* self, cef_browser_t* browser,
                                  cef_frame_t* frame, cef_transition_type_t) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
         guarded("CefLoadHandler",
                 [&] { decltype(m_struct)::of(self)->OnLoadStart(browser, frame); });
     };
     m_struct->on_load_end = [](cef_load_handler_t* self, cef_browser_t* browser, cef_frame_t* frame,
                                int) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
         guarded("CefLoadHandler", [&] { decltype(m_struct)::of(self)->OnLoadEnd(browser, frame); });
     };
     m_struct->on_load_error = [](cef_load_handler_t* self, cef_browser_t* browser,
                                  cef_frame_t* frame, cef_errorcode_t error_code,
                                  const cef_string_t* error_text, const cef_string_t* failed_url) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
         guarded("CefLoadHandler", [&] {
             decltype(m_struct)::of(self)->OnLoadError(browser, frame, error_code, utf8(error_text),
                                                       utf8(failed_url));
@@ -212,9 +212,9 @@ CefRequestHandler::CefRequestHandler() {
     m_struct->get_resource_request_handler = [](cef_request_handler_t* self, cef_browser_t* browser,
                                                 cef_frame_t* frame, cef_request_t* request, int,
                                                 int, const cef_string_t*, int*) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
-        const cef_ref<cef_request_t> held_request(request);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
+        const ref<cef_request_t> held_request(request);
         cef_resource_request_handler_t* answer = nullptr;
         guarded("CefRequestHandler", [&] {
             const auto handler = decltype(m_struct)::of(self)->GetResourceRequestHandler(frame);
@@ -225,7 +225,7 @@ CefRequestHandler::CefRequestHandler() {
     m_struct->on_render_process_terminated = [](cef_request_handler_t* self, cef_browser_t* browser,
                                                 cef_termination_status_t, int,
                                                 const cef_string_t*) {
-        const cef_ref<cef_browser_t> held(browser);
+        const ref<cef_browser_t> held(browser);
         guarded("CefRequestHandler",
                 [&] { decltype(m_struct)::of(self)->OnRenderProcessTerminated(browser); });
     };
@@ -235,10 +235,10 @@ CefResourceRequestHandler::CefResourceRequestHandler() {
     m_struct->on_before_resource_load = [](cef_resource_request_handler_t* self,
                                            cef_browser_t* browser, cef_frame_t* frame,
                                            cef_request_t* request, cef_callback_t* callback) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_frame_t> held_frame(frame);
-        const cef_ref<cef_request_t> held_request(request);
-        cef_ref<cef_callback_t> held_callback(callback);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
+        const ref<cef_request_t> held_request(request);
+        ref<cef_callback_t> held_callback(callback);
         return guarded(RV_CANCEL, "CefResourceRequestHandler", [&] {
             return decltype(m_struct)::of(self)->OnBeforeResourceLoad(request,
                                                                       std::move(held_callback));
@@ -249,8 +249,8 @@ CefResourceRequestHandler::CefResourceRequestHandler() {
 CefDragHandler::CefDragHandler() {
     m_struct->on_drag_enter = [](cef_drag_handler_t* self, cef_browser_t* browser,
                                  cef_drag_data_t* data, cef_drag_operations_mask_t) {
-        const cef_ref<cef_browser_t> held_browser(browser);
-        const cef_ref<cef_drag_data_t> held_data(data);
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_drag_data_t> held_data(data);
         return guarded(1, "CefDragHandler",
                        [&] { return decltype(m_struct)::of(self)->OnDragEnter(browser) ? 1 : 0; });
     };
@@ -259,7 +259,7 @@ CefDragHandler::CefDragHandler() {
 CefDownloadHandler::CefDownloadHandler() {
     m_struct->can_download = [](cef_download_handler_t* self, cef_browser_t* browser,
                                 const cef_string_t*, const cef_string_t*) {
-        const cef_ref<cef_browser_t> held(browser);
+        const ref<cef_browser_t> held(browser);
         return guarded(0, "CefDownloadHandler",
                        [&] { return decltype(m_struct)::of(self)->CanDownload(browser) ? 1 : 0; });
     };
@@ -290,10 +290,10 @@ private:
 
 }  // namespace
 
-bool cef_post_to_ui(std::function<void()> work) {
-    if (!cef_running()) return false;
-    const own_ref<posted_work> task(new posted_work(std::move(work)));
-    return cef().cef_post_task(TID_UI, task->counted_task()) != 0;
+bool post_to_ui(std::function<void()> work) {
+    if (!running()) return false;
+    const own<posted_work> task(new posted_work(std::move(work)));
+    return api().cef_post_task(TID_UI, task->counted_task()) != 0;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

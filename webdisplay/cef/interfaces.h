@@ -11,7 +11,7 @@
 
 #include "webdisplay/cef/counted.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 class CefBrowserProcessHandler;
 class CefRenderProcessHandler;
@@ -124,7 +124,7 @@ public:
 
     // On the runtime's IO thread. With RV_CONTINUE_ASYNC the answer is given by `callback` later.
     virtual cef_return_value_t OnBeforeResourceLoad(cef_request_t* request,
-                                                    cef_ref<cef_callback_t> callback) = 0;
+                                                    ref<cef_callback_t> callback) = 0;
 
 private:
     callback_struct<cef_resource_request_handler_t, CefResourceRequestHandler> m_struct{this};
@@ -137,7 +137,7 @@ public:
 
     // On the runtime's IO thread; `frame` may be null. The answer's reference goes to the runtime;
     // empty lets the request pass.
-    virtual own_ref<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) = 0;
+    virtual own<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) = 0;
     // The page's process has gone, and the page with it. UI thread.
     virtual void OnRenderProcessTerminated(cef_browser_t* browser) = 0;
 
@@ -189,6 +189,6 @@ private:
 };
 
 // Runs `work` on the UI thread, later. False, with `work` dropped, when the runtime cannot.
-bool cef_post_to_ui(std::function<void()> work);
+bool post_to_ui(std::function<void()> work);
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

@@ -5,7 +5,7 @@
 
 #include "cef_abi.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 // Every counted struct of the runtime begins with its counting base.
 inline void add_reference(void* counted) {
@@ -20,26 +20,26 @@ inline void drop_reference(void* counted) {
 // Holds one reference of a struct that the runtime made. Constructed from a pointer it takes over
 // the reference that came with it, as results and arguments of the runtime do.
 template <class T>
-class cef_ref {
+class ref {
 public:
-    cef_ref() = default;
-    explicit cef_ref(T* adopted) noexcept : m_object(adopted) {}
-    cef_ref(const cef_ref& other) noexcept : m_object(other.m_object) {
+    ref() = default;
+    explicit ref(T* adopted) noexcept : m_object(adopted) {}
+    ref(const ref& other) noexcept : m_object(other.m_object) {
         if (m_object) add_reference(m_object);
     }
-    cef_ref(cef_ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
-    cef_ref& operator=(cef_ref other) noexcept {
+    ref(ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+    ref& operator=(ref other) noexcept {
         std::swap(m_object, other.m_object);
         return *this;
     }
-    ~cef_ref() {
+    ~ref() {
         if (m_object) drop_reference(m_object);
     }
 
     // A second reference to an object that somebody else holds.
-    static cef_ref shared(T* borrowed) noexcept {
+    static ref shared(T* borrowed) noexcept {
         if (borrowed) add_reference(borrowed);
-        return cef_ref(borrowed);
+        return ref(borrowed);
     }
 
     T* get() const noexcept { return m_object; }
@@ -54,30 +54,30 @@ private:
 
 // Whether both are the one browser. The runtime takes over the reference of an argument.
 inline bool same_browser(cef_browser_t* one, cef_browser_t* other) {
-    return one->is_same(one, cef_ref<cef_browser_t>::shared(other).release()) != 0;
+    return one->is_same(one, ref<cef_browser_t>::shared(other).release()) != 0;
 }
 
 // The same for our own objects that the runtime calls back (CefBaseRefCounted).
 template <class T>
-class own_ref {
+class own {
 public:
-    own_ref() = default;
-    explicit own_ref(T* adopted) noexcept : m_object(adopted) {}
-    own_ref(const own_ref& other) noexcept : m_object(other.m_object) {
+    own() = default;
+    explicit own(T* adopted) noexcept : m_object(adopted) {}
+    own(const own& other) noexcept : m_object(other.m_object) {
         if (m_object) m_object->AddRef();
     }
-    own_ref(own_ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
-    own_ref& operator=(own_ref other) noexcept {
+    own(own&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+    own& operator=(own other) noexcept {
         std::swap(m_object, other.m_object);
         return *this;
     }
-    ~own_ref() {
+    ~own() {
         if (m_object) m_object->Release();
     }
 
-    static own_ref shared(T* borrowed) noexcept {
+    static own shared(T* borrowed) noexcept {
         if (borrowed) borrowed->AddRef();
-        return own_ref(borrowed);
+        return own(borrowed);
     }
 
     T* get() const noexcept { return m_object; }
@@ -89,4 +89,4 @@ private:
     T* m_object = nullptr;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

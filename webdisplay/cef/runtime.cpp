@@ -10,20 +10,20 @@
 #include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/cef/text.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 namespace {
 
 constexpr int k_api_version = 13300;
 
-cef_functions g_functions;
+function_table g_functions;
 std::atomic<bool> g_loaded{false};
 std::atomic<bool> g_running{false};
 bool g_start_tried = false;
 
 std::string find_library(const std::vector<std::string>& folders) {
     for (const std::string& folder : folders) {
-        std::string path = real_file(folder + "/" + cef_library_name());
+        std::string path = real_file(folder + "/" + library_name());
         if (!path.empty()) return path;
     }
     return {};
@@ -37,11 +37,10 @@ std::string folder_list(const std::vector<std::string>& folders) {
 
 // `action` is what to do with the runtime: install it, install it anew.
 std::string remedy(const char* action) {
-    return std::string("; ") + action + " " + cef_how_to_install() +
-           ", or set CEF_ROOT to its folder";
+    return std::string("; ") + action + " " + how_to_install() + ", or set CEF_ROOT to its folder";
 }
 
-bool bind(zLibrary& library, cef_functions& functions, std::string& failure) {
+bool bind(zLibrary& library, function_table& functions, std::string& failure) {
 #define PENNYWORT_CEF_BIND(name)                                                                  \
     functions.name = reinterpret_cast<cef_function::name*>(library.Symbol(#name));                \
     if (!functions.name) {                                                                        \
@@ -56,7 +55,7 @@ bool bind(zLibrary& library, cef_functions& functions, std::string& failure) {
 
 // Asking for the hash fixes the interface's version for the process, so it comes before anything
 // else.
-bool check_version(const cef_functions& functions, std::string& failure) {
+bool check_version(const function_table& functions, std::string& failure) {
     const char* hash = functions.cef_api_hash(k_api_version, 0);
     if (!hash) {
         failure =
@@ -92,20 +91,20 @@ bool check_data(const std::string& library, std::string& failure) {
 
 }  // namespace
 
-const cef_functions& cef() noexcept { return g_functions; }
-bool cef_loaded() noexcept { return g_loaded; }
-bool cef_running() noexcept { return g_running; }
+const function_table& api() noexcept { return g_functions; }
+bool loaded() noexcept { return g_loaded; }
+bool running() noexcept { return g_running; }
 
-std::vector<std::string> cef_folders(const std::string& program_folder) {
+std::vector<std::string> folders(const std::string& program_folder) {
     const std::string root = environment_variable("CEF_ROOT");
     return {root.empty() ? program_folder : root};
 }
 
-bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
+bool load(const std::vector<std::string>& folders, std::string& failure) {
     if (g_loaded) return true;
     const std::string path = find_library(folders);
     if (path.empty()) {
-        failure = std::string("The browser runtime (") + cef_library_name() + ") is not in " +
+        failure = std::string("The browser runtime (") + library_name() + ") is not in " +
                   folder_list(folders) + remedy("install it");
         return false;
     }
@@ -116,7 +115,7 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
                   remedy("install it anew");
         return false;
     }
-    cef_functions functions;
+    function_table functions;
     if (!bind(*library, functions, failure) || !check_data(path, failure) ||
         !check_version(functions, failure)) {
         return false;
@@ -127,7 +126,7 @@ bool cef_load(const std::vector<std::string>& folders, std::string& failure) {
     return true;
 }
 
-bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& failure) {
+bool start(cef_settings_t& settings, ref<cef_app_t> app, std::string& failure) {
     if (g_running) return true;
     if (g_start_tried) {
         failure =
@@ -145,7 +144,7 @@ bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& fa
     settings.size = is_grown ? sizeof grown : sizeof settings;
     std::memcpy(grown, &settings, sizeof settings);
 
-    const cef_main_args_t args = cef_main_args();
+    const cef_main_args_t args = main_args();
     const std::unique_ptr<startup_guard> guard = startup_guard::make();
     g_running = g_functions.cef_initialize(&args, reinterpret_cast<cef_settings_t*>(grown),
                                            app.release(), nullptr) != 0;
@@ -158,21 +157,21 @@ bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& fa
     return g_running;
 }
 
-void cef_stop() {
+void stop() {
     if (!g_loaded || !g_start_tried) return;
     g_running = false;
     g_functions.cef_shutdown();
 }
 
-void cef_work() {
+void work() {
     if (g_loaded && g_start_tried) g_functions.cef_do_message_loop_work();
 }
 
-bool cef_on_ui_thread() noexcept { return g_running && g_functions.cef_currently_on(TID_UI) != 0; }
+bool on_ui_thread() noexcept { return g_running && g_functions.cef_currently_on(TID_UI) != 0; }
 
-int cef_run_helper(int argc, char** argv, cef_app_t* app) {
-    const cef_main_args_t args = cef_main_args(argc, argv);
+int run_helper(int argc, char** argv, cef_app_t* app) {
+    const cef_main_args_t args = main_args(argc, argv);
     return g_functions.cef_execute_process(&args, app, nullptr);
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

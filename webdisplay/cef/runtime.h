@@ -8,47 +8,47 @@
 #include "webdisplay/cef/functions.h"
 #include "webdisplay/cef/ref.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
-struct cef_functions {
+struct function_table {
 #define PENNYWORT_CEF_MEMBER(name) cef_function::name* name = nullptr;
     PENNYWORT_CEF_FUNCTIONS(PENNYWORT_CEF_MEMBER)
 #undef PENNYWORT_CEF_MEMBER
 };
 
 // The bound functions; all null while no runtime is loaded.
-const cef_functions& cef() noexcept;
+const function_table& api() noexcept;
 
 // Whether a runtime is bound.
-bool cef_loaded() noexcept;
+bool loaded() noexcept;
 
 // Opens the runtime's library in the first of `folders` that has one and binds its functions, all
 // or none. The library stays loaded until the process ends, since its threads outlive its
 // shut-down. `failure` says what is wrong and what to do. True at once when a runtime is bound.
-bool cef_load(const std::vector<std::string>& folders, std::string& failure);
+bool load(const std::vector<std::string>& folders, std::string& failure);
 
 // Where to look: the folder that CEF_ROOT names, and only there if it is set, else beside the
 // program.
-std::vector<std::string> cef_folders(const std::string& program_folder);
+std::vector<std::string> folders(const std::string& program_folder);
 
 // Starts the runtime, at most once in a process: it cannot be initialised a second time. Afterwards
 // the process's signal handlers are as they were, and the runtime's sources that would keep a loop
 // of the host spinning are gone.
-bool cef_start(cef_settings_t& settings, cef_ref<cef_app_t> app, std::string& failure);
+bool start(cef_settings_t& settings, ref<cef_app_t> app, std::string& failure);
 
 // Ends the runtime. Harmless if it does not run, or twice.
-void cef_stop();
+void stop();
 
-// Whether cef_start was successful and cef_stop has not been called since.
-bool cef_running() noexcept;
+// Whether start was successful and stop has not been called since.
+bool running() noexcept;
 
 // One step of the runtime's message loop; nothing if there is no runtime. Display thread.
-void cef_work();
+void work();
 
 // Whether the calling thread is the runtime's UI thread, which is the display thread.
-bool cef_on_ui_thread() noexcept;
+bool on_ui_thread() noexcept;
 
 // Runs the runtime's helper process to its end and answers its exit code; -1 in the main process.
-int cef_run_helper(int argc, char** argv, cef_app_t* app);
+int run_helper(int argc, char** argv, cef_app_t* app);
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

@@ -7,27 +7,27 @@
 
 #include "cef_abi.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 // An environment variable; empty when there is none of that name.
 std::string environment_variable(const char* name);
 
 // File name of the runtime's library.
-const char* cef_library_name() noexcept;
+const char* library_name() noexcept;
 
 // How a user of this system installs the runtime in a folder that was named just before: the words
 // that follow "install it".
-const char* cef_how_to_install() noexcept;
+const char* how_to_install() noexcept;
 
 // `path` with links followed, since the runtime looks for its data beside the file that was opened;
 // empty when there is no such file.
 std::string real_file(const std::string& path);
 
 // The main arguments of this program.
-cef_main_args_t cef_main_args() noexcept;
+cef_main_args_t main_args() noexcept;
 
 // The same for a helper process, with the command line that it was started with.
-cef_main_args_t cef_main_args(int argc, char** argv) noexcept;
+cef_main_args_t main_args(int argc, char** argv) noexcept;
 
 // Whether the runtime's own message pump must be kept out even where work is done by a timer: on
 // Linux it would dispatch the host's event sources within the runtime's work.
@@ -44,4 +44,4 @@ public:
     virtual void restore(bool is_started) = 0;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

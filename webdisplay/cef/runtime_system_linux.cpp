@@ -12,7 +12,7 @@
 #include <cstring>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::cef {
 
 namespace {
 
@@ -56,7 +56,7 @@ bool is_of_runtime(const GSource* source) {
     if (!dladdr(reinterpret_cast<void*>(functions->prepare), &info) || !info.dli_fname)
         return false;
     const char* name = std::strrchr(info.dli_fname, '/');
-    return std::strcmp(name ? name + 1 : info.dli_fname, cef_library_name()) == 0;
+    return std::strcmp(name ? name + 1 : info.dli_fname, library_name()) == 0;
 }
 
 // The source that carries X events polls the connection to the X server, a socket. It must stay:
@@ -111,9 +111,9 @@ std::string environment_variable(const char* name) {
     return value ? value : "";
 }
 
-const char* cef_library_name() noexcept { return "libcef.so"; }
+const char* library_name() noexcept { return "libcef.so"; }
 
-const char* cef_how_to_install() noexcept { return "with scripts/get-runtime"; }
+const char* how_to_install() noexcept { return "with scripts/get-runtime"; }
 
 bool uses_external_pump() noexcept { return true; }
 
@@ -124,19 +124,17 @@ std::string real_file(const std::string& path) {
     return answer;
 }
 
-cef_main_args_t cef_main_args() noexcept {
+cef_main_args_t main_args() noexcept {
     static char name[] = "pennywort";
     static char* arguments[] = {name, nullptr};
     return cef_main_args_t{1, arguments};
 }
 
-cef_main_args_t cef_main_args(int argc, char** argv) noexcept {
-    return cef_main_args_t{argc, argv};
-}
+cef_main_args_t main_args(int argc, char** argv) noexcept { return cef_main_args_t{argc, argv}; }
 
 std::unique_ptr<startup_guard> startup_guard::make() {
     settle_environment();
     return std::make_unique<linux_startup_guard>();
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

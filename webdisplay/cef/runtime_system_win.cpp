@@ -7,7 +7,7 @@
 
 #include "loam/wide_text.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 namespace {
 
@@ -68,10 +68,10 @@ std::string environment_variable(const char* name) {
     return loam::utf8_text({value.data(), length});
 }
 
-const char* cef_library_name() noexcept { return "libcef.dll"; }
+const char* library_name() noexcept { return "libcef.dll"; }
 
 // No script of ours fetches it for this system.
-const char* cef_how_to_install() noexcept { return "there (64 bit, version 133 or newer)"; }
+const char* how_to_install() noexcept { return "there (64 bit, version 133 or newer)"; }
 
 bool uses_external_pump() noexcept { return false; }
 
@@ -85,13 +85,13 @@ std::string real_file(const std::string& path) {
     return loam::utf8_text(without_prefix(real));
 }
 
-cef_main_args_t cef_main_args() noexcept { return cef_main_args_t{GetModuleHandleW(nullptr)}; }
+cef_main_args_t main_args() noexcept { return cef_main_args_t{GetModuleHandleW(nullptr)}; }
 
 // The runtime reads the command line of the process itself.
-cef_main_args_t cef_main_args(int, char**) noexcept { return cef_main_args(); }
+cef_main_args_t main_args(int, char**) noexcept { return main_args(); }
 
 std::unique_ptr<startup_guard> startup_guard::make() {
     return std::make_unique<windows_startup_guard>();
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

@@ -6,18 +6,18 @@
 
 #include "webdisplay/cef/runtime.h"
 
-namespace pennywort {
+namespace pennywort::cef {
 
 // Owns a UTF-16 string of the runtime, to be passed as an argument or given away into a settings
 // struct. Bytes that are no UTF-8 become U+FFFD; a NUL is kept.
-class cef_text {
+class utf16 {
 public:
-    explicit cef_text(std::string_view utf8) {
-        if (!utf8.empty()) cef().cef_string_utf8_to_utf16(utf8.data(), utf8.size(), &m_text);
+    explicit utf16(std::string_view utf8) {
+        if (!utf8.empty()) api().cef_string_utf8_to_utf16(utf8.data(), utf8.size(), &m_text);
     }
-    cef_text(const cef_text&) = delete;
-    cef_text& operator=(const cef_text&) = delete;
-    ~cef_text() { cef().cef_string_utf16_clear(&m_text); }
+    utf16(const utf16&) = delete;
+    utf16& operator=(const utf16&) = delete;
+    ~utf16() { api().cef_string_utf16_clear(&m_text); }
 
     const cef_string_t* get() const noexcept { return &m_text; }
     // A view of the text that lives as long as this object, for a struct that the runtime copies.
@@ -31,17 +31,17 @@ private:
 inline std::string utf8(const cef_string_t* text) {
     if (!text || !text->str || text->length == 0) return {};
     cef_string_utf8_t converted{};
-    cef().cef_string_utf16_to_utf8(text->str, text->length, &converted);
+    api().cef_string_utf16_to_utf8(text->str, text->length, &converted);
     std::string answer(converted.str ? converted.str : "", converted.length);
-    cef().cef_string_utf8_clear(&converted);
+    api().cef_string_utf8_clear(&converted);
     return answer;
 }
 
 // UTF-8 of a string that the runtime gave away; it is freed.
 inline std::string utf8_of(cef_string_userfree_t text) {
     std::string answer = utf8(text);
-    if (text) cef().cef_string_userfree_utf16_free(text);
+    if (text) api().cef_string_userfree_utf16_free(text);
     return answer;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::cef

@@ -68,7 +68,8 @@ zStatus cHttpHandler::SendString(zSocket* socket, const char* data) {
     return send_all(*socket, view(data));
 }
 
-// In a server, with a body to come, the head waits for it, so that the two leave as one piece.
+// Announced, so that head and body may leave as one piece. A body without its head would be taken
+// for anything, so a connection that did not take the head ends.
 void cHttpHandler::SendHeaders(zSocket* socket, std::int32_t contentLength,
                                const char* contentType) {
     if (socket == nullptr) return;
@@ -76,7 +77,7 @@ void cHttpHandler::SendHeaders(zSocket* socket, std::int32_t contentLength,
     pennywort::append_head(head, 200, pennywort::after_answer::keep_alive, view(contentType),
                            contentLength);
     if (contentLength > 0) socket->MoreFollows();
-    send_all(*socket, head);
+    if (send_all(*socket, head) != pennywort::k_ok) socket->Close();
 }
 
 void cHttpHandler::Send404(zSocket* socket) {

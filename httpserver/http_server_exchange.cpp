@@ -197,8 +197,6 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     zStatus status = k_failed;
     std::unique_ptr<cHttpBody> pieces;
     bool is_taken = false;
-    state.collected.clear();
-    connection.socket->BeginCollecting(&state.collected);
     for (std::size_t i = 0; !is_taken; ++i) {
         const pennywort::handler_reference handler(m_handlers->take(i));
         if (handler.get() == nullptr) break;
@@ -211,9 +209,6 @@ zStatus cHttpServer::dispatch(http_connection& connection, bool& close, std::str
     for (zString* part : {&state.path, &state.extension, &state.query}) settle(*part);
     if (pieces != nullptr) begin_pieces(connection, close, std::move(pieces));
     if (state.has_ended) return status;
-    const zStatus gone = connection.socket->EndCollecting(pennywort::k_send_timeout_ms);
-    // Without their head, pieces would be taken for anything.
-    if (gone != k_ok && connection.stage == http_stage::pieces) close = true;
     // A handler may have closed it, and nothing would ever be told of it again.
     if (!connection.socket->IsOpen()) close = true;
     return status;

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "httpserver.h"
@@ -72,7 +71,6 @@ struct http_server_state {
     zString path;
     zString extension;
     zString query;
-    std::string collected;
     std::vector<char> piece;
     std::int64_t now = 0;  // of this round, in microseconds
     std::int64_t next_check = 0;

@@ -75,7 +75,8 @@ public:
     // the socket's status, zSocket::k_timed_out then.
     static zStatus SendString(zSocket* socket, const char* data);
     // Sends the head of a successful answer whose body of `contentLength` bytes the caller sends
-    // next. Within a server's call the head waits for that, or for the call's end.
+    // next. The system may hold the head for at most 200 ms, so that both leave together. Closes
+    // the socket if the head does not go: a body without it would be taken for anything.
     static void SendHeaders(zSocket* socket, std::int32_t contentLength, const char* contentType);
     // Sends a page that says "Not Found", as a successful answer: hosts' clients rely on the 200.
     // cHttpNotFoundHandler sends a real 404.

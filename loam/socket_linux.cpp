@@ -209,7 +209,6 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
     if (received == nullptr) return k_failed;
     *received = 0;
     if (buffer == nullptr || size <= 0) return k_failed;
-    send_some_collected();
     const auto count = loam::unless_interrupted(
         [&] { return ::recv(native(m_handle), buffer, static_cast<std::size_t>(size), 0); });
     if (count < 0) return transfer_failure("recv");
@@ -224,19 +223,17 @@ zStatus zSocket::wait_writable(std::int32_t timeout) {
     return ready == 0 ? k_timed_out : 0;
 }
 
-zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent) {
-    const auto count = loam::unless_interrupted([&] {
-        return ::send(native(m_handle), data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
-    });
+zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent,
+                               follow what) {
+    const int flags = what == follow::more ? MSG_NOSIGNAL | MSG_MORE : MSG_NOSIGNAL;
+    const auto count = loam::unless_interrupted(
+        [&] { return ::send(native(m_handle), data, static_cast<std::size_t>(length), flags); });
     if (count < 0) return transfer_failure("send");
     *sent = static_cast<std::int32_t>(count);
     return 0;
 }
 
-zStatus zSocket::EndSending() {
-    send_some_collected();
-    return checked("shutdown", ::shutdown(native(m_handle), SHUT_WR));
-}
+zStatus zSocket::EndSending() { return checked("shutdown", ::shutdown(native(m_handle), SHUT_WR)); }
 
 zStatus zSocket::SetReuseAddress() { return set_option(m_handle, SOL_SOCKET, SO_REUSEADDR, true); }
 
@@ -301,7 +298,6 @@ void zSocket::Reset() {
     if (IsOpen()) {
         ::setsockopt(native(m_handle), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
-    if (m_collected != nullptr) m_collected->clear();
     close_handle();
 }
 

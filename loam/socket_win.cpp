@@ -256,7 +256,6 @@ zStatus zSocket::Receive(char* buffer, std::int32_t size, std::int32_t* received
     if (received == nullptr) return k_failed;
     *received = 0;
     if (buffer == nullptr || size <= 0) return k_failed;
-    send_some_collected();
     const int count = ::recv(native(m_handle), buffer, piece(size), 0);
     if (count == SOCKET_ERROR) return transfer_failure("recv");
     *received = count;
@@ -275,17 +274,14 @@ zStatus zSocket::wait_writable(std::int32_t timeout) {
     return k_timed_out;
 }
 
-zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent) {
+zStatus zSocket::send_some_now(const char* data, std::int32_t length, std::int32_t* sent, follow) {
     const int count = ::send(native(m_handle), data, piece(length), 0);
     if (count == SOCKET_ERROR) return transfer_failure("send");
     *sent = count;
     return 0;
 }
 
-zStatus zSocket::EndSending() {
-    send_some_collected();
-    return checked("shutdown", ::shutdown(native(m_handle), SD_SEND));
-}
+zStatus zSocket::EndSending() { return checked("shutdown", ::shutdown(native(m_handle), SD_SEND)); }
 
 // A port of old connections can be taken without any option here. What SO_REUSEADDR would allow is
 // to take a port away from whoever uses it; this one forbids that to others.
@@ -360,7 +356,6 @@ void zSocket::Reset() {
         ::setsockopt(native(m_handle), SOL_SOCKET, SO_LINGER,
                      reinterpret_cast<const char*>(&at_once), sizeof at_once);
     }
-    if (m_collected != nullptr) m_collected->clear();
     close_handle();
 }
 

@@ -89,6 +89,37 @@ TEST_F(FaultsTest, APeerThatNeverReadsTimesOutAndOthersAreServed) {
     EXPECT_EQ(status, zSocket::k_timed_out);
 }
 
+// A client that shows progress from the head on must not wait for the whole body.
+TEST_F(FaultsTest, AHeadArrivesWhileItsHandlerStillWorksOnTheBody) {
+    class slow_handler final : public cHttpHandler {
+    public:
+        explicit slow_handler(zSignal& go) : m_go(go) {}
+        bool CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
+                       const char*) override {
+            return path == zString("/slow");
+        }
+        zStatus Handle(zSocket* socket, std::int32_t, const zString&, const zString&,
+                       const zString&, const char*) override {
+            SendHeaders(socket, 4, "text/plain");
+            was_in_time = m_go.Wait(k_long_us) == 0;
+            return SendString(socket, "body");
+        }
+        std::atomic<bool> was_in_time{false};
+
+    private:
+        zSignal& m_go;
+    };
+    const std::unique_ptr<zSignal> go(zSignal::Factory());
+    const auto slow = make<slow_handler>(*go);
+    install(*slow);
+    test_client client(port());
+    client.send(get_request("/slow"));
+    EXPECT_EQ(client.receive(15), "HTTP/1.1 200 OK");
+    go->Set();
+    EXPECT_EQ(body_of(client.receive_answer()), "body");
+    EXPECT_TRUE(slow->was_in_time);
+}
+
 TEST_F(FaultsTest, AHandlerThatSendsNothingLeavesItsClientWaiting) {
     class silent_handler final : public cHttpHandler {
     public:

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "loam/export.h"
 #include "loam/heap.h"
@@ -105,26 +104,19 @@ public:
     zStatus Connect(const char* address, std::uint16_t port, std::int32_t timeout);
 
     // Sends what there is room for now; `sent` is set also on a failure. k_not_now: no room.
-    zStatus SendSome(const char* data, std::int32_t length, std::int32_t* sent);
-
-    // From here to EndCollecting a short piece that MoreFollows announced waits in `pieces`, which
-    // is empty and not owned, for the next one, so that a head and its body leave as one. The next
-    // Send takes it along, and so do SendSome, Receive, EndSending and Close.
-    void BeginCollecting(std::string* pieces);
-    // Sends what still waits, as Send does.
-    zStatus EndCollecting(std::int32_t timeout);
-    // The next piece for Send is not the last. Says nothing unless pieces are collected.
-    void MoreFollows();
-
+    virtual zStatus SendSome(const char* data, std::int32_t length, std::int32_t* sent);
+    // The next Send is not the last of its message. On Linux the system may hold its bytes, for at
+    // most 200 ms, so that they leave together with what follows.
+    virtual void MoreFollows();
     // Tells the peer that nothing more will be sent; receiving goes on.
-    zStatus EndSending();
+    virtual zStatus EndSending();
     // Sends small pieces at once instead of collecting them.
     zStatus SetNoDelay(bool on);
     bool IsNoDelay() const;
-    bool IsOpen() const;
-    void Close();
+    virtual bool IsOpen() const;
+    virtual void Close();
     // Closes the connection by a reset: what was not received is lost on both sides.
-    void Reset();
+    virtual void Reset();
 
     // Waits until a socket of the set is ready, for at most `timeout` milliseconds. Fills the
     // entries, and `ready` with the number of those that are; 0 when the time has passed. Entries
@@ -139,17 +131,15 @@ protected:
     zSocket();
 
 private:
-    zStatus send_now(const char* data, std::int32_t length, std::int32_t timeout);
-    zStatus send_some_now(const char* data, std::int32_t length, std::int32_t* sent);
+    // Whether the system may wait for more bytes before it sends these.
+    enum class follow { nothing, more };
+
+    zStatus send_now(const char* data, std::int32_t length, std::int32_t timeout, follow what);
+    zStatus send_some_now(const char* data, std::int32_t length, std::int32_t* sent, follow what);
     zStatus wait_writable(std::int32_t timeout);
-    bool has_collected() const;
-    zStatus send_collected(std::int32_t timeout);
-    zStatus send_some_joined(const char* data, std::int32_t length, std::int32_t* sent);
-    void send_some_collected();
     void close_handle();
 
     std::intptr_t m_handle = -1;
-    std::string* m_collected = nullptr;
     bool m_more_follows = false;
     bool m_is_ipv6 = false;
 };

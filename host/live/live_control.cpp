@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "host/app/page_address.h"
-#include "host/live/json_line.h"
 
 namespace pennywort::host {
 
@@ -23,18 +22,18 @@ constexpr std::size_t k_scripts = 100;
 // A page that was left before it answered never does.
 constexpr std::chrono::seconds k_script_patience{10};
 
-live_answer with(int status, std::string json) {
+live_answer with(int status, const json& value) {
     live_answer answer;
     answer.status = status;
-    answer.body = std::make_shared<const std::string>(std::move(json));
+    answer.body = std::make_shared<const std::string>(json_text(value));
     return answer;
 }
 
 live_answer refused(int status, const std::string& error) {
-    return with(status, json_line().add("error", error).text());
+    return with(status, {{"error", error}});
 }
 
-live_answer done() { return with(200, "{\"ok\":true}"); }
+live_answer done() { return with(200, {{"ok", true}}); }
 
 // A parameter of the address that is a number; 0 where it is missing or something else.
 std::uint64_t parameter(std::string_view query, std::string_view name) {
@@ -51,13 +50,11 @@ std::uint64_t parameter(std::string_view query, std::string_view name) {
 }
 
 std::optional<long> side(const json_object& body, const char* name) {
-    const double* value = body.number(name);
+    const auto value = body.number(name);
     if (!value || std::floor(*value) != *value) return {};
     if (!(*value >= 1 && *value <= live_control::k_largest_side)) return {};
     return static_cast<long>(*value);
 }
-
-const char* truth(bool value) { return value ? "true" : "false"; }
 
 }  // namespace
 
@@ -96,8 +93,8 @@ live_answer live_control::get(const live_request& request) {
     const auto after = parameter(request.query, "after");
     if (request.path == "/api/state") return state();
     if (request.path == "/api/picture") return picture(after);
-    if (request.path == "/api/events") return with(200, m_events.json_after(after));
-    if (request.path == "/api/traces") return with(200, m_traces.json_after(after));
+    if (request.path == "/api/events") return with(200, m_events.lines_after(after));
+    if (request.path == "/api/traces") return with(200, m_traces.lines_after(after));
     if (request.path == "/api/result") return result(parameter(request.query, "id"));
     return refused(404, "there is no " + request.path);
 }
@@ -115,24 +112,18 @@ std::size_t live_control::queue_bytes() const {
     return bytes;
 }
 
-std::string live_control::queue_json() const {
-    std::string queue;
-    for (const auto& url : m_queue) queue += (queue.empty() ? "" : ",") + json_quoted(url);
-    return "[" + queue + "]";
-}
-
 live_answer live_control::state() const {
     const auto counts = m_pictures.counts();
     const std::lock_guard hold(m_lock);
-    std::string json = "{\"url\":" + json_quoted(m_status.url);
-    json += std::string(",\"loading\":") + truth(m_status.loading);
-    json += std::string(",\"visible\":") + truth(m_status.visible);
-    json += ",\"width\":" + std::to_string(m_status.width);
-    json += ",\"height\":" + std::to_string(m_status.height);
-    json += ",\"painted\":" + std::to_string(counts.painted);
-    json += ",\"shown\":" + std::to_string(counts.encoded);
-    json += ",\"dropped\":" + std::to_string(counts.dropped);
-    return with(200, json + ",\"queue\":" + queue_json() + "}");
+    return with(200, {{"url", m_status.url},
+                      {"loading", m_status.loading},
+                      {"visible", m_status.visible},
+                      {"width", m_status.width},
+                      {"height", m_status.height},
+                      {"painted", counts.painted},
+                      {"shown", counts.encoded},
+                      {"dropped", counts.dropped},
+                      {"queue", m_queue}});
 }
 
 live_answer live_control::picture(std::uint64_t after) {
@@ -149,13 +140,11 @@ live_answer live_control::result(std::uint64_t id) const {
     const auto found = m_scripts.find(id);
     if (found == m_scripts.end()) return refused(404, "there is no script of that id");
     const auto& script = found->second;
-    json_line json;
-    json.add("id", id);
     if (script.kind.empty()) {
         const bool lost = clock::now() - script.asked > k_script_patience;
-        return with(200, json.add("state", lost ? "lost" : "waiting").text());
+        return with(200, {{"id", id}, {"state", lost ? "lost" : "waiting"}});
     }
-    return with(200, json.add("state", script.kind).add("result", script.result).text());
+    return with(200, {{"id", id}, {"state", script.kind}, {"result", script.result}});
 }
 
 live_answer live_control::load(const json_object& body) {
@@ -192,7 +181,7 @@ live_answer live_control::next(const json_object&) {
 }
 
 live_answer live_control::remove(const json_object& body) {
-    const auto* index = body.number("index");
+    const auto index = body.number("index");
     const std::lock_guard hold(m_lock);
     const auto size = static_cast<double>(m_queue.size());
     if (!index || !(*index >= 0 && *index < size) || std::floor(*index) != *index) {
@@ -235,7 +224,7 @@ live_answer live_control::script(const json_object& body) {
         if (m_scripts.size() > k_scripts) m_scripts.erase(m_scripts.begin());
     }
     m_port.run_script(id, *text);
-    return with(200, json_line().add("id", id).text());
+    return with(200, {{"id", id}});
 }
 
 live_answer live_control::delete_cookies(const json_object& body) {

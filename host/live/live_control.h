@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/live/json_read.h"
+#include "host/app/json.h"
 #include "host/live/live_log.h"
 #include "host/live/live_picture.h"
 
@@ -102,7 +102,6 @@ private:
 
     static command command_of(std::string_view path);
     std::size_t queue_bytes() const;
-    std::string queue_json() const;
 
     live_port& m_port;
     live_pictures& m_pictures;

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/live/json_line.h"
+#include "host/app/json.h"
 #include "host/live/live_page.h"
 
 namespace pennywort::host {
@@ -92,7 +92,7 @@ std::unique_ptr<cHttpBody> sent(const live_answer& answer) {
 live_answer refused(int status, const char* why) {
     live_answer answer;
     answer.status = status;
-    answer.body = std::make_shared<const std::string>(json_line().add("error", why).text());
+    answer.body = std::make_shared<const std::string>(json_text({{"error", why}}));
     return answer;
 }
 

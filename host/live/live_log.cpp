@@ -3,8 +3,6 @@
 
 #include <utility>
 
-#include "host/live/json_line.h"
-
 namespace pennywort::host {
 
 void live_log::add(const std::string& kind, std::string text) {
@@ -14,18 +12,16 @@ void live_log::add(const std::string& kind, std::string text) {
     if (m_lines.size() > m_limit) m_lines.pop_front();
 }
 
-std::string live_log::json_after(std::uint64_t after) const {
+json live_log::lines_after(std::uint64_t after) const {
     const std::lock_guard hold(m_lock);
     // Such a reader has seen the lines of another run, and none of these.
     if (after > m_last) after = 0;
-    std::string lines;
+    json lines = json::array();
     for (const auto& entry : m_lines) {
         if (entry.number <= after) continue;
-        json_line json;
-        json.add("number", entry.number).add("kind", entry.kind).add("text", entry.text);
-        lines += (lines.empty() ? "" : ",") + json.text();
+        lines.push_back({{"number", entry.number}, {"kind", entry.kind}, {"text", entry.text}});
     }
-    return "{\"last\":" + std::to_string(m_last) + ",\"lines\":[" + lines + "]}";
+    return {{"last", m_last}, {"lines", std::move(lines)}};
 }
 
 }  // namespace pennywort::host

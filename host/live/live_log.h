@@ -8,6 +8,8 @@
 #include <mutex>
 #include <string>
 
+#include "host/app/json.h"
+
 namespace pennywort::host {
 
 // Any thread.
@@ -20,7 +22,7 @@ public:
     void add(const std::string& kind, std::string text);
     // {"last":N,"lines":[{"number":..,"kind":..,"text":..},...]}: the lines with a number above
     // `after`, the oldest first; all of them if `after` is above every number that there was.
-    std::string json_after(std::uint64_t after) const;
+    json lines_after(std::uint64_t after) const;
 
 private:
     struct line {

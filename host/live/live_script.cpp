@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/live/json_line.h"
+#include "host/app/json.h"
 
 namespace pennywort::host {
 
@@ -26,7 +26,7 @@ constexpr std::string_view k_caught =
 std::string by_eval(const std::string& script) {
     std::string body(k_show);
     body += "try{(0,eval)('')}catch(e){return 'b'+String(e)}";
-    body += "try{return 'f'+pennywortShow((0,eval)(" + json_quoted(script) + "))";
+    body += "try{return 'f'+pennywortShow((0,eval)(" + json_text(script) + "))";
     return body.append(k_caught);
 }
 

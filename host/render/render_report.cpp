@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <limits>
 
-#include "host/live/json_line.h"
+#include "host/app/json.h"
 
 namespace pennywort::host {
 
@@ -29,25 +29,26 @@ std::string rounded(double value, int decimals) {
 std::string json_report(const render_options& options, const render_result& result) {
     const double seconds = seconds_of(result.counts.counted);
     const double no_number = std::numeric_limits<double>::quiet_NaN();
-    json_line line;
-    line.add("painted", result.counts.painted)
-        .add("repeated", result.counts.repeated)
-        .add("dropped", result.counts.dropped)
-        .add("missed", result.missed)
-        .add("frames", result.counts.frames)
-        .add("first_frame_ms",
-             result.first_frame ? seconds_of(*result.first_frame) * 1000 : no_number, 1)
-        .add("seconds", seconds, 3)
-        .add("width", static_cast<std::uint64_t>(options.format.width))
-        .add("height", static_cast<std::uint64_t>(options.format.height))
-        .add("fps", options.format.rate.value(), 3)
-        .add("painted_fps", per_second(result.counts.painted, seconds), 2)
-        .add("interval_p50_ms", result.intervals.milliseconds_at(0.50), 1)
-        .add("interval_p99_ms", result.intervals.milliseconds_at(0.99), 1)
-        .add("pages", static_cast<std::uint64_t>(options.urls.size()))
-        .add("output", options.output.path);
-    if (!result.failure.empty()) line.add("failure", result.failure);
-    return line.text();
+    json line = {
+        {"painted", result.counts.painted},
+        {"repeated", result.counts.repeated},
+        {"dropped", result.counts.dropped},
+        {"missed", result.missed},
+        {"frames", result.counts.frames},
+        {"first_frame_ms",
+         rounded_to(result.first_frame ? seconds_of(*result.first_frame) * 1000 : no_number, 1)},
+        {"seconds", rounded_to(seconds, 3)},
+        {"width", options.format.width},
+        {"height", options.format.height},
+        {"fps", rounded_to(options.format.rate.value(), 3)},
+        {"painted_fps", rounded_to(per_second(result.counts.painted, seconds), 2)},
+        {"interval_p50_ms", rounded_to(result.intervals.milliseconds_at(0.50), 1)},
+        {"interval_p99_ms", rounded_to(result.intervals.milliseconds_at(0.99), 1)},
+        {"pages", options.urls.size()},
+        {"output", options.output.path},
+    };
+    if (!result.failure.empty()) line["failure"] = result.failure;
+    return json_text(line);
 }
 
 std::vector<std::string> summary_lines(const render_options& options, const render_result& result) {

@@ -1,11 +1,9 @@
-// tests/host/texts_test.cpp - what the program prints: JSON, progress, summaries; and the last line
-// of what another program prints.
+// tests/host/texts_test.cpp - what the program prints: reports, progress, summaries; and the last
+// line of what another program prints.
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <string>
 
-#include "host/live/json_line.h"
 #include "host/render/progress.h"
 #include "host/render/render_report.h"
 #include "host/system/last_line.h"
@@ -14,39 +12,6 @@ namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
-
-TEST(JsonQuoted, EscapesWhatWouldEndTheTextOrTheLine) {
-    EXPECT_EQ(json_quoted("a\"b\\c"), R"("a\"b\\c")");
-    EXPECT_EQ(json_quoted("a\nb\rc\td"), R"("a\nb\rc\td")");
-    EXPECT_EQ(json_quoted(std::string_view("\0\x01\x1f\x7f", 4)), R"("\u0000\u0001\u001f\u007f")");
-}
-
-TEST(JsonQuoted, KeepsUtf8AndReplacesWhatIsNone) {
-    EXPECT_EQ(json_quoted("ä€😀"), "\"ä€😀\"");
-    const std::string bad = "\xEF\xBF\xBD";
-    for (const char* broken : {"\xFF", "\x80", "\xC3", "\xE2\x82", "\xF0\x9F\x98"}) {
-        EXPECT_EQ(json_quoted(broken).substr(0, 4), "\"" + bad) << broken;
-    }
-    EXPECT_EQ(json_quoted("\xC0\xAF"), "\"" + bad + bad + "\"");            // overlong
-    EXPECT_EQ(json_quoted("\xED\xA0\x80"), "\"" + bad + bad + bad + "\"");  // half a pair
-    EXPECT_EQ(json_quoted("\xF4\x90\x80\x80").size(), 2 + 4 * bad.size());  // past the last
-    EXPECT_EQ(json_quoted("\xC3(a"), "\"" + bad + "(a\"");
-}
-
-TEST(JsonLine, WritesMembersInTheirOrder) {
-    json_line line;
-    EXPECT_EQ(line.text(), "{}");
-    line.add("count", std::uint64_t(18446744073709551615ull)).add("na\"me", "x").add("s", 1.25, 1);
-    EXPECT_EQ(line.text(), R"({"count":18446744073709551615,"na\"me":"x","s":1.2})");
-}
-
-TEST(JsonLine, WhatIsNoNumberIsNull) {
-    json_line line;
-    line.add("a", std::numeric_limits<double>::quiet_NaN(), 1)
-        .add("b", std::numeric_limits<double>::infinity(), 1)
-        .add("c", std::numeric_limits<double>::max(), 0);
-    EXPECT_EQ(line.text().substr(0, 24), R"({"a":null,"b":null,"c":1)");
-}
 
 TEST(LastLine, IsTheSameAtEverySplit) {
     const std::string text = "one\ntwo\r\n\nlast words";
@@ -132,12 +97,11 @@ TEST(RenderReport, HasOneLineWithEveryNumber) {
     options.format.width = 1280;
     options.format.height = 720;
     options.output.path = "a\"b.png";
-    EXPECT_EQ(
-        json_report(options, some_result()),
-        "{\"painted\":98,\"repeated\":3,\"dropped\":1,\"missed\":2,\"frames\":100,"
-        "\"first_frame_ms\":512.0,\"seconds\":2.000,\"width\":1280,\"height\":720,"
-        "\"fps\":50.000,\"painted_fps\":49.00,\"interval_p50_ms\":0.0,\"interval_p99_ms\":0.0,"
-        "\"pages\":1,\"output\":\"a\\\"b.png\"}");
+    EXPECT_EQ(json_report(options, some_result()),
+              "{\"painted\":98,\"repeated\":3,\"dropped\":1,\"missed\":2,\"frames\":100,"
+              "\"first_frame_ms\":512.0,\"seconds\":2.0,\"width\":1280,\"height\":720,"
+              "\"fps\":50.0,\"painted_fps\":49.0,\"interval_p50_ms\":0.0,\"interval_p99_ms\":0.0,"
+              "\"pages\":1,\"output\":\"a\\\"b.png\"}");
 }
 
 TEST(RenderReport, AFailureIsInItAndWhatNeverCameIsNull) {

@@ -1,8 +1,10 @@
-// tests/host/json_read_test.cpp - JSON that others send: what is refused, and what the rest means.
-#include "host/live/json_read.h"
+// tests/host/json_test.cpp - JSON that others send: what is refused, and what the rest means; and
+// what is written.
+#include "host/app/json.h"
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <ostream>
 #include <string>
 
@@ -103,6 +105,60 @@ TEST(JsonObject, UndoesEscapes) {
         "{\"a\":\"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u00e9\\u20ac\\ud83d\\ude00\"}", reason);
     ASSERT_TRUE(object) << reason;
     EXPECT_EQ(*object->text("a"), "\"\\/\b\f\n\r\t\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
+}
+
+TEST(JsonObject, IsRefusedAtANulByte) {
+    std::string reason;
+    EXPECT_FALSE(json_object::parse(std::string_view("{}\0", 3), reason));
+    EXPECT_FALSE(json_object::parse(std::string_view("{\"a\\u0000\":1}"), reason));
+    EXPECT_FALSE(json_object::parse(std::string_view("\0{}", 3), reason));
+    EXPECT_FALSE(reason.empty());
+}
+
+// Deeper than any stack, and as large as a request may be.
+TEST(JsonObject, IsRefusedAtItsFirstFaultHoweverLongItIs) {
+    constexpr std::size_t k_request = 1 << 20;
+    std::string reason;
+    EXPECT_FALSE(json_object::parse(std::string(k_request, '['), reason));
+    EXPECT_EQ(reason, "the JSON holds a list");
+    std::string deep;
+    while (deep.size() < k_request) deep += "{\"a\":";
+    EXPECT_FALSE(json_object::parse(deep, reason));
+    EXPECT_EQ(reason, "the JSON holds an object in an object");
+    EXPECT_FALSE(json_object::parse("{\"a\":\"" + std::string(k_request, 'x'), reason));
+}
+
+TEST(JsonText, EscapesWhatWouldEndTheTextOrTheLine) {
+    EXPECT_EQ(json_text("a\"b\\c"), R"("a\"b\\c")");
+    EXPECT_EQ(json_text("a\nb\rc\td"), R"("a\nb\rc\td")");
+    EXPECT_EQ(json_text(std::string("\0\x01\x1f", 3)), R"("\u0000\u0001\u001f")");
+}
+
+TEST(JsonText, KeepsUtf8AndReplacesWhatIsNone) {
+    EXPECT_EQ(json_text("ä€😀"), "\"ä€😀\"");
+    const std::string bad = "\xEF\xBF\xBD";
+    for (const char* broken : {"\xFF", "\x80", "\xC3", "\xE2\x82", "\xF0\x9F\x98"}) {
+        EXPECT_EQ(json_text(broken).substr(0, 4), "\"" + bad) << broken;
+    }
+    EXPECT_EQ(json_text("\xC0\xAF"), "\"" + bad + bad + "\"");            // overlong
+    EXPECT_EQ(json_text("\xED\xA0\x80"), "\"" + bad + bad + bad + "\"");  // half a pair
+    EXPECT_EQ(json_text("\xF4\x90\x80\x80").size(), 2 + 4 * bad.size());  // past the last
+    EXPECT_EQ(json_text("\xC3(a"), "\"" + bad + "(a\"");
+}
+
+TEST(JsonText, WritesMembersInTheirOrder) {
+    EXPECT_EQ(json_text(json::object()), "{}");
+    const json line = {{"count", std::uint64_t(18446744073709551615ull)},
+                       {"na\"me", "x"},
+                       {"s", rounded_to(1.26, 1)}};
+    EXPECT_EQ(json_text(line), R"({"count":18446744073709551615,"na\"me":"x","s":1.3})");
+}
+
+TEST(JsonText, WhatIsNoNumberIsNull) {
+    const json line = {{"a", rounded_to(std::numeric_limits<double>::quiet_NaN(), 1)},
+                       {"b", std::numeric_limits<double>::infinity()},
+                       {"c", rounded_to(std::numeric_limits<double>::max(), 0)}};
+    EXPECT_EQ(json_text(line).substr(0, 24), R"({"a":null,"b":null,"c":1)");
 }
 
 }  // namespace

@@ -3,9 +3,10 @@
 
 #include <string>
 
-#include "host/render/render_options.h"
-
 namespace pennywort::host {
+
+// What makes the runtime work: its own requests, or a timer.
+enum class pump_pacing { on_request, timer };
 
 // Once in a process. The thread that makes it becomes the display thread.
 class browser_runtime {

@@ -5,31 +5,32 @@
 #include <vector>
 
 #include "host/app/command_line.h"
-#include "host/live/live.h"
-#include "host/render/render.h"
+#include "host/app/exit_status.h"
 #include "host/system/console.h"
 
 namespace {
 
 using pennywort::host::command_line;
+using pennywort::host::console;
+
+int say(const std::string& text) {
+    const bool is_written = std::fputs(text.c_str(), stdout) >= 0;
+    if (std::fflush(stdout) == 0 && is_written) return pennywort::host::k_exit_fine;
+    std::fputs("pennywort: standard output takes nothing\n", stderr);
+    return pennywort::host::k_exit_failed;
+}
 
 int run(const std::vector<std::string>& arguments) {
     const auto line = pennywort::host::parse_command_line(arguments);
-    if (line.what == command_line::verdict::say) {
-        std::fputs(line.text.c_str(), stdout);
-        return std::fflush(stdout) == 0 ? pennywort::host::k_exit_fine
-                                        : pennywort::host::k_exit_failed;
-    }
+    if (line.what == command_line::verdict::say) return say(line.text);
     if (line.what == command_line::verdict::refuse) {
         std::fprintf(stderr, "pennywort: %s (pennywort COMMAND --help lists the options)\n",
                      line.text.c_str());
         return pennywort::host::k_exit_usage;
     }
-    using others = pennywort::host::console::others;
-    const bool verbose = line.options.verbose || line.live.verbose;
-    const pennywort::host::console out(verbose ? others::heard : others::quiet);
-    if (line.what == command_line::verdict::live) return pennywort::host::live(line.live, out);
-    return pennywort::host::render(line.options, out);
+    using others = console::others;
+    const console out(line.chosen->is_verbose() ? others::heard : others::quiet);
+    return line.chosen->run(out);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "host/app/browser_runtime.h"
-#include "host/app/command_line.h"
+#include "host/app/exit_status.h"
 #include "host/live/live_control.h"
 #include "host/live/live_display.h"
 #include "host/live/live_guard.h"

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "host/app/browser_runtime.h"
-#include "host/app/command_line.h"
+#include "host/app/exit_status.h"
 #include "host/output/stream_writers.h"
 #include "host/output/writer_thread.h"
 #include "host/render/page_display.h"

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/app/browser_runtime.h"
 #include "host/output/frame_rate.h"
 #include "host/output/frame_writer.h"
 #include "host/output/output_target.h"
@@ -16,8 +17,6 @@ enum class page_clock {
     host,  // one tick of the page per output frame
     page,  // the page runs free, and each output frame takes the newest picture
 };
-
-enum class pump_pacing { on_request, timer };
 
 struct render_options {
     // Frames of an output that goes on until it is stopped. Small enough to be added to.

@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "host/render/render_command.h"
 #include "tests/host/temporary_folder.h"
 
 namespace pennywort::host {
@@ -16,9 +18,17 @@ using strings = std::vector<std::string>;
 
 constexpr const char* k_page = "about:blank";
 
-command_line parse_render(strings more) {
+// What "render" makes of a page and these options; nothing if it refuses them.
+std::optional<render_options> render_of(strings arguments) {
+    const auto line = parse_command_line(arguments);
+    const auto* const chosen = dynamic_cast<const render_command*>(line.chosen.get());
+    EXPECT_NE(chosen, nullptr) << line.text;
+    return chosen == nullptr ? std::nullopt : std::optional(chosen->options());
+}
+
+render_options parse_render(strings more) {
     more.insert(more.begin(), {"render", k_page});
-    return parse_command_line(more);
+    return render_of(more).value_or(render_options());
 }
 
 struct refused_case {
@@ -89,6 +99,15 @@ TEST(CommandLine, HelpAndVersionAreSaid) {
     }
 }
 
+TEST(CommandLine, TheHelpOfEachCommandIsItsOwn) {
+    for (const auto& one : all_commands()) {
+        const auto line = parse_command_line({one->name(), "--help"});
+        EXPECT_EQ(line.what, command_line::verdict::say);
+        EXPECT_NE(line.text.find(one->footer()), std::string::npos) << line.text;
+        EXPECT_NE(parse_command_line({"--help"}).text.find(one->summary()), std::string::npos);
+    }
+}
+
 TEST(CommandLine, HelpOfRenderShowsItsOptions) {
     const auto line = parse_command_line({"render", "--help"});
     for (const char* option :
@@ -99,9 +118,7 @@ TEST(CommandLine, HelpOfRenderShowsItsOptions) {
 }
 
 TEST(CommandLine, APageAloneIsMeasuredForTenSecondsWithTheUsualFormat) {
-    const auto line = parse_render({});
-    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
-    const auto& options = line.options;
+    const auto options = parse_render({});
     EXPECT_EQ(options.urls, strings{k_page});
     EXPECT_EQ(options.format.width, 1280);
     EXPECT_EQ(options.format.height, 720);
@@ -115,51 +132,49 @@ TEST(CommandLine, APageAloneIsMeasuredForTenSecondsWithTheUsualFormat) {
 }
 
 TEST(CommandLine, TheLargestAndSmallestSizesAreTaken) {
-    EXPECT_EQ(parse_render({"--size", "16384x1"}).options.format.width, 16384);
-    EXPECT_EQ(parse_render({"--size", "1x16384"}).options.format.height, 16384);
+    EXPECT_EQ(parse_render({"--size", "16384x1"}).format.width, 16384);
+    EXPECT_EQ(parse_render({"--size", "1x16384"}).format.height, 16384);
 }
 
 TEST(CommandLine, LengthsAreFramesOfEachPage) {
-    EXPECT_EQ(parse_render({"--frames", "7"}).options.frames_per_page, 7u);
-    EXPECT_EQ(parse_render({"--seconds", "2.5"}).options.frames_per_page, 125u);
-    EXPECT_EQ(parse_render({"--fps", "59.94", "--seconds", "10"}).options.frames_per_page, 599u);
-    EXPECT_EQ(parse_render({"--endless"}).options.frames_per_page, render_options::k_endless);
-    EXPECT_EQ(parse_render({"-o", "a.png"}).options.frames_per_page, 1u);
-    EXPECT_EQ(parse_render({"-o", "a.png", "--frames", "9"}).options.frames_per_page, 9u);
-    EXPECT_EQ(parse_render({"-o", "a%d.png"}).options.frames_per_page, 500u);
+    EXPECT_EQ(parse_render({"--frames", "7"}).frames_per_page, 7u);
+    EXPECT_EQ(parse_render({"--seconds", "2.5"}).frames_per_page, 125u);
+    EXPECT_EQ(parse_render({"--fps", "59.94", "--seconds", "10"}).frames_per_page, 599u);
+    EXPECT_EQ(parse_render({"--endless"}).frames_per_page, render_options::k_endless);
+    EXPECT_EQ(parse_render({"-o", "a.png"}).frames_per_page, 1u);
+    EXPECT_EQ(parse_render({"-o", "a.png", "--frames", "9"}).frames_per_page, 9u);
+    EXPECT_EQ(parse_render({"-o", "a%d.png"}).frames_per_page, 500u);
 }
 
 TEST(CommandLine, ADashIsStandardOutput) {
-    const auto line = parse_render({"-o", "-"});
-    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
-    EXPECT_TRUE(line.options.output.to_standard_output());
-    EXPECT_EQ(line.options.output.kind, output_kind::y4m);
+    const auto options = parse_render({"-o", "-"});
+    EXPECT_TRUE(options.output.to_standard_output());
+    EXPECT_EQ(options.output.kind, output_kind::y4m);
 }
 
 TEST(CommandLine, TextsComeFromTheirFiles) {
     const temporary_folder folder;
     const auto css = folder.write("a.css", "body { color: red }\n");
     const auto script = folder.write("a.js", std::string("return 'a\0b';", 13));
-    const auto line =
+    const auto options =
         parse_render({"--css", css, "--script", script, "--wait-for", "window.x > 1"});
-    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
-    EXPECT_EQ(line.options.css, "body { color: red }\n");
-    EXPECT_EQ(line.options.script.size(), 13u);
-    EXPECT_EQ(line.options.wait_for, "window.x > 1");
+    EXPECT_EQ(options.css, "body { color: red }\n");
+    EXPECT_EQ(options.script.size(), 13u);
+    EXPECT_EQ(options.wait_for, "window.x > 1");
 }
 
 TEST(CommandLine, FreeRunIsAHostClockThatIsOff) {
-    EXPECT_EQ(parse_render({"--free-run"}).options.clock, page_clock::page);
-    EXPECT_EQ(parse_render({"--host-clock", "off"}).options.clock, page_clock::page);
-    EXPECT_EQ(parse_render({"--host-clock", "on"}).options.clock, page_clock::host);
-    EXPECT_EQ(parse_render({"--pacing", "timer"}).options.pacing, pump_pacing::timer);
+    EXPECT_EQ(parse_render({"--free-run"}).clock, page_clock::page);
+    EXPECT_EQ(parse_render({"--host-clock", "off"}).clock, page_clock::page);
+    EXPECT_EQ(parse_render({"--host-clock", "on"}).clock, page_clock::host);
+    EXPECT_EQ(parse_render({"--pacing", "timer"}).pacing, pump_pacing::timer);
 }
 
 TEST(CommandLine, OptionsMayStandBeforeThePages) {
-    const auto line = parse_command_line({"render", "--size", "8x8", "--json", k_page, "data:,x"});
-    ASSERT_EQ(line.what, command_line::verdict::render) << line.text;
-    EXPECT_EQ(line.options.urls.size(), 2u);
-    EXPECT_TRUE(line.options.json);
+    const auto options = render_of({"render", "--size", "8x8", "--json", k_page, "data:,x"});
+    ASSERT_TRUE(options);
+    EXPECT_EQ(options->urls.size(), 2u);
+    EXPECT_TRUE(options->json);
 }
 
 }  // namespace

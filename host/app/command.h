@@ -1,0 +1,45 @@
+// host/app/command.h - what the program knows of one of its commands. A command NAME lives in a
+// folder host/NAME of its own, where NAME_command.h declares make_NAME_command(); the list of the
+// commands stands in host/CMakeLists.txt, and nothing else names them.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/system/console.h"
+
+namespace CLI {
+class App;
+}
+
+namespace pennywort::host {
+
+// Used in the order add_options, take_arguments, run; run once in a process.
+class command {
+public:
+    virtual ~command() = default;
+
+    virtual const char* name() const = 0;
+    // A few words for the list of commands.
+    virtual const char* summary() const = 0;
+    // What stands below the options in the command's help: examples, and its exit statuses.
+    virtual const char* footer() const = 0;
+
+    // Tells the parser the options. Their texts are stored here while it parses.
+    virtual void add_options(CLI::App& parser) = 0;
+    // Makes sense of the texts that have been parsed, before anything else begins: reads the files
+    // that they name and looks for the pages that are files. Returns what is wrong, in one line;
+    // an empty text if nothing is.
+    virtual std::string take_arguments() = 0;
+    // Whether the user also wants to see what the browser says.
+    virtual bool is_verbose() const = 0;
+
+    // Returns the exit status; what went wrong has been told in one line on the console by then.
+    virtual int run(const console& out) = 0;
+};
+
+// Every command, in the order in which the help lists them.
+std::vector<std::unique_ptr<command>> all_commands();
+
+}  // namespace pennywort::host

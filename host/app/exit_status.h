@@ -1,0 +1,13 @@
+// host/app/exit_status.h - the exit statuses of the program.
+#pragma once
+
+namespace pennywort::host {
+
+// An interrupted run ends with 128 and the signal's number.
+enum exit_status : int {
+    k_exit_fine = 0,
+    k_exit_failed = 1,
+    k_exit_usage = 2,
+};
+
+}  // namespace pennywort::host

@@ -1,0 +1,47 @@
+// host/app/option_values.cpp - see the header for the contract.
+#include "host/app/option_values.h"
+
+#include <utility>
+
+#include "host/app/page_address.h"
+
+namespace pennywort::host {
+
+namespace {
+
+constexpr long k_largest_side = 16384;
+
+}  // namespace
+
+std::string take_size(const std::string& text, frame_format& format) {
+    const auto x = text.find_first_of("xX");
+    const std::string_view all = text;
+    const auto width = number_of<long>(all.substr(0, x), 1, k_largest_side);
+    const auto height =
+        x == text.npos ? std::nullopt : number_of<long>(all.substr(x + 1), 1, k_largest_side);
+    if (!width || !height) {
+        return "--size " + text + " is not a size: give WxH, each from 1 to 16384";
+    }
+    format.width = *width;
+    format.height = *height;
+    return {};
+}
+
+std::string take_rate(const std::string& text, frame_format& format) {
+    const auto rate = frame_rate::parse(text);
+    if (!rate) return "--fps " + text + " is not a frame rate from 1 to 240";
+    format.rate = *rate;
+    return {};
+}
+
+std::string take_pages(const std::vector<std::string>& pages, std::vector<std::string>& urls) {
+    for (const auto& page : pages) {
+        std::string reason;
+        auto url = page_address(page, reason);
+        if (!url) return reason;
+        urls.push_back(std::move(*url));
+    }
+    return {};
+}
+
+}  // namespace pennywort::host

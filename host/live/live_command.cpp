@@ -1,0 +1,83 @@
+// host/live/live_command.cpp - see the header for the contract.
+#include "host/live/live_command.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include "host/app/option_values.h"
+
+namespace pennywort::host {
+
+namespace {
+
+// An empty address would stand for all of the machine's, which has to be asked for.
+bool is_numeric_address(const std::string& text) {
+    const bool has_separator = text.find_first_of(".:") != std::string::npos;
+    return has_separator && text.find_first_not_of("0123456789abcdefABCDEF.:") == std::string::npos;
+}
+
+}  // namespace
+
+const char* live_command::footer() const {
+    return R"(Examples:
+  pennywort live page.html
+  pennywort live first.html https://example.com --port 0
+  pennywort live page.html --listen 0.0.0.0
+The first line of the output is the address of the control page. Ctrl-C ends.
+Exit status: 0 ended by Ctrl-C, 1 failed, 2 wrong arguments.)";
+}
+
+void live_command::add_options(CLI::App& parser) {
+    parser.add_option("pages", m_pages, "URLs or files: the first is shown, the others are queued")
+        ->required();
+    parser.add_option("--port", m_port, "Port of the control page; 0 for one that is free")
+        ->type_name("N")
+        ->capture_default_str();
+    parser
+        .add_option("--listen", m_options.listen,
+                    "Numeric address to listen on; one that others reach needs a token, which "
+                    "stands in the printed address")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    parser.add_option("--size", m_size, "Width and height in pixels, 1 to 16384")
+        ->type_name("WxH")
+        ->capture_default_str();
+    parser.add_option("--fps", m_fps, "Frame rate, 1 to 240")
+        ->type_name("RATE")
+        ->capture_default_str();
+    parser.add_flag("--transparent", m_options.transparent,
+                    "Keep the page's alpha, shown over black");
+    parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
+    parser.add_flag("--verbose", m_options.verbose, "Also print traces, and what the browser says");
+}
+
+std::string live_command::take_arguments() {
+    if (std::string wrong = take_picture_format(); !wrong.empty()) return wrong;
+    if (std::string wrong = take_pages(m_pages, m_options.urls); !wrong.empty()) return wrong;
+    return take_address();
+}
+
+std::string live_command::take_picture_format() {
+    frame_format format;
+    if (std::string wrong = take_size(m_size, format); !wrong.empty()) return wrong;
+    if (std::string wrong = take_rate(m_fps, format); !wrong.empty()) return wrong;
+    m_options.width = format.width;
+    m_options.height = format.height;
+    m_options.frames_per_second = format.rate.value();
+    return {};
+}
+
+std::string live_command::take_address() {
+    const auto port = number_of<std::int32_t>(m_port, 0, 65535);
+    if (!port) return "--port " + m_port + " is not a port from 0 to 65535";
+    m_options.port = *port;
+    if (is_numeric_address(m_options.listen)) return {};
+    return "--listen " + m_options.listen + " is not a numeric address, such as 127.0.0.1";
+}
+
+int live_command::run(const console& out) { return live(m_options, out); }
+
+std::unique_ptr<command> make_live_command() { return std::make_unique<live_command>(); }
+
+}  // namespace pennywort::host

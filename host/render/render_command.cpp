@@ -1,0 +1,203 @@
+// host/render/render_command.cpp - see the header for the contract.
+#include "host/render/render_command.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "host/app/option_values.h"
+#include "host/render/render.h"
+#include "host/system/file_path.h"
+
+namespace pennywort::host {
+
+namespace {
+
+constexpr std::uint64_t k_most_frames = 1'000'000'000;
+constexpr double k_longest_seconds = 1'000'000;
+constexpr double k_usual_seconds = 10;
+constexpr double k_longest_timeout = 3600;
+constexpr std::size_t k_largest_text_file = std::size_t(16) << 20;
+
+bool read_text_file(const std::string& path, std::string& text) {
+    std::ifstream file(file_path(path), std::ios::binary);
+    if (!file) return false;
+    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return !file.bad() && text.size() <= k_largest_text_file;
+}
+
+}  // namespace
+
+const char* render_command::footer() const {
+    return R"(Examples:
+  pennywort render page.html -o page.png
+  pennywort render lower-third.html --transparent --seconds 8 -o lower-third.mov
+  pennywort render https://example.com --size 1920x1080 --fps 59.94 -o - | ffplay -
+  pennywort render page.html --seconds 5 --json
+Exit status: 0 done, 1 failed, 2 wrong arguments, 130 or 143 interrupted (the file is complete).)";
+}
+
+void render_command::add_options(CLI::App& parser) {
+    add_page_options(parser);
+    add_output_options(parser);
+    add_flags(parser);
+}
+
+void render_command::add_page_options(CLI::App& parser) {
+    parser.add_option("pages", m_raw.pages, "URLs or files, shown one after another")->required();
+    parser.add_option("--size", m_raw.size, "Width and height in pixels, 1 to 16384")
+        ->type_name("WxH")
+        ->capture_default_str();
+    parser.add_option("--fps", m_raw.fps, "Frame rate, 1 to 240: 50, 59.94, 30000/1001")
+        ->type_name("RATE")
+        ->capture_default_str();
+    parser.add_option("--frames", m_raw.frames, "Output frames of each page")->type_name("N");
+    parser.add_option("--seconds", m_raw.seconds, "The same as a time; 10 without either")
+        ->type_name("S");
+    parser.add_flag("--endless", m_raw.is_endless,
+                    "Go on until Ctrl-C, or until the reader closes");
+    parser.add_flag("--transparent", m_options.format.transparent, "Keep the page's alpha");
+    parser.add_option("--css", m_raw.css, "Style sheet put into each page")->type_name("FILE");
+    parser.add_option("--script", m_raw.script, "JavaScript run in each page once it has loaded")
+        ->type_name("FILE");
+    parser
+        .add_option("--wait-for", m_raw.wait_for,
+                    "Expression that has to be true before frames count")
+        ->type_name("JS");
+    parser.add_option("--timeout", m_raw.timeout, "Longest wait for a page, in seconds")
+        ->type_name("S")
+        ->capture_default_str();
+}
+
+void render_command::add_output_options(CLI::App& parser) {
+    parser
+        .add_option("-o,--output", m_raw.output,
+                    "out.png (the last frame), f-%05d.png, out.y4m, out.raw, out.mkv, out.mov, or "
+                    "- for a pipe; without it only measure")
+        ->type_name("NAME");
+    parser
+        .add_option("--format", m_raw.format, "y4m or raw (BGRA), where the name does not say it")
+        ->type_name("FORMAT");
+    parser.add_option("--pacing", m_raw.pacing, "What drives the browser: request or timer")
+        ->type_name("HOW")
+        ->capture_default_str();
+    parser
+        .add_option("--host-clock", m_raw.host_clock,
+                    "on: the page's clock ticks once per frame; off: it runs free")
+        ->type_name("on|off")
+        ->capture_default_str();
+}
+
+void render_command::add_flags(CLI::App& parser) {
+    parser.add_flag("--free-run", m_raw.is_free_running, "The same as --host-clock off");
+    parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
+    parser.add_flag("--json", m_options.json, "Print one last line of what happened");
+    parser.add_flag("--verbose", m_options.verbose,
+                    "Also print traces, and what pages and browser say");
+}
+
+std::string render_command::take_arguments() {
+    for (const auto take : {&render_command::take_picture_format, &render_command::take_output,
+                            &render_command::take_length, &render_command::take_choices,
+                            &render_command::take_texts, &render_command::take_addresses}) {
+        std::string wrong = (this->*take)();
+        if (!wrong.empty()) return wrong;
+    }
+    return {};
+}
+
+std::string render_command::take_picture_format() {
+    const std::string wrong = take_size(m_raw.size, m_options.format);
+    return wrong.empty() ? take_rate(m_raw.fps, m_options.format) : wrong;
+}
+
+std::string render_command::take_output() {
+    const std::string& format = m_raw.format;
+    if (!format.empty() && format != "y4m" && format != "raw") {
+        return "--format " + format + " is not y4m or raw";
+    }
+    if (m_raw.output.empty()) return format.empty() ? "" : "--format needs an output: give -o";
+    std::string reason;
+    const auto target = output_target::parse(m_raw.output, format, reason);
+    if (!target) return "-o " + m_raw.output + ": " + reason;
+    m_options.output = *target;
+    return {};
+}
+
+std::string render_command::take_length() {
+    const int given = !m_raw.frames.empty() + !m_raw.seconds.empty() + m_raw.is_endless;
+    if (given > 1) return "give only one of --frames, --seconds and --endless";
+    const frame_rate& rate = m_options.format.rate;
+    if (!m_raw.frames.empty()) return take_frames();
+    if (!m_raw.seconds.empty()) {
+        const auto seconds = number_of<double>(m_raw.seconds, 0, k_longest_seconds);
+        if (!seconds || *seconds == 0) {
+            return "--seconds " + m_raw.seconds + " is not a time above 0";
+        }
+        m_options.frames_per_page = rate.frames_in(*seconds);
+    } else if (m_raw.is_endless) {
+        m_options.frames_per_page = render_options::k_endless;
+    } else {
+        const bool is_one = m_options.output.kind == output_kind::png;
+        m_options.frames_per_page = is_one ? 1 : rate.frames_in(k_usual_seconds);
+    }
+    return {};
+}
+
+std::string render_command::take_frames() {
+    const auto frames = number_of<std::uint64_t>(m_raw.frames, 1, k_most_frames);
+    if (!frames) return "--frames " + m_raw.frames + " is not a number of frames from 1 on";
+    m_options.frames_per_page = *frames;
+    return {};
+}
+
+std::string render_command::take_choices() {
+    if (m_raw.pacing != "request" && m_raw.pacing != "timer") {
+        return "--pacing " + m_raw.pacing + " is not request or timer";
+    }
+    if (m_raw.host_clock != "on" && m_raw.host_clock != "off") {
+        return "--host-clock " + m_raw.host_clock + " is not on or off";
+    }
+    const bool runs_free = m_raw.is_free_running || m_raw.host_clock == "off";
+    m_options.pacing = m_raw.pacing == "timer" ? pump_pacing::timer : pump_pacing::on_request;
+    m_options.clock = runs_free ? page_clock::page : page_clock::host;
+    return take_timeout();
+}
+
+std::string render_command::take_timeout() {
+    const auto timeout = number_of<double>(m_raw.timeout, 0, k_longest_timeout);
+    if (!timeout || *timeout == 0) return "--timeout " + m_raw.timeout + " is not a time above 0";
+    const auto milliseconds = std::max(std::int64_t(*timeout * 1000), std::int64_t(1));
+    m_options.timeout = std::chrono::milliseconds(milliseconds);
+    return {};
+}
+
+std::string render_command::take_texts() {
+    if (!m_raw.css.empty() && !read_text_file(m_raw.css, m_options.css)) {
+        return "--css " + m_raw.css + " cannot be read";
+    }
+    if (!m_raw.script.empty() && !read_text_file(m_raw.script, m_options.script)) {
+        return "--script " + m_raw.script + " cannot be read";
+    }
+    m_options.script_name = m_raw.script;
+    m_options.wait_for = m_raw.wait_for;
+    return {};
+}
+
+std::string render_command::take_addresses() {
+    const std::string wrong = take_pages(m_raw.pages, m_options.urls);
+    if (!wrong.empty() || m_options.urls.size() < 2) return wrong;
+    if (m_raw.is_endless) return "--endless shows one page: the next one would never come";
+    if (m_options.output.kind != output_kind::png) return {};
+    return m_options.output.path +
+           " holds one picture, and there are several pages: give a series, such as page-%02d.png";
+}
+
+int render_command::run(const console& out) { return render(m_options, out); }
+
+std::unique_ptr<command> make_render_command() { return std::make_unique<render_command>(); }
+
+}  // namespace pennywort::host

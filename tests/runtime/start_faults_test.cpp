@@ -4,7 +4,7 @@
 
 #include "start_fixture.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 struct fault {
@@ -133,4 +133,4 @@ TEST_F(StartTest, AStartThatTheRuntimeRefusesNamesItsLog) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -8,7 +8,7 @@
 
 #include "tests/host/program.h"
 
-namespace pennywort {
+namespace pennywort::host {
 
 // Lays the folder out, with the browser runtime in `runtime`, and data and temporary files below.
 // bash.
@@ -47,4 +47,4 @@ private:
     program_folder m_folder;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::host

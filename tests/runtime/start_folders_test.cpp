@@ -4,7 +4,7 @@
 
 #include "start_fixture.h"
 
-namespace pennywort {
+namespace pennywort::host {
 namespace {
 
 // What becomes of the cache that the user's hosts share.
@@ -128,4 +128,4 @@ TEST_F(StartTest, TheCacheOfAHostThatWasKilledIsUsedAgain) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::host

@@ -1,10 +1,14 @@
-// limits.h - the maxima of whatever a page or a peer can drive, in one place.
+// limits.h - the maxima of whatever a page, a peer or a user can drive, in one place. loam's own
+// stand in loam, which may not include this.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
 namespace pennywort {
+
+// --- Pages and displays
 
 // Pages that script may open without a click live off screen and unseen; more are refused.
 inline constexpr int k_max_popups = 8;
@@ -12,22 +16,91 @@ inline constexpr int k_max_popups = 8;
 // Longest side of a page in pixels; the runtime cannot allocate larger textures.
 inline constexpr long k_max_view_side = 16384;
 
-// Windows walked up from a focused one in search of a page's.
+// Windows walked up from a focused one in search of a page's, and bytes of a window class's name.
 inline constexpr int k_max_window_depth = 255;
+inline constexpr std::size_t k_max_window_class = 63;
+
+// How long a display waits for its browser to close: rounds, and the wait of each.
+inline constexpr int k_close_rounds = 100;
+inline constexpr std::uint32_t k_close_round_us = 100'000;
+
+// How long the shutdown waits for browsers that do not close.
+inline constexpr std::int64_t k_max_closing_us = 10'000'000;
+
+// How long the helper program may take to prove that it runs.
+inline constexpr std::int64_t k_max_trial_us = 10'000'000;
+
+// --- Headers
 
 // Bytes of a header's name; headers with longer ones are passed over.
 inline constexpr std::size_t k_max_header_name = 254;
 
+// --- HTTP server
+
 // Bytes of one request to the server, which counts them in 32 bits with a NUL behind.
 inline constexpr std::int32_t k_max_request_bytes = 0x7ffffffe;
+
+// Memory of a request that has grown beyond this is not kept for the next one.
+inline constexpr std::uint32_t k_max_kept_request_bytes = 64 * 1024;
 
 // Bytes that a peer whose request was refused may still send before its connection is cut off.
 inline constexpr std::int64_t k_max_dropped_bytes = 1 << 20;
 
-// Bytes of a long answer that are read and sent at once.
+// Connections accepted before the others are served again.
+inline constexpr int k_max_accepts_at_once = 256;
+
+// Bytes of a long answer that are read and sent at once, and how many such pieces one connection
+// gets before the others are served again.
 inline constexpr std::size_t k_http_piece_bytes = 256 * 1024;
+inline constexpr int k_max_pieces_at_once = 4;
 
 // How long a handler's answer waits for a peer that takes nothing.
 inline constexpr std::int32_t k_send_timeout_ms = 5000;
+
+// --- Host program: what a user may ask for
+
+inline constexpr std::uint64_t k_max_frames = 1'000'000'000;
+inline constexpr double k_max_render_seconds = 1'000'000;
+inline constexpr double k_max_timeout_seconds = 3600;
+inline constexpr std::size_t k_max_text_file_bytes = std::size_t(16) << 20;
+
+// --- Host program: pages, encoders and disks that do not keep up
+
+// How long a page may leave a question unanswered.
+inline constexpr std::chrono::milliseconds k_max_page_silence{10'000};
+
+// How long an encoder may take nothing: longer than a busy machine or a slow disk ever makes it.
+inline constexpr std::chrono::seconds k_max_encoder_pause{30};
+
+// Bytes of pictures that wait to be written; then the next ones are dropped and counted.
+inline constexpr std::size_t k_max_waiting_picture_bytes = std::size_t(768) << 20;
+
+// Bytes of a child process's last line that are kept, and bytes read from a pipe whose child has
+// ended: a process of its own may write on without end.
+inline constexpr std::size_t k_max_last_line = 500;
+inline constexpr std::size_t k_max_bytes_after_child = 1 << 16;
+
+// --- Control page
+
+inline constexpr std::int32_t k_max_control_request_bytes = 1024 * 1024;
+inline constexpr std::int32_t k_max_control_connections = 64;
+
+// Lines of each log, and bytes of each line.
+inline constexpr std::size_t k_max_log_lines = 500;
+inline constexpr std::size_t k_max_log_line = 4096;
+
+// Pages in the queue and their bytes: all of it goes out with each state, and a URL may be a page
+// itself.
+inline constexpr std::size_t k_max_queued_pages = 1000;
+inline constexpr std::size_t k_max_queue_bytes = 4 << 20;
+
+// Scripts whose results are kept, bytes of a result, and how long a result is waited for: a page
+// that was left before it returned one never does.
+inline constexpr std::size_t k_max_kept_scripts = 100;
+inline constexpr std::size_t k_max_script_result = 1 << 20;
+inline constexpr std::chrono::seconds k_max_script_wait{10};
+
+// How long a first page may take to come.
+inline constexpr std::chrono::seconds k_max_page_opening{10};
 
 }  // namespace pennywort

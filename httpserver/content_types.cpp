@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "httpserver/request_line.h"
+#include "core/text/ascii.h"
 
 namespace pennywort {
 namespace {
@@ -64,8 +64,7 @@ constexpr content_type k_types[] = {
 const char* content_type_of(std::string_view extension) {
     const auto* const found =
         std::find_if(std::begin(k_types), std::end(k_types), [&](const content_type& one) {
-            return one.extension.size() == extension.size() &&
-                   begins_with_word(extension, one.extension);
+            return text::equal_ignoring_case(extension, one.extension);
         });
     return found == std::end(k_types) ? "application/octet-stream" : found->type;
 }

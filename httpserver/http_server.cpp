@@ -8,9 +8,9 @@
 #include <atomic>
 
 #include "core/limits.h"
+#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "httpserver.h"
-#include "httpserver/guarded.h"
 #include "httpserver/http_connection.h"
 #include "httpserver/http_connections.h"
 #include "httpserver/http_handlers.h"
@@ -18,7 +18,6 @@
 #include "loam/time.h"
 #include "loam/trace.h"
 
-using pennywort::guarded;
 using pennywort::http_connection;
 using pennywort::http_server_state;
 using pennywort::http_stage;
@@ -32,8 +31,6 @@ constexpr std::int32_t k_round_ms = 1000;
 constexpr std::int32_t k_accept_pause_ms = 100;
 // How soon a client that was answered is expected to ask again, if the one before was as quick.
 constexpr std::int64_t k_brisk_us = 100;
-// Connections accepted before the others are served again.
-constexpr int k_accepts_at_once = 256;
 
 std::int64_t micro(std::int32_t milliseconds) { return std::int64_t{milliseconds} * 1000; }
 
@@ -151,7 +148,8 @@ bool cHttpServer::is_running() {
 // Without a port the thread goes on, over an empty watch set.
 void cHttpServer::listen() {
     zStatus status = zSocket::k_no_resources;
-    guarded("listening", [&] { status = create_listen_socket(m_port); });
+    pennywort::run::guarded("cHttpServer", "listening",
+                            [&] { status = create_listen_socket(m_port); });
     if (status == k_ok) {
         m_state->listening.set(k_ok, m_listen_socket->LocalPort());
         return;
@@ -186,7 +184,8 @@ void cHttpServer::add_socket_to_watch(_zSocket_select* entry) { m_watch_set->Add
 void cHttpServer::data_add(std::unique_ptr<zSocket> socket) {
     http_connection* const added = m_connections->add(std::move(socket), zTime::MicroNow());
     // Without its entry a connection would shift those of all that come after it.
-    if (!guarded("a new connection", [&] { add_socket_to_watch(added); })) {
+    if (!pennywort::run::guarded("cHttpServer", "a new connection",
+                                 [&] { add_socket_to_watch(added); })) {
         m_connections->take(m_connections->count() - 1);
         return;
     }
@@ -236,7 +235,8 @@ void cHttpServer::serve_round() {
     std::int32_t ready = 0;
     const std::int32_t bound = wait_time();
     zStatus status = k_failed;
-    guarded("waiting", [&] { status = wait_for_events(bound, ready); });
+    pennywort::run::guarded("cHttpServer", "waiting",
+                            [&] { status = wait_for_events(bound, ready); });
     if (status != k_ok) {
         // Whatever the reason is, it would come again at once.
         zThread::MicroSleep(static_cast<std::uint32_t>(micro(bound)));
@@ -246,7 +246,8 @@ void cHttpServer::serve_round() {
     const bool is_someone_waiting = state.listen_entry.occurred == zSocket::k_readable;
     serve_connections(ready - (is_someone_waiting ? 1 : 0));
     if (state.has_ended) return;
-    if (is_someone_waiting) guarded("accepting", [&] { accept_all(); });
+    if (is_someone_waiting)
+        pennywort::run::guarded("cHttpServer", "accepting", [&] { accept_all(); });
     close_overdue();
 }
 
@@ -257,7 +258,8 @@ void cHttpServer::serve_connections(std::int32_t ready) {
         bool close = false;
         if (connection.occurred != 0) {
             --ready;
-            const bool is_well = guarded("a request", [&] { serve_connection(connection, close); });
+            const bool is_well = pennywort::run::guarded(
+                "cHttpServer", "a request", [&] { serve_connection(connection, close); });
             if (state.has_ended) return;
             if (!is_well) close = true;
         }
@@ -272,7 +274,8 @@ void cHttpServer::serve_connections(std::int32_t ready) {
 
 void cHttpServer::accept_all() {
     zStatus status = k_ok;
-    for (int i = 0; status == k_ok && i < k_accepts_at_once; ++i) status = accept_incoming();
+    for (int i = 0; status == k_ok && i < pennywort::k_max_accepts_at_once; ++i)
+        status = accept_incoming();
     const bool was_short = m_state->is_short;
     m_state->is_short = status == zSocket::k_no_resources;
     if (!m_state->is_short) return;

@@ -7,10 +7,10 @@
 #include <string_view>
 
 #include "core/limits.h"
+#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "httpserver.h"
 #include "httpserver/answer.h"
-#include "httpserver/guarded.h"
 #include "httpserver/http_connection.h"
 #include "httpserver/http_handlers.h"
 #include "httpserver/http_server_state.h"
@@ -18,7 +18,6 @@
 #include "httpserver/request_line.h"
 #include "loam/time.h"
 
-using pennywort::guarded;
 using pennywort::http_connection;
 using pennywort::http_server_state;
 using pennywort::http_stage;
@@ -26,11 +25,6 @@ using pennywort::k_failed;
 using pennywort::k_ok;
 
 namespace {
-
-// Pieces of one answer sent before the others are served again.
-constexpr int k_pieces_at_once = 4;
-// Memory of a request that has grown beyond this is not kept for the next one.
-constexpr std::uint32_t k_kept_bytes = 64 * 1024;
 
 // The server is for texts: what one read brings counts up to the first NUL.
 std::uint32_t text_length(const char* bytes, std::int32_t received) {
@@ -48,7 +42,7 @@ void empty(http_connection& connection) {
     connection.progress.reset();
     connection.is_head_checked = false;
     if (connection.data == nullptr) return;
-    if (connection.data->Length() > k_kept_bytes) {
+    if (connection.data->Length() > pennywort::k_max_kept_request_bytes) {
         connection.data.reset();
     } else {
         connection.data->SetString("", 0);
@@ -61,7 +55,7 @@ void set(zString& target, std::string_view text) {
 
 // Of a text that was longer than most, the memory is not kept.
 void settle(zString& text) {
-    if (text.Length() > k_kept_bytes) text = zString();
+    if (text.Length() > pennywort::k_max_kept_request_bytes) text = zString();
 }
 
 bool is_empty(const zString* text) { return text == nullptr || text->Empty(); }
@@ -78,7 +72,7 @@ struct http_call {
 bool offer(cHttpHandler& handler, http_server_state& state, const http_call& call, zStatus& status,
            std::unique_ptr<cHttpBody>& pieces) {
     bool is_taken = true;
-    guarded("a handler", [&] {
+    pennywort::run::guarded("cHttpServer", "a handler", [&] {
         is_taken =
             handler.CanHandle(call.method, state.path, state.extension, state.query, call.request);
         if (!is_taken || state.has_ended) return;
@@ -95,7 +89,8 @@ std::int32_t read_piece(cHttpBody& body, std::int64_t offset, std::int64_t left,
     const auto wanted =
         static_cast<std::int32_t>(std::min(left, static_cast<std::int64_t>(piece.size())));
     std::int32_t read = 0;
-    guarded("a body", [&] { read = body.ReadAt(offset, piece.data(), wanted); });
+    pennywort::run::guarded("cHttpServer", "a body",
+                            [&] { read = body.ReadAt(offset, piece.data(), wanted); });
     return read <= wanted ? read : 0;
 }
 
@@ -235,9 +230,10 @@ void cHttpServer::send_pieces(http_connection& connection, bool& close) {
     auto& piece = state.piece;
     piece.resize(pennywort::k_http_piece_bytes);
     std::int64_t size = 0;
-    close = !guarded("a body", [&] { size = connection.pieces->Size(); });
+    close = !pennywort::run::guarded("cHttpServer", "a body",
+                                     [&] { size = connection.pieces->Size(); });
     if (close || state.has_ended) return;
-    for (int i = 0; i < k_pieces_at_once && connection.sent < size; ++i) {
+    for (int i = 0; i < pennywort::k_max_pieces_at_once && connection.sent < size; ++i) {
         const std::int32_t read =
             read_piece(*connection.pieces, connection.sent, size - connection.sent, piece);
         if (state.has_ended) return;

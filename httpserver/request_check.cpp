@@ -2,10 +2,9 @@
 #include "httpserver/request_check.h"
 
 #include <algorithm>
-#include <charconv>
-#include <optional>
 
-#include "httpserver/request_line.h"
+#include "core/text/ascii.h"
+#include "core/text/numbers.h"
 
 namespace pennywort {
 namespace {
@@ -25,14 +24,11 @@ bool is_token(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), is_token_byte);
 }
 
-bool is_visible(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7f; }
+bool is_visible(char c) { return c != ' ' && !text::is_control(c); }
 
 // A line feed alone, or another control byte, would be the end of a header for one reader and not
 // for the next.
-bool is_value_byte(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return (byte >= ' ' && byte != 0x7f) || c == '\t';
-}
+bool is_value_byte(char c) { return !text::is_control(c) || c == '\t'; }
 
 bool is_version(std::string_view text) {
     return text.size() == 8 && text.substr(0, 7) == "HTTP/1." && text[7] >= '0' && text[7] <= '9';
@@ -46,18 +42,9 @@ std::string_view cut(std::string_view& text, std::string_view separator) {
     return front;
 }
 
-std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-bool same_word(std::string_view text, std::string_view word) {
-    return text.size() == word.size() && begins_with_word(text, word);
-}
-
 bool is_known_method(std::string_view method) {
-    return same_word(method, "get") || same_word(method, "post") || same_word(method, "put");
+    return text::equal_ignoring_case(method, "get") || text::equal_ignoring_case(method, "post") ||
+           text::equal_ignoring_case(method, "put");
 }
 
 std::int32_t refusal_of_line(std::string_view line) {
@@ -71,14 +58,6 @@ std::int32_t refusal_of_line(std::string_view line) {
     return is_version(line) ? k_fine : k_bad_request;
 }
 
-std::optional<std::int32_t> length_from(std::string_view value) {
-    std::int32_t length = 0;
-    const auto result = std::from_chars(value.data(), value.data() + value.size(), length);
-    const bool is_whole = result.ec == std::errc() && result.ptr == value.data() + value.size();
-    if (!is_whole || length < 0 || value.front() == '-') return std::nullopt;
-    return length;
-}
-
 // What the headers say of the body's length.
 struct body_length {
     std::int32_t bytes = 0;
@@ -90,9 +69,9 @@ std::int32_t refusal_of_header(std::string_view line, body_length& length) {
     if (name.size() == line.size() || !is_token(name)) return k_bad_request;
     const std::string_view value = line.substr(name.size() + 1);
     if (!std::all_of(value.begin(), value.end(), is_value_byte)) return k_bad_request;
-    if (same_word(name, "transfer-encoding")) return k_not_implemented;
-    if (!same_word(name, "content-length")) return k_fine;
-    const auto told = length_from(trimmed(value));
+    if (text::equal_ignoring_case(name, "transfer-encoding")) return k_not_implemented;
+    if (!text::equal_ignoring_case(name, "content-length")) return k_fine;
+    const auto told = text::digits<std::int32_t>(text::trimmed(value, text::k_blank));
     if (!told || length.is_told) return k_bad_request;
     length = {*told, true};
     return k_fine;

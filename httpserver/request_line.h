@@ -21,7 +21,4 @@ std::uint32_t method_of(std::string_view request);
 // may reach into the headers.
 request_line parse_request_line(std::string_view request);
 
-// Whether `text` begins with `word`, which is in lower case, whatever the case of its letters.
-bool begins_with_word(std::string_view text, std::string_view word);
-
 }  // namespace pennywort

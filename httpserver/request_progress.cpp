@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "core/text/ascii.h"
 #include "httpserver/request_line.h"
 
 namespace pennywort {
@@ -16,9 +17,6 @@ constexpr std::string_view k_length_name = "content-length";
 
 // Past any 32-bit number it makes no difference how far.
 constexpr std::int64_t k_number_ceiling = std::int64_t{1} << 40;
-
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 }  // namespace
 
@@ -70,7 +68,7 @@ void request_progress::look_for_length(std::string_view text) {
         m_searched_for_length = colon == std::string_view::npos ? end : end + 1;
         if (end == text.size() || end < k_length_name.size()) continue;
         m_bytes_examined += k_length_name.size();
-        if (begins_with_word(text.substr(end - k_length_name.size()), k_length_name)) {
+        if (text::begins_ignoring_case(text.substr(end - k_length_name.size()), k_length_name)) {
             m_number_state = number_state::before;
         }
     }
@@ -90,9 +88,9 @@ void request_progress::read_number(std::string_view text) {
 }
 
 request_progress::number_state request_progress::next_state(char c) const {
-    if (is_digit(c)) return number_state::digits;
+    if (text::is_digit(c)) return number_state::digits;
     if (m_number_state != number_state::before) return number_state::done;
-    if (is_space(c)) return number_state::before;
+    if (text::is_space(c)) return number_state::before;
     return c == '-' || c == '+' ? number_state::signed_ : number_state::done;
 }
 

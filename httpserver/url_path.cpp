@@ -2,19 +2,16 @@
 #include "httpserver/url_path.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
-#include "httpserver/request_line.h"
+#include "core/text/ascii.h"
+#include "core/text/percent.h"
 
 namespace pennywort {
 namespace {
 
 // The same names are refused on every system, so that what is tried on one holds on the other.
-bool is_safe_byte(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte >= ' ' && byte != 0x7f && c != '/' && c != '\\' && c != ':';
-}
+bool is_safe_byte(char c) { return !text::is_control(c) && c != '/' && c != '\\' && c != ':'; }
 
 // A device of Windows in whatever folder and whatever follows the dot. To open one does something
 // already: a serial port raises its lines, which somebody may have wired to a lamp.
@@ -22,11 +19,14 @@ bool is_device(std::string_view name) {
     std::string_view word = name.substr(0, name.find('.'));
     while (!word.empty() && word.back() == ' ') word.remove_suffix(1);
     for (std::string_view device : {"con", "prn", "aux", "nul", "conin$", "conout$"}) {
-        if (word.size() == device.size() && begins_with_word(word, device)) return true;
+        if (text::equal_ignoring_case(word, device)) return true;
     }
-    if (!begins_with_word(word, "com") && !begins_with_word(word, "lpt")) return false;
+    const std::string_view port = word.substr(0, 3);
+    if (!text::equal_ignoring_case(port, "com") && !text::equal_ignoring_case(port, "lpt")) {
+        return false;
+    }
     const std::string_view number = word.substr(3);
-    const bool is_digit = number.size() == 1 && number[0] >= '0' && number[0] <= '9';
+    const bool is_digit = number.size() == 1 && text::is_digit(number[0]);
     // The raised digits 1, 2 and 3 count too.
     return is_digit || number == "\xc2\xb9" || number == "\xc2\xb2" || number == "\xc2\xb3";
 }
@@ -39,30 +39,11 @@ bool is_safe(std::string_view name) {
 
 }  // namespace
 
-std::optional<std::string> percent_decoded(std::string_view text) {
-    std::string decoded;
-    decoded.reserve(text.size());
-    while (!text.empty()) {
-        if (text.front() != '%') {
-            decoded += text.front();
-            text.remove_prefix(1);
-            continue;
-        }
-        if (text.size() < 3) return std::nullopt;
-        unsigned value = 0;
-        const char* const end = text.data() + 3;
-        if (std::from_chars(text.data() + 1, end, value, 16).ptr != end) return std::nullopt;
-        decoded += static_cast<char>(value);
-        text.remove_prefix(3);
-    }
-    return decoded;
-}
-
 std::optional<std::vector<std::string>> path_names(std::string_view path) {
     std::vector<std::string> names;
     while (!path.empty()) {
         const std::size_t length = std::min(path.find('/'), path.size());
-        auto name = percent_decoded(path.substr(0, length));
+        auto name = text::percent_decoded(path.substr(0, length));
         path.remove_prefix(std::min(path.size(), length + 1));
         if (!name) return std::nullopt;
         if (name->empty()) continue;

@@ -8,9 +8,6 @@
 
 namespace pennywort {
 
-// Each %XX becomes its byte, once. Nothing for a "%" without two hexadecimal digits.
-std::optional<std::string> percent_decoded(std::string_view text);
-
 // The names between the slashes, decoded. Nothing if one of them could lead elsewhere or name what
 // nobody meant to show: "." and "..", hidden names, a NUL, a slash or backslash that was encoded, a
 // colon, control characters, and on Windows' account names that end in a dot or a space and those

@@ -1,15 +1,14 @@
 // loam/number_text.cpp - see the header for the contract.
 #include "loam/number_text.h"
 
-#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <system_error>
 
+#include "loam/ascii.h"
+
 namespace loam {
 namespace {
-
-constexpr std::string_view k_space = " \t\r\n\v\f";
 
 // std::from_chars knows no plus sign, and "+-1" must not become a number by dropping one.
 std::string_view without_plus(std::string_view text) {
@@ -28,12 +27,6 @@ std::optional<number> whole_number(std::string_view text) {
 
 }  // namespace
 
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(k_space);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(k_space) - first + 1);
-}
-
 std::int64_t leading_int64(std::string_view text) {
     text = without_plus(trimmed(text));
     std::int64_t value = 0;
@@ -48,10 +41,5 @@ std::optional<std::int64_t> whole_int64(std::string_view text) {
 }
 
 std::optional<double> whole_double(std::string_view text) { return whole_number<double>(text); }
-
-bool equal_ignoring_case(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return lower_case(x) == lower_case(y); });
-}
 
 }  // namespace loam

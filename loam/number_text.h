@@ -15,10 +15,4 @@ std::int64_t leading_int64(std::string_view text);
 std::optional<std::int64_t> whole_int64(std::string_view text);
 std::optional<double> whole_double(std::string_view text);
 
-bool equal_ignoring_case(std::string_view a, std::string_view b);
-std::string_view trimmed(std::string_view text);
-
-// ASCII only, so that the answer is the same in every locale.
-constexpr char lower_case(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
-
 }  // namespace loam

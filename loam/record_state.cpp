@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "loam/ascii.h"
 #include "loam/number_text.h"
 
 namespace loam {

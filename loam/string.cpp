@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "loam/ascii.h"
 #include "loam/format_text.h"
 #include "loam/number_text.h"
 #include "loam/utf.h"
@@ -152,8 +153,8 @@ int zString::strncasecmp(const char* a, const char* b, std::int32_t n) {
     const char* left = a != nullptr ? a : "";
     const char* right = b != nullptr ? b : "";
     for (std::int32_t i = 0; i < n; ++i) {
-        const auto x = static_cast<unsigned char>(loam::lower_case(left[i]));
-        const auto y = static_cast<unsigned char>(loam::lower_case(right[i]));
+        const auto x = static_cast<unsigned char>(loam::lower(left[i]));
+        const auto y = static_cast<unsigned char>(loam::lower(right[i]));
         if (x != y) return x < y ? -1 : 1;
         if (x == 0) return 0;
     }

@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/limits.h"
 #include "loam/path.h"
 #include "loam/thread.h"
 #include "loam/time.h"
@@ -29,8 +30,6 @@ extern "C" char** environ;
 namespace pennywort::webdisplay {
 
 namespace {
-
-constexpr std::int64_t k_longest_trial_us = 10'000'000;
 
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
@@ -83,7 +82,7 @@ int start_silently(const std::string& path, pid_t& child) {
 // Whether the child has ended within the time that a trial may take. A host whose own handler takes
 // every child may have been first; then nothing is known of how it ended, and `status` stays 0.
 bool has_ended(pid_t child, int& status) {
-    const std::int64_t end = zTime::MicroNow() + k_longest_trial_us;
+    const std::int64_t end = zTime::MicroNow() + k_max_trial_us;
     while (zTime::MicroNow() < end) {
         const pid_t ended = waitpid(child, &status, WNOHANG);
         if (ended > 0 || (ended < 0 && errno != EINTR)) return true;

@@ -9,6 +9,7 @@
 
 #include <cstdio>
 
+#include "core/limits.h"
 #include "loam/path.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"
@@ -19,8 +20,6 @@ namespace {
 
 // The system's own limit of the calls below.
 constexpr DWORD k_path_units = 260;
-
-constexpr DWORD k_longest_trial_ms = 10'000;
 
 // Null when it cannot be started. Without a console, which would open on the screen.
 HANDLE start_trial(const std::string& path) {
@@ -71,7 +70,7 @@ helper_trial try_helper(const std::string& path) {
     const HANDLE child = start_trial(path);
     if (!child) return {helper_end::failed, "error " + std::to_string(GetLastError())};
     DWORD status = STILL_ACTIVE;
-    if (WaitForSingleObject(child, k_longest_trial_ms) == WAIT_OBJECT_0) {
+    if (WaitForSingleObject(child, static_cast<DWORD>(k_max_trial_us / 1000)) == WAIT_OBJECT_0) {
         GetExitCodeProcess(child, &status);
     } else {
         TerminateProcess(child, 1);

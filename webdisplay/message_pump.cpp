@@ -55,7 +55,9 @@ void message_pump::set_can_run(std::function<bool()> can_run) {
 void message_pump::tick() {
     const bool nested = std::exchange(t_inside_tick, true);
     const auto can_run = m_can_run;
-    if (!can_run || cef::guarded(false, "SetCanRunCefMessageLoopFn", *can_run)) work_and_go_on();
+    if (!can_run || run::guarded_or(false, "cWebDisplayCEFBrowserManager",
+                                    "SetCanRunCefMessageLoopFn", *can_run))
+        work_and_go_on();
     t_inside_tick = nested;
 }
 

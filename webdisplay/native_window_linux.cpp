@@ -13,6 +13,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "core/limits.h"
 #include "loam/library.h"
 
 namespace pennywort::webdisplay::native_window {
@@ -35,7 +36,6 @@ namespace {
     X(xcb_query_tree_reply)
 
 constexpr std::string_view k_browser_class = "CefBrowserWindow";
-constexpr std::size_t k_longest_class = 63;
 
 // What malloc gave, as the replies of XCB.
 struct freed {
@@ -146,7 +146,7 @@ std::string class_name(HWND window) {
     x_server& x = server();
     if (!x.usable() || !window) return {};
     const auto cookie = x.xcb_get_property(x.connection, 0, id_of(window), XCB_ATOM_WM_CLASS,
-                                           XCB_ATOM_STRING, 0, k_longest_class);
+                                           XCB_ATOM_STRING, 0, k_max_window_class);
     xcb_generic_error_t* error = nullptr;
     const reply<xcb_get_property_reply_t> answer(
         x.xcb_get_property_reply(x.connection, cookie, &error));
@@ -155,7 +155,7 @@ std::string class_name(HWND window) {
     const auto* text = static_cast<const char*>(x.xcb_get_property_value(answer.get()));
     const std::string_view both(
         text, static_cast<std::size_t>(x.xcb_get_property_value_length(answer.get())));
-    return std::string(both.substr(0, both.find('\0')).substr(0, k_longest_class));
+    return std::string(both.substr(0, both.find('\0')).substr(0, k_max_window_class));
 }
 
 HWND parent(HWND window) {

@@ -33,8 +33,6 @@ using host_ref = cef::ref<cef_browser_host_t>;
 using frame_ref = cef::ref<cef_frame_t>;
 
 constexpr int k_smallest_side = 5;
-constexpr int k_close_rounds = 100;
-constexpr std::uint32_t k_close_round_us = 100000;
 constexpr std::uint32_t k_close_step_us = 2000;
 constexpr cef_color_t k_windowed_background = 0xCC27282B;
 constexpr cef_color_t k_transparent = 0x00000000;
@@ -207,8 +205,9 @@ bool cWebDisplayCEFBrowser::ask_to_close(const webdisplay_cef_state& state) {
 void cWebDisplayCEFBrowser::wait_until_closed() {
     if (message_pump::inside_work() || !m_close_signal) return;
     const bool drives = cef::on_ui_thread();
-    for (int round = 0; round < k_close_rounds; ++round) {
-        if (drives ? drive_until_closed() : m_close_signal->Wait(k_close_round_us) == 0) return;
+    for (int round = 0; round < pennywort::k_close_rounds; ++round) {
+        if (drives ? drive_until_closed() : m_close_signal->Wait(pennywort::k_close_round_us) == 0)
+            return;
     }
     zTraceManager::Default()->TraceNote(
         "cWebDisplayCEFBrowser::Close: the runtime did not close the page in time\n");
@@ -216,7 +215,8 @@ void cWebDisplayCEFBrowser::wait_until_closed() {
 
 // One round of the wait, in short steps: the pump is due more often than a round is long.
 bool cWebDisplayCEFBrowser::drive_until_closed() {
-    for (std::uint32_t waited = 0; waited < k_close_round_us; waited += k_close_step_us) {
+    for (std::uint32_t waited = 0; waited < pennywort::k_close_round_us;
+         waited += k_close_step_us) {
         message_pump::work_once();
         if (m_close_signal->Wait(k_close_step_us) == 0) return true;
     }

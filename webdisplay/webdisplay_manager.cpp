@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/limits.h"
 #include "loam/message_loop.h"
 #include "loam/thread.h"
 #include "loam/time.h"
@@ -22,8 +23,6 @@ using namespace pennywort;
 using namespace pennywort::webdisplay;  // the parts that the manager puts together
 
 namespace {
-
-constexpr std::int64_t k_longest_closing_us = 10'000'000;
 
 // What outlives a manager: settings made before one exists, and a runtime that was left running.
 struct process_state {
@@ -80,7 +79,7 @@ bool start_runtime(const message_pump& pump) {
 // The runtime must not end under a browser; one that a host forgot, or that is still on its way, is
 // given the time that closing takes.
 void close_what_is_open() {
-    const std::int64_t end = zTime::MicroNow() + k_longest_closing_us;
+    const std::int64_t end = zTime::MicroNow() + k_max_closing_us;
     while (live_browsers::any_can_close() && zTime::MicroNow() < end) {
         live_browsers::close_all();
         message_pump::work_once();

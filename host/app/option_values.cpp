@@ -1,24 +1,23 @@
 // host/app/option_values.cpp - see the header for the contract.
 #include "host/app/option_values.h"
 
+#include <optional>
+#include <string_view>
 #include <utility>
 
+#include "core/limits.h"
+#include "core/text/numbers.h"
 #include "host/app/page_address.h"
 
 namespace pennywort::host {
 
-namespace {
-
-constexpr long k_largest_side = 16384;
-
-}  // namespace
-
 std::string take_size(const std::string& text, frame_format& format) {
     const auto x = text.find_first_of("xX");
     const std::string_view all = text;
-    const auto width = number_of<long>(all.substr(0, x), 1, k_largest_side);
-    const auto height =
-        x == text.npos ? std::nullopt : number_of<long>(all.substr(x + 1), 1, k_largest_side);
+    const auto width = text::whole_between<long>(all.substr(0, x), 1, k_max_view_side);
+    const auto height = x == text.npos
+                            ? std::nullopt
+                            : text::whole_between<long>(all.substr(x + 1), 1, k_max_view_side);
     if (!width || !height) {
         return "--size " + text + " is not a size: give WxH, each from 1 to 16384";
     }

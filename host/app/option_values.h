@@ -1,26 +1,12 @@
 // host/app/option_values.h - what the commands' options have in common: numbers, sizes, pages.
 #pragma once
 
-#include <charconv>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/output/frame_writer.h"
 
 namespace pennywort::host {
-
-// The number that the whole text is, if it lies from `lowest` to `highest`.
-template <class T>
-std::optional<T> number_of(std::string_view text, T lowest, T highest) {
-    T value{};
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    const bool is_whole = error == std::errc() && stop == text.data() + text.size();
-    // Written so that a NaN, which compares false with everything, is refused.
-    if (!is_whole || !(value >= lowest && value <= highest)) return {};
-    return value;
-}
 
 // Each of these returns what is wrong with the option, in one line; an empty text if nothing is.
 

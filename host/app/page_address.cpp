@@ -2,10 +2,13 @@
 #include "host/app/page_address.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstdlib>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
+
+#include "core/text/ascii.h"
+#include "core/text/numbers.h"
+#include "core/text/percent.h"
 
 namespace pennywort::host {
 
@@ -14,17 +17,14 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view k_file_scheme = "file://";
-constexpr std::string_view k_hex = "0123456789ABCDEF";
-
-bool is_letter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
 
 // Empty if there is none. A single letter is a drive.
 std::string_view scheme_of(std::string_view text) {
     const auto colon = text.find(':');
-    if (colon == std::string_view::npos || colon < 2 || !is_letter(text.front())) return {};
+    if (colon == std::string_view::npos || colon < 2 || !text::is_letter(text.front())) return {};
     const auto scheme = text.substr(0, colon);
     const bool valid = std::all_of(scheme.begin(), scheme.end(), [](char c) {
-        return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '+' || c == '-' || c == '.';
+        return text::is_letter(c) || text::is_digit(c) || c == '+' || c == '-' || c == '.';
     });
     return valid ? scheme : std::string_view();
 }
@@ -35,30 +35,6 @@ bool is_url(std::string_view text) {
     if (scheme.empty()) return false;
     return text.substr(scheme.size()).substr(0, 3) == "://" || scheme == "data" ||
            scheme == "about";
-}
-
-// What a path may hold as it is in a URL.
-bool is_plain(char c) {
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
-           std::string_view("/-._~!$&'()*+,;=:@").find(c) != std::string_view::npos;
-}
-
-std::optional<unsigned> hex_digit(char c) {
-    const auto at = k_hex.find(static_cast<char>(std::toupper(static_cast<unsigned char>(c))));
-    if (at == std::string_view::npos) return {};
-    return static_cast<unsigned>(at);
-}
-
-std::string undo_codes(std::string_view text) {
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto high = text[i] == '%' && i + 2 < text.size() ? hex_digit(text[i + 1])
-                                                                : std::optional<unsigned>();
-        const auto low = high ? hex_digit(text[i + 2]) : std::optional<unsigned>();
-        plain.push_back(low ? static_cast<char>(*high << 4 | *low) : text[i]);
-        if (low) i += 2;
-    }
-    return plain;
 }
 
 fs::path as_path(std::string_view utf8) { return {std::u8string(utf8.begin(), utf8.end())}; }
@@ -75,9 +51,7 @@ std::string fault_of_file(const fs::path& path) {
 }
 
 bool is_port(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
-    const bool digits = text.find_first_not_of("0123456789") == std::string_view::npos;
-    return digits && text.size() <= 5 && std::atoi(std::string(text).c_str()) <= 65535;
+    return text.empty() || text::digits<std::uint16_t>(text).has_value();
 }
 
 // What stands between the slashes and the path. Empty: a browser makes something of it.
@@ -90,9 +64,8 @@ std::string fault_of_authority(std::string_view authority) {
     const auto colon = authority.find(':', is_ipv6 ? bracket : 0);
     const auto host = authority.substr(0, colon);
     if (host.empty()) return "it names no host";
-    const bool has_control = std::any_of(host.begin(), host.end(), [](char c) {
-        return static_cast<unsigned char>(c) <= ' ' || c == '\x7f';
-    });
+    const bool has_control = std::any_of(host.begin(), host.end(),
+                                         [](char c) { return c == ' ' || text::is_control(c); });
     if (has_control) return "its host has a blank or a control character in it";
     if (colon != std::string_view::npos && !is_port(authority.substr(colon + 1))) {
         return "its port is none from 0 to 65535";
@@ -112,8 +85,7 @@ std::string as_browser_reads(std::string_view text) {
 std::string fault_of_web_address(std::string_view text) {
     const std::string read = as_browser_reads(text);
     std::string_view url = read;
-    std::string scheme(scheme_of(url));
-    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const std::string scheme = text::lower(scheme_of(url));
     if (scheme != "http" && scheme != "https") return {};
     url.remove_prefix(scheme.size() + 1);
     url.remove_prefix(std::min(url.find_first_not_of("/\\"), url.size()));  // any number of them
@@ -153,22 +125,13 @@ std::string path_of_file_url(std::string_view url) {
     const auto path_begin = url.find('/');  // a host name may stand before it
     if (path_begin == std::string_view::npos) return {};
     const auto path = url.substr(path_begin, url.find_first_of("?#") - path_begin);
-    const bool has_drive = path.size() > 2 && path[2] == ':' && is_letter(path[1]);
-    return undo_codes(has_drive ? path.substr(1) : path);
+    const bool has_drive = path.size() > 2 && path[2] == ':' && text::is_letter(path[1]);
+    return text::percent_decoded_as_browsers_do(has_drive ? path.substr(1) : path);
 }
 
 std::string file_url(std::string_view path) {
-    std::string url(k_file_scheme);
-    if (path.substr(0, 1) != "/") url.push_back('/');  // a drive
-    for (const char c : path) {
-        if (is_plain(c)) {
-            url.push_back(c);
-            continue;
-        }
-        const auto byte = static_cast<unsigned char>(c);
-        url += {'%', k_hex[byte >> 4], k_hex[byte & 15]};
-    }
-    return url;
+    const std::string root = path.substr(0, 1) != "/" ? "/" : "";  // before a drive
+    return std::string(k_file_scheme) + root + text::percent_encoded(path, text::k_path_bytes);
 }
 
 std::optional<std::string> page_address(std::string_view text, std::string& reason) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "core/limits.h"
 #include "host/app/browser_runtime.h"
 #include "host/app/exit_status.h"
 #include "host/live/live_control.h"
@@ -25,16 +26,14 @@ namespace {
 constexpr std::uint32_t k_loop_microseconds = 20'000;
 
 constexpr std::int32_t k_receive_bytes = 64 * 1024;
-constexpr std::int32_t k_longest_request = 1024 * 1024;
-constexpr std::int32_t k_most_connections = 64;
 constexpr std::int32_t k_idle_ms = 60'000;
 
 cHttpServerSettings settings_of(const live_options& options) {
     cHttpServerSettings settings;
     settings.bindAddress = zString(options.listen);
-    settings.backlog = k_most_connections;
-    settings.maxConnections = k_most_connections;
-    settings.maxRequestBytes = k_longest_request;
+    settings.backlog = k_max_control_connections;
+    settings.maxConnections = k_max_control_connections;
+    settings.maxRequestBytes = k_max_control_request_bytes;
     settings.idleTimeoutMs = k_idle_ms;
     settings.answerBadRequests = true;
     return settings;

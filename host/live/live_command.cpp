@@ -5,6 +5,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "core/text/numbers.h"
 #include "host/app/option_values.h"
 
 namespace pennywort::host {
@@ -69,7 +70,7 @@ std::string live_command::take_picture_format() {
 }
 
 std::string live_command::take_address() {
-    const auto port = number_of<std::int32_t>(m_port, 0, 65535);
+    const auto port = text::whole_between<std::int32_t>(m_port, 0, 65535);
     if (!port) return "--port " + m_port + " is not a port from 0 to 65535";
     m_options.port = *port;
     if (is_numeric_address(m_options.listen)) return {};

@@ -1,26 +1,16 @@
 // host/live/live_control.cpp - see the header for the contract.
 #include "host/live/live_control.h"
 
-#include <charconv>
 #include <cmath>
 #include <utility>
 
+#include "core/limits.h"
+#include "core/text/numbers.h"
 #include "host/app/page_address.h"
 
 namespace pennywort::host {
 
 namespace {
-
-constexpr std::size_t k_lines = 500;
-constexpr std::size_t k_longest_line = 4096;
-constexpr std::size_t k_longest_queue = 1000;
-// All of the queue goes out with each state, and a URL may be a page itself.
-constexpr std::size_t k_most_queue_bytes = 4 << 20;
-constexpr std::size_t k_longest_result = 1 << 20;
-constexpr std::size_t k_scripts = 100;
-
-// A page that was left before it answered never does.
-constexpr std::chrono::seconds k_script_patience{10};
 
 live_answer with(int status, const json& value) {
     live_answer answer;
@@ -42,9 +32,7 @@ std::uint64_t parameter(std::string_view query, std::string_view name) {
         query.remove_prefix(std::min(query.size(), part.size() + 1));
         const auto sign = part.find('=');
         if (sign == std::string_view::npos || part.substr(0, sign) != name) continue;
-        std::uint64_t value = 0;
-        std::from_chars(part.data() + sign + 1, part.data() + part.size(), value);
-        return value;
+        return text::digits<std::uint64_t>(part.substr(sign + 1)).value_or(0);
     }
     return 0;
 }
@@ -52,7 +40,7 @@ std::uint64_t parameter(std::string_view query, std::string_view name) {
 std::optional<long> side(const json_object& body, const char* name) {
     const auto value = body.number(name);
     if (!value || std::floor(*value) != *value) return {};
-    if (!(*value >= 1 && *value <= live_control::k_largest_side)) return {};
+    if (!(*value >= 1 && *value <= k_max_view_side)) return {};
     return static_cast<long>(*value);
 }
 
@@ -61,8 +49,8 @@ std::optional<long> side(const json_object& body, const char* name) {
 live_control::live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue)
     : m_port(port),
       m_pictures(pictures),
-      m_events(k_lines, k_longest_line),
-      m_traces(k_lines, k_longest_line),
+      m_events(k_max_log_lines, k_max_log_line),
+      m_traces(k_max_log_lines, k_max_log_line),
       m_queue(queue.begin(), queue.end()) {}
 
 live_control::command live_control::command_of(std::string_view path) {
@@ -141,7 +129,7 @@ live_answer live_control::result(std::uint64_t id) const {
     if (found == m_scripts.end()) return refused(404, "there is no script of that id");
     const auto& script = found->second;
     if (script.kind.empty()) {
-        const bool lost = clock::now() - script.asked > k_script_patience;
+        const bool lost = clock::now() - script.asked > k_max_script_wait;
         return with(200, {{"id", id}, {"state", lost ? "lost" : "waiting"}});
     }
     return with(200, {{"id", id}, {"state", script.kind}, {"result", script.result}});
@@ -161,7 +149,7 @@ live_answer live_control::load(const json_object& body) {
         return done();
     }
     const std::lock_guard hold(m_lock);
-    if (m_queue.size() >= k_longest_queue || queue_bytes() + url->size() > k_most_queue_bytes) {
+    if (m_queue.size() >= k_max_queued_pages || queue_bytes() + url->size() > k_max_queue_bytes) {
         return refused(400, "the queue is full");
     }
     m_queue.push_back(*url);
@@ -221,7 +209,7 @@ live_answer live_control::script(const json_object& body) {
         const std::lock_guard hold(m_lock);
         id = ++m_last_script;
         m_scripts[id].asked = clock::now();
-        if (m_scripts.size() > k_scripts) m_scripts.erase(m_scripts.begin());
+        if (m_scripts.size() > k_max_kept_scripts) m_scripts.erase(m_scripts.begin());
     }
     m_port.run_script(id, *text);
     return with(200, {{"id", id}});
@@ -250,7 +238,7 @@ void live_control::script_ended(std::uint64_t id, const std::string& kind,
     const auto found = m_scripts.find(id);
     if (found == m_scripts.end()) return;
     found->second.kind = kind;
-    found->second.result = result.substr(0, k_longest_result);
+    found->second.result = result.substr(0, k_max_script_result);
 }
 
 }  // namespace pennywort::host

@@ -64,8 +64,6 @@ struct live_answer {
 // Any thread, except where it says otherwise.
 class live_control {
 public:
-    static constexpr long k_largest_side = 16384;
-
     // `queue` is to be shown page by page. Port and pictures must outlive this.
     live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue);
 

@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "core/limits.h"
 #include "host/live/live_script.h"
 #include "loam/record.h"
 #include "loam/string.h"
@@ -14,9 +15,6 @@ namespace {
 
 // How often is looked whether there is still a page.
 constexpr std::chrono::milliseconds k_look{500};
-
-// A page that has not come by then does not come.
-constexpr std::chrono::seconds k_longest_opening{10};
 
 std::string text_of(const zString& text) { return std::string(text.View()); }
 
@@ -74,7 +72,7 @@ void live_display::look_after_page() {
     if (now - m_looked < k_look) return;
     m_looked = now;
     if (has_page()) return page_seen();
-    if (!m_has_page && now - m_opened < k_longest_opening) return;
+    if (!m_has_page && now - m_opened < k_max_page_opening) return;
     zString url;
     m_browser->GetUrlForLastPageLoaded(url);
     m_control->events().add("failed", m_has_page ? text_of(url) + ": the page has closed itself"

@@ -5,23 +5,11 @@
 #include <random>
 #include <utility>
 
+#include "core/text/ascii.h"
+
 namespace pennywort::host {
 
 namespace {
-
-std::string lower(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return out;
-}
-
-std::string_view trimmed(std::string_view text) {
-    const auto begin = text.find_first_not_of(" \t");
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-}
 
 // Of a header that stands twice both values count, and together they match nothing.
 std::string header(std::string_view head, std::string_view name) {
@@ -30,8 +18,9 @@ std::string header(std::string_view head, std::string_view name) {
         const auto line = head.substr(0, head.find("\r\n"));
         head.remove_prefix(std::min(head.size(), line.size() + 2));
         const auto colon = line.find(':');
-        if (colon == std::string_view::npos || lower(line.substr(0, colon)) != name) continue;
-        value += (value.empty() ? "" : ",") + std::string(trimmed(line.substr(colon + 1)));
+        if (colon == std::string_view::npos || text::lower(line.substr(0, colon)) != name) continue;
+        value += (value.empty() ? "" : ",") +
+                 std::string(text::trimmed(line.substr(colon + 1), text::k_blank));
     }
     return value;
 }
@@ -51,9 +40,9 @@ bool same(std::string_view a, std::string_view b) {
 live_caller live_caller::of(std::string_view request, std::string_view query) {
     const auto head = request.substr(0, request.find("\r\n\r\n"));
     live_caller caller;
-    caller.host = lower(header(head, "host"));
-    caller.origin = lower(header(head, "origin"));
-    caller.fetch_site = lower(header(head, "sec-fetch-site"));
+    caller.host = text::lower(header(head, "host"));
+    caller.origin = text::lower(header(head, "origin"));
+    caller.fetch_site = text::lower(header(head, "sec-fetch-site"));
     caller.authorization = header(head, "authorization");
     while (!query.empty()) {
         const auto part = query.substr(0, query.find('&'));

@@ -2,10 +2,11 @@
 #include "host/output/frame_rate.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <numeric>
 #include <utility>
+
+#include "core/text/numbers.h"
 
 namespace pennywort::host {
 
@@ -22,12 +23,8 @@ constexpr std::pair<std::string_view, std::int64_t> k_ntsc_names[] = {
 };
 
 std::optional<std::int64_t> whole_number(std::string_view digits) {
-    std::int64_t value = 0;
-    const char* end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, value);
-    const bool plain = !digits.empty() && digits.front() >= '0' && digits.front() <= '9';
-    if (!plain || error != std::errc() || stop != end || value > k_largest_term) return {};
-    return value;
+    const auto value = text::digits<std::int64_t>(digits);
+    return value && *value <= k_largest_term ? value : std::nullopt;
 }
 
 using fraction = std::pair<std::int64_t, std::int64_t>;

@@ -3,6 +3,7 @@
 
 #include <chrono>
 
+#include "core/limits.h"
 #include "host/output/movie_writer.h"
 #include "host/output/output_target.h"
 #include "host/output/png_writers.h"
@@ -11,9 +12,6 @@
 namespace pennywort::host {
 
 namespace {
-
-// Longer than a busy machine or a slow disk ever makes an encoder pause.
-constexpr std::chrono::seconds k_movie_patience{30};
 
 sink_opener opener_of(const output_target& target, std::FILE* standard_output) {
     if (!target.to_standard_output()) {
@@ -40,7 +38,7 @@ std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
         case output_kind::mkv:
         case output_kind::mov:
             return std::make_unique<movie_writer>(target.kind, target.path, format,
-                                                  k_movie_patience);
+                                                  k_max_encoder_pause);
         case output_kind::raw:
         case output_kind::none:
             break;

@@ -2,8 +2,9 @@
 #include "host/output/output_target.h"
 
 #include <algorithm>
-#include <cctype>
 #include <utility>
+
+#include "core/text/ascii.h"
 
 namespace pennywort::host {
 
@@ -21,9 +22,7 @@ std::optional<output_kind> kind_of_ending(std::string_view path) {
     const auto name = path.substr(path.find_last_of('/') + 1);
     const auto dot = name.find_last_of('.');
     if (dot == std::string_view::npos) return {};
-    std::string ending(name.substr(dot + 1));
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string ending = text::lower(name.substr(dot + 1));
     for (const auto& [known, kind] : k_endings) {
         if (ending == known) return kind;
     }
@@ -44,7 +43,7 @@ bool name_pattern::take_conversion(std::string_view text, std::size_t& at) {
         m_filler = '0';
         ++at;
     }
-    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+    for (; at < text.size() && text::is_digit(text[at]); ++at) {
         m_width = m_width * 10 + static_cast<std::size_t>(text[at] - '0');
         if (m_width > k_widest) return false;
     }

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "core/limits.h"
+
 namespace pennywort::host {
 
 namespace {
@@ -15,7 +17,6 @@ constexpr auto k_poll_interval = 40ms;
 // A page that loads another one takes the question with it: then it is asked again.
 constexpr auto k_question_patience = 1000ms;
 constexpr auto k_alive_interval = 1000ms;
-constexpr std::chrono::milliseconds k_longest_silence = 10s;
 
 // "http 404", "wait", "throws ..." or "ready". Style sheets in the page's own text arrive after the
 // page has loaded; fonts load when the first text uses them.
@@ -236,7 +237,7 @@ void page_run::step_living(time_point now) {
 }
 
 bool page_run::silent(time_point now) const {
-    return now - m_asked >= std::min(m_request.timeout, k_longest_silence);
+    return now - m_asked >= std::min(m_request.timeout, k_max_page_silence);
 }
 
 void page_run::end(time_point now) {

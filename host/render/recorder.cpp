@@ -6,14 +6,9 @@
 #include <cstring>
 #include <utility>
 
+#include "core/limits.h"
+
 namespace pennywort::host {
-
-namespace {
-
-// What may wait for a slow writer: two seconds of 1920x1080 at 50, more of smaller ones.
-constexpr std::size_t k_picture_memory = std::size_t(768) << 20;
-
-}  // namespace
 
 void interval_spread::add(std::chrono::steady_clock::duration interval) {
     using steps = std::chrono::duration<std::int64_t, std::ratio<1, 10'000>>;
@@ -38,7 +33,7 @@ recorder::recorder(long width, long height, const frame_rate& rate, writer_threa
       m_height(height),
       m_interval(rate.time_of(1)),
       m_writer(writer),
-      m_pool(width, height, picture_pool::limit_for(width, height, k_picture_memory)),
+      m_pool(width, height, picture_pool::limit_for(width, height, k_max_waiting_picture_bytes)),
       m_token(std::make_shared<const picture>(1, 1)),
       m_pacer(m_interval, frame_pacer::lag_for(m_interval)) {}
 

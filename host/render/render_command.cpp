@@ -8,6 +8,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "core/limits.h"
+#include "core/text/numbers.h"
 #include "host/app/option_values.h"
 #include "host/render/render.h"
 #include "host/system/file_path.h"
@@ -16,17 +18,13 @@ namespace pennywort::host {
 
 namespace {
 
-constexpr std::uint64_t k_most_frames = 1'000'000'000;
-constexpr double k_longest_seconds = 1'000'000;
 constexpr double k_usual_seconds = 10;
-constexpr double k_longest_timeout = 3600;
-constexpr std::size_t k_largest_text_file = std::size_t(16) << 20;
 
 bool read_text_file(const std::string& path, std::string& text) {
     std::ifstream file(file_path(path), std::ios::binary);
     if (!file) return false;
     text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    return !file.bad() && text.size() <= k_largest_text_file;
+    return !file.bad() && text.size() <= k_max_text_file_bytes;
 }
 
 }  // namespace
@@ -133,7 +131,7 @@ std::string render_command::take_length() {
     const frame_rate& rate = m_options.format.rate;
     if (!m_raw.frames.empty()) return take_frames();
     if (!m_raw.seconds.empty()) {
-        const auto seconds = number_of<double>(m_raw.seconds, 0, k_longest_seconds);
+        const auto seconds = text::decimal_between(m_raw.seconds, 0, k_max_render_seconds);
         if (!seconds || *seconds == 0) {
             return "--seconds " + m_raw.seconds + " is not a time above 0";
         }
@@ -148,7 +146,7 @@ std::string render_command::take_length() {
 }
 
 std::string render_command::take_frames() {
-    const auto frames = number_of<std::uint64_t>(m_raw.frames, 1, k_most_frames);
+    const auto frames = text::whole_between<std::uint64_t>(m_raw.frames, 1, k_max_frames);
     if (!frames) return "--frames " + m_raw.frames + " is not a number of frames from 1 on";
     m_options.frames_per_page = *frames;
     return {};
@@ -168,7 +166,7 @@ std::string render_command::take_choices() {
 }
 
 std::string render_command::take_timeout() {
-    const auto timeout = number_of<double>(m_raw.timeout, 0, k_longest_timeout);
+    const auto timeout = text::decimal_between(m_raw.timeout, 0, k_max_timeout_seconds);
     if (!timeout || *timeout == 0) return "--timeout " + m_raw.timeout + " is not a time above 0";
     const auto milliseconds = std::max(std::int64_t(*timeout * 1000), std::int64_t(1));
     m_options.timeout = std::chrono::milliseconds(milliseconds);

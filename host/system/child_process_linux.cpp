@@ -18,6 +18,7 @@
 #include <system_error>
 #include <thread>
 
+#include "core/limits.h"
 #include "host/system/last_line.h"
 
 // The process's variables have no declaration of their own in a header.
@@ -31,8 +32,6 @@ using clock = std::chrono::steady_clock;
 using milliseconds = std::chrono::milliseconds;
 
 constexpr int k_pipe_bytes = 1 << 20;  // fewer switches between the two processes per frame
-// What it has left behind may go on saying things without end.
-constexpr std::size_t k_most_after_its_end = 1 << 16;
 // What it is given can wait in our memory for a while; the page that we take it from cannot.
 constexpr int k_priority = 10;
 
@@ -110,7 +109,7 @@ private:
 // started may outlive it, and keep the other side open for ever.
 void read_lines(int from, int child, last_line& lines) {
     char some[4096];
-    for (std::size_t rest = k_most_after_its_end; rest > 0;) {
+    for (std::size_t rest = k_max_bytes_after_child; rest > 0;) {
         // The child comes first: the system looks at one after the other, and what is said between
         // a look at the pipe and one at the child's end would be lost.
         std::array<pollfd, 2> news{pollfd{child, POLLIN, 0}, pollfd{from, POLLIN, 0}};

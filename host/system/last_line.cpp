@@ -1,6 +1,8 @@
 // host/system/last_line.cpp - see the header for the contract.
 #include "host/system/last_line.h"
 
+#include "core/limits.h"
+
 namespace pennywort::host {
 
 void last_line::add(std::string_view bytes) {
@@ -9,7 +11,7 @@ void last_line::add(std::string_view bytes) {
         if (line_ends && !m_current.empty()) {
             m_last.swap(m_current);
             m_current.clear();
-        } else if (!line_ends && m_current.size() < k_longest) {
+        } else if (!line_ends && m_current.size() < k_max_last_line) {
             m_current.push_back(c);
         }
     }

@@ -8,10 +8,7 @@ namespace pennywort::host {
 
 class last_line {
 public:
-    // A line longer than this keeps its beginning.
-    static constexpr std::size_t k_longest = 500;
-
-    // The bytes may be split anywhere.
+    // The bytes may be split anywhere. A line longer than k_max_last_line keeps its beginning.
     void add(std::string_view bytes);
     // The last line that is not empty, whether its end has come or not.
     const std::string& text() const { return m_current.empty() ? m_last : m_current; }

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "core/limits.h"
 #include "host/render/progress.h"
 #include "host/render/render_report.h"
 #include "host/system/last_line.h"
@@ -33,7 +34,7 @@ TEST(LastLine, EmptyLinesDoNotCount) {
 TEST(LastLine, ALineWithoutEndStaysShort) {
     last_line lines;
     for (int i = 0; i < 1000; ++i) lines.add("0123456789");
-    EXPECT_EQ(lines.text().size(), last_line::k_longest);
+    EXPECT_EQ(lines.text().size(), k_max_last_line);
     lines.add("\nend\n");
     EXPECT_EQ(lines.text(), "end");
 }

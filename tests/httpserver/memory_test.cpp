@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "tests/httpserver/failing_memory.h"
 #include "tests/httpserver/serving_test.h"
+#include "tests/support/failing_memory.h"
 
 namespace {
 

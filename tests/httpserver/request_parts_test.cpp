@@ -14,20 +14,6 @@
 namespace pennywort {
 namespace {
 
-TEST(PercentDecoded, RefusesWhatIsNoByte) {
-    for (const char* text : {"%", "a%", "%1", "%g1", "%1g", "%-1", "%+1", "%0x", "% 1", "%%41"}) {
-        EXPECT_FALSE(percent_decoded(text)) << text;
-    }
-}
-
-TEST(PercentDecoded, DecodesOnce) {
-    EXPECT_EQ(percent_decoded("a%41%7eb"), "aA~b");
-    EXPECT_EQ(percent_decoded("%2541"), "%41");
-    EXPECT_EQ(percent_decoded("%00"), std::string(1, '\0'));
-    EXPECT_EQ(percent_decoded("a+b"), "a+b");
-    EXPECT_EQ(percent_decoded(""), "");
-}
-
 TEST(PathNames, RefuseWhatCouldLeadElsewhere) {
     for (const char* path :
          {"/..",      "/../a",          "/a/../b", "/.",    "/a/./b",    "/%2e%2e/a", "/.%2E/a",

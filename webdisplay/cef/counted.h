@@ -3,11 +3,10 @@
 #pragma once
 
 #include <atomic>
-#include <exception>
 #include <utility>
 
 #include "cef_abi.h"
-#include "loam/trace.h"
+#include "core/run/guarded.h"
 #include "webdisplay/cef/ref.h"
 
 namespace pennywort::cef {
@@ -38,23 +37,14 @@ private:
     mutable std::atomic<int> m_references{1};
 };
 
-// Runs what answers a call of the runtime. An exception (of a host's receiver, or of memory) must
-// not pass through the runtime's frames, so it ends here with a trace.
+// Runs what answers a call of the runtime, whose frames no exception may pass through.
 template <class Answer, class Body>
 Answer guarded(Answer otherwise, const char* where, Body&& body) noexcept {
-    try {
-        return body();
-    } catch (const std::exception& error) {
-        zTraceManager::Default()->TraceNote("%s: exception in a callback: %s\n", where,
-                                            error.what());
-    } catch (...) {
-        zTraceManager::Default()->TraceNote("%s: exception in a callback\n", where);
-    }
-    return otherwise;
+    return run::guarded_or(otherwise, where, "a callback", std::forward<Body>(body));
 }
 template <class Body>
 void guarded(const char* where, Body&& body) noexcept {
-    guarded(0, where, [&] { return body(), 0; });
+    run::guarded(where, "a callback", std::forward<Body>(body));
 }
 
 // The callback struct `Struct` as a member of the object `Owner` that answers it: handing it out

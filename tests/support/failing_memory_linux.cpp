@@ -1,10 +1,11 @@
-// failing_memory.cpp - replaces the program's operator new and delete, those of the shared library
-// included.
-#include "tests/httpserver/failing_memory.h"
+// failing_memory_linux.cpp - Linux half of failing_memory.h: replaces the program's operator new
+// and delete, which its shared libraries use too.
+#include "tests/support/failing_memory.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -13,12 +14,10 @@ constexpr std::size_t k_front = alignof(std::max_align_t);
 static_assert(k_front >= sizeof(std::size_t));
 
 std::atomic<std::size_t> s_in_use{0};
-thread_local int t_left = -1;
+// Allocations up to and with the one that fails; 0 when none is to fail.
+thread_local int t_left = 0;
 
-bool has_run_out() {
-    if (t_left < 0) return false;
-    return t_left-- == 0;
-}
+bool has_run_out() { return t_left > 0 && --t_left == 0; }
 
 void* allocated(std::size_t size) noexcept {
     void* const memory = has_run_out() ? nullptr : std::malloc(k_front + size);
@@ -43,7 +42,9 @@ void give_back(void* memory) {
 
 }  // namespace
 
-void fail_memory_after(int count) { t_left = count; }
+void fail_memory_after(int count) { t_left = count + 1; }
+
+bool stop_failing_memory() { return std::exchange(t_left, 0) == 0; }
 
 std::size_t memory_in_use() { return s_in_use; }
 

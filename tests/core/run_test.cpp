@@ -1,0 +1,152 @@
+// run_test.cpp - core/run and core/outcome.h.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/outcome.h"
+#include "core/run/clock.h"
+#include "core/run/deadline.h"
+#include "core/run/guarded.h"
+#include "tests/support/fake_clock.h"
+
+namespace pennywort {
+namespace {
+
+using namespace std::chrono_literals;
+using run::deadline;
+using tests::fake_clock;
+
+TEST(Clock, OfTheSystemNeverGoesBack) {
+    const auto& clock = run::monotonic_clock::system();
+    auto last = clock.now();
+    for (int i = 0; i < 1000; ++i) {
+        const auto next = clock.now();
+        ASSERT_GE(next, last);
+        last = next;
+    }
+}
+
+TEST(Deadline, PassesAtItsEnd) {
+    fake_clock clock;
+    const deadline end(10ms, clock);
+    EXPECT_EQ(end.left(), 10ms);
+    clock.advance(10ms - 1ns);
+    EXPECT_FALSE(end.has_passed());
+    clock.advance(1ns);
+    EXPECT_TRUE(end.has_passed());
+    clock.advance(1h);
+    EXPECT_EQ(end.left(), 0ns);
+}
+
+TEST(Deadline, RoundsUpWhatIsLeft) {
+    fake_clock clock;
+    const deadline end(2ms, clock);
+    EXPECT_EQ(end.left_ms(), 2);
+    clock.advance(1ns);
+    EXPECT_EQ(end.left_ms(), 2);
+    EXPECT_EQ(end.left_us(), 2000);
+    clock.advance(2ms - 2ns);
+    EXPECT_EQ(end.left_ms(), 1);
+    EXPECT_EQ(end.left_us(), 1);
+    clock.advance(1ns);
+    EXPECT_EQ(end.left_ms(), 0);
+}
+
+TEST(Deadline, InThePastHasPassed) {
+    fake_clock clock;
+    EXPECT_TRUE(deadline(0ns, clock).has_passed());
+    EXPECT_TRUE(deadline(std::chrono::nanoseconds::min(), clock).has_passed());
+}
+
+TEST(Deadline, TooFarNeverPasses) {
+    fake_clock clock;
+    for (const deadline& end :
+         {deadline::never(clock), deadline(std::chrono::nanoseconds::max() - 1ns, clock)}) {
+        EXPECT_EQ(end.left(), std::chrono::nanoseconds::max());
+        EXPECT_EQ(end.left_ms(), std::numeric_limits<std::int32_t>::max());
+        EXPECT_FALSE(end.has_passed());
+    }
+    clock.advance(1h);
+    EXPECT_FALSE(deadline::never(clock).has_passed());
+}
+
+// What is traced while it exists.
+class traces {
+public:
+    traces() {
+        zTraceManager::Default()->SetSink([this](const char* line) { m_lines.emplace_back(line); });
+    }
+    ~traces() { zTraceManager::Default()->SetSink(nullptr); }
+    traces(const traces&) = delete;
+    traces& operator=(const traces&) = delete;
+    const std::vector<std::string>& lines() const { return m_lines; }
+
+private:
+    std::vector<std::string> m_lines;
+};
+
+TEST(Guarded, TracesWhatWasThrownBehindTheClass) {
+    const traces traced;
+    EXPECT_FALSE(run::guarded("cThing", "a handler", [] { throw std::runtime_error("no"); }));
+    EXPECT_FALSE(run::guarded("cThing", "a handler", [] { throw 1; }));
+    EXPECT_EQ(run::guarded_or(7, "cThing", "a body", []() -> int { throw std::bad_alloc(); }), 7);
+    const std::vector<std::string> want = {"cThing: a handler threw: no\n",
+                                           "cThing: a handler threw\n",
+                                           "cThing: a body threw: std::bad_alloc\n"};
+    EXPECT_EQ(traced.lines(), want);
+}
+
+TEST(Guarded, ReturnsWhatTheCodeReturns) {
+    const traces traced;
+    EXPECT_TRUE(run::guarded("cThing", "nothing", [] {}));
+    EXPECT_EQ(run::guarded_or(7, "cThing", "a sum", [] { return 3; }), 3);
+    EXPECT_TRUE(traced.lines().empty());
+}
+
+TEST(Outcome, HoldsAValueThatOnlyMoves) {
+    outcome<std::unique_ptr<int>> made(std::make_unique<int>(5));
+    ASSERT_TRUE(made);
+    EXPECT_EQ(made.status(), k_ok);
+    EXPECT_EQ(made.text(), "");
+    EXPECT_EQ(**made.operator->(), 5);
+    const std::unique_ptr<int> taken = std::move(made).value();
+    EXPECT_EQ(*taken, 5);
+}
+
+TEST(Outcome, AFailurePassesThroughOtherTypes) {
+    const auto inner = []() -> outcome<int> { return failure{-21313, "no route"}; };
+    const auto outer = [&]() -> outcome<std::string> {
+        auto found = inner();
+        if (!found) return std::move(found).why();
+        return std::to_string(found.value());
+    };
+    const auto result = outer();
+    EXPECT_FALSE(result);
+    EXPECT_EQ(result.status(), -21313);
+    EXPECT_EQ(result.text(), "no route");
+    EXPECT_THROW((void)result.value(), std::bad_optional_access);
+}
+
+TEST(Outcome, WithoutAValue) {
+    EXPECT_TRUE(outcome<>());
+    EXPECT_EQ(outcome<>().status(), k_ok);
+    const outcome<> failed = failure{k_failed, "full"};
+    EXPECT_FALSE(failed);
+    EXPECT_EQ(failed.status(), k_failed);
+    EXPECT_EQ(failed.text(), "full");
+}
+
+TEST(Outcome, AFailureIsNeverOk) {
+    EXPECT_EQ(outcome<int>(failure{k_ok, ""}).status(), k_failed);
+    EXPECT_EQ(outcome<>(failure{k_ok, ""}).status(), k_failed);
+}
+
+}  // namespace
+}  // namespace pennywort

@@ -16,8 +16,8 @@ std::thread::id g_display_thread;
 
 std::filesystem::path new_folder() {
     std::random_device random;
-    const std::string name =
-        "pennywort-test-" + std::to_string(random()) + std::to_string(random());
+    // Short, because the path of a socket below it has to fit into 107 bytes.
+    const std::string name = "test-" + std::to_string(random());
     const auto folder = std::filesystem::temp_directory_path() / name;
     std::filesystem::create_directories(folder);
     return folder;

@@ -57,7 +57,7 @@ std::string make_private_folder(const std::string& name) {
     path.GoChild((name + "-" + id.CString()).c_str());
     if (CreateDirectoryW(loam::wide_text(path.CString()).c_str(), nullptr)) return path.CString();
     zTraceManager::Default()->TraceNote(
-        "make_private_folder: CreateDirectoryW - failed (err=%lu)\n", GetLastError());
+        "cWebDisplayCEFBrowserManager: CreateDirectoryW - failed (err=%lu)\n", GetLastError());
     return {};
 }
 

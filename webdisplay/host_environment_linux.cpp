@@ -181,7 +181,7 @@ void open_in_system(const std::string& url) {
     pid_t child = 0;
     const int error = posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ);
     if (error == 0) return reap(child);
-    zTraceManager::Default()->TraceNote("open_in_system: posix_spawnp xdg-open - failed (%s)\n",
+    zTraceManager::Default()->TraceNote("cWebDisplayBrowser: posix_spawnp xdg-open - failed (%s)\n",
                                         std::strerror(error));
 }
 

@@ -94,7 +94,7 @@ std::string application_data_folder() {
                                             SHGFP_TYPE_CURRENT, path);
     if (result == S_OK) return loam::utf8_text(path);
     zTraceManager::Default()->TraceNote(
-        "application_data_folder: SHGetFolderPathW - failed (err=0x%08lx)\n",
+        "cWebDisplayCEFBrowserManager: SHGetFolderPathW - failed (err=0x%08lx)\n",
         static_cast<unsigned long>(result));
     return {};
 }

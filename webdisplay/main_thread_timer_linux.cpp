@@ -184,8 +184,8 @@ std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()>
     zMessageLoop::Current();
     auto timer = std::make_shared<linux_timer>(std::move(tick));
     if (timer->usable()) return timer;
-    zTraceManager::Default()->TraceNote("main_thread_timer: timerfd_create - failed (errno=%d)\n",
-                                        errno);
+    zTraceManager::Default()->TraceNote(
+        "cWebDisplayCEFBrowserManager: timerfd_create - failed (errno=%d)\n", errno);
     return nullptr;
 }
 

@@ -154,7 +154,8 @@ private:
                                             1, HWND_MESSAGE, nullptr, own_module(), this);
         if (!window) {
             zTraceManager::Default()->TraceNote(
-                "main_thread_timer: CreateWindowExW - failed (err=%lu)\n", GetLastError());
+                "cWebDisplayCEFBrowserManager: CreateWindowExW - failed (err=%lu)\n",
+                GetLastError());
             return false;
         }
         // Somebody else may have registered a class of this name in our module, or this library may
@@ -213,8 +214,8 @@ private:
 std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()> tick) {
     auto timer = std::make_shared<windows_timer>(std::move(tick));
     if (timer->make_usable()) return timer;
-    zTraceManager::Default()->TraceNote("main_thread_timer: no timer to be had (err=%lu)\n",
-                                        GetLastError());
+    zTraceManager::Default()->TraceNote(
+        "cWebDisplayCEFBrowserManager: no timer to be had (err=%lu)\n", GetLastError());
     return nullptr;
 }
 

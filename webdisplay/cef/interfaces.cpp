@@ -273,7 +273,7 @@ class posted_work final : public CefBaseRefCounted {
 public:
     explicit posted_work(std::function<void()> work) : m_work(std::move(work)) {
         m_struct->execute = [](cef_task_t* self) {
-            guarded("posted work", [&] {
+            guarded("CefTask", [&] {
                 // Taken out, so that what it holds goes with the call and not with the last
                 // reference.
                 const std::function<void()> run = std::move(decltype(m_struct)::of(self)->m_work);

@@ -1,9 +1,11 @@
 // core/boyer_moore.cpp - byte search of include/utils.h. No clock, no I/O, no system header.
 //
-// Every way to search answers the first place, so the quickest one for the pattern is taken. A long
-// pattern is looked for in strides: four bytes in a row that do not occur in it rule out, in one
-// look, all places that cover them, nearly as many as the pattern has bytes. These looks do not
-// wait for each other, as the jumps of Boyer and Moore do.
+// Every way to search returns the first place, so the quickest one for the pattern and the text is
+// taken. A short text is searched by the skip table. A long pattern in a long text is looked for in
+// strides: four bytes in a row that do not occur in it rule out, in one look, all places that cover
+// them, nearly as many as the pattern has bytes. These looks do not wait for each other, as the
+// jumps of Boyer and Moore do. What these ways need beside the skip table is made for each search
+// and lies on the stack: the class has the three fields that hosts know.
 #include <emmintrin.h>
 
 #include <algorithm>
@@ -15,19 +17,16 @@
 
 namespace {
 
+constexpr std::int32_t k_longest = 255;
 constexpr std::int64_t k_gram = 4;
 // Below this a stride rules out too little to be worth its look.
 constexpr std::int32_t k_strides_from = 16;
 // Looks that are taken together.
 constexpr std::int64_t k_looks = 8;
 constexpr std::int64_t k_block = 16;
-
-std::uint32_t gram_slot(const unsigned char* gram) {
-    std::uint32_t bytes = 0;
-    std::memcpy(&bytes, gram, sizeof bytes);
-    // The golden ratio spreads neighbouring values; the highest bits are the best mixed.
-    return bytes * 2654435761u >> 20;
-}
+// Texts with fewer places than these are searched before the preparation would be done.
+constexpr std::int64_t k_probes_from = 256;
+constexpr std::int64_t k_strides_worth_it_from = 4096;
 
 __m128i load(const unsigned char* from) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
@@ -35,105 +34,128 @@ __m128i load(const unsigned char* from) {
 
 __m128i repeated(unsigned char byte) { return _mm_set1_epi8(static_cast<char>(byte)); }
 
+// What is to be found, and the text. A place is where the pattern may begin, from 0 on.
+struct search {
+    const unsigned char* pattern;
+    std::int64_t length;
+    const std::int32_t* skip;
+    const unsigned char* text;
+
+    bool is_at(std::int64_t place) const {
+        return std::memcmp(text + place, pattern, static_cast<std::size_t>(length)) == 0;
+    }
+};
+
+// Horspool's way: the byte under the pattern's last one says how far the pattern can jump.
+std::int64_t find_by_skips(const search& one, std::int64_t from, std::int64_t to) {
+    for (std::int64_t at = from; at < to; at += one.skip[one.text[at + one.length - 1]]) {
+        if (one.is_at(at)) return at;
+    }
+    return -1;
+}
+
+// Two places of the pattern whose bytes are rare in it: what is rare keeps runs of its other bytes
+// from looking like it.
+class probes {
+public:
+    explicit probes(const search& one) : m_first(0), m_second(one.length - 1) {
+        std::array<std::uint8_t, 256> counts{};
+        for (std::int64_t i = 0; i < one.length; ++i) ++counts[one.pattern[i]];
+        const auto count_at = [&](std::int64_t i) { return counts[one.pattern[i]]; };
+        for (std::int64_t i = 1; i < one.length; ++i) {
+            if (count_at(i) < count_at(m_first)) m_first = i;
+        }
+        for (std::int64_t i = one.length - 1; i >= 0; --i) {
+            if (i != m_first && count_at(i) < count_at(m_second)) m_second = i;
+        }
+    }
+
+    // Looks at 16 places at once, for both bytes.
+    std::int64_t find(const search& one, std::int64_t from, std::int64_t to) const {
+        const __m128i first = repeated(one.pattern[m_first]);
+        const __m128i second = repeated(one.pattern[m_second]);
+        std::int64_t start = from;
+        for (; start + k_block <= to; start += k_block) {
+            const __m128i hits =
+                _mm_and_si128(_mm_cmpeq_epi8(first, load(one.text + start + m_first)),
+                              _mm_cmpeq_epi8(second, load(one.text + start + m_second)));
+            auto places = static_cast<unsigned>(_mm_movemask_epi8(hits));
+            for (; places != 0; places &= places - 1) {
+                const std::int64_t at = start + std::countr_zero(places);
+                if (one.is_at(at)) return at;
+            }
+        }
+        return find_by_skips(one, start, to);
+    }
+
+private:
+    std::int64_t m_first;
+    std::int64_t m_second;
+};
+
+// By hash, whether four bytes in a row may occur in the pattern.
+class grams {
+public:
+    explicit grams(const search& one) {
+        for (std::int64_t i = 0; i + k_gram <= one.length; ++i) m_marks[slot(one.pattern + i)] = 1;
+    }
+
+    // 0 if they do not.
+    unsigned mark(const unsigned char* gram) const { return m_marks[slot(gram)]; }
+
+private:
+    static std::uint32_t slot(const unsigned char* gram) {
+        std::uint32_t bytes = 0;
+        std::memcpy(&bytes, gram, sizeof bytes);
+        // The golden ratio spreads neighbouring values; the highest bits are the best mixed.
+        return bytes * 2654435761u >> 20;
+    }
+
+    std::array<std::uint8_t, 4096> m_marks{};
+};
+
+// The four bytes that end the pattern if it stands at a place belong to it as well at each of the
+// next stride - 1 places.
+std::int64_t find_by_strides(const search& one, std::int64_t places) {
+    const probes rare(one);
+    const grams known(one);
+    const std::int64_t stride = one.length - k_gram + 1;
+    const unsigned char* const ends = one.text + one.length - k_gram;
+    std::int64_t start = 0;
+    for (; start + k_looks * stride <= places; start += k_looks * stride) {
+        unsigned hits = 0;
+        for (std::int64_t i = 0; i < k_looks; ++i) hits |= known.mark(ends + start + i * stride);
+        if (hits == 0) [[likely]]
+            continue;
+        for (std::int64_t at = start; at < start + k_looks * stride; at += stride) {
+            if (known.mark(ends + at) == 0) continue;
+            const std::int64_t found = rare.find(one, at, at + stride);
+            if (found >= 0) return found;
+        }
+    }
+    return rare.find(one, start, places);
+}
+
+std::int64_t find_first(const search& one, std::int64_t places) {
+    if (places < k_probes_from) return find_by_skips(one, 0, places);
+    const bool is_for_strides = one.length >= k_strides_from && places >= k_strides_worth_it_from;
+    return is_for_strides ? find_by_strides(one, places) : probes(one).find(one, 0, places);
+}
+
 }  // namespace
 
 cBoyerMoore::cBoyerMoore(const void* pattern, std::int32_t length)
     : m_pattern(static_cast<const unsigned char*>(pattern)), m_length(length) {
     std::fill(std::begin(m_skip), std::end(m_skip), length);
-    std::fill(std::begin(m_grams), std::end(m_grams), std::uint8_t{0});
     if (pattern == nullptr || length < 1 || length > k_longest) {
         m_pattern = nullptr;
         return;
     }
     for (std::int32_t i = 0; i < length - 1; ++i) m_skip[m_pattern[i]] = length - 1 - i;
-    choose_probes();
-    mark_grams();
-}
-
-// What is rare in the pattern keeps runs of its other bytes from looking like it.
-void cBoyerMoore::choose_probes() {
-    std::array<std::int32_t, 256> counts{};
-    for (std::int32_t i = 0; i < m_length; ++i) ++counts[m_pattern[i]];
-    const auto is_rarer = [&](std::int32_t a, std::int32_t b) {
-        return counts[m_pattern[a]] < counts[m_pattern[b]];
-    };
-    m_probes[0] = 0;
-    m_probes[1] = m_length - 1;
-    for (std::int32_t i = 1; i < m_length; ++i) {
-        if (is_rarer(i, m_probes[0])) m_probes[0] = i;
-    }
-    for (std::int32_t i = m_length - 1; i >= 0; --i) {
-        if (i != m_probes[0] && is_rarer(i, m_probes[1])) m_probes[1] = i;
-    }
-}
-
-void cBoyerMoore::mark_grams() {
-    for (std::int32_t i = 0; i + k_gram <= m_length; ++i) m_grams[gram_slot(m_pattern + i)] = 1;
-}
-
-bool cBoyerMoore::may_contain(const unsigned char* gram) const {
-    return m_grams[gram_slot(gram)] != 0;
-}
-
-bool cBoyerMoore::is_at(const unsigned char* text) const {
-    return std::memcmp(text, m_pattern, static_cast<std::size_t>(m_length)) == 0;
 }
 
 std::int32_t cBoyerMoore::FindIn(const void* text, std::int32_t length) const {
     if (text == nullptr || m_pattern == nullptr || m_length > length) return -1;
-    const auto* bytes = static_cast<const unsigned char*>(text);
-    const std::int64_t starts = std::int64_t{length} - m_length + 1;
-    const std::int64_t found = m_length >= k_strides_from ? find_by_strides(bytes, starts)
-                                                          : find_by_probes(bytes, 0, starts);
-    return static_cast<std::int32_t>(found);
-}
-
-// The four bytes that end the pattern if it stands at `start` belong to it as well at each of the
-// next stride - 1 places.
-std::int64_t cBoyerMoore::find_by_strides(const unsigned char* text, std::int64_t starts) const {
-    const std::int64_t stride = m_length - k_gram + 1;
-    const unsigned char* const grams = text + m_length - k_gram;
-    std::int64_t start = 0;
-    for (; start + k_looks * stride <= starts; start += k_looks * stride) {
-        unsigned hits = 0;
-        for (std::int64_t i = 0; i < k_looks; ++i) {
-            hits |= m_grams[gram_slot(grams + start + i * stride)];
-        }
-        if (hits == 0) [[likely]]
-            continue;
-        for (std::int64_t at = start; at < start + k_looks * stride; at += stride) {
-            if (!may_contain(grams + at)) continue;
-            const std::int64_t found = find_by_probes(text, at, at + stride);
-            if (found >= 0) return found;
-        }
-    }
-    return find_by_probes(text, start, starts);
-}
-
-// Looks at 16 places at once, for both rare bytes.
-std::int64_t cBoyerMoore::find_by_probes(const unsigned char* text, std::int64_t from,
-                                         std::int64_t to) const {
-    const __m128i first = repeated(m_pattern[m_probes[0]]);
-    const __m128i second = repeated(m_pattern[m_probes[1]]);
-    std::int64_t start = from;
-    for (; start + k_block <= to; start += k_block) {
-        const __m128i hits =
-            _mm_and_si128(_mm_cmpeq_epi8(first, load(text + start + m_probes[0])),
-                          _mm_cmpeq_epi8(second, load(text + start + m_probes[1])));
-        auto places = static_cast<unsigned>(_mm_movemask_epi8(hits));
-        for (; places != 0; places &= places - 1) {
-            const std::int64_t at = start + std::countr_zero(places);
-            if (is_at(text + at)) return at;
-        }
-    }
-    return find_by_skips(text, start, to);
-}
-
-// Horspool's way: the byte under the pattern's last one says how far the pattern can jump.
-std::int64_t cBoyerMoore::find_by_skips(const unsigned char* text, std::int64_t from,
-                                        std::int64_t to) const {
-    for (std::int64_t start = from; start < to; start += m_skip[text[start + m_length - 1]]) {
-        if (is_at(text + start)) return start;
-    }
-    return -1;
+    const search one{m_pattern, m_length, m_skip, static_cast<const unsigned char*>(text)};
+    return static_cast<std::int32_t>(find_first(one, std::int64_t{length} - m_length + 1));
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/limits.h"
+#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "loam/string.h"
 
@@ -30,13 +31,18 @@ void store(zRecord& headers, const logical_header& header, const char* end) {
     name[name_length] = '\0';
     // The byte behind the colon is taken for the space that writers put there, without a look.
     const auto value_length = end - header.colon - 2;
-    if (value_length < 1) {
-        headers.SetCString(name.data(), "", 0);
-    } else {
-        headers.SetText(name.data(), header.colon + 2, static_cast<std::uint32_t>(value_length), 0);
-    }
+    // A peer chooses how much memory its headers take.
+    pennywort::run::guarded("cUtils", "a header", [&] {
+        if (value_length < 1) {
+            headers.SetCString(name.data(), "", 0);
+        } else {
+            headers.SetText(name.data(), header.colon + 2, static_cast<std::uint32_t>(value_length),
+                            0);
+        }
+    });
 }
 
+// Of an entry; other white space is a part of its words.
 bool is_space(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 // One word of an entry, from its first byte that is no white space to the next white space or, at
@@ -61,14 +67,14 @@ std::int32_t distance(const char* from, const char* to) {
     return static_cast<std::int32_t>(to - from);
 }
 
-// Walks to the semicolon or the end, and answers where the next entry begins.
+// Walks to the semicolon or the end, and returns where the next entry begins.
 const char* read_value(const char* at, word& value) {
     for (; *at != '\0' && *at != ';'; ++at) value.take(at);
     value.end(at);
     return *at == ';' ? at + 1 : at;
 }
 
-// Reads one entry and answers where the next one begins.
+// Reads one entry and returns where the next one begins.
 const char* read_entry(const char* at, word& name, word& value) {
     for (; *at != '\0' && *at != ';' && *at != '='; ++at) name.take(at);
     name.end(at);

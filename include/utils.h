@@ -16,16 +16,17 @@ public:
     // Sets one text variable of `headers` per header, from a block that begins at the first header
     // line, behind a request or status line. A later header of a name replaces an earlier one.
     // Names keep their case. The value begins two bytes behind the colon, whatever these are, and
-    // a folded one keeps its inner CR LF and indentation. Lines without a colon, and names of 255
-    // bytes and more, are passed over. Answers the bytes of all lines with their CR LF, without
-    // the blank line that ends the block: the body begins 2 bytes further on.
+    // a folded one keeps its inner CR LF and indentation. Lines without a colon, names of 255 bytes
+    // and more, and what there is no memory for, which is traced, are passed over. Returns the
+    // bytes of all lines with their CR LF, without the blank line that ends the block: the body
+    // begins 2 bytes further on.
     static std::int32_t HeaderParse(const char* buffer, std::int32_t length, zRecord& headers);
 
     // Takes the next entry off a header value that is made of tokens and name=value pairs with
     // semicolons between, such as "multipart/related; boundary=abc". A token before a semicolon
-    // is answered as a value without a name, one at the end of the text as a name without a value;
-    // hosts rely on that. Quotation marks are bytes like any other. The answers point into `value`,
-    // null with 0 for what there is not. Answers the bytes taken, 0 at the end of the text.
+    // is returned as a value without a name, one at the end of the text as a name without a value;
+    // hosts rely on that. Quotation marks are bytes like any other. The results point into `value`,
+    // null with 0 for what there is not. Returns the bytes taken, 0 at the end of the text.
     static std::int32_t HeaderEntry_ParseToNextEntry(const char* value, const char** name,
                                                      std::int32_t* nameLength,
                                                      const char** entryValue,
@@ -56,23 +57,7 @@ public:
     std::int32_t FindIn(const void* text, std::int32_t length) const;
 
 private:
-    static constexpr std::int32_t k_longest = 255;
-    static constexpr std::int32_t k_gram_slots = 4096;
-
-    void mark_grams();
-    void choose_probes();
-    bool may_contain(const unsigned char* gram) const;
-    std::int64_t find_by_strides(const unsigned char* text, std::int64_t starts) const;
-    std::int64_t find_by_probes(const unsigned char* text, std::int64_t from,
-                                std::int64_t to) const;
-    std::int64_t find_by_skips(const unsigned char* text, std::int64_t from, std::int64_t to) const;
-    bool is_at(const unsigned char* text) const;
-
     const unsigned char* m_pattern = nullptr;
     std::int32_t m_length = 0;
-    std::int32_t m_skip[256];
-    // Two places of the pattern whose bytes are rare in it.
-    std::int32_t m_probes[2] = {0, 0};
-    // By hash, whether four bytes in a row may occur in the pattern; for long patterns.
-    std::uint8_t m_grams[k_gram_slots];
+    std::int32_t m_skip[256];  // by a byte of the text: how far the pattern can jump
 };

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <random>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "utils.h"
@@ -96,6 +98,51 @@ TEST(BoyerMoore, AgreesWithTryingEveryPlace) {
             pattern = text.substr(random() % 40, 1 + random() % 60);
         ASSERT_EQ(find(pattern, text), expected(pattern, text)) << pattern << " in " << text;
     }
+}
+
+// From the ways for short texts to those for long ones, and over their ends.
+TEST(BoyerMoore, FindsThePatternInTextsOfAnyLength) {
+    std::mt19937 random(13);
+    const std::string noise = [&] {
+        std::string bytes(9000, 'x');
+        for (char& c : bytes) c = static_cast<char>('a' + random() % 26);
+        return bytes;
+    }();
+    for (const std::size_t length : {1u, 2u, 8u, 15u, 16u, 17u, 46u, 255u}) {
+        const std::string pattern(length, '\xee');
+        for (const std::size_t before :
+             {200u, 255u, 256u, 257u, 300u, 4000u, 4095u, 4096u, 8192u}) {
+            const std::string text = noise.substr(0, before) + pattern;
+            ASSERT_EQ(find(pattern, text), static_cast<std::int32_t>(before)) << length;
+            const std::string cut = text.substr(0, text.size() - 1);
+            ASSERT_EQ(find(pattern, cut), -1) << length << " behind " << before;
+        }
+    }
+}
+
+// Hosts know the three fields and their order, and copy them as they lie.
+TEST(BoyerMoore, HoldsItsPatternLengthAndSkipsInThisOrder) {
+    struct layout {
+        const unsigned char* pattern;
+        std::int32_t length;
+        std::int32_t skip[256];
+    };
+    static_assert(sizeof(cBoyerMoore) == sizeof(layout));
+    static_assert(std::is_trivially_copyable_v<cBoyerMoore>);
+    const char* const pattern = "abcab\xff";
+    layout held{};
+    const cBoyerMoore searcher(pattern, 6);
+    std::memcpy(&held, static_cast<const void*>(&searcher), sizeof held);
+    EXPECT_EQ(static_cast<const void*>(held.pattern), pattern);
+    EXPECT_EQ(held.length, 6);
+    for (int byte = 0; byte < 256; ++byte) {
+        const int want = byte == 'a' ? 2 : byte == 'b' ? 1 : byte == 'c' ? 3 : 6;
+        EXPECT_EQ(held.skip[byte], want) << byte;
+    }
+    const cBoyerMoore none(pattern, 256);
+    std::memcpy(&held, static_cast<const void*>(&none), sizeof held);
+    EXPECT_EQ(held.pattern, nullptr);
+    EXPECT_EQ(held.length, 256);
 }
 
 TEST(BoyerMoore, ACopySearchesTheSame) {

@@ -103,4 +103,7 @@ inline constexpr std::chrono::seconds k_max_script_wait{10};
 // How long a first page may take to come.
 inline constexpr std::chrono::seconds k_max_page_opening{10};
 
+// How often within a minute a page is loaded again whose process has ended.
+inline constexpr std::size_t k_max_page_reloads = 5;
+
 }  // namespace pennywort

@@ -1,0 +1,212 @@
+// host/live/live_state.cpp - see the header for the contract.
+#include "host/live/live_state.h"
+
+#include <utility>
+
+#include "core/limits.h"
+
+namespace pennywort::host {
+
+namespace {
+
+// A page that ends its process as soon as it runs is not to keep the machine busy: after the last
+// of these reloads it stays lost until the operator acts.
+constexpr std::chrono::seconds k_reload_window{60};
+
+// The display needs a moment to put the old page away, and it may have a page to show by itself.
+constexpr std::chrono::milliseconds k_reload_pause{200};
+
+// A browser that has not come by then does not come.
+constexpr std::chrono::seconds k_longest_opening{10};
+
+// How often the page is asked, and from when on a page that does not answer is told as silent.
+constexpr std::chrono::seconds k_probe_interval{1};
+constexpr std::chrono::seconds k_probe_patience{3};
+// Its answer may have been lost on the way, so it is asked again.
+constexpr std::chrono::seconds k_probe_again{10};
+
+}  // namespace
+
+const char* name_of(live_phase phase) {
+    switch (phase) {
+        case live_phase::starting:
+            return "starting";
+        case live_phase::on_air:
+            return "on_air";
+        case live_phase::loading:
+            return "loading";
+        case live_phase::failed:
+            return "failed";
+        case live_phase::lost:
+            return "lost";
+        case live_phase::reloading:
+            return "reloading";
+        case live_phase::closed:
+            break;
+    }
+    return "closed";
+}
+
+live_state::live_state(std::string first_url, time_point now)
+    : m_since(now), m_wanted(std::move(first_url)), m_told(m_wanted), m_opened(now) {}
+
+void live_state::enter(live_phase phase, time_point now) {
+    if (m_phase == phase) return;
+    m_phase = phase;
+    m_since = now;
+}
+
+void live_state::asked(const std::string& url, time_point now) {
+    m_wanted = url;
+    m_told = url;
+    m_error.clear();
+    m_reload_wanted = false;
+    m_reload_times.clear();
+    m_load_when_there = false;
+    m_blind = false;
+    m_probed = {};
+    m_last_sight = live_sight::page::none;
+    m_since = now;
+    m_phase = m_on_air.empty() ? live_phase::starting : live_phase::loading;
+}
+
+void live_state::seen(const live_sight& sight, time_point now) {
+    m_waiting = sight.waiting;
+    if (m_blind || m_is_missing) return;
+    switch (sight.phase) {
+        case live_sight::page::none:
+            break;
+        case live_sight::page::asked:
+        case live_sight::page::loading:
+            on_its_way(now);
+            break;
+        case live_sight::page::loaded:
+            loaded(sight, now);
+            break;
+        case live_sight::page::failed:
+            failed(sight, now);
+            break;
+        case live_sight::page::lost:
+            lost(sight, now);
+            break;
+    }
+    m_last_sight = sight.phase;
+}
+
+void live_state::on_its_way(time_point now) {
+    m_probed = {};
+    m_reload_wanted = false;
+    if (m_phase == live_phase::reloading || m_phase == live_phase::starting) return;
+    // Whoever follows a link leaves a page that failed behind.
+    if (m_phase != live_phase::loading) {
+        m_error.clear();
+        m_told = m_wanted;
+    }
+    enter(m_on_air.empty() ? live_phase::starting : live_phase::loading, now);
+}
+
+void live_state::loaded(const live_sight& sight, time_point now) {
+    m_on_air = sight.url;
+    // The one that was asked for comes after this.
+    if (sight.waiting > 0) return enter(live_phase::loading, now);
+    m_wanted.clear();
+    m_told.clear();
+    m_error.clear();
+    enter(live_phase::on_air, now);
+}
+
+void live_state::failed(const live_sight& sight, time_point now) {
+    if (sight.waiting > 0 || m_phase == live_phase::failed) return;
+    m_wanted.clear();
+    m_told = sight.failed_url;
+    m_error = sight.error;
+    enter(live_phase::failed, now);
+}
+
+void live_state::lost(const live_sight& sight, time_point now) {
+    // With a page waiting the display goes on by itself.
+    if (sight.waiting > 0) m_reload_wanted = false;
+    if (m_last_sight == live_sight::page::lost || sight.waiting > 0) return;
+    m_probed = {};
+    m_error = sight.error;
+    if (m_told.empty()) m_told = m_on_air;
+    m_reload_wanted = !m_told.empty();
+    m_phase = live_phase::reloading;  // so that each loss begins anew
+    enter(live_phase::lost, now);
+}
+
+void live_state::page_is_there() {
+    m_page_there = true;
+    m_is_missing = false;
+}
+
+// Every page may close itself, and the display would stay shut for all that come after it. One that
+// does so at once may have gone before it was ever seen.
+void live_state::page_is_missing(time_point now) {
+    const bool is_coming = !m_page_there && now - m_opened < k_longest_opening;
+    if (m_is_missing || is_coming) return;
+    m_is_missing = true;
+    m_probed = {};
+    m_error = m_page_there ? "the page has closed itself" : "there was no page";
+    enter(live_phase::closed, now);
+}
+
+bool live_state::may_reload(time_point now) {
+    while (!m_reload_times.empty() && now - m_reload_times.front() > k_reload_window) {
+        m_reload_times.pop_front();
+    }
+    return m_reload_times.size() < k_max_page_reloads;
+}
+
+live_state::action live_state::begin_reload(time_point now) {
+    m_reload_wanted = false;
+    if (!may_reload(now)) {
+        m_error += ", " + std::to_string(k_max_page_reloads) +
+                   " times within a minute; it is not loaded again by itself";
+        return action::none;
+    }
+    m_reload_times.push_back(now);
+    ++m_reloads;
+    m_target = m_told;
+    m_wanted = m_target;
+    m_last_sight = live_sight::page::none;
+    enter(live_phase::reloading, now);
+    return action::load;
+}
+
+live_state::action live_state::begin_reopen(time_point now) {
+    m_is_missing = false;
+    m_page_there = false;
+    m_opened = now;
+    // The display begins with what waits. What its old browser had been given has gone with that.
+    m_blind = m_waiting == 0;
+    m_load_when_there = m_blind && !m_wanted.empty();
+    return action::reopen;
+}
+
+bool live_state::is_probe_due(time_point now) const {
+    if (m_phase != live_phase::on_air) return false;
+    const bool is_answered = m_probed == time_point{};
+    return now - m_last_probe >= (is_answered ? k_probe_interval : k_probe_again);
+}
+
+live_state::action live_state::next(time_point now) {
+    if (m_is_missing) return begin_reopen(now);
+    if (!m_page_there) return action::none;
+    if (std::exchange(m_load_when_there, false)) {
+        m_target = m_wanted;
+        m_blind = false;
+        return action::load;
+    }
+    if (m_reload_wanted && now - m_since >= k_reload_pause) return begin_reload(now);
+    if (!is_probe_due(now)) return action::none;
+    m_last_probe = now;
+    if (m_probed == time_point{}) m_probed = now;
+    return action::probe;
+}
+
+bool live_state::is_silent(time_point now) const {
+    return m_probed != time_point{} && now - m_probed >= k_probe_patience;
+}
+
+}  // namespace pennywort::host

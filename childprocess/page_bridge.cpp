@@ -1,11 +1,15 @@
 // page_bridge.cpp - see the header for the contract. Runs on the renderer process's main thread.
 #include "childprocess/page_bridge.h"
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/text.h"
+#include "webdisplay/page_calls.h"
+#include "webdisplay/page_scripts.h"
 
 namespace pennywort::childprocess {
 
@@ -23,25 +27,66 @@ constexpr std::string_view k_execute =
     "send(arguments.length > 0 ? text(command) : '', arguments.length > 1 ? text(argument) : ''); "
     "}; })";
 
+// A message to the host, and its list of arguments.
+struct host_message {
+    explicit host_message(std::string_view name)
+        : message(cef::api().cef_process_message_create(cef::utf16(name).get())),
+          list(message->get_argument_list(message.get())) {}
+    void send(cef_frame_t* frame) {
+        frame->send_process_message(frame, PID_BROWSER, message.release());
+    }
+
+    cef::ref<cef_process_message_t> message;
+    cef::ref<cef_list_value_t> list;
+};
+
+void tell_dropped(cef_frame_t* frame, call_budget& budget) {
+    host_message dropped(webdisplay::k_dropped_message);
+    dropped.list->set_size(dropped.list.get(), 1);
+    dropped.list->set_int(dropped.list.get(), 0, static_cast<int>(budget.take_untold()));
+    dropped.send(frame);
+}
+
+// Whether the runtime's string begins with an ASCII text.
+bool starts_with(const cef_string_t* text, std::string_view ascii) {
+    if (text == nullptr || text->length < ascii.size()) return false;
+    return std::equal(ascii.begin(), ascii.end(), text->str,
+                      [](char a, auto b) { return static_cast<decltype(b)>(a) == b; });
+}
+
 // Sends two texts from the page to the host.
 class send_function final : public cef::CefV8Handler {
 public:
+    explicit send_function(std::shared_ptr<call_budget> budget) : m_budget(std::move(budget)) {}
+
     void Execute(const std::vector<cef_v8_value_t*>& arguments) override {
         const context_ref context(cef::api().cef_v8_context_get_current_context());
         const cef::ref<cef_frame_t> frame(context ? context->get_frame(context.get()) : nullptr);
         if (!frame) return;
-        cef::ref<cef_process_message_t> message(
-            cef::api().cef_process_message_create(cef::utf16("execute").get()));
-        const cef::ref<cef_list_value_t> list(message->get_argument_list(message.get()));
-        list->set_size(list.get(), arguments.size());
+        host_message message("execute");
+        message.list->set_size(message.list.get(), arguments.size());
+        std::size_t bytes = 0;
+        bool is_result = false;
         for (std::size_t i = 0; i < arguments.size(); ++i) {
             cef_string_userfree_t text = arguments[i]->get_string_value(arguments[i]);
             const cef_string_t none{};
-            list->set_string(list.get(), i, text ? text : &none);
+            message.list->set_string(message.list.get(), i, text ? text : &none);
+            bytes += text ? text->length * sizeof *text->str : 0;
+            if (i == 0) is_result = starts_with(text, webdisplay::page_scripts::k_result_command);
             if (text) cef::api().cef_string_userfree_utf16_free(text);
         }
-        frame->send_process_message(frame.get(), PID_BROWSER, message.release());
+        if (m_budget->take(bytes, is_result)) return send(message, frame.get(), arguments.size());
+        if (m_budget->is_telling_due()) tell_dropped(frame.get(), *m_budget);
     }
+
+private:
+    // One more argument asks the host to tell when it is done with the call.
+    void send(host_message& message, cef_frame_t* frame, std::size_t count) {
+        if (m_budget->is_bound()) message.list->set_bool(message.list.get(), count, 1);
+        message.send(frame);
+    }
+
+    const std::shared_ptr<call_budget> m_budget;
 };
 
 value_ref evaluate(cef_v8_context_t* context, std::string_view script) {
@@ -53,8 +98,8 @@ value_ref evaluate(cef_v8_context_t* context, std::string_view script) {
 }
 
 // The function that the page gets; empty if the page's world is going away already.
-value_ref make_execute(cef_v8_context_t* context) {
-    const cef::own<send_function> handler(new send_function);
+value_ref make_execute(cef_v8_context_t* context, std::shared_ptr<call_budget> budget) {
+    const cef::own<send_function> handler(new send_function(std::move(budget)));
     value_ref send(cef::api().cef_v8_value_create_function(cef::utf16("send").get(),
                                                            handler->counted_handler()));
     const value_ref make = evaluate(context, k_execute);
@@ -70,10 +115,35 @@ void set_member(const value_ref& object, std::string_view name, value_ref member
 
 }  // namespace
 
-void child_app::OnContextCreated(cef_browser_t*, cef_frame_t*, cef_v8_context_t* context) {
+void child_app::OnBrowserCreated(cef_browser_t*, cef_dictionary_value_t* extra_info) {
+    if (extra_info == nullptr) return;
+    const int most = extra_info->get_int(extra_info, cef::utf16(webdisplay::k_max_calls_key).get());
+    m_max_waiting_calls = static_cast<std::uint32_t>(std::max(most, 0));
+}
+
+std::shared_ptr<call_budget> child_app::new_budget(cef_frame_t* frame) {
+    auto budget = std::make_shared<call_budget>(m_max_waiting_calls);
+    if (!budget->is_bound()) return budget;
+    std::erase_if(m_budgets, [](const auto& entry) { return entry.second.expired(); });
+    m_budgets[cef::utf8_of(frame->get_identifier(frame))] = budget;
+    return budget;
+}
+
+bool child_app::OnProcessMessageReceived(cef_frame_t* frame, cef_process_message_t* message) {
+    if (cef::utf8_of(message->get_name(message)) != webdisplay::k_handled_message) return false;
+    const auto found = m_budgets.find(cef::utf8_of(frame->get_identifier(frame)));
+    const auto budget = found == m_budgets.end() ? nullptr : found->second.lock();
+    if (budget == nullptr) return true;
+    const cef::ref<cef_list_value_t> list(message->get_argument_list(message));
+    budget->handled(static_cast<std::uint32_t>(list->get_int(list.get(), 0)));
+    if (budget->has_untold()) tell_dropped(frame, *budget);
+    return true;
+}
+
+void child_app::OnContextCreated(cef_browser_t*, cef_frame_t* frame, cef_v8_context_t* context) {
     const value_ref window(context->get_global(context));
     value_ref host_app(cef::api().cef_v8_value_create_object(nullptr, nullptr));
-    value_ref execute = make_execute(context);
+    value_ref execute = make_execute(context, new_budget(frame));
     if (!window || !host_app || !execute) return;
     set_member(host_app, "execute", std::move(execute), V8_PROPERTY_ATTRIBUTE_READONLY);
     set_member(window, "hostApp", std::move(host_app), V8_PROPERTY_ATTRIBUTE_NONE);

@@ -57,6 +57,16 @@ inline constexpr int k_max_pieces_at_once = 4;
 // How long a handler's answer waits for a peer that takes nothing.
 inline constexpr std::int32_t k_send_timeout_ms = 5000;
 
+// --- Pages: their calls of the host
+
+// Bytes of a page's calls that wait for a host which has bounded their number, calls that such a
+// page has made in vain before the host hears of them, and calls that are done before the page
+// does.
+inline constexpr std::size_t k_max_waiting_call_bytes = 16 << 20;
+inline constexpr std::uint32_t k_calls_dropped_untold = 10'000;
+inline constexpr std::uint32_t k_calls_handled_untold = 64;
+inline constexpr std::size_t k_max_calling_frames = 256;
+
 // --- Host program: what a user may ask for
 
 inline constexpr std::uint64_t k_max_frames = 1'000'000'000;

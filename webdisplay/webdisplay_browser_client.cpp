@@ -349,9 +349,11 @@ bool webdisplay_browser_client::CanDownload(cef_browser_t*) {
 
 // --- the bridge
 
-bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser,
+bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser, cef_frame_t* frame,
                                                          cef_process_message_t* message) {
-    if (cef::utf8_of(message->get_name(message)) != "execute") return false;
+    const std::string name = cef::utf8_of(message->get_name(message));
+    if (name == k_dropped_message) return note_dropped_calls(message);
+    if (name != "execute") return false;
     const cef::ref<cef_list_value_t> arguments(message->get_argument_list(message));
     std::string command;
     std::string argument;
@@ -360,7 +362,26 @@ bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser,
         argument = cef::utf8_of(arguments->get_string(arguments.get(), 1));
     }
     dispatch(browser, command, argument);
+    if (arguments && arguments->get_size(arguments.get()) > 2) tell_handled(frame);
     return true;
+}
+
+bool webdisplay_browser_client::note_dropped_calls(cef_process_message_t* message) {
+    const cef::ref<cef_list_value_t> arguments(message->get_argument_list(message));
+    const int calls = arguments ? arguments->get_int(arguments.get(), 0) : 0;
+    if (calls > 0) m_dropped_calls += static_cast<std::uint64_t>(calls);
+    return true;
+}
+
+// A page whose calls are bounded makes no more of them until it hears of those that are done.
+void webdisplay_browser_client::tell_handled(cef_frame_t* frame) {
+    const std::uint32_t calls = m_page_calls.handled(cef::utf8_of(frame->get_identifier(frame)));
+    if (calls == 0) return;
+    cef::ref<cef_process_message_t> message(
+        cef::api().cef_process_message_create(cef::utf16(k_handled_message).get()));
+    const cef::ref<cef_list_value_t> list(message->get_argument_list(message.get()));
+    list->set_int(list.get(), 0, static_cast<int>(calls));
+    frame->send_process_message(frame, PID_RENDERER, message.release());
 }
 
 void webdisplay_browser_client::dispatch(cef_browser_t* browser, const std::string& command,

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 #include <string>
 
 #include "loam/atomic.h"
 #include "webdisplay.h"
 #include "webdisplay/cef/interfaces.h"
+#include "webdisplay/page_calls.h"
 
 namespace pennywort::webdisplay {
 
@@ -36,6 +38,8 @@ public:
 
     // From now on the runtime's callbacks count.
     void set_alive();
+    // Calls of the page that were dropped, where the number of those that wait is bounded.
+    std::uint64_t dropped_calls() const { return m_dropped_calls; }
     // Forgets the owner; waits for a callback in progress on another thread. Any thread.
     void detach();
     // Closes the windows that the page opened. UI thread.
@@ -59,7 +63,8 @@ public:
     cef::CefLoadHandler* GetLoadHandler() override { return this; }
     cef::CefRenderHandler* GetRenderHandler() override { return this; }
     cef::CefRequestHandler* GetRequestHandler() override { return this; }
-    bool OnProcessMessageReceived(cef_browser_t* browser, cef_process_message_t* message) override;
+    bool OnProcessMessageReceived(cef_browser_t* browser, cef_frame_t* frame,
+                                  cef_process_message_t* message) override;
 
     void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) override;
     void OnPaint(cef_browser_t* browser, cef_paint_element_type_t type, const void* buffer,
@@ -96,10 +101,14 @@ private:
     void page_lost(const std::string& url, const std::string& on_its_way);
     bool take_tick_report(const std::string& command, const std::string& argument);
     void dispatch(cef_browser_t* browser, const std::string& command, const std::string& argument);
+    bool note_dropped_calls(cef_process_message_t* message);
+    void tell_handled(cef_frame_t* frame);
     void deliver_result(const std::string& command, const std::string& result);
     void run_page_command(cef_browser_t* browser, const std::string& command,
                           const std::string& argument);
 
+    page_calls m_page_calls;
+    std::atomic<std::uint64_t> m_dropped_calls{0};
     zAtomic m_alive;
     cWebDisplayCEFBrowser* m_owner;
     std::recursive_mutex m_owner_lock;

@@ -128,6 +128,7 @@ struct fake_cef_browser {
     int runtime_style = 0;
     int frame_rate = 0;
     std::uint32_t background_color = 0;
+    int max_waiting_calls = 0;            // of what the browser was made with
     int view_width = 0, view_height = 0;  // of the last answer of get_view_rect
     int paints = 0;
     int resizes = 0;
@@ -252,6 +253,8 @@ public:
     // the page sent then stands in sent(). In a world that is ending no script can be evaluated.
     virtual void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) = 0;
     virtual std::vector<fake_cef_sent_message> sent() = 0;
+    // The browser of that page is made with this bound of calls; 0, as at first: with nothing.
+    virtual void bound_of_helper(int max_waiting_calls) = 0;
 
     // Steps of the two event sources that would keep a host's loop spinning, and whether the source
     // that carries window events still stands.

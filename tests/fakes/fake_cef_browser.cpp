@@ -132,6 +132,9 @@ frame_object::frame_object(std::shared_ptr<page> shown, bool main_frame,
     is_valid = [](cef_frame_t* self) { return of(self).m_page->is_closed() ? 0 : 1; };
     is_main = [](cef_frame_t* self) { return of(self).m_main ? 1 : 0; };
     get_url = [](cef_frame_t* self) { return given_text(wide(of(self).url())); };
+    get_identifier = [](cef_frame_t* self) {
+        return given_text(of(self).m_main ? u"main" : u"sub");
+    };
     get_browser = [](cef_frame_t* self) { return of(self).m_page->browser_argument(); };
     load_url = [](cef_frame_t* self, const cef_string_t* url) {
         page& loaded = of(self).shown("load_url");
@@ -201,13 +204,16 @@ int cef_browser_host_create_browser(const cef_window_info_t* windowInfo, cef_cli
     ledger::book().entered("cef_browser_host_create_browser");
     fake::runtime& runtime = fake::runtime::the();
     check_sizes(*windowInfo, *settings);
-    if (extra_info || request_context) {
-        ledger::book().broken("create_browser: the fake knows no extra information or context");
-    }
+    if (request_context) ledger::book().broken("create_browser: the fake knows no context");
+    const fake::caller_ref<cef_dictionary_value_t> extra(extra_info, "dictionary");
     auto wish = std::make_shared<fake::page_wish>();
     wish->client = {client, "client"};
     wish->url = fake::narrow_of(url, "create_browser");
     wish->record = record_of(*windowInfo, *settings);
+    if (extra_info) {
+        const fake::text_argument key("max_waiting_calls");
+        wish->record.max_waiting_calls = extra_info->get_int(extra_info, key.get());
+    }
     if (runtime.fails_creation() || !runtime.is_initialised()) return 0;
     const auto make = [wish, &runtime] { runtime.new_page(*wish)->announce(); };
     if (runtime.script().creation_never_answers) {

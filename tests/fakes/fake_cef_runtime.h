@@ -96,6 +96,7 @@ public:
     void add_switches(const std::string& process_type) override;
     void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) override;
     std::vector<fake_cef_sent_message> sent() override;
+    void bound_of_helper(int max_waiting_calls) override { m_helper_bound = max_waiting_calls; }
     long loop_spins() override;
     bool window_source_alive() override;
 
@@ -140,6 +141,7 @@ private:
     std::vector<std::string> m_popups;
     std::vector<fake_cef_page_call> m_helper_calls;
     bool m_helper_world_is_ending = false;
+    int m_helper_bound = 0;
     std::vector<fake_cef_sent_message> m_sent;
 };
 

@@ -7,6 +7,7 @@
 #include "tests/fakes/fake_cef_exports.h"
 #include "tests/fakes/fake_cef_runtime.h"
 #include "tests/fakes/fake_cef_text.h"
+#include "tests/fakes/fake_cef_values.h"
 
 namespace fake {
 
@@ -202,6 +203,11 @@ void runtime::run_helper(cef_app_t* app) {
     const auto shown = std::make_shared<page>(1, page_wish{});
     const ref<v8_value> global(new v8_value);
     const ref<v8_context> context(new v8_context(shown, global, m_helper_world_is_ending));
+    if (m_helper_bound > 0 && handler->on_browser_created) {
+        const ref<dictionary_value> bound(new dictionary_value);
+        bound->put("max_waiting_calls", m_helper_bound);
+        handler->on_browser_created(handler.get(), shown->browser_argument(), bound->counted());
+    }
     g_current = context.get();
     handler->on_context_created(handler.get(), shown->browser_argument(),
                                 shown->frame_argument(true), context->counted());

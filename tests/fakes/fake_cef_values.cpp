@@ -94,6 +94,18 @@ void list_value::set_writers() {
     };
 }
 
+dictionary_value::dictionary_value() : object("dictionary") {
+    set_int = [](cef_dictionary_value_t* self, const cef_string_t* key, int value) {
+        of(self).m_numbers[narrow_of(key, "set_int")] = value;
+        return 1;
+    };
+    get_int = [](cef_dictionary_value_t* self, const cef_string_t* key) {
+        const auto& numbers = of(self).m_numbers;
+        const auto found = numbers.find(narrow_of(key, "get_int"));
+        return found == numbers.end() ? 0 : found->second;
+    };
+}
+
 process_message::process_message(std::u16string name, std::vector<fake_cef_value> values)
     : object("message"), m_name(std::move(name)), m_list(new list_value(std::move(values))) {
     is_valid = [](cef_process_message_t* self) { return of(self), 1; };
@@ -188,6 +200,11 @@ cef_process_message_t* cef_process_message_create(const cef_string_t* name) {
     ledger::book().entered("cef_process_message_create");
     return (new fake::process_message(fake::wide_of(name, "cef_process_message_create"), {}))
         ->given();
+}
+
+cef_dictionary_value_t* cef_dictionary_value_create() {
+    ledger::book().entered("cef_dictionary_value_create");
+    return (new fake::dictionary_value)->given();
 }
 
 cef_list_value_t* cef_list_value_create() {

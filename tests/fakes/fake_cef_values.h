@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -26,6 +27,17 @@ private:
 
     std::mutex m_lock;
     std::vector<fake_cef_value> m_values;
+};
+
+// Holds numbers only.
+class dictionary_value final : public object<dictionary_value, cef_dictionary_value_t> {
+public:
+    dictionary_value();
+    void put(const std::string& key, int value) { m_numbers[key] = value; }
+    void ended() {}
+
+private:
+    std::map<std::string, int> m_numbers;
 };
 
 class process_message final : public object<process_message, cef_process_message_t> {

@@ -3,6 +3,7 @@
 #include <regex>
 #include <stdexcept>
 
+#include "core/limits.h"
 #include "loam/message_loop.h"
 #include "loam/observer.h"
 #include "loam/trace.h"
@@ -40,6 +41,12 @@ protected:
     bool execute(const std::u16string& command, const std::u16string& argument) {
         return send("execute", {command, argument});
     }
+    void send_often(int times, const std::vector<fake_cef_value>& arguments) {
+        fake().post([&] {
+            for (int i = 0; i < times; ++i) fake().message(1, "execute", arguments);
+        });
+        settle();
+    }
     strings new_scripts() const {
         const strings all = scripts_of(1);
         return {all.begin() + static_cast<std::ptrdiff_t>(m_scripts_before), all.end()};
@@ -52,6 +59,24 @@ protected:
     screen m_screen{page("http://a/")};
     std::size_t m_scripts_before = 0;
 };
+
+// --- calls of a page whose number is bounded
+
+TEST_F(BridgeTest, APageThatAsksForItIsToldInBundlesOfItsCallsThatAreDone) {
+    const auto most = static_cast<int>(pennywort::k_calls_handled_untold);
+    send_often(most - 1, {u"a"s, u"b"s, true});
+    EXPECT_TRUE(fake().sent().empty());
+    send_often(1, {u"a"s, u"b"s, true});
+    ASSERT_EQ(fake().sent().size(), 1u);
+    EXPECT_EQ(fake().sent()[0].name, "handled");
+    EXPECT_FALSE(fake().sent()[0].to_browser);
+    EXPECT_EQ(fake().sent()[0].arguments, std::vector<fake_cef_value>{most});
+}
+
+TEST_F(BridgeTest, APageThatDoesNotAskIsToldNothing) {
+    send_often(2 * static_cast<int>(pennywort::k_calls_handled_untold), {u"a"s, u"b"s});
+    EXPECT_TRUE(fake().sent().empty());
+}
 
 // --- what is no message for the host
 

@@ -67,6 +67,17 @@ TEST_F(ChildTest, ACallBecomesOneMessageToTheHost) {
     EXPECT_EQ(fake().sent()[0].arguments, (values{u"command"s, u"argument"s}));
 }
 
+// Without a bound a call is what it always was, to the last argument.
+TEST_F(ChildTest, WhereCallsAreBoundedEachAsksForItsEndAndTheFirstDropIsTold) {
+    fake().bound_of_helper(2);
+    EXPECT_EQ(run({{{u"a"s, u"1"s}}, {{u"a"s, u"2"s}}, {{u"a"s, u"3"s}}, {{u"a"s, u"4"s}}}), 0);
+    ASSERT_EQ(fake().sent().size(), 3u);
+    EXPECT_EQ(fake().sent()[0].arguments, (values{u"a"s, u"1"s, true}));
+    EXPECT_EQ(fake().sent()[1].arguments, (values{u"a"s, u"2"s, true}));
+    EXPECT_EQ(fake().sent()[2].name, "dropped");
+    EXPECT_EQ(fake().sent()[2].arguments, (values{1}));
+}
+
 TEST_F(ChildTest, AnyTextArrivesUnitByUnit) {
     const std::u16string odd = u"it's \"\0\n"s + char16_t{0xD83D} + u"\u65E5";
     run({{{odd, odd}}});

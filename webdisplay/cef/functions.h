@@ -14,6 +14,7 @@
     X(cef_post_task)                         \
     X(cef_browser_host_create_browser)       \
     X(cef_cookie_manager_get_global_manager) \
+    X(cef_dictionary_value_create)           \
     X(cef_process_message_create)            \
     X(cef_string_utf8_to_utf16)              \
     X(cef_string_utf16_to_utf8)              \

@@ -47,6 +47,23 @@ CefBrowserProcessHandler::CefBrowserProcessHandler() {
 }
 
 CefRenderProcessHandler::CefRenderProcessHandler() {
+    m_struct->on_browser_created = [](cef_render_process_handler_t* self, cef_browser_t* browser,
+                                      cef_dictionary_value_t* extra_info) {
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_dictionary_value_t> held_info(extra_info);
+        guarded("CefRenderProcessHandler",
+                [&] { decltype(m_struct)::of(self)->OnBrowserCreated(browser, extra_info); });
+    };
+    m_struct->on_process_message_received = [](cef_render_process_handler_t* self,
+                                               cef_browser_t* browser, cef_frame_t* frame,
+                                               cef_process_id_t, cef_process_message_t* message) {
+        const ref<cef_browser_t> held_browser(browser);
+        const ref<cef_frame_t> held_frame(frame);
+        const ref<cef_process_message_t> held_message(message);
+        return guarded(0, "CefRenderProcessHandler", [&] {
+            return decltype(m_struct)::of(self)->OnProcessMessageReceived(frame, message) ? 1 : 0;
+        });
+    };
     m_struct->on_context_created = [](cef_render_process_handler_t* self, cef_browser_t* browser,
                                       cef_frame_t* frame, cef_v8_context_t* context) {
         const ref<cef_browser_t> held_browser(browser);
@@ -57,7 +74,11 @@ CefRenderProcessHandler::CefRenderProcessHandler() {
     };
 }
 
+void CefRenderProcessHandler::OnBrowserCreated(cef_browser_t*, cef_dictionary_value_t*) {}
 void CefRenderProcessHandler::OnContextCreated(cef_browser_t*, cef_frame_t*, cef_v8_context_t*) {}
+bool CefRenderProcessHandler::OnProcessMessageReceived(cef_frame_t*, cef_process_message_t*) {
+    return false;
+}
 
 CefV8Handler::CefV8Handler() {
     m_struct->execute = [](cef_v8_handler_t* self, const cef_string_t*, cef_v8_value_t* object,
@@ -116,7 +137,9 @@ CefClient::CefClient() {
         const ref<cef_frame_t> held_frame(frame);
         const ref<cef_process_message_t> held_message(message);
         return guarded(0, "CefClient", [&] {
-            return decltype(m_struct)::of(self)->OnProcessMessageReceived(browser, message) ? 1 : 0;
+            return decltype(m_struct)::of(self)->OnProcessMessageReceived(browser, frame, message)
+                       ? 1
+                       : 0;
         });
     };
 }

@@ -55,8 +55,12 @@ public:
     CefRenderProcessHandler();
     cef_render_process_handler_t* counted_handler() noexcept { return m_struct.counted(); }
 
+    // What the browser was made with; null for nothing. Also when a page of another site brings the
+    // browser to this process, and always before a context is created.
+    virtual void OnBrowserCreated(cef_browser_t* browser, cef_dictionary_value_t* extra_info);
     virtual void OnContextCreated(cef_browser_t* browser, cef_frame_t* frame,
                                   cef_v8_context_t* context);
+    virtual bool OnProcessMessageReceived(cef_frame_t* frame, cef_process_message_t* message);
 
 private:
     callback_struct<cef_render_process_handler_t, CefRenderProcessHandler> m_struct{this};
@@ -181,7 +185,7 @@ public:
     virtual CefRenderHandler* GetRenderHandler();
     virtual CefRequestHandler* GetRequestHandler();
     // True when the message was consumed.
-    virtual bool OnProcessMessageReceived(cef_browser_t* browser,
+    virtual bool OnProcessMessageReceived(cef_browser_t* browser, cef_frame_t* frame,
                                           cef_process_message_t* message) = 0;
 
 private:

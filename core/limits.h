@@ -35,6 +35,16 @@ inline constexpr std::int64_t k_max_trial_us = 10'000'000;
 // Bytes of a header's name; headers with longer ones are passed over.
 inline constexpr std::size_t k_max_header_name = 254;
 
+// Bytes and headers of a message's head, and of what stands behind a chunked body.
+inline constexpr std::size_t k_max_head_bytes = 64 * 1024;
+inline constexpr std::size_t k_max_headers = 128;
+
+// Bytes of what may stand beside the sizes of a body's chunks, for all of them together.
+inline constexpr std::size_t k_max_chunk_extension_bytes = 16 * 1024;
+
+// Bytes of a URL.
+inline constexpr std::size_t k_max_url_bytes = 32 * 1024;
+
 // --- HTTP server
 
 // Bytes of one request to the server, which counts them in 32 bits with a NUL behind.

@@ -7,3 +7,26 @@ enable_testing()
 set(pennywort_at_home ${CMAKE_CURRENT_LIST_DIR}/../tests/support/at_home)
 cmake_path(NORMAL_PATH pennywort_at_home)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${pennywort_at_home} ${CMAKE_CROSSCOMPILING_EMULATOR})
+
+# What nearly every test file includes is parsed once for all of them, which saves about half of the time
+# that they take to compile. ccache has to be told that this is no reason to stand back: the header's
+# date and the definitions that it does not use say nothing of the result.
+if(PENNYWORT_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${PENNYWORT_CCACHE})
+endif()
+
+# pennywort_test_programs(<directory>): gives each program below this directory whose name ends with
+# _test the headers that were parsed before. Clang reads them again with each file, so that its build
+# finds the file that includes too little.
+function(pennywort_test_programs directory)
+  get_property(folders DIRECTORY ${directory} PROPERTY SUBDIRECTORIES)
+  foreach(folder IN LISTS folders)
+    pennywort_test_programs(${folder})
+  endforeach()
+  get_property(targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target IN LISTS targets)
+    if(target MATCHES "_test$" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      target_precompile_headers(${target} REUSE_FROM test_headers)
+    endif()
+  endforeach()
+endfunction()

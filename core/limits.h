@@ -89,6 +89,9 @@ inline constexpr std::size_t k_max_text_file_bytes = std::size_t(16) << 20;
 // How long a page may leave a question unanswered.
 inline constexpr std::chrono::milliseconds k_max_page_silence{10'000};
 
+// Different errors of its scripts that a page may have printed without being asked for them.
+inline constexpr std::size_t k_max_told_script_errors = 10;
+
 // How long an encoder may take nothing: longer than a busy machine or a slow disk ever makes it.
 inline constexpr std::chrono::seconds k_max_encoder_pause{30};
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "host/system/outcome.h"
 
@@ -17,13 +18,17 @@ public:
 
     // Replaces a file of that name. Opening a named pipe waits for its reader.
     outcome open(const std::string& path);
+    // Takes a file that another program has written, so that close can tell whether the disk has
+    // it.
+    outcome open_again(const std::string& path);
     // Writes to an open stream, which stays the caller's.
     void use(std::FILE* stream, const std::string& name);
 
     // Waits for the reader of a pipe.
     outcome write(const void* bytes, std::size_t count);
-    // Only now it is known that a file is whole.
     outcome close();
+    // The same once the disk has the file: only then it is known that it is whole.
+    outcome close_on_disk();
 
 private:
     struct closer {
@@ -31,6 +36,7 @@ private:
     };
 
     outcome problem(const char* doing) const;
+    outcome problem(const char* doing, const std::error_code& error) const;
 
     std::unique_ptr<std::FILE, closer> m_owned;
     std::FILE* m_stream = nullptr;

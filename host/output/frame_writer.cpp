@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "core/limits.h"
+#include "host/output/matroska_writer.h"
 #include "host/output/movie_writer.h"
 #include "host/output/output_target.h"
 #include "host/output/png_writers.h"
@@ -35,6 +36,8 @@ std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
             return std::make_unique<png_series_writer>(*target.pattern, format.transparent);
         case output_kind::y4m:
             return std::make_unique<y4m_writer>(format, opener_of(target, standard_output));
+        case output_kind::matroska:
+            return std::make_unique<matroska_writer>(format, opener_of(target, standard_output));
         case output_kind::mkv:
         case output_kind::mov:
             return std::make_unique<movie_writer>(target.kind, target.path, format,

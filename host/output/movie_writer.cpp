@@ -2,10 +2,15 @@
 #include "host/output/movie_writer.h"
 
 #include <filesystem>
+#include <fstream>
 #include <utility>
 
+#include "host/output/byte_sink.h"
+#include "host/output/film_check.h"
+#include "host/output/output_file.h"
 #include "host/output/pixels.h"
 #include "host/system/file_path.h"
+
 namespace pennywort::host {
 
 namespace {
@@ -38,44 +43,64 @@ void append_prores(strings& to, bool transparent) {
     }
 }
 
+// With a whole film ffmpeg ends with 0, and with one that has lost its end too: the frames went
+// well, and what is written behind them is not counted. Then only its words tell.
+bool tells_of_lost_bytes(const std::string& line) {
+    return line.find("Error writing") != line.npos || line.find("Error closing") != line.npos ||
+           line.find("No space left") != line.npos;
+}
+
+std::string said(const child_process::exit_report& report) {
+    return report.last_line.empty() ? "" : "; ffmpeg says: " + report.last_line;
+}
+
 void append_h264(strings& to, const frame_format& format) {
     const bool even = format.width % 2 == 0 && format.height % 2 == 0;
     append(to, {"-c:v", "libx264", "-preset", "veryfast", "-crf", "16", "-pix_fmt",
                 even ? "yuv420p" : "yuv444p"});
 }
 
+// Each line that ffmpeg says stands for itself: "Last message repeated 2 times" would hide which.
+strings command_begin(const std::string& program, long width, long height, const frame_rate& rate) {
+    return {program,      "-hide_banner", "-nostdin",
+            "-loglevel",  "repeat+error", "-y",
+            "-f",         "rawvideo",     "-pixel_format",
+            "bgra",       "-video_size",  std::to_string(width) + "x" + std::to_string(height),
+            "-framerate", rate.text(),    "-i",
+            "pipe:0"};
+}
+
+void append_encoder(strings& to, output_kind kind, const frame_format& format) {
+    if (kind == output_kind::mkv && format.transparent) {
+        append(to, {"-c:v", "ffv1", "-level", "3", "-slices", "4", "-slicecrc", "1", "-pix_fmt",
+                    "bgra"});
+        return;
+    }
+    append_bt709(to);
+    if (kind == output_kind::mkv) {
+        append_h264(to, format);
+    } else {
+        append_prores(to, format.transparent);
+    }
+}
+
+// One small frame, made with everything that the film needs, and thrown away.
+constexpr long k_trial_side = 64;
+
+strings trial_command(const std::string& program, output_kind kind, const frame_format& format) {
+    strings command = command_begin(program, k_trial_side, k_trial_side, format.rate);
+    append_encoder(command, kind, format);
+    append(command, {"-f", "null", "-"});
+    return command;
+}
+
 }  // namespace
 
 strings movie_command(const std::string& program, output_kind kind, const std::string& path,
                       const frame_format& format) {
-    strings command{program,
-                    "-hide_banner",
-                    "-nostdin",
-                    "-loglevel",
-                    "error",
-                    "-y",
-                    "-f",
-                    "rawvideo",
-                    "-pixel_format",
-                    "bgra",
-                    "-video_size",
-                    std::to_string(format.width) + "x" + std::to_string(format.height),
-                    "-framerate",
-                    format.rate.text(),
-                    "-i",
-                    "pipe:0"};
-    if (kind == output_kind::mkv && format.transparent) {
-        append(command, {"-c:v", "ffv1", "-level", "3", "-slices", "4", "-slicecrc", "1",
-                         "-pix_fmt", "bgra", "-f", "matroska"});
-    } else if (kind == output_kind::mkv) {
-        append_bt709(command);
-        append_h264(command, format);
-        append(command, {"-f", "matroska"});
-    } else {
-        append_bt709(command);
-        append_prores(command, format.transparent);
-        append(command, {"-f", "mov"});
-    }
+    strings command = command_begin(program, format.width, format.height, format.rate);
+    append_encoder(command, kind, format);
+    append(command, {"-f", kind == output_kind::mkv ? "matroska" : "mov"});
     // "file:" keeps a name with a colon in it from being taken for a protocol.
     command.push_back("file:" + path);
     return command;
@@ -92,15 +117,25 @@ outcome movie_writer::begin() {
             "ffmpeg is not there, and " + m_path +
             " needs it: install ffmpeg where PATH finds it, or write .y4m or .png");
     }
-    const auto folder = file_path(m_path).parent_path();
-    std::error_code error;
-    if (!folder.empty() && !std::filesystem::is_directory(folder, error)) {
-        return outcome::failed("cannot write " + m_path + ": there is no folder " +
-                               folder.string());
-    }
-    const auto started = m_child.start(movie_command(program, m_kind, m_path, m_format));
-    m_running = started.ok();
+    if (auto possible = can_be_written(m_path); !possible.ok()) return possible;
+    if (auto tried = try_encoder(program); !tried.ok()) return tried;
+    auto started = m_child.start(movie_command(program, m_kind, m_path, m_format));
+    m_is_running = started.ok();
     return started;
+}
+
+// An ffmpeg without the encoder, or one that is no ffmpeg, would be found out only by the first
+// frame, when the browser runtime has started and the page has loaded.
+outcome movie_writer::try_encoder(const std::string& program) const {
+    child_process trial;
+    if (auto begun = trial.start(trial_command(program, m_kind, m_format)); !begun.ok()) {
+        return begun;
+    }
+    const std::vector<std::uint32_t> black(k_trial_side * k_trial_side, 0xFF000000);
+    trial.write(black.data(), black.size() * sizeof black[0], m_patience);
+    const auto report = trial.finish(m_patience);
+    if (!report.ended) return outcome::failed("ffmpeg does not end after one frame");
+    return report.status == 0 ? outcome::fine() : failed_with(report);
 }
 
 const void* movie_writer::pixels_of(const picture_ptr& frame) {
@@ -128,7 +163,7 @@ outcome movie_writer::show(const picture_ptr& frame) {
 }
 
 outcome movie_writer::give_up() {
-    m_running = false;
+    m_is_running = false;
     m_child.finish(std::chrono::milliseconds(0));
     return outcome::failed("ffmpeg has taken no frame for " +
                            std::to_string(m_patience.count() / 1000) + " s; " + m_path +
@@ -137,14 +172,35 @@ outcome movie_writer::give_up() {
 
 outcome movie_writer::finish() {
     m_converted.reset();
-    if (!std::exchange(m_running, false)) return outcome::fine();
+    if (!std::exchange(m_is_running, false)) return outcome::fine();
     const auto report = m_child.finish(m_patience);
     if (!report.ended) return outcome::failed("ffmpeg does not end; " + m_path + " is not whole");
-    if (report.status == 0) return outcome::fine();
+    if (report.status != 0 || tells_of_lost_bytes(report.last_line)) return failed_with(report);
+    return check_film(report);
+}
+
+outcome movie_writer::failed_with(const child_process::exit_report& report) const {
     const std::string reason = report.last_line.empty()
                                    ? "exit status " + std::to_string(report.status)
                                    : report.last_line;
     return outcome::failed("ffmpeg could not write " + m_path + ": " + reason);
+}
+
+// What is no plain file, such as a named pipe, cannot be read back.
+outcome movie_writer::check_film(const child_process::exit_report& report) const {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file_path(m_path), error)) {
+        if (std::filesystem::exists(file_path(m_path), error)) return outcome::fine();
+        return outcome::failed("ffmpeg has written no " + m_path + said(report));
+    }
+    const auto size = std::filesystem::file_size(file_path(m_path), error);
+    std::ifstream film(file_path(m_path), std::ios::binary);
+    if (error || !is_whole_film(m_kind, film, size)) {
+        return outcome::failed(m_path + " is not whole: its end is missing" + said(report));
+    }
+    byte_sink written;
+    auto opened = written.open_again(m_path);
+    return opened.ok() ? written.close_on_disk() : opened;
 }
 
 }  // namespace pennywort::host

@@ -25,20 +25,25 @@ public:
     movie_writer(output_kind kind, std::string path, const frame_format& format,
                  std::chrono::milliseconds patience);
 
+    // Tries the encoder with a frame of its own before the film's ffmpeg is started.
     outcome begin() override;
     outcome show(const picture_ptr& frame) override;
+    // Reads back what ffmpeg has written: it ends with 0 for a film that a full disk has cut off.
     outcome finish() override;
 
 private:
+    outcome try_encoder(const std::string& program) const;
     const void* pixels_of(const picture_ptr& frame);
     outcome give_up();
+    outcome failed_with(const child_process::exit_report& report) const;
+    outcome check_film(const child_process::exit_report& report) const;
 
     const output_kind m_kind;
     const std::string m_path;
     const frame_format m_format;
     const std::chrono::milliseconds m_patience;
     child_process m_child;
-    bool m_running = false;
+    bool m_is_running = false;
     picture_ptr m_converted;  // what m_straight holds
     std::vector<std::uint32_t> m_straight;
 };

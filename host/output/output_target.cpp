@@ -32,10 +32,13 @@ std::optional<output_kind> kind_of_ending(std::string_view path) {
 std::optional<output_kind> kind_of_format(std::string_view format) {
     if (format == "y4m") return output_kind::y4m;
     if (format == "raw") return output_kind::raw;
+    if (format == "matroska") return output_kind::matroska;
     return {};
 }
 
 }  // namespace
+
+bool is_stream_format(std::string_view format) { return kind_of_format(format).has_value(); }
 
 // `at` stands behind the percent sign, and behind the whole conversion afterwards.
 bool name_pattern::take_conversion(std::string_view text, std::size_t& at) {

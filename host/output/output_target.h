@@ -14,6 +14,7 @@ enum class output_kind {
     png_series,  // one picture per frame
     y4m,
     raw,
+    matroska,  // a stream of uncompressed frames
     mkv,
     mov,
 };
@@ -36,6 +37,9 @@ private:
     char m_filler = ' ';
 };
 
+// Whether --format takes it: y4m, raw or matroska.
+bool is_stream_format(std::string_view format);
+
 struct output_target {
     output_kind kind = output_kind::none;
     std::string path;  // "-" is standard output
@@ -43,9 +47,9 @@ struct output_target {
 
     bool to_standard_output() const { return path == "-"; }
 
-    // `format` is empty, "y4m" or "raw". It decides where the name does not: on standard output,
-    // where empty means y4m, and for names without a known ending, such as a named pipe's.
-    // Nothing, and a reason, if they contradict each other or nothing is known.
+    // `format` is empty or one that is_stream_format knows. It decides where the name does not: on
+    // standard output, where empty means y4m, and for names without a known ending, such as a named
+    // pipe's. Nothing, and a reason, if they contradict each other or nothing is known.
     static std::optional<output_target> parse(std::string_view text, std::string_view format,
                                               std::string& reason);
 };

@@ -32,7 +32,7 @@ std::size_t picture_pool::limit_for(long width, long height, std::size_t bytes) 
 }
 
 std::unique_ptr<picture> picture_pool::unused_or_new() {
-    const std::scoped_lock hold(m_shelf->lock);
+    const std::lock_guard hold(m_shelf->lock);
     if (!m_shelf->unused.empty()) {
         auto last = std::move(m_shelf->unused.back());
         m_shelf->unused.pop_back();
@@ -53,7 +53,7 @@ std::shared_ptr<picture> picture_pool::take() {
     auto owned = unused_or_new();
     if (!owned) return nullptr;
     return {owned.release(), [home = m_shelf](picture* back) {
-                const std::scoped_lock hold(home->lock);
+                const std::lock_guard hold(home->lock);
                 home->unused.emplace_back(back);
             }};
 }

@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "host/output/byte_sink.h"
+#include "host/output/output_file.h"
 #include "host/output/pixels.h"
 #include "host/system/file_path.h"
+
 namespace pennywort::host {
 
 namespace {
@@ -47,19 +49,18 @@ outcome encode(const picture& frame, bool transparent, png_effort effort,
     return encode(image, opaque.data(), file);
 }
 
-outcome write_file(const std::string& path, const std::vector<std::uint8_t>& file) {
+// To wait for the disk after each file of a series would make it miss its frames.
+outcome close(byte_sink& sink, png_effort effort) {
+    return effort == png_effort::fast ? sink.close() : sink.close_on_disk();
+}
+
+outcome write_file(const std::string& path, const std::vector<std::uint8_t>& file,
+                   png_effort effort) {
     byte_sink sink;
     if (const auto opened = sink.open(path); !opened.ok()) return opened;
     const auto written = sink.write(file.data(), file.size());
-    const auto closed = sink.close();
+    const auto closed = close(sink, effort);
     return written.ok() ? closed : written;
-}
-
-outcome folder_exists(const std::string& path) {
-    const auto folder = file_path(path).parent_path();
-    std::error_code error;
-    if (folder.empty() || std::filesystem::is_directory(folder, error)) return outcome::fine();
-    return outcome::failed("cannot write " + path + ": there is no folder " + folder.string());
 }
 
 }  // namespace
@@ -68,7 +69,7 @@ outcome write_png(const std::string& path, const picture& frame, bool transparen
                   png_effort effort) {
     std::vector<std::uint8_t> file;
     if (const auto made = encode(frame, transparent, effort, file); !made.ok()) return made;
-    const auto written = write_file(path, file);
+    const auto written = write_file(path, file, effort);
     if (!written.ok()) {
         // Half a picture is worse than none. What is no plain file (a device) is not ours to
         // remove.
@@ -83,7 +84,7 @@ outcome write_png(const std::string& path, const picture& frame, bool transparen
 png_writer::png_writer(std::string path, bool transparent)
     : m_path(std::move(path)), m_transparent(transparent) {}
 
-outcome png_writer::begin() { return folder_exists(m_path); }
+outcome png_writer::begin() { return can_be_written(m_path); }
 
 outcome png_writer::show(const picture_ptr& frame) {
     m_last = frame;
@@ -101,7 +102,7 @@ png_series_writer::png_series_writer(name_pattern pattern, bool transparent)
       m_transparent(transparent),
       m_at_once(std::max(2u, std::thread::hardware_concurrency())) {}
 
-outcome png_series_writer::begin() { return folder_exists(m_pattern.name_of(m_number)); }
+outcome png_series_writer::begin() { return can_be_written(m_pattern.name_of(m_number)); }
 
 outcome png_series_writer::wait_until(std::size_t left) {
     while (m_under_way.size() > left) {

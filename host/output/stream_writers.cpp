@@ -49,7 +49,7 @@ outcome y4m_writer::show(const picture_ptr& frame) {
 
 outcome y4m_writer::finish() {
     m_converted.reset();
-    return m_sink.close();
+    return m_sink.close_on_disk();
 }
 
 raw_writer::raw_writer(sink_opener open) : m_open(std::move(open)) {}
@@ -60,6 +60,6 @@ outcome raw_writer::show(const picture_ptr& frame) {
     return m_sink.write(frame->pixels.get(), frame->byte_count());
 }
 
-outcome raw_writer::finish() { return m_sink.close(); }
+outcome raw_writer::finish() { return m_sink.close_on_disk(); }
 
 }  // namespace pennywort::host

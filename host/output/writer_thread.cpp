@@ -1,6 +1,7 @@
 // host/output/writer_thread.cpp - see the header for the contract.
 #include "host/output/writer_thread.h"
 
+#include <cstring>
 #include <utility>
 
 #include "host/system/background.h"
@@ -17,9 +18,9 @@ writer_thread::~writer_thread() {
 
 void writer_thread::show(picture_ptr frame) {
     {
-        const std::scoped_lock hold(m_lock);
+        const std::lock_guard hold(m_lock);
         if (m_failed || m_ending) return;
-        m_latest = frame;
+        m_has_shown = true;
         m_waiting.push_back({std::move(frame), 1});
     }
     m_changed.notify_one();
@@ -27,10 +28,10 @@ void writer_thread::show(picture_ptr frame) {
 
 void writer_thread::show_again() {
     {
-        const std::scoped_lock hold(m_lock);
-        if (m_failed || m_ending || !m_latest) return;
+        const std::lock_guard hold(m_lock);
+        if (m_failed || m_ending || !m_has_shown) return;
         if (m_waiting.empty()) {
-            m_waiting.push_back({m_latest, 1});
+            m_waiting.push_back({nullptr, 1});
         } else {
             ++m_waiting.back().times;
         }
@@ -40,9 +41,8 @@ void writer_thread::show_again() {
 
 void writer_thread::request_finish() {
     {
-        const std::scoped_lock hold(m_lock);
+        const std::lock_guard hold(m_lock);
         m_ending = true;
-        m_latest.reset();
     }
     m_changed.notify_one();
 }
@@ -56,8 +56,10 @@ outcome writer_thread::finish() {
 void writer_thread::run() {
     work_in_background();
     entry todo;
-    while (next(todo)) write(todo);
-    todo.frame.reset();
+    while (next(todo)) {
+        write(todo);
+        todo.frame.reset();
+    }
     complete();
 }
 
@@ -70,20 +72,32 @@ bool writer_thread::next(entry& out) {
     return true;
 }
 
+// A picture that looks as the one before is that one: its writer has converted it already.
 void writer_thread::write(const entry& todo) {
+    if (todo.frame && looks_as_before(*todo.frame)) {
+        ++m_unchanged;
+    } else if (todo.frame) {
+        m_previous = todo.frame;
+    }
     for (std::uint64_t i = 0; i < todo.times && !m_failed && !m_abandoned; ++i) {
-        keep(m_writer->show(todo.frame));
+        keep(m_writer->show(m_previous));
         if (!m_failed) ++m_written;
     }
 }
 
+// Costs little where the page moves: the comparison ends with the first pixel that differs.
+bool writer_thread::looks_as_before(const picture& frame) const {
+    if (!m_previous || m_previous->byte_count() != frame.byte_count()) return false;
+    return std::memcmp(m_previous->pixels.get(), frame.pixels.get(), frame.byte_count()) == 0;
+}
+
 void writer_thread::complete() {
+    m_previous.reset();
     keep(m_writer->finish());
     m_writer.reset();
     {
-        const std::scoped_lock hold(m_lock);
+        const std::lock_guard hold(m_lock);
         m_waiting.clear();
-        m_latest.reset();
     }
     m_finished = true;
 }

@@ -34,6 +34,9 @@ public:
     bool failed() const { return m_failed; }
     // Frames that the writer has taken so far.
     std::uint64_t written() const { return m_written; }
+    // Pictures among them that looked exactly as the one before: a page paints those too, and who
+    // watches the output sees a repeated frame.
+    std::uint64_t unchanged() const { return m_unchanged; }
 
     // Asks for the end behind what still waits. Without waiting.
     void request_finish();
@@ -44,13 +47,14 @@ public:
 
 private:
     struct entry {
-        picture_ptr frame;
+        picture_ptr frame;  // null: the one before once more
         std::uint64_t times;
     };
 
     void run();
     bool next(entry& out);
     void write(const entry& todo);
+    bool looks_as_before(const picture& frame) const;
     void complete();
     void keep(const outcome& result);
 
@@ -58,13 +62,15 @@ private:
     std::mutex m_lock;
     std::condition_variable m_changed;
     std::deque<entry> m_waiting;
-    picture_ptr m_latest;
+    bool m_has_shown = false;
     bool m_ending = false;
+    picture_ptr m_previous;               // what the writer was given last; of the thread's own
     outcome m_outcome = outcome::fine();  // of the thread's own until it has ended
     std::atomic<bool> m_failed{false};
     std::atomic<bool> m_abandoned{false};
     std::atomic<bool> m_finished{false};
     std::atomic<std::uint64_t> m_written{0};
+    std::atomic<std::uint64_t> m_unchanged{0};
     std::thread m_thread;
 };
 

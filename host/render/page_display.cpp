@@ -2,6 +2,7 @@
 #include "host/render/page_display.h"
 
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "loam/record.h"
@@ -20,6 +21,11 @@ zRecord settings_of(const render_options& options) {
     settings.SetString("web_override_css", options.css);
     settings.SetBool("web_host_clock", options.clock == page_clock::host);
     return settings;
+}
+
+// What browsers begin the message of an error with that no script has caught.
+bool is_script_error(std::string_view message) {
+    return message.substr(0, 9) == "Uncaught " || message.substr(0, 12) == "Script error";
 }
 
 std::string text_of(const zString& text) { return std::string(text.View()); }
@@ -87,18 +93,20 @@ void page_display::BrowserPainted(const void* pixels, long width, long height, b
 }
 
 void page_display::PageLoadFailed(const zString& url, const zString& error) {
-    m_heard("load failed: " + text_of(url) + ": " + text_of(error));
+    m_heard(saying::news, "load failed: " + text_of(url) + ": " + text_of(error));
     if (m_run) m_run->load_failed(text_of(url), text_of(error));
 }
 
 void page_display::PageLoaded(const zString& url) {
-    m_heard("loaded: " + text_of(url));
+    m_heard(saying::news, "loaded: " + text_of(url));
     if (m_run) m_run->page_loaded(text_of(url));
 }
 
 // Also where errors of the page's scripts arrive: the message, and the script's URL.
 void page_display::JavascriptCallback(const zString& name, const zString& argument, zString&) {
-    m_heard("page says: " + text_of(name) + " " + text_of(argument));
+    const std::string line = text_of(name) + " " + text_of(argument);
+    if (is_script_error(name.View())) return m_heard(saying::script_error, "page: " + line);
+    m_heard(saying::news, "page says: " + line);
 }
 
 }  // namespace pennywort::host

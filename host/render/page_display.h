@@ -20,8 +20,9 @@ class page_display : public page_port,
                      private cBrowserPageCallbackHandler,
                      private cBrowserJavascriptCallbackHandler {
 public:
+    enum class saying { news, script_error };
     // Hears what pages say, one line at a time.
-    using listener = std::function<void(const std::string& line)>;
+    using listener = std::function<void(saying what, const std::string& line)>;
 
     // Opens nothing yet. `frames` must outlive the display.
     page_display(const render_options& options, recorder& frames, listener heard);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/limits.h"
+#include "host/render/page_scripts.h"
 
 namespace pennywort::host {
 
@@ -16,46 +17,12 @@ using namespace std::chrono_literals;
 constexpr auto k_poll_interval = 40ms;
 // A page that loads another one takes the question with it: then it is asked again.
 constexpr auto k_question_patience = 1000ms;
+// Where nothing is wrong an answer is there long before.
+constexpr auto k_doubt_after = 300ms;
 constexpr auto k_alive_interval = 1000ms;
-
-// "http 404", "wait", "throws ..." or "ready". Style sheets in the page's own text arrive after the
-// page has loaded; fonts load when the first text uses them.
-std::string probe(const std::string& condition) {
-    return "const entry = performance.getEntriesByType('navigation')[0];"
-           "if (entry && entry.responseStatus >= 400) return 'http ' + entry.responseStatus;"
-           "if (document.readyState !== 'complete') return 'wait';"
-           "if (document.fonts && document.fonts.status !== 'loaded') return 'wait';"
-           "for (const link of document.querySelectorAll('link[href^=\"data:text/css\"]'))"
-           "  if (!link.sheet) return 'wait';"
-           "try { return (" +
-           condition + "\n) ? 'ready' : 'wait'; } catch (e) { return 'throws ' + e; }";
-}
-
-// Whether the page has been through a few frames since it was first asked: what it had to show by
-// then has reached the screen. A picture that comes before may still be that of the empty page.
-constexpr const char* k_drawn =
-    "const key = 'pennywort frames';"
-    "if (!(key in window)) {"
-    "  Object.defineProperty(window, key, {value: {count: 0}});"
-    "  const next = () => { if (++window[key].count < 3) requestAnimationFrame(next); };"
-    "  requestAnimationFrame(next);"
-    "}"
-    "return window[key].count < 3 ? 'wait' : 'ready';";
 
 // The first picture may have been under way already when it was asked for.
 constexpr int k_pictures = 2;
-
-std::string guarded(const std::string& script) {
-    return "try { return 'fine ' + (function () {\n" + script +
-           "\n}).call(window); } catch (e) { return 'throws ' + e; }";
-}
-
-// "name rest": the rest if the name is that.
-bool is_answer(const std::string& text, std::string_view name, std::string& rest) {
-    if (text.substr(0, name.size()) != name) return false;
-    rest = text.size() > name.size() ? text.substr(name.size() + 1) : std::string();
-    return true;
-}
 
 std::string in_seconds(std::chrono::milliseconds time) {
     const auto tenths = time.count() / 100;
@@ -87,6 +54,9 @@ page_run::~page_run() = default;
 void page_run::enter(state next) {
     m_state = next;
     m_question.reset();
+    m_doubted.reset();
+    m_doubt.reset();
+    m_is_parsing = false;
     m_answered = {};
     m_pictures_seen = 0;
     if (next == state::painting) ask_for_picture();
@@ -120,13 +90,18 @@ void page_run::load_failed(const std::string& url, const std::string& error) {
     }
 }
 
-void page_run::ask(const std::string& body, time_point now) {
-    m_question = std::make_shared<question>();
-    m_asked = now;
-    m_port.run_script(body, [asked = m_question](std::string text) {
-        asked->answered = true;
-        asked->answer = std::move(text);
+std::shared_ptr<page_run::question> page_run::send(const std::string& body) {
+    auto sent = std::make_shared<question>();
+    m_port.run_script(body, [sent](std::string text) {
+        sent->answered = true;
+        sent->answer = std::move(text);
     });
+    return sent;
+}
+
+void page_run::ask(const std::string& body, time_point now) {
+    m_asked = now;
+    m_question = send(body);
 }
 
 // Whether it is time for a question: none is open, or the open one has been lost.
@@ -175,7 +150,7 @@ void page_run::step_settling(time_point now) {
         }
         if (answer == "ready") return enter(state::scripting);
     }
-    if (ask_again(now, k_question_patience)) ask(probe("true"), now);
+    if (ask_again(now, k_question_patience)) ask(readiness_probe("true"), now);
 }
 
 void page_run::step_scripting(time_point now) {
@@ -187,13 +162,33 @@ void page_run::step_scripting(time_point now) {
     std::string rest;
     if (take_answer(answer)) {
         if (is_answer(answer, "throws", rest)) {
-            return fail(m_request.script_name + " threw in the page: " + rest);
+            return fail(thrown_text(m_request.script_name, rest));
         }
         is_answer(answer, "fine", m_script_result);
         return enter(state::waiting);
     }
     // Never a second time: what it does to the page is not ours to repeat.
-    if (!m_question) ask(guarded(m_request.script), now);
+    if (!m_question) return ask(run_of(m_request.script), now);
+    doubt_question(m_request.script_name, m_request.script, now);
+}
+
+// A question that the page cannot parse is never answered. When another one that was asked after it
+// is, the page is asked what it thinks of the text.
+void page_run::doubt_question(const std::string& name, const std::string& script, time_point now) {
+    if (m_question != m_doubted) {
+        if (m_question->answered || now - m_asked < k_doubt_after) return;
+        m_doubted = m_question;
+        m_is_parsing = false;
+        m_doubt = send("return 'alive';");
+    } else if (m_doubt && m_doubt->answered && !m_is_parsing) {
+        m_is_parsing = true;
+        m_doubt = send(parse_check(script));
+    } else if (m_doubt && m_doubt->answered) {
+        const std::int64_t lines = m_state == state::scripting ? line_count(script) : 0;
+        const std::string fault = parse_fault(name, lines, m_doubt->answer);
+        m_doubt.reset();
+        if (!fault.empty()) fail(fault);
+    }
 }
 
 void page_run::step_waiting(time_point now) {
@@ -204,8 +199,12 @@ void page_run::step_waiting(time_point now) {
         if (!is_answer(answer, "throws", m_thrown)) m_thrown.clear();
     }
     const std::string& condition = m_request.wait_for;
+    if (m_question && !condition.empty()) {
+        doubt_question("--wait-for " + condition, "return (" + condition + "\n)", now);
+        if (failed()) return;
+    }
     if (ask_again(now, k_question_patience))
-        ask(probe(condition.empty() ? "true" : condition), now);
+        ask(readiness_probe(condition.empty() ? "true" : condition), now);
 }
 
 void page_run::step_drawing(time_point now) {
@@ -214,7 +213,7 @@ void page_run::step_drawing(time_point now) {
         m_answered = now;
         if (answer == "ready") return enter(state::painting);
     }
-    if (ask_again(now, k_question_patience)) ask(k_drawn, now);
+    if (ask_again(now, k_question_patience)) ask(k_frames_probe, now);
 }
 
 void page_run::step_painting() {

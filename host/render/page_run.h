@@ -82,7 +82,9 @@ private:
     void enter(state next);
     void ask_for_picture();
     void fail(const std::string& text);
+    std::shared_ptr<question> send(const std::string& body);
     void ask(const std::string& body, time_point now);
+    void doubt_question(const std::string& name, const std::string& script, time_point now);
     bool ask_again(time_point now, std::chrono::milliseconds patience);
     bool take_answer(std::string& text);
     bool silent(time_point now) const;
@@ -101,6 +103,9 @@ private:
     const time_point m_deadline;
     state m_state = state::loading;
     std::shared_ptr<question> m_question;
+    std::shared_ptr<question> m_doubted;  // the question that may be no JavaScript
+    std::shared_ptr<question> m_doubt;    // what was asked about it
+    bool m_is_parsing = false;            // m_doubt is about its text
     time_point m_asked{};
     time_point m_answered{};
     std::uint64_t m_pictures_before = 0;

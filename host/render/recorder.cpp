@@ -49,7 +49,7 @@ picture_ptr recorder::keep(const void* pixels) {
 }
 
 void recorder::arrived(picture_ptr kept, time_point at) {
-    const std::scoped_lock hold(m_lock);
+    const std::lock_guard hold(m_lock);
     if (m_pictures++ == 0) m_first_picture = at;
     if (!m_done && m_last_picture != time_point{}) m_intervals.add(at - m_last_picture);
     m_last_picture = at;
@@ -57,7 +57,7 @@ void recorder::arrived(picture_ptr kept, time_point at) {
 }
 
 void recorder::tick(time_point at) {
-    const std::scoped_lock hold(m_lock);
+    const std::lock_guard hold(m_lock);
     ++m_ticks;
     if (const auto result = m_pacer.tick_sent(at)) take(*result, at);
 }
@@ -91,7 +91,7 @@ void recorder::count(const tick_result& result, time_point now) {
 }
 
 void recorder::begin(std::uint64_t frames) {
-    const std::scoped_lock hold(m_lock);
+    const std::lock_guard hold(m_lock);
     m_first = m_ticks;
     m_end = m_first + frames;
     m_last_picture = {};
@@ -102,17 +102,20 @@ void recorder::begin(std::uint64_t frames) {
 void recorder::end() { m_done = true; }
 
 recorder::time_point recorder::first_picture() const {
-    const std::scoped_lock hold(m_lock);
+    const std::lock_guard hold(m_lock);
     return m_first_picture;
 }
 
 record_counts recorder::counts() const {
-    const std::scoped_lock hold(m_lock);
-    return m_counts;
+    const std::lock_guard hold(m_lock);
+    record_counts counts = m_counts;
+    counts.unchanged = m_writer ? m_writer->unchanged() : 0;
+    counts.repeated += counts.unchanged;
+    return counts;
 }
 
 interval_spread recorder::intervals() const {
-    const std::scoped_lock hold(m_lock);
+    const std::lock_guard hold(m_lock);
     return m_intervals;
 }
 

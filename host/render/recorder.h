@@ -17,12 +17,16 @@
 
 namespace pennywort::host {
 
-// What became of the pages' pictures while frames counted: frames = painted - dropped + repeated.
+// What became of the pages' pictures while frames counted: frames = painted - dropped - unchanged +
+// repeated.
 struct record_counts {
     std::uint64_t frames = 0;    // output frames
     std::uint64_t painted = 0;   // pictures that the pages painted
     std::uint64_t repeated = 0;  // output frames that show the picture of the one before again
     std::uint64_t dropped = 0;   // painted pictures that are in no output frame
+    // Pictures that look exactly as the one before; their frames are repeated ones. None is known
+    // where nothing is written.
+    std::uint64_t unchanged = 0;
     std::chrono::steady_clock::duration counted{};  // from the first to the end of the last tick
 };
 

@@ -6,9 +6,11 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
+#include "core/limits.h"
 #include "host/app/browser_runtime.h"
 #include "host/app/exit_status.h"
 #include "host/output/stream_writers.h"
@@ -53,7 +55,9 @@ private:
     void discard_output();
     bool remove_empty_output() const;
     void show_progress(const char* doing);
-    void hear(const std::string& line);
+    void hear(page_display::saying what, const std::string& line);
+    render_result result() const;
+    void print_json(const render_result& result);
     void fail(const std::string& text);
     bool over() const;
     bool drained() const;
@@ -73,14 +77,19 @@ private:
     std::uint64_t m_missed_before = 0;
     clock::time_point m_started{};
     std::string m_failure;
+    std::set<std::string> m_script_errors;  // those that have been told
 };
 
 void render_session::fail(const std::string& text) {
     if (m_failure.empty()) m_failure = text;
 }
 
-void render_session::hear(const std::string& line) {
-    if (m_options.verbose) m_progress.say(line);
+// An error that a page makes in each of its frames is told once.
+void render_session::hear(page_display::saying what, const std::string& line) {
+    const bool is_new_error = what == page_display::saying::script_error &&
+                              m_script_errors.size() < k_max_told_script_errors &&
+                              m_script_errors.insert(line).second;
+    if (m_options.verbose || is_new_error) m_progress.say(line);
 }
 
 bool render_session::open_output() {
@@ -126,7 +135,9 @@ void render_session::follow_page(page_display& display) {
     m_page->step(clock::now());
     if (m_page->failed()) return fail(m_page->failure());
     if (m_page->ready() && !m_counting) {
-        if (!m_page->script_result().empty()) hear("script: " + m_page->script_result());
+        if (!m_page->script_result().empty()) {
+            hear(page_display::saying::news, "script: " + m_page->script_result());
+        }
         m_missed_before = display.missed();
         m_recorder->begin(m_options.frames_per_page);
         m_counting = true;
@@ -150,7 +161,9 @@ void render_session::leave_page(page_display& display) {
 void render_session::show_pages() {
     m_recorder = std::make_unique<recorder>(m_options.format.width, m_options.format.height,
                                             m_options.format.rate, m_writer.get());
-    page_display display(m_options, *m_recorder, [this](const std::string& line) { hear(line); });
+    page_display display(
+        m_options, *m_recorder,
+        [this](page_display::saying what, const std::string& line) { hear(what, line); });
     begin_page(display, 0);
     {
         const ticker ticks(m_options.format.rate, [&](clock::time_point now, std::uint64_t due) {
@@ -194,7 +207,8 @@ bool render_session::remove_empty_output() const {
     if (m_writer->written() > 0) return false;
     const auto kind = m_options.output.kind;
     const bool begun = kind == output_kind::y4m || kind == output_kind::raw ||
-                       kind == output_kind::mkv || kind == output_kind::mov;
+                       kind == output_kind::matroska || kind == output_kind::mkv ||
+                       kind == output_kind::mov;
     std::error_code ignored;
     const auto path = file_path(m_options.output.path);
     if (begun && std::filesystem::is_regular_file(path, ignored)) {
@@ -217,13 +231,7 @@ void render_session::show_progress(const char* doing) {
     m_progress.show(state, clock::now());
 }
 
-int render_session::report() {
-    const int interrupted = m_interrupt.status();
-    if (!m_failure.empty()) {
-        m_progress.say("pennywort: " + m_failure);
-    } else if (interrupted != 0) {
-        m_progress.say("pennywort: interrupted");
-    }
+render_result render_session::result() const {
     render_result result;
     if (m_recorder) {
         result.counts = m_recorder->counts();
@@ -233,13 +241,29 @@ int render_session::report() {
     }
     result.missed = m_missed;
     result.failure = m_failure;
-    for (const auto& line : summary_lines(m_options, result)) m_progress.say(line);
-    if (m_options.json) {
-        const bool taken = m_options.output.to_standard_output();
-        std::FILE* to = taken ? m_console.errors() : m_console.output();
-        std::fprintf(to, "%s\n", json_report(m_options, result).c_str());
-        std::fflush(to);
+    return result;
+}
+
+void render_session::print_json(const render_result& result) {
+    std::FILE* const to =
+        m_options.output.to_standard_output() ? m_console.errors() : m_console.output();
+    const bool is_written = std::fprintf(to, "%s\n", json_report(m_options, result).c_str()) >= 0;
+    if (std::fflush(to) == 0 && is_written) return;
+    const std::string lost = "standard output does not take the line that --json asks for";
+    if (m_failure.empty()) m_progress.say("pennywort: " + lost);
+    fail(lost);
+}
+
+int render_session::report() {
+    const int interrupted = m_interrupt.status();
+    if (!m_failure.empty()) {
+        m_progress.say("pennywort: " + m_failure);
+    } else if (interrupted != 0) {
+        m_progress.say("pennywort: interrupted");
     }
+    const render_result told = result();
+    for (const auto& line : summary_lines(m_options, told)) m_progress.say(line);
+    if (m_options.json) print_json(told);
     if (!m_failure.empty()) return k_exit_failed;
     return interrupted != 0 ? interrupted : k_exit_fine;
 }

@@ -33,7 +33,7 @@ const char* render_command::footer() const {
     return R"(Examples:
   pennywort render page.html -o page.png
   pennywort render lower-third.html --transparent --seconds 8 -o lower-third.mov
-  pennywort render https://example.com --size 1920x1080 --fps 59.94 -o - | ffplay -
+  pennywort render https://example.com --size 1920x1080 --fps 59.94 --format matroska -o - | ffplay -
   pennywort render page.html --seconds 5 --json
 Exit status: 0 done, 1 failed, 2 wrong arguments, 130 or 143 interrupted (the file is complete).)";
 }
@@ -77,7 +77,9 @@ void render_command::add_output_options(CLI::App& parser) {
                     "- for a pipe; without it only measure")
         ->type_name("NAME");
     parser
-        .add_option("--format", m_raw.format, "y4m or raw (BGRA), where the name does not say it")
+        .add_option("--format", m_raw.format,
+                    "matroska (RGB, for players), y4m or raw (BGRA), where the name does not say "
+                    "it")
         ->type_name("FORMAT");
     parser.add_option("--pacing", m_raw.pacing, "What drives the browser: request or timer")
         ->type_name("HOW")
@@ -114,8 +116,8 @@ std::string render_command::take_picture_format() {
 
 std::string render_command::take_output() {
     const std::string& format = m_raw.format;
-    if (!format.empty() && format != "y4m" && format != "raw") {
-        return "--format " + format + " is not y4m or raw";
+    if (!format.empty() && !is_stream_format(format)) {
+        return "--format " + format + " is not matroska, y4m or raw";
     }
     if (m_raw.output.empty()) return format.empty() ? "" : "--format needs an output: give -o";
     std::string reason;

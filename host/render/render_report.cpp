@@ -33,6 +33,7 @@ std::string json_report(const render_options& options, const render_result& resu
         {"painted", result.counts.painted},
         {"repeated", result.counts.repeated},
         {"dropped", result.counts.dropped},
+        {"unchanged", result.counts.unchanged},
         {"missed", result.missed},
         {"frames", result.counts.frames},
         {"first_frame_ms",
@@ -53,7 +54,8 @@ std::string json_report(const render_options& options, const render_result& resu
 
 std::vector<std::string> summary_lines(const render_options& options, const render_result& result) {
     const auto& counts = result.counts;
-    if (counts.frames == 0) return {};
+    // After a failure it would read as if all were well.
+    if (counts.frames == 0 || !result.failure.empty()) return {};
     const double seconds = seconds_of(counts.counted);
     const bool measuring = options.output.kind == output_kind::none;
     std::vector<std::string> lines;

@@ -18,7 +18,7 @@ ticker::ticker(const frame_rate& rate, tick_function function)
 
 ticker::~ticker() {
     {
-        const std::scoped_lock hold(m_lock);
+        const std::lock_guard hold(m_lock);
         m_stopping = true;
     }
     m_wake.notify_one();

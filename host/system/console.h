@@ -9,7 +9,8 @@ namespace pennywort::host {
 // One per process. Takes both outputs for itself: whatever else in the process, or a program that
 // it starts, writes to standard output is discarded from then on, and with `quiet` so is what goes
 // to standard error. So the file that a pipe carries stays pure, and its reader sees its end even
-// while a helper of the runtime still lives. Writing to a closed pipe no longer ends the process.
+// while a helper of the runtime still lives. Writing to a closed
+// pipe, or beyond what a file may hold, no longer ends the process.
 class console {
 public:
     enum class others { quiet, heard };

@@ -40,7 +40,9 @@ void give_back(std::FILE* stream, int standard) {
 console::console(others on_standard_error)
     : m_output(own_stream(STDOUT_FILENO)), m_errors(own_stream(STDERR_FILENO)) {
     std::setvbuf(m_errors, nullptr, _IOLBF, BUFSIZ);
+    // A write that fails tells so; these would end the process before.
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
     discard(STDOUT_FILENO);
     if (on_standard_error == others::quiet) discard(STDERR_FILENO);
 }

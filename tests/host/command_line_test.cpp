@@ -152,6 +152,12 @@ TEST(CommandLine, ADashIsStandardOutput) {
     EXPECT_EQ(options.output.kind, output_kind::y4m);
 }
 
+TEST(CommandLine, EachStreamFormatIsTaken) {
+    EXPECT_EQ(parse_render({"-o", "-", "--format", "matroska"}).output.kind, output_kind::matroska);
+    EXPECT_EQ(parse_render({"-o", "-", "--format", "y4m"}).output.kind, output_kind::y4m);
+    EXPECT_EQ(parse_render({"-o", "-", "--format", "raw"}).output.kind, output_kind::raw);
+}
+
 TEST(CommandLine, TextsComeFromTheirFiles) {
     const temporary_folder folder;
     const auto css = folder.write("a.css", "body { color: red }\n");

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/output/matroska_writer.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
 
@@ -31,7 +32,14 @@ frame_format movie_format(bool transparent) {
 class FakeFfmpeg : public testing::Test {
 protected:
     ~FakeFfmpeg() override { setenv("PATH", before.c_str(), 1); }
+    // It passes the trial; `script` is what it does with the film, whose name is $file.
     void install(const std::string& script) {
+        install_whole(
+            "case \"$*\" in *'-f null -') cat >/dev/null; exit 0;; esac\n"
+            "for file; do :; done\nfile=${file#file:}\n" +
+            script);
+    }
+    void install_whole(const std::string& script) {
         folder.write_program("ffmpeg", "PATH='" + before + "'\n" + script);
         setenv("PATH", folder.path().c_str(), 1);
     }
@@ -52,6 +60,49 @@ TEST_F(FakeFfmpeg, OneThatIsMissingIsToldWithTheRemedy) {
     setenv("PATH", folder.path().c_str(), 1);
     const auto begun = writer.begin();
     EXPECT_NE(begun.text().find("install"), std::string::npos) << begun.text();
+}
+
+TEST_F(FakeFfmpeg, OneWithoutTheEncoderIsToldBeforeTheFirstFrame) {
+    install_whole("cat >/dev/null\necho \"Unknown encoder 'libx264'\" >&2\nexit 1\n");
+    const auto begun = writer.begin();
+    EXPECT_NE(begun.text().find("Unknown encoder 'libx264'"), std::string::npos) << begun.text();
+    EXPECT_FALSE(folder.has("a.mkv"));
+}
+
+TEST_F(FakeFfmpeg, OneThatDoesNotEndAfterTheTrialIsToldBeforeTheFirstFrame) {
+    install_whole("exec sleep 600\n");
+    movie_writer stalled(output_kind::mkv, folder.path("a.mkv"), movie_format(false), 100ms);
+    const auto begun = stalled.begin();
+    EXPECT_NE(begun.text().find("does not end"), std::string::npos) << begun.text();
+}
+
+// What ffmpeg does when only the end of the film finds no room: it says so, and ends with 0.
+TEST_F(FakeFfmpeg, OneThatLosesTheEndAndEndsWellIsAFailure) {
+    install(
+        "cat >/dev/null\nprintf '\\0\\0\\0\\10moov' > \"$file\"\n"
+        "echo \"Error writing trailer of $file: No space left on device\" >&2\nexit 0\n");
+    movie_writer mov(output_kind::mov, folder.path("a.mov"), movie_format(false), 20s);
+    ASSERT_TRUE(mov.begin().ok());
+    EXPECT_TRUE(mov.show(picture_of(1, k_width, k_height)).ok());
+    const auto finished = mov.finish();
+    EXPECT_NE(finished.text().find("No space left on device"), std::string::npos)
+        << finished.text();
+}
+
+TEST_F(FakeFfmpeg, OneThatLosesTheEndWithoutAWordIsAFailureToo) {
+    install("cat >/dev/null\nprintf '\\0\\0\\0\\20mdat1234' > \"$file\"\nexit 0\n");
+    movie_writer mov(output_kind::mov, folder.path("a.mov"), movie_format(false), 20s);
+    ASSERT_TRUE(mov.begin().ok());
+    EXPECT_TRUE(mov.show(picture_of(1, k_width, k_height)).ok());
+    const auto finished = mov.finish();
+    EXPECT_NE(finished.text().find("a.mov is not whole"), std::string::npos) << finished.text();
+}
+
+TEST_F(FakeFfmpeg, OneThatWritesNothingIsAFailure) {
+    install("cat >/dev/null\nexit 0\n");
+    ASSERT_TRUE(writer.begin().ok());
+    EXPECT_TRUE(writer.show(picture_of(1, k_width, k_height)).ok());
+    EXPECT_NE(writer.finish().text().find("has written no"), std::string::npos);
 }
 
 TEST_F(FakeFfmpeg, AMissingFolderIsToldBeforeItIsStarted) {
@@ -101,7 +152,7 @@ TEST_F(FakeFfmpeg, OneThatStallsIsGivenUp) {
 }
 
 TEST_F(FakeFfmpeg, GetsStraightAlphaWhereTheFileKeepsIt) {
-    install("cat > '" + folder.path("input") + "'\n");
+    install("cat > '" + folder.path("input") + "'\nprintf '\\0\\0\\0\\10moov' > \"$file\"\n");
     movie_writer clear(output_kind::mov, folder.path("a.mov"), movie_format(true), 20s);
     ASSERT_TRUE(clear.begin().ok());
     const auto half = picture_of(0x80402010, k_width, k_height);
@@ -184,6 +235,35 @@ TEST_P(Movie, HasItsFramesItsRateAndItsColours) {
 
 INSTANTIATE_TEST_SUITE_P(All, Movie, testing::ValuesIn(k_movies),
                          [](const auto& one) { return std::string(one.param.name); });
+
+// What a player makes of the uncompressed stream: the frames, their times, and the very colours.
+TEST(MatroskaStream, IsReadWithItsFramesItsRateAndItsColours) {
+    if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
+    const temporary_folder folder;
+    for (const bool is_transparent : {false, true}) {
+        auto format = format_of(33, 17, "59.94");
+        format.transparent = is_transparent;
+        matroska_writer writer(format, into_file(folder.path("stream")));
+        ASSERT_TRUE(writer.begin().ok());
+        const std::uint32_t painted = is_transparent ? 0x80102040 : 0xFF20C840;
+        for (int i = 0; i < 5; ++i) EXPECT_TRUE(writer.show(picture_of(painted, 33, 17)).ok());
+        ASSERT_TRUE(writer.finish().ok());
+        const std::string name = "'" + folder.path("stream") + "'";
+        const auto about = output_of("cat " + name +
+                                     " | ffprobe -v error -count_frames "
+                                     "-show_streams -show_frames -");
+        for (const char* part : {"codec_name=rawvideo", "pix_fmt=bgra", "width=33", "height=17",
+                                 "nb_read_frames=5", "pts_time=0.066733"}) {
+            EXPECT_NE(about.find(part), std::string::npos) << part << " is not in\n" << about;
+        }
+        const auto pixels = output_of(
+            "ffmpeg -v error -i - -frames:v 1 -f rawvideo -pix_fmt bgra "
+            "- < " +
+            name);
+        ASSERT_EQ(pixels.size(), std::size_t(33 * 17 * 4));
+        EXPECT_EQ(pixels.substr(0, 4), is_transparent ? "\x80\x40\x20\x80" : "\x40\xC8\x20\xFF");
+    }
+}
 
 TEST(MovieCommand, OddSizesKeepTheirSize) {
     if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";

@@ -71,6 +71,7 @@ constexpr refusal_case k_refusals[] = {
     {"OnlyADot", "film.", ""},
     {"FormatAgainstEnding", "film.mov", "raw"},
     {"RawAgainstY4m", "film.y4m", "raw"},
+    {"AStreamAgainstAFilm", "film.mkv", "matroska"},
     {"BadPattern", "f%s.png", ""},
 };
 
@@ -103,6 +104,7 @@ constexpr target_case k_targets[] = {
     {"RawPipe", "-", "raw", output_kind::raw},
     {"NamedPipe", "/tmp/fifo", "raw", output_kind::raw},
     {"NamedY4mPipe", "fifo", "y4m", output_kind::y4m},
+    {"MatroskaPipe", "-", "matroska", output_kind::matroska},
     {"Bgra", "film.bgra", "", output_kind::raw},
     {"SaidTwice", "film.y4m", "y4m", output_kind::y4m},
 };

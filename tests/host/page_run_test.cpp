@@ -19,6 +19,10 @@ constexpr const char* k_url = "https://example.com/page";
 class fake_port : public page_port {
 public:
     void run_script(const std::string& body, std::function<void(std::string)> answer) override {
+        if (body == "return 'alive';") {
+            alive = std::move(answer);
+            return;
+        }
         scripts.push_back(body);
         open.push_back(std::move(answer));
     }
@@ -33,6 +37,7 @@ public:
         last(text);
     }
 
+    std::function<void(std::string)> alive;  // asked whether it lives at all
     std::vector<std::string> scripts;
     std::vector<std::function<void(std::string)>> open;
     int repaints = 0;
@@ -145,7 +150,64 @@ TEST_F(PageRun, AScriptThatThrowsFailsWithWhatItThrew) {
     load();
     answer("ready");
     answer("throws Error: bad");
-    EXPECT_TRUE(failure_has("a.js threw in the page: Error: bad")) << run->failure();
+    EXPECT_TRUE(failure_has("a.js: Error: bad")) << run->failure();
+}
+
+class PageRunScript : public PageRun {
+protected:
+    // Up to the question that the page has not answered for a while.
+    void begin_doubt() {
+        request.script = "marker(";
+        request.script_name = "a.js";
+        begin();
+        load();
+        answer("ready");
+        pass_slowly(1s);
+        ASSERT_TRUE(port.alive);
+    }
+};
+
+TEST_F(PageRunScript, OneThatIsNoneFailsAtOnceWithItsLine) {
+    begin_doubt();
+    port.alive("alive");
+    pass(10ms);
+    answer("2 Uncaught SyntaxError: missing )");
+    EXPECT_TRUE(failure_has("a.js:1: SyntaxError: missing )")) << run->failure();
+}
+
+TEST_F(PageRunScript, OneThatOnlyTakesLongIsWaitedFor) {
+    begin_doubt();
+    pass_slowly(20s);
+    EXPECT_FALSE(run->failed());
+    // Questions are answered in their order.
+    port.answer("fine done");
+    port.alive("alive");
+    pass(10ms);
+    EXPECT_FALSE(run->failed()) << run->failure();
+    EXPECT_EQ(run->script_result(), "done");
+}
+
+TEST_F(PageRunScript, OneThatCanBeParsedIsWaitedFor) {
+    begin_doubt();
+    port.alive("alive");
+    pass(10ms);
+    answer("fine");
+    pass_slowly(20s);
+    EXPECT_FALSE(run->failed()) << run->failure();
+}
+
+TEST_F(PageRun, AConditionThatIsNoneFailsAtOnce) {
+    request.wait_for = "1 +";
+    begin();
+    load();
+    answer("ready");
+    pass_slowly(500ms);
+    ASSERT_TRUE(port.alive);
+    port.alive("alive");
+    pass(10ms);
+    answer("2 Uncaught SyntaxError: Unexpected token");
+    EXPECT_TRUE(failure_has("--wait-for 1 +")) << run->failure();
+    EXPECT_TRUE(failure_has("SyntaxError: Unexpected token")) << run->failure();
 }
 
 TEST_F(PageRun, AScriptThatNeverAnswersIsRunOnceAndFailsAfterTheTimeout) {

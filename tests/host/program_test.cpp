@@ -74,6 +74,21 @@ TEST_F(Program, AFullDiskIsTold) {
     expect_refusal(run, 1, "/dev/full: No space left");
 }
 
+TEST_F(Program, AnOutputThatIsAFolderIsToldBeforeTheRuntimeStarts) {
+    for (const char* name : {"a.png", "a.y4m", "a.mov"}) {
+        const auto run = folder.run(no_runtime + "mkdir -p " + name +
+                                    "\npennywort render about:blank -o " + name);
+        expect_refusal(run, 1, name);
+        EXPECT_EQ(run.errors.find("CEF_ROOT"), std::string::npos) << run.errors;
+    }
+}
+
+TEST_F(Program, WhatStandardOutputDoesNotTakeIsAFailure) {
+    EXPECT_EQ(folder.run("pennywort --help >/dev/full").status, 1);
+    const auto run = folder.run(no_runtime + "pennywort render about:blank --json >/dev/full");
+    EXPECT_EQ(run.status, 1);
+}
+
 TEST_F(Program, WithJsonAFailureIsInTheLastLineToo) {
     const auto run = folder.run(no_runtime + "pennywort render about:blank --json");
     EXPECT_EQ(run.status, 1);

@@ -146,6 +146,22 @@ TEST_F(Recorder, FramesArePaintedLessDroppedPlusRepeated) {
     EXPECT_EQ(counts.frames, counts.painted - counts.dropped + counts.repeated);
 }
 
+TEST_F(Recorder, AsManyFramesAreRepeatedAsTheOutputHas) {
+    tick(1);
+    frames.begin(10);
+    for (std::uint32_t colour : {2u, 2u, 0u, 3u, 3u, 4u, 0u, 4u, 5u, 2u}) tick(colour);
+    let_decide();
+    EXPECT_TRUE(writer.finish().ok());
+    const auto shown = log->frames();
+    ASSERT_EQ(shown.size(), 10u);
+    std::uint64_t repeated = 0;
+    for (std::size_t i = 1; i < shown.size(); ++i) repeated += shown[i] == shown[i - 1];
+    const auto counts = frames.counts();
+    EXPECT_EQ(counts.repeated, repeated);
+    EXPECT_EQ(counts.unchanged, 3u);
+    EXPECT_EQ(counts.frames, counts.painted - counts.dropped - counts.unchanged + counts.repeated);
+}
+
 TEST_F(Recorder, ASecondPageBeginsWithItsOwnPicture) {
     tick(1);
     frames.begin(2);

@@ -69,13 +69,13 @@ TEST_F(Render, AConditionThatStaysFalseFails) {
 
 TEST_F(Render, AScriptThatThrowsFails) {
     folder.write("bad.js", "throw new Error('no such team');");
-    expect_failure("pennywort render moving.html --script bad.js", "no such team");
+    expect_failure("pennywort render moving.html --script bad.js", "bad.js:1: Error: no such team");
 }
 
 TEST_F(Render, AScriptThatIsNoneFails) {
-    folder.write("bad.js", "this is no script");
-    expect_failure("pennywort render moving.html --script bad.js --timeout 3",
-                   "perhaps it is no JavaScript");
+    folder.write("bad.js", "let a;\nthis is no script");
+    expect_failure("pennywort render moving.html --script bad.js", "bad.js:2: SyntaxError");
+    expect_failure("pennywort render moving.html --wait-for 'n <'", "--wait-for n <: SyntaxError");
 }
 
 TEST_F(Render, AMissingChildProcessIsTold) {
@@ -123,6 +123,7 @@ TEST_F(Render, AFullDiskEndsTheRun) {
 
 TEST_F(Render, AnFfmpegThatFailsMidwayEndsTheRunWithItsLastLine) {
     folder.write_program("ffmpeg",
+                         "case \"$*\" in *'-f null -') cat >/dev/null; exit 0;; esac\n"
                          "head -c 9000000 >/dev/null\necho 'Disk quota exceeded' >&2\nexit 1\n");
     expect_failure("PATH=$PWD:$PATH pennywort render moving.html --seconds 60 -o a.mov",
                    "Disk quota exceeded");
@@ -240,8 +241,56 @@ TEST_F(Render, AFileHasAFramePerTickAndTheCountsAgree) {
     const int painted = std::stoi(value_of(run.output, "painted"));
     const int repeated = std::stoi(value_of(run.output, "repeated"));
     const int dropped = std::stoi(value_of(run.output, "dropped"));
-    EXPECT_EQ(painted - dropped + repeated, 100);
+    const int unchanged = std::stoi(value_of(run.output, "unchanged"));
+    EXPECT_EQ(painted - dropped - unchanged + repeated, 100);
     EXPECT_GT(painted, 10);
+}
+
+// The page paints in each frame, but something else only in every third one.
+TEST_F(Render, AsManyFramesAreRepeatedAsTheFilmHas) {
+    folder.write("slow.html",
+                 "<!doctype html><style>body{margin:0}</style><canvas id=c width=64 height=48>"
+                 "</canvas><script>let n=0;const pen=c.getContext('2d');(function next(){"
+                 "pen.fillStyle='rgb('+(Math.floor(n++/3)*5%256)+',0,0)';pen.fillRect(0,0,64,48);"
+                 "requestAnimationFrame(next)})()</script>");
+    const auto run =
+        folder.run("pennywort render slow.html --size 64x48 --frames 60 -o a.raw --json");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const std::string film = folder.read("a.raw");
+    const std::size_t frame = 64 * 48 * 4;
+    ASSERT_EQ(film.size(), 60 * frame);
+    int repeated = 0;
+    for (std::size_t at = frame; at < film.size(); at += frame) {
+        repeated += film.compare(at, frame, film, at - frame, frame) == 0;
+    }
+    EXPECT_EQ(value_of(run.output, "repeated"), std::to_string(repeated)) << run.output;
+    EXPECT_GT(repeated, 10);
+}
+
+TEST_F(Render, AnErrorOfAScriptOfThePageIsTold) {
+    folder.write("bad.html", "<script>setInterval(() => nosuch(), 5)</script>");
+    const auto run = folder.run("pennywort render bad.html --frames 20");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_NE(run.errors.find("nosuch is not defined"), std::string::npos) << run.errors;
+}
+
+TEST_F(Render, AFullDiskLeavesNoLineThatReadsAsIfAllWereWell) {
+    const auto run =
+        folder.run("pennywort render moving.html --frames 9 --format raw -o /dev/full");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors.find(" frames, "), std::string::npos) << run.errors;
+}
+
+// Only the end of the film finds no room: its frames have fitted, and ffmpeg ends with 0.
+TEST_F(Render, AFilmThatMayNotGrowToItsEndIsAFailure) {
+    folder.write_program("ffmpeg",
+                         "case \"$*\" in *'-f null -') cat >/dev/null; exit 0;; esac\n"
+                         "ulimit -f 20\nexec /usr/bin/ffmpeg \"$@\"\n");
+    const auto run = folder.run(
+        "PATH=$PWD:$PATH pennywort render moving.html --size 320x180 --frames 50 -o a.mov");
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_NE(run.errors.find("File too large"), std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find(" frames, "), std::string::npos) << run.errors;
 }
 
 TEST_F(Render, WithoutAnOutputItOnlyMeasures) {

@@ -98,11 +98,12 @@ TEST(RenderReport, HasOneLineWithEveryNumber) {
     options.format.width = 1280;
     options.format.height = 720;
     options.output.path = "a\"b.png";
-    EXPECT_EQ(json_report(options, some_result()),
-              "{\"painted\":98,\"repeated\":3,\"dropped\":1,\"missed\":2,\"frames\":100,"
-              "\"first_frame_ms\":512.0,\"seconds\":2.0,\"width\":1280,\"height\":720,"
-              "\"fps\":50.0,\"painted_fps\":49.0,\"interval_p50_ms\":0.0,\"interval_p99_ms\":0.0,"
-              "\"pages\":1,\"output\":\"a\\\"b.png\"}");
+    EXPECT_EQ(
+        json_report(options, some_result()),
+        "{\"painted\":98,\"repeated\":3,\"dropped\":1,\"unchanged\":0,\"missed\":2,\"frames\":100,"
+        "\"first_frame_ms\":512.0,\"seconds\":2.0,\"width\":1280,\"height\":720,"
+        "\"fps\":50.0,\"painted_fps\":49.0,\"interval_p50_ms\":0.0,\"interval_p99_ms\":0.0,"
+        "\"pages\":1,\"output\":\"a\\\"b.png\"}");
 }
 
 TEST(RenderReport, AFailureIsInItAndWhatNeverCameIsNull) {
@@ -124,6 +125,12 @@ TEST(RenderReport, DroppedPicturesAreExplained) {
     result.counts.dropped = 0;
     EXPECT_EQ(summary_lines(options, result).size(), 1u);
     EXPECT_TRUE(summary_lines(options, render_result()).empty());
+}
+
+TEST(RenderReport, AfterAFailureNothingReadsAsIfAllWereWell) {
+    auto result = some_result();
+    result.failure = "a.mov is not whole";
+    EXPECT_TRUE(summary_lines(render_options(), result).empty());
 }
 
 }  // namespace

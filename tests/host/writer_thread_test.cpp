@@ -82,6 +82,28 @@ TEST_F(WriterThread, FramesAndRepeatsComeInTheirOrder) {
     EXPECT_TRUE(writer->finished());
 }
 
+// The output of a page that paints without changing anything shows repeated frames.
+TEST_F(WriterThread, PicturesThatLookAsTheOneBeforeAreCounted) {
+    auto writer = make();
+    for (const std::uint32_t colour : {1u, 1u, 2u, 1u, 1u}) {
+        writer->show(picture_of(colour, 8, 8));
+        writer->show_again();
+    }
+    EXPECT_TRUE(writer->finish().ok());
+    EXPECT_EQ(log->frames(), (colours{1, 1, 1, 1, 2, 2, 1, 1, 1, 1}));
+    EXPECT_EQ(writer->unchanged(), 2u);
+}
+
+TEST_F(WriterThread, APictureThatDiffersInItsLastPixelIsAnother) {
+    auto writer = make();
+    writer->show(picture_of(1, 8, 8));
+    auto other = std::make_shared<picture>(8, 8);
+    for (std::size_t i = 0; i < other->pixel_count(); ++i) other->pixels[i] = i == 63 ? 2 : 1;
+    writer->show(other);
+    EXPECT_TRUE(writer->finish().ok());
+    EXPECT_EQ(writer->unchanged(), 0u);
+}
+
 // A player that is paused for an hour costs one number, not a picture per frame.
 TEST_F(WriterThread, RepeatsWhileTheWriterWaitsHoldNoMoreThanOnePicture) {
     log->hold_up(true);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/output/output_file.h"
 #include "host/output/png_writers.h"
 #include "host/output/stream_writers.h"
 #include "tests/host/fake_writer.h"
@@ -41,6 +42,21 @@ TEST(PngWriter, AMissingFolderIsToldBeforeAnythingBegins) {
     const temporary_folder folder;
     const auto begun = png_writer(folder.path("no/such/a.png"), true).begin();
     EXPECT_NE(begun.text().find("there is no folder"), std::string::npos) << begun.text();
+}
+
+TEST(OutputFile, ThatAFileCanBeWrittenIsFoundOutWithoutTouchingIt) {
+    const temporary_folder folder;
+    EXPECT_TRUE(can_be_written(folder.path("new.png")).ok());
+    EXPECT_FALSE(folder.has("new.png"));
+    folder.write("old.png", "old");
+    EXPECT_TRUE(can_be_written(folder.path("old.png")).ok());
+    EXPECT_EQ(folder.read("old.png"), "old");
+}
+
+TEST(OutputFile, AFolderInItsPlaceIsTold) {
+    const temporary_folder folder;
+    EXPECT_FALSE(can_be_written(folder.path()).ok());
+    EXPECT_FALSE(png_writer(folder.path(), true).begin().ok());
 }
 
 TEST(PngWriter, WithoutAFrameThereIsNoFile) {
@@ -79,14 +95,14 @@ TEST(PngWriter, WithoutTransparencyThereIsNoAlpha) {
 
 TEST(PngSeriesWriter, AFailureIsToldByALaterFrameOrTheEnd) {
     const temporary_folder folder;
-    std::filesystem::create_directory(folder.path("f1.png"));  // in the way of the first file
+    std::filesystem::create_directory(folder.path("f2.png"));  // in the way of the second file
     std::string reason;
     png_series_writer writer(*name_pattern::parse(folder.path("f%d.png"), reason), true);
     EXPECT_TRUE(writer.begin().ok());
     bool failed = false;
     for (int i = 0; i < 40 && !failed; ++i) failed = !writer.show(picture_of(1)).ok();
     EXPECT_TRUE(failed);
-    EXPECT_TRUE(std::filesystem::is_directory(folder.path("f1.png")));
+    EXPECT_TRUE(std::filesystem::is_directory(folder.path("f2.png")));
 }
 
 TEST(PngSeriesWriter, NumbersItsFilesFromOneInTheirOrder) {

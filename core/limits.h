@@ -27,8 +27,10 @@ inline constexpr std::uint32_t k_close_round_us = 100'000;
 // How long the shutdown waits for browsers that do not close.
 inline constexpr std::int64_t k_max_closing_us = 10'000'000;
 
-// How long the helper program may take to prove that it runs.
-inline constexpr std::int64_t k_max_trial_us = 10'000'000;
+// How long the trial run of the runtime's helper program may hold the start up, and bytes of what
+// it says that are kept.
+inline constexpr std::chrono::milliseconds k_max_helper_trial{1000};
+inline constexpr std::size_t k_max_helper_words = 4096;
 
 // --- Headers
 

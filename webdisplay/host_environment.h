@@ -16,21 +16,6 @@ const char* child_process_name() noexcept;
 // Whether `path` is a file that this user may run.
 bool is_runnable(const std::string& path);
 
-// What became of a trial run of the runtime's helper program.
-enum class helper_end {
-    fine,     // or it cannot be told
-    failed,   // it could not be run, or said no
-    crashed,  // it was ended by a signal, or did not end in time
-};
-struct helper_trial {
-    helper_end end = helper_end::fine;
-    std::string how;  // unless it is fine, for the user
-};
-
-// Runs `path` with --self-check, which loads the runtime in that process. Waits for it, at most
-// 10 s.
-helper_trial try_helper(const std::string& path);
-
 // Why the runtime cannot use this user's folder for temporary files, and what to do; empty if it
 // can.
 std::string temporary_folder_problem();

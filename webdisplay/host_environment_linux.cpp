@@ -66,31 +66,6 @@ std::string locale_name() {
     return {};
 }
 
-int start_silently(const std::string& path, pid_t& child) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    for (int stream = 0; stream <= 2; ++stream) {
-        posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_RDWR, 0);
-    }
-    std::string program = path, option = "--self-check";
-    char* arguments[] = {program.data(), option.data(), nullptr};
-    const int error = posix_spawn(&child, path.c_str(), &actions, nullptr, arguments, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return error;
-}
-
-// Whether the child has ended within the time that a trial may take. A host whose own handler takes
-// every child may have been first; then nothing is known of how it ended, and `status` stays 0.
-bool has_ended(pid_t child, int& status) {
-    const std::int64_t end = zTime::MicroNow() + k_max_trial_us;
-    while (zTime::MicroNow() < end) {
-        const pid_t ended = waitpid(child, &status, WNOHANG);
-        if (ended > 0 || (ended < 0 && errno != EINTR)) return true;
-        zThread::MicroSleep(1000);
-    }
-    return false;
-}
-
 // Without waiting for the opener, which may run as long as what it opens; a thread of its own takes
 // its exit status, so that no zombie is left and no child handler of the host is needed.
 void reap(pid_t child) {
@@ -117,24 +92,6 @@ bool is_runnable(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
            access(path.c_str(), X_OK) == 0;
-}
-
-helper_trial try_helper(const std::string& path) {
-    pid_t child = 0;
-    if (const int error = start_silently(path, child)) {
-        return {helper_end::failed, std::strerror(error)};
-    }
-    int status = 0;
-    if (!has_ended(child, status)) {
-        kill(child, SIGKILL);
-        waitpid(child, &status, 0);
-        return {helper_end::crashed, "it does not end"};
-    }
-    if (WIFSIGNALED(status)) {
-        return {helper_end::crashed, "ended by signal " + std::to_string(WTERMSIG(status))};
-    }
-    if (WEXITSTATUS(status) == 0) return {};
-    return {helper_end::failed, "it ended with status " + std::to_string(WEXITSTATUS(status))};
 }
 
 // The runtime keeps a socket there, whose whole path has to fit into the system's address, and ends

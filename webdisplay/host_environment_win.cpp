@@ -21,34 +21,6 @@ namespace {
 // The system's own limit of the calls below.
 constexpr DWORD k_path_units = 260;
 
-// Null when it cannot be started. Without a console, which would open on the screen.
-HANDLE start_trial(const std::string& path) {
-    const std::wstring program = loam::wide_text(path);
-    std::wstring line = L'"' + program + L"\" --self-check";
-    STARTUPINFOW how{};
-    how.cb = sizeof how;
-    PROCESS_INFORMATION made{};
-    if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
-                        nullptr, nullptr, &how, &made)) {
-        return nullptr;
-    }
-    CloseHandle(made.hThread);
-    return made.hProcess;
-}
-
-// Of what the system ends, the two highest bits are set.
-helper_trial verdict_on(DWORD status) {
-    constexpr DWORD k_by_system = 0xC0000000;
-    if (status == 0) return {};
-    if (status == STILL_ACTIVE) return {helper_end::crashed, "it does not end"};
-    if ((status & k_by_system) != k_by_system) {
-        return {helper_end::failed, "it ended with status " + std::to_string(status)};
-    }
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08lX", status);
-    return {helper_end::crashed, std::string("ended by the system with ") + text};
-}
-
 }  // namespace
 
 std::string program_folder() {
@@ -64,19 +36,6 @@ const char* child_process_name() noexcept { return "CEFChildProcess.exe"; }
 bool is_runnable(const std::string& path) {
     DWORD kind = 0;
     return GetBinaryTypeW(loam::wide_text(path).c_str(), &kind) != 0;
-}
-
-helper_trial try_helper(const std::string& path) {
-    const HANDLE child = start_trial(path);
-    if (!child) return {helper_end::failed, "error " + std::to_string(GetLastError())};
-    DWORD status = STILL_ACTIVE;
-    if (WaitForSingleObject(child, static_cast<DWORD>(k_max_trial_us / 1000)) == WAIT_OBJECT_0) {
-        GetExitCodeProcess(child, &status);
-    } else {
-        TerminateProcess(child, 1);
-    }
-    CloseHandle(child);
-    return verdict_on(status);
 }
 
 // There is no socket with a path here, and the system itself answers a folder that can be written.

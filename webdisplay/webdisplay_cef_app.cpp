@@ -4,7 +4,6 @@
 #include <string_view>
 #include <utility>
 
-#include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/cef/text.h"
 
 namespace pennywort::webdisplay {
@@ -25,9 +24,11 @@ constexpr std::pair<std::string_view, std::string_view> k_switches[] = {
     {"autoplay-policy", "no-user-gesture-required"},
 };
 
-// Leaves a page that asks for a password to the client, which refuses. The runtime's own prompt
-// needs a window, and off screen it ends the process.
-constexpr std::string_view k_no_login_prompt = "disable-chrome-login-prompt";
+// Without it the runtime asks the user and not the client, whatever the client answers: it never
+// calls GetAuthCredentials, waits for a prompt that needs a window, and a page that wants a
+// password fails when its display closes. With it the client is asked, refuses, and the page is
+// shown.
+constexpr std::string_view k_ask_the_client = "disable-chrome-login-prompt";
 
 }  // namespace
 
@@ -35,16 +36,22 @@ webdisplay_cef_app::webdisplay_cef_app(std::vector<command_line_switch> host_swi
                                        std::shared_ptr<main_thread_timer> on_request)
     : m_host_switches(std::move(host_switches)), m_on_request(std::move(on_request)) {}
 
-void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string& process_type,
-                                                       cef_command_line_t* command_line) {
-    for (const auto& [name, value] : k_switches) append(command_line, name, value);
-    if (process_type.empty()) append(command_line, k_no_login_prompt, "");
+void webdisplay_cef_app::append_hosts(cef_command_line_t* command_line) const {
     for (const auto& [name, value] : m_host_switches) append(command_line, name, value);
 }
 
-// Without a handler the runtime would run a pump of its own; see cef::uses_external_pump.
-cef::CefBrowserProcessHandler* webdisplay_cef_app::GetBrowserProcessHandler() {
-    return m_on_request || cef::uses_external_pump() ? this : nullptr;
+void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string& process_type,
+                                                       cef_command_line_t* command_line) {
+    for (const auto& [name, value] : k_switches) append(command_line, name, value);
+    if (process_type.empty()) append(command_line, k_ask_the_client, "");
+    append_hosts(command_line);
+}
+
+// The helper program may be the host's own and know nothing of the switches, and the runtime hands
+// on to it only those that it knows.
+void webdisplay_cef_app::OnBeforeChildProcessLaunch(cef_command_line_t* command_line) {
+    for (const auto& [name, value] : k_switches) append(command_line, name, value);
+    append_hosts(command_line);
 }
 
 void webdisplay_cef_app::OnScheduleMessagePumpWork(std::int64_t delay_ms) {

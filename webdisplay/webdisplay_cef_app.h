@@ -26,10 +26,14 @@ public:
     // Adds the switches that every page needs, then the host's.
     void OnBeforeCommandLineProcessing(const std::string& process_type,
                                        cef_command_line_t* command_line) override;
-    cef::CefBrowserProcessHandler* GetBrowserProcessHandler() override;
+    // Also without a pump on request: the helper processes get their switches through it.
+    cef::CefBrowserProcessHandler* GetBrowserProcessHandler() override { return this; }
+    void OnBeforeChildProcessLaunch(cef_command_line_t* command_line) override;
     void OnScheduleMessagePumpWork(std::int64_t delay_ms) override;
 
 private:
+    void append_hosts(cef_command_line_t* command_line) const;
+
     const std::vector<command_line_switch> m_host_switches;
     const std::shared_ptr<main_thread_timer> m_on_request;
 };

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/limits.h"
+#include "core/run/guarded.h"
 #include "loam/message_loop.h"
 #include "loam/thread.h"
 #include "loam/time.h"
@@ -13,10 +14,9 @@
 #include "webdisplay.h"
 #include "webdisplay/cache_folder.h"
 #include "webdisplay/cef/runtime.h"
-#include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/live_browsers.h"
 #include "webdisplay/message_pump.h"
-#include "webdisplay/runtime_settings.h"
+#include "webdisplay/runtime_start.h"
 #include "webdisplay/webdisplay_cef_app.h"
 
 using namespace pennywort;
@@ -33,7 +33,7 @@ struct process_state {
     std::vector<command_line_switch> switches;
     std::string failure;
     std::unique_ptr<message_pump> kept_pump;  // of a manager that has gone without stopping it
-    std::optional<cache_folder> cache;
+    std::unique_ptr<cache_folder> cache;      // of a runtime that runs
 };
 
 // Never destroyed: the runtime's threads may still be there when the process's statics go.
@@ -46,34 +46,12 @@ std::shared_ptr<main_thread_timer> requests_of(const message_pump& pump) {
     return process().pacing == cWebDisplayPacing::OnRequest ? pump.timer() : nullptr;
 }
 
-// The helper program loads the runtime first: a library that is cut short ends the process that
-// opens it, and a helper that does not run makes the runtime end this one.
-bool load_runtime(const std::string& helper, std::string& failure) {
-    const helper_trial trial = try_helper(helper);
-    if (trial.end != helper_end::crashed && !cef::load(cef::folders(program_folder()), failure)) {
-        return false;
-    }
-    if (trial.end == helper_end::fine) return true;
-    failure = "The browser runtime's helper program " + helper + " does not work (" + trial.how +
-              "); run it with --self-check to see why, or install it and the runtime anew";
-    return false;
-}
-
-bool start_runtime(const message_pump& pump) {
-    std::string& failure = process().failure;
-    failure.clear();
-    const runtime_paths paths = runtime_paths::find();
-    failure = paths.problem();
-    if (!failure.empty() || !load_runtime(paths.child_process, failure)) return false;
-
-    process().cache.emplace(paths.cache);
-    runtime_settings settings(paths, process().cache->path(), process().cache->is_private());
-    settings.get().external_message_pump = requests_of(pump) || cef::uses_external_pump() ? 1 : 0;
-    const cef::own<webdisplay_cef_app> app(
-        new webdisplay_cef_app(process().switches, requests_of(pump)));
-    if (cef::start(settings.get(), cef::ref<cef_app_t>(app->counted_app()), failure)) return true;
-    process().cache.reset();
-    return false;
+bool start_with(const message_pump& pump) {
+    process().failure.clear();
+    auto started = start_runtime(process().switches, requests_of(pump));
+    if (started) process().cache = std::move(started).value();
+    process().failure = started.text();
+    return started.is_ok();
 }
 
 // The runtime must not end under a browser; one that a host forgot, or that is still on its way, is
@@ -102,8 +80,17 @@ cWebDisplayCEFBrowserManager::~cWebDisplayCEFBrowserManager() {
 
 bool cWebDisplayCEFBrowserManager::Startup(const char* arg) {
     if (process().manager) return true;
-    process().manager = new cWebDisplayCEFBrowserManager;
-    return process().manager->Start(arg);
+    const bool had_pump = process().kept_pump != nullptr;
+    const bool is_made = run::guarded("cWebDisplayCEFBrowserManager", "Startup", [arg] {
+        process().manager = new cWebDisplayCEFBrowserManager;
+        process().manager->Start(arg);
+    });
+    if (is_made) return process().manager->Initialized();
+    // Memory ran out on the way: no manager is left, so that the next call starts anew.
+    process().failure = "out of memory";
+    if (process().manager != nullptr && !had_pump) process().manager->m_timer_loop.reset();
+    delete std::exchange(process().manager, nullptr);
+    return false;
 }
 
 void cWebDisplayCEFBrowserManager::Shutdown() {
@@ -132,7 +119,7 @@ bool cWebDisplayCEFBrowserManager::Start(const char* arg) {
     process().pacing_settled = true;
     m_timer_loop = std::exchange(process().kept_pump, nullptr);
     if (!m_timer_loop) m_timer_loop = std::make_unique<message_pump>();
-    m_initialized = cef::running() || start_runtime(*m_timer_loop);
+    m_initialized = cef::running() || start_with(*m_timer_loop);
     if (process().pacing == cWebDisplayPacing::OnRequest) {
         m_timer_loop->start_on_request();
     } else {

@@ -247,6 +247,9 @@ public:
     virtual bool client_is_unshared(int browser) = 0;
     // Has the application add its switches as a process of this type would.
     virtual void add_switches(const std::string& process_type) = 0;
+    // Launches a helper process of this type; what the application adds to its command line arrives
+    // in switches().
+    virtual void launch_helper(const std::string& process_type) = 0;
 
     // cef_execute_process, with an argument --type=..., does as a renderer process would: it makes
     // a page, has the application define its functions there, and makes these calls of them. What

@@ -251,6 +251,21 @@ void runtime::add_switches(const std::string& process_type) {
     for (const auto& entry : line->switches()) m_switches.push_back(entry);
 }
 
+// On a thread of its own, as the real runtime launches its GPU process.
+void runtime::launch_helper(const std::string& process_type) {
+    const caller_ref<cef_app_t> app = application();
+    if (!app || !app->get_browser_process_handler) return;
+    const caller_ref<cef_browser_process_handler_t> handler(
+        app->get_browser_process_handler(app.get()), "browser process handler");
+    if (!handler || !handler->on_before_child_process_launch) return;
+    const ref<command_line> line(new command_line(process_type));
+    std::thread([&] {
+        handler->on_before_child_process_launch(handler.get(), line->counted());
+    }).join();
+    const std::lock_guard lock(m_lock);
+    for (const auto& entry : line->switches()) m_switches.push_back(entry);
+}
+
 }  // namespace fake
 
 using fake::ledger;

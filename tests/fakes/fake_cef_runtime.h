@@ -94,6 +94,7 @@ public:
     std::vector<std::string> handlers(int browser) override;
     bool client_is_unshared(int browser) override;
     void add_switches(const std::string& process_type) override;
+    void launch_helper(const std::string& process_type) override;
     void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) override;
     std::vector<fake_cef_sent_message> sent() override;
     void bound_of_helper(int max_waiting_calls) override { m_helper_bound = max_waiting_calls; }

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -54,6 +55,26 @@ TEST_F(Process, NoOtherThreadAddsToTheEnvironment) {
     }));
     const std::lock_guard<std::mutex> guard(g_set_lock);
     EXPECT_EQ(g_added_elsewhere, "") << "of " << g_set_elsewhere;
+}
+
+// The processes that the renderers are split off from among them, and those that draw and fetch.
+TEST_F(Process, EveryHelperHasTheSwitches) {
+    shown_page page({.url = page_url("<!doctype html><body>text")});
+    ASSERT_TRUE(page.wait_until_loaded());
+    std::vector<std::string> types;
+    for (const process& helper : processes_below()) {
+        if (helper.type.empty()) continue;
+        types.push_back(helper.type);
+        for (const char* wanted :
+             {" --ppapi-out-of-process ", " --enable-system-flash ", " --disk-cache-size=25000000 ",
+              " --autoplay-policy=no-user-gesture-required "}) {
+            EXPECT_NE((helper.command_line + " ").find(wanted), std::string::npos)
+                << wanted << testing::PrintToString(helper);
+        }
+    }
+    for (const char* type : {"zygote", "renderer", "utility"}) {
+        EXPECT_NE(std::find(types.begin(), types.end(), type), types.end()) << type;
+    }
 }
 
 // --- signals

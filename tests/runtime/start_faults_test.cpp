@@ -61,7 +61,8 @@ const std::string k_empty_icu_data = k_no_icu_data + "; touch host/icudtl.dat";
 const fault k_library_faults[] = {
     {"NoLibrary", "rm host/libcef.so", "(libcef.so) is not in", "get-runtime"},
     {"ALinkToNowhere", "ln -sfn nowhere host/libcef.so", "is not in", "get-runtime"},
-    {"AnEmptyFolderOfTheUsers", "mkdir empty; export CEF_ROOT=$PWD/empty", "/empty;", "CEF_ROOT"},
+    {"AnEmptyFolderOfTheUsersToo", "rm host/libcef.so; mkdir empty; export CEF_ROOT=$PWD/empty",
+     "/empty, ", "CEF_ROOT"},
     {"AFolderOfTheName", "rm host/libcef.so; mkdir host/libcef.so", "cannot be loaded", "CEF_ROOT"},
     {"AFileOfText", "rm host/libcef.so; echo text >host/libcef.so", "cannot be loaded",
      "get-runtime"},
@@ -89,12 +90,14 @@ const fault k_folder_faults[] = {
     {"AFolderAsHelper", "rm host/CEFChildProcess; mkdir host/CEFChildProcess", "is missing",
      "install it"},
     {"AHelperThatIsNoProgram", "echo text >host/CEFChildProcess", "does not work", "--self-check"},
-    {"AHelperThatEndsAtOnce", "printf '#!/bin/sh\\nexit 127' >host/CEFChildProcess", "status 127",
-     "--self-check"},
+    {"AHelperThatCrashes", "printf '#!/bin/sh\\nkill -SEGV $$' >host/CEFChildProcess",
+     "ended by signal 11", "--self-check"},
+    {"AHelperThatHangs", "printf '#!/bin/sh\\nexec sleep 600' >host/CEFChildProcess",
+     "does not end", "--self-check"},
     {"AHelperThatFindsNoRuntime",
      "mkdir apart; mv host/CEFChildProcess apart/; cp -P host/lib{loam,pennywort}* apart/;"
      "ln -s ../apart/CEFChildProcess host/",
-     "status 1", "--self-check"},
+     "(libcef.so) is not in", "--self-check"},
     {"NoLocales", "rm host/rsrc/ChromeLocales", "ChromeLocales", "copy or link"},
     {"ALinkToNoLocales", "ln -sfn nowhere host/rsrc/ChromeLocales", "ChromeLocales",
      "copy or link"},
@@ -121,6 +124,28 @@ const fault k_folder_faults[] = {
 std::string name_of(const testing::TestParamInfo<fault>& one) { return one.param.name; }
 INSTANTIATE_TEST_SUITE_P(Library, StartFault, testing::ValuesIn(k_library_faults), name_of);
 INSTANTIATE_TEST_SUITE_P(Folder, StartFault, testing::ValuesIn(k_folder_faults), name_of);
+
+TEST_F(StartTest, AnEmptyFolderOfTheUsersIsNotTheEnd) {
+    const program_run host =
+        run("mkdir empty; export CEF_ROOT=$PWD/empty\npennywort -o picture.y4m --seconds 0.2");
+    EXPECT_EQ(host.status, 0) << host.errors;
+    EXPECT_TRUE(has("picture.y4m"));
+}
+
+// The shortest that does its work: it hands everything to the runtime, and what that says of a
+// process without a type, -1, becomes the status 255.
+TEST_F(StartTest, AHelperOfTheHostsOwnIsItsOwnAffair) {
+    const program_run host = run(
+        "mv host/CEFChildProcess host/ours\n"
+        "printf '#!/bin/sh\\ncase \"$*\" in *--type=*) exec \"$(dirname \"$0\")/ours\" \"$@\";; "
+        "esac\nexit 255' >host/CEFChildProcess\n"
+        "chmod a+x host/CEFChildProcess\n"
+        "host/CEFChildProcess --self-check; echo \"helper $?\"\n"
+        "pennywort -o picture.y4m --seconds 0.2");
+    EXPECT_TRUE(holds(host.output, "helper 255")) << host.output;
+    EXPECT_EQ(host.status, 0) << host.errors;
+    EXPECT_TRUE(has("picture.y4m"));
+}
 
 // A machine without a display, and no switch that says so.
 TEST_F(StartTest, AStartThatTheRuntimeRefusesNamesItsLog) {

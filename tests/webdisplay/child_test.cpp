@@ -21,8 +21,8 @@ using values = std::vector<fake_cef_value>;
 class ChildTest : public testing::Test {
 protected:
     void SetUp() override {
-        std::string failure;
-        ASSERT_TRUE(cef::load({FAKE_RUNTIME_FOLDER}, failure)) << failure;
+        const auto loaded = cef::load({FAKE_RUNTIME_FOLDER});
+        ASSERT_TRUE(loaded) << loaded.text();
     }
     void TearDown() override {
         EXPECT_EQ(fake().violations(), std::vector<std::string>{});

@@ -49,6 +49,18 @@ TEST_F(StartupFaultsTest, WithoutARuntimeItSaysWhereItLooked) {
     EXPECT_EQ(fake().api_version_asked(), 0);
 }
 
+TEST_F(StartupFaultsTest, AFolderOfTheUsersWithoutALibraryIsNotTheEnd) {
+    const fs::path probe = probe_in_new_folder(true, true);
+    fs::create_directories(m_folder / "empty");
+    test_process::set_variable("CEF_ROOT", (m_folder / "empty").string());
+    std::string said = run_probe(probe);
+    EXPECT_TRUE(has(said, "started 0\n")) << said;
+    EXPECT_TRUE(has(said, "empty, " + probe.parent_path().string())) << said;
+    copy_runtime(probe.parent_path());
+    said = run_probe(probe);
+    EXPECT_TRUE(has(said, "started 1\n")) << said;
+}
+
 TEST_F(StartupFaultsTest, AFileThatIsNoLibraryIsNoRuntime) {
     test_process::set_variable("CEF_ROOT", folder_with_library("not a library").string());
     expect_failure("cannot be loaded", (m_folder / "runtime").string());

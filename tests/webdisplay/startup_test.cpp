@@ -127,11 +127,12 @@ TEST_F(StartupTest, WithoutAFolderForDataItStartsAndKeepsNoCacheOfTheUsers) {
 
 // --- switches
 
+// A helper's own application may add nothing, so each helper gets them on its command line.
 TEST_F(StartupTest, EveryProcessGetsTheSwitchesInTheirOrder) {
     start();
-    fake().add_switches("renderer");
+    for (const char* type : {"zygote", "gpu-process", "renderer"}) fake().launch_helper(type);
     std::vector<fake_cef_switch> want;
-    for (const std::string type : {"", "renderer"}) {
+    for (const std::string type : {"", "zygote", "gpu-process", "renderer"}) {
         want.push_back({type, "ppapi-out-of-process", "", false});
         want.push_back({type, "enable-system-flash", "", false});
         want.push_back({type, "disk-cache-size", "25000000", true});
@@ -139,6 +140,25 @@ TEST_F(StartupTest, EveryProcessGetsTheSwitchesInTheirOrder) {
         if (type.empty()) want.push_back({type, "disable-chrome-login-prompt", "", false});
     }
     EXPECT_EQ(fake().switches(), want);
+}
+
+TEST_F(StartupTest, TheApplicationDoesNotLookAtTheKindOfProcess) {
+    start();
+    fake().launch_helper("renderer");
+    fake().add_switches("renderer");
+    const auto all = fake().switches();
+    ASSERT_EQ(all.size(), 13u);
+    for (std::size_t i = 5; i < 9; ++i) EXPECT_EQ(all[i], all[i + 4]);
+}
+
+TEST_F(StartupTest, TheHostsSwitchesReachEveryProcess) {
+    manager::AddCommandLineSwitch("of-the-host", "its value");
+    start();
+    fake().launch_helper("renderer");
+    const auto all = fake().switches();
+    ASSERT_EQ(all.size(), 11u);
+    EXPECT_EQ(all[5], (fake_cef_switch{"", "of-the-host", "its value", true}));
+    EXPECT_EQ(all[10], (fake_cef_switch{"renderer", "of-the-host", "its value", true}));
 }
 
 TEST_F(StartupTest, TheHostsSwitchesComeAfterThem) {

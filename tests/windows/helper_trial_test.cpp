@@ -7,7 +7,7 @@
 
 #include "loam/wide_text.h"
 #include "webdisplay/folder_claim.h"
-#include "webdisplay/host_environment.h"
+#include "webdisplay/helper_trial.h"
 
 namespace pennywort::webdisplay {
 namespace {
@@ -32,21 +32,45 @@ protected:
     const fs::path m_folder;
 };
 
-TEST_F(HelperTrial, OneThatIsMissingHasFailed) {
+TEST_F(HelperTrial, OneThatIsMissingIsRefused) {
     const helper_trial trial = try_helper(path_of(L"missing.exe"));
-    EXPECT_EQ(trial.end, helper_end::failed);
+    EXPECT_EQ(trial.end, helper_end::refused);
     EXPECT_NE(trial.how, "");
 }
 
-TEST_F(HelperTrial, OneThatIsNoProgramHasFailed) {
+TEST_F(HelperTrial, OneThatIsNoProgramIsRefused) {
     std::ofstream(m_folder / L"text.exe") << "no program";
-    EXPECT_EQ(try_helper(path_of(L"text.exe")).end, helper_end::failed);
+    EXPECT_EQ(try_helper(path_of(L"text.exe")).end, helper_end::refused);
 }
 
-TEST_F(HelperTrial, OneThatSaysNoHasFailedWithItsStatus) {
-    const helper_trial trial = try_helper(copy_named(L"status3.exe"));
-    EXPECT_EQ(trial.end, helper_end::failed);
-    EXPECT_EQ(trial.how, "it ended with status 3");
+// A helper of the host's own may end with any, and does where it finds no type; -1 is none of the
+// system's numbers.
+TEST_F(HelperTrial, AnyStatusIsFine) {
+    for (const wchar_t* status : {L"1", L"3", L"255", L"-1", L"-1073"}) {
+        const helper_trial trial =
+            try_helper(copy_named(std::wstring(L"status") + status + L".exe"));
+        EXPECT_EQ(trial.end, helper_end::fine) << trial.how;
+    }
+}
+
+TEST_F(HelperTrial, OneOfOursSaysWhyItWouldNotWork) {
+    const helper_trial trial = try_helper(copy_named(L"refuse.exe"));
+    EXPECT_EQ(trial.end, helper_end::refused);
+    EXPECT_EQ(trial.how, "no runtime here");
+}
+
+TEST_F(HelperTrial, OneThatStandsStillHangs) {
+    const helper_trial trial = try_helper(copy_named(L"sleep.exe"));
+    EXPECT_EQ(trial.end, helper_end::hung);
+    EXPECT_EQ(trial.how, "it does not end");
+}
+
+TEST_F(HelperTrial, OneThatIsStillAtWorkIsFine) {
+    EXPECT_EQ(try_helper(copy_named(L"work.exe")).end, helper_end::fine);
+}
+
+TEST_F(HelperTrial, OneThatSaysMuchIsFine) {
+    EXPECT_EQ(try_helper(copy_named(L"talk.exe")).end, helper_end::fine);
 }
 
 TEST_F(HelperTrial, OneThatCrashesSaysByWhat) {

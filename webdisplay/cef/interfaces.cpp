@@ -39,6 +39,12 @@ CefRenderProcessHandler* CefApp::GetRenderProcessHandler() { return nullptr; }
 // --- process handlers and functions for pages
 
 CefBrowserProcessHandler::CefBrowserProcessHandler() {
+    m_struct->on_before_child_process_launch = [](cef_browser_process_handler_t* self,
+                                                  cef_command_line_t* line) {
+        const ref<cef_command_line_t> held(line);
+        guarded("CefBrowserProcessHandler",
+                [&] { decltype(m_struct)::of(self)->OnBeforeChildProcessLaunch(line); });
+    };
     m_struct->on_schedule_message_pump_work = [](cef_browser_process_handler_t* self,
                                                  std::int64_t delay_ms) {
         guarded("CefBrowserProcessHandler",

@@ -42,6 +42,9 @@ public:
     CefBrowserProcessHandler();
     cef_browser_process_handler_t* counted_handler() noexcept { return m_struct.counted(); }
 
+    // A helper process is about to be started with this command line. UI thread, or the runtime's
+    // thread that launches processes.
+    virtual void OnBeforeChildProcessLaunch(cef_command_line_t* command_line) = 0;
     // The runtime wants a step of its message loop in so many milliseconds. Any thread.
     virtual void OnScheduleMessagePumpWork(std::int64_t delay_ms) = 0;
 

@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <utility>
 
+#include "core/statuses.h"
 #include "loam/library.h"
 #include "webdisplay/cef/data_file.h"
 #include "webdisplay/cef/runtime_system.h"
@@ -40,53 +42,69 @@ std::string remedy(const char* action) {
     return std::string("; ") + action + " " + how_to_install() + ", or set CEF_ROOT to its folder";
 }
 
-bool bind(zLibrary& library, function_table& functions, std::string& failure) {
-#define PENNYWORT_CEF_BIND(name)                                                                  \
-    functions.name = reinterpret_cast<cef_function::name*>(library.Symbol(#name));                \
-    if (!functions.name) {                                                                        \
-        failure = "The browser runtime lacks the function " #name                                 \
-                  "; install the runtime that this release names, or set CEF_ROOT to its folder"; \
-        return false;                                                                             \
+failure broken(std::string text) { return {k_failed, std::move(text)}; }
+
+outcome<> bind(zLibrary& library, function_table& functions) {
+#define PENNYWORT_CEF_BIND(name)                                                               \
+    functions.name = reinterpret_cast<cef_function::name*>(library.Symbol(#name));             \
+    if (functions.name == nullptr) {                                                           \
+        return broken("The browser runtime lacks the function " #name                          \
+                      "; install the runtime that this release names, or set CEF_ROOT to its " \
+                      "folder");                                                               \
     }
     PENNYWORT_CEF_FUNCTIONS(PENNYWORT_CEF_BIND)
 #undef PENNYWORT_CEF_BIND
-    return true;
+    return {};
 }
 
 // Asking for the hash fixes the interface's version for the process, so it comes before anything
 // else.
-bool check_version(const function_table& functions, std::string& failure) {
+outcome<> check_version(const function_table& functions) {
     const char* hash = functions.cef_api_hash(k_api_version, 0);
-    if (!hash) {
-        failure =
+    if (hash == nullptr) {
+        return broken(
             "The browser runtime does not offer interface version 13300; install version 133 "
-            "or newer, or set CEF_ROOT to its folder";
-        return false;
+            "or newer, or set CEF_ROOT to its folder");
     }
-    if (std::strcmp(hash, k_cef_api_hash_13300) != 0) {
-        failure = "The browser runtime's interface 13300 is not the one that was built for (hash " +
-                  std::string(hash) + "); install the runtime that this release names";
-        return false;
-    }
-    return true;
+    if (std::strcmp(hash, k_cef_api_hash_13300) == 0) return {};
+    return broken("The browser runtime's interface 13300 is not the one that was built for (hash " +
+                  std::string(hash) + "); install the runtime that this release names");
 }
 
 // The runtime looks for these beside its library, and ends the process that starts it where one is
 // missing or cut.
-bool check_data(const std::string& library, std::string& failure) {
+outcome<> check_data(const std::string& library) {
     const std::string folder = library.substr(0, library.find_last_of("/\\") + 1);
     const auto has = [&](const char* name) { return !real_file(folder + name).empty(); };
     const bool has_unicode = has("icudtl.dat");
     if (has_unicode && !is_whole_unicode_data(real_file(folder + "icudtl.dat"))) {
-        failure = "The browser runtime's file " + folder + "icudtl.dat is damaged" +
-                  remedy("install the runtime anew");
-        return false;
+        return broken("The browser runtime's file " + folder + "icudtl.dat is damaged" +
+                      remedy("install the runtime anew"));
     }
-    if (has_unicode && (has("v8_context_snapshot.bin") || has("snapshot_blob.bin"))) return true;
-    failure = "The browser runtime's file " +
-              std::string(has_unicode ? "v8_context_snapshot.bin" : "icudtl.dat") +
-              " is not beside " + library + remedy("install the runtime anew");
-    return false;
+    if (has_unicode && (has("v8_context_snapshot.bin") || has("snapshot_blob.bin"))) return {};
+    return broken("The browser runtime's file " +
+                  std::string(has_unicode ? "v8_context_snapshot.bin" : "icudtl.dat") +
+                  " is not beside " + library + remedy("install the runtime anew"));
+}
+
+outcome<> open(zLibrary* library, const std::string& path) {
+    if (library != nullptr && library->Load(path.c_str()) == k_ok) return {};
+    return broken("The browser runtime " + path + " cannot be loaded: " +
+                  (library != nullptr ? library->Error() : "out of memory") +
+                  remedy("install it anew"));
+}
+
+// Newer runtimes have a longer settings struct. Some accept their own size only, and all of them
+// take zeros in what they have added for the defaults.
+bool initialise(cef_settings_t& settings, ref<cef_app_t> app) {
+    alignas(cef_settings_t) unsigned char grown[k_cef_settings_t_grown_size] = {};
+    static_assert(sizeof grown >= sizeof settings);
+    const bool is_grown = g_functions.cef_version_info(0) >= k_cef_settings_t_grown_from;
+    settings.size = is_grown ? sizeof grown : sizeof settings;
+    std::memcpy(grown, &settings, sizeof settings);
+    const cef_main_args_t args = main_args();
+    return g_functions.cef_initialize(&args, reinterpret_cast<cef_settings_t*>(grown),
+                                      app.release(), nullptr) != 0;
 }
 
 }  // namespace
@@ -97,64 +115,45 @@ bool running() noexcept { return g_running; }
 
 std::vector<std::string> folders(const std::string& program_folder) {
     const std::string root = environment_variable("CEF_ROOT");
-    return {root.empty() ? program_folder : root};
+    if (root.empty()) return {program_folder};
+    return {root, program_folder};
 }
 
-bool load(const std::vector<std::string>& folders, std::string& failure) {
-    if (g_loaded) return true;
+outcome<> load(const std::vector<std::string>& folders) {
+    if (g_loaded) return {};
     const std::string path = find_library(folders);
     if (path.empty()) {
-        failure = std::string("The browser runtime (") + library_name() + ") is not in " +
-                  folder_list(folders) + remedy("install it");
-        return false;
+        return broken(std::string("The browser runtime (") + library_name() + ") is not in " +
+                      folder_list(folders) + remedy("install it"));
     }
-    std::unique_ptr<zLibrary> library(zLibrary::Factory());
-    if (!library || library->Load(path.c_str()) != 0) {
-        failure = "The browser runtime " + path +
-                  " cannot be loaded: " + (library ? library->Error() : "out of memory") +
-                  remedy("install it anew");
-        return false;
-    }
+    const std::unique_ptr<zLibrary> library(zLibrary::Factory());
     function_table functions;
-    if (!bind(*library, functions, failure) || !check_data(path, failure) ||
-        !check_version(functions, failure)) {
-        return false;
-    }
+    outcome<> step = open(library.get(), path);
+    if (step) step = bind(*library, functions);
+    if (step) step = check_data(path);
+    if (step) step = check_version(functions);
+    if (!step) return step;
     library->Keep();
     g_functions = functions;
     g_loaded = true;
-    return true;
+    return {};
 }
 
-bool start(cef_settings_t& settings, ref<cef_app_t> app, std::string& failure) {
-    if (g_running) return true;
+outcome<> start(cef_settings_t& settings, ref<cef_app_t> app) {
+    if (g_running) return {};
     if (g_start_tried) {
-        failure =
+        return broken(
             "The browser runtime was started in this process before; it can be started once "
-            "only, so restart the program";
-        return false;
+            "only, so restart the program");
     }
-    g_start_tried = true;
-
-    // Newer runtimes have a longer settings struct. Some accept their own size only, and all of
-    // them take zeros in what they have added for the defaults.
-    alignas(cef_settings_t) unsigned char grown[k_cef_settings_t_grown_size] = {};
-    static_assert(sizeof grown >= sizeof settings);
-    const bool is_grown = g_functions.cef_version_info(0) >= k_cef_settings_t_grown_from;
-    settings.size = is_grown ? sizeof grown : sizeof settings;
-    std::memcpy(grown, &settings, sizeof settings);
-
-    const cef_main_args_t args = main_args();
     const std::unique_ptr<startup_guard> guard = startup_guard::make();
-    g_running = g_functions.cef_initialize(&args, reinterpret_cast<cef_settings_t*>(grown),
-                                           app.release(), nullptr) != 0;
+    g_start_tried = true;
+    g_running = initialise(settings, std::move(app));
     guard->restore(g_running);
-    if (!g_running) {
-        failure = "The browser runtime did not start (exit code " +
+    if (g_running) return {};
+    return broken("The browser runtime did not start (exit code " +
                   std::to_string(g_functions.cef_get_exit_code()) + "); its log file " +
-                  utf8(&settings.log_file) + " says more";
-    }
-    return g_running;
+                  utf8(&settings.log_file) + " says more");
 }
 
 void stop() {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cef_abi.h"
+#include "core/outcome.h"
 #include "webdisplay/cef/functions.h"
 #include "webdisplay/cef/ref.h"
 
@@ -24,17 +25,18 @@ bool loaded() noexcept;
 
 // Opens the runtime's library in the first of `folders` that has one and binds its functions, all
 // or none. The library stays loaded until the process ends, since its threads outlive its
-// shut-down. `failure` says what is wrong and what to do. True at once when a runtime is bound.
-bool load(const std::vector<std::string>& folders, std::string& failure);
+// shut-down. A failure says what is wrong and what to do. Successful at once when a runtime is
+// bound.
+outcome<> load(const std::vector<std::string>& folders);
 
-// Where to look: the folder that CEF_ROOT names, and only there if it is set, else beside the
+// Where to look, in this order: the folder that CEF_ROOT names, if it is set, and beside the
 // program.
 std::vector<std::string> folders(const std::string& program_folder);
 
 // Starts the runtime, at most once in a process: it cannot be initialised a second time. Afterwards
 // the process's signal handlers are as they were, and the runtime's sources that would keep a loop
 // of the host spinning are gone.
-bool start(cef_settings_t& settings, ref<cef_app_t> app, std::string& failure);
+outcome<> start(cef_settings_t& settings, ref<cef_app_t> app);
 
 // Ends the runtime. Harmless if it does not run, or twice.
 void stop();

@@ -5,12 +5,12 @@
 
 namespace loam {
 
-// Calls `call` until it answers something other than -1 with EINTR, and answers that.
+// Calls `call` until it returns something other than -1 with EINTR, and returns that.
 template <typename function>
 auto unless_interrupted(function call) {
-    auto answer = call();
-    while (answer == -1 && errno == EINTR) answer = call();
-    return answer;
+    auto result = call();
+    while (result == -1 && errno == EINTR) result = call();
+    return result;
 }
 
 }  // namespace loam

@@ -107,6 +107,7 @@ TEST(Socket, ThatIsNotOpenRefusesEverything) {
     std::int32_t count = -1;
     EXPECT_FALSE(socket->IsOpen());
     EXPECT_LT(socket->SetReuseAddress(), 0);
+    EXPECT_LT(socket->SetExclusiveAddress(), 0);
     EXPECT_LT(socket->Bind(0), 0);
     EXPECT_LT(socket->Listen(1), 0);
     EXPECT_LT(socket->Accept(&accepted, 0), 0);
@@ -148,7 +149,11 @@ TEST(Socket, TakesNumericAddressesOnly) {
 }
 
 TEST(Socket, TellsAPortThatIsTaken) {
-    const socket_ptr first = make_listener();
+    const socket_ptr first = make_socket();
+    ASSERT_EQ(first->Open(0), 0);
+    ASSERT_EQ(first->SetExclusiveAddress(), 0);
+    ASSERT_EQ(first->BindTo("127.0.0.1", 0), 0);
+    ASSERT_EQ(first->Listen(3), 0);
     const socket_ptr second = make_socket();
     ASSERT_EQ(second->Open(0), 0);
     ASSERT_EQ(second->SetReuseAddress(), 0);

@@ -91,9 +91,13 @@ public:
     virtual zStatus Send(const char* data, std::int32_t length, std::int32_t flags,
                          std::int32_t timeout);
 
-    // Lets Bind take a port whose old connections the system still remembers. No other process can
-    // take a port that is in use.
+    // Lets Bind take a port whose old connections the system still remembers. On Windows it also
+    // lets it take a port that another socket has asked for in the same way, whatever process that
+    // belongs to; who must be alone asks for the next one instead.
     zStatus SetReuseAddress();
+    // No other socket can take the port, whatever it asks for. On Linux that needs no asking, and
+    // this does nothing.
+    zStatus SetExclusiveAddress();
     // On all addresses of the machine. Port 0: the system chooses one.
     zStatus Bind(std::uint16_t port);
     // On one address, "127.0.0.1" or "::1" for instance; names are not looked up. Null or "": all.
@@ -120,8 +124,9 @@ public:
 
     // Waits until a socket of the set is ready, for at most `timeout` milliseconds. Fills the
     // entries, and `ready` with the number of those that are; 0 when the time has passed. Entries
-    // whose socket is null or not open are never ready. Answers k_failed only when the system
-    // cannot wait at all, or for a null `set` or `ready`.
+    // whose socket is null or not open are never ready. Returns k_failed only when the system
+    // cannot wait at all, or for a null `set` or `ready`, and k_no_resources without memory for so
+    // many.
     static zStatus Select(zHeap<_zSocket_select*>* set, std::int32_t timeout, std::int32_t* ready);
     // The same, and `waker`, unless it is null, ends the wait early; it does not count as ready.
     static zStatus Select(zHeap<_zSocket_select*>* set, std::int32_t timeout, std::int32_t* ready,
@@ -131,11 +136,10 @@ protected:
     zSocket();
 
 private:
-    // Whether the system may wait for more bytes before it sends these.
-    enum class follow { nothing, more };
-
-    zStatus send_now(const char* data, std::int32_t length, std::int32_t timeout, follow what);
-    zStatus send_some_now(const char* data, std::int32_t length, std::int32_t* sent, follow what);
+    zStatus send_now(const char* data, std::int32_t length, std::int32_t timeout,
+                     bool more_follows);
+    zStatus send_some_now(const char* data, std::int32_t length, std::int32_t* sent,
+                          bool more_follows);
     zStatus wait_writable(std::int32_t timeout);
     void close_handle();
 

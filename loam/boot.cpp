@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "loam/ready_mutex.h"
 #include "loam/trace.h"
 
 namespace {
@@ -20,26 +21,29 @@ struct module_entry {
     std::int32_t tag;
     void (*start)();
     void (*stop)();
-    module_phase phase;
+    module_phase phase = module_phase::stopped;
+    bool has_failed = false;  // to start, in the call of StartModules that is under way
 };
 
 struct boot_registry {
     // Held while modules start and stop; a thread may come back to it from their routines.
-    std::recursive_mutex running;
+    loam::ready_recursive_mutex running;
     bool in_routine = false;  // of the thread that holds `running`
 
     // Guards what follows, and is never held while a routine runs: one may load a library, on any
     // thread, whose module registers itself.
-    std::mutex mutex;
+    loam::ready_mutex mutex;
     std::vector<module_entry> modules;   // in the order of registration
     std::vector<const zBoot*> started;   // in the order in which their starts ended
     std::set<std::int32_t> bare_booted;  // tags brought up by a boot routine alone
 
+    void add(const module_entry& entry);
     // The first one that is stopped and has not failed.
-    std::optional<module_entry> next_stopped(const std::set<const zBoot*>& failed);
+    std::optional<module_entry> next_stopped();
+    void forget_failures();
     std::optional<module_entry> with_tag(std::int32_t tag);
     std::optional<module_entry> take_last_started();
-    void set_phase(const zBoot* module, module_phase phase);
+    void set_phase(const zBoot* module, module_phase phase, bool has_failed = false);
 };
 
 // Never destroyed: static zBoot objects of other files may end after any of this one.
@@ -48,12 +52,25 @@ boot_registry& registry() {
     return *the_registry;
 }
 
-std::optional<module_entry> boot_registry::next_stopped(const std::set<const zBoot*>& failed) {
+// Takes all the memory that starting the module will need, where a failure could no longer be
+// undone.
+void boot_registry::add(const module_entry& entry) {
+    const std::lock_guard lock(mutex);
+    started.reserve(modules.size() + 1);
+    modules.push_back(entry);
+}
+
+std::optional<module_entry> boot_registry::next_stopped() {
     const std::lock_guard lock(mutex);
     for (const module_entry& entry : modules) {
-        if (entry.phase == module_phase::stopped && !failed.contains(entry.module)) return entry;
+        if (entry.phase == module_phase::stopped && !entry.has_failed) return entry;
     }
     return std::nullopt;
+}
+
+void boot_registry::forget_failures() {
+    const std::lock_guard lock(mutex);
+    for (module_entry& entry : modules) entry.has_failed = false;
 }
 
 std::optional<module_entry> boot_registry::with_tag(std::int32_t tag) {
@@ -74,13 +91,14 @@ std::optional<module_entry> boot_registry::take_last_started() {
     return *found;
 }
 
-void boot_registry::set_phase(const zBoot* module, module_phase phase) {
+void boot_registry::set_phase(const zBoot* module, module_phase phase, bool has_failed) {
     const std::lock_guard lock(mutex);
     const auto found = std::find_if(modules.begin(), modules.end(),
                                     [module](const module_entry& e) { return e.module == module; });
     // A routine may have unloaded its own module.
     if (found == modules.end()) return;
     found->phase = phase;
+    found->has_failed = has_failed;
     if (phase == module_phase::started) started.push_back(module);
 }
 
@@ -121,7 +139,7 @@ bool start_module(const module_entry& entry) {
     boot_registry& all = registry();
     all.set_phase(entry.module, module_phase::starting);
     const bool fine = run_routine(entry.start, entry.tag, "start");
-    all.set_phase(entry.module, fine ? module_phase::started : module_phase::stopped);
+    all.set_phase(entry.module, fine ? module_phase::started : module_phase::stopped, !fine);
     return fine;
 }
 
@@ -138,9 +156,7 @@ const zBoot k_mire_boot(nullptr, nullptr, zMire::k_tag);
 }  // namespace
 
 zBoot::zBoot(void (*start)(), void (*stop)(), std::int32_t tag) {
-    boot_registry& all = registry();
-    const std::lock_guard lock(all.mutex);
-    all.modules.push_back({this, tag, start, stop, module_phase::stopped});
+    registry().add({this, tag, start, stop});
 }
 
 zBoot::~zBoot() {
@@ -154,12 +170,10 @@ zStatus zBoot::StartModules() {
     boot_registry& all = registry();
     const std::lock_guard running(all.running);
     zStatus status = 0;
+    all.forget_failures();
     // Looked through anew after each: a start routine may bring modules or take them away.
-    std::set<const zBoot*> failed;
-    while (const auto entry = all.next_stopped(failed)) {
-        if (start_module(*entry)) continue;
-        failed.insert(entry->module);
-        status = -1;
+    while (const auto entry = all.next_stopped()) {
+        if (!start_module(*entry)) status = -1;
     }
     return status;
 }

@@ -1,8 +1,9 @@
 // loam/critical.cpp - see the header for the contract.
 #include "loam/critical.h"
 
-#include <mutex>
 #include <new>
+
+#include "loam/ready_mutex.h"
 
 namespace {
 
@@ -17,14 +18,23 @@ private:
     mutex m_mutex;
 };
 
+template <typename mutex>
+zCritical* made_critical() {
+    try {
+        return new critical<mutex>();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 }  // namespace
 
 zCritical::zCritical() = default;
 zCritical::~zCritical() = default;
 
 zCritical* zCritical::Factory(char recursive) {
-    if (recursive != 0) return new (std::nothrow) critical<std::recursive_mutex>();
-    return new (std::nothrow) critical<std::mutex>();
+    return recursive != 0 ? made_critical<loam::ready_recursive_mutex>()
+                          : made_critical<loam::ready_mutex>();
 }
 
 zAutoCritical::zAutoCritical(zCritical* critical) : m_critical(critical) {

@@ -12,8 +12,8 @@ std::string environment_variable(const char* name) {
     const std::wstring wide_name = wide_text(name);
     std::wstring value;
     DWORD length = GetEnvironmentVariableW(wide_name.c_str(), nullptr, 0);
-    // What is too long is answered with the size to come back with; another thread may lengthen it
-    // in between.
+    // For what is too long the system returns the size to come back with; another thread may
+    // lengthen it in between.
     while (length > value.size()) {
         value.resize(length);
         length = GetEnvironmentVariableW(wide_name.c_str(), value.data(), length);

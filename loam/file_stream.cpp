@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <limits>
 #include <optional>
-#include <string>
 
 #include "loam/native_file.h"
+#include "loam/out_of_memory.h"
 #include "loam/trace.h"
 
 namespace {
@@ -58,9 +58,11 @@ zStatus zFileStream::Open() {
     m_file.reset();
     const auto mode = mode_of(m_mode);
     if (!mode) return -1;
-    int error = 0;
-    m_file = loam::native_file::open(std::string(m_path.View()), *mode, error);
-    return m_file == nullptr ? failed("Open", error, Name()) : 0;
+    return loam::unless_out_of_memory([&] {
+        int error = 0;
+        m_file = loam::native_file::open(Name(), *mode, error);
+        return m_file == nullptr ? failed("Open", error, Name()) : 0;
+    });
 }
 
 zStatus zFileStream::Close() {
@@ -126,6 +128,8 @@ bool zFileStream::IsOpen() const { return m_file != nullptr; }
 
 zStatus zFileStream::RemoveFile(const char* path) {
     if (path == nullptr) return -1;
-    int error = 0;
-    return loam::native_file::remove(path, error) ? 0 : failed("RemoveFile", error, path);
+    return loam::unless_out_of_memory([&] {
+        int error = 0;
+        return loam::native_file::remove(path, error) ? 0 : failed("RemoveFile", error, path);
+    });
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "loam/native_library.h"
+#include "loam/out_of_memory.h"
 
 namespace {
 
@@ -14,12 +15,15 @@ public:
 
     zStatus Load(const char* name) override {
         unload();
+        m_error.clear();
         if (name == nullptr || *name == '\0') {
             m_error = "no name";
             return -1;
         }
-        m_handle = loam::open_library(name, m_error);
-        return m_handle == nullptr ? -1 : 0;
+        return loam::unless_out_of_memory([&] {
+            m_handle = loam::open_library(name, m_error);
+            return m_handle == nullptr ? -1 : 0;
+        });
     }
 
     void* Symbol(const char* name) override {

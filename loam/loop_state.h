@@ -19,11 +19,15 @@ public:
     // The calling thread's loop, made with its first use. Never null.
     static std::shared_ptr<zMessageLoop> current();
 
+    // What is behind a handle.
+    static loop_state& of(const zMessageLoop& loop);
+
     // Only on the loop's own thread.
     virtual void run() = 0;
     virtual bool run_once(std::uint32_t microseconds) = 0;
 
-    // From any thread, also after the loop's own has ended.
+    // From any thread, also after the loop's own has ended, which post() refuses with -1. Where it
+    // throws for want of memory, nothing was posted.
     virtual zStatus post(std::function<void()> work) = 0;
     virtual void request_quit() = 0;
 

@@ -107,6 +107,7 @@ public:
     }
 
     ~glib_loop() override {
+        end();
         g_source_unref(m_source);
         g_main_context_unref(m_context);
     }
@@ -145,7 +146,7 @@ public:
         g_main_context_wakeup(m_context);
     }
 
-    // On the loop's thread, when it ends or has no more use for this context.
+    // On the loop's thread, when it ends or has no more use for this context. Again does nothing.
     void end() {
         m_work.close();
         g_source_destroy(m_source);

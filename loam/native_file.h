@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <string>
 
 namespace loam {
 
@@ -18,17 +17,17 @@ enum class file_origin { start, here, end };
 // file is one of these too. A failure leaves the system's own code in `error` or error().
 class native_file {
 public:
-    // `path` is UTF-8. Null on failure.
-    static std::unique_ptr<native_file> open(const std::string& path, file_mode mode, int& error);
-    static bool remove(const std::string& path, int& error);
+    // `path` is UTF-8. Null on failure; without memory it throws, and nothing was opened.
+    static std::unique_ptr<native_file> open(const char* path, file_mode mode, int& error);
+    static bool remove(const char* path, int& error);
 
     native_file(const native_file&) = delete;
     native_file& operator=(const native_file&) = delete;
     ~native_file();
 
-    // Writes until all is written; answers how much was, which is less only on failure.
+    // Writes until all is written; returns how much was, which is less only on failure.
     std::size_t write(std::span<const char> bytes);
-    // Reads until `bytes` is full or the file ends, and answers how much came; nothing on failure.
+    // Reads until `bytes` is full or the file ends, and returns how much came; nothing on failure.
     std::optional<std::size_t> read(std::span<char> bytes);
     // The new position; nothing on failure.
     std::optional<std::int64_t> seek(std::int64_t offset, file_origin origin);
@@ -36,11 +35,19 @@ public:
     int error() const { return m_error; }
 
 private:
-    struct native;
+    native_file() = default;
 
-    explicit native_file(std::unique_ptr<native> handle);
+    // The system's side. 0 or the system's code.
+    int open_handle(const char* path, file_mode mode);
+    void close_handle();
+    // One call of the system, which may take less than all: how much, 0 at the end of the file,
+    // nothing on failure.
+    std::optional<std::size_t> write_some(std::span<const char> bytes);
+    std::optional<std::size_t> read_some(std::span<char> bytes);
 
-    std::unique_ptr<native> m_native;
+    static constexpr std::intptr_t k_closed = -1;
+
+    std::intptr_t m_handle = k_closed;
     int m_error = 0;
 };
 

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 #include "loam/interrupted.h"
 #include "loam/native_file.h"
@@ -37,71 +36,46 @@ int whence_of(file_origin origin) {
     return SEEK_SET;
 }
 
+int native(std::intptr_t handle) { return static_cast<int>(handle); }
+
 }  // namespace
 
-struct native_file::native {
-    int descriptor;
-};
-
-native_file::native_file(std::unique_ptr<native> handle) : m_native(std::move(handle)) {}
-
-std::unique_ptr<native_file> native_file::open(const std::string& path, file_mode mode,
-                                               int& error) {
+int native_file::open_handle(const char* path, file_mode mode) {
     // Readable and writable by everybody whom the process's mask does not exclude.
     constexpr mode_t k_rights = 0666;
-    const int descriptor = unless_interrupted(
-        [&] { return ::open(path.c_str(), flags_of(mode) | O_CLOEXEC, k_rights); });
-    if (descriptor < 0) {
-        error = errno;
-        return nullptr;
-    }
-    auto handle = std::make_unique<native>(native{descriptor});
-    return std::unique_ptr<native_file>(new native_file(std::move(handle)));
-}
-
-bool native_file::remove(const std::string& path, int& error) {
-    if (::unlink(path.c_str()) == 0) return true;
-    error = errno;
-    return false;
+    m_handle =
+        unless_interrupted([&] { return ::open(path, flags_of(mode) | O_CLOEXEC, k_rights); });
+    return m_handle == k_closed ? errno : 0;
 }
 
 // Not repeated when a signal interrupts it: Linux has given the descriptor back by then, and it may
 // already be another thread's.
-native_file::~native_file() { ::close(m_native->descriptor); }
+void native_file::close_handle() { ::close(native(m_handle)); }
 
-std::size_t native_file::write(std::span<const char> bytes) {
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const auto rest = bytes.subspan(written);
-        const auto count = unless_interrupted(
-            [&] { return ::write(m_native->descriptor, rest.data(), rest.size()); });
-        if (count < 0) {
-            m_error = errno;
-            return written;
-        }
-        written += static_cast<std::size_t>(count);
-    }
-    return written;
+bool native_file::remove(const char* path, int& error) {
+    if (::unlink(path) == 0) return true;
+    error = errno;
+    return false;
 }
 
-std::optional<std::size_t> native_file::read(std::span<char> bytes) {
-    std::size_t received = 0;
-    while (received < bytes.size()) {
-        const auto rest = bytes.subspan(received);
-        const auto count = unless_interrupted(
-            [&] { return ::read(m_native->descriptor, rest.data(), rest.size()); });
-        if (count < 0) {
-            m_error = errno;
-            return std::nullopt;
-        }
-        if (count == 0) break;
-        received += static_cast<std::size_t>(count);
-    }
-    return received;
+std::optional<std::size_t> native_file::write_some(std::span<const char> bytes) {
+    const auto count =
+        unless_interrupted([&] { return ::write(native(m_handle), bytes.data(), bytes.size()); });
+    if (count >= 0) return static_cast<std::size_t>(count);
+    m_error = errno;
+    return std::nullopt;
+}
+
+std::optional<std::size_t> native_file::read_some(std::span<char> bytes) {
+    const auto count =
+        unless_interrupted([&] { return ::read(native(m_handle), bytes.data(), bytes.size()); });
+    if (count >= 0) return static_cast<std::size_t>(count);
+    m_error = errno;
+    return std::nullopt;
 }
 
 std::optional<std::int64_t> native_file::seek(std::int64_t offset, file_origin origin) {
-    const off_t position = ::lseek(m_native->descriptor, offset, whence_of(origin));
+    const off_t position = ::lseek(native(m_handle), offset, whence_of(origin));
     if (position >= 0) return position;
     m_error = errno;
     return std::nullopt;

@@ -2,7 +2,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "loam/native_file.h"
 #include "loam/wide_path.h"
@@ -50,78 +49,57 @@ int last_error() { return static_cast<int>(GetLastError()); }
 
 DWORD piece_of(std::size_t bytes) { return static_cast<DWORD>(std::min(bytes, k_largest_piece)); }
 
+HANDLE native(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
 }  // namespace
 
-struct native_file::native {
-    HANDLE handle;
-};
-
-native_file::native_file(std::unique_ptr<native> handle) : m_native(std::move(handle)) {}
-
-std::unique_ptr<native_file> native_file::open(const std::string& path, file_mode mode,
-                                               int& error) {
+int native_file::open_handle(const char* path, file_mode mode) {
     // Others may read, write and remove the file meanwhile, as they may elsewhere.
     constexpr DWORD k_share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const auto name = wide_path(path);
-    if (!name) {
-        error = ERROR_INVALID_NAME;
-        return nullptr;
-    }
+    if (!name) return ERROR_INVALID_NAME;
     const opening how = opening_of(mode);
-    const HANDLE handle = CreateFileW(name->c_str(), how.access, k_share, nullptr, how.disposition,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) {
-        error = last_error();
-        return nullptr;
-    }
-    return std::unique_ptr<native_file>(new native_file(std::make_unique<native>(native{handle})));
+    m_handle = reinterpret_cast<std::intptr_t>(CreateFileW(name->c_str(), how.access, k_share,
+                                                           nullptr, how.disposition,
+                                                           FILE_ATTRIBUTE_NORMAL, nullptr));
+    return m_handle == k_closed ? last_error() : 0;
 }
 
-bool native_file::remove(const std::string& path, int& error) {
+void native_file::close_handle() { CloseHandle(native(m_handle)); }
+
+bool native_file::remove(const char* path, int& error) {
     const auto name = wide_path(path);
     if (name && DeleteFileW(name->c_str())) return true;
     error = name ? last_error() : ERROR_INVALID_NAME;
     return false;
 }
 
-native_file::~native_file() { CloseHandle(m_native->handle); }
-
-std::size_t native_file::write(std::span<const char> bytes) {
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const auto rest = bytes.subspan(written);
-        DWORD count = 0;
-        if (!WriteFile(m_native->handle, rest.data(), piece_of(rest.size()), &count, nullptr)) {
-            m_error = last_error();
-            return written;
-        }
-        written += count;
+std::optional<std::size_t> native_file::write_some(std::span<const char> bytes) {
+    DWORD count = 0;
+    if (WriteFile(native(m_handle), bytes.data(), piece_of(bytes.size()), &count, nullptr)) {
+        return count;
     }
-    return written;
+    m_error = last_error();
+    return std::nullopt;
 }
 
-std::optional<std::size_t> native_file::read(std::span<char> bytes) {
-    std::size_t received = 0;
-    while (received < bytes.size()) {
-        const auto rest = bytes.subspan(received);
-        DWORD count = 0;
-        if (!ReadFile(m_native->handle, rest.data(), piece_of(rest.size()), &count, nullptr)) {
-            // The other end of a pipe has gone: that is how a pipe ends here.
-            if (GetLastError() == ERROR_BROKEN_PIPE) break;
-            m_error = last_error();
-            return std::nullopt;
-        }
-        if (count == 0) break;
-        received += count;
+std::optional<std::size_t> native_file::read_some(std::span<char> bytes) {
+    DWORD count = 0;
+    if (ReadFile(native(m_handle), bytes.data(), piece_of(bytes.size()), &count, nullptr)) {
+        return count;
     }
-    return received;
+    const int error = last_error();
+    // The other end of a pipe has gone: that is how a pipe ends here.
+    if (error == ERROR_BROKEN_PIPE) return 0;
+    m_error = error;
+    return std::nullopt;
 }
 
 std::optional<std::int64_t> native_file::seek(std::int64_t offset, file_origin origin) {
     LARGE_INTEGER distance{};
     distance.QuadPart = offset;
     LARGE_INTEGER position{};
-    if (SetFilePointerEx(m_native->handle, distance, &position, method_of(origin))) {
+    if (SetFilePointerEx(native(m_handle), distance, &position, method_of(origin))) {
         return position.QuadPart;
     }
     m_error = last_error();

@@ -9,7 +9,10 @@
 #include <utility>
 #include <vector>
 
+#include "loam/loop_state.h"
 #include "loam/message_loop.h"
+#include "loam/out_of_memory.h"
+#include "loam/ready_mutex.h"
 
 namespace loam {
 
@@ -20,15 +23,17 @@ public:
 
     std::int32_t code() const { return m_code; }
 
-    void post(std::shared_ptr<const zRecord> payload, std::uint64_t data) {
-        // A loop whose thread has ended refuses, and there is nobody left to tell.
-        m_loop->Post([self = shared_from_this(), payload = std::move(payload), data] {
-            self->deliver(*payload, data);
+    // A loop whose thread has ended refuses, which is no failure: there is nobody left to tell.
+    zStatus post(const std::shared_ptr<const zRecord>& payload, std::uint64_t data) {
+        return unless_out_of_memory([&] {
+            loop_state::of(*m_loop).post(
+                [self = shared_from_this(), payload, data] { self->deliver(*payload, data); });
+            return 0;
         });
     }
 
     void retire() {
-        std::unique_lock lock(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
         m_retired = true;
         if (m_caller != std::this_thread::get_id()) {
             m_call_ended.wait(lock, [this] { return m_calls == 0; });
@@ -61,7 +66,7 @@ private:
     }
 
     void end_call() {
-        std::unique_lock lock(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
         if (--m_calls != 0) return;
         m_caller = {};
         m_call_ended.notify_all();
@@ -78,7 +83,7 @@ private:
 
     const std::int32_t m_code;
     const std::shared_ptr<zMessageLoop> m_loop;
-    std::mutex m_mutex;
+    ready_mutex m_mutex;
     std::condition_variable m_call_ended;
     zObserverHandler::function m_notify;
     int m_calls = 0;
@@ -122,7 +127,7 @@ private:
     static constexpr std::int32_t k_first_code = 0x10000000;
     static constexpr std::int32_t k_last_code = 0x1FFFFFFF;
 
-    std::mutex m_mutex;
+    ready_mutex m_mutex;
     std::unordered_map<std::int32_t, std::vector<std::shared_ptr<observer>>> m_observers;
     std::int32_t m_last_code = k_first_code;
 };
@@ -149,16 +154,18 @@ zObserverHandler::~zObserverHandler() {
 zStatus zObserverHandler::PostNotification(std::int32_t code, zRecord* payload,
                                            std::uint64_t data) {
     std::unique_ptr<zRecord> owned(payload);
-    try {
+    return loam::unless_out_of_memory([&] {
         const auto observers = loam::registry().of(code);
         if (observers.empty()) return 0;
         if (owned == nullptr) owned = std::make_unique<zRecord>();
         const std::shared_ptr<const zRecord> shared(std::move(owned));
-        for (const auto& one : observers) one->post(shared, data);
-    } catch (const std::bad_alloc&) {
-        return -1;
-    }
-    return 0;
+        zStatus status = 0;
+        // One that cannot be reached does not cost the others their notification.
+        for (const auto& one : observers) {
+            if (one->post(shared, data) != 0) status = -1;
+        }
+        return status;
+    });
 }
 
 std::int32_t zObserverHandler::NewCode() { return loam::registry().new_code(); }

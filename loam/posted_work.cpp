@@ -34,10 +34,13 @@ bool posted_work::run_some() {
 }
 
 void posted_work::close() {
-    std::deque<std::function<void()>> doomed;
-    const std::lock_guard lock(m_mutex);
-    m_closed = true;
-    m_waiting.swap(doomed);
+    {
+        const std::lock_guard lock(m_mutex);
+        m_closed = true;
+    }
+    // One by one, so that this takes no memory; and outside the lock, since what goes may post.
+    while (take()) {
+    }
 }
 
 bool posted_work::is_idle() {

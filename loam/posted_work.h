@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <mutex>
+
+#include "loam/ready_mutex.h"
 
 namespace loam {
 
@@ -18,7 +19,7 @@ public:
     // False, and `work` is destroyed, when the queue is closed.
     bool post(std::function<void()> work);
     // Calls what waited when it was called and nothing that comes later, so that work which posts
-    // work cannot keep other sources of the loop waiting. May be nested. Answers whether there was
+    // work cannot keep other sources of the loop waiting. May be nested. Returns whether there was
     // anything.
     bool run_some();
     // Refuses work from now on, and destroys what waits.
@@ -30,7 +31,7 @@ private:
     std::function<void()> take();
     static void call(const std::function<void()>& work);
 
-    std::mutex m_mutex;
+    ready_mutex m_mutex;
     const std::function<void()> m_wake;
     const std::function<void()> m_rest;
     std::deque<std::function<void()>> m_waiting;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@ using loam::record_bytes;
 using loam::record_key;
 using loam::record_state;
 using loam::record_value;
+using loam::record_variable;
 
 namespace {
 
@@ -74,7 +76,7 @@ const char* read_c_string(const record_state& state, std::string_view key, const
     return *scratch;
 }
 
-const char* answer_bytes(const std::string* bytes, std::uint32_t* length) {
+const char* with_length(const std::string* bytes, std::uint32_t* length) {
     if (length != nullptr) {
         *length = bytes == nullptr ? 0 : static_cast<std::uint32_t>(bytes->size());
     }
@@ -83,11 +85,11 @@ const char* answer_bytes(const std::string* bytes, std::uint32_t* length) {
 
 const char* read_bytes(const record_state& state, std::string_view key, std::uint32_t* length) {
     const record_value* value = state.variables.find(key);
-    if (value == nullptr) return answer_bytes(nullptr, length);
+    if (value == nullptr) return with_length(nullptr, length);
     if (const auto* bytes = std::get_if<record_bytes>(&value->held)) {
-        return answer_bytes(&bytes->bytes, length);
+        return with_length(&bytes->bytes, length);
     }
-    return answer_bytes(std::get_if<std::string>(&value->held), length);
+    return with_length(std::get_if<std::string>(&value->held), length);
 }
 
 }  // namespace
@@ -113,10 +115,12 @@ zRecord::zRecord(const zRecord& other) : zRecord() {
 
 zRecord& zRecord::operator=(const zRecord& other) {
     if (this == &other) return *this;
-    // Copied first: `other` may be a part of this tree, or this a part of it.
+    // Copied first, and room made: `other` may be a part of this tree, or this a part of it, and
+    // without memory everything stays as it was.
     zRecord copy(other);
+    m_state->variables.reserve(copy.VariableCount());
     MakeEmpty();
-    adopt_variables(copy);
+    take_variables(copy);
     m_state->children.swap(copy.m_state->children);
     for (zRecord* child : m_state->children) child->m_state->parent = this;
     return *this;
@@ -127,18 +131,23 @@ zRecord::~zRecord() {
         std::erase(m_state->parent->m_state->children, this);
         m_state->parent = nullptr;
     }
-    // A list of work and no recursion: a tree may be deeper than the stack. Each record is emptied
-    // of its children before it is deleted, so its own destructor finds none.
-    std::vector<zRecord*> pending = std::move(m_state->children);
-    while (!pending.empty()) {
-        zRecord* last = pending.back();
-        pending.pop_back();
-        auto& below = last->m_state->children;
-        pending.insert(pending.end(), below.begin(), below.end());
-        for (zRecord* child : below) child->m_state->parent = nullptr;
-        below.clear();
-        last->m_state->parent = nullptr;
-        delete last;
+    delete_children();
+}
+
+// From the deepest upwards and without recursion, since a tree may be deeper than the stack; and
+// without a list of work, since there may be no memory for one.
+void zRecord::delete_children() {
+    zRecord* at = this;
+    while (at != this || !m_state->children.empty()) {
+        auto& below = at->m_state->children;
+        if (!below.empty()) {
+            at = below.back();
+            continue;
+        }
+        zRecord* const above = std::exchange(at->m_state->parent, nullptr);
+        above->m_state->children.pop_back();
+        delete at;
+        at = above;
     }
 }
 
@@ -183,15 +192,15 @@ const char* zRecord::AsCString(std::uint64_t id, const char* otherwise, char (*s
 // clang-format on
 
 const char* zRecord::AsText(const char* name, std::uint32_t* length) const {
-    return answer_bytes(name == nullptr ? nullptr : find_text(*m_state, name), length);
+    return with_length(name == nullptr ? nullptr : find_text(*m_state, name), length);
 }
 
 const char* zRecord::AsText(std::uint64_t id, std::uint32_t* length) const {
-    return answer_bytes(find_text(*m_state, record_key(id).view()), length);
+    return with_length(find_text(*m_state, record_key(id).view()), length);
 }
 
 const void* zRecord::AsBytes(const char* name, std::uint32_t* length) const {
-    return name == nullptr ? answer_bytes(nullptr, length) : read_bytes(*m_state, name, length);
+    return name == nullptr ? with_length(nullptr, length) : read_bytes(*m_state, name, length);
 }
 
 const void* zRecord::AsBytes(std::uint64_t id, std::uint32_t* length) const {
@@ -298,7 +307,11 @@ zStatus zRecord::AddChild(zRecord* child, std::int32_t position) {
     }
     auto& children = m_state->children;
     const auto at = std::min(static_cast<std::size_t>(position), children.size());
-    children.insert(children.begin() + static_cast<std::ptrdiff_t>(at), child);
+    try {
+        children.insert(children.begin() + static_cast<std::ptrdiff_t>(at), child);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
     child->m_state->parent = this;
     return 0;
 }
@@ -326,17 +339,20 @@ void zRecord::MakeEmpty() {
         variable_changing(record_key::id_of(m_state->variables.at(i)->key), true, true);
     }
     m_state->variables.clear();
-    zRecord doomed;
-    doomed.m_state->children.swap(m_state->children);
-    for (zRecord* child : doomed.m_state->children) child->m_state->parent = &doomed;
+    delete_children();
 }
 
 void zRecord::variable_changing(std::uint64_t, bool, bool) {}
 
 bool zRecord::set(const record_key& key, record_value value) {
-    const bool exists = m_state->variables.find(key.view()) != nullptr;
-    variable_changing(record_key::id_of(key.view()), exists, false);
-    m_state->variables.set(key.view(), std::move(value));
+    auto& variables = m_state->variables;
+    const std::uint64_t id = record_key::id_of(key.view());
+    const bool exists = variables.find(key.view()) != nullptr;
+    // All memory is taken first: a derived class must not hear of a change that then fails.
+    record_variable made{std::string(key.view()), std::move(value)};
+    if (!exists) variables.reserve(variables.size() + 1);
+    variable_changing(id, exists, false);
+    variables.set(std::move(made));
     return true;
 }
 
@@ -347,11 +363,12 @@ bool zRecord::remove(const record_key& key) {
     return true;
 }
 
-void zRecord::adopt_variables(const zRecord& other) {
-    const auto& variables = other.m_state->variables;
-    for (std::size_t i = 0; i < variables.size(); ++i) {
-        variable_changing(record_key::id_of(variables.at(i)->key), false, false);
-        m_state->variables.set(variables.at(i)->key, variables.at(i)->value);
+void zRecord::take_variables(zRecord& other) {
+    loam::record_variables taken;
+    taken.swap(other.m_state->variables);
+    for (std::size_t i = 0; i < taken.size(); ++i) {
+        variable_changing(record_key::id_of(taken.at(i)->key), false, false);
+        m_state->variables.set(taken.take(i));
     }
 }
 

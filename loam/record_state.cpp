@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "loam/ascii.h"
@@ -15,7 +16,6 @@ namespace loam {
 namespace {
 
 constexpr std::size_t k_indexed_from = 13;
-constexpr std::size_t k_id_key_size = 1 + sizeof(std::uint64_t);
 
 std::optional<std::int64_t> whole_part(double value) {
     // 2^63 is exact as a double, while the largest 64-bit integer is not.
@@ -35,13 +35,13 @@ std::optional<bool> text_as_bool(std::string_view text) {
 
 }  // namespace
 
-record_key::record_key(std::uint64_t id) : text(k_id_key_size, '\0') {
-    std::memcpy(text.data() + 1, &id, sizeof id);
+record_key::record_key(std::uint64_t id) : m_view(m_id, k_id_size) {
+    std::memcpy(m_id + 1, &id, sizeof id);
 }
 
 std::uint64_t record_key::id_of(std::string_view key) {
     std::uint64_t id = 0;
-    if (key.size() == k_id_key_size && key[0] == '\0') std::memcpy(&id, key.data() + 1, sizeof id);
+    if (key.size() == k_id_size && key[0] == '\0') std::memcpy(&id, key.data() + 1, sizeof id);
     return id;
 }
 
@@ -61,25 +61,31 @@ const record_value* record_variables::find(std::string_view key) const {
     return at == k_none ? nullptr : &m_variables[at].value;
 }
 
-void record_variables::set(std::string_view key, record_value value) {
-    const std::size_t at = position(key);
+void record_variables::reserve(std::size_t count) {
+    if (count <= m_variables.capacity()) return;
+    // Doubled: records are filled one variable at a time.
+    m_variables.reserve(std::max(count, 2 * m_variables.capacity()));
+}
+
+void record_variables::set(record_variable variable) {
+    const std::size_t at = position(variable.key);
     if (at != k_none) {
-        m_variables[at].value = std::move(value);
+        m_variables[at].value = std::move(variable.value);
         return;
     }
-    m_variables.push_back({std::string(key), std::move(value)});
-    if (!m_index.empty()) {
-        m_index.emplace(key, m_variables.size() - 1);
-    } else if (m_variables.size() >= k_indexed_from) {
-        rebuild_index();
-    }
+    m_variables.push_back(std::move(variable));
+    index_last();
 }
 
 void record_variables::remove(std::string_view key) {
-    const std::size_t at = position(key);
-    if (at == k_none) return;
-    m_variables.erase(m_variables.begin() + static_cast<std::ptrdiff_t>(at));
-    rebuild_index();
+    const std::size_t gone = position(key);
+    if (gone == k_none) return;
+    if (m_variables.size() <= k_indexed_from) m_index.clear();
+    if (const auto found = m_index.find(key); found != m_index.end()) m_index.erase(found);
+    for (auto& [name, at] : m_index) {
+        if (at > gone) --at;
+    }
+    m_variables.erase(m_variables.begin() + static_cast<std::ptrdiff_t>(gone));
 }
 
 void record_variables::clear() {
@@ -87,14 +93,34 @@ void record_variables::clear() {
     m_index.clear();
 }
 
+void record_variables::swap(record_variables& other) noexcept {
+    m_variables.swap(other.m_variables);
+    m_index.swap(other.m_index);
+}
+
 const record_variable* record_variables::at(std::size_t index) const {
     return index < m_variables.size() ? &m_variables[index] : nullptr;
 }
 
-void record_variables::rebuild_index() {
-    m_index.clear();
+// Without memory for the index the variables are found by a look through all of them. An index
+// that knows only some would hide the others.
+void record_variables::index_last() {
     if (m_variables.size() < k_indexed_from) return;
-    for (std::size_t i = 0; i < m_variables.size(); ++i) m_index.emplace(m_variables[i].key, i);
+    try {
+        if (m_index.empty()) {
+            m_index = made_index();
+        } else {
+            m_index.emplace(m_variables.back().key, m_variables.size() - 1);
+        }
+    } catch (const std::bad_alloc&) {
+        m_index.clear();
+    }
+}
+
+record_variables::positions record_variables::made_index() const {
+    positions made;
+    for (std::size_t i = 0; i < m_variables.size(); ++i) made.emplace(m_variables[i].key, i);
+    return made;
 }
 
 std::optional<std::int64_t> as_integer(const record_value& value) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -24,16 +25,24 @@ struct record_value {
 };
 
 // The name of a variable; for one with an identifier a NUL and the identifier's 8 bytes. A name
-// comes from a NUL-terminated text, so the two cannot meet, and such a key reads as "".
-struct record_key {
-    explicit record_key(const char* name) : text(name) {}
+// comes from a NUL-terminated text, so the two cannot meet, and such a key reads as "". It takes no
+// memory: a lookup must not fail. A name must outlive it.
+class record_key {
+public:
+    explicit record_key(const char* name) : m_view(name) {}
     explicit record_key(std::uint64_t id);
+    record_key(const record_key&) = delete;
+    record_key& operator=(const record_key&) = delete;
 
-    std::string_view view() const { return {text.data(), text.size()}; }
+    std::string_view view() const { return m_view; }
     // 0 for a name.
     static std::uint64_t id_of(std::string_view key);
 
-    std::string text;
+private:
+    static constexpr std::size_t k_id_size = 1 + sizeof(std::uint64_t);
+
+    char m_id[k_id_size] = {};
+    std::string_view m_view;
 };
 
 struct record_variable {
@@ -41,14 +50,20 @@ struct record_variable {
     record_value value;
 };
 
+// A failed allocation leaves everything as it was.
 class record_variables {
 public:
     const record_value* find(std::string_view key) const;
-    void set(std::string_view key, record_value value);
+    // Room for so many variables: up to that number set() does not fail.
+    void reserve(std::size_t count);
+    void set(record_variable variable);
     void remove(std::string_view key);
     void clear();
+    void swap(record_variables& other) noexcept;
     std::size_t size() const { return m_variables.size(); }
     const record_variable* at(std::size_t index) const;
+    // Leaves an empty variable in its place; for a list that is about to end.
+    record_variable take(std::size_t index) { return std::move(m_variables[index]); }
 
 private:
     static constexpr std::size_t k_none = static_cast<std::size_t>(-1);
@@ -60,12 +75,16 @@ private:
         }
     };
 
+    using positions = std::unordered_map<std::string, std::size_t, key_hash, std::equal_to<>>;
+
     std::size_t position(std::string_view key) const;
-    void rebuild_index();
+    void index_last();
+    positions made_index() const;
 
     std::vector<record_variable> m_variables;
-    // Empty up to a dozen variables: a look through so few costs less than a hash.
-    std::unordered_map<std::string, std::size_t, key_hash, std::equal_to<>> m_index;
+    // Empty up to a dozen variables, since a look through so few costs less than a hash; and where
+    // there was no memory for it.
+    positions m_index;
 };
 
 struct record_state {

@@ -3,8 +3,11 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <new>
+
+#include "loam/ready_mutex.h"
 
 namespace {
 
@@ -25,14 +28,14 @@ public:
 
     zStatus Wait(std::uint32_t microseconds) override {
         const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(microseconds);
-        std::unique_lock lock(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
         if (!m_changed.wait_until(lock, end, [this] { return m_set; })) return -1;
         m_set = false;
         return 0;
     }
 
 private:
-    std::mutex m_mutex;
+    loam::ready_mutex m_mutex;
     std::condition_variable m_changed;
     bool m_set = false;
 };
@@ -42,4 +45,13 @@ private:
 zSignal::zSignal() = default;
 zSignal::~zSignal() = default;
 
-zSignal* zSignal::Factory() { return new (std::nothrow) event(); }
+zSignal* zSignal::Factory() {
+    try {
+        auto made = std::make_unique<event>();
+        // Makes the inside of the condition too, where the system does that with its first use.
+        made->Wait(0);
+        return made.release();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}

@@ -31,7 +31,7 @@ zString::zString(std::string text) : m_text(std::move(text)) {}
 
 zString::zString(zString&& other) noexcept { *this = std::move(other); }
 
-zString& zString::operator=(zString&& other) noexcept {
+const zString& zString::operator=(zString&& other) noexcept {
     if (this == &other) return *this;
     // Assigned, a short text would leave the memory of a long one in place.
     std::exchange(other.m_text, {}).swap(m_text);
@@ -41,6 +41,12 @@ zString& zString::operator=(zString&& other) noexcept {
 
 const zString& zString::operator=(const char* text) {
     SetString(text);
+    return *this;
+}
+
+const zString& zString::operator=(const zString& other) {
+    m_text = other.m_text;
+    m_open_ended = other.m_open_ended;
     return *this;
 }
 

@@ -2,10 +2,12 @@
 // thread_state.h.
 #include "loam/thread.h"
 
+#include <memory>
 #include <new>
 #include <utility>
 
 #include "loam/thread_state.h"
+#include "loam/trace.h"
 
 zThreadMain::zThreadMain() = default;
 zThreadMain::zThreadMain(const zThreadMain&) = default;
@@ -13,14 +15,23 @@ zThreadMain::~zThreadMain() = default;
 
 zThread* zThread::Factory(const char* name, zThreadMain* body, char, char) {
     if (body == nullptr) return nullptr;
-    auto state = loam::thread_state::start(name == nullptr ? "" : name, body);
-    if (state == nullptr) return nullptr;
-    return new zThread(std::move(state));
+    try {
+        // All memory is taken before the thread starts: once it runs, null would be a lie.
+        auto state = loam::thread_state::make(name == nullptr ? "" : name, body);
+        std::unique_ptr<zThread> thread(new zThread(state));
+        if (loam::thread_state::start(state)) return thread.release();
+        thread->m_state = nullptr;
+    } catch (const std::bad_alloc&) {
+        zTraceManager::Default()->TraceNote("zThread::Factory: no memory\n");
+    }
+    return nullptr;
 }
 
 zThread::zThread(std::shared_ptr<loam::thread_state> state) : m_state(std::move(state)) {}
 
-zThread::~zThread() { Join(); }
+zThread::~zThread() {
+    if (m_state != nullptr) Join();
+}
 
 void zThread::Join() { m_state->join(); }
 

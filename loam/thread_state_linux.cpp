@@ -7,11 +7,9 @@
 
 #include <cerrno>
 #include <ctime>
-#include <utility>
 
 #include "loam/thread.h"
 #include "loam/thread_state.h"
-#include "loam/trace.h"
 
 namespace loam {
 namespace {
@@ -20,60 +18,27 @@ namespace {
 constexpr std::size_t k_name_bytes = 15;
 
 void* thread_main(void* argument) {
-    const std::unique_ptr<std::shared_ptr<thread_state>> state(
-        static_cast<std::shared_ptr<thread_state>*>(argument));
-    (*state)->run();
+    static_cast<thread_state*>(argument)->run();
     return nullptr;
 }
 
+pthread_t native(std::uintptr_t handle) { return static_cast<pthread_t>(handle); }
+
 }  // namespace
 
-struct thread_state::native {
-    pthread_t handle{};
-    bool started = false;
-};
-
-thread_state::thread_state(const char* name, zThreadMain* body)
-    : m_name(name), m_body(body), m_native(std::make_unique<native>()) {}
-
-std::shared_ptr<thread_state> thread_state::start(const char* name, zThreadMain* body) {
-    std::shared_ptr<thread_state> state(new thread_state(name, body));
-    auto argument = std::make_unique<std::shared_ptr<thread_state>>(state);
-    const int error =
-        ::pthread_create(&state->m_native->handle, nullptr, thread_main, argument.get());
-    if (error != 0) {
-        zTraceManager::Default()->TraceNote("zThread::Factory: pthread_create failed (err=%d)\n",
-                                            error);
-        return nullptr;
-    }
-    argument.release();
-    state->m_native->started = true;
-    state->m_handle_stored = true;
-    state->m_handle_stored.notify_all();
-    return state;
+int thread_state::start_native() {
+    pthread_t made{};
+    const int error = ::pthread_create(&made, nullptr, thread_main, this);
+    if (error == 0) m_handle = static_cast<std::uintptr_t>(made);
+    return error;
 }
 
-thread_state::~thread_state() {
-    if (m_native->started && !m_joined) ::pthread_detach(m_native->handle);
-}
+void thread_state::join_native() { ::pthread_join(native(m_handle), nullptr); }
 
-bool thread_state::is_own_thread() const {
-    return ::pthread_equal(m_native->handle, ::pthread_self()) != 0;
-}
+void thread_state::release_native() { ::pthread_detach(native(m_handle)); }
 
-void thread_state::join() {
-    if (is_own_thread()) return;
-    const std::lock_guard lock(m_join_mutex);
-    if (m_joined) return;
-    ::pthread_join(m_native->handle, nullptr);
-    m_joined = true;
-}
-
-void thread_state::run() {
-    m_handle_stored.wait(false);
-    ::pthread_setname_np(::pthread_self(), m_name.substr(0, k_name_bytes).c_str());
-    run_body();
-    m_running.store(false, std::memory_order_release);
+void name_thread(const std::string& name) {
+    ::pthread_setname_np(::pthread_self(), name.substr(0, k_name_bytes).c_str());
 }
 
 void thread_state::run_body() {

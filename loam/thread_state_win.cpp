@@ -5,32 +5,23 @@
 #include <process.h>
 #include <tlhelp32.h>
 
+#include <cerrno>
 #include <chrono>
-#include <utility>
+#include <new>
 
 #include "loam/thread.h"
 #include "loam/thread_state.h"
-#include "loam/trace.h"
 #include "loam/wide_text.h"
 
 namespace loam {
 namespace {
 
 unsigned __stdcall thread_main(void* argument) {
-    const std::unique_ptr<std::shared_ptr<thread_state>> state(
-        static_cast<std::shared_ptr<thread_state>*>(argument));
-    (*state)->run();
+    static_cast<thread_state*>(argument)->run();
     return 0;
 }
 
-// Looked up, since the first editions of Windows 10 lack it.
-void name_current_thread(const std::string& name) {
-    using set_description = HRESULT(WINAPI*)(HANDLE, PCWSTR);
-    const HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
-    const auto set = reinterpret_cast<set_description>(
-        reinterpret_cast<void*>(GetProcAddress(kernel, "SetThreadDescription")));
-    if (set != nullptr) set(GetCurrentThread(), wide_text(name).c_str());
-}
+HANDLE native(std::uintptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
 std::uint64_t birth_of(DWORD thread_id) {
     std::uint64_t birth = ~std::uint64_t{0};
@@ -89,52 +80,39 @@ bool wait_on_timer(std::chrono::microseconds time) {
 
 }  // namespace
 
-struct thread_state::native {
-    HANDLE handle = nullptr;
-    DWORD id = 0;
-};
+int thread_state::start_native() {
+    // It waits until its priority has been set.
+    m_handle = _beginthreadex(nullptr, 0, thread_main, this, CREATE_SUSPENDED, nullptr);
+    if (m_handle == 0) return errno;
+    const HANDLE thread = native(m_handle);
+    SetThreadPriority(thread, GetThreadPriority(GetCurrentThread()));
+    if (ResumeThread(thread) != static_cast<DWORD>(-1)) return 0;
+    const int error = static_cast<int>(GetLastError());
+    // It never ran, so nothing of it can be in use.
+    TerminateThread(thread, 0);
+    CloseHandle(thread);
+    return error;
+}
 
-thread_state::thread_state(const char* name, zThreadMain* body)
-    : m_name(name), m_body(body), m_native(std::make_unique<native>()) {}
+void thread_state::join_native() {
+    WaitForSingleObject(native(m_handle), INFINITE);
+    CloseHandle(native(m_handle));
+}
 
-std::shared_ptr<thread_state> thread_state::start(const char* name, zThreadMain* body) {
-    std::shared_ptr<thread_state> state(new thread_state(name, body));
-    auto argument = std::make_unique<std::shared_ptr<thread_state>>(state);
-    unsigned id = 0;
-    // It waits until its handle has been stored.
-    const auto handle = reinterpret_cast<HANDLE>(
-        _beginthreadex(nullptr, 0, thread_main, argument.get(), CREATE_SUSPENDED, &id));
-    if (handle == nullptr) {
-        zTraceManager::Default()->TraceNote("zThread::Factory: _beginthreadex failed (err=%d)\n",
-                                            errno);
-        return nullptr;
+void thread_state::release_native() { CloseHandle(native(m_handle)); }
+
+// Looked up, since the first editions of Windows 10 lack it. A thread without a name runs as well,
+// so that there is no memory for it is nobody's failure.
+void name_thread(const std::string& name) {
+    using set_description = HRESULT(WINAPI*)(HANDLE, PCWSTR);
+    const HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
+    const auto set = reinterpret_cast<set_description>(
+        reinterpret_cast<void*>(GetProcAddress(kernel, "SetThreadDescription")));
+    if (set == nullptr) return;
+    try {
+        set(GetCurrentThread(), wide_text(name).c_str());
+    } catch (const std::bad_alloc&) {
     }
-    argument.release();
-    state->m_native->handle = handle;
-    state->m_native->id = id;
-    SetThreadPriority(handle, GetThreadPriority(GetCurrentThread()));
-    ResumeThread(handle);
-    return state;
-}
-
-thread_state::~thread_state() {
-    if (m_native->handle != nullptr) CloseHandle(m_native->handle);
-}
-
-bool thread_state::is_own_thread() const { return m_native->id == GetCurrentThreadId(); }
-
-void thread_state::join() {
-    if (is_own_thread()) return;
-    const std::lock_guard lock(m_join_mutex);
-    if (m_joined) return;
-    WaitForSingleObject(m_native->handle, INFINITE);
-    m_joined = true;
-}
-
-void thread_state::run() {
-    name_current_thread(m_name);
-    run_body();
-    m_running.store(false, std::memory_order_release);
 }
 
 void thread_state::run_body() {

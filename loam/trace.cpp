@@ -5,15 +5,19 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <mutex>
+#include <new>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "loam/environment.h"
 #include "loam/format_text.h"
 #include "loam/native_file.h"
+#include "loam/ready_mutex.h"
 
 namespace loam {
 namespace {
@@ -28,8 +32,14 @@ struct sink {
     int calls = 0;
 };
 
-// How many sinks the calling thread is inside of.
-thread_local int t_depth = 0;
+// One call of a sink, in the frame of whoever makes it. The calls under way make a list, and no
+// thread_local variable counts them: the first use of such a one takes memory on Windows, and ends
+// the process where there is none.
+struct sink_call {
+    const std::thread::id thread = std::this_thread::get_id();
+    sink* taken = nullptr;
+    sink_call* next = nullptr;
+};
 
 }  // namespace
 
@@ -42,7 +52,7 @@ public:
         m_on = true;
         int error = 0;
         if (wish != "stderr") {
-            m_file = native_file::open(wish, file_mode::append, error);
+            m_file = native_file::open(wish.c_str(), file_mode::append, error);
         }
     }
 
@@ -61,7 +71,7 @@ public:
     }
 
 private:
-    std::mutex m_mutex;
+    ready_mutex m_mutex;
     bool m_on = false;
     std::unique_ptr<native_file> m_file;
 };
@@ -74,13 +84,10 @@ public:
 
     LOAM_PRINTF(2, 0)
     void write(const char* format, std::va_list arguments) {
-        // What a sink traces must not come back to it, or it would never end.
-        sink* const taken = t_depth == 0 ? begin_call() : nullptr;
-        if (taken != nullptr) {
-            ++t_depth;
-            call(*taken, format, arguments);
-            --t_depth;
-            end_call(taken);
+        sink_call own;
+        if (begin_call(own)) {
+            call(*own.taken, format, arguments);
+            end_call(own);
         } else if (m_default.is_on()) {
             m_default.write(format_text(format, arguments));
         }
@@ -89,11 +96,13 @@ public:
     // Whoever ends up as the owner of the sink before destroys it outside the lock, since what it
     // holds may trace when it goes.
     void set(std::unique_ptr<sink> next) {
-        std::unique_lock lock(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
+        // Its memory is taken before anything changes.
+        m_retired.reserve(m_retired.size() + 1);
         m_on.store(next != nullptr || m_default.is_on(), std::memory_order_relaxed);
         m_sink.swap(next);
         if (next == nullptr || next->calls == 0) return lock.unlock();
-        if (t_depth == 0) {
+        if (!is_in_call()) {
             m_call_ended.wait(lock, [&] { return next->calls == 0; });
             lock.unlock();
         } else {
@@ -104,19 +113,34 @@ public:
     }
 
 private:
-    sink* begin_call() {
+    // False without a sink, and for what a sink itself traces: that would never end.
+    bool begin_call(sink_call& own) {
         const std::lock_guard lock(m_mutex);
-        if (m_sink != nullptr) ++m_sink->calls;
-        return m_sink.get();
+        if (m_sink == nullptr || is_in_call()) return false;
+        own.taken = m_sink.get();
+        ++own.taken->calls;
+        own.next = std::exchange(m_calls, &own);
+        return true;
     }
 
-    void end_call(sink* ended) {
+    void end_call(sink_call& own) {
         std::unique_ptr<sink> retired;
         const std::lock_guard lock(m_mutex);
-        if (--ended->calls == 0) {
+        sink_call** at = &m_calls;
+        while (*at != &own) at = &(*at)->next;
+        *at = own.next;
+        if (--own.taken->calls == 0) {
             m_call_ended.notify_all();
-            retired = take_retired(ended);
+            retired = take_retired(own.taken);
         }
+    }
+
+    // Whether the calling thread is inside of a sink. With the lock held.
+    bool is_in_call() const {
+        const auto self = std::this_thread::get_id();
+        const sink_call* at = m_calls;
+        while (at != nullptr && at->thread != self) at = at->next;
+        return at != nullptr;
     }
 
     std::unique_ptr<sink> take_retired(const sink* wanted) {
@@ -138,7 +162,8 @@ private:
     }
 
     default_sink m_default;
-    std::mutex m_mutex;
+    ready_mutex m_mutex;
+    sink_call* m_calls = nullptr;
     std::condition_variable m_call_ended;
     std::unique_ptr<sink> m_sink;
     std::vector<std::unique_ptr<sink>> m_retired;
@@ -147,18 +172,31 @@ private:
 
 }  // namespace loam
 
-zTraceManager::zTraceManager() : m_state(std::make_unique<loam::trace_state>()) {}
+namespace {
+
+// Room for a manager that takes no memory and is never destroyed.
+alignas(zTraceManager) std::byte s_silent_manager[sizeof(zTraceManager)];
+
+}  // namespace
+
+zTraceManager::zTraceManager(std::unique_ptr<loam::trace_state> state)
+    : m_state(std::move(state)) {}
 
 zTraceManager::~zTraceManager() = default;
 
 zTraceManager* zTraceManager::Default() {
-    // Never destroyed: destructors of static objects trace too.
-    static auto* the_manager = new zTraceManager;
-    return the_manager;
+    try {
+        // Never destroyed: destructors of static objects trace too.
+        static auto* the_manager = new zTraceManager(std::make_unique<loam::trace_state>());
+        return the_manager;
+    } catch (const std::bad_alloc&) {
+        // The next call tries again. Until then a failure that is traced must not become another.
+        return new (s_silent_manager) zTraceManager(nullptr);
+    }
 }
 
 void zTraceManager::TraceNote(const char* format, ...) {
-    if (format == nullptr || !m_state->is_on()) return;
+    if (format == nullptr || m_state == nullptr || !m_state->is_on()) return;
     std::va_list arguments;
     va_start(arguments, format);
     try {
@@ -170,5 +208,6 @@ void zTraceManager::TraceNote(const char* format, ...) {
 }
 
 void zTraceManager::SetSink(std::function<void(const char* message)> sink) {
+    if (m_state == nullptr) throw std::bad_alloc();
     m_state->set(sink ? std::make_unique<loam::sink>(std::move(sink)) : nullptr);
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "loam/out_of_memory.h"
 #include "loam/url_parts.h"
 
 namespace {
@@ -73,11 +74,13 @@ zStatus zURLString::Get(const char* url, zString* scheme, zString* userInfo, zSt
         parts = loam::url_parts();
         number = k_no_port;
     }
-    set(scheme, parts.scheme);
-    set(userInfo, parts.user_info);
-    set(host, parts.host);
-    if (port != nullptr) *port = number;
-    set(path, is_whole ? path_with_query(parts) : std::string_view());
-    set(fragment, parts.fragment);
-    return is_whole ? 0 : k_failed;
+    return loam::unless_out_of_memory([&] {
+        set(scheme, parts.scheme);
+        set(userInfo, parts.user_info);
+        set(host, parts.host);
+        if (port != nullptr) *port = number;
+        set(path, is_whole ? path_with_query(parts) : std::string_view());
+        set(fragment, parts.fragment);
+        return is_whole ? 0 : k_failed;
+    });
 }

@@ -1,6 +1,7 @@
 // file_test.cpp - zFileStream, zFSPath and zDirectory.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -10,6 +11,7 @@
 #include "loam/file_stream.h"
 #include "loam/id_generator.h"
 #include "loam/path.h"
+#include "loam/trace.h"
 
 namespace {
 
@@ -114,6 +116,15 @@ TEST(Path, GoesUpToItsRootAndNoFurther) {
     EXPECT_STREQ(zFSPath(nullptr).CString(), "");
 }
 
+TEST(Path, GoesUpByItsBytesWhateverTheyAre) {
+    zFSPath path("/a/\xff\xfe/b");
+    EXPECT_STREQ(path.GoParent(), "/a/\xff\xfe");
+    EXPECT_STREQ(path.GoParent(), "/a");
+    EXPECT_STREQ(zFSPath("").GoParent(), "");
+    EXPECT_STREQ(zFSPath("a//b///").GoParent(), "a");
+    EXPECT_STREQ(zFSPath("../..").GoParent(), "..");
+}
+
 TEST(Path, NeverDoublesASeparator) {
     const std::string separator(1, static_cast<char>(std::filesystem::path::preferred_separator));
     EXPECT_EQ(zFSPath("/a/").GoChild("/b"), "/a" + separator + "b");
@@ -132,6 +143,34 @@ TEST_F(FileTest, MakesAFolderWithItsParentsAndTwice) {
     EXPECT_EQ(zDirectory::MakeSureExists(deep.c_str()), 0);
     EXPECT_TRUE(fs::is_directory(deep));
     EXPECT_EQ(zDirectory::MakeSureExists((deep + "/").c_str()), 0);
+}
+
+// What was traced while it lived.
+class collected_traces {
+public:
+    collected_traces() {
+        zTraceManager::Default()->SetSink([this](const char* message) { m_text += message; });
+    }
+    ~collected_traces() { zTraceManager::Default()->SetSink({}); }
+    const std::string& text() const { return m_text; }
+
+private:
+    std::string m_text;
+};
+
+// Neither 0 nor that there is no such folder: that is what a look at it says afterwards.
+TEST_F(FileTest, WhyAFolderCannotBeMadeIsTraced) {
+    std::ofstream(path("f")) << "x";
+    for (const char* name : {"f", "f/below"}) {
+        const std::string folder = path(name);
+        const collected_traces traces;
+        EXPECT_LT(zDirectory::MakeSureExists(folder.c_str()), 0);
+        const std::string front = "zDirectory::MakeSureExists: failed (err=";
+        ASSERT_EQ(traces.text().substr(0, front.size()), front);
+        const int error = zString(traces.text().c_str() + front.size()).AsInt32();
+        EXPECT_NE(error, 0) << name;
+        EXPECT_NE(error, ENOENT) << name;
+    }
 }
 
 TEST_F(FileTest, AFileInTheWayOfAFolderIsAFailure) {

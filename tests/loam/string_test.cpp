@@ -7,6 +7,8 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 namespace {
 
@@ -138,6 +140,31 @@ TEST_P(NumberTest, ReadsTheDecimalNumberAtTheFront) {
 
 INSTANTIATE_TEST_SUITE_P(All, NumberTest, testing::ValuesIn(k_number_cases),
                          [](const auto& test) { return std::string(test.param.name); });
+
+// What the operators take and return is laid down for other libraries, so a change of it is a
+// fault.
+template <typename argument>
+using assigned = decltype(std::declval<zString&>() = std::declval<argument>());
+template <typename argument>
+using appended = decltype(std::declval<zString&>() += std::declval<argument>());
+
+static_assert(std::is_same_v<assigned<const char*>, const zString&>);
+static_assert(std::is_same_v<assigned<const zString&>, const zString&>);
+static_assert(std::is_same_v<assigned<std::string>, const zString&>);
+static_assert(std::is_same_v<appended<const char*>, const zString&>);
+static_assert(std::is_same_v<appended<const zString&>, const zString&>);
+static_assert(std::is_same_v<appended<std::string>, const zString&>);
+
+TEST(String, IsReplacedByAnotherStringAndByItself) {
+    zString text("before");
+    const zString other("after");
+    EXPECT_EQ(&(text = other), &text);
+    EXPECT_EQ(text.View(), "after");
+    const zString& same = text;
+    text = same;
+    EXPECT_EQ(text.View(), "after");
+    EXPECT_EQ(other.View(), "after");
+}
 
 TEST(String, CanBeAppendedToItselfAndFromItsOwnBytes) {
     zString text("abc");

@@ -13,12 +13,12 @@ public:
     zAtomic(const zAtomic&) = delete;
     zAtomic& operator=(const zAtomic&) = delete;
 
-    // Stores `desired` if the value is `expected`. Answers the value found, so that equality with
+    // Stores `desired` if the value is `expected`. Returns the value found, so that equality with
     // `expected` means success.
     std::int32_t CompareAndSet(std::int32_t expected, std::int32_t desired);
     std::int32_t Get() const;
     void Set(std::int32_t value);
-    // Answer the new value; past the ends the value wraps.
+    // Return the new value; past the ends the value wraps.
     std::int32_t Increment();
     std::int32_t Decrement();
 

@@ -14,7 +14,7 @@ public:
 
     // Replaces the content of `out` with the UTF-16 units of `text`, two bytes each in the
     // machine's order, without a terminating one. A negative length means up to the NUL; null
-    // counts as empty. Answers -1 when the text is not valid in its encoding (for UTF-8 also:
+    // counts as empty. Returns -1 when the text is not valid in its encoding (for UTF-8 also:
     // overlong forms, surrogates, anything past U+10FFFF) or when the encoding is not one of those
     // above; `out` is empty then. From any thread.
     static zStatus ConvertToWide(zBuffer& out, const char* text, std::int32_t length,

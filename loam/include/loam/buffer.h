@@ -24,7 +24,7 @@ public:
     std::uint32_t Capacity() const;
 
     // Makes the buffer `size` bytes long. Its first `keep` bytes (all ones: as many as there are)
-    // stay, all others are 0. Answers -1, and leaves the buffer as it was, when there is no memory.
+    // stay, all others are 0. Returns -1, and leaves the buffer as it was, when there is no memory.
     zStatus ResizeTo(std::uint32_t size, std::uint32_t keep);
 
 private:

@@ -10,7 +10,7 @@
 class LOAM_API zErrCodeManager {
 public:
     // Registers the codes `first` to `last`, both included, under a label, for the life of the
-    // process. The same registration again is harmless, so that a module can start twice. Answers
+    // process. The same registration again is harmless, so that a module can start twice. Returns
     // -1, and registers nothing, when first > last, the label is null or empty, or the range
     // meets another one.
     static zStatus RegisterCodeRange(std::int32_t first, std::int32_t last, const char* label);

@@ -39,7 +39,7 @@ public:
     virtual zStatus Close();
     // Writes all bytes. `written`, which may be null, says how many went out, also on failure.
     virtual zStatus Write(const char* bytes, std::uint32_t length, std::uint32_t* written);
-    // Nothing waits here to be flushed: answers whether the file is open.
+    // Nothing waits here to be flushed: returns whether the file is open.
     virtual zStatus Flush();
     // Past the end is allowed, before the start is a failure that moves nothing.
     virtual zStatus Seek(std::int32_t offset, std::uint8_t origin);

@@ -6,7 +6,7 @@
 
 class LOAM_API zIDGenerator {
 public:
-    // Puts a new random UUID (version 4) into `out`, 36 characters in lower case, and answers its
+    // Puts a new random UUID (version 4) into `out`, 36 characters in lower case, and returns its
     // text. From any thread. Empty when the system has no random numbers to give.
     static const char* GenerateUUID(zString& out);
 };

@@ -36,7 +36,7 @@ public:
     // also when nobody observes; -1 when there is no memory.
     static zStatus PostNotification(std::int32_t code, zRecord* payload, std::uint64_t data);
 
-    // A code that nobody observes and that no call before this one has answered; never 0.
+    // A code that nobody observes and that no call before this one has returned; never 0.
     static std::int32_t NewCode();
 
 private:

@@ -14,10 +14,10 @@ public:
     zFSPath& operator=(const zFSPath& other) = default;
     const zFSPath& operator=(const zString& path);
 
-    // Cuts off the last part, with the separators around it, and answers the path. A root stays
+    // Cuts off the last part, with the separators around it, and returns the path. A root stays
     // what it is; a path of one part becomes empty. "." and ".." count as parts like any other.
     const char* GoParent();
-    // Adds a part, or several with separators between them, and answers the path. There is one
+    // Adds a part, or several with separators between them, and returns the path. There is one
     // separator at the seam, whatever the two sides bring. An empty or null child changes nothing.
     const char* GoChild(const char* child);
     // Never null; valid until the path changes or ends.

@@ -11,7 +11,7 @@
 #include "loam/types.h"
 
 namespace loam {
-struct record_key;
+class record_key;
 struct record_state;
 struct record_value;
 }  // namespace loam
@@ -26,9 +26,10 @@ struct record_value;
 // in any case and numbers to bool. Whatever cannot be converted or is not there reads as the
 // default that the caller passes. Bytes convert to nothing.
 //
-// Setters create or replace; the position of a replaced variable stays. They answer false, and do
+// Setters create or replace; the position of a replaced variable stays. They return false, and do
 // nothing, when the name is null. A null text or null bytes are stored as empty. Flags are not
-// looked at; pass 0. Nothing throws but the allocation of memory.
+// looked at; pass 0. Nothing throws but the allocation of memory, and then the record is what it
+// was before; AddChild says so by its status instead. Removing and emptying take none.
 class LOAM_API zRecord {
 public:
     // As a position for AddChild: behind the last child.
@@ -52,7 +53,7 @@ public:
     double AsDouble(std::uint64_t id, double otherwise) const;
     std::string AsString(const char* name, const std::string& otherwise) const;
     std::string AsString(std::uint64_t id, const std::string& otherwise) const;
-    // A text is answered in place, valid until the record changes; a number or bool is written into
+    // A text is returned in place, valid until the record changes; a number or bool is written into
     // the caller's `scratch`, where null means that it cannot be had.
     const char* AsCString(const char* name, const char* otherwise, char (*scratch)[64]) const;
     const char* AsCString(std::uint64_t id, const char* otherwise, char (*scratch)[64]) const;
@@ -60,7 +61,7 @@ public:
     // Nothing is converted. `length` may be null.
     const char* AsText(const char* name, std::uint32_t* length) const;
     const char* AsText(std::uint64_t id, std::uint32_t* length) const;
-    // The same for bytes; a text is answered as the bytes that it is made of.
+    // The same for bytes; a text is returned as the bytes that it is made of.
     const void* AsBytes(const char* name, std::uint32_t* length) const;
     const void* AsBytes(std::uint64_t id, std::uint32_t* length) const;
 
@@ -96,7 +97,7 @@ public:
     std::uint64_t VariableID(std::uint32_t index) const;
 
     // Inserts `child` so that it becomes number `position`; a position past the last child appends.
-    // The child belongs to this record from then on. Answers -1, and leaves the child with the
+    // The child belongs to this record from then on. Returns -1, and leaves the child with the
     // caller, when it is null, this record, a record that this one stands below, or the child of
     // any record, and when the position is negative.
     zStatus AddChild(zRecord* child, std::int32_t position);
@@ -119,7 +120,8 @@ protected:
 private:
     bool set(const loam::record_key& key, loam::record_value value);
     bool remove(const loam::record_key& key);
-    void adopt_variables(const zRecord& other);
+    void take_variables(zRecord& other);
+    void delete_children();
 
     std::unique_ptr<loam::record_state> m_state;
 };

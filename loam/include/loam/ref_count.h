@@ -15,9 +15,9 @@ public:
     zRefCount(const zRefCount&) = delete;
     zRefCount& operator=(const zRefCount&) = delete;
 
-    // Answers the new count. Only for callers that hold a reference already.
+    // Returns the new count. Only for callers that hold a reference already.
     std::int32_t AddRef();
-    // Answers the new count; at 0 the object is gone.
+    // Returns the new count; at 0 the object is gone.
     std::int32_t Release();
     // Takes a reference unless the last one has gone. For a callback that may race with the last
     // Release(): the object's memory must still be there, which the caller ensures by a lock that

@@ -5,7 +5,7 @@
 
 #include "loam/export.h"
 
-// Made by std::make_shared of the derived class; shared_from_this() then answers a shared pointer
+// Made by std::make_shared of the derived class; shared_from_this() then returns a shared pointer
 // to the base. Copies are objects of their own, with no owner yet.
 class LOAM_API zSharedObject : public std::enable_shared_from_this<zSharedObject> {
 public:

@@ -36,8 +36,8 @@ public:
     ~zString() = default;
 
     const zString& operator=(const char* text);
-    zString& operator=(const zString& other) = default;
-    zString& operator=(zString&& other) noexcept;
+    const zString& operator=(const zString& other);
+    const zString& operator=(zString&& other) noexcept;
     const zString& operator=(std::string text);
     const zString& operator+=(const char* text);
     const zString& operator+=(const zString& other);
@@ -59,7 +59,7 @@ public:
     std::int32_t AsInt32() const;
     std::int64_t AsInt64() const;
 
-    // Replace the content and answer CString(). `text` may point into this string.
+    // Replace the content and return CString(). `text` may point into this string.
     const char* SetString(const char* text, std::uint32_t length = k_to_nul);
     const char* SetWideStr(const char16_t* wide, std::int32_t length = -1);
 
@@ -68,7 +68,7 @@ public:
     void AddToEnd(std::string text);
     void Prepend(const char* text, std::uint32_t length = k_to_nul);
 
-    // Makes room for `size` bytes and answers where they start, so that other code can write a text
+    // Makes room for `size` bytes and returns where they start, so that other code can write a text
     // there. What was in the string stands at the front, the room behind it is filled with NULs;
     // a longer content is not cut. Until the next change of the string, its length is counted up
     // to the first NUL. The pointer is valid until then.
@@ -83,7 +83,7 @@ public:
 
     // Keeps what stands before the first `separator` and puts what stands behind it into `*other`,
     // unless that is null. Without a separator (none found, or an empty one) this string stays as
-    // it is and `*other` becomes empty. `other` may not be this string. Answers this string.
+    // it is and `*other` becomes empty. `other` may not be this string. Returns this string.
     zString& SplitAtFirst(zString* other, const char* separator);
 
     // Compares at most `n` bytes up to a NUL, ASCII letters without their case: 0 when equal,

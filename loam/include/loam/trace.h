@@ -31,11 +31,11 @@ public:
     // once, under no lock. What it traces itself goes to the default sink; what it throws is
     // dropped. When this returns, the sink before is no longer being called, and has been
     // destroyed; only from inside a sink it returns without waiting for calls that are under way.
-    // So do not hold a lock here that the sink takes.
+    // So do not hold a lock here that the sink takes. Without memory it throws and changes nothing.
     void SetSink(std::function<void(const char* message)> sink);
 
 private:
-    zTraceManager();
+    explicit zTraceManager(std::unique_ptr<loam::trace_state> state);
     ~zTraceManager();
 
     std::unique_ptr<loam::trace_state> m_state;

@@ -1,4 +1,4 @@
-// loam/types.h - the status that every operation which can fail answers with.
+// loam/types.h - the status that every operation that can fail returns.
 #pragma once
 
 #include <cstdint>

@@ -12,6 +12,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <optional>
 
 #include "utils.h"
 
@@ -70,17 +71,12 @@ public:
         }
     }
 
-    // Looks at 16 places at once, for both bytes.
     std::int64_t find(const search& one, std::int64_t from, std::int64_t to) const {
-        const __m128i first = repeated(one.pattern[m_first]);
-        const __m128i second = repeated(one.pattern[m_second]);
-        std::int64_t start = from;
-        for (; start + k_block <= to; start += k_block) {
-            const __m128i hits =
-                _mm_and_si128(_mm_cmpeq_epi8(first, load(one.text + start + m_first)),
-                              _mm_cmpeq_epi8(second, load(one.text + start + m_second)));
-            auto places = static_cast<unsigned>(_mm_movemask_epi8(hits));
-            for (; places != 0; places &= places - 1) {
+        const pair wanted{one.text + m_first, one.text + m_second, repeated(one.pattern[m_first]),
+                          repeated(one.pattern[m_second])};
+        std::int64_t start = wanted.next_block(from, to);
+        for (; start + k_block <= to; start = wanted.next_block(start + k_block, to)) {
+            for (unsigned places = wanted.places_at(start); places != 0; places &= places - 1) {
                 const std::int64_t at = start + std::countr_zero(places);
                 if (one.is_at(at)) return at;
             }
@@ -89,6 +85,31 @@ public:
     }
 
 private:
+    // Looks at 16 places at once, for both bytes.
+    struct pair {
+        const unsigned char* at_first;
+        const unsigned char* at_second;
+        __m128i first;
+        __m128i second;
+
+        __m128i hits_at(std::int64_t place) const {
+            return _mm_and_si128(_mm_cmpeq_epi8(first, load(at_first + place)),
+                                 _mm_cmpeq_epi8(second, load(at_second + place)));
+        }
+        unsigned places_at(std::int64_t place) const {
+            return static_cast<unsigned>(_mm_movemask_epi8(hits_at(place)));
+        }
+        // Calls nothing, so that both bytes stay in registers. The block that it stops at, or the
+        // one behind, may hold the pattern, or the text ends.
+        std::int64_t next_block(std::int64_t place, std::int64_t to) const {
+            for (; place + 2 * k_block <= to; place += 2 * k_block) {
+                const __m128i both = _mm_or_si128(hits_at(place), hits_at(place + k_block));
+                if (_mm_movemask_epi8(both) != 0) break;
+            }
+            return place;
+        }
+    };
+
     std::int64_t m_first;
     std::int64_t m_second;
 };
@@ -97,7 +118,8 @@ private:
 class grams {
 public:
     explicit grams(const search& one) {
-        for (std::int64_t i = 0; i + k_gram <= one.length; ++i) m_marks[slot(one.pattern + i)] = 1;
+        const unsigned char* const end = one.pattern + one.length - k_gram + 1;
+        for (const unsigned char* at = one.pattern; at < end; ++at) m_marks[slot(at)] = 1;
     }
 
     // 0 if they do not.
@@ -114,11 +136,34 @@ private:
     std::array<std::uint8_t, 4096> m_marks{};
 };
 
+// The way to look closer at a few places. Preparing the probes pays only where many places look
+// like the pattern.
+class closer_look {
+public:
+    explicit closer_look(const search& one) : m_search(one) {}
+
+    std::int64_t find(std::int64_t from, std::int64_t to) {
+        if (m_looks < k_looks_by_skips) {
+            ++m_looks;
+            return find_by_skips(m_search, from, to);
+        }
+        if (!m_probes) m_probes.emplace(m_search);
+        return m_probes->find(m_search, from, to);
+    }
+
+private:
+    static constexpr int k_looks_by_skips = 8;
+
+    const search m_search;
+    int m_looks = 0;
+    std::optional<probes> m_probes;
+};
+
 // The four bytes that end the pattern if it stands at a place belong to it as well at each of the
 // next stride - 1 places.
 std::int64_t find_by_strides(const search& one, std::int64_t places) {
-    const probes rare(one);
     const grams known(one);
+    closer_look closer(one);
     const std::int64_t stride = one.length - k_gram + 1;
     const unsigned char* const ends = one.text + one.length - k_gram;
     std::int64_t start = 0;
@@ -129,11 +174,11 @@ std::int64_t find_by_strides(const search& one, std::int64_t places) {
             continue;
         for (std::int64_t at = start; at < start + k_looks * stride; at += stride) {
             if (known.mark(ends + at) == 0) continue;
-            const std::int64_t found = rare.find(one, at, at + stride);
+            const std::int64_t found = closer.find(at, at + stride);
             if (found >= 0) return found;
         }
     }
-    return rare.find(one, start, places);
+    return closer.find(start, places);
 }
 
 std::int64_t find_first(const search& one, std::int64_t places) {

@@ -28,7 +28,7 @@ struct module_entry {
 struct boot_registry {
     // Held while modules start and stop; a thread may come back to it from their routines.
     loam::ready_recursive_mutex running;
-    bool in_routine = false;  // of the thread that holds `running`
+    bool is_in_routine = false;  // of the thread that holds `running`
 
     // Guards what follows, and is never held while a routine runs: one may load a library, on any
     // thread, whose module registers itself.
@@ -121,7 +121,7 @@ void trace(const char* what, std::int32_t tag, const char* why) {
 bool run_routine(void (*routine)(), std::int32_t tag, const char* what) {
     if (routine == nullptr) return true;
     boot_registry& all = registry();
-    const bool nested = std::exchange(all.in_routine, true);
+    const bool was_in_routine = std::exchange(all.is_in_routine, true);
     bool fine = false;
     try {
         routine();
@@ -131,7 +131,7 @@ bool run_routine(void (*routine)(), std::int32_t tag, const char* what) {
     } catch (...) {
         trace(what, tag, "unknown exception");
     }
-    all.in_routine = nested;
+    all.is_in_routine = was_in_routine;
     return fine;
 }
 
@@ -181,7 +181,7 @@ zStatus zBoot::StartModules() {
 zStatus zBoot::StopModules() {
     boot_registry& all = registry();
     const std::lock_guard running(all.running);
-    if (all.in_routine) return -1;
+    if (all.is_in_routine) return -1;
     zStatus status = 0;
     while (const auto entry = all.take_last_started()) {
         if (!run_routine(entry->stop, entry->tag, "stop")) status = -1;

@@ -35,19 +35,19 @@ public:
     }
 
     void Unload() override { unload(); }
-    void Keep() override { m_keep = true; }
+    void Keep() override { m_is_kept = true; }
     bool IsLoaded() const override { return m_handle != nullptr; }
     const char* Error() const override { return m_error.c_str(); }
 
 private:
     void unload() {
-        if (m_handle != nullptr && !m_keep) loam::close_library(m_handle);
+        if (m_handle != nullptr && !m_is_kept) loam::close_library(m_handle);
         m_handle = nullptr;
-        m_keep = false;
+        m_is_kept = false;
     }
 
     void* m_handle = nullptr;
-    bool m_keep = false;
+    bool m_is_kept = false;
     std::string m_error;
 };
 

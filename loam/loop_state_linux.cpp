@@ -119,7 +119,7 @@ public:
     GMainContext* context() const { return m_context; }
 
     void run() override {
-        while (!m_quit.exchange(false)) g_main_context_iteration(m_context, TRUE);
+        while (!m_is_quit_asked.exchange(false)) g_main_context_iteration(m_context, TRUE);
     }
 
     bool run_once(std::uint32_t microseconds) override {
@@ -142,7 +142,7 @@ public:
     }
 
     void request_quit() override {
-        m_quit.store(true);
+        m_is_quit_asked.store(true);
         g_main_context_wakeup(m_context);
     }
 
@@ -158,17 +158,17 @@ private:
     GMainContext* const m_context;
     GSource* const m_source;
     posted_work m_work;
-    std::atomic<bool> m_quit{false};
+    std::atomic<bool> m_is_quit_asked{false};
 };
 
 // Has no destructor, unlike the loops, so that it can be asked after they have gone.
-thread_local bool t_thread_ended = false;
+thread_local bool t_has_thread_ended = false;
 
 // The loops of one thread: one per context that it has used, which is hardly ever more than one.
 class thread_loops {
 public:
     ~thread_loops() {
-        t_thread_ended = true;
+        t_has_thread_ended = true;
         for (const entry& one : m_entries) one.loop->end();
         m_entries.clear();
         if (m_own_context == nullptr) return;
@@ -221,7 +221,7 @@ private:
 }  // namespace
 
 std::shared_ptr<zMessageLoop> loop_state::current() {
-    if (t_thread_ended) return ended_loop::make_handle();
+    if (t_has_thread_ended) return ended_loop::make_handle();
     static thread_local thread_loops loops;
     return loops.current();
 }

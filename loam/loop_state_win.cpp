@@ -82,7 +82,7 @@ private:
 
 class queue_loop final : public loop_state {
 public:
-    queue_loop() : m_work([this] { ask_for_turn(); }, [this] { m_waiting.store(false); }) {
+    queue_loop() : m_work([this] { ask_for_turn(); }, [this] { m_is_waiting.store(false); }) {
         const made_window made = make_window();
         if (made.window == nullptr) {
             trace_failure("CreateWindowExW", made.error);
@@ -104,7 +104,7 @@ public:
 
     void run() override {
         ++m_runs;
-        while (!m_quit.exchange(false)) {
+        while (!m_is_quit_asked.exchange(false)) {
             MSG message;
             if (GetMessageW(&message, nullptr, 0, 0) <= 0) {
                 // WM_QUIT ends every run of a thread, as it ends every other loop of Windows.
@@ -133,7 +133,7 @@ public:
     }
 
     void request_quit() override {
-        m_quit.store(true);
+        m_is_quit_asked.store(true);
         wake();
     }
 
@@ -148,7 +148,7 @@ public:
 
     // The work message has come. Whether there was any work.
     bool take_turn() {
-        if (!m_waiting.load()) return false;
+        if (!m_is_waiting.load()) return false;
         // Asked for before the work is done: work may run a loop of its own, or leave something
         // behind that came after this turn began.
         wake();
@@ -172,7 +172,7 @@ public:
 
 private:
     void ask_for_turn() {
-        m_waiting.store(true);
+        m_is_waiting.store(true);
         wake();
     }
 
@@ -225,9 +225,9 @@ private:
 
     const DWORD m_thread = GetCurrentThreadId();
     std::atomic<HWND> m_window{nullptr};
-    std::atomic<bool> m_waiting{false};
+    std::atomic<bool> m_is_waiting{false};
     std::atomic<bool> m_is_wake_lost{false};
-    std::atomic<bool> m_quit{false};
+    std::atomic<bool> m_is_quit_asked{false};
     posted_work m_work;
     int m_runs = 0;
 };
@@ -260,7 +260,7 @@ public:
 
     thread_entry* get() const { return static_cast<thread_entry*>(FlsGetValue(m_entry)); }
     bool set(thread_entry* entry) const { return FlsSetValue(m_entry, entry) != 0; }
-    bool thread_ended() const { return TlsGetValue(m_ended) != nullptr; }
+    bool has_thread_ended() const { return TlsGetValue(m_ended) != nullptr; }
 
 private:
     static void NTAPI end_of_thread(void* value) {
@@ -277,7 +277,7 @@ private:
 
 std::shared_ptr<zMessageLoop> loop_state::current() {
     const thread_slot& slot = thread_slot::the();
-    if (slot.thread_ended()) return ended_loop::make_handle();
+    if (slot.has_thread_ended()) return ended_loop::make_handle();
     if (const thread_entry* entry = slot.get()) return entry->handle;
     auto loop = std::make_shared<queue_loop>();
     auto handle = queue_loop::make_handle(loop);

@@ -34,7 +34,7 @@ public:
 
     void retire() {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_retired = true;
+        m_is_retired = true;
         if (m_caller != std::this_thread::get_id()) {
             m_call_ended.wait(lock, [this] { return m_calls == 0; });
         }
@@ -59,7 +59,7 @@ private:
 
     bool begin_call() {
         const std::lock_guard lock(m_mutex);
-        if (m_retired || !m_notify) return false;
+        if (m_is_retired || !m_notify) return false;
         ++m_calls;
         m_caller = std::this_thread::get_id();
         return true;
@@ -70,7 +70,7 @@ private:
         if (--m_calls != 0) return;
         m_caller = {};
         m_call_ended.notify_all();
-        if (m_retired) drop_function(lock);
+        if (m_is_retired) drop_function(lock);
     }
 
     // Whoever comes last of the handler's end and the last call: what the function holds is free
@@ -88,7 +88,7 @@ private:
     zObserverHandler::function m_notify;
     int m_calls = 0;
     std::thread::id m_caller;  // of the calls under way, which nest on one thread
-    bool m_retired = false;
+    bool m_is_retired = false;
 };
 
 namespace {

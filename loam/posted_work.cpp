@@ -13,7 +13,7 @@ posted_work::posted_work(std::function<void()> wake, std::function<void()> rest)
 
 bool posted_work::post(std::function<void()> work) {
     const std::lock_guard lock(m_mutex);
-    if (m_closed) return false;
+    if (m_is_closed) return false;
     m_waiting.push_back(std::move(work));
     if (m_waiting.size() == 1) m_wake();
     return true;
@@ -36,7 +36,7 @@ bool posted_work::run_some() {
 void posted_work::close() {
     {
         const std::lock_guard lock(m_mutex);
-        m_closed = true;
+        m_is_closed = true;
     }
     // One by one, so that this takes no memory; and outside the lock, since what goes may post.
     while (take()) {

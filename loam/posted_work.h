@@ -35,7 +35,7 @@ private:
     const std::function<void()> m_wake;
     const std::function<void()> m_rest;
     std::deque<std::function<void()>> m_waiting;
-    bool m_closed = false;
+    bool m_is_closed = false;
     int m_depth = 0;  // of run_some, on the loop's thread
 };
 

@@ -17,27 +17,27 @@ public:
     // nothing here may touch the object after giving it up.
     void Set() override {
         const std::lock_guard lock(m_mutex);
-        m_set = true;
+        m_is_set = true;
         m_changed.notify_one();
     }
 
     void Reset() override {
         const std::lock_guard lock(m_mutex);
-        m_set = false;
+        m_is_set = false;
     }
 
     zStatus Wait(std::uint32_t microseconds) override {
         const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(microseconds);
         std::unique_lock<std::mutex> lock(m_mutex);
-        if (!m_changed.wait_until(lock, end, [this] { return m_set; })) return -1;
-        m_set = false;
+        if (!m_changed.wait_until(lock, end, [this] { return m_is_set; })) return -1;
+        m_is_set = false;
         return 0;
     }
 
 private:
     loam::ready_mutex m_mutex;
     std::condition_variable m_changed;
-    bool m_set = false;
+    bool m_is_set = false;
 };
 
 }  // namespace

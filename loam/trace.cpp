@@ -49,14 +49,14 @@ public:
     default_sink() {
         const std::string wish = environment_variable("LOAM_TRACE");
         if (wish.empty()) return;
-        m_on = true;
+        m_is_on = true;
         int error = 0;
         if (wish != "stderr") {
             m_file = native_file::open(wish.c_str(), file_mode::append, error);
         }
     }
 
-    bool is_on() const { return m_on; }
+    bool is_on() const { return m_is_on; }
 
     // One call of the system per message, so that the lines of several processes that append to one
     // file do not mix.
@@ -72,15 +72,15 @@ public:
 
 private:
     ready_mutex m_mutex;
-    bool m_on = false;
+    bool m_is_on = false;
     std::unique_ptr<native_file> m_file;
 };
 
 class trace_state {
 public:
-    trace_state() : m_on(m_default.is_on()) {}
+    trace_state() : m_is_on(m_default.is_on()) {}
 
-    bool is_on() const { return m_on.load(std::memory_order_relaxed); }
+    bool is_on() const { return m_is_on.load(std::memory_order_relaxed); }
 
     LOAM_PRINTF(2, 0)
     void write(const char* format, std::va_list arguments) {
@@ -99,7 +99,7 @@ public:
         std::unique_lock<std::mutex> lock(m_mutex);
         // Its memory is taken before anything changes.
         m_retired.reserve(m_retired.size() + 1);
-        m_on.store(next != nullptr || m_default.is_on(), std::memory_order_relaxed);
+        m_is_on.store(next != nullptr || m_default.is_on(), std::memory_order_relaxed);
         m_sink.swap(next);
         if (next == nullptr || next->calls == 0) return lock.unlock();
         if (!is_in_call()) {
@@ -167,7 +167,7 @@ private:
     std::condition_variable m_call_ended;
     std::unique_ptr<sink> m_sink;
     std::vector<std::unique_ptr<sink>> m_retired;
-    std::atomic<bool> m_on;
+    std::atomic<bool> m_is_on;
 };
 
 }  // namespace loam

@@ -84,7 +84,7 @@ TEST(Point, HoldsTwoNumbers) {
 
 class shared_thing : public zSharedObject {};
 
-TEST(SharedObject, AnswersTheOwnersPointer) {
+TEST(SharedObject, ReturnsTheOwnersPointer) {
     const auto owner = std::make_shared<shared_thing>();
     EXPECT_EQ(owner->shared_from_this(), owner);
     const shared_thing copy(*owner);

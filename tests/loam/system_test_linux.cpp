@@ -55,7 +55,7 @@ private:
     pthread_attr_t m_before{};
 };
 
-TEST(ThreadFactory, AnswersNullWhenTheSystemGivesNoThread) {
+TEST(ThreadFactory, IsNullWhenTheSystemGivesNoThread) {
     named_body body;
     {
         const default_stack more_than_there_is(std::size_t{1} << 47);

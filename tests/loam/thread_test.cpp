@@ -171,7 +171,7 @@ TEST(Signal, MayBeDeletedByTheWaiterAtOnce) {
     }
 }
 
-TEST(Atomic, AnswersTheValueThatItFound) {
+TEST(Atomic, ReturnsTheValueThatItFound) {
     zAtomic value;
     EXPECT_EQ(value.CompareAndSet(0, 1), 0);
     EXPECT_EQ(value.CompareAndSet(0, 2), 1);

@@ -86,6 +86,21 @@ TEST_P(HeaderParseTest, StoresTheHeadersAndCountsTheirBytes) {
     EXPECT_EQ(all(headers), GetParam().want);
 }
 
+// Cut anywhere, the block is one that ends there: nothing behind it is looked at, and what was
+// counted alone gives the same headers.
+TEST_P(HeaderParseTest, CutAnywhereItEndsThere) {
+    const std::string_view block = GetParam().block;
+    for (std::size_t cut = 0; cut <= block.size(); ++cut) {
+        SCOPED_TRACE(testing::Message() << "cut at " << cut);
+        zRecord headers;
+        const std::int32_t used = parse(block.substr(0, cut), headers);
+        EXPECT_LE(used, static_cast<std::int32_t>(cut));
+        zRecord again;
+        EXPECT_EQ(parse(block.substr(0, static_cast<std::size_t>(used)), again), used);
+        EXPECT_EQ(all(again), all(headers));
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, HeaderParseTest, testing::ValuesIn(k_cases),
                          [](const auto& tested) { return std::string(tested.param.name); });
 

@@ -64,7 +64,8 @@ struct painted_display {
     last_frame renderer;
     cWebDisplayBrowser* display = cWebDisplayCEFBrowserManager::CreateBrowser(zRecord(), 60);
     webdisplay_browser_client* client =
-        new webdisplay_browser_client(static_cast<cWebDisplayCEFBrowser*>(display), "");
+        new webdisplay_browser_client(static_cast<cWebDisplayCEFBrowser*>(display), "",
+                                      std::shared_ptr<zSignal>(zSignal::Factory()));
     cef_client_t* c_client = static_cast<pennywort::cef::CefClient*>(client)->counted_client();
 
     painted_display() {

@@ -10,13 +10,11 @@
 // thread to return; after that the old receiver is not called again and may be destroyed.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "loam/critical.h"
@@ -28,15 +26,11 @@
 #include "loam/window_types.h"
 #include "pennywort_export.h"
 
-namespace pennywort::cef {
-template <class T>
-class own;
-class utf16;
-}  // namespace pennywort::cef
 namespace pennywort::webdisplay {
+class display_engine;
 class message_pump;
-class tick_ledger;
 class webdisplay_browser_client;
+struct display_state;
 struct webdisplay_cef_state;
 }  // namespace pennywort::webdisplay
 
@@ -92,6 +86,26 @@ struct cWebDisplayFrameCounts {
                                      // reports itself every ten frames
 };
 
+// What becomes of the main frame's page.
+enum class cWebDisplayPagePhase {
+    None,     // nothing was asked for yet
+    Asked,    // given to the browser, which has not begun to show it
+    Loading,  // the browser shows what it has of it
+    Failed,   // it could not be loaded
+    Lost,     // its process has ended; known only where a setting asks for it
+    Loaded,
+    Closed  // there is no browser any more: the display was closed, or the page has closed itself
+};
+
+// See cWebDisplayBrowser::GetPageStatus.
+struct cWebDisplayPageStatus {
+    cWebDisplayPagePhase phase = cWebDisplayPagePhase::None;
+    zString url;                // the page that the main frame shows, or that failed in its place
+    zString asked;              // what was given to the browser and has not begun; empty if nothing
+    zString error;              // why the last page that failed did; empty if none has
+    std::uint32_t waiting = 0;  // URLs in the queue, not given to the browser yet
+};
+
 // A web page and its queue of URLs, whatever engine shows it. Shared by reference count: the maker
 // owns the first reference, and the last Release closes and destroys the display.
 //
@@ -102,7 +116,11 @@ struct cWebDisplayFrameCounts {
 //   "web_override_css"         style sheet text put into each loaded page
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
 //   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
-//                              queue goes on with its next URL (default: a trace, and it waits)
+//                              queue goes on with its next URL (default: nothing happens)
+//   "web_keep_last_picture"    when a page fails to load, or its process ends, the renderer gets no
+//                              frame until the next page has something to show (default: it gets
+//                              what the browser shows then, a page of the browser's own). Where
+//                              there was no picture yet it gets one of the background
 class PENNYWORT_API cWebDisplayBrowser : public zRefCount, public cBrowserVideoRendererInterface {
 public:
     // `frameRate` in frames a second; the engine takes the whole part, and 30 for one below 1.
@@ -165,6 +183,7 @@ public:
     // The page that finished loading last; empty before the first.
     void GetUrlForLastPageLoaded(zString& out) const;
     void GetFrameCounts(cWebDisplayFrameCounts& out) const;
+    void GetPageStatus(cWebDisplayPageStatus& out) const;
 
     void GetSize(long& width, long& height) const override;
     // Hands a frame to the video renderer, or drops it if there is none.
@@ -219,14 +238,10 @@ protected:
     std::unique_ptr<zCritical> m_observer_lock;
     std::map<std::string, observer_entry> m_observers;
 
-    // Hosts do call LoadUrl and GetUrlForLastPageLoaded from threads of their own.
-    mutable std::mutex m_url_lock;
-    mutable std::mutex m_size_lock;
-    bool m_host_clock = false;
-    bool m_report_lost_page = false;
-    std::unique_ptr<pennywort::webdisplay::tick_ledger> m_tick_ledger;
+    std::unique_ptr<pennywort::webdisplay::display_state> m_state;
 
 private:
+    friend class pennywort::webdisplay::display_engine;
     friend class pennywort::webdisplay::webdisplay_browser_client;
 };
 
@@ -261,30 +276,20 @@ protected:
     ~cWebDisplayCEFBrowser() override;
 
 private:
+    friend class pennywort::webdisplay::display_engine;
     friend class pennywort::webdisplay::webdisplay_browser_client;
 
     void get_cef_state(pennywort::webdisplay::webdisplay_cef_state& out) const;
     void browser_destroyed();
     void create_cef_browser(zSignal* done);
     void notify_move_or_resize();
-    std::shared_ptr<cWebDisplayCEFBrowser> another_reference();
-    void load_next_on_ui_thread();
-    pennywort::cef::own<pennywort::webdisplay::webdisplay_browser_client> make_client(
-        const std::string& start_url);
-    bool start_browser(pennywort::webdisplay::webdisplay_browser_client& client,
-                       const pennywort::cef::utf16& url);
-    static bool ask_to_close(const pennywort::webdisplay::webdisplay_cef_state& state);
-    void wait_until_closed();
-    bool drive_until_closed();
-    bool erase_background(LRESULT& result);
-    void set_focus(bool focused);
-    void follow_size(HWND window, WPARAM size_type);
 
     pennywort::webdisplay::webdisplay_cef_state* m_cef_state = nullptr;
     std::unique_ptr<zCritical> m_state_lock;
-    std::unique_ptr<zSignal> m_close_signal;
+    std::shared_ptr<zSignal> m_close_signal;  // of the browser that was asked for last
     HWND m_parent_window = nullptr;
-    std::atomic<bool> m_open_wanted{false};  // between Open and Close
+
+    std::unique_ptr<pennywort::webdisplay::display_engine> m_engine;
 };
 
 // How the runtime's work is driven.

@@ -3,8 +3,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <utility>
 
+#include "core/run/guarded.h"
+#include "loam/message_loop.h"
 #include "loam/time.h"
 #include "webdisplay/cef/counted.h"
 #include "webdisplay/cef/runtime.h"
@@ -31,11 +34,35 @@ thread_local bool t_inside_work = false;
 thread_local bool t_inside_tick = false;
 thread_local bool t_frame_painted = false;
 
+// Where a pump can be woken, while there is one.
+struct wake_target {
+    std::mutex lock;  // guards the loop
+    std::shared_ptr<zMessageLoop> loop;
+    std::atomic<bool> is_woken{false};
+    message_pump* pump = nullptr;  // display thread
+};
+
+// Never destroyed: the runtime's threads may still ask when the process's statics go.
+wake_target& target() {
+    static wake_target& one = *new wake_target;
+    return one;
+}
+
+void set_target(message_pump* pump) {
+    target().pump = pump;
+    const std::lock_guard<std::mutex> guard(target().lock);
+    target().loop = pump != nullptr ? zMessageLoop::Current() : nullptr;
+    target().is_woken = false;
+}
+
 }  // namespace
 
-message_pump::message_pump() : m_timer(main_thread_timer::make([this] { tick(); })) {}
+message_pump::message_pump() : m_timer(main_thread_timer::make([this] { tick(); })) {
+    set_target(this);
+}
 
 message_pump::~message_pump() {
+    set_target(nullptr);
     if (m_timer) m_timer->stop();
 }
 
@@ -79,6 +106,24 @@ void message_pump::work_once() {
         t_inside_work = false;
     }
     g_depth.fetch_sub(1);
+}
+
+void message_pump::wake() {
+    std::shared_ptr<zMessageLoop> loop;
+    {
+        const std::lock_guard<std::mutex> guard(target().lock);
+        loop = target().loop;
+    }
+    // One that is on its way serves all who ask.
+    if (loop == nullptr || target().is_woken.exchange(true)) return;
+    const auto tick_now = [] {
+        target().is_woken = false;
+        if (target().pump != nullptr) target().pump->tick();
+    };
+    if (!run::guarded_or(false, "message_pump", "wake",
+                         [&] { return loop->Post(tick_now) == 0; })) {
+        target().is_woken = false;
+    }
 }
 
 void message_pump::frame_painted() { t_frame_painted = true; }

@@ -30,6 +30,9 @@ public:
     static void work_once();
     // Said of the step under way: it has painted a frame. Display thread.
     static void frame_painted();
+    // Asks for a tick as soon as the display thread's loop gets to it, whatever the pacing. Any
+    // thread; harmless where there is no pump.
+    static void wake();
     // Whether the caller stands inside such a step, that is in a callback of the runtime.
     static bool inside_work();
     // Whether it stands inside a tick: in such a step, or in the predicate before it.

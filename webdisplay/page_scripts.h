@@ -41,6 +41,15 @@ inline constexpr std::string_view k_tick_counter =
     "next(count);})();})();";
 inline constexpr std::string_view k_tick_report = "thinternal-page-frames";
 
+// Only where the last picture is kept until there is a new one: says that the page has painted. The
+// runtime puts a page's first frame off by up to half a second, so the page waits for that first.
+inline constexpr std::string_view k_paint_watch =
+    "(function() {const next = window.requestAnimationFrame.bind(window);"
+    "const send = window.hostApp.execute;let frames = 0;"
+    "setTimeout(function count() {if (++frames > 4) send('thinternal-page-painted', '');"
+    "else next(count);}, 700);})();";
+inline constexpr std::string_view k_paint_report = "thinternal-page-painted";
+
 static_assert(k_flash_probe.size() == 349 && k_focus_listener.size() == 535 &&
               k_blur_listener.size() == 94 && k_error_hook.size() == 79 && k_next_url.size() == 43);
 

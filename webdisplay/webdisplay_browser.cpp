@@ -1,26 +1,54 @@
 // webdisplay_browser.cpp - the part of a display that does not depend on the browser engine.
+#include <atomic>
+#include <mutex>
+#include <new>
 #include <utility>
 
+#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "loam/observer.h"
 #include "loam/time.h"
 #include "loam/trace.h"
 #include "webdisplay.h"
-#include "webdisplay/tick_ledger.h"
+#include "webdisplay/display_state.h"
+
+namespace run = pennywort::run;
+using pennywort::webdisplay::load_policy;
 
 namespace {
 
 constexpr std::uint64_t k_what = 0x77686174;  // 'what'
 constexpr char k_re_enterable = 1;
 
-zRecord* record_with(long what) {
-    auto* record = new zRecord;
+// A display without one of its locks is none: whoever makes it hears that memory is out.
+std::unique_ptr<zCritical> new_lock() {
+    std::unique_ptr<zCritical> lock(zCritical::Factory(k_re_enterable));
+    if (lock == nullptr) throw std::bad_alloc();
+    return lock;
+}
+
+load_policy policy_of(const zRecord& settings) {
+    load_policy policy;
+    policy.report_lost_page = settings.AsBool("web_report_lost_page", false);
+    policy.keep_last_picture = settings.AsBool("web_keep_last_picture", false);
+    return policy;
+}
+
+// In the order of load_phase.
+constexpr cWebDisplayPagePhase k_phases[] = {
+    cWebDisplayPagePhase::None,   cWebDisplayPagePhase::Asked, cWebDisplayPagePhase::Loading,
+    cWebDisplayPagePhase::Failed, cWebDisplayPagePhase::Lost,  cWebDisplayPagePhase::Loaded,
+    cWebDisplayPagePhase::Closed};
+
+std::unique_ptr<zRecord> record_with(long what) {
+    auto record = std::make_unique<zRecord>();
     record->SetInt32(k_what, static_cast<std::int32_t>(what), 0);
     return record;
 }
 
-void post(long observer_id, zRecord* payload) {
-    zObserverHandler::PostNotification(static_cast<std::int32_t>(observer_id), payload, 0);
+void post(long observer_id, std::unique_ptr<zRecord> payload) {
+    zObserverHandler::PostNotification(static_cast<std::int32_t>(observer_id), payload.release(),
+                                       0);
 }
 
 std::int32_t at_least_one_pixel(std::int32_t side) { return side > 1 ? side : 1; }
@@ -68,8 +96,10 @@ void inform_by_function(flash_state& state) {
 void inform_if_missing() {
     flash_state& state = flash();
     if (!state.inform_requested || !state.detection_run || state.available) return;
-    inform_by_notification(state);
-    inform_by_function(state);
+    run::guarded("cWebDisplayBrowser", "Flash_InformUserIfMissing", [&] {
+        inform_by_notification(state);
+        inform_by_function(state);
+    });
 }
 
 }  // namespace
@@ -86,12 +116,12 @@ void cBrowserJavascriptCallbackHandler::JavascriptCallback(const zString&, const
                                                            zString&) {}
 
 cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate)
-    : m_video_renderer_lock(zCritical::Factory(k_re_enterable)),
-      m_page_receiver_lock(zCritical::Factory(k_re_enterable)),
-      m_javascript_receiver_lock(zCritical::Factory(k_re_enterable)),
+    : m_video_renderer_lock(new_lock()),
+      m_page_receiver_lock(new_lock()),
+      m_javascript_receiver_lock(new_lock()),
       m_frame_rate(frameRate),
-      m_observer_lock(zCritical::Factory(k_re_enterable)),
-      m_tick_ledger(std::make_unique<pennywort::webdisplay::tick_ledger>()) {
+      m_observer_lock(new_lock()),
+      m_state(std::make_unique<pennywort::webdisplay::display_state>(policy_of(settings))) {
     const std::int32_t width = settings.AsInt32("web_width", 0);
     const std::int32_t height = settings.AsInt32("web_height", 0);
     m_size.Set(at_least_one_pixel(width), at_least_one_pixel(height));
@@ -99,8 +129,7 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     if (!url.empty()) m_url_queue.push_back(std::move(url));
     m_transparent = settings.AsBool("web_transparent", false);
     m_css_override = settings.AsString("web_override_css", {});
-    m_host_clock = settings.AsBool("web_host_clock", false);
-    m_report_lost_page = settings.AsBool("web_report_lost_page", false);
+    m_state->is_on_host_clock = settings.AsBool("web_host_clock", false);
 }
 
 cWebDisplayBrowser::~cWebDisplayBrowser() {
@@ -117,9 +146,11 @@ bool cWebDisplayBrowser::AreWebDisplaySizeSettingsEqual(const zRecord& a, const 
 }
 
 bool cWebDisplayBrowser::IsWebDisplaySettingsEqual(const zRecord& a, const zRecord& b) {
-    return a.AsString("web_url", {}) == b.AsString("web_url", {}) &&
-           a.AsString("web_override_css", {}) == b.AsString("web_override_css", {}) &&
-           a.AsBool("web_transparent", false) == b.AsBool("web_transparent", false);
+    return run::guarded_or(false, "cWebDisplayBrowser", "IsWebDisplaySettingsEqual", [&] {
+        return a.AsString("web_url", {}) == b.AsString("web_url", {}) &&
+               a.AsString("web_override_css", {}) == b.AsString("web_override_css", {}) &&
+               a.AsBool("web_transparent", false) == b.AsBool("web_transparent", false);
+    });
 }
 
 // --- scripts
@@ -141,11 +172,15 @@ long cWebDisplayBrowser::CacheScriptToBrowser(const zString&, unsigned long,
 long cWebDisplayBrowser::ExecuteJavascript(const zString& script, unsigned long what,
                                            long observerId, unsigned long timeoutMs) {
     if (observerId == 0) return ExecuteJavascript(script, 0, std::function<void(std::string)>());
-    return ExecuteJavascript(script, timeoutMs, [observerId, what](const std::string& result) {
-        zRecord* payload = record_with(static_cast<long>(what));
-        payload->SetString("script_result", result);
-        post(observerId, payload);
-    });
+    return run::guarded_or<long>(
+        pennywort::k_failed, "cWebDisplayBrowser", "ExecuteJavascript", [&] {
+            return ExecuteJavascript(
+                script, timeoutMs, [observerId, what](const std::string& result) {
+                    std::unique_ptr<zRecord> payload = record_with(static_cast<long>(what));
+                    payload->SetString("script_result", result);
+                    post(observerId, std::move(payload));
+                });
+        });
 }
 
 void cWebDisplayBrowser::add_observer(const char* key, std::function<void(std::string)> callback,
@@ -154,7 +189,7 @@ void cWebDisplayBrowser::add_observer(const char* key, std::function<void(std::s
     const std::int64_t now = zTime::MicroNow();
     // The product wraps at 32 bits; hosts have tuned their time-outs to that.
     const std::uint32_t microseconds = static_cast<std::uint32_t>(timeoutMs) * 1000u;
-    observer_entry& entry = m_observers[key ? key : ""];
+    observer_entry& entry = m_observers[key != nullptr ? key : ""];
     entry.callback = std::move(callback);
     entry.expiry = timeoutMs == 0 ? 0 : now + microseconds;
     std::erase_if(m_observers, [now](const auto& item) {
@@ -183,6 +218,7 @@ void cWebDisplayBrowser::SetVideoRenderer(cBrowserVideoRendererInterface* render
 void cWebDisplayBrowser::SetPageCallbackReceiver(cBrowserPageCallbackHandler* receiver) {
     const zAutoCritical lock(m_page_receiver_lock.get());
     m_page_receiver = receiver;
+    *m_state->has_page_receiver = receiver != nullptr;
 }
 
 void cWebDisplayBrowser::SetJavascriptCallbackReceiver(
@@ -192,65 +228,69 @@ void cWebDisplayBrowser::SetJavascriptCallbackReceiver(
 }
 
 void cWebDisplayBrowser::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
-    if (!isPopup) m_tick_ledger->painted();
+    if (!isPopup) m_state->ticks.painted();
     const zAutoCritical lock(m_video_renderer_lock.get());
-    if (m_video_renderer) m_video_renderer->BrowserPainted(pixels, width, height, isPopup);
+    if (m_video_renderer != nullptr)
+        m_video_renderer->BrowserPainted(pixels, width, height, isPopup);
 }
 
 bool cWebDisplayBrowser::handle_page_request(const char* url) {
     const zAutoCritical lock(m_page_receiver_lock.get());
-    return m_page_receiver ? m_page_receiver->PageRequest(url) : true;
+    return m_page_receiver != nullptr ? m_page_receiver->PageRequest(url) : true;
 }
 
 void cWebDisplayBrowser::handle_page_loaded(const char* url) {
     {
-        const std::lock_guard<std::mutex> guard(m_url_lock);
-        m_last_loaded_url = url ? url : "";
+        const std::lock_guard<std::mutex> guard(m_state->url_lock);
+        m_last_loaded_url = url != nullptr ? url : "";
     }
     const zAutoCritical lock(m_page_receiver_lock.get());
-    if (m_page_receiver) m_page_receiver->PageLoaded(url);
+    if (m_page_receiver != nullptr) m_page_receiver->PageLoaded(url);
     LoadNextUrl();
 }
 
 void cWebDisplayBrowser::handle_page_load_failed(const char* url, const char* error) {
     zTraceManager::Default()->TraceNote(
-        "cWebDisplayBrowser: page load failed:\nurl: %s\nerror: %s\n", url ? url : "",
-        error ? error : "");
+        "cWebDisplayBrowser: page load failed:\nurl: %s\nerror: %s\n", url != nullptr ? url : "",
+        error != nullptr ? error : "");
     const zAutoCritical lock(m_page_receiver_lock.get());
-    if (m_page_receiver) m_page_receiver->PageLoadFailed(url, error);
+    if (m_page_receiver != nullptr) m_page_receiver->PageLoadFailed(url, error);
     LoadNextUrl();
 }
 
 void cWebDisplayBrowser::handle_javascript_callback(const zString& name, const zString& argument,
                                                     zString& result) {
     const zAutoCritical lock(m_javascript_receiver_lock.get());
-    if (m_javascript_receiver) m_javascript_receiver->JavascriptCallback(name, argument, result);
+    if (m_javascript_receiver != nullptr)
+        m_javascript_receiver->JavascriptCallback(name, argument, result);
 }
 
 // --- size, queue and counts
 
 void cWebDisplayBrowser::GetSize(long& width, long& height) const {
-    const std::lock_guard<std::mutex> guard(m_size_lock);
+    const std::lock_guard<std::mutex> guard(m_state->size_lock);
     width = m_size.X();
     height = m_size.Y();
 }
 
 void cWebDisplayBrowser::LoadUrl(const char* url) {
-    if (!url) return;
-    {
-        const std::lock_guard<std::mutex> guard(m_url_lock);
-        m_url_queue.emplace_back(url);
-    }
-    LoadNextUrl();
+    if (url == nullptr) return;
+    run::guarded("cWebDisplayBrowser", "LoadUrl", [&] {
+        {
+            const std::lock_guard<std::mutex> guard(m_state->url_lock);
+            m_url_queue.emplace_back(url);
+        }
+        LoadNextUrl();
+    });
 }
 
 std::string cWebDisplayBrowser::PeekNextURL() {
-    const std::lock_guard<std::mutex> guard(m_url_lock);
+    const std::lock_guard<std::mutex> guard(m_state->url_lock);
     return m_url_queue.empty() ? std::string() : m_url_queue.front();
 }
 
 std::string cWebDisplayBrowser::PopNextURL() {
-    const std::lock_guard<std::mutex> guard(m_url_lock);
+    const std::lock_guard<std::mutex> guard(m_state->url_lock);
     if (m_url_queue.empty()) return {};
     std::string url = std::move(m_url_queue.front());
     m_url_queue.pop_front();
@@ -258,24 +298,41 @@ std::string cWebDisplayBrowser::PopNextURL() {
 }
 
 void cWebDisplayBrowser::put_back_url(const std::string& url) {
-    const std::lock_guard<std::mutex> guard(m_url_lock);
+    const std::lock_guard<std::mutex> guard(m_state->url_lock);
     m_url_queue.push_front(url);
 }
 
 bool cWebDisplayBrowser::has_next_url() const {
-    const std::lock_guard<std::mutex> guard(m_url_lock);
+    const std::lock_guard<std::mutex> guard(m_state->url_lock);
     return !m_url_queue.empty();
 }
 
 void cWebDisplayBrowser::GetUrlForLastPageLoaded(zString& out) const {
-    const std::lock_guard<std::mutex> guard(m_url_lock);
-    out = m_last_loaded_url;
+    run::guarded("cWebDisplayBrowser", "GetUrlForLastPageLoaded", [&] {
+        const std::lock_guard<std::mutex> guard(m_state->url_lock);
+        out = m_last_loaded_url;
+    });
 }
 
 void cWebDisplayBrowser::GetFrameCounts(cWebDisplayFrameCounts& out) const {
-    out.painted = m_tick_ledger->pictures();
-    out.ticks = m_tick_ledger->ticks();
-    out.ticks_missed = m_tick_ledger->missed();
+    out.painted = m_state->ticks.pictures();
+    out.ticks = m_state->ticks.ticks();
+    out.ticks_missed = m_state->ticks.missed();
+}
+
+void cWebDisplayBrowser::GetPageStatus(cWebDisplayPageStatus& out) const {
+    run::guarded("cWebDisplayBrowser", "GetPageStatus", [&] {
+        {
+            const std::lock_guard<std::mutex> guard(m_state->loads_lock);
+            const pennywort::webdisplay::page_loads& loads = m_state->loads;
+            out.phase = k_phases[static_cast<int>(loads.phase())];
+            out.url = loads.url();
+            out.asked = loads.asked_url();
+            out.error = loads.error();
+        }
+        const std::lock_guard<std::mutex> guard(m_state->url_lock);
+        out.waiting = static_cast<std::uint32_t>(m_url_queue.size());
+    });
 }
 
 bool cWebDisplayBrowser::NextFrame() { return false; }

@@ -2,24 +2,28 @@
 #include "webdisplay/webdisplay_browser_client.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "core/limits.h"
+#include "core/run/guarded.h"
 #include "loam/trace.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/text.h"
+#include "webdisplay/display_state.h"
 #include "webdisplay/host_environment.h"
 #include "webdisplay/live_browsers.h"
 #include "webdisplay/message_pump.h"
 #include "webdisplay/native_window.h"
 #include "webdisplay/page_scripts.h"
-#include "webdisplay/tick_ledger.h"
 
 namespace pennywort::webdisplay {
 
 namespace {
 
 constexpr int k_load_aborted = -3;
+constexpr std::uint32_t k_transparent = 0x00000000;
+constexpr std::uint32_t k_opaque_black = 0xFF000000;
 constexpr std::string_view k_type_error = "Uncaught TypeError";
 
 // One for the process: keystrokes go to one place at a time.
@@ -46,6 +50,22 @@ void close_soon(cef_browser_t* browser) {
     if (host) cef::post_to_ui([host] { host->close_browser(host.get(), 1); });
 }
 
+// The display as it is before a page.
+std::uint32_t background_of(bool is_transparent) {
+    return is_transparent ? k_transparent : k_opaque_black;
+}
+
+// Whether nothing but the background was painted: the first pixel is of that colour, and the
+// picture, one pixel on, is the picture.
+bool is_blank(const void* pixels, int width, int height, std::uint32_t background) {
+    constexpr std::size_t k_pixel = 4;
+    const auto* bytes = static_cast<const unsigned char*>(pixels);
+    const std::size_t size =
+        k_pixel * static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    if (std::memcmp(bytes, &background, k_pixel) != 0) return false;
+    return std::memcmp(bytes, bytes + k_pixel, size - k_pixel) == 0;
+}
+
 zString text_of(const std::string& text) {
     return zString(text.data(), static_cast<std::uint32_t>(text.size()));
 }
@@ -64,7 +84,10 @@ public:
             const bool allowed = client->may_request(url);
             allowed ? callback->cont(callback.get()) : callback->cancel(callback.get());
         });
-        return posted ? RV_CONTINUE_ASYNC : RV_CONTINUE;
+        if (!posted) return RV_CONTINUE;
+        // The request waits for the answer; the display thread is not to wait for its next tick.
+        message_pump::wake();
+        return RV_CONTINUE_ASYNC;
     }
 
 private:
@@ -97,8 +120,12 @@ private:
 };
 
 webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owner,
-                                                     std::string start_url)
-    : m_owner(owner), m_start_url(std::move(start_url)) {}
+                                                     std::string start_url,
+                                                     std::shared_ptr<zSignal> ended)
+    : m_owner(owner),
+      m_start_url(std::move(start_url)),
+      m_life(std::move(ended)),
+      m_has_page_receiver(owner->m_state->has_page_receiver) {}
 
 void webdisplay_browser_client::set_alive() { m_alive.CompareAndSet(0, 1); }
 
@@ -130,7 +157,47 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
     if (!is_alive() || is_popup(browser)) return;
     message_pump::frame_painted();
     const owner_use owner(*this);
-    if (owner) owner->BrowserPainted(buffer, width, height, type == PET_POPUP);
+    if (!owner) return;
+    if (owner->m_state->loads.holds_picture() && holds_frame_back(*owner, buffer, width, height)) {
+        return;
+    }
+    owner->BrowserPainted(buffer, width, height, type == PET_POPUP);
+}
+
+bool webdisplay_browser_client::holds_frame_back(cWebDisplayCEFBrowser& owner, const void* buffer,
+                                                 int width, int height) {
+    const bool has_painted = !is_blank(buffer, width, height, background_of(owner.m_transparent));
+    const std::lock_guard<std::mutex> guard(owner.m_state->loads_lock);
+    return !owner.m_state->loads.admits(has_painted);
+}
+
+// A page that is all background looks like one that has not painted yet. It says itself when it
+// has, and is at rest then.
+bool webdisplay_browser_client::take_paint_report(cef_browser_t* browser,
+                                                  const std::string& command) {
+    if (command != page_scripts::k_paint_report) return false;
+    const owner_use owner(*this);
+    if (!owner || !owner->m_state->loads.policy().keep_last_picture) return false;
+    {
+        const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+        if (!owner->m_state->loads.release_picture()) return true;
+    }
+    const cef::ref<cef_browser_host_t> host(browser->get_host(browser));
+    if (host) cef::post_to_ui([host] { host->invalidate(host.get(), PET_VIEW); });
+    return true;
+}
+
+// What the host shows when there has never been a picture: the display as it is before a page.
+void webdisplay_browser_client::paint_background(cWebDisplayCEFBrowser& owner) {
+    long width = 0;
+    long height = 0;
+    owner.GetSize(width, height);
+    width = std::clamp(width, 1L, k_max_view_side);
+    height = std::clamp(height, 1L, k_max_view_side);
+    const std::vector<std::uint32_t> pixels(
+        static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
+        background_of(owner.m_transparent));
+    owner.BrowserPainted(pixels.data(), width, height, false);
 }
 
 // --- life of the browser
@@ -169,34 +236,43 @@ void webdisplay_browser_client::close_popups() {
 
 // The URL that the browser was created with still stands at the front of the queue; popping it
 // here, whether it must be loaded or not, is what takes it out.
-std::string webdisplay_browser_client::take_over_browser(cWebDisplayCEFBrowser& owner,
-                                                         cef_browser_t* browser,
-                                                         bool& load_pending) {
+bool webdisplay_browser_client::take_over_browser(cWebDisplayCEFBrowser& owner,
+                                                  cef_browser_t* browser, std::string& url) {
     const zAutoCritical lock(owner.m_state_lock.get());
-    if (owner.m_cef_state && !owner.m_cef_state->browser) {
+    if (!m_life.arrive()) return false;
+    if (owner.m_cef_state != nullptr && !owner.m_cef_state->browser) {
         owner.m_cef_state->browser = cef::ref<cef_browser_t>::shared(browser);
     }
-    load_pending = std::exchange(owner.m_load_pending, false);
-    return owner.PopNextURL();
+    const bool is_pending = std::exchange(owner.m_load_pending, false);
+    const std::string popped = owner.PopNextURL();
+    if (is_pending) url = popped;
+    return true;
+}
+
+// `pending` is what the host has asked for while the browser was on its way; it may be the page
+// that the browser begins with.
+void webdisplay_browser_client::load_first_page(cef_browser_t* browser,
+                                                const std::string& pending) {
+    if (!m_start_url.empty()) look_whether_ignored(start_asked_for());
+    const cef::ref<cef_frame_t> frame(browser->get_main_frame(browser));
+    if (!frame || pending.empty() || pending == m_start_url) return;
+    if (pending == cef::utf8_of(frame->get_url(frame.get()))) return;
+    const unsigned ticket = page_asked_for(pending);
+    frame->load_url(frame.get(), cef::utf16(pending).get());
+    look_whether_ignored(ticket);
 }
 
 void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
     live_browsers::arrived(browser, is_popup(browser));
     if (is_popup(browser)) return popup_created(browser);
 
-    bool load_pending = false;
     std::string url;
     {
         const owner_use owner(*this);
         // The display was closed while the browser was on its way.
-        if (!owner) return close_soon(browser);
-        url = take_over_browser(*owner, browser, load_pending);
+        if (!owner || !take_over_browser(*owner, browser, url)) return close_soon(browser);
     }
-    const cef::ref<cef_frame_t> frame(browser->get_main_frame(browser));
-    const std::string current = frame ? cef::utf8_of(frame->get_url(frame.get())) : std::string();
-    if (frame && load_pending && url != current && url != m_start_url) {
-        frame->load_url(frame.get(), cef::utf16(url).get());
-    }
+    load_first_page(browser, url);
     const owner_use owner(*this);
     if (!owner) return;
     long width = 0;
@@ -213,7 +289,8 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
     live_browsers::gone(browser);
     if (is_popup(browser)) return popup_closed(browser);
     m_alive.CompareAndSet(1, 0);
-    close_popups();
+    m_life.end();
+    run::guarded("cWebDisplayCEFBrowser", "Close", [&] { close_popups(); });
     // Without a reference of its own: the display may be waiting for this in its destructor.
     const std::lock_guard<std::recursive_mutex> guard(m_owner_lock);
     if (m_owner) m_owner->browser_destroyed();
@@ -221,12 +298,31 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
 
 // --- loads
 
+unsigned webdisplay_browser_client::page_asked_for(const std::string& url) {
+    const owner_use owner(*this);
+    if (!owner) return 0;
+    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+    return owner->m_state->loads.ask(url);
+}
+
+unsigned webdisplay_browser_client::start_asked_for() {
+    const owner_use owner(*this);
+    if (!owner) return 0;
+    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+    return owner->m_state->loads.ask_at_start(m_start_url);
+}
+
 // The next URL is asked for through the page, so that the scripts of the page that has just
 // finished run first.
 void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, bool is_loading) {
-    if (is_loading || is_popup(browser)) return;
+    if (is_popup(browser)) return;
     const owner_use owner(*this);
-    if (!owner || !owner->has_next_url()) return;
+    if (!owner) return;
+    if (is_loading) {
+        const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+        return owner->m_state->loads.stir();
+    }
+    if (!owner->has_next_url()) return;
     webdisplay_cef_state state;
     owner->get_cef_state(state);
     if (state.browser) execute_on_page(state.browser.get(), page_scripts::k_next_url);
@@ -235,31 +331,39 @@ void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, boo
 // Not called for what the runtime shows in the place of a page that failed, though OnLoadEnd is.
 void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) {
     if (!frame->is_main(frame) || is_popup(browser)) return;
-    m_failed_url.clear();
-    m_on_its_way.clear();
-}
-
-bool webdisplay_browser_client::has_failed(cef_frame_t* frame) const {
-    return !m_failed_url.empty() && m_failed_url == cef::utf8_of(frame->get_url(frame));
+    const owner_use owner(*this);
+    if (!owner) return;
+    const std::string url = cef::utf8_of(frame->get_url(frame));
+    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+    owner->m_state->loads.begin(url);
 }
 
 void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) {
     if (!is_alive() || !frame->is_main(frame) || is_popup(browser)) return;
     std::string css;
-    bool host_clock = false;
+    bool is_on_host_clock = false;
     {
         const owner_use owner(*this);
         if (!owner) return;
         css = owner->get_css_override();
-        host_clock = owner->m_host_clock;
-        if (!has_failed(frame))
-            owner->handle_page_loaded(cef::utf8_of(frame->get_url(frame)).c_str());
+        is_on_host_clock = owner->m_state->is_on_host_clock;
+        report_end(*owner, browser, cef::utf8_of(frame->get_url(frame)));
     }
-    inject_scripts(frame, css, host_clock);
+    inject_scripts(frame, css, is_on_host_clock);
+}
+
+void webdisplay_browser_client::report_end(cWebDisplayCEFBrowser& owner, cef_browser_t* browser,
+                                           const std::string& url) {
+    {
+        const std::lock_guard<std::mutex> guard(owner.m_state->loads_lock);
+        if (!owner.m_state->loads.end(url)) return;
+    }
+    if (owner.m_state->loads.holds_picture()) execute_on_page(browser, page_scripts::k_paint_watch);
+    owner.handle_page_loaded(url.c_str());
 }
 
 void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::string& css,
-                                               bool host_clock) {
+                                               bool is_on_host_clock) {
     if (!css.empty()) execute(frame, page_scripts::style_sheet(css));
     if (!cWebDisplayBrowser::HaveRunFlashDetection()) {
         cWebDisplayBrowser::SetHaveRunFlashDetection(true);
@@ -269,7 +373,7 @@ void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::st
     listeners += page_scripts::k_blur_listener;
     listeners += page_scripts::k_error_hook;
     execute(frame, listeners);
-    if (host_clock) execute(frame, page_scripts::k_tick_counter);
+    if (is_on_host_clock) execute(frame, page_scripts::k_tick_counter);
 }
 
 void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t* frame,
@@ -280,57 +384,109 @@ void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*
         if (frame->is_main(frame)) forget_load_soon();
         return;
     }
-    if (frame->is_main(frame)) {
-        m_failed_url = failed_url;
-        m_on_its_way.clear();
-    }
     const owner_use owner(*this);
-    if (owner) owner->handle_page_load_failed(failed_url.c_str(), error_text.c_str());
+    if (!owner) return;
+    if (frame->is_main(frame)) page_failed(*owner, failed_url, error_text);
+    owner->handle_page_load_failed(failed_url.c_str(), error_text.c_str());
+}
+
+void webdisplay_browser_client::page_failed(cWebDisplayCEFBrowser& owner, const std::string& url,
+                                            const std::string& error) {
+    {
+        const std::lock_guard<std::mutex> guard(owner.m_state->loads_lock);
+        owner.m_state->loads.fail(url, error);
+    }
+    const bool has_no_picture = owner.m_state->ticks.pictures() == 0;
+    if (owner.m_state->loads.holds_picture() && has_no_picture) paint_background(owner);
+}
+
+// Not at once: a process that ends aborts the load, and is told after that or before it.
+void webdisplay_browser_client::forget_load_soon() {
+    const owner_use owner(*this);
+    if (!owner) return;
+    const auto client = cef::own<webdisplay_browser_client>::shared(this);
+    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+    cef::post_to_ui(
+        [client, ticket = owner->m_state->loads.abort()] { client->give_up_load(ticket); });
+}
+
+// With no page there is nothing that could ask for the next one.
+void webdisplay_browser_client::give_up_load(unsigned ticket) {
+    const owner_use owner(*this);
+    if (!owner) return;
+    {
+        const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+        owner->m_state->loads.give_up(ticket);
+    }
+    if (owner->m_state->loads.phase() == load_phase::none) owner->LoadNextUrl();
+}
+
+void webdisplay_browser_client::look_whether_ignored(unsigned ticket, int turns) {
+    const auto client = cef::own<webdisplay_browser_client>::shared(this);
+    cef::post_to_ui([client, ticket, turns] {
+        if (turns > 1) return client->look_whether_ignored(ticket, turns - 1);
+        client->report_if_ignored(ticket);
+    });
+}
+
+void webdisplay_browser_client::report_if_ignored(unsigned ticket) {
+    const owner_use owner(*this);
+    if (!owner) return;
+    webdisplay_cef_state state;
+    owner->get_cef_state(state);
+    if (!state.browser) return;
+    const bool is_loading = state.browser->is_loading(state.browser.get()) != 0;
+    std::string url;
+    {
+        const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+        url = owner->m_state->loads.asked_url();
+        if (!owner->m_state->loads.is_ignored(ticket, is_loading)) return;
+    }
+    owner->handle_page_load_failed(url.c_str(), "the browser does not take this URL");
 }
 
 // --- requests and drags
 
 cef::own<cef::CefResourceRequestHandler> webdisplay_browser_client::GetResourceRequestHandler(
     cef_frame_t* frame) {
-    if (!is_alive() || !frame || !frame->is_main(frame)) return {};
+    if (!is_alive() || !frame || !*m_has_page_receiver || !frame->is_main(frame)) return {};
     return cef::own<cef::CefResourceRequestHandler>(
         new request_filter(cef::own<webdisplay_browser_client>::shared(this)));
 }
 
+// Without a word of the host's own that it minds, nothing happens.
 void webdisplay_browser_client::OnRenderProcessTerminated(cef_browser_t* browser) {
     if (is_popup(browser)) return;
+    const owner_use owner(*this);
+    if (!owner || !owner->m_state->loads.policy().minds_lost_page()) return;
     zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page's process has ended\n");
-    m_page_lost = true;
+    {
+        const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+        owner->m_state->loads.lose();
+    }
     const cef::ref<cef_frame_t> frame(browser->get_main_frame(browser));
     std::string url = frame ? cef::utf8_of(frame->get_url(frame.get())) : std::string();
     if (url.empty()) url = m_start_url;  // it was on its way
-    const std::string on_its_way = std::exchange(m_on_its_way, {});
     // Within this call the runtime has not put the old page away yet.
     const auto client = cef::own<webdisplay_browser_client>::shared(this);
-    cef::post_to_ui([client, url, on_its_way] { client->page_lost(url, on_its_way); });
+    cef::post_to_ui([client, url] { client->page_lost(url); });
 }
 
-// With the process of the page that is shown the runtime gives up the load that was to replace it,
-// and says of that only that it was aborted. The host is still waiting for it.
-void webdisplay_browser_client::page_lost(const std::string& url, const std::string& on_its_way) {
+void webdisplay_browser_client::page_lost(const std::string& url) {
     const owner_use owner(*this);
     if (!owner) return;
-    if (m_page_lost && !on_its_way.empty()) {
-        owner->put_back_url(on_its_way);
+    std::string lost_load;
+    {
+        const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+        lost_load = owner->m_state->loads.take_lost_load();
+    }
+    if (!lost_load.empty()) {
+        owner->put_back_url(lost_load);
         owner->LoadNextUrl();
     }
-    if (owner->m_report_lost_page) {
+    if (owner->m_state->loads.policy().report_lost_page) {
         owner->handle_page_load_failed(url.c_str(), "the page's process has ended");
     }
-}
-
-// Not at once: a process that ends aborts the load, and is told after that or before it.
-void webdisplay_browser_client::forget_load_soon() {
-    if (m_on_its_way.empty()) return;
-    const auto client = cef::own<webdisplay_browser_client>::shared(this);
-    cef::post_to_ui([client, aborted = m_on_its_way] {
-        if (client->m_on_its_way == aborted) client->m_on_its_way.clear();
-    });
 }
 
 bool webdisplay_browser_client::may_request(const std::string& url) {
@@ -397,7 +553,7 @@ void webdisplay_browser_client::dispatch(cef_browser_t* browser, const std::stri
     } else if (command.starts_with(page_scripts::k_result_command)) {
         deliver_result(command, argument);
     } else if (!command.starts_with(k_type_error) &&  // pages throw these all the time
-               !take_tick_report(command, argument)) {
+               !take_tick_report(command, argument) && !take_paint_report(browser, command)) {
         run_page_command(browser, command, argument);
     }
 }
@@ -406,9 +562,9 @@ bool webdisplay_browser_client::take_tick_report(const std::string& command,
                                                  const std::string& argument) {
     if (command != page_scripts::k_tick_report) return false;
     const owner_use owner(*this);
-    if (!owner || !owner->m_host_clock) return false;
+    if (!owner || !owner->m_state->is_on_host_clock) return false;
     const std::int64_t frames = text_of(argument).AsInt64();
-    if (frames > 0) owner->m_tick_ledger->page_had(static_cast<std::uint64_t>(frames));
+    if (frames > 0) owner->m_state->ticks.page_had(static_cast<std::uint64_t>(frames));
     return true;
 }
 

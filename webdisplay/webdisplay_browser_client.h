@@ -8,6 +8,7 @@
 
 #include "loam/atomic.h"
 #include "webdisplay.h"
+#include "webdisplay/browser_life.h"
 #include "webdisplay/cef/interfaces.h"
 #include "webdisplay/page_calls.h"
 
@@ -34,7 +35,9 @@ class webdisplay_browser_client final : public cef::CefClient,
                                         public cef::CefDragHandler,
                                         public cef::CefDownloadHandler {
 public:
-    webdisplay_browser_client(cWebDisplayCEFBrowser* owner, std::string start_url);
+    // `ended` is set when the browser has gone.
+    webdisplay_browser_client(cWebDisplayCEFBrowser* owner, std::string start_url,
+                              std::shared_ptr<zSignal> ended);
 
     // From now on the runtime's callbacks count.
     void set_alive();
@@ -46,14 +49,13 @@ public:
     void close_popups();
     // Whether the owner lets the main frame fetch `url`. UI thread.
     bool may_request(const std::string& url);
-    // Whether the page's process went since a page was last asked for. Such a page finishes no
-    // load, though the runtime may go on calling it loading. Any thread.
-    bool has_lost_its_page() const { return m_page_lost; }
-    // The host's, taken from the queue; on the UI thread.
-    void page_asked_for(const std::string& url) {
-        m_on_its_way = url;
-        m_page_lost = false;
-    }
+    // The host's URL is about to be given to the browser. UI thread.
+    unsigned page_asked_for(const std::string& url);
+    // Looks, when the runtime has had its turn, whether the browser took any notice of it. A URL
+    // that it ignores would hold up the queue until the host asks for another. UI thread.
+    void look_whether_ignored(unsigned ticket, int turns = 3);
+    // The life of the browser. Any thread.
+    shared_life& life() { return m_life; }
 
     static bool focused_element_is_editable();
 
@@ -93,12 +95,20 @@ private:
     bool is_alive() const { return m_alive.Get() == 1; }
     void popup_created(cef_browser_t* browser);
     void popup_closed(cef_browser_t* browser);
-    std::string take_over_browser(cWebDisplayCEFBrowser& owner, cef_browser_t* browser,
-                                  bool& load_pending);
-    void inject_scripts(cef_frame_t* frame, const std::string& css, bool host_clock);
-    bool has_failed(cef_frame_t* frame) const;
+    bool take_over_browser(cWebDisplayCEFBrowser& owner, cef_browser_t* browser, std::string& url);
+    unsigned start_asked_for();
+    void load_first_page(cef_browser_t* browser, const std::string& pending);
+    void report_end(cWebDisplayCEFBrowser& owner, cef_browser_t* browser, const std::string& url);
+    void page_failed(cWebDisplayCEFBrowser& owner, const std::string& url,
+                     const std::string& error);
+    void report_if_ignored(unsigned ticket);
+    void inject_scripts(cef_frame_t* frame, const std::string& css, bool is_on_host_clock);
     void forget_load_soon();
-    void page_lost(const std::string& url, const std::string& on_its_way);
+    void give_up_load(unsigned ticket);
+    void page_lost(const std::string& url);
+    bool holds_frame_back(cWebDisplayCEFBrowser& owner, const void* buffer, int width, int height);
+    bool take_paint_report(cef_browser_t* browser, const std::string& command);
+    void paint_background(cWebDisplayCEFBrowser& owner);
     bool take_tick_report(const std::string& command, const std::string& argument);
     void dispatch(cef_browser_t* browser, const std::string& command, const std::string& argument);
     bool note_dropped_calls(cef_process_message_t* message);
@@ -113,10 +123,10 @@ private:
     cWebDisplayCEFBrowser* m_owner;
     std::recursive_mutex m_owner_lock;
     const std::string m_start_url;
-    std::atomic<bool> m_page_lost{false};
+    shared_life m_life;
+    // Outlives the display, for requests that come when it has gone.
+    const std::shared_ptr<std::atomic<bool>> m_has_page_receiver;
     std::vector<cef::ref<cef_browser_t>> m_popups;  // UI thread
-    std::string m_failed_url;  // of the main frame's last failed load; UI thread
-    std::string m_on_its_way;  // what the host asked for and has not begun yet; UI thread
 };
 
 }  // namespace pennywort::webdisplay

@@ -34,6 +34,7 @@ struct process_state {
     std::string failure;
     std::unique_ptr<message_pump> kept_pump;  // of a manager that has gone without stopping it
     std::unique_ptr<cache_folder> cache;      // of a runtime that runs
+    bool is_shutting_down = false;
 };
 
 // Never destroyed: the runtime's threads may still be there when the process's statics go.
@@ -74,8 +75,11 @@ cWebDisplayCEFBrowserManager::cWebDisplayCEFBrowserManager() = default;
 
 cWebDisplayCEFBrowserManager::~cWebDisplayCEFBrowserManager() {
     Stop();
-    // Where the runtime goes on, or never started, the timer goes on ticking without a manager.
-    if (m_timer_loop) process().kept_pump = std::move(m_timer_loop);
+    // Where the runtime goes on, or never started, the timer goes on ticking without a manager. The
+    // host's predicate does not: its code may go now.
+    if (m_timer_loop == nullptr) return;
+    m_timer_loop->set_can_run({});
+    process().kept_pump = std::move(m_timer_loop);
 }
 
 bool cWebDisplayCEFBrowserManager::Startup(const char* arg) {
@@ -94,15 +98,19 @@ bool cWebDisplayCEFBrowserManager::Startup(const char* arg) {
 }
 
 void cWebDisplayCEFBrowserManager::Shutdown() {
-    if (!process().manager) return;
-    if (message_pump::inside_tick()) {
+    if (process().manager == nullptr) return;
+    // While browsers close, the host's own events are dispatched, and one of them may come back
+    // here: the end that has begun goes on, under what it stands on.
+    if (message_pump::inside_tick() || process().is_shutting_down) {
         zTraceManager::Default()->TraceNote(
-            "cWebDisplayCEFBrowserManager::Shutdown: called from a callback of a display, "
-            "ignored\n");
+            "cWebDisplayCEFBrowserManager::Shutdown: called from a callback of a display or from "
+            "within itself, ignored\n");
         return;
     }
+    process().is_shutting_down = true;
     process().manager->Stop();
     delete std::exchange(process().manager, nullptr);
+    process().is_shutting_down = false;
 }
 
 cWebDisplayCEFBrowserManager& cWebDisplayCEFBrowserManager::Default() { return *process().manager; }
@@ -140,11 +148,9 @@ void cWebDisplayCEFBrowserManager::Stop() {
 
 cWebDisplayBrowser* cWebDisplayCEFBrowserManager::CreateBrowser(const zRecord& settings,
                                                                 double frameRate) {
-    try {
-        return new cWebDisplayCEFBrowser(settings, frameRate);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    return run::guarded_or<cWebDisplayBrowser*>(
+        nullptr, "cWebDisplayCEFBrowserManager", "CreateBrowser",
+        [&] { return new cWebDisplayCEFBrowser(settings, frameRate); });
 }
 
 void cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn(std::function<bool()> fn) {

@@ -127,6 +127,7 @@ struct page_settings {
     bool transparent = false;
     bool host_clock = false;
     bool report_lost_page = false;
+    bool keep_last_picture = false;
     std::string css = {};
 };
 

@@ -70,7 +70,7 @@ void kill_until_noticed(shown_page& page) {
 }
 
 TEST_F(KilledProcess, ARendererKilledAsSoonAsItIsThereIsReplaced) {
-    shown_page page({.url = m_peer.url("/half")});
+    shown_page page({.url = m_peer.url("/half"), .report_lost_page = true});
     ASSERT_TRUE(wait_for([] { return !processes_below("renderer").empty(); }));
     kill_until_noticed(page);
     expect_to_show(page, m_peer.html(k_green_page));
@@ -78,14 +78,14 @@ TEST_F(KilledProcess, ARendererKilledAsSoonAsItIsThereIsReplaced) {
 
 // Before the page has come, the runtime often goes on saying that it is loading.
 TEST_F(KilledProcess, ARendererKilledBeforeItsPageCameIsReplacedByTheNextPage) {
-    shown_page page({.url = m_peer.url("/half")});
+    shown_page page({.url = m_peer.url("/half"), .report_lost_page = true});
     ASSERT_TRUE(wait_for([&] { return page->IsLoading() && page.frames.count() > 0; }));
     kill_until_noticed(page);
     expect_to_show(page, m_peer.html(k_green_page));
 }
 
 TEST_F(KilledProcess, ARendererKilledInTheMiddleOfAPageIsReplacedByTheNextPage) {
-    shown_page page({.url = m_peer.url("/half")});
+    shown_page page({.url = m_peer.url("/half"), .report_lost_page = true});
     ASSERT_TRUE(page.wait_for_colour(k_blue));
     kill_all("renderer");
     ASSERT_TRUE(wait_for([&] { return !page->IsLoading(); }));
@@ -94,14 +94,14 @@ TEST_F(KilledProcess, ARendererKilledInTheMiddleOfAPageIsReplacedByTheNextPage) 
 
 TEST_F(KilledProcess, APageOnItsWayComesThoughTheOneBeforeItIsLost) {
     const std::string blue = m_peer.html("<body style='margin:0;background:#00f'>");
-    shown_page page({.url = blue});
+    shown_page page({.url = blue, .report_lost_page = true});
     ASSERT_TRUE(page.wait_until_loaded());
     kill_all("renderer");
     expect_to_show(page, m_peer.html(k_green_page));
 }
 
 TEST_F(KilledProcess, APageThatAnswersLateIsNotLostWithTheOneBeforeIt) {
-    shown_page page({.url = m_peer.html("<body style='margin:0;background:#00f'>")});
+    shown_page page({.url = m_peer.html("<body style='margin:0;background:#00f'>"), .report_lost_page = true});
     ASSERT_TRUE(page.wait_until_loaded());
     page->LoadUrl(m_peer.url("/never").c_str());
     const auto asked = [&] {
@@ -114,7 +114,7 @@ TEST_F(KilledProcess, APageThatAnswersLateIsNotLostWithTheOneBeforeIt) {
 }
 
 TEST_F(KilledProcess, APageThatHasBegunIsLostWithItsProcess) {
-    shown_page page({.url = m_peer.html(k_green_page)});
+    shown_page page({.url = m_peer.html(k_green_page), .report_lost_page = true});
     ASSERT_TRUE(page.wait_until_loaded());
     page->LoadUrl(m_peer.url("/half").c_str());
     ASSERT_TRUE(page.wait_for_colour(k_blue));

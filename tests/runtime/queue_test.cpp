@@ -60,21 +60,38 @@ TEST_F(Queue, AServerThatIsNotThereIsReportedAndTheNextPageFollows) {
     EXPECT_TRUE(page.events.has_failed(bad)) << PrintToString(page.events.failed);
 }
 
-TEST_F(Queue, NonsenseForAUrlDoesNotStopTheQueue) {
+// URLs that the browser does not take, some without a word: nothing is asked again, and the page
+// behind them comes by itself.
+class UnusableUrl : public Queue, public testing::WithParamInterface<const char*> {};
+
+TEST_P(UnusableUrl, DoesNotHoldUpTheQueueBehindAPage) {
     const std::string good = m_peer.html(titled("after"));
-    shown_page page({.url = "no url at all"});
-    page->LoadUrl("");
-    page->LoadUrl(nullptr);
-    page->LoadUrl("http://");
-    page->LoadUrl("javascript:alert(1)");
-    page->LoadUrl("no-such-scheme://x");
+    shown_page page({.url = m_peer.html(titled("before"))});
+    page->LoadUrl(GetParam());
     page->LoadUrl(good.c_str());
-    // Each LoadUrl of an idle display begins the next load.
-    EXPECT_TRUE(wait_for([&] {
-        if (!page->IsLoading()) page->LoadNextUrl();
-        return page.events.has_loaded(good);
-    })) << PrintToString(page.events.loaded)
+    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(good); }))
         << PrintToString(page.events.failed);
+}
+
+TEST_P(UnusableUrl, DoesNotHoldUpTheQueueAsTheFirstPage) {
+    const std::string good = m_peer.html(titled("after"));
+    shown_page page({.url = GetParam()});
+    page->LoadUrl(good.c_str());
+    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(good); }))
+        << PrintToString(page.events.failed);
+}
+INSTANTIATE_TEST_SUITE_P(All, UnusableUrl,
+                         testing::Values("http://", "chrome://settings", "javascript:alert(1)", "",
+                                         "no url at all", "no-such-scheme://x"),
+                         [](const auto& one) { return "Case" + std::to_string(one.index); });
+
+TEST_F(Queue, AUrlThatTheBrowserIgnoresIsAFailure) {
+    shown_page page({.url = m_peer.html(titled("before"))});
+    ASSERT_TRUE(page.wait_until_loaded());
+    page->LoadUrl("http://");
+    EXPECT_TRUE(wait_for([&] { return page.events.has_failed("http://"); }));
+    page->LoadUrl(nullptr);
+    EXPECT_FALSE(page->IsLoading());
 }
 
 TEST_F(Queue, AFailureLeavesTheLastLoadedUrlAsItWas) {

@@ -1,5 +1,6 @@
 // loads_test.cpp - how loads are reported: those that end well, those that fail, and those whose
 // page goes away under them.
+#include "loam/trace.h"
 #include "tests/webdisplay/fake_runtime_test.h"
 
 namespace {
@@ -136,8 +137,14 @@ TEST_F(LoadsTest, APageAfterAFailureWhoseEndNeverCameIsReported) {
 
 // --- a page whose process goes
 
+// Of a host that minds.
 class LostPageTest : public FakeRuntimeTest {
 protected:
+    static zRecord page(const char* url) {
+        zRecord settings = FakeRuntimeTest::page(url);
+        settings.SetBool("web_keep_last_picture", true);
+        return settings;
+    }
     // A display whose page is still loading when its process ends.
     void lose_page(screen& s) {
         script().loading_outlives_renderer = true;
@@ -222,9 +229,33 @@ TEST_F(LostPageTest, IsNotToldOnceTheDisplayIsClosed) {
     EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
 }
 
+TEST_F(LoadsTest, APageWhoseProcessEndsIsTheRuntimesAffairUnlessTheHostMinds) {
+    script().loading_outlives_renderer = true;
+    script().pages["http://b/"].never_ends = true;
+    strings traces;
+    zTraceManager::Default()->SetSink([&](const char* text) { traces.emplace_back(text); });
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    s->LoadUrl("http://b/");
+    settle();
+    fake().post([] { fake().kill_renderer(1); });
+    settle();
+    zTraceManager::Default()->SetSink({});
+    EXPECT_TRUE(s->IsLoading()) << "as the runtime says";
+    EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
+    EXPECT_EQ(fake().browser(1).loads, strings{"http://b/"});
+    EXPECT_EQ(traces, strings{});
+}
+
 // The real runtime aborts it, and tells that before the end of the process or after it.
 class OnItsWayTest : public FakeRuntimeTest {
 protected:
+    static zRecord page(const char* url) {
+        zRecord settings = FakeRuntimeTest::page(url);
+        settings.SetBool("web_keep_last_picture", true);
+        return settings;
+    }
     // `between` comes when the host has asked for http://b/ and before it has begun.
     void ask_for_b(screen& s, const std::function<void()>& between) {
         start();

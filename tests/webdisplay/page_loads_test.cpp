@@ -1,0 +1,224 @@
+// page_loads_test.cpp - the states of a main frame's loads, and which frames may be seen in them.
+#include "webdisplay/page_loads.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <vector>
+
+namespace pennywort::webdisplay {
+namespace {
+
+using phase = load_phase;
+
+constexpr load_policy k_keeps{false, true};
+
+// One letter for one event, at http://a/ where it needs a URL: A asked, S asked at the start,
+// s stirs, B begins, E ends, F fails, x aborted and given up, L lost, C closed, N starts over.
+void play(page_loads& loads, const std::string& events) {
+    const std::string url = "http://a/";
+    for (const char event : events) {
+        switch (event) {
+            case 'A':
+                loads.ask(url);
+                break;
+            case 'S':
+                loads.ask_at_start(url);
+                break;
+            case 's':
+                loads.stir();
+                break;
+            case 'B':
+                loads.begin(url);
+                break;
+            case 'E':
+                loads.end(url);
+                break;
+            case 'F':
+                loads.fail(url, "ERR");
+                break;
+            case 'x':
+                loads.give_up(loads.abort());
+                break;
+            case 'L':
+                loads.lose();
+                break;
+            case 'C':
+                loads.close();
+                break;
+            default:
+                loads.start_over();
+        }
+    }
+}
+
+struct phase_case {
+    const char* events;
+    phase want;
+    bool holds_picture;
+    const char* lost_load;  // what comes again
+};
+void PrintTo(const phase_case& c, std::ostream* out) { *out << c.events; }
+
+constexpr phase_case k_phases[] = {
+    {"", phase::none, false, ""},
+    {"A", phase::asked, false, ""},
+    {"Ax", phase::none, false, ""},
+    {"As", phase::asked, false, ""},
+    {"AsB", phase::on_its_way, false, ""},
+    {"AsBE", phase::loaded, false, ""},
+    {"AsBEB", phase::on_its_way, false, ""},
+    {"AsBEAx", phase::loaded, false, ""},
+    {"AsF", phase::failed, true, ""},
+    {"AsFE", phase::failed, true, ""},
+    {"AsFA", phase::asked, true, ""},
+    {"AsFAx", phase::failed, true, ""},
+    {"AsFAsB", phase::on_its_way, true, ""},
+    {"AsFAsBE", phase::loaded, true, ""},
+    {"AsBEL", phase::lost, true, ""},
+    {"AsBEAL", phase::lost, true, "http://a/"},
+    {"AsBEAsL", phase::lost, true, "http://a/"},
+    {"AsBEAsBL", phase::lost, true, ""},
+    {"AsBEALA", phase::asked, true, ""},
+    {"AsBEAxL", phase::lost, true, ""},
+    {"SL", phase::lost, true, ""},
+    {"SsLA", phase::asked, true, ""},
+    {"AsBEC", phase::closed, false, ""},
+    {"AsFN", phase::none, false, ""},
+    {"AsBECNS", phase::asked, false, ""},
+};
+
+class PageLoadsTest : public testing::TestWithParam<phase_case> {};
+
+TEST_P(PageLoadsTest, ComesToItsPhase) {
+    page_loads loads(k_keeps);
+    play(loads, GetParam().events);
+    EXPECT_EQ(loads.phase(), GetParam().want);
+    EXPECT_EQ(loads.holds_picture(), GetParam().holds_picture);
+    EXPECT_EQ(loads.take_lost_load(), GetParam().lost_load);
+}
+INSTANTIATE_TEST_SUITE_P(All, PageLoadsTest, testing::ValuesIn(k_phases), [](const auto& one) {
+    return "Events" + std::string(one.param.events);
+});
+
+TEST(PageLoads, WithoutASettingALostPageAndAHeldPictureAreUnknown) {
+    page_loads loads;
+    play(loads, "AsBEAL");
+    EXPECT_EQ(loads.phase(), phase::asked);
+    EXPECT_EQ(loads.take_lost_load(), "");
+    play(loads, "F");
+    EXPECT_FALSE(loads.holds_picture());
+}
+
+TEST(PageLoads, AReportingHostGetsEveryPicture) {
+    page_loads loads({true, false});
+    play(loads, "AsBEL");
+    EXPECT_TRUE(loads.is_lost());
+    EXPECT_FALSE(loads.holds_picture());
+}
+
+// --- what has loaded
+
+TEST(PageLoads, WhatTheBrowserShowsInThePlaceOfAFailedPageHasNotLoaded) {
+    page_loads loads;
+    loads.fail("http://bad/", "ERR");
+    EXPECT_FALSE(loads.end("http://bad/"));
+    EXPECT_TRUE(loads.end("http://other/"));
+}
+
+TEST(PageLoads, APageThatComesAfterItsFailureHasLoaded) {
+    page_loads loads;
+    loads.fail("http://a/", "ERR");
+    loads.begin("http://a/");
+    EXPECT_TRUE(loads.end("http://a/"));
+}
+
+TEST(PageLoads, ThePageThatEndsWhileAnotherIsAskedForLeavesThatOneAsked) {
+    page_loads loads;
+    play(loads, "AsB");
+    loads.ask("http://b/");
+    EXPECT_TRUE(loads.end("http://a/"));
+    EXPECT_EQ(loads.phase(), phase::asked);
+    EXPECT_EQ(loads.asked_url(), "http://b/");
+    loads.give_up(loads.abort());
+    EXPECT_EQ(loads.phase(), phase::loaded);
+}
+
+// --- what the browser ignores
+
+TEST(PageLoads, OnlyWhatTheBrowserTookNoNoticeOfIsIgnored) {
+    page_loads loads;
+    const unsigned ticket = loads.ask("http://");
+    EXPECT_FALSE(loads.is_ignored(ticket, true)) << "it is loading";
+    EXPECT_TRUE(loads.is_ignored(ticket, false));
+    EXPECT_EQ(loads.phase(), phase::none);
+    EXPECT_FALSE(loads.is_ignored(ticket, false)) << "said once";
+}
+
+TEST(PageLoads, WhatStirredOrWasReplacedIsNotIgnored) {
+    page_loads loads;
+    const unsigned first = loads.ask("http://a/");
+    const unsigned second = loads.ask("http://b/");
+    EXPECT_FALSE(loads.is_ignored(first, false));
+    loads.stir();
+    EXPECT_FALSE(loads.is_ignored(second, false));
+}
+
+TEST(PageLoads, AnAbortOfTheLoadBeforeGivesUpNothing) {
+    page_loads loads;
+    loads.ask("http://a/");
+    const unsigned first = loads.abort();
+    loads.ask("http://b/");
+    loads.give_up(first);
+    EXPECT_EQ(loads.asked_url(), "http://b/");
+}
+
+// --- frames
+
+struct frame_case {
+    const char* events;
+    bool admits_painted;
+    bool admits_blank;
+};
+void PrintTo(const frame_case& c, std::ostream* out) { *out << c.events; }
+
+constexpr frame_case k_frames[] = {
+    {"", true, true},        {"AsBE", true, true},      {"AsF", false, false},
+    {"AsFA", false, false},  {"AsFAsB", true, false},   {"AsFAsBE", true, false},
+    {"AsBEL", false, false}, {"AsBELA", false, false},  {"AsBELAB", true, false},
+    {"AsFAsBEA", true, false},
+};
+
+class PageFramesTest : public testing::TestWithParam<frame_case> {};
+
+TEST_P(PageFramesTest, AreAdmittedOrNot) {
+    for (const bool has_painted : {true, false}) {
+        page_loads loads(k_keeps);
+        play(loads, GetParam().events);
+        EXPECT_EQ(loads.admits(has_painted),
+                  has_painted ? GetParam().admits_painted : GetParam().admits_blank);
+    }
+}
+INSTANTIATE_TEST_SUITE_P(All, PageFramesTest, testing::ValuesIn(k_frames), [](const auto& one) {
+    return "Events" + std::string(one.param.events);
+});
+
+TEST(PageLoads, OncePaintedEveryFrameIsAdmitted) {
+    page_loads loads(k_keeps);
+    play(loads, "AsFAsB");
+    EXPECT_TRUE(loads.admits(true));
+    EXPECT_TRUE(loads.admits(false));
+}
+
+TEST(PageLoads, APageThatSaysItHasPaintedIsShownAndAFailedOneIsNot) {
+    page_loads loads(k_keeps);
+    play(loads, "AsF");
+    EXPECT_FALSE(loads.release_picture());
+    play(loads, "AsBE");
+    EXPECT_TRUE(loads.release_picture());
+    EXPECT_FALSE(loads.release_picture()) << "it holds nothing any more";
+    EXPECT_TRUE(loads.admits(false));
+}
+
+}  // namespace
+}  // namespace pennywort::webdisplay

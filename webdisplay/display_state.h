@@ -1,0 +1,29 @@
+// display_state.h - what a display keeps beside the fields that its class lays open.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+#include "webdisplay/page_loads.h"
+#include "webdisplay/tick_ledger.h"
+
+namespace pennywort::webdisplay {
+
+struct display_state {
+    explicit display_state(load_policy policy) : loads(policy) {}
+
+    // Hosts do call LoadUrl and GetUrlForLastPageLoaded from threads of their own.
+    std::mutex url_lock;
+    std::mutex size_lock;
+    std::mutex loads_lock;
+    page_loads loads;
+    tick_ledger ticks;
+    bool is_on_host_clock = false;
+    // Whether anybody is to be asked about requests. The runtime asks on its IO thread, which must
+    // not wait for a lock that is held while the host's code runs.
+    const std::shared_ptr<std::atomic<bool>> has_page_receiver =
+        std::make_shared<std::atomic<bool>>(false);
+};
+
+}  // namespace pennywort::webdisplay

@@ -1,0 +1,103 @@
+// page_loads.cpp - see the header for the contract.
+#include "webdisplay/page_loads.h"
+
+#include <utility>
+
+namespace pennywort::webdisplay {
+
+void page_loads::start_over() {
+    m_phase = m_phase_before = load_phase::none;
+    m_holds_picture = false;
+    for (std::string* text : {&m_asked_url, &m_url, &m_failed_url, &m_error}) text->clear();
+}
+
+void page_loads::close() {
+    m_phase = load_phase::closed;
+    m_asked_url.clear();
+}
+
+unsigned page_loads::ask(std::string url) {
+    m_asked_url = std::move(url);
+    m_stirred = false;
+    m_is_start = false;
+    if (m_phase != load_phase::asked) m_phase_before = m_phase;
+    m_phase = load_phase::asked;
+    return ++m_ticket;
+}
+
+unsigned page_loads::ask_at_start(std::string url) {
+    const unsigned ticket = ask(std::move(url));
+    m_is_start = true;
+    return ticket;
+}
+
+void page_loads::begin(std::string url) {
+    m_url = std::move(url);
+    m_asked_url.clear();
+    m_failed_url.clear();
+    m_phase = load_phase::on_its_way;
+}
+
+bool page_loads::end(const std::string& url) {
+    if (!m_failed_url.empty() && m_failed_url == url) return false;
+    m_url = url;
+    // Another page may have been asked for in the meantime; that one is still to come.
+    if (m_phase == load_phase::asked) {
+        m_phase_before = load_phase::loaded;
+    } else {
+        m_phase = load_phase::loaded;
+    }
+    return true;
+}
+
+void page_loads::fail(std::string url, std::string error) {
+    m_failed_url = std::move(url);
+    m_error = std::move(error);
+    m_url = m_failed_url;
+    m_asked_url.clear();
+    m_phase = load_phase::failed;
+    hold_picture();
+}
+
+void page_loads::give_up(unsigned ticket) {
+    if (ticket != m_ticket || m_phase != load_phase::asked) return;
+    m_asked_url.clear();
+    m_phase = m_phase_before;
+}
+
+bool page_loads::is_ignored(unsigned ticket, bool is_loading) {
+    if (ticket != m_ticket || m_phase != load_phase::asked || m_stirred || is_loading) return false;
+    give_up(ticket);
+    return true;
+}
+
+void page_loads::lose() {
+    if (!m_policy.minds_lost_page()) return;
+    m_phase = load_phase::lost;
+    hold_picture();
+}
+
+std::string page_loads::take_lost_load() {
+    if (!is_lost() || m_is_start) return {};
+    return std::exchange(m_asked_url, {});
+}
+
+bool page_loads::has_page_to_show() const {
+    const load_phase shown = m_phase == load_phase::asked ? m_phase_before : m_phase.load();
+    return shown == load_phase::on_its_way || shown == load_phase::loaded;
+}
+
+bool page_loads::admits(bool has_painted) {
+    if (m_holds_picture && has_painted && has_page_to_show()) m_holds_picture = false;
+    return !m_holds_picture;
+}
+
+bool page_loads::release_picture() {
+    return has_page_to_show() && m_holds_picture.exchange(false);
+}
+
+void page_loads::hold_picture() {
+    if (m_policy.keep_last_picture) m_holds_picture = true;
+}
+
+}  // namespace pennywort::webdisplay

@@ -1,0 +1,105 @@
+// page_loads.h - what becomes of the pages that a display asks its browser for: one state machine,
+// which knows nothing of the browser or of its own owner.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+namespace pennywort::webdisplay {
+
+enum class load_phase {
+    none,        // nothing was asked for yet
+    asked,       // given to the browser, which has not begun to show it
+    on_its_way,  // the browser shows what it has of it
+    failed,      // it could not be loaded; the browser shows a page of its own in its place
+    lost,        // the process of the page has ended, and the page with it
+    loaded,
+    closed  // the browser has gone
+};
+
+// What the host asked for beside the laid-down behaviour.
+struct load_policy {
+    bool report_lost_page = false;
+    bool keep_last_picture = false;
+
+    bool minds_lost_page() const { return report_lost_page || keep_last_picture; }
+};
+
+// The loads of one browser's main frame. Threads: not locked, except that the operations marked
+// so may be called from any thread at once.
+class page_loads {
+public:
+    explicit page_loads(load_policy policy = {}) : m_policy(policy) {}
+
+    // A new browser is asked for; what was known of the last one is forgotten.
+    void start_over();
+    // The browser has gone.
+    void close();
+
+    // A URL was given to the browser. Returns its ticket, for what comes to light later.
+    unsigned ask(std::string url);
+    // The same for the URL that the browser was made with.
+    unsigned ask_at_start(std::string url);
+    // The browser says that it is loading something.
+    void stir() { m_stirred = true; }
+    // The main frame begins to show the page at `url`.
+    void begin(std::string url);
+    // The main frame has ended at `url`. False for what the browser shows in the place of a page
+    // that failed, which has not loaded.
+    bool end(const std::string& url);
+    void fail(std::string url, std::string error);
+
+    // The browser aborted the load of the main frame. It says so before the process of the page
+    // ends or after that, so the load is given up only by `give_up` with the ticket returned here.
+    unsigned abort() const { return m_ticket; }
+    void give_up(unsigned ticket);
+
+    // Whether the browser has taken no notice of that URL, as it does of one that it does not
+    // accept. Such a load is over then. `is_loading`: what the browser says of itself.
+    bool is_ignored(unsigned ticket, bool is_loading);
+
+    // The process of the page has ended. Nothing if the host does not mind.
+    void lose();
+    // The URL that was on its way when the page before it was lost, taken out; empty when there is
+    // none, or when the host has asked for another since. The browser gives such a load up without
+    // a word, while the host is still waiting for it.
+    std::string take_lost_load();
+
+    // Whether a frame must be looked at by `admits` before it goes to the host. Any thread.
+    bool holds_picture() const { return m_holds_picture.load(std::memory_order_relaxed); }
+    // Whether a frame may go to the host. `has_painted`: there is more on it than the background,
+    // which is all that there is of a page at first.
+    bool admits(bool has_painted);
+    // The page says that it has painted. False where no frame was held back for it.
+    bool release_picture();
+
+    // Any thread.
+    load_phase phase() const { return m_phase; }
+    bool is_lost() const { return m_phase == load_phase::lost; }
+
+    const load_policy& policy() const { return m_policy; }
+    // The page that the main frame shows, or that failed in its place.
+    const std::string& url() const { return m_url; }
+    // What was given to the browser and has not begun.
+    const std::string& asked_url() const { return m_asked_url; }
+    // Of the load that failed last.
+    const std::string& error() const { return m_error; }
+
+private:
+    bool has_page_to_show() const;
+    void hold_picture();
+
+    const load_policy m_policy;
+    std::atomic<load_phase> m_phase{load_phase::none};
+    std::atomic<bool> m_holds_picture{false};
+    load_phase m_phase_before = load_phase::none;  // of what is shown while another is asked for
+    unsigned m_ticket = 0;
+    bool m_stirred = false;
+    bool m_is_start = false;
+    std::string m_asked_url;
+    std::string m_url;
+    std::string m_failed_url;
+    std::string m_error;
+};
+
+}  // namespace pennywort::webdisplay

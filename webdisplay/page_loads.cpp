@@ -92,9 +92,7 @@ bool page_loads::admits(bool has_painted) {
     return !m_holds_picture;
 }
 
-bool page_loads::release_picture() {
-    return has_page_to_show() && m_holds_picture.exchange(false);
-}
+bool page_loads::release_picture() { return has_page_to_show() && m_holds_picture.exchange(false); }
 
 void page_loads::hold_picture() {
     if (m_policy.keep_last_picture) m_holds_picture = true;

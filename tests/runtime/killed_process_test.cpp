@@ -101,7 +101,8 @@ TEST_F(KilledProcess, APageOnItsWayComesThoughTheOneBeforeItIsLost) {
 }
 
 TEST_F(KilledProcess, APageThatAnswersLateIsNotLostWithTheOneBeforeIt) {
-    shown_page page({.url = m_peer.html("<body style='margin:0;background:#00f'>"), .report_lost_page = true});
+    shown_page page(
+        {.url = m_peer.html("<body style='margin:0;background:#00f'>"), .report_lost_page = true});
     ASSERT_TRUE(page.wait_until_loaded());
     page->LoadUrl(m_peer.url("/never").c_str());
     const auto asked = [&] {

@@ -24,12 +24,12 @@ struct life_case {
 void PrintTo(const life_case& c, std::ostream* out) { *out << c.events; }
 
 constexpr life_case k_cases[] = {
-    {"", phase::expected, step::abandon},      {"a", phase::there, step::ask},
-    {"c", phase::abandoned, step::abandon},    {"ca", phase::abandoned, step::abandon},
-    {"ac", phase::closing, step::join},        {"acc", phase::closing, step::join},
-    {"acn", phase::there, step::ask},          {"ace", phase::gone, step::nothing},
-    {"ae", phase::gone, step::nothing},        {"e", phase::gone, step::nothing},
-    {"cae", phase::gone, step::nothing},       {"aea", phase::gone, step::nothing},
+    {"", phase::expected, step::abandon},   {"a", phase::there, step::ask},
+    {"c", phase::abandoned, step::abandon}, {"ca", phase::abandoned, step::abandon},
+    {"ac", phase::closing, step::join},     {"acc", phase::closing, step::join},
+    {"acn", phase::there, step::ask},       {"ace", phase::gone, step::nothing},
+    {"ae", phase::gone, step::nothing},     {"e", phase::gone, step::nothing},
+    {"cae", phase::gone, step::nothing},    {"aea", phase::gone, step::nothing},
     {"acen", phase::gone, step::nothing},
 };
 
@@ -46,9 +46,8 @@ TEST_P(BrowserLifeTest, ComesToItsPhase) {
     EXPECT_EQ(life.phase(), GetParam().want);
     EXPECT_EQ(life.close(), GetParam().next_close);
 }
-INSTANTIATE_TEST_SUITE_P(All, BrowserLifeTest, testing::ValuesIn(k_cases), [](const auto& one) {
-    return "Events" + std::string(one.param.events);
-});
+INSTANTIATE_TEST_SUITE_P(All, BrowserLifeTest, testing::ValuesIn(k_cases),
+                         [](const auto& one) { return "Events" + std::string(one.param.events); });
 
 TEST(BrowserLife, OnlyAWantedBrowserArrives) {
     browser_life wanted;

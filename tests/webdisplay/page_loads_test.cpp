@@ -97,9 +97,8 @@ TEST_P(PageLoadsTest, ComesToItsPhase) {
     EXPECT_EQ(loads.holds_picture(), GetParam().holds_picture);
     EXPECT_EQ(loads.take_lost_load(), GetParam().lost_load);
 }
-INSTANTIATE_TEST_SUITE_P(All, PageLoadsTest, testing::ValuesIn(k_phases), [](const auto& one) {
-    return "Events" + std::string(one.param.events);
-});
+INSTANTIATE_TEST_SUITE_P(All, PageLoadsTest, testing::ValuesIn(k_phases),
+                         [](const auto& one) { return "Events" + std::string(one.param.events); });
 
 TEST(PageLoads, WithoutASettingALostPageAndAHeldPictureAreUnknown) {
     page_loads loads;
@@ -183,9 +182,9 @@ struct frame_case {
 void PrintTo(const frame_case& c, std::ostream* out) { *out << c.events; }
 
 constexpr frame_case k_frames[] = {
-    {"", true, true},        {"AsBE", true, true},      {"AsF", false, false},
-    {"AsFA", false, false},  {"AsFAsB", true, false},   {"AsFAsBE", true, false},
-    {"AsBEL", false, false}, {"AsBELA", false, false},  {"AsBELAB", true, false},
+    {"", true, true},          {"AsBE", true, true},     {"AsF", false, false},
+    {"AsFA", false, false},    {"AsFAsB", true, false},  {"AsFAsBE", true, false},
+    {"AsBEL", false, false},   {"AsBELA", false, false}, {"AsBELAB", true, false},
     {"AsFAsBEA", true, false},
 };
 
@@ -199,9 +198,8 @@ TEST_P(PageFramesTest, AreAdmittedOrNot) {
                   has_painted ? GetParam().admits_painted : GetParam().admits_blank);
     }
 }
-INSTANTIATE_TEST_SUITE_P(All, PageFramesTest, testing::ValuesIn(k_frames), [](const auto& one) {
-    return "Events" + std::string(one.param.events);
-});
+INSTANTIATE_TEST_SUITE_P(All, PageFramesTest, testing::ValuesIn(k_frames),
+                         [](const auto& one) { return "Events" + std::string(one.param.events); });
 
 TEST(PageLoads, OncePaintedEveryFrameIsAdmitted) {
     page_loads loads(k_keeps);

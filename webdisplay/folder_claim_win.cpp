@@ -27,8 +27,10 @@ std::wstring child(const std::string& folder, const char* name) {
 
 // The runtime holds this file open, for itself alone, as long as it uses the folder.
 bool runtime_uses(const std::string& folder) {
-    const HANDLE file = CreateFileW(child(folder, "lockfile").c_str(), GENERIC_READ, 0, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    // By a name, since the end of a temporary one might change the error that is asked for next.
+    const std::wstring lock = child(folder, "lockfile");
+    const HANDLE file = CreateFileW(lock.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_SHARING_VIOLATION;
     CloseHandle(file);
     return false;
@@ -55,9 +57,11 @@ std::string make_private_folder(const std::string& name) {
     if (length == 0 || length > MAX_PATH || *zIDGenerator::GenerateUUID(id) == '\0') return {};
     zFSPath path(loam::utf8_text({temporary, length}).c_str());
     path.GoChild((name + "-" + id.CString()).c_str());
-    if (CreateDirectoryW(loam::wide_text(path.CString()).c_str(), nullptr)) return path.CString();
+    const std::wstring wide_path = loam::wide_text(path.CString());
+    if (CreateDirectoryW(wide_path.c_str(), nullptr)) return path.CString();
+    const DWORD error = GetLastError();
     zTraceManager::Default()->TraceNote(
-        "cWebDisplayCEFBrowserManager: CreateDirectoryW - failed (err=%lu)\n", GetLastError());
+        "cWebDisplayCEFBrowserManager: CreateDirectoryW - failed (err=%lu)\n", error);
     return {};
 }
 

@@ -26,6 +26,11 @@ constexpr DWORD k_path_units = 260;
 std::string program_folder() {
     wchar_t path[k_path_units];
     const DWORD length = GetModuleFileNameW(nullptr, path, k_path_units);
+    if (length == 0 || length == k_path_units) {
+        const DWORD error = GetLastError();
+        zTraceManager::Default()->TraceNote(
+            "cWebDisplayCEFBrowserManager: GetModuleFileNameW - failed (err=%lu)\n", error);
+    }
     zFSPath program(loam::utf8_text({path, length}).c_str());
     return program.GoParent();
 }

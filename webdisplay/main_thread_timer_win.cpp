@@ -15,8 +15,11 @@
 #include <utility>
 
 #include "loam/trace.h"
+#include "webdisplay/timer_calls_win.h"
 
 namespace pennywort::webdisplay {
+
+decltype(&PostMessageW) timer_calls::post_message = &PostMessageW;
 
 namespace {
 
@@ -33,6 +36,8 @@ constexpr DWORD k_high_resolution = 0x00000002;
 
 constexpr std::int64_t k_nobody_asked = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t k_longest_delay_ms = 60'000;
+// When to post again what a full queue did not take.
+constexpr std::int64_t k_full_queue_pause_ms = 5;
 constexpr std::int64_t k_ns_per_us = 1000;
 constexpr std::int64_t k_ns_per_ms = 1'000'000;
 
@@ -41,11 +46,23 @@ std::int64_t now_ns() {
         .count();
 }
 
+// `error` is read at once: every call in between, a destructor's too, may change it.
+void trace_failure(const char* call, DWORD error) {
+    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
+                                        call, error);
+}
+void check(BOOL is_done, const char* call) {
+    if (is_done) return;
+    const DWORD error = GetLastError();
+    trace_failure(call, error);
+}
+
 HMODULE own_module() {
     HMODULE module = nullptr;
-    GetModuleHandleExW(
-        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-        reinterpret_cast<LPCWSTR>(&own_module), &module);
+    check(GetModuleHandleExW(
+              GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+              reinterpret_cast<LPCWSTR>(&own_module), &module),
+          "GetModuleHandleExW");
     return module;
 }
 
@@ -65,36 +82,43 @@ public:
     ~windows_timer() override {
         windows_timer::stop();
         // Waits for a call in progress, which looks at this object.
-        if (m_wait) UnregisterWaitEx(m_wait, INVALID_HANDLE_VALUE);
-        if (m_alarm) CloseHandle(m_alarm);
+        if (m_wait != nullptr) {
+            check(UnregisterWaitEx(m_wait, INVALID_HANDLE_VALUE), "UnregisterWaitEx");
+        }
+        if (m_alarm != nullptr) check(CloseHandle(m_alarm), "CloseHandle");
     }
 
     // Whether requests can be served: an alarm that other threads set, and that wakes this one.
     bool make_usable() {
         m_alarm = make_alarm();
-        return m_alarm && RegisterWaitForSingleObject(&m_wait, m_alarm, on_alarm, this, INFINITE,
-                                                      WT_EXECUTEINWAITTHREAD);
+        const bool is_made =
+            m_alarm != nullptr && RegisterWaitForSingleObject(&m_wait, m_alarm, on_alarm, this,
+                                                              INFINITE, WT_EXECUTEINWAITTHREAD);
+        check(is_made,
+              m_alarm == nullptr ? "CreateWaitableTimerExW" : "RegisterWaitForSingleObject");
+        return is_made;
     }
 
     void start_periodic(int period_ms) override {
         m_periodic = true;
-        if (make_window()) SetTimer(m_window, k_timer, static_cast<UINT>(period_ms), nullptr);
+        if (make_window()) set_window_timer(m_window, k_timer, static_cast<UINT>(period_ms));
     }
 
     void start_on_request(int idle_ms) override {
         m_idle_ms = static_cast<UINT>(idle_ms);
         if (!make_window()) return;
-        SetTimer(m_window, k_idle_timer, m_idle_ms, nullptr);
+        set_window_timer(m_window, k_idle_timer, m_idle_ms);
         arm();
     }
 
     void stop() override {
         const HWND window = m_window.exchange(nullptr);
         if (!window) return;
+        // Of the two there is one at most, and a debugger may have taken it away.
         KillTimer(window, k_timer);
         KillTimer(window, k_idle_timer);
         SetWindowLongPtrW(window, GWLP_USERDATA, 0);
-        DestroyWindow(window);
+        check(DestroyWindow(window), "DestroyWindow");
     }
 
     void request(std::int64_t delay_ms) override {
@@ -121,14 +145,22 @@ private:
     void arm() {
         std::int64_t due = m_due_ns.load();
         while (due != k_nobody_asked) {
-            LARGE_INTEGER wait{};
-            // Negative: from now on, in units of 100 ns. 0 would be a moment of the calendar.
-            wait.QuadPart = std::min<std::int64_t>(-(due - now_ns()) / 100, -1);
-            SetWaitableTimer(m_alarm, &wait, 0, nullptr, nullptr, FALSE);
+            set_alarm(due - now_ns());
             const std::int64_t asked = m_due_ns.load();
             if (asked == due) return;
             due = asked;
         }
+    }
+
+    void set_alarm(std::int64_t from_now_ns) {
+        LARGE_INTEGER wait{};
+        // Negative: from now on, in units of 100 ns. 0 would be a moment of the calendar.
+        wait.QuadPart = std::min<std::int64_t>(-from_now_ns / 100, -1);
+        check(SetWaitableTimer(m_alarm, &wait, 0, nullptr, nullptr, FALSE), "SetWaitableTimer");
+    }
+
+    static void set_window_timer(HWND window, UINT_PTR id, UINT ms) {
+        check(SetTimer(window, id, ms, nullptr) != 0, "SetTimer");
     }
 
     // On a thread of the system's.
@@ -138,7 +170,10 @@ private:
 
     void post_due() {
         const HWND window = m_window.load();
-        if (window) PostMessageW(window, k_due_message, 0, 0);
+        if (window == nullptr || timer_calls::post_message(window, k_due_message, 0, 0)) return;
+        // The thread's queue is full. What was asked for stands as asked, so nobody would ask
+        // again: without another try the wake-up would be lost for ever.
+        set_alarm(k_full_queue_pause_ms * k_ns_per_ms);
     }
 
     bool make_window() {
@@ -152,12 +187,8 @@ private:
         RegisterClassExW(&type);
         const HWND window = CreateWindowExW(0, k_window_name, k_window_name, WS_DISABLED, 0, 0, 1,
                                             1, HWND_MESSAGE, nullptr, own_module(), this);
-        if (!window) {
-            zTraceManager::Default()->TraceNote(
-                "cWebDisplayCEFBrowserManager: CreateWindowExW - failed (err=%lu)\n",
-                GetLastError());
-            return false;
-        }
+        check(window != nullptr, "CreateWindowExW");
+        if (window == nullptr) return false;
         // Somebody else may have registered a class of this name in our module, or this library may
         // have been loaded to another place since: the window answers to us all the same.
         SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&procedure));
@@ -196,7 +227,7 @@ private:
         arm();
         // The tick may have stopped this timer. The idle time counts from now on.
         const HWND window = m_window.load();
-        if (window) SetTimer(window, k_idle_timer, m_idle_ms, nullptr);
+        if (window != nullptr) set_window_timer(window, k_idle_timer, m_idle_ms);
     }
 
     const std::function<void()> m_tick;
@@ -214,8 +245,6 @@ private:
 std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()> tick) {
     auto timer = std::make_shared<windows_timer>(std::move(tick));
     if (timer->make_usable()) return timer;
-    zTraceManager::Default()->TraceNote(
-        "cWebDisplayCEFBrowserManager: no timer to be had (err=%lu)\n", GetLastError());
     return nullptr;
 }
 

@@ -39,8 +39,7 @@ bool client_size(HWND window, long& width, long& height) {
 
 void validate(HWND window) {
     PAINTSTRUCT paint{};
-    BeginPaint(window, &paint);
-    EndPaint(window, &paint);
+    if (BeginPaint(window, &paint) != nullptr) EndPaint(window, &paint);
 }
 
 std::string class_name(HWND window) {

@@ -10,6 +10,7 @@
 #include "loam/message_loop.h"
 #include "loam/thread.h"
 #include "webdisplay/main_thread_timer.h"
+#include "webdisplay/timer_calls_win.h"
 
 namespace pennywort::webdisplay {
 namespace {
@@ -185,6 +186,24 @@ TEST(TimerWindow, RequestsOfOtherThreadsArrive) {
         EXPECT_TRUE(loop_until([&] { return ticks == 1; })) << delay_ms;
         timer->stop();
     }
+}
+
+// The first posts fail, as they do where the thread's queue is full.
+int g_posts = 0;
+BOOL WINAPI post_to_full_queue(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+    return ++g_posts > 3 ? PostMessageW(window, message, wparam, lparam) : FALSE;
+}
+
+TEST(TimerWindow, AWakeUpThatAFullQueueRefusesIsNotLost) {
+    timer_calls::post_message = post_to_full_queue;
+    int ticks = 0;
+    const auto timer = main_thread_timer::make([&] { ++ticks; });
+    timer->start_on_request(60'000);
+    timer->request(0);
+    EXPECT_TRUE(loop_until([&] { return ticks == 1; }));
+    EXPECT_EQ(g_posts, 4);
+    timer->stop();
+    timer_calls::post_message = &PostMessageW;
 }
 
 TEST(TimerWindow, TicksUnaskedWhenNobodyAsksForLong) {

@@ -95,10 +95,10 @@ bool turn_once(GMainContext* context, clock::duration at_most) {
 class glib_loop final : public loop_state {
 public:
     explicit glib_loop(GMainContext* context)
-        : m_context(g_main_context_ref(context)),
-          m_source(g_source_new(&k_work_functions, sizeof(work_source))),
-          m_work([this] { g_source_set_ready_time(m_source, 0); },
-                 [this] { g_source_set_ready_time(m_source, -1); }) {
+        : m_work([this] { g_source_set_ready_time(m_source, 0); },
+                 [this] { g_source_set_ready_time(m_source, -1); }),
+          m_context(g_main_context_ref(context)),
+          m_source(g_source_new(&k_work_functions, sizeof(work_source))) {
         reinterpret_cast<work_source*>(m_source)->work = &m_work;
         g_source_set_name(m_source, "loam posted work");
         g_source_set_can_recurse(m_source, TRUE);
@@ -155,9 +155,9 @@ public:
     bool is_idle() { return m_work.is_idle(); }
 
 private:
+    posted_work m_work;  // first: what it throws for want of memory must leave no source behind
     GMainContext* const m_context;
     GSource* const m_source;
-    posted_work m_work;
     std::atomic<bool> m_is_quit_asked{false};
 };
 

@@ -2,6 +2,7 @@
 #include "host/output/writer_thread.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "host/system/background.h"
@@ -55,12 +56,24 @@ outcome writer_thread::finish() {
 
 void writer_thread::run() {
     work_in_background();
-    entry todo;
-    while (next(todo)) {
-        write(todo);
-        todo.frame.reset();
-    }
+    guarded([this] {
+        entry todo;
+        while (next(todo)) {
+            write(todo);
+            todo.frame.reset();
+        }
+    });
     complete();
+}
+
+// Without this, a writer that finds no memory for a frame would end the whole program.
+template <class work_type>
+void writer_thread::guarded(work_type work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        keep(outcome::no_memory());
+    }
 }
 
 bool writer_thread::next(entry& out) {
@@ -93,7 +106,7 @@ bool writer_thread::looks_as_before(const picture& frame) const {
 
 void writer_thread::complete() {
     m_previous.reset();
-    keep(m_writer->finish());
+    guarded([this] { keep(m_writer->finish()); });
     m_writer.reset();
     {
         const std::lock_guard hold(m_lock);

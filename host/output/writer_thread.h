@@ -52,6 +52,8 @@ private:
     };
 
     void run();
+    template <class work_type>
+    void guarded(work_type work);
     bool next(entry& out);
     void write(const entry& todo);
     bool looks_as_before(const picture& frame) const;

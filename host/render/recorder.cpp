@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "core/limits.h"
@@ -39,7 +40,18 @@ recorder::recorder(long width, long height, const frame_rate& rate, writer_threa
 
 void recorder::painted(const void* pixels, long width, long height, time_point at) {
     if (width != m_width || height != m_height) return;
-    arrived(m_writer ? keep(pixels) : m_token, at);
+    guarded([&] { arrived(m_writer ? keep(pixels) : m_token, at); });
+}
+
+// Without this, a want of memory would end the program on the ticker's thread, and the file with
+// it.
+template <class work_type>
+void recorder::guarded(work_type work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        m_has_no_memory = true;
+    }
 }
 
 picture_ptr recorder::keep(const void* pixels) {
@@ -59,7 +71,9 @@ void recorder::arrived(picture_ptr kept, time_point at) {
 void recorder::tick(time_point at) {
     const std::lock_guard hold(m_lock);
     ++m_ticks;
-    if (const auto result = m_pacer.tick_sent(at)) take(*result, at);
+    guarded([&] {
+        if (const auto result = m_pacer.tick_sent(at)) take(*result, at);
+    });
 }
 
 void recorder::take(const tick_result& result, time_point sent) {
@@ -87,6 +101,9 @@ void recorder::count(const tick_result& result, time_point now) {
     } else if (m_latest) {
         m_writer->show(m_latest);
         m_shown = true;
+    } else if (lost) {
+        // There is none before it to repeat, and the output would be a frame short.
+        m_has_no_memory = true;
     }
 }
 

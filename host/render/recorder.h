@@ -56,6 +56,8 @@ public:
     // yet.
     void painted(const void* pixels, long width, long height, time_point at);
     void tick(time_point at);
+    // Whether one of these found no memory. Then a frame is missing, and the run is to end.
+    bool has_no_memory() const { return m_has_no_memory; }
 
     // The next `frames` ticks are output frames.
     void begin(std::uint64_t frames);
@@ -73,6 +75,8 @@ public:
 
 private:
     picture_ptr keep(const void* pixels);
+    template <class work_type>
+    void guarded(work_type work);
     void arrived(picture_ptr kept, time_point at);
     void take(const tick_result& result, time_point sent);
     void count(const tick_result& result, time_point now);
@@ -85,6 +89,7 @@ private:
     const picture_ptr m_token;  // stands for every picture where none is kept
     std::atomic<std::uint64_t> m_pictures{0};
     std::atomic<bool> m_done{true};
+    std::atomic<bool> m_has_no_memory{false};
 
     mutable std::mutex m_lock;  // guards what follows
     frame_pacer m_pacer;

@@ -106,7 +106,7 @@ bool render_session::open_output() {
 
 bool render_session::over() const {
     return m_all_shown || !m_failure.empty() || m_interrupt.status() != 0 ||
-           (m_writer && m_writer->failed());
+           m_recorder->has_no_memory() || (m_writer && m_writer->failed());
 }
 
 // Whether the writer has nothing left to do. The next page is not even loaded before: it is to have
@@ -176,6 +176,7 @@ void render_session::show_pages() {
         }
     }
     m_recorder->end();
+    if (m_recorder->has_no_memory()) fail(outcome::no_memory().text());
     complete_output();
     display.close();
     m_page.reset();

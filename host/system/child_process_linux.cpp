@@ -20,6 +20,7 @@
 
 #include "core/limits.h"
 #include "host/system/last_line.h"
+#include "host/system/program_search.h"
 
 // The process's variables have no declaration of their own in a header.
 extern char** environ;
@@ -32,7 +33,8 @@ using clock = std::chrono::steady_clock;
 using milliseconds = std::chrono::milliseconds;
 
 constexpr int k_pipe_bytes = 1 << 20;  // fewer switches between the two processes per frame
-// What it is given can wait in our memory for a while; the page that we take it from cannot.
+// The child's lower priority. Frames for it may wait in our memory; the page that paints them must
+// not, or its picture would falter.
 constexpr int k_priority = 10;
 
 outcome system_failure(const std::string& doing, int error) {
@@ -136,17 +138,12 @@ bool is_program(const std::string& path) { return ::access(path.c_str(), X_OK) =
 }  // namespace
 
 std::string find_program(const std::string& name) {
-    const char* variable = std::getenv("PATH");
-    std::string rest = variable ? variable : "/usr/local/bin:/usr/bin:/bin";
-    rest.push_back(':');
-    for (std::size_t at = 0; at < rest.size();) {
-        const std::size_t end = rest.find(':', at);
-        const std::string folder = rest.substr(at, end - at);
+    const char* const variable = std::getenv("PATH");
+    const char* const folders = variable != nullptr ? variable : "/usr/local/bin:/usr/bin:/bin";
+    return find_in_folders(folders, ':', [&](const std::string& folder) {
         const std::string path = (folder.empty() ? "." : folder) + "/" + name;
-        if (is_program(path)) return path;
-        at = end + 1;
-    }
-    return {};
+        return is_program(path) ? path : std::string();
+    });
 }
 
 struct child_process::native {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "host/system/last_line.h"
+#include "host/system/program_search.h"
 #include "loam/id_generator.h"
 #include "loam/wide_text.h"
 
@@ -51,7 +52,7 @@ public:
     HANDLE get() const { return m_value; }
     explicit operator bool() const { return m_value != nullptr; }
     void reset(HANDLE value = nullptr) {
-        if (m_value) CloseHandle(m_value);
+        if (m_value != nullptr) CloseHandle(m_value);
         m_value = value == INVALID_HANDLE_VALUE ? nullptr : value;
     }
 
@@ -61,12 +62,21 @@ private:
 
 SECURITY_ATTRIBUTES inheritable() { return {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE}; }
 
+// What a child writes there is gone. Returns the system's error.
+DWORD open_nowhere(handle& nowhere) {
+    SECURITY_ATTRIBUTES rights = inheritable();
+    nowhere.reset(CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &rights,
+                              OPEN_EXISTING, 0, nullptr));
+    return nowhere ? ERROR_SUCCESS : GetLastError();
+}
+
 struct pipe_ends {
     handle ours;
     handle childs;
 
-    // We write or read without waiting, the child waits as usual. `direction` is ours.
-    bool open(DWORD direction) {
+    // We write or read without waiting, the child waits as usual. `direction` is ours. Returns the
+    // system's error.
+    DWORD open(DWORD direction) {
         zString id;
         const std::wstring name =
             L"\\\\.\\pipe\\pennywort-" + loam::wide_text(zIDGenerator::GenerateUUID(id));
@@ -74,11 +84,11 @@ struct pipe_ends {
         ours.reset(CreateNamedPipeW(name.c_str(), mode,
                                     PIPE_TYPE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1,
                                     k_pipe_bytes, k_pipe_bytes, 0, nullptr));
-        if (!ours) return false;
+        if (!ours) return GetLastError();
         const DWORD access = direction == PIPE_ACCESS_OUTBOUND ? GENERIC_READ : GENERIC_WRITE;
         SECURITY_ATTRIBUTES rights = inheritable();
         childs.reset(CreateFileW(name.c_str(), access, 0, &rights, OPEN_EXISTING, 0, nullptr));
-        return static_cast<bool>(childs);
+        return childs ? ERROR_SUCCESS : GetLastError();
     }
 };
 
@@ -112,24 +122,38 @@ std::wstring command_line(const std::vector<std::string>& command) {
 class startup {
 public:
     startup(HANDLE input, HANDLE output, HANDLE errors) : m_handles{input, output, errors} {
-        SIZE_T size = 0;
-        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
-        m_storage.resize(size);
-        m_info.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(m_storage.data());
-        InitializeProcThreadAttributeList(m_info.lpAttributeList, 1, 0, &size);
-        UpdateProcThreadAttribute(m_info.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST,
-                                  m_handles.data(), sizeof m_handles, nullptr, nullptr);
         m_info.StartupInfo.cb = sizeof m_info;
         m_info.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
         m_info.StartupInfo.hStdInput = input;
         m_info.StartupInfo.hStdOutput = output;
         m_info.StartupInfo.hStdError = errors;
     }
-    ~startup() { DeleteProcThreadAttributeList(m_info.lpAttributeList); }
+    ~startup() {
+        if (m_info.lpAttributeList != nullptr) {
+            DeleteProcThreadAttributeList(m_info.lpAttributeList);
+        }
+    }
     startup(const startup&) = delete;
     startup& operator=(const startup&) = delete;
 
-    // A console of its own, that nobody sees: what is typed at ours does not reach it.
+    // Before run. Returns the system's error.
+    DWORD prepare() {
+        SIZE_T size = 0;
+        // The first call only tells the size, and counts as a failure.
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        m_storage.resize(size);
+        const auto list = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(m_storage.data());
+        if (!InitializeProcThreadAttributeList(list, 1, 0, &size)) return GetLastError();
+        m_info.lpAttributeList = list;
+        if (!UpdateProcThreadAttribute(list, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, m_handles.data(),
+                                       sizeof m_handles, nullptr, nullptr)) {
+            return GetLastError();
+        }
+        return ERROR_SUCCESS;
+    }
+
+    // A console of its own, that nobody sees: what is typed at ours does not reach it. Returns the
+    // system's error.
     DWORD run(handle& child, HANDLE job, const std::wstring& program, std::wstring line) {
         constexpr DWORD k_flags =
             CREATE_NO_WINDOW | CREATE_SUSPENDED | EXTENDED_STARTUPINFO_PRESENT;
@@ -142,11 +166,16 @@ public:
             return GetLastError();
         }
         child.reset(made.hProcess);
-        // Before it runs, or what it starts first would not be in it.
+        handle thread;
+        thread.reset(made.hThread);
+        // Before it runs, or what it starts first would not be in it. A system that refuses it the
+        // job still lets it be ended alone, as end_now does.
         AssignProcessToJobObject(job, made.hProcess);
-        ResumeThread(made.hThread);
-        CloseHandle(made.hThread);
-        return ERROR_SUCCESS;
+        if (ResumeThread(made.hThread) != static_cast<DWORD>(-1)) return ERROR_SUCCESS;
+        const DWORD error = GetLastError();
+        TerminateProcess(made.hProcess, 1);
+        child.reset();
+        return error;
     }
 
 private:
@@ -155,10 +184,10 @@ private:
     STARTUPINFOEXW m_info{};
 };
 
+// None where the other side has closed it.
 DWORD bytes_in(HANDLE pipe) {
     DWORD count = 0;
-    PeekNamedPipe(pipe, nullptr, 0, nullptr, &count, nullptr);
-    return count;
+    return PeekNamedPipe(pipe, nullptr, 0, nullptr, &count, nullptr) ? count : 0;
 }
 
 // Until the other side closes, or the child has ended and what it said has been read: what it has
@@ -210,18 +239,14 @@ std::string search_path() {
 }  // namespace
 
 std::string find_program(const std::string& name) {
-    const std::string rest = search_path() + ";";
-    for (std::size_t at = 0; at < rest.size();) {
-        const std::size_t end = rest.find(';', at);
-        const std::string folder = rest.substr(at, end - at);
-        at = end + 1;
-        if (folder.empty()) continue;
+    return find_in_folders(search_path(), ';', [&](const std::string& folder) {
+        if (folder.empty()) return std::string();
         for (const char* ending : {".exe", ""}) {
             std::string path = folder + "\\" + name + ending;
             if (is_program(path)) return path;
         }
-    }
-    return {};
+        return std::string();
+    });
 }
 
 struct child_process::native {
@@ -233,6 +258,16 @@ struct child_process::native {
     handle arrived;  // and when a read is
     last_line lines;
     std::thread reader;
+
+    // Returns the system's error.
+    DWORD make_objects() {
+        written.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        if (!written) return GetLastError();
+        arrived.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        if (!arrived) return GetLastError();
+        job.reset(CreateJobObjectW(nullptr, nullptr));
+        return job ? ERROR_SUCCESS : GetLastError();
+    }
 
     void end_now() {
         if (!child) return;
@@ -249,9 +284,8 @@ struct child_process::native {
     write_result write_some(const char* bytes, DWORD count, DWORD wait, DWORD& taken) {
         OVERLAPPED call{};
         call.hEvent = written.get();
-        if (!WriteFile(input.get(), bytes, count, nullptr, &call) &&
-            GetLastError() != ERROR_IO_PENDING) {
-            return write_result::closed;
+        if (!WriteFile(input.get(), bytes, count, nullptr, &call)) {
+            if (GetLastError() != ERROR_IO_PENDING) return write_result::closed;
         }
         const bool in_time = WaitForSingleObject(written.get(), wait) == WAIT_OBJECT_0;
         // The buffer is the caller's: a write that is late must be over before he has it back.
@@ -272,19 +306,17 @@ outcome child_process::start(const std::vector<std::string>& command) {
     pipe_ends input;
     pipe_ends errors;
     handle nowhere;
-    SECURITY_ATTRIBUTES rights = inheritable();
-    nowhere.reset(CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &rights,
-                              OPEN_EXISTING, 0, nullptr));
-    m_native->written.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    m_native->arrived.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    m_native->job.reset(CreateJobObjectW(nullptr, nullptr));
-    if (!m_native->written || !m_native->arrived || !m_native->job || !nowhere ||
-        !input.open(PIPE_ACCESS_OUTBOUND) || !errors.open(PIPE_ACCESS_INBOUND)) {
-        return system_failure("cannot make a pipe", GetLastError());
-    }
+    DWORD error = m_native->make_objects();
+    if (error == ERROR_SUCCESS) error = open_nowhere(nowhere);
+    if (error == ERROR_SUCCESS) error = input.open(PIPE_ACCESS_OUTBOUND);
+    if (error == ERROR_SUCCESS) error = errors.open(PIPE_ACCESS_INBOUND);
+    if (error != ERROR_SUCCESS) return system_failure("cannot make a pipe", error);
     startup plan(input.childs.get(), nowhere.get(), errors.childs.get());
-    const DWORD error = plan.run(m_native->child, m_native->job.get(), loam::wide_text(command[0]),
-                                 command_line(command));
+    error = plan.prepare();
+    if (error == ERROR_SUCCESS) {
+        error = plan.run(m_native->child, m_native->job.get(), loam::wide_text(command[0]),
+                         command_line(command));
+    }
     if (error != ERROR_SUCCESS) return system_failure("cannot start " + command[0], error);
     m_native->input = std::move(input.ours);
     m_native->errors = std::move(errors.ours);

@@ -18,6 +18,8 @@ public:
     static outcome fine() { return outcome(kind::fine, {}); }
     // `text` is one line without a full stop, fit to stand behind "pennywort: ".
     static outcome failed(std::string text) { return outcome(kind::failed, std::move(text)); }
+    // Its text is short enough to need none itself.
+    static outcome no_memory() { return failed("out of memory"); }
     static outcome reader_closed() {
         return outcome(kind::reader_closed, "the reader of the output has closed it");
     }

@@ -43,7 +43,7 @@ public:
     // A picture that came at `at`. Null stands for one that could not be kept: it takes its tick,
     // so that those around it keep theirs.
     void picture_came(time_point at, picture_ptr picture);
-    // A tick is sent at `at`. Answers the result of the tick `lag` ticks before, if there is one.
+    // A tick is sent at `at`. Returns the result of the tick `lag` ticks before, if there is one.
     std::optional<tick_result> tick_sent(time_point at);
 
 private:

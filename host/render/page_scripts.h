@@ -24,7 +24,7 @@ std::string run_of(const std::string& script);
 // The place and the text of what is behind "throws ".
 std::string thrown_text(const std::string& name, const std::string& rest);
 
-// A page answers nothing to a script that it cannot parse, and tells nobody why. Asked with the
+// A page returns nothing for a script that it cannot parse, and tells nobody why. Asked with the
 // script as a text it does: "fine", "blocked" where the page allows no such question, or the line
 // and the message.
 std::string parse_check(const std::string& script);

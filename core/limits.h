@@ -58,9 +58,6 @@ inline constexpr std::uint32_t k_max_kept_request_bytes = 64 * 1024;
 // Bytes that a peer whose request was refused may still send before its connection is cut off.
 inline constexpr std::int64_t k_max_dropped_bytes = 1 << 20;
 
-// Connections accepted before the others are served again.
-inline constexpr int k_max_accepts_at_once = 256;
-
 // Bytes of a long answer that are read and sent at once, and how many such pieces one connection
 // gets before the others are served again.
 inline constexpr std::size_t k_http_piece_bytes = 256 * 1024;

@@ -8,14 +8,15 @@
 #include <vector>
 
 #include "fuzz/fuzz.h"
-#include "httpserver/request_check.h"
 #include "httpserver/request_line.h"
 #include "httpserver/request_progress.h"
+#include "httpserver/strict_request.h"
 #include "httpserver/url_path.h"
 
 namespace {
 
-using pennywort::request_progress;
+using pennywort::httpserver::request_progress;
+using pennywort::httpserver::strict_request;
 
 // Both readings look at the whole text at each step, and differ only in what they remember.
 bool looked_at_once(std::string_view text) { return request_progress().look(text); }
@@ -46,7 +47,7 @@ std::int64_t length_of(std::string_view text) {
 }
 
 bool plainly_complete(std::string_view text) {
-    if (pennywort::method_of(text) == 0) return false;
+    if (pennywort::httpserver::method_of(text) == 0) return false;
     const std::size_t end = text.find("\r\n\r\n");
     const std::int64_t length = length_of(text);
     if (end == std::string_view::npos || length > static_cast<std::int64_t>(text.size())) {
@@ -56,17 +57,38 @@ bool plainly_complete(std::string_view text) {
 }
 
 void read_parts(std::string_view text) {
-    const auto line = pennywort::parse_request_line(text);
+    const auto line = pennywort::httpserver::parse_request_line(text);
     for (const std::string_view part : {line.path, line.extension, line.query}) {
         require(part.data() == nullptr || (part.data() >= text.data() &&
                                            part.data() + part.size() <= text.data() + text.size()),
                 "the parts lie in the request");
     }
     for (const std::string& name :
-         pennywort::path_names(line.path).value_or(std::vector<std::string>())) {
+         pennywort::httpserver::path_names(line.path).value_or(std::vector<std::string>())) {
         require(name != ".." && name.find_first_of(std::string("/\\\0", 3)) == std::string::npos,
                 "no name leads elsewhere");
     }
+}
+
+// A strict server reads any bytes, NUL too.
+void read_strictly(std::string_view bytes, std::size_t split) {
+    constexpr std::int64_t k_most = 1500;
+    strict_request whole(k_most);
+    strict_request parts(k_most);
+    const auto feed = [](strict_request& request, std::string_view from) {
+        return request.status() == strict_request::state::need_more ? request.feed(from) : 0;
+    };
+    const std::size_t used = feed(whole, bytes);
+    std::size_t used_in_parts = feed(parts, bytes.substr(0, split));
+    used_in_parts += feed(parts, bytes.substr(used_in_parts));
+    require(whole.status() == parts.status() && whole.refusal() == parts.refusal(),
+            "splitting the bytes changes nothing for a strict server");
+    require(used == used_in_parts && whole.text() == parts.text(), "nor what is taken of them");
+    require(static_cast<std::int64_t>(whole.text().size()) <= k_most ||
+                whole.status() == strict_request::state::refused,
+            "a request is no longer than it may be");
+    if (whole.status() != strict_request::state::complete) return;
+    require(whole.resource().substr(0, 1) == "/", "a resource begins with a slash");
 }
 
 }  // namespace
@@ -87,8 +109,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     }
     require(progress.bytes_examined() <= 40 * text.size() + 64, "the work grows with the bytes");
     read_parts(text);
-    const std::int32_t refusal = pennywort::refusal_of_head(text, progress.content_length());
-    require(refusal == 0 || refusal == 400 || refusal == 501, "a refusal is one of three");
-    pennywort::refusal_of_method(text);
+    read_strictly(bytes, step);
     return 0;
 }

@@ -1,11 +1,14 @@
 // httpserver/answer.cpp - see the header for the contract.
 #include "httpserver/answer.h"
 
+#include <algorithm>
 #include <charconv>
 
+#include "core/http/bytes.h"
+#include "core/http/status.h"
 #include "httpserver.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 void append_number(std::string& out, std::int64_t number) {
@@ -16,61 +19,45 @@ void append_number(std::string& out, std::int64_t number) {
 
 }  // namespace
 
-std::string_view reason_of(std::int32_t status) {
-    switch (status) {
-        case 200:
-            return "OK";
-        case 204:
-            return "No Content";
-        case 304:
-            return "Not Modified";
-        case 400:
-            return "Bad Request";
-        case 401:
-            return "Unauthorized";
-        case 403:
-            return "Forbidden";
-        case 404:
-            return "Not Found";
-        case 405:
-            return "Method Not Allowed";
-        case 413:
-            return "Content Too Large";
-        case 500:
-            return "Internal Server Error";
-        case 501:
-            return "Not Implemented";
-        case 503:
-            return "Service Unavailable";
-        default:
-            return "Unknown";
-    }
+// CR LF in a value would begin a header of somebody else's choice.
+std::string one_line(std::string_view text) {
+    std::string line(text);
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return !http::is_value_byte(c); }, ' ');
+    return line;
+}
+
+void append_front(std::string& out, std::int32_t status, after_answer after) {
+    out += "HTTP/1.1 ";
+    append_number(out, status);
+    out += ' ';
+    out += http::reason_of(status);
+    out += after == after_answer::close ? "\r\nConnection: close\r\n"
+                                        : "\r\nConnection: Keep-Alive\r\n";
+    out += cHttpHandler::ServerString();
 }
 
 void append_head(std::string& out, std::int32_t status, after_answer after,
                  std::string_view content_type, std::int64_t content_length) {
-    out += "HTTP/1.1 ";
-    append_number(out, status);
-    out += ' ';
-    out += reason_of(status);
-    out += after == after_answer::close ? "\r\nConnection: close\r\n"
-                                        : "\r\nConnection: Keep-Alive\r\n";
-    out += cHttpHandler::ServerString();
-    out += "Content-Type: ";
-    out += content_type;
-    out += "\r\nContent-Length: ";
-    append_number(out, content_length);
-    out += "\r\n\r\n";
+    append_front(out, status, after);
+    if (!http::is_bodiless(status)) {
+        out += "Content-Type: ";
+        const std::size_t begin = out.size();
+        out += content_type;
+        std::replace_if(
+            out.begin() + static_cast<std::ptrdiff_t>(begin), out.end(),
+            [](char c) { return !http::is_value_byte(c); }, ' ');
+        out += "\r\nContent-Length: ";
+        append_number(out, content_length);
+        out += "\r\n";
+    }
+    out += "\r\n";
 }
 
-std::string refusal_page(std::int32_t status) {
+std::string status_page(std::int32_t status) {
     std::string body = "<HTML><TITLE>";
-    body += reason_of(status);
-    body += "</TITLE></HTML>\r\n";
-    std::string page;
-    append_head(page, status, after_answer::close, "text/html",
-                static_cast<std::int64_t>(body.size()));
-    return page + body;
+    body += http::reason_of(status);
+    return body + "</TITLE></HTML>\r\n";
 }
 
 std::string_view not_found_page() {
@@ -78,4 +65,4 @@ std::string_view not_found_page() {
            "(Resource not found)</P>\r\n</BODY></HTML>\r\n";
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -6,7 +6,7 @@
 
 #include "core/text/ascii.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 struct content_type {
@@ -69,4 +69,4 @@ const char* content_type_of(std::string_view extension) {
     return found == std::end(k_types) ? "application/octet-stream" : found->type;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

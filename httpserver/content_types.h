@@ -3,9 +3,9 @@
 
 #include <string_view>
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
 // `extension` without its dot, in any case. Never null.
 const char* content_type_of(std::string_view extension);
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
 class folder_file {
 public:
@@ -16,6 +16,8 @@ public:
     // folder, a link, a device.
     static std::unique_ptr<folder_file> open(const std::string& folder,
                                              const std::vector<std::string>& names);
+    // Whether the names lead to a plain folder, in the same way.
+    static bool is_folder(const std::string& folder, const std::vector<std::string>& names);
 
     folder_file(const folder_file&) = delete;
     folder_file& operator=(const folder_file&) = delete;
@@ -23,14 +25,18 @@ public:
 
     // In bytes, when it was opened.
     std::int64_t size() const { return m_size; }
-    // Answers the number of bytes read: 0 at the end, -1 on failure.
+    // When it was last written to, in nanoseconds since 1970, as far as the system knows.
+    std::int64_t modified_ns() const { return m_modified_ns; }
+    // Returns the number of bytes read: 0 at the end, -1 on failure.
     std::int32_t read_at(std::int64_t offset, char* into, std::int32_t size);
 
 private:
-    folder_file(std::intptr_t handle, std::int64_t size) : m_handle(handle), m_size(size) {}
+    folder_file(std::intptr_t handle, std::int64_t size, std::int64_t modified_ns)
+        : m_handle(handle), m_size(size), m_modified_ns(modified_ns) {}
 
     std::intptr_t m_handle;
     std::int64_t m_size;
+    std::int64_t m_modified_ns;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -12,7 +12,7 @@
 
 #include "httpserver/folder_file.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 // A descriptor that is closed at the end.
@@ -46,22 +46,38 @@ descriptor open_below(const descriptor& folder, const std::string& name, int fla
     return descriptor(opened);
 }
 
+// The folder that the first `count` names lead to; not open if they do not.
+descriptor folder_below(const std::string& folder, const std::vector<std::string>& names,
+                        std::size_t count) {
+    descriptor at(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (std::size_t i = 0; i < count && at.get() >= 0; ++i) {
+        at = open_below(at, names[i], O_PATH | O_DIRECTORY);
+    }
+    return at;
+}
+
+std::int64_t nanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
 }  // namespace
+
+bool folder_file::is_folder(const std::string& folder, const std::vector<std::string>& names) {
+    return folder_below(folder, names, names.size()).get() >= 0;
+}
 
 std::unique_ptr<folder_file> folder_file::open(const std::string& folder,
                                                const std::vector<std::string>& names) {
     if (names.empty()) return nullptr;
-    descriptor at(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    for (std::size_t i = 0; i + 1 < names.size() && at.get() >= 0; ++i) {
-        at = open_below(at, names[i], O_PATH | O_DIRECTORY);
-    }
+    const descriptor at = folder_below(folder, names, names.size() - 1);
     if (at.get() < 0) return nullptr;
     descriptor file = open_below(at, names.back(), 0);
     struct stat about {};
     if (file.get() < 0 || ::fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode)) {
         return nullptr;
     }
-    return std::unique_ptr<folder_file>(new folder_file(file.release(), about.st_size));
+    return std::unique_ptr<folder_file>(
+        new folder_file(file.release(), about.st_size, nanoseconds(about.st_mtim)));
 }
 
 folder_file::~folder_file() { ::close(static_cast<int>(m_handle)); }
@@ -74,4 +90,4 @@ std::int32_t folder_file::read_at(std::int64_t offset, char* into, std::int32_t 
     return static_cast<std::int32_t>(count);
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -12,7 +12,7 @@
 #include "httpserver/folder_file.h"
 #include "loam/wide_string.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 // A handle that is closed at the end.
@@ -88,30 +88,52 @@ bool is_plain_file(const owned_handle& file) {
            (attributes_of(file) & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0;
 }
 
+// A file's time counts tenths of a microsecond from 1601 on.
+std::int64_t modified_ns_of(const owned_handle& file) {
+    constexpr std::int64_t k_from_1601_to_1970 = 116'444'736'000'000'000;
+    FILETIME written{};
+    if (::GetFileTime(file.get(), nullptr, nullptr, &written) == 0) return 0;
+    const std::int64_t time = (std::int64_t{written.dwHighDateTime} << 32) | written.dwLowDateTime;
+    return (time - k_from_1601_to_1970) * 100;
+}
+
+// Opens the folder and those that the first `count` names lead to, each held by its handle. Fewer
+// than asked for if one of them is no plain folder.
+std::vector<owned_handle> folders_below(std::string& path, const std::vector<std::string>& names,
+                                        std::size_t count) {
+    constexpr DWORD k_of_folders = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
+    std::vector<owned_handle> folders;
+    folders.push_back(open_path(path, FILE_FLAG_BACKUP_SEMANTICS, k_held));
+    if (!folders.back().is_open()) return {};
+    for (std::size_t i = 0; i < count; ++i) {
+        path += '\\' + names[i];
+        folders.push_back(open_path(path, k_of_folders, k_held));
+        if (!is_plain_folder(folders.back()) || !bears_name(folders.back(), names[i])) return {};
+    }
+    return folders;
+}
+
 }  // namespace
+
+bool folder_file::is_folder(const std::string& folder, const std::vector<std::string>& names) {
+    std::string path = folder;
+    return !folders_below(path, names, names.size()).empty();
+}
 
 std::unique_ptr<folder_file> folder_file::open(const std::string& folder,
                                                const std::vector<std::string>& names) {
-    constexpr DWORD k_of_folders = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
     if (names.empty()) return nullptr;
-    std::vector<owned_handle> folders;
-    folders.push_back(open_path(folder, FILE_FLAG_BACKUP_SEMANTICS, k_held));
-    if (!folders.back().is_open()) return nullptr;
     std::string path = folder;
-    for (std::size_t i = 0; i + 1 < names.size(); ++i) {
-        path += '\\' + names[i];
-        folders.push_back(open_path(path, k_of_folders, k_held));
-        if (!is_plain_folder(folders.back()) || !bears_name(folders.back(), names[i])) {
-            return nullptr;
-        }
-    }
+    const std::vector<owned_handle> folders = folders_below(path, names, names.size() - 1);
+    if (folders.empty()) return nullptr;
     owned_handle file =
         open_path(path + '\\' + names.back(), FILE_FLAG_OPEN_REPARSE_POINT, k_replaceable);
     LARGE_INTEGER size{};
     if (!is_plain_file(file) || !bears_name(file, names.back())) return nullptr;
     if (::GetFileSizeEx(file.get(), &size) == 0) return nullptr;
+    const std::int64_t modified_ns = modified_ns_of(file);
     const auto handle = reinterpret_cast<std::intptr_t>(file.release());
-    return std::unique_ptr<folder_file>(new folder_file(handle, size.QuadPart));
+    return std::unique_ptr<folder_file>(new folder_file(handle, size.QuadPart, modified_ns));
 }
 
 folder_file::~folder_file() { ::CloseHandle(reinterpret_cast<HANDLE>(m_handle)); }
@@ -128,4 +150,4 @@ std::int32_t folder_file::read_at(std::int64_t offset, char* into, std::int32_t 
     return static_cast<std::int32_t>(count);
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

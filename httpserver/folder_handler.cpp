@@ -1,16 +1,22 @@
 // httpserver/folder_handler.cpp - the files of a folder, of include/httpserver.h.
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "core/http/http_date.h"
 #include "core/limits.h"
 #include "core/statuses.h"
 #include "httpserver.h"
 #include "httpserver/answer.h"
 #include "httpserver/content_types.h"
+#include "httpserver/file_reply.h"
 #include "httpserver/folder_file.h"
 #include "httpserver/url_path.h"
+
+using pennywort::httpserver::folder_file;
 
 namespace {
 
@@ -23,7 +29,7 @@ std::int32_t capped(std::int32_t size, std::int64_t left) {
 // The whole answer. To send its head on the spot would wait for a peer that takes nothing.
 class file_answer final : public cHttpBody {
 public:
-    file_answer(std::string head, std::unique_ptr<pennywort::folder_file> file)
+    file_answer(std::string head, std::unique_ptr<folder_file> file)
         : m_head(std::move(head)), m_file(std::move(file)) {}
 
     std::int64_t Size() override { return head_size() + m_file->size(); }
@@ -44,7 +50,7 @@ private:
     }
 
     const std::string m_head;
-    const std::unique_ptr<pennywort::folder_file> m_file;
+    const std::unique_ptr<folder_file> m_file;
 };
 
 zString extension_of(const std::string& name) {
@@ -54,8 +60,9 @@ zString extension_of(const std::string& name) {
 
 std::string head_of(const zString& extension, std::int64_t size) {
     std::string head;
-    pennywort::append_head(head, 200, pennywort::after_answer::keep_alive,
-                           cHttpFolderHandler::ContentTypeOf(extension.CString()), size);
+    pennywort::httpserver::append_head(head, 200, pennywort::httpserver::after_answer::keep_alive,
+                                       cHttpFolderHandler::ContentTypeOf(extension.CString()),
+                                       size);
     return head;
 }
 
@@ -73,6 +80,90 @@ zStatus send_body(zSocket* socket, cHttpBody& body) {
     return status;
 }
 
+// What a path below the prefix leads to: names, the last of them a file's. Nothing for a path that
+// is not this handler's.
+std::optional<std::vector<std::string>> names_of(std::string_view prefix, std::string_view path) {
+    if (path.substr(0, prefix.size()) != prefix) return std::nullopt;
+    const std::string_view rest = path.substr(prefix.size());
+    // "/static" is no prefix of "/statics".
+    const bool is_cut_right =
+        rest.empty() || rest.front() == '/' || prefix.empty() || prefix.back() == '/';
+    auto names = pennywort::httpserver::path_names(rest);
+    if (!is_cut_right || !names) return std::nullopt;
+    if (rest.empty() || rest.back() == '/') names->emplace_back(k_index);
+    return names;
+}
+
+// A part of a file, as a body.
+class file_range final : public cHttpBody {
+public:
+    file_range(std::unique_ptr<folder_file> file, std::int64_t begin, std::int64_t length)
+        : m_file(std::move(file)), m_begin(begin), m_length(length) {}
+
+    std::int64_t Size() override { return m_length; }
+    std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) override {
+        return m_file->read_at(m_begin + offset, into, capped(size, m_length - offset));
+    }
+
+private:
+    const std::unique_ptr<folder_file> m_file;
+    const std::int64_t m_begin;
+    const std::int64_t m_length;
+};
+
+std::optional<std::string_view> header_of(const cHttpRequest& request, const char* name) {
+    if (!request.HasHeader(name)) return std::nullopt;
+    return request.Header(name);
+}
+
+pennywort::httpserver::file_question question_of(const cHttpRequest& request) {
+    return {header_of(request, "If-Match"),      header_of(request, "If-Unmodified-Since"),
+            header_of(request, "If-None-Match"), header_of(request, "If-Modified-Since"),
+            header_of(request, "Range"),         header_of(request, "If-Range")};
+}
+
+std::int64_t now_in_seconds() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::seconds>(now).count();
+}
+
+void set_header(cHttpAnswer& answer, const char* name, const std::string& value) {
+    answer.SetHeader(name, value.c_str());
+}
+
+// The server asks a browser for the folder's own address, so that its page finds what it names.
+void redirect(const cHttpRequest& request, cHttpAnswer& answer) {
+    std::string target = std::string(request.Path().View()) + '/';
+    // Two slashes in front would name another host.
+    target.erase(0, target.find_first_not_of('/') - 1);
+    const std::string_view query = request.Query().View();
+    if (!query.empty()) target.append("?").append(query);
+    answer.SetStatus(301);
+    set_header(answer, "Location", target);
+}
+
+void answer_with(std::unique_ptr<folder_file> file, const zString& type,
+                 const cHttpRequest& request, cHttpAnswer& answer) {
+    using pennywort::http::date_text;
+    const pennywort::httpserver::file_facts facts{file->size(), file->modified_ns()};
+    const auto reply =
+        pennywort::httpserver::reply_to(question_of(request), facts, now_in_seconds());
+    const std::string size = std::to_string(facts.size);
+    answer.SetStatus(reply.status);
+    set_header(answer, "Accept-Ranges", "bytes");
+    set_header(answer, "ETag", pennywort::httpserver::etag_of(facts));
+    set_header(answer, "Last-Modified", date_text(facts.modified_ns / 1'000'000'000));
+    if (reply.status == 416) set_header(answer, "Content-Range", "bytes */" + size);
+    if (reply.status == 206) {
+        set_header(answer, "Content-Range",
+                   "bytes " + std::to_string(reply.begin) + '-' +
+                       std::to_string(reply.begin + reply.length - 1) + '/' + size);
+    }
+    if (reply.status != 200 && reply.status != 206) return;
+    answer.SetBody(type.CString(),
+                   std::make_unique<file_range>(std::move(file), reply.begin, reply.length));
+}
+
 }  // namespace
 
 cHttpFolderHandler::cHttpFolderHandler(const zString& folder, const zString& prefix)
@@ -81,21 +172,13 @@ cHttpFolderHandler::cHttpFolderHandler(const zString& folder, const zString& pre
 cHttpFolderHandler::~cHttpFolderHandler() = default;
 
 const char* cHttpFolderHandler::ContentTypeOf(const char* extension) {
-    return pennywort::content_type_of(extension == nullptr ? "" : extension);
+    return pennywort::httpserver::content_type_of(extension == nullptr ? "" : extension);
 }
 
 std::unique_ptr<cHttpBody> cHttpFolderHandler::open(const zString& path) const {
-    const std::string_view whole = path.View();
-    const std::string_view prefix = m_prefix.View();
-    if (whole.substr(0, prefix.size()) != prefix) return nullptr;
-    const std::string_view rest = whole.substr(prefix.size());
-    // "/static" is no prefix of "/statics".
-    const bool is_cut_right =
-        rest.empty() || rest.front() == '/' || prefix.empty() || prefix.back() == '/';
-    auto names = pennywort::path_names(rest);
-    if (!is_cut_right || !names) return nullptr;
-    if (rest.empty() || rest.back() == '/') names->emplace_back(k_index);
-    auto file = pennywort::folder_file::open(std::string(m_folder.View()), *names);
+    const auto names = names_of(m_prefix.View(), path.View());
+    if (!names) return nullptr;
+    auto file = folder_file::open(std::string(m_folder.View()), *names);
     if (file == nullptr) return nullptr;
     auto head = head_of(extension_of(names->back()), file->size());
     return std::make_unique<file_answer>(std::move(head), std::move(file));
@@ -124,11 +207,39 @@ std::unique_ptr<cHttpBody> cHttpFolderHandler::HandleInPieces(zSocket* socket, s
     auto answer = open(path);
     if (answer == nullptr) {
         // It was there when the server asked.
-        const std::string_view page = pennywort::not_found_page();
+        const std::string_view page = pennywort::httpserver::not_found_page();
         status = SendAnswer(socket, 404, "text/html", page.data(),
                             static_cast<std::int64_t>(page.size()));
         return nullptr;
     }
     status = pennywort::k_ok;
     return answer;
+}
+
+bool cHttpFolderHandler::CanHandleRequest(const cHttpRequest& request) {
+    if (!request.IsStrict()) return cHttpHandler::CanHandleRequest(request);
+    if (request.Method() != k_get) return false;
+    const auto names = names_of(m_prefix.View(), request.Path().View());
+    if (!names) return false;
+    const std::string folder(m_folder.View());
+    return folder_file::open(folder, *names) != nullptr || folder_file::is_folder(folder, *names);
+}
+
+zStatus cHttpFolderHandler::HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) {
+    if (!request.IsStrict()) return cHttpHandler::HandleRequest(request, answer);
+    const auto names = names_of(m_prefix.View(), request.Path().View());
+    if (!names) return pennywort::k_failed;
+    const std::string folder(m_folder.View());
+    auto file = folder_file::open(folder, *names);
+    if (file != nullptr) {
+        const zString type(ContentTypeOf(extension_of(names->back()).CString()));
+        answer_with(std::move(file), type, request, answer);
+    } else if (folder_file::is_folder(folder, *names)) {
+        redirect(request, answer);
+    } else {
+        // It was there when the server asked.
+        answer.SetStatus(404);
+        answer.SetText("text/html", pennywort::httpserver::not_found_page());
+    }
+    return pennywort::k_ok;
 }

@@ -1,25 +1,27 @@
 // httpserver/http_handler.cpp - cHttpHandler of include/httpserver.h.
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <string>
+#include <string_view>
+#include <utility>
 
+#include "core/http/status.h"
 #include "core/limits.h"
+#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "httpserver.h"
 #include "httpserver/answer.h"
 
+using pennywort::k_ok;
+using pennywort::httpserver::after_answer;
+using pennywort::httpserver::append_head;
+
 namespace {
 
 // An answer up to this size leaves in one piece: a copy costs less than a second call.
-constexpr std::int64_t k_one_piece = 16 * 1024;
-
-// Kept, so that an answer costs no allocation.
-std::string& scratch() {
-    thread_local std::string text;
-    text.clear();
-    return text;
-}
+constexpr std::size_t k_one_piece = 16 * 1024;
+// What a head takes, unless its type is a long one.
+constexpr std::size_t k_usual_head = 256;
 
 std::string_view view(const char* text) {
     return text == nullptr ? std::string_view() : std::string_view(text);
@@ -32,8 +34,26 @@ zStatus send_all(zSocket& socket, std::string_view bytes) {
             std::min<std::size_t>(bytes.size(), std::numeric_limits<std::int32_t>::max()));
         const zStatus status = socket.Send(bytes.data(), length, 0, pennywort::k_send_timeout_ms);
         bytes.remove_prefix(static_cast<std::size_t>(length));
-        if (status != pennywort::k_ok || bytes.empty()) return status;
+        if (status != k_ok || bytes.empty()) return status;
     }
+}
+
+// False when `send` has failed, for want of memory too.
+bool guarded(const char* what, auto send) {
+    return pennywort::run::guarded_or(zSocket::k_no_resources, "cHttpHandler", what, send) == k_ok;
+}
+
+zStatus send_answer(zSocket& socket, std::int32_t status, std::string_view content_type,
+                    std::string_view body) {
+    if (pennywort::http::is_bodiless(status)) body = {};
+    const bool is_short = body.size() <= k_one_piece;
+    std::string answer;
+    answer.reserve(k_usual_head + (is_short ? body.size() : 0));
+    append_head(answer, status, after_answer::keep_alive, content_type,
+                static_cast<std::int64_t>(body.size()));
+    if (is_short) return send_all(socket, answer.append(body));
+    const zStatus sent = send_all(socket, answer);
+    return sent != k_ok ? sent : send_all(socket, body);
 }
 
 }  // namespace
@@ -61,6 +81,20 @@ std::unique_ptr<cHttpBody> cHttpHandler::HandleInPieces(zSocket* socket, std::in
     return nullptr;
 }
 
+bool cHttpHandler::CanHandleRequest(const cHttpRequest& request) {
+    return CanHandle(request.Method(), request.Path(), request.Extension(), request.Query(),
+                     request.Text());
+}
+
+zStatus cHttpHandler::HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) {
+    zStatus status = pennywort::k_failed;
+    auto pieces =
+        HandleInPieces(request.Socket(), request.Method(), request.Path(), request.Extension(),
+                       request.Query(), request.Body().data(), status);
+    if (pieces != nullptr) answer.SetWhole(std::move(pieces));
+    return status;
+}
+
 const char* cHttpHandler::ServerString() { return "Server: nimb_httpd/0.1.0\r\n"; }
 
 zStatus cHttpHandler::SendString(zSocket* socket, const char* data) {
@@ -73,15 +107,18 @@ zStatus cHttpHandler::SendString(zSocket* socket, const char* data) {
 void cHttpHandler::SendHeaders(zSocket* socket, std::int32_t contentLength,
                                const char* contentType) {
     if (socket == nullptr) return;
-    std::string& head = scratch();
-    pennywort::append_head(head, 200, pennywort::after_answer::keep_alive, view(contentType),
-                           contentLength);
-    if (contentLength > 0) socket->MoreFollows();
-    if (send_all(*socket, head) != pennywort::k_ok) socket->Close();
+    const bool is_sent = guarded("SendHeaders", [&] {
+        std::string head;
+        head.reserve(k_usual_head);
+        append_head(head, 200, after_answer::keep_alive, view(contentType), contentLength);
+        if (contentLength > 0) socket->MoreFollows();
+        return send_all(*socket, head);
+    });
+    if (!is_sent) socket->Close();
 }
 
 void cHttpHandler::Send404(zSocket* socket) {
-    const std::string_view page = pennywort::not_found_page();
+    const std::string_view page = pennywort::httpserver::not_found_page();
     SendHeaders(socket, static_cast<std::int32_t>(page.size()), "text/html");
     SendString(socket, page.data());
 }
@@ -98,13 +135,11 @@ zStatus cHttpHandler::SendAnswer(zSocket* socket, std::int32_t status, const cha
     if (socket == nullptr || length < 0 || (data == nullptr && length > 0)) {
         return pennywort::k_failed;
     }
-    std::string& answer = scratch();
-    pennywort::append_head(answer, status, pennywort::after_answer::keep_alive, view(contentType),
-                           length);
-    if (length <= k_one_piece) {
-        answer.append(data, static_cast<std::size_t>(length));
-        return send_all(*socket, answer);
-    }
-    const zStatus sent = send_all(*socket, answer);
-    return sent != pennywort::k_ok ? sent : SendBytes(socket, data, length);
+    zStatus sent = zSocket::k_no_resources;
+    guarded("SendAnswer", [&] {
+        sent = send_answer(*socket, status, view(contentType),
+                           {data, static_cast<std::size_t>(length)});
+        return sent;
+    });
+    return sent;
 }

@@ -27,7 +27,7 @@ bool cHttpNotFoundHandler::CanHandle(std::int32_t, const zString&, const zString
 
 zStatus cHttpNotFoundHandler::Handle(zSocket* socket, std::int32_t, const zString&, const zString&,
                                      const zString&, const char*) {
-    const std::string_view page = pennywort::not_found_page();
+    const std::string_view page = pennywort::httpserver::not_found_page();
     return SendAnswer(socket, 404, "text/html", page.data(),
                       static_cast<std::int64_t>(page.size()));
 }

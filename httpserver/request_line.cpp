@@ -5,7 +5,7 @@
 
 #include "core/text/ascii.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 constexpr std::size_t k_least_bytes = 4;
@@ -47,4 +47,4 @@ request_line parse_request_line(std::string_view request) {
     return line;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

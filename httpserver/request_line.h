@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
 struct request_line {
     std::string_view path;
@@ -21,4 +21,4 @@ std::uint32_t method_of(std::string_view request);
 // may reach into the headers.
 request_line parse_request_line(std::string_view request);
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -7,7 +7,7 @@
 #include "core/text/ascii.h"
 #include "httpserver/request_line.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 constexpr std::size_t k_method_known_from = 4;
@@ -98,4 +98,4 @@ void request_progress::take_digit(char c) {
     m_number = std::min(m_number * 10 + (c - '0'), k_number_ceiling);
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
 // However a peer splits its bytes, each of them is looked at a fixed number of times: what was
 // looked at stays known.
@@ -52,4 +52,4 @@ private:
     bool m_is_hopeless = false;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

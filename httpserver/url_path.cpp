@@ -7,7 +7,7 @@
 #include "core/text/ascii.h"
 #include "core/text/percent.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 // The same names are refused on every system, so that what is tried on one holds on the other.
@@ -53,4 +53,4 @@ std::optional<std::vector<std::string>> path_names(std::string_view path) {
     return names;
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
 // The names between the slashes, decoded. Nothing if one of them could lead elsewhere or name what
 // nobody meant to show: "." and "..", hidden names, a NUL, a slash or backslash that was encoded, a
@@ -14,4 +14,4 @@ namespace pennywort {
 // of its devices ("com1", "nul.txt"). Empty names are passed over.
 std::optional<std::vector<std::string>> path_names(std::string_view path);
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

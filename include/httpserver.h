@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "loam/heap.h"
@@ -18,13 +19,13 @@
 #include "loam/types.h"
 #include "pennywort_export.h"
 
-namespace pennywort {
-class http_connections;
-class http_handlers;
-struct http_connection;
-struct http_server_state;
-enum class http_stage;
-}  // namespace pennywort
+namespace pennywort::httpserver {
+struct answer_parts;
+class connection_list;
+class handler_list;
+class request_view;
+class server_loop;
+}  // namespace pennywort::httpserver
 
 // The body of an answer that is sent bit by bit, as the peer takes it, while the server serves
 // others. Called on the server thread, and destroyed there or with the server. It may stop and
@@ -42,6 +43,81 @@ public:
     virtual std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) = 0;
 };
 
+// A request as a handler sees it, valid during the handler's call. What it returns points into the
+// request.
+class PENNYWORT_API cHttpRequest {
+public:
+    explicit cHttpRequest(pennywort::httpserver::request_view& view) : m_view(view) {}
+    cHttpRequest(const cHttpRequest&) = delete;
+    cHttpRequest& operator=(const cHttpRequest&) = delete;
+
+    // Four characters, cHttpHandler::k_get for instance. HEAD is k_get: a strict server sends the
+    // head of the response and keeps its body.
+    std::int32_t Method() const;
+    // The word itself, "HEAD" for instance.
+    std::string_view MethodName() const;
+    // Without the query, and not decoded.
+    const zString& Path() const;
+    // What follows the last "." of the path.
+    const zString& Extension() const;
+    // Without its "?".
+    const zString& Query() const;
+
+    std::int32_t HeaderCount() const;
+    // In the order in which they came; empty when the index is out of range.
+    std::string_view HeaderName(std::int32_t index) const;
+    std::string_view HeaderValue(std::int32_t index) const;
+    // Whether there is a header of that name, whatever the case of its letters.
+    bool HasHeader(const char* name) const;
+    // The value of the first header of that name; empty without one.
+    std::string_view Header(const char* name) const;
+
+    // What follows the blank line, without a chunked coding. A strict server gives all of it, any
+    // other one gives it up to a NUL.
+    std::string_view Body() const;
+    // Head and body, with a NUL behind.
+    const char* Text() const;
+    // Whether the server follows RFC 9110 and 9112 (cHttpServerSettings::isStrict).
+    bool IsStrict() const;
+    // The connection, for a handler that writes its response itself.
+    zSocket* Socket() const;
+
+private:
+    pennywort::httpserver::request_view& m_view;
+};
+
+// A response that the server sends for a handler, bit by bit as the peer takes it. Headers and text
+// that cannot be had for want of memory end the connection.
+class PENNYWORT_API cHttpAnswer {
+public:
+    explicit cHttpAnswer(pennywort::httpserver::answer_parts& parts) : m_parts(parts) {}
+    cHttpAnswer(const cHttpAnswer&) = delete;
+    cHttpAnswer& operator=(const cHttpAnswer&) = delete;
+
+    // 200 unless this is called. A status that has no body (204, 304) is sent without one.
+    void SetStatus(std::int32_t status);
+    // Sets a header in place of all of its name, or adds one. The server writes Connection,
+    // Content-Length, Date and Server itself and passes over others of these names. -1, with
+    // nothing changed, for a name that is no token and for a value with a control byte.
+    zStatus SetHeader(const char* name, const char* value);
+    zStatus AddHeader(const char* name, const char* value);
+    // The body and its Content-Type. The text is copied.
+    void SetText(const char* contentType, std::string_view text);
+    // The same without a copy; null is an empty body.
+    void SetShared(const char* contentType, std::shared_ptr<const std::string> text);
+    // The server asks for the bytes when the peer takes them; null is an empty body.
+    void SetBody(const char* contentType, std::unique_ptr<cHttpBody> body);
+    // A response that begins with its own head: all of it, as it is to be sent.
+    void SetWhole(std::unique_ptr<cHttpBody> answer);
+    // Ends the connection behind this response.
+    void CloseAfter();
+    // The connection is worth keeping: see cHttpServerSettings::dropUntrustedWhenFull.
+    void SetTrusted();
+
+private:
+    pennywort::httpserver::answer_parts& m_parts;
+};
+
 // Answers requests. Counted: whoever calls `new` holds the first reference, a server one more.
 // The strings and texts that a handler gets are valid during the call.
 class PENNYWORT_API cHttpHandler : public zRefCount {
@@ -51,9 +127,10 @@ public:
     static constexpr std::int32_t k_post = 0x504F5354;  // "POST"
     static constexpr std::int32_t k_put = 0x50555420;   // "PUT "
 
-    // Writes the whole answer to `socket`, whose owner is the server. `body` is what follows the
-    // blank line, up to a NUL. The status is for the caller; whatever it is, the connection goes
-    // on. Here: -1, and nothing is sent.
+    // Writes the whole response to `socket`, whose owner is the server. `body` is what follows the
+    // blank line, up to a NUL. A handler that fails, by a status or by throwing, when it has sent
+    // only a part of a response ends the connection: the peer would read the next response as the
+    // rest of this one. Here: -1, and nothing is sent.
     virtual zStatus Handle(zSocket* socket, std::int32_t method, const zString& path,
                            const zString& extension, const zString& query, const char* body);
     // Whether this handler answers the request. `path` has no query, `query` no "?"; `extension` is
@@ -68,6 +145,12 @@ public:
                                                       const zString& path, const zString& extension,
                                                       const zString& query, const char* body,
                                                       zStatus& status);
+    // The same questions with the whole request at hand, which is what the server calls. An
+    // override of HandleRequest may fill in `answer`, or write to request.Socket() as Handle does.
+    // A strict server may ask whether a handler can for another method too, to tell which ones are
+    // allowed. Here: CanHandle and HandleInPieces.
+    virtual bool CanHandleRequest(const cHttpRequest& request);
+    virtual zStatus HandleRequest(const cHttpRequest& request, cHttpAnswer& answer);
 
     // "Server: nimb_httpd/0.1.0" with its CR LF.
     static const char* ServerString();
@@ -76,7 +159,8 @@ public:
     static zStatus SendString(zSocket* socket, const char* data);
     // Sends the head of a successful answer whose body of `contentLength` bytes the caller sends
     // next. The system may hold the head for at most 200 ms, so that both leave together. Closes
-    // the socket if the head does not go: a body without it would be taken for anything.
+    // the socket if the head does not go: a body without it would be taken for anything. A byte in
+    // `contentType` that would end the line becomes a blank.
     static void SendHeaders(zSocket* socket, std::int32_t contentLength, const char* contentType);
     // Sends a page that says "Not Found", as a successful answer: hosts' clients rely on the 200.
     // cHttpNotFoundHandler sends a real 404.
@@ -84,8 +168,9 @@ public:
 
     // Any bytes; otherwise as SendString.
     static zStatus SendBytes(zSocket* socket, const char* data, std::int64_t length);
-    // A whole answer, in one piece if it is short: `status` such as 200 or 404, the headers of
-    // SendHeaders, the body. This is the quickest way to answer.
+    // A whole response, in one piece if it is short: `status` such as 200 or 404, the headers of
+    // SendHeaders, the body. One without a body (204, 304) gets no length either. This is the
+    // quickest way to answer.
     static zStatus SendAnswer(zSocket* socket, std::int32_t status, const char* contentType,
                               const char* data, std::int64_t length);
 
@@ -115,7 +200,9 @@ private:
 // bit while others are served. A path is percent-decoded once; one that leads out of the folder by
 // "..", by a link or otherwise, that names a hidden file (".name") or something that is no plain
 // file, or that holds a NUL or a backslash, is not this handler's, and so is one that does not
-// exist: the next handler is asked.
+// exist: the next handler is asked. In a strict server it also sends "/sub" on to "/sub/", tells
+// ETag and Last-Modified, answers 304 and 412 where the request asks for it, and single ranges of
+// bytes, so that a video can be sought.
 class PENNYWORT_API cHttpFolderHandler : public cHttpHandler {
 public:
     // Files below `folder` answer paths below `prefix`, "/" for instance or "/static/".
@@ -128,6 +215,8 @@ public:
                                               const zString& path, const zString& extension,
                                               const zString& query, const char* body,
                                               zStatus& status) override;
+    bool CanHandleRequest(const cHttpRequest& request) override;
+    zStatus HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) override;
 
     // The content type for a name's ending, without the dot; "application/octet-stream" for one
     // that is not known.
@@ -172,10 +261,14 @@ struct PENNYWORT_API cHttpServerSettings {
     std::int32_t idleTimeoutMs = 0;
     // A peer that takes nothing of an answer's pieces for so long is given up.
     std::int32_t stallTimeoutMs = 30000;
-    // Whether a request that cannot be parsed is answered with 400, one with a method or coding
-    // that the server does not know with 501 and one that is too long with 413, and its
-    // connection closed. Otherwise it is kept and never answered.
-    bool answerBadRequests = false;
+    // Whether the server follows RFC 9110 and 9112: it answers what it refuses, reads chunked
+    // requests, answers HEAD, sends Date and "100 Continue", serves requests that came together
+    // one after the other, and ends the connection where the request asks for that. Otherwise what
+    // cannot be parsed is kept and never answered.
+    bool isStrict = false;
+    // With maxConnections reached, the oldest connection that waits for a request and that no
+    // handler has trusted is closed in place of the new one.
+    bool dropUntrustedWhenFull = false;
 };
 
 // Counted since the server began.
@@ -189,9 +282,10 @@ struct cHttpServerCounts {
 };
 
 // Serves GET, POST and PUT requests whose length is told by Content-Length. A request that no
-// handler takes gets no answer, and its connection stays open. Bytes that arrive together with the
-// end of a request are dropped with it: a client has to wait for the answer before it sends the
-// next request. Bytes behind a NUL are dropped too, as far as they came together.
+// handler takes gets no answer, and its connection stays open. Unless the server is strict, bytes
+// that arrive together with the end of a request are dropped with it: a client has to wait for the
+// answer before it sends the next request. Bytes behind a NUL are dropped too, as far as they came
+// together.
 class PENNYWORT_API cHttpServer : public zThreadMain {
 public:
     // Starts the thread, which listens on `port` of all addresses; 0 means one that the system
@@ -214,7 +308,8 @@ public:
     // handles the request. From any thread, at any time.
     void InstallHandler(cHttpHandler& handler);
     // Ends the serving without waiting for it; connections stay open, unanswered, until the server
-    // is destroyed. From any thread, handlers too, any number of times. 0.
+    // is destroyed. Before the thread has begun to serve it has no effect: ListenStatus waits until
+    // it has. From any thread, handlers too, any number of times. 0.
     zStatus Stop();
 
     // 0 if the server listens, otherwise why not: zSocket::k_address_in_use when the port is taken.
@@ -226,42 +321,17 @@ public:
     void GetCounts(cHttpServerCounts& counts) const;
 
 private:
-    zStatus create_listen_socket(std::int32_t port);
-    zStatus accept_incoming();
-    void accept_all();
-    void add_socket_to_watch(_zSocket_select* entry);
-    void data_add(std::unique_ptr<zSocket> socket);
-    void data_rm(std::int32_t index);
-    void start();
-    void listen();
-    void serve_round();
-    zStatus wait_for_events(std::int32_t bound, std::int32_t& ready);
-    void serve_connections(std::int32_t ready);
-    void serve_connection(pennywort::http_connection& connection, bool& close);
-    zStatus handle_client_read(pennywort::http_connection& connection, bool& close);
-    zStatus take_bytes(pennywort::http_connection& connection, bool& close, std::int32_t received);
-    zStatus refuse(pennywort::http_connection& connection, bool& close, std::int32_t status);
-    std::int32_t refusal_of(pennywort::http_connection& connection, std::string_view text) const;
-    zStatus dispatch(pennywort::http_connection& connection, bool& close, std::string_view text);
-    void begin_pieces(pennywort::http_connection& connection, bool& close,
-                      std::unique_ptr<cHttpBody> pieces);
-    void begin_timed(pennywort::http_connection& connection, pennywort::http_stage stage);
-    void send_pieces(pennywort::http_connection& connection, bool& close);
-    void discard(pennywort::http_connection& connection, bool& close);
-    void close_overdue();
-    bool is_overdue(const pennywort::http_connection& connection) const;
-    std::int32_t wait_time() const;
-    bool is_running();
     void end();
 
     std::int32_t m_running = 0;
     std::shared_ptr<zSocket> m_listen_socket;
     std::shared_ptr<zHeap<_zSocket_select*>> m_watch_set;
-    std::shared_ptr<pennywort::http_connections> m_connections;
-    std::shared_ptr<pennywort::http_handlers> m_handlers;
+    std::shared_ptr<pennywort::httpserver::connection_list> m_connections;
+    std::shared_ptr<pennywort::httpserver::handler_list> m_handlers;
     std::shared_ptr<char[]> m_receive_buffer;
     std::int32_t m_buffer_size = 0;
     std::int32_t m_port = 0;
     std::shared_ptr<zThread> m_thread;
-    std::shared_ptr<pennywort::http_server_state> m_state;
+    // All of the machinery. The thread holds it too, so that a handler may delete its server.
+    std::shared_ptr<pennywort::httpserver::server_loop> m_loop;
 };

@@ -35,7 +35,7 @@ cHttpServerSettings settings_of(const live_options& options) {
     settings.maxConnections = k_max_control_connections;
     settings.maxRequestBytes = k_max_control_request_bytes;
     settings.idleTimeoutMs = k_idle_ms;
-    settings.answerBadRequests = true;
+    settings.isStrict = true;
     return settings;
 }
 

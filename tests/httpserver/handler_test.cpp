@@ -188,6 +188,14 @@ TEST_F(HandlerTest, SendsAWholeAnswerWithItsStatus) {
                   std::string("\0b", 2));
 }
 
+// A peer takes the bytes behind a 204 for the next answer.
+TEST_F(HandlerTest, SendsNoLengthAndNoBodyWithAStatusThatHasNone) {
+    EXPECT_EQ(cHttpHandler::SendAnswer(m_near.get(), 204, "text/plain", "abc", 3), 0);
+    EXPECT_EQ(all_that_was_sent(),
+              "HTTP/1.1 204 No Content\r\nConnection: Keep-Alive\r\n"
+              "Server: nimb_httpd/0.1.0\r\n\r\n");
+}
+
 TEST_F(HandlerTest, SendsALongAnswerToItsEnd) {
     const std::string body(100000, 'b');
     EXPECT_EQ(cHttpHandler::SendAnswer(m_near.get(), 200, "text/plain", body.data(), 100000), 0);

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "httpserver/server_loop.h"
 #include "loam/signal.h"
 #include "tests/httpserver/descriptors.h"
 #include "tests/httpserver/test_client.h"
@@ -49,6 +50,25 @@ TEST(Lifetime, StopMayComeBeforeTheThreadRunsAndManyTimes) {
         EXPECT_EQ(server.Stop(), 0);
         EXPECT_EQ(server.Stop(), 0);
     }
+}
+
+TEST(Lifetime, StopBeforeTheThreadServesHasNoEffect) {
+    pennywort::httpserver::server_loop loop(nullptr, 0, k_buffer, cHttpServerSettings());
+    loop.stop();
+    loop.listen();
+    loop.stop();
+    const auto handler = make<test_handler>("/");
+    loop.handlers().add(*handler);
+    struct body final : zThreadMain {
+        explicit body(pennywort::httpserver::server_loop& one) : m_loop(one) {}
+        zStatus Main(std::int32_t, const char* const*) override { return m_loop.run(), 0; }
+        pennywort::httpserver::server_loop& m_loop;
+    } runs(loop);
+    const std::unique_ptr<zThread> thread(zThread::Factory("loop", &runs, 0, 4));
+    EXPECT_EQ(get(loop.listening.wait_for_port(), "/"), plain_answer("fine"));
+    loop.end();
+    thread->Join();
+    loop.close();
 }
 
 TEST(Lifetime, AStoppedServerKeepsItsConnectionsUntilItGoes) {
@@ -277,7 +297,7 @@ TEST(Lifetime, EndsWithConnectionsAtEveryStage) {
 
 TEST(Lifetime, EndsWhileAnAnswerIsOnItsWayAndWhileARefusedPeerParts) {
     cHttpServerSettings settings;
-    settings.answerBadRequests = true;
+    settings.isStrict = true;
     auto server = std::make_unique<cHttpServer>(0, k_buffer, settings);
     const auto handler =
         make<body_handler>("/", k_endless, [] { return std::make_unique<endless_body>(); });

@@ -7,11 +7,10 @@
 #include <vector>
 
 #include "httpserver.h"
-#include "httpserver/request_check.h"
 #include "httpserver/request_progress.h"
 #include "httpserver/url_path.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 namespace {
 
 TEST(PathNames, RefuseWhatCouldLeadElsewhere) {
@@ -56,72 +55,6 @@ TEST(ContentType, GoesByTheEndingInAnyCase) {
     }
     EXPECT_STREQ(cHttpFolderHandler::ContentTypeOf(nullptr), "application/octet-stream");
 }
-
-TEST(RefusalOfMethod, TellsAnUnknownMethodFromNone) {
-    for (const char* text : {"DELETE / HTTP/1.1\r\n", "OPTI", "M-SEARCH * HTTP/1.1"}) {
-        EXPECT_EQ(refusal_of_method(text), 501) << text;
-    }
-    for (const char* text : {" GET /", "\r\n\r\n", "\x16\x03\x01\x02", "<a> b", "(x) "}) {
-        EXPECT_EQ(refusal_of_method(text), 400) << text;
-    }
-}
-
-struct head_case {
-    const char* name;
-    const char* head;
-    std::int32_t want;
-};
-void PrintTo(const head_case& c, std::ostream* out) { *out << c.name; }
-
-// The length that the server itself finds is passed along, as it does.
-const head_case k_heads[] = {
-    {"Plain", "GET /a HTTP/1.1\r\nHost: b\r\n\r\n", 0},
-    {"WithALength", "POST / HTTP/1.1\r\nContent-Length: 12\r\n\r\n", 0},
-    {"Version10", "GET / HTTP/1.0\r\n\r\n", 0},
-    {"AnEmptyValue", "GET / HTTP/1.1\r\nA:\r\n\r\n", 0},
-    {"LengthZero", "POST / HTTP/1.1\r\nContent-Length:0\r\n\r\n", 0},
-    {"NoTarget", "GET \r\n\r\n", 400},
-    {"NoVersion", "GET /\r\n\r\n", 400},
-    {"AnotherProtocol", "GET / RTSP/1.0\r\n\r\n", 400},
-    {"TabInTheLine", "GET\t/ HTTP/1.1\r\n\r\n", 400},
-    {"TwoBlanks", "GET  / HTTP/1.1\r\n\r\n", 400},
-    {"ControlByteInTheTarget", "GET /\x01 HTTP/1.1\r\n\r\n", 400},
-    {"ALongerMethod", "GETTING / HTTP/1.1\r\n\r\n", 501},
-    {"NoColon", "GET / HTTP/1.1\r\njunk\r\n\r\n", 400},
-    {"NoName", "GET / HTTP/1.1\r\n: a\r\n\r\n", 400},
-    {"BlankBeforeTheColon", "GET / HTTP/1.1\r\nA : b\r\n\r\n", 400},
-    {"Folded", "GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n", 400},
-    {"NegativeLength", "POST / HTTP/1.1\r\nContent-Length: -1\r\n\r\n", 400},
-    {"NegativeZero", "POST / HTTP/1.1\r\nContent-Length: -0\r\n\r\n", 400},
-    {"SignedLength", "POST / HTTP/1.1\r\nContent-Length: +1\r\n\r\n", 400},
-    {"EmptyLength", "POST / HTTP/1.1\r\nContent-Length: \r\n\r\n", 400},
-    {"LengthWithMore", "POST / HTTP/1.1\r\nContent-Length: 1 2\r\n\r\n", 400},
-    {"HugeLength", "POST / HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n", 400},
-    {"TwoLengths", "POST / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n", 400},
-    {"TheSameLengthTwice", "POST / HTTP/1.1\r\nContent-Length: 1\r\ncontent-length: 1\r\n\r\n",
-     400},
-    {"LengthInAnotherName", "POST / HTTP/1.1\r\nX-Content-Length: 5\r\n\r\n", 400},
-    {"LengthInTheTarget", "POST /Content-Length:5 HTTP/1.1\r\n\r\n", 400},
-    {"TabAndForeignBytesInAValue", "GET / HTTP/1.1\r\nA: b\tc \xc3\xa4\r\n\r\n", 0},
-    {"LineFeedInAValue", "GET / HTTP/1.1\r\nA: b\nTransfer-Encoding: chunked\r\n\r\n", 400},
-    {"CarriageReturnInAValue", "GET / HTTP/1.1\r\nA: b\rTransfer-Encoding: c\r\n\r\n", 400},
-    {"ControlByteInAValue", "GET / HTTP/1.1\r\nA: b\x0b\r\n\r\n", 400},
-    {"LineFeedBehindTheVersion", "GET / HTTP/1.1\nTransfer-Encoding: chunked\r\n\r\n", 400},
-    {"MoreBehindTheVersion", "GET / HTTP/1.1 b\r\n\r\n", 400},
-    {"HalfAVersion", "GET / HTTP/1.\r\n\r\n", 400},
-    {"Chunked", "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n", 501},
-};
-
-class HeadTest : public testing::TestWithParam<head_case> {};
-
-TEST_P(HeadTest, IsRefusedWhenItCouldBeReadInTwoWays) {
-    request_progress progress;
-    progress.look(GetParam().head);
-    EXPECT_EQ(refusal_of_head(GetParam().head, progress.content_length()), GetParam().want);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, HeadTest, testing::ValuesIn(k_heads),
-                         [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(RequestProgress, GivesTheSameAnswerAtEverySplit) {
     const std::string request =
@@ -185,4 +118,4 @@ TEST(RequestProgress, BeginsAnewAfterAReset) {
 }
 
 }  // namespace
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -56,6 +56,73 @@ protected:
     }
 };
 
+// Sends the front of an answer of 5 bytes, and then fails as the test says.
+class half_handler final : public cHttpHandler {
+public:
+    explicit half_handler(std::function<zStatus()> fail) : m_fail(std::move(fail)) {}
+    bool CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
+                   const char*) override {
+        return path == zString("/half");
+    }
+    zStatus Handle(zSocket* socket, std::int32_t, const zString&, const zString&, const zString&,
+                   const char*) override {
+        SendHeaders(socket, 5, "text/plain");
+        SendString(socket, "ab");
+        return m_fail();
+    }
+
+private:
+    const std::function<zStatus()> m_fail;
+};
+
+// Otherwise its peer would read the next answer as the rest of this one's body.
+TEST_F(UnrulyHandlersTest, OneThatFailsInTheMiddleOfAnAnswerEndsItsConnection) {
+    for (const bool throws : {true, false}) {
+        ServingTest::install(*make<half_handler>([throws]() -> zStatus {
+            if (throws) throw std::runtime_error("no luck");
+            return -1;
+        }));
+        test_client client(port());
+        client.send(get_request("/half"));
+        EXPECT_EQ(body_of(client.receive_answer()), "ab");
+        EXPECT_TRUE(client.is_ended());
+        expect_serving();
+    }
+}
+
+// A handler may leave the rest to another thread.
+TEST_F(UnrulyHandlersTest, OneThatDoesWellMaySendTheRestLater) {
+    const auto half = make<half_handler>([] { return 0; });
+    install(*half);
+    test_client client(port());
+    client.send(get_request("/half"));
+    client.receive(plain_answer("ab123").size() - 3);
+    expect_serving();
+    EXPECT_FALSE(client.has_anything());
+}
+
+TEST_F(UnrulyHandlersTest, AContentTypeWithALineEndSplitsNothing) {
+    class splitting_handler final : public cHttpHandler {
+    public:
+        bool CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
+                       const char*) override {
+            return path == zString("/split");
+        }
+        zStatus Handle(zSocket* socket, std::int32_t, const zString&, const zString&,
+                       const zString&, const char*) override {
+            SendHeaders(socket, 0, "a/b\r\nX-Evil: 1\r\n\r\n");
+            return SendAnswer(socket, 200, "a/b\r\nX-Evil: 1", "", 0);
+        }
+    };
+    const auto splitting = make<splitting_handler>();
+    install(*splitting);
+    test_client client(port());
+    client.send(get_request("/split"));
+    for (const char* type : {"a/b  X-Evil: 1    \r\n", "a/b  X-Evil: 1\r\n"}) {
+        EXPECT_NE(client.receive_answer().find(type), std::string::npos) << type;
+    }
+}
+
 // Hosts have exceptions of their own.
 TEST_F(UnrulyHandlersTest, OneThatThrowsWhatIsNoExceptionDoesNotEndTheServer) {
     const auto throwing = make<test_handler>("/throw", "thrown", [](zSocket*) { throw 1; });

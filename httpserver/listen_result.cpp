@@ -1,7 +1,7 @@
-// httpserver/http_server_state.cpp - see the header for the contract.
-#include "httpserver/http_server_state.h"
+// httpserver/listen_result.cpp - see the header for the contract.
+#include "httpserver/server_counts.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
 void listen_result::set(zStatus status, std::int32_t port) {
     {
@@ -29,4 +29,4 @@ void listen_result::wait(std::unique_lock<std::mutex>& lock) {
     m_changed.wait(lock, [this] { return m_is_known; });
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

@@ -1,19 +1,19 @@
-// httpserver/http_handlers.cpp - see the header for the contract.
-#include "httpserver/http_handlers.h"
+// httpserver/handler_list.cpp - see the header for the contract.
+#include "httpserver/handler_list.h"
 
 #include <utility>
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
-http_handlers::~http_handlers() { release_all(); }
+handler_list::~handler_list() { release_all(); }
 
-void http_handlers::add(cHttpHandler& handler) {
+void handler_list::add(cHttpHandler& handler) {
     handler.AddRef();
     const std::lock_guard lock(m_mutex);
     m_handlers.push_back(&handler);
 }
 
-cHttpHandler* http_handlers::take(std::size_t index) {
+cHttpHandler* handler_list::take(std::size_t index) {
     const std::lock_guard lock(m_mutex);
     if (index >= m_handlers.size()) return nullptr;
     m_handlers[index]->AddRef();
@@ -21,7 +21,7 @@ cHttpHandler* http_handlers::take(std::size_t index) {
 }
 
 // Outside the lock, since a handler that ends may do anything.
-void http_handlers::release_all() {
+void handler_list::release_all() {
     std::vector<cHttpHandler*> last;
     {
         const std::lock_guard lock(m_mutex);
@@ -30,4 +30,4 @@ void http_handlers::release_all() {
     for (cHttpHandler* handler : last) handler->Release();
 }
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

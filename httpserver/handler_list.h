@@ -1,4 +1,4 @@
-// http_handlers.h - the handlers of a server in the order of their installation.
+// handler_list.h - the handlers of a server in the order of their installation.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 #include "httpserver.h"
 
-namespace pennywort {
+namespace pennywort::httpserver {
 
 // One reference to a handler: a handler may delete its server, which releases the server's own.
 class handler_reference {
@@ -26,12 +26,12 @@ private:
 };
 
 // Threads: any.
-class http_handlers {
+class handler_list {
 public:
-    http_handlers() = default;
-    http_handlers(const http_handlers&) = delete;
-    http_handlers& operator=(const http_handlers&) = delete;
-    ~http_handlers();
+    handler_list() = default;
+    handler_list(const handler_list&) = delete;
+    handler_list& operator=(const handler_list&) = delete;
+    ~handler_list();
 
     // Takes a reference.
     void add(cHttpHandler& handler);
@@ -44,4 +44,4 @@ private:
     std::vector<cHttpHandler*> m_handlers;
 };
 
-}  // namespace pennywort
+}  // namespace pennywort::httpserver

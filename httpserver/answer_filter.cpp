@@ -1,0 +1,161 @@
+// httpserver/answer_filter.cpp - see the header for the contract.
+#include "httpserver/answer_filter.h"
+
+#include <algorithm>
+
+#include "core/http/body_length.h"
+#include "core/limits.h"
+#include "core/text/ascii.h"
+
+namespace pennywort::httpserver {
+namespace {
+
+constexpr std::string_view k_blank_line = "\r\n\r\n";
+
+}  // namespace
+
+void answer_filter::begin() {
+    m_has_begun = false;
+    m_is_head_whole = false;
+    m_is_head_read = false;
+    m_ends_connection = false;
+    m_terms = {};
+    m_place = place::head;
+    m_left = 0;
+    m_body_bytes = 0;
+    m_head.clear();
+    m_out.clear();
+}
+
+void answer_filter::begin_plain() {
+    begin();
+    m_is_strict = false;
+}
+
+void answer_filter::begin_strict(const answer_terms& terms) {
+    begin();
+    m_is_strict = true;
+    m_terms = terms;
+    m_chunks.reset();
+}
+
+std::string_view answer_filter::pass(std::string_view bytes) {
+    if (bytes.empty()) return bytes;
+    m_has_begun = true;
+    const std::size_t of_head = m_is_head_whole ? 0 : take_head(bytes);
+    const std::string_view body = bytes.substr(of_head);
+    if (!m_is_strict) {
+        m_body_bytes += body.size();
+        return bytes;
+    }
+    if (!m_is_head_whole) return {};
+    if (of_head == 0) return pass_body(body);
+    rewrite_head();
+    m_out += pass_body(body);
+    return m_out;
+}
+
+// Takes the bytes up to the head's end.
+std::size_t answer_filter::take_head(std::string_view bytes) {
+    const std::size_t before = m_head.size();
+    const std::size_t overlap = std::min(before, k_blank_line.size() - 1);
+    m_head.append(bytes);
+    const std::size_t found = m_head.find(k_blank_line, before - overlap);
+    m_is_head_whole = found != std::string::npos || m_head.size() > k_max_head_bytes;
+    if (found == std::string::npos) return bytes.size();
+    m_head.resize(found + k_blank_line.size());
+    return m_head.size() - before;
+}
+
+void answer_filter::read_head() {
+    m_is_head_read = true;
+    m_parser.reset();
+    m_parser.feed(m_head);
+    if (m_parser.status() == http::head_parser::state::complete) {
+        set_place(m_parser.head());
+    } else {
+        m_place = place::unlimited;
+    }
+}
+
+void answer_filter::set_place(const http::message_head& head) {
+    const http::body_plan plan = http::body_of_answer(head, m_terms.is_head ? "HEAD" : "GET");
+    m_left = plan.length;
+    switch (plan.kind) {
+        case http::body_kind::none:
+            m_place = plan.fault == http::body_fault::none ? place::done : place::unlimited;
+            return;
+        case http::body_kind::counted:
+            m_place = plan.length == 0 ? place::done : place::counted;
+            return;
+        case http::body_kind::chunked:
+            m_place = place::chunked;
+            return;
+        case http::body_kind::until_close:
+            m_place = place::unlimited;
+    }
+}
+
+// Bytes that are no head go out as they are, and the connection ends behind them.
+void answer_filter::rewrite_head() {
+    read_head();
+    m_ends_connection = m_place == place::unlimited;
+    m_out.clear();
+    if (m_parser.status() != http::head_parser::state::complete) {
+        m_out = m_head;
+        return;
+    }
+    const http::message_head& head = m_parser.head();
+    const bool is_last =
+        m_terms.is_last || m_ends_connection || head.headers.has_token("Connection", "close");
+    m_ends_connection = is_last;
+    m_out.append(m_head, 0, m_head.find("\r\n") + 2);
+    m_out += is_last ? "Connection: close\r\n" : "Connection: Keep-Alive\r\n";
+    const bool has_date = head.headers.find("Date").has_value();
+    if (!has_date) m_out.append("Date: ").append(m_terms.date).append("\r\n");
+    for (std::size_t i = 0; i < head.headers.size(); ++i) {
+        const http::header one = head.headers[i];
+        if (text::equal_ignoring_case(one.name, "Connection")) continue;
+        m_out.append(one.name).append(": ").append(one.value).append("\r\n");
+    }
+    m_out += "\r\n";
+}
+
+std::string_view answer_filter::pass_body(std::string_view bytes) {
+    switch (m_place) {
+        case place::counted:
+            bytes = bytes.substr(
+                0, static_cast<std::size_t>(std::min<std::uint64_t>(m_left, bytes.size())));
+            m_left -= bytes.size();
+            if (m_left == 0) m_place = place::done;
+            return bytes;
+        case place::chunked:
+            watch_body(bytes);
+            return bytes;
+        case place::unlimited:
+            return bytes;
+        case place::head:
+        case place::done:
+            return {};
+    }
+    return {};
+}
+
+void answer_filter::watch_body(std::string_view bytes) {
+    std::string_view content;
+    while (!bytes.empty() && m_chunks.status() == http::chunked_body::state::need_more) {
+        const std::size_t used = m_chunks.feed(bytes, content);
+        bytes.remove_prefix(used);
+    }
+    if (m_chunks.status() == http::chunked_body::state::complete) m_place = place::done;
+    if (m_chunks.status() == http::chunked_body::state::refused) m_ends_connection = true;
+}
+
+bool answer_filter::is_complete() {
+    if (!m_is_head_whole) return false;
+    if (!m_is_head_read) read_head();
+    if (m_is_strict) return m_place == place::done;
+    return m_place == place::done || (m_place == place::counted && m_body_bytes >= m_left);
+}
+
+}  // namespace pennywort::httpserver

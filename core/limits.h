@@ -58,12 +58,12 @@ inline constexpr std::uint32_t k_max_kept_request_bytes = 64 * 1024;
 // Bytes that a peer whose request was refused may still send before its connection is cut off.
 inline constexpr std::int64_t k_max_dropped_bytes = 1 << 20;
 
-// Bytes of a long answer that are read and sent at once, and how many such pieces one connection
+// Bytes of a long response that are read and sent at once, and how many such pieces one connection
 // gets before the others are served again.
 inline constexpr std::size_t k_http_piece_bytes = 256 * 1024;
 inline constexpr int k_max_pieces_at_once = 4;
 
-// How long a handler's answer waits for a peer that takes nothing.
+// How long a handler's response waits for a peer that takes nothing.
 inline constexpr std::int32_t k_send_timeout_ms = 5000;
 
 // --- Pages: their calls of the host

@@ -43,4 +43,21 @@ TEST(Memory, RunsOutAtAnyPlaceOfHeaderParse) {
     EXPECT_GT(failures, 20);
 }
 
+TEST(Memory, IsNotAskedForByEntriesAndSearches) {
+    const std::string text = std::string(9000, 'x') + "--boundary";
+    const cBoyerMoore searcher("--boundary", 10);
+    const cBoyerMoore strided(text.data() + 8000, 255);
+    const char* value = nullptr;
+    std::int32_t length = 0;
+    fail_memory_after(0);
+    const std::int32_t found = searcher.FindIn(text.data(), static_cast<std::int32_t>(text.size()));
+    const std::int32_t first = strided.FindIn(text.data(), static_cast<std::int32_t>(text.size()));
+    const zStatus status = cUtils::HeaderEntry_FindByName("multipart/related; boundary=abc",
+                                                          "boundary", &value, &length);
+    EXPECT_FALSE(stop_failing_memory());
+    EXPECT_EQ(found, 9000);
+    EXPECT_EQ(first, 0);
+    EXPECT_EQ(status, 0);
+}
+
 }  // namespace

@@ -23,12 +23,15 @@ std::atomic<std::int64_t> s_in_use{0};
 // Not thread_local: the compiler's own kind calls malloc.
 DWORD left_index() {
     static const DWORD s_index = TlsAlloc();
+    if (s_index == TLS_OUT_OF_INDEXES) std::abort();
     return s_index;
 }
 
 // Allocations up to and with the one that fails; 0 when none is to fail.
 std::intptr_t left() { return reinterpret_cast<std::intptr_t>(TlsGetValue(left_index())); }
-void set_left(std::intptr_t count) { TlsSetValue(left_index(), reinterpret_cast<void*>(count)); }
+void set_left(std::intptr_t count) {
+    if (TlsSetValue(left_index(), reinterpret_cast<void*>(count)) == 0) std::abort();
+}
 
 bool has_run_out() {
     const std::intptr_t count = left();

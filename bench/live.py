@@ -5,7 +5,7 @@ usage: bench/live.py [--rounds N] [--seconds S] [--size WxH] [--programs DIR] [-
 
 Asks as the control page does, one picture after the other: at once after a picture, 15 ms after "none yet". A picture counts if
 its bytes differ from those before. Contenders run in turn, and each round turns their order round; figures are medians. Prints the
-table of bench/README.md, and writes every run into --out.
+table of bench/results/live.md, and writes every run into --out.
 """
 import argparse
 import http.client

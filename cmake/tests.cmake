@@ -18,9 +18,8 @@ endif()
 # pennywort_quickly_compiled(<target>): no test is worth the optimiser's effort, which takes twice as
 # long; and g++ 12 sees array bounds broken by the standard library where that was parsed before.
 function(pennywort_quickly_compiled target)
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O0>)
-  endif()
+  target_compile_options(${target} PRIVATE
+    $<$<AND:$<CXX_COMPILER_ID:GNU,Clang>,$<NOT:$<CONFIG:Debug>>>:-O0>)
 endfunction()
 
 # pennywort_test_programs(<directory>): gives each program below this directory whose name ends with
@@ -33,9 +32,12 @@ function(pennywort_test_programs directory)
   endforeach()
   get_property(targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
   foreach(target IN LISTS targets)
-    if(target MATCHES "_test$" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    if(NOT target MATCHES "_test$")
+      continue()
+    endif()
+    pennywort_quickly_compiled(${target})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
       target_precompile_headers(${target} REUSE_FROM test_headers)
-      pennywort_quickly_compiled(${target})
     endif()
   endforeach()
 endfunction()

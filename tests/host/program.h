@@ -1,7 +1,5 @@
-// tests/host/program.h - runs the host program as its user does, from a shell.
+// program.h - runs the host program as its user does, from a shell. Linux only: program_linux.cpp.
 #pragma once
-
-#include <sys/wait.h>
 
 #include <cstdlib>
 #include <string>
@@ -15,6 +13,9 @@ struct program_run {
     std::string output;
     std::string errors;
 };
+
+// What a shell says of how a command ended, from what std::system returned.
+int exit_status(int system_result);
 
 // The last line that is not empty.
 inline std::string last_line_of(std::string text) {
@@ -31,9 +32,8 @@ public:
                             "'\npennywort() { '" PENNYWORT_PROGRAM "' \"$@\"; }\n" + script + "\n");
         const std::string command =
             "bash '" + path("script") + "' >'" + path("out.txt") + "' 2>'" + path("err.txt") + "'";
-        const int status = std::system(command.c_str());
         program_run result;
-        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        result.status = exit_status(std::system(command.c_str()));
         result.output = read("out.txt");
         result.errors = read("err.txt");
         return result;

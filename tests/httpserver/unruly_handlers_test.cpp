@@ -202,6 +202,19 @@ TEST_F(UnrulyHandlersTest, AConnectionThatAnotherOnesHandlerClosesIsForgotten) {
     EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
 }
 
+// So many bytes of a socket that does not wait, or what has come of them within some seconds.
+std::string received(zSocket& socket, std::size_t size) {
+    std::string all;
+    char bytes[4096];
+    for (int i = 0; i < 3000 && all.size() < size; ++i) {
+        std::int32_t count = 0;
+        socket.Receive(bytes, sizeof bytes, &count);
+        all.append(bytes, static_cast<std::size_t>(count));
+        if (count == 0) zThread::MicroSleep(1000);
+    }
+    return all;
+}
+
 // Both have bytes in one wait; then there is nothing left for the second, which is no loss.
 TEST_F(UnrulyHandlersTest, AConnectionWhoseBytesAnotherOnesHandlerTookLivesOn) {
     constexpr std::uint32_t k_long_us = 30'000'000;
@@ -217,13 +230,7 @@ TEST_F(UnrulyHandlersTest, AConnectionWhoseBytesAnotherOnesHandlerTookLivesOn) {
         go->Wait(k_long_us);
     });
     const auto taking = make<test_handler>("/take", "taken", [&](zSocket*) {
-        char bytes[4096];
-        std::int32_t count = 0;
-        for (int i = 0; i < 3000 && taken.size() < robbed.size(); ++i) {
-            kept->Receive(bytes, sizeof bytes, &count);
-            taken.append(bytes, static_cast<std::size_t>(count));
-            if (count == 0) zThread::MicroSleep(1000);
-        }
+        taken = received(*kept, robbed.size());
         is_taken->Set();
     });
     install(*keeping);

@@ -1,7 +1,5 @@
 // users_machine_test.cpp - what pages try on the user's machine: no file is saved, no program
 // started.
-#include <sys/stat.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -22,7 +20,7 @@ protected:
         // A stand-in for the program that opens addresses: it leaves a mark.
         const std::string opener = m_home.child("xdg-open");
         std::ofstream(opener) << "#!/bin/sh\ntouch " << m_home.child("opened") << "\n";
-        chmod(opener.c_str(), 0755);
+        std::filesystem::permissions(opener, std::filesystem::perms::owner_all);
         setenv("PATH", (m_home.path() + ":" + std::getenv("PATH")).c_str(), 1);
     }
     std::vector<std::string> files_named(const std::string& part) const {

@@ -3,6 +3,7 @@
 set -euo pipefail
 
 source_dir=$1
+# shellcheck disable=SC2034  # of use to those that source this
 build_dir=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

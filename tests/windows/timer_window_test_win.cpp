@@ -1,5 +1,5 @@
-// timer_window_test.cpp - the window behind the timer of the display thread: what other programs
-// and debuggers see of it, and what may be in its way.
+// timer_window_test_win.cpp - the window behind the timer of the display thread: what other
+// programs and debuggers see of it, and what may be in its way.
 #include <gtest/gtest.h>
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-// helper.cpp - stands for the runtime's helper program. Copies of it do what their names say:
+// helper_win.cpp - stands for the runtime's helper program. Copies of it do what their names say:
 // status3 ends with that status, crash crashes, sleep stands still, work goes on without end, talk
 // says much, refuse says what a helper of ours says that would not work, any other is well.
 #include <windows.h>

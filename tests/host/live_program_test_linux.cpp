@@ -1,4 +1,4 @@
-// tests/host/live_program_test.cpp - "pennywort live" from its user's side, as far as it gets
+// tests/host/live_program_test_linux.cpp - "pennywort live" from its user's side, as far as it gets
 // without the browser runtime. tests/live has the rest.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

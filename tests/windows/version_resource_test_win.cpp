@@ -1,4 +1,4 @@
-// version_resource_test.cpp - what the properties of our files say.
+// version_resource_test_win.cpp - what the properties of our files say.
 #include <gtest/gtest.h>
 #include <windows.h>
 

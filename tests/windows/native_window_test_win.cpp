@@ -1,4 +1,4 @@
-// native_window_test.cpp - what a windowed page asks of the system's windows. Needs a screen.
+// native_window_test_win.cpp - what a windowed page asks of the system's windows. Needs a screen.
 #include <gtest/gtest.h>
 #include <windows.h>
 

@@ -1,5 +1,5 @@
-// environment_test.cpp - what the runtime does to the rest of the process: environment, signal
-// handlers, child processes of the host, event sources of its loop.
+// environment_test_linux.cpp - what the runtime does to the rest of the process: environment,
+// signal handlers, child processes of the host, event sources of its loop.
 #include <dlfcn.h>
 #include <glib.h>
 #include <signal.h>

@@ -1,4 +1,5 @@
-// environment_test.cpp - the user's folders and language, files that may be run, folders in use.
+// environment_test_win.cpp - the user's folders and language, files that may be run, folders in
+// use.
 #include <gtest/gtest.h>
 #include <windows.h>
 // After windows.h, whose types it needs.

@@ -25,6 +25,7 @@
 struct fake_cef_page {
     int error = 0;  // of cef_errorcode_t; 0 loads
     std::string error_text;
+    bool is_ignored = false;             // no notice is taken of the URL, and nothing is said
     bool never_ends = false;             // the load begins and nothing follows
     std::string redirect_to;             // a chain of more than 20 fails with -310
     std::vector<std::string> resources;  // fetched by the main frame

@@ -105,7 +105,9 @@ void page::load(const std::string& url) {
     int navigation = 0;
     {
         const std::lock_guard lock(m_lock);
-        if (m_record.closed) return;
+        const auto& pages = runtime::the().script().pages;
+        const auto found = pages.find(url);
+        if (m_record.closed || (found != pages.end() && found->second.is_ignored)) return;
         if (!m_attached) return m_early_loads.push_back(url);
         m_dead = false;
         replaced = std::exchange(m_navigating_to, url);

@@ -16,7 +16,8 @@ class DisplayFaultsTest : public FakeRuntimeTest {
 protected:
     void SetUp() override {
         FakeRuntimeTest::SetUp();
-        zTraceManager::Default()->SetSink([this](const char* text) { m_traces.emplace_back(text); });
+        zTraceManager::Default()->SetSink(
+            [this](const char* text) { m_traces.emplace_back(text); });
     }
     void TearDown() override {
         FakeRuntimeTest::TearDown();

@@ -8,12 +8,12 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "core/outcome.h"
 #include "core/run/clock.h"
 #include "core/run/deadline.h"
 #include "core/run/guarded.h"
+#include "tests/support/collected_traces.h"
 #include "tests/support/fake_clock.h"
 
 namespace pennywort {
@@ -21,6 +21,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using run::deadline;
+using tests::collected_traces;
 using tests::fake_clock;
 
 TEST(Clock, OfTheSystemNeverGoesBack) {
@@ -77,37 +78,21 @@ TEST(Deadline, TooFarNeverPasses) {
     EXPECT_FALSE(deadline::never(clock).has_passed());
 }
 
-// What is traced while it exists.
-class traces {
-public:
-    traces() {
-        zTraceManager::Default()->SetSink([this](const char* line) { m_lines.emplace_back(line); });
-    }
-    ~traces() { zTraceManager::Default()->SetSink(nullptr); }
-    traces(const traces&) = delete;
-    traces& operator=(const traces&) = delete;
-    const std::vector<std::string>& lines() const { return m_lines; }
-
-private:
-    std::vector<std::string> m_lines;
-};
-
 TEST(Guarded, TracesWhatWasThrownBehindTheClass) {
-    const traces traced;
+    const collected_traces traced;
     EXPECT_FALSE(run::guarded("cThing", "a handler", [] { throw std::runtime_error("no"); }));
     EXPECT_FALSE(run::guarded("cThing", "a handler", [] { throw 1; }));
     EXPECT_EQ(run::guarded_or(7, "cThing", "a body", []() -> int { throw std::bad_alloc(); }), 7);
-    const std::vector<std::string> want = {"cThing: a handler threw: no\n",
-                                           "cThing: a handler threw\n",
-                                           "cThing: a body threw: std::bad_alloc\n"};
-    EXPECT_EQ(traced.lines(), want);
+    EXPECT_EQ(traced.text(),
+              "cThing: a handler threw: no\ncThing: a handler threw\n"
+              "cThing: a body threw: std::bad_alloc\n");
 }
 
 TEST(Guarded, ReturnsWhatTheCodeReturns) {
-    const traces traced;
+    const collected_traces traced;
     EXPECT_TRUE(run::guarded("cThing", "nothing", [] {}));
     EXPECT_EQ(run::guarded_or(7, "cThing", "a sum", [] { return 3; }), 3);
-    EXPECT_TRUE(traced.lines().empty());
+    EXPECT_EQ(traced.text(), "");
 }
 
 TEST(Outcome, HoldsAValueThatOnlyMoves) {

@@ -11,7 +11,7 @@
 #include "loam/file_stream.h"
 #include "loam/id_generator.h"
 #include "loam/path.h"
-#include "loam/trace.h"
+#include "tests/support/collected_traces.h"
 
 namespace {
 
@@ -145,25 +145,12 @@ TEST_F(FileTest, MakesAFolderWithItsParentsAndTwice) {
     EXPECT_EQ(zDirectory::MakeSureExists((deep + "/").c_str()), 0);
 }
 
-// What was traced while it lived.
-class collected_traces {
-public:
-    collected_traces() {
-        zTraceManager::Default()->SetSink([this](const char* message) { m_text += message; });
-    }
-    ~collected_traces() { zTraceManager::Default()->SetSink({}); }
-    const std::string& text() const { return m_text; }
-
-private:
-    std::string m_text;
-};
-
 // Neither 0 nor that there is no such folder: that is what a look at it says afterwards.
 TEST_F(FileTest, WhyAFolderCannotBeMadeIsTraced) {
     std::ofstream(path("f")) << "x";
     for (const char* name : {"f", "f/below"}) {
         const std::string folder = path(name);
-        const collected_traces traces;
+        const pennywort::tests::collected_traces traces;
         EXPECT_LT(zDirectory::MakeSureExists(folder.c_str()), 0);
         const std::string front = "zDirectory::MakeSureExists: failed (err=";
         ASSERT_EQ(traces.text().substr(0, front.size()), front);

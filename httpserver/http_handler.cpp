@@ -136,10 +136,11 @@ zStatus cHttpHandler::SendAnswer(zSocket* socket, std::int32_t status, const cha
         return pennywort::k_failed;
     }
     zStatus sent = zSocket::k_no_resources;
-    guarded("SendAnswer", [&] {
+    const bool has_memory = pennywort::run::guarded("cHttpHandler", "SendAnswer", [&] {
         sent = send_answer(*socket, status, view(contentType),
                            {data, static_cast<std::size_t>(length)});
-        return sent;
     });
+    // The peer would wait for ever for an answer that nobody can give.
+    if (!has_memory) socket->Close();
     return sent;
 }

@@ -182,7 +182,7 @@ fate server_loop::serve(connection& one) {
 
 // One in each round, so that a handler sees what came first before what came with the next.
 void server_loop::accept() {
-    zStatus status = zSocket::k_no_resources;
+    zStatus status = k_failed;
     guarded("accepting", [&] { status = accept_incoming(); });
     const bool was_short = std::exchange(m_is_short, status == zSocket::k_no_resources);
     if (!m_is_short) return;

@@ -30,6 +30,63 @@ public:
     }
 };
 
+// Answers with headers of its own.
+class structured_handler final : public cHttpHandler {
+public:
+    bool CanHandleRequest(const cHttpRequest& request) override {
+        return request.Path() == zString("/structured");
+    }
+    zStatus HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) override {
+        answer.SetText("text/plain", request.Header("X-Word"));
+        answer.SetHeader("X-Long", std::string(200, 'l').c_str());
+        return 0;
+    }
+};
+
+cHttpServerSettings strict_room_for_many() {
+    cHttpServerSettings wanted = room_for_many();
+    wanted.isStrict = true;
+    return wanted;
+}
+
+class StrictMemoryTest : public ServingTest {
+protected:
+    StrictMemoryTest() : ServingTest("/after", strict_room_for_many()) {
+        install(*m_arming);
+        install(*m_structured);
+        install(*m_folder);
+    }
+    bool arm(int count) { return body_of(get(port(), "/arm/" + std::to_string(count))) == "armed"; }
+
+    held<arming_handler> m_arming = make<arming_handler>();
+    held<structured_handler> m_structured = make<structured_handler>();
+    held<cHttpFolderHandler> m_folder = make<cHttpFolderHandler>(zString("/"), zString("/files/"));
+};
+
+// Requests of every kind, with the Nth allocation of the server's thread failing, for each N.
+TEST_F(StrictMemoryTest, RunsOutOfMemoryAtAnyPlaceAndServesOn) {
+    constexpr int k_most = 140;
+    const std::string host = "Host: h\r\nX-Word: " + std::string(100, 'w') + "\r\n\r\n";
+    for (int count = 0; count < k_most; ++count) {
+        test_client before(port());
+        before.send(get_request("/after"));
+        ASSERT_EQ(body_of(before.receive_answer()), "fine") << count;
+        ASSERT_TRUE(arm(count)) << count;
+        test_client first(port());
+        test_client second(port());
+        test_client third(port());
+        first.send("POST /structured HTTP/1.1\r\nTransfer-Encoding: chunked\r\n" + host + "3\r\na");
+        second.send("GET /files/etc/passwd HTTP/1.1\r\nRange: bytes=0-3\r\n" + host);
+        third.send("PUT /structured HTTP/1.1\r\n" + host + "GET /none HTTP/1.1\r\n" + host);
+        first.send("bc\r\n0\r\n\r\n");
+        ASSERT_TRUE(arm(-1) || arm(-1)) << count;
+        before.send(get_request("/after"));
+        ASSERT_EQ(body_of(before.receive_answer()), "fine") << count;
+        for (test_client* client : {&first, &second, &third, &before}) client->close();
+        wait_until_all_are_closed();
+    }
+}
+
 class MemoryTest : public ServingTest {
 protected:
     MemoryTest() : ServingTest("/after", room_for_many()) {

@@ -95,6 +95,7 @@ bool display_engine::open() {
 }
 
 void display_engine::create() {
+    part_from_gone();
     const std::string start_url = m_display.PeekNextURL();
     const client_ref client = make_client(start_url);
     if (!client) return;
@@ -108,17 +109,24 @@ void display_engine::create() {
         "cWebDisplayCEFBrowser::Open: the runtime made no browser for %s\n", start_url.c_str());
 }
 
+// A page that closed itself has left its client behind. The runtime, and tasks that wait, may hold
+// that one longer than the display lives, so it must not go on naming the display as its owner.
+void display_engine::part_from_gone() {
+    const webdisplay_cef_state left = state();
+    if (left.client && left.client->life().is_gone()) part_from(left.client);
+}
+
 // Empty if the display was opened twice, or closed before its turn came.
 display_engine::client_ref display_engine::make_client(const std::string& start_url) {
     const zAutoCritical lock(m_display.m_state_lock.get());
     webdisplay_cef_state*& holder = m_display.m_cef_state;
-    if (!m_is_open_wanted || (holder != nullptr && !holder->client->life().is_gone())) return {};
+    if (!m_is_open_wanted || holder != nullptr) return {};
     std::shared_ptr<zSignal> ended(zSignal::Factory());
     if (!ended) throw std::bad_alloc();
     client_ref client(new webdisplay_browser_client(&m_display, start_url, ended));
     auto fresh = std::make_unique<webdisplay_cef_state>(webdisplay_cef_state{{}, client});
     client->set_alive();
-    delete std::exchange(holder, fresh.release());
+    holder = fresh.release();
     m_display.m_close_signal = std::move(ended);
     const std::lock_guard<std::mutex> guard(m_display.m_state->loads_lock);
     m_display.m_state->loads.start_over();

@@ -187,6 +187,25 @@ TEST_F(DisplayCloseTest, ABrowserThatClosesByItselfLeavesTheDisplayWithoutOne) {
     EXPECT_EQ(fake().late_calls(), strings{});
 }
 
+// The runtime may hold the old client longer than the display lives.
+TEST_F(DisplayCloseTest, OpenedAgainItIsNoLongerTheOwnerOfTheClientThatAClosedPageLeft) {
+    script().keep_clients = true;
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    fake().post([] { fake().close_from_page(1); });
+    ASSERT_TRUE(loop_until([] { return fake().browser(1).closed; }));
+    s->LoadUrl("http://b/");
+    show(s);
+    ASSERT_EQ(fake().browser_count(), 2);
+    fake().post([] {
+        fake().message_from_closed(1, "execute",
+                                   {std::u16string(u"late"), std::u16string(u"call")});
+    });
+    settle();
+    EXPECT_EQ(s.seen.commands, strings{});
+}
+
 TEST_F(DisplayCloseTest, OpensAgainAfterItWasClosed) {
     start();
     screen s(page("http://a/"));

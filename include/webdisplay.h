@@ -114,6 +114,8 @@ struct cWebDisplayPageStatus {
 //   "web_url"                  first URL of the queue; none if empty
 //   "web_transparent"          transparent page background (default: opaque)
 //   "web_override_css"         style sheet text put into each loaded page
+//   "web_refuse_downloads"     a page saves no files (default: the runtime's own way, which is to
+//                              save them in the user's folder without asking)
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
 //   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
 //                              queue goes on with its next URL (default: nothing happens)

@@ -20,6 +20,7 @@ struct display_state {
     page_loads loads;
     tick_ledger ticks;
     bool is_on_host_clock = false;
+    bool refuses_downloads = false;
     // Whether anybody is to be asked about requests. The runtime asks on its IO thread, which must
     // not wait for a lock that is held while the host's code runs.
     const std::shared_ptr<std::atomic<bool>> has_page_receiver =

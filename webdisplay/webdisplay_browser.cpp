@@ -130,6 +130,7 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_transparent = settings.AsBool("web_transparent", false);
     m_css_override = settings.AsString("web_override_css", {});
     m_state->is_on_host_clock = settings.AsBool("web_host_clock", false);
+    m_state->refuses_downloads = settings.AsBool("web_refuse_downloads", false);
 }
 
 cWebDisplayBrowser::~cWebDisplayBrowser() {

@@ -124,6 +124,7 @@ webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owne
                                                      std::shared_ptr<zSignal> ended)
     : m_owner(owner),
       m_start_url(std::move(start_url)),
+      m_refuses_downloads(owner->m_state->refuses_downloads),
       m_life(std::move(ended)),
       m_has_page_receiver(owner->m_state->has_page_receiver) {}
 
@@ -497,7 +498,7 @@ bool webdisplay_browser_client::may_request(const std::string& url) {
 
 bool webdisplay_browser_client::OnDragEnter(cef_browser_t*) { return true; }
 
-// Without an answer the runtime would save a file among the user's own, without a click or a word.
+// Unasked, the runtime saves a file among the user's own, without a click or a word.
 bool webdisplay_browser_client::CanDownload(cef_browser_t*) {
     zTraceManager::Default()->TraceNote("cWebDisplayBrowser: a download by the page was refused\n");
     return false;

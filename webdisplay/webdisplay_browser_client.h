@@ -59,7 +59,10 @@ public:
 
     static bool focused_element_is_editable();
 
-    cef::CefDownloadHandler* GetDownloadHandler() override { return this; }
+    // Only where the host has asked for it; else downloads are the runtime's affair.
+    cef::CefDownloadHandler* GetDownloadHandler() override {
+        return m_refuses_downloads ? this : nullptr;
+    }
     cef::CefDragHandler* GetDragHandler() override { return this; }
     cef::CefLifeSpanHandler* GetLifeSpanHandler() override { return this; }
     cef::CefLoadHandler* GetLoadHandler() override { return this; }
@@ -123,6 +126,7 @@ private:
     cWebDisplayCEFBrowser* m_owner;
     std::recursive_mutex m_owner_lock;
     const std::string m_start_url;
+    const bool m_refuses_downloads;
     shared_life m_life;
     // Outlives the display, for requests that come when it has gone.
     const std::shared_ptr<std::atomic<bool>> m_has_page_receiver;

@@ -24,6 +24,7 @@ zRecord settings_of(const live_options& options) {
     settings.SetInt32("web_width", static_cast<std::int32_t>(options.width));
     settings.SetInt32("web_height", static_cast<std::int32_t>(options.height));
     settings.SetBool("web_transparent", options.transparent);
+    settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_report_lost_page", true);
     return settings;
 }

@@ -128,6 +128,7 @@ struct page_settings {
     bool host_clock = false;
     bool report_lost_page = false;
     bool keep_last_picture = false;
+    bool refuse_downloads = false;
     std::string css = {};
 };
 

@@ -35,8 +35,8 @@ protected:
     temporary_folder m_home;
 };
 
-TEST_F(UsersMachine, ADownloadSavesNothing) {
-    shown_page page({.url = m_peer.url("/download")});
+TEST_F(UsersMachine, ADownloadSavesNothingWhereItIsRefused) {
+    shown_page page({.url = m_peer.url("/download"), .refuse_downloads = true});
     run_loop_for(500);
     page->LoadUrl(m_peer
                       .html("<a id=a download=show.bin href='data:text/plain,hello'>x</a>"

@@ -14,13 +14,15 @@ TEST_F(ClientTest, AnswersForItsOwnHandlersOnly) {
     start();
     screen s(page("http://a/"));
     show(s);
-    EXPECT_EQ(fake().handlers(1),
-              (strings{"download", "drag", "life span", "load", "render", "request"}));
+    EXPECT_EQ(fake().handlers(1), (strings{"drag", "life span", "load", "render", "request"}));
+    EXPECT_TRUE(fake().may_download(1, "http://a/file.zip")) << "nobody decides";
 }
 
-TEST_F(ClientTest, APageMaySaveNothing) {
+TEST_F(ClientTest, APageSavesNothingWhereTheHostRefusesDownloads) {
     start();
-    screen s(page("http://a/"));
+    zRecord settings = page("http://a/");
+    settings.SetBool("web_refuse_downloads", true);
+    screen s(settings);
     show(s);
     EXPECT_FALSE(fake().may_download(1, "http://a/file.zip"));
 }

@@ -201,10 +201,12 @@ void cWebDisplayBrowser::add_observer(const char* key, std::function<void(std::s
 void cWebDisplayBrowser::received_javascript_exec_result(const zString& key,
                                                          const zString& result) {
     const zAutoCritical lock(m_observer_lock.get());
+    // Copied before anything is lost: without memory for it the result is still awaited.
+    std::string text(result.View());
     // Taken out of the table first, so that a callback that runs another script cannot have its own
     // entry swept away underneath it.
     const auto entry = m_observers.extract(std::string(key.View()));
-    if (entry) entry.mapped().callback(std::string(result.View()));
+    if (entry) entry.mapped().callback(std::move(text));
 }
 
 const char* cWebDisplayBrowser::get_css_override() const { return m_css_override.c_str(); }

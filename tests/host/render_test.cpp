@@ -308,6 +308,15 @@ TEST_F(Render, AFreeRunningPageIsMeasuredToo) {
     EXPECT_GT(std::stoi(value_of(run.output, "painted")), 2);
 }
 
+TEST_F(Render, APageSavesNoFiles) {
+    folder.write("saving.html",
+                 "<a id=a download=show.bin href='data:text/plain,hello'>x</a>"
+                 "<script>a.click()</script>");
+    const auto run = folder.run("pennywort render saving.html --frames 60 --verbose 2>&1");
+    EXPECT_NE(run.output.find("a download by the page was refused"), std::string::npos)
+        << run.output;
+}
+
 TEST_F(Render, TheRuntimesOwnLinesAreSeenOnlyWhenAskedFor) {
     const auto run = folder.run("pennywort render moving.html --frames 1 2>&1");
     EXPECT_EQ(run.output.find(":ERROR:"), std::string::npos) << run.output;

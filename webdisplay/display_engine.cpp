@@ -243,8 +243,12 @@ void display_engine::load_next() {
     if (state.browser && !cef::on_ui_thread()) return load_next_on_ui_thread();
     // A page that is being loaded asks for the next one itself when it has finished.
     if (!state.browser || is_loading(state)) return;
-    while (m_display.has_next_url()) {
-        if (load(state, m_display.PeekNextURL())) return;
+    const frame_ref frame(state.browser->get_main_frame(state.browser.get()));
+    if (!frame) return;
+    // One URL a call, and nothing for an empty one, unless the host wants to hear of each.
+    const bool passes_over = m_display.m_state->loads.policy().tell_every_load;
+    while (!load(*state.client, *frame.get(), m_display.PeekNextURL()) && passes_over &&
+           m_display.has_next_url()) {
     }
 }
 
@@ -256,15 +260,15 @@ void display_engine::load_next_on_ui_thread() {
 }
 
 // False where there was nothing to load.
-bool display_engine::load(const webdisplay_cef_state& state, const std::string& url) {
-    const frame_ref frame(state.browser->get_main_frame(state.browser.get()));
+bool display_engine::load(webdisplay_browser_client& client, cef_frame_t& frame,
+                          const std::string& url) {
     const cef::utf16 address(url);
-    const unsigned ticket = url.empty() ? 0 : state.client->page_asked_for(url);
+    const unsigned ticket = url.empty() ? 0 : client.page_asked_for(url);
     // Taken out last, so that the URL is still there if memory was out before.
     m_display.PopNextURL();
-    if (url.empty() || !frame) return false;
-    frame->load_url(frame.get(), address.get());
-    state.client->look_whether_ignored(ticket);
+    if (url.empty()) return false;
+    frame.load_url(&frame, address.get());
+    client.look_whether_ignored(ticket);
     return true;
 }
 

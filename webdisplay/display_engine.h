@@ -32,7 +32,7 @@ private:
     close_step begin_closing(webdisplay_cef_state& state);
     void part_from(const client_ref& client);
     void wait_until_closed(const webdisplay_cef_state& state, bool is_asked);
-    bool load(const webdisplay_cef_state& state, const std::string& url);
+    bool load(webdisplay_browser_client& client, cef_frame_t& frame, const std::string& url);
     void load_next_on_ui_thread();
     bool is_loading(const webdisplay_cef_state& state) const;
 

@@ -39,7 +39,7 @@ void page_loads::begin(std::string url) {
 }
 
 bool page_loads::end(const std::string& url) {
-    if (!m_failed_url.empty() && m_failed_url == url) return false;
+    if (!m_failed_url.empty() && m_failed_url == url) return !m_policy.tell_every_load;
     m_url = url;
     // Another page may have been asked for in the meantime; that one is still to come.
     if (m_phase == load_phase::asked) {
@@ -66,6 +66,7 @@ void page_loads::give_up(unsigned ticket) {
 }
 
 bool page_loads::is_ignored(unsigned ticket, bool is_loading) {
+    if (!m_policy.tell_every_load) return false;
     if (ticket != m_ticket || m_phase != load_phase::asked || m_stirred || is_loading) return false;
     give_up(ticket);
     return true;

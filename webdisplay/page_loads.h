@@ -17,10 +17,13 @@ enum class load_phase {
     closed  // the browser has gone
 };
 
-// What the host asked for beside the laid-down behaviour.
+// What the host asked for beyond the default.
 struct load_policy {
     bool report_lost_page = false;
     bool keep_last_picture = false;
+    // A failed page is told as failed only, and a URL that comes to nothing does not hold up the
+    // queue.
+    bool tell_every_load = false;
 
     bool minds_lost_page() const { return report_lost_page || keep_last_picture; }
 };
@@ -44,8 +47,9 @@ public:
     void stir() { m_stirred = true; }
     // The main frame begins to show the page at `url`.
     void begin(std::string url);
-    // The main frame has ended at `url`. False for what the browser shows in the place of a page
-    // that failed, which has not loaded.
+    // The main frame has ended at `url`. Whether that is told as a page that has loaded: what the
+    // browser shows in the place of a page that failed ends too, and only the policy tells the two
+    // apart.
     bool end(const std::string& url);
     void fail(std::string url, std::string error);
 

@@ -411,7 +411,7 @@ void webdisplay_browser_client::forget_load_soon() {
         [client, ticket = owner->m_state->loads.abort()] { client->give_up_load(ticket); });
 }
 
-// With no page there is nothing that could ask for the next one.
+// With no page there is nothing that could ask for the next one, and the queue would stand.
 void webdisplay_browser_client::give_up_load(unsigned ticket) {
     const owner_use owner(*this);
     if (!owner) return;
@@ -419,6 +419,7 @@ void webdisplay_browser_client::give_up_load(unsigned ticket) {
         const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
         owner->m_state->loads.give_up(ticket);
     }
+    if (!owner->m_state->loads.policy().tell_every_load) return;
     if (owner->m_state->loads.phase() == load_phase::none) owner->LoadNextUrl();
 }
 

@@ -26,6 +26,7 @@ zRecord settings_of(const live_options& options) {
     settings.SetBool("web_transparent", options.transparent);
     settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_report_lost_page", true);
+    settings.SetBool("web_tell_every_load", true);
     return settings;
 }
 

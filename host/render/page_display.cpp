@@ -19,6 +19,7 @@ zRecord settings_of(const render_options& options) {
     settings.SetInt32("web_height", static_cast<std::int32_t>(options.format.height));
     settings.SetBool("web_transparent", options.format.transparent);
     settings.SetBool("web_refuse_downloads", true);
+    settings.SetBool("web_tell_every_load", true);
     settings.SetString("web_override_css", options.css);
     settings.SetBool("web_host_clock", options.clock == page_clock::host);
     return settings;

@@ -129,6 +129,7 @@ struct page_settings {
     bool report_lost_page = false;
     bool keep_last_picture = false;
     bool refuse_downloads = false;
+    bool tell_every_load = false;
     std::string css = {};
 };
 

@@ -32,7 +32,7 @@ class FailingLoad : public Queue, public testing::WithParamInterface<failing_cas
 TEST_P(FailingLoad, IsReportedAndTheNextPageFollows) {
     const std::string bad = m_peer.url(GetParam().path);
     const std::string good = m_peer.html(titled("after"));
-    shown_page page({.url = bad});
+    shown_page page({.url = bad, .tell_every_load = true});
     page->LoadUrl(good.c_str());
     EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(good); }))
         << PrintToString(page.events.loaded);
@@ -66,7 +66,7 @@ class UnusableUrl : public Queue, public testing::WithParamInterface<const char*
 
 TEST_P(UnusableUrl, DoesNotHoldUpTheQueueBehindAPage) {
     const std::string good = m_peer.html(titled("after"));
-    shown_page page({.url = m_peer.html(titled("before"))});
+    shown_page page({.url = m_peer.html(titled("before")), .tell_every_load = true});
     page->LoadUrl(GetParam());
     page->LoadUrl(good.c_str());
     EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(good); }))
@@ -75,7 +75,7 @@ TEST_P(UnusableUrl, DoesNotHoldUpTheQueueBehindAPage) {
 
 TEST_P(UnusableUrl, DoesNotHoldUpTheQueueAsTheFirstPage) {
     const std::string good = m_peer.html(titled("after"));
-    shown_page page({.url = GetParam()});
+    shown_page page({.url = GetParam(), .tell_every_load = true});
     page->LoadUrl(good.c_str());
     EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(good); }))
         << PrintToString(page.events.failed);
@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(All, UnusableUrl,
                          [](const auto& one) { return "Case" + std::to_string(one.index); });
 
 TEST_F(Queue, AUrlThatTheBrowserIgnoresIsAFailure) {
-    shown_page page({.url = m_peer.html(titled("before"))});
+    shown_page page({.url = m_peer.html(titled("before")), .tell_every_load = true});
     ASSERT_TRUE(page.wait_until_loaded());
     page->LoadUrl("http://");
     EXPECT_TRUE(wait_for([&] { return page.events.has_failed("http://"); }));
@@ -96,7 +96,7 @@ TEST_F(Queue, AUrlThatTheBrowserIgnoresIsAFailure) {
 
 TEST_F(Queue, AFailureLeavesTheLastLoadedUrlAsItWas) {
     const std::string good = m_peer.html(titled("good"));
-    shown_page page({.url = good});
+    shown_page page({.url = good, .tell_every_load = true});
     ASSERT_TRUE(page.wait_until_loaded());
     page->LoadUrl(m_peer.url("/reset").c_str());
     ASSERT_TRUE(wait_for([&] { return !page.events.failed.empty(); }));

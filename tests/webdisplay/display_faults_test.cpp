@@ -41,6 +41,12 @@ protected:
         return settings;
     }
 
+    static zRecord telling_page(const char* url) {
+        zRecord settings = page(url);
+        settings.SetBool("web_tell_every_load", true);
+        return settings;
+    }
+
     strings m_traces;
 };
 
@@ -191,10 +197,24 @@ TEST_F(DisplayFaultsTest, ThePredicateGoesWithAManagerThatNeverStarted) {
 
 // --- URLs that the browser does not take
 
-TEST_F(DisplayFaultsTest, AUrlThatIsIgnoredFailsAndTheNextOneFollows) {
+TEST_F(DisplayFaultsTest, AUrlThatIsIgnoredLeavesTheQueueToTheHost) {
     script().pages["http://"].is_ignored = true;
     start();
     screen s(page("http://a/"));
+    show(s);
+    s->LoadUrl("http://");
+    settle();
+    s->LoadUrl("");
+    settle();
+    EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
+    s->LoadUrl("http://b/");
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
+TEST_F(DisplayFaultsTest, AUrlThatIsIgnoredFailsAndTheNextOneFollowsForAHostThatMinds) {
+    script().pages["http://"].is_ignored = true;
+    start();
+    screen s(telling_page("http://a/"));
     for (const char* url : {"http://", "", "http://b/"}) s->LoadUrl(url);
     ASSERT_TRUE(s->Open());
     EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
@@ -206,11 +226,36 @@ TEST_F(DisplayFaultsTest, AUrlThatIsIgnoredFailsAndTheNextOneFollows) {
 TEST_F(DisplayFaultsTest, TheFirstUrlMayBeIgnoredToo) {
     script().pages["http://"].is_ignored = true;
     start();
-    screen s(page("http://"));
+    screen s(telling_page("http://"));
     s->LoadUrl("http://b/");
     ASSERT_TRUE(s->Open());
     EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
     EXPECT_TRUE(s.seen.heard("failed http://: the browser does not take this URL"));
+}
+
+// The host refuses it, and no page is there whose scripts could ask for the next.
+TEST_F(DisplayFaultsTest, AFirstUrlThatComesToNothingIsFollowedByTheNextForAHostThatMinds) {
+    script().page_answers_next_url = false;
+    start();
+    screen s(telling_page("http://a/"));
+    s.seen.on_request = [&](const std::string& url) { s.seen.allow_requests = url != "http://a/"; };
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(s->Open());
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
+TEST_F(DisplayFaultsTest, AFirstUrlThatComesToNothingLeavesTheQueueToTheHost) {
+    script().page_answers_next_url = false;
+    start();
+    screen s(page("http://a/"));
+    s.seen.on_request = [&](const std::string& url) { s.seen.allow_requests = url != "http://a/"; };
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(s->Open());
+    ASSERT_TRUE(loop_until([] { return !fake().requests().empty(); }));
+    settle();
+    EXPECT_EQ(s.seen.events, strings{});
+    s->LoadNextUrl();
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
 }
 
 // --- requests

@@ -52,6 +52,7 @@ void recorder::PageLoaded(const zString& url) {
 bool recorder::PageRequest(const zString& url) {
     note_thread();
     requests.emplace_back(url.CString());
+    if (on_request) on_request(requests.back());
     return allow_requests;
 }
 

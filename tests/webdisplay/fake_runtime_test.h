@@ -43,6 +43,7 @@ public:
     std::string command_answer;
     bool all_on_display_thread = true;
     std::function<void()> on_frame;
+    std::function<void(const std::string& url)> on_request;  // before the answer
     std::function<void(const std::string& event)> on_event;
     std::function<void()> on_command;
 

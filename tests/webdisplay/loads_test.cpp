@@ -78,11 +78,25 @@ TEST_F(LoadsTest, ARedirectLoopEndsAsAFailure) {
     EXPECT_NE(s.seen.events[0].find("ERR_TOO_MANY_REDIRECTS"), std::string::npos);
 }
 
-TEST_F(LoadsTest, AFailedPageIsNotReportedAsLoadedToo) {
+TEST_F(LoadsTest, AFailedPageIsReportedAsLoadedToo) {
+    script().pages["http://bad/"].error = -105;
+    start();
+    screen s(page("http://good/"));
+    show(s);
+    s->LoadUrl("http://bad/");
+    settle();
+    EXPECT_EQ(s.seen.events,
+              (strings{"loaded http://good/", "failed http://bad/: ", "loaded http://bad/"}));
+    EXPECT_EQ(last_loaded(s), "http://bad/");
+}
+
+TEST_F(LoadsTest, AFailedPageIsNotReportedAsLoadedToAHostThatMinds) {
     script().pages["http://bad/"].error = -105;
     script().pages["http://bad/"].error_text = "ERR_NAME_NOT_RESOLVED";
     start();
-    screen s(page("http://good/"));
+    zRecord settings = page("http://good/");
+    settings.SetBool("web_tell_every_load", true);
+    screen s(settings);
     show(s);
     s->LoadUrl("http://bad/");
     settle();

@@ -11,7 +11,8 @@ namespace {
 
 using phase = load_phase;
 
-constexpr load_policy k_keeps{false, true};
+constexpr load_policy k_keeps{false, true, false};
+constexpr load_policy k_tells{false, false, true};
 
 // One letter for one event, at http://a/ where it needs a URL: A asked, S asked at the start,
 // s stirs, B begins, E ends, F fails, x aborted and given up, L lost, C closed, N starts over.
@@ -110,7 +111,7 @@ TEST(PageLoads, WithoutASettingALostPageAndAHeldPictureAreUnknown) {
 }
 
 TEST(PageLoads, AReportingHostGetsEveryPicture) {
-    page_loads loads({true, false});
+    page_loads loads({true, false, false});
     play(loads, "AsBEL");
     EXPECT_TRUE(loads.is_lost());
     EXPECT_FALSE(loads.holds_picture());
@@ -118,11 +119,14 @@ TEST(PageLoads, AReportingHostGetsEveryPicture) {
 
 // --- what has loaded
 
-TEST(PageLoads, WhatTheBrowserShowsInThePlaceOfAFailedPageHasNotLoaded) {
-    page_loads loads;
-    loads.fail("http://bad/", "ERR");
-    EXPECT_FALSE(loads.end("http://bad/"));
-    EXPECT_TRUE(loads.end("http://other/"));
+TEST(PageLoads, WhatTheBrowserShowsInThePlaceOfAFailedPageIsToldAsLoadedUnlessTheHostMinds) {
+    for (const bool tells : {false, true}) {
+        page_loads loads(tells ? k_tells : load_policy{});
+        loads.fail("http://bad/", "ERR");
+        EXPECT_EQ(loads.end("http://bad/"), !tells);
+        EXPECT_EQ(loads.phase(), phase::failed) << "whatever is told";
+        EXPECT_TRUE(loads.end("http://other/"));
+    }
 }
 
 TEST(PageLoads, APageThatComesAfterItsFailureHasLoaded) {
@@ -146,7 +150,7 @@ TEST(PageLoads, ThePageThatEndsWhileAnotherIsAskedForLeavesThatOneAsked) {
 // --- what the browser ignores
 
 TEST(PageLoads, OnlyWhatTheBrowserTookNoNoticeOfIsIgnored) {
-    page_loads loads;
+    page_loads loads(k_tells);
     const unsigned ticket = loads.ask("http://");
     EXPECT_FALSE(loads.is_ignored(ticket, true)) << "it is loading";
     EXPECT_TRUE(loads.is_ignored(ticket, false));
@@ -154,8 +158,14 @@ TEST(PageLoads, OnlyWhatTheBrowserTookNoNoticeOfIsIgnored) {
     EXPECT_FALSE(loads.is_ignored(ticket, false)) << "said once";
 }
 
-TEST(PageLoads, WhatStirredOrWasReplacedIsNotIgnored) {
+TEST(PageLoads, NothingIsSaidOfAnIgnoredUrlUnlessTheHostMinds) {
     page_loads loads;
+    EXPECT_FALSE(loads.is_ignored(loads.ask("http://"), false));
+    EXPECT_EQ(loads.phase(), phase::asked);
+}
+
+TEST(PageLoads, WhatStirredOrWasReplacedIsNotIgnored) {
+    page_loads loads(k_tells);
     const unsigned first = loads.ask("http://a/");
     const unsigned second = loads.ask("http://b/");
     EXPECT_FALSE(loads.is_ignored(first, false));

@@ -104,6 +104,7 @@ struct cWebDisplayPageStatus {
     zString asked;              // what was given to the browser and has not begun; empty if nothing
     zString error;              // why the last page that failed did; empty if none has
     std::uint32_t waiting = 0;  // URLs in the queue, not given to the browser yet
+    std::uint64_t droppedCalls = 0;  // of hostApp.execute: see "web_max_waiting_calls"
 };
 
 // A web page and its queue of URLs, whatever engine shows it. Shared by reference count: the maker
@@ -130,6 +131,9 @@ struct cWebDisplayPageStatus {
 //                              frame until the next page has something to show (default: it gets
 //                              what the browser shows then, a page of the browser's own). Where
 //                              there was no picture yet it gets one of the background
+//   "web_max_waiting_calls"    calls of hostApp.execute that may wait for the host; further ones
+//                              are dropped and counted, also beyond 16 MiB (default, 0: no bound,
+//                              and a page that calls in a loop fills the host's memory)
 class PENNYWORT_API cWebDisplayBrowser : public zRefCount, public cBrowserVideoRendererInterface {
 public:
     // `frameRate` in frames a second; the engine takes the whole part, and 30 for one below 1.

@@ -14,6 +14,7 @@
 #include "webdisplay/live_browsers.h"
 #include "webdisplay/message_pump.h"
 #include "webdisplay/native_window.h"
+#include "webdisplay/page_calls.h"
 
 namespace pennywort::webdisplay {
 
@@ -27,6 +28,14 @@ constexpr int k_smallest_side = 5;
 constexpr cef_color_t k_windowed_background = 0xCC27282B;
 constexpr cef_color_t k_transparent = 0x00000000;
 constexpr cef_color_t k_opaque_black = 0xFF000000;
+
+// For the page's process; empty where its calls are not bounded.
+cef::ref<cef_dictionary_value_t> bound_of(std::int32_t waiting_calls) {
+    if (waiting_calls <= 0) return {};
+    cef::ref<cef_dictionary_value_t> bound(cef::api().cef_dictionary_value_create());
+    if (bound) bound->set_int(bound.get(), cef::utf16(k_max_calls_key).get(), waiting_calls);
+    return bound;
+}
 
 // The whole part of a rate that may be anything a host computed.
 int whole_frames(double rate) {
@@ -156,10 +165,11 @@ bool display_engine::start_browser(webdisplay_browser_client& client,
         settings.background_color = k_windowed_background;
     }
     const cef::utf16 url(start_url);
+    cef::ref<cef_dictionary_value_t> bound = bound_of(m_display.m_state->max_waiting_calls);
     live_browsers::expect();
     const bool is_started =
         cef::api().cef_browser_host_create_browser(&window, client.counted_client(), url.get(),
-                                                   &settings, nullptr, nullptr) != 0;
+                                                   &settings, bound.release(), nullptr) != 0;
     if (!is_started) live_browsers::expect_no_more();
     return is_started;
 }

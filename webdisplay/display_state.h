@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -21,6 +22,8 @@ struct display_state {
     tick_ledger ticks;
     bool is_on_host_clock = false;
     bool refuses_downloads = false;
+    std::int32_t max_waiting_calls = 0;
+    std::atomic<std::uint64_t> dropped_calls{0};
     // Whether anybody is to be asked about requests. The runtime asks on its IO thread, which must
     // not wait for a lock that is held while the host's code runs.
     const std::shared_ptr<std::atomic<bool>> has_page_receiver =

@@ -132,6 +132,7 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_css_override = settings.AsString("web_override_css", {});
     m_state->is_on_host_clock = settings.AsBool("web_host_clock", false);
     m_state->refuses_downloads = settings.AsBool("web_refuse_downloads", false);
+    m_state->max_waiting_calls = settings.AsInt32("web_max_waiting_calls", 0);
 }
 
 cWebDisplayBrowser::~cWebDisplayBrowser() {
@@ -334,6 +335,7 @@ void cWebDisplayBrowser::GetPageStatus(cWebDisplayPageStatus& out) const {
             out.asked = loads.asked_url();
             out.error = loads.error();
         }
+        out.droppedCalls = m_state->dropped_calls;
         const std::lock_guard<std::mutex> guard(m_state->url_lock);
         out.waiting = static_cast<std::uint32_t>(m_url_queue.size());
     });

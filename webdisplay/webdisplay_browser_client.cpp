@@ -527,7 +527,8 @@ bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser,
 bool webdisplay_browser_client::note_dropped_calls(cef_process_message_t* message) {
     const cef::ref<cef_list_value_t> arguments(message->get_argument_list(message));
     const int calls = arguments ? arguments->get_int(arguments.get(), 0) : 0;
-    if (calls > 0) m_dropped_calls += static_cast<std::uint64_t>(calls);
+    const owner_use owner(*this);
+    if (owner && calls > 0) owner->m_state->dropped_calls += static_cast<std::uint64_t>(calls);
     return true;
 }
 

@@ -41,8 +41,6 @@ public:
 
     // From now on the runtime's callbacks count.
     void set_alive();
-    // Calls of the page that were dropped, where the number of those that wait is bounded.
-    std::uint64_t dropped_calls() const { return m_dropped_calls; }
     // Forgets the owner; waits for a callback in progress on another thread. Any thread.
     void detach();
     // Closes the windows that the page opened. UI thread.
@@ -121,7 +119,6 @@ private:
                           const std::string& argument);
 
     page_calls m_page_calls;
-    std::atomic<std::uint64_t> m_dropped_calls{0};
     zAtomic m_alive;
     cWebDisplayCEFBrowser* m_owner;
     std::recursive_mutex m_owner_lock;

@@ -78,6 +78,28 @@ TEST_F(BridgeTest, APageThatDoesNotAskIsToldNothing) {
     EXPECT_TRUE(fake().sent().empty());
 }
 
+TEST_F(BridgeTest, WhatAPageDropsIsCounted) {
+    EXPECT_TRUE(send("dropped", {3}));
+    EXPECT_TRUE(send("dropped", {4}));
+    for (const fake_cef_value& odd : {fake_cef_value{-1}, fake_cef_value{u"5"s}}) {
+        EXPECT_TRUE(send("dropped", {odd}));
+    }
+    EXPECT_TRUE(send("dropped", {}));
+    cWebDisplayPageStatus status;
+    m_screen->GetPageStatus(status);
+    EXPECT_EQ(status.droppedCalls, 7u);
+}
+
+TEST_F(BridgeTest, TheBoundReachesTheBrowserOnlyWhereItIsAskedFor) {
+    EXPECT_EQ(fake().browser(1).max_waiting_calls, 0);
+    zRecord settings = page("http://b/");
+    settings.SetInt32("web_max_waiting_calls", 250);
+    screen bounded(settings);
+    show(bounded);
+    EXPECT_EQ(fake().browser(2).max_waiting_calls, 250);
+    bounded.release();
+}
+
 // --- what is no message for the host
 
 TEST_F(BridgeTest, OtherMessagesAreLeftToTheRuntime) {

@@ -68,6 +68,9 @@ inline constexpr std::int32_t k_send_timeout_ms = 5000;
 
 // --- Pages: their calls of the host
 
+// Calls of a page that may wait for the host program; the rest is dropped and counted.
+inline constexpr std::int32_t k_max_waiting_page_calls = 1000;
+
 // Bytes of a page's calls that wait for a host which has bounded their number, calls that such a
 // page has made in vain before the host hears of them, and calls that are done before the page
 // does.

@@ -36,6 +36,7 @@ cHttpServerSettings settings_of(const live_options& options) {
     settings.maxRequestBytes = k_max_control_request_bytes;
     settings.idleTimeoutMs = k_idle_ms;
     settings.isStrict = true;
+    settings.dropUntrustedWhenFull = true;
     return settings;
 }
 
@@ -72,7 +73,7 @@ int fail(const console& out, const std::string& text) {
 void tell_address(const console& out, const std::string& address) {
     // On a terminal it is written at once, and only the first of the two finds out.
     const bool written = std::fprintf(out.output(), "%s\n", address.c_str()) >= 0;
-    if (std::fflush(out.output()) == 0 && written) return;
+    if (std::fflush(out.output()) == 0 && written && out.has_output()) return;
     std::fprintf(out.errors(),
                  "pennywort: standard output takes nothing; the control page is at %s\n",
                  address.c_str());
@@ -117,13 +118,13 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     live_control control(display, pictures, {options.urls.begin() + 1, options.urls.end()});
     const trace_tap traces(control, out, options.verbose);
     if (!display.open(control)) return fail(out, "the display cannot be opened");
-    display.tell_status();
+    display.look_after();
     const std::string token = is_loopback(options.listen) ? std::string() : random_token();
     server->begin(control, token);
     tell_address(out, address_of(options, server->port(), token));
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
-        display.tell_status();
+        display.look_after();
     }
     server.reset();
     display.close();

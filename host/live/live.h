@@ -22,7 +22,7 @@ struct live_options {
     bool verbose = false;
 };
 
-// Runs until Ctrl-C, on the calling thread, which becomes the display thread. Answers the exit
+// Runs until Ctrl-C, on the calling thread, which becomes the display thread. Returns the exit
 // status; what went wrong has been told in one line on the console by then. Once in a process.
 int live(const live_options& options, const console& out);
 

@@ -2,7 +2,10 @@
 'use strict';
 
 const $ = id => document.getElementById(id);
+
+// The server has set a cookie in its place, for reloads and other tabs; here it serves a browser that takes none.
 const token = new URLSearchParams(location.search).get('token');
+if (token) history.replaceState(null, '', location.pathname);
 const headers = token ? {Authorization: 'Bearer ' + token} : {};
 const sleep = ms => new Promise(wake => setTimeout(wake, ms));
 const longestLog = 500;
@@ -51,6 +54,8 @@ async function repeat(step, pause) {
       await sleep(await step() || pause);
     } catch (problem) {
       say('no answer: ' + problem.message, true);
+      $('phase').textContent = 'Unknown';
+      $('phase').className = 'badge unknown';
       await sleep(1000);
     }
   }
@@ -87,6 +92,7 @@ function showQueue(queue) {
   const list = $('queue');
   const text = JSON.stringify(queue);
   if (list.dataset.shown === text) return;
+  $('queue-empty').hidden = queue.length > 0;
   const shownBefore = JSON.parse(list.dataset.shown || '[]');
   list.dataset.shown = text;
   const focused = [...list.querySelectorAll('button')].indexOf(document.activeElement);
@@ -147,10 +153,61 @@ function plot() {
   });
 }
 
+const phases = {
+  starting: 'Starting', on_air: 'On air', loading: 'Loading', failed: 'Failed', lost: 'Lost', reloading: 'Loading again', closed: 'Closed',
+};
+
+// An address may be a page itself.
+const short = url => url.length > 120 ? url.slice(0, 117) + '...' : url;
+const time = ms => ms < 90000 ? Math.round(ms / 1000) + ' s' : Math.round(ms / 60000) + ' min';
+const stays = state => state.url ? 'The last picture of ' + short(state.url) + ' stays on air.' : 'Nothing is on air yet.';
+
+// What the operator has to know beyond that all is well.
+const sentences = {
+  starting: state => [short(state.wanted) + ' is on its way.', 'Nothing is on air yet.'],
+  on_air: () => [],
+  loading: state => [(state.wanted ? short(state.wanted) : 'Another page') + ' is on its way.',
+    short(state.url) + ' stays on air until it comes.'],
+  failed: state => [short(state.wanted) + ' could not be loaded: ' + state.error + '.', stays(state)],
+  lost: state => [short(state.wanted) + ' is lost: ' + state.error + '.', stays(state)],
+  reloading: state => [short(state.wanted) + ' is loaded again: ' + state.error + '.', stays(state)],
+  closed: state => ['The page has closed itself.', stays(state) + ' Show another page.'],
+};
+
+function tell(state) {
+  const said = sentences[state.phase](state);
+  if (state.silent) said.push('The page does not answer: it hangs, or has taken window.hostApp away. Its picture may stand still. Show it anew, or another one.');
+  if (!state.visible) said.push('The page is hidden, and paints nothing.');
+  if (state.reloads > 0) said.push('Pages whose process ended were loaded again ' + state.reloads + ' times since the start.');
+  if (state.dropped_calls > 0) said.push(state.dropped_calls + ' calls of hostApp.execute were dropped: a page may have 1000 that are not done with.');
+  const box = $('told');
+  box.className = state.silent || ['failed', 'lost', 'closed'].includes(state.phase) ? 'bad' : '';
+  if (box.dataset.said === said.join('\n')) return;
+  box.dataset.said = said.join('\n');
+  box.replaceChildren(...said.map(text => {
+    const line = document.createElement('p');
+    line.textContent = text;
+    return line;
+  }));
+}
+
+let again = '';
+
+function showPhase(state) {
+  const silent = state.silent && state.phase === 'on_air';
+  $('phase').textContent = silent ? 'No answer' : phases[state.phase];
+  $('phase').className = 'badge ' + (silent ? 'silent' : state.phase);
+  $('page-url').textContent = state.url;
+  $('since').textContent = 'for ' + time(state.since_ms);
+  again = silent ? state.url : state.wanted || state.url;
+  $('again').hidden = !again || !(silent || ['failed', 'lost', 'closed'].includes(state.phase));
+  tell(state);
+}
+
 async function showState() {
   const state = await get('state');
   $('size-now').textContent = state.width + ' x ' + state.height;
-  $('page-url').textContent = (state.loading ? 'loading · ' : '') + state.url;
+  showPhase(state);
   $('painted').textContent = state.painted;
   $('dropped').textContent = state.dropped;
   if (document.activeElement !== $('visible')) $('visible').checked = state.visible;
@@ -212,6 +269,7 @@ async function addUrl(now) {
 onCommand('load-form', 'submit', () => addUrl(true));
 onCommand('enqueue', 'click', () => addUrl(false));
 onCommand('next', 'click', () => post('next', {}));
+onCommand('again', 'click', () => post('load', {url: again}));
 onCommand('repaint', 'click', () => post('repaint', {}));
 onCommand('visible', 'change', () => post('visibility', {visible: $('visible').checked}));
 onCommand('size-form', 'submit', () => post('size', {width: numberOf('width'), height: numberOf('height')}));

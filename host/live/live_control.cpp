@@ -46,9 +46,11 @@ std::optional<long> side(const json_object& body, const char* name) {
 
 }  // namespace
 
-live_control::live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue)
+live_control::live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue,
+                           const run::monotonic_clock& clock)
     : m_port(port),
       m_pictures(pictures),
+      m_clock(clock),
       m_events(k_max_log_lines, k_max_log_line),
       m_traces(k_max_log_lines, k_max_log_line),
       m_queue(queue.begin(), queue.end()) {}
@@ -71,8 +73,8 @@ live_control::command live_control::command_of(std::string_view path) {
 live_answer live_control::answer(const live_request& request) {
     const command run = command_of(request.path);
     const bool is_post = request.method == live_request::verb::post;
-    if (run && !is_post) return refused(405, request.path + " wants POST");
-    if (run) return post(request, run);
+    if (run != nullptr && !is_post) return refused(405, request.path + " wants POST");
+    if (run != nullptr) return post(request, run);
     const auto found = get(request);
     return is_post && found.status != 404 ? refused(405, request.path + " wants GET") : found;
 }
@@ -100,6 +102,10 @@ std::size_t live_control::queue_bytes() const {
     return bytes;
 }
 
+std::int64_t live_control::milliseconds_since(run::monotonic_clock::time then) const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(m_clock.now() - then).count();
+}
+
 live_answer live_control::state() const {
     const auto counts = m_pictures.counts();
     const std::lock_guard hold(m_lock);
@@ -111,6 +117,13 @@ live_answer live_control::state() const {
                       {"painted", counts.painted},
                       {"shown", counts.encoded},
                       {"dropped", counts.dropped},
+                      {"phase", name_of(m_status.phase)},
+                      {"since_ms", milliseconds_since(m_status.since)},
+                      {"wanted", m_status.wanted},
+                      {"error", m_status.error},
+                      {"silent", m_status.silent},
+                      {"reloads", m_status.reloads},
+                      {"dropped_calls", m_status.dropped_calls},
                       {"queue", m_queue}});
 }
 
@@ -129,7 +142,7 @@ live_answer live_control::result(std::uint64_t id) const {
     if (found == m_scripts.end()) return refused(404, "there is no script of that id");
     const auto& script = found->second;
     if (script.kind.empty()) {
-        const bool lost = clock::now() - script.asked > k_max_script_wait;
+        const bool lost = m_clock.now() - script.asked > k_max_script_wait;
         return with(200, {{"id", id}, {"state", lost ? "lost" : "waiting"}});
     }
     return with(200, {{"id", id}, {"state", script.kind}, {"result", script.result}});
@@ -137,14 +150,14 @@ live_answer live_control::result(std::uint64_t id) const {
 
 live_answer live_control::load(const json_object& body) {
     const auto* text = body.text("url");
-    if (!text) return refused(400, "\"url\" is missing or no text");
+    if (text == nullptr) return refused(400, "\"url\" is missing or no text");
     std::string reason;
     const auto url = page_address(*text, reason);
     if (!url) return refused(400, reason);
     const auto* now = body.truth("now");
-    // Taken for true, what was meant for later would be on air.
-    if (!now && body.has("now")) return refused(400, "\"now\" has to be true or false");
-    if (!now || *now) {
+    // Any other value would put a page on air that was meant for later.
+    if (now == nullptr && body.has("now")) return refused(400, "\"now\" has to be true or false");
+    if (now == nullptr || *now) {
         m_port.load(*url);
         return done();
     }
@@ -191,7 +204,7 @@ live_answer live_control::resize(const json_object& body) {
 
 live_answer live_control::set_visible(const json_object& body) {
     const auto* visible = body.truth("visible");
-    if (!visible) return refused(400, "\"visible\" has to be true or false");
+    if (visible == nullptr) return refused(400, "\"visible\" has to be true or false");
     m_port.set_visible(*visible);
     return done();
 }
@@ -203,12 +216,13 @@ live_answer live_control::repaint(const json_object&) {
 
 live_answer live_control::script(const json_object& body) {
     const auto* text = body.text("script");
-    if (!text || text->empty()) return refused(400, "\"script\" is missing, empty or no text");
+    if (text == nullptr || text->empty())
+        return refused(400, "\"script\" is missing, empty or no text");
     std::uint64_t id = 0;
     {
         const std::lock_guard hold(m_lock);
         id = ++m_last_script;
-        m_scripts[id].asked = clock::now();
+        m_scripts[id].asked = m_clock.now();
         if (m_scripts.size() > k_max_kept_scripts) m_scripts.erase(m_scripts.begin());
     }
     m_port.run_script(id, *text);

@@ -2,7 +2,6 @@
 // It knows neither sockets nor the browser.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -13,9 +12,11 @@
 #include <string_view>
 #include <vector>
 
+#include "core/run/clock.h"
 #include "host/app/json.h"
 #include "host/live/live_log.h"
 #include "host/live/live_picture.h"
+#include "host/live/live_state.h"
 
 namespace pennywort::host {
 
@@ -39,11 +40,18 @@ public:
 
 // The display as its own thread saw it last.
 struct live_status {
-    std::string url;  // the page that has loaded last
+    std::string url;  // the page on air
     bool loading = false;
     bool visible = true;
     long width = 0;
     long height = 0;
+    live_phase phase = live_phase::starting;
+    std::string wanted;  // the page that is on its way or has failed, if that is another one
+    std::string error;
+    run::monotonic_clock::time since{};  // the phase
+    bool silent = false;                 // the page does not answer
+    std::uint64_t reloads = 0;
+    std::uint64_t dropped_calls = 0;
 };
 
 struct live_request {
@@ -59,13 +67,15 @@ struct live_answer {
     std::string type = "application/json";
     std::shared_ptr<const std::string> body;
     std::uint64_t picture = 0;  // the number of the picture that the body is, if it is one
+    std::string cookie;         // to be set, unless it is empty
 };
 
 // Any thread, except where it says otherwise.
 class live_control {
 public:
-    // `queue` is to be shown page by page. Port and pictures must outlive this.
-    live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue);
+    // `queue` is to be shown page by page. Port, pictures and clock must outlive this.
+    live_control(live_port& port, live_pictures& pictures, std::vector<std::string> queue,
+                 const run::monotonic_clock& clock = run::monotonic_clock::system());
 
     live_answer answer(const live_request& request);
 
@@ -75,9 +85,8 @@ public:
     live_log& traces() { return m_traces; }
 
 private:
-    using clock = std::chrono::steady_clock;
     struct script_state {
-        clock::time_point asked;
+        run::monotonic_clock::time asked;
         std::string kind;  // empty as long as nothing has come
         std::string result;
     };
@@ -100,9 +109,11 @@ private:
 
     static command command_of(std::string_view path);
     std::size_t queue_bytes() const;
+    std::int64_t milliseconds_since(run::monotonic_clock::time then) const;
 
     live_port& m_port;
     live_pictures& m_pictures;
+    const run::monotonic_clock& m_clock;
     live_log m_events;
     live_log m_traces;
     mutable std::mutex m_lock;

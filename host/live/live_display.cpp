@@ -13,8 +13,11 @@ namespace pennywort::host {
 
 namespace {
 
-// How often is looked whether there is still a page.
+// Whether the page is still there is asked so often.
 constexpr std::chrono::milliseconds k_look{500};
+
+// A probe that is not answered is given up after so long, in milliseconds.
+constexpr unsigned long k_probe_timeout = 10'000;
 
 std::string text_of(const zString& text) { return std::string(text.View()); }
 
@@ -27,18 +30,40 @@ zRecord settings_of(const live_options& options) {
     settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_report_lost_page", true);
     settings.SetBool("web_tell_every_load", true);
+    settings.SetBool("web_keep_last_picture", true);
+    settings.SetInt32("web_max_waiting_calls", k_max_waiting_page_calls);
     return settings;
+}
+
+live_sight::page page_of(cWebDisplayPagePhase phase) {
+    switch (phase) {
+        case cWebDisplayPagePhase::Asked:
+            return live_sight::page::asked;
+        case cWebDisplayPagePhase::Loading:
+            return live_sight::page::loading;
+        case cWebDisplayPagePhase::Failed:
+            return live_sight::page::failed;
+        case cWebDisplayPagePhase::Lost:
+            return live_sight::page::lost;
+        case cWebDisplayPagePhase::Loaded:
+            return live_sight::page::loaded;
+        default:
+            return live_sight::page::none;
+    }
 }
 
 }  // namespace
 
-live_display::live_display(const live_options& options, live_pictures& pictures)
+live_display::live_display(const live_options& options, live_pictures& pictures,
+                           const run::monotonic_clock& clock)
     : m_loop(zMessageLoop::Current()),
       m_self(std::make_shared<live_display*>(this)),
       m_pictures(pictures),
       m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
-                                                            options.frames_per_second)) {
-    if (!m_browser) throw std::bad_alloc();
+                                                            options.frames_per_second)),
+      m_clock(clock),
+      m_state(options.urls.front(), clock.now()) {
+    if (m_browser == nullptr) throw std::bad_alloc();
 }
 
 live_display::~live_display() {
@@ -51,7 +76,7 @@ bool live_display::open(live_control& control) {
     m_browser->SetVideoRenderer(this);
     m_browser->SetPageCallbackReceiver(this);
     m_browser->SetJavascriptCallbackReceiver(this);
-    return reopen();
+    return m_browser->Open();
 }
 
 void live_display::close() {
@@ -62,46 +87,101 @@ void live_display::close() {
     m_browser->Close();
 }
 
-// Only a script finds out.
-bool live_display::has_page() {
-    return m_browser->ExecuteJavascript(zString(), 0, std::function<void(std::string)>()) == 0;
+void live_display::look_after() {
+    look_for_page();
+    see();
+    carry_out(m_state.next(m_clock.now()));
+    release_picture();
+    tell_silence(m_state.is_silent(m_clock.now()));
+    tell_status();
 }
 
-// Every page may close itself, and the display would stay shut for all that come after it. One that
-// does so at once may have gone before it was ever seen.
-void live_display::look_after_page() {
-    const auto now = clock::now();
+// The display itself does not tell that its page has gone, but it takes no script then.
+void live_display::look_for_page() {
+    const auto now = m_clock.now();
     if (now - m_looked < k_look) return;
     m_looked = now;
-    if (has_page()) return page_seen();
-    if (!m_has_page && now - m_opened < k_max_page_opening) return;
-    zString url;
-    m_browser->GetUrlForLastPageLoaded(url);
-    m_control->events().add("failed", m_has_page ? text_of(url) + ": the page has closed itself"
-                                                 : "there is no page: the display is opened anew");
-    m_browser->Close();
-    reopen();
-}
-
-void live_display::page_seen() {
-    // Said while there was no page, it reached none.
+    if (m_browser->ExecuteJavascript(zString(), 0, std::function<void(std::string)>()) != 0) {
+        m_state.page_is_missing(now);
+        return;
+    }
+    // A display without a page is told in vain that it is hidden.
     if (!m_has_page && !m_visible) m_browser->SetVisibility(false);
     m_has_page = true;
+    m_state.page_is_there();
 }
 
-bool live_display::reopen() {
+void live_display::see() {
+    cWebDisplayPageStatus status;
+    m_browser->GetPageStatus(status);
+    m_dropped_calls = status.droppedCalls;
+    if (status.phase == cWebDisplayPagePhase::Closed) m_looked = {};
+    live_sight sight;
+    sight.phase = page_of(status.phase);
+    sight.url = text_of(status.url);
+    if (sight.phase == live_sight::page::failed) sight.failed_url = sight.url;
+    sight.error = text_of(status.error);
+    sight.waiting = status.waiting;
+    m_state.seen(sight, m_clock.now());
+}
+
+void live_display::carry_out(live_state::action what) {
+    switch (what) {
+        case live_state::action::load:
+            m_browser->LoadUrl(m_state.target().c_str());
+            m_control->events().add("again", m_state.target());
+            see();
+            break;
+        case live_state::action::reopen:
+            reopen();
+            break;
+        case live_state::action::probe:
+            probe();
+            break;
+        case live_state::action::none:
+            break;
+    }
+}
+
+void live_display::reopen() {
     m_has_page = false;
-    m_opened = clock::now();
-    return m_browser->Open();
+    m_control->events().add("failed", m_state.on_air() + ": " + m_state.error());
+    m_browser->Close();
+    m_browser->Open();
+}
+
+// A page that hangs never comes to return it.
+void live_display::probe() {
+    m_browser->ExecuteJavascript(zString("return ''"), k_probe_timeout,
+                                 [self = m_self](const std::string&) {
+                                     if (*self != nullptr) (*self)->m_state.answered();
+                                 });
+}
+
+// A page at rest would not paint again what was held back.
+void live_display::release_picture() {
+    const bool was_held = std::exchange(m_held_picture, m_state.holds_picture());
+    if (was_held && !m_held_picture) m_browser->Repaint();
+}
+
+void live_display::tell_silence(bool is_silent) {
+    if (is_silent == std::exchange(m_is_silent, is_silent)) return;
+    m_control->events().add(is_silent ? "failed" : "page",
+                            m_state.on_air() + (is_silent ? ": the page does not answer"
+                                                          : ": the page answers again or is left"));
 }
 
 void live_display::tell_status() {
-    look_after_page();
     live_status status;
-    zString url;
-    m_browser->GetUrlForLastPageLoaded(url);
-    status.url = text_of(url);
+    status.url = m_state.on_air();
+    status.phase = m_state.phase();
     status.loading = m_browser->IsLoading();
+    status.wanted = m_state.wanted();
+    status.error = m_state.error();
+    status.since = m_state.since();
+    status.silent = m_is_silent;
+    status.reloads = m_state.reloads();
+    status.dropped_calls = m_dropped_calls;
     status.visible = m_visible;
     m_browser->GetSize(status.width, status.height);
     m_control->set_status(status);
@@ -109,12 +189,20 @@ void live_display::tell_status() {
 
 void live_display::post(work todo) {
     m_loop->Post([self = m_self, todo = std::move(todo)] {
-        if (*self) todo(**self);
+        if (*self != nullptr) todo(**self);
     });
 }
 
 void live_display::load(const std::string& url) {
-    post([url](live_display& display) { display.m_browser->LoadUrl(url.c_str()); });
+    post([url](live_display& display) { display.load_now(url); });
+}
+
+// The display gives the page to its browser, or keeps it until the one before has loaded; from here
+// on one of both can be seen.
+void live_display::load_now(const std::string& url) {
+    m_browser->LoadUrl(url.c_str());
+    m_state.asked(url, m_clock.now());
+    see();
 }
 
 void live_display::resize(long width, long height) {
@@ -144,13 +232,13 @@ void live_display::run_now(std::uint64_t id, const std::string& script) {
     const auto send = [self = m_self](const std::string& body, auto returned) {
         constexpr unsigned long k_forgotten_after = 60'000;
         const auto if_open = [self, returned](const std::string& text) {
-            if (*self) returned(text);
+            if (*self != nullptr) returned(text);
         };
-        return *self && (*self)->m_browser->ExecuteJavascript(zString(body), k_forgotten_after,
-                                                              if_open) == 0;
+        return *self != nullptr && (*self)->m_browser->ExecuteJavascript(
+                                       zString(body), k_forgotten_after, if_open) == 0;
     };
     run_live_script(script, send, [id, self = m_self](const auto& kind, const auto& result) {
-        if (*self) (*self)->m_control->script_ended(id, kind, result);
+        if (*self != nullptr) (*self)->m_control->script_ended(id, kind, result);
     });
 }
 
@@ -158,15 +246,16 @@ void live_display::GetSize(long& width, long& height) const { m_browser->GetSize
 
 // An open select list is painted apart from its page, without a place; it is left out.
 void live_display::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
-    if (!isPopup) m_pictures.painted(pixels, width, height);
+    if (!isPopup && !m_state.holds_picture()) m_pictures.painted(pixels, width, height);
 }
 
 void live_display::PageLoadFailed(const zString& url, const zString& error) {
+    see();
     m_control->events().add("failed", text_of(url) + ": " + text_of(error));
 }
 
 void live_display::PageLoaded(const zString& url) {
-    page_seen();
+    see();
     m_control->events().add("loaded", text_of(url));
 }
 

@@ -2,15 +2,16 @@
 // the display thread, and tells what becomes of them.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "core/run/clock.h"
 #include "host/live/live.h"
 #include "host/live/live_control.h"
 #include "host/live/live_picture.h"
+#include "host/live/live_state.h"
 #include "loam/message_loop.h"
 #include "webdisplay.h"
 
@@ -23,7 +24,8 @@ class live_display : public live_port,
                      private cBrowserPageCallbackHandler,
                      private cBrowserJavascriptCallbackHandler {
 public:
-    live_display(const live_options& options, live_pictures& pictures);
+    live_display(const live_options& options, live_pictures& pictures,
+                 const run::monotonic_clock& clock = run::monotonic_clock::system());
     ~live_display() override;
 
     // `control` hears of everything from now on. False if the display cannot be opened.
@@ -31,7 +33,7 @@ public:
     // Nothing that was asked for is carried out afterwards.
     void close();
     // Looks after the page, and tells the control how the display stands. From time to time.
-    void tell_status();
+    void look_after();
 
     void load(const std::string& url) override;
     void resize(long width, long height) override;
@@ -42,13 +44,17 @@ public:
 
 private:
     using work = std::function<void(live_display&)>;
-    using clock = std::chrono::steady_clock;
 
     void post(work todo);
-    bool has_page();
-    void look_after_page();
-    void page_seen();
-    bool reopen();
+    void look_for_page();
+    void see();
+    void carry_out(live_state::action what);
+    void tell_silence(bool is_silent);
+    void release_picture();
+    void tell_status();
+    void load_now(const std::string& url);
+    void reopen();
+    void probe();
     void run_now(std::uint64_t id, const std::string& script);
     void GetSize(long& width, long& height) const override;
     void BrowserPainted(const void* pixels, long width, long height, bool isPopup) override;
@@ -62,10 +68,14 @@ private:
     live_pictures& m_pictures;
     live_control* m_control = nullptr;
     cWebDisplayBrowser* m_browser;
+    const run::monotonic_clock& m_clock;
+    live_state m_state;
     bool m_visible = true;
     bool m_has_page = false;
-    clock::time_point m_looked;
-    clock::time_point m_opened;
+    bool m_is_silent = false;
+    bool m_held_picture = false;
+    std::uint64_t m_dropped_calls = 0;
+    run::monotonic_clock::time m_looked{};
 };
 
 }  // namespace pennywort::host

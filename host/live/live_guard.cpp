@@ -12,17 +12,25 @@ namespace pennywort::host {
 namespace {
 
 // Of a header that stands twice both values count, and together they match nothing.
-std::string header(std::string_view head, std::string_view name) {
+std::string header(const cHttpRequest& request, std::string_view name) {
     std::string value;
-    while (!head.empty()) {
-        const auto line = head.substr(0, head.find("\r\n"));
-        head.remove_prefix(std::min(head.size(), line.size() + 2));
-        const auto colon = line.find(':');
-        if (colon == std::string_view::npos || text::lower(line.substr(0, colon)) != name) continue;
-        value += (value.empty() ? "" : ",") +
-                 std::string(text::trimmed(line.substr(colon + 1), text::k_blank));
+    for (std::int32_t i = 0; i < request.HeaderCount(); ++i) {
+        if (!text::equal_ignoring_case(request.HeaderName(i), name)) continue;
+        value += (value.empty() ? "" : ",") + std::string(request.HeaderValue(i));
     }
     return value;
+}
+
+// The value of the first cookie of that name; empty if there is none.
+std::string_view cookie_of(std::string_view cookies, std::string_view name) {
+    while (!cookies.empty()) {
+        const auto part = cookies.substr(0, cookies.find(';'));
+        cookies.remove_prefix(std::min(cookies.size(), part.size() + 1));
+        const auto cookie = text::trimmed(part, text::k_blank);
+        const auto sign = cookie.find('=');
+        if (sign != cookie.npos && cookie.substr(0, sign) == name) return cookie.substr(sign + 1);
+    }
+    return {};
 }
 
 // Takes as long for a token that is nearly right as for one that is not.
@@ -37,13 +45,14 @@ bool same(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-live_caller live_caller::of(std::string_view request, std::string_view query) {
-    const auto head = request.substr(0, request.find("\r\n\r\n"));
+live_caller live_caller::of(const cHttpRequest& request) {
     live_caller caller;
-    caller.host = text::lower(header(head, "host"));
-    caller.origin = text::lower(header(head, "origin"));
-    caller.fetch_site = text::lower(header(head, "sec-fetch-site"));
-    caller.authorization = header(head, "authorization");
+    caller.host = text::lower(header(request, "host"));
+    caller.origin = text::lower(header(request, "origin"));
+    caller.fetch_site = text::lower(header(request, "sec-fetch-site"));
+    caller.authorization = header(request, "authorization");
+    caller.cookies = header(request, "cookie");
+    std::string_view query = request.Query().View();
     while (!query.empty()) {
         const auto part = query.substr(0, query.find('&'));
         query.remove_prefix(std::min(query.size(), part.size() + 1));
@@ -53,9 +62,11 @@ live_caller live_caller::of(std::string_view request, std::string_view query) {
 }
 
 live_guard::live_guard(std::int32_t port, std::string token)
-    : m_port(":" + std::to_string(port)), m_token(std::move(token)) {}
+    : m_port(":" + std::to_string(port)),
+      m_cookie("pennywort-" + std::to_string(port)),
+      m_token(std::move(token)) {}
 
-// A foreign name that was made to lead here is the way of a page of that name to read our answers.
+// A page of a foreign name that leads to this machine could read what is returned here.
 bool live_guard::is_own_name(std::string_view host) const {
     const bool has_port =
         host.size() > m_port.size() && host.substr(host.size() - m_port.size()) == m_port;
@@ -67,7 +78,14 @@ bool live_guard::is_own_name(std::string_view host) const {
 }
 
 bool live_guard::has_token(const live_caller& caller) const {
-    return same(caller.query_token, m_token) || same(caller.authorization, "Bearer " + m_token);
+    return same(caller.query_token, m_token) || same(caller.authorization, "Bearer " + m_token) ||
+           same(cookie_of(caller.cookies, m_cookie), m_token);
+}
+
+// Not for scripts of the page, and not sent along by pages of other sites.
+std::string live_guard::cookie_for(const live_caller& caller) const {
+    if (m_token.empty() || !same(caller.query_token, m_token)) return {};
+    return m_cookie + "=" + m_token + "; Path=/; HttpOnly; SameSite=Strict";
 }
 
 int live_guard::refusal(const live_caller& caller) const {

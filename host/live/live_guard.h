@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "httpserver.h"
+
 namespace pennywort::host {
 
 // What the guard looks at. A header that is missing is empty.
@@ -15,9 +17,9 @@ struct live_caller {
     std::string fetch_site;     // Sec-Fetch-Site
     std::string authorization;  // "Bearer " and the token
     std::string query_token;    // the parameter "token" of the address
+    std::string cookies;        // "name=value; name=value"
 
-    // From a whole request; `query` is what follows the "?".
-    static live_caller of(std::string_view request, std::string_view query);
+    static live_caller of(const cHttpRequest& request);
 };
 
 class live_guard {
@@ -28,12 +30,16 @@ public:
     // 0 if the caller may ask, else the status to refuse with: 403 for a foreign page or name, 401
     // without the token.
     int refusal(const live_caller& caller) const;
+    // What the answer to a page that was asked for with the token in its address is to set as a
+    // cookie, so that neither the next page nor a reload needs it there; empty if it was not.
+    std::string cookie_for(const live_caller& caller) const;
 
 private:
     bool is_own_name(std::string_view host) const;
     bool has_token(const live_caller& caller) const;
 
     const std::string m_port;
+    const std::string m_cookie;  // its name; a browser has one set of cookies for all ports
     const std::string m_token;
 };
 

@@ -3,8 +3,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
-#include <string>
 
 #include "host/live/live_control.h"
 #include "host/live/live_guard.h"
@@ -12,43 +10,36 @@
 
 namespace pennywort::host {
 
-// Answers every request of its server. Nothing here waits: an answer goes out as its peer takes it.
+// Responds to every request of its server. Nothing here waits: a response goes out as its peer
+// takes it.
 class live_handler : public cHttpHandler {
 public:
     // `control` must outlive the server.
     live_handler(live_control& control, live_guard guard);
 
-    bool CanHandle(std::int32_t method, const zString& path, const zString& extension,
-                   const zString& query, const char* request) override;
-    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t method,
-                                              const zString& path, const zString& extension,
-                                              const zString& query, const char* body,
-                                              zStatus& status) override;
+    bool CanHandleRequest(const cHttpRequest& request) override;
+    zStatus HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) override;
 
 protected:
     ~live_handler() override = default;
 
 private:
-    live_answer answer(const live_request& request) const;
+    live_answer answer_to(const cHttpRequest& request, const live_caller& caller) const;
 
     live_control& m_control;
     const live_guard m_guard;
-    live_caller m_caller;  // of the request that is handled next: only there its headers are seen
 };
 
-// Answers every request with 503 until the start is over. A page that was left open asks as soon as
-// the port is there again, and without an answer it would wait until the server gives it up.
+// Responds to every request with 503 until the start is over. A page that was left open asks as
+// soon as the port is there again, and without an answer it would wait until the server gives it
+// up.
 class live_start_handler : public cHttpHandler {
 public:
     // The handlers behind this one are asked from now on. From any thread.
     void end() { m_is_over = true; }
 
-    bool CanHandle(std::int32_t method, const zString& path, const zString& extension,
-                   const zString& query, const char* request) override;
-    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t method,
-                                              const zString& path, const zString& extension,
-                                              const zString& query, const char* body,
-                                              zStatus& status) override;
+    bool CanHandleRequest(const cHttpRequest& request) override;
+    zStatus HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) override;
 
 protected:
     ~live_start_handler() override = default;

@@ -19,6 +19,9 @@ constexpr std::chrono::milliseconds k_reload_pause{200};
 // A browser that has not come by then does not come.
 constexpr std::chrono::seconds k_longest_opening{10};
 
+// A page that loads for longer after another has closed itself is shown as far as it has come.
+constexpr std::chrono::seconds k_longest_hold{2};
+
 // How often the page is asked, and from when on a page that does not answer is told as silent.
 constexpr std::chrono::seconds k_probe_interval{1};
 constexpr std::chrono::seconds k_probe_patience{3};
@@ -63,6 +66,7 @@ void live_state::asked(const std::string& url, time_point now) {
     m_reload_wanted = false;
     m_reload_times.clear();
     m_load_when_there = false;
+    m_may_load_again = true;
     m_blind = false;
     m_probed = {};
     m_last_sight = live_sight::page::none;
@@ -72,12 +76,19 @@ void live_state::asked(const std::string& url, time_point now) {
 
 void live_state::seen(const live_sight& sight, time_point now) {
     m_waiting = sight.waiting;
+    // It may have come and gone between two looks.
+    if (sight.url == m_wanted && m_wanted != m_on_air) m_may_load_again = false;
     if (m_blind || m_is_missing) return;
     switch (sight.phase) {
         case live_sight::page::none:
             break;
         case live_sight::page::asked:
+            on_its_way(now);
+            break;
         case live_sight::page::loading:
+            if (m_last_sight != live_sight::page::loading) m_begun = now;
+            if (sight.waiting == 0) m_may_load_again = false;
+            if (now - m_begun >= k_longest_hold) m_holds = false;
             on_its_way(now);
             break;
         case live_sight::page::loaded:
@@ -107,6 +118,8 @@ void live_state::on_its_way(time_point now) {
 
 void live_state::loaded(const live_sight& sight, time_point now) {
     m_on_air = sight.url;
+    m_holds = false;
+    m_page_there = true;
     // The one that was asked for comes after this.
     if (sight.waiting > 0) return enter(live_phase::loading, now);
     m_wanted.clear();
@@ -146,6 +159,7 @@ void live_state::page_is_missing(time_point now) {
     const bool is_coming = !m_page_there && now - m_opened < k_longest_opening;
     if (m_is_missing || is_coming) return;
     m_is_missing = true;
+    m_holds = true;
     m_probed = {};
     m_error = m_page_there ? "the page has closed itself" : "there was no page";
     enter(live_phase::closed, now);
@@ -180,7 +194,10 @@ live_state::action live_state::begin_reopen(time_point now) {
     m_opened = now;
     // The display begins with what waits. What its old browser had been given has gone with that.
     m_blind = m_waiting == 0;
-    m_load_when_there = m_blind && !m_wanted.empty();
+    m_load_when_there = m_blind && !m_wanted.empty() && m_may_load_again;
+    // A page that closes itself each time that it begins is not loaded for ever.
+    m_may_load_again = false;
+    if (m_blind && !m_load_when_there) m_wanted.clear();
     return action::reopen;
 }
 

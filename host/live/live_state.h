@@ -78,8 +78,8 @@ public:
     std::uint64_t reloads() const { return m_reloads; }
     bool is_silent(time_point now) const;
     // The browser that stands in for a page which has closed itself paints an empty page, which
-    // nobody wants on air.
-    bool holds_picture() const { return m_blind; }
+    // nobody wants on air, until another page has loaded there or has taken its time.
+    bool holds_picture() const { return m_holds; }
 
 private:
     void enter(live_phase phase, time_point now);
@@ -110,6 +110,10 @@ private:
     bool m_is_missing = false;
     time_point m_opened;
     bool m_load_when_there = false;
+    bool m_may_load_again =
+        false;  // the page that was asked for has not begun, nor been tried again
+    bool m_holds = false;
+    time_point m_begun{};  // when the page that is loading was seen to; zero if none was
     bool m_blind = false;  // what is seen is the empty page that stands in for a closed one
 
     time_point m_probed{};  // of the probe that has not been answered; zero if there is none

@@ -22,11 +22,15 @@ public:
     console& operator=(const console&) = delete;
 
     std::FILE* output() const { return m_output; }
+    // False if standard output was closed from the start: what is written to output() is lost then,
+    // and nothing fails.
+    bool has_output() const { return m_has_output; }
     std::FILE* errors() const { return m_errors; }
     // The width of the terminal that errors() goes to, in characters; 0 if it goes elsewhere.
     int terminal_columns() const;
 
 private:
+    const bool m_has_output;
     std::FILE* m_output;
     std::FILE* m_errors;
 };

@@ -38,7 +38,9 @@ void give_back(std::FILE* stream, int standard) {
 }  // namespace
 
 console::console(others on_standard_error)
-    : m_output(own_stream(STDOUT_FILENO)), m_errors(own_stream(STDERR_FILENO)) {
+    : m_has_output(::fcntl(STDOUT_FILENO, F_GETFD) >= 0),
+      m_output(own_stream(STDOUT_FILENO)),
+      m_errors(own_stream(STDERR_FILENO)) {
     std::setvbuf(m_errors, nullptr, _IOLBF, BUFSIZ);
     // A write that fails tells so; these would end the process before.
     ::signal(SIGPIPE, SIG_IGN);

@@ -20,6 +20,9 @@ std::FILE* own_stream(int standard) {
     return _fdopen(copy, "wb");
 }
 
+// A program without a console and without redirection has the descriptor, but nothing behind it.
+bool is_open(int standard) { return _get_osfhandle(standard) >= 0; }
+
 void discard(int standard) {
     const int nowhere = _open("NUL", _O_WRONLY | _O_BINARY);
     if (nowhere < 0) return;
@@ -36,7 +39,9 @@ void give_back(std::FILE* stream, int standard) {
 }  // namespace
 
 console::console(others on_standard_error)
-    : m_output(own_stream(k_output)), m_errors(own_stream(k_errors)) {
+    : m_has_output(is_open(k_output)),
+      m_output(own_stream(k_output)),
+      m_errors(own_stream(k_errors)) {
     std::setvbuf(m_errors, nullptr, _IONBF, 0);  // this system knows no line buffering
     discard(k_output);
     if (on_standard_error == others::quiet) discard(k_errors);

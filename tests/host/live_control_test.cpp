@@ -10,6 +10,9 @@
 #include <thread>
 #include <vector>
 
+#include "core/limits.h"
+#include "tests/support/fake_clock.h"
+
 namespace pennywort::host {
 namespace {
 
@@ -45,7 +48,8 @@ protected:
 
     noting_port port;
     live_pictures pictures;
-    live_control control{port, pictures, {"about:one", "about:two"}};
+    tests::fake_clock clock;
+    live_control control{port, pictures, {"about:one", "about:two"}, clock};
 };
 
 struct refused_case {
@@ -191,10 +195,45 @@ TEST_F(LiveControl, LongResultsAreCutAndTheQueueIsBounded) {
 }
 
 TEST_F(LiveControl, TellsHowTheDisplayStands) {
-    control.set_status({"about:blank", true, false, 64, 48});
+    live_status status;
+    status.url = "about:blank";
+    status.loading = true;
+    status.visible = false;
+    status.width = 64;
+    status.height = 48;
+    control.set_status(status);
     EXPECT_TRUE(
         state_has("\"url\":\"about:blank\",\"loading\":true,\"visible\":false,"
                   "\"width\":64,\"height\":48,\"painted\":0"));
+}
+
+TEST_F(LiveControl, TellsWhatIsOnAirAndWhatHasFailedAndWhy) {
+    live_status status;
+    status.url = "http://good/";
+    status.phase = live_phase::failed;
+    status.wanted = "http://bad/";
+    status.error = "ERR_NAME_NOT_RESOLVED";
+    status.since = clock.now();
+    status.silent = true;
+    status.reloads = 2;
+    status.dropped_calls = 7;
+    control.set_status(status);
+    clock.advance(std::chrono::milliseconds(1500));
+    EXPECT_TRUE(state_has("{\"url\":\"http://good/\",\"loading\":false,"));
+    EXPECT_TRUE(
+        state_has("\"phase\":\"failed\",\"since_ms\":1500,\"wanted\":\"http://bad/\","
+                  "\"error\":\"ERR_NAME_NOT_RESOLVED\",\"silent\":true,\"reloads\":2,"
+                  "\"dropped_calls\":7,"));
+}
+
+TEST_F(LiveControl, AScriptThatIsNotAnsweredIsLostAfterAWhile) {
+    post("/api/script", "{\"script\":\"1+1\"}");
+    clock.advance(k_max_script_wait);
+    EXPECT_EQ(*get("/api/result", "id=1").body, "{\"id\":1,\"state\":\"waiting\"}");
+    clock.advance(std::chrono::milliseconds(1));
+    EXPECT_EQ(*get("/api/result", "id=1").body, "{\"id\":1,\"state\":\"lost\"}");
+    control.script_ended(1, "fine", "2");
+    EXPECT_EQ(*get("/api/result", "id=1").body, "{\"id\":1,\"state\":\"fine\",\"result\":\"2\"}");
 }
 
 // The picture is made by another thread, so it is asked for until it is there.

@@ -133,24 +133,43 @@ TEST_F(LiveServer, AClientThatStallsOnAPictureStopsNeitherOthersNorTheDisplay) {
     EXPECT_EQ(pictures.counts().painted, 21u);
 }
 
-// Whoever takes nothing may have no room for a head either.
-TEST_F(LiveServer, NoAnswerIsSentOnTheSpot) {
-    auto* handler = new live_handler(control, live_guard(80, ""));
-    zStatus status = -1;
-    auto body = handler->HandleInPieces(nullptr, cHttpHandler::k_get, zString("/api/state"),
-                                        zString(), zString(), "", status);
+TEST_F(LiveServer, ARefusalIsJsonWithTheHeadersOfEveryAnswer) {
+    const auto refusal = ask("GET /api/state", "Host: evil.example\r\n");
+    EXPECT_EQ(refusal.substr(0, 22), "HTTP/1.1 403 Forbidden");
+    EXPECT_NE(refusal.find("\r\nCache-Control: no-store\r\n"), std::string::npos) << refusal;
+    EXPECT_NE(refusal.find("\r\nX-Frame-Options: DENY\r\n"), std::string::npos) << refusal;
+    EXPECT_EQ(body_of(refusal), "{\"error\":\"a foreign page or name may not ask here\"}");
+}
+
+// As many as there is room for, none of which has shown that it may ask.
+TEST(LiveServerThatIsFull, ServesWhoMayAskBesideConnectionsThatAskNothing) {
+    deaf_port port;
+    live_pictures pictures;
+    live_control control(port, pictures, {});
+    auto settings = loopback();
+    settings.isStrict = true;
+    settings.maxConnections = 4;
+    settings.dropUntrustedWhenFull = true;
+    cHttpServer server(0, 16 * 1024, settings);
+    auto* handler = new live_handler(control, live_guard(server.ListenPort(), "0123456789abcdef"));
+    server.InstallHandler(*handler);
     handler->Release();
-    EXPECT_EQ(status, 0);
-    ASSERT_NE(body, nullptr);
-    std::string whole;
-    char piece[7];  // so that one of them holds the end of the head and the begin of the text
-    while (static_cast<std::int64_t>(whole.size()) < body->Size()) {
-        const auto count = body->ReadAt(static_cast<std::int64_t>(whole.size()), piece, 7);
-        ASSERT_GT(count, 0);
-        whole.append(piece, static_cast<std::size_t>(count));
+    const std::string host = "Host: studio.example\r\n";
+    const std::string bearer = host + "Authorization: Bearer 0123456789abcdef\r\n\r\n";
+    test_client trusted(server.ListenPort());
+    trusted.send("GET /api/state HTTP/1.1\r\n" + bearer);
+    EXPECT_EQ(trusted.receive_answer().substr(9, 3), "200");
+    std::vector<std::unique_ptr<test_client>> strangers;
+    for (int i = 0; i < 20; ++i) {
+        strangers.push_back(std::make_unique<test_client>(server.ListenPort()));
+        strangers.back()->send("GET /api/state HTTP/1.1\r\n" + host + "\r\n");
+        EXPECT_EQ(strangers.back()->receive_answer().substr(9, 3), "401");
     }
-    EXPECT_EQ(whole.substr(0, 22), "HTTP/1.1 403 Forbidden");
-    EXPECT_EQ(body_of(whole), "{\"error\":\"a foreign page or name may not ask here\"}");
+    test_client newcomer(server.ListenPort());
+    newcomer.send("GET /api/state HTTP/1.1\r\n" + bearer);
+    EXPECT_EQ(newcomer.receive_answer().substr(9, 3), "200");
+    trusted.send("GET /api/state HTTP/1.1\r\n" + bearer);
+    EXPECT_EQ(trusted.receive_answer().substr(9, 3), "200") << "who may ask keeps the connection";
 }
 
 // A page that was left open would wait for an answer that never comes.
@@ -191,6 +210,40 @@ TEST_F(LiveServerWithToken, TheTokenOpensAndDoesNotHelpAForeignPage) {
     const std::string bearer = "Authorization: Bearer 0123456789abcdef\r\n";
     EXPECT_EQ(status("GET /api/state", host + bearer), "200");
     EXPECT_EQ(status("GET /api/state", host + bearer + "Origin: http://evil.example\r\n"), "403");
+}
+
+// The address with the token is not to stay in the browser's address bar and history.
+TEST_F(LiveServerWithToken, ThePageGetsACookieForTheTokenInItsAddress) {
+    const std::string host = "Host: studio.example\r\n";
+    const auto name = "pennywort-" + std::to_string(server.ListenPort());
+    const auto page = ask("GET /?token=0123456789abcdef", host);
+    EXPECT_NE(page.find("Set-Cookie: " + name +
+                        "=0123456789abcdef; Path=/; HttpOnly; SameSite=Strict\r\n"),
+              std::string::npos)
+        << page;
+    EXPECT_EQ(ask("GET /api/state?token=0123456789abcdef", host).find("Set-Cookie"),
+              std::string::npos);
+    const auto with = [&](const std::string& cookies) {
+        return host + "Cookie: " + cookies + "\r\n";
+    };
+    for (const char* line : {"GET /", "GET /api/state"}) {
+        EXPECT_EQ(status(line, with(name + "=0123456789abcdef")), "200") << line;
+        EXPECT_EQ(status(line, with("a=b;  " + name + "=0123456789abcdef; c=d")), "200") << line;
+        EXPECT_EQ(status(line, with(name + "=0123456789abcdee")), "401") << line;
+        EXPECT_EQ(status(line, with(name + "=")), "401") << line;
+        EXPECT_EQ(status(line, with("pennywort-1=0123456789abcdef")), "401") << line;
+        EXPECT_EQ(status(line, with("x" + name + "=0123456789abcdef")), "401") << line;
+        EXPECT_EQ(
+            status(line, with(name + "=0123456789abcdef") + "Origin: http://evil.example\r\n"),
+            "403")
+            << line;
+    }
+}
+
+TEST_F(LiveServer, WithoutATokenThereIsNoCookie) {
+    const std::string host = "Host: " + own_host() + "\r\n";
+    EXPECT_EQ(ask("GET /?token=", host).find("Set-Cookie"), std::string::npos);
+    EXPECT_EQ(ask("GET /?token=x", host).find("Set-Cookie"), std::string::npos);
 }
 
 TEST(LiveGuard, TokensAreLongAndDiffer) {

@@ -19,6 +19,7 @@ using page = live_sight::page;
 
 // A state with a clock of its own. Each event is one word, with its page behind it where it has
 // one:
+//   left b     b has been shown and is not any more
 //   ask b      the operator wants b          waits      the display holds it back
 //   asking     it is given to the browser    loading    it has begun
 //   loaded b   fail b   lost                 gone, there: the browser and its page
@@ -65,6 +66,10 @@ private:
     void look(const std::string& word, std::istringstream& words) {
         m_sight.waiting = word == "waits" ? 1 : 0;
         if (word == "asking") m_sight.phase = page::asked;
+        if (word == "left") {
+            m_sight.phase = page::none;
+            words >> m_sight.url;
+        }
         if (word == "loading") m_sight.phase = page::loading;
         if (word == "loaded") {
             m_sight.phase = page::loaded;
@@ -148,6 +153,14 @@ constexpr sequence k_sequences[] = {
      "on_air b - -", "reopen;load b;"},
     {"AskedBeforeTheCloseIsSeen", ON_AIR "ask b waits gone do there do asking loading loaded b",
      "on_air b - -", "reopen;-;"},
+    {"ClosesItselfAtOnce", ON_AIR "ask b asking loading gone do there do do",
+     "closed a b the page has closed itself", "reopen;-;-;"},
+    {"ClosesItselfBeforeItIsSeenToBeThere", "asking loading loaded a gone do",
+     "closed a - the page has closed itself", "reopen;"},
+    {"ClosesItselfBetweenTwoLooks", ON_AIR "ask b asking left b gone do there do do",
+     "closed a b the page has closed itself", "reopen;-;-;"},
+    {"ClosesItselfUnseenAtOnce", ON_AIR "ask b asking gone do there do asking gone do there do",
+     "closed a b the page has closed itself", "reopen;load b;reopen;-;"},
     {"NotThereYet", "gone do", "starting - a -", "-;"},
     {"NeverThere", "10000 gone do", "closed - a there was no page", "reopen;"},
 
@@ -217,13 +230,21 @@ TEST(LiveState, APageThatAnswersNoProbeIsSilent) {
     EXPECT_FALSE(told.state.is_silent(told.now)) << "the page that was asked has been left";
 }
 
-TEST(LiveState, ThePictureIsHeldFromACloseUntilAnotherPageIsAskedFor) {
+TEST(LiveState, ThePictureIsHeldFromACloseUntilAnotherPageHasLoaded) {
     told_state told;
     told.tell(ON_AIR);
     EXPECT_FALSE(told.state.holds_picture());
-    told.tell("gone do there loaded empty");
+    told.tell("gone do there loaded empty ask b asking loading 1999 loading");
+    EXPECT_TRUE(told.state.holds_picture()) << "the empty page may still paint";
+    told.tell("loaded b");
+    EXPECT_FALSE(told.state.holds_picture());
+}
+
+TEST(LiveState, ThePictureOfAPageThatTakesLongToLoadAfterACloseIsNotHeldForEver) {
+    told_state told;
+    told.tell(ON_AIR "gone do there ask b asking 5000 asking loading 1999 loading");
     EXPECT_TRUE(told.state.holds_picture());
-    told.tell("ask b");
+    told.tell("1 loading");
     EXPECT_FALSE(told.state.holds_picture());
 }
 

@@ -78,7 +78,7 @@ function backwards() {
   const isBefore = (a, b) => b.top >= a.bottom - 1 || (b.left > a.left && b.bottom > a.top);
   const names = [];
   for (const kind of ['section', 'button, input, textarea, .log']) {
-    const all = [...document.querySelectorAll(kind)];
+    const all = [...document.querySelectorAll(kind)].filter(element => !element.hidden);
     for (let i = 1; i < all.length; ++i) {
       const together = kind === 'section' || all[i].closest('section') === all[i - 1].closest('section');
       if (together && !isBefore(place(all[i - 1]), place(all[i]))) names.push(all[i].id || all[i].textContent);
@@ -99,7 +99,7 @@ export async function testTabOrder(page, child) {
   await startAtTheTop(page);
   await page.waitForFunction(n => document.querySelectorAll('#queue li').length === n, waiting.length, {timeout: patience});
   const all = order(waiting);
-  const focusable = await page.evaluate(() => document.querySelectorAll('button, input, select, textarea, a[href], [tabindex]').length);
+  const focusable = await page.evaluate(() => [...document.querySelectorAll('button, input, select, textarea, a[href], [tabindex]')].filter(control => !control.hidden).length);
   assert.equal(focusable, all.length, 'the page has other controls than this test knows');
   await walk(page, 'Tab', all);
   assert.deepEqual(await page.evaluate(backwards), [], 'the Tab key goes against the order on the screen');
@@ -187,6 +187,7 @@ function unreadable() {
   const wide = document.documentElement.scrollWidth - innerWidth;
   const bad = wide > 0 ? ['the page is too wide by ' + wide] : [];
   for (const element of document.querySelectorAll('body *')) {
+    if (element.hidden) continue;
     const box = element.getBoundingClientRect();
     const name = element.id || element.textContent.slice(0, 30);
     if (box.width > 0 && (box.left < 0 || box.right > innerWidth)) bad.push(name + ' stands out');

@@ -3,44 +3,17 @@
 // The last argument has screenshots kept there.
 import assert from 'node:assert/strict';
 import {spawn} from 'node:child_process';
-import {openSync, readFileSync} from 'node:fs';
+import {openSync} from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import path from 'node:path';
 import {createInterface} from 'node:readline';
-import {fileURLToPath} from 'node:url';
-import {chromium} from 'playwright-core';
 import {testKeyboardOnly, testNames, testNarrow, testTabOrder} from './keyboard.mjs';
+import {endAll, launch, movingPage, ownHome, pageCalled, start, started} from './program.mjs';
 import {testBarredEval, testEndWhileAScriptRuns, testLostAnswers, testPagesThatCloseThemselves} from './scripts.mjs';
 
 const [program, pictures] = process.argv.slice(2);
-const here = path.dirname(fileURLToPath(import.meta.url));
 const patience = 30000;
-
-// Cookies and policies need a server; it has this one page under every name.
-const text = readFileSync(path.join(here, 'page.html'));
-const policies = {'/strict.html': "default-src 'self'", '/trusted.html': "require-trusted-types-for 'script'"};
-const pages = http.createServer((asked, answer) => {
-  const policy = policies[asked.url];
-  if (policy) answer.setHeader('Content-Security-Policy', policy);
-  answer.setHeader('Content-Type', 'text/html').end(text);
-});
-await new Promise(resolve => pages.listen(0, '127.0.0.1', resolve));
-const pageCalled = name => `http://127.0.0.1:${pages.address().port}/${name}.html`;
-const movingPage = pageCalled('page');
-
-// The program, and the address that its first line tells.
-const started = [];
-async function start(...more) {
-  const port = more.includes('--port') ? [] : ['--port', '0'];
-  const child = spawn(program, ['live', movingPage, ...port, ...more], {stdio: ['ignore', 'pipe', 'inherit']});
-  started.push(child);
-  child.ended = new Promise(resolve => child.on('exit', (code, signal) => resolve(signal || code)));
-  const lines = createInterface({input: child.stdout});
-  const first = new Promise(resolve => lines.once('line', resolve));
-  child.address = await Promise.race([first, child.ended.then(code => { throw new Error('ended: ' + code); })]);
-  return child;
-}
 
 // node's own fetch does not let a caller choose its Host.
 function status(address, options) {
@@ -213,7 +186,7 @@ async function testToken(browser) {
 // The address is not lost where standard output takes nothing.
 async function testFullOutput() {
   const full = openSync('/dev/full', 'w');
-  const child = spawn(program, ['live', movingPage, '--port', '0'], {stdio: ['ignore', full, 'pipe']});
+  const child = spawn(program, ['live', movingPage, '--port', '0'], {stdio: ['ignore', full, 'pipe'], env: ownHome()});
   started.push(child);
   const ended = new Promise(resolve => child.on('exit', (code, signal) => resolve(signal || code)));
   const lines = createInterface({input: child.stderr});
@@ -227,11 +200,7 @@ async function testFullOutput() {
 }
 
 const child = await start();
-const browser = await chromium.launch({
-  executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-  args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-    '--disable-background-networking', '--disable-component-update', '--disable-sync'],
-});
+const browser = await launch();
 try {
   const page = await browser.newPage({viewport: {width: 1280, height: 900}});
   const faults = [];
@@ -261,7 +230,5 @@ try {
   console.log('all passed');
 } finally {
   await browser.close();
-  for (const one of started) one.kill('SIGKILL');
-  pages.close();
-  pages.closeAllConnections();
+  endAll();
 }

@@ -4,24 +4,24 @@ import {readdirSync, readFileSync} from 'node:fs';
 
 const patience = 30000;
 
-const get = async (child, what) => (await fetch(child.address + 'api/' + what)).json();
+export const get = async (child, what) => (await fetch(child.address + 'api/' + what)).json();
 
-async function post(child, what, body) {
+export async function post(child, what, body) {
   const answer = await fetch(child.address + 'api/' + what, {method: 'POST', body: JSON.stringify(body)});
   assert.equal(answer.status, 200, what);
   return answer.json();
 }
 
-async function until(what, holds) {
+export async function until(what, holds) {
   const end = Date.now() + patience;
   while (!await holds()) assert.ok(Date.now() < end, 'not so: ' + what);
 }
 
-async function load(child, url) {
+export async function load(child, url) {
   await post(child, 'load', {url});
   await until('it shows ' + url, async () => {
     const state = await get(child, 'state');
-    return state.url === url && !state.loading;
+    return state.url === url && state.phase === 'on_air';
   });
 }
 
@@ -34,8 +34,8 @@ async function answerOf(child, id) {
   return [answer.state, answer.result];
 }
 
-const begin = async (child, script) => (await post(child, 'script', {script})).id;
-const run = async (child, script) => answerOf(child, await begin(child, script));
+export const begin = async (child, script) => (await post(child, 'script', {script})).id;
+export const run = async (child, script) => answerOf(child, await begin(child, script));
 
 // The processes that have come of `id`, with what they were started by.
 function processesBelow(id) {
@@ -52,7 +52,7 @@ function processesBelow(id) {
   return [...parents.keys()].filter(name => name !== id && isBelow(name));
 }
 
-function renderersOf(child) {
+export function renderersOf(child) {
   return processesBelow(child.pid).filter(id => {
     try {
       return readFileSync(`/proc/${id}/cmdline`, 'latin1').includes('--type=renderer');

@@ -55,14 +55,16 @@ std::string_view answer_filter::pass(std::string_view bytes) {
     return m_out;
 }
 
-// Takes the bytes up to the head's end.
+// Takes the bytes up to the head's end. What comes behind it is not copied.
 std::size_t answer_filter::take_head(std::string_view bytes) {
+    std::size_t taken = bytes.find(k_blank_line);
+    taken = taken == std::string_view::npos ? bytes.size() : taken + k_blank_line.size();
     const std::size_t before = m_head.size();
     const std::size_t overlap = std::min(before, k_blank_line.size() - 1);
-    m_head.append(bytes);
+    m_head.append(bytes, 0, taken);
     const std::size_t found = m_head.find(k_blank_line, before - overlap);
     m_is_head_whole = found != std::string::npos || m_head.size() > k_max_head_bytes;
-    if (found == std::string::npos) return bytes.size();
+    if (found == std::string::npos) return taken;
     m_head.resize(found + k_blank_line.size());
     return m_head.size() - before;
 }

@@ -1,11 +1,13 @@
 // connection.h - what the server knows of one connection.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "core/run/clock.h"
 #include "httpserver.h"
 #include "httpserver/answer_socket.h"
 #include "httpserver/request_progress.h"
@@ -21,6 +23,11 @@ enum class stage {
 
 // What becomes of a connection after a step.
 enum class fate { stays, ends };
+
+inline std::int64_t micro_now(const run::monotonic_clock& clock) {
+    const auto now = clock.now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
 
 // The watch set holds the part that zSocket::Select wants.
 struct connection : _zSocket_select {
@@ -40,7 +47,7 @@ struct connection : _zSocket_select {
     std::unique_ptr<cHttpBody> pieces;
     std::int64_t sent = 0;     // bytes of the pieces
     std::int64_t dropped = 0;  // bytes that came while parting
-    std::int64_t since;        // zTime::MicroNow of the last step that counts as life
+    std::int64_t since;        // micro_now at the last step that counts as life
     stage at = stage::request;
     bool is_trusted = false;
     bool is_last_answer = false;

@@ -8,7 +8,6 @@
 #include "httpserver/answer.h"
 #include "httpserver/exchanges.h"
 #include "httpserver/whole_answer.h"
-#include "loam/time.h"
 
 namespace pennywort::httpserver {
 namespace {
@@ -193,7 +192,7 @@ fate exchanges::begin_pieces(connection& one, std::unique_ptr<cHttpBody> pieces)
 void exchanges::begin_timed(connection& one, stage at) {
     if (one.at == stage::request) ++m_timed;
     one.at = at;
-    one.since = zTime::MicroNow();
+    one.since = micro_now(m_clock);
 }
 
 fate exchanges::send_pieces(connection& one) {
@@ -216,7 +215,7 @@ fate exchanges::send_piece(connection& one, std::int64_t size) {
     if (status == zSocket::k_not_now) return fate::stays;
     if (status != k_ok) return fate::ends;
     one.sent += sent;
-    one.since = zTime::MicroNow();
+    one.since = micro_now(m_clock);
     return fate::stays;
 }
 

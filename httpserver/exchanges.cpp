@@ -11,7 +11,6 @@
 #include "core/statuses.h"
 #include "httpserver/answer.h"
 #include "httpserver/request_line.h"
-#include "loam/time.h"
 
 namespace pennywort::httpserver {
 namespace {
@@ -49,9 +48,11 @@ void settle(zString& text) {
 
 }  // namespace
 
-exchanges::exchanges(const cHttpServerSettings& settings, handler_list& handlers,
-                     server_counts& counts, char* receive_buffer, std::int32_t buffer_size)
+exchanges::exchanges(const cHttpServerSettings& settings, const run::monotonic_clock& clock,
+                     handler_list& handlers, server_counts& counts, char* receive_buffer,
+                     std::int32_t buffer_size)
     : m_settings(settings),
+      m_clock(clock),
       m_handlers(handlers),
       m_counts(counts),
       m_receive_buffer(receive_buffer),
@@ -145,7 +146,7 @@ fate exchanges::dispatch_text(connection& one, std::string_view text) {
     m_filter.begin_plain();
     const meeting met = offer(one);
     // The handler may have taken long, which is not the peer's fault.
-    one.since = zTime::MicroNow();
+    one.since = micro_now(m_clock);
     empty(one);
     for (zString* part : {&m_names.path, &m_names.extension, &m_names.query}) settle(*part);
     return finish_text(one, met);
@@ -217,7 +218,7 @@ fate exchanges::dispatch_strict(connection& one) {
     one.is_last_answer = !request.is_persistent();
     m_filter.begin_strict({request.is_head(), one.is_last_answer, date()});
     const meeting met = offer(one);
-    one.since = zTime::MicroNow();
+    one.since = micro_now(m_clock);
     const fate next = finish_strict(one, met);
     for (zString* part : {&m_names.path, &m_names.extension, &m_names.query}) settle(*part);
     if (one.reader != nullptr) release_reader(one);

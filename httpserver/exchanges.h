@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/run/clock.h"
 #include "httpserver.h"
 #include "httpserver/answer_filter.h"
 #include "httpserver/connection.h"
@@ -25,8 +26,9 @@ namespace pennywort::httpserver {
 class exchanges {
 public:
     // All of them outlive this. `receive_buffer` holds one byte more than `buffer_size`.
-    exchanges(const cHttpServerSettings& settings, handler_list& handlers, server_counts& counts,
-              char* receive_buffer, std::int32_t buffer_size);
+    exchanges(const cHttpServerSettings& settings, const run::monotonic_clock& clock,
+              handler_list& handlers, server_counts& counts, char* receive_buffer,
+              std::int32_t buffer_size);
 
     // Does what the connection's stage asks for, once its socket is ready.
     fate serve(connection& one);
@@ -74,6 +76,7 @@ private:
     const std::string& date();
 
     const cHttpServerSettings& m_settings;
+    const run::monotonic_clock& m_clock;
     handler_list& m_handlers;
     server_counts& m_counts;
     char* const m_receive_buffer;

@@ -27,15 +27,17 @@ bool guarded(const char* what, auto work) { return run::guarded(k_class, what, w
 }  // namespace
 
 server_loop::server_loop(const cHttpServer* owner, std::int32_t port, std::int32_t buffer_size,
-                         const cHttpServerSettings& settings)
+                         const cHttpServerSettings& settings, const run::monotonic_clock& clock)
     : m_owner(owner),
       m_settings(settings),
+      m_clock(clock),
       m_port(port),
       m_buffer_size(buffer_size),
       m_listen_socket(zSocket::Factory()),
       m_waker(zSocketWaker::Factory()),
       m_receive_buffer(new char[static_cast<std::size_t>(buffer_size) + 1]),
-      m_exchanges(m_settings, m_handlers, m_counts, m_receive_buffer.get(), m_buffer_size) {}
+      m_exchanges(m_settings, m_clock, m_handlers, m_counts, m_receive_buffer.get(),
+                  m_buffer_size) {}
 
 void server_loop::run() {
     m_is_running.store(true, std::memory_order_relaxed);
@@ -99,7 +101,7 @@ zStatus server_loop::create_listen_socket() {
 void server_loop::add_socket_to_watch(_zSocket_select* entry) { m_watch_set.Add(entry); }
 
 void server_loop::data_add(std::unique_ptr<zSocket> socket) {
-    connection* const added = m_connections.add(std::move(socket), zTime::MicroNow());
+    connection* const added = m_connections.add(std::move(socket), micro_now(m_clock));
     // Without its entry a connection would shift those of all that come after it.
     if (!guarded("a new connection", [&] { add_socket_to_watch(added); })) {
         m_connections.take(m_connections.count() - 1);
@@ -154,7 +156,7 @@ void server_loop::serve_round() {
         zThread::MicroSleep(static_cast<std::uint32_t>(micro(bound)));
         return;
     }
-    m_now = zTime::MicroNow();
+    m_now = micro_now(m_clock);
     const bool is_someone_waiting = m_listen_entry.occurred == zSocket::k_readable;
     serve_connections(ready - (is_someone_waiting ? 1 : 0));
     if (is_someone_waiting) accept();

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "core/run/clock.h"
 #include "httpserver.h"
 #include "httpserver/connection_list.h"
 #include "httpserver/exchanges.h"
@@ -19,8 +20,10 @@ namespace pennywort::httpserver {
 
 class server_loop {
 public:
+    // All time-outs go by `clock`; how long one wait sleeps is the system's affair.
     server_loop(const cHttpServer* owner, std::int32_t port, std::int32_t buffer_size,
-                const cHttpServerSettings& settings);
+                const cHttpServerSettings& settings,
+                const run::monotonic_clock& clock = run::monotonic_clock::system());
 
     // The server that has the thread; its copies share the loop.
     const cHttpServer* owner() const { return m_owner; }
@@ -70,6 +73,7 @@ private:
 
     const cHttpServer* const m_owner;
     const cHttpServerSettings m_settings;
+    const run::monotonic_clock& m_clock;
     const std::int32_t m_port;
     const std::int32_t m_buffer_size;
     const std::unique_ptr<zSocket> m_listen_socket;

@@ -125,6 +125,29 @@ TEST_F(MemoryTest, RunsOutOfMemoryAtAnyPlaceAndServesOn) {
     }
 }
 
+// Its peer would wait for ever for an answer that nobody can give.
+TEST_F(MemoryTest, AnAnswerForWhichThereIsNoneEndsItsConnection) {
+    const std::string body(1000, 'b');
+    const auto whole = make<test_handler>("/none/whole", "", [&](zSocket* socket) {
+        fail_memory_after(0);
+        cHttpHandler::SendAnswer(socket, 200, "text/plain", body.data(), 1000);
+        stop_failing_memory();
+    });
+    const auto head = make<test_handler>("/none/head", "", [&](zSocket* socket) {
+        fail_memory_after(0);
+        cHttpHandler::SendHeaders(socket, 1000, "text/plain");
+        stop_failing_memory();
+    });
+    install(*whole);
+    install(*head);
+    for (const char* path : {"/none/whole", "/none/head"}) {
+        test_client client(port());
+        client.send(get_request(path));
+        EXPECT_EQ(client.receive_answer(), plain_answer("")) << path;
+        EXPECT_TRUE(client.is_ended()) << path;
+    }
+}
+
 TEST(Memory, OfALongRequestIsGivenBack) {
     constexpr std::size_t k_long = 8 << 20;
     constexpr std::size_t k_little = 1 << 20;

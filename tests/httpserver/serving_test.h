@@ -38,7 +38,9 @@ protected:
     void expect_serving() { EXPECT_EQ(get(port(), "/after"), plain_answer("fine")); }
 
     void wait_until_open(std::int64_t count) const {
-        while (counts().open != count) zThread::MicroSleep(500);
+        constexpr int k_most_looks = 60'000;
+        for (int i = 0; i < k_most_looks && counts().open != count; ++i) zThread::MicroSleep(500);
+        ASSERT_EQ(counts().open, count);
     }
     void wait_until_all_are_closed() const { wait_until_open(0); }
 

@@ -98,12 +98,12 @@ int live_guard::refusal(const live_caller& caller) const {
 }
 
 std::string random_token() {
-    constexpr std::string_view digits = "0123456789abcdef";
+    constexpr std::string_view k_digits = "0123456789abcdef";
     std::random_device source;
     std::string token;
     for (int i = 0; i < 4; ++i) {
         auto word = source();
-        for (int digit = 0; digit < 8; ++digit, word >>= 4) token += digits[word & 15];
+        for (int digit = 0; digit < 8; ++digit, word >>= 4) token += k_digits[word & 15];
     }
     return token;
 }

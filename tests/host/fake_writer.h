@@ -2,6 +2,8 @@
 // what tests give to writers, real ones too.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -11,6 +13,7 @@
 
 #include "host/output/frame_writer.h"
 #include "host/output/stream_writers.h"
+#include "tests/support/eventually.h"
 
 namespace pennywort::host {
 
@@ -38,7 +41,7 @@ struct writer_log {
     }
     void wait_until_one_waits() {
         std::unique_lock hold(lock);
-        changed.wait(hold, [this] { return waiting > 0; });
+        EXPECT_TRUE(changed.wait_for(hold, tests::k_patience, [this] { return waiting > 0; }));
     }
 };
 
@@ -52,7 +55,8 @@ public:
         std::unique_lock hold(m_log->lock);
         ++m_log->waiting;
         m_log->changed.notify_all();
-        m_log->changed.wait(hold, [this] { return !m_log->held; });
+        EXPECT_TRUE(
+            m_log->changed.wait_for(hold, tests::k_patience, [this] { return !m_log->held; }));
         --m_log->waiting;
         if (m_log->shown.size() == m_log->fail_at) return outcome::failed("the disk is full");
         m_log->shown.push_back(frame->pixels[0]);

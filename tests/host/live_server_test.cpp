@@ -11,6 +11,7 @@
 
 #include "host/live/live_handler.h"
 #include "tests/httpserver/test_client.h"
+#include "tests/support/eventually.h"
 
 namespace pennywort::host {
 namespace {
@@ -120,7 +121,7 @@ TEST_F(LiveServer, AClientThatStallsOnAPictureStopsNeitherOthersNorTheDisplay) {
     pictures.painted(noise.data(), k_side, k_side);
     const std::string host = "Host: " + own_host() + "\r\n";
     std::uint64_t number = 0;
-    while (!pictures.take(0, number)) std::this_thread::yield();
+    ASSERT_TRUE(tests::eventually([&] { return pictures.take(0, number) != nullptr; }));
     std::vector<std::unique_ptr<test_client>> stalled;
     for (int i = 0; i < 3; ++i) {
         stalled.push_back(std::make_unique<test_client>(server.ListenPort()));

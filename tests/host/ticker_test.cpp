@@ -1,5 +1,6 @@
 // tests/host/ticker_test.cpp - which ticks are due, and the thread that calls for them.
 #include "host/render/ticker.h"
+#include "tests/support/eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -53,7 +54,7 @@ TEST(Ticker, CallsUntilItEndsAndNotAfterwards) {
             last = now;
             due_ticks += due;
         });
-        while (due_ticks < 10) std::this_thread::yield();
+        EXPECT_TRUE(tests::eventually([&] { return due_ticks >= 10; }));
     }
     const std::uint64_t at_the_end = due_ticks;
     std::this_thread::yield();

@@ -5,6 +5,7 @@
 #include <memory>
 #include <thread>
 
+#include "tests/support/eventually.h"
 #include "tests/webdisplay/fake_runtime_test.h"
 
 namespace {
@@ -263,7 +264,7 @@ TEST_F(DisplayCloseTest, AnotherThreadMayUseADisplayWhileItCloses) {
                 s->ExecuteJavascript("x", 0, {});
                 s->SetVisibility(true);
             }
-            while (!done && fake().works() == seen) std::this_thread::yield();
+            pennywort::tests::eventually([&] { return done || fake().works() != seen; });
         }
     });
     loop_works(2);

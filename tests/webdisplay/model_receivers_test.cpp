@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "loam/trace.h"
+#include "tests/support/eventually.h"
 #include "tests/webdisplay/model_display.h"
 
 namespace {
@@ -149,7 +150,7 @@ public:
     bool came_back(const std::function<void()>& call, const std::function<void()>& remove) {
         std::thread caller(call);
         std::thread remover([&] {
-            while (!m_entered) std::this_thread::yield();
+            EXPECT_TRUE(pennywort::tests::eventually([&] { return m_entered.load(); }));
             remove();
             m_removed = true;
         });

@@ -50,9 +50,10 @@ std::shared_ptr<main_thread_timer> requests_of(const message_pump& pump) {
 bool start_with(const message_pump& pump) {
     process().failure.clear();
     auto started = start_runtime(process().switches, requests_of(pump));
-    if (started) process().cache = std::move(started).value();
     process().failure = started.text();
-    return started.is_ok();
+    if (!started) return false;
+    process().cache = std::move(started).value();
+    return true;
 }
 
 // The runtime must not end under a browser; one that a host forgot, or that is still on its way, is

@@ -10,6 +10,7 @@
 #include "host/output/output_file.h"
 #include "host/output/pixels.h"
 #include "host/system/file_path.h"
+#include "host/system/program_search.h"
 
 namespace pennywort::host {
 
@@ -43,8 +44,8 @@ void append_prores(strings& to, bool transparent) {
     }
 }
 
-// With a whole film ffmpeg ends with 0, and with one that has lost its end too: the frames went
-// well, and what is written behind them is not counted. Then only its words tell.
+// ffmpeg ends with 0 even if it could not write the end of the film: its status counts only the
+// frames. Then its words are the only sign.
 bool tells_of_lost_bytes(const std::string& line) {
     return line.find("Error writing") != line.npos || line.find("Error closing") != line.npos ||
            line.find("No space left") != line.npos;
@@ -124,8 +125,8 @@ outcome movie_writer::begin() {
     return started;
 }
 
-// An ffmpeg without the encoder, or one that is no ffmpeg, would be found out only by the first
-// frame, when the browser runtime has started and the page has loaded.
+// Without this, an ffmpeg that lacks the encoder would fail at the first frame, long after the
+// browser runtime has started and the page has loaded.
 outcome movie_writer::try_encoder(const std::string& program) const {
     child_process trial;
     if (auto begun = trial.start(trial_command(program, m_kind, m_format)); !begun.ok()) {

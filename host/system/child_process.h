@@ -1,5 +1,4 @@
-// host/system/child_process.h - runs another program and feeds its standard input. The system's
-// half is child_process_linux.cpp or child_process_win.cpp.
+// host/system/child_process.h - runs another program and feeds its standard input.
 #pragma once
 
 #include <chrono>
@@ -11,9 +10,6 @@
 #include "host/system/outcome.h"
 
 namespace pennywort::host {
-
-// The full path of a program that the user's search path holds; empty if there is none.
-std::string find_program(const std::string& name);
 
 // Used by one thread at a time.
 class child_process {
@@ -49,8 +45,8 @@ public:
     exit_report finish(std::chrono::milliseconds patience);
 
 private:
-    struct native;
-    std::unique_ptr<native> m_native;
+    struct state;
+    std::unique_ptr<state> m_state;
 };
 
 }  // namespace pennywort::host

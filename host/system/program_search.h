@@ -1,4 +1,5 @@
-// host/system/program_search.h - the part of find_program that both systems share.
+// host/system/program_search.h - finds a program by its name. The system's half is
+// program_search_linux.cpp or program_search_win.cpp.
 #pragma once
 
 #include <string>
@@ -6,8 +7,12 @@
 
 namespace pennywort::host {
 
-// What `program_in` returns for the first of the folders that it does not return an empty text for.
-// The folders are separated by `separator`; they may be empty texts.
+// The full path of a program that the user's search path holds; empty if there is none.
+std::string find_program(const std::string& name);
+
+// The part that both systems share: what `program_in` returns for the first of the folders that it
+// does not return an empty text for. The folders are separated by `separator`; they may be empty
+// texts.
 template <class search>
 std::string find_in_folders(std::string_view folders, char separator, search program_in) {
     for (;;) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/system/child_process.h"
+#include "host/system/program_search.h"
 #include "tests/host/temporary_folder.h"
 
 namespace pennywort::host {

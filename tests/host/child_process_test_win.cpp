@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/system/child_process.h"
+#include "host/system/program_search.h"
 #include "tests/host/temporary_folder.h"
 
 namespace pennywort::host {

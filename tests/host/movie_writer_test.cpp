@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/output/matroska_writer.h"
+#include "host/system/program_search.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
 

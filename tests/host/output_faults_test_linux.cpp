@@ -16,6 +16,7 @@
 #include "host/output/output_file.h"
 #include "host/output/png_writers.h"
 #include "host/output/stream_writers.h"
+#include "host/system/program_search.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
 

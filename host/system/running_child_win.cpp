@@ -1,19 +1,16 @@
-// host/system/child_process_win.cpp - Windows half of host/system/child_process.h. Linux half:
-// host/system/child_process_linux.cpp.
+// host/system/running_child_win.cpp - Windows half of host/system/running_child.h. Linux half:
+// host/system/running_child_linux.cpp.
 //
 // The pipes are named ones, since the system's anonymous ones know no wait with an end.
-#include "host/system/child_process.h"
+#include "host/system/running_child.h"
 
 #include <windows.h>
 
 #include <algorithm>
 #include <array>
 #include <optional>
-#include <thread>
 #include <utility>
 
-#include "host/system/last_line.h"
-#include "host/system/program_search.h"
 #include "loam/id_generator.h"
 #include "loam/wide_text.h"
 
@@ -184,80 +181,19 @@ private:
     STARTUPINFOEXW m_info{};
 };
 
-// None where the other side has closed it.
-DWORD bytes_in(HANDLE pipe) {
-    DWORD count = 0;
-    return PeekNamedPipe(pipe, nullptr, 0, nullptr, &count, nullptr) ? count : 0;
-}
-
-// Until the other side closes, or the child has ended and what it said has been read: what it has
-// started may outlive it, keep the other side open for ever, and go on saying things.
-void read_lines(HANDLE from, HANDLE arrived, HANDLE child, last_line& lines) {
-    char some[4096];
-    const std::array<HANDLE, 2> news{arrived, child};
-    std::optional<DWORD> rest;  // of what the pipe held when the child had ended
-    while (!rest || *rest > 0) {
-        OVERLAPPED call{};
-        call.hEvent = arrived;
-        if (!ReadFile(from, some, sizeof some, nullptr, &call) &&
-            GetLastError() != ERROR_IO_PENDING) {
-            return;
-        }
-        if (WaitForMultipleObjects(2, news.data(), FALSE, INFINITE) != WAIT_OBJECT_0) {
-            CancelIoEx(from, &call);
-        }
-        DWORD count = 0;
-        if (!GetOverlappedResult(from, &call, &count, TRUE) || count == 0) return;
-        lines.add({some, count});
-        if (rest) {
-            *rest -= std::min(*rest, count);
-        } else if (WaitForSingleObject(child, 0) == WAIT_OBJECT_0) {
-            rest = bytes_in(from);
-        }
-    }
-}
-
 DWORD as_wait(milliseconds patience) {
     return static_cast<DWORD>(std::clamp<long long>(patience.count(), 0, INFINITE - 1));
 }
 
-bool is_program(const std::string& path) {
-    DWORD kind = 0;
-    return GetBinaryTypeW(loam::wide_text(path).c_str(), &kind) != 0;
-}
-
-std::string search_path() {
-    std::wstring value;
-    DWORD length = GetEnvironmentVariableW(L"PATH", nullptr, 0);
-    while (length > value.size()) {
-        value.resize(length);
-        length = GetEnvironmentVariableW(L"PATH", value.data(), length);
-    }
-    return loam::utf8_text({value.data(), length});
-}
-
 }  // namespace
 
-std::string find_program(const std::string& name) {
-    return find_in_folders(search_path(), ';', [&](const std::string& folder) {
-        if (folder.empty()) return std::string();
-        for (const char* ending : {".exe", ""}) {
-            std::string path = folder + "\\" + name + ending;
-            if (is_program(path)) return path;
-        }
-        return std::string();
-    });
-}
-
-struct child_process::native {
+struct running_child::native {
     handle child;
     handle job;  // the child and what it has started
     handle input;
     handle errors;
     handle written;  // set by the system when a write is done
     handle arrived;  // and when a read is
-    last_line lines;
-    std::thread reader;
 
     // Returns the system's error.
     DWORD make_objects() {
@@ -269,40 +205,38 @@ struct child_process::native {
         return job ? ERROR_SUCCESS : GetLastError();
     }
 
-    void end_now() {
-        if (!child) return;
-        TerminateJobObject(job.get(), 1);
-        TerminateProcess(child.get(), 1);  // a system may have refused it the job
-        WaitForSingleObject(child.get(), INFINITE);
-    }
-    void end_reader() {
-        if (reader.joinable()) reader.join();
-        child.reset();  // the reader waited for it
+    // None where the other side has closed it.
+    DWORD bytes_to_read() const {
+        DWORD count = 0;
+        return PeekNamedPipe(errors.get(), nullptr, 0, nullptr, &count, nullptr) ? count : 0;
     }
 
-    // One write; `taken` says how much of it the pipe took.
-    write_result write_some(const char* bytes, DWORD count, DWORD wait, DWORD& taken) {
+    bool has_ended(DWORD wait) const {
+        return WaitForSingleObject(child.get(), wait) == WAIT_OBJECT_0;
+    }
+
+    // One read, given up when the child ends. Returns 0 when there is nothing more to read.
+    DWORD read_some(char* to, DWORD size) const {
         OVERLAPPED call{};
-        call.hEvent = written.get();
-        if (!WriteFile(input.get(), bytes, count, nullptr, &call)) {
-            if (GetLastError() != ERROR_IO_PENDING) return write_result::closed;
+        call.hEvent = arrived.get();
+        if (!ReadFile(errors.get(), to, size, nullptr, &call) &&
+            GetLastError() != ERROR_IO_PENDING) {
+            return 0;
         }
-        const bool in_time = WaitForSingleObject(written.get(), wait) == WAIT_OBJECT_0;
-        // The buffer is the caller's: a write that is late must be over before he has it back.
-        if (!in_time) CancelIoEx(input.get(), &call);
-        if (GetOverlappedResult(input.get(), &call, &taken, TRUE)) return write_result::written;
-        return in_time ? write_result::closed : write_result::stalled;
+        const std::array<HANDLE, 2> news{arrived.get(), child.get()};
+        if (WaitForMultipleObjects(2, news.data(), FALSE, INFINITE) != WAIT_OBJECT_0) {
+            CancelIoEx(errors.get(), &call);  // it fails where the read has just been done
+        }
+        DWORD count = 0;
+        return GetOverlappedResult(errors.get(), &call, &count, TRUE) ? count : 0;
     }
 };
 
-child_process::child_process() : m_native(new native) {}
+running_child::running_child() : m_native(new native) {}
 
-child_process::~child_process() {
-    m_native->end_now();
-    m_native->end_reader();
-}
+running_child::~running_child() = default;
 
-outcome child_process::start(const std::vector<std::string>& command) {
+outcome running_child::launch(const std::vector<std::string>& command) {
     pipe_ends input;
     pipe_ends errors;
     handle nowhere;
@@ -320,39 +254,59 @@ outcome child_process::start(const std::vector<std::string>& command) {
     if (error != ERROR_SUCCESS) return system_failure("cannot start " + command[0], error);
     m_native->input = std::move(input.ours);
     m_native->errors = std::move(errors.ours);
-    m_native->reader = std::thread(read_lines, m_native->errors.get(), m_native->arrived.get(),
-                                   m_native->child.get(), std::ref(m_native->lines));
     return outcome::fine();
 }
 
-child_process::write_result child_process::write(const void* bytes, std::size_t count,
-                                                 milliseconds patience) {
-    const char* rest = static_cast<const char*>(bytes);
-    while (count > 0) {
-        const auto some = static_cast<DWORD>(std::min(count, k_largest_write));
-        DWORD taken = 0;
-        const auto result = m_native->write_some(rest, some, as_wait(patience), taken);
-        // A write that was cut off after it had made some way is no stall.
-        if (result != write_result::written && taken == 0) return result;
-        rest += taken;
-        count -= taken;
+void running_child::read_errors(last_line& lines) {
+    char some[4096];
+    std::optional<DWORD> rest;  // of what the pipe held when the child had ended
+    while (!rest || *rest > 0) {
+        const DWORD count = m_native->read_some(some, sizeof some);
+        if (count == 0) return;
+        lines.add({some, count});
+        if (rest) {
+            *rest -= std::min(*rest, count);
+        } else if (m_native->has_ended(0)) {
+            rest = m_native->bytes_to_read();
+        }
     }
-    return write_result::written;
 }
 
-child_process::exit_report child_process::finish(milliseconds patience) {
-    exit_report report;
-    m_native->input.reset();
-    DWORD status = 0;
-    report.ended = m_native->child &&
-                   WaitForSingleObject(m_native->child.get(), as_wait(patience)) == WAIT_OBJECT_0;
-    if (report.ended && GetExitCodeProcess(m_native->child.get(), &status)) {
-        report.status = static_cast<int>(status);
+child_process::write_result running_child::write_some(const char* bytes, std::size_t count,
+                                                      milliseconds patience, std::size_t& taken) {
+    OVERLAPPED call{};
+    call.hEvent = m_native->written.get();
+    const HANDLE input = m_native->input.get();
+    if (!WriteFile(input, bytes, static_cast<DWORD>(std::min(count, k_largest_write)), nullptr,
+                   &call) &&
+        GetLastError() != ERROR_IO_PENDING) {
+        return child_process::write_result::closed;
     }
-    if (!report.ended) m_native->end_now();
-    m_native->end_reader();
-    report.last_line = m_native->lines.text();
-    return report;
+    const bool in_time = WaitForSingleObject(call.hEvent, as_wait(patience)) == WAIT_OBJECT_0;
+    // The buffer is the caller's: a write that is late must be over before he has it back.
+    if (!in_time) CancelIoEx(input, &call);
+    DWORD some = 0;
+    const bool is_done = GetOverlappedResult(input, &call, &some, TRUE) != 0;
+    taken = some;
+    if (is_done) return child_process::write_result::written;
+    return in_time ? child_process::write_result::closed : child_process::write_result::stalled;
+}
+
+void running_child::close_input() { m_native->input.reset(); }
+
+bool running_child::wait_for_end(milliseconds patience) const {
+    return m_native->has_ended(as_wait(patience));
+}
+
+int running_child::take_status() {
+    DWORD status = 0;
+    return GetExitCodeProcess(m_native->child.get(), &status) ? static_cast<int>(status) : -1;
+}
+
+void running_child::end_now() {
+    TerminateJobObject(m_native->job.get(), 1);
+    TerminateProcess(m_native->child.get(), 1);  // a system may have refused it the job
+    m_native->has_ended(INFINITE);
 }
 
 }  // namespace pennywort::host

@@ -1,0 +1,79 @@
+// host/system/child_process.cpp - see the header for the contract. What differs from system to
+// system is in running_child.h.
+#include "host/system/child_process.h"
+
+#include <system_error>
+#include <thread>
+
+#include "host/system/last_line.h"
+#include "host/system/running_child.h"
+
+namespace pennywort::host {
+
+struct child_process::state {
+    running_child child;
+    last_line lines;
+    std::thread reader;
+    bool is_running = false;  // it was started, and its end has not been waited for
+
+    void end_now() {
+        if (is_running) child.end_now();
+        is_running = false;
+    }
+    void end_reader() {
+        if (reader.joinable()) reader.join();
+    }
+};
+
+child_process::child_process() : m_state(new state) {}
+
+child_process::~child_process() {
+    m_state->end_now();
+    m_state->end_reader();
+}
+
+outcome child_process::start(const std::vector<std::string>& command) {
+    auto launched = m_state->child.launch(command);
+    if (!launched.ok()) return launched;
+    m_state->is_running = true;
+    try {
+        m_state->reader = std::thread([state = m_state.get()] {  //
+            state->child.read_errors(state->lines);
+        });
+    } catch (const std::system_error& error) {
+        // A program that nobody listens to stops as soon as its pipe is full.
+        m_state->end_now();
+        return outcome::failed("cannot listen to " + command[0] + ": " + error.code().message());
+    }
+    return launched;
+}
+
+child_process::write_result child_process::write(const void* bytes, std::size_t count,
+                                                 std::chrono::milliseconds patience) {
+    const char* rest = static_cast<const char*>(bytes);
+    while (count > 0) {
+        std::size_t taken = 0;
+        const auto result = m_state->child.write_some(rest, count, patience, taken);
+        // A write that was cut off after the pipe had taken some bytes is no stall.
+        if (result != write_result::written && taken == 0) return result;
+        rest += taken;
+        count -= taken;
+    }
+    return write_result::written;
+}
+
+child_process::exit_report child_process::finish(std::chrono::milliseconds patience) {
+    exit_report report;
+    m_state->child.close_input();
+    report.ended = m_state->is_running && m_state->child.wait_for_end(patience);
+    if (report.ended) {
+        report.status = m_state->child.take_status();
+        m_state->is_running = false;
+    }
+    m_state->end_now();
+    m_state->end_reader();
+    report.last_line = m_state->lines.text();
+    return report;
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,41 @@
+// host/system/program_search_win.cpp - Windows half of host/system/program_search.h. Linux half:
+// host/system/program_search_linux.cpp.
+#include "host/system/program_search.h"
+
+#include <windows.h>
+
+#include "loam/wide_text.h"
+
+namespace pennywort::host {
+
+namespace {
+
+bool is_program(const std::string& path) {
+    DWORD kind = 0;
+    return GetBinaryTypeW(loam::wide_text(path).c_str(), &kind) != 0;
+}
+
+std::string search_path() {
+    std::wstring value;
+    DWORD length = GetEnvironmentVariableW(L"PATH", nullptr, 0);
+    while (length > value.size()) {
+        value.resize(length);
+        length = GetEnvironmentVariableW(L"PATH", value.data(), length);
+    }
+    return loam::utf8_text({value.data(), length});
+}
+
+}  // namespace
+
+std::string find_program(const std::string& name) {
+    return find_in_folders(search_path(), ';', [&](const std::string& folder) {
+        if (folder.empty()) return std::string();
+        for (const char* ending : {".exe", ""}) {
+            std::string path = folder + "\\" + name + ending;
+            if (is_program(path)) return path;
+        }
+        return std::string();
+    });
+}
+
+}  // namespace pennywort::host

@@ -7,6 +7,9 @@
 namespace pennywort::host {
 
 // Threads that it starts do not inherit this here; what they do is short.
-void work_in_background() { SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL); }
+void work_in_background() {
+    // The work is the same at the usual priority.
+    static_cast<void>(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL));
+}
 
 }  // namespace pennywort::host

@@ -7,6 +7,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <system_error>
+
 namespace pennywort::host {
 
 namespace {
@@ -14,24 +17,36 @@ namespace {
 constexpr int k_usual_columns = 80;
 constexpr int k_first_free = 3;  // behind the three standard descriptors
 
+[[noreturn]] void throw_failure(const char* doing) {
+    throw std::system_error(errno, std::generic_category(), doing);
+}
+
 // A copy of the descriptor that no program we start inherits. A stream that was closed from the
-// start stands for one that takes nothing.
+// start is replaced by one that takes nothing.
 std::FILE* own_stream(int standard) {
     int copy = ::fcntl(standard, F_DUPFD_CLOEXEC, k_first_free);
     if (copy < 0) copy = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    return ::fdopen(copy, "wb");
+    std::FILE* const stream = copy >= 0 ? ::fdopen(copy, "wb") : nullptr;
+    if (stream == nullptr) throw_failure("cannot use the standard output");
+    return stream;
 }
 
+// Without this the browser's own lines would stand between our frames, so it may not fail.
 void discard(int standard) {
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere < 0) return;
-    ::dup2(nowhere, standard);
-    if (nowhere != standard) ::close(nowhere);
+    if (nowhere < 0) throw_failure("cannot open /dev/null");
+    if (nowhere == standard) return;  // it was closed from the start
+    const bool is_discarded = ::dup2(nowhere, standard) == standard;
+    const int error = errno;
+    ::close(nowhere);
+    errno = error;
+    if (!is_discarded) throw_failure("cannot discard the standard output");
 }
 
 void give_back(std::FILE* stream, int standard) {
     std::fflush(stream);
-    ::dup2(::fileno(stream), standard);
+    // Where the system refuses, the output goes on taking nothing; nobody is left to be told.
+    static_cast<void>(::dup2(::fileno(stream), standard));
     std::fclose(stream);
 }
 

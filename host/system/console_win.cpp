@@ -6,6 +6,9 @@
 #include <io.h>
 #include <windows.h>
 
+#include <cerrno>
+#include <system_error>
+
 namespace pennywort::host {
 
 namespace {
@@ -13,26 +16,40 @@ namespace {
 constexpr int k_output = 1;
 constexpr int k_errors = 2;
 
+[[noreturn]] void throw_failure(const char* doing) {
+    throw std::system_error(errno, std::generic_category(), doing);
+}
+
+// A stream that was closed from the start is replaced by one that takes nothing.
 std::FILE* own_stream(int standard) {
     int copy = _dup(standard);
     if (copy < 0) copy = _open("NUL", _O_WRONLY | _O_BINARY);
-    _setmode(copy, _O_BINARY);
-    return _fdopen(copy, "wb");
+    if (copy < 0) throw_failure("cannot open NUL");
+    // In text mode the system would put a byte before each line feed of a picture.
+    std::FILE* const stream = _setmode(copy, _O_BINARY) != -1 ? _fdopen(copy, "wb") : nullptr;
+    if (stream == nullptr) throw_failure("cannot use the standard output");
+    return stream;
 }
 
 // A program without a console and without redirection has the descriptor, but nothing behind it.
 bool is_open(int standard) { return _get_osfhandle(standard) >= 0; }
 
+// Without this the browser's own lines would stand between our frames, so it may not fail.
 void discard(int standard) {
     const int nowhere = _open("NUL", _O_WRONLY | _O_BINARY);
-    if (nowhere < 0) return;
-    _dup2(nowhere, standard);
+    if (nowhere < 0) throw_failure("cannot open NUL");
+    if (nowhere == standard) return;  // it was closed from the start
+    const bool is_discarded = _dup2(nowhere, standard) == 0 || !is_open(standard);
+    const int error = errno;
     _close(nowhere);
+    errno = error;
+    if (!is_discarded) throw_failure("cannot discard the standard output");
 }
 
 void give_back(std::FILE* stream, int standard) {
     std::fflush(stream);
-    _dup2(_fileno(stream), standard);
+    // Where the system refuses, the output goes on taking nothing; nobody is left to be told.
+    static_cast<void>(_dup2(_fileno(stream), standard));
     std::fclose(stream);
 }
 

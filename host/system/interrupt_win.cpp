@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <system_error>
 
 namespace pennywort::host {
 
@@ -24,10 +25,16 @@ BOOL WINAPI note(DWORD event) {
 
 interrupt_watch::interrupt_watch() {
     g_status = 0;
-    SetConsoleCtrlHandler(note, TRUE);
+    if (SetConsoleCtrlHandler(note, TRUE)) return;
+    const auto error = static_cast<int>(GetLastError());
+    // Without the handler Ctrl-C would cut off the file that is being written.
+    throw std::system_error(error, std::system_category(), "cannot hear Ctrl-C");
 }
 
-interrupt_watch::~interrupt_watch() { SetConsoleCtrlHandler(note, FALSE); }
+interrupt_watch::~interrupt_watch() {
+    // It fails only where it is not set any more.
+    static_cast<void>(SetConsoleCtrlHandler(note, FALSE));
+}
 
 int interrupt_watch::status() const { return g_status; }
 

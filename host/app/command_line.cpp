@@ -48,6 +48,10 @@ std::string joined(const commands& all, const char* before, const char* after) {
     return text;
 }
 
+std::string with_hint(const std::string& text, const std::string& words_before_help) {
+    return text + "; pennywort " + words_before_help + "--help lists what there is";
+}
+
 bool is_known(const commands& all, const std::string& name) {
     return std::any_of(all.begin(), all.end(),
                        [&](const auto& one) { return one->name() == name; });
@@ -99,6 +103,9 @@ command_line parse_command_line(const std::vector<std::string>& arguments) {
     if (has_command && !is_known(all, arguments[0])) {
         return refusal("there is no command " + arguments[0] + ", only " + joined(all, "", ""));
     }
+    if (arguments.empty()) {
+        return refusal(with_hint("no command is named: " + joined(all, "", ""), "COMMAND "));
+    }
     parser program(all);
     try {
         program.parse(arguments);
@@ -107,7 +114,7 @@ command_line parse_command_line(const std::vector<std::string>& arguments) {
     } catch (const CLI::CallForVersion&) {
         return saying(std::string(k_version) + "\n");
     } catch (const CLI::ParseError& wrong) {
-        return refusal(wrong.what());
+        return refusal(with_hint(wrong.what(), has_command ? arguments[0] + " " : ""));
     }
     return running(std::move(all[program.chosen()]));
 }

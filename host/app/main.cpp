@@ -24,8 +24,7 @@ int run(const std::vector<std::string>& arguments) {
     const auto line = pennywort::host::parse_command_line(arguments);
     if (line.what == command_line::verdict::say) return say(line.text);
     if (line.what == command_line::verdict::refuse) {
-        std::fprintf(stderr, "pennywort: %s (pennywort COMMAND --help lists the options)\n",
-                     line.text.c_str());
+        std::fprintf(stderr, "pennywort: %s\n", line.text.c_str());
         return pennywort::host::k_exit_usage;
     }
     using others = console::others;

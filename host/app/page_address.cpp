@@ -81,7 +81,7 @@ std::string as_browser_reads(std::string_view text) {
     return read;
 }
 
-// The browser says nothing at all of an address that it can make nothing of.
+// The browser ignores such an address without a word, and the run would wait until its time-out.
 std::string fault_of_web_address(std::string_view text) {
     const std::string read = as_browser_reads(text);
     std::string_view url = read;

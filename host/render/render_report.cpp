@@ -10,7 +10,7 @@ namespace pennywort::host {
 
 namespace {
 
-double seconds_of(std::chrono::steady_clock::duration time) {
+double seconds_of(run::monotonic_clock::time::duration time) {
     return std::chrono::duration<double>(time).count();
 }
 
@@ -22,6 +22,10 @@ std::string rounded(double value, int decimals) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     return text;
+}
+
+std::string count_of(std::uint64_t count, const char* thing) {
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
 }  // namespace
@@ -59,17 +63,16 @@ std::vector<std::string> summary_lines(const render_options& options, const rend
     const double seconds = seconds_of(counts.counted);
     const bool measuring = options.output.kind == output_kind::none;
     std::vector<std::string> lines;
-    lines.push_back((measuring ? "measured: " : options.output.path + ": ") +
-                    std::to_string(counts.frames) + " frames, " + rounded(seconds, 2) + " s, " +
-                    rounded(per_second(counts.painted, seconds), 2) + " pictures a second of " +
-                    rounded(options.format.rate.value(), 2) + "; " +
-                    std::to_string(counts.repeated) +
-                    " frames repeat the one before; the page missed " +
-                    std::to_string(result.missed) + " ticks");
+    lines.push_back(
+        (measuring ? "measured: " : options.output.path + ": ") + count_of(counts.frames, "frame") +
+        ", " + rounded(seconds, 2) + " s, " + rounded(per_second(counts.painted, seconds), 2) +
+        " pictures a second of " + rounded(options.format.rate.value(), 2) + "; " +
+        count_of(counts.repeated, "frame") + " the same as the one before; the page missed " +
+        count_of(result.missed, "tick"));
     if (counts.dropped > 0 && !measuring) {
-        lines.push_back(std::to_string(counts.dropped) +
-                        " pictures were dropped, since writing could not keep up: a smaller --size "
-                        "or a lower --fps helps");
+        lines.push_back("dropped " + count_of(counts.dropped, "picture") +
+                        ", since writing could not keep up: a smaller --size or a lower --fps "
+                        "helps");
     }
     return lines;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "core/run/clock.h"
 #include "host/render/recorder.h"
 #include "host/render/render_options.h"
 
@@ -16,8 +17,8 @@ struct render_result {
     record_counts counts;
     interval_spread intervals;
     std::uint64_t missed = 0;  // ticks that the page could not follow
-    std::optional<std::chrono::steady_clock::duration> first_frame;  // from the runtime's start
-    std::string failure;                                             // empty if there was none
+    std::optional<run::monotonic_clock::time::duration> first_frame;  // from the runtime's start
+    std::string failure;                                              // empty if there was none
 };
 
 // One object in one line, without a line end.

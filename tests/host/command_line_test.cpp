@@ -39,7 +39,7 @@ struct refused_case {
 void PrintTo(const refused_case& c, std::ostream* out) { *out << c.name; }
 
 const refused_case k_refused[] = {
-    {"Nothing", {}, "subcommand"},
+    {"Nothing", {}, "no command is named: render, live"},
     {"UnknownCommand", {"rendr"}, "rendr"},
     {"NoPage", {"render"}, "pages"},
     {"UnknownOption", {"render", k_page, "--sise", "1x1"}, "--sise"},

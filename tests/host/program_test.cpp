@@ -40,7 +40,7 @@ TEST_F(Program, WrongArgumentsEndWithStatus2AndOneLine) {
     expect_refusal(folder.run("pennywort render about:blank --size 0x0"), 2, "--size 0x0");
     expect_refusal(folder.run("pennywort render missing.html"), 2, "missing.html");
     expect_refusal(folder.run("pennywort render $'two\\nlines'"), 2, "two lines");
-    expect_refusal(folder.run("pennywort"), 2, "subcommand");
+    expect_refusal(folder.run("pennywort"), 2, "no command is named: render, live");
 }
 
 TEST_F(Program, AMissingRuntimeIsToldWithTheRemedyAndLeavesNoFile) {

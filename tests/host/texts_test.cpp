@@ -116,6 +116,22 @@ TEST(RenderReport, AFailureIsInItAndWhatNeverCameIsNull) {
     EXPECT_EQ(text.find('\n'), std::string::npos);
 }
 
+TEST(RenderReport, TellsPeopleWhatCameOut) {
+    render_options options;
+    options.output.kind = output_kind::png;
+    options.output.path = "a.png";
+    render_result one;
+    one.counts.frames = one.counts.painted = 1;
+    one.counts.counted = 20ms;
+    one.missed = 1;
+    EXPECT_EQ(summary_lines(options, one).at(0),
+              "a.png: 1 frame, 0.02 s, 50.00 pictures a second of 50.00; 0 frames the same as the "
+              "one before; the page missed 1 tick");
+    EXPECT_EQ(summary_lines(options, some_result()).at(1),
+              "dropped 1 picture, since writing could not keep up: a smaller --size or a lower "
+              "--fps helps");
+}
+
 TEST(RenderReport, DroppedPicturesAreExplained) {
     render_options options;
     options.output.kind = output_kind::mov;

@@ -30,8 +30,8 @@ class picture_pool {
 public:
     picture_pool(long width, long height, std::size_t limit);
 
-    // The number of pictures of that size that fit into `bytes`, but never fewer than can be
-    // worked with: one being painted, one being written, one to show again, one between them.
+    // The number of pictures of that size that fit into `bytes`, but at least four: one
+    // being painted, one being written, one to show again, one between them.
     static std::size_t limit_for(long width, long height, std::size_t bytes);
 
     // Null when all are given out, and when there is no memory for another one.

@@ -13,14 +13,14 @@ writer_thread::writer_thread(std::unique_ptr<frame_writer> writer)
     : m_writer(std::move(writer)), m_thread([this] { run(); }) {}
 
 writer_thread::~writer_thread() {
-    m_abandoned = true;
+    m_is_abandoned = true;
     static_cast<void>(finish());
 }
 
 void writer_thread::show(picture_ptr frame) {
     {
         const std::lock_guard hold(m_lock);
-        if (m_failed || m_ending) return;
+        if (m_has_failed || m_is_ending) return;
         m_has_shown = true;
         m_waiting.push_back({std::move(frame), 1});
     }
@@ -30,7 +30,7 @@ void writer_thread::show(picture_ptr frame) {
 void writer_thread::show_again() {
     {
         const std::lock_guard hold(m_lock);
-        if (m_failed || m_ending || !m_has_shown) return;
+        if (m_has_failed || m_is_ending || !m_has_shown) return;
         if (m_waiting.empty()) {
             m_waiting.push_back({nullptr, 1});
         } else {
@@ -43,7 +43,7 @@ void writer_thread::show_again() {
 void writer_thread::request_finish() {
     {
         const std::lock_guard hold(m_lock);
-        m_ending = true;
+        m_is_ending = true;
     }
     m_changed.notify_one();
 }
@@ -78,8 +78,8 @@ void writer_thread::guarded(work_type work) {
 
 bool writer_thread::next(entry& out) {
     std::unique_lock hold(m_lock);
-    m_changed.wait(hold, [this] { return m_ending || !m_waiting.empty(); });
-    if (m_waiting.empty() || m_failed || m_abandoned) return false;
+    m_changed.wait(hold, [this] { return m_is_ending || !m_waiting.empty(); });
+    if (m_waiting.empty() || m_has_failed || m_is_abandoned) return false;
     out = std::move(m_waiting.front());
     m_waiting.pop_front();
     return true;
@@ -92,9 +92,9 @@ void writer_thread::write(const entry& todo) {
     } else if (todo.frame) {
         m_previous = todo.frame;
     }
-    for (std::uint64_t i = 0; i < todo.times && !m_failed && !m_abandoned; ++i) {
+    for (std::uint64_t i = 0; i < todo.times && !m_has_failed && !m_is_abandoned; ++i) {
         keep(m_writer->show(m_previous));
-        if (!m_failed) ++m_written;
+        if (!m_has_failed) ++m_written;
     }
 }
 
@@ -112,13 +112,13 @@ void writer_thread::complete() {
         const std::lock_guard hold(m_lock);
         m_waiting.clear();
     }
-    m_finished = true;
+    m_has_finished = true;
 }
 
 void writer_thread::keep(const outcome& result) {
-    if (result.ok() || m_failed) return;
+    if (result.ok() || m_has_failed) return;
     m_outcome = result;
-    m_failed = true;
+    m_has_failed = true;
 }
 
 }  // namespace pennywort::host

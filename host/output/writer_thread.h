@@ -14,8 +14,8 @@
 
 namespace pennywort::host {
 
-// How many pictures can wait is bounded by the pool that they come from; a frame that repeats the
-// one before it costs nothing, so that a reader may pause for as long as it likes.
+// The pool that the pictures come from bounds how many can wait. A frame that repeats the one
+// before it takes no memory, so a reader may pause for any time.
 class writer_thread {
 public:
     // `writer` has begun already.
@@ -31,7 +31,7 @@ public:
     void show_again();
 
     // Whether a frame could not be written; finish tells the reason.
-    bool failed() const { return m_failed; }
+    bool has_failed() const { return m_has_failed; }
     // Frames that the writer has taken so far.
     std::uint64_t written() const { return m_written; }
     // Pictures among them that looked exactly as the one before: a page paints those too, and who
@@ -41,7 +41,7 @@ public:
     // Asks for the end behind what still waits. Without waiting.
     void request_finish();
     // Whether all is written and the output complete.
-    bool finished() const { return m_finished; }
+    bool has_finished() const { return m_has_finished; }
     // request_finish, and waits for it. The first failure, if there was one.
     outcome finish();
 
@@ -65,12 +65,12 @@ private:
     std::condition_variable m_changed;
     std::deque<entry> m_waiting;
     bool m_has_shown = false;
-    bool m_ending = false;
+    bool m_is_ending = false;
     picture_ptr m_previous;               // what the writer was given last; of the thread's own
     outcome m_outcome = outcome::fine();  // of the thread's own until it has ended
-    std::atomic<bool> m_failed{false};
-    std::atomic<bool> m_abandoned{false};
-    std::atomic<bool> m_finished{false};
+    std::atomic<bool> m_has_failed{false};
+    std::atomic<bool> m_is_abandoned{false};
+    std::atomic<bool> m_has_finished{false};
     std::atomic<std::uint64_t> m_written{0};
     std::atomic<std::uint64_t> m_unchanged{0};
     std::thread m_thread;

@@ -17,6 +17,7 @@
 #include <deque>
 #include <optional>
 
+#include "core/run/clock.h"
 #include "host/output/picture.h"
 
 namespace pennywort::host {
@@ -31,8 +32,8 @@ struct tick_result {
 
 class frame_pacer {
 public:
-    using time_point = std::chrono::steady_clock::time_point;
-    using duration = std::chrono::steady_clock::duration;
+    using time_point = run::monotonic_clock::time;
+    using duration = run::monotonic_clock::time::duration;
 
     // How many ticks late a tick is decided at this interval: what a picture may need, and at
     // least three, since telling a late picture from a missing one takes the pictures after it.

@@ -21,6 +21,10 @@ zRecord settings_of(const render_options& options) {
     settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_tell_every_load", true);
     settings.SetString("web_override_css", options.css);
+    // Without these two the film would show the browser's own page in the place of one that failed,
+    // and a page whose process has ended would be noticed only by its silence.
+    settings.SetBool("web_keep_last_picture", true);
+    settings.SetBool("web_report_lost_page", true);
     settings.SetBool("web_host_clock", options.clock == page_clock::host);
     return settings;
 }
@@ -34,13 +38,15 @@ std::string text_of(const zString& text) { return std::string(text.View()); }
 
 }  // namespace
 
-page_display::page_display(const render_options& options, recorder& frames, listener heard)
+page_display::page_display(const render_options& options, recorder& frames,
+                           const run::monotonic_clock& clock, listener heard)
     : m_format(options.format),
       m_frames(frames),
+      m_clock(clock),
       m_heard(std::move(heard)),
       m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
                                                             options.format.rate.value())) {
-    if (!m_browser) throw std::bad_alloc();
+    if (m_browser == nullptr) throw std::bad_alloc();
     m_browser->SetVideoRenderer(this);
     m_browser->SetPageCallbackReceiver(this);
     m_browser->SetJavascriptCallbackReceiver(this);
@@ -53,12 +59,12 @@ page_display::~page_display() {
 
 bool page_display::show(const std::string& url, page_run& run) {
     m_run = &run;
-    if (m_open) {
+    if (m_is_open) {
         m_browser->LoadUrl(url.c_str());
     } else {
-        m_open = m_browser->Open();
+        m_is_open = m_browser->Open();
     }
-    return m_open;
+    return m_is_open;
 }
 
 void page_display::close() {
@@ -75,8 +81,8 @@ std::uint64_t page_display::missed() const {
     return counts.ticks_missed;
 }
 
-// The display forgets observers by their age only when another script is run; here each question
-// has a limit of its own, so none is given.
+// No time-out: the run limits each question itself, and the display drops an observer that is too
+// old only when the next script is run.
 void page_display::run_script(const std::string& body, std::function<void(std::string)> answer) {
     m_browser->ExecuteJavascript(zString(body), 0, std::move(answer));
 }
@@ -91,17 +97,25 @@ void page_display::GetSize(long& width, long& height) const {
 // An open select list is painted apart from its page, without a place; it is left out.
 void page_display::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
     if (isPopup) return;
-    m_frames.painted(pixels, width, height, std::chrono::steady_clock::now());
+    m_frames.painted(pixels, width, height, m_clock.now());
 }
 
 void page_display::PageLoadFailed(const zString& url, const zString& error) {
     m_heard(saying::news, "load failed: " + text_of(url) + ": " + text_of(error));
-    if (m_run) m_run->load_failed(text_of(url), text_of(error));
+    if (m_run == nullptr) return;
+    cWebDisplayPageStatus status;
+    m_browser->GetPageStatus(status);
+    if (status.phase == cWebDisplayPagePhase::Lost) return m_run->page_lost();
+    // Frames of the page are told here too, and leave its phase alone.
+    if (status.phase == cWebDisplayPagePhase::Failed) {
+        return m_run->page_failed(text_of(url), text_of(error));
+    }
+    m_run->load_failed(text_of(url), text_of(error));
 }
 
 void page_display::PageLoaded(const zString& url) {
     m_heard(saying::news, "loaded: " + text_of(url));
-    if (m_run) m_run->page_loaded(text_of(url));
+    if (m_run != nullptr) m_run->page_loaded();
 }
 
 // Also where errors of the page's scripts arrive: the message, and the script's URL.

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "core/run/clock.h"
 #include "host/render/page_run.h"
 #include "host/render/recorder.h"
 #include "host/render/render_options.h"
@@ -24,8 +25,9 @@ public:
     // Hears what pages say, one line at a time.
     using listener = std::function<void(saying what, const std::string& line)>;
 
-    // Opens nothing yet. `frames` must outlive the display.
-    page_display(const render_options& options, recorder& frames, listener heard);
+    // Opens nothing yet. `frames` and `clock` must outlive the display.
+    page_display(const render_options& options, recorder& frames, const run::monotonic_clock& clock,
+                 listener heard);
     ~page_display() override;
     page_display(const page_display&) = delete;
     page_display& operator=(const page_display&) = delete;
@@ -55,10 +57,11 @@ private:
 
     const frame_format m_format;
     recorder& m_frames;
+    const run::monotonic_clock& m_clock;
     const listener m_heard;
     cWebDisplayBrowser* m_browser;
     page_run* m_run = nullptr;
-    bool m_open = false;
+    bool m_is_open = false;
 };
 
 }  // namespace pennywort::host

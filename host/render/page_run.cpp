@@ -15,9 +15,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto k_poll_interval = 40ms;
-// A page that loads another one takes the question with it: then it is asked again.
+// A page that loads another one loses the question. The next one is asked after this time.
 constexpr auto k_question_patience = 1000ms;
-// Where nothing is wrong an answer is there long before.
+// Other questions are answered in much less than this time.
 constexpr auto k_doubt_after = 300ms;
 constexpr auto k_alive_interval = 1000ms;
 
@@ -72,22 +72,22 @@ void page_run::fail(const std::string& text) {
     m_failure = text;
 }
 
-void page_run::page_loaded(const std::string& url) {
-    const bool preparing = m_state < state::ready;
-    if (!preparing) return;
-    // What could not be loaded is replaced by a page that says so, and that one does load, under
-    // the same URL. That of a frame does not come here, and so is told apart.
-    if (url == m_failed_url) return fail("the page could not be loaded: " + m_load_problem);
-    enter(state::settling);
+void page_run::page_loaded() {
+    const bool is_preparing = m_state < state::ready;
+    if (is_preparing) enter(state::settling);
+}
+
+void page_run::page_failed(const std::string& url, const std::string& error) {
+    if (m_state < state::ended) fail("the page could not be loaded: " + url + ": " + error);
+}
+
+void page_run::page_lost() {
+    if (m_state < state::ended) fail(m_request.url + ": the page's process has ended");
 }
 
 void page_run::load_failed(const std::string& url, const std::string& error) {
-    m_failed_url = url;
-    m_load_problem = url + ": " + error;
-    const bool this_page = without_fragment(url) == without_fragment(m_request.url);
-    if (m_state == state::loading && this_page) {
-        fail("the page could not be loaded: " + m_load_problem);
-    }
+    const bool is_this_page = without_fragment(url) == without_fragment(m_request.url);
+    if (m_state == state::loading && is_this_page) page_failed(url, error);
 }
 
 std::shared_ptr<page_run::question> page_run::send(const std::string& body) {
@@ -167,13 +167,13 @@ void page_run::step_scripting(time_point now) {
         is_answer(answer, "fine", m_script_result);
         return enter(state::waiting);
     }
-    // Never a second time: what it does to the page is not ours to repeat.
+    // Once only: run twice, it would do twice to the page what the user wants done once.
     if (!m_question) return ask(run_of(m_request.script), now);
     doubt_question(m_request.script_name, m_request.script, now);
 }
 
-// A question that the page cannot parse is never answered. When another one that was asked after it
-// is, the page is asked what it thinks of the text.
+// The page never answers a question that it cannot parse. If it answers a later one, it is asked to
+// parse the text of the first and to report the fault.
 void page_run::doubt_question(const std::string& name, const std::string& script, time_point now) {
     if (m_question != m_doubted) {
         if (m_question->answered || now - m_asked < k_doubt_after) return;
@@ -201,7 +201,7 @@ void page_run::step_waiting(time_point now) {
     const std::string& condition = m_request.wait_for;
     if (m_question && !condition.empty()) {
         doubt_question("--wait-for " + condition, "return (" + condition + "\n)", now);
-        if (failed()) return;
+        if (has_failed()) return;
     }
     if (ask_again(now, k_question_patience))
         ask(readiness_probe(condition.empty() ? "true" : condition), now);
@@ -228,20 +228,21 @@ void page_run::step_living(time_point now) {
         m_answered = now;
         if (m_state == state::ending) return enter(state::ended);
     }
-    if (m_question && silent(now)) {
+    if (m_question && is_silent(now)) {
         return fail(m_request.url + ": the page has stopped answering; its process may have ended");
     }
     if (m_question || (m_state == state::ready && now - m_answered < k_alive_interval)) return;
     ask("return 1;", now);
 }
 
-bool page_run::silent(time_point now) const {
+bool page_run::is_silent(time_point now) const {
     return now - m_asked >= std::min(m_request.timeout, k_max_page_silence);
 }
 
 void page_run::end(time_point now) {
     if (m_state != state::ready) return;
-    // A question that is open already proves nothing about the time after it.
+    // The answer to a question asked before the last frame would not prove that the page lived to
+    // it.
     enter(state::ending);
     step_living(now);
 }

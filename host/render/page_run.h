@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "core/run/clock.h"
+
 namespace pennywort::host {
 
 // What a page run needs of the display that shows the page.
@@ -37,7 +39,7 @@ struct page_request {
 // then whether it still lives. All on the display thread. No clock: the caller tells the time.
 class page_run {
 public:
-    using time_point = std::chrono::steady_clock::time_point;
+    using time_point = run::monotonic_clock::time;
 
     // The page has been requested at `now`. `port` must outlive the run.
     page_run(page_port& port, page_request request, time_point now);
@@ -47,18 +49,25 @@ public:
 
     // What the display reports. A page that loads another one by itself while it is being
     // prepared is prepared again.
-    void page_loaded(const std::string& url);
+    void page_loaded();
+    // The page's main frame shows nothing of a page any more, only why: that ends the run at any
+    // time, since the browser's own words must not get into a film.
+    void page_failed(const std::string& url, const std::string& error);
+    // The process of the page has ended, and nothing is painted any more.
+    void page_lost();
+    // Something else did not load: a frame of the page, or a URL that the browser does not take.
     void load_failed(const std::string& url, const std::string& error);
 
-    // Does what is due. Often: nothing else notices that time passes.
+    // Does what is due. Call it often: without it no wait of the run ever ends.
     void step(time_point now);
 
-    // The page's frames are all taken: it only has to prove that it lived to the end.
+    // All frames of the page are taken. The run ends when the page has answered once more, which
+    // proves that it painted to the end.
     void end(time_point now);
 
-    bool ready() const { return m_state == state::ready; }
-    bool ended() const { return m_state == state::ended; }
-    bool failed() const { return m_state == state::failed; }
+    bool is_ready() const { return m_state == state::ready; }
+    bool has_ended() const { return m_state == state::ended; }
+    bool has_failed() const { return m_state == state::failed; }
     // Why, in one line.
     const std::string& failure() const { return m_failure; }
     // What the script returned.
@@ -87,7 +96,7 @@ private:
     void doubt_question(const std::string& name, const std::string& script, time_point now);
     bool ask_again(time_point now, std::chrono::milliseconds patience);
     bool take_answer(std::string& text);
-    bool silent(time_point now) const;
+    bool is_silent(time_point now) const;
     std::string timeout_text() const;
     std::string within() const;
 
@@ -110,9 +119,7 @@ private:
     time_point m_answered{};
     std::uint64_t m_pictures_before = 0;
     int m_pictures_seen = 0;
-    std::string m_thrown;        // by the condition, the last time
-    std::string m_failed_url;    // the last one; it may have been a frame's of the page
-    std::string m_load_problem;  // the same with the reason
+    std::string m_thrown;  // by the condition, the last time
     std::string m_script_result;
     std::string m_failure;
 };

@@ -61,10 +61,10 @@ progress::progress(std::FILE* out, int columns) : m_out(out), m_columns(columns)
 progress::~progress() { take_bar_away(); }
 
 void progress::take_bar_away() {
-    if (!m_bar_shown) return;
+    if (!m_has_bar) return;
     std::fputs("\r\x1b[K", m_out);
     std::fflush(m_out);
-    m_bar_shown = false;
+    m_has_bar = false;
 }
 
 void progress::show(const progress_state& state, time_point now) {
@@ -75,7 +75,7 @@ void progress::show(const progress_state& state, time_point now) {
     if (m_columns > 0) {
         std::fprintf(m_out, "\r\x1b[K%s", progress_bar(state, m_columns).c_str());
         std::fflush(m_out);
-        m_bar_shown = true;
+        m_has_bar = true;
     } else if (!first) {
         std::fprintf(m_out, "%s\n", progress_line(state).c_str());
         std::fflush(m_out);

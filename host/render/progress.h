@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include "core/run/clock.h"
+
 namespace pennywort::host {
 
 struct progress_state {
@@ -24,7 +26,7 @@ std::string progress_line(const progress_state& state);
 
 class progress {
 public:
-    using time_point = std::chrono::steady_clock::time_point;
+    using time_point = run::monotonic_clock::time;
 
     // `columns` is the terminal's width, 0 if `out` is none.
     progress(std::FILE* out, int columns);
@@ -43,7 +45,7 @@ private:
 
     std::FILE* const m_out;
     const int m_columns;
-    bool m_bar_shown = false;
+    bool m_has_bar = false;
     time_point m_next{};
 };
 

@@ -11,7 +11,7 @@
 
 namespace pennywort::host {
 
-void interval_spread::add(std::chrono::steady_clock::duration interval) {
+void interval_spread::add(run::monotonic_clock::time::duration interval) {
     using steps = std::chrono::duration<std::int64_t, std::ratio<1, 10'000>>;
     const auto step = std::chrono::round<steps>(interval).count();
     ++m_counts[static_cast<std::size_t>(std::clamp<std::int64_t>(step, 0, k_steps - 1))];
@@ -102,7 +102,7 @@ void recorder::count(const tick_result& result, time_point now) {
         m_writer->show(m_latest);
         m_shown = true;
     } else if (lost) {
-        // There is none before it to repeat, and the output would be a frame short.
+        // The first frame has none before it to repeat: without this the output would lack a frame.
         m_has_no_memory = true;
     }
 }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "core/run/clock.h"
 #include "host/output/frame_rate.h"
 #include "host/output/picture.h"
 #include "host/output/writer_thread.h"
@@ -27,13 +28,13 @@ struct record_counts {
     // Pictures that look exactly as the one before; their frames are repeated ones. None is known
     // where nothing is written.
     std::uint64_t unchanged = 0;
-    std::chrono::steady_clock::duration counted{};  // from the first to the end of the last tick
+    run::monotonic_clock::time::duration counted{};  // from the first to the end of the last tick
 };
 
 // The spread of the time between two pictures, in steps of 0.1 ms.
 class interval_spread {
 public:
-    void add(std::chrono::steady_clock::duration interval);
+    void add(run::monotonic_clock::time::duration interval);
     // The interval that the part `share` (0 to 1) of all does not exceed; 0 when there is none.
     double milliseconds_at(double share) const;
 
@@ -46,7 +47,7 @@ private:
 
 class recorder {
 public:
-    using time_point = std::chrono::steady_clock::time_point;
+    using time_point = run::monotonic_clock::time;
 
     // Without a writer pictures are counted but not kept. The writer must outlive the recorder's
     // last tick.
@@ -64,7 +65,7 @@ public:
     // Output frames end with the tick that is decided now.
     void end();
     // Whether all frames of the last begin are handed over.
-    bool done() const { return m_done; }
+    bool is_done() const { return m_done; }
 
     // Pictures so far, counted or not, and when the first one came.
     std::uint64_t pictures() const { return m_pictures; }
@@ -83,7 +84,7 @@ private:
 
     const long m_width;
     const long m_height;
-    const std::chrono::steady_clock::duration m_interval;
+    const run::monotonic_clock::time::duration m_interval;
     writer_thread* const m_writer;
     picture_pool m_pool;
     const picture_ptr m_token;  // stands for every picture where none is kept

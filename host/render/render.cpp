@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "core/limits.h"
+#include "core/run/clock.h"
 #include "host/app/browser_runtime.h"
 #include "host/app/exit_status.h"
 #include "host/output/stream_writers.h"
@@ -31,7 +32,7 @@ namespace pennywort::host {
 
 namespace {
 
-using clock = std::chrono::steady_clock;
+using time_point = run::monotonic_clock::time;
 
 // How long the loop waits for something to do before it looks at the time.
 constexpr std::uint32_t k_loop_microseconds = 10'000;
@@ -50,7 +51,7 @@ private:
     void begin_page(page_display& display, std::size_t number);
     void follow_page(page_display& display);
     void leave_page(page_display& display);
-    void tick(page_display& display, clock::time_point now, std::uint64_t due);
+    void tick(page_display& display, time_point now, std::uint64_t due);
     void complete_output();
     void discard_output();
     bool remove_empty_output() const;
@@ -59,10 +60,11 @@ private:
     render_result result() const;
     void print_json(const render_result& result);
     void fail(const std::string& text);
-    bool over() const;
-    bool drained() const;
+    bool is_over() const;
+    bool is_drained() const;
     int report();
 
+    const run::monotonic_clock& m_clock = run::monotonic_clock::system();
     const render_options& m_options;
     const console& m_console;
     progress m_progress;
@@ -71,11 +73,11 @@ private:
     std::unique_ptr<recorder> m_recorder;
     std::unique_ptr<page_run> m_page;
     std::size_t m_page_number = 0;
-    bool m_counting = false;
-    bool m_all_shown = false;
+    bool m_is_counting = false;
+    bool m_has_shown_all = false;
     std::uint64_t m_missed = 0;
     std::uint64_t m_missed_before = 0;
-    clock::time_point m_started{};
+    time_point m_started{};
     std::string m_failure;
     std::set<std::string> m_script_errors;  // those that have been told
 };
@@ -104,19 +106,20 @@ bool render_session::open_output() {
     return begun.ok();
 }
 
-bool render_session::over() const {
-    return m_all_shown || !m_failure.empty() || m_interrupt.status() != 0 ||
-           m_recorder->has_no_memory() || (m_writer && m_writer->failed());
+bool render_session::is_over() const {
+    return m_has_shown_all || !m_failure.empty() || m_interrupt.status() != 0 ||
+           m_recorder->has_no_memory() || (m_writer && m_writer->has_failed());
 }
 
-// Whether the writer has nothing left to do. The next page is not even loaded before: it is to have
-// all of the memory for its pictures, and not to play to an empty house meanwhile.
-bool render_session::drained() const {
+// Whether the writer has written all frames so far. The next page is loaded only then: otherwise
+// the pictures of the last page would take the memory that its own need.
+bool render_session::is_drained() const {
     return !m_writer || m_writer->written() >= m_recorder->counts().frames;
 }
 
-void render_session::tick(page_display& display, clock::time_point now, std::uint64_t due) {
-    // What the machine was too late for cannot be made up: the page's clock is the time of day.
+void render_session::tick(page_display& display, time_point now, std::uint64_t due) {
+    // The page gets one tick however many are due: its clock is the time of day, so it cannot paint
+    // the moments that the machine was too late for.
     for (std::uint64_t i = 0; i < due; ++i) m_recorder->tick(now);
     if (m_options.clock == page_clock::host) display.tick();
 }
@@ -124,36 +127,36 @@ void render_session::tick(page_display& display, clock::time_point now, std::uin
 void render_session::begin_page(page_display& display, std::size_t number) {
     const page_request request{m_options.urls[number], m_options.script, m_options.script_name,
                                m_options.wait_for, m_options.timeout};
-    auto page = std::make_unique<page_run>(display, request, clock::now());
+    auto page = std::make_unique<page_run>(display, request, m_clock.now());
     if (!display.show(request.url, *page)) fail("the display cannot be opened");
     m_page = std::move(page);
     m_page_number = number;
-    m_counting = false;
+    m_is_counting = false;
 }
 
 void render_session::follow_page(page_display& display) {
-    m_page->step(clock::now());
-    if (m_page->failed()) return fail(m_page->failure());
-    if (m_page->ready() && !m_counting) {
+    m_page->step(m_clock.now());
+    if (m_page->has_failed()) return fail(m_page->failure());
+    if (m_page->is_ready() && !m_is_counting) {
         if (!m_page->script_result().empty()) {
             hear(page_display::saying::news, "script: " + m_page->script_result());
         }
         m_missed_before = display.missed();
         m_recorder->begin(m_options.frames_per_page);
-        m_counting = true;
-    } else if (m_page->ready() && m_counting && m_recorder->done()) {
+        m_is_counting = true;
+    } else if (m_page->is_ready() && m_is_counting && m_recorder->is_done()) {
         m_missed += display.missed() - m_missed_before;
         m_missed_before = display.missed();
-        m_page->end(clock::now());
-    } else if (m_page->ended()) {
+        m_page->end(m_clock.now());
+    } else if (m_page->has_ended()) {
         leave_page(display);
     }
 }
 
 void render_session::leave_page(page_display& display) {
     if (m_page_number + 1 == m_options.urls.size()) {
-        m_all_shown = true;
-    } else if (drained()) {
+        m_has_shown_all = true;
+    } else if (is_drained()) {
         begin_page(display, m_page_number + 1);
     }
 }
@@ -162,17 +165,17 @@ void render_session::show_pages() {
     m_recorder = std::make_unique<recorder>(m_options.format.width, m_options.format.height,
                                             m_options.format.rate, m_writer.get());
     page_display display(
-        m_options, *m_recorder,
+        m_options, *m_recorder, m_clock,
         [this](page_display::saying what, const std::string& line) { hear(what, line); });
     begin_page(display, 0);
     {
-        const ticker ticks(m_options.format.rate, [&](clock::time_point now, std::uint64_t due) {
-            tick(display, now, due);
-        });
-        while (!over()) {
+        const ticker ticks(
+            m_options.format.rate,
+            [&](time_point now, std::uint64_t due) { tick(display, now, due); }, m_clock);
+        while (!is_over()) {
             zMessageLoop::RunOnce(k_loop_microseconds);
             follow_page(display);
-            show_progress(m_counting ? "page " : "loading page ");
+            show_progress(m_is_counting ? "page " : "loading page ");
         }
     }
     m_recorder->end();
@@ -185,7 +188,7 @@ void render_session::show_pages() {
 void render_session::complete_output() {
     if (!m_writer) return;
     m_writer->request_finish();
-    while (!m_writer->finished()) {
+    while (!m_writer->has_finished()) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         show_progress("writing page ");
     }
@@ -193,7 +196,7 @@ void render_session::complete_output() {
     const bool nothing = remove_empty_output();
     const bool wanted = finished.what() == outcome::kind::reader_closed &&
                         m_options.frames_per_page == render_options::k_endless;
-    // A file that never got a frame cannot be completed, and why it got none is told already.
+    // A file without a frame cannot be completed. The user knows already why it has none.
     const bool known = nothing && (!m_failure.empty() || m_interrupt.status() != 0);
     if (!finished.ok() && !wanted && !known) fail(finished.text());
 }
@@ -229,7 +232,7 @@ void render_session::show_progress(const char* doing) {
     state.seconds = static_cast<double>(state.frames) / m_options.format.rate.value();
     state.doing =
         doing + std::to_string(m_page_number + 1) + " of " + std::to_string(m_options.urls.size());
-    m_progress.show(state, clock::now());
+    m_progress.show(state, m_clock.now());
 }
 
 render_result render_session::result() const {
@@ -271,7 +274,7 @@ int render_session::report() {
 
 int render_session::run() {
     if (!open_output()) return report();
-    m_started = clock::now();
+    m_started = m_clock.now();
     {
         const browser_runtime browser(m_options.pacing, m_options.gpu);
         if (browser.up()) {

@@ -11,15 +11,16 @@ std::uint64_t tick_schedule::take_due(time_point now) {
     return due;
 }
 
-ticker::ticker(const frame_rate& rate, tick_function function)
-    : m_schedule(rate, std::chrono::steady_clock::now()),
+ticker::ticker(const frame_rate& rate, tick_function function, const run::monotonic_clock& clock)
+    : m_clock(clock),
+      m_schedule(rate, clock.now()),
       m_function(std::move(function)),
       m_thread([this] { run(); }) {}
 
 ticker::~ticker() {
     {
         const std::lock_guard hold(m_lock);
-        m_stopping = true;
+        m_is_stopping = true;
     }
     m_wake.notify_one();
     m_thread.join();
@@ -27,12 +28,12 @@ ticker::~ticker() {
 
 void ticker::run() {
     std::unique_lock hold(m_lock);
-    while (!m_stopping) {
+    while (!m_is_stopping) {
         hold.unlock();
-        const auto now = std::chrono::steady_clock::now();
+        const auto now = m_clock.now();
         if (const auto due = m_schedule.take_due(now); due > 0) m_function(now, due);
         hold.lock();
-        m_wake.wait_until(hold, m_schedule.next(), [this] { return m_stopping; });
+        m_wake.wait_for(hold, m_schedule.next() - m_clock.now(), [this] { return m_is_stopping; });
     }
 }
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <thread>
 
+#include "core/run/clock.h"
 #include "host/output/frame_rate.h"
 
 namespace pennywort::host {
@@ -16,7 +17,7 @@ namespace pennywort::host {
 // that no tick inherits the lateness of another.
 class tick_schedule {
 public:
-    using time_point = std::chrono::steady_clock::time_point;
+    using time_point = run::monotonic_clock::time;
 
     tick_schedule(const frame_rate& rate, time_point start) : m_rate(rate), m_start(start) {}
 
@@ -38,7 +39,8 @@ public:
     using tick_function = std::function<void(time_point now, std::uint64_t due)>;
 
     // The first tick comes at once.
-    ticker(const frame_rate& rate, tick_function function);
+    ticker(const frame_rate& rate, tick_function function,
+           const run::monotonic_clock& clock = run::monotonic_clock::system());
     // Waits for a call that is under way; none comes afterwards.
     ~ticker();
     ticker(const ticker&) = delete;
@@ -47,11 +49,12 @@ public:
 private:
     void run();
 
+    const run::monotonic_clock& m_clock;
     tick_schedule m_schedule;
     const tick_function m_function;
     std::mutex m_lock;
     std::condition_variable m_wake;
-    bool m_stopping = false;
+    bool m_is_stopping = false;
     std::thread m_thread;
 };
 

@@ -29,12 +29,12 @@ struct writer_log {
     int finished = 0;
 
     std::vector<std::uint32_t> frames() {
-        const std::scoped_lock hold(lock);
+        const std::lock_guard hold(lock);
         return shown;
     }
     void hold_up(bool on) {
         {
-            const std::scoped_lock hold(lock);
+            const std::lock_guard hold(lock);
             held = on;
         }
         changed.notify_all();
@@ -64,7 +64,7 @@ public:
     }
 
     outcome finish() override {
-        const std::scoped_lock hold(m_log->lock);
+        const std::lock_guard hold(m_log->lock);
         ++m_log->finished;
         return m_log->finish_failure.empty() ? outcome::fine()
                                              : outcome::failed(m_log->finish_failure);

@@ -28,7 +28,7 @@ struct recording {
     void take_frames() {
         auto now = recorder::time_point() + 1000s;
         frames.begin(k_frames);
-        for (std::uint32_t i = 1; !frames.done() && !frames.has_no_memory(); ++i) {
+        for (std::uint32_t i = 1; !frames.is_done() && !frames.has_no_memory(); ++i) {
             const std::uint32_t pixels[8] = {i, i, i, i, i, i, i, i};
             frames.tick(now);
             frames.painted(pixels, 4, 2, now + 5ms);
@@ -79,7 +79,7 @@ TEST(WriterThreadMemory, AWriterThatFindsNoneFails) {
         writer_thread writer(std::make_unique<greedy_writer>(fails_at_end));
         writer.show(picture_of(1));
         EXPECT_EQ(writer.finish().text(), "out of memory");
-        EXPECT_TRUE(writer.failed());
+        EXPECT_TRUE(writer.has_failed());
     }
 }
 

@@ -55,7 +55,7 @@ protected:
     void pass_slowly(std::chrono::milliseconds time) {
         for (auto passed = 0ms; passed < time; passed += 10ms) pass(10ms);
     }
-    void load() { run->page_loaded(k_url); }
+    void load() { run->page_loaded(); }
     void answer(const std::string& text) {
         pass(10ms);
         port.answer(text);
@@ -71,10 +71,10 @@ protected:
         for (int i = 0; i < 3; ++i) answer("ready");
         paint();
         paint();
-        ASSERT_TRUE(run->ready());
+        ASSERT_TRUE(run->is_ready());
     }
     bool failure_has(const std::string& part) const {
-        return run->failed() && run->failure().find(part) != std::string::npos &&
+        return run->has_failed() && run->failure().find(part) != std::string::npos &&
                run->failure().find('\n') == std::string::npos;
     }
 
@@ -87,7 +87,7 @@ protected:
 TEST_F(PageRun, APageThatNeverLoadsFailsAfterTheTimeout) {
     begin();
     pass_slowly(29s);
-    EXPECT_FALSE(run->failed());
+    EXPECT_FALSE(run->has_failed());
     pass_slowly(1s);
     EXPECT_TRUE(failure_has("has not loaded within 30 s")) << run->failure();
     EXPECT_TRUE(port.scripts.empty());
@@ -95,11 +95,11 @@ TEST_F(PageRun, APageThatNeverLoadsFailsAfterTheTimeout) {
 
 TEST_F(PageRun, APageThatCannotBeLoadedFailsAtOnce) {
     begin();
-    run->load_failed(k_url, "ERR_NAME_NOT_RESOLVED");
+    run->page_failed(k_url, "ERR_NAME_NOT_RESOLVED");
     EXPECT_TRUE(failure_has("ERR_NAME_NOT_RESOLVED"));
 }
 
-TEST_F(PageRun, TheRuntimesSpellingOfTheUrlIsTheSamePage) {
+TEST_F(PageRun, AUrlThatTheBrowserDoesNotTakeFailsInAnySpelling) {
     request.url = "https://example.com#top";
     begin();
     run->load_failed("https://example.com/", "ERR_FAILED");
@@ -110,19 +110,22 @@ TEST_F(PageRun, AFrameThatCannotBeLoadedIsNoFailureOfThePage) {
     begin();
     run->load_failed("https://ads.example.net/", "ERR_BLOCKED");
     load();
-    EXPECT_FALSE(run->failed());
+    EXPECT_FALSE(run->has_failed());
     answer("ready");
-    EXPECT_FALSE(run->failed());
+    EXPECT_FALSE(run->has_failed());
 }
 
-// After a redirect the URL is another one; what tells the page's own failure is that the page which
-// says so then loads under it.
-TEST_F(PageRun, ARedirectThatEndsNowhereFails) {
+TEST_F(PageRun, ARedirectThatEndsNowhereFailsAtOnce) {
     begin();
-    run->load_failed("https://elsewhere.example/", "ERR_CONNECTION_REFUSED");
-    EXPECT_FALSE(run->failed());
-    run->page_loaded("https://elsewhere.example/");
+    run->page_failed("https://elsewhere.example/", "ERR_CONNECTION_REFUSED");
     EXPECT_TRUE(failure_has("ERR_CONNECTION_REFUSED"));
+}
+
+TEST_F(PageRun, APageWhoseProcessEndsFailsAtOnce) {
+    begin();
+    load();
+    run->page_lost();
+    EXPECT_TRUE(failure_has("the page's process has ended")) << run->failure();
 }
 
 TEST_F(PageRun, AServersErrorPageFails) {
@@ -136,7 +139,7 @@ TEST_F(PageRun, APageThatDoesNotAnswerIsAskedAgainAndFailsAfterTheTimeout) {
     begin();
     load();
     pass_slowly(29s);
-    EXPECT_FALSE(run->failed());
+    EXPECT_FALSE(run->has_failed());
     EXPECT_GT(port.scripts.size(), 10u);
     EXPECT_LT(port.scripts.size(), 60u);
     pass_slowly(1s);
@@ -178,12 +181,12 @@ TEST_F(PageRunScript, OneThatIsNoneFailsAtOnceWithItsLine) {
 TEST_F(PageRunScript, OneThatOnlyTakesLongIsWaitedFor) {
     begin_doubt();
     pass_slowly(20s);
-    EXPECT_FALSE(run->failed());
+    EXPECT_FALSE(run->has_failed());
     // Questions are answered in their order.
     port.answer("fine done");
     port.alive("alive");
     pass(10ms);
-    EXPECT_FALSE(run->failed()) << run->failure();
+    EXPECT_FALSE(run->has_failed()) << run->failure();
     EXPECT_EQ(run->script_result(), "done");
 }
 
@@ -193,7 +196,7 @@ TEST_F(PageRunScript, OneThatCanBeParsedIsWaitedFor) {
     pass(10ms);
     answer("fine");
     pass_slowly(20s);
-    EXPECT_FALSE(run->failed()) << run->failure();
+    EXPECT_FALSE(run->has_failed()) << run->failure();
 }
 
 TEST_F(PageRun, AConditionThatIsNoneFailsAtOnce) {
@@ -243,7 +246,7 @@ TEST_F(PageRun, AConditionThatThrowsIsTriedAgainAndTold) {
     load();
     answer("ready");
     answer("throws ReferenceError: a");
-    EXPECT_FALSE(run->failed());
+    EXPECT_FALSE(run->has_failed());
     pass(1s);
     EXPECT_TRUE(failure_has("ReferenceError: a")) << run->failure();
 }
@@ -275,11 +278,11 @@ TEST_F(PageRun, ThePictureHasToBeNewerThanTheCondition) {
     load();
     for (int i = 0; i < 3; ++i) answer("ready");
     pass(10ms);
-    EXPECT_FALSE(run->ready());
+    EXPECT_FALSE(run->is_ready());
     paint();
-    EXPECT_FALSE(run->ready());
+    EXPECT_FALSE(run->is_ready());
     paint();
-    EXPECT_TRUE(run->ready());
+    EXPECT_TRUE(run->is_ready());
     EXPECT_EQ(port.repaints, 2);
 }
 
@@ -308,7 +311,7 @@ TEST_F(PageRun, APageThatLoadsAnotherOneIsPreparedAgain) {
     load();
     answer("ready");
     answer("fine 1");
-    run->page_loaded("https://example.com/next");
+    run->page_loaded();
     answer("ready");
     pass(10ms);
     int runs = 0;
@@ -322,11 +325,11 @@ TEST_F(PageRun, AnAnswerToAnOldQuestionChangesNothing) {
     pass(10ms);
     auto old = std::move(port.open.back());
     port.open.pop_back();
-    run->page_loaded("https://example.com/next");
+    run->page_loaded();
     pass(10ms);
     old("http 404");
     pass(10ms);
-    EXPECT_FALSE(run->failed());
+    EXPECT_FALSE(run->has_failed());
     run.reset();
     old("ready");  // after the run has gone
 }
@@ -340,13 +343,13 @@ TEST_F(PageRun, ALivePageIsAskedAboutOnceASecond) {
     }
     EXPECT_GE(port.scripts.size() - before, 9u);
     EXPECT_LE(port.scripts.size() - before, 11u);
-    EXPECT_TRUE(run->ready());
+    EXPECT_TRUE(run->is_ready());
 }
 
 TEST_F(PageRun, APageThatDiesWhileItsFramesCountFails) {
     make_ready();
     pass_slowly(9s);
-    EXPECT_TRUE(run->ready());
+    EXPECT_TRUE(run->is_ready());
     pass_slowly(2s);
     EXPECT_TRUE(failure_has("stopped answering")) << run->failure();
 }
@@ -356,7 +359,7 @@ TEST_F(PageRun, APageThatDiedBeforeItsLastFrameFails) {
     pass(10ms);
     port.answer("1");
     run->end(now);
-    EXPECT_FALSE(run->ended());
+    EXPECT_FALSE(run->has_ended());
     pass_slowly(10s);
     EXPECT_TRUE(failure_has("stopped answering")) << run->failure();
 }
@@ -366,8 +369,8 @@ TEST_F(PageRun, APageThatAnswersAtTheEndHasEnded) {
     run->end(now);
     port.answer("1");
     pass(10ms);
-    EXPECT_TRUE(run->ended());
-    EXPECT_FALSE(run->failed());
+    EXPECT_TRUE(run->has_ended());
+    EXPECT_FALSE(run->has_failed());
 }
 
 TEST_F(PageRun, AnswerFromBeforeTheEndProvesNothing) {
@@ -379,14 +382,39 @@ TEST_F(PageRun, AnswerFromBeforeTheEndProvesNothing) {
     run->end(now);
     before_the_end("1");
     pass(10ms);
-    EXPECT_FALSE(run->ended());
+    EXPECT_FALSE(run->has_ended());
 }
 
 TEST_F(PageRun, APageMayLoadOthersWhileItsFramesCount) {
     make_ready();
-    run->load_failed("https://example.com/next", "ERR_FAILED");
-    run->page_loaded("https://example.com/next");
-    EXPECT_TRUE(run->ready());
+    run->load_failed("https://example.com/frame", "ERR_FAILED");
+    run->page_loaded();
+    EXPECT_TRUE(run->is_ready());
+}
+
+TEST_F(PageRun, APageThatLoadsOneThatFailsWhileItsFramesCountFails) {
+    make_ready();
+    run->page_failed("https://example.com/next", "ERR_FAILED");
+    EXPECT_TRUE(failure_has("https://example.com/next: ERR_FAILED")) << run->failure();
+}
+
+TEST_F(PageRun, APageWhoseProcessEndsWhileItsFramesCountFailsAtOnce) {
+    make_ready();
+    run->page_lost();
+    EXPECT_TRUE(failure_has("the page's process has ended")) << run->failure();
+}
+
+// Its frames are all taken: what becomes of it afterwards is no fault of the film.
+TEST_F(PageRun, APageThatHasEndedMayFail) {
+    make_ready();
+    run->end(now);
+    pass(10ms);
+    port.answer("1");
+    pass(10ms);
+    ASSERT_TRUE(run->has_ended());
+    run->page_lost();
+    run->page_failed(k_url, "ERR_FAILED");
+    EXPECT_TRUE(run->has_ended());
 }
 
 }  // namespace

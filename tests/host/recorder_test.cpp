@@ -65,7 +65,7 @@ TEST_F(Recorder, WritesExactlyTheFramesAskedFor) {
     tick(1);
     frames.begin(3);
     for (std::uint32_t i = 2; i <= 9; ++i) tick(i);
-    EXPECT_TRUE(frames.done());
+    EXPECT_TRUE(frames.is_done());
     EXPECT_TRUE(writer.finish().ok());
     EXPECT_EQ(log->frames(), (colours{2, 3, 4}));
     const auto counts = frames.counts();
@@ -120,7 +120,7 @@ TEST_F(Recorder, PicturesThatFindNoRoomAreDroppedAndTheirFramesRepeat) {
     frames.begin(400);
     for (std::uint32_t i = 0; i < 400; ++i) tick(1000 + i);
     let_decide();
-    EXPECT_TRUE(frames.done());
+    EXPECT_TRUE(frames.is_done());
     log->hold_up(false);
     EXPECT_TRUE(writer.finish().ok());
     const auto counts = frames.counts();
@@ -166,10 +166,10 @@ TEST_F(Recorder, ASecondPageBeginsWithItsOwnPicture) {
     tick(1);
     frames.begin(2);
     for (std::uint32_t i = 2; i <= 8; ++i) tick(i);
-    ASSERT_TRUE(frames.done());
+    ASSERT_TRUE(frames.is_done());
     tick(50);
     frames.begin(2);
-    EXPECT_FALSE(frames.done());
+    EXPECT_FALSE(frames.is_done());
     for (int i = 0; i < 5; ++i) tick(0);
     EXPECT_TRUE(writer.finish().ok());
     EXPECT_EQ(log->frames(), (colours{2, 3, 50, 50}));
@@ -193,7 +193,7 @@ TEST_F(Recorder, WithoutAWriterPicturesAreCountedAlike) {
     measuring.begin(4);
     for (std::uint32_t colour : {2u, 0u, 3u, 4u}) tick(measuring, colour);
     for (int i = 0; i < 3; ++i) tick(measuring, 0);
-    EXPECT_TRUE(measuring.done());
+    EXPECT_TRUE(measuring.is_done());
     EXPECT_EQ(measuring.counts().painted, 3u);
     EXPECT_EQ(measuring.counts().repeated, 1u);
     EXPECT_EQ(measuring.intervals().milliseconds_at(0.5), 20.0);

@@ -105,15 +105,31 @@ TEST_F(Render, ADeadRendererProcessFailsAndLeavesAPlayableFile) {
         "  done\n"
         "}\n"
         "'" PENNYWORT_PROGRAM
-        "' render moving.html --size 64x48 --seconds 60 --timeout 3 -o a.y4m 2>log & pid=$!\n"
+        "' render moving.html --size 64x48 --seconds 60 -o a.y4m 2>log & pid=$!\n"
         "until grep -q frames log; do sleep 0.1; done\n"
         "kill -KILL $(renderers $pid)\n"
         "wait $pid; status=$?; cat log >&2\n"
         "ffprobe -v error -count_frames -show_entries stream=nb_read_frames a.y4m\n"
         "exit $status");
     EXPECT_EQ(run.status, 1) << run.errors;
-    EXPECT_NE(run.errors.find("stopped answering"), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("the page's process has ended"), std::string::npos) << run.errors;
     EXPECT_NE(run.output.find("nb_read_frames="), std::string::npos) << run.output;
+}
+
+// The last good picture stays to the end: of the browser's own error page there is no frame.
+TEST_F(Render, APageThatMovesOnToOneThatFailsEndsTheRun) {
+    folder.write("green.html", "<!doctype html><style>body{background:#20c840}</style>");
+    expect_failure(
+        "pennywort render green.html --size 64x48 --seconds 60 -o a.bgra --wait-for "
+        "'(setTimeout(() => location = \"http://does-not-exist.invalid/\", 3000), true)'",
+        "could not be loaded: http://does-not-exist.invalid/");
+    const std::string film = folder.read("a.bgra");
+    const std::string green = "\x40\xC8\x20\xFF";
+    std::size_t others = 0;
+    for (std::size_t at = 0; at + 4 <= film.size(); at += 4)
+        others += film.compare(at, 4, green) != 0;
+    EXPECT_GE(film.size(), std::size_t(64 * 48 * 4));
+    EXPECT_EQ(others, 0u);
 }
 
 TEST_F(Render, AFullDiskEndsTheRun) {

@@ -24,7 +24,7 @@ TEST_F(WriterThread, AFailureIsToldAndEndsTheWriting) {
     for (std::uint32_t i = 0; i < 50; ++i) writer->show(picture_of(i));
     const auto result = writer->finish();
     EXPECT_EQ(result.text(), "the disk is full");
-    EXPECT_TRUE(writer->failed());
+    EXPECT_TRUE(writer->has_failed());
     EXPECT_EQ(writer->written(), 2u);
     EXPECT_EQ(log->frames(), (colours{0, 1}));
     // What was written so far is completed all the same.
@@ -79,7 +79,7 @@ TEST_F(WriterThread, FramesAndRepeatsComeInTheirOrder) {
     EXPECT_TRUE(writer->finish().ok());
     EXPECT_EQ(log->frames(), (colours{1, 1, 2, 2, 2, 3}));
     EXPECT_EQ(writer->written(), 6u);
-    EXPECT_TRUE(writer->finished());
+    EXPECT_TRUE(writer->has_finished());
 }
 
 // The output of a page that paints without changing anything shows repeated frames.

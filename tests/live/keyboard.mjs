@@ -209,6 +209,9 @@ export async function testNarrow(page, child, pictures) {
     assert.deepEqual(await page.evaluate(unreadable), [], `at a width of ${width}`);
     assert.deepEqual(await page.evaluate(backwards), [], `the order at a width of ${width}`);
   }
-  if (pictures) await page.screenshot({path: path.join(pictures, 'live-phone.png'), fullPage: true});
+  if (pictures) {
+    await expectState(child, 'it is on air', s => s.phase === 'on_air');
+    await page.screenshot({path: path.join(pictures, 'live-phone.png'), fullPage: true, timeout: patience});
+  }
   await page.setViewportSize({width: 1280, height: 900});
 }

@@ -215,6 +215,7 @@ try {
   await testForeigners(child);
   await page.waitForFunction(() => parseFloat(document.getElementById('rate').textContent) > 0, null, {timeout: patience});
   console.log(await page.textContent('#rate'));
+  await expectText(page, 'phase', 'On air');
   if (pictures) await page.screenshot({path: path.join(pictures, 'live.png'), fullPage: true});
   await testNarrow(page, child, pictures);
   await testBarredEval(page, child, pageCalled('strict'), pageCalled('trusted'));

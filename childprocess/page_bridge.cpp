@@ -2,6 +2,7 @@
 #include "childprocess/page_bridge.h"
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -59,7 +60,7 @@ class send_function final : public cef::CefV8Handler {
 public:
     explicit send_function(std::shared_ptr<call_budget> budget) : m_budget(std::move(budget)) {}
 
-    void Execute(const std::vector<cef_v8_value_t*>& arguments) override {
+    void Execute(std::span<cef_v8_value_t* const> arguments) override {
         const context_ref context(cef::api().cef_v8_context_get_current_context());
         const cef::ref<cef_frame_t> frame(context ? context->get_frame(context.get()) : nullptr);
         if (!frame) return;

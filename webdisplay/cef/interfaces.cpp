@@ -86,15 +86,33 @@ bool CefRenderProcessHandler::OnProcessMessageReceived(cef_frame_t*, cef_process
     return false;
 }
 
+namespace {
+
+// A page's arguments, each of which comes with a reference. Without memory of its own: none may be
+// left to a page that has used all of it, and no exception may pass through the runtime's frames.
+class page_arguments {
+public:
+    page_arguments(cef_v8_value_t* const* values, std::size_t count) : m_values(values, count) {}
+    page_arguments(const page_arguments&) = delete;
+    page_arguments& operator=(const page_arguments&) = delete;
+    ~page_arguments() {
+        for (cef_v8_value_t* value : m_values) drop_reference(value);
+    }
+    std::span<cef_v8_value_t* const> all() const { return m_values; }
+
+private:
+    const std::span<cef_v8_value_t* const> m_values;
+};
+
+}  // namespace
+
 CefV8Handler::CefV8Handler() {
     m_struct->execute = [](cef_v8_handler_t* self, const cef_string_t*, cef_v8_value_t* object,
                            std::size_t count, cef_v8_value_t* const* values, cef_v8_value_t**,
                            cef_string_t*) {
         const ref<cef_v8_value_t> held(object);
-        std::vector<ref<cef_v8_value_t>> held_values;
-        const std::vector<cef_v8_value_t*> arguments(values, values + count);
-        for (cef_v8_value_t* value : arguments) held_values.emplace_back(value);
-        guarded("CefV8Handler", [&] { decltype(m_struct)::of(self)->Execute(arguments); });
+        const page_arguments arguments(values, count);
+        guarded("CefV8Handler", [&] { decltype(m_struct)::of(self)->Execute(arguments.all()); });
         return 1;
     };
 }

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "webdisplay/cef/counted.h"
 
@@ -75,7 +75,7 @@ public:
     CefV8Handler();
     cef_v8_handler_t* counted_handler() noexcept { return m_struct.counted(); }
 
-    virtual void Execute(const std::vector<cef_v8_value_t*>& arguments) = 0;
+    virtual void Execute(std::span<cef_v8_value_t* const> arguments) = 0;
 
 private:
     callback_struct<cef_v8_handler_t, CefV8Handler> m_struct{this};

@@ -69,12 +69,13 @@ public:
         std::size_t bytes = 0;
         bool is_result = false;
         for (std::size_t i = 0; i < arguments.size(); ++i) {
-            cef_string_userfree_t text = arguments[i]->get_string_value(arguments[i]);
+            const cef::given_text text(arguments[i]->get_string_value(arguments[i]));
             const cef_string_t none{};
-            message.list->set_string(message.list.get(), i, text ? text : &none);
+            message.list->set_string(message.list.get(), i, text ? text.get() : &none);
             bytes += text ? text->length * sizeof *text->str : 0;
-            if (i == 0) is_result = starts_with(text, webdisplay::page_scripts::k_result_command);
-            if (text) cef::api().cef_string_userfree_utf16_free(text);
+            if (i == 0) {
+                is_result = starts_with(text.get(), webdisplay::page_scripts::k_result_command);
+            }
         }
         if (m_budget->take(bytes, is_result)) return send(message, frame.get(), arguments.size());
         if (m_budget->is_telling_due()) tell_dropped(frame.get(), *m_budget);

@@ -8,7 +8,9 @@
 
 namespace pennywort::webdisplay {
 
-cache_folder::cache_folder(const std::string& preferred) {
+// By way of the other constructor, so that the private folder is removed also where memory runs out
+// after it was made.
+cache_folder::cache_folder(const std::string& preferred) : cache_folder() {
     if (!preferred.empty()) m_claim = folder_claim::make(preferred);
     if (m_claim) {
         m_path = preferred;

@@ -25,6 +25,7 @@ public:
     bool is_private() const { return m_is_private; }
 
 private:
+    cache_folder() = default;
     void use_private_folder();
 
     std::unique_ptr<folder_claim> m_claim;

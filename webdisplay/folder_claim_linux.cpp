@@ -19,11 +19,17 @@ namespace {
 
 class locked_file final : public folder_claim {
 public:
-    explicit locked_file(int descriptor) : m_descriptor(descriptor) {}
-    ~locked_file() override { ::close(m_descriptor); }
+    ~locked_file() override {
+        if (m_descriptor >= 0) ::close(m_descriptor);
+    }
+    bool open(const std::string& path) {
+        m_descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        return m_descriptor >= 0;
+    }
+    bool lock() { return flock(m_descriptor, LOCK_EX | LOCK_NB) == 0; }
 
 private:
-    const int m_descriptor;
+    int m_descriptor = -1;
 };
 
 std::string child(const std::string& folder, const char* name) {
@@ -56,11 +62,9 @@ bool runtime_uses(const std::string& folder) {
 }  // namespace
 
 std::unique_ptr<folder_claim> folder_claim::make(const std::string& folder) {
-    const std::string path = child(folder, "pennywort.lock");
-    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (descriptor < 0) return nullptr;
-    auto claim = std::make_unique<locked_file>(descriptor);
-    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 || runtime_uses(folder)) return nullptr;
+    auto claim = std::make_unique<locked_file>();
+    if (!claim->open(child(folder, "pennywort.lock"))) return nullptr;
+    if (!claim->lock() || runtime_uses(folder)) return nullptr;
     return claim;
 }
 
@@ -68,7 +72,9 @@ std::string make_private_folder(const std::string& name) {
     const char* temporary = std::getenv("TMPDIR");
     std::string path =
         child(temporary && *temporary ? temporary : "/tmp", (name + "-XXXXXX").c_str());
-    return mkdtemp(path.data()) ? path : std::string();
+    // Without a copy of the path, which might find no memory and leave the folder behind.
+    if (mkdtemp(path.data()) == nullptr) path.clear();
+    return path;
 }
 
 }  // namespace pennywort::webdisplay

@@ -12,13 +12,31 @@ namespace pennywort::webdisplay {
 
 namespace {
 
+void trace_failure(const char* call, DWORD error) {
+    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
+                                        call, error);
+}
+
+void close(HANDLE file) {
+    if (CloseHandle(file)) return;
+    const DWORD error = GetLastError();
+    trace_failure("CloseHandle", error);
+}
+
+// A file that nobody else may open meanwhile, and that the system takes away with its last handle.
 class open_file final : public folder_claim {
 public:
-    explicit open_file(HANDLE file) : m_file(file) {}
-    ~open_file() override { CloseHandle(m_file); }
+    ~open_file() override {
+        if (m_file != INVALID_HANDLE_VALUE) close(m_file);
+    }
+    bool open(const std::wstring& path) {
+        m_file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+        return m_file != INVALID_HANDLE_VALUE;
+    }
 
 private:
-    const HANDLE m_file;
+    HANDLE m_file = INVALID_HANDLE_VALUE;
 };
 
 std::wstring child(const std::string& folder, const char* name) {
@@ -32,20 +50,15 @@ bool runtime_uses(const std::string& folder) {
     const HANDLE file = CreateFileW(lock.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_SHARING_VIOLATION;
-    CloseHandle(file);
+    close(file);
     return false;
 }
 
 }  // namespace
 
-// A file that nobody else may open meanwhile, and that the system takes away with its last handle.
 std::unique_ptr<folder_claim> folder_claim::make(const std::string& folder) {
-    const HANDLE file = CreateFileW(child(folder, "pennywort.lock").c_str(),
-                                    GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return nullptr;
-    auto claim = std::make_unique<open_file>(file);
-    if (runtime_uses(folder)) return nullptr;
+    auto claim = std::make_unique<open_file>();
+    if (!claim->open(child(folder, "pennywort.lock")) || runtime_uses(folder)) return nullptr;
     return claim;
 }
 
@@ -54,14 +67,20 @@ std::string make_private_folder(const std::string& name) {
     wchar_t temporary[MAX_PATH + 1];
     const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(temporary)), temporary);
     zString id;
-    if (length == 0 || length > MAX_PATH || *zIDGenerator::GenerateUUID(id) == '\0') return {};
+    if (length == 0 || length > MAX_PATH) {
+        const DWORD error = GetLastError();
+        trace_failure("GetTempPathW", error);
+        return {};
+    }
+    if (*zIDGenerator::GenerateUUID(id) == '\0') return {};
     zFSPath path(loam::utf8_text({temporary, length}).c_str());
     path.GoChild((name + "-" + id.CString()).c_str());
     const std::wstring wide_path = loam::wide_text(path.CString());
-    if (CreateDirectoryW(wide_path.c_str(), nullptr)) return path.CString();
+    // All memory that it takes comes first: a folder that was made is not left behind.
+    std::string made = path.CString();
+    if (CreateDirectoryW(wide_path.c_str(), nullptr)) return made;
     const DWORD error = GetLastError();
-    zTraceManager::Default()->TraceNote(
-        "cWebDisplayCEFBrowserManager: CreateDirectoryW - failed (err=%lu)\n", error);
+    trace_failure("CreateDirectoryW", error);
     return {};
 }
 

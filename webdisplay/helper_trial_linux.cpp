@@ -59,6 +59,22 @@ bool stands_still(const process_use& before, const process_use& now) {
     return now.state == 'S' && before.ticks == now.ticks && before.page_faults == now.page_faults;
 }
 
+// A descriptor that goes with its owner.
+class owned_descriptor {
+public:
+    owned_descriptor() = default;
+    owned_descriptor(const owned_descriptor&) = delete;
+    owned_descriptor& operator=(const owned_descriptor&) = delete;
+    ~owned_descriptor() {
+        if (m_descriptor >= 0) ::close(m_descriptor);
+    }
+    void own(int descriptor) { m_descriptor = descriptor; }
+    int get() const { return m_descriptor; }
+
+private:
+    int m_descriptor = -1;
+};
+
 // The helper while it is tried, in a process group of its own, so that one that is a script goes
 // with all that it has started.
 class tried_helper {
@@ -69,14 +85,14 @@ public:
             m_error = errno;
             return;
         }
-        m_words_end = ends[0];
-        m_error = start(path, ends[1]);
-        ::close(ends[1]);
+        owned_descriptor words_to_write;
+        m_words_end.own(ends[0]);
+        words_to_write.own(ends[1]);
+        m_error = start(path, words_to_write.get());
     }
     tried_helper(const tried_helper&) = delete;
     tried_helper& operator=(const tried_helper&) = delete;
     ~tried_helper() {
-        if (m_words_end >= 0) ::close(m_words_end);
         if (m_error != 0 || m_has_ended) return;
         kill(-m_process, SIGKILL);
         while (waitpid(m_process, nullptr, 0) < 0 && errno == EINTR) {
@@ -99,6 +115,8 @@ public:
 
 private:
     int start(const std::string& path, int words) {
+        std::string program = path, option(k_self_check);
+        char* arguments[] = {program.data(), option.data(), nullptr};
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -107,8 +125,6 @@ private:
         posix_spawnattr_t attributes;
         posix_spawnattr_init(&attributes);
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-        std::string program = path, option(k_self_check);
-        char* arguments[] = {program.data(), option.data(), nullptr};
         const int error =
             posix_spawn(&m_process, path.c_str(), &actions, &attributes, arguments, environ);
         posix_spawnattr_destroy(&attributes);
@@ -120,7 +136,7 @@ private:
     void read_words() {
         std::array<char, 4096> piece{};
         for (;;) {
-            const ssize_t size = ::read(m_words_end, piece.data(), piece.size());
+            const ssize_t size = ::read(m_words_end.get(), piece.data(), piece.size());
             if (size < 0 && errno == EINTR) continue;
             if (size <= 0) return;
             m_words.append(piece.data(), static_cast<std::size_t>(size));
@@ -130,7 +146,7 @@ private:
 
     pid_t m_process = 0;
     int m_error = 0;
-    int m_words_end = -1;
+    owned_descriptor m_words_end;
     int m_status = 0;
     bool m_has_ended = false;
     std::string m_words;

@@ -2,13 +2,13 @@
 #include "webdisplay/message_pump.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <utility>
 
 #include "core/run/guarded.h"
 #include "loam/message_loop.h"
-#include "loam/time.h"
 #include "webdisplay/cef/counted.h"
 #include "webdisplay/cef/runtime.h"
 
@@ -23,7 +23,7 @@ constexpr int k_idle_ms = 30;
 // step for granted: it neither asks for it nor, while it waits for it, for anything else. It also
 // stays that long when it only waits for something due soon, and to go on then would have it wait
 // again: so only a step that was clearly kept by work is followed by the next at once.
-constexpr std::int64_t k_kept_by_work_us = 15'000;
+constexpr std::chrono::milliseconds k_kept_by_work{15};
 // What a frame sets going comes in pieces. Taken together a little later, they cost fewer steps.
 constexpr std::int64_t k_rest_after_frame_us = 1000;
 
@@ -49,29 +49,32 @@ wake_target& target() {
 }
 
 void set_target(message_pump* pump) {
+    // Before anything points to the pump: it may find no memory.
+    auto loop = pump != nullptr ? zMessageLoop::Current() : nullptr;
     target().pump = pump;
     const std::lock_guard<std::mutex> guard(target().lock);
-    target().loop = pump != nullptr ? zMessageLoop::Current() : nullptr;
+    std::swap(target().loop, loop);
     target().is_woken = false;
 }
 
 }  // namespace
 
-message_pump::message_pump() : m_timer(main_thread_timer::make([this] { tick(); })) {
+message_pump::message_pump(const run::monotonic_clock& clock)
+    : m_clock(clock), m_timer(main_thread_timer::make([this] { tick(); })) {
     set_target(this);
 }
 
 message_pump::~message_pump() {
     set_target(nullptr);
-    if (m_timer) m_timer->stop();
+    if (m_timer != nullptr) m_timer->stop();
 }
 
 void message_pump::start_by_timer() {
-    if (m_timer) m_timer->start_periodic(k_period_ms);
+    if (m_timer != nullptr) m_timer->start_periodic(k_period_ms);
 }
 
 void message_pump::start_on_request() {
-    if (m_timer) m_timer->start_on_request(k_idle_ms);
+    if (m_timer != nullptr) m_timer->start_on_request(k_idle_ms);
 }
 
 void message_pump::set_can_run(std::function<bool()> can_run) {
@@ -80,19 +83,20 @@ void message_pump::set_can_run(std::function<bool()> can_run) {
 }
 
 void message_pump::tick() {
-    const bool nested = std::exchange(t_inside_tick, true);
+    const bool is_nested = std::exchange(t_inside_tick, true);
     const auto can_run = m_can_run;
-    if (!can_run || run::guarded_or(false, "cWebDisplayCEFBrowserManager",
-                                    "SetCanRunCefMessageLoopFn", *can_run))
+    if (can_run == nullptr || run::guarded_or(false, "cWebDisplayCEFBrowserManager",
+                                              "SetCanRunCefMessageLoopFn", *can_run)) {
         work_and_go_on();
-    t_inside_tick = nested;
+    }
+    t_inside_tick = is_nested;
 }
 
 void message_pump::work_and_go_on() {
-    const std::int64_t begin = zTime::MicroNow();
+    const auto begin = m_clock.now();
     t_frame_painted = false;
     work_once();
-    if (zTime::MicroNow() - begin >= k_kept_by_work_us) {
+    if (m_clock.now() - begin >= k_kept_by_work) {
         m_timer->request(0);
     } else if (t_frame_painted) {
         m_timer->rest(k_rest_after_frame_us);

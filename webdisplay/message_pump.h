@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "core/run/clock.h"
 #include "webdisplay/main_thread_timer.h"
 
 namespace pennywort::webdisplay {
@@ -11,7 +12,7 @@ namespace pennywort::webdisplay {
 // Belongs to the display thread.
 class message_pump {
 public:
-    message_pump();
+    explicit message_pump(const run::monotonic_clock& clock = run::monotonic_clock::system());
     message_pump(const message_pump&) = delete;
     message_pump& operator=(const message_pump&) = delete;
     ~message_pump();
@@ -42,6 +43,7 @@ private:
     void tick();
     void work_and_go_on();
 
+    const run::monotonic_clock& m_clock;
     std::shared_ptr<main_thread_timer> m_timer;
     // Shared with the tick that is calling it, in case it replaces itself.
     std::shared_ptr<const std::function<bool()>> m_can_run;

@@ -116,7 +116,7 @@ void runtime::check_locales() {
 }
 
 int runtime::initialise(const cef_main_args_t* args, const cef_settings_t* settings,
-                        cef_app_t* app) {
+                        cef_app_t* app) noexcept {
     caller_ref<cef_app_t> kept(app, "app");
     if (++m_initialisations > 1) {
         ledger::book().broken("cef_initialize was called a second time, which crashes the process");
@@ -175,7 +175,7 @@ void runtime::write_report() {
     for (const auto& rule : violations()) report << "violation: " << rule << "\n";
 }
 
-void runtime::work() {
+void runtime::work() noexcept {
     ++m_works;
     if (!m_initialised) return;
     if (!on_ui_thread()) {

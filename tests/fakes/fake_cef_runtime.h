@@ -40,12 +40,13 @@ public:
     int exit_code() const { return m_exit_code; }
 
     // UI thread.
-    int initialise(const cef_main_args_t* args, const cef_settings_t* settings, cef_app_t* app);
+    int initialise(const cef_main_args_t* args, const cef_settings_t* settings,
+                   cef_app_t* app) noexcept;
     void shut_down();
-    void work();
+    void work() noexcept;
     std::shared_ptr<page> new_page(page_wish wish);
     void popup_opened(const std::string& url);
-    void run_helper(cef_app_t* app);
+    void run_helper(cef_app_t* app) noexcept;
 
     // fake_cef, see there.
     fake_cef_script& script() override { return m_script; }

@@ -195,7 +195,7 @@ void make_calls(v8_value& global, const std::vector<fake_cef_page_call>& calls) 
 
 }  // namespace
 
-void runtime::run_helper(cef_app_t* app) {
+void runtime::run_helper(cef_app_t* app) noexcept {
     if (!app || !app->get_render_process_handler) return;
     const caller_ref<cef_render_process_handler_t> handler(app->get_render_process_handler(app),
                                                            "render process handler");

@@ -4,6 +4,9 @@
 
 #include <cstddef>
 
+// The fake browser runtime (tests/fakes) is spared: it stands for a library that has its memory
+// from elsewhere.
+
 // From now on the calling thread gets memory this many times, then once none, then again; -1: no
 // failure.
 void fail_memory_after(int count);

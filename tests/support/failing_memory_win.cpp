@@ -106,6 +106,8 @@ bool is_of_windows(HMODULE module) {
     return _wcsnicmp(folder, path, length) == 0;
 }
 
+bool is_spared(HMODULE module) { return module == GetModuleHandleW(L"libcef.dll"); }
+
 bool turn_all() {
     HMODULE modules[256];
     DWORD bytes = 0;
@@ -114,7 +116,7 @@ bool turn_all() {
     }
     const std::size_t count = std::min(bytes / sizeof(HMODULE), std::size(modules));
     for (std::size_t i = 0; i < count; ++i) {
-        if (!is_of_windows(modules[i])) turn_module(modules[i]);
+        if (!is_of_windows(modules[i]) && !is_spared(modules[i])) turn_module(modules[i]);
     }
     return true;
 }

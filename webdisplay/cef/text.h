@@ -1,6 +1,7 @@
 // text.h - text for the runtime (UTF-16) from ours (UTF-8), and back.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -29,19 +30,30 @@ private:
 
 // UTF-8 of a string that the runtime keeps. A half of a surrogate pair becomes U+FFFD.
 inline std::string utf8(const cef_string_t* text) {
-    if (!text || !text->str || text->length == 0) return {};
-    cef_string_utf8_t converted{};
-    api().cef_string_utf16_to_utf8(text->str, text->length, &converted);
-    std::string answer(converted.str ? converted.str : "", converted.length);
-    api().cef_string_utf8_clear(&converted);
-    return answer;
+    // Given back to the runtime also where there is no memory for our copy.
+    struct converted_text {
+        cef_string_utf8_t text{};
+        ~converted_text() { api().cef_string_utf8_clear(&text); }
+    };
+    if (text == nullptr || text->str == nullptr || text->length == 0) return {};
+    converted_text converted;
+    api().cef_string_utf16_to_utf8(text->str, text->length, &converted.text);
+    if (converted.text.str == nullptr) return {};
+    return std::string(converted.text.str, converted.text.length);
 }
+
+// Frees a string that the runtime gave away.
+struct given_text_freed {
+    void operator()(cef_string_userfree_t text) const {
+        api().cef_string_userfree_utf16_free(text);
+    }
+};
+using given_text = std::unique_ptr<cef_string_t, given_text_freed>;
 
 // UTF-8 of a string that the runtime gave away; it is freed.
 inline std::string utf8_of(cef_string_userfree_t text) {
-    std::string answer = utf8(text);
-    if (text) api().cef_string_userfree_utf16_free(text);
-    return answer;
+    const given_text given(text);
+    return utf8(given.get());
 }
 
 }  // namespace pennywort::cef

@@ -12,11 +12,23 @@
 
 #include "core/limits.h"
 #include "core/run/deadline.h"
+#include "loam/trace.h"
 #include "loam/wide_text.h"
 
 namespace pennywort::webdisplay {
 
 namespace {
+
+void trace_failure(const char* call, DWORD error) {
+    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
+                                        call, error);
+}
+// The error is read at once: every call in between may change it.
+void check(bool is_done, const char* call) {
+    if (is_done) return;
+    const DWORD error = GetLastError();
+    trace_failure(call, error);
+}
 
 class owned_handle {
 public:
@@ -26,7 +38,7 @@ public:
     ~owned_handle() { close(); }
 
     void close() {
-        if (m_handle != nullptr) CloseHandle(m_handle);
+        if (m_handle != nullptr) check(CloseHandle(m_handle) != 0, "CloseHandle");
         m_handle = nullptr;
     }
     HANDLE get() const { return m_handle; }
@@ -39,6 +51,7 @@ private:
 // What a process has used of the system so far.
 struct process_use {
     std::uint64_t time = 0;
+    std::uint64_t time_of_main_thread = 0;
     DWORD page_faults = 0;
     friend bool operator==(const process_use&, const process_use&) = default;
 };
@@ -48,13 +61,19 @@ std::uint64_t number_of(const FILETIME& time) {
 }
 
 // False where the system does not say; then it cannot be told whether the process stands still.
-bool read_use(HANDLE process, process_use& use) {
-    FILETIME created{}, ended{}, in_system{}, in_program{};
+bool read_use(HANDLE process, HANDLE main_thread, process_use& use) {
+    FILETIME created{}, ended{}, in_system{}, in_program{}, thread_system{}, thread_program{};
     PROCESS_MEMORY_COUNTERS memory{};
     memory.cb = sizeof memory;
     if (!GetProcessTimes(process, &created, &ended, &in_system, &in_program)) return false;
+    // Wine tells the times of the process that asks, whichever it is asked about; those of a thread
+    // are right everywhere.
+    if (!GetThreadTimes(main_thread, &created, &ended, &thread_system, &thread_program)) {
+        return false;
+    }
     if (!GetProcessMemoryInfo(process, &memory, sizeof memory)) return false;
-    use = {number_of(in_system) + number_of(in_program), memory.PageFaultCount};
+    use = {number_of(in_system) + number_of(in_program),
+           number_of(thread_system) + number_of(thread_program), memory.PageFaultCount};
     return true;
 }
 
@@ -75,21 +94,31 @@ public:
     tried_helper(const tried_helper&) = delete;
     tried_helper& operator=(const tried_helper&) = delete;
     ~tried_helper() {
-        if (m_error == 0 && !m_has_ended) TerminateProcess(m_process.get(), 1);
+        if (m_error != 0 || m_has_ended) return;
+        // It may have ended by itself since.
+        if (TerminateProcess(m_process.get(), 1)) return;
+        const DWORD error = GetLastError();
+        if (error != ERROR_ACCESS_DENIED) trace_failure("TerminateProcess", error);
     }
 
     DWORD error() const { return m_error; }
-    HANDLE process() const { return m_process.get(); }
+    bool read_use(process_use& use) const {
+        return webdisplay::read_use(m_process.get(), m_main_thread.get(), use);
+    }
     const std::string& words() const { return m_words; }
 
     bool ends_within(std::int32_t ms) {
-        m_has_ended = WaitForSingleObject(m_process.get(), static_cast<DWORD>(ms)) == WAIT_OBJECT_0;
+        const DWORD end = WaitForSingleObject(m_process.get(), static_cast<DWORD>(ms));
+        check(end != WAIT_FAILED, "WaitForSingleObject");
+        m_has_ended = end == WAIT_OBJECT_0;
         read_words();
         return m_has_ended;
     }
     DWORD status() const {
         DWORD status = 0;
-        return GetExitCodeProcess(m_process.get(), &status) ? status : 0;
+        const bool is_known = GetExitCodeProcess(m_process.get(), &status) != 0;
+        check(is_known, "GetExitCodeProcess");
+        return is_known ? status : 0;
     }
 
 private:
@@ -106,8 +135,8 @@ private:
                             nullptr, nullptr, &how, &made)) {
             return GetLastError();
         }
-        CloseHandle(made.hThread);
         *m_process.out() = made.hProcess;
+        *m_main_thread.out() = made.hThread;
         return 0;
     }
 
@@ -127,6 +156,7 @@ private:
 
     owned_handle m_words_end;
     owned_handle m_process;
+    owned_handle m_main_thread;
     DWORD m_error = 0;
     bool m_has_ended = false;
     std::string m_words;
@@ -160,9 +190,9 @@ helper_trial try_helper(const std::string& path) {
     bool is_known = false;
     while (!end.has_passed()) {
         if (helper.ends_within(std::min(end.left_ms(), k_step_ms))) return verdict_on(helper);
-        if (!is_known && half.has_passed()) is_known = read_use(helper.process(), before);
+        if (!is_known && half.has_passed()) is_known = helper.read_use(before);
     }
-    if (!is_known || !read_use(helper.process(), now) || before != now) return {};
+    if (!is_known || !helper.read_use(now) || before != now) return {};
     return {helper_end::hung, "it does not end"};
 }
 

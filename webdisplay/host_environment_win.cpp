@@ -43,7 +43,7 @@ bool is_runnable(const std::string& path) {
     return GetBinaryTypeW(loam::wide_text(path).c_str(), &kind) != 0;
 }
 
-// There is no socket with a path here, and the system itself answers a folder that can be written.
+// There is no socket with a path here, and the system itself returns a folder that can be written.
 std::string temporary_folder_problem() { return {}; }
 
 ui_language user_language() {
@@ -69,7 +69,10 @@ void open_in_system(const std::string& url) {
     call.lpVerb = "open";
     call.lpFile = url.c_str();
     call.nShow = SW_SHOW;
-    ShellExecuteExA(&call);
+    if (ShellExecuteExA(&call)) return;
+    const DWORD error = GetLastError();
+    zTraceManager::Default()->TraceNote("cWebDisplayBrowser: ShellExecuteExA - failed (err=%lu)\n",
+                                        error);
 }
 
 }  // namespace pennywort::webdisplay

@@ -14,6 +14,7 @@
 #include <memory>
 #include <utility>
 
+#include "core/run/clock.h"
 #include "loam/trace.h"
 #include "webdisplay/timer_calls_win.h"
 
@@ -22,8 +23,6 @@ namespace pennywort::webdisplay {
 decltype(&PostMessageW) timer_calls::post_message = &PostMessageW;
 
 namespace {
-
-using clock = std::chrono::steady_clock;
 
 constexpr wchar_t k_window_name[] = L"cWebMainThreadTimerLoop";
 constexpr UINT_PTR k_timer = 0x6377544C;
@@ -42,7 +41,7 @@ constexpr std::int64_t k_ns_per_us = 1000;
 constexpr std::int64_t k_ns_per_ms = 1'000'000;
 
 std::int64_t now_ns() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(clock::now().time_since_epoch())
+    return std::chrono::nanoseconds(run::monotonic_clock::system().now().time_since_epoch())
         .count();
 }
 
@@ -55,6 +54,14 @@ void check(BOOL is_done, const char* call) {
     if (is_done) return;
     const DWORD error = GetLastError();
     trace_failure(call, error);
+}
+
+// What stood there before may have been 0, which a failure returns too.
+void set_window_value(HWND window, int index, LONG_PTR value) {
+    SetLastError(ERROR_SUCCESS);
+    const bool is_zero = SetWindowLongPtrW(window, index, value) == 0;
+    const DWORD error = GetLastError();
+    if (is_zero && error != ERROR_SUCCESS) trace_failure("SetWindowLongPtrW", error);
 }
 
 HMODULE own_module() {
@@ -71,7 +78,7 @@ HMODULE own_module() {
 HANDLE make_alarm() {
     const HANDLE fine =
         CreateWaitableTimerExW(nullptr, nullptr, k_high_resolution, TIMER_ALL_ACCESS);
-    return fine ? fine : CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
+    return fine != nullptr ? fine : CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
 }
 
 class windows_timer final : public main_thread_timer,
@@ -113,11 +120,9 @@ public:
 
     void stop() override {
         const HWND window = m_window.exchange(nullptr);
-        if (!window) return;
-        // Of the two there is one at most, and a debugger may have taken it away.
-        KillTimer(window, k_timer);
-        KillTimer(window, k_idle_timer);
-        SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+        if (window == nullptr) return;
+        check(KillTimer(window, m_periodic ? k_timer : k_idle_timer), "KillTimer");
+        set_window_value(window, GWLP_USERDATA, 0);
         check(DestroyWindow(window), "DestroyWindow");
     }
 
@@ -176,6 +181,13 @@ private:
         set_alarm(k_full_queue_pause_ms * k_ns_per_ms);
     }
 
+    // Registered already after an earlier start; then this fails, and nothing is lost.
+    static void register_window_class(const WNDCLASSEXW& type) {
+        if (RegisterClassExW(&type) != 0) return;
+        const DWORD error = GetLastError();
+        if (error != ERROR_CLASS_ALREADY_EXISTS) trace_failure("RegisterClassExW", error);
+    }
+
     bool make_window() {
         stop();
         WNDCLASSEXW type{};
@@ -183,16 +195,15 @@ private:
         type.lpfnWndProc = procedure;
         type.hInstance = own_module();
         type.lpszClassName = k_window_name;
-        // Registered already after an earlier start; then this fails, and nothing is lost.
-        RegisterClassExW(&type);
+        register_window_class(type);
         const HWND window = CreateWindowExW(0, k_window_name, k_window_name, WS_DISABLED, 0, 0, 1,
                                             1, HWND_MESSAGE, nullptr, own_module(), this);
         check(window != nullptr, "CreateWindowExW");
         if (window == nullptr) return false;
         // Somebody else may have registered a class of this name in our module, or this library may
-        // have been loaded to another place since: the window answers to us all the same.
-        SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&procedure));
-        SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        // have been loaded to another place since: the window is ours all the same.
+        set_window_value(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&procedure));
+        set_window_value(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
         m_window = window;
         return true;
     }
@@ -200,11 +211,11 @@ private:
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
         auto* const timer =
             reinterpret_cast<windows_timer*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-        if (timer) timer->answer(message, wparam);
+        if (timer != nullptr) timer->take(message, wparam);
         return DefWindowProcW(window, message, wparam, lparam);
     }
 
-    void answer(UINT message, WPARAM wparam) {
+    void take(UINT message, WPARAM wparam) {
         const bool is_period = message == WM_TIMER && wparam == k_timer;
         const bool is_idle = message == WM_TIMER && wparam == k_idle_timer;
         if (!is_period && !is_idle && message != k_due_message) return;

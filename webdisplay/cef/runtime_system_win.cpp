@@ -5,11 +5,51 @@
 
 #include <string_view>
 
+#include "loam/trace.h"
 #include "loam/wide_text.h"
 
 namespace pennywort::cef {
 
 namespace {
+
+void trace_failure(const char* call, DWORD error) {
+    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
+                                        call, error);
+}
+// `error` of a call is read at once: every call in between may change it.
+void check(bool is_done, const char* call) {
+    if (is_done) return;
+    const DWORD error = GetLastError();
+    trace_failure(call, error);
+}
+
+// A file that is open, or none.
+class open_file {
+public:
+    explicit open_file(const std::wstring& path)
+        : m_file(CreateFileW(path.c_str(), 0,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)) {
+        const DWORD error = is_open() ? ERROR_SUCCESS : GetLastError();
+        if (!is_open() && !is_missing(error)) trace_failure("CreateFileW", error);
+    }
+    open_file(const open_file&) = delete;
+    open_file& operator=(const open_file&) = delete;
+    ~open_file() {
+        if (is_open()) check(CloseHandle(m_file) != 0, "CloseHandle");
+    }
+    bool is_open() const { return m_file != INVALID_HANDLE_VALUE; }
+    HANDLE get() const { return m_file; }
+
+private:
+    // Folders cannot be opened like this.
+    static bool is_missing(DWORD error) {
+        return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
+               error == ERROR_INVALID_NAME || error == ERROR_ACCESS_DENIED;
+    }
+
+    const HANDLE m_file;
+};
 
 // The one handler that a process has for its own crash. The runtime attaches nothing to the
 // message queue that would keep the host's loop busy, and there are no signals.
@@ -29,11 +69,12 @@ private:
 
 bool is_folder(HANDLE file) {
     BY_HANDLE_FILE_INFORMATION information{};
-    return !GetFileInformationByHandle(file, &information) ||
-           (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    const bool is_known = GetFileInformationByHandle(file, &information) != 0;
+    check(is_known, "GetFileInformationByHandle");
+    return !is_known || (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-// The system answers in the form that no other program likes to see.
+// The system returns the form that no other program likes to see.
 std::wstring without_prefix(std::wstring_view path) {
     constexpr std::wstring_view k_share = L"\\\\?\\UNC\\";
     constexpr std::wstring_view k_plain = L"\\\\?\\";
@@ -44,12 +85,16 @@ std::wstring without_prefix(std::wstring_view path) {
 
 std::wstring final_path(HANDLE file) {
     std::wstring path(MAX_PATH, L'\0');
-    DWORD length = GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), 0);
+    const auto ask = [&] {
+        return GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), 0);
+    };
+    DWORD length = ask();
     if (length > path.size()) {
         path.resize(length);
-        length = GetFinalPathNameByHandleW(file, path.data(), length, 0);
+        length = ask();
     }
-    path.resize(length);
+    check(length > 0, "GetFinalPathNameByHandleW");
+    path.resize(length <= path.size() ? length : 0);
     return path;
 }
 
@@ -59,8 +104,12 @@ std::string environment_variable(const char* name) {
     const std::wstring wide_name = loam::wide_text(name);
     std::wstring value;
     DWORD length = GetEnvironmentVariableW(wide_name.c_str(), nullptr, 0);
-    // What is too long is answered with the size to come back with; another thread may lengthen it
-    // in between.
+    const DWORD error = length == 0 ? GetLastError() : ERROR_SUCCESS;
+    if (error != ERROR_SUCCESS && error != ERROR_ENVVAR_NOT_FOUND) {
+        trace_failure("GetEnvironmentVariableW", error);
+    }
+    // For what is too long the system returns the size to come back with; another thread may
+    // lengthen it in between.
     while (length > value.size()) {
         value.resize(length);
         length = GetEnvironmentVariableW(wide_name.c_str(), value.data(), length);
@@ -76,13 +125,9 @@ const char* how_to_install() noexcept { return "there (64 bit, version 133 or ne
 bool uses_external_pump() noexcept { return false; }
 
 std::string real_file(const std::string& path) {
-    constexpr DWORD k_share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const HANDLE file = CreateFileW(loam::wide_text(path).c_str(), 0, k_share, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return {};
-    const std::wstring real = is_folder(file) ? std::wstring() : final_path(file);
-    CloseHandle(file);
-    return loam::utf8_text(without_prefix(real));
+    const open_file file(loam::wide_text(path));
+    if (!file.is_open() || is_folder(file.get())) return {};
+    return loam::utf8_text(without_prefix(final_path(file.get())));
 }
 
 cef_main_args_t main_args() noexcept { return cef_main_args_t{GetModuleHandleW(nullptr)}; }

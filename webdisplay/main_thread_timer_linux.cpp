@@ -14,10 +14,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <limits>
 #include <memory>
 #include <utility>
 
+#include "core/run/clock.h"
 #include "loam/message_loop.h"
 #include "loam/trace.h"
 
@@ -31,10 +33,10 @@ constexpr std::int64_t k_ns_per_ms = 1'000'000;
 constexpr std::int64_t k_ns_per_s = 1'000'000'000;
 constexpr std::int64_t k_longest_delay_ms = 60'000;
 
+// Of the clock that the timer counts by, too.
 std::int64_t now_ns() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * k_ns_per_s + now.tv_nsec;
+    return std::chrono::nanoseconds(run::monotonic_clock::system().now().time_since_epoch())
+        .count();
 }
 
 timespec as_timespec(std::int64_t ns) { return {ns / k_ns_per_s, ns % k_ns_per_s}; }
@@ -51,7 +53,7 @@ public:
         if (m_descriptor >= 0) ::close(m_descriptor);
     }
 
-    bool usable() const { return m_descriptor >= 0; }
+    bool is_usable() const { return m_descriptor >= 0; }
 
     void start_periodic(int period_ms) override {
         m_periodic = true;
@@ -68,7 +70,7 @@ public:
     }
 
     void stop() override {
-        if (!m_source) return;
+        if (m_source == nullptr) return;
         g_source_destroy(m_source);
         g_source_unref(m_source);
         m_source = nullptr;
@@ -183,7 +185,7 @@ std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()>
     // Settles which GLib context is this thread's own before anything is attached to it.
     zMessageLoop::Current();
     auto timer = std::make_shared<linux_timer>(std::move(tick));
-    if (timer->usable()) return timer;
+    if (timer->is_usable()) return timer;
     zTraceManager::Default()->TraceNote(
         "cWebDisplayCEFBrowserManager: timerfd_create - failed (errno=%d)\n", errno);
     return nullptr;

@@ -1,6 +1,6 @@
 // native_window.h - the few things that a windowed page needs of the system's windows.
 // Twins: native_window_win.cpp, native_window_linux.cpp. From any thread. A window that does not
-// exist (any more) is never an error: questions answer nothing, and orders are ignored.
+// exist (any more) is never an error: questions return nothing, and orders are ignored.
 #pragma once
 
 #include <cstddef>

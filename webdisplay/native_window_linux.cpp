@@ -1,8 +1,9 @@
 // native_window_linux.cpp - Linux half of native_window.h, over X11. Windows half:
 // native_window_win.cpp.
 //
-// XCB and not Xlib: a window that has just gone is an answer there, while Xlib ends the process.
-// The library is opened at run time, since most hosts on Linux never show a page in a window.
+// XCB and not Xlib: a window that has just gone is only an empty reply there, while Xlib ends the
+// process. The library is opened at run time, since most hosts on Linux never show a page in a
+// window.
 #include "webdisplay/native_window.h"
 
 #include <xcb/xcb.h>
@@ -55,14 +56,16 @@ struct x_server {
         if (!library || library->Load("libxcb.so.1") != 0) return false;
 #define PENNYWORT_XCB_BIND(name)                                        \
     name = reinterpret_cast<decltype(&::name)>(library->Symbol(#name)); \
-    if (!name) return false;
+    if (name == nullptr) return false;
         PENNYWORT_XCB_FUNCTIONS(PENNYWORT_XCB_BIND)
 #undef PENNYWORT_XCB_BIND
         library->Keep();
         return true;
     }
 
-    bool usable() const { return connection && xcb_connection_has_error(connection) == 0; }
+    bool is_usable() const {
+        return connection != nullptr && xcb_connection_has_error(connection) == 0;
+    }
 };
 
 // One connection for the process, made when a window is first asked about. It is never closed: it
@@ -83,9 +86,9 @@ xcb_window_t id_of(HWND window) {
 reply<xcb_get_geometry_reply_t> geometry(x_server& x, xcb_window_t window) {
     const auto cookie = x.xcb_get_geometry(x.connection, window);
     xcb_generic_error_t* error = nullptr;
-    reply<xcb_get_geometry_reply_t> answer(x.xcb_get_geometry_reply(x.connection, cookie, &error));
+    reply<xcb_get_geometry_reply_t> found(x.xcb_get_geometry_reply(x.connection, cookie, &error));
     std::free(error);
-    return answer;
+    return found;
 }
 
 }  // namespace
@@ -98,7 +101,7 @@ void fill_child(cef_window_info_t& info, HWND parent, int width, int height) {
 // The runtime gives its X windows no class. WM_CLASS holds two texts, each ended by a NUL.
 void mark_browser(cef_window_handle_t window) {
     x_server& x = server();
-    if (!x.usable() || window == 0) return;
+    if (!x.is_usable() || window == 0) return;
     std::string text(k_browser_class);
     text += '\0';
     text += text;
@@ -110,7 +113,7 @@ void mark_browser(cef_window_handle_t window) {
 
 void resize(cef_window_handle_t window, long width, long height) {
     x_server& x = server();
-    if (!x.usable() || window == 0) return;
+    if (!x.is_usable() || window == 0) return;
     // X knows no window without an extent.
     const std::uint32_t values[] = {0, 0, static_cast<std::uint32_t>(std::max(width, 1L)),
                                     static_cast<std::uint32_t>(std::max(height, 1L))};
@@ -123,18 +126,18 @@ void resize(cef_window_handle_t window, long width, long height) {
 
 bool client_size(HWND window, long& width, long& height) {
     x_server& x = server();
-    if (!x.usable()) return false;
-    const auto answer = geometry(x, id_of(window));
-    if (!answer) return false;
-    width = answer->width;
-    height = answer->height;
+    if (!x.is_usable()) return false;
+    const auto found = geometry(x, id_of(window));
+    if (found == nullptr) return false;
+    width = found->width;
+    height = found->height;
     return true;
 }
 
 bool exists(cef_window_handle_t window) {
     x_server& x = server();
     // Without a server there is nobody to say that it has gone.
-    return !x.usable() || geometry(x, static_cast<xcb_window_t>(window)) != nullptr;
+    return !x.is_usable() || geometry(x, static_cast<xcb_window_t>(window)) != nullptr;
 }
 
 // The runtime on X11 does not notice that its window was destroyed.
@@ -144,29 +147,29 @@ void validate(HWND) {}  // X repaints nothing on its own
 
 std::string class_name(HWND window) {
     x_server& x = server();
-    if (!x.usable() || !window) return {};
+    if (!x.is_usable() || window == nullptr) return {};
     const auto cookie = x.xcb_get_property(x.connection, 0, id_of(window), XCB_ATOM_WM_CLASS,
                                            XCB_ATOM_STRING, 0, k_max_window_class);
     xcb_generic_error_t* error = nullptr;
-    const reply<xcb_get_property_reply_t> answer(
+    const reply<xcb_get_property_reply_t> found(
         x.xcb_get_property_reply(x.connection, cookie, &error));
     std::free(error);
-    if (!answer) return {};
-    const auto* text = static_cast<const char*>(x.xcb_get_property_value(answer.get()));
+    if (found == nullptr) return {};
+    const auto* text = static_cast<const char*>(x.xcb_get_property_value(found.get()));
     const std::string_view both(
-        text, static_cast<std::size_t>(x.xcb_get_property_value_length(answer.get())));
+        text, static_cast<std::size_t>(x.xcb_get_property_value_length(found.get())));
     return std::string(both.substr(0, both.find('\0')).substr(0, k_max_window_class));
 }
 
 HWND parent(HWND window) {
     x_server& x = server();
-    if (!x.usable() || !window) return nullptr;
+    if (!x.is_usable() || window == nullptr) return nullptr;
     const auto cookie = x.xcb_query_tree(x.connection, id_of(window));
     xcb_generic_error_t* error = nullptr;
-    const reply<xcb_query_tree_reply_t> answer(
-        x.xcb_query_tree_reply(x.connection, cookie, &error));
+    const reply<xcb_query_tree_reply_t> found(x.xcb_query_tree_reply(x.connection, cookie, &error));
     std::free(error);
-    return answer ? reinterpret_cast<HWND>(static_cast<std::uintptr_t>(answer->parent)) : nullptr;
+    return found != nullptr ? reinterpret_cast<HWND>(static_cast<std::uintptr_t>(found->parent))
+                            : nullptr;
 }
 
 }  // namespace pennywort::webdisplay::native_window

@@ -37,9 +37,10 @@ private:
     mutable std::atomic<int> m_references{1};
 };
 
-// Runs what answers a call of the runtime, whose frames no exception may pass through.
-template <class Answer, class Body>
-Answer guarded(Answer otherwise, const char* where, Body&& body) noexcept {
+// Runs the body of a callback: no exception may pass through the frames of the runtime, which
+// called it.
+template <class Result, class Body>
+Result guarded(Result otherwise, const char* where, Body&& body) noexcept {
     return run::guarded_or(otherwise, where, "a callback", std::forward<Body>(body));
 }
 template <class Body>
@@ -47,8 +48,9 @@ void guarded(const char* where, Body&& body) noexcept {
     run::guarded(where, "a callback", std::forward<Body>(body));
 }
 
-// The callback struct `Struct` as a member of the object `Owner` that answers it: handing it out
-// costs no allocation, which matters since the runtime asks for the render handler at every frame.
+// The callback struct `Struct` as a member of the object `Owner` that is called by it: handing it
+// out costs no allocation, which matters since the runtime asks for the render handler at every
+// frame.
 template <class Struct, class Owner>
 class callback_struct {
 public:

@@ -262,12 +262,12 @@ CefRequestHandler::CefRequestHandler() {
         const ref<cef_browser_t> held_browser(browser);
         const ref<cef_frame_t> held_frame(frame);
         const ref<cef_request_t> held_request(request);
-        cef_resource_request_handler_t* answer = nullptr;
+        cef_resource_request_handler_t* counted = nullptr;
         guarded("CefRequestHandler", [&] {
             const auto handler = decltype(m_struct)::of(self)->GetResourceRequestHandler(frame);
-            if (handler) answer = handler->counted_handler();
+            if (handler) counted = handler->counted_handler();
         });
-        return answer;
+        return counted;
     };
     m_struct->on_render_process_terminated = [](cef_request_handler_t* self, cef_browser_t* browser,
                                                 cef_termination_status_t, int,

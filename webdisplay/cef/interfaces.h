@@ -1,4 +1,4 @@
-// interfaces.h - the runtime's callback interfaces as C++ classes, as far as we answer them.
+// interfaces.h - the runtime's callback interfaces as C++ classes, as far as we serve them.
 //
 // Arguments are borrowed for the call. Unless a callback says otherwise it comes on the UI thread,
 // which is the display thread. What is not overridden keeps the runtime's default behaviour.
@@ -129,7 +129,7 @@ public:
     CefResourceRequestHandler();
     cef_resource_request_handler_t* counted_handler() noexcept { return m_struct.counted(); }
 
-    // On the runtime's IO thread. With RV_CONTINUE_ASYNC the answer is given by `callback` later.
+    // On the runtime's IO thread. With RV_CONTINUE_ASYNC `callback` is told later.
     virtual cef_return_value_t OnBeforeResourceLoad(cef_request_t* request,
                                                     ref<cef_callback_t> callback) = 0;
 
@@ -142,7 +142,7 @@ public:
     CefRequestHandler();
     cef_request_handler_t* counted_request_handler() noexcept { return m_struct.counted(); }
 
-    // On the runtime's IO thread; `frame` may be null. The answer's reference goes to the runtime;
+    // On the runtime's IO thread; `frame` may be null. The result's reference goes to the runtime;
     // empty lets the request pass.
     virtual own<CefResourceRequestHandler> GetResourceRequestHandler(cef_frame_t* frame) = 0;
     // The page's process has gone, and the page with it. UI thread.

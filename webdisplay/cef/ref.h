@@ -25,7 +25,7 @@ public:
     ref() = default;
     explicit ref(T* adopted) noexcept : m_object(adopted) {}
     ref(const ref& other) noexcept : m_object(other.m_object) {
-        if (m_object) add_reference(m_object);
+        if (m_object != nullptr) add_reference(m_object);
     }
     ref(ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
     ref& operator=(ref other) noexcept {
@@ -33,12 +33,12 @@ public:
         return *this;
     }
     ~ref() {
-        if (m_object) drop_reference(m_object);
+        if (m_object != nullptr) drop_reference(m_object);
     }
 
     // A second reference to an object that somebody else holds.
     static ref shared(T* borrowed) noexcept {
-        if (borrowed) add_reference(borrowed);
+        if (borrowed != nullptr) add_reference(borrowed);
         return ref(borrowed);
     }
 
@@ -64,7 +64,7 @@ public:
     own() = default;
     explicit own(T* adopted) noexcept : m_object(adopted) {}
     own(const own& other) noexcept : m_object(other.m_object) {
-        if (m_object) m_object->AddRef();
+        if (m_object != nullptr) m_object->AddRef();
     }
     own(own&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
     own& operator=(own other) noexcept {
@@ -72,11 +72,11 @@ public:
         return *this;
     }
     ~own() {
-        if (m_object) m_object->Release();
+        if (m_object != nullptr) m_object->Release();
     }
 
     static own shared(T* borrowed) noexcept {
-        if (borrowed) borrowed->AddRef();
+        if (borrowed != nullptr) borrowed->AddRef();
         return own(borrowed);
     }
 

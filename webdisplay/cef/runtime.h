@@ -50,7 +50,7 @@ void work();
 // Whether the calling thread is the runtime's UI thread, which is the display thread.
 bool on_ui_thread() noexcept;
 
-// Runs the runtime's helper process to its end and answers its exit code; -1 in the main process.
+// Runs the runtime's helper process to its end and returns its exit code; -1 in the main process.
 int run_helper(int argc, char** argv, cef_app_t* app);
 
 }  // namespace pennywort::cef

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace pennywort::cef {
@@ -52,7 +53,7 @@ void restore_handlers(const std::array<struct sigaction, 32>& handlers, bool is_
 bool is_of_runtime(const GSource* source) {
     const auto* functions = source->source_funcs;
     Dl_info info{};
-    if (!functions || !functions->prepare) return false;
+    if (functions == nullptr || functions->prepare == nullptr) return false;
     if (!dladdr(reinterpret_cast<void*>(functions->prepare), &info) || !info.dli_fname)
         return false;
     const char* name = std::strrchr(info.dli_fname, '/');
@@ -108,7 +109,7 @@ private:
 
 std::string environment_variable(const char* name) {
     const char* value = std::getenv(name);
-    return value ? value : "";
+    return value != nullptr ? value : "";
 }
 
 const char* library_name() noexcept { return "libcef.so"; }
@@ -119,9 +120,8 @@ bool uses_external_pump() noexcept { return true; }
 
 std::string real_file(const std::string& path) {
     char* resolved = realpath(path.c_str(), nullptr);
-    const std::string answer = resolved ? resolved : "";
-    std::free(resolved);
-    return answer;
+    const std::unique_ptr<char, void (*)(void*)> freed(resolved, std::free);
+    return resolved != nullptr ? resolved : "";
 }
 
 cef_main_args_t main_args() noexcept {

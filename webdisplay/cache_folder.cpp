@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "core/run/guarded.h"
 #include "loam/trace.h"
 
 namespace pennywort::webdisplay {
@@ -30,10 +31,21 @@ void cache_folder::use_private_folder() {
     m_is_private = !m_path.empty();
 }
 
+// An empty one, as after a start that failed, needs no look into it: the standard library ends the
+// process where memory runs out in that.
+void cache_folder::remove_private_folder() const {
+    const std::filesystem::path folder(reinterpret_cast<const char8_t*>(m_path.c_str()));
+    std::error_code error;
+    if (!std::filesystem::remove(folder, error)) std::filesystem::remove_all(folder, error);
+}
+
+// Once more where there was no memory for it: what failed before may have given some back.
 cache_folder::~cache_folder() {
-    if (!m_is_private) return;
-    std::error_code ignored;
-    std::filesystem::remove_all(reinterpret_cast<const char8_t*>(m_path.c_str()), ignored);
+    const auto remove = [this] {
+        return run::guarded("cWebDisplayCEFBrowserManager", "the end of its private folder",
+                            [this] { remove_private_folder(); });
+    };
+    if (m_is_private && !remove()) remove();
 }
 
 }  // namespace pennywort::webdisplay

@@ -27,6 +27,7 @@ public:
 private:
     cache_folder() = default;
     void use_private_folder();
+    void remove_private_folder() const;
 
     std::unique_ptr<folder_claim> m_claim;
     std::string m_path;

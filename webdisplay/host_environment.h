@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace pennywort::webdisplay {
 
@@ -27,6 +28,10 @@ struct ui_language {
     std::uint16_t sublanguage = 0x01;
 };
 ui_language user_language();
+
+// The names of what a folder holds; none where it cannot be read. The standard library's own way
+// ends the process where memory runs out in it.
+std::vector<std::string> names_in(const std::string& folder);
 
 // The user's folder for application data that roams, created if need be; empty if there is none.
 std::string application_data_folder();

@@ -2,6 +2,7 @@
 // host_environment_win.cpp.
 #include "webdisplay/host_environment.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
@@ -15,6 +16,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -117,6 +119,14 @@ ui_language user_language() {
         return {row.primary, brazil ? k_portuguese_brazil : k_other_sublanguage};
     }
     return {};
+}
+
+std::vector<std::string> names_in(const std::string& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), &closedir);
+    std::vector<std::string> names;
+    if (open == nullptr) return names;
+    while (const dirent* entry = readdir(open.get())) names.emplace_back(entry->d_name);
+    return names;
 }
 
 std::string application_data_folder() {

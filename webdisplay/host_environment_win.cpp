@@ -8,6 +8,8 @@
 #include <shlobj.h>
 
 #include <cstdio>
+#include <memory>
+#include <type_traits>
 
 #include "core/limits.h"
 #include "loam/path.h"
@@ -17,6 +19,13 @@
 namespace pennywort::webdisplay {
 
 namespace {
+
+void close_search(HANDLE search) {
+    if (FindClose(search)) return;
+    const DWORD error = GetLastError();
+    zTraceManager::Default()->TraceNote(
+        "cWebDisplayCEFBrowserManager: FindClose - failed (err=%lu)\n", error);
+}
 
 // The system's own limit of the calls below.
 constexpr DWORD k_path_units = 260;
@@ -50,6 +59,21 @@ ui_language user_language() {
     const LANGID language = GetUserDefaultUILanguage();
     return {static_cast<std::uint16_t>(PRIMARYLANGID(language)),
             static_cast<std::uint16_t>(SUBLANGID(language))};
+}
+
+// A folder that is missing is the caller's to tell.
+std::vector<std::string> names_in(const std::string& folder) {
+    using open_search = std::unique_ptr<std::remove_pointer_t<HANDLE>, void (*)(HANDLE)>;
+    std::vector<std::string> names;
+    WIN32_FIND_DATAW found{};
+    const std::wstring pattern = loam::wide_text(folder) + L"\\*";
+    const HANDLE search = FindFirstFileW(pattern.c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return names;
+    const open_search closed(search, &close_search);
+    do {
+        names.push_back(loam::utf8_text(found.cFileName));
+    } while (FindNextFileW(search, &found));
+    return names;
 }
 
 std::string application_data_folder() {

@@ -2,9 +2,7 @@
 #include "webdisplay/runtime_settings.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
-#include <system_error>
 #include <vector>
 
 #include "loam/path.h"
@@ -35,14 +33,8 @@ std::string child(const std::string& folder, const char* name) {
 
 // The names of all locales in a folder.
 std::vector<std::string> locales_in(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code error;
-    const std::filesystem::path path(reinterpret_cast<const char8_t*>(folder.c_str()));
-    for (auto entry = std::filesystem::directory_iterator(path, error);
-         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        const std::u8string name = entry->path().filename().u8string();
-        if (entry->path().extension() == ".pak") names.emplace_back(name.begin(), name.end());
-    }
+    std::vector<std::string> names = names_in(folder);
+    std::erase_if(names, [](const std::string& name) { return !name.ends_with(".pak"); });
     return names;
 }
 

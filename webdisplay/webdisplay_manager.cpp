@@ -1,4 +1,5 @@
 // webdisplay_manager.cpp - starts, drives and ends the browser runtime, and makes displays.
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <optional>
@@ -37,9 +38,11 @@ struct process_state {
     bool is_shutting_down = false;
 };
 
-// Never destroyed: the runtime's threads may still be there when the process's statics go.
+// Never destroyed: the runtime's threads may still be there when the process's statics go. In a
+// place of its own: a first use that finds no memory would throw out of whatever the host called.
 process_state& process() {
-    static process_state& state = *new process_state;
+    alignas(process_state) static std::byte place[sizeof(process_state)];
+    static process_state& state = *new (place) process_state;
     return state;
 }
 

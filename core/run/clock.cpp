@@ -1,6 +1,9 @@
 // core/run/clock.cpp - see the header for the contract.
 #include "core/run/clock.h"
 
+#include <cstddef>
+#include <new>
+
 namespace pennywort::run {
 namespace {
 
@@ -12,9 +15,11 @@ public:
 }  // namespace
 
 const monotonic_clock& monotonic_clock::system() noexcept {
-    // Never destroyed: threads that outlive static objects still wait by it.
-    static const auto* the_clock = new system_clock;
-    return *the_clock;
+    // Never destroyed: threads that outlive static objects still wait by it. In a place of its own:
+    // a first use that finds no memory would end the process.
+    alignas(system_clock) static std::byte place[sizeof(system_clock)];
+    static const auto& the_clock = *new (place) system_clock;
+    return the_clock;
 }
 
 }  // namespace pennywort::run

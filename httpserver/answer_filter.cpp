@@ -12,6 +12,14 @@ namespace {
 
 constexpr std::string_view k_blank_line = "\r\n\r\n";
 
+// The connection is the server's to tell, and a 204 has no length.
+bool is_replaced(std::string_view name, std::int32_t status) {
+    using text::equal_ignoring_case;
+    if (equal_ignoring_case(name, "Connection")) return true;
+    return status == 204 && (equal_ignoring_case(name, "Content-Length") ||
+                             equal_ignoring_case(name, "Transfer-Encoding"));
+}
+
 }  // namespace
 
 void answer_filter::begin() {
@@ -80,7 +88,12 @@ void answer_filter::read_head() {
     }
 }
 
+// Behind a head of 1xx comes another one, which is not looked at.
 void answer_filter::set_place(const http::message_head& head) {
+    if (head.status < 200) {
+        m_place = place::unlimited;
+        return;
+    }
     const http::body_plan plan = http::body_of_answer(head, m_terms.is_head ? "HEAD" : "GET");
     m_left = plan.length;
     switch (plan.kind) {
@@ -117,7 +130,7 @@ void answer_filter::rewrite_head() {
     if (!has_date) m_out.append("Date: ").append(m_terms.date).append("\r\n");
     for (std::size_t i = 0; i < head.headers.size(); ++i) {
         const http::header one = head.headers[i];
-        if (text::equal_ignoring_case(one.name, "Connection")) continue;
+        if (is_replaced(one.name, head.status)) continue;
         m_out.append(one.name).append(": ").append(one.value).append("\r\n");
     }
     m_out += "\r\n";
@@ -132,8 +145,7 @@ std::string_view answer_filter::pass_body(std::string_view bytes) {
             if (m_left == 0) m_place = place::done;
             return bytes;
         case place::chunked:
-            watch_body(bytes);
-            return bytes;
+            return bytes.substr(0, watch_body(bytes));
         case place::unlimited:
             return bytes;
         case place::head:
@@ -143,14 +155,16 @@ std::string_view answer_filter::pass_body(std::string_view bytes) {
     return {};
 }
 
-void answer_filter::watch_body(std::string_view bytes) {
+// How many of the bytes belong to the body.
+std::size_t answer_filter::watch_body(std::string_view bytes) {
     std::string_view content;
-    while (!bytes.empty() && m_chunks.status() == http::chunked_body::state::need_more) {
-        const std::size_t used = m_chunks.feed(bytes, content);
-        bytes.remove_prefix(used);
+    std::size_t used = 0;
+    while (used < bytes.size() && m_chunks.status() == http::chunked_body::state::need_more) {
+        used += m_chunks.feed(bytes.substr(used), content);
     }
     if (m_chunks.status() == http::chunked_body::state::complete) m_place = place::done;
     if (m_chunks.status() == http::chunked_body::state::refused) m_ends_connection = true;
+    return used;
 }
 
 bool answer_filter::is_complete() {

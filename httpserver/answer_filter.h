@@ -39,6 +39,11 @@ public:
     bool is_until_close() const { return m_is_head_whole && m_place == place::unlimited; }
     // Whether a strict server must end the connection behind the answer.
     bool ends_connection() const { return m_ends_connection; }
+    bool is_head_whole() const { return m_is_head_whole; }
+    // Bytes of the body that are still to come; -1 where the head does not count them.
+    std::int64_t counted_left() const {
+        return m_place == place::counted ? static_cast<std::int64_t>(m_left) : -1;
+    }
 
 private:
     enum class place { head, counted, chunked, unlimited, done };
@@ -48,7 +53,7 @@ private:
     void read_head();
     void rewrite_head();
     void set_place(const http::message_head& head);
-    void watch_body(std::string_view bytes);
+    std::size_t watch_body(std::string_view bytes);
     std::string_view pass_body(std::string_view bytes);
 
     bool m_is_strict = false;

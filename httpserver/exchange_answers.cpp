@@ -14,6 +14,10 @@ namespace {
 
 constexpr const char* k_class = "cHttpServer";
 
+// One of 1xx announces another answer, and what has not three digits is none.
+constexpr std::int32_t k_first_final = 200;
+constexpr std::int32_t k_last_status = 999;
+
 bool guarded(const char* what, auto work) { return run::guarded(k_class, what, work); }
 
 // The next bytes of a body, and never more than are left of what its head has told: a file may have
@@ -145,6 +149,9 @@ fate exchanges::send_answer(connection& one) {
         if (!m_filter.is_strict()) return begin_pieces(one, std::move(m_answer.whole));
         return send_whole_strictly(one);
     }
+    if (m_answer.status < k_first_final || m_answer.status > k_last_status) {
+        return answer_status(one, 500, {});
+    }
     const bool has_body = !http::is_bodiless(m_answer.status);
     std::int64_t length = 0;
     if (has_body && !guarded("a body", [&] { length = m_answer.length(); })) return fate::ends;
@@ -156,28 +163,44 @@ fate exchanges::send_answer(connection& one) {
     return begin_pieces(one, std::move(whole));
 }
 
+// How much of `size` further bytes goes out: no more than the head has told. Where that is more
+// than there are, or where only a look at the bytes would tell, the connection ends behind them.
+std::int64_t exchanges::rest_of_answer(connection& one, std::int64_t size) {
+    if (m_filter.is_complete()) return 0;
+    const std::int64_t left = m_filter.counted_left();
+    if (left < 0 || left > size) one.is_last_answer = true;
+    return left < 0 ? size : std::min(size, left);
+}
+
 // A response that a handler wrote for any server: its head is made to fit like one that was sent,
-// and what stands behind the head goes out as it is.
+// and behind the head goes out what the head has told.
 fate exchanges::send_whole_strictly(connection& one) {
     auto whole = std::move(m_answer.whole);
     const bool has_head = m_filter.has_begun();
     if (has_head && m_filter.is_head()) return m_filter.ends_connection() ? part(one) : fate::stays;
     if (m_filter.ends_connection()) one.is_last_answer = true;
-    if (has_head) return begin_pieces(one, std::move(whole));
-    m_piece.resize(k_http_piece_bytes);
     std::int64_t size = 0;
     if (!guarded("a body", [&] { size = whole->Size(); })) return fate::ends;
+    if (has_head) return begin_rest(one, {}, std::move(whole), size);
+    m_piece.resize(k_http_piece_bytes);
     const std::int32_t read = read_piece(*whole, 0, size, m_piece);
     if (read <= 0 || !one.facade.IsOpen()) return fate::ends;
     std::string front(m_filter.pass({m_piece.data(), static_cast<std::size_t>(read)}));
     if (front.empty()) return fate::ends;
     if (m_filter.ends_connection()) one.is_last_answer = true;
-    const bool is_all = m_filter.is_complete() && !m_filter.is_until_close();
+    return begin_rest(one, std::move(front), std::make_unique<rest_of_body>(std::move(whole), read),
+                      size - read);
+}
+
+// A head that is not whole yet waits in the filter, and its rest cannot be told from a body.
+fate exchanges::begin_rest(connection& one, std::string front, std::unique_ptr<cHttpBody> rest,
+                           std::int64_t size) {
+    if (!one.facade.IsOpen() || !m_filter.is_head_whole()) return fate::ends;
+    const std::int64_t length = rest_of_answer(one, size);
     answer_parts parts;
-    const std::int64_t rest = is_all ? 0 : size - read;
-    parts.body = std::make_unique<rest_of_body>(std::move(whole), read);
+    parts.body = std::move(rest);
     return begin_pieces(one,
-                        std::make_unique<whole_answer>(std::move(front), std::move(parts), rest));
+                        std::make_unique<whole_answer>(std::move(front), std::move(parts), length));
 }
 
 fate exchanges::begin_pieces(connection& one, std::unique_ptr<cHttpBody> pieces) {

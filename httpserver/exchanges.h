@@ -64,6 +64,9 @@ private:
     bool would_take(std::int32_t method);
     fate send_answer(connection& one);
     fate send_whole_strictly(connection& one);
+    std::int64_t rest_of_answer(connection& one, std::int64_t size);
+    fate begin_rest(connection& one, std::string front, std::unique_ptr<cHttpBody> rest,
+                    std::int64_t size);
     std::string head_of_answer(std::int64_t length, bool is_last) const;
     fate begin_pieces(connection& one, std::unique_ptr<cHttpBody> pieces);
     fate send_pieces(connection& one);

@@ -116,10 +116,16 @@ std::optional<std::string_view> header_of(const cHttpRequest& request, const cha
     return request.Header(name);
 }
 
+// A range is for GET alone.
 pennywort::httpserver::file_question question_of(const cHttpRequest& request) {
-    return {header_of(request, "If-Match"),      header_of(request, "If-Unmodified-Since"),
-            header_of(request, "If-None-Match"), header_of(request, "If-Modified-Since"),
-            header_of(request, "Range"),         header_of(request, "If-Range")};
+    const bool is_get = request.MethodName() == "GET";
+    const auto range = is_get ? header_of(request, "Range") : std::nullopt;
+    return {header_of(request, "If-Match"),
+            header_of(request, "If-Unmodified-Since"),
+            header_of(request, "If-None-Match"),
+            header_of(request, "If-Modified-Since"),
+            range,
+            header_of(request, "If-Range")};
 }
 
 std::int64_t now_in_seconds() {

@@ -221,11 +221,17 @@ bool server_loop::has_room() {
     return m_settings.dropUntrustedWhenFull && drop_untrusted();
 }
 
-// Without this, idle connections of anybody would keep everybody else out.
+// Without this, idle connections of anybody would keep everybody else out, and without the second
+// look so would those that take their answer byte by byte.
 bool server_loop::drop_untrusted() {
+    return drop_untrusted([](const connection& one) { return one.at != stage::pieces; }) ||
+           drop_untrusted([](const connection&) { return true; });
+}
+
+bool server_loop::drop_untrusted(bool (*may_go)(const connection&)) {
     for (std::int32_t i = 0; i < m_connections.count(); ++i) {
         const connection& one = m_connections.at(i);
-        if (one.is_trusted || one.at == stage::pieces) continue;
+        if (one.is_trusted || !may_go(one)) continue;
         data_rm(i);
         m_counts.refused.add(1);
         return true;

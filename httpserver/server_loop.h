@@ -62,6 +62,7 @@ private:
     zStatus accept_incoming();
     bool has_room();
     bool drop_untrusted();
+    bool drop_untrusted(bool (*may_go)(const connection&));
     void pause_accepting();
     void add_socket_to_watch(_zSocket_select* entry);
     void data_add(std::unique_ptr<zSocket> socket);

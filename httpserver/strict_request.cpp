@@ -131,9 +131,9 @@ std::int32_t strict_request::refusal_of_body() {
 }
 
 std::int32_t strict_request::refusal_of_expectation() {
-    const auto expected = head().headers.find("Expect");
-    if (!expected || head().minor == 0) return 0;
-    if (!text::equal_ignoring_case(*expected, "100-continue")) return 417;
+    const auto& headers = head().headers;
+    if (!headers.find("Expect") || head().minor == 0) return 0;
+    if (!text::equal_ignoring_case(headers.joined("Expect"), "100-continue")) return 417;
     m_wants_continue = true;
     return 0;
 }
@@ -151,7 +151,8 @@ std::size_t strict_request::feed_chunked(std::string_view bytes) {
     std::string_view content;
     const std::size_t used = m_chunks.feed(bytes, content);
     const auto room = static_cast<std::uint64_t>(m_max_bytes) - m_text.size();
-    if (content.size() > room) {
+    // A chunk is too long as soon as it tells its size.
+    if (content.size() > room || m_chunks.left_of_chunk() > room - content.size()) {
         refuse(413);
         return used;
     }

@@ -94,7 +94,8 @@ public:
     cHttpAnswer(const cHttpAnswer&) = delete;
     cHttpAnswer& operator=(const cHttpAnswer&) = delete;
 
-    // 200 unless this is called. A status that has no body (204, 304) is sent without one.
+    // 200 unless this is called. A status that has no body (204, 304) is sent without one, and in
+    // place of one below 200 or above 999 a 500.
     void SetStatus(std::int32_t status);
     // Sets a header in place of all of its name, or adds one. The server writes Connection,
     // Content-Length, Date and Server itself and passes over others of these names. -1, with
@@ -266,8 +267,8 @@ struct PENNYWORT_API cHttpServerSettings {
     // one after the other, and ends the connection where the request asks for that. Otherwise what
     // cannot be parsed is kept and never answered.
     bool isStrict = false;
-    // With maxConnections reached, the oldest connection that waits for a request and that no
-    // handler has trusted is closed in place of the new one.
+    // With maxConnections reached, the oldest connection that no handler has trusted is closed in
+    // place of the new one: one that waits for a request, otherwise one that is being answered.
     bool dropUntrustedWhenFull = false;
 };
 

@@ -37,6 +37,7 @@ void chunked_body::reset() {
     m_place = place::size;
     m_left = 0;
     m_digits = 0;
+    m_has_extension = false;
     m_extension_bytes = 0;
     m_trailers.reset();
 }
@@ -94,7 +95,10 @@ void chunked_body::take_extension(char c) {
         m_place = place::size_lf;
         return;
     }
-    if (!is_value_byte(c) || ++m_extension_bytes > k_max_chunk_extension_bytes) refuse();
+    if (c == ';') m_has_extension = true;
+    // Of "3 5" one reader would take 3 for the size and another one 35.
+    const bool is_fine = m_has_extension ? is_value_byte(c) : text::is_blank(c);
+    if (!is_fine || ++m_extension_bytes > k_max_chunk_extension_bytes) refuse();
 }
 
 void chunked_body::expect(char c, char wanted, place next) {
@@ -105,6 +109,7 @@ void chunked_body::expect(char c, char wanted, place next) {
 void chunked_body::begin_chunk() {
     m_place = m_left == 0 ? place::trailers : place::content;
     m_digits = 0;
+    m_has_extension = false;
 }
 
 }  // namespace pennywort::http

@@ -21,6 +21,8 @@ public:
     void reset();
 
     state status() const { return m_state; }
+    // Bytes that are still to come of the chunk that has begun, as far as its size has been read.
+    std::uint64_t left_of_chunk() const { return m_left; }
     // The headers behind the body, when complete.
     const header_list& trailers() const { return m_trailers.head().headers; }
 
@@ -40,6 +42,7 @@ private:
     place m_place = place::size;
     std::uint64_t m_left = 0;  // of the chunk
     std::size_t m_digits = 0;
+    bool m_has_extension = false;
     std::size_t m_extension_bytes = 0;  // of all chunks
     head_parser m_trailers{head_kind::headers};
 };

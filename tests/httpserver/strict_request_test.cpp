@@ -71,6 +71,12 @@ constexpr request_case k_cases[] = {
      "0123456789012345678901234567890123456789012345678901234567890123456789012345678901234567890"
      "0123456789012345678901234567890123456789012345678901234567890123456789",
      413, "", ""},
+    {"TooLongByTheSizeOfAChunk",
+     "POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\nff\r\n", 413, "", ""},
+    {"TwoExpectations",
+     "PUT / HTTP/1.1\r\nHost: h\r\nExpect: 100-continue\r\nExpect: tea\r\nContent-Length: "
+     "1\r\n\r\n1",
+     417, "", ""},
     {"Expectation",
      "PUT / HTTP/1.1\r\nHost: h\r\nExpect: 100-Continue\r\nContent-Length: 1\r\n\r\n1", 0, "/",
      "1"},

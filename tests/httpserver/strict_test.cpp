@@ -222,6 +222,108 @@ TEST_F(StrictTest, SendsNoMoreThanAHandlersHeadHasTold) {
     EXPECT_EQ(body_of(client.receive_answer()), "GET 2  ");
 }
 
+// The chunks tell where the body ends; behind them the same holds.
+TEST_F(StrictTest, SendsNoMoreThanTheChunksOfAHandler) {
+    install("/more", [](zSocket* socket) {
+        return cHttpHandler::SendString(socket,
+                                        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+                                        "2\r\nab\r\n0\r\n\r\nHTTP/1.1 200 Smuggled\r\n\r\n");
+    });
+    test_client client(m_server.ListenPort());
+    client.send(std::string("GET /more HTTP/1.1\r\n") + k_host +
+                "GET /echo HTTP/1.1\r\nConnection: close\r\n" + k_host);
+    const std::string answers = client.receive(100'000);
+    EXPECT_FALSE(has(answers, "Smuggled"));
+    EXPECT_TRUE(has(answers, "0\r\n\r\nHTTP/1.1 200 OK\r\n"));
+}
+
+TEST_F(StrictTest, EndsAnAnswerWithoutABodyAtItsHead) {
+    install("/nothing", [](zSocket* socket) {
+        return cHttpHandler::SendString(socket,
+                                        "HTTP/1.1 204 No Content\r\nContent-Length: 2\r\n\r\nab");
+    });
+    const std::string answer = ask(std::string("GET /nothing HTTP/1.1\r\n") + k_host);
+    EXPECT_EQ(first_line(answer), "HTTP/1.1 204 No Content");
+    EXPECT_FALSE(has(answer, "Content-Length"));
+    EXPECT_EQ(body_of(answer), "");
+}
+
+// Without the end the peer would wait for the answer that a head of 1xx announces.
+TEST_F(StrictTest, SendsWhatComesBehindAHandlersHeadOf1xxAndEnds) {
+    install("/early", [](zSocket* socket) {
+        cHttpHandler::SendString(socket, "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n");
+        return cHttpHandler::SendAnswer(socket, 200, "text/plain", "late", 4);
+    });
+    test_client client(m_server.ListenPort());
+    client.send(std::string("GET /early HTTP/1.1\r\n") + k_host);
+    EXPECT_TRUE(has(client.receive(100'000), "\r\n\r\nlate"));
+    EXPECT_TRUE(client.is_ended());
+}
+
+// A text in pieces, with its head in front or without.
+class pieces_handler final : public cHttpHandler {
+public:
+    pieces_handler(std::string path, std::string head, std::string text)
+        : m_path(std::move(path)), m_head(std::move(head)), m_text(std::move(text)) {}
+    bool CanHandle(std::int32_t, const zString& path, const zString&, const zString&,
+                   const char*) override {
+        return path.View() == m_path;
+    }
+    std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t, const zString&,
+                                              const zString&, const zString&, const char*,
+                                              zStatus& status) override {
+        class text_body final : public cHttpBody {
+        public:
+            explicit text_body(const std::string& text) : m_text(text) {}
+            std::int64_t Size() override { return static_cast<std::int64_t>(m_text.size()); }
+            std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) override {
+                return static_cast<std::int32_t>(m_text.copy(into, static_cast<std::size_t>(size),
+                                                             static_cast<std::size_t>(offset)));
+            }
+
+        private:
+            const std::string m_text;
+        };
+        status = SendString(socket, m_head.c_str());
+        return std::make_unique<text_body>(m_text);
+    }
+
+protected:
+    ~pieces_handler() override = default;
+
+private:
+    const std::string m_path;
+    const std::string m_head;
+    const std::string m_text;
+};
+
+// The peer would read what is too much as the next response, and the next response as what is
+// missing.
+TEST_F(StrictTest, SendsOfAPiecewiseAnswerWhatItsHeadHasTold) {
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 600000\r\n\r\n";
+    const std::string more = std::string(600'000, 'w') + "HTTP/1.1 200 Smuggled\r\n\r\n";
+    const std::string less(10, 'w');
+    for (const auto& handler : {make<pieces_handler>("/more/1", "", head + more),
+                                make<pieces_handler>("/more/2", head, more),
+                                make<pieces_handler>("/less/1", "", head + less),
+                                make<pieces_handler>("/less/2", head, less)}) {
+        m_server.InstallHandler(*handler);
+    }
+    const std::string next = std::string("GET /echo?2 HTTP/1.1\r\n") + k_host;
+    for (const char* path : {"/more/1", "/more/2", "/less/1", "/less/2"}) {
+        SCOPED_TRACE(path);
+        test_client client(m_server.ListenPort());
+        client.send(std::string("GET ") + path + " HTTP/1.1\r\n" + k_host + next);
+        if (path[1] == 'm') {
+            EXPECT_EQ(body_of(client.receive_answer()).size(), 600'000u);
+            EXPECT_EQ(body_of(client.receive_answer()), "GET 2  ");
+        } else {
+            EXPECT_EQ(body_of(client.receive(100'000)), less);
+            EXPECT_TRUE(client.is_ended());
+        }
+    }
+}
+
 TEST_F(StrictTest, SendsAPiecewiseAnswerThatBringsItsOwnHead) {
     class whole_body final : public cHttpBody {
     public:
@@ -290,6 +392,63 @@ TEST_F(StrictTest, AFullServerDropsTheOldestThatNobodyTrusts) {
     EXPECT_EQ(body_of(trusted.receive_answer()), "fine");
 }
 
+// Who takes an answer byte by byte must not keep others out either.
+TEST_F(StrictTest, AFullServerDropsWhoTakesNothingOfAnAnswer) {
+    cHttpServerSettings wanted = settings();
+    wanted.maxConnections = 2;
+    wanted.dropUntrustedWhenFull = true;
+    cHttpServer server(0, k_buffer, wanted);
+    const auto text = std::make_shared<const std::string>(32'000'000, 't');
+    class long_handler final : public cHttpHandler {
+    public:
+        explicit long_handler(std::shared_ptr<const std::string> text) : m_text(std::move(text)) {}
+        bool CanHandleRequest(const cHttpRequest&) override { return true; }
+        zStatus HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) override {
+            if (request.Path() == zString("/long")) {
+                answer.SetShared("text/plain", m_text);
+            } else {
+                answer.SetText("text/plain", "fine");
+            }
+            return 0;
+        }
+
+    private:
+        const std::shared_ptr<const std::string> m_text;
+    };
+    const auto handler = make<long_handler>(text);
+    server.InstallHandler(*handler);
+    test_client first(server.ListenPort());
+    test_client second(server.ListenPort());
+    for (test_client* one : {&first, &second}) {
+        one->send(std::string("GET /long HTTP/1.1\r\n") + k_host);
+        EXPECT_EQ(first_line(one->receive(17)), "HTTP/1.1 200 OK");
+    }
+    test_client third(server.ListenPort());
+    third.send(std::string("GET / HTTP/1.1\r\n") + k_host);
+    EXPECT_EQ(body_of(third.receive_answer()), "fine");
+}
+
+TEST_F(StrictTest, RefusesAStatusThatIsNone) {
+    class status_handler final : public cHttpHandler {
+    public:
+        bool CanHandleRequest(const cHttpRequest& request) override {
+            return request.Path() == zString("/status");
+        }
+        zStatus HandleRequest(const cHttpRequest&, cHttpAnswer& answer) override {
+            answer.SetStatus(status);
+            return 0;
+        }
+        std::int32_t status = 0;
+    };
+    const auto handler = make<status_handler>();
+    m_server.InstallHandler(*handler);
+    for (const std::int32_t status : {0, -1, 100, 199, 1000}) {
+        handler->status = status;
+        EXPECT_EQ(first_line(ask(std::string("GET /status HTTP/1.1\r\n") + k_host)),
+                  "HTTP/1.1 500 Internal Server Error");
+    }
+}
+
 TEST_F(StrictTest, SendsFilesWithRangesAndConditions) {
     zString name;
     zIDGenerator::GenerateUUID(name);
@@ -312,6 +471,8 @@ TEST_F(StrictTest, SendsFilesWithRangesAndConditions) {
     EXPECT_EQ(first_line(part), "HTTP/1.1 206 Partial Content");
     EXPECT_TRUE(has(part, "\r\nContent-Range: bytes 2-4/10\r\n"));
     EXPECT_EQ(body_of(part), "234");
+    EXPECT_EQ(first_line(ask(std::string("HEAD /a.mp4 HTTP/1.1\r\nRange: bytes=2-4\r\n") + k_host)),
+              "HTTP/1.1 200 OK");
     EXPECT_TRUE(has(get_with("/a.mp4", "Range: bytes=10-\r\n"), "Content-Range: bytes */10\r\n"));
     const std::string same = get_with("/a.mp4", "If-None-Match: " + tag + "\r\n");
     EXPECT_EQ(first_line(same), "HTTP/1.1 304 Not Modified");

@@ -524,11 +524,13 @@ bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser,
     return true;
 }
 
+// Without a bound the message is somebody else's, like every other that the bridge does not know.
 bool webdisplay_browser_client::note_dropped_calls(cef_process_message_t* message) {
+    const owner_use owner(*this);
+    if (!owner || owner->m_state->max_waiting_calls <= 0) return false;
     const cef::ref<cef_list_value_t> arguments(message->get_argument_list(message));
     const int calls = arguments ? arguments->get_int(arguments.get(), 0) : 0;
-    const owner_use owner(*this);
-    if (owner && calls > 0) owner->m_state->dropped_calls += static_cast<std::uint64_t>(calls);
+    if (calls > 0) owner->m_state->dropped_calls += static_cast<std::uint64_t>(calls);
     return true;
 }
 

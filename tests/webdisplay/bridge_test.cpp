@@ -32,9 +32,10 @@ protected:
     }
 
     // Has the page send a message, in a step of the runtime. Whether it was consumed.
-    bool send(const std::string& name, const std::vector<fake_cef_value>& arguments) {
+    bool send(const std::string& name, const std::vector<fake_cef_value>& arguments,
+              int browser = 1) {
         bool consumed = false;
-        fake().post([&] { consumed = fake().message(1, name, arguments); });
+        fake().post([&] { consumed = fake().message(browser, name, arguments); });
         settle();
         return consumed;
     }
@@ -78,16 +79,28 @@ TEST_F(BridgeTest, APageThatDoesNotAskIsToldNothing) {
     EXPECT_TRUE(fake().sent().empty());
 }
 
-TEST_F(BridgeTest, WhatAPageDropsIsCounted) {
-    EXPECT_TRUE(send("dropped", {3}));
-    EXPECT_TRUE(send("dropped", {4}));
+TEST_F(BridgeTest, WhatAPageDropsIsCountedWhereItsCallsAreBounded) {
+    zRecord settings = page("http://b/");
+    settings.SetInt32("web_max_waiting_calls", 250);
+    screen bounded(settings);
+    show(bounded);
+    EXPECT_TRUE(send("dropped", {3}, 2));
+    EXPECT_TRUE(send("dropped", {4}, 2));
     for (const fake_cef_value& odd : {fake_cef_value{-1}, fake_cef_value{u"5"s}}) {
-        EXPECT_TRUE(send("dropped", {odd}));
+        EXPECT_TRUE(send("dropped", {odd}, 2));
     }
-    EXPECT_TRUE(send("dropped", {}));
+    EXPECT_TRUE(send("dropped", {}, 2));
+    cWebDisplayPageStatus status;
+    bounded->GetPageStatus(status);
+    EXPECT_EQ(status.droppedCalls, 7u);
+    bounded.release();
+}
+
+TEST_F(BridgeTest, WithoutABoundTheMessageOfDroppedCallsIsLeftToOthers) {
+    EXPECT_FALSE(send("dropped", {3}));
     cWebDisplayPageStatus status;
     m_screen->GetPageStatus(status);
-    EXPECT_EQ(status.droppedCalls, 7u);
+    EXPECT_EQ(status.droppedCalls, 0u);
 }
 
 TEST_F(BridgeTest, TheBoundReachesTheBrowserOnlyWhereItIsAskedFor) {

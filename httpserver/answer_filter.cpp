@@ -63,16 +63,24 @@ std::string_view answer_filter::pass(std::string_view bytes) {
     return m_out;
 }
 
-// Takes the bytes up to the head's end. What comes behind it is not copied.
+// Takes the bytes up to the head's end. Nearly all heads come whole: those are searched once, and
+// what comes behind them is not copied.
 std::size_t answer_filter::take_head(std::string_view bytes) {
-    std::size_t taken = bytes.find(k_blank_line);
-    taken = taken == std::string_view::npos ? bytes.size() : taken + k_blank_line.size();
+    if (!m_head.empty()) return take_rest_of_head(bytes);
+    const std::size_t end = bytes.find(k_blank_line);
+    const bool has_end = end != std::string_view::npos;
+    m_head.assign(bytes, 0, has_end ? end + k_blank_line.size() : bytes.size());
+    m_is_head_whole = has_end || m_head.size() > k_max_head_bytes;
+    return m_head.size();
+}
+
+std::size_t answer_filter::take_rest_of_head(std::string_view bytes) {
     const std::size_t before = m_head.size();
     const std::size_t overlap = std::min(before, k_blank_line.size() - 1);
-    m_head.append(bytes, 0, taken);
+    m_head.append(bytes);
     const std::size_t found = m_head.find(k_blank_line, before - overlap);
     m_is_head_whole = found != std::string::npos || m_head.size() > k_max_head_bytes;
-    if (found == std::string::npos) return taken;
+    if (found == std::string::npos) return bytes.size();
     m_head.resize(found + k_blank_line.size());
     return m_head.size() - before;
 }

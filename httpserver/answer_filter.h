@@ -50,6 +50,7 @@ private:
 
     void begin();
     std::size_t take_head(std::string_view bytes);
+    std::size_t take_rest_of_head(std::string_view bytes);
     void read_head();
     void rewrite_head();
     void set_place(const http::message_head& head);

@@ -2,8 +2,9 @@
 #include "webdisplay/helper_trial.h"
 
 #include <windows.h>
-// After windows.h, whose types it needs.
+// After windows.h, whose types they need.
 #include <psapi.h>
+#include <tlhelp32.h>
 
 #include <algorithm>
 #include <array>
@@ -50,8 +51,7 @@ private:
 
 // What a process has used of the system so far.
 struct process_use {
-    std::uint64_t time = 0;
-    std::uint64_t time_of_main_thread = 0;
+    std::uint64_t time_of_threads = 0;
     DWORD page_faults = 0;
     friend bool operator==(const process_use&, const process_use&) = default;
 };
@@ -60,20 +60,41 @@ std::uint64_t number_of(const FILETIME& time) {
     return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
 }
 
+// 0 for a thread that has just ended.
+std::uint64_t time_of_thread(DWORD id) {
+    owned_handle thread;
+    *thread.out() = OpenThread(THREAD_QUERY_INFORMATION, FALSE, id);
+    FILETIME created{}, ended{}, in_system{}, in_program{};
+    if (thread.get() == nullptr ||
+        !GetThreadTimes(thread.get(), &created, &ended, &in_system, &in_program)) {
+        return 0;
+    }
+    return number_of(in_system) + number_of(in_program);
+}
+
+// Thread by thread: asked about another process, Wine tells the times of the one that asks.
+bool read_time_of_threads(DWORD process, std::uint64_t& time) {
+    const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    check(list != INVALID_HANDLE_VALUE, "CreateToolhelp32Snapshot");
+    if (list == INVALID_HANDLE_VALUE) return false;
+    owned_handle closed;
+    *closed.out() = list;
+    THREADENTRY32 thread{};
+    thread.dwSize = sizeof thread;
+    for (BOOL is_one = Thread32First(list, &thread); is_one; is_one = Thread32Next(list, &thread)) {
+        if (thread.th32OwnerProcessID == process) time += time_of_thread(thread.th32ThreadID);
+    }
+    return true;
+}
+
 // False where the system does not say; then it cannot be told whether the process stands still.
-bool read_use(HANDLE process, HANDLE main_thread, process_use& use) {
-    FILETIME created{}, ended{}, in_system{}, in_program{}, thread_system{}, thread_program{};
+bool read_use(HANDLE process, process_use& use) {
     PROCESS_MEMORY_COUNTERS memory{};
     memory.cb = sizeof memory;
-    if (!GetProcessTimes(process, &created, &ended, &in_system, &in_program)) return false;
-    // Wine tells the times of the process that asks, whichever it is asked about; those of a thread
-    // are right everywhere.
-    if (!GetThreadTimes(main_thread, &created, &ended, &thread_system, &thread_program)) {
-        return false;
-    }
+    std::uint64_t time = 0;
+    if (!read_time_of_threads(GetProcessId(process), time)) return false;
     if (!GetProcessMemoryInfo(process, &memory, sizeof memory)) return false;
-    use = {number_of(in_system) + number_of(in_program),
-           number_of(thread_system) + number_of(thread_program), memory.PageFaultCount};
+    use = {time, memory.PageFaultCount};
     return true;
 }
 
@@ -102,9 +123,7 @@ public:
     }
 
     DWORD error() const { return m_error; }
-    bool read_use(process_use& use) const {
-        return webdisplay::read_use(m_process.get(), m_main_thread.get(), use);
-    }
+    HANDLE process() const { return m_process.get(); }
     const std::string& words() const { return m_words; }
 
     bool ends_within(std::int32_t ms) {
@@ -136,7 +155,7 @@ private:
             return GetLastError();
         }
         *m_process.out() = made.hProcess;
-        *m_main_thread.out() = made.hThread;
+        check(CloseHandle(made.hThread) != 0, "CloseHandle");
         return 0;
     }
 
@@ -156,7 +175,6 @@ private:
 
     owned_handle m_words_end;
     owned_handle m_process;
-    owned_handle m_main_thread;
     DWORD m_error = 0;
     bool m_has_ended = false;
     std::string m_words;
@@ -190,9 +208,9 @@ helper_trial try_helper(const std::string& path) {
     bool is_known = false;
     while (!end.has_passed()) {
         if (helper.ends_within(std::min(end.left_ms(), k_step_ms))) return verdict_on(helper);
-        if (!is_known && half.has_passed()) is_known = helper.read_use(before);
+        if (!is_known && half.has_passed()) is_known = read_use(helper.process(), before);
     }
-    if (!is_known || !helper.read_use(now) || before != now) return {};
+    if (!is_known || !read_use(helper.process(), now) || before != now) return {};
     return {helper_end::hung, "it does not end"};
 }
 

@@ -141,7 +141,7 @@ void live_state::lost(const live_sight& sight, time_point now) {
     if (sight.waiting > 0) m_reload_wanted = false;
     if (m_last_sight == live_sight::page::lost || sight.waiting > 0) return;
     m_probed = {};
-    m_error = sight.error;
+    m_error = sight.error.empty() ? "the page's process has ended" : sight.error;
     if (m_told.empty()) m_told = m_on_air;
     m_reload_wanted = !m_told.empty();
     m_phase = live_phase::reloading;  // so that each loss begins anew

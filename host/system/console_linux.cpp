@@ -21,10 +21,11 @@ constexpr int k_first_free = 3;  // behind the three standard descriptors
     throw std::system_error(errno, std::generic_category(), doing);
 }
 
-// A copy of the descriptor that no program we start inherits. A stream that was closed from the
-// start is replaced by one that takes nothing.
+// A copy of the descriptor that no program we start inherits. One that was closed from the start is
+// replaced by one that refuses each write: what is written to it must not be lost without a word.
 std::FILE* own_stream(int standard) {
     int copy = ::fcntl(standard, F_DUPFD_CLOEXEC, k_first_free);
+    if (copy < 0) copy = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
     if (copy < 0) copy = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     std::FILE* const stream = copy >= 0 ? ::fdopen(copy, "wb") : nullptr;
     if (stream == nullptr) throw_failure("cannot use the standard output");

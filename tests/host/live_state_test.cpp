@@ -182,6 +182,15 @@ TEST_P(Sequence, LeadsToItsState) {
 INSTANTIATE_TEST_SUITE_P(LiveState, Sequence, testing::ValuesIn(k_sequences),
                          [](const auto& one) { return std::string(one.param.name); });
 
+TEST(LiveState, ALossWithoutAWordHasItsReasonAllTheSame) {
+    told_state told;
+    told.tell(ON_AIR);
+    live_sight sight;
+    sight.phase = page::lost;
+    told.state.seen(sight, told.now);
+    EXPECT_EQ(told.state.error(), "the page's process has ended");
+}
+
 TEST(LiveState, APageThatDiesAtOnceIsLoadedAgainOnlySoOften) {
     told_state told;
     told.tell(ON_AIR);

@@ -85,6 +85,7 @@ TEST_F(Program, AnOutputThatIsAFolderIsToldBeforeTheRuntimeStarts) {
 
 TEST_F(Program, WhatStandardOutputDoesNotTakeIsAFailure) {
     EXPECT_EQ(folder.run("pennywort --help >/dev/full").status, 1);
+    EXPECT_EQ(folder.run("pennywort --help >&-").status, 1);
     const auto run = folder.run(no_runtime + "pennywort render about:blank --json >/dev/full");
     EXPECT_EQ(run.status, 1);
 }

@@ -39,12 +39,17 @@ bool window_went_unnoticed(const live_browser& entry) {
 
 }  // namespace
 
-void expect() { ++g_count; }
+void make_room(int more) { browsers().reserve(browsers().size() + static_cast<std::size_t>(more)); }
+
+void expect() {
+    make_room(g_count + 1);
+    ++g_count;
+}
 void expect_no_more() { --g_count; }
 
 void arrived(cef_browser_t* browser, bool is_popup) {
-    if (is_popup) ++g_count;
     browsers().push_back({cef::ref<cef_browser_t>::shared(browser)});
+    if (is_popup) ++g_count;
 }
 
 void gone(cef_browser_t* browser) {
@@ -83,7 +88,7 @@ bool any_in_window() {
 }
 
 void forget_all() {
-    browsers().clear();
+    std::vector<live_browser>().swap(browsers());
     g_count = 0;
 }
 

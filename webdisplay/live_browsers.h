@@ -5,7 +5,10 @@
 
 namespace pennywort::webdisplay::live_browsers {
 
-// A browser was asked for, and will arrive or fail. UI thread.
+// Sees to it that so many more can arrive without memory; throws where there is none. UI thread.
+void make_room(int more);
+// A browser was asked for, and will arrive or fail. It arrives without memory: one that could not
+// be noted would never be closed. UI thread.
 void expect();
 // One that was asked for will not come.
 void expect_no_more();

@@ -213,6 +213,9 @@ bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string&
     }
     const owner_use owner(*this);
     if (!owner || m_popups.size() >= k_max_popups) return true;
+    // It arrives without memory, or does not come at all.
+    m_popups.reserve(m_popups.size() + 1);
+    live_browsers::make_room(live_browsers::count() + 1);
     if (owner->m_windowless) window_info.windowless_rendering_enabled = 1;
     return false;
 }

@@ -22,7 +22,7 @@ template <typename mutex>
 zCritical* made_critical() {
     try {
         return new critical<mutex>();
-    } catch (const std::bad_alloc&) {
+    } catch (...) {
         return nullptr;
     }
 }

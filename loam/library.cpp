@@ -5,7 +5,6 @@
 #include <string>
 
 #include "loam/native_library.h"
-#include "loam/out_of_memory.h"
 
 namespace {
 
@@ -20,10 +19,13 @@ public:
             m_error = "no name";
             return -1;
         }
-        return loam::unless_out_of_memory([&] {
+        // By no name: g++ for Windows would export that of a type caught beside an exported class.
+        try {
             m_handle = loam::open_library(name, m_error);
-            return m_handle == nullptr ? -1 : 0;
-        });
+        } catch (...) {
+            m_handle = nullptr;
+        }
+        return m_handle == nullptr ? -1 : 0;
     }
 
     void* Symbol(const char* name) override {

@@ -4,9 +4,12 @@
 #pragma once
 
 #include <mutex>
-#include <new>
 
 namespace loam {
+
+// Throws std::bad_alloc. A type that is thrown or caught by its name beside an exported class would
+// be exported too, by g++ for Windows.
+[[noreturn]] void throw_no_memory();
 
 // Throws only where it is made, and only that there is no memory.
 template <typename mutex>
@@ -17,8 +20,7 @@ public:
             mutex::lock();
             mutex::unlock();
         } catch (...) {
-            // By no name: g++ for Windows would export that of a type caught in an exported class.
-            throw std::bad_alloc();
+            throw_no_memory();
         }
     }
 };

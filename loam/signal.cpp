@@ -51,7 +51,7 @@ zSignal* zSignal::Factory() {
         // Makes the inside of the condition too, where the system does that with its first use.
         made->Wait(0);
         return made.release();
-    } catch (const std::bad_alloc&) {
+    } catch (...) {
         return nullptr;
     }
 }

@@ -47,12 +47,17 @@ function onCommand(id, event, command) {
   });
 }
 
+// Whether the program has answered since it was last silent. The words of the status cannot tell: a command that failed meanwhile has
+// put its own there, which would stay when the program is back.
+let isConnected = false;
+
 // For ever, one answer after the other; while the program does not answer, once a second.
 async function repeat(step, pause) {
   for (;;) {
     try {
       await sleep(await step() || pause);
     } catch (problem) {
+      isConnected = false;
       say('no answer: ' + problem.message, true);
       $('phase').textContent = 'Unknown';
       $('phase').className = 'badge unknown';
@@ -211,7 +216,8 @@ async function showState() {
   $('painted').textContent = state.painted;
   $('dropped').textContent = state.dropped;
   if (document.activeElement !== $('visible')) $('visible').checked = state.visible;
-  if ($('status').textContent === 'connecting' || $('status').textContent.startsWith('no answer')) say('connected');
+  if (!isConnected) say('connected');
+  isConnected = true;
   showQueue(state.queue);
   sample(state);
   showRate();

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ struct stage_case {
     std::string sent;
     std::string told;  // by the server before it waits
 };
+void PrintTo(const stage_case& one, std::ostream* out) { *out << one.name; }
 
 std::vector<stage_case> stages() {
     const std::string head = "POST /quick HTTP/1.1\r\nHost: h\r\n";
@@ -77,13 +79,14 @@ private:
 // A server whose time stands still until a test moves it.
 class StagesTest : public testing::Test, public zThreadMain {
 protected:
-    StagesTest() {
+    // Not in the constructor: the thread must not see an object that is still being made.
+    void SetUp() override {
         m_loop.listen();
         m_loop.handlers().add(*m_quick);
         m_loop.handlers().add(*m_pieces);
         m_thread.reset(zThread::Factory("stages", this, 0, 4));
     }
-    ~StagesTest() override { end(); }
+    void TearDown() override { end(); }
 
     zStatus Main(std::int32_t, const char* const*) override {
         m_loop.run();

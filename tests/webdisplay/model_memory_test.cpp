@@ -15,30 +15,6 @@ const std::string k_url = "http://host.example/" + std::string(40, 'p');
 const std::string k_key(40, 'k');
 const std::string k_result(40, 'r');
 
-TEST(DisplayMemory, ADisplayIsMadeWholeOrNotAtAll) {
-    zTraceManager::Default();  // stays, once it is made
-    zRecord settings;
-    settings.SetString("web_url", k_url);
-    settings.SetString("web_override_css", std::string(40, 'c'));
-    cWebDisplayBrowser* made = nullptr;
-    std::uint32_t waiting = 0;
-    std::size_t left = 0;
-    const int failures = with_each_allocation_failing(
-        [&] { made = cWebDisplayCEFBrowserManager::CreateBrowser(settings, 25); },
-        [&] {
-            if (made == nullptr) return;
-            cWebDisplayPageStatus status;
-            made->GetPageStatus(status);
-            waiting = status.waiting;
-            made->Release();
-            EXPECT_EQ(waiting, 1u);
-            if (left == 0) left = memory_in_use();
-        });
-    EXPECT_GT(failures, 10);
-    EXPECT_NE(made, nullptr);
-    EXPECT_EQ(memory_in_use(), left);
-}
-
 TEST(DisplayMemory, AUrlIsQueuedOrNot) {
     const released<model_display> display(new model_display);
     int queued = 0;

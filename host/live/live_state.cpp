@@ -16,9 +16,6 @@ constexpr std::chrono::seconds k_reload_window{60};
 // The display needs a moment to put the old page away, and it may have a page to show by itself.
 constexpr std::chrono::milliseconds k_reload_pause{200};
 
-// A browser that has not come by then does not come.
-constexpr std::chrono::seconds k_longest_opening{10};
-
 // A page that loads for longer after another has closed itself is shown as far as it has come.
 constexpr std::chrono::seconds k_longest_hold{2};
 
@@ -156,7 +153,7 @@ void live_state::page_is_there() {
 // Every page may close itself, and the display would stay shut for all that come after it. One that
 // does so at once may have gone before it was ever seen.
 void live_state::page_is_missing(time_point now) {
-    const bool is_coming = !m_page_there && now - m_opened < k_longest_opening;
+    const bool is_coming = !m_page_there && now - m_opened < k_max_page_opening;
     if (m_is_missing || is_coming) return;
     m_is_missing = true;
     m_holds = true;

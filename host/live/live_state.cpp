@@ -140,7 +140,9 @@ void live_state::lost(const live_sight& sight, time_point now) {
     m_probed = {};
     m_error = sight.error.empty() ? "the page's process has ended" : sight.error;
     if (m_told.empty()) m_told = m_on_air;
-    m_reload_wanted = !m_told.empty();
+    // A page that was asked for, and that the browser took no notice of, is not the one to load.
+    m_lost = sight.url.empty() ? m_told : sight.url;
+    m_reload_wanted = !m_lost.empty();
     m_phase = live_phase::reloading;  // so that each loss begins anew
     enter(live_phase::lost, now);
 }
@@ -178,7 +180,8 @@ live_state::action live_state::begin_reload(time_point now) {
     }
     m_reload_times.push_back(now);
     ++m_reloads;
-    m_target = m_told;
+    m_target = m_lost;
+    m_told = m_target;
     m_wanted = m_target;
     m_last_sight = live_sight::page::none;
     enter(live_phase::reloading, now);

@@ -97,6 +97,7 @@ private:
     std::string m_on_air;
     std::string m_wanted;  // asked for, and neither loaded nor failed yet
     std::string m_told;
+    std::string m_lost;  // the page whose process has ended
     std::string m_error;
     std::string m_target;
     live_sight::page m_last_sight = live_sight::page::none;

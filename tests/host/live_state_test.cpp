@@ -22,7 +22,7 @@ using page = live_sight::page;
 //   left b     b has been shown and is not any more
 //   ask b      the operator wants b          waits      the display holds it back
 //   asking     it is given to the browser    loading    it has begun
-//   loaded b   fail b   lost                 gone, there: the browser and its page
+//   loaded b   fail b   lost b               gone, there: the browser and its page
 //   1000       so many milliseconds pass     do         one thing is done, and noted
 class told_state {
 public:
@@ -82,6 +82,8 @@ private:
         }
         if (word == "lost") {
             m_sight.phase = page::lost;
+            words >> m_sight.url;
+            if (m_sight.url == "-") m_sight.url.clear();
             m_sight.error = "dead";
         }
         state.seen(m_sight, now);
@@ -130,18 +132,21 @@ constexpr sequence k_sequences[] = {
     {"APageGoesNowhere", ON_AIR "loading fail c", "failed a c why"},
     {"ALinkOutOfAFailure", ON_AIR "ask b asking fail b loading", "loading a - -"},
 
-    {"Lost", ON_AIR "lost", "lost a a dead"},
-    {"LostAndAtOnce", ON_AIR "lost do", "lost a a dead", "-;"},
-    {"LostAndLater", ON_AIR "lost 200 do", "reloading a a dead", "load a;"},
-    {"LostOnce", ON_AIR "lost 200 do do", "reloading a a dead", "load a;-;"},
-    {"LostAndThere", ON_AIR "lost 200 do asking loading loaded a", "on_air a - -", "load a;"},
-    {"LostAndNoMore", ON_AIR "lost 200 do asking fail a", "failed a a why", "load a;"},
-    {"LostTwice", ON_AIR "lost 200 do asking loading lost 200 do", "reloading a a dead",
+    {"Lost", ON_AIR "lost a", "lost a a dead"},
+    {"LostAndAtOnce", ON_AIR "lost a do", "lost a a dead", "-;"},
+    {"LostAndLater", ON_AIR "lost a 200 do", "reloading a a dead", "load a;"},
+    {"LostOnce", ON_AIR "lost a 200 do do", "reloading a a dead", "load a;-;"},
+    {"LostAndThere", ON_AIR "lost a 200 do asking loading loaded a", "on_air a - -", "load a;"},
+    {"LostAndNoMore", ON_AIR "lost a 200 do asking fail a", "failed a a why", "load a;"},
+    {"LostTwice", ON_AIR "lost a 200 do asking loading lost a 200 do", "reloading a a dead",
      "load a;load a;"},
-    {"LostOnItsWay", ON_AIR "ask b asking loading lost 200 do", "reloading a b dead", "load b;"},
-    {"LostBehindAnother", ON_AIR "ask b asking lost asking 200 do", "loading a b -", "-;"},
-    {"LostWithOneWaiting", ON_AIR "ask b lost waits 200 do", "lost a b dead", "-;"},
-    {"LostAndAskedForAnother", ON_AIR "lost ask b 200 do", "loading a b -", "-;"},
+    {"LostOnItsWay", ON_AIR "ask b asking loading lost b 200 do", "reloading a b dead", "load b;"},
+    {"LostBehindAnother", ON_AIR "ask b asking lost a asking 200 do", "loading a b -", "-;"},
+    {"LostWithOneWaiting", ON_AIR "ask b lost a waits 200 do", "lost a b dead", "-;"},
+    {"LostAndAnotherIsIgnored", ON_AIR "lost a ask b asking lost a 200 do asking loading loaded a",
+     "on_air a - -", "load a;"},
+    {"LostBeforeItBegan", "there asking lost - 200 do", "reloading - a dead", "load a;"},
+    {"LostAndAskedForAnother", ON_AIR "lost a ask b 200 do", "loading a b -", "-;"},
 
     {"Closed", ON_AIR "gone", "closed a - the page has closed itself"},
     {"ClosedAndDone", ON_AIR "gone do", "closed a - the page has closed itself", "reopen;"},
@@ -194,21 +199,21 @@ TEST(LiveState, ALossWithoutAWordHasItsReasonAllTheSame) {
 TEST(LiveState, APageThatDiesAtOnceIsLoadedAgainOnlySoOften) {
     told_state told;
     told.tell(ON_AIR);
-    for (std::size_t i = 0; i < k_max_page_reloads; ++i) told.tell("lost 200 do asking loading");
+    for (std::size_t i = 0; i < k_max_page_reloads; ++i) told.tell("lost a 200 do asking loading");
     EXPECT_EQ(told.state.reloads(), k_max_page_reloads);
     told.done.clear();
-    told.tell("lost 200 do 1000 do 60000 do");
+    told.tell("lost a 200 do 1000 do 60000 do");
     EXPECT_EQ(told.done, "-;-;-;");
     EXPECT_EQ(told.told(),
               "lost a a dead, 5 times within a minute; it is not loaded again by itself");
-    told.tell("ask a asking loading loaded a lost 200 do");
+    told.tell("ask a asking loading loaded a lost a 200 do");
     EXPECT_EQ(told.state.reloads(), k_max_page_reloads + 1) << "the operator has acted";
 }
 
 TEST(LiveState, APageThatDiesNowAndThenIsLoadedEachTime) {
     told_state told;
     told.tell(ON_AIR);
-    for (int i = 0; i < 30; ++i) told.tell("15000 lost 200 do asking loading loaded a");
+    for (int i = 0; i < 30; ++i) told.tell("15000 lost a 200 do asking loading loaded a");
     EXPECT_EQ(told.state.reloads(), 30u);
     EXPECT_EQ(told.told(), "on_air a - -");
 }

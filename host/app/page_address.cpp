@@ -92,21 +92,32 @@ std::string fault_of_web_address(std::string_view text) {
     return fault_of_authority(url.substr(0, url.find_first_of("/\\?#")));
 }
 
-std::optional<std::string> checked_url(std::string_view url, std::string& reason) {
-    const std::string no_address = fault_of_web_address(url);
-    if (!no_address.empty()) {
-        reason = std::string(url) + ": " + no_address;
-        return {};
-    }
+// The browser's own pages: one of them ends the whole program, others change how it works. It takes
+// "about:x" for "chrome://x".
+std::string fault_of_browser_page(std::string_view text) {
+    constexpr std::string_view k_fault = "is a page of the browser's own";
+    const std::string read = text::lower(as_browser_reads(text));
+    const std::string_view url = read;
+    const auto scheme = scheme_of(url);
+    if (scheme.starts_with("chrome") || scheme == "devtools") return std::string(k_fault);
+    if (scheme != "about") return {};
+    const auto name = url.substr(scheme.size() + 1);
+    return name.substr(0, name.find_first_of("?#")) == "blank" ? "" : std::string(k_fault);
+}
+
+std::string fault_of_url(std::string_view url) {
+    std::string fault = fault_of_browser_page(url);
+    if (fault.empty()) fault = fault_of_web_address(url);
     const std::string path = path_of_file_url(url);
-    if (!path.empty()) {
-        const std::string fault = fault_of_file(as_path(path));
-        if (!fault.empty()) {
-            reason = std::string(url) + ": " + fault;
-            return {};
-        }
-    }
-    return std::string(url);
+    if (fault.empty() && !path.empty()) fault = fault_of_file(as_path(path));
+    return fault;
+}
+
+std::optional<std::string> checked_url(std::string_view url, std::string& reason) {
+    const std::string fault = fault_of_url(url);
+    if (fault.empty()) return std::string(url);
+    reason = std::string(url) + ": " + fault;
+    return {};
 }
 
 std::string fault_of_name(std::string_view text, const std::string& fault) {

@@ -49,7 +49,7 @@ protected:
     noting_port port;
     live_pictures pictures;
     tests::fake_clock clock;
-    live_control control{port, pictures, {"about:one", "about:two"}, clock};
+    live_control control{port, pictures, {"http://one", "http://two"}, clock};
 };
 
 struct refused_case {
@@ -65,6 +65,8 @@ constexpr refused_case k_refused[] = {
     {"NoUrl", "/api/load", "{}", "url"},
     {"UrlIsNumber", "/api/load", "{\"url\":1}", "url"},
     {"EmptyUrl", "/api/load", "{\"url\":\"\"}", ""},
+    {"PageThatEndsTheProgram", "/api/load", "{\"url\":\"chrome://inducebrowsercrashforrealz\"}",
+     "of the browser's own"},
     {"MissingFile", "/api/load", "{\"url\":\"no-such.html\"}", "no-such.html"},
     {"NoWidth", "/api/size", "{\"height\":5}", "width"},
     {"ZeroWidth", "/api/size", "{\"width\":0,\"height\":5}", "width"},
@@ -78,8 +80,8 @@ constexpr refused_case k_refused[] = {
     {"EmptyScript", "/api/script", "{\"script\":\"\"}", "script"},
     {"CookiesOfNothing", "/api/cookies/delete", "", "url"},
     {"CookiesOfAName", "/api/cookies/delete", "{\"url\":\"example.org\"}", "no URL"},
-    {"NowIsAText", "/api/load", "{\"url\":\"about:x\",\"now\":\"false\"}", "now"},
-    {"NowIsANumber", "/api/load", "{\"url\":\"about:x\",\"now\":0}", "now"},
+    {"NowIsAText", "/api/load", "{\"url\":\"http://x\",\"now\":\"false\"}", "now"},
+    {"NowIsANumber", "/api/load", "{\"url\":\"http://x\",\"now\":0}", "now"},
     {"NoIndex", "/api/remove", "{}", "index"},
     {"IndexPastTheEnd", "/api/remove", "{\"index\":2}", "index"},
     {"NegativeIndex", "/api/remove", "{\"index\":-1}", "index"},
@@ -110,14 +112,14 @@ TEST_F(LiveControl, NextOfAnEmptyQueueIsRefused) {
     post("/api/next", "");
     post("/api/next", "");
     EXPECT_EQ(post("/api/next", "").status, 400);
-    EXPECT_EQ(port.notes, (strings{"load about:one", "load about:two"}));
+    EXPECT_EQ(port.notes, (strings{"load http://one", "load http://two"}));
 }
 
 TEST_F(LiveControl, AFullQueueTakesNoMore) {
     for (int i = 0; i < 998; ++i) {
-        ASSERT_EQ(post("/api/load", "{\"url\":\"about:x\",\"now\":false}").status, 200);
+        ASSERT_EQ(post("/api/load", "{\"url\":\"http://x\",\"now\":false}").status, 200);
     }
-    EXPECT_EQ(post("/api/load", "{\"url\":\"about:x\",\"now\":false}").status, 400);
+    EXPECT_EQ(post("/api/load", "{\"url\":\"http://x\",\"now\":false}").status, 400);
 }
 
 TEST_F(LiveControl, CarriesOutCommands) {
@@ -131,9 +133,9 @@ TEST_F(LiveControl, CarriesOutCommands) {
 }
 
 TEST_F(LiveControl, TheQueueGrowsAndShrinks) {
-    post("/api/load", "{\"url\":\"about:three\",\"now\":false}");
+    post("/api/load", "{\"url\":\"http://three\",\"now\":false}");
     post("/api/remove", "{\"index\":1}");
-    EXPECT_TRUE(state_has("\"queue\":[\"about:one\",\"about:three\"]"));
+    EXPECT_TRUE(state_has("\"queue\":[\"http://one\",\"http://three\"]"));
     EXPECT_TRUE(port.notes.empty());
 }
 

@@ -64,6 +64,10 @@ TEST_F(LiveProgram, WrongArgumentsEndWithStatus2AndOneLine) {
     expect_refusal("about:blank --seconds 5", 2, "--seconds");
 }
 
+TEST_F(LiveProgram, APageOfTheBrowsersOwnIsRefused) {
+    expect_refusal("chrome://inducebrowsercrashforrealz", 2, "of the browser's own");
+}
+
 TEST_F(LiveProgram, ATakenPortIsToldBeforeTheRuntimeStarts) {
     const taken_port taken;
     ASSERT_NE(taken.port(), "0");

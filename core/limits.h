@@ -66,6 +66,22 @@ inline constexpr int k_max_pieces_at_once = 4;
 // How long a handler's response waits for a peer that takes nothing.
 inline constexpr std::int32_t k_send_timeout_ms = 5000;
 
+// --- HTTP client
+
+// Redirects of one request, and responses such as "100 Continue" before one that counts.
+inline constexpr int k_max_redirects = 10;
+inline constexpr int k_max_interim_responses = 32;
+
+// Bytes of a redirect's body that are read so that its connection can be used again.
+inline constexpr std::size_t k_max_skipped_bytes = 64 * 1024;
+
+// Bytes of a response that wait for the caller.
+inline constexpr std::size_t k_http_receive_bytes = 256 * 1024;
+
+// Connections that are kept between requests, and for how long.
+inline constexpr std::size_t k_max_idle_connections = 32;
+inline constexpr int k_idle_connection_seconds = 60;
+
 // --- Pages: their calls of the host
 
 // Calls of a page that may wait for the host program; the rest is dropped and counted.

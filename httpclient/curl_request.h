@@ -1,0 +1,57 @@
+// curl_request.h - what libcurl is told of a request, and where a redirect leads. Built where
+// libcurl is: WinHTTP does this by itself. No I/O.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/http/head_parser.h"
+
+namespace pennywort::httpclient {
+
+// Where a request goes.
+struct request_target {
+    std::string host;    // of an IPv6 address without brackets
+    std::string object;  // path and query, as they stand in the request
+    std::int32_t port = 0;
+    bool is_secure = false;
+
+    // "https://host:port"
+    std::string origin() const;
+    std::string url() const { return origin() + object; }
+};
+
+// Whether it can be a host of a URL: what cannot must not reach libcurl, which would take a part of
+// it for something else.
+bool is_host(std::string_view host);
+
+// Path and query with blanks, control bytes and bytes beyond ASCII percent-coded.
+std::string escaped_object(std::string_view object);
+
+// The server for this scheme out of "http=server;https=server", or the one without a scheme; empty
+// if there is none.
+std::string proxy_for(std::string_view servers, bool is_secure);
+
+// A line "name: value" as libcurl takes it, for which an empty value is a header to leave out.
+// Empty for a line that is no header.
+std::string curl_header_line(std::string_view line);
+
+// Whether a block of header lines has a header of that name, in any case of its letters.
+bool has_header(std::string_view block, std::string_view name);
+
+// The next request of a chain.
+struct redirect {
+    request_target target;
+    std::string verb;
+    std::string headers;
+    bool has_body = true;
+};
+
+// Where `response` sends the request; nothing when it sends it nowhere, or to somewhere that is not
+// followed: no http or https, or from https to http.
+std::optional<redirect> redirect_of(const request_target& from, const std::string& verb,
+                                    const std::string& headers, const http::message_head& response);
+
+}  // namespace pennywort::httpclient

@@ -1,0 +1,105 @@
+// contract_test.cpp - what every session keeps, whatever it talks to: URLs, names of headers, the
+// order of virtual operations.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ostream>
+#include <string>
+
+#include "httpclient.h"
+#include "logger.h"
+
+namespace {
+
+struct url_case {
+    const char* name;
+    std::string url;
+    long want;
+};
+void PrintTo(const url_case& c, std::ostream* out) { *out << c.name; }
+
+const url_case k_urls[] = {
+    {"Plain", "http://host/", 0},
+    {"Secure", "https://host/", 0},
+    {"UpperCase", "HTTPS://host/", 0},
+    {"EightCharacters", "http://a", 0},
+    {"SevenCharacters", "http://", -21503},
+    {"Empty", "", -21503},
+    {"NoColon", "abcdefgh/", -21502},
+    {"NoSlash", "http:abcdef", -21502},
+    {"HostAndPortOnly", "localhost:8080", -21502},
+    {"Ftp", "ftp://host/", -21501},
+    {"BlankInScheme", "ht tp://host/", -21501},
+    {"LongerScheme", "httpss://host/", -21501},
+    {"EmptyScheme", "://host/abc", -21501},
+    {"NothingElseIsLookedAt", "http:/\x01\xff:99999", 0},
+    {"AHundredThousandCharacters", "http://" + std::string(100000, 'a') + "/", 0},
+};
+
+class Urls : public testing::TestWithParam<url_case> {};
+
+TEST_P(Urls, HaveTheirResult) {
+    EXPECT_EQ(cHttpSession::ValidateURL(GetParam().url), GetParam().want);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Urls, testing::ValuesIn(k_urls),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+TEST(HeaderNames, AreCheckedWithoutTheWhiteSpaceAround) {
+    EXPECT_TRUE(cHttpSession::HeaderNameIsValid("Content-Type"));
+    EXPECT_TRUE(cHttpSession::HeaderNameIsValid(" \t\v\f\r\nX \r\n"));
+    EXPECT_TRUE(cHttpSession::HeaderNameIsValid("\x01\xff"));
+    EXPECT_TRUE(cHttpSession::HeaderNameIsValid("a\tb"));
+    EXPECT_TRUE(cHttpSession::HeaderNameIsValid(std::string(8096, 'a')));
+    EXPECT_TRUE(cHttpSession::HeaderNameIsValid(" " + std::string(8096, 'a') + " "));
+    EXPECT_FALSE(cHttpSession::HeaderNameIsValid(std::string(8097, 'a')));
+    EXPECT_FALSE(cHttpSession::HeaderNameIsValid(""));
+    EXPECT_FALSE(cHttpSession::HeaderNameIsValid("  \t"));
+    for (const char* name : {"a b", "a:b", "a\nb", "a\rb"}) {
+        EXPECT_FALSE(cHttpSession::HeaderNameIsValid(name)) << name;
+    }
+}
+
+TEST(ContentTypeHeader, IsSetAndTheRecordReturned) {
+    zRecord headers;
+    EXPECT_EQ(&cHttpSession::SetContentTypeHeader(headers, "text/xml"), &headers);
+    EXPECT_EQ(headers.AsString("Content-Type", ""), "text/xml");
+    cHttpSession::SetContentTypeHeader(headers, nullptr);
+    EXPECT_EQ(headers.AsString("Content-Type", "none"), "");
+}
+
+TEST(Session, IsSharedByItself) {
+    const std::shared_ptr<cHttpSession> session = cHttpSession::Factory();
+    EXPECT_EQ(session->shared_from_this(), session);
+    EXPECT_EQ(session->weak_from_this().use_count(), 1);
+}
+
+TEST(Session, HoldsOneReferenceOfItsLogger) {
+    const std::string path = testing::TempDir() + "session-logger.txt";
+    auto* const logger = new cLogger(path.c_str(), 100);
+    auto session = cHttpSession::Factory();
+    session->SetLogger(logger);
+    session->SetLogger(logger);
+    EXPECT_EQ(logger->AddRef(), 3);
+    EXPECT_EQ(logger->Release(), 2);
+    session->SetLogger(nullptr);
+    EXPECT_EQ(logger->AddRef(), 2);
+    EXPECT_EQ(logger->Release(), 1);
+    session->SetLogger(logger);
+    session.reset();
+    logger->RemoveFile();
+    EXPECT_EQ(logger->Release(), 0);
+}
+
+TEST(Session, KeepsItsConfiguration) {
+    const auto session = cHttpSession::Factory();
+    EXPECT_FALSE(session->IsConfigured());
+    session->Configure(cHttpSession::k_get, "whatever", 1.0);
+    EXPECT_TRUE(session->IsConfigured());
+    EXPECT_STREQ(session->GetURL().CString(), "whatever");
+    session->Configure(0, nullptr, 1.0);
+    EXPECT_FALSE(session->IsConfigured());
+    EXPECT_STREQ(session->GetURL().CString(), "");
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+// faults_test.cpp - peers that are not there, stall, break off or talk nonsense.
+#include <atomic>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "tests/httpclient/scripted_peer.h"
+#include "tests/httpclient/session_fixture.h"
+#include "tests/support/eventually.h"
+
+namespace {
+
+constexpr double k_short = 0.1;
+
+using FaultsTest = SessionTest;
+
+// A port on which nobody listens.
+std::string nobodys_url() {
+    const scripted_peer gone([](peer_connection&) {});
+    return gone.url();
+}
+
+TEST_F(FaultsTest, NoListener) {
+    EXPECT_EQ(get(nobodys_url()), cHttpSession::k_send_failed);
+    EXPECT_EQ(status(), -1);
+}
+
+TEST_F(FaultsTest, APeerThatNeverAnswersTimesOut) {
+    const scripted_peer peer([](peer_connection& connection) { connection.wait_for_end(); });
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, k_short),
+              cHttpSession::k_timed_out);
+}
+
+TEST_F(FaultsTest, APeerThatStopsInTheBodyTimesOut) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello");
+        connection.wait_for_end();
+    });
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, k_short), 0);
+    EXPECT_EQ(body(), "hello");
+    EXPECT_EQ(status(), cHttpSession::k_incomplete);
+}
+
+TEST_F(FaultsTest, APeerThatClosesAtEachByteOfTheHeadFails) {
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nX: y\r\n\r\n";
+    for (std::size_t length = 0; length < head.size(); ++length) {
+        SCOPED_TRACE(length);
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.receive_head();
+            connection.send(std::string_view(head).substr(0, length));
+        });
+        EXPECT_EQ(get(peer.url()), cHttpSession::k_receive_failed);
+    }
+}
+
+TEST_F(FaultsTest, ALengthThatIsLongerThanTheBodyIsTold) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello");
+    });
+    EXPECT_EQ(get(peer.url()), 0);
+    EXPECT_EQ(body(), "hello");
+    EXPECT_EQ(status(), cHttpSession::k_incomplete);
+}
+
+TEST_F(FaultsTest, ALengthThatIsShorterThanTheBodyEndsIt) {
+    const scripted_peer peer(answering("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nhello"));
+    EXPECT_EQ(get(peer.url()), 0);
+    EXPECT_EQ(body(), "hel");
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(FaultsTest, ABadChunkEndsTheBody) {
+    for (const std::string_view chunk : {"zz\r\nhello", "5\r\nhelloX", "ffffffffffffffffff\r\n"}) {
+        SCOPED_TRACE(chunk);
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.receive_head();
+            connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nfirst\r\n");
+            connection.send(chunk);
+            connection.wait_for_end();
+        });
+        EXPECT_EQ(get(peer.url()), 0);
+        EXPECT_EQ(body().substr(0, 5), "first");
+    }
+}
+
+TEST_F(FaultsTest, NonsenseIsNoResponse) {
+    for (const std::string_view text :
+         {"hello\r\n\r\n", "HTTP/1.1\r\n\r\n", "HTTP/1.1 abc\r\n\r\n", "HTTP/1.1 1000 x\r\n\r\n",
+          "HTTP/1.1 2147483648 x\r\n\r\n", "HTTP/1.1 99 x\r\n\r\n", "SSH-2.0-OpenSSH\r\n"}) {
+        SCOPED_TRACE(text);
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.receive_head();
+            connection.send(text);
+        });
+        EXPECT_EQ(get(peer.url()), cHttpSession::k_receive_failed);
+    }
+}
+
+TEST_F(FaultsTest, AHeaderOfAMebibyteIsRefused) {
+    const scripted_peer peer(
+        answering("HTTP/1.1 200 OK\r\nX: " + std::string(1 << 20, 'x') + "\r\n\r\n"));
+    EXPECT_EQ(get(peer.url()), cHttpSession::k_receive_failed);
+}
+
+TEST_F(FaultsTest, WhatCannotBeFetchedIsRefusedBeforeASocketIsOpened) {
+    for (const auto& [url, want] : {std::pair{"http://", -21503L},
+                                    {"ftp://host/", -21501L},
+                                    {"http:host:8080x", -21502L},
+                                    {"http:///path", -21317L},
+                                    {"http://host:0/", -21317L},
+                                    {"http://host:65536/", -21317L},
+                                    {"http://host:abc/", -21317L},
+                                    {"http://[::1/", -21317L},
+                                    {"http://a b/", -21317L}}) {
+        SCOPED_TRACE(url);
+        EXPECT_EQ(get(url), want);
+    }
+}
+
+TEST_F(FaultsTest, TimeOutsOfAnySizeAreTaken) {
+    const scripted_peer peer(answering(answer_with("x")));
+    for (const double timeout : {0.0, 0.0005, 1e9, 1e300, -1.0}) {
+        SCOPED_TRACE(timeout);
+        EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, timeout), 0);
+        EXPECT_EQ(body(), "x");
+    }
+}
+
+TEST_F(FaultsTest, ASinkThatCannotGrowEndsTheReading) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: 99999999999\r\n\r\nhello");
+        connection.wait_for_end();
+    });
+    EXPECT_EQ(get(peer.url()), 0);
+    EXPECT_EQ(m_session->Request_ContentBytesRead64(), 0);
+    EXPECT_EQ(status(), cHttpSession::k_incomplete);
+}
+
+TEST_F(FaultsTest, ACeilingEndsTheReading) {
+    cHttpSessionSettings settings;
+    settings.maxResponseBytes = 4;
+    m_session->SetSettings(settings);
+    const scripted_peer peer(answering(answer_with("hello")));
+    EXPECT_EQ(get(peer.url()), 0);
+    EXPECT_EQ(status(), cHttpSession::k_too_large);
+    const scripted_peer fine(answering(answer_with("four")));
+    EXPECT_EQ(get(fine.url()), 0);
+    EXPECT_EQ(status(), 0);
+    const scripted_peer endless([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\n\r\nhello");
+    });
+    EXPECT_EQ(get(endless.url()), 0);
+    EXPECT_EQ(status(), cHttpSession::k_too_large);
+}
+
+TEST_F(FaultsTest, AnotherThreadMayStopARequestWhereThatIsSet) {
+    cHttpSessionSettings settings;
+    settings.stopFromAnyThread = true;
+    m_session->SetSettings(settings);
+    std::atomic<bool> has_come{false};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.receive_head();
+        has_come = true;
+        connection.wait_for_end();
+    });
+    std::thread stopper([&] {
+        EXPECT_TRUE(pennywort::tests::eventually([&] { return has_come.load(); }));
+        m_session->Request_Stop();
+    });
+    EXPECT_EQ(get(peer.url()), cHttpSession::k_stopped);
+    stopper.join();
+    EXPECT_EQ(status(), cHttpSession::k_stopped);
+    EXPECT_EQ(peer.connections(), 1);
+}
+
+TEST_F(FaultsTest, APeerThatAnswersBeforeTheWholeBodyIsHeard) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 413 Too Large\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+        connection.wait_for_end();
+    });
+    EXPECT_EQ(request(cHttpSession::k_post, peer.url(), std::string(64 << 20, 'x')), 0);
+    EXPECT_EQ(status(), -29413);
+}
+
+TEST_F(FaultsTest, ASessionMayEndOnAnotherThread) {
+    const scripted_peer peer(answering(answer_with("x")));
+    EXPECT_EQ(get(peer.url()), 0);
+    std::thread([session = std::move(m_session)]() mutable { session.reset(); }).join();
+}
+
+TEST_F(FaultsTest, ABoundedWaitReturns) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n");
+        while (connection.send("x") && connection.receive(0).empty()) {
+        }
+    });
+    m_session->Configure(cHttpSession::k_get, peer.url().c_str(), k_patient);
+    ASSERT_EQ(m_session->Request_Begin(&m_sink, nullptr, nullptr, 0), 0);
+    EXPECT_TRUE(m_session->Request_BlockForResponseWithin(UINT32_MAX));
+    EXPECT_EQ(status(), 0);
+}
+
+}  // namespace

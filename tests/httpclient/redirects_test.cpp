@@ -1,0 +1,130 @@
+// redirects_test.cpp - responses that send the request elsewhere.
+#include <atomic>
+#include <mutex>
+
+#include "tests/httpclient/scripted_peer.h"
+#include "tests/httpclient/session_fixture.h"
+
+namespace {
+
+std::string redirect(int status, const std::string& location, const std::string& body = "moved") {
+    return "HTTP/1.1 " + std::to_string(status) + " Moved\r\nLocation: " + location +
+           "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+std::string path_of(const std::string& head) {
+    const std::size_t from = head.find(' ') + 1;
+    return head.substr(from, head.find(' ', from) - from);
+}
+
+using RedirectsTest = SessionTest;
+
+TEST_F(RedirectsTest, AreFollowedToTheirEnd) {
+    const scripted_peer peer([](peer_connection& connection) {
+        for (std::string head = connection.receive_head(); !head.empty();
+             head = connection.receive_head()) {
+            const std::string path = path_of(head);
+            if (path == "/a/start") connection.send(redirect(302, "next?x=1#there"));
+            if (path == "/a/next?x=1") connection.send(redirect(307, "/root"));
+            if (path == "/root") connection.send(answer_with("end"));
+        }
+    });
+    EXPECT_EQ(get(peer.url("/a/start")), 0);
+    EXPECT_EQ(body(), "end");
+    EXPECT_EQ(status(), 0);
+}
+
+TEST_F(RedirectsTest, LeadToAnotherHostWithoutTheSecretsOfTheFirst) {
+    std::mutex mutex;
+    std::string seen;
+    const scripted_peer other([&](peer_connection& connection) {
+        const std::string head = connection.receive_head();
+        {
+            const std::lock_guard lock(mutex);
+            seen = head;
+        }
+        connection.send(answer_with("other"));
+        connection.wait_for_end();
+    });
+    const scripted_peer peer(answering(redirect(301, other.url("/x"))));
+    zRecord headers;
+    headers.SetCString("Authorization", "secret", 0);
+    headers.SetCString("cookie", "secret", 0);
+    headers.SetCString("X-Public", "yes", 0);
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, &headers), 0);
+    EXPECT_EQ(body(), "other");
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(seen.find("secret"), std::string::npos);
+    EXPECT_NE(seen.find("X-Public: yes"), std::string::npos);
+}
+
+TEST_F(RedirectsTest, MakeAGetOfAPostButWhereTheStatusKeepsIt) {
+    for (const auto& [code, want] : {std::pair{301, "GET 0"},
+                                     {302, "GET 0"},
+                                     {303, "GET 0"},
+                                     {307, "POST 4"},
+                                     {308, "POST 4"}}) {
+        SCOPED_TRACE(code);
+        std::mutex mutex;
+        std::string seen;
+        const scripted_peer peer([&, status = code](peer_connection& connection) {
+            for (std::string head = connection.receive_head(); !head.empty();
+                 head = connection.receive_head()) {
+                const bool has_body = head.find("Content-Length: 4") != std::string::npos;
+                const std::string received = connection.receive(has_body ? 4 : 0);
+                const bool is_first = path_of(head) == "/";
+                if (!is_first) {
+                    const std::lock_guard lock(mutex);
+                    seen = head.substr(0, head.find(' ')) + " " + std::to_string(received.size());
+                }
+                connection.send(is_first ? redirect(status, "/next") : answer_with("end"));
+            }
+        });
+        EXPECT_EQ(request(cHttpSession::k_post, peer.url(), "body"), 0);
+        EXPECT_EQ(body(), "end");
+        const std::lock_guard lock(mutex);
+        EXPECT_EQ(seen, want);
+    }
+}
+
+TEST_F(RedirectsTest, InACircleEndAfterTen) {
+    std::atomic<int> requests{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        while (!connection.receive_head().empty()) {
+            ++requests;
+            connection.send(redirect(302, "/again"));
+        }
+    });
+    EXPECT_EQ(get(peer.url()), cHttpSession::k_receive_failed);
+    // Both attempts that a request has: the first with the user's proxy, if there is one.
+    EXPECT_TRUE(requests == 11 || requests == 22) << requests;
+}
+
+TEST_F(RedirectsTest, ThatLeadNowhereAreTheResponse) {
+    for (const std::string location : {"ftp://host/", "http://", "http://[::1", "javascript:1"}) {
+        SCOPED_TRACE(location);
+        const scripted_peer peer(answering(redirect(302, location)));
+        EXPECT_EQ(get(peer.url()), 0);
+        EXPECT_EQ(body(), "moved");
+        EXPECT_EQ(status(), -29302);
+    }
+    const scripted_peer without(answering("HTTP/1.1 302 Found\r\nContent-Length: 0\r\n\r\n"));
+    EXPECT_EQ(get(without.url()), 0);
+    EXPECT_EQ(status(), -29302);
+}
+
+TEST_F(RedirectsTest, WithALongBodyAreFollowedWithoutReadingIt) {
+    const scripted_peer peer([](peer_connection& connection) {
+        const std::string head = connection.receive_head();
+        if (path_of(head) == "/") {
+            connection.send(redirect(302, "/next", std::string(10 << 20, 'x')));
+        } else {
+            connection.send(answer_with("end"));
+        }
+        connection.wait_for_end();
+    });
+    EXPECT_EQ(get(peer.url()), 0);
+    EXPECT_EQ(body(), "end");
+}
+
+}  // namespace

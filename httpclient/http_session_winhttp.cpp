@@ -10,11 +10,11 @@
 #include <limits>
 #include <utility>
 
+#include "core/http/user_proxy.h"
 #include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "core/text/ascii.h"
 #include "httpclient/header_lines.h"
-#include "httpclient/user_proxy.h"
 #include "loam/base64.h"
 #include "loam/trace.h"
 #include "loam/url_string.h"
@@ -179,7 +179,7 @@ long cHttpSession_winhttp::split_url(target& to) const {
 // What the user has set is asked for once in a session's life: the answer can take a while.
 proxy_choice cHttpSession_winhttp::user_choice() {
     if (!m_proxy_cached) {
-        if (const std::optional<user_proxy> user = read_user_proxy()) {
+        if (const std::optional<http::user_proxy> user = http::read_user_proxy()) {
             m_proxy = user->servers;
             m_proxy_bypass = user->bypass;
             m_proxy_auto_detect = user->is_auto_detected ? 1 : 0;

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace pennywort::httpclient {
+namespace pennywort::http {
 
 struct user_proxy {
     // One server for everything, "host:port", or one per scheme, "http=host:port;https=host:port".
@@ -19,4 +19,4 @@ struct user_proxy {
 // Nothing when the system does not tell.
 std::optional<user_proxy> read_user_proxy();
 
-}  // namespace pennywort::httpclient
+}  // namespace pennywort::http

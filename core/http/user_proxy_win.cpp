@@ -2,19 +2,21 @@
 #include <windows.h>
 #include <winhttp.h>
 
-#include "httpclient/user_proxy.h"
+#include <memory>
+
+#include "core/http/user_proxy.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"
 
-namespace pennywort::httpclient {
+namespace pennywort::http {
 
 namespace {
 
-// Copies a text that the system has allocated, and gives it back.
-std::string taken(wchar_t* text) {
-    if (text == nullptr) return {};
-    const std::unique_ptr<wchar_t, decltype(&::GlobalFree)> owner(text, ::GlobalFree);
-    return loam::utf8_text(text);
+// A text that the system has allocated and wants back.
+using system_text = std::unique_ptr<wchar_t, decltype(&::GlobalFree)>;
+
+std::string copy_of(const system_text& text) {
+    return text == nullptr ? std::string() : loam::utf8_text(text.get());
 }
 
 }  // namespace
@@ -31,12 +33,15 @@ std::optional<user_proxy> read_user_proxy() {
         }
         return std::nullopt;
     }
+    const system_text servers(config.lpszProxy, ::GlobalFree);
+    const system_text bypass(config.lpszProxyBypass, ::GlobalFree);
+    const system_text auto_config(config.lpszAutoConfigUrl, ::GlobalFree);
     user_proxy found;
     found.is_auto_detected = config.fAutoDetect != FALSE;
-    found.servers = taken(config.lpszProxy);
-    found.bypass = taken(config.lpszProxyBypass);
-    found.auto_config_url = taken(config.lpszAutoConfigUrl);
+    found.servers = copy_of(servers);
+    found.bypass = copy_of(bypass);
+    found.auto_config_url = copy_of(auto_config);
     return found;
 }
 
-}  // namespace pennywort::httpclient
+}  // namespace pennywort::http

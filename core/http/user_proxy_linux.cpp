@@ -4,9 +4,9 @@
 // header "Proxy".
 #include <cstdlib>
 
-#include "httpclient/user_proxy.h"
+#include "core/http/user_proxy.h"
 
-namespace pennywort::httpclient {
+namespace pennywort::http {
 
 namespace {
 
@@ -39,4 +39,4 @@ std::optional<user_proxy> read_user_proxy() {
     return found;
 }
 
-}  // namespace pennywort::httpclient
+}  // namespace pennywort::http

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/text.h"
 
 namespace pennywort::webdisplay {
@@ -42,6 +43,7 @@ void webdisplay_cef_app::append_hosts(cef_command_line_t* command_line) const {
 
 void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string& process_type,
                                                        cef_command_line_t* command_line) {
+    if (process_type.empty()) cef::hear_wishes_meanwhile();
     for (const auto& [name, value] : k_switches) append(command_line, name, value);
     if (process_type.empty()) append(command_line, k_ask_the_client, "");
     append_hosts(command_line);

@@ -40,6 +40,9 @@ struct fake_cef_script {
     int init_exit_code = 0;     // not 0: cef_initialize answers 0, and this is the exit code
     bool check_locales = true;  // the real runtime traps when the locale folder has no .pak
     bool replace_signal_handlers = true;
+    // Called by cef_initialize when it has asked for the switches. Before that it has put back the
+    // default handlers, and it sets its own after this.
+    std::function<void()> after_switches;
     // Called by cef_initialize; where that does well, with the handlers replaced.
     std::function<void()> during_start;
 

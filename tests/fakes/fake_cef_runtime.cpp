@@ -138,7 +138,9 @@ int runtime::initialise(const cef_main_args_t* args, const cef_settings_t* setti
         return 0;
     }
     set_application(std::move(kept));
+    if (m_script.replace_signal_handlers) system_effects::drop_handlers();
     add_switches("");
+    if (m_script.after_switches) m_script.after_switches();
     m_effects = system_effects::make(m_script.replace_signal_handlers);
     if (m_script.during_start) m_script.during_start();
     m_asks_for_work = settings->external_message_pump != 0;

@@ -13,6 +13,8 @@ namespace fake {
 // Made by a successful initialisation, kept until the process ends, as with the real runtime.
 class system_effects {
 public:
+    // The handlers that the process has of a wish to end.
+    static void drop_handlers();
     static std::unique_ptr<system_effects> make(bool replace_signal_handlers);
     virtual ~system_effects() = default;
     // Steps of the two event sources that would keep a host's loop spinning.

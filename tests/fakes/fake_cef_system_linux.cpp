@@ -107,6 +107,10 @@ bool is_alive(const std::string& owner) {
 
 }  // namespace
 
+void system_effects::drop_handlers() {
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
+}
+
 std::unique_ptr<system_effects> system_effects::make(bool replace_signal_handlers) {
     return std::make_unique<linux_effects>(replace_signal_handlers);
 }

@@ -23,6 +23,8 @@ public:
 
 }  // namespace
 
+void system_effects::drop_handlers() {}
+
 std::unique_ptr<system_effects> system_effects::make(bool) {
     return std::make_unique<windows_effects>();
 }

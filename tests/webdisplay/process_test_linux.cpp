@@ -67,6 +67,17 @@ TEST_F(ProcessTest, AWishToEndThatComesDuringTheStartReachesTheHost) {
     for (int number : {SIGINT, SIGTERM, SIGHUP}) EXPECT_EQ(action_of(number).sa_handler, hear_wish);
 }
 
+// Without its handlers the host would end at once, its file half written.
+TEST_F(ProcessTest, AWishToEndThatComesBeforeTheRuntimesHandlersReachesTheHost) {
+    for (int number : {SIGINT, SIGTERM}) signal(number, hear_wish);
+    signal(SIGHUP, SIG_IGN);
+    script().after_switches = [] {
+        for (int number : {SIGINT, SIGTERM, SIGHUP}) raise(number);
+    };
+    start();
+    EXPECT_EQ(g_wishes_heard, 2);
+}
+
 TEST_F(ProcessTest, AHostHearsNoWishThatNobodyHas) {
     signal(SIGINT, hear_wish);
     signal(SIGHUP, SIG_IGN);

@@ -22,6 +22,7 @@ function_table g_functions;
 std::atomic<bool> g_loaded{false};
 std::atomic<bool> g_running{false};
 bool g_start_tried = false;
+startup_guard* g_guard = nullptr;  // while the runtime starts
 
 std::string find_library(const std::vector<std::string>& folders) {
     for (const std::string& folder : folders) {
@@ -148,12 +149,18 @@ outcome<> start(cef_settings_t& settings, ref<cef_app_t> app) {
     }
     const std::unique_ptr<startup_guard> guard = startup_guard::make();
     g_start_tried = true;
+    g_guard = guard.get();
     g_running = initialise(settings, std::move(app));
+    g_guard = nullptr;
     guard->restore(g_running);
     if (g_running) return {};
     return broken("The browser runtime did not start (exit code " +
                   std::to_string(g_functions.cef_get_exit_code()) + "); its log file " +
                   utf8(&settings.log_file) + " says more");
+}
+
+void hear_wishes_meanwhile() {
+    if (g_guard != nullptr) g_guard->hear_meanwhile();
 }
 
 void stop() {

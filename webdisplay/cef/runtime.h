@@ -38,6 +38,10 @@ std::vector<std::string> folders(const std::string& program_folder);
 // of the host spinning are gone.
 outcome<> start(cef_settings_t& settings, ref<cef_app_t> app);
 
+// For the application's first call from within `start`: the host's handlers of a wish to end, which
+// the runtime has taken away by then, are back until it sets its own.
+void hear_wishes_meanwhile();
+
 // Ends the runtime. Harmless if it does not run, or twice.
 void stop();
 

@@ -41,6 +41,10 @@ class startup_guard {
 public:
     static std::unique_ptr<startup_guard> make();
     virtual ~startup_guard() = default;
+    // The runtime has taken the process's handlers away, and sets its own only a tenth of a second
+    // later; a wish to end that comes in between would end the process at once. Called as early as
+    // the runtime lets us.
+    virtual void hear_meanwhile() = 0;
     virtual void restore(bool is_started) = 0;
 };
 

@@ -6,10 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -29,11 +31,14 @@ bool is_default(const struct sigaction& action) {
     return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_DFL;
 }
 
+constexpr int k_wishes_to_end[] = {SIGINT, SIGTERM, SIGHUP};
+
 // The wish to end the process. While it starts, the runtime hears these with handlers of its own,
 // each of which keeps the wish to itself and leaves the default in its place; only by that it is
 // found out. The host, which has a handler, gets to hear it after all.
 bool was_swallowed(int number, const struct sigaction& host, const struct sigaction& found) {
-    const bool asks_to_end = number == SIGINT || number == SIGTERM || number == SIGHUP;
+    const bool asks_to_end =
+        std::ranges::find(k_wishes_to_end, number) != std::end(k_wishes_to_end);
     const bool host_listens = !is_default(host) && host.sa_handler != SIG_IGN;
     return asks_to_end && host_listens && is_default(found);
 }
@@ -95,6 +100,10 @@ void settle_environment() { setenv("FC_FONTATIONS", "1", 0); }
 
 class linux_startup_guard final : public startup_guard {
 public:
+    void hear_meanwhile() override {
+        for (const int number : k_wishes_to_end) sigaction(number, &m_handlers[number], nullptr);
+    }
+
     void restore(bool is_started) override {
         restore_handlers(m_handlers, is_started);
         destroy_pump_sources(m_first_source, next_source_id());

@@ -55,6 +55,8 @@ private:
 // message queue that would keep the host's loop busy, and there are no signals.
 class windows_startup_guard final : public startup_guard {
 public:
+    // Its console handlers stand beside those of the runtime.
+    void hear_meanwhile() override {}
     void restore(bool) override { SetUnhandledExceptionFilter(m_filter); }
 
 private:

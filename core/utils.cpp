@@ -160,3 +160,11 @@ zStatus cUtils::HeaderEntry_FindByName(const char* value, const char* name, cons
     *entryValueLength = 0;
     return pennywort::k_failed;
 }
+
+const char* cUtils::XOP_MakeContentIDHeaderString(zString& out, const char* id) {
+    return out.sprintf("<%s>", id != nullptr ? id : "");
+}
+
+const char* cUtils::XOP_MakeReference(zString& out, const char* id) {
+    return out.sprintf("cid:%s", id != nullptr ? id : "");
+}

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "loam/record.h"
+#include "loam/string.h"
 #include "loam/types.h"
 #include "pennywort_export.h"
 
@@ -36,6 +37,12 @@ public:
     // that. -1, with null and 0, when there is none.
     static zStatus HeaderEntry_FindByName(const char* value, const char* name,
                                           const char** entryValue, std::int32_t* entryValueLength);
+
+    // The two forms of the name by which XML refers to another part of its message (XOP): the
+    // part's Content-ID header, "<id>", and the reference, "cid:id". Each replaces `out` and
+    // returns its text; `id` may point into `out`. Nothing in `id` is checked or escaped.
+    static const char* XOP_MakeContentIDHeaderString(zString& out, const char* id);
+    static const char* XOP_MakeReference(zString& out, const char* id);
 
 private:
     static std::int32_t HeaderParse_ToNextLine(const char* buffer, std::int32_t length,

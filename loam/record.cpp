@@ -94,6 +94,10 @@ const char* read_bytes(const record_state& state, std::string_view key, std::uin
 
 }  // namespace
 
+record_state& loam::record_access::state_of(zRecord& record) { return *record.m_state; }
+
+const record_state& loam::record_access::state_of(const zRecord& record) { return *record.m_state; }
+
 zRecord::zRecord() : m_state(std::make_unique<record_state>()) {}
 
 zRecord::zRecord(const zRecord& other) : zRecord() {

@@ -73,6 +73,10 @@ void record_variables::set(record_variable variable) {
         m_variables[at].value = std::move(variable.value);
         return;
     }
+    append(std::move(variable));
+}
+
+void record_variables::append(record_variable variable) {
     m_variables.push_back(std::move(variable));
     index_last();
 }

@@ -57,6 +57,8 @@ public:
     // Room for so many variables: up to that number set() does not fail.
     void reserve(std::size_t count);
     void set(record_variable variable);
+    // The same for a key that is known not to be there.
+    void append(record_variable variable);
     void remove(std::string_view key);
     void clear();
     void swap(record_variables& other) noexcept;
@@ -91,6 +93,13 @@ struct record_state {
     record_variables variables;
     std::vector<zRecord*> children;
     zRecord* parent = nullptr;
+};
+
+// The inside of a record, for code of this library that fills or reads many. Nobody is told of what
+// changes, so only records that are known to be plain zRecords may be changed this way.
+struct record_access {
+    static record_state& state_of(zRecord& record);
+    static const record_state& state_of(const zRecord& record);
 };
 
 // The conversions that zRecord's getters promise; nothing where there is none.

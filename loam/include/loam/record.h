@@ -12,6 +12,7 @@
 
 namespace loam {
 class record_key;
+struct record_access;
 struct record_state;
 struct record_value;
 }  // namespace loam
@@ -118,6 +119,8 @@ protected:
     virtual void variable_changing(std::uint64_t id, bool exists, bool removing);
 
 private:
+    friend struct loam::record_access;
+
     bool set(const loam::record_key& key, loam::record_value value);
     bool remove(const loam::record_key& key);
     void take_variables(zRecord& other);

@@ -1,0 +1,246 @@
+// loam/xml_parser.cpp - the reading half of loam/xml.h, over expat.
+#include <expat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "loam/out_of_memory.h"
+#include "loam/record_state.h"
+#include "loam/utf.h"
+#include "loam/utf8.h"
+#include "loam/xml.h"
+#include "loam/xml_limits.h"
+#include "loam/xml_memory.h"
+#include "loam/xml_text.h"
+
+using loam::record_access;
+using loam::record_key;
+using loam::record_state;
+
+namespace {
+
+struct parser_deleter {
+    void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+};
+using parser_owner = std::unique_ptr<std::remove_pointer_t<XML_Parser>, parser_deleter>;
+
+bool is_white(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), loam::is_xml_space);
+}
+
+// What expat finds becomes records below `root`, which is empty at first and is filled by its
+// public operations: it is the caller's, and may be of a derived class. All others are plain.
+class tree_builder {
+public:
+    tree_builder(zRecord& root, const loam::xml_limits& limits) : m_root(root), m_limits(limits) {}
+
+    zStatus status() const { return m_status; }
+
+    zStatus start(const char* name, const char** attributes) {
+        const std::size_t attribute_count = count_of(attributes);
+        if (++m_elements > m_limits.elements) return zXML::k_too_large;
+        if (m_depth == m_limits.deepest) return zXML::k_too_deep;
+        if (attribute_count > m_limits.attributes) return zXML::k_too_many_attributes;
+        zRecord* const record = m_depth == 0 ? &m_root : new_child();
+        if (record == nullptr) return zXML::k_too_wide;
+        open(*record);
+        if (record == &m_root) {
+            fill_root(name, attributes);
+        } else {
+            fill(record_access::state_of(*record), name, attributes, attribute_count);
+        }
+        return 0;
+    }
+
+    void take_text(const char* text, int length) {
+        if (m_depth > 0) m_open[m_depth - 1].text.append(text, static_cast<std::size_t>(length));
+    }
+
+    void end() {
+        open_element& ended = m_open[--m_depth];
+        record_state& state = record_access::state_of(*ended.record);
+        const bool is_left_out = !state.children.empty() && is_white(ended.text);
+        if (ended.text.empty() || is_left_out) return;
+        if (ended.record == &m_root) {
+            m_root.SetString(zXML::k_text, ended.text);
+        } else {
+            state.variables.append({std::string(m_text_key.view()), {ended.text}});
+        }
+    }
+
+    // Runs `work` in one of expat's callbacks, through which nothing may be thrown.
+    template <typename function>
+    void guarded(XML_Parser parser, function work) {
+        if (m_status != 0) return;
+        m_status = loam::unless_out_of_memory(work);
+        if (m_status != 0) XML_StopParser(parser, XML_FALSE);
+    }
+
+private:
+    // The text so far of an element whose end has not come. Kept when it has, for the next one at
+    // this depth.
+    struct open_element {
+        zRecord* record = nullptr;
+        std::string text;
+    };
+
+    static std::size_t count_of(const char** attributes) {
+        std::size_t count = 0;
+        while (attributes[count] != nullptr) ++count;
+        return count / 2;
+    }
+
+    // Null where the parent has as many as it may have.
+    zRecord* new_child() {
+        zRecord& parent = *m_open[m_depth - 1].record;
+        auto& siblings = record_access::state_of(parent).children;
+        if (siblings.size() == m_limits.widest) return nullptr;
+        auto child = std::make_unique<zRecord>();
+        siblings.push_back(child.get());
+        record_access::state_of(*child).parent = &parent;
+        return child.release();
+    }
+
+    void open(zRecord& record) {
+        if (m_depth == m_open.size()) m_open.emplace_back();
+        m_open[m_depth].record = &record;
+        m_open[m_depth].text.clear();
+        ++m_depth;
+    }
+
+    void fill_root(const char* name, const char** attributes) {
+        m_root.SetCString(zXML::k_name, name);
+        for (; *attributes != nullptr; attributes += 2) {
+            m_root.SetCString(attributes[0], attributes[1]);
+        }
+    }
+
+    // A document that is well-formed names no attribute twice.
+    void fill(record_state& state, const char* name, const char** attributes, std::size_t count) {
+        state.variables.reserve(count + 2);
+        state.variables.append({std::string(m_name_key.view()), {std::string(name)}});
+        for (; *attributes != nullptr; attributes += 2) {
+            state.variables.append({attributes[0], {std::string(attributes[1])}});
+        }
+    }
+
+    const record_key m_name_key{zXML::k_name};
+    const record_key m_text_key{zXML::k_text};
+    zRecord& m_root;
+    const loam::xml_limits& m_limits;
+    std::vector<open_element> m_open;
+    std::size_t m_depth = 0;
+    std::uint32_t m_elements = 0;
+    zStatus m_status = 0;
+};
+
+// Expat has one error for a byte that is not of the encoding and for a character that may not stand
+// where it stands. Only the bytes tell which it was.
+class bad_bytes {
+public:
+    explicit bad_bytes(std::string_view document) : m_document(document) {}
+
+    bool are_at(XML_Index index) const {
+        if (index < 0 || static_cast<std::size_t>(index) >= m_document.size()) return false;
+        const std::string_view rest = m_document.substr(static_cast<std::size_t>(index));
+        return is_wide() ? begins_with_surrogate(rest) : !loam::first_character(rest).is_valid;
+    }
+
+private:
+    bool is_wide() const {
+        return m_document.size() > 1 &&
+               (is_big_endian() || m_document[1] == '\0' || m_document.starts_with("\xFF\xFE"));
+    }
+    bool is_big_endian() const {
+        return m_document[0] == '\0' || m_document.starts_with("\xFE\xFF");
+    }
+    bool begins_with_surrogate(std::string_view rest) const {
+        if (rest.size() < 2) return true;
+        const auto high = static_cast<unsigned char>(rest[is_big_endian() ? 0 : 1]);
+        return high >= 0xD8 && high <= 0xDF;
+    }
+
+    std::string_view m_document;
+};
+
+zStatus status_of(XML_Parser parser, std::string_view document) {
+    switch (XML_GetErrorCode(parser)) {
+        case XML_ERROR_NO_MEMORY:
+            return -1;
+        case XML_ERROR_UNDEFINED_ENTITY:
+            return zXML::k_entity;
+        case XML_ERROR_UNKNOWN_ENCODING:
+        case XML_ERROR_INCORRECT_ENCODING:
+            return zXML::k_encoding;
+        case XML_ERROR_INVALID_TOKEN:
+        case XML_ERROR_PARTIAL_CHAR:
+            return bad_bytes(document).are_at(XML_GetCurrentByteIndex(parser)) ? zXML::k_encoding
+                                                                               : zXML::k_malformed;
+        default:
+            return zXML::k_malformed;
+    }
+}
+
+struct parsing {
+    XML_Parser parser;
+    tree_builder builder;
+};
+
+void on_start(void* user, const char* name, const char** attributes) {
+    auto& one = *static_cast<parsing*>(user);
+    one.builder.guarded(one.parser, [&] { return one.builder.start(name, attributes); });
+}
+
+void on_end(void* user, const char*) {
+    auto& one = *static_cast<parsing*>(user);
+    one.builder.guarded(one.parser, [&] {
+        one.builder.end();
+        return 0;
+    });
+}
+
+void on_text(void* user, const char* text, int length) {
+    auto& one = *static_cast<parsing*>(user);
+    one.builder.guarded(one.parser, [&] {
+        one.builder.take_text(text, length);
+        return 0;
+    });
+}
+
+void on_doctype(void* user, const char*, const char*, const char*, int) {
+    auto& one = *static_cast<parsing*>(user);
+    one.builder.guarded(one.parser, [] { return zXML::k_doctype; });
+}
+
+}  // namespace
+
+zStatus loam::parse_xml(zRecord& out, std::string_view document, const xml_limits& limits) {
+    const parser_owner parser(XML_ParserCreate_MM(nullptr, &xml_memory(), nullptr));
+    if (parser == nullptr) return -1;
+    parsing one{parser.get(), tree_builder(out, limits)};
+    XML_SetUserData(parser.get(), &one);
+    XML_SetElementHandler(parser.get(), on_start, on_end);
+    XML_SetCharacterDataHandler(parser.get(), on_text);
+    XML_SetStartDoctypeDeclHandler(parser.get(), on_doctype);
+    const XML_Status result =
+        XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE);
+    if (one.builder.status() != 0) return one.builder.status();
+    return result == XML_STATUS_OK ? 0 : status_of(parser.get(), document);
+}
+
+zStatus zXML::ParseBuffer(std::uint32_t, zRecord* out, const char* xml, std::int32_t length) {
+    if (out == nullptr) return -1;
+    out->MakeEmpty();
+    const std::string_view document = loam::text_view(xml, length);
+    if (document.size() > static_cast<std::size_t>(k_most_bytes)) return k_too_large;
+    const zStatus status =
+        loam::unless_out_of_memory([&] { return loam::parse_xml(*out, document, {}); });
+    if (status != 0) out->MakeEmpty();
+    return status;
+}

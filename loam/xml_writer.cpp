@@ -1,0 +1,262 @@
+// loam/xml_writer.cpp - the writing half of loam/xml.h.
+#include <array>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "loam/out_of_memory.h"
+#include "loam/record_state.h"
+#include "loam/utf8.h"
+#include "loam/xml.h"
+#include "loam/xml_text.h"
+
+using loam::record_access;
+using loam::record_key;
+using loam::record_state;
+using loam::record_value;
+
+namespace {
+
+// Grows without filling what is about to be written, as a string would.
+class text_sink {
+public:
+    void put(std::string_view text) {
+        std::memcpy(room_for(text.size()), text.data(), text.size());
+        m_size += text.size();
+    }
+    void put(char c) {
+        *room_for(1) = c;
+        ++m_size;
+    }
+    std::string_view text() const { return {m_bytes.get(), m_size}; }
+
+private:
+    char* room_for(std::size_t count) {
+        if (count > m_capacity - m_size) grow(count);
+        return m_bytes.get() + m_size;
+    }
+    void grow(std::size_t count) {
+        constexpr std::size_t k_first = 1024;
+        const std::size_t capacity = std::max({m_capacity * 2, m_size + count, k_first});
+        auto moved = std::make_unique_for_overwrite<char[]>(capacity);
+        if (m_size > 0) std::memcpy(moved.get(), m_bytes.get(), m_size);
+        m_bytes = std::move(moved);
+        m_capacity = capacity;
+    }
+
+    std::unique_ptr<char[]> m_bytes;
+    std::size_t m_size = 0;
+    std::size_t m_capacity = 0;
+};
+
+// What a byte of a text asks for. Tabs and line feeds would become spaces in an attribute, and a
+// carriage return becomes a line feed anywhere: these are written by their numbers.
+enum class care : unsigned char { none, attribute_only, always, character };
+
+constexpr std::array<care, 256> cares() {
+    std::array<care, 256> made{};
+    for (std::size_t i = 0; i < 0x20; ++i) made[i] = care::character;
+    for (std::size_t i = 0x80; i < 0x100; ++i) made[i] = care::character;
+    made['\t'] = made['\n'] = made['"'] = care::attribute_only;
+    made['\r'] = made['&'] = made['<'] = made['>'] = care::always;
+    return made;
+}
+constexpr std::array<care, 256> k_cares = cares();
+
+std::string_view reference_for(char c) {
+    switch (c) {
+        case '&':
+            return "&amp;";
+        case '<':
+            return "&lt;";
+        case '>':
+            return "&gt;";
+        case '"':
+            return "&quot;";
+        case '\t':
+            return "&#9;";
+        case '\n':
+            return "&#10;";
+        default:
+            return "&#13;";
+    }
+}
+
+// Bytes at the front of `text` that can be written as they are. `least` is the lowest care that is
+// taken.
+std::size_t plain_bytes(std::string_view text, care least) {
+    std::size_t count = 0;
+    while (count < text.size() && k_cares[static_cast<unsigned char>(text[count])] < least) ++count;
+    return count;
+}
+
+zStatus put_escaped(text_sink& out, std::string_view text, care least) {
+    while (true) {
+        const std::size_t plain = plain_bytes(text, least);
+        out.put(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) return 0;
+        if (k_cares[static_cast<unsigned char>(text[0])] != care::character) {
+            out.put(reference_for(text[0]));
+            text.remove_prefix(1);
+            continue;
+        }
+        const loam::utf8_piece next = loam::first_character(text);
+        if (!next.is_valid || !loam::is_xml_character(next.point)) return zXML::k_bad_text;
+        out.put(text.substr(0, next.bytes));
+        text.remove_prefix(next.bytes);
+    }
+}
+
+zStatus put_value(text_sink& out, const record_value& value, care least) {
+    if (const auto* text = std::get_if<std::string>(&value.held)) {
+        return put_escaped(out, *text, least);
+    }
+    const auto number = loam::number_as_text(value);
+    if (!number) return zXML::k_bad_text;
+    out.put(*number);
+    return 0;
+}
+
+struct layout {
+    bool is_short_empty;
+    bool is_indented;
+};
+
+// Walks the tree with a list of what is open and no recursion: it may be deeper than the stack.
+class tree_writer {
+public:
+    tree_writer(text_sink& out, layout how) : m_out(out), m_layout(how) {}
+
+    zStatus write(const zRecord& root) {
+        zStatus status = begin(root);
+        while (status == 0 && !m_open.empty()) {
+            open_element& inner = m_open.back();
+            if (inner.next < inner.state->children.size()) {
+                const zRecord& child = *inner.state->children[inner.next++];
+                status = begin(child);
+            } else {
+                end();
+            }
+        }
+        return status;
+    }
+
+private:
+    struct open_element {
+        const record_state* state;
+        std::string_view name;
+        bool has_text;
+        std::size_t next;
+    };
+
+    zStatus begin(const zRecord& record) {
+        const record_state& state = record_access::state_of(record);
+        const record_value* const name = state.variables.find(m_name_key.view());
+        const auto* const text = name == nullptr ? nullptr : std::get_if<std::string>(&name->held);
+        if (text == nullptr || !is_name(*text)) return zXML::k_bad_name;
+        break_line(m_open.size());
+        m_out.put('<');
+        m_out.put(*text);
+        const zStatus status = put_attributes(state);
+        return status != 0 ? status : begin_content(state, *text);
+    }
+
+    zStatus begin_content(const record_state& state, std::string_view name) {
+        const record_value* const text = state.variables.find(m_text_key.view());
+        if (text == nullptr && state.children.empty() && m_layout.is_short_empty) {
+            m_out.put("/>");
+            return 0;
+        }
+        m_out.put('>');
+        m_open.push_back({&state, name, text != nullptr, 0});
+        return text == nullptr ? 0 : put_value(m_out, *text, care::always);
+    }
+
+    void end() {
+        const open_element ended = m_open.back();
+        m_open.pop_back();
+        if (!ended.has_text && !ended.state->children.empty()) break_line(m_open.size());
+        m_out.put("</");
+        m_out.put(ended.name);
+        m_out.put('>');
+    }
+
+    zStatus put_attributes(const record_state& state) {
+        for (std::size_t i = 0; i < state.variables.size(); ++i) {
+            const loam::record_variable& one = *state.variables.at(i);
+            if (one.key == m_name_key.view() || one.key == m_text_key.view()) continue;
+            // A variable with another identifier has no name either, and means nothing here.
+            if (record_key::id_of(one.key) != 0) continue;
+            if (!loam::is_xml_name(one.key)) return zXML::k_bad_name;
+            m_out.put(' ');
+            m_out.put(one.key);
+            m_out.put("=\"");
+            const zStatus status = put_value(m_out, one.value, care::attribute_only);
+            if (status != 0) return status;
+            m_out.put('"');
+        }
+        return 0;
+    }
+
+    // Trees have few different names, and most often the one before.
+    bool is_name(std::string_view name) {
+        if (!m_last_name.empty() && name == m_last_name) return true;
+        if (!loam::is_xml_name(name)) return false;
+        m_last_name = name;
+        return true;
+    }
+
+    // White space beside a text would become a part of it.
+    void break_line(std::size_t depth) {
+        if (!m_layout.is_indented || m_out.text().empty()) return;
+        for (const open_element& above : m_open) {
+            if (above.has_text) return;
+        }
+        m_out.put('\n');
+        for (; depth > 0; --depth) m_out.put("  ");
+    }
+
+    const record_key m_name_key{zXML::k_name};
+    const record_key m_text_key{zXML::k_text};
+    text_sink& m_out;
+    layout m_layout;
+    std::string_view m_last_name;
+    std::vector<open_element> m_open;
+};
+
+zStatus write_document(text_sink& text, const zRecord& in, std::uint32_t flags, bool is_indented) {
+    if ((flags & zXML::k_with_declaration) != 0) {
+        text.put("<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
+        if (!is_indented) text.put('\n');
+    }
+    const layout how{(flags & zXML::k_short_empty) != 0, is_indented};
+    const zStatus status = tree_writer(text, how).write(in);
+    if (status == 0) text.put('\n');
+    return status;
+}
+
+zStatus put_into(zBuffer& out, std::string_view text, bool is_replacing) {
+    const std::uint32_t before = is_replacing ? 0 : out.Length();
+    constexpr std::uint64_t k_most = std::numeric_limits<std::uint32_t>::max();
+    if (text.size() + before > k_most) return zXML::k_too_large;
+    const auto size = static_cast<std::uint32_t>(text.size() + before);
+    if (out.ResizeTo(size, before) != 0) return -1;
+    std::memcpy(out.Data() + before, text.data(), text.size());
+    return 0;
+}
+
+}  // namespace
+
+zStatus zXML::RecordToBuffer(zBuffer* out, const zRecord& in, std::uint32_t flags, bool isIndented,
+                             bool isReplacing) {
+    if (out == nullptr) return -1;
+    return loam::unless_out_of_memory([&] {
+        text_sink text;
+        const zStatus status = write_document(text, in, flags, isIndented);
+        return status != 0 ? status : put_into(*out, text.text(), isReplacing);
+    });
+}

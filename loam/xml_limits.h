@@ -1,5 +1,5 @@
-// loam/xml_limits.h - the reading half of loam/xml.h with limits of one's own: tests would otherwise
-// need a million elements to reach them.
+// loam/xml_limits.h - the reading half of loam/xml.h with limits of one's own: tests would
+// otherwise need a million elements to reach them.
 #pragma once
 
 #include <cstdint>

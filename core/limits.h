@@ -82,6 +82,21 @@ inline constexpr std::size_t k_http_receive_bytes = 256 * 1024;
 inline constexpr std::size_t k_max_idle_connections = 32;
 inline constexpr int k_idle_connection_seconds = 60;
 
+// --- Discovery
+
+// DNS-SD references whose events are processed; those past it stay silent.
+inline constexpr std::size_t k_max_watched_references = 255;
+
+// How long a service that was found may take to be looked up.
+inline constexpr int k_max_resolve_ms = 2000;
+
+// Bytes of a TXT record and of one item of it, bytes of an item's key with its NUL, and items that
+// are read of a record: more cannot be in one.
+inline constexpr std::size_t k_max_txt_record = 65535;
+inline constexpr std::size_t k_max_txt_item = 255;
+inline constexpr std::size_t k_max_txt_key = 256;
+inline constexpr std::uint32_t k_max_txt_items = 65536;
+
 // --- Pages: their calls of the host
 
 // Calls of a page that may wait for the host program; the rest is dropped and counted.

@@ -1,0 +1,396 @@
+// bonjour.cpp - cBonjour of include/bonjour.h.
+#include "bonjour.h"
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "core/limits.h"
+#include "core/run/deadline.h"
+#include "core/run/guarded.h"
+#include "core/text/utf8.h"
+#include "discovery/bonjour_service.h"
+#include "discovery/dnssd_codes.h"
+#include "discovery/dnssd_name.h"
+#include "discovery/notification.h"
+#include "discovery/reference_events.h"
+#include "discovery/socket_events.h"
+#include "discovery/txt_record.h"
+#include "loam/observer.h"
+#include "loam/trace.h"
+
+using namespace pennywort;
+using namespace pennywort::discovery;  // the parts that cBonjour puts together
+
+struct cBonjour::registration {
+    const char* name;  // empty: the computer's
+    const char* type;
+    long port;
+    std::string_view txt;
+};
+
+struct cBonjour::browse_request {
+    long observer;
+    const char* type;
+    unsigned long flags;
+    bool is_once;
+};
+
+namespace {
+
+constexpr long k_fine = 0;
+constexpr long k_refused = -1;
+
+// A number as it goes over the network, and back.
+std::uint16_t network_order(std::uint16_t number) {
+    if constexpr (std::endian::native == std::endian::big) return number;
+    return static_cast<std::uint16_t>(number << 8 | number >> 8);
+}
+
+// Avahi's library hands what is not to D-Bus, which ends the process for it.
+bool is_speakable(const char* text) { return text == nullptr || text::is_utf8(text); }
+
+const char* or_null(const zString& text) { return text.Empty() ? nullptr : text.CString(); }
+
+std::string_view item_at(const char* txt) {
+    const std::size_t length = txt == nullptr ? 0 : static_cast<unsigned char>(*txt);
+    return length == 0 ? std::string_view() : std::string_view(txt, length + 1);
+}
+
+cBonjour* owner_of(void* context) {
+    return context == nullptr ? nullptr : static_cast<life*>(context)->owner;
+}
+
+long guarded_long(const char* what, auto&& call) {
+    return run::guarded_or(k_refused, "cBonjour", what, call);
+}
+
+}  // namespace
+
+cBonjour::cBonjour() {
+    // Without memory it is as without DNS-SD.
+    run::guarded("cBonjour", "starting", [this] {
+        m_life = std::make_shared<life>(life{this});
+        m_lib = std::make_shared<cBonjourLib>();
+    });
+}
+
+cBonjour::~cBonjour() {
+    if (m_life != nullptr) m_life->owner = nullptr;
+    while (m_registered_list.Count() > 0) end_service(m_registered_list, m_registered_list[0]);
+    while (m_browse_list.Count() > 0) end_service(m_browse_list, m_browse_list[0]);
+}
+
+bool cBonjour::is_usable() const { return m_lib != nullptr && m_lib->Exists(); }
+
+bool cBonjour::SystemHasBonjour() {
+    static const bool s_has = cBonjourLib().Exists();
+    return s_has;
+}
+
+bool cBonjour::is_valid_service_type(const char* type) {
+    if (type == nullptr || *type != '_') return false;
+    return std::strstr(type, "._tcp.") != nullptr || std::strstr(type, "._udp.") != nullptr;
+}
+
+// A type stands for all that begin with it: hosts withdraw "_http._tcp." and mean those with a
+// domain behind it too.
+cBonjourService* cBonjour::find_service(const service_list& list, const char* type, long port,
+                                        const cBonjourService* after) {
+    bool is_behind = after == nullptr;
+    for (std::int32_t i = 0; i < list.Count(); ++i) {
+        cBonjourService* const one = list[i];
+        const bool is_port = port == 0 || one->port == port;
+        if (is_behind && is_port && (type == nullptr || one->type.View().starts_with(type))) {
+            return one;
+        }
+        is_behind = is_behind || one == after;
+    }
+    return nullptr;
+}
+
+cBonjourService* cBonjour::find_reference(const service_list& list, Reference reference) {
+    for (std::int32_t i = 0; i < list.Count(); ++i) {
+        if (list[i]->reference == reference) return list[i];
+    }
+    return nullptr;
+}
+
+void cBonjour::remove(service_list& list, const cBonjourService* service) {
+    for (std::int32_t i = list.Count() - 1; i >= 0; --i) {
+        if (list[i] == service) list.RemoveAt(i);
+    }
+}
+
+// Has what arrives for the service processed, and puts it into its list. On failure its reference
+// is given back.
+bool cBonjour::attach(cBonjourService& service, service_list& list) {
+    const bool is_in = put_in(service.reference, m_lib);
+    const bool is_listed =
+        is_in && run::guarded("cBonjour", "keeping a service", [&] { list.Add(&service); });
+    if (is_listed) return true;
+    if (is_in) take_out(service.reference, *m_lib);
+    m_lib->DNSServiceRefDeallocate(service.reference);
+    return false;
+}
+
+// Out of the list first: the library may call back while it gives a reference up.
+void cBonjour::end_service(service_list& list, cBonjourService* service) {
+    const std::unique_ptr<cBonjourService> owned(service);
+    const std::shared_ptr<cBonjourLib> library = m_lib;
+    remove(list, service);
+    take_out(service->reference, *library);
+    library->DNSServiceRefDeallocate(service->reference);
+}
+
+// --- Registering
+
+void cBonjour::register_reply(Reference, std::uint32_t, std::int32_t, const char*, const char*,
+                              const char*, void*) {}
+
+long cBonjour::Service_Register(const char* type, long port, const char* txt) {
+    return register_service({"", type, port, item_at(txt)});
+}
+
+long cBonjour::Service_Advertise(const char* name, const char* type, long port, const void* txt,
+                                 unsigned long txtLength) {
+    const bool has_record = txt != nullptr && txtLength != 0;
+    const std::string_view record =
+        has_record ? std::string_view(static_cast<const char*>(txt), txtLength) : "";
+    if (!is_txt_record(record)) return k_refused;
+    return register_service({name == nullptr ? "" : name, type, port, record});
+}
+
+long cBonjour::register_service(const registration& what) {
+    if (!is_usable() || !is_speakable(what.type) || !is_speakable(what.name)) return k_refused;
+    return guarded_long("registering", [&] {
+        auto service =
+            std::make_unique<cBonjourService>(what.type, static_cast<std::int32_t>(what.port));
+        service->name = what.name;
+        if (!register_start(*service, what)) return k_refused;
+        static_cast<void>(service.release());  // the list's now
+        return k_fine;
+    });
+}
+
+bool cBonjour::register_start(cBonjourService& service, const registration& what) {
+    const auto port = network_order(static_cast<std::uint16_t>(what.port));
+    const int error = m_lib->DNSServiceRegister(
+        &service.reference, 0, k_any_interface, or_null(service.name), service.type.CString(),
+        or_null(service.domain), nullptr, port, static_cast<std::uint16_t>(what.txt.size()),
+        what.txt.empty() ? nullptr : what.txt.data(), &cBonjour::register_reply, nullptr);
+    return error == k_dnssd_no_error && attach(service, m_registered_list);
+}
+
+long cBonjour::Service_Unregister(const char* type, long port) {
+    if (!is_usable()) return k_refused;
+    cBonjourService* found = find_service(m_registered_list, type, port, nullptr);
+    if (found == nullptr) return k_refused;
+    while (found != nullptr) {
+        end_service(m_registered_list, found);
+        found = find_service(m_registered_list, type, port, nullptr);
+    }
+    return k_fine;
+}
+
+// --- Observing
+
+long cBonjour::StartObserving(long observerId, const char* type, unsigned long flags) {
+    return observe({observerId, type, flags, false});
+}
+
+long cBonjour::StartObservingOnce(long observerId, const char* type, unsigned long flags) {
+    return observe({observerId, type, flags, true});
+}
+
+long cBonjour::observe(const browse_request& what) {
+    if (!is_usable() || what.observer == 0) return k_refused;
+    if (!is_valid_service_type(what.type) || !is_speakable(what.type)) return k_refused;
+    return guarded_long("observing", [&] {
+        cBonjourService* const there = find_browse(what);
+        cBonjourService* const browse = there != nullptr ? there : browse_start(what);
+        if (browse == nullptr) return k_refused;
+        const bool is_added = run::guarded("cBonjour", "adding an observer", [&] {
+            browse->observers.push_back(static_cast<std::int32_t>(what.observer));
+        });
+        if (!is_added && there == nullptr) end_service(m_browse_list, browse);
+        return is_added ? k_fine : k_refused;
+    });
+}
+
+// Those that report once and those that do not never share a browse.
+cBonjourService* cBonjour::find_browse(const browse_request& what) {
+    cBonjourService* found = find_service(m_browse_list, what.type, 0, nullptr);
+    while (found != nullptr && (found->known != nullptr) != what.is_once) {
+        found = find_service(m_browse_list, what.type, 0, found);
+    }
+    return found;
+}
+
+cBonjourService* cBonjour::browse_start(const browse_request& what) {
+    auto service = std::make_unique<cBonjourService>(what.type, 0);
+    service->number = ++m_life->last_browse;
+    if (what.is_once) service->known = std::make_unique<known_services>();
+    const std::uint32_t where = (what.flags & 1) != 0 ? k_local_only : k_any_interface;
+    const int error =
+        m_lib->DNSServiceBrowse(&service->reference, 0, where, service->type.CString(),
+                                or_null(service->domain), &cBonjour::browse_reply, m_life.get());
+    if (error != k_dnssd_no_error || !attach(*service, m_browse_list)) return nullptr;
+    return service.release();
+}
+
+void cBonjour::StopObserving(long observerId) {
+    if (!is_usable()) return;
+    const auto id = static_cast<std::int32_t>(observerId);
+    std::int32_t next = 0;
+    while (next < m_browse_list.Count()) {
+        auto& observers = m_browse_list[next]->observers;
+        const auto found = std::find(observers.begin(), observers.end(), id);
+        if (found != observers.end()) observers.erase(found);
+        if (observers.empty()) {
+            end_service(m_browse_list, m_browse_list[next]);
+        } else {
+            ++next;
+        }
+    }
+}
+
+void cBonjour::browse_reply(Reference reference, std::uint32_t flags, std::uint32_t interfaceIndex,
+                            std::int32_t error, const char* name, const char* type,
+                            const char* domain, void* context) {
+    cBonjour* const owner = owner_of(context);
+    if (owner == nullptr || error != k_dnssd_no_error) return;
+    const std::int32_t event = (flags & k_dnssd_flag_add) != 0 ? k_service_found : k_service_gone;
+    run::guarded("cBonjour", "a change", [&] {
+        owner->browse_changed(reference, {event, interfaceIndex, name, type, domain});
+    });
+}
+
+void cBonjour::browse_changed(Reference reference, const found_service& found) {
+    cBonjourService* const browse = find_reference(m_browse_list, reference);
+    if (browse == nullptr || is_told_already(*browse, found)) return;
+    browse_resolve_now(*browse, found);
+}
+
+// For a browse that reports once: whether this needs no look-up. What has gone is told from here.
+bool cBonjour::is_told_already(cBonjourService& browse, const found_service& found) {
+    const bool is_whole = found.name != nullptr && found.type != nullptr && found.domain != nullptr;
+    if (browse.known == nullptr || !is_whole) return false;
+    const service_key key{found.name, found.type, found.domain};
+    if (found.event == k_service_found) return !browse.known->add(key);
+    service_details last;
+    if (!browse.known->remove(key, last)) return true;
+    tell(browse, found.event, found.name,
+         {k_dnssd_no_error, last.host.c_str(), last.port,
+          static_cast<std::uint16_t>(last.txt.size()), last.txt.data()});
+    return true;
+}
+
+long cBonjour::browse_resolve_now(const cBonjourService& browse, const found_service& found) {
+    if (found.name == nullptr || found.type == nullptr || found.domain == nullptr) return k_refused;
+    const bool is_all_speakable =
+        is_speakable(found.name) && is_speakable(found.type) && is_speakable(found.domain);
+    if (!is_all_speakable) return k_refused;
+    auto service = std::make_unique<cBonjourService>(found.type, 0);
+    service->name = found.name;
+    service->domain = found.domain;
+    service->parent = browse.reference;
+    service->number = browse.number;
+    service->event = found.event;
+    const int error = m_lib->DNSServiceResolve(
+        &service->reference, 0, found.interface_index, service->name.CString(),
+        service->type.CString(), service->domain.CString(), &cBonjour::resolve_reply, m_life.get());
+    if (error != k_dnssd_no_error) return k_refused;
+    return resolve_answered(std::move(service));
+}
+
+// Waits for the answer, in the middle of the browse's own callback. A sink of traces, or the
+// library, may call the host meanwhile, which may end this object.
+long cBonjour::resolve_answered(std::unique_ptr<cBonjourService> service) {
+    const std::shared_ptr<life> alive = m_life;
+    const std::shared_ptr<cBonjourLib> library = m_lib;
+    const run::deadline end{std::chrono::milliseconds(k_max_resolve_ms)};
+    const bool has_more = !is_first_result_the_answer();
+    int error = k_dnssd_no_error;
+    bool has_data = false;
+    int left_ms = k_max_resolve_ms;
+    do {
+        has_data = socket_has_data_waiting(*library, service->reference, left_ms);
+        if (!has_data || alive->owner == nullptr) break;
+        error = process_look_up(*library, *service);
+        left_ms = end.left_ms();
+    } while (has_more && error == k_dnssd_no_error && !service->is_answered &&
+             alive->owner != nullptr);
+    library->DNSServiceRefDeallocate(service->reference);
+    return has_data ? k_fine : k_refused;
+}
+
+// On the resolving list as long as the library may call back for it.
+int cBonjour::process_look_up(cBonjourLib& library, cBonjourService& service) {
+    const std::shared_ptr<life> alive = m_life;
+    const bool is_listed =
+        run::guarded("cBonjour", "looking up", [&] { m_resolving_list.Add(&service); });
+    if (!is_listed) return k_dnssd_unknown_error;
+    const int error = library.DNSServiceProcessResult(service.reference);
+    if (alive->owner != nullptr) remove(m_resolving_list, &service);
+    return error;
+}
+
+bool cBonjour::socket_has_data_waiting(cBonjourLib& library, Reference reference, int timeout_ms) {
+    const int socket = library.DNSServiceRefSockFD(reference);
+    const arrival result = event_calls_in_use().wait(socket, timeout_ms);
+    if (result == arrival::timed_out) {
+        zTraceManager::Default()->TraceNote(
+            "cBonjour: Timeout waiting for browsing resolution.!\n");
+    } else if (result == arrival::failed) {
+        zTraceManager::Default()->TraceNote(
+            "cBonjour: Failure attempting to wait for browsing resolution.!\n");
+    }
+    return result == arrival::there;
+}
+
+void cBonjour::resolve_reply(Reference reference, std::uint32_t, std::uint32_t, std::int32_t error,
+                             const char*, const char* host, std::uint16_t port,
+                             std::uint16_t txtLength, const unsigned char* txt, void* context) {
+    cBonjour* const owner = owner_of(context);
+    if (owner == nullptr || reference == nullptr) return;
+    run::guarded("cBonjour", "an answer", [&] {
+        owner->browse_resolve_success(reference,
+                                      {error, host, network_order(port), txtLength, txt});
+    });
+}
+
+void cBonjour::browse_resolve_success(Reference reference, const resolved_service& resolved) {
+    cBonjourService* const service = find_reference(m_resolving_list, reference);
+    if (service == nullptr) return;
+    service->is_answered = true;
+    cBonjourService* const browse = find_reference(m_browse_list, service->parent);
+    if (browse == nullptr || browse->number != service->number) return;
+    if (!is_worth_telling(*browse, *service, resolved)) return;
+    tell(*browse, service->event, service->name.CString(), resolved);
+}
+
+// An answer that is a failure tells nothing of the service. That it is told all the same, without
+// a host, is how the plain browse has always been.
+bool cBonjour::is_worth_telling(cBonjourService& browse, const cBonjourService& service,
+                                const resolved_service& resolved) {
+    if (browse.known == nullptr) return true;
+    if (resolved.error != k_dnssd_no_error || resolved.host == nullptr) return false;
+    const service_key key{service.name.CString(), service.type.CString(), service.domain.CString()};
+    return browse.known->tell(
+        key, {resolved.host, resolved.port, {resolved.txt, resolved.txt + resolved.txt_length}});
+}
+
+void cBonjour::tell(const cBonjourService& browse, std::int32_t event, const char* name,
+                    const resolved_service& resolved) {
+    const std::vector<std::int32_t> observers = browse.observers;
+    const zString type = browse.type;
+    for (const std::int32_t observer : observers) {
+        auto record = make_notification(event, type, name, resolved, *m_lib);
+        zObserverHandler::PostNotification(observer, record.release(), 0);
+    }
+}

@@ -1,0 +1,12 @@
+// dnssd_name.h - what the system calls its DNS-SD library, and how that has to be taken. Twins:
+// dnssd_name_linux.cpp, dnssd_name_win.cpp.
+#pragma once
+
+namespace pennywort::discovery {
+
+const char* dnssd_library_name();
+
+// Whether the first thing that arrives for a look-up is its answer.
+bool is_first_result_the_answer();
+
+}  // namespace pennywort::discovery

@@ -1,0 +1,14 @@
+// dnssd_name_linux.cpp - Linux half of dnssd_name.h. Windows half: dnssd_name_win.cpp.
+//
+// Avahi's library of that name, or mDNSResponder's: both have the same functions.
+#include "discovery/dnssd_name.h"
+
+namespace pennywort::discovery {
+
+const char* dnssd_library_name() { return "libdns_sd.so.1"; }
+
+// Avahi's library turns a loop of its own once for each result that is asked for, and what arrives
+// first may be for that loop alone.
+bool is_first_result_the_answer() { return false; }
+
+}  // namespace pennywort::discovery

@@ -1,0 +1,53 @@
+// known_services.h - what a browse that reports each service once knows of those that it has seen.
+// No network, no clock.
+//
+// Threads: not locked.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "loam/string.h"
+
+namespace pennywort::discovery {
+
+// Where a service is and what its TXT record says, the bytes as they came.
+struct service_details {
+    std::string host;
+    std::int32_t port = 0;
+    std::vector<unsigned char> txt;
+};
+
+struct service_key {
+    std::string name;
+    std::string type;
+    std::string domain;
+    auto operator<=>(const service_key&) const = default;
+};
+
+class known_services {
+public:
+    // A service has come on one more interface or protocol. True when nobody has heard of it yet,
+    // so that it is worth being looked up.
+    bool add(const service_key& key);
+    // It has been looked up. True when nobody has heard of it yet; from now on they have. One that
+    // has gone meanwhile is none.
+    bool tell(const service_key& key, const service_details& details);
+    // It has gone from one of them. True, and what is known of it, when it was the last one and
+    // somebody has heard of it.
+    bool remove(const service_key& key, service_details& details);
+
+private:
+    struct known {
+        int copies = 0;
+        bool is_told = false;
+        service_details details;
+    };
+
+    std::map<service_key, known> m_services;
+};
+
+}  // namespace pennywort::discovery

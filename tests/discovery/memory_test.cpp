@@ -1,0 +1,117 @@
+// memory_test.cpp - cBonjour with each allocation failing in turn.
+#include "tests/support/failing_memory.h"
+
+#include <new>
+#include <string>
+
+#include "tests/discovery/fake_network.h"
+
+namespace pennywort::tests {
+namespace {
+
+class Memory : public FakeNetwork {
+protected:
+    // Without a sink, a message of a failure would be written into memory of its own.
+    Memory() {
+        zTraceManager::Default()->SetSink([](const char*) {});
+    }
+    ~Memory() override { zTraceManager::Default()->SetSink({}); }
+};
+
+TEST_F(Memory, AnObjectMadeWithoutItIsOneWithoutDNSSD) {
+    long status = 0;
+    const int failures = with_each_allocation_failing(
+        [&] {
+            cBonjour bonjour;
+            status = bonjour.Service_Register(k_http, 1,
+                                              "\x01"
+                                              "a");
+        },
+        [&] {
+            EXPECT_TRUE(status == 0 || status == -1);
+            EXPECT_EQ(fake_dnssd::live_references(), 0);
+        });
+    EXPECT_GT(failures, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Memory, ARegistrationIsThereOrNot) {
+    cBonjour bonjour;
+    long status = 0;
+    int references = 0;
+    const int failures = with_each_allocation_failing(
+        [&] {
+            status = bonjour.Service_Advertise("a name that is longer than a short text", k_http, 1,
+                                               "\x01"
+                                               "a",
+                                               2);
+            references = fake_dnssd::live_references();
+            bonjour.Service_Unregister(k_http, 1);
+        },
+        [&] {
+            EXPECT_EQ(references, status == 0 ? 1 : 0);
+            EXPECT_EQ(fake_dnssd::live_references(), 0);
+        });
+    EXPECT_GT(failures, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Memory, AnObserverIsThereOrNot) {
+    cBonjour bonjour;
+    long status = 0;
+    int references = 0;
+    for (const bool is_once : {false, true}) {
+        const int failures = with_each_allocation_failing(
+            [&] {
+                status = is_once ? bonjour.StartObservingOnce(7, k_http, 0)
+                                 : bonjour.StartObserving(7, k_http, 0);
+                references = fake_dnssd::live_references();
+                bonjour.StopObserving(7);
+            },
+            [&] {
+                EXPECT_EQ(references, status == 0 ? 1 : 0);
+                EXPECT_EQ(fake_dnssd::live_references(), 0);
+            });
+        EXPECT_GT(failures, 0);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+TEST_F(Memory, AServiceIsHeardOrNot) {
+    for (const bool is_once : {false, true}) {
+        cBonjour bonjour;
+        listener ears;
+        bonjour.StartObserving(ears.id(), "_other._tcp.", 0);
+        is_once ? bonjour.StartObservingOnce(ears.id(), k_http, 0)
+                : bonjour.StartObserving(ears.id(), k_http, 0);
+        serve("Camera", 1,
+              "\x03"
+              "a=1"
+              "\x03"
+              "b=2");
+        const int failures = with_each_allocation_failing(
+            [&] {
+                tell("Camera");
+                tell("Camera", false);
+                // The loop itself takes memory, and says so.
+                try {
+                    run_loop();
+                } catch (const std::bad_alloc&) {
+                }
+            },
+            [&] {
+                run_loop();
+                EXPECT_LE(ears.heard().size(), 2u);
+                EXPECT_EQ(fake_dnssd::live_references(), 2);
+                ears.forget();
+            });
+        EXPECT_GT(failures, 0);
+        tell("Camera");
+        tell("Camera", false);
+        run_loop();
+        EXPECT_EQ(ears.names(), "+Camera -Camera") << "a failure has left something behind";
+    }
+}
+
+}  // namespace
+}  // namespace pennywort::tests

@@ -97,6 +97,20 @@ inline constexpr std::size_t k_max_txt_item = 255;
 inline constexpr std::size_t k_max_txt_key = 256;
 inline constexpr std::uint32_t k_max_txt_items = 65536;
 
+// --- Firewall
+
+// Bytes of a rule set that is read, how often it is read again where it changes meanwhile, and how
+// long the kernel may be silent.
+inline constexpr std::size_t k_max_rule_set_bytes = std::size_t(64) << 20;
+inline constexpr int k_max_rule_reads = 5;
+inline constexpr std::chrono::seconds k_max_kernel_silence{2};
+inline constexpr std::size_t k_netlink_buffer_bytes = 64 * 1024;
+
+// Chains that lead into each other, twice what the kernel allows; addresses of the machine that are
+// looked at.
+inline constexpr int k_max_rule_jumps = 32;
+inline constexpr std::size_t k_max_ways_in = 256;
+
 // --- Pages: their calls of the host
 
 // Calls of a page that may wait for the host program; the rest is dropped and counted.

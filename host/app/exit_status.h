@@ -8,6 +8,7 @@ enum exit_status : int {
     k_exit_fine = 0,
     k_exit_failed = 1,
     k_exit_usage = 2,
+    k_exit_blocked = 3,  // of the command that asks whether a port is
 };
 
 }  // namespace pennywort::host

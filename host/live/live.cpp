@@ -8,6 +8,7 @@
 #include "core/limits.h"
 #include "host/app/browser_runtime.h"
 #include "host/app/exit_status.h"
+#include "host/firewall/firewall_words.h"
 #include "host/live/live_control.h"
 #include "host/live/live_display.h"
 #include "host/live/live_guard.h"
@@ -86,6 +87,13 @@ std::string listen_failure(const live_options& options, zStatus status) {
                : "cannot listen on " + where + " (" + std::to_string(status) + ")";
 }
 
+// The page works on this machine all the same, so this is no reason to end.
+void warn_of_firewall(const live_options& options, const console& out, std::int32_t port) {
+    if (is_loopback(options.listen)) return;
+    const std::string warning = listening_warning(options.listen, ask_about_port(port));
+    if (!warning.empty()) std::fprintf(out.errors(), "pennywort: %s\n", warning.c_str());
+}
+
 // The server, which answers from its first moment.
 class live_server {
 public:
@@ -122,6 +130,7 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     const std::string token = is_loopback(options.listen) ? std::string() : random_token();
     server->begin(control, token);
     tell_address(out, address_of(options, server->port(), token));
+    warn_of_firewall(options, out, server->port());
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         display.look_after();

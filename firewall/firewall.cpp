@@ -1,0 +1,55 @@
+// firewall.cpp - see include/firewall.h for the contract. The system's part is in port_query.h.
+#include "firewall.h"
+
+#include "core/run/guarded.h"
+#include "firewall/port_query.h"
+#include "loam/trace.h"
+
+namespace {
+
+namespace inner = pennywort::firewall;
+
+constexpr const char* k_class = "cFirewall";
+
+cFirewallAnswer public_answer(inner::port_state state) {
+    switch (state) {
+        case inner::port_state::open:
+            return cFirewallAnswer::Open;
+        case inner::port_state::blocked:
+            return cFirewallAnswer::Blocked;
+        case inner::port_state::unknown:
+            break;
+    }
+    return cFirewallAnswer::Unknown;
+}
+
+}  // namespace
+
+void cFirewall::Startup() {
+    pennywort::run::guarded(k_class, "the start", [] { inner::start_thread(); });
+}
+
+void cFirewall::Shutdown() {
+    pennywort::run::guarded(k_class, "the end", [] { inner::end_thread(); });
+}
+
+bool cFirewall::IsTCPPortFirewalled(long port) {
+    return pennywort::run::guarded_or(false, k_class, "the query", [port] {
+        const inner::port_answer answer = inner::ask(port);
+        if (answer.state != inner::port_state::unknown) {
+            return answer.state == inner::port_state::blocked;
+        }
+        zTraceManager::Default()->TraceNote("cFirewall: port %ld counts as not blocked: %s\n", port,
+                                            answer.why.c_str());
+        return false;
+    });
+}
+
+cFirewallAnswer cFirewall::QueryTCPPort(long port, zString& why) {
+    return pennywort::run::guarded_or(cFirewallAnswer::Unknown, k_class, "the query", [&] {
+        why = "";
+        const inner::port_answer answer = inner::ask(port);
+        why = answer.why.c_str();
+        return public_answer(answer.state);
+    });
+}

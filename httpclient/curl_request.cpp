@@ -9,13 +9,11 @@
 #include "core/http/url.h"
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
+#include "httpclient/request_object.h"
 
 namespace pennywort::httpclient {
 
 namespace {
-
-// Of a URL's path and query; everything printable but these stays as the caller wrote it.
-constexpr std::string_view k_escaped = "\"<>\\^`{|}#";
 
 struct curl_url_end {
     void operator()(CURLU* url) const { ::curl_url_cleanup(url); }
@@ -53,10 +51,6 @@ std::optional<request_target> resolved(const request_target& from, std::string_v
     if (!query.empty()) to.object += "?" + escaped_object(query);
     if (to.port == 0 || !is_host(to.host)) return std::nullopt;
     return to;
-}
-
-bool is_redirect(std::int32_t status) {
-    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
 // As browsers and WinHTTP do: a POST becomes a GET but where the status forbids it.
@@ -109,34 +103,6 @@ bool is_host(std::string_view host) {
                         [](char c) { return c == ' ' || text::is_control(c); });
 }
 
-std::string escaped_object(std::string_view object) {
-    constexpr char k_digits[] = "0123456789ABCDEF";
-    std::string out;
-    out.reserve(object.size());
-    for (const char c : object) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte > ' ' && byte < 0x7F && k_escaped.find(c) == std::string_view::npos) {
-            out += c;
-        } else {
-            out += {'%', k_digits[byte >> 4], k_digits[byte & 15]};
-        }
-    }
-    return out;
-}
-
-std::string proxy_for(std::string_view servers, bool is_secure) {
-    const std::string_view wanted = is_secure ? "https" : "http";
-    while (!servers.empty()) {
-        const std::size_t end = servers.find(';');
-        const std::string_view entry = servers.substr(0, end);
-        const std::size_t sign = entry.find('=');
-        if (sign == std::string_view::npos) return std::string(entry);
-        if (entry.substr(0, sign) == wanted) return std::string(entry.substr(sign + 1));
-        servers.remove_prefix(end == std::string_view::npos ? servers.size() : end + 1);
-    }
-    return {};
-}
-
 std::string curl_header_line(std::string_view line) {
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos || colon == 0) return {};
@@ -146,6 +112,10 @@ std::string curl_header_line(std::string_view line) {
     if (!text::trimmed(line.substr(colon + 1)).empty())
         return name + std::string(line.substr(colon));
     return name + ";";
+}
+
+bool is_redirect(std::int32_t status) {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
 bool has_header(std::string_view block, std::string_view name) {

@@ -27,19 +27,15 @@ struct request_target {
 // it for something else.
 bool is_host(std::string_view host);
 
-// Path and query with blanks, control bytes and bytes beyond ASCII percent-coded.
-std::string escaped_object(std::string_view object);
-
-// The server for this scheme out of "http=server;https=server", or the one without a scheme; empty
-// if there is none.
-std::string proxy_for(std::string_view servers, bool is_secure);
-
 // A line "name: value" as libcurl takes it, for which an empty value is a header to leave out.
 // Empty for a line that is no header.
 std::string curl_header_line(std::string_view line);
 
 // Whether a block of header lines has a header of that name, in any case of its letters.
 bool has_header(std::string_view block, std::string_view name);
+
+// Whether a status sends a request elsewhere.
+bool is_redirect(std::int32_t status);
 
 // The next request of a chain.
 struct redirect {

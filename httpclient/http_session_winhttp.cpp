@@ -15,6 +15,7 @@
 #include "core/statuses.h"
 #include "core/text/ascii.h"
 #include "httpclient/header_lines.h"
+#include "httpclient/request_object.h"
 #include "loam/base64.h"
 #include "loam/trace.h"
 #include "loam/url_string.h"
@@ -172,7 +173,7 @@ long cHttpSession_winhttp::split_url(target& to) const {
     to.is_secure = to.port == k_https_port;
     if (settings().tlsByScheme) to.is_secure = text::equal_ignoring_case(scheme.View(), "https");
     to.host = std::string(host.View());
-    to.object = "/" + std::string(path.View());
+    to.object = escaped_object("/" + std::string(path.View()));
     return k_ok;
 }
 
@@ -230,7 +231,7 @@ void cHttpSession_winhttp::add_credentials(const zRecord* headers, std::string& 
 
 long cHttpSession_winhttp::send(const std::string& headers, const void* body,
                                 std::uint32_t length) {
-    if (!m_transport->send_headers(headers, length)) return trace_send_failure(length);
+    if (!m_transport->send_headers(headers, body, length)) return trace_send_failure(length);
     if (body != nullptr && !m_transport->write_body(body, length)) return k_write_failed;
     return k_ok;
 }

@@ -36,15 +36,16 @@ public:
                               const std::string& ca_file) = 0;
     virtual bool has_session() const = 0;
     virtual bool connect(const std::string& host, std::int32_t port) = 0;
-    // `verb` null: GET. `object` begins with "/".
+    // `verb` null: GET. `object` begins with "/" and holds what may stand in a request alone.
     virtual bool open_request(const char* verb, const std::string& object, bool is_secure) = 0;
     virtual bool has_request() const = 0;
     // For each wait of its own; 0: for ever.
     virtual void set_timeouts(std::int32_t milliseconds) = 0;
-    // `headers` is a block of lines with CR LF, `total` the length of the body that write_body
-    // brings.
-    virtual bool send_headers(const std::string& headers, std::uint32_t total) = 0;
-    // `body` must last until `receive` has returned.
+    // `headers` is a block of lines with CR LF, `total` the length of the body that is announced,
+    // `body` what write_body will bring, or null if it will not be called: a service may put a
+    // short one into one packet with the headers. It must last until `receive` has returned.
+    virtual bool send_headers(const std::string& headers, const void* body,
+                              std::uint32_t total) = 0;
     virtual bool write_body(const void* body, std::uint32_t length) = 0;
     // Waits for the head of the final response; redirects are followed within.
     virtual receive_result receive() = 0;

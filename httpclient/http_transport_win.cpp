@@ -72,7 +72,7 @@ public:
     bool open_request(const char* verb, const std::string& object, bool is_secure) override;
     bool has_request() const override { return m_request.is_open(); }
     void set_timeouts(std::int32_t milliseconds) override;
-    bool send_headers(const std::string& headers, std::uint32_t total) override;
+    bool send_headers(const std::string& headers, const void* body, std::uint32_t total) override;
     bool write_body(const void* body, std::uint32_t length) override;
     receive_result receive() override;
     bool bytes_available(std::uint32_t& count) override;
@@ -161,7 +161,7 @@ void winhttp_transport::set_timeouts(std::int32_t milliseconds) {
     limit(m_request.get(), milliseconds);
 }
 
-bool winhttp_transport::send_headers(const std::string& headers, std::uint32_t total) {
+bool winhttp_transport::send_headers(const std::string& headers, const void*, std::uint32_t total) {
     const std::wstring block = wide_text(headers);
     return checked(::WinHttpSendRequest(
         m_request.get(), block.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : block.c_str(),

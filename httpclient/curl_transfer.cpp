@@ -1,0 +1,429 @@
+// httpclient/curl_transfer.cpp - see the header for the contract.
+#include "httpclient/curl_transfer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "core/limits.h"
+#include "core/run/guarded.h"
+#include "core/text/ascii.h"
+
+namespace pennywort::httpclient {
+
+namespace {
+
+constexpr char k_class[] = "cHttpSession_winhttp";
+
+// libcurl puts a body into one packet with its headers up to this size.
+constexpr std::uint32_t k_body_with_headers = 64 * 1024;
+
+curl_fault fault_of(CURLcode code) {
+    switch (code) {
+        case CURLE_OPERATION_TIMEDOUT:
+            return k_fault_timed_out;
+        case CURLE_URL_MALFORMAT:
+            return k_fault_invalid_url;
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_COULDNT_RESOLVE_PROXY:
+            return k_fault_name_not_resolved;
+        case CURLE_COULDNT_CONNECT:
+            return k_fault_cannot_connect;
+        case CURLE_WEIRD_SERVER_REPLY:
+            return k_fault_invalid_response;
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CACERT_BADFILE:
+            return k_fault_secure_failure;
+        default:
+            return k_fault_connection_lost;
+    }
+}
+
+bool has_body_by_nature(const std::string& verb) {
+    return verb == "POST" || verb == "PUT" || verb == "PATCH";
+}
+
+// Whoever may use one connection may use the other.
+std::string destination_of(const curl_order& order) {
+    return order.target.origin() + "|" + order.proxy + "|" + order.ca_file;
+}
+
+}  // namespace
+
+void curl_transfer::header_list::clear() { ::curl_slist_free_all(std::exchange(m_first, nullptr)); }
+
+bool curl_transfer::header_list::add(const std::string& line) {
+    curl_slist* const longer = ::curl_slist_append(m_first, line.c_str());
+    if (longer == nullptr) return false;
+    m_first = longer;
+    return true;
+}
+
+bool curl_transfer::fail(curl_fault fault) {
+    m_fault = fault;
+    return false;
+}
+
+bool curl_transfer::start(const curl_order& order) {
+    end();
+    forget();
+    m_patience = order.patience;
+    m_total = order.total;
+    set_line(curl_lines::borrow(destination_of(order)));
+    if (m_line == nullptr) return fail(k_fault_connection_lost);
+    if (!set_options(order)) return fail(k_fault_invalid_url);
+    return ::curl_multi_add_handle(m_line->multi.get(), m_line->easy.get()) == CURLM_OK ||
+           fail(k_fault_connection_lost);
+}
+
+void curl_transfer::forget() {
+    m_is_connected = m_has_head = m_is_done = false;
+    m_result = CURLE_OK;
+    m_raw_head.clear();
+    m_is_interim = false;
+    m_interim_heads = 0;
+    m_mode = body_mode::kept;
+    m_is_paused = false;
+    m_buffer.clear();
+    m_taken = m_dropped = 0;
+    m_cookies.clear();
+    m_body = {};
+    m_sent = 0;
+    m_has_body = m_is_reading = false;
+}
+
+bool curl_transfer::set_options(const curl_order& order) {
+    CURL* const easy = m_line->easy.get();
+    // A line brings along the cookies of whoever used it before.
+    ::curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "");
+    ::curl_easy_setopt(easy, CURLOPT_COOKIELIST, "ALL");
+    for (const std::string& cookie : order.cookies) {
+        ::curl_easy_setopt(easy, CURLOPT_COOKIELIST, cookie.c_str());
+    }
+    ::curl_easy_setopt(easy, CURLOPT_URL, order.target.url().c_str());
+    ::curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+    ::curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    ::curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    ::curl_easy_setopt(easy, CURLOPT_USERAGENT, order.user_agent.c_str());
+    ::curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    // A name server that is silent must not hold the caller when the time has passed.
+    ::curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+    ::curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, static_cast<long>(k_http_receive_bytes));
+    const long bound = m_patience.connect_ms > 0 ? m_patience.connect_ms
+                                                 : std::numeric_limits<std::int32_t>::max();
+    ::curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, bound);
+    set_callbacks();
+    set_route(order);
+    set_body(order);
+    return set_headers(order);
+}
+
+// A body that is read piece by piece goes out in packets of its own, which costs a short request a
+// tenth of its time.
+void curl_transfer::set_body(const curl_order& order) {
+    CURL* const easy = m_line->easy.get();
+    const bool is_short = order.is_body_known && order.total <= k_body_with_headers;
+    if (order.total == 0 ? has_body_by_nature(order.verb) : is_short) {
+        const char* const bytes = order.total == 0 ? "" : order.body.data();
+        ::curl_easy_setopt(easy, CURLOPT_POSTFIELDS, bytes);
+        ::curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{order.total});
+    } else if (order.total > 0) {
+        m_is_reading = true;
+        ::curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
+        ::curl_easy_setopt(easy, CURLOPT_INFILESIZE_LARGE, curl_off_t{order.total});
+    }
+    ::curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, order.verb.c_str());
+}
+
+void curl_transfer::set_route(const curl_order& order) {
+    CURL* const easy = m_line->easy.get();
+    if (!order.ca_file.empty()) {
+        ::curl_easy_setopt(easy, CURLOPT_CAINFO, order.ca_file.c_str());
+        ::curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+    }
+    // Set even where there is none: libcurl would read the environment by itself.
+    ::curl_easy_setopt(easy, CURLOPT_PROXY, order.proxy.c_str());
+    ::curl_easy_setopt(easy, CURLOPT_NOPROXY, "");
+}
+
+void curl_transfer::set_callbacks() {
+    CURL* const easy = m_line->easy.get();
+    ::curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &curl_transfer::on_header);
+    ::curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
+    ::curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    ::curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &curl_transfer::on_body);
+    ::curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
+    ::curl_easy_setopt(easy, CURLOPT_READFUNCTION, &curl_transfer::on_read);
+    ::curl_easy_setopt(easy, CURLOPT_READDATA, this);
+    ::curl_easy_setopt(easy, CURLOPT_SEEKFUNCTION, &curl_transfer::on_seek);
+    ::curl_easy_setopt(easy, CURLOPT_SEEKDATA, this);
+    ::curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &curl_transfer::on_connected);
+    ::curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
+}
+
+// Nothing goes out that the caller has not asked for, as with WinHTTP: libcurl would add these.
+bool curl_transfer::set_headers(const curl_order& order) {
+    m_headers.clear();
+    if (!add_lines(order.headers)) return false;
+    for (const std::string name : {"Accept", "Expect", "Content-Type"}) {
+        if (!has_header(order.headers, name) && !m_headers.add(name + ":")) return false;
+    }
+    ::curl_easy_setopt(m_line->easy.get(), CURLOPT_HTTPHEADER, m_headers.get());
+    return true;
+}
+
+bool curl_transfer::add_lines(std::string_view block) {
+    while (!block.empty()) {
+        const std::size_t end = block.find("\r\n");
+        const std::string line = curl_header_line(block.substr(0, end));
+        if (line.empty() || !m_headers.add(line)) return false;
+        block.remove_prefix(end == std::string_view::npos ? block.size() : end + 2);
+    }
+    return true;
+}
+
+void curl_transfer::send_body(std::string_view body) {
+    m_body = body;
+    m_has_body = true;
+    if (m_is_reading && m_line != nullptr) {
+        ::curl_easy_pause(m_line->easy.get(), m_is_paused ? CURLPAUSE_RECV : CURLPAUSE_CONT);
+    }
+}
+
+bool curl_transfer::is_at(curl_stage stage) const {
+    switch (stage) {
+        case curl_stage::connected:
+            return m_is_connected;
+        case curl_stage::sent:
+            return !m_is_reading || m_sent >= m_body.size();
+        case curl_stage::head:
+            return m_has_head;
+        case curl_stage::piece:
+            return !piece().empty() || m_is_done;
+        case curl_stage::end:
+            break;
+    }
+    return m_is_done;
+}
+
+bool curl_transfer::reach(curl_stage stage) {
+    if (stage == curl_stage::piece && piece().empty()) {
+        m_buffer.clear();
+        m_taken = 0;
+        resume();
+    }
+    run::deadline end = patience();
+    while (!is_at(stage)) {
+        if (m_is_cancelled) return fail(k_fault_cancelled);
+        if (m_is_done || m_line == nullptr) return fail(fault_of(m_result));
+        m_has_moved = false;
+        if (!run_once()) return false;
+        if (m_has_moved) end = patience();
+        if (!is_at(stage) && !m_is_done && !wait(end)) return false;
+    }
+    // An end that was no good one is no end.
+    const bool is_broken = m_is_done && m_result != CURLE_OK && piece().empty();
+    const bool is_reading = stage == curl_stage::piece || stage == curl_stage::end;
+    return !is_reading || !is_broken || fail(fault_of(m_result));
+}
+
+run::deadline curl_transfer::patience() const {
+    return m_patience.move_ms > 0 ? run::deadline(std::chrono::milliseconds(m_patience.move_ms))
+                                  : run::deadline::never();
+}
+
+bool curl_transfer::run_once() {
+    int running = 0;
+    if (::curl_multi_perform(m_line->multi.get(), &running) != CURLM_OK) {
+        return fail(k_fault_connection_lost);
+    }
+    if (running == 0) note_end();
+    return true;
+}
+
+void curl_transfer::note_end() {
+    int left = 0;
+    while (const CURLMsg* message = ::curl_multi_info_read(m_line->multi.get(), &left)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        finish(message->data.result);
+        return;
+    }
+}
+
+// The connection is free for others from here on, while the caller still reads.
+void curl_transfer::finish(CURLcode result) {
+    m_is_done = true;
+    m_result = result;
+    keep_cookies();
+    release();
+}
+
+// cancel() wakes it. libcurl shortens it by itself where it has something to do earlier, and has
+// its own bound while it connects.
+bool curl_transfer::wait(const run::deadline& end) {
+    if (m_is_connected && end.has_passed()) return fail(k_fault_timed_out);
+    const int bound_ms = m_is_connected ? end.left_ms() : std::numeric_limits<std::int32_t>::max();
+    return ::curl_multi_poll(m_line->multi.get(), nullptr, 0, bound_ms, nullptr) == CURLM_OK ||
+           fail(k_fault_connection_lost);
+}
+
+void curl_transfer::keep_body() {
+    if (m_mode == body_mode::held) m_mode = body_mode::kept;
+}
+
+void curl_transfer::drop_body() {
+    m_mode = body_mode::dropped;
+    resume();
+}
+
+void curl_transfer::resume() {
+    if (!m_is_paused || m_line == nullptr) return;
+    m_is_paused = false;
+    // It may call back with what it has held, and be paused again.
+    const CURLcode result = ::curl_easy_pause(m_line->easy.get(), CURLPAUSE_CONT);
+    if (result != CURLE_OK) finish(result);
+}
+
+// Only a redirect has a next request that could send them.
+void curl_transfer::keep_cookies() {
+    if (m_mode != body_mode::dropped) return;
+    curl_slist* list = nullptr;
+    if (::curl_easy_getinfo(m_line->easy.get(), CURLINFO_COOKIELIST, &list) != CURLE_OK) return;
+    const std::unique_ptr<curl_slist, decltype(&::curl_slist_free_all)> owner(
+        list, ::curl_slist_free_all);
+    for (const curl_slist* each = list; each != nullptr; each = each->next) {
+        m_cookies.emplace_back(each->data);
+    }
+}
+
+void curl_transfer::release() {
+    if (m_line == nullptr) return;
+    ::curl_multi_remove_handle(m_line->multi.get(), m_line->easy.get());
+    ::curl_easy_reset(m_line->easy.get());
+    // Without memory to keep it the line ends here, and its connection with it.
+    run::guarded(k_class, "keeping a connection",
+                 [this] { curl_lines::give_back(set_line(nullptr)); });
+}
+
+std::unique_ptr<curl_line> curl_transfer::set_line(std::unique_ptr<curl_line> line) {
+    const std::lock_guard lock(m_line_mutex);
+    m_line.swap(line);
+    return line;
+}
+
+void curl_transfer::end() {
+    release();
+    m_headers.clear();
+    // Of a large body; a session that waits for its next request need not keep it.
+    if (m_buffer.capacity() > k_body_with_headers) std::string().swap(m_buffer);
+    m_buffer.clear();
+    m_taken = 0;
+    m_has_head = false;
+}
+
+void curl_transfer::cancel() {
+    m_is_cancelled = true;
+    const std::lock_guard lock(m_line_mutex);
+    if (m_line != nullptr) ::curl_multi_wakeup(m_line->multi.get());
+}
+
+// 0, which ends the exchange, for a head that is too long or none.
+std::size_t curl_transfer::take_head_line(std::string_view line) {
+    m_has_moved = true;
+    // Behind the body: headers that came with its last chunk.
+    if (m_has_head) return line.size();
+    if (std::exchange(m_is_interim, false)) m_raw_head.clear();
+    if (m_raw_head.size() + line.size() > k_max_head_bytes) return 0;
+    const bool is_last = line == "\r\n" || line == "\n";
+    append_head_line(line);
+    return !is_last || take_head() ? line.size() : 0;
+}
+
+// With CR LF at the end of every line, and a folded value in one line: who reads the raw head knows
+// neither of the two.
+void curl_transfer::append_head_line(std::string_view line) {
+    const bool is_folded = !m_raw_head.empty() && text::is_blank(line.front());
+    if (line.ends_with('\n')) line.remove_suffix(1);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    if (is_folded) {
+        m_raw_head.resize(m_raw_head.size() - 2);
+        m_raw_head += ' ';
+        line = text::trimmed(line);
+    }
+    m_raw_head.append(line).append("\r\n");
+}
+
+bool curl_transfer::take_head() {
+    http::head_parser parser(http::head_kind::answer, http::k_tolerant_answers);
+    parser.feed(m_raw_head);
+    if (parser.status() != http::head_parser::state::complete) return false;
+    m_head = parser.head();
+    m_is_interim = m_head.status >= 100 && m_head.status < 200;
+    if (m_is_interim) return ++m_interim_heads <= k_max_interim_responses;
+    if (is_redirect(m_head.status)) m_mode = body_mode::held;
+    m_has_head = true;
+    return true;
+}
+
+std::size_t curl_transfer::take_body(std::string_view bytes) {
+    m_has_moved = true;
+    if (m_mode == body_mode::dropped) {
+        m_dropped += bytes.size();
+        return m_dropped > k_max_skipped_bytes ? 0 : bytes.size();
+    }
+    if (m_mode == body_mode::held || m_buffer.size() >= k_http_receive_bytes) {
+        m_is_paused = true;
+        return CURL_WRITEFUNC_PAUSE;
+    }
+    m_buffer.append(bytes);
+    return bytes.size();
+}
+
+std::size_t curl_transfer::give_body(char* into, std::size_t room) {
+    if (!m_has_body) return CURL_READFUNC_PAUSE;
+    const std::size_t count = std::min(room, m_body.size() - m_sent);
+    // A shorter body than was announced: the rest never comes, and the server is waited for.
+    if (count == 0) return m_sent < m_total ? CURL_READFUNC_PAUSE : 0;
+    std::memcpy(into, m_body.data() + m_sent, count);
+    m_sent += count;
+    m_has_moved = true;
+    return count;
+}
+
+std::size_t curl_transfer::on_header(char* bytes, std::size_t size, std::size_t count, void* self) {
+    return run::guarded_or<std::size_t>(0, k_class, "a header", [&] {
+        return static_cast<curl_transfer*>(self)->take_head_line({bytes, size * count});
+    });
+}
+
+std::size_t curl_transfer::on_body(char* bytes, std::size_t size, std::size_t count, void* self) {
+    return run::guarded_or<std::size_t>(0, k_class, "a piece of a body", [&] {
+        return static_cast<curl_transfer*>(self)->take_body({bytes, size * count});
+    });
+}
+
+std::size_t curl_transfer::on_read(char* into, std::size_t size, std::size_t count, void* self) {
+    return static_cast<curl_transfer*>(self)->give_body(into, size * count);
+}
+
+// A connection that had been kept turned out to be closed: libcurl sends everything again.
+int curl_transfer::on_seek(void* self, curl_off_t offset, int origin) {
+    auto& transfer = *static_cast<curl_transfer*>(self);
+    if (origin != SEEK_SET || offset < 0) return CURL_SEEKFUNC_FAIL;
+    if (static_cast<std::size_t>(offset) > transfer.m_body.size()) return CURL_SEEKFUNC_FAIL;
+    transfer.m_sent = static_cast<std::size_t>(offset);
+    return CURL_SEEKFUNC_OK;
+}
+
+int curl_transfer::on_connected(void* self, char*, char*, int, int) {
+    auto& transfer = *static_cast<curl_transfer*>(self);
+    transfer.m_is_connected = true;
+    transfer.m_has_moved = true;
+    return CURL_PREREQFUNC_OK;
+}
+
+}  // namespace pennywort::httpclient

@@ -54,7 +54,9 @@ struct rule_name {
     std::uint8_t family = 0;
     bytes_view table;
     bytes_view name;
-    auto operator<=>(const rule_name&) const = default;
+    bool operator<(const rule_name& other) const {
+        return std::tie(family, table, name) < std::tie(other.family, other.table, other.name);
+    }
 };
 
 struct chain {

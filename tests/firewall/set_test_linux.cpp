@@ -152,6 +152,24 @@ TEST(Maps, HaveAnElementForAllOthers) {
     rules.rule({load_port(), look_up_verdict("s")}).rule({accept()});
     EXPECT_EQ(rules.state(80), k_open);
     EXPECT_EQ(rules.state(81), k_blocked);
+    auto letting =
+        with_set(NFT_SET_MAP, {all_others(NF_ACCEPT), element_to_verdict(port_bytes(80), NF_DROP)});
+    letting.rule({load_port(), look_up_verdict("s")});
+    EXPECT_EQ(letting.state(80), k_blocked);
+    EXPECT_EQ(letting.state(81), k_open);
+}
+
+// One interval ends where the next begins; the kernel lists the two in either order.
+TEST(Maps, OfIntervalsThatTouchKeepThemApart) {
+    auto rules =
+        with_set(NFT_SET_INTERVAL | NFT_SET_MAP,
+                 {element_end(port_bytes(100)), element_to_verdict(port_bytes(90), NF_ACCEPT),
+                  element_end(port_bytes(90)), element_to_verdict(port_bytes(80), NF_DROP)});
+    rules.rule({load_port(), look_up_verdict("s")});
+    EXPECT_EQ(rules.state(89), k_blocked);
+    EXPECT_EQ(rules.state(90), k_open);
+    EXPECT_EQ(rules.state(99), k_open);
+    EXPECT_EQ(rules.state(100), k_blocked);
 }
 
 TEST(Maps, ToValuesAreLookedUpInTurn) {

@@ -167,6 +167,13 @@ const expression_case k_cases[] = {
                         attribute_number(NFTA_PAYLOAD_LEN, 4)) +
          compare(NFT_CMP_EQ, own_order(1)),
      matches::perhaps},
+    {"WhatBeginsInAHeaderAndEndsBehindIt",
+     raw("payload", attribute_number(NFTA_PAYLOAD_DREG, NFT_REG_1) +
+                        attribute_number(NFTA_PAYLOAD_BASE, NFT_PAYLOAD_TRANSPORT_HEADER) +
+                        attribute_number(NFTA_PAYLOAD_OFFSET, 38) +
+                        attribute_number(NFTA_PAYLOAD_LEN, 16)) +
+         compare(NFT_CMP_EQ, own_order(1)),
+     matches::perhaps},
     {"NoSuchRegister",
      raw("cmp", attribute_number(NFTA_CMP_SREG, 5) + attribute_number(NFTA_CMP_OP, NFT_CMP_EQ) +
                     nested(NFTA_CMP_DATA, value_data(port_bytes(80)))),

@@ -12,6 +12,11 @@ namespace {
 
 constexpr std::string_view k_blank_line = "\r\n\r\n";
 
+// An answer that passes unchanged is kept up to this length, and its head is looked for in it when
+// somebody asks. That costs less than to look for it each time, since only a handler that has
+// failed makes anybody ask.
+constexpr std::size_t k_kept_unread = 2048;
+
 // The connection is the server's to tell, and a 204 has no length.
 bool is_replaced(std::string_view name, std::int32_t status) {
     using text::equal_ignoring_case;
@@ -30,7 +35,8 @@ void answer_filter::begin() {
     m_terms = {};
     m_place = place::head;
     m_left = 0;
-    m_body_bytes = 0;
+    m_passed = 0;
+    m_searched = 0;
     m_head.clear();
     m_out.clear();
 }
@@ -50,12 +56,12 @@ void answer_filter::begin_strict(const answer_terms& terms) {
 std::string_view answer_filter::pass(std::string_view bytes) {
     if (bytes.empty()) return bytes;
     m_has_begun = true;
-    const std::size_t of_head = m_is_head_whole ? 0 : take_head(bytes);
-    const std::string_view body = bytes.substr(of_head);
     if (!m_is_strict) {
-        m_body_bytes += body.size();
+        watch(bytes);
         return bytes;
     }
+    const std::size_t of_head = m_is_head_whole ? 0 : take_head(bytes);
+    const std::string_view body = bytes.substr(of_head);
     if (!m_is_head_whole) return {};
     if (of_head == 0) return pass_body(body);
     rewrite_head();
@@ -63,26 +69,39 @@ std::string_view answer_filter::pass(std::string_view bytes) {
     return m_out;
 }
 
+void answer_filter::watch(std::string_view bytes) {
+    m_passed += bytes.size();
+    if (m_is_head_whole) return;
+    if (m_head.size() + bytes.size() <= k_kept_unread) {
+        m_head.append(bytes);
+        return;
+    }
+    look_for_end();
+    if (!m_is_head_whole) take_head(bytes);
+}
+
 // Takes the bytes up to the head's end. Nearly all heads come whole: those are searched once, and
 // what comes behind them is not copied.
 std::size_t answer_filter::take_head(std::string_view bytes) {
-    if (!m_head.empty()) return take_rest_of_head(bytes);
-    const std::size_t end = bytes.find(k_blank_line);
-    const bool has_end = end != std::string_view::npos;
-    m_head.assign(bytes, 0, has_end ? end + k_blank_line.size() : bytes.size());
-    m_is_head_whole = has_end || m_head.size() > k_max_head_bytes;
-    return m_head.size();
+    const std::size_t before = m_head.size();
+    const std::size_t end = before == 0 ? bytes.find(k_blank_line) : std::string_view::npos;
+    if (end != std::string_view::npos) {
+        m_head.assign(bytes, 0, end + k_blank_line.size());
+        m_is_head_whole = true;
+    } else {
+        m_head.append(bytes);
+        look_for_end();
+    }
+    return m_head.size() - before;
 }
 
-std::size_t answer_filter::take_rest_of_head(std::string_view bytes) {
-    const std::size_t before = m_head.size();
-    const std::size_t overlap = std::min(before, k_blank_line.size() - 1);
-    m_head.append(bytes);
-    const std::size_t found = m_head.find(k_blank_line, before - overlap);
+// What was searched before is not searched again, but that the end may have begun in it.
+void answer_filter::look_for_end() {
+    const std::size_t from = m_searched - std::min(m_searched, k_blank_line.size() - 1);
+    const std::size_t found = m_head.find(k_blank_line, from);
+    m_searched = m_head.size();
     m_is_head_whole = found != std::string::npos || m_head.size() > k_max_head_bytes;
-    if (found == std::string::npos) return bytes.size();
-    m_head.resize(found + k_blank_line.size());
-    return m_head.size() - before;
+    if (found != std::string::npos) m_head.resize(found + k_blank_line.size());
 }
 
 void answer_filter::read_head() {
@@ -176,10 +195,12 @@ std::size_t answer_filter::watch_body(std::string_view bytes) {
 }
 
 bool answer_filter::is_complete() {
+    if (!m_is_head_whole) look_for_end();
     if (!m_is_head_whole) return false;
     if (!m_is_head_read) read_head();
     if (m_is_strict) return m_place == place::done;
-    return m_place == place::done || (m_place == place::counted && m_body_bytes >= m_left);
+    return m_place == place::done ||
+           (m_place == place::counted && m_passed - m_head.size() >= m_left);
 }
 
 }  // namespace pennywort::httpserver

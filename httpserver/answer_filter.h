@@ -50,7 +50,8 @@ private:
 
     void begin();
     std::size_t take_head(std::string_view bytes);
-    std::size_t take_rest_of_head(std::string_view bytes);
+    void look_for_end();
+    void watch(std::string_view bytes);
     void read_head();
     void rewrite_head();
     void set_place(const http::message_head& head);
@@ -64,9 +65,10 @@ private:
     bool m_ends_connection = false;
     answer_terms m_terms;
     place m_place = place::head;
-    std::uint64_t m_left = 0;  // of a counted body
-    std::uint64_t m_body_bytes = 0;
-    std::string m_head;
+    std::uint64_t m_left = 0;    // of a counted body
+    std::uint64_t m_passed = 0;  // bytes that passed unchanged, head and body
+    std::size_t m_searched = 0;  // of m_head
+    std::string m_head;          // and, before its end is known, what came behind it
     std::string m_out;
     http::chunked_body m_chunks;
     http::head_parser m_parser{http::head_kind::answer, http::k_tolerant_answers};

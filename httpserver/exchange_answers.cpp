@@ -34,7 +34,7 @@ std::int32_t read_piece(cHttpBody& body, std::int64_t offset, std::int64_t left,
 }  // namespace
 
 exchanges::meeting exchanges::offer(connection& one) {
-    m_answer = answer_parts();
+    m_answer.reset();
     meeting met = meeting::nobody;
     one.facade.begin_answer(m_filter);
     for (std::size_t i = 0; met == meeting::nobody; ++i) {

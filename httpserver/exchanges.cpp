@@ -38,12 +38,8 @@ void empty(connection& one) {
 }
 
 void set(zString& target, std::string_view text) {
+    if (text.empty() && target.Empty()) return;
     target.SetString(text.data(), static_cast<std::uint32_t>(text.size()));
-}
-
-// Of a text that was longer than most, the memory is not kept.
-void settle(zString& text) {
-    if (text.Length() > k_max_kept_request_bytes) text = zString();
 }
 
 }  // namespace
@@ -133,6 +129,11 @@ void exchanges::name_parts(std::string_view request) {
     set(m_names.query, line.query);
 }
 
+// Of a request that was longer than most, the memory is not kept.
+void exchanges::settle_names(std::size_t request_size) {
+    if (request_size > k_max_kept_request_bytes) m_names = request_names();
+}
+
 fate exchanges::dispatch_text(connection& one, std::string_view text) {
     name_parts(text);
     m_counts.requests.add(1);
@@ -148,7 +149,7 @@ fate exchanges::dispatch_text(connection& one, std::string_view text) {
     // The handler may have taken long, which is not the peer's fault.
     one.since = micro_now(m_clock);
     empty(one);
-    for (zString* part : {&m_names.path, &m_names.extension, &m_names.query}) settle(*part);
+    settle_names(text.size());
     return finish_text(one, met);
 }
 
@@ -217,10 +218,11 @@ fate exchanges::dispatch_strict(connection& one) {
     m_view.strict_head = &request.head();
     one.is_last_answer = !request.is_persistent();
     m_filter.begin_strict({request.is_head(), one.is_last_answer, date()});
+    const std::size_t size = m_view.size;
     const meeting met = offer(one);
     one.since = micro_now(m_clock);
     const fate next = finish_strict(one, met);
-    for (zString* part : {&m_names.path, &m_names.extension, &m_names.query}) settle(*part);
+    settle_names(size);
     if (one.reader != nullptr) release_reader(one);
     return next;
 }

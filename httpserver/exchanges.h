@@ -76,6 +76,7 @@ private:
     fate part(connection& one);
     fate discard(connection& one);
     void name_parts(std::string_view request);
+    void settle_names(std::size_t request_size);
     const std::string& date();
 
     const cHttpServerSettings& m_settings;

@@ -52,6 +52,10 @@ struct answer_parts {
 
     // What the body's bytes are, wherever they lie.
     std::int64_t length();
+    // For the next request. A handler that writes its answer itself leaves all as it was.
+    void reset() {
+        if (is_set || is_last || is_trusted) *this = answer_parts();
+    }
 };
 
 }  // namespace pennywort::httpserver

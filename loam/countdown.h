@@ -16,11 +16,13 @@ public:
     explicit countdown(std::int32_t timeout, clock now = &zTime::MicroNow)
         : m_now(now),
           m_is_endless(timeout < 0),
-          m_end(m_is_endless ? 0 : now() + std::int64_t{timeout} * 1000) {}
+          m_is_over(timeout == 0),
+          m_end(timeout <= 0 ? 0 : now() + std::int64_t{timeout} * 1000) {}
 
     // In milliseconds, rounded up, so that a wait does not end before its time; -1 is for ever.
     int left() const {
         if (m_is_endless) return -1;
+        if (m_is_over) return 0;
         const std::int64_t micro = m_end - m_now();
         return micro <= 0 ? 0 : static_cast<int>((micro + 999) / 1000);
     }
@@ -28,6 +30,7 @@ public:
 private:
     clock m_now;
     bool m_is_endless;
+    bool m_is_over;  // from the beginning: a look needs no clock
     std::int64_t m_end;
 };
 

@@ -82,14 +82,19 @@ bool pause_within(const loam::countdown& time) {
     return true;
 }
 
-// Fills the entries from a wait that is over. Returns how many are ready.
-std::int32_t fill_entries(zHeap<_zSocket_select*>& set, const loam::socket_wait& wait) {
+// Fills the entries from a wait that is over, of which at most `left` were ready, and returns how
+// many are. Those behind the last one are not looked at: with many connections nearly all wait.
+std::int32_t fill_entries(zHeap<_zSocket_select*>& set, const loam::socket_wait& wait,
+                          std::intptr_t left) {
     std::int32_t ready = 0;
     std::size_t index = 0;
-    for (std::int32_t i = 0; i < set.Count(); ++i) {
+    for (std::int32_t i = 0; left > 0 && i < set.Count(); ++i) {
         _zSocket_select& one = *set[i];
         if (!counts(one)) continue;
-        one.occurred = wait.occurred(index++) & one.requested;
+        const std::int32_t occurred = wait.occurred(index++);
+        if (occurred == 0) continue;
+        --left;
+        one.occurred = occurred & one.requested;
         if (one.occurred != 0) ++ready;
     }
     return ready;
@@ -289,14 +294,14 @@ zStatus zSocket::Select(zHeap<_zSocket_select*>* set, std::int32_t timeout, std:
     const std::size_t place_of_waker = wait.count();
     if (waker != nullptr) wait.add(waker->m_handle, k_readable);
     const loam::countdown time(timeout);
-    do {
-        const socket_result waited = wait.wait(time.left());
+    for (std::int32_t left = timeout;; left = time.left()) {
+        const socket_result waited = wait.wait(left);
         if (waited.error != 0) return checked(waited);
         if (waited.value == 0) return 0;
         const bool is_woken = waker != nullptr && wait.occurred(place_of_waker) != 0;
         if (is_woken) waker->settle();
-        *ready = fill_entries(*set, wait);
+        *ready = fill_entries(*set, wait, waited.value - (is_woken ? 1 : 0));
         if (is_woken || *ready > 0) return 0;
-    } while (pause_within(time));
-    return 0;
+        if (!pause_within(time)) return 0;
+    }
 }

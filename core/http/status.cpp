@@ -2,6 +2,7 @@
 #include "core/http/status.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace pennywort::http {
@@ -61,14 +62,35 @@ constexpr named_status k_statuses[] = {
     {505, "HTTP Version Not Supported"},
 };
 
+constexpr std::int32_t k_first = 100;
+constexpr std::int32_t k_last = 505;
+static_assert(k_statuses[0].status == k_first);
+static_assert(k_statuses[std::size(k_statuses) - 1].status == k_last);
+
+constexpr std::size_t longest_reason() {
+    std::size_t longest = 0;
+    for (const named_status& one : k_statuses) longest = std::max(longest, one.reason.size());
+    return longest;
+}
+static_assert(longest_reason() == k_longest_reason);
+
+// For each status its place in the table, counted from 1; 0 for one that has no name. Each answer
+// asks for its own.
+constexpr auto k_places = [] {
+    std::array<std::uint8_t, k_last - k_first + 1> places{};
+    std::uint8_t place = 0;
+    for (const named_status& one : k_statuses) {
+        places[static_cast<std::size_t>(one.status - k_first)] = ++place;
+    }
+    return places;
+}();
+
 }  // namespace
 
 std::string_view reason_of(std::int32_t status) {
-    const auto* const found = std::lower_bound(
-        std::begin(k_statuses), std::end(k_statuses), status,
-        [](const named_status& one, std::int32_t wanted) { return one.status < wanted; });
-    const bool is_named = found != std::end(k_statuses) && found->status == status;
-    return is_named ? found->reason : "Unknown";
+    if (status < k_first || status > k_last) return "Unknown";
+    const std::uint8_t place = k_places[static_cast<std::size_t>(status - k_first)];
+    return place == 0 ? "Unknown" : k_statuses[place - 1].reason;
 }
 
 }  // namespace pennywort::http

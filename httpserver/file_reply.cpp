@@ -12,8 +12,6 @@
 namespace pennywort::httpserver {
 namespace {
 
-constexpr std::int64_t k_second_ns = 1'000'000'000;
-
 std::string hex(std::int64_t number) {
     constexpr std::string_view k_digits = "0123456789abcdef";
     auto rest = static_cast<std::uint64_t>(number);
@@ -25,7 +23,7 @@ std::string hex(std::int64_t number) {
     return text;
 }
 
-std::int64_t seconds_of(const file_facts& file) { return file.modified_ns / k_second_ns; }
+std::int64_t seconds_of(const file_facts& file) { return file.modified.seconds; }
 
 // Whether a list of tags names the file's. A weak tag is the same for the weak comparison only.
 enum class comparison { strong, weak };
@@ -94,7 +92,12 @@ std::optional<file_reply> range_of(std::string_view text, std::int64_t size) {
 }  // namespace
 
 std::string etag_of(const file_facts& file) {
-    return '"' + hex(file.size) + '-' + hex(file.modified_ns) + '"';
+    const file_time& time = file.modified;
+    return '"' + hex(file.size) + '-' + hex(time.seconds) + '.' + hex(time.nanoseconds) + '"';
+}
+
+std::int64_t last_modified(const file_facts& file, std::int64_t now) {
+    return std::min(seconds_of(file), now);
 }
 
 file_reply reply_to(const file_question& question, const file_facts& file, std::int64_t now) {

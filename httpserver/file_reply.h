@@ -7,21 +7,28 @@
 #include <string>
 #include <string_view>
 
+#include "httpserver/folder_file.h"
+
 namespace pennywort::httpserver {
 
 struct file_facts {
     std::int64_t size = 0;
-    std::int64_t modified_ns = 0;  // since 1970
+    file_time modified;
 };
 
 // A strong one: it differs for any two states of a file that its clock can tell apart.
 std::string etag_of(const file_facts& file);
 
-// The headers that bear on it; a null view for each that is absent.
+// When the file was last written to, in seconds since 1970, but not after `now`: no answer may
+// tell of what is still to come.
+std::int64_t last_modified(const file_facts& file, std::int64_t now);
+
+// The headers that bear on it; nothing for each that is absent. The lists of tags are those of all
+// lines together.
 struct file_question {
-    std::optional<std::string_view> if_match{};
+    std::optional<std::string> if_match{};
     std::optional<std::string_view> if_unmodified_since{};
-    std::optional<std::string_view> if_none_match{};
+    std::optional<std::string> if_none_match{};
     std::optional<std::string_view> if_modified_since{};
     std::optional<std::string_view> range{};
     std::optional<std::string_view> if_range{};

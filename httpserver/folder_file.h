@@ -9,13 +9,26 @@
 
 namespace pennywort::httpserver {
 
+// A moment since 1970, as far as the system knows it. In one number of nanoseconds it would end in
+// 2262, and file systems go on.
+struct file_time {
+    std::int64_t seconds = 0;
+    std::int32_t nanoseconds = 0;
+};
+
+// Why there is no file.
+enum class no_file {
+    is_none,  // not there, a folder, a link, a device
+    is_short  // of descriptors or memory: it may be there
+};
+
 class folder_file {
 public:
     // What the names lead to, one below the other, from `folder`; both in UTF-8. The folder itself
-    // may be a link; what lies below it may not. Null when it is no plain file: not there, a
-    // folder, a link, a device.
+    // may be a link; what lies below it may not. Null with the reason in `why` when it is no
+    // plain file or cannot be opened.
     static std::unique_ptr<folder_file> open(const std::string& folder,
-                                             const std::vector<std::string>& names);
+                                             const std::vector<std::string>& names, no_file& why);
     // Whether the names lead to a plain folder, in the same way.
     static bool is_folder(const std::string& folder, const std::vector<std::string>& names);
 
@@ -25,18 +38,18 @@ public:
 
     // In bytes, when it was opened.
     std::int64_t size() const { return m_size; }
-    // When it was last written to, in nanoseconds since 1970, as far as the system knows.
-    std::int64_t modified_ns() const { return m_modified_ns; }
+    // When it was last written to.
+    const file_time& modified() const { return m_modified; }
     // Returns the number of bytes read: 0 at the end, -1 on failure.
     std::int32_t read_at(std::int64_t offset, char* into, std::int32_t size);
 
 private:
-    folder_file(std::intptr_t handle, std::int64_t size, std::int64_t modified_ns)
-        : m_handle(handle), m_size(size), m_modified_ns(modified_ns) {}
+    folder_file(std::intptr_t handle, std::int64_t size, const file_time& modified)
+        : m_handle(handle), m_size(size), m_modified(modified) {}
 
     std::intptr_t m_handle;
     std::int64_t m_size;
-    std::int64_t m_modified_ns;
+    file_time m_modified;
 };
 
 }  // namespace pennywort::httpserver

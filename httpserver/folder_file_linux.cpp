@@ -56,8 +56,14 @@ descriptor folder_below(const std::string& folder, const std::vector<std::string
     return at;
 }
 
-std::int64_t nanoseconds(const timespec& time) {
-    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+file_time time_of(const timespec& time) {
+    return {time.tv_sec, static_cast<std::int32_t>(time.tv_nsec)};
+}
+
+// After a call that has failed.
+no_file last_reason() {
+    const bool is_short = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
+    return is_short ? no_file::is_short : no_file::is_none;
 }
 
 }  // namespace
@@ -67,17 +73,18 @@ bool folder_file::is_folder(const std::string& folder, const std::vector<std::st
 }
 
 std::unique_ptr<folder_file> folder_file::open(const std::string& folder,
-                                               const std::vector<std::string>& names) {
+                                               const std::vector<std::string>& names,
+                                               no_file& why) {
+    why = no_file::is_none;
     if (names.empty()) return nullptr;
     const descriptor at = folder_below(folder, names, names.size() - 1);
-    if (at.get() < 0) return nullptr;
+    if (at.get() < 0) return why = last_reason(), nullptr;
     descriptor file = open_below(at, names.back(), 0);
+    if (file.get() < 0) return why = last_reason(), nullptr;
     struct stat about {};
-    if (file.get() < 0 || ::fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode)) {
-        return nullptr;
-    }
+    if (::fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode)) return nullptr;
     return std::unique_ptr<folder_file>(
-        new folder_file(file.release(), about.st_size, nanoseconds(about.st_mtim)));
+        new folder_file(file.release(), about.st_size, time_of(about.st_mtim)));
 }
 
 folder_file::~folder_file() { ::close(static_cast<int>(m_handle)); }

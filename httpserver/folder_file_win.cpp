@@ -89,12 +89,26 @@ bool is_plain_file(const owned_handle& file) {
 }
 
 // A file's time counts tenths of a microsecond from 1601 on.
-std::int64_t modified_ns_of(const owned_handle& file) {
-    constexpr std::int64_t k_from_1601_to_1970 = 116'444'736'000'000'000;
+file_time modified_of(const owned_handle& file) {
+    constexpr std::int64_t k_second = 10'000'000;
+    constexpr std::int64_t k_from_1601_to_1970 = 11'644'473'600;  // in seconds
     FILETIME written{};
-    if (::GetFileTime(file.get(), nullptr, nullptr, &written) == 0) return 0;
+    if (::GetFileTime(file.get(), nullptr, nullptr, &written) == 0) return {};
     const std::int64_t time = (std::int64_t{written.dwHighDateTime} << 32) | written.dwLowDateTime;
-    return (time - k_from_1601_to_1970) * 100;
+    return {time / k_second - k_from_1601_to_1970,
+            static_cast<std::int32_t>(time % k_second * 100)};
+}
+
+// After a call that has failed.
+no_file last_reason() {
+    switch (::GetLastError()) {
+        case ERROR_TOO_MANY_OPEN_FILES:
+        case ERROR_NO_SYSTEM_RESOURCES:
+        case ERROR_NOT_ENOUGH_MEMORY:
+            return no_file::is_short;
+        default:
+            return no_file::is_none;
+    }
 }
 
 // Opens the folder and those that the first `count` names lead to, each held by its handle. Fewer
@@ -121,19 +135,22 @@ bool folder_file::is_folder(const std::string& folder, const std::vector<std::st
 }
 
 std::unique_ptr<folder_file> folder_file::open(const std::string& folder,
-                                               const std::vector<std::string>& names) {
+                                               const std::vector<std::string>& names,
+                                               no_file& why) {
+    why = no_file::is_none;
     if (names.empty()) return nullptr;
     std::string path = folder;
     const std::vector<owned_handle> folders = folders_below(path, names, names.size() - 1);
     if (folders.empty()) return nullptr;
     owned_handle file =
         open_path(path + '\\' + names.back(), FILE_FLAG_OPEN_REPARSE_POINT, k_replaceable);
+    if (!file.is_open()) return why = last_reason(), nullptr;
     LARGE_INTEGER size{};
     if (!is_plain_file(file) || !bears_name(file, names.back())) return nullptr;
     if (::GetFileSizeEx(file.get(), &size) == 0) return nullptr;
-    const std::int64_t modified_ns = modified_ns_of(file);
+    const file_time modified = modified_of(file);
     const auto handle = reinterpret_cast<std::intptr_t>(file.release());
-    return std::unique_ptr<folder_file>(new folder_file(handle, size.QuadPart, modified_ns));
+    return std::unique_ptr<folder_file>(new folder_file(handle, size.QuadPart, modified));
 }
 
 folder_file::~folder_file() { ::CloseHandle(reinterpret_cast<HANDLE>(m_handle)); }

@@ -9,6 +9,7 @@
 #include "core/http/http_date.h"
 #include "core/limits.h"
 #include "core/statuses.h"
+#include "core/text/ascii.h"
 #include "httpserver.h"
 #include "httpserver/answer.h"
 #include "httpserver/content_types.h"
@@ -17,6 +18,7 @@
 #include "httpserver/url_path.h"
 
 using pennywort::httpserver::folder_file;
+using pennywort::httpserver::no_file;
 
 namespace {
 
@@ -116,13 +118,28 @@ std::optional<std::string_view> header_of(const cHttpRequest& request, const cha
     return request.Header(name);
 }
 
+// A list may go over several lines; what one of them names counts as much as what the first does.
+std::optional<std::string> list_of(const cHttpRequest& request, std::string_view name) {
+    std::optional<std::string> list;
+    for (std::int32_t i = 0; i < request.HeaderCount(); ++i) {
+        if (!pennywort::text::equal_ignoring_case(request.HeaderName(i), name)) continue;
+        if (!list) {
+            list.emplace();
+        } else {
+            list->append(", ");
+        }
+        list->append(request.HeaderValue(i));
+    }
+    return list;
+}
+
 // A range is for GET alone.
 pennywort::httpserver::file_question question_of(const cHttpRequest& request) {
     const bool is_get = request.MethodName() == "GET";
     const auto range = is_get ? header_of(request, "Range") : std::nullopt;
-    return {header_of(request, "If-Match"),
+    return {list_of(request, "If-Match"),
             header_of(request, "If-Unmodified-Since"),
-            header_of(request, "If-None-Match"),
+            list_of(request, "If-None-Match"),
             header_of(request, "If-Modified-Since"),
             range,
             header_of(request, "If-Range")};
@@ -151,14 +168,15 @@ void redirect(const cHttpRequest& request, cHttpAnswer& answer) {
 void answer_with(std::unique_ptr<folder_file> file, const zString& type,
                  const cHttpRequest& request, cHttpAnswer& answer) {
     using pennywort::http::date_text;
-    const pennywort::httpserver::file_facts facts{file->size(), file->modified_ns()};
-    const auto reply =
-        pennywort::httpserver::reply_to(question_of(request), facts, now_in_seconds());
+    const pennywort::httpserver::file_facts facts{file->size(), file->modified()};
+    const std::int64_t now = now_in_seconds();
+    const auto reply = pennywort::httpserver::reply_to(question_of(request), facts, now);
     const std::string size = std::to_string(facts.size);
     answer.SetStatus(reply.status);
     set_header(answer, "Accept-Ranges", "bytes");
     set_header(answer, "ETag", pennywort::httpserver::etag_of(facts));
-    set_header(answer, "Last-Modified", date_text(facts.modified_ns / 1'000'000'000));
+    set_header(answer, "Last-Modified",
+               date_text(pennywort::httpserver::last_modified(facts, now)));
     if (reply.status == 416) set_header(answer, "Content-Range", "bytes */" + size);
     if (reply.status == 206) {
         set_header(answer, "Content-Range",
@@ -184,7 +202,8 @@ const char* cHttpFolderHandler::ContentTypeOf(const char* extension) {
 std::unique_ptr<cHttpBody> cHttpFolderHandler::open(const zString& path) const {
     const auto names = names_of(m_prefix.View(), path.View());
     if (!names) return nullptr;
-    auto file = folder_file::open(std::string(m_folder.View()), *names);
+    no_file why{};
+    auto file = folder_file::open(std::string(m_folder.View()), *names, why);
     if (file == nullptr) return nullptr;
     auto head = head_of(extension_of(names->back()), file->size());
     return std::make_unique<file_answer>(std::move(head), std::move(file));
@@ -228,7 +247,11 @@ bool cHttpFolderHandler::CanHandleRequest(const cHttpRequest& request) {
     const auto names = names_of(m_prefix.View(), request.Path().View());
     if (!names) return false;
     const std::string folder(m_folder.View());
-    return folder_file::open(folder, *names) != nullptr || folder_file::is_folder(folder, *names);
+    no_file why{};
+    // Where the system is short of something nobody knows, and the next handler would say that the
+    // file does not exist.
+    return folder_file::open(folder, *names, why) != nullptr || why == no_file::is_short ||
+           folder_file::is_folder(folder, *names);
 }
 
 zStatus cHttpFolderHandler::HandleRequest(const cHttpRequest& request, cHttpAnswer& answer) {
@@ -236,10 +259,14 @@ zStatus cHttpFolderHandler::HandleRequest(const cHttpRequest& request, cHttpAnsw
     const auto names = names_of(m_prefix.View(), request.Path().View());
     if (!names) return pennywort::k_failed;
     const std::string folder(m_folder.View());
-    auto file = folder_file::open(folder, *names);
+    no_file why{};
+    auto file = folder_file::open(folder, *names, why);
     if (file != nullptr) {
         const zString type(ContentTypeOf(extension_of(names->back()).CString()));
         answer_with(std::move(file), type, request, answer);
+    } else if (why == no_file::is_short) {
+        answer.SetStatus(503);
+        answer.SetText("text/html", pennywort::httpserver::status_page(503));
     } else if (folder_file::is_folder(folder, *names)) {
         redirect(request, answer);
     } else {

@@ -24,9 +24,8 @@ void PrintTo(const answer_case& one, std::ostream* out) { *out << one.name; }
 
 std::string answer_of(std::string_view type, std::size_t length, std::size_t sent) {
     std::string answer;
-    pennywort::httpserver::append_head(answer, 200,
-                                       pennywort::httpserver::after_answer::keep_alive, type,
-                                       static_cast<std::int64_t>(length));
+    pennywort::httpserver::append_head(answer, 200, pennywort::httpserver::after_answer::keep_alive,
+                                       type, static_cast<std::int64_t>(length));
     return answer.append(sent, 'b');
 }
 
@@ -86,6 +85,6 @@ TEST_P(PlainAnswerTest, MayBeAskedForAtEachByte) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, PlainAnswerTest, testing::ValuesIn(cases()),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace pennywort::httpserver {
 namespace {
 
 constexpr std::int64_t k_now = 1'700'000'000;
-constexpr file_facts k_file{100, 784'111'777'500'000'000};  // Sun, 06 Nov 1994 08:49:37 GMT
+constexpr file_facts k_file{100, {784'111'777, 500'000'000}};  // Sun, 06 Nov 1994 08:49:37 GMT
 constexpr const char* k_date = "Sun, 06 Nov 1994 08:49:37 GMT";
 constexpr const char* k_before = "Sun, 06 Nov 1994 08:49:36 GMT";
 
@@ -82,15 +82,16 @@ INSTANTIATE_TEST_SUITE_P(All, FileReplyTest, testing::ValuesIn(k_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(FileReply, AnEmptyFileHasNoRange) {
-    EXPECT_EQ(reply_to(range("bytes=0-"), {0, 0}, k_now).status, 416);
-    EXPECT_EQ(reply_to(range("bytes=-5"), {0, 0}, k_now).status, 416);
-    EXPECT_EQ(reply_to({}, {0, 0}, k_now).status, 200);
+    EXPECT_EQ(reply_to(range("bytes=0-"), {0, {}}, k_now).status, 416);
+    EXPECT_EQ(reply_to(range("bytes=-5"), {0, {}}, k_now).status, 416);
+    EXPECT_EQ(reply_to({}, {0, {}}, k_now).status, 200);
 }
 
 TEST(FileReply, ATagDiffersWithSizeAndTime) {
-    EXPECT_NE(etag_of({1, 5}), etag_of({2, 5}));
-    EXPECT_NE(etag_of({1, 5}), etag_of({1, 6}));
-    EXPECT_EQ(etag_of({255, 16}), "\"ff-10\"");
+    EXPECT_NE(etag_of({1, {5, 0}}), etag_of({2, {5, 0}}));
+    EXPECT_NE(etag_of({1, {5, 0}}), etag_of({1, {6, 0}}));
+    EXPECT_NE(etag_of({1, {5, 0}}), etag_of({1, {5, 1}}));
+    EXPECT_EQ(etag_of({255, {16, 10}}), "\"ff-10.a\"");
 }
 
 }  // namespace

@@ -351,12 +351,14 @@ void zRecord::variable_changing(std::uint64_t, bool, bool) {}
 bool zRecord::set(const record_key& key, record_value value) {
     auto& variables = m_state->variables;
     const std::uint64_t id = record_key::id_of(key.view());
-    const bool exists = variables.find(key.view()) != nullptr;
+    const auto place = variables.place_of(key.view());
+    const bool exists = place.is_there();
     // All memory is taken first: a derived class must not hear of a change that then fails.
     record_variable made{std::string(key.view()), std::move(value)};
     if (!exists) variables.reserve(variables.size() + 1);
     variable_changing(id, exists, false);
-    variables.set(std::move(made));
+    // The derived class may have changed the record itself.
+    variables.set_at(place, std::move(made));
     return true;
 }
 

@@ -69,6 +69,15 @@ void record_variables::reserve(std::size_t count) {
 
 void record_variables::set(record_variable variable) {
     const std::size_t at = position(variable.key);
+    put(at, std::move(variable));
+}
+
+void record_variables::set_at(const place& known, record_variable variable) {
+    const std::size_t at = known.changes == m_changes ? known.at : position(variable.key);
+    put(at, std::move(variable));
+}
+
+void record_variables::put(std::size_t at, record_variable variable) {
     if (at != k_none) {
         m_variables[at].value = std::move(variable.value);
         return;
@@ -78,12 +87,14 @@ void record_variables::set(record_variable variable) {
 
 void record_variables::append(record_variable variable) {
     m_variables.push_back(std::move(variable));
+    ++m_changes;
     index_last();
 }
 
 void record_variables::remove(std::string_view key) {
     const std::size_t gone = position(key);
     if (gone == k_none) return;
+    ++m_changes;
     if (m_variables.size() <= k_indexed_from) m_index.clear();
     if (const auto found = m_index.find(key); found != m_index.end()) m_index.erase(found);
     for (auto& [name, at] : m_index) {
@@ -93,11 +104,14 @@ void record_variables::remove(std::string_view key) {
 }
 
 void record_variables::clear() {
+    ++m_changes;
     m_variables.clear();
     m_index.clear();
 }
 
 void record_variables::swap(record_variables& other) noexcept {
+    ++m_changes;
+    ++other.m_changes;
     m_variables.swap(other.m_variables);
     m_index.swap(other.m_index);
 }

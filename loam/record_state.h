@@ -59,6 +59,15 @@ public:
     void set(record_variable variable);
     // The same for a key that is known not to be there.
     void append(record_variable variable);
+    // Where a key stands, or that it is absent, for as long as nothing is added or removed.
+    struct place {
+        std::size_t at;
+        std::uint64_t changes;
+        bool is_there() const { return at != k_none; }
+    };
+    place place_of(std::string_view key) const { return {position(key), m_changes}; }
+    // As set(), without another look for the key if `known` still holds.
+    void set_at(const place& known, record_variable variable);
     void remove(std::string_view key);
     void clear();
     void swap(record_variables& other) noexcept;
@@ -80,10 +89,12 @@ private:
     using positions = std::unordered_map<std::string, std::size_t, key_hash, std::equal_to<>>;
 
     std::size_t position(std::string_view key) const;
+    void put(std::size_t at, record_variable variable);
     void index_last();
     positions made_index() const;
 
     std::vector<record_variable> m_variables;
+    std::uint64_t m_changes = 0;
     // Empty up to a dozen variables, since a look through so few costs less than a hash; and where
     // there was no memory for it.
     positions m_index;

@@ -7,6 +7,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -273,6 +274,32 @@ TEST(Record, ADerivedClassHearsOfEachChangeBeforeIt) {
     const std::vector<watching_record::change> want = {
         {k_what, false, false}, {k_what, true, false}, {0, false, false}, {k_what, true, true}};
     EXPECT_EQ(record.changes, want);
+}
+
+// It may change the record itself, so that the place which was found before is another one by then.
+TEST(Record, ADerivedClassMayChangeTheRecordWhileItHears) {
+    class meddling_record : public zRecord {
+    public:
+        bool is_quiet = false;
+
+    protected:
+        void variable_changing(std::uint64_t, bool, bool) override {
+            if (std::exchange(is_quiet, true)) return;
+            Remove("first");
+            SetInt32("third", 33, 0);
+            is_quiet = false;
+        }
+    };
+    meddling_record record;
+    record.is_quiet = true;
+    record.SetInt32("first", 1, 0);
+    record.SetInt32("second", 2, 0);
+    record.is_quiet = false;
+    record.SetInt32("second", 22, 0);
+    record.SetInt32("third", 3, 0);
+    EXPECT_EQ(record.VariableCount(), 2u);
+    EXPECT_EQ(record.AsInt32("second", 0), 22);
+    EXPECT_EQ(record.AsInt32("third", 0), 3);
 }
 
 }  // namespace

@@ -139,7 +139,7 @@ arrival wait_for_arrival(int socket, int timeout_ms) {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(handle, &readable);
-    const timeval time{timeout_ms / 1000, timeout_ms % 1000 * 1000};
+    timeval time{timeout_ms / 1000, timeout_ms % 1000 * 1000};
     const int ready = select(0, &readable, nullptr, nullptr, &time);
     if (ready > 0) return arrival::there;
     return ready == 0 ? arrival::timed_out : arrival::failed;

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "loam/ascii.h"
 #include "loam/out_of_memory.h"
 #include "loam/record_state.h"
 #include "loam/utf.h"
@@ -189,8 +190,17 @@ zStatus status_of(XML_Parser parser, std::string_view document) {
 
 struct parsing {
     XML_Parser parser;
+    std::string_view document;
     tree_builder builder;
 };
+
+// A mark and a declaration that say different things; expat believes the declaration.
+void on_declaration(void* user, const char*, const char* encoding, int) {
+    auto& one = *static_cast<parsing*>(user);
+    if (encoding == nullptr || !one.document.starts_with("\xEF\xBB\xBF")) return;
+    const bool is_same = loam::equal_ignoring_case(encoding, "UTF-8");
+    one.builder.guarded(one.parser, [&] { return is_same ? 0 : zXML::k_encoding; });
+}
 
 void on_start(void* user, const char* name, const char** attributes) {
     auto& one = *static_cast<parsing*>(user);
@@ -223,10 +233,11 @@ void on_doctype(void* user, const char*, const char*, const char*, int) {
 zStatus loam::parse_xml(zRecord& out, std::string_view document, const xml_limits& limits) {
     const parser_owner parser(XML_ParserCreate_MM(nullptr, &xml_memory(), nullptr));
     if (parser == nullptr) return -1;
-    parsing one{parser.get(), tree_builder(out, limits)};
+    parsing one{parser.get(), document, tree_builder(out, limits)};
     XML_SetUserData(parser.get(), &one);
     XML_SetElementHandler(parser.get(), on_start, on_end);
     XML_SetCharacterDataHandler(parser.get(), on_text);
+    XML_SetXmlDeclHandler(parser.get(), on_declaration);
     XML_SetStartDoctypeDeclHandler(parser.get(), on_doctype);
     const XML_Status result =
         XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE);

@@ -55,6 +55,8 @@ const fault_case k_cases[] = {
     {"EntityInAttribute", "<a b='&nbsp;'/>", zXML::k_entity},
     {"UnknownEncoding", "<?xml version='1.0' encoding='x-none'?><a/>", zXML::k_encoding},
     {"Utf16ThatIsNot", "<?xml version='1.0' encoding='UTF-16'?><a/>", zXML::k_encoding},
+    {"MarkAndAnotherEncoding", "\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><a/>",
+     zXML::k_encoding},
     {"InvalidUtf8", "<a>\xFF</a>", zXML::k_encoding},
     {"Overlong", "<a>\xC0\xAF</a>", zXML::k_encoding},
     {"SurrogateInUtf8", "<a>\xED\xA0\x80</a>", zXML::k_encoding},

@@ -31,7 +31,7 @@ std::string_view scheme_of(std::string_view text) {
 
 // "clip:2.html" may be a file, "https://..." and "data:..." are not.
 bool is_url(std::string_view text) {
-    const auto scheme = scheme_of(text);
+    const std::string scheme = text::lower(scheme_of(text));
     if (scheme.empty()) return false;
     return text.substr(scheme.size()).substr(0, 3) == "://" || scheme == "data" ||
            scheme == "about";

@@ -421,7 +421,7 @@ TEST(LoopMemory, WhatIsRefusedIsNeverCalled) {
             calls = 0;
             status = 1;
         },
-        [&] { status = loop->Post([&calls, &loop, &status] { ++calls; }); },
+        [&] { status = loop->Post([&calls] { ++calls; }); },
         [&](bool has_thrown) {
             run_what_is_ready();
             EXPECT_EQ(calls, has_thrown || status != 0 ? 0 : 1);

@@ -25,6 +25,7 @@ struct service_key {
     std::string name;
     std::string type;
     std::string domain;
+    // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 sees a comparison with 0 in it.
     auto operator<=>(const service_key&) const = default;
 };
 

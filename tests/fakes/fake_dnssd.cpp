@@ -18,7 +18,6 @@ namespace fake_dnssd {
 namespace {
 
 constexpr int k_not_running = -65563;
-constexpr int k_bad_parameter = -65540;
 constexpr int k_invalid = -65549;
 
 template <typename T>

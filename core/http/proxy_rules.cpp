@@ -48,9 +48,8 @@ address groups_of(std::string_view text) {
     while (!text.empty()) {
         const std::string_view group = cut(text, ':');
         if (const auto dotted = ipv4_of(group)) {
-            for (std::size_t i = 0; i < k_ipv4_bytes; ++i) {
-                found.bytes[found.size++] = dotted->bytes[i];
-            }
+            std::copy_n(dotted->bytes.begin(), k_ipv4_bytes, found.bytes.begin() + found.size);
+            found.size += k_ipv4_bytes;
         } else {
             const auto number = text::whole<std::uint16_t>(group, 16).value_or(0);
             found.bytes[found.size++] = static_cast<std::uint8_t>(number >> 8);

@@ -131,6 +131,9 @@ inline constexpr double k_max_render_seconds = 1'000'000;
 inline constexpr double k_max_timeout_seconds = 3600;
 inline constexpr std::size_t k_max_text_file_bytes = std::size_t(16) << 20;
 
+// Bytes of one entry in a transcript.
+inline constexpr std::int32_t k_max_logged_bytes = 1 << 20;
+
 // --- Host program: pages, encoders and disks that do not keep up
 
 // How long a page may leave a question unanswered.

@@ -93,7 +93,8 @@ std::string request_target::origin() const {
     const bool is_literal = host.find(':') != std::string::npos;
     std::string text = is_secure ? "https://" : "http://";
     text += is_literal ? "[" + host + "]" : host;
-    return text + ":" + std::to_string(port);
+    const bool is_usual = port == http::default_port(is_secure ? "https" : "http");
+    return is_usual ? text : text + ":" + std::to_string(port);
 }
 
 bool is_host(std::string_view host) {

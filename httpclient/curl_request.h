@@ -18,7 +18,7 @@ struct request_target {
     std::int32_t port = 0;
     bool is_secure = false;
 
-    // "https://host:port"
+    // "https://host:port", without a port that is the scheme's own.
     std::string origin() const;
     std::string url() const { return origin() + object; }
 };

@@ -290,7 +290,7 @@ void curl_transfer::resume() {
 
 // Only a redirect has a next request that could send them.
 void curl_transfer::keep_cookies() {
-    if (m_mode != body_mode::dropped) return;
+    if (m_mode == body_mode::kept) return;
     curl_slist* list = nullptr;
     if (::curl_easy_getinfo(m_line->easy.get(), CURLINFO_COOKIELIST, &list) != CURLE_OK) return;
     const std::unique_ptr<curl_slist, decltype(&::curl_slist_free_all)> owner(

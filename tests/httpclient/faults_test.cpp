@@ -3,9 +3,11 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "tests/httpclient/scripted_peer.h"
 #include "tests/httpclient/session_fixture.h"
+#include "tests/httpserver/descriptors.h"
 #include "tests/support/eventually.h"
 
 namespace {
@@ -187,10 +189,68 @@ TEST_F(FaultsTest, APeerThatAnswersBeforeTheWholeBodyIsHeard) {
     EXPECT_EQ(status(), -29413);
 }
 
+TEST_F(FaultsTest, ResponsesThatOnlySayThatOneWillComeAreBounded) {
+    std::string many;
+    for (int i = 0; i < 100; ++i) many += "HTTP/1.1 100 Continue\r\n\r\n";
+    const scripted_peer peer(answering(many + answer_with("x")));
+    EXPECT_EQ(get(peer.url()), cHttpSession::k_receive_failed);
+}
+
+TEST_F(FaultsTest, AHeaderThatLooksLikeAStatusLineIsNone) {
+    const scripted_peer peer(
+        answering("HTTP/1.1 404 Not Found\r\nHTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"));
+    get(peer.url());
+    EXPECT_NE(status(), 0);
+}
+
 TEST_F(FaultsTest, ASessionMayEndOnAnotherThread) {
     const scripted_peer peer(answering(answer_with("x")));
     EXPECT_EQ(get(peer.url()), 0);
     std::thread([session = std::move(m_session)]() mutable { session.reset(); }).join();
+}
+
+// As many as a host may well have at once, each with connections and handles of its own.
+TEST_F(FaultsTest, AThousandSessionsLeaveNothing) {
+    const scripted_peer peer([](peer_connection& connection) {
+        while (!connection.receive_head().empty()) connection.send(answer_with("x"));
+    });
+    EXPECT_EQ(get(peer.url()), 0);
+    const std::size_t before = open_descriptors();
+    for (int i = 0; i < 1000; ++i) {
+        m_session = cHttpSession::Factory();
+        ASSERT_EQ(get(peer.url()), 0);
+        ASSERT_EQ(body(), "x");
+    }
+    m_session = cHttpSession::Factory();
+    // What one thread has kept for the next request, on both sides.
+    EXPECT_LE(open_descriptors(), before + 4);
+}
+
+TEST_F(FaultsTest, SessionsOnSeveralThreadsDoNotDisturbEachOther) {
+    const scripted_peer peer([](peer_connection& connection) {
+        for (std::string head = connection.receive_head(); !head.empty();
+             head = connection.receive_head()) {
+            connection.send(answer_with(head.substr(0, head.find(" HTTP"))));
+        }
+    });
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 16; ++i) {
+        threads.emplace_back([&right, i, url = peer.url("/" + std::to_string(i))] {
+            const auto session = cHttpSession::Factory();
+            const std::string want = "GET /" + std::to_string(i);
+            for (int round = 0; round < 20; ++round) {
+                zBuffer sink(0, 0);
+                session->Configure(cHttpSession::k_get, url.c_str(), 30);
+                if (session->Request_Begin(&sink, nullptr, nullptr, 0) != 0) continue;
+                session->Request_BlockForResponse();
+                right += std::string(sink.Data(), sink.Length()) == want;
+            }
+        });
+    }
+    for (std::thread& each : threads) each.join();
+    EXPECT_EQ(right, 16 * 20);
+    EXPECT_LE(peer.connections(), 16 * 20);
 }
 
 TEST_F(FaultsTest, ABoundedWaitReturns) {

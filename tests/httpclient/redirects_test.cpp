@@ -58,6 +58,35 @@ TEST_F(RedirectsTest, LeadToAnotherHostWithoutTheSecretsOfTheFirst) {
     EXPECT_NE(seen.find("X-Public: yes"), std::string::npos);
 }
 
+TEST_F(RedirectsTest, BringTheCookiesThatTheySetAndNoRequestBringsThoseOfAnother) {
+    std::mutex mutex;
+    std::string seen;
+    const scripted_peer peer([&](peer_connection& connection) {
+        for (std::string head = connection.receive_head(); !head.empty();
+             head = connection.receive_head()) {
+            if (path_of(head) == "/") {
+                connection.send(
+                    "HTTP/1.1 302 Found\r\nLocation: /next\r\nSet-Cookie: a=1\r\n"
+                    "Set-Cookie: b=2; Path=/other\r\nContent-Length: 0\r\n\r\n");
+                continue;
+            }
+            {
+                const std::lock_guard lock(mutex);
+                seen = head;
+            }
+            connection.send(answer_with("end", "Set-Cookie: c=3\r\n"));
+        }
+    });
+    EXPECT_EQ(get(peer.url()), 0);
+    {
+        const std::lock_guard lock(mutex);
+        EXPECT_NE(seen.find("\r\nCookie: a=1\r\n"), std::string::npos) << seen;
+    }
+    EXPECT_EQ(get(peer.url("/alone")), 0);
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(seen.find("Cookie:"), std::string::npos) << seen;
+}
+
 TEST_F(RedirectsTest, MakeAGetOfAPostButWhereTheStatusKeepsIt) {
     for (const auto& [code, want] : {std::pair{301, "GET 0"},
                                      {302, "GET 0"},

@@ -1,0 +1,153 @@
+// host/fetch/fetch_command.cpp - see the header for the contract.
+#include "host/fetch/fetch_command.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <fstream>
+#include <iterator>
+
+#include "core/limits.h"
+#include "core/text/ascii.h"
+#include "core/text/numbers.h"
+#include "host/fetch/fetch.h"
+#include "host/system/file_path.h"
+#include "httpclient.h"
+
+namespace pennywort::host {
+
+namespace {
+
+struct verb_name {
+    const char* name;
+    std::uint32_t verb;
+};
+
+constexpr verb_name k_verbs[] = {{"GET", cHttpSession::k_get},
+                                 {"POST", cHttpSession::k_post},
+                                 {"PUT", cHttpSession::k_put},
+                                 {"PATCH", cHttpSession::k_patch},
+                                 {"DELETE", cHttpSession::k_delete}};
+
+// 0 would mean to wait for ever.
+constexpr double k_shortest_wait = 0.001;
+
+std::string why_not(long result) {
+    switch (result) {
+        case cHttpSession::k_url_too_short:
+        case cHttpSession::k_no_scheme:
+            return "is no URL: it begins with http:// or https://";
+        case cHttpSession::k_unknown_scheme:
+            return "is neither http nor https";
+        default:
+            return {};
+    }
+}
+
+}  // namespace
+
+const char* fetch_command::footer() const {
+    return R"(Examples:
+  pennywort fetch https://example.com -o page.html
+  pennywort fetch http://localhost:8080/api -d '{"on":true}' -H 'Content-Type: application/json'
+  pennywort fetch http://localhost:8080/api -X PUT -d @body.bin --log wire.txt
+Exit status: 0 done, 1 failed here, 2 wrong arguments, 3 no connection, 4 no response in time,
+5 no whole response, 6 the server refused (a status outside 200 to 299; its body is written),
+130 or 143 interrupted.)";
+}
+
+void fetch_command::add_options(CLI::App& parser) {
+    parser.add_option("url", m_options.url, "What to fetch")->required();
+    parser.add_option("-X,--request", m_verb, "GET, POST, PUT, PATCH or DELETE")->type_name("VERB");
+    parser.add_option("-H,--header", m_headers, "A header, \"Name: value\"; may be repeated")
+        ->type_name("HEADER")
+        ->allow_extra_args(false);
+    parser.add_option("-d,--data", m_data, "The body, or @FILE; makes it a POST")
+        ->type_name("DATA")
+        ->expected(1);
+    parser
+        .add_option("-o,--output", m_options.output,
+                    "Where the body goes; standard output without it")
+        ->type_name("FILE");
+    parser.add_option("--log", m_options.log, "Write a transcript of what went over the wire")
+        ->type_name("FILE");
+    parser.add_option("--timeout", m_timeout, "Longest wait, in seconds")
+        ->type_name("S")
+        ->capture_default_str();
+    parser
+        .add_option("--cacert", m_options.ca_file,
+                    "Trust these certificates instead of the system's")
+        ->type_name("FILE");
+    parser.add_flag("--verbose", m_is_verbose, "Also print traces");
+}
+
+std::string fetch_command::take_arguments() {
+    if (const std::string wrong = why_not(cHttpSession::ValidateURL(m_options.url));
+        !wrong.empty()) {
+        return m_options.url + " " + wrong;
+    }
+    for (const auto take : {&fetch_command::take_body, &fetch_command::take_verb,
+                            &fetch_command::take_headers, &fetch_command::take_timeout}) {
+        std::string wrong = (this->*take)();
+        if (!wrong.empty()) return wrong;
+    }
+    return {};
+}
+
+std::string fetch_command::take_verb() {
+    m_options.verb = m_options.has_body ? cHttpSession::k_post : cHttpSession::k_get;
+    if (m_verb.empty()) return {};
+    for (const auto& [name, verb] : k_verbs) {
+        if (m_verb != name) continue;
+        m_options.verb = verb;
+        return {};
+    }
+    return "-X " + m_verb + " is not GET, POST, PUT, PATCH or DELETE";
+}
+
+std::string fetch_command::take_headers() {
+    for (const std::string& header : m_headers) {
+        const std::size_t colon = header.find(':');
+        if (colon == std::string::npos) return "-H " + header + " has no colon";
+        const std::string name(text::trimmed(header.substr(0, colon)));
+        const std::string value(text::trimmed(std::string_view(header).substr(colon + 1)));
+        if (!cHttpSession::HeaderNameIsValid(name)) return "-H " + header + " has no valid name";
+        if (value.find_first_of("\r\n") != std::string::npos) {
+            return "-H " + name + " has a line end in its value";
+        }
+        m_options.headers.emplace_back(name, value);
+    }
+    return {};
+}
+
+std::string fetch_command::take_body() {
+    m_options.has_body = !m_data.empty();
+    if (m_data.empty()) return {};
+    const std::string& data = m_data.front();
+    if (data.empty() || data.front() != '@') {
+        m_options.body = data;
+        return {};
+    }
+    std::ifstream file(file_path(data.substr(1)), std::ios::binary);
+    if (!file) return "-d " + data + ": the file cannot be read";
+    m_options.body.assign(std::istreambuf_iterator<char>(file), {});
+    if (file.bad()) return "-d " + data + ": the file cannot be read";
+    if (m_options.body.size() > UINT32_MAX) return "-d " + data + ": longer than 4 GB";
+    return {};
+}
+
+std::string fetch_command::take_timeout() {
+    const auto seconds = text::decimal_between(m_timeout, 0, k_max_timeout_seconds);
+    if (!seconds || *seconds < k_shortest_wait) {
+        return "--timeout " + m_timeout + " is not a time from 0.001 to " +
+               std::to_string(static_cast<int>(k_max_timeout_seconds)) + " seconds";
+    }
+    m_options.timeout = *seconds;
+    return {};
+}
+
+int fetch_command::run(const console& out) { return fetch(m_options, out); }
+
+std::unique_ptr<command> make_fetch_command() { return std::make_unique<fetch_command>(); }
+
+}  // namespace pennywort::host

@@ -1,0 +1,41 @@
+// host/fetch/fetch_command.h - the command "fetch": its options and what they mean.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/app/command.h"
+#include "host/fetch/fetch_options.h"
+
+namespace pennywort::host {
+
+class fetch_command : public command {
+public:
+    const char* name() const override { return "fetch"; }
+    const char* summary() const override { return "Make an HTTP request"; }
+    const char* footer() const override;
+    void add_options(CLI::App& parser) override;
+    std::string take_arguments() override;
+    bool is_verbose() const override { return m_is_verbose; }
+    int run(const console& out) override;
+
+    const fetch_options& options() const { return m_options; }
+
+private:
+    std::string take_verb();
+    std::string take_headers();
+    std::string take_body();
+    std::string take_timeout();
+
+    std::string m_verb;
+    std::vector<std::string> m_headers;
+    std::vector<std::string> m_data;
+    std::string m_timeout = "30";
+    bool m_is_verbose = false;
+    fetch_options m_options;
+};
+
+std::unique_ptr<command> make_fetch_command();
+
+}  // namespace pennywort::host

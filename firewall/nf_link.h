@@ -12,6 +12,8 @@ namespace pennywort::firewall {
 class nf_link {
 public:
     static outcome<std::unique_ptr<nf_link>> open();
+    // Over a socket that is open already, and closed with the link; also where this throws.
+    static std::unique_ptr<nf_link> over(int socket);
     virtual ~nf_link() = default;
 
     // All messages that come as the answer to a request, one behind the other.

@@ -138,14 +138,16 @@ outcome<std::unique_ptr<nf_link>> nf_link::open() {
         ::close(socket);
         return call_failure("setsockopt", error);
     }
-    std::unique_ptr<nf_link> link;
+    return over(socket);
+}
+
+std::unique_ptr<nf_link> nf_link::over(int socket) {
     try {
-        link = std::make_unique<netlink>(socket);
+        return std::make_unique<netlink>(socket);
     } catch (...) {
         ::close(socket);
         throw;
     }
-    return link;
 }
 
 }  // namespace pennywort::firewall

@@ -114,7 +114,7 @@ std::int32_t cMultipartRecord::AddSection(std::int32_t dataSize, const char* con
     section->SetInt32(k_data_size, dataSize, 0);
     if (contentType != nullptr) section->SetCString(k_content_type, contentType, 0);
     if (m_record->AddChild(section.get(), zRecord::k_at_end) != k_ok) return k_failed;
-    section.release();
+    static_cast<void>(section.release());  // the record owns it now
     return SectionCount() - 1;
 }
 

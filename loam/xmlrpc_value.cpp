@@ -132,7 +132,8 @@ Type zXMLRPC::Value::GetType() const {
     const Type type = type_named(element_name(*inner));
     const bool has_elements = type == Type::array || type == Type::structure;
     if (!has_elements && inner->ChildCount() > 0) return Type::unknown;
-    if (has_elements && inner->Has(zXML::k_text)) return Type::unknown;
+    // An empty structure may still hold the white space of its writer's layout.
+    if (has_elements && !loam::trimmed(element_text(*inner)).empty()) return Type::unknown;
     if (type == Type::array && child_element(inner, "data") == nullptr) return Type::unknown;
     return type;
 }

@@ -161,6 +161,8 @@ const value_case k_cases[] = {
     {"Array", "<array>\n<data>\n<value>1</value> <value/>\n</data>\n</array>", "array 2"},
     {"ArrayWithoutData", "<array/>", "unknown"},
     {"EmptyStruct", "<struct/>", "struct 0"},
+    {"EmptyStructInLines", "<struct>\n</struct>", "struct 0"},
+    {"EmptyArrayInLines", "<array>\n<data>\n</data>\n</array>", "array 0"},
     {"Struct", "<struct><member><name>a</name><value>1</value></member></struct>", "struct 1"},
     {"OtherType", "<float>1</float>", "unknown"},
     {"TwoTypes", "<int>1</int><int>2</int>", "unknown"},

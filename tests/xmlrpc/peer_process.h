@@ -2,8 +2,6 @@
 // peer_process_linux.cpp.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
@@ -20,7 +18,7 @@ public:
     std::string line();
 
 private:
-    pid_t m_process = -1;
+    int m_process = -1;
     int m_input = -1;
     int m_output = -1;
 };

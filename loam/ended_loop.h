@@ -1,11 +1,12 @@
-// loam/ended_loop.h - the loop of a thread whose own is gone.
+// loam/ended_loop.h - the loop of a thread whose own is gone, or cannot be made.
 #pragma once
 
 #include "loam/loop_state.h"
 
 namespace loam {
 
-// What a thread has in the last moments of its life, when its own loop is gone.
+// What a thread has in the last moments of its life, when its own loop is gone; and for the moment
+// where the system has nothing left to make one of.
 class ended_loop final : public loop_state {
 public:
     static std::shared_ptr<zMessageLoop> make_handle() {

@@ -16,7 +16,8 @@ class loop_state {
 public:
     virtual ~loop_state() = default;
 
-    // The calling thread's loop, made with its first use. Never null.
+    // The calling thread's loop, made with its first use. Never null: where it cannot be made, or
+    // the thread's own has gone, one that takes nothing and ends at once.
     static std::shared_ptr<zMessageLoop> current();
 
     // What is behind a handle.

@@ -5,7 +5,9 @@
 // source of its own that way.
 #include <glib.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -161,6 +163,21 @@ private:
     std::atomic<bool> m_is_quit_asked{false};
 };
 
+// A context needs a descriptor to be woken by, and GLib ends the process where there is none.
+bool is_descriptor_left() {
+    const int descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (descriptor >= 0) ::close(descriptor);
+    return descriptor >= 0;
+}
+
+// The one of the process, which GLib makes when it is asked for first. Null where it cannot.
+GMainContext* shared_context() {
+    static std::atomic<bool> s_is_made{false};
+    if (!s_is_made && !is_descriptor_left()) return nullptr;
+    s_is_made = true;
+    return g_main_context_default();
+}
+
 // Has no destructor, unlike the loops, so that it can be asked after they have gone.
 thread_local bool t_has_thread_ended = false;
 
@@ -181,6 +198,7 @@ public:
 
     std::shared_ptr<zMessageLoop> current() {
         GMainContext* context = context_of_thread();
+        if (context == nullptr) return ended_loop::make_handle();
         for (const entry& one : m_entries) {
             if (one.loop->context() == context) return one.handle;
         }
@@ -196,10 +214,13 @@ private:
         std::shared_ptr<zMessageLoop> handle;
     };
 
+    // Null where the system has no descriptor left for one.
     GMainContext* context_of_thread() {
         if (GMainContext* pushed = g_main_context_get_thread_default()) return pushed;
-        GMainContext* const shared = g_main_context_default();
+        GMainContext* const shared = shared_context();
+        if (shared == nullptr) return nullptr;
         if (is_main_thread() || g_main_context_is_owner(shared)) return shared;
+        if (m_own_context == nullptr && !is_descriptor_left()) return nullptr;
         if (m_own_context == nullptr) m_own_context = g_main_context_new();
         g_main_context_push_thread_default(m_own_context);
         return m_own_context;

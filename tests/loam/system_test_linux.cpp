@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <future>
@@ -32,6 +33,44 @@ TEST(FullDisk, IsAFailureThatSaysHowMuchWentOut) {
     EXPECT_EQ(written, 0u);
     EXPECT_TRUE(file.IsOpen()) << "a failure leaves the object usable";
 }
+
+// While it lives, the system has no descriptor for this process.
+class no_descriptors {
+public:
+    no_descriptors() {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit now = m_before;
+        now.rlim_cur = 0;
+        setrlimit(RLIMIT_NOFILE, &now);
+    }
+    ~no_descriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+    no_descriptors(const no_descriptors&) = delete;
+    no_descriptors& operator=(const no_descriptors&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
+// The library below would end the process.
+void use_loop_without_descriptors() {
+    {
+        const no_descriptors none;
+        const auto loop = zMessageLoop::Current();
+        EXPECT_EQ(loop->Post([] {}), -1);
+        EXPECT_FALSE(zMessageLoop::RunOnce(0));
+    }
+    bool has_run = false;
+    EXPECT_EQ(zMessageLoop::Current()->Post([&] { has_run = true; }), 0);
+    zMessageLoop::RunOnce(0);
+    EXPECT_TRUE(has_run) << "the next use has made the loop";
+}
+
+TEST(NoDescriptors, AThreadsFirstLoopTakesNothing) {
+    zMessageLoop::Current();
+    std::thread(use_loop_without_descriptors).join();
+}
+
+TEST(NoDescriptors, TheFirstLoopOfTheProcessTakesNothing) { use_loop_without_descriptors(); }
 
 TEST(ThreadName, IsCutToWhatTheSystemShows) {
     named_body body;

@@ -29,7 +29,8 @@ public:
     // Waits at most so long for something to do, does what is ready and returns. Whether anything
     // was. 0 does not wait.
     static bool RunOnce(std::uint32_t microseconds);
-    // The calling thread's loop; never null. The handle may outlive the thread.
+    // The calling thread's loop; never null. The handle may outlive the thread. Where the system
+    // has no descriptor left for one, that of a thread that has ended; the next call tries again.
     static std::shared_ptr<zMessageLoop> Current();
 
     zMessageLoop(const zMessageLoop&) = delete;

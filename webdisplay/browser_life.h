@@ -4,8 +4,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
+#include "loam/ready_mutex.h"
 #include "loam/signal.h"
 
 namespace pennywort::webdisplay {
@@ -56,7 +56,7 @@ public:
     bool wait(std::uint32_t microseconds);
 
 private:
-    mutable std::mutex m_lock;
+    mutable loam::ready_mutex m_lock;
     browser_life m_life;
     const std::shared_ptr<zSignal> m_ended;
 };

@@ -4,8 +4,8 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
+#include "loam/ready_mutex.h"
 #include "webdisplay/page_loads.h"
 #include "webdisplay/tick_ledger.h"
 
@@ -15,9 +15,9 @@ struct display_state {
     explicit display_state(load_policy policy) : loads(policy) {}
 
     // Hosts do call LoadUrl and GetUrlForLastPageLoaded from threads of their own.
-    std::mutex url_lock;
-    std::mutex size_lock;
-    std::mutex loads_lock;
+    loam::ready_mutex url_lock;
+    loam::ready_mutex size_lock;
+    loam::ready_mutex loads_lock;
     page_loads loads;
     tick_ledger ticks;
     bool is_on_host_clock = false;

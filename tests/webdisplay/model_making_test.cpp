@@ -1,8 +1,4 @@
-// model_memory_test_linux.cpp - a display is made with each allocation failing, and nothing stays.
-//
-// Linux only as yet: on Windows such a round leaves 672 bytes behind, each time it is run. Where
-// they come from has not been found; the mutexes of the C++ library are suspected, which give
-// nothing back there.
+// model_making_test.cpp - a display is made with each allocation failing, and nothing stays.
 #include <gtest/gtest.h>
 
 #include <cstddef>

@@ -29,14 +29,6 @@ constexpr cef_color_t k_windowed_background = 0xCC27282B;
 constexpr cef_color_t k_transparent = 0x00000000;
 constexpr cef_color_t k_opaque_black = 0xFF000000;
 
-// For the page's process; empty where its calls are not bounded.
-cef::ref<cef_dictionary_value_t> bound_of(std::int32_t waiting_calls) {
-    if (waiting_calls <= 0) return {};
-    cef::ref<cef_dictionary_value_t> bound(cef::api().cef_dictionary_value_create());
-    if (bound) bound->set_int(bound.get(), cef::utf16(k_max_calls_key).get(), waiting_calls);
-    return bound;
-}
-
 // The whole part of a rate that may be anything a host computed.
 int whole_frames(double rate) {
     if (!(rate >= 0)) return 0;

@@ -7,6 +7,9 @@
 #include <string>
 #include <string_view>
 
+#include "cef_abi.h"
+#include "webdisplay/cef/ref.h"
+
 namespace pennywort::webdisplay {
 
 // The bound, among what a browser is made with.
@@ -15,6 +18,9 @@ inline constexpr std::string_view k_max_calls_key = "max_waiting_calls";
 inline constexpr std::string_view k_handled_message = "handled";
 // From the page: so many calls were dropped.
 inline constexpr std::string_view k_dropped_message = "dropped";
+
+// What the process of a page is told of its bound; empty where its calls are not bounded.
+cef::ref<cef_dictionary_value_t> bound_of(std::int32_t waiting_calls);
 
 // Counts the calls that the host is done with, frame by frame. For the display thread.
 class page_calls {

@@ -206,7 +206,8 @@ void webdisplay_browser_client::paint_background(cWebDisplayCEFBrowser& owner) {
 // A click on a link to a new window goes to the user's own browser. Windows that script opens by
 // itself are left to the runtime: off screen and unseen where the page is, and not without limit.
 bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string& target_url,
-                                              bool user_gesture, cef_window_info_t& window_info) {
+                                              bool user_gesture, cef_window_info_t& window_info,
+                                              cef::ref<cef_dictionary_value_t>& extra_info) {
     if (user_gesture) {
         open_in_system(target_url);
         return true;
@@ -216,6 +217,7 @@ bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string&
     // It arrives without memory, or does not come at all.
     m_popups.reserve(m_popups.size() + 1);
     live_browsers::make_room(live_browsers::count() + 1);
+    extra_info = bound_of(owner->m_state->max_waiting_calls);
     if (owner->m_windowless) window_info.windowless_rendering_enabled = 1;
     return false;
 }

@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "loam/atomic.h"
+#include "loam/ready_mutex.h"
 #include "webdisplay.h"
 #include "webdisplay/browser_life.h"
 #include "webdisplay/cef/interfaces.h"
@@ -74,7 +74,8 @@ public:
                  int width, int height) override;
 
     bool OnBeforePopup(cef_browser_t* browser, const std::string& target_url, bool user_gesture,
-                       cef_window_info_t& window_info) override;
+                       cef_window_info_t& window_info,
+                       cef::ref<cef_dictionary_value_t>& extra_info) override;
     void OnAfterCreated(cef_browser_t* browser) override;
     void OnBeforeClose(cef_browser_t* browser) override;
 
@@ -121,7 +122,7 @@ private:
     page_calls m_page_calls;
     zAtomic m_alive;
     cWebDisplayCEFBrowser* m_owner;
-    std::recursive_mutex m_owner_lock;
+    loam::ready_recursive_mutex m_owner_lock;
     const std::string m_start_url;
     const bool m_refuses_downloads;
     shared_life m_life;

@@ -197,6 +197,12 @@ fake_cef_browser record_of(const cef_window_info_t& window,
 
 }  // namespace
 
+int fake::bound_in(cef_dictionary_value_t* extra_info) {
+    if (extra_info == nullptr) return 0;
+    const fake::text_argument key("max_waiting_calls");
+    return extra_info->get_int(extra_info, key.get());
+}
+
 int cef_browser_host_create_browser(const cef_window_info_t* windowInfo, cef_client_t* client,
                                     const cef_string_t* url, const cef_browser_settings_t* settings,
                                     cef_dictionary_value_t* extra_info,
@@ -210,10 +216,7 @@ int cef_browser_host_create_browser(const cef_window_info_t* windowInfo, cef_cli
     wish->client = {client, "client"};
     wish->url = fake::narrow_of(url, "create_browser");
     wish->record = record_of(*windowInfo, *settings);
-    if (extra_info) {
-        const fake::text_argument key("max_waiting_calls");
-        wish->record.max_waiting_calls = extra_info->get_int(extra_info, key.get());
-    }
+    wish->record.max_waiting_calls = fake::bound_in(extra_info);
     if (runtime.fails_creation() || !runtime.is_initialised()) return 0;
     const auto make = [wish, &runtime] { runtime.new_page(*wish)->announce(); };
     if (runtime.script().creation_never_answers) {

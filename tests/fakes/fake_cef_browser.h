@@ -21,6 +21,9 @@ private:
     std::shared_ptr<page> m_page;
 };
 
+// Of what a browser is made with: the bound on its calls, 0 if there is none.
+int bound_in(cef_dictionary_value_t* extra_info);
+
 class host_object final : public object<host_object, cef_browser_host_t> {
 public:
     explicit host_object(std::shared_ptr<page> shown);

@@ -205,9 +205,11 @@ int page::open_popup(const std::string& url, bool user_gesture) {
                               &window, &chosen, &settings, &extra_info, &no_script_access) != 0;
     if (!life->on_before_popup) passed->base.release(&passed->base);
     if (chosen != passed) wish.client = {chosen, "client"};
+    const caller_ref<cef_dictionary_value_t> extra(extra_info, "dictionary");
     if (cancelled) return 0;
     runtime::the().popup_opened(url);
     fake_cef_browser fresh;
+    fresh.max_waiting_calls = bound_in(extra_info);
     fresh.is_popup = true;
     fresh.windowless = window.windowless_rendering_enabled != 0 || wish.record.windowless;
     wish.record = fresh;

@@ -36,6 +36,20 @@ TEST_F(PopupTest, AWindowThatAScriptOpensIsLeftToTheRuntime) {
     EXPECT_EQ(fake().opened_by_popup(), strings{"http://popup/"});
 }
 
+// It may have a process of its own, and its pages call the host as the display's do.
+TEST_F(PopupTest, ItsCallsAreBoundAsTheDisplaysAre) {
+    EXPECT_EQ(fake().browser(popup("http://popup/")).max_waiting_calls, 0);
+    zRecord settings = page("http://b/");
+    settings.SetInt32("web_max_waiting_calls", 250);
+    screen bounded(settings);
+    show(bounded);
+    int id = -1;
+    fake().post([&] { id = fake().open_popup(3, "http://popup/", false); });
+    ASSERT_TRUE(loop_until([&] { return id > 0; }));
+    EXPECT_EQ(fake().browser(id).max_waiting_calls, 250);
+    bounded.release();
+}
+
 TEST_F(PopupTest, ItsFramesLoadsAndErrorsAreNotTheDisplays) {
     const int id = popup("http://popup/");
     m_screen.seen.frames.clear();

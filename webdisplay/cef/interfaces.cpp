@@ -193,23 +193,26 @@ CefRenderHandler::CefRenderHandler() {
 }
 
 CefLifeSpanHandler::CefLifeSpanHandler() {
-    m_struct->on_before_popup = [](cef_life_span_handler_t* self, cef_browser_t* browser,
-                                   cef_frame_t* frame, int, const cef_string_t* target_url,
-                                   const cef_string_t*, cef_window_open_disposition_t,
-                                   int user_gesture, const cef_popup_features_t*,
-                                   cef_window_info_t* window_info, cef_client_t** client,
-                                   cef_browser_settings_t*, cef_dictionary_value_t**, int*) {
-        const ref<cef_browser_t> held_browser(browser);
-        const ref<cef_frame_t> held_frame(frame);
-        // An argument in and out: the popup's client, which we leave as it is, comes counted too.
-        const ref<cef_client_t> held_client(client ? *client : nullptr);
-        return guarded(1, "CefLifeSpanHandler", [&] {
-            auto* owner = decltype(m_struct)::of(self);
-            return owner->OnBeforePopup(browser, utf8(target_url), user_gesture != 0, *window_info)
-                       ? 1
-                       : 0;
-        });
-    };
+    m_struct->on_before_popup =
+        [](cef_life_span_handler_t* self, cef_browser_t* browser, cef_frame_t* frame, int,
+           const cef_string_t* target_url, const cef_string_t*, cef_window_open_disposition_t,
+           int user_gesture, const cef_popup_features_t*, cef_window_info_t* window_info,
+           cef_client_t** client, cef_browser_settings_t*, cef_dictionary_value_t** extra_info,
+           int*) {
+            const ref<cef_browser_t> held_browser(browser);
+            const ref<cef_frame_t> held_frame(frame);
+            // An argument in and out: the popup's client, which we leave as it is, comes counted
+            // too.
+            const ref<cef_client_t> held_client(client ? *client : nullptr);
+            return guarded(1, "CefLifeSpanHandler", [&] {
+                auto* owner = decltype(m_struct)::of(self);
+                ref<cef_dictionary_value_t> extra;
+                const bool is_cancelled = owner->OnBeforePopup(
+                    browser, utf8(target_url), user_gesture != 0, *window_info, extra);
+                if (extra && extra_info != nullptr) *extra_info = extra.release();
+                return is_cancelled ? 1 : 0;
+            });
+        };
     m_struct->on_after_created = [](cef_life_span_handler_t* self, cef_browser_t* browser) {
         const ref<cef_browser_t> held(browser);
         guarded("CefLifeSpanHandler",

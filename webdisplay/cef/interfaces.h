@@ -99,9 +99,10 @@ public:
     CefLifeSpanHandler();
     cef_life_span_handler_t* counted_life_span_handler() noexcept { return m_struct.counted(); }
 
-    // True cancels the popup.
+    // True cancels the popup. `extra_info` is what its helper process is told, empty so far.
     virtual bool OnBeforePopup(cef_browser_t* browser, const std::string& target_url,
-                               bool user_gesture, cef_window_info_t& window_info) = 0;
+                               bool user_gesture, cef_window_info_t& window_info,
+                               ref<cef_dictionary_value_t>& extra_info) = 0;
     virtual void OnAfterCreated(cef_browser_t* browser) = 0;
     virtual void OnBeforeClose(cef_browser_t* browser) = 0;
 

@@ -121,15 +121,15 @@ struct cWebDisplayPageStatus {
 //   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
 //                              queue goes on with its next URL (default: nothing happens)
 //   "web_tell_every_load"      what the browser shows in the place of a page that failed is not
-//   told
-//                              to PageLoaded; a URL that the browser ignores is told to
+//                              told to PageLoaded; a URL that the browser ignores is told to
 //                              PageLoadFailed; and neither that, nor an empty URL, nor a first one
 //                              that comes to nothing holds up the queue (default: the failed page
 //                              is told as failed and then as loaded; nothing is told of an ignored
 //                              URL, and the queue waits for the next LoadUrl)
-//   "web_keep_last_picture"    when a page fails to load, or its process ends, the renderer gets no
-//                              frame until the next page has something to show (default: it gets
-//                              what the browser shows then, a page of the browser's own). Where
+//   "web_keep_last_picture"    when a page fails to load, its process ends, or the display is
+//                              opened again after its end, the renderer gets no frame until the
+//                              next page has something to show (default: it gets what the browser
+//                              shows then, a page of the browser's own). Where a page fails and
 //                              there was no picture yet it gets one of the background
 //   "web_max_waiting_calls"    calls of hostApp.execute that may wait for the host; further ones
 //                              are dropped and counted, also beyond 16 MiB (default, 0: no bound,

@@ -6,8 +6,10 @@
 namespace pennywort::webdisplay {
 
 void page_loads::start_over() {
+    m_is_empty = m_phase == load_phase::closed;
     m_phase = m_phase_before = load_phase::none;
     m_holds_picture = false;
+    if (m_is_empty) hold_picture();
     for (std::string* text : {&m_asked_url, &m_url, &m_failed_url, &m_error}) text->clear();
 }
 
@@ -20,7 +22,10 @@ unsigned page_loads::ask(std::string url) {
     m_asked_url = std::move(url);
     m_stirred = false;
     m_is_start = false;
-    if (m_phase != load_phase::asked) m_phase_before = m_phase;
+    if (m_phase != load_phase::asked) {
+        m_phase_before = m_is_empty ? load_phase::none : m_phase.load();
+    }
+    m_is_empty = false;
     m_phase = load_phase::asked;
     return ++m_ticket;
 }
@@ -85,6 +90,7 @@ std::string page_loads::take_lost_load() {
 
 bool page_loads::has_page_to_show() const {
     const load_phase shown = m_phase == load_phase::asked ? m_phase_before : m_phase.load();
+    if (m_is_empty) return false;
     return shown == load_phase::on_its_way || shown == load_phase::loaded;
 }
 

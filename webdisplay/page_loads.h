@@ -34,7 +34,8 @@ class page_loads {
 public:
     explicit page_loads(load_policy policy = {}) : m_policy(policy) {}
 
-    // A new browser is asked for; what was known of the last one is forgotten.
+    // A new browser is asked for; what was known of the last one is forgotten. The empty page that
+    // it begins with is nothing to show after what the last one has shown.
     void start_over();
     // The browser has gone.
     void close();
@@ -100,6 +101,7 @@ private:
     unsigned m_ticket = 0;
     bool m_stirred = false;
     bool m_is_start = false;
+    bool m_is_empty = false;  // nothing was asked of a browser that follows another
     std::string m_asked_url;
     std::string m_url;
     std::string m_failed_url;

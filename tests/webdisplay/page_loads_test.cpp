@@ -86,7 +86,7 @@ constexpr phase_case k_phases[] = {
     {"SsLA", phase::asked, true, ""},
     {"AsBEC", phase::closed, false, ""},
     {"AsFN", phase::none, false, ""},
-    {"AsBECNS", phase::asked, false, ""},
+    {"AsBECNS", phase::asked, true, ""},
 };
 
 class PageLoadsTest : public testing::TestWithParam<phase_case> {};
@@ -192,10 +192,23 @@ struct frame_case {
 void PrintTo(const frame_case& c, std::ostream* out) { *out << c.events; }
 
 constexpr frame_case k_frames[] = {
-    {"", true, true},          {"AsBE", true, true},     {"AsF", false, false},
-    {"AsFA", false, false},    {"AsFAsB", true, false},  {"AsFAsBE", true, false},
-    {"AsBEL", false, false},   {"AsBELA", false, false}, {"AsBELAB", true, false},
+    {"", true, true},
+    {"AsBE", true, true},
+    {"AsF", false, false},
+    {"AsFA", false, false},
+    {"AsFAsB", true, false},
+    {"AsFAsBE", true, false},
+    {"AsBEL", false, false},
+    {"AsBELA", false, false},
+    {"AsBELAB", true, false},
     {"AsFAsBEA", true, false},
+    // The empty page of a new browser, before one is asked for and after that.
+    {"AsBECN", false, false},
+    {"AsBECNBE", false, false},
+    {"AsBECNBEA", false, false},
+    {"AsBECNSB", true, false},
+    {"AsBECNBEAsB", true, false},
+    {"N", true, true},
 };
 
 class PageFramesTest : public testing::TestWithParam<frame_case> {};

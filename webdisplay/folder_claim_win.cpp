@@ -5,17 +5,14 @@
 
 #include "loam/id_generator.h"
 #include "loam/path.h"
-#include "loam/trace.h"
 #include "loam/wide_text.h"
+#include "webdisplay/cef/system_failure_win.h"
 
 namespace pennywort::webdisplay {
 
 namespace {
 
-void trace_failure(const char* call, DWORD error) {
-    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
-                                        call, error);
-}
+using cef::trace_failure;
 
 void close(HANDLE file) {
     if (CloseHandle(file)) return;

@@ -13,23 +13,15 @@
 
 #include "core/limits.h"
 #include "core/run/deadline.h"
-#include "loam/trace.h"
 #include "loam/wide_text.h"
+#include "webdisplay/cef/system_failure_win.h"
 
 namespace pennywort::webdisplay {
 
 namespace {
 
-void trace_failure(const char* call, DWORD error) {
-    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
-                                        call, error);
-}
-// The error is read at once: every call in between may change it.
-void check(bool is_done, const char* call) {
-    if (is_done) return;
-    const DWORD error = GetLastError();
-    trace_failure(call, error);
-}
+using cef::check;
+using cef::trace_failure;
 
 class owned_handle {
 public:

@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "core/run/clock.h"
-#include "loam/trace.h"
+#include "webdisplay/cef/system_failure_win.h"
 #include "webdisplay/timer_calls_win.h"
 
 namespace pennywort::webdisplay {
@@ -45,16 +45,8 @@ std::int64_t now_ns() {
         .count();
 }
 
-// `error` is read at once: every call in between, a destructor's too, may change it.
-void trace_failure(const char* call, DWORD error) {
-    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
-                                        call, error);
-}
-void check(BOOL is_done, const char* call) {
-    if (is_done) return;
-    const DWORD error = GetLastError();
-    trace_failure(call, error);
-}
+using cef::check;
+using cef::trace_failure;
 
 // What stood there before may have been 0, which a failure returns too.
 void set_window_value(HWND window, int index, LONG_PTR value) {

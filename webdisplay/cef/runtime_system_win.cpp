@@ -5,23 +5,12 @@
 
 #include <string_view>
 
-#include "loam/trace.h"
 #include "loam/wide_text.h"
+#include "webdisplay/cef/system_failure_win.h"
 
 namespace pennywort::cef {
 
 namespace {
-
-void trace_failure(const char* call, DWORD error) {
-    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowserManager: %s - failed (err=%lu)\n",
-                                        call, error);
-}
-// `error` of a call is read at once: every call in between may change it.
-void check(bool is_done, const char* call) {
-    if (is_done) return;
-    const DWORD error = GetLastError();
-    trace_failure(call, error);
-}
 
 // A file that is open, or none.
 class open_file {

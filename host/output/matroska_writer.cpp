@@ -5,8 +5,6 @@
 #include <chrono>
 #include <utility>
 
-#include "host/output/pixels.h"
-
 namespace pennywort::host {
 
 namespace {
@@ -85,22 +83,12 @@ std::string frame_head(std::uint64_t microseconds, std::size_t pixel_bytes) {
 }  // namespace
 
 matroska_writer::matroska_writer(const frame_format& format, sink_opener open)
-    : m_format(format), m_open(std::move(open)) {}
+    : m_format(format), m_open(std::move(open)), m_pixels(format.transparent) {}
 
 outcome matroska_writer::begin() {
     if (auto opened = m_open(m_sink); !opened.ok()) return opened;
     const std::string head = stream_head() + k_open_segment + about_the_stream() + track(m_format);
     return m_sink.write(head.data(), head.size());
-}
-
-const void* matroska_writer::pixels_of(const picture_ptr& frame) {
-    if (!m_format.transparent) return frame->pixels.get();
-    if (frame != m_converted) {
-        m_straight.resize(frame->pixel_count());
-        unpremultiply(frame->pixels.get(), m_straight.data(), m_straight.size());
-        m_converted = frame;
-    }
-    return m_straight.data();
 }
 
 outcome matroska_writer::show(const picture_ptr& frame) {
@@ -110,11 +98,11 @@ outcome matroska_writer::show(const picture_ptr& frame) {
         frame_head(static_cast<std::uint64_t>(time.count()), frame->byte_count());
     ++m_number;
     if (auto written = m_sink.write(head.data(), head.size()); !written.ok()) return written;
-    return m_sink.write(pixels_of(frame), frame->byte_count());
+    return m_sink.write(m_pixels.of(frame), frame->byte_count());
 }
 
 outcome matroska_writer::finish() {
-    m_converted.reset();
+    m_pixels.forget();
     return m_sink.close_on_disk();
 }
 

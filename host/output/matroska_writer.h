@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "host/output/byte_sink.h"
+#include "host/output/film_pixels.h"
 #include "host/output/frame_writer.h"
 #include "host/output/stream_writers.h"
 
@@ -23,14 +23,11 @@ public:
     outcome finish() override;
 
 private:
-    const void* pixels_of(const picture_ptr& frame);
-
     const frame_format m_format;
     const sink_opener m_open;
     byte_sink m_sink;
     std::uint64_t m_number = 0;
-    picture_ptr m_converted;  // what m_straight holds
-    std::vector<std::uint32_t> m_straight;
+    film_pixels m_pixels;
 };
 
 }  // namespace pennywort::host

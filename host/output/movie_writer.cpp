@@ -8,7 +8,6 @@
 #include "host/output/byte_sink.h"
 #include "host/output/film_check.h"
 #include "host/output/output_file.h"
-#include "host/output/pixels.h"
 #include "host/system/file_path.h"
 #include "host/system/program_search.h"
 
@@ -109,7 +108,11 @@ strings movie_command(const std::string& program, output_kind kind, const std::s
 
 movie_writer::movie_writer(output_kind kind, std::string path, const frame_format& format,
                            std::chrono::milliseconds patience)
-    : m_kind(kind), m_path(std::move(path)), m_format(format), m_patience(patience) {}
+    : m_kind(kind),
+      m_path(std::move(path)),
+      m_format(format),
+      m_patience(patience),
+      m_pixels(format.transparent) {}
 
 outcome movie_writer::begin() {
     const std::string program = find_program("ffmpeg");
@@ -139,18 +142,8 @@ outcome movie_writer::try_encoder(const std::string& program) const {
     return report.status == 0 ? outcome::fine() : failed_with(report);
 }
 
-const void* movie_writer::pixels_of(const picture_ptr& frame) {
-    if (!m_format.transparent) return frame->pixels.get();
-    if (frame != m_converted) {
-        m_straight.resize(frame->pixel_count());
-        unpremultiply(frame->pixels.get(), m_straight.data(), m_straight.size());
-        m_converted = frame;
-    }
-    return m_straight.data();
-}
-
 outcome movie_writer::show(const picture_ptr& frame) {
-    const void* pixels = pixels_of(frame);
+    const void* pixels = m_pixels.of(frame);
     switch (m_child.write(pixels, frame->byte_count(), m_patience)) {
         case child_process::write_result::written:
             return outcome::fine();
@@ -172,7 +165,7 @@ outcome movie_writer::give_up() {
 }
 
 outcome movie_writer::finish() {
-    m_converted.reset();
+    m_pixels.forget();
     if (!std::exchange(m_is_running, false)) return outcome::fine();
     const auto report = m_child.finish(m_patience);
     if (!report.ended) return outcome::failed("ffmpeg does not end; " + m_path + " is not whole");

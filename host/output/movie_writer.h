@@ -3,10 +3,10 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "host/output/film_pixels.h"
 #include "host/output/frame_writer.h"
 #include "host/output/output_target.h"
 #include "host/system/child_process.h"
@@ -33,7 +33,6 @@ public:
 
 private:
     outcome try_encoder(const std::string& program) const;
-    const void* pixels_of(const picture_ptr& frame);
     outcome give_up();
     outcome failed_with(const child_process::exit_report& report) const;
     outcome check_film(const child_process::exit_report& report) const;
@@ -44,8 +43,7 @@ private:
     const std::chrono::milliseconds m_patience;
     child_process m_child;
     bool m_is_running = false;
-    picture_ptr m_converted;  // what m_straight holds
-    std::vector<std::uint32_t> m_straight;
+    film_pixels m_pixels;
 };
 
 }  // namespace pennywort::host

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/eventually.h"
+
 namespace pennywort::host {
 namespace {
 
@@ -19,7 +21,7 @@ protected:
     void pause() { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }
 
     void wait_until_encoded(std::uint64_t count) {
-        while (m_pictures.counts().encoded < count) pause();
+        EXPECT_TRUE(tests::eventually([&] { return m_pictures.counts().encoded >= count; }));
     }
 
     std::uint64_t m_number = 0;
@@ -60,10 +62,11 @@ TEST_F(LivePicturesTest, AreKeptReadyForAWhileAfterAQuestion) {
     paint();
     m_pictures.take(0, m_number);
     wait_until_encoded(1);
-    while (m_pictures.counts().encoded < 2) {
+    EXPECT_TRUE(tests::eventually([&] {
         paint();
         pause();
-    }
+        return m_pictures.counts().encoded >= 2;
+    }));
     ASSERT_NE(m_pictures.take(1, m_number), nullptr);
     EXPECT_GT(m_number, 1u);
 }

@@ -45,6 +45,24 @@ TEST_F(DisplayCloseTest, CloseWaitsForTheRuntime) {
     EXPECT_EQ(fake().late_calls(), strings{});
 }
 
+// What the close has still to do must not take the new browser with it.
+TEST_F(DisplayCloseTest, ADisplayThatIsOpenedAgainDuringItsCloseStaysOpen) {
+    script().close_after_works = 3;
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    std::function<void()> open_when_gone = [&] {
+        if (fake().browser(1).closed) {
+            s->Open();
+        } else {
+            fake().post(open_when_gone);
+        }
+    };
+    fake().post(open_when_gone);
+    s->Close();
+    EXPECT_TRUE(loop_until([&] { return s->ExecuteJavascript("x", 0, {}) == 0; }));
+}
+
 TEST_F(DisplayCloseTest, CloseTwiceAsksOnce) {
     start();
     screen s(page("http://a/"));

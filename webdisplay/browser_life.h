@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "loam/ready_mutex.h"
+#include "loam/returned_mutex.h"
 #include "loam/signal.h"
 
 namespace pennywort::webdisplay {
@@ -56,7 +56,7 @@ public:
     bool wait(std::uint32_t microseconds);
 
 private:
-    mutable loam::ready_mutex m_lock;
+    mutable loam::returned_mutex m_lock;
     browser_life m_life;
     const std::shared_ptr<zSignal> m_ended;
 };

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "loam/ready_mutex.h"
+#include "loam/returned_mutex.h"
 #include "webdisplay/page_loads.h"
 #include "webdisplay/tick_ledger.h"
 
@@ -15,9 +15,9 @@ struct display_state {
     explicit display_state(load_policy policy) : loads(policy) {}
 
     // Hosts do call LoadUrl and GetUrlForLastPageLoaded from threads of their own.
-    loam::ready_mutex url_lock;
-    loam::ready_mutex size_lock;
-    loam::ready_mutex loads_lock;
+    loam::returned_mutex url_lock;
+    loam::returned_mutex size_lock;
+    loam::returned_mutex loads_lock;
     page_loads loads;
     tick_ledger ticks;
     bool is_on_host_clock = false;

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "loam/atomic.h"
-#include "loam/ready_mutex.h"
+#include "loam/returned_mutex.h"
 #include "webdisplay.h"
 #include "webdisplay/browser_life.h"
 #include "webdisplay/cef/interfaces.h"
@@ -122,7 +122,7 @@ private:
     page_calls m_page_calls;
     zAtomic m_alive;
     cWebDisplayCEFBrowser* m_owner;
-    loam::ready_recursive_mutex m_owner_lock;
+    loam::returned_recursive_mutex m_owner_lock;
     const std::string m_start_url;
     const bool m_refuses_downloads;
     shared_life m_life;

@@ -1,4 +1,5 @@
-// system_failure_win.h - a failure of one of the system's calls, told in a trace. For Windows halves.
+// system_failure_win.h - a failure of one of the system's calls, told in a trace. For Windows
+// halves.
 #pragma once
 
 #include <windows.h>

@@ -41,8 +41,10 @@ bool has_run_out() {
 }
 
 using malloc_type = void*(__cdecl*)(std::size_t);
+using calloc_type = void*(__cdecl*)(std::size_t, std::size_t);
 using free_type = void(__cdecl*)(void*);
 malloc_type s_malloc = nullptr;
+calloc_type s_calloc = nullptr;
 free_type s_free = nullptr;
 
 void* __cdecl counted_malloc(std::size_t size) {
@@ -51,6 +53,13 @@ void* __cdecl counted_malloc(std::size_t size) {
     const bool fails = has_run_out();
     SetLastError(error);
     void* const memory = fails ? nullptr : s_malloc(size);
+    if (memory != nullptr) s_in_use += static_cast<std::int64_t>(_msize(memory));
+    return memory;
+}
+
+// What the threads' library makes a lock of; it is counted, but does not run out.
+void* __cdecl counted_calloc(std::size_t count, std::size_t size) {
+    void* const memory = s_calloc(count, size);
     if (memory != nullptr) s_in_use += static_cast<std::int64_t>(_msize(memory));
     return memory;
 }
@@ -71,6 +80,9 @@ void turn_if_memory(std::string_view name, void** entry) {
     if (name == "malloc") {
         s_malloc = reinterpret_cast<malloc_type>(*entry);
         turn(entry, reinterpret_cast<void*>(&counted_malloc));
+    } else if (name == "calloc") {
+        s_calloc = reinterpret_cast<calloc_type>(*entry);
+        turn(entry, reinterpret_cast<void*>(&counted_calloc));
     } else if (name == "free") {
         s_free = reinterpret_cast<free_type>(*entry);
         turn(entry, reinterpret_cast<void*>(&counted_free));

@@ -1,5 +1,5 @@
-// loam/ready_mutex.h - a mutex whose inside comes and goes together with it. The C++ library of Windows
-// makes that with the first lock, which then fails for want of memory: in a destructor for
+// loam/ready_mutex.h - a mutex whose inside comes and goes together with it. The C++ library of
+// Windows makes that with the first lock, which then fails for want of memory: in a destructor for
 // instance, where it would end the process.
 #pragma once
 

@@ -38,7 +38,7 @@ struct certificate::native {
 };
 
 certificate::certificate(const certificate_wish& wish) : m_native(std::make_unique<native>()) {
-    m_native->key.reset(EVP_EC_gen("P-256"));
+    m_native->key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     m_native->x509.reset(X509_new());
     X509* const x509 = m_native->x509.get();
     X509_set_version(x509, 2);

@@ -154,7 +154,9 @@ void download::open_log() {
 void download::log_request() {
     if (m_log == nullptr) return;
     std::string text = m_options.url + "\n";
-    for (const auto& [name, value] : m_options.headers) text += name + ": " + value + "\n";
+    for (const auto& [name, value] : m_options.headers) {
+        text.append(name).append(": ").append(value).append("\n");
+    }
     text += "\n" + m_options.body;
     m_log->Sent(text.data(),
                 static_cast<std::int32_t>(std::min<std::size_t>(text.size(), INT32_MAX)));

@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <memory>
@@ -70,7 +71,16 @@ TEST(NoDescriptors, AThreadsFirstLoopTakesNothing) {
     std::thread(use_loop_without_descriptors).join();
 }
 
-TEST(NoDescriptors, TheFirstLoopOfTheProcessTakesNothing) { use_loop_without_descriptors(); }
+// In a process of its own, where nothing has made the loop yet.
+TEST(NoDescriptorsDeathTest, TheFirstLoopOfTheProcessTakesNothing) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            use_loop_without_descriptors();
+            std::_Exit(testing::Test::HasFailure() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
 
 TEST(ThreadName, IsCutToWhatTheSystemShows) {
     named_body body;

@@ -1,0 +1,160 @@
+// host/call/call.cpp - see the header for the contract.
+#include "host/call/call.h"
+
+#include <cstdint>
+#include <cstdio>
+
+#include "host/app/exit_status.h"
+#include "host/call/call_values.h"
+#include "loam/xml.h"
+#include "loam/xmlrpc.h"
+#include "logger.h"
+#include "xmlrpc.h"
+
+namespace pennywort::host {
+
+namespace {
+
+// A response outside 200 to 299 has this minus its status.
+constexpr zStatus k_first_http_status = -29000;
+constexpr std::int32_t k_most_logged = 0x7fffffff;
+
+struct logger_release {
+    void operator()(cLogger* logger) const { logger->Release(); }
+};
+using owned_logger = std::unique_ptr<cLogger, logger_release>;
+
+std::string words_for_xml(zStatus status) {
+    switch (status) {
+        case zXML::k_malformed:
+        case zXML::k_doctype:
+        case zXML::k_entity:
+        case zXML::k_encoding:
+            return "the response is no XML-RPC";
+        case zXML::k_too_large:
+        case zXML::k_too_deep:
+        case zXML::k_too_wide:
+        case zXML::k_too_many_attributes:
+            return "the response is larger than what is read";
+        case zXML::k_bad_text:
+            return "the call holds a character that XML cannot";
+        case cXMLRPC::k_multipart:
+            return "the response has several parts";
+        default:
+            return {};
+    }
+}
+
+std::string words_for(zStatus status) {
+    if (status <= k_first_http_status) {
+        return "the server answered " + std::to_string(k_first_http_status - status);
+    }
+    switch (status) {
+        case cHttpSession::k_timed_out:
+            return "no response came in time";
+        case cHttpSession::k_send_failed:
+        case cHttpSession::k_connect_failed:
+            return "no connection: the host, its port or its certificate";
+        case cHttpSession::k_write_failed:
+        case cHttpSession::k_receive_failed:
+            return "the connection broke before a response had come";
+        default:
+            break;
+    }
+    const std::string words = words_for_xml(status);
+    return words.empty() ? "failed with status " + std::to_string(status) : words;
+}
+
+class one_call {
+public:
+    one_call(const call_options& options, const console& out) : m_options(options), m_out(out) {}
+
+    int run() {
+        open_log();
+        const zStatus status = exchange();
+        if (status != 0) {
+            if (m_log != nullptr) m_log->Error(status, words_for(status).c_str());
+            return tell(k_exit_failed, words_for(status));
+        }
+        return show();
+    }
+
+private:
+    void open_log() {
+        if (m_options.log.empty()) return;
+        m_log.reset(new cLogger(m_options.log.c_str(), k_most_logged));
+    }
+
+    zStatus exchange() {
+        const auto session = cHttpSession::Factory();
+        if (session == nullptr) return -1;
+        cHttpSessionSettings settings;
+        settings.tlsByScheme = true;
+        settings.sendBasicAuthentication = true;
+        settings.caFile = m_options.ca_file;
+        session->SetSettings(settings);
+        cXMLRPC client(session);
+        client.Configure(m_options.url.c_str(), m_options.timeout);
+        log_request();
+        zBuffer body;
+        zStatus status = client.Request_Begin(&body, *m_options.request, false);
+        if (status == 0) {
+            client.Request_BlockForResponse();
+            log_response(client, body);
+            status = client.Request_ResponseAsXML(m_response);
+        }
+        client.Request_End();
+        return status;
+    }
+
+    void log_request() {
+        if (m_log == nullptr) return;
+        zBuffer xml;
+        zXML::RecordToBuffer(&xml, *m_options.request, 3, false, true);
+        m_log->Message(" POST ", m_options.url.c_str());
+        m_log->Sent(xml.Data(), static_cast<std::int32_t>(xml.Length()));
+    }
+
+    void log_response(cXMLRPC& client, const zBuffer& body) {
+        if (m_log == nullptr) return;
+        const auto length = static_cast<std::int32_t>(client.Request_ContentBytesRead());
+        m_log->Received(body.Data(), length);
+    }
+
+    int show() {
+        const zXMLRPC message(m_response);
+        zString text;
+        std::int32_t code = 0;
+        if (message.Fault(text, code) == 0) {
+            return tell(k_exit_fault, "fault " + std::to_string(code) + ": " + text.CString());
+        }
+        zXMLRPC::Value result;
+        json shown;
+        if (message.Result(result) != 0 || !get_value(result, shown)) {
+            return tell(k_exit_failed, "the response is no XML-RPC");
+        }
+        std::fprintf(m_out.output(), "%s\n", json_text(shown).c_str());
+        if (std::fflush(m_out.output()) == 0) return k_exit_fine;
+        return tell(k_exit_failed, "standard output takes nothing");
+    }
+
+    int tell(int status, std::string text) {
+        // A server's words may have lines; the report is one.
+        for (char& c : text) {
+            if (c == '\n' || c == '\r') c = ' ';
+        }
+        std::fprintf(m_out.errors(), "pennywort: %s: %s\n", m_options.url.c_str(), text.c_str());
+        return status;
+    }
+
+    const call_options& m_options;
+    const console& m_out;
+    owned_logger m_log;
+    zRecord m_response;
+};
+
+}  // namespace
+
+int call(const call_options& options, const console& out) { return one_call(options, out).run(); }
+
+}  // namespace pennywort::host

@@ -1,0 +1,27 @@
+// host/call/call.h - one call of a server by XML-RPC, and its result on standard output.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/system/console.h"
+#include "loam/record.h"
+
+namespace pennywort::host {
+
+struct call_options {
+    std::string url;
+    std::shared_ptr<zRecord> request;  // the call
+    std::string log;                   // a file; empty for none
+    std::string ca_file;               // empty: the system's certificates
+    double timeout = 30;               // seconds, of each step that waits
+};
+
+enum call_exit : int {
+    k_exit_fault = 3,  // the server's answer is a fault
+};
+
+// Returns the exit status; what went wrong has been told in one line by then.
+int call(const call_options& options, const console& out);
+
+}  // namespace pennywort::host

@@ -1,0 +1,43 @@
+// host/call/call_command.h - the command "call": its options and what they mean.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/app/command.h"
+#include "host/call/call.h"
+
+namespace pennywort::host {
+
+class call_command : public command {
+public:
+    const char* name() const override { return "call"; }
+    const char* summary() const override { return "Call a server by XML-RPC"; }
+    const char* footer() const override;
+    void add_options(CLI::App& parser) override;
+    std::string take_arguments() override;
+    bool is_verbose() const override { return m_is_verbose; }
+    int run(const console& out) override;
+
+    // What the arguments ask for, once they have been taken.
+    const call_options& options() const { return m_options; }
+
+private:
+    std::string take_timeout();
+    std::string take_values();
+    // What is wrong follows the text itself.
+    std::string take_value(const std::string& text);
+
+    // The arguments as they were written.
+    std::string m_method;
+    std::vector<std::string> m_values;
+    std::string m_timeout = "30";
+    bool m_is_verbose = false;
+
+    call_options m_options;
+};
+
+std::unique_ptr<command> make_call_command();
+
+}  // namespace pennywort::host

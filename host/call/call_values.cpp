@@ -1,0 +1,187 @@
+// host/call/call_values.cpp - see the header for the contract.
+#include "host/call/call_values.h"
+
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+#include "loam/base64.h"
+#include "loam/xml.h"
+
+namespace pennywort::host {
+
+namespace {
+
+using Value = zXMLRPC::Value;
+using Type = zXMLRPC::Type;
+
+constexpr char k_base64[] = "$base64";
+constexpr char k_date[] = "$date";
+// Deeper JSON is refused: a value takes a few elements of XML, which has a depth of its own.
+constexpr int k_deepest = 200;
+
+constexpr char k_no_memory[] = "there is no memory for it";
+
+std::string outcome_of(zStatus status) { return status == 0 ? "" : k_no_memory; }
+
+std::uint32_t length_of(const std::string& text) { return static_cast<std::uint32_t>(text.size()); }
+
+std::string set_integer(Value value, std::int64_t number) {
+    using narrow = std::numeric_limits<std::int32_t>;
+    const bool is_narrow = number >= narrow::min() && number <= narrow::max();
+    return outcome_of(is_narrow ? value.SetInt32(static_cast<std::int32_t>(number))
+                                : value.SetInt64(number));
+}
+
+std::string set_at_depth(Value value, const json& from, int depth);
+
+std::string set_array(Value value, const json& from, int depth) {
+    if (value.SetArray() != 0) return k_no_memory;
+    for (const json& item : from) {
+        std::string wrong = set_at_depth(value.AddItem(), item, depth + 1);
+        if (!wrong.empty()) return wrong;
+    }
+    return {};
+}
+
+// The text in a reader's own element, as it would stand in XML, so that it is read the same way.
+std::string set_base64(Value value, const std::string& text) {
+    zRecord element;
+    const std::string xml = "<methodCall><methodName/><params><param><value><base64>" + text +
+                            "</base64></value></param></params></methodCall>";
+    const bool is_plain = text.find_first_of("<&") == std::string::npos;
+    zString bytes;
+    if (!is_plain ||
+        zXML::ParseBuffer(255, &element, xml.data(), static_cast<std::int32_t>(xml.size())) != 0 ||
+        zXMLRPC(element).Param(0).AsBytes(bytes) != 0) {
+        return std::string(k_base64) + " is no base64";
+    }
+    return outcome_of(value.SetBytes(bytes.CString(), bytes.Length()));
+}
+
+std::string set_object(Value value, const json& from, int depth) {
+    if (from.size() == 1 && from.begin()->is_string()) {
+        const auto& text = from.begin()->get_ref<const std::string&>();
+        if (from.begin().key() == k_base64) return set_base64(value, text);
+        if (from.begin().key() == k_date) return outcome_of(value.SetDate(text.c_str()));
+    }
+    if (value.SetStruct() != 0) return k_no_memory;
+    for (const auto& [name, member] : from.items()) {
+        std::string wrong = set_at_depth(value.AddMember(name.c_str()), member, depth + 1);
+        if (!wrong.empty()) return wrong;
+    }
+    return {};
+}
+
+std::string set_at_depth(Value value, const json& from, int depth) {
+    if (depth > k_deepest) return "it is nested too deeply";
+    switch (from.type()) {
+        case json::value_t::null:
+            return outcome_of(value.SetNil());
+        case json::value_t::boolean:
+            return outcome_of(value.SetBool(from.get<bool>()));
+        case json::value_t::number_unsigned:
+            if (from.get<std::uint64_t>() > INT64_MAX) return "a number does not fit into 64 bits";
+            return set_integer(value, from.get<std::int64_t>());
+        case json::value_t::number_integer:
+            return set_integer(value, from.get<std::int64_t>());
+        case json::value_t::number_float:
+            return outcome_of(value.SetDouble(from.get<double>()));
+        case json::value_t::string: {
+            const auto& text = from.get_ref<const std::string&>();
+            return outcome_of(value.SetString(text.data(), length_of(text)));
+        }
+        case json::value_t::array:
+            return set_array(value, from, depth);
+        default:
+            return set_object(value, from, depth);
+    }
+}
+
+bool get_array(const Value& value, json& out) {
+    out = json::array();
+    for (std::uint32_t i = 0; i < value.Count(); ++i) {
+        out.emplace_back();
+        if (!get_value(value.Item(i), out.back())) return false;
+    }
+    return true;
+}
+
+bool get_struct(const Value& value, json& out) {
+    out = json::object();
+    for (std::uint32_t i = 0; i < value.Count(); ++i) {
+        if (!get_value(value.Item(i), out[value.MemberName(i)])) return false;
+    }
+    return true;
+}
+
+std::string base64_of(const zString& bytes) {
+    const auto length = static_cast<int>(bytes.Length());
+    std::vector<char> text(static_cast<std::size_t>(Base64encode_len(length)));
+    Base64encode(text.data(), bytes.CString(), length);
+    return text.data();
+}
+
+template <typename number>
+bool put(zStatus status, const number& value, json& out) {
+    if (status == 0) out = value;
+    return status == 0;
+}
+
+bool get_number(const Value& value, json& out) {
+    std::int64_t whole = 0;
+    double real = 0;
+    if (value.GetType() == Type::real) return put(value.AsDouble(real), real, out);
+    return put(value.AsInt64(whole), whole, out);
+}
+
+bool get_text(const Value& value, json& out) {
+    zString text;
+    const zStatus status = value.AsString(text);
+    return put(status, std::string(text.View()), out);
+}
+
+bool get_date(const Value& value, json& out) {
+    zString text;
+    const zStatus status = value.AsDate(text);
+    return put(status, json{{k_date, std::string(text.View())}}, out);
+}
+
+bool get_bytes(const Value& value, json& out) {
+    zString bytes;
+    const zStatus status = value.AsBytes(bytes);
+    return put(status, json{{k_base64, base64_of(bytes)}}, out);
+}
+
+}  // namespace
+
+std::string set_value(Value value, const json& from) { return set_at_depth(value, from, 0); }
+
+bool get_value(const Value& value, json& out) {
+    bool flag = false;
+    switch (value.GetType()) {
+        case Type::int32:
+        case Type::int64:
+        case Type::real:
+            return get_number(value, out);
+        case Type::boolean:
+            return put(value.AsBool(flag), flag, out);
+        case Type::text:
+            return get_text(value, out);
+        case Type::date:
+            return get_date(value, out);
+        case Type::bytes:
+            return get_bytes(value, out);
+        case Type::nil:
+            out = nullptr;
+            return true;
+        case Type::array:
+            return get_array(value, out);
+        case Type::structure:
+            return get_struct(value, out);
+        default:
+            return false;
+    }
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,175 @@
+// tests/host/call_test.cpp - the command "call": its arguments, JSON as values and back, and calls
+// of a server that does what the test says.
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "host/app/command_line.h"
+#include "host/call/call_command.h"
+#include "host/call/call_values.h"
+#include "loam/xml.h"
+#include "tests/host/temporary_folder.h"
+#include "tests/httpclient/scripted_peer.h"
+#include "tests/xml/xml_shape.h"
+
+namespace pennywort::host {
+namespace {
+
+using tests::xml_shape;
+
+struct json_case {
+    const char* name;
+    const char* text;
+    const char* shape;  // inside its value
+};
+void PrintTo(const json_case& c, std::ostream* out) { *out << c.name; }
+
+constexpr json_case k_cases[] = {
+    {"Null", "null", "nil"},
+    {"True", "true", "boolean'1'"},
+    {"Int", "-7", "i4'-7'"},
+    {"LargestInt", "2147483647", "i4'2147483647'"},
+    {"Wide", "2147483648", "i8'2147483648'"},
+    {"Double", "0.5", "double'0.5'"},
+    {"Text", "\"a\\u00e9\"", "string'a\xC3\xA9'"},
+    {"EmptyText", "\"\"", "string"},
+    {"List", "[1,[]]", "array(data(value(i4'1') value(array(data))))"},
+    {"Object", "{\"a\":1,\"b\":{}}",
+     "struct(member(name'a' value(i4'1')) member(name'b' value(struct)))"},
+    {"Bytes", "{\"$base64\":\"AAE=\"}", "base64'AAE='"},
+    {"Date", "{\"$date\":\"20260131T14:08:55\"}", "dateTime.iso8601'20260131T14:08:55'"},
+    {"NearlyBytes", "{\"$base64\":1}", "struct(member(name'$base64' value(i4'1')))"},
+};
+
+class CallValues : public testing::TestWithParam<json_case> {};
+
+TEST_P(CallValues, GoThereAndBack) {
+    zRecord record;
+    zXMLRPC::Value value;
+    ASSERT_EQ(zXMLRPC(record).SetResponse(value), 0);
+    ASSERT_EQ(set_value(value, json::parse(GetParam().text)), "");
+    EXPECT_EQ(xml_shape(record),
+              std::string("methodResponse(params(param(value(") + GetParam().shape + "))))");
+    json back;
+    ASSERT_TRUE(get_value(value, back));
+    EXPECT_EQ(back, json::parse(GetParam().text));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CallValues, testing::ValuesIn(k_cases),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+TEST(CallArguments, ThatCannotBeSentAreRefused) {
+    const auto refused = [](const std::string& value) {
+        const auto line = parse_command_line({"call", "http://127.0.0.1:1/", "m", value});
+        EXPECT_EQ(line.what, command_line::verdict::refuse) << value;
+        EXPECT_EQ(line.text.find('\n'), std::string::npos);
+        return line.text;
+    };
+    EXPECT_EQ(refused("words"), "words is no JSON; a text needs its quotation marks: '\"words\"'");
+    EXPECT_EQ(refused("18446744073709551615"),
+              "18446744073709551615: a number does not fit into 64 bits");
+    EXPECT_EQ(refused("{\"$base64\":\"*\"}"), "{\"$base64\":\"*\"}: $base64 is no base64");
+    EXPECT_NE(refused(std::string(300, '[') + std::string(300, ']')).find("nested too deeply"),
+              std::string::npos);
+    EXPECT_EQ(parse_command_line({"call", "ftp://h/x", "m"}).text,
+              "ftp://h/x is no URL: it begins with http:// or https://");
+    EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--timeout", "0"}).text,
+              "--timeout 0 is not a time from 0.001 to 3600 seconds");
+    EXPECT_EQ(parse_command_line({"call", "http://h/"}).what, command_line::verdict::refuse);
+}
+
+TEST(CallArguments, ANegativeNumberIsNoOption) {
+    const auto line = parse_command_line({"call", "http://h/", "m", "-5", "-0.5"});
+    ASSERT_EQ(line.what, command_line::verdict::run) << line.text;
+    const auto& chosen = dynamic_cast<const call_command&>(*line.chosen);
+    EXPECT_EQ(xml_shape(*chosen.options().request),
+              "methodCall(methodName'm' params(param(value(i4'-5')) param(value(double'-0.5'))))");
+}
+
+// The parser of the command line has a meaning of its own for brackets.
+TEST(CallArguments, AListIsOneArgument) {
+    const auto line = parse_command_line(
+        {"call", "http://h/", "m", "[1,2]", "--timeout", "5", "[]", "{\"a\": [3]}"});
+    ASSERT_EQ(line.what, command_line::verdict::run) << line.text;
+    const auto& chosen = dynamic_cast<const call_command&>(*line.chosen);
+    EXPECT_EQ(chosen.options().timeout, 5.0);
+    EXPECT_EQ(xml_shape(*chosen.options().request->Child(1)),
+              "params(param(value(array(data(value(i4'1') value(i4'2'))))) "
+              "param(value(array(data))) param(value(struct(member(name'a' "
+              "value(array(data(value(i4'3')))))))))");
+}
+
+TEST(CallArguments, WhatLooksLikeAnOptionIsNoArgument) {
+    EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--lgo"}).text, "--lgo is no option");
+}
+
+class Call : public testing::Test {
+protected:
+    // What the program says of an answer with this body.
+    std::string called(const std::string& body, int want, const std::string& first = "200 OK") {
+        const scripted_peer peer([&](peer_connection& connection) {
+            const std::string head = connection.receive_head();
+            connection.receive(std::stoul(head.substr(head.find("Content-Length: ") + 16)));
+            connection.send("HTTP/1.1 " + first + "\r\nContent-Length: " +
+                            std::to_string(body.size()) + "\r\n\r\n" + body);
+            connection.wait_for_end();
+        });
+        call_options options;
+        options.url = peer.url();
+        options.log = folder.path("log");
+        options.request = std::make_shared<zRecord>();
+        zXMLRPC(*options.request).SetCall("m");
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        int status = 0;
+        {
+            const console out(console::others::heard);
+            status = call(options, out);
+        }
+        const std::string text = testing::internal::GetCapturedStdout();
+        std::string errors = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(status, want) << errors;
+        EXPECT_EQ(text.empty(), status != 0);
+        const std::string front = "pennywort: " + options.url + ": ";
+        if (errors.starts_with(front)) errors.erase(0, front.size());
+        return text + errors;
+    }
+    static std::string response(const std::string& value) {
+        return "<methodResponse><params><param><value>" + value +
+               "</value></param></params></methodResponse>";
+    }
+
+    temporary_folder folder;
+};
+
+TEST_F(Call, PrintsTheResultAsJson) {
+    EXPECT_EQ(
+        called(response("<array><data><value><i4>7</i4></value><value>x</value></data></array>"),
+               0),
+        "[7,\"x\"]\n");
+    const std::string log = folder.read("log");
+    EXPECT_NE(log.find(" SENT "), std::string::npos);
+    EXPECT_NE(log.find("<methodName>m</methodName>"), std::string::npos);
+    EXPECT_NE(log.find(" RECEIVED "), std::string::npos);
+    EXPECT_NE(log.find("<i4>7</i4>"), std::string::npos);
+}
+
+TEST_F(Call, TellsAFaultInOneLine) {
+    EXPECT_EQ(called("<methodResponse><fault><value><struct><member><name>faultCode</name><value>"
+                     "<int>4</int></value></member><member><name>faultString</name><value>no\nsuch"
+                     "</value></member></struct></value></fault></methodResponse>",
+                     3),
+              "fault 4: no such\n");
+}
+
+TEST_F(Call, TellsWhatIsNoResponse) {
+    EXPECT_EQ(called("<!DOCTYPE html><html></html>", 1), "the response is no XML-RPC\n");
+    EXPECT_EQ(called("<html></html>", 1), "the response is no XML-RPC\n");
+    EXPECT_EQ(called(response("<int>x</int>"), 1), "the response is no XML-RPC\n");
+    EXPECT_EQ(called("gone", 1, "404 Not Found"), "the server answered 404\n");
+}
+
+}  // namespace
+}  // namespace pennywort::host

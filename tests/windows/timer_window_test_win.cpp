@@ -6,7 +6,6 @@
 #include <functional>
 #include <memory>
 
-#include "loam/boot.h"
 #include "loam/message_loop.h"
 #include "loam/thread.h"
 #include "webdisplay/main_thread_timer.h"
@@ -80,13 +79,13 @@ void stop_module() {
 }
 
 TEST(TimerWindow, TwoModulesThatHaveOneEachStartAndStopTwiceOver) {
-    const zBoot first(start_module<0>, stop_module<0>, 0x6F6E6520);
-    const zBoot second(start_module<1>, stop_module<1>, 0x74776F20);
     for (int round = 0; round < 2; ++round) {
         g_ticks[0] = g_ticks[1] = 0;
-        ASSERT_EQ(zBoot::StartModules(), 0);
+        start_module<0>();
+        start_module<1>();
         EXPECT_TRUE(loop_until([] { return g_ticks[0] > 1 && g_ticks[1] > 1; }));
-        ASSERT_EQ(zBoot::StopModules(), 0);
+        stop_module<1>();
+        stop_module<0>();
         EXPECT_EQ(timer_window(), nullptr);
         const int before = g_ticks[0] + g_ticks[1];
         for (int i = 0; i < 10; ++i) zMessageLoop::RunOnce(5'000);

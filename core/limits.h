@@ -90,6 +90,9 @@ inline constexpr std::size_t k_max_watched_references = 255;
 // How long a service that was found may take to be looked up.
 inline constexpr int k_max_resolve_ms = 2000;
 
+// Bytes of a service's name.
+inline constexpr std::size_t k_max_service_name = 63;
+
 // Bytes of a TXT record and of one item of it, bytes of an item's key with its NUL, and items that
 // are read of a record: more cannot be in one.
 inline constexpr std::size_t k_max_txt_record = 65535;

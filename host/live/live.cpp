@@ -5,9 +5,11 @@
 #include <memory>
 #include <string>
 
+#include "bonjour.h"
 #include "core/limits.h"
 #include "host/app/browser_runtime.h"
 #include "host/app/exit_status.h"
+#include "host/discover/service_words.h"
 #include "host/firewall/firewall_words.h"
 #include "host/live/live_control.h"
 #include "host/live/live_display.h"
@@ -117,6 +119,19 @@ private:
     cHttpServer m_server;
 };
 
+// Tells the local network of the control page, unless only this machine can reach it. Who has no
+// DNS-SD is served all the same.
+void advertise(const live_options& options, std::int32_t port, cBonjour& bonjour) {
+    if (is_loopback(options.listen) || !options.is_advertised) return;
+    zString text;
+    cBonjour::TXTAddItem(text, "path", "/", 1);
+    const long status =
+        bonjour.Service_Advertise("", "_http._tcp.", port, text.CString(), text.Length());
+    if (status == 0) return;
+    zTraceManager::Default()->TraceNote("pennywort live: not advertised: %s\n",
+                                        dnssd_failure().c_str());
+}
+
 // The display and what it shows, until the user wants the end. Its server goes before it, so that
 // no request finds it gone.
 int show(const live_options& options, const console& out, std::unique_ptr<live_server> server,
@@ -129,12 +144,16 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     display.look_after();
     const std::string token = is_loopback(options.listen) ? std::string() : random_token();
     server->begin(control, token);
+    cBonjour bonjour;
+    advertise(options, server->port(), bonjour);
     tell_address(out, address_of(options, server->port(), token));
     warn_of_firewall(options, out, server->port());
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         display.look_after();
     }
+    // First of all: nobody is to be sent to a page that has gone.
+    bonjour.Service_Unregister(nullptr, 0);
     server.reset();
     display.close();
     return k_exit_fine;

@@ -20,6 +20,7 @@ struct live_options {
     bool transparent = false;
     bool gpu = false;
     bool verbose = false;
+    bool is_advertised = true;  // where others can reach it
 };
 
 // Runs until Ctrl-C, on the calling thread, which becomes the display thread. Returns the exit

@@ -26,6 +26,7 @@ const char* live_command::footer() const {
   pennywort live first.html https://example.com --port 0
   pennywort live page.html --listen 0.0.0.0
 The first line of the output is the address of the control page. Ctrl-C ends.
+A control page that others reach is advertised as _http._tcp where there is DNS-SD.
 Exit status: 0 ended by Ctrl-C, 1 failed, 2 wrong arguments.)";
 }
 
@@ -49,6 +50,8 @@ void live_command::add_options(CLI::App& parser) {
         ->capture_default_str();
     parser.add_flag("--transparent", m_options.transparent,
                     "Keep the page's alpha, shown over black");
+    parser.add_flag("!--no-advertise", m_options.is_advertised,
+                    "Do not tell the local network of the control page");
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
     parser.add_flag("--verbose", m_options.verbose, "Also print traces, and what the browser says");
 }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -98,6 +99,8 @@ public:
             return m_has_ended;
         });
     }
+    // As Ctrl-C does.
+    void interrupt() { EXPECT_EQ(::kill(-m_process, SIGINT), 0); }
     void tell(const std::string& line) {
         EXPECT_EQ(::write(m_in, line.data(), line.size()), static_cast<ssize_t>(line.size()));
     }
@@ -291,9 +294,10 @@ TEST(Avahi, TheDaemonMayBeKilledAtAnyStep) {
     ASSERT_EQ(bonjour.StartObserving(ears.id(), k_http, 0), 0);
     shell other(peer("publish _http._tcp. 1 1 Camera"));
     ASSERT_TRUE(other.says("ready")) << other.text();
-    EXPECT_NE(output_of("\"$TWO_HOSTS\" on a avahi-browse -rpt _http._tcp").find("Camera"),
-              std::string::npos);
-    daemon("a", "kill");
+    // Without this thread's loop, so that what comes here waits.
+    ASSERT_EQ(std::system("for i in $(seq 100); do avahi-browse -rpt _http._tcp | grep -q Camera &&"
+                          " exec \"$TWO_HOSTS\" daemon a kill; sleep 0.2; done; exit 1"),
+              0);
     const collected_traces traces;
     EXPECT_TRUE(loop_until([] { return busy_turns() == 0; }));
 }
@@ -325,6 +329,65 @@ TEST(Avahi, ATextRecordOf64KiBIsRefusedOrTakenButHurtsNothing) {
     const listener ears;
     ASSERT_EQ(bonjour.StartObservingOnce(ears.id(), k_http, 0), 0);
     EXPECT_TRUE(loop_until([&] { return ears.count('+', "fits") == 1; }));
+}
+
+// --- The program, as its user runs it
+
+TEST(AvahiProgram, WhatOneAdvertisesTheOtherDiscovers) {
+    shell advertiser(PENNYWORT_PROGRAM " advertise http 8080 path=/a --name 'Studio 2'");
+    ASSERT_TRUE(advertiser.says("advertising _http._tcp. port 8080\n")) << advertiser.text();
+    shell discoverer("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM " discover http");
+    EXPECT_TRUE(discoverer.says("found Studio 2 host-a.local:8080 path=/a\n")) << discoverer.text();
+    EXPECT_EQ(output_of("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM
+                        " discover _http._tcp --seconds 1 --json; echo $?"),
+              R"({"event":"found","name":"Studio 2","type":"_http._tcp.","host":"host-a.local",)"
+              R"("port":8080,"text":{"path":"/a"}})"
+              "\n0\n");
+    advertiser.interrupt();
+    EXPECT_TRUE(discoverer.says("gone Studio 2 host-a.local:8080 path=/a\n")) << discoverer.text();
+    EXPECT_TRUE(advertiser.ends());
+    EXPECT_EQ(advertiser.text(), "advertising _http._tcp. port 8080\n");
+}
+
+TEST(AvahiProgram, WithoutADaemonSaysSo) {
+    daemon("a", "stop");
+    const std::string refusal =
+        "pennywort: the DNS-SD daemon refuses; is it running (on Linux avahi-daemon)?\n1\n";
+    EXPECT_EQ(output_of(PENNYWORT_PROGRAM " discover http; echo $?"), refusal);
+    EXPECT_EQ(output_of(PENNYWORT_PROGRAM " advertise http 80; echo $?"), refusal);
+}
+
+TEST(AvahiProgram, ADiscoveryEndsWithItsReader) {
+    shell other(peer("publish _http._tcp. 1 1 Camera"));
+    ASSERT_TRUE(other.says("ready")) << other.text();
+    shell reader(PENNYWORT_PROGRAM " discover http --each | head -n 1");
+    EXPECT_TRUE(reader.ends());
+    EXPECT_NE(reader.text().find("found Camera host-b.local:1\n"), std::string::npos)
+        << reader.text();
+}
+
+// With the real browser runtime.
+TEST(AvahiLive, TheControlPageIsFoundWhereOthersReachIt) {
+    shell live(PENNYWORT_PROGRAM " live about:blank --listen 0.0.0.0 --port 8123");
+    ASSERT_TRUE(live.says("http://127.0.0.1:8123/")) << live.text();
+    shell discoverer("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM " discover http");
+    EXPECT_TRUE(discoverer.says("found host-a host-a.local:8123 path=/\n")) << discoverer.text();
+    live.interrupt();
+    EXPECT_TRUE(discoverer.says("gone host-a host-a.local:8123 path=/\n")) << discoverer.text();
+    EXPECT_TRUE(live.ends());
+}
+
+TEST(AvahiLive, TheControlPageIsUntoldWhereAskedOrOutOfReach) {
+    shell local(PENNYWORT_PROGRAM " live about:blank --port 8123");
+    ASSERT_TRUE(local.says("http://127.0.0.1:8123/")) << local.text();
+    shell quiet(PENNYWORT_PROGRAM " live about:blank --listen 0.0.0.0 --port 8124 --no-advertise");
+    ASSERT_TRUE(quiet.says("http://127.0.0.1:8124/")) << quiet.text();
+    // One that is advertised now is found; those before it would have been.
+    shell last(PENNYWORT_PROGRAM " advertise http 8125");
+    shell discoverer("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM " discover http");
+    EXPECT_TRUE(discoverer.says(":8125\n")) << discoverer.text();
+    EXPECT_EQ(discoverer.text().find(":8123"), std::string::npos) << discoverer.text();
+    EXPECT_EQ(discoverer.text().find(":8124"), std::string::npos) << discoverer.text();
 }
 
 TEST(Avahi, ManyStartsAndStopsLeaveNothingBehind) {

@@ -1,0 +1,117 @@
+// host/discover/service_words.cpp - see the header for the contract.
+#include "host/discover/service_words.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <string_view>
+
+#include "bonjour.h"
+#include "core/text/utf8.h"
+
+namespace pennywort::host {
+
+namespace {
+
+constexpr std::uint64_t k_what = 0x77686174;
+constexpr std::int32_t k_found = 0x63426A2B;
+constexpr std::size_t k_max_service_word = 15;  // RFC 6335, section 5.1
+
+bool is_service_word(std::string_view text) {
+    const auto is_of_word = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '-';
+    };
+    return !text.empty() && text.size() <= k_max_service_word &&
+           std::all_of(text.begin(), text.end(), is_of_word);
+}
+
+bool is_plain(const text::utf8_piece& piece) {
+    const bool is_control = piece.point < 0x20 || (piece.point >= 0x7F && piece.point < 0xA0);
+    // Marks that turn the direction of what follows on a terminal.
+    const bool is_turn = (piece.point >= 0x202A && piece.point <= 0x202E) ||
+                         (piece.point >= 0x2066 && piece.point <= 0x2069);
+    return piece.is_valid && !is_control && !is_turn;
+}
+
+std::string shown(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const text::utf8_piece piece = text::first_character(text);
+        for (std::size_t i = 0; i < piece.bytes && !is_plain(piece); ++i) {
+            char code[8];
+            std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned char>(text[i]));
+            out += code;
+        }
+        if (is_plain(piece)) out += text.substr(0, piece.bytes);
+        text.remove_prefix(piece.bytes);
+    }
+    return out;
+}
+
+std::string_view text_of(const zRecord& record, const char* name) {
+    std::uint32_t length = 0;
+    const char* const text = record.AsText(name, &length);
+    return text == nullptr ? std::string_view() : std::string_view(text, length);
+}
+
+// Without the dot that ends a name of DNS: nobody writes it.
+std::string_view host_of(const zRecord& notification) {
+    std::string_view host = text_of(notification, "host");
+    if (host.ends_with('.')) host.remove_suffix(1);
+    return host;
+}
+
+bool is_found(const zRecord& notification) { return notification.AsInt32(k_what, 0) == k_found; }
+
+}  // namespace
+
+std::string take_service_type(const std::string& text, std::string& type) {
+    type = text;
+    if (is_service_word(text)) type = "_" + text + "._tcp.";
+    if (text.ends_with("._tcp") || text.ends_with("._udp")) type += '.';
+    const bool has_protocol =
+        type.find("._tcp.") != std::string::npos || type.find("._udp.") != std::string::npos;
+    if (type.starts_with('_') && has_protocol && text::is_utf8(type)) return {};
+    return "TYPE " + text + " is not a service type, such as http or _http._tcp";
+}
+
+std::string service_line(const zRecord& notification) {
+    std::string line = is_found(notification) ? "found " : "gone ";
+    line += shown(text_of(notification, "name")) + " " + shown(host_of(notification)) + ":" +
+            std::to_string(notification.AsInt32("port", 0));
+    const zRecord* const items = notification.Child(0);
+    for (std::uint32_t i = 0; items != nullptr && i < items->VariableCount(); ++i) {
+        const char* const key = items->VariableName(i);
+        // Avahi's way to write a record without items is one item of nothing.
+        if (*key == '\0') continue;
+        line += " " + shown(key) + "=" + shown(text_of(*items, key));
+    }
+    return line;
+}
+
+json service_json(const zRecord& notification) {
+    json value;
+    value["event"] = is_found(notification) ? "found" : "gone";
+    value["name"] = text_of(notification, "name");
+    value["type"] = text_of(notification, "service");
+    value["host"] = host_of(notification);
+    value["port"] = notification.AsInt32("port", 0);
+    value["text"] = json::object();
+    const zRecord* const items = notification.Child(0);
+    for (std::uint32_t i = 0; items != nullptr && i < items->VariableCount(); ++i) {
+        const char* const key = items->VariableName(i);
+        if (*key == '\0') continue;
+        value["text"][key] = text_of(*items, key);
+    }
+    return value;
+}
+
+std::string dnssd_failure() {
+    return cBonjour::SystemHasBonjour()
+               ? "the DNS-SD daemon refuses; is it running (on Linux avahi-daemon)?"
+               : "there is no DNS-SD library here; it comes with Bonjour on Windows, with "
+                 "libavahi-compat-libdnssd1 on Debian";
+}
+
+}  // namespace pennywort::host

@@ -301,42 +301,42 @@ long cBonjour::browse_resolve_now(const cBonjourService& browse, const found_ser
     service->parent = browse.reference;
     service->number = browse.number;
     service->event = found.event;
-    const int error = m_lib->DNSServiceResolve(
+    const std::shared_ptr<life> alive = m_life;
+    const std::shared_ptr<cBonjourLib> library = m_lib;
+    const int error = library->DNSServiceResolve(
         &service->reference, 0, found.interface_index, service->name.CString(),
-        service->type.CString(), service->domain.CString(), &cBonjour::resolve_reply, m_life.get());
+        service->type.CString(), service->domain.CString(), &cBonjour::resolve_reply, alive.get());
     if (error != k_dnssd_no_error) return k_refused;
-    return resolve_answered(std::move(service));
+    const bool has_answer = has_answered(*alive, *library, *service);
+    library->DNSServiceRefDeallocate(service->reference);
+    return has_answer ? k_fine : k_refused;
 }
 
 // Waits for the answer, in the middle of the browse's own callback. A sink of traces, or the
-// library, may call the host meanwhile, which may end this object.
-long cBonjour::resolve_answered(std::unique_ptr<cBonjourService> service) {
-    const std::shared_ptr<life> alive = m_life;
-    const std::shared_ptr<cBonjourLib> library = m_lib;
+// library, may call the host meanwhile, which may end the object: hence the life and not the
+// object.
+bool cBonjour::has_answered(const life& alive, cBonjourLib& library, cBonjourService& service) {
     const run::deadline end{std::chrono::milliseconds(k_max_resolve_ms)};
     const bool has_more = !is_first_result_the_answer();
     int error = k_dnssd_no_error;
-    bool has_data = false;
     int left_ms = k_max_resolve_ms;
     do {
-        has_data = socket_has_data_waiting(*library, service->reference, left_ms);
-        if (!has_data || alive->owner == nullptr) break;
-        error = process_look_up(*library, *service);
+        if (!socket_has_data_waiting(library, service.reference, left_ms)) return false;
+        if (alive.owner == nullptr) return false;
+        error = process_look_up(alive, library, service);
         left_ms = end.left_ms();
-    } while (has_more && error == k_dnssd_no_error && !service->is_answered &&
-             alive->owner != nullptr);
-    library->DNSServiceRefDeallocate(service->reference);
-    return has_data ? k_fine : k_refused;
+    } while (has_more && error == k_dnssd_no_error && !service.is_answered &&
+             alive.owner != nullptr);
+    return true;
 }
 
 // On the resolving list as long as the library may call back for it.
-int cBonjour::process_look_up(cBonjourLib& library, cBonjourService& service) {
-    const std::shared_ptr<life> alive = m_life;
-    const bool is_listed =
-        run::guarded("cBonjour", "looking up", [&] { m_resolving_list.Add(&service); });
+int cBonjour::process_look_up(const life& alive, cBonjourLib& library, cBonjourService& service) {
+    service_list& resolving = alive.owner->m_resolving_list;
+    const bool is_listed = run::guarded("cBonjour", "looking up", [&] { resolving.Add(&service); });
     if (!is_listed) return k_dnssd_unknown_error;
     const int error = library.DNSServiceProcessResult(service.reference);
-    if (alive->owner != nullptr) remove(m_resolving_list, &service);
+    if (alive.owner != nullptr) remove(resolving, &service);
     return error;
 }
 

@@ -178,10 +178,12 @@ private:
     bool is_told_already(cBonjourService& browse, const pennywort::discovery::found_service& found);
     long browse_resolve_now(const cBonjourService& browse,
                             const pennywort::discovery::found_service& found);
-    long resolve_answered(std::unique_ptr<cBonjourService> service);
+    static bool has_answered(const pennywort::discovery::life& alive, cBonjourLib& library,
+                             cBonjourService& service);
     void browse_resolve_success(Reference reference,
                                 const pennywort::discovery::resolved_service& resolved);
-    int process_look_up(cBonjourLib& library, cBonjourService& service);
+    static int process_look_up(const pennywort::discovery::life& alive, cBonjourLib& library,
+                               cBonjourService& service);
     static bool socket_has_data_waiting(cBonjourLib& library, Reference reference, int timeout_ms);
     static bool is_worth_telling(cBonjourService& browse, const cBonjourService& service,
                                  const pennywort::discovery::resolved_service& resolved);

@@ -127,6 +127,11 @@ inline constexpr std::uint32_t k_calls_dropped_untold = 10'000;
 inline constexpr std::uint32_t k_calls_handled_untold = 64;
 inline constexpr std::size_t k_max_calling_frames = 256;
 
+// Frames of a page by its own clock that wait for the one before them; and tasks that a page may
+// run at one moment of its time before that moves on, since a loop of messages would hold it.
+inline constexpr std::size_t k_max_waiting_page_frames = 8;
+inline constexpr int k_max_starved_tasks = 1000;
+
 // --- Host program: what a user may ask for
 
 inline constexpr std::uint64_t k_max_frames = 1'000'000'000;

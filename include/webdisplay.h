@@ -97,6 +97,13 @@ enum class cWebDisplayPagePhase {
     Closed  // there is no browser any more: the display was closed, or the page has closed itself
 };
 
+// What became of one frame of a page by its own clock. See cWebDisplayBrowser::AdvancePage.
+enum class cWebDisplayPageFrame {
+    Painted,
+    Unchanged,  // the page looks as it did before
+    Failed
+};
+
 // See cWebDisplayBrowser::GetPageStatus.
 struct cWebDisplayPageStatus {
     cWebDisplayPagePhase phase = cWebDisplayPagePhase::None;
@@ -104,6 +111,7 @@ struct cWebDisplayPageStatus {
     zString asked;              // what was given to the browser and has not begun; empty if nothing
     zString error;              // why the last page that failed did; empty if none has
     std::uint32_t waiting = 0;  // URLs in the queue, not given to the browser yet
+    zString frameFault;         // why the last frame failed that AdvancePage asked for; or empty
     std::uint64_t droppedCalls = 0;  // of hostApp.execute: see "web_max_waiting_calls"
 };
 
@@ -118,6 +126,11 @@ struct cWebDisplayPageStatus {
 //   "web_refuse_downloads"     a page saves no files (default: the runtime's own way, which is to
 //                              save them in the user's folder without asking)
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
+//   "web_page_clock"           the page lives by a time of its own, which stands at its beginning
+//                              until AdvancePage moves it: its scripts, timers, animations and
+//                              films see no other. Wants EnablePageClock
+//   "web_page_day"             what the page's clocks say at that beginning, in seconds since 1970
+//                              (default, 0: now)
 //   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
 //                              queue goes on with its next URL (default: nothing happens)
 //   "web_tell_every_load"      what the browser shows in the place of a page that failed is not
@@ -185,6 +198,18 @@ public:
     // and, if anything changed, one picture goes to the renderer. Does not wait for it. False when
     // the display has no page yet or does not run on its host's clock.
     virtual bool NextFrame();
+
+    // One frame of a display that was opened with "web_page_clock": its page is moved to
+    // `microseconds` after its beginning, however long that takes, and if anything changed one
+    // picture goes to the renderer. Does not wait for it: `onFrame` is called once, on the display
+    // thread, with what became of the frame. Painted comes after the picture was delivered, and
+    // Unchanged when the next frame is begun, since only then it is certain that no picture comes.
+    // The moments of one page must rise, and the first may be 0; up to eight may wait for the one
+    // before them. One that does not rise, one too many, one before PageLoaded and those that wait
+    // when the page fails are told Failed; why stands in GetPageStatus. False, with `onFrame`
+    // dropped, when the display has no browser yet or does not run by its page's clock.
+    virtual bool AdvancePage(std::int64_t microseconds,
+                             std::function<void(cWebDisplayPageFrame)> onFrame);
 
     // Receivers; null removes. See the head of this file for when the old one may be destroyed.
     void SetVideoRenderer(cBrowserVideoRendererInterface* renderer);
@@ -275,6 +300,8 @@ public:
     void DeleteCookies(const char* url) override;
     void SetVisibility(bool visible) override;
     bool NextFrame() override;
+    bool AdvancePage(std::int64_t microseconds,
+                     std::function<void(cWebDisplayPageFrame)> onFrame) override;
 
     // Shows the page in a child window of `parent` instead of painting off screen; null goes back.
     // Call before Open.
@@ -340,6 +367,11 @@ public:
     // Adds a command line switch (without dashes) for the runtime's processes; an empty or null
     // value makes a plain switch. Before Startup only.
     static void AddCommandLineSwitch(const char* name, const char* value);
+    // Lets displays have "web_page_clock". Before Startup only. `randomSeed` is where Math.random
+    // of every page begins, so that two runs of a page are equal. All displays of the process then
+    // draw a frame only when all parts of it are there, and keep the frames of other sites in the
+    // process of their page.
+    static void EnablePageClock(std::uint32_t randomSeed);
     // Why the last Startup was false, in one sentence that names the remedy; empty if it was not.
     static void GetStartupFailure(zString& out);
 

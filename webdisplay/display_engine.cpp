@@ -24,6 +24,7 @@ using browser_ref = cef::ref<cef_browser_t>;
 using host_ref = cef::ref<cef_browser_host_t>;
 using frame_ref = cef::ref<cef_frame_t>;
 
+constexpr const char* k_empty_page = "about:blank";
 constexpr int k_smallest_side = 5;
 constexpr cef_color_t k_windowed_background = 0xCC27282B;
 constexpr cef_color_t k_transparent = 0x00000000;
@@ -87,6 +88,7 @@ bool display_engine::open() {
         const zAutoCritical lock(m_display.m_state_lock.get());
         m_is_open_wanted = true;
     }
+    if (m_display.m_state->is_on_page_clock && !can_have_page_clock()) return false;
     const auto held = another_reference();
     if (!cef::on_ui_thread()) {
         return cef::post_to_ui([held] { held->create_cef_browser(nullptr); });
@@ -97,7 +99,9 @@ bool display_engine::open() {
 
 void display_engine::create() {
     part_from_gone();
-    const std::string start_url = m_display.PeekNextURL();
+    // A page by its own clock is loaded when that stands.
+    const bool begins_empty = m_display.m_state->is_on_page_clock && m_display.m_windowless;
+    const std::string start_url = begins_empty ? std::string() : m_display.PeekNextURL();
     const client_ref client = make_client(start_url);
     if (!client) return;
     const bool is_started = run::guarded_or(false, "cWebDisplayCEFBrowser", "Open",
@@ -115,6 +119,14 @@ void display_engine::create() {
 void display_engine::part_from_gone() {
     const webdisplay_cef_state left = state();
     if (left.client && left.client->life().is_gone()) part_from(left.client);
+}
+
+bool display_engine::can_have_page_clock() {
+    const outcome<> prepared = page_driver::prepare();
+    if (prepared) return true;
+    zTraceManager::Default()->TraceNote("cWebDisplayCEFBrowser::Open: no clock of the page: %s\n",
+                                        prepared.text().c_str());
+    return false;
 }
 
 // Empty if the display was opened twice, or closed before its turn came.
@@ -148,7 +160,8 @@ bool display_engine::start_browser(webdisplay_browser_client& client,
     settings.size = sizeof settings;
     if (m_display.m_windowless) {
         window.windowless_rendering_enabled = 1;
-        window.external_begin_frame_enabled = m_display.m_state->is_on_host_clock ? 1 : 0;
+        window.external_begin_frame_enabled =
+            m_display.m_state->is_on_host_clock || m_display.m_state->is_on_page_clock ? 1 : 0;
         settings.windowless_frame_rate = whole_frames(m_display.m_frame_rate);
         settings.background_color = m_display.m_transparent ? k_transparent : k_opaque_black;
     } else {
@@ -156,7 +169,7 @@ bool display_engine::start_browser(webdisplay_browser_client& client,
                                   static_cast<int>(height));
         settings.background_color = k_windowed_background;
     }
-    const cef::utf16 url(start_url);
+    const cef::utf16 url(m_display.m_state->is_on_page_clock ? k_empty_page : start_url);
     cef::ref<cef_dictionary_value_t> bound = bound_of(m_display.m_state->max_waiting_calls);
     live_browsers::expect();
     const bool is_started =
@@ -246,7 +259,7 @@ void display_engine::load_next() {
     // A page that is being loaded asks for the next one itself when it has finished.
     if (!state.browser || is_loading(state)) return;
     const frame_ref frame(state.browser->get_main_frame(state.browser.get()));
-    if (!frame) return;
+    if (!frame || !state.client->may_load()) return;
     // One URL a call, and nothing for an empty one, unless the host wants to hear of each.
     const bool passes_over = m_display.m_state->loads.policy().tell_every_load;
     while (!load(*state.client, *frame.get(), m_display.PeekNextURL()) && passes_over &&

@@ -26,6 +26,7 @@ private:
     using client_ref = cef::own<webdisplay_browser_client>;
 
     std::shared_ptr<cWebDisplayCEFBrowser> another_reference();
+    static bool can_have_page_clock();
     void part_from_gone();
     client_ref make_client(const std::string& start_url);
     bool start_browser(webdisplay_browser_client& client, const std::string& start_url);

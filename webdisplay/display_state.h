@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "loam/returned_mutex.h"
 #include "webdisplay/page_loads.h"
@@ -21,6 +22,9 @@ struct display_state {
     page_loads loads;
     tick_ledger ticks;
     bool is_on_host_clock = false;
+    bool is_on_page_clock = false;
+    double page_day = 0;
+    std::string frame_fault;  // under loads_lock
     bool refuses_downloads = false;
     std::int32_t max_waiting_calls = 0;
     std::atomic<std::uint64_t> dropped_calls{0};

@@ -50,6 +50,16 @@ inline constexpr std::string_view k_paint_watch =
     "else next(count);}, 700);})();";
 inline constexpr std::string_view k_paint_report = "thinternal-page-painted";
 
+// Only for a page by its own clock. A film does not play by that clock, so it is kept paused and
+// put to each frame's moment: the driver stands in each document before its own scripts, and calls
+// the binding when there is the first film to drive; the other is run before each frame and waited
+// for.
+inline constexpr const char* k_film_binding = "thinternalFilms";
+extern const char* const k_film_driver;
+inline constexpr const char* k_place_films = "window['thinternal films']()";
+// What the page has asked for so far and shows nothing without: fonts, images, films.
+extern const char* const k_settled;
+
 static_assert(k_flash_probe.size() == 349 && k_focus_listener.size() == 535 &&
               k_blur_listener.size() == 94 && k_error_hook.size() == 79 && k_next_url.size() == 43);
 

@@ -131,6 +131,8 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_transparent = settings.AsBool("web_transparent", false);
     m_css_override = settings.AsString("web_override_css", {});
     m_state->is_on_host_clock = settings.AsBool("web_host_clock", false);
+    m_state->is_on_page_clock = settings.AsBool("web_page_clock", false);
+    m_state->page_day = settings.AsDouble("web_page_day", 0);
     m_state->refuses_downloads = settings.AsBool("web_refuse_downloads", false);
     m_state->max_waiting_calls = settings.AsInt32("web_max_waiting_calls", 0);
 }
@@ -334,11 +336,16 @@ void cWebDisplayBrowser::GetPageStatus(cWebDisplayPageStatus& out) const {
             out.url = loads.url();
             out.asked = loads.asked_url();
             out.error = loads.error();
+            out.frameFault = m_state->frame_fault;
         }
         out.droppedCalls = m_state->dropped_calls;
         const std::lock_guard<std::mutex> guard(m_state->url_lock);
         out.waiting = static_cast<std::uint32_t>(m_url_queue.size());
     });
+}
+
+bool cWebDisplayBrowser::AdvancePage(std::int64_t, std::function<void(cWebDisplayPageFrame)>) {
+    return false;
 }
 
 bool cWebDisplayBrowser::NextFrame() { return false; }

@@ -2,6 +2,7 @@
 #include "webdisplay/webdisplay_browser_client.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -126,7 +127,9 @@ webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owne
       m_start_url(std::move(start_url)),
       m_refuses_downloads(owner->m_state->refuses_downloads),
       m_life(std::move(ended)),
-      m_has_page_receiver(owner->m_state->has_page_receiver) {}
+      m_has_page_receiver(owner->m_state->has_page_receiver),
+      m_is_on_page_clock(owner->m_state->is_on_page_clock && owner->m_windowless),
+      m_page_day(owner->m_state->page_day) {}
 
 void webdisplay_browser_client::set_alive() { m_alive.CompareAndSet(0, 1); }
 
@@ -159,6 +162,11 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
     message_pump::frame_painted();
     const owner_use owner(*this);
     if (!owner) return;
+    if (m_driver) {
+        if (type == PET_VIEW) return take_page_frame(*owner, buffer, width, height);
+        if (m_driver->shows_frame()) owner->BrowserPainted(buffer, width, height, true);
+        return;
+    }
     if (owner->m_state->loads.holds_picture() && holds_frame_back(*owner, buffer, width, height)) {
         return;
     }
@@ -249,6 +257,7 @@ bool webdisplay_browser_client::take_over_browser(cWebDisplayCEFBrowser& owner,
     if (owner.m_cef_state != nullptr && !owner.m_cef_state->browser) {
         owner.m_cef_state->browser = cef::ref<cef_browser_t>::shared(browser);
     }
+    if (m_driver) return true;
     const bool is_pending = std::exchange(owner.m_load_pending, false);
     const std::string popped = owner.PopNextURL();
     if (is_pending) url = popped;
@@ -273,12 +282,13 @@ void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
     if (is_popup(browser)) return popup_created(browser);
 
     std::string url;
+    make_driver();
     {
         const owner_use owner(*this);
         // The display was closed while the browser was on its way.
         if (!owner || !take_over_browser(*owner, browser, url)) return close_soon(browser);
     }
-    load_first_page(browser, url);
+    if (!m_driver) load_first_page(browser, url);
     const owner_use owner(*this);
     if (!owner) return;
     long width = 0;
@@ -295,6 +305,8 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
     live_browsers::gone(browser);
     if (is_popup(browser)) return popup_closed(browser);
     m_alive.CompareAndSet(1, 0);
+    if (m_driver) m_driver->close();
+    m_driver = {};
     m_life.end();
     run::guarded("cWebDisplayCEFBrowser", "Close", [&] { close_popups(); });
     // Without a reference of its own: the display may be waiting for this in its destructor.
@@ -321,7 +333,7 @@ unsigned webdisplay_browser_client::start_asked_for() {
 // The next URL is asked for through the page, so that the scripts of the page that has just
 // finished run first.
 void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, bool is_loading) {
-    if (is_popup(browser)) return;
+    if (is_popup(browser) || is_before_page()) return;
     const owner_use owner(*this);
     if (!owner) return;
     if (is_loading) {
@@ -336,7 +348,7 @@ void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, boo
 
 // Not called for what the runtime shows in the place of a page that failed, though OnLoadEnd is.
 void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) {
-    if (!frame->is_main(frame) || is_popup(browser)) return;
+    if (!frame->is_main(frame) || is_popup(browser) || is_before_page()) return;
     const owner_use owner(*this);
     if (!owner) return;
     const std::string url = cef::utf8_of(frame->get_url(frame));
@@ -346,6 +358,7 @@ void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t*
 
 void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) {
     if (!is_alive() || !frame->is_main(frame) || is_popup(browser)) return;
+    if (is_before_page()) return m_driver->browser_arrived(browser);
     std::string css;
     bool is_on_host_clock = false;
     {
@@ -353,7 +366,8 @@ void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* f
         if (!owner) return;
         css = owner->get_css_override();
         is_on_host_clock = owner->m_state->is_on_host_clock;
-        report_end(*owner, browser, cef::utf8_of(frame->get_url(frame)));
+        const std::string url = cef::utf8_of(frame->get_url(frame));
+        m_driver ? m_driver->page_loaded(url) : report_end(*owner, browser, url);
     }
     inject_scripts(frame, css, is_on_host_clock);
 }
@@ -390,6 +404,7 @@ void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*
         if (frame->is_main(frame)) forget_load_soon();
         return;
     }
+    if (frame->is_main(frame) && m_driver) m_driver->page_lost();
     const owner_use owner(*this);
     if (!owner) return;
     if (frame->is_main(frame)) page_failed(*owner, failed_url, error_text);
@@ -452,6 +467,80 @@ void webdisplay_browser_client::report_if_ignored(unsigned ticket) {
     owner->handle_page_load_failed(url.c_str(), "the browser does not take this URL");
 }
 
+// --- a page by its own clock
+
+double webdisplay_browser_client::page_day() const {
+    using seconds = std::chrono::duration<double>;
+    if (m_page_day > 0) return m_page_day;
+    return seconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+void webdisplay_browser_client::make_driver() {
+    if (!m_is_on_page_clock) return;
+    page_driver_events events;
+    events.load_next = [this] {
+        const owner_use owner(*this);
+        if (owner) owner->LoadNextUrl();
+    };
+    events.page_stands = [this] { page_stands(); };
+    events.failed = [this](const std::string& why) { page_stopped(why); };
+    m_driver = cef::own<page_driver>(new page_driver(page_day(), std::move(events)));
+}
+
+// Only now: before that the browser may have shown it in a process that it has left again.
+void webdisplay_browser_client::page_stands() {
+    const owner_use owner(*this);
+    webdisplay_cef_state state;
+    if (owner) owner->get_cef_state(state);
+    if (!state.browser) return;
+    const cef::ref<cef_frame_t> frame(state.browser->get_main_frame(state.browser.get()));
+    if (frame) report_end(*owner, state.browser.get(), cef::utf8_of(frame->get_url(frame.get())));
+}
+
+bool webdisplay_browser_client::may_load() { return !m_driver || m_driver->may_load(); }
+
+void webdisplay_browser_client::advance_page(std::int64_t microseconds,
+                                             page_timeline::receiver told) {
+    if (!m_driver) return told ? told(frame_end::failed) : void();
+    m_driver->advance(microseconds, [this, told = std::move(told)](frame_end how) {
+        if (how == frame_end::unchanged && show_unseen()) how = frame_end::painted;
+        if (told) told(how);
+    });
+}
+
+// What is painted before the first frame is kept: a page that stands still paints no other.
+void webdisplay_browser_client::take_page_frame(cWebDisplayCEFBrowser& owner, const void* buffer,
+                                                int width, int height) {
+    if (m_driver->shows_frame()) {
+        m_unseen.clear();
+        owner.BrowserPainted(buffer, width, height, false);
+    } else {
+        const auto* bytes = static_cast<const unsigned char*>(buffer);
+        m_unseen.assign(bytes, bytes + std::size_t(4) * static_cast<std::size_t>(width) *
+                                           static_cast<std::size_t>(height));
+        m_unseen_width = width;
+        m_unseen_height = height;
+    }
+    m_driver->painted();
+}
+
+bool webdisplay_browser_client::show_unseen() {
+    const owner_use owner(*this);
+    if (!owner || m_unseen.empty()) return false;
+    const std::vector<unsigned char> picture = std::exchange(m_unseen, {});
+    owner->BrowserPainted(picture.data(), m_unseen_width, m_unseen_height, false);
+    return true;
+}
+
+void webdisplay_browser_client::page_stopped(const std::string& why) {
+    zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page stands still: %s\n",
+                                        why.c_str());
+    const owner_use owner(*this);
+    if (!owner) return;
+    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+    owner->m_state->frame_fault = why;
+}
+
 // --- requests and drags
 
 cef::own<cef::CefResourceRequestHandler> webdisplay_browser_client::GetResourceRequestHandler(
@@ -464,6 +553,7 @@ cef::own<cef::CefResourceRequestHandler> webdisplay_browser_client::GetResourceR
 // Without a word of the host's own that it minds, nothing happens.
 void webdisplay_browser_client::OnRenderProcessTerminated(cef_browser_t* browser) {
     if (is_popup(browser)) return;
+    if (m_driver) m_driver->page_lost();
     const owner_use owner(*this);
     if (!owner || !owner->m_state->loads.policy().minds_lost_page()) return;
     zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page's process has ended\n");

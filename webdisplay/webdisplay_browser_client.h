@@ -11,6 +11,7 @@
 #include "webdisplay/browser_life.h"
 #include "webdisplay/cef/interfaces.h"
 #include "webdisplay/page_calls.h"
+#include "webdisplay/page_driver.h"
 
 namespace pennywort::webdisplay {
 
@@ -52,6 +53,11 @@ public:
     // Looks, when the runtime has had its turn, whether the browser took any notice of it. A URL
     // that it ignores would hold up the queue until the host asks for another. UI thread.
     void look_whether_ignored(unsigned ticket, int turns = 3);
+    // Whether the browser may be given a page now. One that lives by its own clock may not be
+    // before that stands; the owner's LoadNextUrl is called again then. UI thread.
+    bool may_load();
+    // See cWebDisplayBrowser::AdvancePage. UI thread.
+    void advance_page(std::int64_t microseconds, page_timeline::receiver told);
     // The life of the browser. Any thread.
     shared_life& life() { return m_life; }
 
@@ -94,6 +100,14 @@ public:
 private:
     class owner_use;
 
+    void take_page_frame(cWebDisplayCEFBrowser& owner, const void* buffer, int width, int height);
+    bool show_unseen();
+    double page_day() const;
+    void make_driver();
+    bool is_before_page() const { return m_driver && m_driver->is_preparing(); }
+    void page_stands();
+    void page_stopped(const std::string& why);
+
     bool is_alive() const { return m_alive.Get() == 1; }
     void popup_created(cef_browser_t* browser);
     void popup_closed(cef_browser_t* browser);
@@ -129,6 +143,13 @@ private:
     // Outlives the display, for requests that come when it has gone.
     const std::shared_ptr<std::atomic<bool>> m_has_page_receiver;
     std::vector<cef::ref<cef_browser_t>> m_popups;  // UI thread
+    const bool m_is_on_page_clock;
+    const double m_page_day;
+    // Only of a page by its own clock; UI thread.
+    cef::own<page_driver> m_driver;
+    std::vector<unsigned char> m_unseen;  // the picture before the first frame
+    int m_unseen_width = 0;
+    int m_unseen_height = 0;
 };
 
 }  // namespace pennywort::webdisplay

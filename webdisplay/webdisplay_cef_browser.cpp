@@ -189,6 +189,23 @@ bool cWebDisplayCEFBrowser::NextFrame() {
     return true;
 }
 
+bool cWebDisplayCEFBrowser::AdvancePage(std::int64_t microseconds,
+                                        std::function<void(cWebDisplayPageFrame)> onFrame) {
+    if (!m_state->is_on_page_clock || !m_windowless) return false;
+    const webdisplay_cef_state state = m_engine->state();
+    if (!state.browser) return false;
+    return run::guarded_or(false, "cWebDisplayCEFBrowser", "AdvancePage", [&] {
+        const auto advance = [client = state.client, microseconds, told = std::move(onFrame)] {
+            client->advance_page(microseconds, [told](pennywort::webdisplay::frame_end how) {
+                if (told) told(static_cast<cWebDisplayPageFrame>(how));
+            });
+        };
+        if (!cef::on_ui_thread()) return cef::post_to_ui(advance);
+        advance();
+        return true;
+    });
+}
+
 // --- windowed mode
 
 void cWebDisplayCEFBrowser::SetParentWindow(HWND parent) {

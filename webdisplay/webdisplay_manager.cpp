@@ -17,6 +17,7 @@
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/live_browsers.h"
 #include "webdisplay/message_pump.h"
+#include "webdisplay/page_driver.h"
 #include "webdisplay/runtime_start.h"
 #include "webdisplay/webdisplay_cef_app.h"
 
@@ -24,6 +25,20 @@ using namespace pennywort;
 using namespace pennywort::webdisplay;  // the parts that the manager puts together
 
 namespace {
+
+// A frame of a page by its own clock is over only when all of its own picture is drawn; without the
+// second the display may draw before the page, and every picture is a frame late. Frames of other
+// sites stay in the page's process, which has the one clock.
+constexpr std::pair<const char*, const char*> k_page_clock_switches[] = {
+    {"run-all-compositor-stages-before-draw", ""},
+    {"enable-features", "DisplaySchedulerAsClient"},
+    {"disable-new-content-rendering-timeout", ""},
+    {"disable-checker-imaging", ""},
+    {"disable-threaded-animation", ""},
+    {"disable-threaded-scrolling", ""},
+    {"disable-image-animation-resync", ""},
+    {"disable-site-isolation-trials", ""},
+};
 
 // What outlives a manager: settings made before one exists, and a runtime that was left running.
 struct process_state {
@@ -169,6 +184,13 @@ void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) {
 void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const char* value) {
     if (!name || !*name) return;
     process().switches.push_back({name, value ? value : ""});
+}
+
+void cWebDisplayCEFBrowserManager::EnablePageClock(std::uint32_t randomSeed) {
+    for (const auto& [name, value] : k_page_clock_switches)
+        process().switches.push_back({name, value});
+    process().switches.push_back({"js-flags", "--random-seed=" + std::to_string(randomSeed)});
+    page_driver::allow();
 }
 
 void cWebDisplayCEFBrowserManager::GetStartupFailure(zString& out) { out = process().failure; }

@@ -57,6 +57,8 @@ struct fake_cef_script {
     bool paint_after_load = true;
     bool loading_outlives_renderer = false;  // a killed renderer's load goes on being called one
     bool animate = false;  // each browser paints at its frame rate, or at each begin frame
+    bool one_frame_at_a_time = false;  // a begin frame is dropped while another is under way
+    bool inspector_is_silent = false;
     bool page_answers_next_url = true;           // the page's part of the next-URL script
     std::map<std::string, fake_cef_page> pages;  // others load
     // Called in a task of the UI thread for each script that runs in a page.
@@ -139,6 +141,11 @@ struct fake_cef_browser {
     std::vector<bool> hides;
     std::vector<int> invalidates;  // paint element types
     int begin_frames = 0;
+    // What the clock said at each begin frame that was taken, in nanoseconds. One is taken when the
+    // one before has come to its end, as with the real runtime.
+    std::vector<std::int64_t> begin_times;
+    std::vector<std::string> inspector_methods;  // of the calls to the page's inspector
+    int inspector_observers = 0;
     std::vector<bool> focuses;
     int move_notices = 0;
 };
@@ -224,6 +231,8 @@ public:
                                      const std::vector<fake_cef_value>& arguments) = 0;
     // The page navigates by itself.
     virtual void navigate(int browser, const std::string& url) = 0;
+    // An event of the page's inspector, as its observers get it.
+    virtual void inspector_event(int browser, const std::string& message) = 0;
     // Ends a load that never ends.
     virtual void finish_load(int browser) = 0;
     virtual void load_error(int browser, bool main_frame, int code, const std::string& text,

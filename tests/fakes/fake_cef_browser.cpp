@@ -53,6 +53,7 @@ host_object::host_object(std::shared_ptr<page> shown)
     get_browser = [](cef_browser_host_t* self) { return of(self).m_page->browser_argument(); };
     set_window_operations();
     set_paint_operations();
+    set_inspector_operations();
 }
 
 page& host_object::shown(const char* operation) {
@@ -111,6 +112,7 @@ void host_object::set_paint_operations() {
             ledger::book().broken("a begin frame was sent to a browser that paints by itself");
         }
         // The picture comes later, also on the UI thread.
+        if (!ticked.take_frame()) return;
         runtime::the().post_ui([kept = ticked.shared_from_this()] { kept->begin_frame(); });
     };
     get_windowless_frame_rate = [](cef_browser_host_t* self) {
@@ -121,6 +123,33 @@ void host_object::set_paint_operations() {
             b.frame_rate = rate;
         });
     };
+}
+
+void host_object::set_inspector_operations() {
+    send_dev_tools_message = [](cef_browser_host_t* self, const void* text, size_t size) {
+        const std::string message(static_cast<const char*>(text), size);
+        page& asked = of(self).shown("send_dev_tools_message");
+        runtime::the().post_ui(
+            [kept = asked.shared_from_this(), message] { kept->inspect(message); });
+        return 1;
+    };
+    add_dev_tools_message_observer = [](cef_browser_host_t* self,
+                                        cef_dev_tools_message_observer_t* observer) {
+        page& watched = of(self).shown("add_dev_tools_message_observer");
+        auto* one = new inspector_registration(watched.shared_from_this(), observer);
+        return one->given();
+    };
+}
+
+inspector_registration::inspector_registration(std::shared_ptr<page> watched,
+                                               cef_dev_tools_message_observer_t* observer)
+    : object("registration"), m_page(std::move(watched)) {
+    m_page->observe({observer, "inspector observer"});
+}
+
+void inspector_registration::ended() {
+    m_page->observe({});
+    m_page.reset();
 }
 
 frame_object::frame_object(std::shared_ptr<page> shown, bool main_frame,

@@ -32,8 +32,20 @@ public:
 private:
     void set_window_operations();
     void set_paint_operations();
+    void set_inspector_operations();
     page& shown(const char* operation);
 
+    std::shared_ptr<page> m_page;
+};
+
+// As long as it lives, the observer hears the inspector.
+class inspector_registration final : public object<inspector_registration, cef_registration_t> {
+public:
+    inspector_registration(std::shared_ptr<page> watched,
+                           cef_dev_tools_message_observer_t* observer);
+    void ended();
+
+private:
     std::shared_ptr<page> m_page;
 };
 

@@ -102,6 +102,10 @@ void runtime::navigate(int browser, const std::string& url) {
     if (const auto found = find(browser)) found->load(url);
 }
 
+void runtime::inspector_event(int browser, const std::string& message) {
+    if (const auto found = find(browser)) found->inspector_says(message);
+}
+
 void runtime::finish_load(int browser) {
     if (const auto found = find(browser)) found->finish_load();
 }

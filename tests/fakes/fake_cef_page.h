@@ -55,6 +55,8 @@ public:
     void view_rect(int& width, int& height);
     void hide(bool hidden);
     void invalidate();
+    // Whether no frame is under way; then one is. Looks at the clock, as the real runtime does.
+    bool take_frame();
     void begin_frame();
     void change();
     void paint();
@@ -64,6 +66,11 @@ public:
     int open_popup(const std::string& url, bool user_gesture);
     bool drag_enter();
     bool may_download(const std::string& url);
+    // One call of the inspector's protocol, answered as a page does whose time is its own.
+    void inspect(const std::string& message);
+    void inspector_says(const std::string& message);
+    // One observer at a time.
+    void observe(caller_ref<cef_dev_tools_message_observer_t> observer);
     // Has the client vet a request on the IO thread. Any thread.
     void vet(const std::string& url, bool main_frame, bool navigation,
              std::function<void(bool allowed)> then);
@@ -124,7 +131,11 @@ private:
     bool m_hidden = false;
     bool m_changed = false;
     bool m_painting = false;
-    int m_callbacks = 0;  // that are under way, on the UI thread
+    bool m_in_frame = false;
+    caller_ref<cef_dev_tools_message_observer_t> m_observer;
+    std::vector<std::string> m_turns;  // answers that the next frame sends
+    double m_time_ms = 1000.25;        // of the page's own clock
+    int m_callbacks = 0;               // that are under way, on the UI thread
 };
 
 }  // namespace fake

@@ -10,6 +10,7 @@
 #include "tests/fakes/fake_cef_browser.h"
 #include "tests/fakes/fake_cef_page.h"
 #include "tests/fakes/fake_cef_runtime.h"
+#include "tests/fakes/fake_cef_system.h"
 #include "tests/fakes/fake_cef_text.h"
 #include "tests/fakes/fake_cef_values.h"
 
@@ -129,7 +130,23 @@ void page::invalidate() {
     if (record().paints > 0) paint();
 }
 
+bool page::take_frame() {
+    {
+        const std::lock_guard lock(m_lock);
+        const bool is_busy = std::exchange(m_in_frame, true);
+        if (is_busy && runtime::the().script().one_frame_at_a_time) return false;
+    }
+    const std::int64_t now = monotonic_nanoseconds();
+    note([now](fake_cef_browser& b) { b.begin_times.push_back(now); });
+    return true;
+}
+
 void page::begin_frame() {
+    {
+        const std::lock_guard lock(m_lock);
+        m_in_frame = false;
+    }
+    for (const auto& turn : std::exchange(m_turns, {})) inspector_says(turn);
     const bool animated = runtime::the().script().animate;
     if (std::exchange(m_changed, false) || animated) paint();
 }

@@ -81,6 +81,7 @@ public:
     bool message_from_closed(int browser, const std::string& name,
                              const std::vector<fake_cef_value>& arguments) override;
     void navigate(int browser, const std::string& url) override;
+    void inspector_event(int browser, const std::string& message) override;
     void finish_load(int browser) override;
     void load_error(int browser, bool main_frame, int code, const std::string& text,
                     const std::string& url) override;

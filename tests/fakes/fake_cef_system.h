@@ -2,6 +2,7 @@
 // Twins: fake_cef_system_linux.cpp, fake_cef_system_win.cpp.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ public:
 
 // The command line that the caller of the runtime hands over, in UTF-8.
 std::vector<std::string> command_line_of(const cef_main_args_t& args);
+
+// The monotonic clock, asked of the system by this library itself, in nanoseconds.
+std::int64_t monotonic_nanoseconds();
 
 // Name of the file by which the runtime claims a profile folder.
 const char* profile_lock_name();

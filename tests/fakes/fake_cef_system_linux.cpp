@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -117,6 +118,12 @@ std::unique_ptr<system_effects> system_effects::make(bool replace_signal_handler
 
 std::vector<std::string> command_line_of(const cef_main_args_t& args) {
     return {args.argv, args.argv + args.argc};
+}
+
+std::int64_t monotonic_nanoseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
 const char* profile_lock_name() { return "SingletonLock"; }

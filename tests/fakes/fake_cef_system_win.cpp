@@ -42,6 +42,17 @@ std::vector<std::string> command_line_of(const cef_main_args_t&) {
     return line;
 }
 
+// As the real runtime does: whole seconds first, since the product of all would not fit.
+std::int64_t monotonic_nanoseconds() {
+    constexpr std::int64_t k_second = 1'000'000'000;
+    LARGE_INTEGER ticks{};
+    LARGE_INTEGER frequency{};
+    QueryPerformanceFrequency(&frequency);
+    QueryPerformanceCounter(&ticks);
+    const std::int64_t rest = ticks.QuadPart % frequency.QuadPart;
+    return ticks.QuadPart / frequency.QuadPart * k_second + rest * k_second / frequency.QuadPart;
+}
+
 const char* profile_lock_name() { return "lockfile"; }
 
 bool claim_profile(const std::string& lock_path) {

@@ -163,6 +163,7 @@ cWebDisplayCEFBrowser* make_display(const page_settings& settings) {
     record.SetString("web_url", settings.url);
     record.SetBool("web_transparent", settings.transparent);
     record.SetBool("web_host_clock", settings.host_clock);
+    record.SetBool("web_page_clock", settings.page_clock);
     record.SetBool("web_report_lost_page", settings.report_lost_page);
     record.SetBool("web_keep_last_picture", settings.keep_last_picture);
     record.SetBool("web_refuse_downloads", settings.refuse_downloads);

@@ -126,6 +126,7 @@ struct page_settings {
     double rate = 60;
     bool transparent = false;
     bool host_clock = false;
+    bool page_clock = false;
     bool report_lost_page = false;
     bool keep_last_picture = false;
     bool refuse_downloads = false;

@@ -315,6 +315,18 @@ CefDownloadHandler::CefDownloadHandler() {
     };
 }
 
+CefDevToolsMessageObserver::CefDevToolsMessageObserver() {
+    m_struct->on_dev_tools_message = [](cef_dev_tools_message_observer_t* self,
+                                        cef_browser_t* browser, const void* text,
+                                        std::size_t size) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefDevToolsMessageObserver", [&] {
+            decltype(m_struct)::of(self)->OnDevToolsMessage({static_cast<const char*>(text), size});
+        });
+        return 1;
+    };
+}
+
 // --- tasks
 
 namespace {

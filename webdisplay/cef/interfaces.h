@@ -8,6 +8,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "webdisplay/cef/counted.h"
 
@@ -175,6 +176,19 @@ public:
 
 private:
     callback_struct<cef_download_handler_t, CefDownloadHandler> m_struct{this};
+};
+
+// Hears what the inspector of a page sends. UI thread.
+class CefDevToolsMessageObserver : public virtual CefBaseRefCounted {
+public:
+    CefDevToolsMessageObserver();
+    cef_dev_tools_message_observer_t* counted_observer() noexcept { return m_struct.counted(); }
+
+    // One message of the protocol, in UTF-8 JSON: an answer or an event.
+    virtual void OnDevToolsMessage(std::string_view message) = 0;
+
+private:
+    callback_struct<cef_dev_tools_message_observer_t, CefDevToolsMessageObserver> m_struct{this};
 };
 
 class CefClient : public virtual CefBaseRefCounted {

@@ -1,0 +1,54 @@
+// fake_cef_inspector.cpp - the inspector of a page of the fake runtime: as much of its protocol as
+// moves a page's time. Time passes only by a budget.
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "tests/fakes/fake_cef_page.h"
+#include "tests/fakes/fake_cef_runtime.h"
+
+namespace fake {
+
+namespace {
+
+using nlohmann::json;
+
+std::string answer_to(const json& call, json result = json::object()) {
+    return json{{"id", call.at("id")}, {"result", std::move(result)}}.dump();
+}
+
+}  // namespace
+
+void page::observe(caller_ref<cef_dev_tools_message_observer_t> observer) {
+    note([&](fake_cef_browser& b) { b.inspector_observers += observer ? 1 : -1; });
+    m_observer = std::move(observer);
+}
+
+void page::inspector_says(const std::string& message) {
+    const auto observer = m_observer;
+    if (!observer || !observer->on_dev_tools_message || is_gone()) return;
+    const callback_scope scope(*this);
+    observer->on_dev_tools_message(observer.get(), browser_argument(), message.data(),
+                                   message.size());
+}
+
+void page::inspect(const std::string& message) {
+    const json call = json::parse(message);
+    const std::string method = call.at("method");
+    note([&](fake_cef_browser& b) { b.inspector_methods.push_back(method); });
+    if (runtime::the().script().inspector_is_silent) return;
+    const json& params = call.at("params");
+    if (params.value("expression", "") == "new Promise(requestAnimationFrame)") {
+        m_turns.push_back(answer_to(call));
+        return;
+    }
+    if (method == "Performance.getMetrics") {
+        const json clock{{"name", "Timestamp"}, {"value", m_time_ms / 1000}};
+        return inspector_says(answer_to(call, {{"metrics", json::array({clock})}}));
+    }
+    inspector_says(answer_to(call));
+    if (!params.contains("budget")) return;
+    m_time_ms += params.at("budget").get<double>();
+    inspector_says(R"({"method":"Emulation.virtualTimeBudgetExpired","params":{}})");
+}
+
+}  // namespace fake

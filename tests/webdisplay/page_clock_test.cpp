@@ -1,0 +1,229 @@
+// page_clock_test.cpp - a display whose page lives by a clock of its own, on the fake runtime.
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "tests/webdisplay/fake_runtime_test.h"
+#include "webdisplay/cef/runtime.h"
+#include "webdisplay/page_clock.h"
+
+namespace {
+
+using strings = std::vector<std::string>;
+constexpr auto k_painted = cWebDisplayPageFrame::Painted;
+constexpr auto k_unchanged = cWebDisplayPageFrame::Unchanged;
+constexpr auto k_failed = cWebDisplayPageFrame::Failed;
+
+class PageClockTest : public FakeRuntimeTest {
+protected:
+    void start_with_page_clocks() {
+        script().one_frame_at_a_time = true;
+        cWebDisplayCEFBrowserManager::EnablePageClock(7);
+        start();
+    }
+
+    static zRecord on_page_clock(const char* url) {
+        zRecord settings = page(url);
+        settings.SetBool("web_page_clock", true);
+        return settings;
+    }
+
+    // Asks for a frame; how it ended goes to m_ends.
+    bool ask(screen& shown, std::int64_t microseconds) {
+        return shown->AdvancePage(microseconds,
+                                  [this](cWebDisplayPageFrame how) { m_ends.push_back(how); });
+    }
+    bool wait_for_ends(std::size_t count) {
+        return loop_until([&] { return m_ends.size() >= count; });
+    }
+    static std::string fault(screen& shown) {
+        cWebDisplayPageStatus status;
+        shown->GetPageStatus(status);
+        return std::string(status.frameFault.View());
+    }
+
+    std::vector<cWebDisplayPageFrame> m_ends;
+};
+
+TEST_F(PageClockTest, EachFrameIsStampedWithItsOwnMoment) {
+    script().animate = true;
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    EXPECT_EQ(s.seen.events, strings{"loaded http://a/"});
+    EXPECT_TRUE(s.seen.frames.empty()) << "what is painted before the first frame is nobody's";
+    for (int n = 0; n < 10; ++n) {
+        ASSERT_TRUE(ask(s, n * 40'000));
+        ASSERT_TRUE(wait_for_ends(static_cast<std::size_t>(n) + 1)) << fault(s);
+        EXPECT_EQ(m_ends.back(), k_painted);
+        EXPECT_EQ(s.seen.frames.size(), static_cast<std::size_t>(n) + 1);
+    }
+    const auto times = fake().browser(1).begin_times;
+    ASSERT_GE(times.size(), 13u);
+    for (std::size_t back = 1; back < 10; ++back) {
+        const std::size_t last = times.size() - 1;
+        EXPECT_EQ(times[last - back + 1] - times[last - back], 40'000'000) << back;
+    }
+    EXPECT_TRUE(s.seen.all_on_display_thread);
+}
+
+TEST_F(PageClockTest, AStillPageHasOnePictureAndIsUnchangedAfterIt) {
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    for (int n = 0; n < 4; ++n) ASSERT_TRUE(ask(s, n * 40'000));
+    ASSERT_TRUE(wait_for_ends(3)) << fault(s);
+    EXPECT_EQ(m_ends, (std::vector{k_painted, k_unchanged, k_unchanged}));
+    EXPECT_EQ(s.seen.frames.size(), 1u);
+}
+
+TEST_F(PageClockTest, TheBrowserBeginsEmptyAndThePageIsLoadedWhenItsClockStands) {
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    const auto browser = fake().browser(1);
+    EXPECT_EQ(browser.start_url, "about:blank");
+    EXPECT_EQ(browser.loads, strings{"http://a/"});
+    EXPECT_TRUE(browser.external_begin_frame);
+    EXPECT_EQ(browser.inspector_observers, 1);
+    cWebDisplayPageStatus status;
+    s->GetPageStatus(status);
+    EXPECT_EQ(status.phase, cWebDisplayPagePhase::Loaded);
+    EXPECT_EQ(std::string(status.url.View()), "http://a/");
+}
+
+TEST_F(PageClockTest, AnotherPageBeginsAtItsOwnTimeZero) {
+    script().animate = true;
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    ASSERT_TRUE(ask(s, 0));
+    ASSERT_TRUE(ask(s, 5'000'000));
+    ASSERT_TRUE(wait_for_ends(2)) << fault(s);
+    s->LoadUrl("http://b/");
+    s->LoadNextUrl();
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); })) << fault(s);
+    ASSERT_TRUE(ask(s, 0));
+    ASSERT_TRUE(wait_for_ends(3));
+    EXPECT_EQ(m_ends.back(), k_painted) << fault(s);
+}
+
+TEST_F(PageClockTest, FramesMayBeAskedForOnAnotherThreadAndEndOnTheDisplayThread) {
+    script().animate = true;
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    std::thread::id ended_on;
+    std::thread([&] {
+        EXPECT_TRUE(s->AdvancePage(0, [&](cWebDisplayPageFrame how) {
+            ended_on = std::this_thread::get_id();
+            m_ends.push_back(how);
+        }));
+    }).join();
+    ASSERT_TRUE(wait_for_ends(1));
+    EXPECT_EQ(ended_on, std::this_thread::get_id());
+    EXPECT_EQ(m_ends, std::vector{k_painted});
+}
+
+TEST_F(PageClockTest, WhatDoesNotRiseOrComesTooEarlyFails) {
+    script().animate = true;
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    EXPECT_FALSE(ask(s, 0)) << "no browser yet";
+    show(s);
+    ASSERT_TRUE(ask(s, 40'000));
+    ASSERT_TRUE(ask(s, 40'000));
+    ASSERT_TRUE(ask(s, -1));
+    ASSERT_TRUE(wait_for_ends(3));
+    EXPECT_EQ(m_ends, (std::vector{k_failed, k_failed, k_painted}));
+}
+
+TEST_F(PageClockTest, AFailedLoadAndALostPageFailTheFramesThatWait) {
+    script().pages["http://bad/"].error = -105;
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    for (int n = 0; n < 3; ++n) ASSERT_TRUE(ask(s, n * 40'000));
+    fake().post([] { fake().kill_renderer(1); });
+    ASSERT_TRUE(wait_for_ends(3));
+    EXPECT_EQ(m_ends.back(), k_failed);
+    EXPECT_EQ(fault(s), "the page is lost");
+    s->LoadUrl("http://b/");
+    s->LoadNextUrl();
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); })) << fault(s);
+}
+
+TEST_F(PageClockTest, ClosingInTheMiddleFailsWhatWaits) {
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    for (int n = 0; n < 5; ++n) ASSERT_TRUE(ask(s, n * 40'000));
+    s->Close();
+    EXPECT_EQ(m_ends, std::vector<cWebDisplayPageFrame>(5, k_failed));
+    EXPECT_FALSE(ask(s, 200'000));
+    EXPECT_EQ(fake().browser(1).inspector_observers, 0);
+}
+
+// Closed at each step on the way to its first frames.
+TEST_F(PageClockTest, ItMayBeClosedAtEveryStep) {
+    start_with_page_clocks();
+    for (int works = 0; works < 60; ++works) {
+        SCOPED_TRACE(works);
+        screen s(on_page_clock("http://a/"));
+        EXPECT_TRUE(s->Open());
+        for (int n = 0; n < works; ++n) {
+            loop_works(1);
+            if (!s.seen.events.empty()) ask(s, n * 40'000);
+        }
+        s->Close();
+    }
+}
+
+TEST_F(PageClockTest, WithoutTheSettingThereIsNoFrameToAskFor) {
+    start_with_page_clocks();
+    screen s(page("http://a/"));
+    show(s);
+    EXPECT_FALSE(ask(s, 0));
+    EXPECT_EQ(fake().browser(1).inspector_observers, 0);
+    EXPECT_EQ(fake().browser(1).start_url, "http://a/");
+}
+
+TEST_F(PageClockTest, WithoutEnablePageClockItDoesNotOpen) {
+    start();
+    screen s(on_page_clock("http://a/"));
+    EXPECT_FALSE(s->Open());
+    EXPECT_EQ(fake().creates(), 0);
+}
+
+TEST_F(PageClockTest, ItsSwitchesReachTheRuntime) {
+    start_with_page_clocks();
+    const auto has = [](const std::string& name, const std::string& value) {
+        for (const auto& one : fake().switches()) {
+            if (one.name == name && one.value == value) return true;
+        }
+        return false;
+    };
+    EXPECT_TRUE(has("enable-features", "DisplaySchedulerAsClient"));
+    EXPECT_TRUE(has("run-all-compositor-stages-before-draw", ""));
+    EXPECT_TRUE(has("js-flags", "--random-seed=7"));
+}
+
+// Nobody but the runtime's library sees the page's time, and that only within the call.
+TEST_F(PageClockTest, TheHostsOwnClockIsItsOwn) {
+    start();
+    using pennywort::webdisplay::page_moment;
+    const auto before = std::chrono::steady_clock::now();
+    const page_moment moment(1'000'000'000);
+    EXPECT_GE(std::chrono::steady_clock::now(), before);
+    EXPECT_FALSE(moment.was_read());
+}
+
+TEST_F(PageClockTest, ALibraryThatCannotBeLedSaysWhy) {
+    start();
+    static int no_function = 0;
+    const auto led = pennywort::webdisplay::lead_clock_of(&no_function + (1 << 28));
+    EXPECT_FALSE(led.is_ok());
+    EXPECT_FALSE(led.text().empty());
+}
+
+}  // namespace

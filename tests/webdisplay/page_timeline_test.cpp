@@ -1,0 +1,440 @@
+// page_timeline_test.cpp - the machine that moves a page's time, against a page of a few lines.
+#include "webdisplay/page_timeline.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "core/limits.h"
+#include "tests/support/fake_clock.h"
+
+namespace pennywort::webdisplay {
+namespace {
+
+using namespace std::chrono_literals;
+using json = nlohmann::json;
+
+// Answers the calls of the inspector as a page does, unless it is told to be silent, and notes
+// what it was asked for.
+class scripted_page final : public timeline_port {
+public:
+    static constexpr double k_start_ms = 5000.25;
+
+    void send_to_inspector(const std::string& message) override {
+        calls.push_back(json::parse(message));
+        outbox.push_back(calls.back());
+    }
+    bool begin_frame(std::int64_t nanoseconds) override {
+        if (refuses > 0) return --refuses, false;
+        stamps.push_back(nanoseconds);
+        is_in_frame = true;
+        return true;
+    }
+    void load_page() override { ++loads; }
+    void page_stands() override { ++stands; }
+
+    // What the page sends back for all that has come; empty when it has nothing to say.
+    std::vector<std::string> take_answers() {
+        std::vector<std::string> answers;
+        for (const json& call : std::exchange(outbox, {})) answer(call, answers);
+        if (std::exchange(is_in_frame, false)) {
+            for (const int id : std::exchange(turns, {})) answers.push_back(result(id));
+        }
+        return answers;
+    }
+
+    std::size_t count_of(const std::string& method) const {
+        return static_cast<std::size_t>(
+            std::count_if(calls.begin(), calls.end(),
+                          [&](const json& call) { return call["method"] == method; }));
+    }
+
+    std::vector<json> calls;
+    std::vector<json> outbox;
+    std::vector<std::int64_t> stamps;
+    std::vector<int> turns;
+    int loads = 0;
+    int stands = 0;
+    int refuses = 0;
+    double clock_ms = k_start_ms;
+    bool is_in_frame = false;
+    bool holds_time = false;   // as a fetch that never ends does
+    std::string silent_at;     // a method that is not answered
+    std::string says_at_load;  // an event that comes with the first answer
+
+private:
+    static std::string result(int id, const json& what = json::object()) {
+        return json{{"id", id}, {"result", what}}.dump();
+    }
+
+    void answer(const json& call, std::vector<std::string>& answers) {
+        const std::string method = call["method"];
+        if (method == silent_at) return;
+        const int id = call["id"];
+        const json& params = call["params"];
+        if (params.value("expression", "") == "new Promise(requestAnimationFrame)") {
+            return turns.push_back(id);
+        }
+        if (method == "Performance.getMetrics") {
+            answers.push_back(
+                result(id, {{"metrics", {{{"name", "Timestamp"}, {"value", clock_ms / 1000}}}}}));
+            return;
+        }
+        answers.push_back(result(id));
+        if (method != "Emulation.setVirtualTimePolicy") return;
+        if (params.contains("budget")) budget = params["budget"];
+        const bool moves = params.contains("budget") && !holds_time;
+        if (!moves && !(params["policy"] == "advance" && holds_time)) return;
+        // As the browser does: in whole microseconds, what is beyond them cut off.
+        clock_ms = std::round(clock_ms * 1000) / 1000 + std::trunc(budget * 1000) / 1000;
+        answers.push_back(json{{"method", "Emulation.virtualTimeBudgetExpired"}}.dump());
+    }
+
+    double budget = 0;
+};
+
+class PageTimeline : public testing::Test {
+protected:
+    // Until nothing moves any more without time.
+    void turn() {
+        timeline.step(clock.now());
+        for (auto answers = page.take_answers(); !answers.empty(); answers = page.take_answers()) {
+            for (const auto& one : answers) timeline.message_came(one);
+            timeline.step(clock.now());
+        }
+    }
+    void pass(std::chrono::milliseconds time) {
+        clock.advance(time);
+        turn();
+    }
+    void paint() {
+        timeline.painted();
+        turn();
+    }
+    // To the empty page's first picture, a stopped clock and the wish for a page.
+    void prepare() {
+        timeline.browser_arrived();
+        turn();
+        pass(20ms);
+        paint();
+        pass(5ms);
+    }
+    void load() {
+        timeline.page_loaded();
+        turn();
+    }
+    void stand() {
+        prepare();
+        load();
+        ASSERT_EQ(page.stands, 1);
+    }
+    void ask(std::int64_t microseconds) {
+        EXPECT_TRUE(timeline.advance(microseconds, [this](frame_end how) { ends.push_back(how); }));
+        turn();
+    }
+    double policy_budget() const { return page.calls.back()["params"].value("budget", 0.0); }
+
+    tests::fake_clock clock;
+    scripted_page page;
+    page_timeline timeline{page, 1'700'000'000};
+    std::vector<frame_end> ends;
+};
+
+constexpr auto k_painted = frame_end::painted;
+constexpr auto k_unchanged = frame_end::unchanged;
+constexpr auto k_failed = frame_end::failed;
+
+TEST_F(PageTimeline, TheClockStandsOnAWholeMillisecondBeforeAPageIsLoaded) {
+    prepare();
+    EXPECT_EQ(page.loads, 1);
+    EXPECT_NEAR(page.clock_ms, 5001, 1e-9);
+    EXPECT_TRUE(timeline.is_loadable());
+    EXPECT_EQ(page.count_of("Page.addScriptToEvaluateOnNewDocument"), 1u);
+    const auto first = std::find_if(page.calls.begin(), page.calls.end(), [](const json& call) {
+        return call["params"].contains("initialVirtualTime");
+    });
+    ASSERT_NE(first, page.calls.end());
+    EXPECT_EQ((*first)["params"]["initialVirtualTime"], 1'700'000'000.0);
+}
+
+TEST_F(PageTimeline, ABrowserThatShowsNothingIsTickedOnAndThenPreparedAllTheSame) {
+    timeline.browser_arrived();
+    turn();
+    for (int i = 0; i < 110; ++i) pass(20ms);
+    pass(5ms);
+    EXPECT_EQ(page.stamps.size(), 100u);
+    EXPECT_EQ(page.loads, 1);
+}
+
+TEST_F(PageTimeline, APageThatHasLoadedStandsAtItsTimeZero) {
+    stand();
+    EXPECT_NEAR(page.clock_ms, 5001, 1e-9);
+    pass(1h);
+    EXPECT_NEAR(page.clock_ms, 5001, 1e-9);
+    EXPECT_EQ(page.loads, 1);
+}
+
+TEST_F(PageTimeline, APageWithAnotherClockIsLoadedOnceMore) {
+    prepare();
+    page.clock_ms = 9123.4;
+    load();
+    EXPECT_EQ(page.stands, 0);
+    EXPECT_TRUE(timeline.is_loading_again());
+    pass(5ms);
+    EXPECT_EQ(page.loads, 2);
+    EXPECT_NEAR(page.clock_ms, 9124, 1e-9);
+    load();
+    EXPECT_EQ(page.stands, 1);
+}
+
+TEST_F(PageTimeline, OneWhoseClockIsAnotherEachTimeFails) {
+    prepare();
+    for (int i = 0; i < 5; ++i) {
+        page.clock_ms += 100.3;
+        load();
+        pass(5ms);
+    }
+    EXPECT_EQ(page.loads, 3);
+    EXPECT_EQ(page.stands, 0);
+    EXPECT_FALSE(timeline.fault().empty());
+}
+
+TEST_F(PageTimeline, UnseenFramesComeJustBeforeTheFirst) {
+    stand();
+    page.stamps.clear();
+    ask(0);
+    EXPECT_EQ(page.stamps, (std::vector<std::int64_t>{5'001'997'000, 5'001'998'000, 5'001'999'000,
+                                                      5'002'000'000}));
+    EXPECT_TRUE(ends.empty());
+    paint();
+    EXPECT_EQ(ends, std::vector{k_painted});
+}
+
+TEST_F(PageTimeline, EachFrameIsStampedWithItsOwnMoment) {
+    stand();
+    page.stamps.clear();
+    for (int n = 0; n < 100; ++n) {
+        ask(std::llround(n * 1e6 / 59.94));
+        paint();
+    }
+    EXPECT_EQ(ends, std::vector<frame_end>(100, k_painted));
+    const std::int64_t zero = page.stamps[3];
+    for (int n = 0; n < 100; ++n) {
+        EXPECT_EQ(page.stamps[3 + n] - zero, std::llround(n * 1e6 / 59.94) * 1000) << n;
+    }
+    EXPECT_NEAR(page.clock_ms - 5002, std::round(99 * 1e6 / 59.94) / 1000, 1e-6);
+}
+
+TEST_F(PageTimeline, APictureBeforeThePagesTurnIsToldAfterIt) {
+    stand();
+    page.silent_at = "";
+    EXPECT_TRUE(timeline.advance(0, [this](frame_end how) { ends.push_back(how); }));
+    turn();
+    // The frame is over by now; of the next one the picture comes first.
+    paint();
+    EXPECT_TRUE(timeline.advance(20'000, [this](frame_end how) { ends.push_back(how); }));
+    timeline.step(clock.now());
+    for (int i = 0; i < 3; ++i) {
+        for (const auto& one : page.take_answers()) timeline.message_came(one);
+        timeline.step(clock.now());
+        if (page.is_in_frame) break;
+    }
+    ASSERT_TRUE(page.is_in_frame);
+    timeline.painted();
+    timeline.step(clock.now());
+    EXPECT_EQ(ends.size(), 1u);
+    turn();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+TEST_F(PageTimeline, AFrameWithoutAPictureIsToldWhenTheNextIsTaken) {
+    stand();
+    ask(0);
+    paint();
+    ask(20'000);
+    EXPECT_EQ(ends.size(), 1u);
+    ask(40'000);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_unchanged}));
+    paint();
+    EXPECT_EQ(ends.back(), k_painted);
+}
+
+TEST_F(PageTimeline, AFrameThatIsRefusedIsBegunAgain) {
+    stand();
+    ask(0);
+    paint();
+    page.refuses = 10;
+    ask(20'000);
+    for (int i = 0; i < 10; ++i) pass(1ms);
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+// The browser draws a frame to its end before it takes the next, which is tried meanwhile.
+TEST_F(PageTimeline, APictureMayComeWhileTheNextFrameIsRefused) {
+    stand();
+    ask(0);
+    page.refuses = 3;
+    ask(20'000);
+    EXPECT_TRUE(ends.empty());
+    paint();
+    EXPECT_EQ(ends, std::vector{k_painted});
+    for (int i = 0; i < 3; ++i) pass(1ms);
+    ask(40'000);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_unchanged}));
+}
+
+TEST_F(PageTimeline, OneThatIsNeverTakenFailsAndSoDoThoseThatWait) {
+    stand();
+    ask(0);
+    paint();
+    page.refuses = 1'000'000;
+    ask(20'000);
+    ask(40'000);
+    for (int i = 0; i < 25'000 && ends.size() < 3; ++i) pass(1ms);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_failed, k_failed}));
+    EXPECT_EQ(timeline.fault(), "the browser takes no frame");
+    EXPECT_FALSE(timeline.advance(60'000, {}));
+}
+
+TEST_F(PageTimeline, AFetchThatNeverEndsIsLeftBehind) {
+    stand();
+    ask(0);
+    paint();
+    page.holds_time = true;
+    ask(20'000);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(30s);
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+TEST_F(PageTimeline, APageThatNeverComesToItsFrameFails) {
+    stand();
+    ask(0);
+    paint();
+    page.silent_at = "Runtime.evaluate";
+    ask(20'000);
+    pass(29s);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(2s);
+    EXPECT_EQ(ends.back(), k_failed);
+    EXPECT_FALSE(timeline.fault().empty());
+}
+
+TEST_F(PageTimeline, WhatTheFirstFrameAsksForIsWaitedForButNotForEver) {
+    stand();
+    page.silent_at = "Runtime.evaluate";
+    ask(0);
+    EXPECT_TRUE(ends.empty());
+    // Its turn was asked for by the same method, and is taken to have come.
+    page.is_in_frame = false;
+    pass(31s);
+    EXPECT_EQ(ends, std::vector{k_failed});
+}
+
+TEST_F(PageTimeline, MomentsMustRiseAndNotTooManyMayWait) {
+    EXPECT_FALSE(timeline.advance(0, {}));
+    prepare();
+    EXPECT_FALSE(timeline.advance(0, {}));
+    load();
+    EXPECT_FALSE(timeline.advance(-1, {}));
+    for (std::size_t i = 0; i < k_max_waiting_page_frames; ++i) {
+        EXPECT_TRUE(timeline.advance(static_cast<std::int64_t>(i) * 10, {})) << i;
+    }
+    EXPECT_FALSE(timeline.advance(1000, {}));
+    turn();
+    EXPECT_FALSE(timeline.advance(10, {}));
+}
+
+TEST_F(PageTimeline, ALostPageFailsWhatWaitsAndAnotherOneBeginsAnew) {
+    stand();
+    ask(0);
+    ask(20'000);
+    timeline.page_lost();
+    turn();
+    EXPECT_EQ(ends, (std::vector{k_unchanged, k_failed}));
+    EXPECT_FALSE(timeline.advance(40'000, {}));
+    timeline.ask_load();
+    turn();
+    pass(5ms);
+    EXPECT_EQ(page.loads, 2);
+    EXPECT_FALSE(timeline.is_loading_again());
+    load();
+    EXPECT_EQ(page.stands, 2);
+    ends.clear();
+    ask(0);
+    paint();
+    EXPECT_EQ(ends, std::vector{k_painted});
+}
+
+TEST_F(PageTimeline, WorkersAreWokenTwiceBeforeEachFrame) {
+    stand();
+    timeline.message_came(R"({"method":"Target.attachedToTarget","params":{"sessionId":"w1",
+        "targetInfo":{"type":"worker"}}})");
+    timeline.message_came(R"({"method":"Target.attachedToTarget","params":{"sessionId":"f",
+        "targetInfo":{"type":"iframe"}}})");
+    const auto woken = [&] {
+        return std::count_if(page.calls.begin(), page.calls.end(),
+                             [](const json& call) { return call.value("sessionId", "") == "w1"; });
+    };
+    ask(0);
+    paint();
+    const auto before = woken();
+    ask(20'000);
+    paint();
+    EXPECT_EQ(woken() - before, 2);
+    timeline.message_came(R"({"method":"Target.detachedFromTarget","params":{"sessionId":"w1"}})");
+    const auto gone = woken();
+    ask(40'000);
+    paint();
+    EXPECT_EQ(woken(), gone);
+    EXPECT_EQ(ends.size(), 3u);
+}
+
+TEST_F(PageTimeline, FilmsArePlacedBeforeEachFrameOnceThereIsOne) {
+    stand();
+    timeline.message_came(
+        R"({"method":"Runtime.bindingCalled","params":{"name":"thinternalFilms"}})");
+    const auto placed = [&] {
+        return std::count_if(page.calls.begin(), page.calls.end(), [](const json& call) {
+            return call["params"].value("expression", "").find("thinternal films") !=
+                   std::string::npos;
+        });
+    };
+    ask(0);
+    paint();
+    const auto before = placed();
+    ask(20'000);
+    paint();
+    EXPECT_EQ(placed() - before, 1);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+// Whatever a page sends: nothing of it may end the host or be taken for an answer.
+TEST_F(PageTimeline, NonsenseFromThePageIsIgnored) {
+    stand();
+    for (
+        const char* text :
+        {"", "{", "[]", "null", "7", "{\"id\":\"1\"}", "{\"id\":99999999999999999999}",
+         "{\"id\":1.5,\"method\":5}", "{\"method\":{}}", "{\"method\":\"Target.attachedToTarget\"}",
+         "{\"method\":\"Target.attachedToTarget\",\"params\":[]}",
+         "{\"method\":\"Target.attachedToTarget\",\"params\":{\"targetInfo\":7}}",
+         "{\"method\":\"Target.attachedToTarget\",\"params\":{\"targetInfo\":{\"type\":\"worker\"},"
+         "\"sessionId\":{}}}",
+         "{\"method\":\"Runtime.bindingCalled\",\"params\":{\"name\":[]}}",
+         "{\"id\":1,\"result\":\"\xff\"}"}) {
+        EXPECT_NO_THROW(timeline.message_came(text)) << text;
+        turn();
+    }
+    ask(0);
+    paint();
+    EXPECT_EQ(ends, std::vector{k_painted});
+}
+
+}  // namespace
+}  // namespace pennywort::webdisplay

@@ -1,0 +1,153 @@
+// page_driver.cpp - see the header for the contract.
+#include "webdisplay/page_driver.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <utility>
+
+#include "core/run/guarded.h"
+#include "webdisplay/cef/runtime.h"
+#include "webdisplay/cef/text.h"
+#include "webdisplay/page_clock.h"
+
+namespace pennywort::webdisplay {
+
+namespace {
+
+// Nothing is due that late; the timer wants a period.
+constexpr int k_idle_ms = 1000;
+
+std::atomic<bool> g_is_allowed{false};
+
+}  // namespace
+
+page_driver::page_driver(double day, page_driver_events events, const run::monotonic_clock& clock)
+    : m_events(std::move(events)),
+      m_clock(clock),
+      m_timer(main_thread_timer::make([this] { step(); })),
+      m_timeline(*this, day) {
+    if (m_timer != nullptr) m_timer->start_on_request(k_idle_ms);
+}
+
+void page_driver::allow() { g_is_allowed = true; }
+
+outcome<> page_driver::prepare() {
+    if (!g_is_allowed) return failure{k_failed, "EnablePageClock was not called before Startup"};
+    static const outcome<> led =
+        lead_clock_of(reinterpret_cast<const void*>(cef::api().cef_do_message_loop_work));
+    return led;
+}
+
+void page_driver::browser_arrived(cef_browser_t* browser) {
+    m_host = cef::ref<cef_browser_host_t>(browser->get_host(browser));
+    m_browser = cef::ref<cef_browser_t>::shared(browser);
+    if (!m_host) return;
+    m_registration = cef::ref<cef_registration_t>(
+        m_host->add_dev_tools_message_observer(m_host.get(), counted_observer()));
+    m_timeline.browser_arrived();
+    step_soon();
+}
+
+void page_driver::painted() {
+    m_timeline.painted();
+    step_soon();
+}
+
+// Kept for the case that it has to be loaded once more.
+void page_driver::page_loaded(const std::string& url) {
+    m_loaded_url = url;
+    m_timeline.page_loaded();
+    step_soon();
+}
+
+void page_driver::page_lost() {
+    m_timeline.page_lost();
+    step_soon();
+}
+
+void page_driver::close() {
+    m_events = {};
+    m_timeline.page_lost();
+    if (m_timer != nullptr) m_timer->stop();
+    m_registration = {};
+    m_browser = {};
+    m_host = {};
+}
+
+bool page_driver::may_load() {
+    if (m_timeline.is_loadable()) return true;
+    m_timeline.ask_load();
+    step_soon();
+    return false;
+}
+
+void page_driver::advance(std::int64_t microseconds, page_timeline::receiver told) {
+    if (!m_timeline.advance(microseconds, told) && told) return told(frame_end::failed);
+    step_soon();
+}
+
+void page_driver::OnDevToolsMessage(std::string_view message) {
+    m_timeline.message_came(message);
+    step_soon();
+}
+
+// --- for the timeline
+
+void page_driver::send_to_inspector(const std::string& message) {
+    if (m_host) m_host->send_dev_tools_message(m_host.get(), message.data(), message.size());
+}
+
+bool page_driver::begin_frame(std::int64_t nanoseconds) {
+    if (!m_host) return false;
+    const page_moment moment(nanoseconds);
+    m_host->send_external_begin_frame(m_host.get());
+    return moment.was_read();
+}
+
+void page_driver::load_page() {
+    if (m_timeline.is_loading_again()) return load_again();
+    if (m_events.load_next) m_events.load_next();
+}
+
+// By the frame as it is now: with the process it has changed, too.
+void page_driver::load_again() {
+    if (!m_browser) return;
+    const cef::ref<cef_frame_t> frame(m_browser->get_main_frame(m_browser.get()));
+    if (frame) frame->load_url(frame.get(), cef::utf16(m_loaded_url).get());
+}
+
+void page_driver::page_stands() {
+    if (m_events.page_stands) m_events.page_stands();
+}
+
+// Not within the runtime's callback, in which frames could not begin.
+void page_driver::step_soon() {
+    if (std::exchange(m_is_step_posted, true)) return;
+    const auto held = cef::own<page_driver>::shared(this);
+    const bool is_posted = run::guarded_or(false, "cWebDisplayCEFBrowser", "AdvancePage", [&] {
+        return cef::post_to_ui([held] { held->step(); });
+    });
+    // Memory is out: the timer's next tick does it.
+    if (!is_posted) m_is_step_posted = false;
+}
+
+void page_driver::tell_fault() {
+    if (m_told_fault == m_timeline.fault()) return;
+    m_told_fault = m_timeline.fault();
+    if (!m_told_fault.empty() && m_events.failed) m_events.failed(m_told_fault);
+}
+
+void page_driver::step() {
+    m_is_step_posted = false;
+    const auto held = cef::own<page_driver>::shared(this);
+    run::guarded("cWebDisplayCEFBrowser", "AdvancePage",
+                 [this] { m_timeline.step(m_clock.now()); });
+    tell_fault();
+    const auto due = m_timeline.due();
+    if (m_timer == nullptr || due == run::monotonic_clock::time::max()) return;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - m_clock.now());
+    m_timer->request(std::max<std::int64_t>(left.count(), 0));
+}
+
+}  // namespace pennywort::webdisplay

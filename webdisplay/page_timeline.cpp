@@ -1,0 +1,397 @@
+// page_timeline.cpp - see the header for the contract.
+#include "webdisplay/page_timeline.h"
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "core/limits.h"
+#include "webdisplay/page_scripts.h"
+
+namespace pennywort::webdisplay {
+
+namespace {
+
+using namespace std::chrono_literals;
+using json = nlohmann::json;
+
+constexpr auto k_blank_interval = 20ms;
+constexpr int k_max_blanks = 100;
+// A load's beginning is stamped by the browser's own process, with the machine's clock.
+constexpr auto k_rest = 5ms;
+// The browser says nothing when it becomes ready to take a frame at which nothing has changed.
+constexpr auto k_tick_interval = 1ms;
+constexpr auto k_call_limit = 20'000ms;
+constexpr auto k_settle_limit = 10'000ms;
+constexpr auto k_move_limit = 30'000ms;
+constexpr auto k_forced_limit = 5'000ms;
+constexpr auto k_turn_limit = 30'000ms;
+constexpr int k_max_loads = 3;
+// The first wakes a worker, and its timers come after that message.
+constexpr int k_wakes = 2;
+constexpr std::int64_t k_millisecond = 1000;
+// The browser cuts a budget off to whole microseconds; no rounding is to cost one.
+constexpr double k_spare_ms = 0.0001;
+
+constexpr const char* k_turn = "new Promise(requestAnimationFrame)";
+
+}  // namespace
+
+page_timeline::page_timeline(timeline_port& port, double day)
+    : m_port(port),
+      m_day(day),
+      m_inspector([&port](const std::string& message) { port.send_to_inspector(message); },
+                  [this](const std::string& method, const json& params) { hear(method, params); }) {
+}
+
+// --- what comes
+
+void page_timeline::browser_arrived() {
+    if (m_phase == phase::nothing) await(phase::blank);
+}
+
+void page_timeline::painted() {
+    m_has_painted = true;
+    // In its turn it is not over; later, that of the next frame may have been asked for already.
+    if (m_phase != phase::turning) settle(frame_end::painted);
+}
+
+void page_timeline::page_loaded() {
+    if (m_phase == phase::loading) m_has_come = true;
+}
+
+void page_timeline::page_lost() {
+    if (m_phase >= phase::loading) fail("the page is lost");
+}
+
+void page_timeline::hear(const std::string& method, const json& params) {
+    if (method == "Emulation.virtualTimeBudgetExpired") {
+        const bool is_moving =
+            m_phase == phase::aligning || m_phase == phase::starting || m_phase == phase::moving;
+        m_has_come = m_has_come || is_moving;
+    } else if (method == "Runtime.bindingCalled") {
+        m_has_films = m_has_films || message_text(params, "/name") == page_scripts::k_film_binding;
+    } else if (method == "Target.attachedToTarget") {
+        if (message_text(params, "/targetInfo/type") == "worker") {
+            m_workers.push_back(message_text(params, "/sessionId"));
+        }
+    } else if (method == "Target.detachedFromTarget") {
+        std::erase(m_workers, message_text(params, "/sessionId"));
+    }
+}
+
+// --- what is asked for
+
+void page_timeline::ask_load() {
+    drop_frames();
+    forget_calls();
+    m_unseen = 0;
+    m_last_us = -1;
+    m_loads = 0;
+    m_has_films = false;
+    m_workers.clear();
+    m_fault.clear();
+    // A process that has ended has no clock to stop. The next one's will be found to be another.
+    if (m_phase == phase::failed) return rest();
+    // Before that it is loaded in its turn.
+    if (m_phase >= phase::loading) stop();
+}
+
+bool page_timeline::advance(std::int64_t microseconds, receiver told) {
+    const bool has_page = m_phase >= phase::standing && m_phase < phase::failed;
+    if (!has_page || microseconds <= m_last_us || m_waiting.size() >= k_max_waiting_page_frames) {
+        return false;
+    }
+    m_waiting.push_back({microseconds, std::move(told)});
+    m_last_us = microseconds;
+    return true;
+}
+
+// --- the inspector
+
+void page_timeline::call(const char* method, const json& params, const std::string& session) {
+    ++m_open_calls;
+    m_inspector.call(
+        method, params, [this](const json&) { --m_open_calls; }, session);
+}
+
+// No time passes, unless the policy has a budget of it.
+void page_timeline::let_tasks_run() {
+    call("Emulation.setVirtualTimePolicy", {{"policy", "pauseIfNetworkFetchesPending"}});
+}
+
+// And asks where it stands: on the page's own monotonic clock, which frames are stamped with.
+void page_timeline::stop_clock(phase next) {
+    await(next);
+    json policy{{"policy", "pause"}};
+    if (!std::exchange(m_has_day, true)) policy["initialVirtualTime"] = m_day;
+    call("Emulation.setVirtualTimePolicy", policy);
+    ++m_open_calls;
+    m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
+        --m_open_calls;
+        for (const auto& metric : message_part(result, "/metrics")) {
+            const auto& seconds = message_part(metric, "/value");
+            const bool is_clock = message_text(metric, "/name") == "Timestamp";
+            if (is_clock && seconds.is_number()) m_told = std::llround(seconds.get<double>() * 1e6);
+        }
+    });
+}
+
+void page_timeline::move_to(std::int64_t microseconds, phase next) {
+    await(next);
+    m_is_forced = false;
+    m_inspector.call("Emulation.setVirtualTimePolicy",
+                     {{"policy", "pauseIfNetworkFetchesPending"},
+                      {"budget", static_cast<double>(microseconds - m_clock) / 1000 + k_spare_ms},
+                      {"maxVirtualTimeTaskStarvationCount", k_max_starved_tasks}});
+    m_clock = microseconds;
+}
+
+void page_timeline::forget_calls() {
+    m_inspector.forget();
+    m_open_calls = 0;
+}
+
+void page_timeline::evaluate(const char* expression) {
+    call("Runtime.evaluate", {{"expression", expression}, {"awaitPromise", true}});
+}
+
+// Asked for before the clock moves, so that it stands in the page before the frame begins.
+void page_timeline::ask_for_turn() {
+    m_has_turned = false;
+    m_inspector.call("Runtime.evaluate", {{"expression", k_turn}, {"awaitPromise", true}},
+                     [this](const json&) { m_has_turned = true; });
+}
+
+// --- phases
+
+struct page_timeline::row {
+    wait what;
+    std::chrono::milliseconds limit;
+    const char* fault;
+    void (page_timeline::*next)();
+};
+
+const page_timeline::row& page_timeline::row_of(phase which) {
+    using self = page_timeline;
+    constexpr auto k_ever = std::chrono::milliseconds::max();
+    static constexpr row k_rows[] = {
+        {wait::nothing, k_ever, "", nullptr},
+        {wait::time, k_blank_interval, "", &self::try_blank},
+        {wait::answers, k_call_limit, "the page's inspector does not answer", &self::stop},
+        {wait::answers, k_call_limit, "the page's clock does not stop", &self::align},
+        {wait::event, k_move_limit, "the page's clock does not move", &self::rest},
+        {wait::time, k_rest, "", &self::load},
+        {wait::event, k_ever, "", &self::check},
+        {wait::answers, k_call_limit, "the page's clock does not stop", &self::stand},
+        {wait::frames, k_ever, "", &self::freeze},
+        {wait::answers, k_call_limit, "the page's clock does not stop", &self::start},
+        {wait::event, k_move_limit, "the page's clock does not move", &self::open_frame},
+        {wait::answers, k_settle_limit, "", &self::return_to_frames},
+        {wait::answers, k_call_limit, "the page's clock does not stop", &self::open_frame},
+        {wait::frames, k_ever, "", &self::open_frame},
+        {wait::event, k_move_limit, "the page's clock does not move", &self::wake},
+        {wait::answers, k_call_limit, "a worker of the page does not answer", &self::wake},
+        {wait::answers, k_move_limit, "a film of the page does not follow", &self::hold},
+        {wait::answers, k_call_limit, "the page's clock does not stop", &self::tick},
+        {wait::time, k_tick_interval, "", &self::try_tick},
+        {wait::turn, k_turn_limit, "the page does not come to its frame", &self::close_frame},
+        {wait::nothing, k_ever, "", nullptr},
+    };
+    return k_rows[static_cast<std::size_t>(which)];
+}
+
+void page_timeline::await(phase next) {
+    m_phase = next;
+    m_has_come = false;
+    const auto limit = row_of(next).limit;
+    m_due = m_limit = limit == std::chrono::milliseconds::max() ? time::max() : m_now + limit;
+}
+
+void page_timeline::step(time now) {
+    m_now = now;
+    while (go_on()) {
+    }
+}
+
+// One phase on. False where there is something to wait for.
+bool page_timeline::go_on() {
+    const row& current = row_of(m_phase);
+    if (is_over(current.what)) {
+        (this->*current.next)();
+        return true;
+    }
+    if (!is_late() || current.what == wait::nothing) return false;
+    late(current);
+    return true;
+}
+
+bool page_timeline::is_over(wait what) const {
+    switch (what) {
+        case wait::answers:
+            return m_open_calls == 0;
+        case wait::event:
+            return m_has_come;
+        case wait::turn:
+            return m_has_turned;
+        case wait::time:
+            return m_phase == phase::blank ? m_has_painted || is_late() : is_late();
+        case wait::frames:
+            return !m_waiting.empty();
+        case wait::nothing:
+            break;
+    }
+    return false;
+}
+
+// A fetch that never ends holds the page's time; it is let go on without it. Of what a page's first
+// frame asks for, not all may ever come.
+void page_timeline::late(const row& current) {
+    if (m_phase == phase::settling) {
+        forget_calls();
+        return (this->*current.next)();
+    }
+    if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
+    m_inspector.call("Emulation.setVirtualTimePolicy", {{"policy", "advance"}});
+    m_due = m_limit = m_now + k_forced_limit;
+}
+
+void page_timeline::fail(const char* why) {
+    m_fault = why;
+    await(phase::failed);
+    drop_frames();
+}
+
+void page_timeline::drop_frames() {
+    settle(frame_end::failed);
+    const auto dropped = std::exchange(m_waiting, {});
+    for (const frame& one : dropped) {
+        if (one.told) one.told(frame_end::failed);
+    }
+}
+
+void page_timeline::settle(frame_end how) {
+    if (!std::exchange(m_has_taken, false)) return;
+    const receiver told = std::exchange(m_taken, {});
+    if (told) told(how);
+}
+
+// --- to a page that stands
+
+// The display's own first frame may be over before it is drawn, so it is had before there is a
+// page, at times before the page's.
+void page_timeline::try_blank() {
+    if (m_has_painted || ++m_blanks > k_max_blanks) return prepare();
+    m_port.begin_frame(std::chrono::floor<std::chrono::microseconds>(m_now.time_since_epoch()) /
+                       std::chrono::nanoseconds(1));
+    await(phase::blank);
+}
+
+void page_timeline::prepare() {
+    await(phase::preparing);
+    call("Page.enable", json::object());
+    call("Runtime.enable", json::object());
+    call("Performance.enable", json::object());
+    call("Target.setAutoAttach",
+         {{"autoAttach", true}, {"waitForDebuggerOnStart", false}, {"flatten", true}});
+    call("Runtime.addBinding", {{"name", page_scripts::k_film_binding}});
+    call("Page.addScriptToEvaluateOnNewDocument", {{"source", page_scripts::k_film_driver}});
+}
+
+// The page's clocks are rounded by a grid of their own, and would tremble otherwise.
+void page_timeline::align() {
+    m_clock = m_told;
+    move_to((m_clock / k_millisecond + 1) * k_millisecond, phase::aligning);
+}
+
+void page_timeline::load() {
+    await(phase::loading);
+    let_tasks_run();
+    m_port.load_page();
+}
+
+// The page may have been given another process, whose clock has gone on for an unknown while: then
+// it is loaded once more, in that process.
+void page_timeline::stand() {
+    const bool is_same_clock = m_told == m_clock;
+    if (!is_same_clock && ++m_loads < k_max_loads) return align();
+    if (!is_same_clock) return fail("the page has another process after each load");
+    await(phase::standing);
+    let_tasks_run();
+    m_port.page_stands();
+}
+
+// --- frames
+
+void page_timeline::start() {
+    m_zero = m_clock + k_millisecond;
+    move_to(m_zero, phase::starting);
+}
+
+void page_timeline::return_to_frames() { stop_clock(phase::returning); }
+
+void page_timeline::open_frame() {
+    if (m_waiting.empty()) return await(phase::between);
+    ask_for_turn();
+    m_wakes = 0;
+    const std::int64_t target = is_unseen() ? m_zero : m_zero + m_waiting.front().microseconds;
+    if (target > m_clock) return move_to(target, phase::moving);
+    // The answer shows that the page has the wish for its turn. Where the clock moves, that does.
+    await(phase::waking);
+    evaluate("0");
+}
+
+// A worker sleeps by the machine's clock; a message to it wakes it, and it finds its timers due.
+void page_timeline::wake() {
+    if (m_workers.empty() || m_wakes == k_wakes) return place();
+    ++m_wakes;
+    await(phase::waking);
+    for (const auto& worker : m_workers) {
+        call("Runtime.evaluate", {{"expression", "0"}}, worker);
+    }
+}
+
+void page_timeline::place() {
+    if (!m_has_films) return tick();
+    await(phase::placing);
+    let_tasks_run();
+    evaluate(page_scripts::k_place_films);
+}
+
+void page_timeline::tick() {
+    m_tick_limit = m_now + k_call_limit;
+    try_tick();
+}
+
+// Once it is taken, the frame before it is over.
+void page_timeline::try_tick() {
+    if (!m_port.begin_frame(stamp())) {
+        if (m_now >= m_tick_limit) return fail("the browser takes no frame");
+        return await(phase::ticking);
+    }
+    settle(frame_end::unchanged);
+    await(phase::turning);
+    m_has_painted = false;
+    if (is_unseen()) return;
+    m_has_taken = true;
+    m_taken = std::move(m_waiting.front().told);
+    m_waiting.pop_front();
+}
+
+// Unseen ones lie just before the first, as times must rise.
+std::int64_t page_timeline::stamp() const {
+    return (is_unseen() ? m_clock - k_unseen + m_unseen : m_clock) * 1000;
+}
+
+void page_timeline::close_frame() {
+    if (is_unseen() && ++m_unseen == 1) {
+        await(phase::settling);
+        let_tasks_run();
+        return evaluate(page_scripts::k_settled);
+    }
+    await(phase::between);
+    if (m_has_painted) settle(frame_end::painted);
+}
+
+}  // namespace pennywort::webdisplay

@@ -1,0 +1,201 @@
+// page_timeline.h - moves the time of one page frame by frame: one state machine, which knows
+// nothing of the browser, the display or the machine's clock.
+//
+// The page's clock is stopped by the inspector's protocol before the page is loaded, and then moved
+// by as much as each frame asks for. A frame is: time moves, the page's timers run, the browser
+// takes the frame with a stamp of that time, the page's script has its turn, the picture comes.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/run/clock.h"
+#include "webdisplay/page_inspector.h"
+
+namespace pennywort::webdisplay {
+
+// How one frame ended.
+enum class frame_end {
+    painted,
+    unchanged,  // the page looks as it did before
+    failed      // the page did not follow, or has gone
+};
+
+// What a timeline needs of the browser that shows its page.
+class timeline_port {
+public:
+    virtual ~timeline_port() = default;
+
+    virtual void send_to_inspector(const std::string& message) = 0;
+    // Begins a frame with that stamp of the monotonic clock. False where the frame before is still
+    // under way and the browser has dropped this one.
+    virtual bool begin_frame(std::int64_t nanoseconds) = 0;
+    // The page's clock stands: the page may be loaded. Comes again where the browser has given the
+    // page another process, with another clock.
+    virtual void load_page() = 0;
+    // The page has loaded and stands at its time 0; its tasks run.
+    virtual void page_stands() = 0;
+};
+
+class page_timeline {
+public:
+    using time = run::monotonic_clock::time;
+    using receiver = std::function<void(frame_end)>;
+
+    // `day`: what the page's clocks say at its time 0, in seconds since 1970. `port` must outlive
+    // the timeline.
+    page_timeline(timeline_port& port, double day);
+    page_timeline(const page_timeline&) = delete;
+    page_timeline& operator=(const page_timeline&) = delete;
+
+    // --- what the browser reports. Call step after each.
+
+    void browser_arrived();
+    void message_came(std::string_view message) { m_inspector.take(message); }
+    void painted();
+    void page_loaded();
+    // The load has failed, or the page's process has ended. Frames that wait fail.
+    void page_lost();
+
+    // --- what the host asks for. Call step after each.
+
+    // Another page is to be loaded: `load_page` comes when the clock stands. Frames that wait fail.
+    void ask_load();
+    // Moves the page to `microseconds` after its beginning. `told` hears the end of that frame:
+    // painted when the picture has been delivered and the page had its turn; unchanged when the
+    // browser has taken the next frame, since only then nothing can come any more. False, and
+    // `told` is dropped, where no page stands, the moment does not lie after the one before, or
+    // k_max_waiting_page_frames wait.
+    bool advance(std::int64_t microseconds, receiver told);
+
+    // Does what is due.
+    void step(time now);
+    // When step is due without an event; time::max() for never.
+    time due() const { return m_due; }
+
+    // Whether the browser may be given a page now.
+    bool is_loadable() const { return m_phase == phase::loading; }
+    // Whether what the browser shows is not the host's page yet.
+    bool is_preparing() const { return m_phase < phase::loading; }
+    // Whether it is because of another process of the page that it is to be loaded.
+    bool is_loading_again() const { return m_loads > 0; }
+    // Whether the browser is at a frame that was asked for.
+    bool shows_frame() const { return m_has_taken; }
+    // What went wrong last; empty if nothing did.
+    const std::string& fault() const { return m_fault; }
+
+private:
+    // In the order in which they follow each other; `failed` is the end of all.
+    enum class phase {
+        nothing,    // no browser yet
+        blank,      // frames by the machine's clock, until the browser shows anything at all
+        preparing,  // the inspector is switched on
+        stopping,   // the clock is stopped
+        aligning,   // and moved to a whole millisecond
+        resting,    // until the machine's clock has passed it
+        loading,    // tasks of the page run and no time passes
+        checking,   // whether the page still has the same clock
+        standing,   // loaded, as while loading
+        freezing,   // the clock is stopped for the first frame
+        starting,   // and moved to the page's time 0
+        settling,   // what the first frame has asked for comes: fonts, images
+        returning,  // the clock is stopped again
+        between,    // no frame is under way
+        moving,     // the clock moves to the frame's time
+        waking,     // workers find their timers due
+        placing,    // films are put to the frame's time
+        holding,    // the clock is stopped again
+        ticking,    // the browser is to take the frame
+        turning,    // the page is to have its turn
+        failed
+    };
+    // What ends a phase.
+    enum class wait { nothing, time, answers, event, frames, turn };
+    struct row;
+    struct frame {
+        std::int64_t microseconds = 0;
+        receiver told;
+    };
+
+    // A new page's first frame may be over before it is drawn, and what it shows may have to be
+    // fetched first. So there are frames before it that nobody sees.
+    static constexpr int k_unseen = 3;
+
+    static const row& row_of(phase which);
+    void await(phase next);
+    bool go_on();
+    bool is_over(wait what) const;
+    bool is_late() const { return m_now >= m_limit; }
+    void late(const row& current);
+    void fail(const char* why);
+    void drop_frames();
+    void settle(frame_end how);
+
+    void hear(const std::string& method, const nlohmann::json& params);
+    void call(const char* method, const nlohmann::json& params, const std::string& session = {});
+    void stop_clock(phase next);
+    void let_tasks_run();
+    void move_to(std::int64_t microseconds, phase next);
+    void evaluate(const char* expression);
+    void forget_calls();
+    void ask_for_turn();
+    std::int64_t stamp() const;
+    bool is_unseen() const { return m_unseen < k_unseen; }
+
+    void try_blank();
+    void prepare();
+    void stop() { stop_clock(phase::stopping); }
+    void align();
+    void rest() { await(phase::resting); }
+    void load();
+    void check() { stop_clock(phase::checking); }
+    void stand();
+    void freeze() { stop_clock(phase::freezing); }
+    void start();
+    void open_frame();
+    void wake();
+    void place();
+    void hold() { stop_clock(phase::holding); }
+    void tick();
+    void try_tick();
+    void close_frame();
+    void return_to_frames();
+
+    timeline_port& m_port;
+    const double m_day;
+    page_inspector m_inspector;
+    phase m_phase = phase::nothing;
+    time m_now{};
+    time m_limit = time::max();
+    time m_due = time::max();
+    time m_tick_limit{};
+    std::string m_fault;
+
+    std::deque<frame> m_waiting;
+    receiver m_taken;  // of the frame that the browser took last, while its end is not known
+    bool m_has_taken = false;
+    bool m_has_painted = false;
+    bool m_has_turned = false;
+
+    bool m_has_day = false;    // whether the page has
+    int m_open_calls = 0;      // answers that the phase waits for
+    bool m_has_come = false;   // the event that the phase waits for
+    bool m_is_forced = false;  // time goes on without what the page fetches
+    // All in microseconds of the page's own monotonic clock, which is as fine as that.
+    std::int64_t m_clock = 0;  // where it stands
+    std::int64_t m_told = 0;   // the same, as the page has said last
+    std::int64_t m_zero = 0;   // the same at the page's time 0
+    std::int64_t m_last_us = -1;
+    int m_unseen = 0;  // how many of those have been
+    int m_blanks = 0;
+    int m_loads = 0;
+    int m_wakes = 0;
+    bool m_has_films = false;
+    std::vector<std::string> m_workers;
+};
+
+}  // namespace pennywort::webdisplay

@@ -75,8 +75,9 @@ inline constexpr int k_max_interim_responses = 32;
 // Bytes of a redirect's body that are read so that its connection can be used again.
 inline constexpr std::size_t k_max_skipped_bytes = 64 * 1024;
 
-// Bytes of a response that wait for the caller.
-inline constexpr std::size_t k_http_receive_bytes = 256 * 1024;
+// Bytes of a response that wait for the caller: as many as stay in a processor's cache while they
+// are copied.
+inline constexpr std::size_t k_http_receive_bytes = 64 * 1024;
 
 // Connections that are kept between requests, and for how long.
 inline constexpr std::size_t k_max_idle_connections = 32;

@@ -23,7 +23,9 @@ struct curl_line {
     // The transfer's is ended first.
     std::unique_ptr<CURLM, curl_multi_end> multi;
     std::unique_ptr<CURL, curl_easy_end> easy;
+    // Whom it serves: everything that its user has set for good.
     std::string destination;
+    bool is_set_up = false;
     std::chrono::steady_clock::time_point idle_since;
 };
 

@@ -125,11 +125,13 @@ private:
 
     void forget();
     bool set_options(const curl_order& order);
-    void set_body(const curl_order& order);
+    void set_rules();
+    bool set_body(const curl_order& order);
     void set_route(const curl_order& order);
     void set_callbacks();
     bool set_headers(const curl_order& order);
     bool add_lines(std::string_view block);
+    bool leave_out(const char* name, std::string_view block);
     bool is_at(curl_stage stage) const;
     bool run_once();
     bool wait(const run::deadline& end);

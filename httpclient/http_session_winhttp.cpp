@@ -127,7 +127,11 @@ long cHttpSession_winhttp::begin(const zRecord* headers, const void* body, std::
 long cHttpSession_winhttp::run(const zRecord* headers, const void* body, std::uint32_t length) {
     m_bytes_received = 0;
     m_content_length = 0;
-    const long result = attempt(user_choice(), headers, body, length);
+    const proxy_choice user = user_choice();
+    // A named proxy without a name opens no session: what would come of it is known beforehand.
+    const bool is_hopeless = !user.is_system_default && user.servers.empty();
+    const long result =
+        is_hopeless ? cHttpSession::k_session_failed : attempt(user, headers, body, length);
     if (result == k_ok || result == k_stopped) return result;
     return attempt(proxy_choice{}, headers, body, length);
 }

@@ -6,7 +6,6 @@
 #include <winhttp.h>
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
 #include "loam/trace.h"
@@ -97,13 +96,11 @@ private:
     handle m_session;
     handle m_connection;
     handle m_request;
-    std::atomic<bool> m_is_cancelled{false};
     DWORD m_error = 0;
 };
 
 bool winhttp_transport::open_session(const std::string& user_agent, const proxy_choice& proxy,
                                      const std::string& ca_file) {
-    m_is_cancelled = false;
     // WinHTTP knows the system's store only.
     if (!ca_file.empty()) {
         m_error = ERROR_NOT_SUPPORTED;
@@ -190,7 +187,9 @@ bool winhttp_transport::bytes_available(std::uint32_t& count) {
 
 bool winhttp_transport::read(char* into, std::uint32_t size) {
     DWORD received = 0;
-    return checked(::WinHttpReadData(m_request.get(), into, size, &received));
+    if (!checked(::WinHttpReadData(m_request.get(), into, size, &received))) return false;
+    // Bytes that were there and are not: the next step would find them again, without end.
+    return received > 0;
 }
 
 bool winhttp_transport::query(header_query what, std::string& out) const {
@@ -215,11 +214,9 @@ void winhttp_transport::close_all() {
     m_session.close();
 }
 
-// Closing the request ends what waits in it.
-void winhttp_transport::cancel() {
-    m_is_cancelled = true;
-    m_request.close();
-}
+// Closing the request ends what waits in it; each later step finds none. A synchronous handle has
+// no other way.
+void winhttp_transport::cancel() { m_request.close(); }
 
 }  // namespace
 

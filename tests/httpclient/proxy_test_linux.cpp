@@ -107,6 +107,16 @@ TEST_F(ProxyTest, ThatIsNotThereIsLeftOutInTheSecondAttempt) {
     EXPECT_EQ(body(), "direct");
 }
 
+// Whatever the first attempt fails for, the request is made again without the user's proxy.
+TEST_F(ProxyTest, IsLeftOutOfTheSecondAttemptOfEveryFailure) {
+    const scripted_peer proxy([](peer_connection& connection) { connection.receive_head(); });
+    const scripted_peer peer(answering(answer_with("direct")));
+    set({{"http_proxy", proxy.url("")}});
+    EXPECT_EQ(get(peer.url()), 0);
+    EXPECT_EQ(body(), "direct");
+    EXPECT_GE(proxy.connections(), 1);
+}
+
 TEST_F(ProxyTest, IsAskedForOnceInASessionsLife) {
     const scripted_peer proxy(telling());
     set({{"http_proxy", proxy.url("")}});

@@ -1,0 +1,133 @@
+// fetch_test_linux.cpp - "pennywort fetch" as its user runs it, from a shell.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/host/program.h"
+#include "tests/httpclient/scripted_peer.h"
+
+namespace {
+
+using pennywort::host::program_folder;
+using pennywort::host::program_run;
+
+class FetchTest : public testing::Test {
+protected:
+    program_run fetch(const std::string& arguments) const {
+        return m_folder.run("pennywort fetch " + arguments);
+    }
+
+    program_folder m_folder;
+};
+
+// Answers with what it was asked.
+scripted_peer::script echoing() {
+    return [](peer_connection& connection) {
+        const std::string head = connection.receive_head();
+        const std::size_t at = head.find("Content-Length: ");
+        const std::size_t length = at == head.npos ? 0 : std::stoul(head.substr(at + 16));
+        connection.send(answer_with(head + connection.receive(length)));
+    };
+}
+
+TEST_F(FetchTest, WritesTheBodyToStandardOutput) {
+    const scripted_peer peer(answering(answer_with("hello")));
+    const program_run run = fetch(peer.url());
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output, "hello");
+    EXPECT_EQ(run.errors, "");
+}
+
+TEST_F(FetchTest, WritesTheBodyToAFile) {
+    const scripted_peer peer(answering(answer_with("hello")));
+    const program_run run = fetch(peer.url() + " -o page.html");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output, "");
+    EXPECT_EQ(m_folder.read("page.html"), "hello");
+}
+
+TEST_F(FetchTest, SendsVerbHeadersAndBody) {
+    const scripted_peer peer(echoing());
+    m_folder.write("body.bin", "from a file");
+    program_run run = fetch(peer.url() + " -X PUT -H 'X-One: 1' -H X-Two:2 -d @body.bin");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output.substr(0, 15), "PUT / HTTP/1.1\r");
+    for (const char* part : {"\r\nX-One: 1\r\n", "\r\nX-Two: 2\r\n", "\r\n\r\nfrom a file"}) {
+        EXPECT_NE(run.output.find(part), std::string::npos) << run.output;
+    }
+    run = fetch(peer.url() + " -d text");
+    EXPECT_EQ(run.output.substr(0, 5), "POST ");
+}
+
+TEST_F(FetchTest, WritesATranscriptWhereAsked) {
+    const scripted_peer peer(answering(answer_with("hello")));
+    EXPECT_EQ(fetch(peer.url() + " --log wire.txt -d sent").status, 0);
+    const std::string log = m_folder.read("wire.txt");
+    for (const char* part :
+         {" SENT ", "POST ", "sent", " RECEIVED ", "Content-Length: 5", "hello"}) {
+        EXPECT_NE(log.find(part), std::string::npos) << part << " in " << log;
+    }
+}
+
+TEST_F(FetchTest, HasAnExitStatusAndALineForEachFailure) {
+    std::string gone;
+    {
+        const scripted_peer peer([](peer_connection&) {});
+        gone = peer.url();
+    }
+    program_run run = fetch(gone);
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.errors,
+              "pennywort: " + gone + ": no connection: the host, its port or its certificate\n");
+    const scripted_peer silent([](peer_connection& connection) { connection.wait_for_end(); });
+    EXPECT_EQ(fetch(silent.url() + " --timeout 0.1").status, 4);
+    const scripted_peer brief([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello");
+    });
+    run = fetch(brief.url());
+    EXPECT_EQ(run.status, 5);
+    EXPECT_EQ(run.output, "hello");
+    const scripted_peer refusing(answering("HTTP/1.1 404 Gone\r\nContent-Length: 3\r\n\r\nwhy"));
+    run = fetch(refusing.url());
+    EXPECT_EQ(run.status, 6);
+    EXPECT_EQ(run.output, "why");
+    EXPECT_EQ(run.errors, "pennywort: " + refusing.url() + ": the server answered 404\n");
+}
+
+TEST_F(FetchTest, LeavesAFileAloneUnlessAResponseCame) {
+    m_folder.write("page.html", "old");
+    std::string gone;
+    {
+        const scripted_peer peer([](peer_connection&) {});
+        gone = peer.url();
+    }
+    EXPECT_EQ(fetch(gone + " -o page.html").status, 3);
+    EXPECT_EQ(m_folder.read("page.html"), "old");
+    EXPECT_EQ(fetch(gone + " -o nowhere/page.html").status, 1);
+}
+
+TEST_F(FetchTest, RefusesWhatItCannotMakeSenseOf) {
+    for (const char* arguments :
+         {"", "nonsense", "ftp://host/", "http://host/ -X BREW", "http://host/ -H nocolon",
+          "http://host/ -H 'a b: c'", "http://host/ -d @nowhere", "http://host/ --timeout 0",
+          "http://host/ --timeout x"}) {
+        SCOPED_TRACE(arguments);
+        const program_run run = fetch(arguments);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.output, "");
+        EXPECT_NE(run.errors, "");
+    }
+}
+
+TEST_F(FetchTest, AnInterruptEndsIt) {
+    const scripted_peer silent([](peer_connection& connection) {
+        connection.receive_head();
+        connection.wait_for_end();
+    });
+    const program_run run = m_folder.run("timeout -s INT 1 '" PENNYWORT_PROGRAM "' fetch " +
+                                         silent.url() + "; echo $?");
+    EXPECT_NE(run.errors.find("interrupted"), std::string::npos) << run.errors << run.output;
+}
+
+}  // namespace

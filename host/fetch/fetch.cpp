@@ -153,7 +153,7 @@ void download::open_log() {
 
 void download::log_request() {
     if (m_log == nullptr) return;
-    std::string text = m_options.url + "\n";
+    std::string text = m_options.verb_name + " " + m_options.url + "\n";
     for (const auto& [name, value] : m_options.headers) {
         text.append(name).append(": ").append(value).append("\n");
     }
@@ -166,7 +166,9 @@ void download::log_response() {
     if (m_log == nullptr) return;
     zRecord headers;
     m_session->Response_Headers(headers);
-    std::string text;
+    std::uint32_t status = 0;
+    m_session->Response_StatusCode(&status);
+    std::string text = "status " + std::to_string(status) + "\n";
     for (std::uint32_t i = 0; i < headers.VariableCount(); ++i) {
         const char* const name = headers.VariableName(i);
         text += std::string(name) + ": " + headers.AsString(name, "") + "\n";

@@ -95,11 +95,11 @@ std::string fetch_command::take_arguments() {
 }
 
 std::string fetch_command::take_verb() {
-    m_options.verb = m_options.has_body ? cHttpSession::k_post : cHttpSession::k_get;
-    if (m_verb.empty()) return {};
+    if (m_verb.empty()) m_verb = m_options.has_body ? "POST" : "GET";
     for (const auto& [name, verb] : k_verbs) {
         if (m_verb != name) continue;
         m_options.verb = verb;
+        m_options.verb_name = name;
         return {};
     }
     return "-X " + m_verb + " is not GET, POST, PUT, PATCH or DELETE";

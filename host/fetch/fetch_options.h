@@ -11,6 +11,7 @@ namespace pennywort::host {
 struct fetch_options {
     std::string url;
     std::uint32_t verb = 0;  // as cHttpSession has it
+    std::string verb_name;
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;
     bool has_body = false;

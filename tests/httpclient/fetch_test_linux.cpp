@@ -64,7 +64,7 @@ TEST_F(FetchTest, WritesATranscriptWhereAsked) {
     EXPECT_EQ(fetch(peer.url() + " --log wire.txt -d sent").status, 0);
     const std::string log = m_folder.read("wire.txt");
     for (const char* part :
-         {" SENT ", "POST ", "sent", " RECEIVED ", "Content-Length: 5", "hello"}) {
+         {" SENT ", "POST ", "sent", " RECEIVED ", "status 200", "Content-Length: 5", "hello"}) {
         EXPECT_NE(log.find(part), std::string::npos) << part << " in " << log;
     }
 }

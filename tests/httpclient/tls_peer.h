@@ -34,8 +34,8 @@ private:
     std::unique_ptr<native> m_native;
 };
 
-// Answers each request of each connection, one connection at a time, with what `answer` makes of
-// its head. Only 127.0.0.1.
+// Answers each request of each connection, which has a thread of its own, with what `answer` makes
+// of its head. Only 127.0.0.1.
 class tls_peer {
 public:
     tls_peer(const certificate& shown, std::function<std::string(const std::string& head)> answer);
@@ -49,6 +49,7 @@ private:
     struct native;
 
     void serve();
+    void talk(int socket) const;
 
     const std::function<std::string(const std::string&)> m_answer;
     std::unique_ptr<native> m_native;

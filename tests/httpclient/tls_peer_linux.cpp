@@ -12,6 +12,7 @@
 
 #include <csignal>
 #include <utility>
+#include <vector>
 
 #include "tests/httpclient/tls_peer.h"
 
@@ -129,20 +130,26 @@ std::string tls_peer::url(const std::string& path) const {
 }
 
 void tls_peer::serve() {
+    std::vector<std::thread> threads;
     while (m_native->wait_for(m_native->listener)) {
         const int accepted = ::accept(m_native->listener, nullptr, nullptr);
         if (accepted < 0) continue;
         ++m_connections;
-        const owned_ssl ssl(SSL_new(m_native->context.get()));
-        SSL_set_fd(ssl.get(), accepted);
-        if (SSL_accept(ssl.get()) == 1) {
-            std::string head = m_native->head_from(ssl.get());
-            for (; !head.empty(); head = m_native->head_from(ssl.get())) {
-                const std::string text = m_answer(head);
-                SSL_write(ssl.get(), text.data(), static_cast<int>(text.size()));
-            }
-            SSL_shutdown(ssl.get());
-        }
-        ::close(accepted);
+        threads.emplace_back([this, accepted] { talk(accepted); });
     }
+    for (std::thread& each : threads) each.join();
+}
+
+void tls_peer::talk(int socket) const {
+    const owned_ssl ssl(SSL_new(m_native->context.get()));
+    SSL_set_fd(ssl.get(), socket);
+    if (SSL_accept(ssl.get()) == 1) {
+        std::string head = m_native->head_from(ssl.get());
+        for (; !head.empty(); head = m_native->head_from(ssl.get())) {
+            const std::string text = m_answer(head);
+            SSL_write(ssl.get(), text.data(), static_cast<int>(text.size()));
+        }
+        SSL_shutdown(ssl.get());
+    }
+    ::close(socket);
 }

@@ -34,7 +34,7 @@ struct cBonjour::registration {
 };
 
 struct cBonjour::browse_request {
-    long observer;
+    std::int32_t observer;
     const char* type;
     unsigned long flags;
     bool is_once;
@@ -200,11 +200,11 @@ long cBonjour::Service_Unregister(const char* type, long port) {
 // --- Observing
 
 long cBonjour::StartObserving(long observerId, const char* type, unsigned long flags) {
-    return observe({observerId, type, flags, false});
+    return observe({static_cast<std::int32_t>(observerId), type, flags, false});
 }
 
 long cBonjour::StartObservingOnce(long observerId, const char* type, unsigned long flags) {
-    return observe({observerId, type, flags, true});
+    return observe({static_cast<std::int32_t>(observerId), type, flags, true});
 }
 
 long cBonjour::observe(const browse_request& what) {
@@ -214,9 +214,8 @@ long cBonjour::observe(const browse_request& what) {
         cBonjourService* const there = find_browse(what);
         cBonjourService* const browse = there != nullptr ? there : browse_start(what);
         if (browse == nullptr) return k_refused;
-        const bool is_added = run::guarded("cBonjour", "adding an observer", [&] {
-            browse->observers.push_back(static_cast<std::int32_t>(what.observer));
-        });
+        const bool is_added = run::guarded("cBonjour", "adding an observer",
+                                           [&] { browse->observers.push_back(what.observer); });
         if (!is_added && there == nullptr) end_service(m_browse_list, browse);
         return is_added ? k_fine : k_refused;
     });

@@ -128,7 +128,8 @@ public:
 
     // Watches for services of a type: one that begins with "_" and holds "._tcp." or "._udp.".
     // `observerId` is not 0; given twice it hears everything twice. With bit 0 of `flags` only
-    // services of this machine are looked for; the other bits mean nothing. 0, or -1.
+    // services of this machine are looked for, which Avahi's library refuses; the other bits mean
+    // nothing. Of `observerId` 32 bits count. 0, or -1.
     long StartObserving(long observerId, const char* type, unsigned long flags);
     // Takes the watcher from every type, once from each. A type without watchers is no longer
     // looked for.

@@ -79,7 +79,8 @@ void discover_command::add_options(CLI::App& parser) {
     parser.add_option("--seconds", m_seconds, "How long to look; until Ctrl-C without it")
         ->type_name("N");
     parser.add_flag("--json", m_options.is_json, "Print each service as a line of JSON");
-    parser.add_flag("--local", m_options.is_local, "Only services of this machine");
+    parser.add_flag("--local", m_options.is_local,
+                    "Only services of this machine; Avahi refuses that");
     parser.add_flag("--each", m_options.is_each,
                     "A line for each interface and protocol on which a service is seen");
     parser.add_flag("--verbose", m_options.is_verbose, "Also print what the DNS-SD library says");

@@ -300,6 +300,7 @@ TEST(Avahi, TheDaemonMayBeKilledAtAnyStep) {
               0);
     const collected_traces traces;
     EXPECT_TRUE(loop_until([] { return busy_turns() == 0; }));
+    EXPECT_EQ(ears.count('+', "Camera"), 0);
 }
 
 TEST(Avahi, NamesThatItCannotTakeAreRefused) {
@@ -311,6 +312,7 @@ TEST(Avahi, NamesThatItCannotTakeAreRefused) {
     EXPECT_EQ(bonjour.Service_Register("_caf\xE9._tcp.", 1, nullptr), -1);
     EXPECT_EQ(bonjour.StartObserving(1, "_caf\xE9._tcp.", 0), -1);
     EXPECT_EQ(bonjour.Service_Register("no type", 1, nullptr), -1);
+    EXPECT_EQ(bonjour.StartObserving(1, k_http, 1), -1) << "this machine alone: not with Avahi";
     const listener ears;
     ASSERT_EQ(bonjour.StartObservingOnce(ears.id(), k_http, 0), 0);
     EXPECT_TRUE(loop_until([&] { return ears.count('+', longest) == 1; }));

@@ -107,6 +107,20 @@ TEST_F(Faults, TheDaemonMayEndBeforeALookUpIsAnswered) {
     EXPECT_EQ(fake_dnssd::live_references(), 1);
 }
 
+TEST_F(Faults, WithoutAPlaceForEventsNothingBeginsAndLaterAllDoes) {
+    cBonjour bonjour;
+    discovery::event_calls_in_use().make =
+        [](discovery::socket_events::arrived) -> std::unique_ptr<discovery::socket_events> {
+        return nullptr;
+    };
+    EXPECT_EQ(bonjour.Service_Register(k_http, 1, nullptr), -1);
+    EXPECT_EQ(bonjour.StartObserving(1, k_http, 0), -1);
+    EXPECT_EQ(fake_dnssd::live_references(), 0);
+    discovery::event_calls_in_use().make = &discovery::socket_events::make;
+    EXPECT_EQ(bonjour.Service_Register(k_http, 1, nullptr), 0);
+    EXPECT_EQ(bonjour.StartObserving(1, k_http, 0), 0);
+}
+
 // --- Calls that come back
 
 TEST_F(Faults, AnObserverMayStopItself) {

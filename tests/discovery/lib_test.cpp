@@ -63,10 +63,28 @@ TEST_P(BonjourLibLacks, OneAndHasNone) {
 
 INSTANTIATE_TEST_SUITE_P(Each, BonjourLibLacks, testing::Range(1, 8));
 
-TEST(BonjourLib, IsUnloadedWithItsObject) {
-    { const loaded_library partial(7); }
+// One that stayed would be found by its name in place of the next.
+TEST(BonjourLib, IsUnloadedAtOnceWhereItIsNotWholeAndElseWithItsObject) {
+    {
+        const loaded_library partial(7);
+        const cBonjourLib lib;
+        EXPECT_FALSE(lib.Exists());
+    }
+    {
+        const loaded_library whole(0);
+        EXPECT_TRUE(cBonjourLib().Exists());
+    }
+    const loaded_library partial(7);
+    EXPECT_FALSE(cBonjourLib().Exists());
+}
+
+TEST(BonjourLib, KeepsNothingOfALibraryThatIsNotWhole) {
+    auto partial = std::make_unique<loaded_library>(7);
+    cBonjourLib lib;
+    partial.reset();
     const loaded_library whole(0);
-    EXPECT_TRUE(cBonjourLib().Exists()) << "the one before is still there";
+    EXPECT_TRUE(cBonjourLib().Exists());
+    EXPECT_FALSE(lib.Exists());
 }
 
 }  // namespace

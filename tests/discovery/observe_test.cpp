@@ -62,6 +62,8 @@ INSTANTIATE_TEST_SUITE_P(All, ObserveType, testing::ValuesIn(k_types),
 TEST_F(Observe, NobodyIsNoObserver) {
     cBonjour bonjour;
     EXPECT_EQ(bonjour.StartObserving(0, k_http, 0), -1);
+    // Its 32 bits are 0, on every system.
+    EXPECT_EQ(bonjour.StartObserving(static_cast<long>(std::int64_t{1} << 32), k_http, 0), -1);
     EXPECT_EQ(fake_dnssd::live_references(), 0);
 }
 
@@ -142,7 +144,7 @@ TEST_F(Observe, HearEveryItemOfTheTextRecord) {
     EXPECT_STREQ(items.VariableName(0), "a");
 }
 
-TEST_F(Observe, HearAnItemWhoseKeyIsTooLong) {
+TEST_F(Observe, HearTheLongestKey) {
     cBonjour bonjour;
     const listener ears;
     bonjour.StartObserving(ears.id(), k_http, 0);
@@ -152,6 +154,37 @@ TEST_F(Observe, HearAnItemWhoseKeyIsTooLong) {
     ASSERT_EQ(ears.heard().size(), 1u);
     EXPECT_EQ(ears.heard()[0].Child(0)->VariableCount(), 1u);
     EXPECT_STREQ(ears.heard()[0].Child(0)->VariableName(0), std::string(255, 'k').c_str());
+}
+
+TEST_F(Observe, HearWhatIsBehindAnItemThatCannotBeRead) {
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObserving(ears.id(), k_http, 0);
+    serve("Camera", 1,
+          "\x03"
+          "a=1"
+          "\x03"
+          "b=2");
+    fake_dnssd::fail("Item", -65539, 1);
+    tell("Camera");
+    run_loop();
+    ASSERT_EQ(ears.heard().size(), 1u);
+    const zRecord& items = *ears.heard()[0].Child(0);
+    EXPECT_TRUE(items.Has("")) << "it is an item all the same";
+    EXPECT_EQ(items.AsString("b", "none"), "2");
+    EXPECT_EQ(items.VariableCount(), 2u);
+}
+
+TEST_F(Observe, LookAtOneBitOfTheFlags) {
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObserving(ears.id(), k_http, 0);
+    serve("Camera");
+    for (const std::uint32_t flags : {3u, 1u, 0x40000002u}) {
+        fake_dnssd::tell(k_http, {flags, 1, 0, "Camera", k_http, "local."});
+    }
+    run_loop();
+    EXPECT_EQ(ears.names(), "+Camera -Camera +Camera");
 }
 
 TEST_F(Observe, HearARecordOf65535BytesAndOneThatIsCut) {

@@ -89,7 +89,9 @@ int begin(const char* function, const text& line) {
     state& all = the();
     all.calls += function + line + "\n";
     if (all.hook != nullptr) all.hook(function, all.hook_context);
-    if (all.is_daemon_dead && std::strcmp(function, "ProcessResult") != 0) return k_not_running;
+    const bool needs_daemon =
+        std::strcmp(function, "ProcessResult") != 0 && std::strcmp(function, "Item") != 0;
+    if (all.is_daemon_dead && needs_daemon) return k_not_running;
     const auto planned = all.failures.find(text(function));
     if (planned == all.failures.end() || planned->second.times == 0) return 0;
     --planned->second.times;
@@ -257,6 +259,7 @@ FAKE_DNSSD_API int TXTRecordGetItemAtIndex(std::uint16_t length, const void* txt
                                            std::uint16_t index, std::uint16_t key_size, char* key,
                                            std::uint8_t* value_length, const void** value) {
     constexpr int k_no_memory = -65539;
+    if (const int error = begin("Item", ""); error != 0) return error;
     const auto* at = static_cast<const unsigned char*>(txt);
     const auto* const end = at + length;
     for (std::uint16_t i = 0; at < end && i < index; ++i) at += *at + 1;

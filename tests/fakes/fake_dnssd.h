@@ -27,7 +27,8 @@ FAKE_DNSSD_API int waits();
 // The bytes of the last registration's TXT record.
 FAKE_DNSSD_API const void* registered_txt(int* length);
 
-// The next so many calls of a function ("Register", "Browse", "Resolve", "ProcessResult") return
+// The next so many calls of a function ("Register", "Browse", "Resolve", "ProcessResult",
+// "Item") return
 // this error.
 FAKE_DNSSD_API void fail(const char* function, int error, int times);
 // The next reference has a socket that cannot be waited for.

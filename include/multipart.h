@@ -98,6 +98,8 @@ public:
                            std::int32_t length, const char** data, std::int32_t* size) const;
 
 private:
+    zStatus parse_with_headers(const char* buffer, std::int32_t length);
+
     std::int32_t m_parsed_length = 0;
     zRecord* m_record;
 };

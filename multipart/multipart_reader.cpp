@@ -1,6 +1,7 @@
 // multipart_reader.cpp - cMultipartReader of include/multipart.h. No clock, no I/O.
 #include <string>
 
+#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "multipart.h"
 #include "utils.h"
@@ -75,9 +76,16 @@ private:
 
 cMultipartReader::cMultipartReader(zRecord& record) : m_record(&record) {}
 
+// What a sender puts into a message is memory that its reader takes: that it runs out is traced,
+// and a fault of the message like any other.
 zStatus cMultipartReader::Parse_WithHeaders(const char* buffer, std::int32_t length) {
     m_record->MakeEmpty();
     m_parsed_length = length;
+    return pennywort::run::guarded_or(k_failed, "cMultipartReader", "a message",
+                                      [&] { return parse_with_headers(buffer, length); });
+}
+
+zStatus cMultipartReader::parse_with_headers(const char* buffer, std::int32_t length) {
     cMultipartRecord message(*m_record, k_related);
     const std::int32_t headers = cUtils::HeaderParse(buffer, length, *m_record);
     const std::string type = message.GetContentType("");
@@ -95,13 +103,15 @@ zStatus cMultipartReader::Parse_BodyOnly(const char* buffer, std::int32_t length
                                          std::int32_t bodyOffset) {
     if (buffer == nullptr || boundary == nullptr) return k_failed;
     if (length <= 0 || boundaryLength <= 0 || bodyOffset < 0) return k_failed;
-    cMultipartRecord message(*m_record, k_related);
     m_parsed_length = length;
-    const std::int64_t skipped = std::int64_t{boundaryLength} + bodyOffset + 2;
-    if (length - skipped < 1) return k_failed;
-    const std::string delimiter =
-        "\r\n--" + std::string(boundary, static_cast<std::size_t>(boundaryLength));
-    return body_reader(*m_record, buffer, delimiter).read({buffer + skipped, length - skipped});
+    return pennywort::run::guarded_or(k_failed, "cMultipartReader", "a body", [&] {
+        cMultipartRecord message(*m_record, k_related);
+        const std::int64_t skipped = std::int64_t{boundaryLength} + bodyOffset + 2;
+        if (length - skipped < 1) return k_failed;
+        const std::string delimiter =
+            "\r\n--" + std::string(boundary, static_cast<std::size_t>(boundaryLength));
+        return body_reader(*m_record, buffer, delimiter).read({buffer + skipped, length - skipped});
+    });
 }
 
 zStatus cMultipartReader::GetSectionData(cMultipartRecord::Section& section, const char* buffer,

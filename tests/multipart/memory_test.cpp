@@ -1,0 +1,47 @@
+// memory_test.cpp - messages taken apart while the memory runs out at any moment.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <new>
+#include <string>
+
+#include "multipart.h"
+#include "tests/support/failing_memory.h"
+
+namespace {
+
+// The parts that are there afterwards are those of the message, from the first on.
+TEST(MultipartMemory, RunsOutAtAnyPlaceOfTheReader) {
+    std::string text =
+        "Content-Type: multipart/related; "
+        "boundary=a-boundary-that-no-string-holds-in-itself\r\n\r\n";
+    for (int i = 0; i < 3; ++i) {
+        text += "--a-boundary-that-no-string-holds-in-itself\r\nA-Header-With-A-Long-Name: " +
+                std::string(60, 'v') + "\r\n\r\ndata\r\n";
+    }
+    text += "--a-boundary-that-no-string-holds-in-itself--";
+    zRecord record;
+    cMultipartReader reader(record);
+    zStatus status = 0;
+    bool has_thrown = false;
+    const int failures = with_each_allocation_failing(
+        [&] {
+            has_thrown = false;
+            try {
+                status =
+                    reader.Parse_WithHeaders(text.data(), static_cast<std::int32_t>(text.size()));
+            } catch (const std::bad_alloc&) {
+                has_thrown = true;
+            }
+        },
+        [&] {
+            EXPECT_FALSE(has_thrown);
+            EXPECT_TRUE(status == 0 || status == -1);
+            EXPECT_LE(record.ChildCount(), 3u);
+            EXPECT_TRUE(status != 0 || record.ChildCount() == 3);
+        });
+    EXPECT_GT(failures, 10);
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace

@@ -97,13 +97,6 @@ std::string request_target::origin() const {
     return is_usual ? text : text + ":" + std::to_string(port);
 }
 
-bool is_host(std::string_view host) {
-    if (host.find(':') != std::string_view::npos) return http::is_ipv6_address(host);
-    return !host.empty() && host.find_first_of("/?#@[]\\%<>\"^`{|}") == std::string_view::npos &&
-           std::none_of(host.begin(), host.end(),
-                        [](char c) { return c == ' ' || text::is_control(c); });
-}
-
 std::string curl_header_line(std::string_view line) {
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos || colon == 0) return {};

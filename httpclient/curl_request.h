@@ -23,10 +23,6 @@ struct request_target {
     std::string url() const { return origin() + object; }
 };
 
-// Whether it can be a host of a URL: what cannot must not reach libcurl, which would take a part of
-// it for something else.
-bool is_host(std::string_view host);
-
 // A line "name: value" as libcurl takes it, for which an empty value is a header to leave out.
 // Empty for a line that is no header.
 std::string curl_header_line(std::string_view line);

@@ -171,7 +171,7 @@ long cHttpSession_winhttp::split_url(target& to) const {
     const zStatus status =
         zURLString::Get(m_url.CString(), &scheme, nullptr, &host, &to.port, &path, nullptr);
     // A URL of the right form whose host or port cannot be had: no connection can be made to it.
-    if (status != k_ok || host.Empty()) return k_connect_failed;
+    if (status != k_ok || !is_host(host.View())) return k_connect_failed;
     const bool is_https = std::strncmp(m_url.CString(), "https://", 8) == 0;
     if (to.port <= 0) to.port = is_https ? k_https_port : k_http_port;
     to.is_secure = to.port == k_https_port;

@@ -13,6 +13,7 @@
 #include "core/http/proxy_rules.h"
 #include "core/limits.h"
 #include "httpclient/curl_transfer.h"
+#include "httpclient/request_object.h"
 
 namespace pennywort::httpclient {
 

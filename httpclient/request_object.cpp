@@ -1,6 +1,11 @@
 // httpclient/request_object.cpp - see the header for the contract.
 #include "httpclient/request_object.h"
 
+#include <algorithm>
+
+#include "core/http/url.h"
+#include "core/text/ascii.h"
+
 namespace pennywort::httpclient {
 
 namespace {
@@ -9,6 +14,13 @@ namespace {
 constexpr std::string_view k_escaped = "\"<>\\^`{|}#";
 
 }  // namespace
+
+bool is_host(std::string_view host) {
+    if (host.find(':') != std::string_view::npos) return http::is_ipv6_address(host);
+    return !host.empty() && host.find_first_of("/?#@[]\\%<>\"^`{|}") == std::string_view::npos &&
+           std::none_of(host.begin(), host.end(),
+                        [](char c) { return c == ' ' || text::is_control(c); });
+}
 
 std::string escaped_object(std::string_view object) {
     constexpr char k_digits[] = "0123456789ABCDEF";

@@ -153,6 +153,20 @@ public:
         return is_wide() ? begins_with_surrogate(rest) : !loam::first_character(rest).is_valid;
     }
 
+    // Whether a UTF-16 document has half of a pair without its other half: expat may take the two
+    // bytes behind it for that half.
+    bool have_half_pairs() const {
+        bool is_after_high = false;
+        for (std::size_t at = 0; is_wide() && at + 1 < m_document.size(); at += 2) {
+            const auto high =
+                static_cast<unsigned char>(m_document[at + (is_big_endian() ? 0 : 1)]);
+            const bool is_low_half = high >= 0xDC && high <= 0xDF;
+            if (is_low_half != is_after_high) return true;
+            is_after_high = high >= 0xD8 && high <= 0xDB;
+        }
+        return is_after_high;
+    }
+
 private:
     bool is_wide() const {
         return m_document.size() > 1 &&
@@ -231,6 +245,7 @@ void on_doctype(void* user, const char*, const char*, const char*, int) {
 }  // namespace
 
 zStatus loam::parse_xml(zRecord& out, std::string_view document, const xml_limits& limits) {
+    if (bad_bytes(document).have_half_pairs()) return zXML::k_encoding;
     const parser_owner parser(XML_ParserCreate_MM(nullptr, &xml_memory(), nullptr));
     if (parser == nullptr) return -1;
     parsing one{parser.get(), document, tree_builder(out, limits)};

@@ -83,6 +83,19 @@ inline constexpr std::size_t k_http_receive_bytes = 64 * 1024;
 inline constexpr std::size_t k_max_idle_connections = 32;
 inline constexpr int k_idle_connection_seconds = 60;
 
+// --- WebSocket
+
+// Bytes of one message that is received, and of what waits to be sent through one asynchronous
+// socket.
+inline constexpr std::size_t k_max_websocket_message_bytes = std::size_t(256) << 20;
+inline constexpr std::size_t k_max_websocket_waiting_bytes = std::size_t(256) << 20;
+
+// How long a connection may take to come about, a server to answer the upgrade, and a peer to say
+// goodbye; the first two are those that WinHTTP has.
+inline constexpr std::chrono::seconds k_max_websocket_connect{60};
+inline constexpr std::chrono::seconds k_max_websocket_upgrade{30};
+inline constexpr std::chrono::seconds k_max_websocket_goodbye{5};
+
 // --- Discovery
 
 // DNS-SD references whose events are processed; those past it stay silent.

@@ -1,0 +1,556 @@
+// managed_test.cpp - the asynchronous transport against servers that do as they are told, right or
+// wrong.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/eventually.h"
+#include "tests/websocket/event_log.h"
+#include "tests/websocket/frames.h"
+#include "tests/websocket/scripted_peer.h"
+
+namespace {
+
+using pennywort::tests::eventually;
+
+class ManagedTest : public testing::Test {
+protected:
+    ManagedTest() { m_events.listen_to(*m_socket); }
+
+    event_log m_events;
+    std::shared_ptr<cWebSocket> m_socket = cWebSocket::Factory();
+};
+
+// What every binding does, each run with each of them.
+using ManagedContract = ManagedTest;
+// What websocket-sharp does, but not the stand-in for it.
+using ManagedLibrary = ManagedTest;
+
+void echo(peer_connection& connection) {
+    connection.accept();
+    while (true) {
+        const peer_frame frame = connection.receive_frame();
+        if (frame.opcode == -1) return;
+        if (frame.opcode == frames::k_close) {
+            connection.send(frames::frame(frames::k_final | frames::k_close, frame.payload));
+            return connection.wait_for_end();
+        }
+        connection.send(frames::frame(frames::k_final | frame.opcode, frame.payload));
+    }
+}
+
+TEST_F(ManagedContract, OpensTalksAndCloses) {
+    const scripted_peer peer(echo);
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    m_socket->Send("hello");
+    ASSERT_TRUE(m_events.wait_for(2));
+    m_socket->Close();
+    ASSERT_TRUE(m_events.wait_for(3));
+    EXPECT_EQ(m_events.text(), "opened | message hello | closed clean");
+    m_socket->Send("nothing happens");
+    EXPECT_EQ(m_events.lines().size(), 3u);
+}
+
+TEST_F(ManagedContract, AsksAsTheStandardHasIt) {
+    std::string head;
+    peer_frame text;
+    const scripted_peer peer([&](peer_connection& connection) {
+        head = connection.accept();
+        text = connection.receive_frame();
+        connection.close(1000);
+    });
+    m_socket->SetOpenedHandler([](const std::shared_ptr<cWebSocket>& self) { self->Send("t"); });
+    m_socket->Open(peer.url("/a?b=c").c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("closed clean"));
+    EXPECT_TRUE(head.starts_with("GET /a?b=c HTTP/1.1\r\n")) << head;
+    EXPECT_EQ(header_of(head, "Host"), "127.0.0.1:" + std::to_string(peer.port()));
+    EXPECT_EQ(header_of(head, "Upgrade"), "websocket");
+    EXPECT_EQ(header_of(head, "Sec-WebSocket-Version"), "13");
+    EXPECT_EQ(header_of(head, "Sec-WebSocket-Key").size(), 24u);
+    EXPECT_EQ(header_of(head, "Sec-WebSocket-Extensions"), "");
+    EXPECT_EQ(header_of(head, "Sec-WebSocket-Protocol"), "");
+    EXPECT_TRUE(text.is_final && text.is_masked && text.reserved == 0);
+    EXPECT_EQ(text.opcode, frames::k_text);
+    EXPECT_EQ(text.payload, "t");
+}
+
+TEST_F(ManagedLibrary, ItsOwnGoodbyeHasNoCode) {
+    std::atomic<int> code{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        const peer_frame frame = connection.receive_frame();
+        code = frame.opcode == frames::k_close ? frame.code() : -1;
+        connection.send(frames::frame(frames::k_final | frames::k_close, ""));
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    m_socket->Close();
+    ASSERT_TRUE(m_events.wait_for(2));
+    EXPECT_EQ(m_events.text(), "opened | closed clean");
+    EXPECT_EQ(code, 1005);
+}
+
+TEST_F(ManagedContract, TextsOfAllLengthsGoBothWays) {
+    const scripted_peer peer(echo);
+    m_socket->Open(peer.url().c_str(), 0);
+    std::size_t count = 1;
+    for (const std::size_t size : {0, 1, 125, 126, 65535, 65536, 1 << 20}) {
+        const std::string text(size, 'x');
+        ASSERT_TRUE(m_events.wait_for(count));
+        m_socket->Send(text.c_str());
+        ASSERT_TRUE(m_events.wait_for(++count));
+        EXPECT_EQ(m_events.lines().back().size(), size + 8);
+    }
+}
+
+TEST_F(ManagedContract, BinaryMessagesAreCutAtTheirFirstNul) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::frame(frames::k_final | frames::k_binary, std::string("ab\0c", 4)));
+        connection.close(1000);
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(3));
+    EXPECT_EQ(m_events.text(), "opened | message ab | closed clean");
+}
+
+TEST_F(ManagedLibrary, PingsAreAnsweredAndSent) {
+    peer_frame pong;
+    peer_frame ping;
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::frame(frames::k_final | frames::k_ping, "are you there"));
+        pong = connection.receive_frame();
+        connection.send(frames::text("now you"));
+        ping = connection.receive_frame();
+        connection.close(1000);
+    });
+    m_socket->SetMessageHandler([this](const char*) { m_socket->SendPing(); });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("closed clean"));
+    EXPECT_EQ(pong.opcode, frames::k_pong);
+    EXPECT_EQ(pong.payload, "are you there");
+    EXPECT_EQ(ping.opcode, frames::k_ping);
+}
+
+TEST_F(ManagedContract, FragmentsWithAPingBetweenAreOneMessage) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::frame(frames::k_text, "a\xC3"));
+        connection.send(frames::frame(frames::k_final | frames::k_ping, ""));
+        connection.receive_frame();
+        connection.send(frames::frame(frames::k_continuation, "\xA4"));
+        connection.send(frames::frame(frames::k_final | frames::k_continuation, ""));
+        connection.close(1000);
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(3));
+    EXPECT_EQ(m_events.text(), "opened | message a\xC3\xA4 | closed clean");
+}
+
+TEST_F(ManagedContract, ConnectsToIPv6) {
+    const scripted_peer peer(echo, "::1");
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    EXPECT_EQ(m_events.text(), "opened");
+}
+
+TEST_F(ManagedContract, LooksUpNames) {
+    const scripted_peer peer(echo);
+    const std::string url = "ws://localhost:" + std::to_string(peer.port()) + "/";
+    m_socket->Open(url.c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    EXPECT_EQ(m_events.text(), "opened");
+}
+
+TEST_F(ManagedContract, AnUnreachableHostIsAnAbnormalClosure) {
+    std::uint16_t free_port = 0;
+    {
+        const scripted_peer gone(echo);
+        free_port = gone.port();
+    }
+    m_socket->Open(("ws://127.0.0.1:" + std::to_string(free_port)).c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    EXPECT_EQ(m_events.text(), "error 5");
+    m_socket->Open("ws://no-such-name.invalid/", 0);
+    ASSERT_TRUE(m_events.wait_for(2));
+    EXPECT_EQ(m_events.text(), "error 5 | error 5");
+}
+
+TEST_F(ManagedContract, AUrlThatCannotBeUsedIsConnectFailedAtOnce) {
+    for (const char* url : {"", "http://a/", "ws://", "ws://a/#b"}) m_socket->Open(url, 0);
+    EXPECT_EQ(m_events.text(), "error 2 | error 2 | error 2 | error 2");
+}
+
+TEST_F(ManagedContract, SendWhileItOpensIsALibraryError) {
+    gate may_go;
+    const scripted_peer peer([&](peer_connection& connection) {
+        may_go.wait();
+        echo(connection);
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    m_socket->Send("too early");
+    EXPECT_EQ(m_events.text(), "error 1");
+    may_go.open();
+    ASSERT_TRUE(m_events.wait_for(2));
+    EXPECT_EQ(m_events.text(), "error 1 | opened");
+}
+
+TEST_F(ManagedTest, CloseWhileItOpensIsAnUncleanClose) {
+    const scripted_peer peer([](peer_connection& connection) { connection.wait_for_end(); });
+    m_socket->Open(peer.url().c_str(), 0);
+    m_socket->Close();
+    ASSERT_TRUE(m_events.wait_for(1));
+    EXPECT_EQ(m_events.text(), "closed unclean");
+}
+
+TEST_F(ManagedContract, AGoodbyeThatIsNotAnsweredIsUnclean) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        connection.receive_frame();
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    m_socket->Close();
+    ASSERT_TRUE(m_events.wait_for(2));
+    EXPECT_EQ(m_events.text(), "opened | closed unclean");
+}
+
+TEST_F(ManagedContract, OpeningAgainClosesTheFirstConnection) {
+    const scripted_peer peer(echo);
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(3));
+    EXPECT_TRUE(m_events.wait_for_line("closed clean"));
+    m_socket->Send("on the second");
+    EXPECT_TRUE(m_events.wait_for_line("message on the second"));
+}
+
+TEST_F(ManagedContract, AHandlerMayDestroyItsSocket) {
+    for (const char* when : {"opened", "message", "closed"}) {
+        gate is_gone;
+        const scripted_peer peer([](peer_connection& connection) {
+            connection.accept();
+            connection.send(frames::text("m"));
+            connection.close(1000);
+        });
+        auto socket = cWebSocket::Factory();
+        const auto destroy = [&](const char* now) {
+            if (std::string(now) != when) return;
+            socket.reset();
+            is_gone.open();
+        };
+        socket->SetOpenedHandler([&](const std::shared_ptr<cWebSocket>&) { destroy("opened"); });
+        socket->SetMessageHandler([&](const char*) { destroy("message"); });
+        socket->SetClosedHandler(
+            [&](std::optional<cWebSocket::Error>, bool) { destroy("closed"); });
+        socket->Open(peer.url().c_str(), 0);
+        EXPECT_TRUE(is_gone.wait()) << when;
+    }
+}
+
+TEST_F(ManagedContract, DestructionAtAnyStageEndsTheConnection) {
+    std::atomic<int> ended{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.wait_for_end();
+        ++ended;
+    });
+    for (int i = 0; i < 20; ++i) {
+        const auto socket = cWebSocket::Factory();
+        event_log events;
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        if (i % 2 == 0) {
+            EXPECT_TRUE(events.wait_for(1));
+        }
+    }
+    EXPECT_TRUE(eventually([&] { return ended >= 10; }));
+}
+
+TEST_F(ManagedTest, SendsBeyondTheCeilingAreRefused) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        while (connection.receive_frame().opcode != -1) {
+        }
+    });
+    cWebSocketOptions options;
+    options.maxWaitingBytes = 1000;
+    m_socket->SetOptions(options);
+    gate is_inside;
+    gate may_leave;
+    m_socket->SetOpenedHandler([&](const std::shared_ptr<cWebSocket>&) {
+        is_inside.open();
+        may_leave.wait();
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(is_inside.wait());
+    // The binding's thread is held, so that what is sent from here waits.
+    m_socket->Send(std::string(900, 'x').c_str());
+    EXPECT_EQ(m_events.text(), "");
+    m_socket->Send(std::string(200, 'x').c_str());
+    EXPECT_EQ(m_events.text(), "error 1");
+    may_leave.open();
+}
+
+TEST_F(ManagedTest, HeadersAndProtocolsAreOffered) {
+    std::string head;
+    const scripted_peer peer([&](peer_connection& connection) {
+        head = connection.accept("Sec-WebSocket-Protocol: b\r\n");
+        connection.close(1000);
+    });
+    cWebSocketOptions options;
+    options.headers = "X-One: 1\nX-Two: zwei drei";
+    options.protocols = "a, b";
+    m_socket->SetOptions(options);
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(2));
+    EXPECT_EQ(m_events.text(), "opened | closed clean");
+    EXPECT_EQ(header_of(head, "X-One"), "1");
+    EXPECT_EQ(header_of(head, "X-Two"), "zwei drei");
+    EXPECT_EQ(header_of(head, "Sec-WebSocket-Protocol"), "a, b");
+}
+
+TEST_F(ManagedTest, ATimeoutIsHonouredOnRequest) {
+    const scripted_peer peer([](peer_connection& connection) { connection.wait_for_end(); });
+    cWebSocketOptions options;
+    options.isTimeoutHonoured = true;
+    m_socket->SetOptions(options);
+    m_socket->Open(peer.url().c_str(), 0.01);
+    ASSERT_TRUE(m_events.wait_for(1));
+    EXPECT_EQ(m_events.text(), "error 5");
+}
+
+TEST_F(ManagedTest, AMessageOverTheCeilingIsRefused) {
+    std::atomic<int> code{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        // The head of 1 GiB; the rest is never asked for.
+        connection.send(std::string("\x81\x7F\0\0\0\0\x40\0\0\0", 10));
+        code = connection.receive_frame().code();
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(2));
+    EXPECT_EQ(m_events.text(), "opened | closed unclean");
+    EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
+}
+
+// What a server may not do, and the code that it is told.
+struct fault_case {
+    const char* name;
+    std::string bytes;
+    int code;
+};
+void PrintTo(const fault_case& c, std::ostream* out) { *out << c.name; }
+
+std::vector<fault_case> fault_cases() {
+    using namespace frames;
+    const std::string start = frame(k_text, "a");
+    return {
+        {"ReservedBit1", frame(k_final | 0x40 | k_text, "a"), 1002},
+        {"ReservedBit2", frame(k_final | 0x20 | k_text, "a"), 1002},
+        {"ReservedBit3", frame(k_final | 0x10 | k_text, "a"), 1002},
+        {"ReservedDataOpcode", frame(k_final | 0x3, "a"), 1002},
+        {"LastReservedDataOpcode", frame(k_final | 0x7, "a"), 1002},
+        {"ReservedControlOpcode", frame(k_final | 0xB, "a"), 1002},
+        {"LastReservedControlOpcode", frame(k_final | 0xF, "a"), 1002},
+        {"Masked", frame(k_final | k_text, "a", 0x80), 1002},
+        {"MaskedPing", frame(k_final | k_ping, "", 0x80), 1002},
+        {"PingOf126Bytes", frame(k_final | k_ping, std::string(126, 'p')), 1002},
+        {"PongOf126Bytes", frame(k_final | k_pong, std::string(126, 'p')), 1002},
+        {"CloseOf126Bytes", frame(k_final | k_close, code_bytes(1000) + std::string(124, 'p')),
+         1002},
+        {"PingInPieces", frame(k_ping, "p"), 1002},
+        {"CloseInPieces", frame(k_close, code_bytes(1000)), 1002},
+        {"ContinuationWithoutStart", frame(k_final | k_continuation, "a"), 1002},
+        {"TextWithinAMessage", start + text("b"), 1002},
+        {"BinaryWithinAMessage", start + frame(k_final | k_binary, "b"), 1002},
+        {"InvalidUtf8", text("a\xFF"), 1007},
+        {"OverlongUtf8", text("\xC0\x80"), 1007},
+        {"SurrogateUtf8", text("\xED\xA0\x80"), 1007},
+        {"Utf8CutAtTheEnd", text("a\xC3"), 1007},
+        {"Utf8BrokenBetweenFrames", frame(k_text, "a\xC3") + frame(k_final | k_continuation, "b"),
+         1007},
+        {"CloseOf1Byte", frame(k_final | k_close, "a"), 1002},
+        {"CloseWithInvalidUtf8", frame(k_final | k_close, code_bytes(1000) + "\xFF"), 1002},
+        {"LengthNotMinimal16", std::string("\x81\x7E\0\x01", 4) + "a", 1002},
+        {"LengthNotMinimal64", std::string("\x81\x7F\0\0\0\0\0\0\0\x01", 10) + "a", 1002},
+        {"LengthWithItsHighestBit", std::string("\x81\x7F\x80\0\0\0\0\0\0\x01", 10) + "a", 1009},
+    };
+}
+
+class ManagedFaultTest : public testing::TestWithParam<fault_case> {};
+
+TEST_P(ManagedFaultTest, EndsTheConnectionAndSaysWhy) {
+    std::atomic<int> code{-1};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(GetParam().bytes);
+        const peer_frame frame = connection.receive_frame();
+        code = frame.opcode == frames::k_close ? frame.code() : 0;
+        connection.wait_for_end();
+    });
+    event_log events;
+    const auto socket = cWebSocket::Factory();
+    events.listen_to(*socket);
+    socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(events.wait_for(2));
+    EXPECT_EQ(events.text(), "opened | closed unclean");
+    EXPECT_TRUE(eventually([&] { return code != -1; }));
+    EXPECT_EQ(code, GetParam().code);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ManagedFaultTest, testing::ValuesIn(fault_cases()),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+// Whatever code a server closes with: clean where it may be sent, unclean where it may not.
+TEST(ManagedContractClose, OfEveryCode) {
+    for (const int code :
+         {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1010, 1011, 1012, 1013, 3000, 4999}) {
+        std::atomic<int> answered{-1};
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.accept();
+            connection.send(frames::close(code));
+            answered = connection.receive_frame().code();
+        });
+        event_log events;
+        const auto socket = cWebSocket::Factory();
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        ASSERT_TRUE(events.wait_for(2)) << code;
+        EXPECT_EQ(events.text(), "opened | closed clean") << code;
+        EXPECT_TRUE(eventually([&] { return answered != -1; }));
+        EXPECT_EQ(answered, code);
+    }
+}
+
+TEST(ManagedClose, OfCodesThatMayNotBeSent) {
+    for (const int code : {0, 999, 1004, 1005, 1006, 1015, 1016, 2999, 5000, 65535}) {
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.accept();
+            connection.send(frames::close(code));
+            connection.wait_for_end();
+        });
+        event_log events;
+        const auto socket = cWebSocket::Factory();
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        ASSERT_TRUE(events.wait_for(2)) << code;
+        EXPECT_EQ(events.text(), "opened | closed unclean") << code;
+    }
+}
+
+TEST(ManagedContractClose, WithoutACode) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::frame(frames::k_final | frames::k_close, ""));
+        connection.wait_for_end();
+    });
+    event_log events;
+    const auto socket = cWebSocket::Factory();
+    events.listen_to(*socket);
+    socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(events.wait_for(2));
+    EXPECT_EQ(events.text(), "opened | closed clean");
+}
+
+// Answers that are no upgrade, and connections that end at each stage.
+struct refusal_case {
+    const char* name;
+    const char* answer;
+    const char* told;
+};
+void PrintTo(const refusal_case& c, std::ostream* out) { *out << c.name; }
+
+constexpr refusal_case k_refusals[] = {
+    {"Status200", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", "closed unclean"},
+    {"Status401", "HTTP/1.1 401 No\r\nContent-Length: 0\r\n\r\n", "closed unclean"},
+    {"Redirect", "HTTP/1.1 302 No\r\nLocation: /\r\nContent-Length: 0\r\n\r\n", "closed unclean"},
+    {"NoKey", "HTTP/1.1 101 Yes\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n\r\n",
+     "closed unclean"},
+    {"WrongKey",
+     "HTTP/1.1 101 Yes\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+     "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n",
+     "closed unclean"},
+    {"Rubbish", "rubbish\r\n\r\n", "closed unclean"},
+    {"EndAtOnce", "", "error 5"},
+    {"EndWithinTheHead", "HTTP/1.1 101 Yes\r\nUpgr", "error 5"},
+};
+
+class ManagedContractRefusal : public testing::TestWithParam<refusal_case> {};
+
+TEST_P(ManagedContractRefusal, IsAClose) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send(GetParam().answer);
+    });
+    event_log events;
+    const auto socket = cWebSocket::Factory();
+    events.listen_to(*socket);
+    socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(events.wait_for(1));
+    EXPECT_EQ(events.text(), GetParam().told);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ManagedContractRefusal, testing::ValuesIn(k_refusals),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+TEST(ManagedRefusal, OfWhatWasNotOffered) {
+    for (const char* line :
+         {"Sec-WebSocket-Protocol: mine\r\n", "Sec-WebSocket-Extensions: permessage-deflate\r\n",
+          "Sec-WebSocket-Extensions: x-other\r\n"}) {
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.accept(line);
+            connection.wait_for_end();
+        });
+        event_log events;
+        const auto socket = cWebSocket::Factory();
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        ASSERT_TRUE(events.wait_for(1));
+        EXPECT_EQ(events.text(), "closed unclean") << line;
+    }
+}
+
+TEST(ManagedContractLoss, AtEachStage) {
+    const std::vector<scripted_peer::script> stages = {
+        [](peer_connection& connection) { connection.reset(); },
+        [](peer_connection& connection) {
+            connection.receive_head();
+            connection.reset();
+        },
+        [](peer_connection& connection) {
+            connection.accept();
+            connection.reset();
+        },
+        [](peer_connection& connection) { connection.accept(); },
+        [](peer_connection& connection) {
+            connection.accept();
+            connection.send("\x81\x7E");
+            connection.reset();
+        },
+        [](peer_connection& connection) {
+            connection.accept();
+            connection.send(frames::frame(frames::k_text, "begun"));
+        },
+    };
+    for (std::size_t i = 0; i < stages.size(); ++i) {
+        const scripted_peer peer(stages[i]);
+        event_log events;
+        const auto socket = cWebSocket::Factory();
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        ASSERT_TRUE(events.wait_for_line("error 5")) << i;
+        const std::string told = events.text();
+        EXPECT_TRUE(told == "error 5" || told == "opened | error 5") << told;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,293 @@
+// sharp_test.cpp - cWebSocket_Sharp and its Impl over a managed socket that does as it is told.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/support/eventually.h"
+#include "tests/websocket/event_log.h"
+#include "websocket/managed/impl.h"
+#include "websocket/managed/managed_maker.h"
+#include "websocket/managed/reconnect.h"
+
+namespace pennywort::websocket {
+namespace {
+
+class told_socket final : public managed_socket {
+public:
+    explicit told_socket(std::weak_ptr<managed_owner> to) : owner(std::move(to)) {}
+
+    void connect_async() override { add("connect"); }
+    void close_async() override { add("close"); }
+    void send_text(std::string_view text) override {
+        if (text == "throw") throw std::logic_error("not open");
+        add("text " + std::string(text));
+    }
+    void send_binary(std::string_view bytes) override {
+        add("binary " + std::to_string(bytes.size()));
+    }
+    void ping() override { add("ping"); }
+
+    void add(const std::string& line) { calls += (calls.empty() ? "" : " | ") + line; }
+
+    const std::weak_ptr<managed_owner> owner;
+    std::string calls;
+};
+
+class SharpTest : public testing::Test {
+protected:
+    SharpTest() {
+        current_managed_maker() = [this](const managed_request& request,
+                                         const std::weak_ptr<managed_owner>& owner) {
+            if (request.url == "throw") throw std::invalid_argument("bad URL");
+            m_last = std::make_shared<told_socket>(owner);
+            return m_last;
+        };
+        m_socket = std::make_shared<cWebSocket_Sharp>([this](std::string text) { m_log = text; });
+        m_events.listen_to(*m_socket);
+    }
+    ~SharpTest() override { current_managed_maker() = &managed_socket::make; }
+
+    std::shared_ptr<managed_owner> owner() const { return m_last->owner.lock(); }
+
+    std::shared_ptr<told_socket> m_last;
+    std::shared_ptr<cWebSocket> m_socket;
+    std::string m_log;
+    event_log m_events;
+};
+
+TEST_F(SharpTest, ForwardsOperations) {
+    m_socket->Open("ws://a", 1);
+    m_socket->Send("hello");
+    m_socket->Send(nullptr);
+    m_socket->SendBinary("a\0b", 3);
+    m_socket->SendPing();
+    m_socket->Close();
+    EXPECT_EQ(m_last->calls, "connect | text hello | text  | binary 3 | ping | close");
+    EXPECT_EQ(m_events.text(), "");
+}
+
+TEST_F(SharpTest, WithoutASocketNothingHappens) {
+    m_socket->Send("x");
+    m_socket->SendPing();
+    m_socket->SendBinary("b", 1);
+    m_socket->Close();
+    EXPECT_EQ(m_last, nullptr);
+    m_socket->Open("ws://a", 0);
+    m_socket->Close();
+    m_socket->Close();
+    m_socket->Send("x");
+    EXPECT_EQ(m_last->calls, "connect | close");
+    EXPECT_EQ(m_events.text(), "");
+}
+
+TEST_F(SharpTest, OpeningAgainClosesFirst) {
+    m_socket->Open("ws://a", 0);
+    const auto first = m_last;
+    m_socket->Open("ws://b", 0);
+    EXPECT_EQ(first->calls, "connect | close");
+    EXPECT_EQ(m_last->calls, "connect");
+    // Events of the first one still arrive.
+    first->owner.lock()->socket_closed(1005, true);
+    EXPECT_EQ(m_events.text(), "closed clean");
+}
+
+TEST_F(SharpTest, AnExceptionOfOpenIsLoggedAndSignalled) {
+    m_socket->Open("throw", 0);
+    EXPECT_EQ(m_log, "cWebSocket_Sharp::Open - Exceptionbad URL");
+    EXPECT_EQ(m_events.text(), "error 2");
+    m_socket->Send("x");
+    EXPECT_EQ(m_events.text(), "error 2");
+}
+
+TEST_F(SharpTest, AnExceptionOfSendIsALibraryError) {
+    m_socket->Open("ws://a", 0);
+    m_socket->Send("throw");
+    EXPECT_EQ(m_events.text(), "error 1");
+}
+
+TEST_F(SharpTest, EventsReachTheHandlers) {
+    m_socket->Open("ws://a", 0);
+    owner()->socket_opened();
+    owner()->message_received("text", false);
+    owner()->message_received(std::string("bi\0nary", 7), true);
+    owner()->error_received("words");
+    owner()->socket_closed(1000, true);
+    EXPECT_EQ(m_events.text(), "opened | message text | message bi | error 1 | closed clean");
+}
+
+TEST_F(SharpTest, ABinaryHandlerTakesTheLength) {
+    std::size_t size = 0;
+    m_socket->SetBinaryHandler([&](const void*, std::size_t count) { size = count; });
+    m_socket->Open("ws://a", 0);
+    owner()->message_received(std::string("bi\0nary", 7), true);
+    owner()->message_received("text", false);
+    EXPECT_EQ(size, 7u);
+    EXPECT_EQ(m_events.text(), "message text");
+}
+
+struct close_case {
+    int code;
+    bool was_clean;
+    const char* told;
+};
+
+TEST_F(SharpTest, ClosesAreToldByCodeAndFlag) {
+    for (const close_case& one :
+         {close_case{1000, true, "closed clean"}, close_case{1000, false, "closed unclean"},
+          close_case{1005, true, "closed clean"}, close_case{1006, false, "error 5"},
+          close_case{1006, true, "closed 5 clean"}, close_case{1011, true, "closed clean"},
+          close_case{1015, false, "closed unclean"}}) {
+        event_log events;
+        cWebSocket_Sharp socket({});
+        events.listen_to(socket);
+        socket.Open("ws://a", 0);
+        owner()->socket_closed(static_cast<std::uint16_t>(one.code), one.was_clean);
+        EXPECT_EQ(events.text(), one.told) << one.code;
+    }
+}
+
+TEST_F(SharpTest, AfterDestructionEventsGoNowhere) {
+    m_socket->Open("ws://a", 0);
+    const auto late = m_last->owner.lock();
+    m_socket.reset();
+    late->message_received("late", false);
+    late->socket_closed(1006, false);
+    EXPECT_EQ(m_events.text(), "");
+    EXPECT_EQ(m_last->calls, "connect");
+}
+
+TEST_F(SharpTest, DestructionClosesTheConnection) {
+    m_socket->Open("ws://a", 0);
+    m_socket.reset();
+    EXPECT_EQ(m_last->calls, "connect | close");
+    EXPECT_EQ(m_last->owner.lock(), nullptr);
+}
+
+TEST_F(SharpTest, AHandlerMayDestroyItsSocket) {
+    m_socket->Open("ws://a", 0);
+    m_socket->SetMessageHandler([this](const char*) { m_socket.reset(); });
+    owner()->message_received("text", false);
+    EXPECT_EQ(m_socket, nullptr);
+    EXPECT_EQ(m_last->owner.lock(), nullptr);
+}
+
+TEST_F(SharpTest, AHandlerMayOpenAgain) {
+    m_socket->Open("ws://a", 0);
+    const auto first = m_last;
+    m_socket->SetClosedHandler(
+        [this](std::optional<cWebSocket::Error>, bool) { m_socket->Open("ws://b", 0); });
+    owner()->socket_closed(1000, true);
+    EXPECT_NE(m_last, first);
+    EXPECT_EQ(m_last->calls, "connect");
+}
+
+TEST_F(SharpTest, DestructionWaitsForAHandlerOfAnotherThread) {
+    m_socket->Open("ws://a", 0);
+    gate is_inside;
+    gate may_leave;
+    std::atomic<bool> has_left{false};
+    m_socket->SetMessageHandler([&](const char*) {
+        is_inside.open();
+        may_leave.wait();
+        has_left = true;
+    });
+    std::thread events([late = owner()] { late->message_received("text", false); });
+    ASSERT_TRUE(is_inside.wait());
+    std::thread helper([&] { may_leave.open(); });
+    m_socket.reset();
+    EXPECT_TRUE(has_left);
+    helper.join();
+    events.join();
+}
+
+TEST_F(SharpTest, ALossIsNotMadeGoodByDefault) {
+    m_socket->Open("ws://a", 0);
+    const auto first = m_last;
+    owner()->socket_closed(1006, false);
+    EXPECT_EQ(m_last, first);
+    EXPECT_EQ(m_events.text(), "error 5");
+}
+
+TEST_F(SharpTest, ALossIsMadeGoodOnRequest) {
+    cWebSocketOptions options;
+    options.maxReconnects = 2;
+    options.firstReconnectWait = 0;
+    m_socket->SetOptions(options);
+    std::mutex mutex;
+    std::vector<std::shared_ptr<told_socket>> made;
+    current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
+        const std::lock_guard lock(mutex);
+        made.push_back(std::make_shared<told_socket>(to));
+        return made.back();
+    };
+    const auto count = [&] {
+        const std::lock_guard lock(mutex);
+        return made.size();
+    };
+    m_socket->Open("ws://a", 0);
+    for (std::size_t i = 0; i < 2; ++i) {
+        made[i]->owner.lock()->socket_closed(1006, false);
+        ASSERT_TRUE(tests::eventually([&] { return count() == i + 2; }));
+    }
+    // An opening begins the count anew; a clean close and Close end it.
+    made[2]->owner.lock()->socket_opened();
+    made[2]->owner.lock()->socket_closed(1006, false);
+    ASSERT_TRUE(tests::eventually([&] { return count() == 4; }));
+    m_socket->Close();
+    made[3]->owner.lock()->socket_closed(1005, false);
+    EXPECT_EQ(count(), 4u);
+    EXPECT_EQ(m_events.text(), "error 5 | error 5 | opened | error 5 | closed unclean");
+}
+
+TEST(BackOff, DoublesUpToTheLongestWait) {
+    back_off waits(5, 1, 6);
+    std::vector<long long> told;
+    while (const auto wait = waits.next()) told.push_back(wait->count());
+    EXPECT_EQ(told, (std::vector<long long>{1000, 2000, 4000, 6000, 6000}));
+    waits.reset();
+    EXPECT_EQ(waits.next()->count(), 1000);
+}
+
+TEST(BackOff, HasNoEndOnRequestAndNoneByDefault) {
+    back_off endless(-1, 1, 60);
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(endless.next());
+    EXPECT_EQ(endless.next()->count(), 60'000);
+    EXPECT_FALSE(back_off().next());
+    EXPECT_EQ(back_off(1, -3, 1e300).next()->count(), 0);
+}
+
+TEST(DelayedWork, ThatIsCancelledDoesNotRun) {
+    std::atomic<int> ran{0};
+    {
+        delayed_work work;
+        work.start(std::chrono::hours(1), [&] { ++ran; });
+        work.start(std::chrono::milliseconds(0), [&] { ++ran; });
+        ASSERT_TRUE(tests::eventually([&] { return ran == 1; }));
+        work.start(std::chrono::hours(1), [&] { ++ran; });
+    }
+    EXPECT_EQ(ran, 1);
+}
+
+TEST_F(SharpTest, ACopySharesTheConnectionAndOutlivesIt) {
+    auto original = std::make_unique<cWebSocket_Sharp>(std::function<void(std::string)>());
+    m_events.listen_to(*original);
+    original->Open("ws://a", 0);
+    cWebSocket_Sharp copy(*original);
+    copy.Send("by the copy");
+    EXPECT_EQ(m_last->calls, "connect | text by the copy");
+    owner()->message_received("1", false);
+    const auto late = owner();
+    original.reset();
+    late->message_received("2", false);
+    EXPECT_EQ(m_events.text(), "message 1");
+}
+
+}  // namespace
+}  // namespace pennywort::websocket

@@ -1,0 +1,332 @@
+// system_steps_test.cpp - cWebSocket_WinHttp over a transport that fails where a test says so: the
+// order of the steps, and what the receive thread makes of the pieces.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "tests/support/eventually.h"
+#include "tests/websocket/event_log.h"
+#include "websocket/session_maker.h"
+
+namespace pennywort::websocket {
+namespace {
+
+using tests::eventually;
+
+// What the transport is told to do, and what it was asked.
+struct script {
+    std::string failing;
+    std::deque<std::pair<received_piece, std::string>> pieces;
+    event_log asked;
+
+    bool step(const std::string& name) {
+        asked.add(name);
+        return failing != name.substr(0, name.find(' '));
+    }
+};
+
+class told_socket final : public upgraded_socket {
+public:
+    explicit told_socket(script& by) : m_script(by) {}
+    ~told_socket() override { m_script.asked.add("~socket"); }
+
+    received_piece receive(std::span<char> into) override {
+        EXPECT_EQ(into.size(), 512u);
+        std::unique_lock lock(m_mutex);
+        if (m_script.pieces.empty()) {
+            m_changed.wait_for(lock, tests::k_patience, [this] { return m_is_over; });
+            return {};
+        }
+        auto [piece, bytes] = m_script.pieces.front();
+        m_script.pieces.pop_front();
+        piece.size = bytes.size();
+        std::copy(bytes.begin(), bytes.end(), into.begin());
+        return piece;
+    }
+    bool send_text(std::string_view text) override {
+        return m_script.step("send " + std::string(text));
+    }
+    bool send_binary(std::string_view) override { return m_script.step("binary"); }
+    bool close(std::uint16_t code) override {
+        end();
+        return m_script.step("close " + std::to_string(code));
+    }
+    close_report query_close_status() override {
+        m_script.step("query");
+        return {};
+    }
+    void drop() noexcept override { end(); }
+
+private:
+    void end() {
+        const std::lock_guard lock(m_mutex);
+        m_is_over = true;
+        m_changed.notify_all();
+    }
+
+    script& m_script;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_is_over = false;
+};
+
+class told_request final : public transport_request {
+public:
+    explicit told_request(script& by) : m_script(by) {}
+    ~told_request() override { m_script.asked.add("~request"); }
+    bool ask_for_upgrade() override { return m_script.step("ask"); }
+    bool send() override { return m_script.step("request"); }
+    bool receive_response() override { return m_script.step("response"); }
+    std::shared_ptr<upgraded_socket> complete_upgrade() override {
+        return m_script.step("upgrade") ? std::make_shared<told_socket>(m_script) : nullptr;
+    }
+
+private:
+    script& m_script;
+};
+
+class told_connection final : public transport_connection {
+public:
+    explicit told_connection(script& by) : m_script(by) {}
+    ~told_connection() override { m_script.asked.add("~connection"); }
+    std::unique_ptr<transport_request> open_request(const std::string& path,
+                                                    bool is_secure) override {
+        const bool is_ok = m_script.step("get " + path + (is_secure ? " secure" : ""));
+        return is_ok ? std::make_unique<told_request>(m_script) : nullptr;
+    }
+
+private:
+    script& m_script;
+};
+
+class told_session final : public transport_session {
+public:
+    explicit told_session(script& by) : m_script(by) {}
+    ~told_session() override { m_script.asked.add("~session"); }
+    std::shared_ptr<transport_connection> connect(const std::string& host,
+                                                  std::int32_t port) override {
+        const bool is_ok = m_script.step("connect " + host + ":" + std::to_string(port));
+        return is_ok ? std::make_shared<told_connection>(m_script) : nullptr;
+    }
+
+private:
+    script& m_script;
+};
+
+class SystemStepsTest : public testing::Test {
+protected:
+    SystemStepsTest() {
+        current_session_maker() = [this](const transport_settings& settings) {
+            const bool is_ok = m_script.step("session " + settings.user_agent);
+            return is_ok ? std::make_shared<told_session>(m_script) : nullptr;
+        };
+        m_events.listen_to(*m_socket);
+    }
+    ~SystemStepsTest() override { current_session_maker() = &transport_session::open; }
+
+    void push(receive_status status, piece_kind kind, const std::string& bytes) {
+        m_script.pieces.push_back({{status, kind, 0}, bytes});
+    }
+    void push_text(const std::string& bytes, piece_kind kind = piece_kind::text_message) {
+        push(receive_status::ok, kind, bytes);
+    }
+
+    script m_script;
+    event_log m_events;
+    std::shared_ptr<system_socket> m_socket = std::make_shared<system_socket>();
+};
+
+TEST_F(SystemStepsTest, OpensStepByStep) {
+    m_socket->Open("wss://host:81/path?q", 1);
+    EXPECT_EQ(
+        m_script.asked.text(),
+        "session KettlewindWebSocket | connect host:81 | get /path?q secure | ask | request | "
+        "response | upgrade | ~request");
+    EXPECT_EQ(m_events.text(), "opened");
+    m_socket->Close();
+    EXPECT_EQ(m_script.asked.text().substr(m_script.asked.text().find("~request")),
+              "~request | close 1000 | query | ~socket | ~connection | ~session");
+    EXPECT_EQ(m_events.text(), "opened");
+}
+
+TEST_F(SystemStepsTest, EachStepThatFailsIsConnectFailed) {
+    for (const char* step : {"session", "connect", "get", "ask", "request", "response"}) {
+        script failing;
+        failing.failing = step;
+        current_session_maker() = [&](const transport_settings&) {
+            return failing.step("session") ? std::make_shared<told_session>(failing) : nullptr;
+        };
+        event_log events;
+        system_socket socket;
+        events.listen_to(socket);
+        socket.Open("ws://host/", 0);
+        EXPECT_EQ(events.text(), "error 2") << step;
+        // Nothing is left, and nothing was asked behind the failure.
+        const std::string asked = failing.asked.text();
+        EXPECT_EQ(asked.find("upgrade"), std::string::npos) << asked;
+        EXPECT_EQ(asked.find("connect ") != std::string::npos,
+                  asked.find("~session") != std::string::npos)
+            << asked;
+    }
+}
+
+TEST_F(SystemStepsTest, AUrlWithoutASchemeIsConnectFailed) {
+    m_socket->Open("host/path", 0);
+    m_socket->Open(nullptr, 0);
+    EXPECT_EQ(m_events.text(), "error 2 | error 2");
+    EXPECT_EQ(m_script.asked.text(), "");
+}
+
+TEST_F(SystemStepsTest, AnUpgradeThatFailsIsNotNoticedByDefault) {
+    m_script.failing = "upgrade";
+    m_socket->Open("ws://host/", 0);
+    EXPECT_EQ(m_events.text(), "opened");
+    m_socket->Send("x");
+    EXPECT_EQ(m_events.text(), "opened | error 4");
+    m_socket->Close();
+}
+
+TEST_F(SystemStepsTest, AnUpgradeThatFailsIsNoticedOnRequest) {
+    m_script.failing = "upgrade";
+    cWebSocketOptions options;
+    options.isUpgradeChecked = true;
+    m_socket->SetOptions(options);
+    m_socket->Open("ws://host/", 0);
+    EXPECT_EQ(m_events.text(), "error 2");
+}
+
+TEST_F(SystemStepsTest, OpeningAgainClosesFirst) {
+    m_socket->Open("ws://a/", 0);
+    m_socket->Open("ws://b/", 0);
+    const std::string asked = m_script.asked.text();
+    EXPECT_LT(asked.find("~session"), asked.find("connect b:80"));
+    EXPECT_EQ(m_events.text(), "opened | opened");
+}
+
+TEST_F(SystemStepsTest, FragmentsBecomeOneMessage) {
+    push_text(std::string(512, 'a'), piece_kind::text_fragment);
+    push_text(std::string(512, 'b'), piece_kind::text_fragment);
+    push_text(std::string(476, 'c'));
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for(2));
+    EXPECT_TRUE(m_events.wait_for_line("message " + std::string(512, 'a') + std::string(512, 'b') +
+                                       std::string(476, 'c')));
+}
+
+TEST_F(SystemStepsTest, TextsEndAtANul) {
+    push_text(std::string("ab\0cd", 5));
+    push(receive_status::ok, piece_kind::binary_message, "binary");
+    push(receive_status::ok, piece_kind::close, "");
+    push_text("next");
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("message next"));
+    EXPECT_TRUE(m_events.wait_for_line("message ab"));
+    EXPECT_EQ(m_events.lines().size(), 3u);
+}
+
+TEST_F(SystemStepsTest, ALostConnectionIsToldOnceAndKeepsItsHandles) {
+    push(receive_status::connection_lost, piece_kind::close, "");
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("error 3"));
+    EXPECT_EQ(m_script.asked.text().find("~s"), std::string::npos);
+    m_socket->Close();
+    EXPECT_NE(m_script.asked.text().find("close 1000"), std::string::npos);
+    EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
+}
+
+TEST_F(SystemStepsTest, OtherErrorsAreWaitedOut) {
+    push(receive_status::failed, piece_kind::close, "");
+    push_text("after");
+    m_socket->Open("ws://a/", 0);
+    EXPECT_TRUE(m_events.wait_for_line("message after"));
+    EXPECT_EQ(m_events.lines().size(), 2u);
+}
+
+TEST_F(SystemStepsTest, AMessageOverTheCeilingEndsTheConnection) {
+    cWebSocketOptions options;
+    options.maxMessageBytes = 3;
+    m_socket->SetOptions(options);
+    push_text("abc");
+    push_text("abcd");
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("error 3"));
+    EXPECT_TRUE(m_events.wait_for_line("message abc"));
+    EXPECT_EQ(m_events.lines().size(), 3u);
+}
+
+TEST_F(SystemStepsTest, SendsOneMessageEach) {
+    m_socket->Send("too early");
+    EXPECT_EQ(m_events.text(), "error 4");
+    m_socket->Open("ws://a/", 0);
+    m_socket->Send("text");
+    m_socket->Send("");
+    m_socket->Send(nullptr);
+    m_socket->SendBinary("b", 1);
+    EXPECT_TRUE(m_script.asked.text().ends_with("send text | send  | send  | binary"));
+    m_script.failing = "send";
+    m_socket->Send("x");
+    EXPECT_TRUE(m_events.wait_for_line("error 4"));
+    EXPECT_EQ(m_events.text(), "error 4 | opened | error 4");
+}
+
+TEST_F(SystemStepsTest, CloseOnTheReceiveThreadRaisesADeadlock) {
+    push_text("close");
+    std::atomic<int> code{0};
+    m_socket->SetMessageHandler([&](const char*) {
+        try {
+            m_socket->Close();
+        } catch (const std::system_error& error) {
+            code = error.code().value();
+        }
+        m_events.add("over");
+    });
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("over"));
+    EXPECT_EQ(code, static_cast<int>(std::errc::resource_deadlock_would_occur));
+    EXPECT_EQ(m_script.asked.text().find("~session"), std::string::npos);
+    m_socket->Close();
+    EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
+}
+
+TEST_F(SystemStepsTest, AHandlerMayDestroyItsSocket) {
+    push_text("destroy");
+    m_socket->SetMessageHandler([this](const char*) {
+        m_socket.reset();
+        m_events.add("gone");
+    });
+    auto* const raw = m_socket.get();
+    raw->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("gone"));
+    EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
+        << m_script.asked.text();
+    EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
+}
+
+TEST_F(SystemStepsTest, TheOpenedHandlerMayDestroyItsSocket) {
+    m_socket->SetOpenedHandler([this](const std::shared_ptr<cWebSocket>&) {
+        m_socket.reset();
+        m_events.add("opened");
+    });
+    auto* const raw = m_socket.get();
+    raw->Open("ws://a/", 0);
+    EXPECT_EQ(m_socket, nullptr);
+    EXPECT_TRUE(m_script.asked.text().find("~session") != std::string::npos);
+}
+
+TEST_F(SystemStepsTest, TheErrorHandlerMayDestroyItsSocket) {
+    m_script.failing = "connect";
+    m_socket->SetErrorHandler([this](cWebSocket::Error) { m_socket.reset(); });
+    auto* const raw = m_socket.get();
+    raw->Open("ws://a/", 0);
+    EXPECT_EQ(m_socket, nullptr);
+    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+}
+
+}  // namespace
+}  // namespace pennywort::websocket

@@ -1,0 +1,40 @@
+// tls_peer.h - a wss server with a certificate of its own making, which it writes to a file.
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+
+class tls_peer {
+public:
+    // The names of the certificate as OpenSSL writes them: "DNS:localhost", "IP:127.0.0.1".
+    tls_peer(const std::string& names, const std::string& certificate_file);
+    ~tls_peer();
+    tls_peer(const tls_peer&) = delete;
+    tls_peer& operator=(const tls_peer&) = delete;
+
+    // False when OpenSSL does not play along.
+    bool is_ready() const { return m_is_ready; }
+    std::string url(const std::string& host) const { return "wss://" + host + ":" + m_port + "/"; }
+
+private:
+    struct releaser {
+        void operator()(SSL_CTX* context) const { ::SSL_CTX_free(context); }
+        void operator()(BIO* bio) const { ::BIO_free_all(bio); }
+    };
+
+    bool make_certificate(const std::string& names, const std::string& file);
+    bool listen();
+    void serve();
+    void talk(BIO* connection);
+
+    std::unique_ptr<SSL_CTX, releaser> m_context;
+    std::unique_ptr<BIO, releaser> m_listener;
+    std::string m_port;
+    bool m_is_ready = false;
+    std::atomic<bool> m_is_ending{false};
+    std::thread m_thread;
+};

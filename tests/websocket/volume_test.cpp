@@ -1,0 +1,101 @@
+// volume_test.cpp - many sockets at once, and many one after another, with nothing left of them.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/httpserver/descriptors.h"
+#include "tests/support/eventually.h"
+#include "tests/websocket/event_log.h"
+#include "tests/websocket/frames.h"
+#include "tests/websocket/scripted_peer.h"
+
+namespace {
+
+using pennywort::tests::eventually;
+
+void greet_and_answer(peer_connection& connection) {
+    connection.accept();
+    connection.send(frames::text("hello"));
+    if (connection.receive_frame().opcode == frames::k_close) {
+        connection.send(frames::close(1000));
+    }
+}
+
+std::size_t threads() {
+    const std::filesystem::directory_iterator entries("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+TEST(Volume, AThousandSocketsTalkAtOnce) {
+    constexpr int k_sockets = 1000;
+    ASSERT_TRUE(make_room_for_descriptors(3 * k_sockets));
+    const std::size_t before = open_descriptors();
+    {
+        const scripted_peer peer(greet_and_answer);
+        std::atomic<int> greeted{0};
+        std::atomic<int> closed{0};
+        std::vector<std::shared_ptr<cWebSocket>> sockets;
+        for (int i = 0; i < k_sockets; ++i) {
+            sockets.push_back(cWebSocket::Factory());
+            sockets.back()->SetMessageHandler([&](const char*) { ++greeted; });
+            sockets.back()->SetClosedHandler(
+                [&](std::optional<cWebSocket::Error>, bool was_clean) { closed += was_clean; });
+            sockets.back()->Open(peer.url().c_str(), 0);
+        }
+        EXPECT_TRUE(eventually([&] { return greeted == k_sockets; })) << greeted;
+        for (const auto& socket : sockets) socket->Close();
+        EXPECT_TRUE(eventually([&] { return closed == k_sockets; })) << closed;
+    }
+    EXPECT_TRUE(eventually([&] { return open_descriptors() <= before; })) << open_descriptors();
+}
+
+// One round that has been warm leaves the next ones nothing to keep.
+TEST(Volume, TenThousandOneAfterAnotherLeaveNothing) {
+    constexpr int k_rounds = 20;
+    constexpr int k_sockets = 500;
+    std::size_t descriptors = 0;
+    std::size_t running = 0;
+    for (int round = 0; round < k_rounds; ++round) {
+        const scripted_peer peer(greet_and_answer);
+        for (int i = 0; i < k_sockets; ++i) {
+            event_log events;
+            const auto socket = cWebSocket::Factory();
+            events.listen_to(*socket);
+            socket->Open(peer.url().c_str(), 0);
+            ASSERT_TRUE(events.wait_for(2));
+            socket->Close();
+            ASSERT_TRUE(events.wait_for(3));
+            ASSERT_EQ(events.text(), "opened | message hello | closed clean");
+        }
+        if (round == 0) {
+            descriptors = open_descriptors();
+            running = threads();
+        }
+    }
+    EXPECT_TRUE(eventually([&] { return open_descriptors() <= descriptors; }))
+        << open_descriptors() << " of " << descriptors;
+    EXPECT_TRUE(eventually([&] { return threads() <= running; })) << threads();
+}
+
+TEST(Volume, SystemSocketsOneAfterAnotherLeaveNothing) {
+    std::size_t descriptors = 0;
+    for (int round = 0; round < 4; ++round) {
+        const scripted_peer peer(greet_and_answer);
+        for (int i = 0; i < 250; ++i) {
+            event_log events;
+            system_socket socket;
+            events.listen_to(socket);
+            socket.Open(peer.url().c_str(), 0);
+            ASSERT_TRUE(events.wait_for(2));
+            socket.Close();
+        }
+        if (round == 0) descriptors = open_descriptors();
+    }
+    EXPECT_TRUE(eventually([&] { return open_descriptors() <= descriptors; }));
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+// websocket/driven_link.cpp - see the header for the contract.
+#include "websocket/driven_link.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "core/run/guarded.h"
+#include "loam/trace.h"
+
+namespace pennywort::websocket {
+
+namespace {
+
+constexpr char k_class[] = "cWebSocket_WinHttp";
+constexpr std::size_t k_buffer_bytes = 16 * 1024;
+// Every wait is ended by an event of the loop; this bounds one that is not.
+constexpr std::chrono::milliseconds k_longest_wait{1000};
+
+piece_kind kind_of(bool is_text, bool is_last) {
+    if (is_text) return is_last ? piece_kind::text_message : piece_kind::text_fragment;
+    return is_last ? piece_kind::binary_message : piece_kind::binary_fragment;
+}
+
+}  // namespace
+
+driven_link::~driven_link() {
+    if (m_link == nullptr) return;
+    m_link->drop();
+    run::guarded(k_class, "the end", [this] { m_loop.drain(); });
+    m_link.reset();
+}
+
+// While another thread runs the loop, it begins the operation too; otherwise this one does.
+template <typename operation, typename condition>
+bool driven_link::carry_out(lock_type& lock, operation begin, condition is_done) {
+    if (m_is_driven) {
+        if (!hand_over(begin)) return false;
+    } else {
+        run_unlocked(lock, [&] { begin(*m_link); });
+    }
+    wait(lock, is_done);
+    return true;
+}
+
+// False without the memory to ask the thread that runs the loop.
+template <typename operation>
+bool driven_link::hand_over(operation begin) noexcept {
+    return run::guarded(k_class, "an operation",
+                        [&] { m_loop.post([this, begin] { begin(*m_link); }); });
+}
+
+template <typename work>
+void driven_link::run_unlocked(lock_type& lock, work what) {
+    m_is_driven = true;
+    lock.unlock();
+    run::guarded(k_class, "the loop", what);
+    lock.lock();
+    m_is_driven = false;
+    m_changed.notify_all();
+}
+
+template <typename condition>
+void driven_link::wait(lock_type& lock, condition is_done) {
+    while (!is_over() && !is_done()) take_turn(lock);
+}
+
+// Another thread's event may be what this one waits for.
+void driven_link::take_turn(lock_type& lock) {
+    if (m_is_driven) {
+        m_changed.wait_for(lock, k_longest_wait);
+        return;
+    }
+    run_unlocked(lock, [this] { m_loop.run_one(k_longest_wait); });
+}
+
+bool driven_link::open(link_request request) {
+    m_buffer = std::make_unique_for_overwrite<char[]>(k_buffer_bytes);
+    m_link = link::make(m_loop, weak_from_this());
+    lock_type lock(m_mutex);
+    run_unlocked(lock, [&] { m_link->open(std::move(request)); });
+    wait(lock, [this] { return m_is_open; });
+    return m_is_open && !is_over();
+}
+
+bool driven_link::is_refused() const {
+    const std::lock_guard lock(m_mutex);
+    return m_end && m_end->fault == link_fault::refused;
+}
+
+received_piece driven_link::receive(std::span<char> into) {
+    lock_type lock(m_mutex);
+    if (!m_has_piece && !is_over()) {
+        carry_out(
+            lock,
+            [this](link& on) {
+                on.receive({m_buffer.get(), k_buffer_bytes});
+            },
+            [this] { return m_has_piece; });
+    }
+    return m_has_piece && !m_is_dropped ? take_piece(into) : piece_at_end();
+}
+
+received_piece driven_link::take_piece(std::span<char> into) {
+    const std::size_t size = std::min(into.size(), m_piece.size - m_taken);
+    std::copy_n(m_buffer.get() + m_taken, size, into.data());
+    m_taken += size;
+    const bool is_used_up = m_taken == m_piece.size;
+    m_has_piece = !is_used_up;
+    return {receive_status::ok, kind_of(m_piece.is_text, m_piece.is_last && is_used_up), size};
+}
+
+// The peer's goodbye comes as a piece, once. What we have ended ourselves is no loss.
+received_piece driven_link::piece_at_end() {
+    const bool is_told = std::exchange(m_is_end_told, true);
+    if (m_is_dropped || m_is_closing || !m_end || is_told) return {};
+    if (m_end->fault == link_fault::closed) return {receive_status::ok, piece_kind::close, 0};
+    return {receive_status::connection_lost, piece_kind::close, 0};
+}
+
+bool driven_link::send(std::string_view bytes, bool is_text) {
+    lock_type lock(m_mutex);
+    wait(lock, [this] { return !m_is_sending; });
+    if (is_over() || m_is_closing) return false;
+    m_is_sending = true;
+    if (!carry_out(
+            lock, [bytes, is_text](link& on) { on.send(bytes, is_text); },
+            [this] { return !m_is_sending; })) {
+        m_is_sending = false;
+        return false;
+    }
+    return !m_is_sending && !m_is_dropped;
+}
+
+bool driven_link::close(std::uint16_t code) {
+    lock_type lock(m_mutex);
+    if (is_over() || m_is_closing) return false;
+    m_is_closing = true;
+    const bool is_asked = carry_out(
+        lock, [code](link& on) { on.close(code); }, [] { return false; });
+    return is_asked && m_end && m_end->fault == link_fault::closed;
+}
+
+std::uint16_t driven_link::close_code() const {
+    const std::lock_guard lock(m_mutex);
+    return m_end ? m_end->code : 0;
+}
+
+void driven_link::drop() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_is_dropped = true;
+    m_loop.stop();
+    m_changed.notify_all();
+}
+
+void driven_link::link_opened() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_is_open = true;
+}
+
+void driven_link::link_received(const link_piece& piece) noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_piece = piece;
+    m_taken = 0;
+    m_has_piece = true;
+}
+
+void driven_link::link_sent() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_is_sending = false;
+}
+
+void driven_link::link_ended(const link_result& result) noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_end.emplace();
+    m_end->fault = result.fault;
+    m_end->code = result.code;
+    zTraceManager::Default()->TraceNote("cWebSocket_WinHttp: the connection has ended: %s\n",
+                                        result.text.c_str());
+}
+
+}  // namespace pennywort::websocket

@@ -1,0 +1,72 @@
+// driven_link.h - a link whose loop is run by whoever waits for it: the calling threads.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "websocket/link/link.h"
+#include "websocket/upgrade_transport.h"
+
+namespace pennywort::websocket {
+
+// Threads: any number at once. One of those that wait runs the loop; when it has what it waits for,
+// the next one takes over.
+class driven_link final : public link_listener, public std::enable_shared_from_this<driven_link> {
+public:
+    driven_link() = default;
+    ~driven_link() override;
+
+    bool open(link_request request);
+    // After an open() that failed: the server has answered, and does not upgrade.
+    bool is_refused() const;
+    received_piece receive(std::span<char> into);
+    bool send(std::string_view bytes, bool is_text);
+    bool close(std::uint16_t code);
+    std::uint16_t close_code() const;
+    // Ends every wait. Takes no memory.
+    void drop() noexcept;
+
+    void link_opened() noexcept override;
+    void link_received(const link_piece& piece) noexcept override;
+    void link_sent() noexcept override;
+    void link_ended(const link_result& result) noexcept override;
+
+private:
+    using lock_type = std::unique_lock<std::mutex>;
+
+    bool is_over() const { return m_is_dropped || m_end.has_value(); }
+    template <typename operation>
+    bool hand_over(operation begin) noexcept;
+    template <typename operation, typename condition>
+    bool carry_out(lock_type& lock, operation begin, condition is_done);
+    template <typename condition>
+    void wait(lock_type& lock, condition is_done);
+    void take_turn(lock_type& lock);
+    template <typename work>
+    void run_unlocked(lock_type& lock, work what);
+    received_piece take_piece(std::span<char> into);
+    received_piece piece_at_end();
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    loop m_loop;
+    std::shared_ptr<link> m_link;
+    std::unique_ptr<char[]> m_buffer;
+    link_piece m_piece;
+    std::size_t m_taken = 0;
+    std::optional<link_result> m_end;
+    bool m_is_driven = false;
+    bool m_is_open = false;
+    bool m_has_piece = false;
+    bool m_is_sending = false;
+    bool m_is_closing = false;
+    bool m_is_end_told = false;
+    bool m_is_dropped = false;
+};
+
+}  // namespace pennywort::websocket

@@ -1,0 +1,37 @@
+// loop.h - the event loop that links live on. Whoever runs it does so on one thread at a time.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace pennywort::websocket {
+
+class loop {
+public:
+    struct state;
+
+    loop();
+    loop(const loop&) = delete;
+    loop& operator=(const loop&) = delete;
+    ~loop();
+
+    // From any thread; `work` runs on the thread that runs the loop.
+    void post(std::function<void()> work);
+    // Waits for one event, at most that long, and handles it. What it throws comes out here; the
+    // link that it happened to has noticed by itself.
+    void run_one(std::chrono::milliseconds most);
+    // Handles what is ready, also after stop(), and waits for nothing.
+    void drain();
+    // Handles events until stop().
+    void run();
+    // From any thread.
+    void stop();
+
+    state& inside() { return *m_state; }
+
+private:
+    std::unique_ptr<state> m_state;
+};
+
+}  // namespace pennywort::websocket

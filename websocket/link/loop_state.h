@@ -1,0 +1,18 @@
+// loop_state.h - the inside of a loop, for link.cpp alone.
+#pragma once
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+
+#include "websocket/link/loop.h"
+
+namespace pennywort::websocket {
+
+struct loop::state {
+    // Run by one thread at a time, which saves locks.
+    boost::asio::io_context io{1};
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
+        io.get_executor()};
+};
+
+}  // namespace pennywort::websocket

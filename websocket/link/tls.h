@@ -1,0 +1,20 @@
+// tls.h - TLS as a client needs it: the system's certificates, the server's name or address
+// checked.
+#pragma once
+
+#include <boost/asio/ssl/context.hpp>
+#include <memory>
+#include <string>
+
+#include "websocket/link/any_stream.h"
+
+namespace pennywort::websocket {
+
+// Shared as long as somebody uses it, since reading the certificates takes milliseconds. Null when
+// OpenSSL has no memory.
+std::shared_ptr<net::ssl::context> tls_context();
+
+// False when OpenSSL does not take the name.
+bool expect_server(tls_stream& stream, const std::string& host);
+
+}  // namespace pennywort::websocket

@@ -1,0 +1,77 @@
+// impl.h - what stands between a cWebSocket_Sharp and the managed socket: the events as the host
+// gets them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "loam/shared_object.h"
+#include "websocket.h"
+#include "websocket/managed/managed_socket.h"
+#include "websocket/managed/reconnect.h"
+
+// Threads: operations from any; events on the binding's threads. An event runs under the lock that
+// release() takes, so that what it calls is there until it has returned.
+class cWebSocket_Sharp::Impl : public zSharedObject, public pennywort::websocket::managed_owner {
+public:
+    using managed_socket = pennywort::websocket::managed_socket;
+    using managed_request = pennywort::websocket::managed_request;
+
+    Impl() = default;
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+    ~Impl() override;
+
+    // Throws what the managed library throws. A connection that fails later is opened again as the
+    // request says.
+    void Open(const managed_request& request);
+    void Close();
+    void Send(std::string_view text);
+    void SendBinary(std::string_view bytes);
+    void SendPing();
+
+    void socket_opened() noexcept override;
+    void message_received(std::string bytes, bool is_binary) noexcept override;
+    void error_received(const std::string& text) noexcept override;
+    void socket_closed(std::uint16_t code, bool was_clean) noexcept override;
+
+    void SocketClosed(std::optional<Error> error, bool wasClean);
+    // Waits for an event of another thread; then no event goes anywhere any more.
+    void release() noexcept;
+
+private:
+    void connect(const managed_request& request);
+    void open_again() noexcept;
+    void plan_again() noexcept;
+    std::shared_ptr<managed_socket> current() const;
+    std::shared_ptr<managed_socket> exchange(std::shared_ptr<managed_socket> next);
+    // What an operation on the managed socket throws becomes an error event.
+    template <typename operation>
+    void attempt(operation what);
+
+    std::shared_ptr<managed_socket> m_socket;
+
+public:
+    // Set before the first Open, and emptied by release().
+    std::function<void()> onOpened;
+    std::function<void(std::optional<Error>, bool)> onClosed;
+    std::function<void(std::string)> onMessage;
+    std::function<void(std::string, std::optional<Error>)> onError;
+    const cWebSocket_Sharp* owner = nullptr;
+    // Takes a binary message with its length; false to leave it to onMessage.
+    std::function<bool(const std::string&)> onBinary;
+
+private:
+    mutable std::mutex m_socket_mutex;
+    // Of what is asked for: under the same lock. Without a URL nothing is to be open.
+    managed_request m_request;
+    pennywort::websocket::back_off m_back_off;
+    pennywort::websocket::delayed_work m_again;
+    // Its own thread may take it again: a handler may destroy its socket.
+    std::recursive_mutex m_event_mutex;
+};

@@ -1,0 +1,84 @@
+// websocket/managed/mono_socket.cpp - see the header for the contract.
+#include "websocket/managed/mono_socket.h"
+
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+#include "websocket/managed/mono_runtime.h"
+
+namespace pennywort::websocket {
+
+namespace {
+
+// The managed side names an owner by a number, which tells of no address and is never used twice.
+class owner_table final : public mono_events {
+public:
+    std::int64_t add(const std::weak_ptr<managed_owner>& owner) {
+        const std::lock_guard lock(m_mutex);
+        m_owners[++m_last] = owner;
+        return m_last;
+    }
+    std::shared_ptr<managed_owner> owner_of(std::int64_t number) override {
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_owners.find(number);
+        return found == m_owners.end() ? nullptr : found->second.lock();
+    }
+    void forget(std::int64_t number) override {
+        const std::lock_guard lock(m_mutex);
+        m_owners.erase(number);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::map<std::int64_t, std::weak_ptr<managed_owner>> m_owners;
+    std::int64_t m_last = 0;
+};
+
+// Managed threads may tell something as long as the process lives.
+owner_table& owners() {
+    static auto* const table = new owner_table;
+    return *table;
+}
+
+class mono_socket final : public managed_socket {
+public:
+    explicit mono_socket(std::unique_ptr<mono_object> object) : m_object(std::move(object)) {}
+
+    void connect_async() override { check(m_object->begin()); }
+    void close_async() override { check(m_object->leave()); }
+    void send_text(std::string_view text) override { check(m_object->send_text(text)); }
+    void send_binary(std::string_view bytes) override { check(m_object->send_bytes(bytes)); }
+    void ping() override { check(m_object->send_ping()); }
+
+private:
+    static void check(const std::string& words) {
+        if (!words.empty()) throw std::runtime_error(words);
+    }
+
+    const std::unique_ptr<mono_object> m_object;
+};
+
+}  // namespace
+
+std::string websocket_sharp_path() {
+    const char* const path = std::getenv("PENNYWORT_WEBSOCKET_SHARP");
+    return path == nullptr ? "" : path;
+}
+
+std::shared_ptr<managed_socket> make_mono_socket(const std::string& assembly,
+                                                 const managed_request& request,
+                                                 const std::weak_ptr<managed_owner>& owner) {
+    mono_runtime& runtime = mono_runtime::of(assembly, owners());
+    const std::int64_t number = owners().add(owner);
+    try {
+        return std::make_shared<mono_socket>(runtime.make(number, request.url));
+    } catch (...) {
+        owners().forget(number);
+        throw;
+    }
+}
+
+}  // namespace pennywort::websocket

@@ -1,0 +1,45 @@
+// receive_state.h - what a socket of the system transport shares with its receive thread, which may
+// outlive it by the rest of a handler.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include "websocket/upgrade_transport.h"
+
+namespace pennywort::websocket {
+
+struct receive_state {
+    std::atomic<bool> is_running{false};
+    std::atomic<bool> has_owner{true};
+
+    void stop() {
+        const std::lock_guard lock(m_mutex);
+        is_running = false;
+        m_stopped.notify_all();
+    }
+    // Waits that long, or until stop().
+    void pause(std::chrono::microseconds time) {
+        std::unique_lock lock(m_mutex);
+        m_stopped.wait_for(lock, time, [this] { return !is_running; });
+    }
+    // Send may come from any thread while another one opens or closes.
+    std::shared_ptr<upgraded_socket> socket() const {
+        const std::lock_guard lock(m_mutex);
+        return m_socket;
+    }
+    void set_socket(std::shared_ptr<upgraded_socket> socket) {
+        const std::lock_guard lock(m_mutex);
+        m_socket.swap(socket);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_stopped;
+    std::shared_ptr<upgraded_socket> m_socket;
+};
+
+}  // namespace pennywort::websocket

@@ -1,0 +1,167 @@
+// websocket/web_socket_winhttp.cpp - cWebSocket_WinHttp of include/websocket.h over
+// upgrade_transport.h: the order of the steps, and the receive thread.
+#include <array>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "core/limits.h"
+#include "core/run/guarded.h"
+#include "websocket.h"
+#include "websocket/close_codes.h"
+#include "websocket/message_text.h"
+#include "websocket/receive_state.h"
+#include "websocket/session_maker.h"
+#include "websocket/transport_options.h"
+#include "websocket/url_parts.h"
+
+using pennywort::run::guarded;
+using pennywort::run::guarded_or;
+using namespace pennywort::websocket;
+
+namespace {
+
+constexpr char k_class[] = "cWebSocket_WinHttp";
+constexpr std::size_t k_piece_bytes = 512;
+constexpr std::chrono::microseconds k_pause_after_error{1'000'000};
+
+// Asks for the upgrade; false when it was not even answered. The socket may be null all the same.
+bool upgrade(transport_request& request, std::shared_ptr<upgraded_socket>& socket) {
+    if (!request.ask_for_upgrade() || !request.send() || !request.receive_response()) return false;
+    socket = request.complete_upgrade();
+    return true;
+}
+
+received_piece receive_from(upgraded_socket* socket, std::span<char> into) {
+    return socket == nullptr ? received_piece() : socket->receive(into);
+}
+
+std::size_t longest_message(const cWebSocketOptions& options) {
+    return options.maxMessageBytes > 0 ? std::size_t(options.maxMessageBytes)
+                                       : pennywort::k_max_websocket_message_bytes;
+}
+
+}  // namespace
+
+cWebSocket_WinHttp::cWebSocket_WinHttp() : m_running(std::make_shared<receive_state>()) {}
+
+cWebSocket_WinHttp::~cWebSocket_WinHttp() {
+    const auto state = m_running;
+    state->has_owner = false;
+    guarded(k_class, "the destructor", [this] {
+        end_connection();
+        // In a handler nobody can wait for the thread that the handler runs on: it ends by itself.
+        if (m_receive_thread.get_id() == std::this_thread::get_id()) {
+            m_receive_thread.detach();
+        } else if (m_receive_thread.joinable()) {
+            m_receive_thread.join();
+        }
+    });
+    drop_handles();
+}
+
+void cWebSocket_WinHttp::Open(const char* url, double timeout) {
+    Close();
+    const auto state = m_running;
+    const bool is_open = guarded_or(
+        false, k_class, "Open", [&] { return open_handles(url == nullptr ? "" : url, timeout); });
+    if (is_open) {
+        SocketOpened();
+        return;
+    }
+    SignalError(Error::ConnectFailed);
+    if (state->has_owner) Close();
+}
+
+bool cWebSocket_WinHttp::open_handles(const char* url, double timeout) {
+    const auto parts = split_url(url);
+    if (!parts) return false;
+    const cWebSocketOptions options = Options();
+    m_is_secure = parts->is_secure();
+    m_session_handle = current_session_maker()(settings_of(options, timeout));
+    if (m_session_handle == nullptr) return false;
+    m_connection_handle = m_session_handle->connect(parts->host, parts->port_to_use());
+    if (m_connection_handle == nullptr) return false;
+    const auto request = m_connection_handle->open_request(parts->path, m_is_secure);
+    if (request == nullptr || !upgrade(*request, m_web_socket_handle)) return false;
+    if (m_web_socket_handle == nullptr && options.isUpgradeChecked) return false;
+    start_thread();
+    return true;
+}
+
+void cWebSocket_WinHttp::start_thread() {
+    m_running->set_socket(m_web_socket_handle);
+    m_running->is_running = true;
+    m_receive_thread = std::thread([this, state = m_running, options = Options()] {
+        message_text message(longest_message(options), options.isDeflateOffered);
+        guarded(k_class, "the receive thread", [&] { run(*state, message); });
+    });
+}
+
+// A handler may destroy this socket; then the state, which it does not own alone, says that it no
+// longer runs.
+void cWebSocket_WinHttp::run(receive_state& state, message_text& message) {
+    const auto socket = state.socket();
+    while (state.is_running) {
+        std::array<char, k_piece_bytes> buffer{};
+        const received_piece piece = receive_from(socket.get(), buffer);
+        if (!state.is_running) return;
+        if (piece.status == receive_status::connection_lost) {
+            SignalError(Error::ConnectionLost);
+            return;
+        }
+        if (piece.status != receive_status::ok) {
+            state.pause(k_pause_after_error);
+            continue;
+        }
+        const std::string_view bytes(buffer.data(), piece.size);
+        const auto taken = message.take(piece.kind, bytes);
+        if (taken == message_text::state::complete) ReceiveMessage(message.text().c_str());
+        if (taken == message_text::state::too_long) {
+            socket->drop();
+            SignalError(Error::ConnectionLost);
+            return;
+        }
+    }
+}
+
+void cWebSocket_WinHttp::Send(const char* text) {
+    const std::string_view bytes = text == nullptr ? std::string_view() : text;
+    const bool is_sent = guarded_or(false, k_class, "Send", [&] {
+        const auto socket = m_running->socket();
+        return socket != nullptr && socket->send_text(bytes);
+    });
+    if (!is_sent) SignalError(Error::SendFailed);
+}
+
+void cWebSocket_WinHttp::send_binary(const void* data, std::size_t size) {
+    const bool is_sent = guarded_or(false, k_class, "SendBinary", [&] {
+        const auto socket = m_running->socket();
+        return socket != nullptr && socket->send_binary({static_cast<const char*>(data), size});
+    });
+    if (!is_sent) SignalError(Error::SendFailed);
+}
+
+void cWebSocket_WinHttp::end_connection() {
+    m_running->stop();
+    if (m_web_socket_handle == nullptr) return;
+    const bool is_closed = guarded_or(
+        false, k_class, "Close", [this] { return m_web_socket_handle->close(k_close_normal); });
+    if (is_closed) m_web_socket_handle->query_close_status();
+}
+
+void cWebSocket_WinHttp::Close() {
+    end_connection();
+    // On the receive thread itself this throws, as hosts are told.
+    if (m_receive_thread.joinable()) m_receive_thread.join();
+    m_receive_thread = std::thread();
+    drop_handles();
+}
+
+void cWebSocket_WinHttp::drop_handles() {
+    m_running->set_socket(nullptr);
+    if (m_web_socket_handle != nullptr) m_web_socket_handle->drop();
+    m_web_socket_handle.reset();
+    m_connection_handle.reset();
+    m_session_handle.reset();
+}

@@ -190,6 +190,14 @@ std::optional<chain_exits> stop_on(const rule_set& rules, const std::vector<cons
 
 }  // namespace
 
+std::vector<way_in> ways_of(ip_family family, std::vector<way_in> all) {
+    if (family == ip_family::any) return all;
+    const bool is_ip6 = family == ip_family::ip6;
+    std::erase_if(all, [is_ip6](const way_in& one) { return one.is_ip6 != is_ip6; });
+    if (all.empty()) all.emplace_back().is_ip6 = is_ip6;
+    return all;
+}
+
 port_answer judge(const rule_set& rules, const std::vector<way_in>& ways, std::uint16_t port) {
     const auto bases = rules.base_chains();
     const std::size_t count = std::min(ways.size(), k_max_ways_in);

@@ -23,6 +23,18 @@ cFirewallAnswer public_answer(inner::port_state state) {
     return cFirewallAnswer::Unknown;
 }
 
+inner::ip_family inner_family(cFirewallFamily family) {
+    switch (family) {
+        case cFirewallFamily::IPv4:
+            return inner::ip_family::ip4;
+        case cFirewallFamily::IPv6:
+            return inner::ip_family::ip6;
+        case cFirewallFamily::Any:
+            break;
+    }
+    return inner::ip_family::any;
+}
+
 }  // namespace
 
 void cFirewall::Startup() {
@@ -35,7 +47,7 @@ void cFirewall::Shutdown() {
 
 bool cFirewall::IsTCPPortFirewalled(long port) {
     return pennywort::run::guarded_or(false, k_class, "the query", [port] {
-        const inner::port_answer answer = inner::ask(port);
+        const inner::port_answer answer = inner::ask(port, inner::ip_family::any);
         if (answer.state != inner::port_state::unknown) {
             return answer.state == inner::port_state::blocked;
         }
@@ -46,9 +58,13 @@ bool cFirewall::IsTCPPortFirewalled(long port) {
 }
 
 cFirewallAnswer cFirewall::QueryTCPPort(long port, zString& why) {
+    return QueryTCPPort(port, cFirewallFamily::Any, why);
+}
+
+cFirewallAnswer cFirewall::QueryTCPPort(long port, cFirewallFamily family, zString& why) {
     return pennywort::run::guarded_or(cFirewallAnswer::Unknown, k_class, "the query", [&] {
         why = "";
-        const inner::port_answer answer = inner::ask(port);
+        const inner::port_answer answer = inner::ask(port, inner_family(family));
         why = answer.why.c_str();
         return public_answer(answer.state);
     });

@@ -10,6 +10,6 @@
 
 namespace pennywort::firewall {
 
-port_answer ask_manager(INetFwMgr& manager, const wchar_t* program, long port);
+port_answer ask_manager(INetFwMgr& manager, const wchar_t* program, long port, ip_family family);
 
 }  // namespace pennywort::firewall

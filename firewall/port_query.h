@@ -8,6 +8,8 @@ namespace pennywort::firewall {
 
 enum class port_state { open, blocked, unknown };
 
+enum class ip_family { any, ip4, ip6 };
+
 struct port_answer {
     port_state state = port_state::unknown;
     std::string why;  // one line without a full stop; empty for an open port
@@ -18,6 +20,6 @@ void start_thread();
 void end_thread();
 
 // Reports no failure but by its answer; may throw where memory runs out.
-port_answer ask(long port);
+port_answer ask(long port, ip_family family);
 
 }  // namespace pennywort::firewall

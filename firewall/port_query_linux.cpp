@@ -23,7 +23,7 @@ constexpr long k_highest_port = 65535;
 void start_thread() {}
 void end_thread() {}
 
-port_answer ask(long port) {
+port_answer ask(long port, ip_family family) {
     if (port < 1 || port > k_highest_port) {
         return {port_state::unknown, std::to_string(port) + " is no port"};
     }
@@ -31,7 +31,7 @@ port_answer ask(long port) {
     if (!link) return {port_state::unknown, link.text()};
     const auto rules = read_rules(*link.value());
     if (!rules) return {port_state::unknown, rules.text()};
-    return judge(rules.value(), ways_in(), static_cast<std::uint16_t>(port));
+    return judge(rules.value(), ways_of(family, ways_in()), static_cast<std::uint16_t>(port));
 }
 
 }  // namespace pennywort::firewall

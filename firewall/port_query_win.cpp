@@ -44,6 +44,18 @@ std::string call_text(const char* call, HRESULT result) {
     return text;
 }
 
+NET_FW_IP_VERSION version_of(ip_family family) {
+    switch (family) {
+        case ip_family::ip4:
+            return NET_FW_IP_VERSION_V4;
+        case ip_family::ip6:
+            return NET_FW_IP_VERSION_V6;
+        case ip_family::any:
+            break;
+    }
+    return NET_FW_IP_VERSION_ANY;
+}
+
 port_answer unknown(std::string why) { return {port_state::unknown, std::move(why)}; }
 
 }  // namespace
@@ -66,7 +78,7 @@ void end_thread() {
 
 // Only a clear no blocks a port. What the manager says of the addresses that it lets in makes no
 // difference. Both variants hold truths, which nobody has to clear.
-port_answer ask_manager(INetFwMgr& manager, const wchar_t* program, long port) {
+port_answer ask_manager(INetFwMgr& manager, const wchar_t* program, long port, ip_family family) {
     const com_text name(SysAllocString(program));
     if (name == nullptr) return unknown("SysAllocString failed");
     VARIANT allowed;
@@ -75,14 +87,14 @@ port_answer ask_manager(INetFwMgr& manager, const wchar_t* program, long port) {
     VariantInit(&restricted);
     // A manager that says nothing has not said no.
     allowed.boolVal = VARIANT_TRUE;
-    const HRESULT result = manager.IsPortAllowed(name.get(), NET_FW_IP_VERSION_ANY, port, nullptr,
+    const HRESULT result = manager.IsPortAllowed(name.get(), version_of(family), port, nullptr,
                                                  NET_FW_IP_PROTOCOL_TCP, &allowed, &restricted);
     if (result != S_OK) return unknown(call_text("INetFwMgr::IsPortAllowed", result));
     if (allowed.boolVal != VARIANT_FALSE) return {port_state::open, {}};
     return {port_state::blocked, "Windows Firewall lets nothing in for this program"};
 }
 
-port_answer ask(long port) {
+port_answer ask(long port, ip_family family) {
     void* made = nullptr;
     const HRESULT result = CoCreateInstance(k_manager_class, nullptr, CLSCTX_INPROC_SERVER,
                                             k_manager_interface, &made);
@@ -94,7 +106,7 @@ port_answer ask(long port) {
     const DWORD error = GetLastError();
     if (length == k_path_units) return unknown("this program's path is longer than 255 characters");
     if (length == 0) return unknown("GetModuleFileNameW failed (" + std::to_string(error) + ")");
-    return ask_manager(*manager, program, port);
+    return ask_manager(*manager, program, port, family);
 }
 
 }  // namespace pennywort::firewall

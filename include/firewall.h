@@ -15,6 +15,9 @@ enum class cFirewallAnswer {
     Unknown,  // could not be asked
 };
 
+// The protocol by which others come. Any of them: one that leads in is enough.
+enum class cFirewallFamily { Any, IPv4, IPv6 };
+
 class PENNYWORT_API cFirewall {
 public:
     // Prepares the calling thread: on Windows its COM, elsewhere nothing. Where COM is there in
@@ -31,4 +34,7 @@ public:
     // The same question with the whole answer. `why` becomes one line without a full stop: what
     // blocks the port, or why nothing could be learned; "" for an open one.
     static cFirewallAnswer QueryTCPPort(long port, zString& why);
+    // The same for connections over one protocol alone: a program that listens on an IPv4 address
+    // has nothing of it when others come in over IPv6.
+    static cFirewallAnswer QueryTCPPort(long port, cFirewallFamily family, zString& why);
 };

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "firewall.h"
 #include "host/app/command.h"
 
 namespace pennywort::host {
@@ -19,9 +20,13 @@ public:
     bool is_verbose() const override { return m_is_verbose; }
     int run(const console& out) override;
 
+    cFirewallFamily family() const;
+
 private:
     std::string m_port_text;
     std::int32_t m_port = 0;
+    bool m_is_ip4 = false;
+    bool m_is_ip6 = false;
     bool m_is_json = false;
     bool m_is_verbose = false;
 };

@@ -30,28 +30,72 @@ const char* state_name(cFirewallAnswer answer) {
     return "unknown";
 }
 
+const char* family_name(cFirewallFamily family) {
+    return family == cFirewallFamily::IPv6 ? "IPv6" : "IPv4";
+}
+
+std::string over(cFirewallFamily family) {
+    if (family == cFirewallFamily::Any) return {};
+    return std::string(" over ") + family_name(family);
+}
+
+cFirewallAnswer query(port_report& report, cFirewallFamily family) {
+    zString why;
+    const cFirewallAnswer answer = cFirewall::QueryTCPPort(report.port, family, why);
+    report.why = why.CString();
+    return answer;
+}
+
+// Every interface has an IPv6 address of its own, so a port is seldom blocked over both.
+void look_at_each_family(port_report& report) {
+    for (const auto family : {cFirewallFamily::IPv4, cFirewallFamily::IPv6}) {
+        if (query(report, family) != cFirewallAnswer::Blocked) continue;
+        report.blocked_family = family;
+        return;
+    }
+    report.why.clear();
+}
+
+std::string words_for_open(const port_report& report) {
+    const std::string port = "port " + std::to_string(report.port) + " is not blocked";
+    if (report.blocked_family == cFirewallFamily::Any) return port + over(report.family);
+    const auto other = report.blocked_family == cFirewallFamily::IPv4 ? cFirewallFamily::IPv6
+                                                                      : cFirewallFamily::IPv4;
+    return port + over(other) + ", but" + over(report.blocked_family) + " it is: " + report.why;
+}
+
 }  // namespace
 
-port_report ask_about_port(std::int32_t port) {
+port_report ask_about_port(std::int32_t port, cFirewallFamily family) {
     const asking_thread asking;
-    port_report report{port, cFirewallAnswer::Unknown, {}};
-    zString why;
-    report.answer = cFirewall::QueryTCPPort(port, why);
-    report.why = why.CString();
+    port_report report;
+    report.port = port;
+    report.family = family;
+    report.answer = query(report, family);
+    const bool is_any = family == cFirewallFamily::Any;
+    if (is_any && report.answer == cFirewallAnswer::Open) look_at_each_family(report);
     return report;
+}
+
+// A socket on "::" takes connections of both.
+cFirewallFamily family_of(const std::string& address) {
+    if (address.find(':') == std::string::npos) return cFirewallFamily::IPv4;
+    const bool is_any = address.find_first_not_of("0:") == std::string::npos;
+    return is_any ? cFirewallFamily::Any : cFirewallFamily::IPv6;
 }
 
 std::string words_for(const port_report& report) {
     const std::string port = "port " + std::to_string(report.port);
+    const std::string blocked = port + " is blocked" + over(report.family) + ": " + report.why;
     switch (report.answer) {
         case cFirewallAnswer::Open:
-            return port + " is not blocked";
+            return words_for_open(report);
         case cFirewallAnswer::Blocked:
-            return port + " is blocked: " + report.why;
+            return blocked;
         case cFirewallAnswer::Unknown:
             break;
     }
-    return "it cannot be told whether " + port + " is blocked: " + report.why;
+    return "it cannot be told whether " + blocked;
 }
 
 std::string json_line(const port_report& report) {
@@ -59,6 +103,9 @@ std::string json_line(const port_report& report) {
     line["port"] = report.port;
     line["state"] = state_name(report.answer);
     line["why"] = report.why;
+    if (report.blocked_family != cFirewallFamily::Any) {
+        line["blocked_over"] = family_name(report.blocked_family);
+    }
     return json_text(line);
 }
 
@@ -75,8 +122,12 @@ int exit_status_of(const port_report& report) {
 }
 
 std::string listening_warning(const std::string& address, const port_report& report) {
-    if (report.answer != cFirewallAnswer::Blocked || is_loopback(address)) return {};
-    return "others cannot come in: " + words_for(report);
+    if (is_loopback(address)) return {};
+    if (report.answer == cFirewallAnswer::Blocked) {
+        return "others cannot come in: " + words_for(report);
+    }
+    if (report.blocked_family == cFirewallFamily::Any) return {};
+    return "not all others can come in: " + words_for(report);
 }
 
 }  // namespace pennywort::host

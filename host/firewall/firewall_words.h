@@ -12,10 +12,16 @@ struct port_report {
     std::int32_t port = 0;
     cFirewallAnswer answer = cFirewallAnswer::Unknown;
     std::string why;
+    cFirewallFamily family = cFirewallFamily::Any;  // that was asked for
+    // Of a port that is let in over one protocol: the other, where that is blocked; then `why` is
+    // its reason. Else Any.
+    cFirewallFamily blocked_family = cFirewallFamily::Any;
 };
 
 // Asks on this thread, which needs nothing for it.
-port_report ask_about_port(std::int32_t port);
+port_report ask_about_port(std::int32_t port, cFirewallFamily family);
+// The protocol by which others come to a program that listens on this address. Any: by both.
+cFirewallFamily family_of(const std::string& address);
 
 std::string words_for(const port_report& report);
 std::string json_line(const port_report& report);

@@ -92,7 +92,8 @@ std::string listen_failure(const live_options& options, zStatus status) {
 // The page works on this machine all the same, so this is no reason to end.
 void warn_of_firewall(const live_options& options, const console& out, std::int32_t port) {
     if (is_loopback(options.listen)) return;
-    const std::string warning = listening_warning(options.listen, ask_about_port(port));
+    const std::string warning =
+        listening_warning(options.listen, ask_about_port(port, family_of(options.listen)));
     if (!warning.empty()) std::fprintf(out.errors(), "pennywort: %s\n", warning.c_str());
 }
 

@@ -72,7 +72,8 @@ private:
 };
 
 port_state state_from(fake_manager& manager) {
-    return firewall::ask_manager(manager, L"C:\\programs\\host.exe", 8080).state;
+    return firewall::ask_manager(manager, L"C:\\programs\\host.exe", 8080, firewall::ip_family::any)
+        .state;
 }
 
 TEST(Manager, IsAskedForThisProgramAnyAddressAndTcp) {
@@ -83,6 +84,14 @@ TEST(Manager, IsAskedForThisProgramAnyAddressAndTcp) {
     EXPECT_EQ(manager.asked_version, 2);
     EXPECT_EQ(manager.asked_protocol, 6);
     EXPECT_FALSE(manager.asked_for_an_address);
+}
+
+TEST(Manager, IsAskedForTheProtocol) {
+    fake_manager manager;
+    firewall::ask_manager(manager, L"host.exe", 8080, firewall::ip_family::ip4);
+    EXPECT_EQ(manager.asked_version, 0);
+    firewall::ask_manager(manager, L"host.exe", 8080, firewall::ip_family::ip6);
+    EXPECT_EQ(manager.asked_version, 1);
 }
 
 TEST(Manager, OnlyItsClearNoBlocksAPort) {
@@ -112,12 +121,57 @@ TEST(Manager, AnAnswerThatWasNotGivenIsNoNo) {
     EXPECT_EQ(state_from(manager), port_state::open);
 }
 
+TEST(Manager, WhyItCannotTellIsTraced) {
+    std::string traced;
+    std::thread([&] {
+        const collected_traces traces;
+        cFirewall::IsTCPPortFirewalled(8080);
+        traced = traces.text();
+    }).join();
+    EXPECT_EQ(traced,
+              "cFirewall: port 8080 counts as not blocked: "
+              "CoCreateInstance failed (0x800401f0)\n");
+}
+
 TEST(Manager, IsNotMadeOnAThreadWithoutCom) {
     cFirewallAnswer answer = cFirewallAnswer::Blocked;
     zString why;
     std::thread([&] { answer = cFirewall::QueryTCPPort(8080, why); }).join();
     EXPECT_EQ(answer, cFirewallAnswer::Unknown);
     EXPECT_EQ(std::string(why.CString()), "CoCreateInstance failed (0x800401f0)");
+}
+
+std::string why_of_query() {
+    zString why;
+    cFirewall::QueryTCPPort(8080, why);
+    return why.CString();
+}
+
+// What the real one says is the machine's matter; that it was made and asked is ours.
+TEST(Manager, IsMadeOnAThreadThatHasStarted) {
+    std::string why;
+    std::thread([&] {
+        cFirewall::Startup();
+        why = why_of_query();
+        cFirewall::Shutdown();
+    }).join();
+    EXPECT_NE(why.find("CoCreateInstance"), 0u) << why;
+    EXPECT_NE(why.find("GetModuleFileNameW"), 0u) << why;
+}
+
+TEST(Manager, IsNotMadeAfterTheLastEnd) {
+    std::string after_one_end;
+    std::string after_both;
+    std::thread([&] {
+        cFirewall::Startup();
+        cFirewall::Startup();
+        cFirewall::Shutdown();
+        after_one_end = why_of_query();
+        cFirewall::Shutdown();
+        after_both = why_of_query();
+    }).join();
+    EXPECT_NE(after_one_end.find("CoCreateInstance"), 0u) << after_one_end;
+    EXPECT_EQ(after_both, "CoCreateInstance failed (0x800401f0)");
 }
 
 // A host's own COM, of the other kind, outlives our start and end.

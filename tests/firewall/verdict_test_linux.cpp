@@ -3,6 +3,7 @@
 #include <linux/netfilter.h>
 #include <linux/netfilter/nf_tables.h>
 
+#include "firewall/chain_walk.h"
 #include "tests/firewall/rule_writer.h"
 
 namespace pennywort::tests {
@@ -75,6 +76,20 @@ TEST(Verdicts, EachOfTheMachinesAddressesIsAWayIn) {
     EXPECT_EQ(rules.answer(80, {only_first, ip4_way("10.0.0.1", "eth1")}).state, k_open);
     EXPECT_EQ(rules.answer(81, {only_first}).state, k_blocked);
     EXPECT_EQ(rules.answer(81, {only_first, ip4_way("10.0.0.2", "eth0")}).state, k_open);
+}
+
+// Every interface has an IPv6 address of its own, which nobody gave it.
+TEST(Verdicts, AFamilyIsJudgedByItsOwnWaysIn) {
+    rule_writer rules(NFPROTO_IPV4);
+    rules.base("input", NF_INET_LOCAL_IN, 0, true);
+    const std::vector ways = {ip4_way("10.0.0.1"), ip6_way("fe80::1")};
+    using firewall::ip_family;
+    EXPECT_EQ(rules.answer(80, ways_of(ip_family::any, ways)).state, k_open);
+    EXPECT_EQ(rules.answer(80, ways_of(ip_family::ip4, ways)).state, k_blocked);
+    EXPECT_EQ(rules.answer(80, ways_of(ip_family::ip6, ways)).state, k_open);
+    // Addresses that the machine may still get.
+    EXPECT_EQ(rules.answer(80, ways_of(ip_family::ip4, {ip6_way("fe80::1")})).state, k_blocked);
+    EXPECT_EQ(rules.answer(80, ways_of(ip_family::ip6, {ip4_way("10.0.0.1")})).state, k_open);
 }
 
 TEST(Verdicts, TooManyAddressesTellNothing) {

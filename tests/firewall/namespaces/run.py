@@ -3,7 +3,8 @@
 
 usage: run.py PROGRAM CASE...       each CASE is loaded by nft, or by iptables-nft-restore (*.iptables)
        run.py --no-right PROGRAM    asks without the right to read the rules
-       run.py --live PROGRAM        starts "pennywort live" behind rules that let nothing in
+       run.py --families PROGRAM    asks for each protocol, behind rules for one of them and then for both
+       run.py --live PROGRAM        starts "pennywort live" on IPv4 behind rules that let only IPv6 in
 
 A case says in comments what is expected: "# port 80: open" when the program says so and a peer comes in,
 "blocked" when it says so and no peer does, "untold" when the program says open and the peer may find it
@@ -72,7 +73,7 @@ def load(case):
 
 
 def said(program, port, *prefix):
-    answer = subprocess.run([*prefix, program, "firewall", str(port), "--json"], text=True,
+    answer = subprocess.run([*prefix, program, "firewall", *str(port).split(), "--json"], text=True,
                             capture_output=True, check=False)
     return answer.returncode, json.loads(answer.stdout)
 
@@ -121,10 +122,23 @@ def check_no_right(program):
     return 0 if (status, answer["state"]) == (1, "unknown") and "no right" in answer["why"] else 1
 
 
+def check_families(program):
+    peer = network()
+    run("nft", "-f", "-", text="table ip t { chain c { type filter hook input priority 0; policy drop; }; }")
+    answers = [said(program, port) for port in ("80", "80 --ipv4", "80 --ipv6")]
+    run("nft", "-f", "-", text="table ip6 t { chain c { type filter hook input priority 0; policy drop; }; }")
+    answers.append(said(program, "80"))
+    peer.kill()
+    peer.wait()
+    print(answers)
+    found = [(status, answer["state"], answer.get("blocked_over")) for status, answer in answers]
+    return 0 if found == [(0, "open", "IPv4"), (3, "blocked", None), (0, "open", None), (3, "blocked", None)] else 1
+
+
 def check_live(program):
     peer = network()
     run("nft", "-f", "-", text="table inet t { chain c { type filter hook input priority 0; policy drop; "
-                               "iifname lo accept; }; }")
+                               "iifname lo accept; meta nfproto ipv6 accept; }; }")
     live = subprocess.Popen([program, "live", "about:blank", "--port", "0", "--listen", "0.0.0.0"],
                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
     try:
@@ -136,7 +150,7 @@ def check_live(program):
         peer.kill()
         peer.wait()
     print(line)
-    return 0 if "others cannot come in: port " in line and "chain c of table inet t" in line else 1
+    return 0 if "others cannot come in: port " in line and "over IPv4: chain c of table inet t" in line else 1
 
 
 def main():
@@ -146,6 +160,8 @@ def main():
         os.execvp("unshare", ["unshare", "--map-root-user", "--net", sys.executable, __file__, *arguments])
     if arguments[0] == "--no-right":
         return check_no_right(arguments[1])
+    if arguments[0] == "--families":
+        return check_families(arguments[1])
     if arguments[0] == "--live":
         return check_live(arguments[1])
     return check_cases(arguments[0], arguments[1:])

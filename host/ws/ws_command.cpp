@@ -1,0 +1,106 @@
+// host/ws/ws_command.cpp - see the header for the contract.
+#include "host/ws/ws_command.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <cmath>
+#include <iostream>
+#include <thread>
+
+#include "core/limits.h"
+#include "core/text/numbers.h"
+#include "host/app/exit_status.h"
+#include "host/system/interrupt.h"
+
+namespace pennywort::host {
+
+namespace {
+
+constexpr std::chrono::milliseconds k_round{50};
+
+std::string take_seconds(const char* option, const std::string& text, bool may_be_0,
+                         std::chrono::milliseconds& into) {
+    const auto seconds = text::decimal_between(text, 0, k_max_timeout_seconds);
+    if (!seconds || (*seconds == 0 && !may_be_0)) {
+        return std::string(option) + " " + text + " is not a time";
+    }
+    into = std::chrono::milliseconds(std::llround(std::ceil(*seconds * 1000)));
+    return {};
+}
+
+// The thread may wait for input when the program ends, so that it owns nothing but the session.
+void read_input(const std::shared_ptr<ws_session>& session) {
+    std::thread([session] {
+        for (std::string line; std::getline(std::cin, line);) {
+            if (line.ends_with('\r')) line.pop_back();
+            session->send(line);
+        }
+        session->input_ended();
+    }).detach();
+}
+
+}  // namespace
+
+const char* ws_command::footer() const {
+    return R"(Lines from standard input go out as messages, messages come to standard output, a line each.
+Examples:
+  pennywort ws wss://example.com/feed
+  echo '{"subscribe":"scores"}' | pennywort ws wss://example.com/feed --linger 60
+Exit status: 0 closed, 1 no connection or one that was lost, 2 wrong arguments, 130 or 143 interrupted.)";
+}
+
+void ws_command::add_options(CLI::App& parser) {
+    parser.add_option("url", m_options.url, "ws or wss URL")->required();
+    parser.add_option("--ping", m_ping, "Send a ping every so many seconds")->type_name("S");
+    parser.add_option("--linger", m_linger, "How long to go on after the end of the input")
+        ->type_name("S")
+        ->capture_default_str();
+    parser.add_option("--timeout", m_timeout, "Longest wait for the connection, in seconds")
+        ->type_name("S")
+        ->capture_default_str();
+    parser.add_flag("--managed", m_is_managed, "The asynchronous transport; so it is without this");
+    parser.add_flag("--system", m_is_system, "The system's own transport");
+    parser.add_flag("--verbose", m_is_verbose, "Also print traces");
+}
+
+std::string ws_command::take_arguments() {
+    if (m_is_managed && m_is_system) return "give only one of --managed and --system";
+    if (m_is_system && !m_ping.empty()) return "--ping needs --managed: the system sends no pings";
+    m_options.transport = m_is_system ? ws_transport::system : ws_transport::managed;
+    std::chrono::milliseconds timeout{0};
+    std::string wrong = take_seconds("--timeout", m_timeout, false, timeout);
+    if (wrong.empty()) wrong = take_seconds("--linger", m_linger, true, m_options.linger);
+    if (wrong.empty() && !m_ping.empty()) {
+        wrong = take_seconds("--ping", m_ping, false, m_options.ping);
+    }
+    m_options.timeout = double(timeout.count()) / 1000;
+    return wrong;
+}
+
+int ws_command::run(const console& out) {
+    const auto session = std::make_shared<ws_session>(m_options, out.output(), out.errors());
+    if (!session->open()) {
+        std::fprintf(out.errors(), "pennywort: out of memory\n");
+        return k_exit_failed;
+    }
+    read_input(session);
+    return talk(*session);
+}
+
+int ws_command::talk(ws_session& session) {
+    const interrupt_watch interrupt;
+    auto last_ping = std::chrono::steady_clock::now();
+    while (interrupt.status() == 0 && !session.wait(k_round)) {
+        const auto now = std::chrono::steady_clock::now();
+        if (m_options.ping.count() == 0 || now - last_ping < m_options.ping) continue;
+        last_ping = now;
+        session.ping();
+    }
+    session.close();
+    return interrupt.status() != 0 ? interrupt.status() : session.status();
+}
+
+std::unique_ptr<command> make_ws_command() { return std::make_unique<ws_command>(); }
+
+}  // namespace pennywort::host

@@ -1,0 +1,87 @@
+// host/ws/ws_session.cpp - see the header for the contract.
+#include "host/ws/ws_session.h"
+
+namespace pennywort::host {
+
+bool ws_session::open() {
+    m_feed = make_feed(m_options.transport);
+    if (m_feed == nullptr) return false;
+    m_feed->SetOpenedHandler([this](const std::shared_ptr<cWebSocket>&) { opened(); });
+    m_feed->SetMessageHandler([this](const char* text) { received(text); });
+    m_feed->SetErrorHandler(
+        [this](cWebSocket::Error error) { ended(state::failed, words_of(error)); });
+    m_feed->SetClosedHandler([this](std::optional<cWebSocket::Error> error, bool was_clean) {
+        ended(was_clean ? state::closed : state::failed, words_of_close(error, was_clean));
+    });
+    m_feed->Open(m_options.url.c_str(), m_options.timeout);
+    return true;
+}
+
+void ws_session::opened() {
+    const std::lock_guard lock(m_mutex);
+    m_state = state::open;
+    tell("opened");
+    m_changed.notify_all();
+}
+
+// A reader that has closed our output wants no more of it.
+void ws_session::received(const char* text) {
+    const bool is_written = std::fputs(text, m_output) >= 0 && std::fputc('\n', m_output) != EOF &&
+                            std::fflush(m_output) == 0;
+    if (!is_written) ended(state::closed, "the reader of the output has closed it");
+}
+
+void ws_session::ended(state how, const std::string& words) {
+    const std::lock_guard lock(m_mutex);
+    if (is_over()) return;
+    m_state = how;
+    tell(words);
+    m_changed.notify_all();
+}
+
+void ws_session::tell(const std::string& line) {
+    std::fprintf(m_errors, "pennywort: %s\n", line.c_str());
+    std::fflush(m_errors);
+}
+
+void ws_session::send(const std::string& line) {
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_state != state::connecting; });
+        if (is_over()) return;
+    }
+    m_feed->Send(line.c_str());
+}
+
+void ws_session::input_ended() {
+    const std::lock_guard lock(m_mutex);
+    m_has_input_ended = true;
+    m_end_of_input = std::chrono::steady_clock::now();
+    m_changed.notify_all();
+}
+
+bool ws_session::wait(std::chrono::milliseconds time) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, time, [this] { return is_over(); });
+    if (is_over()) return true;
+    return m_has_input_ended && m_state == state::open &&
+           std::chrono::steady_clock::now() - m_end_of_input >= m_options.linger;
+}
+
+// The managed transport tells its close; what comes of it by then is written.
+void ws_session::close() {
+    m_feed->Close();
+    if (m_options.transport == ws_transport::system) {
+        ended(state::closed, "closed");
+        return;
+    }
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, std::chrono::seconds(10), [this] { return is_over(); });
+}
+
+int ws_session::status() const {
+    const std::lock_guard lock(m_mutex);
+    return m_state == state::failed || m_state == state::connecting ? 1 : 0;
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,63 @@
+// host/ws/ws_session.h - what "pennywort ws" does between its start and its end: lines go out as
+// messages, messages come in as lines.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "host/ws/ws_feed.h"
+#include "websocket.h"
+
+namespace pennywort::host {
+
+struct ws_options {
+    std::string url;
+    ws_transport transport = ws_transport::managed;
+    double timeout = 30;
+    std::chrono::milliseconds ping{0};    // 0: none
+    std::chrono::milliseconds linger{0};  // how long to go on when the input has ended
+};
+
+// Shared with the thread that reads the input, which may wait there for ever.
+class ws_session : public std::enable_shared_from_this<ws_session> {
+public:
+    ws_session(const ws_options& options, std::FILE* output, std::FILE* errors)
+        : m_options(options), m_output(output), m_errors(errors) {}
+
+    // False when memory is out.
+    bool open();
+    // From the thread that reads: one line of the input, and its end.
+    void send(const std::string& line);
+    void input_ended();
+    // Waits a little; true when the session is over.
+    bool wait(std::chrono::milliseconds time);
+    void ping() { m_feed->SendPing(); }
+    void close();
+    // 0 when the connection stood and was not lost.
+    int status() const;
+
+private:
+    enum class state { connecting, open, closed, failed };
+
+    void opened();
+    void received(const char* text);
+    void ended(state how, const std::string& words);
+    void tell(const std::string& line);
+    bool is_over() const { return m_state == state::closed || m_state == state::failed; }
+
+    const ws_options m_options;
+    std::FILE* const m_output;
+    std::FILE* const m_errors;
+    std::shared_ptr<cWebSocket> m_feed;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    state m_state = state::connecting;
+    bool m_has_input_ended = false;
+    std::chrono::steady_clock::time_point m_end_of_input;
+};
+
+}  // namespace pennywort::host

@@ -223,9 +223,10 @@ void display_engine::wait_until_closed(const webdisplay_cef_state& state, bool i
     if (message_pump::inside_work() || !cef::running()) return;
     shared_life& life = state.client->life();
     for (int round = 0; round < k_close_rounds; ++round) {
-        if (life.wait(k_close_round_us)) return;
-        if (!is_asked) is_asked = ask_to_close(state);  // memory was out
+        const bool is_gone = life.wait(k_close_round_us);
+        if (!is_gone && !is_asked) is_asked = ask_to_close(state);  // memory was out
         if (cef::on_ui_thread()) message_pump::work_once();
+        if (is_gone) return;
     }
     zTraceManager::Default()->TraceNote(
         "cWebDisplayCEFBrowser::Close: the runtime did not close the page in time\n");

@@ -96,6 +96,7 @@ void message_pump::work_and_go_on() {
     const auto begin = m_clock.now();
     t_frame_painted = false;
     work_once();
+    if (m_timer == nullptr) return;  // the system had none to give, and the tick was a wake
     if (m_clock.now() - begin >= k_kept_by_work) {
         m_timer->request(0);
     } else if (t_frame_painted) {
@@ -124,7 +125,7 @@ void message_pump::wake() {
         target().is_woken = false;
         if (target().pump != nullptr) target().pump->tick();
     };
-    if (!run::guarded_or(false, "message_pump", "wake",
+    if (!run::guarded_or(false, "cWebDisplayCEFBrowserManager", "a wake",
                          [&] { return loop->Post(tick_now) == 0; })) {
         target().is_woken = false;
     }

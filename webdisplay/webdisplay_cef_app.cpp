@@ -25,12 +25,6 @@ constexpr std::pair<std::string_view, std::string_view> k_switches[] = {
     {"autoplay-policy", "no-user-gesture-required"},
 };
 
-// Without it the runtime asks the user and not the client, whatever the client answers: it never
-// calls GetAuthCredentials, waits for a prompt that needs a window, and a page that wants a
-// password fails when its display closes. With it the client is asked, refuses, and the page is
-// shown.
-constexpr std::string_view k_ask_the_client = "disable-chrome-login-prompt";
-
 }  // namespace
 
 webdisplay_cef_app::webdisplay_cef_app(std::vector<command_line_switch> host_switches,
@@ -45,7 +39,6 @@ void webdisplay_cef_app::OnBeforeCommandLineProcessing(const std::string& proces
                                                        cef_command_line_t* command_line) {
     if (process_type.empty()) cef::hear_wishes_meanwhile();
     for (const auto& [name, value] : k_switches) append(command_line, name, value);
-    if (process_type.empty()) append(command_line, k_ask_the_client, "");
     append_hosts(command_line);
 }
 

@@ -25,6 +25,10 @@ browser_runtime::browser_runtime(pump_pacing pacing, bool gpu) {
                                                     : cWebDisplayPacing::OnRequest);
     // Containers have a shared memory file system of 64 MB, which one large page fills.
     manager::AddCommandLineSwitch("disable-dev-shm-usage", nullptr);
+    // Without it the runtime asks the user and not the client, whatever the client answers: it
+    // waits for a prompt that needs a window, and a page that wants a password fails when its
+    // display closes. With it the client is asked, refuses, and the page is shown.
+    manager::AddCommandLineSwitch("disable-chrome-login-prompt", nullptr);
     if (!gpu) {
         for (const auto& [name, value] : k_headless_switches)
             manager::AddCommandLineSwitch(name, value);

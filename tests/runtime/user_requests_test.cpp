@@ -10,7 +10,14 @@ namespace {
 
 using testing::PrintToString;
 
-class UserRequests : public HostilePage {};
+class UserRequests : public HostilePage {
+protected:
+    // As a host that does not want its pages to wait for a prompt; ours is one.
+    void add_switches() override {
+        HostilePage::add_switches();
+        cWebDisplayCEFBrowserManager::AddCommandLineSwitch("disable-chrome-login-prompt", nullptr);
+    }
+};
 
 struct request_case {
     const char* name;

@@ -137,7 +137,6 @@ TEST_F(StartupTest, EveryProcessGetsTheSwitchesInTheirOrder) {
         want.push_back({type, "enable-system-flash", "", false});
         want.push_back({type, "disk-cache-size", "25000000", true});
         want.push_back({type, "autoplay-policy", "no-user-gesture-required", true});
-        if (type.empty()) want.push_back({type, "disable-chrome-login-prompt", "", false});
     }
     EXPECT_EQ(fake().switches(), want);
 }
@@ -147,8 +146,8 @@ TEST_F(StartupTest, TheApplicationDoesNotLookAtTheKindOfProcess) {
     fake().launch_helper("renderer");
     fake().add_switches("renderer");
     const auto all = fake().switches();
-    ASSERT_EQ(all.size(), 13u);
-    for (std::size_t i = 5; i < 9; ++i) EXPECT_EQ(all[i], all[i + 4]);
+    ASSERT_EQ(all.size(), 12u);
+    for (std::size_t i = 4; i < 8; ++i) EXPECT_EQ(all[i], all[i + 4]);
 }
 
 TEST_F(StartupTest, TheHostsSwitchesReachEveryProcess) {
@@ -156,9 +155,9 @@ TEST_F(StartupTest, TheHostsSwitchesReachEveryProcess) {
     start();
     fake().launch_helper("renderer");
     const auto all = fake().switches();
-    ASSERT_EQ(all.size(), 11u);
-    EXPECT_EQ(all[5], (fake_cef_switch{"", "of-the-host", "its value", true}));
-    EXPECT_EQ(all[10], (fake_cef_switch{"renderer", "of-the-host", "its value", true}));
+    ASSERT_EQ(all.size(), 10u);
+    EXPECT_EQ(all[4], (fake_cef_switch{"", "of-the-host", "its value", true}));
+    EXPECT_EQ(all[9], (fake_cef_switch{"renderer", "of-the-host", "its value", true}));
 }
 
 TEST_F(StartupTest, TheHostsSwitchesComeAfterThem) {
@@ -169,10 +168,10 @@ TEST_F(StartupTest, TheHostsSwitchesComeAfterThem) {
     manager::AddCommandLineSwitch("", "x");
     start();
     const auto switches = fake().switches();
-    ASSERT_EQ(switches.size(), 8u);
-    EXPECT_EQ(switches[5], (fake_cef_switch{"", "plain", "", false}));
-    EXPECT_EQ(switches[6], (fake_cef_switch{"", "empty", "", false}));
-    EXPECT_EQ(switches[7], (fake_cef_switch{"", "with-value", "a b=\"c\"", true}));
+    ASSERT_EQ(switches.size(), 7u);
+    EXPECT_EQ(switches[4], (fake_cef_switch{"", "plain", "", false}));
+    EXPECT_EQ(switches[5], (fake_cef_switch{"", "empty", "", false}));
+    EXPECT_EQ(switches[6], (fake_cef_switch{"", "with-value", "a b=\"c\"", true}));
 }
 
 }  // namespace

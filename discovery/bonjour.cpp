@@ -147,10 +147,25 @@ void cBonjour::end_service(service_list& list, cBonjourService* service) {
     library->DNSServiceRefDeallocate(service->reference);
 }
 
+bool cBonjour::HasLostDaemon() const {
+    const auto has_dead = [](const service_list& list) {
+        for (std::int32_t i = 0; i < list.Count(); ++i) {
+            if (is_dead(list[i]->reference)) return true;
+        }
+        return false;
+    };
+    return has_dead(m_registered_list) || has_dead(m_browse_list);
+}
+
+long cBonjour::LastError() const { return m_last_error; }
+
 // --- Registering
 
-void cBonjour::register_reply(Reference, std::uint32_t, std::int32_t, const char*, const char*,
-                              const char*, void*) {}
+// Avahi's way to say that the daemon has ended, for a browse too.
+void cBonjour::register_reply(Reference reference, std::uint32_t, std::int32_t error, const char*,
+                              const char*, const char*, void*) {
+    if (error != k_dnssd_no_error) give_up(reference, error);
+}
 
 long cBonjour::Service_Register(const char* type, long port, const char* txt) {
     return register_service({"", type, port, item_at(txt)});
@@ -166,6 +181,7 @@ long cBonjour::Service_Advertise(const char* name, const char* type, long port, 
 }
 
 long cBonjour::register_service(const registration& what) {
+    m_last_error = k_dnssd_no_error;
     if (!is_usable() || !is_speakable(what.type) || !is_speakable(what.name)) return k_refused;
     return guarded_long("registering", [&] {
         auto service =
@@ -179,11 +195,11 @@ long cBonjour::register_service(const registration& what) {
 
 bool cBonjour::register_start(cBonjourService& service, const registration& what) {
     const auto port = network_order(static_cast<std::uint16_t>(what.port));
-    const int error = m_lib->DNSServiceRegister(
+    m_last_error = m_lib->DNSServiceRegister(
         &service.reference, 0, k_any_interface, or_null(service.name), service.type.CString(),
         or_null(service.domain), nullptr, port, static_cast<std::uint16_t>(what.txt.size()),
         what.txt.empty() ? nullptr : what.txt.data(), &cBonjour::register_reply, nullptr);
-    return error == k_dnssd_no_error && attach(service, m_registered_list);
+    return m_last_error == k_dnssd_no_error && attach(service, m_registered_list);
 }
 
 long cBonjour::Service_Unregister(const char* type, long port) {
@@ -208,6 +224,7 @@ long cBonjour::StartObservingOnce(long observerId, const char* type, unsigned lo
 }
 
 long cBonjour::observe(const browse_request& what) {
+    m_last_error = k_dnssd_no_error;
     if (!is_usable() || what.observer == 0) return k_refused;
     if (!is_valid_service_type(what.type) || !is_speakable(what.type)) return k_refused;
     return guarded_long("observing", [&] {
@@ -235,10 +252,10 @@ cBonjourService* cBonjour::browse_start(const browse_request& what) {
     service->number = ++m_life->last_browse;
     if (what.is_once) service->known = std::make_unique<known_services>();
     const std::uint32_t where = (what.flags & 1) != 0 ? k_local_only : k_any_interface;
-    const int error =
+    m_last_error =
         m_lib->DNSServiceBrowse(&service->reference, 0, where, service->type.CString(),
                                 or_null(service->domain), &cBonjour::browse_reply, m_life.get());
-    if (error != k_dnssd_no_error || !attach(*service, m_browse_list)) return nullptr;
+    if (m_last_error != k_dnssd_no_error || !attach(*service, m_browse_list)) return nullptr;
     return service.release();
 }
 
@@ -262,7 +279,8 @@ void cBonjour::browse_reply(Reference reference, std::uint32_t flags, std::uint3
                             std::int32_t error, const char* name, const char* type,
                             const char* domain, void* context) {
     cBonjour* const owner = owner_of(context);
-    if (owner == nullptr || error != k_dnssd_no_error) return;
+    if (owner == nullptr) return;
+    if (error != k_dnssd_no_error) return give_up(reference, error);
     const std::int32_t event = (flags & k_dnssd_flag_add) != 0 ? k_service_found : k_service_gone;
     run::guarded("cBonjour", "a change", [&] {
         owner->browse_changed(reference, {event, interfaceIndex, name, type, domain});

@@ -19,6 +19,7 @@ namespace {
 struct reference_slot {
     cBonjourLib::Reference reference = nullptr;
     std::shared_ptr<cBonjourLib> library;  // stays loaded while a call of it is under way
+    bool is_dead = false;
 };
 
 struct process_state {
@@ -37,7 +38,7 @@ process_state& process() {
 
 // False when no more will come.
 bool process_arrival(int number) {
-    const auto& slot = process().slots[static_cast<std::size_t>(number)];
+    auto& slot = process().slots[static_cast<std::size_t>(number)];
     const cBonjourLib::Reference reference = slot.reference;
     const std::shared_ptr<cBonjourLib> library = slot.library;
     if (reference == nullptr) return true;
@@ -49,6 +50,8 @@ bool process_arrival(int number) {
     if (error == k_dnssd_no_error) return true;
     zTraceManager::Default()->TraceNote("cBonjour: DNSServiceProcessResult - failed (err=%d)\n",
                                         error);
+    // A sink of traces may have put another one in meanwhile.
+    if (slot.reference == reference) slot.is_dead = true;
     return false;
 }
 
@@ -58,7 +61,7 @@ int take_slot(cBonjourLib::Reference reference, const std::shared_ptr<cBonjourLi
         return one.reference == nullptr;
     });
     if (free == slots.end()) return -1;
-    *free = {reference, library};
+    *free = {reference, library, false};
     return static_cast<int>(free - slots.begin());
 }
 
@@ -96,6 +99,24 @@ void take_out(cBonjourLib::Reference reference, cBonjourLib& library) {
     give_back_slots(reference);
     process().events->unwatch(library.DNSServiceRefSockFD(reference));
     give_up_use();
+}
+
+void give_up(cBonjourLib::Reference reference, int error) {
+    for (reference_slot& one : process().slots) {
+        if (one.reference != reference || reference == nullptr) continue;
+        one.is_dead = true;
+        run::guarded("cBonjour", "tracing", [error] {
+            zTraceManager::Default()->TraceNote("cBonjour: nothing more comes (err=%d)\n", error);
+        });
+        return;
+    }
+}
+
+bool is_dead(cBonjourLib::Reference reference) {
+    const auto& slots = process().slots;
+    return std::any_of(slots.begin(), slots.end(), [reference](const reference_slot& one) {
+        return one.reference == reference && one.is_dead;
+    });
 }
 
 event_calls& event_calls_in_use() {

@@ -17,4 +17,9 @@ bool put_in(cBonjourLib::Reference reference, const std::shared_ptr<cBonjourLib>
 // Ends that; also from within a call of the library's. Only for a reference that was put in.
 void take_out(cBonjourLib::Reference reference, cBonjourLib& library);
 
+// The library has said that nothing more comes for the reference.
+void give_up(cBonjourLib::Reference reference, int error);
+// Whether it has, or something arrived that could not be processed.
+bool is_dead(cBonjourLib::Reference reference);
+
 }  // namespace pennywort::discovery

@@ -119,8 +119,9 @@ public:
 
     // Advertises a service under the computer's name. `txt` is one item of a TXT record: a byte
     // with the length of the text behind it; null or a length of 0 stand for no record. 0, or -1.
-    // That the name is taken, or that the system's daemon ends later, is not reported; the system
-    // finds another name, and a daemon that comes back knows nothing of the service.
+    // Where another machine has the name, the system finds another one; whether one that this
+    // machine has is refused is the system's matter (Avahi refuses it). A daemon that ends later
+    // and comes back knows nothing of the service: see HasLostDaemon.
     long Service_Register(const char* type, long port, const char* txt);
     // Withdraws every service whose type begins with `type` (null: any) and whose port is `port`
     // (0: any). -1 when there is none.
@@ -156,6 +157,15 @@ public:
     // it is seen on, and is gone when it is gone from all of them; then with what was last known of
     // it, and without looking it up. What could not be looked up is not reported.
     long StartObservingOnce(long observerId, const char* type, unsigned long flags);
+
+    // Whether the system's daemon has ended, or given something up, since that which is still
+    // registered or watched was asked for: it is dead, and has to be withdrawn or stopped and
+    // asked for anew. Seen by the message loop; not of what is past the 255 that it serves.
+    bool HasLostDaemon() const;
+    // What the DNS-SD library said when it refused the last request to register, advertise or
+    // observe: a number of its dns_sd.h, such as -65548 for a name that is taken. 0 where it was
+    // not asked, or did not refuse.
+    long LastError() const;
 
 private:
     using service_list = zList<cBonjourService*>;
@@ -209,4 +219,5 @@ private:
     service_list m_registered_list;
     // Tells those who are inside a call of this object's that it has ended meanwhile.
     std::shared_ptr<pennywort::discovery::life> m_life;
+    std::int32_t m_last_error = 0;
 };

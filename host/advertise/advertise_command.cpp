@@ -43,7 +43,8 @@ const char* advertise_command::footer() const {
     return R"(Examples:
   pennywort advertise http 8080
   pennywort advertise _osc._udp 9000 path=/mixer version=2 --name "Studio 2"
-The service is advertised until Ctrl-C. Where the name is taken, the system finds another one.
+The service is advertised until Ctrl-C. Where another machine has the name, the system finds
+another one; where this machine has it, Avahi refuses it.
 Exit status: 0 ended by Ctrl-C, 1 failed, 2 wrong arguments.)";
 }
 
@@ -84,11 +85,17 @@ int advertise_command::run(const console& out) {
     const long status =
         bonjour.Service_Advertise(m_options.name.c_str(), m_options.type.c_str(), m_options.port,
                                   m_options.text.CString(), m_options.text.Length());
-    if (status != 0) return fail(out, dnssd_failure());
+    if (status != 0) return fail(out, dnssd_failure(bonjour));
     std::fprintf(out.output(), "advertising %s port %d\n", m_options.type.c_str(), m_options.port);
     std::fflush(out.output());
-    while (interrupt.status() == 0) zMessageLoop::RunOnce(k_loop_microseconds);
-    return k_exit_fine;
+    while (interrupt.status() == 0 && !bonjour.HasLostDaemon()) {
+        zMessageLoop::RunOnce(k_loop_microseconds);
+    }
+    return interrupt.status() != 0
+               ? k_exit_fine
+               : fail(
+                     out,
+                     "the DNS-SD daemon has ended or refuses: the service is no longer advertised");
 }
 
 std::unique_ptr<command> make_advertise_command() { return std::make_unique<advertise_command>(); }

@@ -105,9 +105,10 @@ int discover_command::run(const console& out) {
         m_options.is_each
             ? bonjour.StartObserving(printer.code(), m_options.type.c_str(), flags)
             : bonjour.StartObservingOnce(printer.code(), m_options.type.c_str(), flags);
-    if (status != 0) return fail(out, dnssd_failure());
+    if (status != 0) return fail(out, dnssd_failure(bonjour));
     const run::deadline end = end_of(m_options);
     while (interrupt.status() == 0 && !end.has_passed() && !printer.has_failed()) {
+        if (bonjour.HasLostDaemon()) return fail(out, "the DNS-SD daemon has ended");
         zMessageLoop::RunOnce(k_loop_microseconds);
     }
     return printer.has_failed() ? fail(out, "standard output takes nothing") : k_exit_fine;

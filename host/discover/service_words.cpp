@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <string_view>
 
-#include "bonjour.h"
 #include "core/text/utf8.h"
 
 namespace pennywort::host {
@@ -15,6 +14,9 @@ namespace {
 
 constexpr std::uint64_t k_what = 0x77686174;
 constexpr std::int32_t k_found = 0x63426A2B;
+// Of dns_sd.h.
+constexpr long k_unsupported = -65544;
+constexpr long k_name_taken = -65548;
 constexpr std::size_t k_max_service_word = 15;  // RFC 6335, section 5.1
 
 bool is_service_word(std::string_view text) {
@@ -26,12 +28,16 @@ bool is_service_word(std::string_view text) {
            std::all_of(text.begin(), text.end(), is_of_word);
 }
 
+// Marks that turn the direction of what follows, break the line, or make two names look the same.
+bool is_unseen(std::uint32_t point) {
+    return point == 0xAD || point == 0x61C || point == 0x180E ||
+           (point >= 0x200B && point <= 0x200F) || (point >= 0x2028 && point <= 0x202E) ||
+           (point >= 0x2060 && point <= 0x206F) || point == 0xFEFF;
+}
+
 bool is_plain(const text::utf8_piece& piece) {
     const bool is_control = piece.point < 0x20 || (piece.point >= 0x7F && piece.point < 0xA0);
-    // Marks that turn the direction of what follows on a terminal.
-    const bool is_turn = (piece.point >= 0x202A && piece.point <= 0x202E) ||
-                         (piece.point >= 0x2066 && piece.point <= 0x2069);
-    return piece.is_valid && !is_control && !is_turn;
+    return piece.is_valid && !is_control && !is_unseen(piece.point);
 }
 
 std::string shown(std::string_view text) {
@@ -107,11 +113,22 @@ json service_json(const zRecord& notification) {
     return value;
 }
 
-std::string dnssd_failure() {
-    return cBonjour::SystemHasBonjour()
-               ? "the DNS-SD daemon refuses; is it running (on Linux avahi-daemon)?"
-               : "there is no DNS-SD library here; it comes with Bonjour on Windows, with "
-                 "libavahi-compat-libdnssd1 on Debian";
+std::string dnssd_refusal(long error) {
+    switch (error) {
+        case k_name_taken:
+            return "this machine has a service of that type and name already; give another name "
+                   "with --name";
+        case k_unsupported:
+            return "the DNS-SD library of this machine cannot do that; Avahi's has no --local";
+        default:
+            return "the DNS-SD daemon refuses; is it running (on Linux avahi-daemon)?";
+    }
+}
+
+std::string dnssd_failure(const cBonjour& bonjour) {
+    if (cBonjour::SystemHasBonjour()) return dnssd_refusal(bonjour.LastError());
+    return "there is no DNS-SD library here; it comes with Bonjour on Windows, with "
+           "libavahi-compat-libdnssd1 on Debian";
 }
 
 }  // namespace pennywort::host

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "bonjour.h"
 #include "host/app/json.h"
 #include "loam/record.h"
 
@@ -17,7 +18,9 @@ std::string take_service_type(const std::string& text, std::string& type);
 std::string service_line(const zRecord& notification);
 json service_json(const zRecord& notification);
 
-// Why nothing can be registered or looked for.
-std::string dnssd_failure();
+// What a refusal of the DNS-SD library means, by its number.
+std::string dnssd_refusal(long error);
+// Why nothing could be registered or looked for.
+std::string dnssd_failure(const cBonjour& bonjour);
 
 }  // namespace pennywort::host

@@ -130,7 +130,7 @@ void advertise(const live_options& options, std::int32_t port, cBonjour& bonjour
         bonjour.Service_Advertise("", "_http._tcp.", port, text.CString(), text.Length());
     if (status == 0) return;
     zTraceManager::Default()->TraceNote("pennywort live: not advertised: %s\n",
-                                        dnssd_failure().c_str());
+                                        dnssd_failure(bonjour).c_str());
 }
 
 // The display and what it shows, until the user wants the end. Its server goes before it, so that

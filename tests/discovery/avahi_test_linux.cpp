@@ -258,7 +258,9 @@ TEST(Avahi, ADaemonThatIsKilledLeavesTheLoopQuietAndServesAgain) {
     ASSERT_TRUE(loop_until([&] { return ears.count('+', "host-a") > 0; }));
     {
         const collected_traces traces;
+        EXPECT_FALSE(bonjour.HasLostDaemon());
         daemon("a", "kill");
+        EXPECT_TRUE(loop_until([&] { return bonjour.HasLostDaemon(); }));
         EXPECT_TRUE(loop_until([] { return busy_turns() == 0; })) << "the loop spins";
     }
     daemon("a", "start");
@@ -357,6 +359,30 @@ TEST(AvahiProgram, WithoutADaemonSaysSo) {
         "pennywort: the DNS-SD daemon refuses; is it running (on Linux avahi-daemon)?\n1\n";
     EXPECT_EQ(output_of(PENNYWORT_PROGRAM " discover http; echo $?"), refusal);
     EXPECT_EQ(output_of(PENNYWORT_PROGRAM " advertise http 80; echo $?"), refusal);
+}
+
+TEST(AvahiProgram, ADaemonThatEndsIsAFailure) {
+    shell advertiser(PENNYWORT_PROGRAM " advertise http 80; echo $?");
+    ASSERT_TRUE(advertiser.says("advertising")) << advertiser.text();
+    shell discoverer(PENNYWORT_PROGRAM " discover http; echo $?");
+    ASSERT_TRUE(discoverer.says("found host-a ")) << discoverer.text();
+    daemon("a", "kill");
+    EXPECT_TRUE(discoverer.says("pennywort: the DNS-SD daemon has ended\n1\n"))
+        << discoverer.text();
+    EXPECT_TRUE(
+        advertiser.says("pennywort: the DNS-SD daemon has ended or refuses: the service is no "
+                        "longer advertised\n1\n"))
+        << advertiser.text();
+}
+
+TEST(AvahiProgram, SaysWhyItIsRefused) {
+    shell first(PENNYWORT_PROGRAM " advertise http 80 --name Twice");
+    ASSERT_TRUE(first.says("advertising")) << first.text();
+    const std::string second =
+        output_of(PENNYWORT_PROGRAM " advertise http 81 --name Twice; echo $?");
+    EXPECT_NE(second.find("give another name with --name\n1\n"), std::string::npos) << second;
+    const std::string local = output_of(PENNYWORT_PROGRAM " discover http --local; echo $?");
+    EXPECT_NE(local.find("Avahi's has no --local\n1\n"), std::string::npos) << local;
 }
 
 TEST(AvahiProgram, ADiscoveryEndsWithItsReader) {

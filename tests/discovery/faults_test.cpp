@@ -62,6 +62,54 @@ TEST_F(Faults, ADaemonThatEndsIsTracedOnceForEachAndLeavesTheLoopQuiet) {
     EXPECT_EQ(fake_dnssd::live_references(), 0);
 }
 
+TEST_F(Faults, ADaemonThatEndsIsKnownUntilAllIsAskedAnew) {
+    cBonjour bonjour;
+    cBonjour other;
+    bonjour.Service_Register(k_http, 1, nullptr);
+    bonjour.StartObserving(1, k_http, 0);
+    run_loop();
+    EXPECT_FALSE(bonjour.HasLostDaemon());
+    const collected_traces traces;
+    fake_dnssd::kill_daemon();
+    run_loop();
+    EXPECT_TRUE(bonjour.HasLostDaemon());
+    EXPECT_FALSE(other.HasLostDaemon()) << "it had nothing to lose";
+    fake_dnssd::start_daemon();
+    bonjour.StopObserving(1);
+    EXPECT_TRUE(bonjour.HasLostDaemon()) << "the registration is dead still";
+    bonjour.Service_Unregister(k_http, 1);
+    EXPECT_FALSE(bonjour.HasLostDaemon());
+    bonjour.Service_Register(k_http, 1, nullptr);
+    run_loop();
+    EXPECT_FALSE(bonjour.HasLostDaemon());
+}
+
+// Avahi says so in the browse's own words.
+TEST_F(Faults, ABrowseThatTheDaemonGivesUpIsKnown) {
+    cBonjour bonjour;
+    bonjour.StartObserving(1, k_http, 0);
+    const collected_traces traces;
+    fake_dnssd::tell(k_http, {0, 0, -65537, nullptr, nullptr, nullptr});
+    run_loop();
+    EXPECT_TRUE(bonjour.HasLostDaemon());
+    EXPECT_EQ(traces.text(), "cBonjour: nothing more comes (err=-65537)\n");
+}
+
+TEST_F(Faults, WhatTheLibrarySaidOfARefusalIsKept) {
+    cBonjour bonjour;
+    EXPECT_EQ(bonjour.LastError(), 0);
+    fake_dnssd::fail("Register", -65548, 1);
+    EXPECT_EQ(bonjour.Service_Register(k_http, 1, nullptr), -1);
+    EXPECT_EQ(bonjour.LastError(), -65548);
+    EXPECT_EQ(bonjour.Service_Register(k_http, 1, nullptr), 0);
+    EXPECT_EQ(bonjour.LastError(), 0);
+    fake_dnssd::fail("Browse", -65544, 1);
+    EXPECT_EQ(bonjour.StartObservingOnce(1, k_http, 1), -1);
+    EXPECT_EQ(bonjour.LastError(), -65544);
+    EXPECT_EQ(bonjour.StartObserving(0, k_http, 0), -1);
+    EXPECT_EQ(bonjour.LastError(), 0) << "the library was not asked";
+}
+
 TEST_F(Faults, ADaemonThatComesBackServesWhoAsksAnew) {
     cBonjour bonjour;
     const listener ears;

@@ -83,6 +83,21 @@ TEST(ServiceLine, LetsNobodyWriteToTheTerminal) {
               "found a\\x1B[2Jb\\x0Ac\\x7F\\xC2\\x9Bd\\xE2\\x80\\xAEe studio.local:8080");
 }
 
+TEST(ServiceLine, HidesNothing) {
+    const std::string marks =
+        "\xD8\x9C|\xE2\x80\x8B|\xE2\x80\x8F|\xE2\x80\xA8|\xE2\x80\xA9|\xE2\x81\xA0|"
+        "\xE2\x81\xAF|\xEF\xBB\xBF|\xC2\xAD";
+    EXPECT_EQ(service_line(notification(0x63426A2B, marks)),
+              "found \\xD8\\x9C|\\xE2\\x80\\x8B|\\xE2\\x80\\x8F|\\xE2\\x80\\xA8|\\xE2\\x80\\xA9|"
+              "\\xE2\\x81\\xA0|\\xE2\\x81\\xAF|\\xEF\\xBB\\xBF|\\xC2\\xAD studio.local:8080");
+}
+
+TEST(DnssdRefusal, SaysWhatToDo) {
+    EXPECT_NE(dnssd_refusal(-65548).find("--name"), std::string::npos);
+    EXPECT_NE(dnssd_refusal(-65544).find("--local"), std::string::npos);
+    EXPECT_NE(dnssd_refusal(-65537).find("is it running"), std::string::npos);
+}
+
 TEST(ServiceJson, HasTheSame) {
     zRecord record = notification(0x63426A2B, "Camera");
     auto* const items = new zRecord;

@@ -156,6 +156,25 @@ TEST_F(Observe, HearTheLongestKey) {
     EXPECT_STREQ(ears.heard()[0].Child(0)->VariableName(0), std::string(255, 'k').c_str());
 }
 
+// The library walks to each item from the front of what it is shown.
+TEST_F(Observe, HearALongRecordWholeWithoutAWalkThroughAllOfIt) {
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObserving(ears.id(), k_http, 0);
+    std::string txt(1000, '\0');
+    for (int i = 100; i < 400; ++i) txt += "\x05" + std::to_string(i) + "=v";
+    serve("Camera", 1, txt + "\x05" + "cut");
+    tell("Camera");
+    run_loop();
+    ASSERT_EQ(ears.heard().size(), 1u);
+    const zRecord& items = *ears.heard()[0].Child(0);
+    EXPECT_EQ(items.VariableCount(), 301u) << "one has no key";
+    for (int i = 100; i < 400; ++i) {
+        EXPECT_EQ(items.AsString(std::to_string(i).c_str(), ""), "v") << i;
+    }
+    EXPECT_LE(fake_dnssd::highest_item(), 64);
+}
+
 TEST_F(Observe, HearWhatIsBehindAnItemThatCannotBeRead) {
     cBonjour bonjour;
     const listener ears;

@@ -1,6 +1,7 @@
 // fake_dnssd.cpp - see the header.
 #include "tests/fakes/fake_dnssd.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,6 +69,7 @@ struct state {
     bytes registered_txt;
     std::map<text, planned_failure, std::less<>, c_memory<std::pair<const text, planned_failure>>>
         failures;
+    int highest_item = 0;
     bool is_next_socket_broken = false;
     void (*hook)(const char*, void*) = nullptr;
     void* hook_context = nullptr;
@@ -260,6 +262,7 @@ FAKE_DNSSD_API int TXTRecordGetItemAtIndex(std::uint16_t length, const void* txt
                                            std::uint8_t* value_length, const void** value) {
     constexpr int k_no_memory = -65539;
     if (const int error = begin("Item", ""); error != 0) return error;
+    the().highest_item = std::max<int>(the().highest_item, index);
     const auto* at = static_cast<const unsigned char*>(txt);
     const auto* const end = at + length;
     for (std::uint16_t i = 0; at < end && i < index; ++i) at += *at + 1;
@@ -295,6 +298,7 @@ void reset() {
 const char* calls() { return the().calls.c_str(); }
 void forget_calls() { the().calls.clear(); }
 int live_references() { return the().live; }
+int highest_item() { return the().highest_item; }
 int waits() { return the().waits; }
 
 const void* registered_txt(int* length) {

@@ -27,6 +27,9 @@ FAKE_DNSSD_API int waits();
 // The bytes of the last registration's TXT record.
 FAKE_DNSSD_API const void* registered_txt(int* length);
 
+// The highest index that an item of a TXT record was asked for by.
+FAKE_DNSSD_API int highest_item();
+
 // The next so many calls of a function ("Register", "Browse", "Resolve", "ProcessResult",
 // "Item") return
 // this error.

@@ -86,7 +86,8 @@ std::string listen_failure(const live_options& options, zStatus status) {
     const std::string where = options.listen + " port " + std::to_string(options.port);
     return status == zSocket::k_address_in_use
                ? where + " is taken: give another one with --port, or 0 for any"
-               : "cannot listen on " + where + " (" + std::to_string(status) + ")";
+               : "cannot listen on " + where +
+                     ": this machine has no such address, or you have no right to the port";
 }
 
 // The page works on this machine all the same, so this is no reason to end.

@@ -5,6 +5,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "core/http/url.h"
 #include "core/text/numbers.h"
 #include "host/app/option_values.h"
 
@@ -12,10 +13,11 @@ namespace pennywort::host {
 
 namespace {
 
-// An empty address would stand for all of the machine's, which has to be asked for.
+// An empty address would stand for all of the machine's, which has to be asked for. One of IPv4 is
+// what may end one of IPv6.
 bool is_numeric_address(const std::string& text) {
-    const bool has_separator = text.find_first_of(".:") != std::string::npos;
-    return has_separator && text.find_first_not_of("0123456789abcdefABCDEF.:") == std::string::npos;
+    if (text.find(':') != std::string::npos) return http::is_ipv6_address(text);
+    return text.find('.') != std::string::npos && http::is_ipv6_address("::" + text);
 }
 
 }  // namespace

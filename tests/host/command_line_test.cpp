@@ -183,5 +183,19 @@ TEST(CommandLine, OptionsMayStandBeforeThePages) {
     EXPECT_TRUE(options->json);
 }
 
+TEST(CommandLine, OnlyAWholeNumericAddressIsListenedOn) {
+    const auto verdict_of = [](const char* address) {
+        return parse_command_line({"live", "about:blank", "--listen", address}).what;
+    };
+    for (const char* const good :
+         {"127.0.0.1", "0.0.0.0", "::", "::1", "fd09::1", "::ffff:1.2.3.4"}) {
+        EXPECT_EQ(verdict_of(good), command_line::verdict::run) << good;
+    }
+    for (const char* const bad : {"1.2.3", "1.2.3.4.5", "256.1.1.1", "1.2.3.", "ab.cd.ef.12",
+                                  ":::", "1:2", "a.b", "1", "localhost", ""}) {
+        EXPECT_EQ(verdict_of(bad), command_line::verdict::refuse) << bad;
+    }
+}
+
 }  // namespace
 }  // namespace pennywort::host

@@ -61,6 +61,7 @@ TEST_F(LiveProgram, WrongArgumentsEndWithStatus2AndOneLine) {
     expect_refusal("about:blank --port http", 2, "--port http");
     expect_refusal("about:blank --listen ''", 2, "--listen");
     expect_refusal("about:blank --listen studio", 2, "--listen studio");
+    expect_refusal("about:blank --listen 1.2.3", 2, "--listen 1.2.3");
     expect_refusal("about:blank --seconds 5", 2, "--seconds");
 }
 
@@ -75,7 +76,8 @@ TEST_F(LiveProgram, ATakenPortIsToldBeforeTheRuntimeStarts) {
 }
 
 TEST_F(LiveProgram, AnAddressThatIsNotThisMachinesIsTold) {
-    expect_refusal("about:blank --port 0 --listen 192.0.2.1", 1, "cannot listen on 192.0.2.1");
+    expect_refusal("about:blank --port 0 --listen 192.0.2.1", 1,
+                   "cannot listen on 192.0.2.1 port 0: this machine has no such address");
 }
 
 TEST_F(LiveProgram, HelpGoesToStandardOutput) {

@@ -70,17 +70,18 @@ void for_each_line(std::string_view block, call each) {
     }
 }
 
-// What proves who asks is for the server that it was meant for.
-bool is_secret(std::string_view name) {
+// What proves who asks is for the server that it was meant for, and so is a name that the caller
+// gave that server: libcurl would keep the cookies of both under it.
+bool is_for_one_server(std::string_view name) {
     return text::equal_ignoring_case(name, "Authorization") ||
-           text::equal_ignoring_case(name, "Cookie") ||
+           text::equal_ignoring_case(name, "Host") || text::equal_ignoring_case(name, "Cookie") ||
            text::equal_ignoring_case(name, "Proxy-Authorization");
 }
 
 std::string headers_for(const std::string& headers, bool is_elsewhere, bool has_body) {
     std::string kept;
     for_each_line(headers, [&](std::string_view line) {
-        if (is_elsewhere && is_secret(name_of(line))) return;
+        if (is_elsewhere && is_for_one_server(text::trimmed(name_of(line)))) return;
         if (!has_body && text::begins_ignoring_case(name_of(line), "Content-")) return;
         kept.append(line).append("\r\n");
     });

@@ -357,10 +357,11 @@ void curl_transfer::cancel() {
 
 // 0, which ends the exchange, for a head that is too long or none.
 std::size_t curl_transfer::take_head_line(std::string_view line) {
-    m_has_moved = true;
     // Behind the body: headers that came with its last chunk.
     if (m_has_head) return line.size();
     if (std::exchange(m_is_interim, false)) m_raw_head.clear();
+    // Only the first: a server that sends line by line could hold the caller as long as it likes.
+    if (m_raw_head.empty()) m_has_moved = true;
     if (m_raw_head.size() + line.size() > k_max_head_bytes) return 0;
     const bool is_last = line == "\r\n" || line == "\n";
     append_head_line(line);
@@ -394,8 +395,8 @@ bool curl_transfer::take_head() {
 }
 
 std::size_t curl_transfer::take_body(std::string_view bytes) {
-    m_has_moved = true;
     if (m_mode == body_mode::dropped) {
+        // No move: nobody waits for these bytes longer than once.
         m_dropped += bytes.size();
         return m_dropped > k_max_skipped_bytes ? 0 : bytes.size();
     }
@@ -404,6 +405,7 @@ std::size_t curl_transfer::take_body(std::string_view bytes) {
         return CURL_WRITEFUNC_PAUSE;
     }
     m_buffer.append(bytes);
+    m_has_moved = true;
     return bytes.size();
 }
 

@@ -25,6 +25,7 @@ namespace pennywort::httpclient {
 namespace {
 
 constexpr char k_user_agent[] = "Nimb Software Client";
+constexpr std::int32_t k_error_timed_out = 12002;  // as WinHTTP numbers it
 constexpr std::int32_t k_http_port = 80;
 constexpr std::int32_t k_https_port = 443;
 
@@ -149,14 +150,18 @@ long cHttpSession_winhttp::make_request(const proxy_choice& proxy, const zRecord
                                         const void* body, std::uint32_t length) {
     const long url_result = ValidateURL(std::string(m_url.View()));
     if (url_result != k_ok) return url_result;
-    target to;
-    if (const long result = split_url(to); result != k_ok) return result;
+    // The response before this request is gone, whatever becomes of the request.
     m_transport->close_all();
+    target to;
+    m_last_result = split_url(to);
+    if (m_last_result != k_ok) return m_last_result;
     if (const long result = open_session(proxy); result != k_ok) return result;
     // A stop from before that has been forgotten by the session that is open now.
     if (m_is_stopped) return k_stopped;
     if (const long result = connect(to); result != k_ok) return result;
     if (!m_transport->open_request(verb_text(m_verb), to.object, to.is_secure)) return k_not_opened;
+    // One from before that has found no request that it could have ended.
+    if (m_is_stopped) return k_stopped;
     m_transport->set_timeouts(milliseconds(m_timeout_seconds));
     std::string block;
     if (const long result = header_block(headers, block); result != k_ok) return result;
@@ -221,6 +226,8 @@ long cHttpSession_winhttp::header_block(const zRecord* headers, std::string& blo
         char scratch[64];
         const char* const value = headers->AsCString(name, nullptr, &scratch);
         if (value == nullptr) continue;
+        // It would begin a header of its own.
+        if (std::strpbrk(value, "\r\n") != nullptr) return k_send_failed;
         block.append(name).append(": ").append(value).append("\r\n");
     }
     add_credentials(headers, block);
@@ -288,9 +295,18 @@ bool cHttpSession_winhttp::step() {
     return !take(available) || is_whole();
 }
 
-// What came so far stays, and no code tells of the rest, unless somebody has asked for the end.
+// What came so far stays, and no code tells of the rest, unless somebody has asked for the end or
+// wants to know. A body that is shorter than announced has a code anyhow.
 bool cHttpSession_winhttp::end_reading() {
-    if (m_is_stopped) m_last_result = k_stopped;
+    if (m_is_stopped) {
+        m_last_result = k_stopped;
+    } else if (settings().tellBrokenBody) {
+        if (m_transport->last_error() == k_error_timed_out) {
+            m_last_result = k_timed_out;
+        } else if (m_content_length == 0) {
+            m_last_result = k_receive_failed;
+        }
+    }
     return true;
 }
 
@@ -306,7 +322,10 @@ bool cHttpSession_winhttp::take(std::uint32_t available) {
     zBuffer chunk(m_sink == nullptr ? available : 0, 0);
     const bool is_read = m_sink != nullptr ? read_into_sink(needed, available)
                                            : m_transport->read(chunk.Data(), available);
-    if (!is_read) return false;
+    if (!is_read) {
+        end_reading();
+        return false;
+    }
     m_bytes_received += available;
     return !m_chunk_callback || m_chunk_callback(chunk);
 }

@@ -178,7 +178,9 @@ bool curl_transport::query(header_query what, std::string& out) const {
             found = headers.find("Content-Type");
             break;
         case header_query::content_length:
-            found = headers.find("Content-Length");
+            // A length beside a coding that shows the end by itself counts for nothing.
+            found =
+                headers.find("Transfer-Encoding") ? std::nullopt : headers.find("Content-Length");
             break;
         case header_query::status_code:
             out = std::to_string(m_transfer.head().status);

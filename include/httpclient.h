@@ -35,6 +35,10 @@ struct PENNYWORT_API cHttpSessionSettings {
     std::int64_t maxResponseBytes = 0;
     // A file of certificates (PEM) that are trusted instead of the system's.
     zString caFile;
+    // Whether Response_StatusCode returns k_timed_out or k_receive_failed for a body that broke off
+    // though its length was not announced: a chunked one without its last chunk, for instance.
+    // Otherwise what came of it passes for the whole.
+    bool tellBrokenBody = false;
 };
 
 // The result codes are 0 for success and negative otherwise: -14 when the response did not come in

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -22,6 +23,7 @@ struct fake_service {
     std::vector<std::string> pieces;  // of the body
     std::map<header_query, std::string> answers;
     std::vector<proxy_choice> proxies;
+    std::function<void()> at_connect;
     std::string object;
     std::string headers;
     std::string body;
@@ -53,6 +55,7 @@ public:
         return m_has_session && m_service->failing.count("has_session") == 0;
     }
     bool connect(const std::string& host, std::int32_t port) override {
+        if (m_service->at_connect) m_service->at_connect();
         return step("connect " + host + " " + std::to_string(port), "connect");
     }
     bool open_request(const char* verb, const std::string& object, bool is_secure) override {

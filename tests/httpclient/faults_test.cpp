@@ -1,5 +1,6 @@
 // faults_test.cpp - peers that are not there, stall, break off or talk nonsense.
 #include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
@@ -113,18 +114,100 @@ TEST_F(FaultsTest, AHeaderOfAMebibyteIsRefused) {
 }
 
 TEST_F(FaultsTest, WhatCannotBeFetchedIsRefusedBeforeASocketIsOpened) {
-    for (const auto& [url, want] : {std::pair{"http://", -21503L},
-                                    {"ftp://host/", -21501L},
-                                    {"http:host:8080x", -21502L},
-                                    {"http:///path", -21317L},
+    for (const auto& [url, want] :
+         {std::pair{"http://", -21503L}, {"ftp://host/", -21501L}, {"http:host:8080x", -21502L}}) {
+        SCOPED_TRACE(url);
+        EXPECT_EQ(get(url), want);
+    }
+}
+
+TEST_F(FaultsTest, WhatCannotBeConnectedHasNotTheResponseOfTheRequestBefore) {
+    const scripted_peer peer(answering(answer_with("x")));
+    for (const auto& [url, want] : {std::pair{"http:///path", -21317L},
                                     {"http://host:0/", -21317L},
                                     {"http://host:65536/", -21317L},
                                     {"http://host:abc/", -21317L},
                                     {"http://[::1/", -21317L},
                                     {"http://a b/", -21317L}}) {
         SCOPED_TRACE(url);
+        EXPECT_EQ(get(peer.url()), 0);
+        EXPECT_EQ(status(), 0);
         EXPECT_EQ(get(url), want);
+        std::uint32_t code = 7;
+        EXPECT_EQ(status(&code), want);
+        EXPECT_EQ(code, 0U);
+        zRecord headers;
+        EXPECT_EQ(m_session->Response_Headers(headers), -1);
     }
+}
+
+constexpr std::string_view k_broken_bodies[] = {
+    "Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n",
+    "Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\nzz\r\n",
+    "Transfer-Encoding: chunked\r\n\r\nffffffffffffffffff\r\nhello",
+    "Transfer-Encoding: foo\r\n\r\nhello", "Content-Length: 10\r\n\r\n"};
+
+TEST_F(FaultsTest, ABodyThatBreaksOffIsToldWhereThatIsSet) {
+    if (runs_under_wine()) GTEST_SKIP() << "Wine waits for ever behind a chunk that is none";
+    for (const std::string_view rest : k_broken_bodies) {
+        SCOPED_TRACE(rest);
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.receive_head();
+            connection.send("HTTP/1.1 200 OK\r\n" + std::string(rest));
+        });
+        m_session->SetSettings({});
+        EXPECT_EQ(get(peer.url()), 0);
+        EXPECT_EQ(status(), 0);
+        cHttpSessionSettings settings;
+        settings.tellBrokenBody = true;
+        m_session->SetSettings(settings);
+        EXPECT_EQ(get(peer.url()), 0);
+        EXPECT_EQ(status(), cHttpSession::k_receive_failed);
+    }
+}
+
+TEST_F(FaultsTest, ABodyThatStaysAwayIsToldWhereThatIsSet) {
+    if (runs_under_wine()) GTEST_SKIP() << "Wine waits by time-outs of its own";
+    cHttpSessionSettings settings;
+    settings.tellBrokenBody = true;
+    m_session->SetSettings(settings);
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\n\r\nhello");
+        connection.wait_for_end();
+    });
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, k_short), 0);
+    EXPECT_EQ(body(), "hello");
+    EXPECT_EQ(status(), cHttpSession::k_timed_out);
+}
+
+TEST_F(FaultsTest, ALengthBesideACodingCountsForNothing) {
+    if (runs_under_wine()) GTEST_SKIP() << "Wine takes the length";
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send(
+            "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n"
+            "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n");
+    });
+    EXPECT_EQ(get(peer.url()), 0);
+    EXPECT_EQ(m_session->Response_ContentLength64(nullptr), -1);
+    EXPECT_EQ(body(), "hello world");
+    EXPECT_EQ(status(), 0);
+}
+
+// Its lines come far within the time-out, and all of them together last many times as long.
+TEST_F(FaultsTest, AHeadThatComesLineByLineTimesOut) {
+    if (runs_under_wine()) GTEST_SKIP() << "Wine waits 90 s for a head, whatever the time-out";
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\n");
+        for (int i = 0; i < 100 && connection.send("X: y\r\n"); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        connection.send("Content-Length: 0\r\n\r\n");
+    });
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, k_short),
+              cHttpSession::k_timed_out);
 }
 
 TEST_F(FaultsTest, TimeOutsOfAnySizeAreTaken) {

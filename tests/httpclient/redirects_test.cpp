@@ -95,6 +95,32 @@ TEST_F(RedirectsTest, BringTheCookiesThatTheySetAndNoRequestBringsThoseOfAnother
     EXPECT_EQ(seen.find("Cookie:"), std::string::npos) << seen;
 }
 
+TEST_F(RedirectsTest, TakeNoHostOfTheCallersAlongNorTheCookiesThatItGot) {
+    std::mutex mutex;
+    std::string seen;
+    const scripted_peer other([&](peer_connection& connection) {
+        const std::string head = connection.receive_head();
+        {
+            const std::lock_guard lock(mutex);
+            seen = head;
+        }
+        connection.send(answer_with("other"));
+        connection.wait_for_end();
+    });
+    std::string there = other.url("/x");
+    there.replace(there.find("127.0.0.1"), 9, "localhost");
+    const scripted_peer peer(answering("HTTP/1.1 302 Found\r\nLocation: " + there +
+                                       "\r\nSet-Cookie: a=secret; Path=/\r\n"
+                                       "Content-Length: 0\r\n\r\n"));
+    zRecord headers;
+    headers.SetCString("host", "api.example", 0);
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, &headers), 0);
+    EXPECT_EQ(body(), "other");
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(seen.find("secret"), std::string::npos) << seen;
+    EXPECT_NE(seen.find("\r\nHost: localhost:"), std::string::npos) << seen;
+}
+
 TEST_F(RedirectsTest, MakeAGetOfAPostButWhereTheStatusKeepsIt) {
     for (const auto& [code, want] : {std::pair{301, "GET 0"},
                                      {302, "GET 0"},

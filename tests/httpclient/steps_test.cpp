@@ -70,9 +70,10 @@ TEST_P(FailingSteps, HaveTheirCode) {
     ASSERT_FALSE(m_service->proxies.empty());
     EXPECT_TRUE(m_service->proxies.back().is_system_default);
     EXPECT_LE(m_service->proxies.size(), 2U);
-    const bool is_traced = traces.text().find(
-                               "WinHttpSendRequest - failed (err=12345, len=4, "
-                               "url=http://host/)\n") != std::string::npos;
+    const bool is_traced =
+        traces.text().find(
+            "cHttpSession_winhttp::MakeRequest: WinHttpSendRequest - failed (err=12345, len=4, "
+            "url=http://host/)\n") != std::string::npos;
     EXPECT_EQ(is_traced, GetParam().want == cHttpSession::k_send_failed);
 }
 
@@ -262,6 +263,16 @@ TEST_F(StepsTest, EachStatusHasItsCode) {
     EXPECT_NE(status(), 0);
 }
 
+TEST_F(StepsTest, AHeaderHoldsNoOther) {
+    const tests::collected_traces traces;
+    for (const char* value : {"a\r\nInjected: 1", "a\nInjected: 1", "a\rb", "a\r\n"}) {
+        zRecord headers;
+        headers.SetCString("X", value, 0);
+        EXPECT_EQ(begin("http://host/", {}, &headers), -21313);
+        EXPECT_EQ(m_service->count("send_headers"), 0);
+    }
+}
+
 TEST_F(StepsTest, ACallbackThatThrowsStopsTheReading) {
     const tests::collected_traces traces;
     m_service->pieces = {"hello", "world"};
@@ -281,6 +292,11 @@ TEST_F(StepsTest, AStopReachesTheServiceWhereThatIsSet) {
     m_session.SetSettings(settings);
     m_session.Request_Stop();
     EXPECT_EQ(m_service->count("cancel"), 1);
+    m_service->at_connect = [this] { m_session.Request_Stop(); };
+    EXPECT_EQ(begin("http://host/"), cHttpSession::k_stopped);
+    EXPECT_EQ(status(), cHttpSession::k_stopped);
+    EXPECT_EQ(m_service->count("send_headers"), 0);
+    m_service->at_connect = nullptr;
     // The stop was for what went on then.
     EXPECT_EQ(begin("http://host/"), 0);
 }

@@ -44,6 +44,7 @@ namespace {
 
 constexpr long k_fine = 0;
 constexpr long k_refused = -1;
+constexpr long k_highest_port = 65535;
 
 // A number as it goes over the network, and back.
 std::uint16_t network_order(std::uint16_t number) {
@@ -176,7 +177,8 @@ long cBonjour::Service_Advertise(const char* name, const char* type, long port, 
     const bool has_record = txt != nullptr && txtLength != 0;
     const std::string_view record =
         has_record ? std::string_view(static_cast<const char*>(txt), txtLength) : "";
-    if (!is_txt_record(record)) return k_refused;
+    const bool is_port = port > 0 && port <= k_highest_port;
+    if (type == nullptr || !is_port || !is_txt_record(record)) return k_refused;
     return register_service({name == nullptr ? "" : name, type, port, record});
 }
 

@@ -119,6 +119,7 @@ public:
 
     // Advertises a service under the computer's name. `txt` is one item of a TXT record: a byte
     // with the length of the text behind it; null or a length of 0 stand for no record. 0, or -1.
+    // Of `port` 16 bits count, and a null type is an empty one, which the system refuses or not.
     // Where another machine has the name, the system finds another one; whether one that this
     // machine has is refused is the system's matter (Avahi refuses it). A daemon that ends later
     // and comes back knows nothing of the service: see HasLostDaemon.
@@ -133,7 +134,7 @@ public:
     // nothing. Of `observerId` 32 bits count. 0, or -1.
     long StartObserving(long observerId, const char* type, unsigned long flags);
     // Takes the watcher from every type, once from each. A type without watchers is no longer
-    // looked for.
+    // looked for. What had been told before may still be on its way to the watcher.
     void StopObserving(long observerId);
 
     // Whether this machine has DNS-SD; looked up once in the life of a process.
@@ -144,8 +145,8 @@ public:
     // --- Beside these
 
     // Advertises a service under a name of its own (null or empty: the computer's) with a whole TXT
-    // record of at most 65535 bytes. -1 also for a record that is no sequence of items. Ended by
-    // Service_Unregister.
+    // record of at most 65535 bytes. -1 also for a record that is no sequence of items, for a null
+    // type and for a port outside 1 to 65535. Ended by Service_Unregister.
     long Service_Advertise(const char* name, const char* type, long port, const void* txt,
                            unsigned long txtLength);
     // Adds an item, "key=value", to a TXT record. A null value adds the key alone. False, and

@@ -180,5 +180,17 @@ TEST(TCPServiceType, FormatsTheName) {
     EXPECT_STREQ(cBonjour::TCPServiceType(type, nullptr), "_._tcp.");
 }
 
+TEST_F(Register, AnAdvertisedServiceHasATypeAndAPort) {
+    cBonjour bonjour;
+    for (const long port : {-1L, 0L, 65536L, 70000L}) {
+        EXPECT_EQ(bonjour.Service_Advertise("Studio", k_http, port, nullptr, 0), -1) << port;
+    }
+    EXPECT_EQ(bonjour.Service_Advertise("Studio", nullptr, 80, nullptr, 0), -1);
+    EXPECT_STREQ(fake_dnssd::calls(), "");
+    for (const long port : {1L, 65535L}) {
+        EXPECT_EQ(bonjour.Service_Advertise("Studio", k_http, port, nullptr, 0), 0) << port;
+    }
+}
+
 }  // namespace
 }  // namespace pennywort::tests

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 
+#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "multipart.h"
 
@@ -109,13 +110,15 @@ std::string cMultipartRecord::GetHeader(const char* name, const char* otherwise)
 }
 
 std::int32_t cMultipartRecord::AddSection(std::int32_t dataSize, const char* contentType) {
-    auto section = std::make_unique<zRecord>();
-    section->SetInt32(k_data_offset, 0, 0);
-    section->SetInt32(k_data_size, dataSize, 0);
-    if (contentType != nullptr) section->SetCString(k_content_type, contentType, 0);
-    if (m_record->AddChild(section.get(), zRecord::k_at_end) != k_ok) return k_failed;
-    static_cast<void>(section.release());  // the record owns it now
-    return SectionCount() - 1;
+    return pennywort::run::guarded_or(k_failed, "cMultipartRecord", "a section", [&] {
+        auto section = std::make_unique<zRecord>();
+        section->SetInt32(k_data_offset, 0, 0);
+        section->SetInt32(k_data_size, dataSize, 0);
+        if (contentType != nullptr) section->SetCString(k_content_type, contentType, 0);
+        if (m_record->AddChild(section.get(), zRecord::k_at_end) != k_ok) return k_failed;
+        static_cast<void>(section.release());  // the record owns it now
+        return SectionCount() - 1;
+    });
 }
 
 void cMultipartRecord::AddSectionHeader(std::int32_t index, const char* name, const char* value) {

@@ -44,4 +44,34 @@ TEST(MultipartMemory, RunsOutAtAnyPlaceOfTheReader) {
     EXPECT_EQ(status, 0);
 }
 
+// What is there afterwards is what was there before, or that and a whole section.
+TEST(MultipartMemory, RunsOutAtAnyPlaceOfANewSection) {
+    zRecord record;
+    cMultipartRecord message(record, "multipart/related; with=words-beyond-the-string-itself");
+    const std::string type(60, 't');
+    std::int32_t index = 0;
+    std::int32_t count_before = 0;
+    bool has_thrown = false;
+    const int failures = with_each_allocation_failing(
+        [&] {
+            has_thrown = false;
+            count_before = message.SectionCount();
+            try {
+                index = message.AddSection(7, type.c_str());
+            } catch (const std::bad_alloc&) {
+                has_thrown = true;
+            }
+        },
+        [&] {
+            EXPECT_FALSE(has_thrown);
+            EXPECT_TRUE(index == -1 || index == count_before);
+            EXPECT_EQ(message.SectionCount(), count_before + (index == -1 ? 0 : 1));
+        });
+    EXPECT_GT(failures, 3);
+    cMultipartRecord::Section section;
+    ASSERT_EQ(message.GetSection(section, index), 0);
+    EXPECT_EQ(section.GetDataSize(), 7);
+    EXPECT_EQ(section.HeaderByName("Content-Type", ""), type);
+}
+
 }  // namespace

@@ -190,6 +190,43 @@ TEST(MultipartReader, WhatMakesNoSenseIsRefused) {
     EXPECT_EQ(cMultipartRecord(record, nullptr).SectionCount(), 0);
 }
 
+// A call that is refused changes neither the record nor the length that section data is asked with.
+TEST(MultipartReader, ARefusedCallChangesNothing) {
+    const exact_bytes bytes(k_one);
+    zRecord record;
+    cMultipartReader reader(record);
+    ASSERT_EQ(reader.Parse_BodyOnly(bytes.data(), bytes.size(), "B", 1, 0), 0);
+    record.SetCString("Content-Type", "kept", 0);
+    EXPECT_EQ(reader.Parse_BodyOnly(nullptr, 10, "B", 1, 0), -1);
+    EXPECT_EQ(reader.Parse_BodyOnly(bytes.data(), bytes.size() - 1, nullptr, 1, 0), -1);
+    EXPECT_EQ(reader.Parse_BodyOnly(bytes.data(), 0, "B", 1, 0), -1);
+    EXPECT_EQ(reader.Parse_BodyOnly(bytes.data(), bytes.size() - 1, "B", 0, 0), -1);
+    EXPECT_EQ(record.AsString("Content-Type", ""), "kept");
+    cMultipartRecord::Section section;
+    ASSERT_EQ(cMultipartRecord(record, nullptr).GetSection(section, 0), 0);
+    const char* data = nullptr;
+    std::int32_t size = 0;
+    EXPECT_EQ(reader.GetSectionData(section, bytes.data(), bytes.size(), &data, &size), 0);
+    EXPECT_EQ(size, 4);
+}
+
+// One that is taken, and fails over the body, has changed both.
+TEST(MultipartReader, ABodyThatIsTooShortIsStillTheOneThatWasParsed) {
+    zRecord record;
+    cMultipartReader reader(record);
+    EXPECT_EQ(reader.Parse_BodyOnly("--B", 3, "B", 1, 0), -1);
+    EXPECT_EQ(record.AsString("Content-Type", ""), "multipart/related");
+    cMultipartRecord message(record, nullptr);
+    message.AddSection(1, nullptr);
+    cMultipartRecord::Section section;
+    ASSERT_EQ(message.GetSection(section, 0), 0);
+    section.SetDataOffset(1);
+    const char* data = nullptr;
+    std::int32_t size = 0;
+    EXPECT_EQ(reader.GetSectionData(section, "--B", 3, &data, &size), 0);
+    EXPECT_EQ(reader.GetSectionData(section, "--B", 4, &data, &size), -1);
+}
+
 TEST(MultipartReader, APartCannotMoveItsOwnData) {
     const exact_bytes bytes("--B\r\n__data_offset: 99999\r\n__data_size: 99999\r\n\r\nx\r\n--B--");
     zRecord record;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "multipart.h"
@@ -14,6 +15,24 @@ protected:
     cMultipartRecord m_message{m_record, nullptr};
     cMultipartRecord::Section m_section;
 };
+
+// Hosts hold these objects by value, and were compiled for this layout.
+TEST(MultipartLayout, HasItsFieldsInOrder) {
+    EXPECT_EQ(sizeof(cMultipartRecord), sizeof(void*));
+    EXPECT_EQ(sizeof(cMultipartRecord::Section), sizeof(void*));
+    EXPECT_EQ(sizeof(cMultipartWriter), sizeof(void*));
+    EXPECT_EQ(sizeof(cMultipartReader), 2 * sizeof(void*));
+    zRecord record;
+    cMultipartReader reader(record);
+    const char body[] = "--B\r\n\r\nx\r\n--B--";
+    reader.Parse_BodyOnly(body, sizeof body - 1, "B", 1, 0);
+    std::int32_t length = 0;
+    std::memcpy(&length, &reader, sizeof length);
+    EXPECT_EQ(length, std::int32_t{sizeof body - 1});
+    const void* at = nullptr;
+    std::memcpy(&at, reinterpret_cast<const char*>(&reader) + sizeof(void*), sizeof at);
+    EXPECT_EQ(at, &record);
+}
 
 TEST_F(MultipartRecord, ANewOneHasTheDefaultBoundaryAndNoType) {
     EXPECT_EQ(m_message.GetBoundary(), "MimeBoundary_8923gr836bidfb3i");

@@ -141,15 +141,26 @@ private:
     zStatus m_status = 0;
 };
 
+// What the document declares itself to be, as far as it matters.
+enum class charset { unicode, ascii, latin1 };
+
+charset charset_of(const char* encoding) {
+    if (encoding == nullptr) return charset::unicode;
+    if (loam::equal_ignoring_case(encoding, "US-ASCII")) return charset::ascii;
+    return loam::equal_ignoring_case(encoding, "ISO-8859-1") ? charset::latin1 : charset::unicode;
+}
+
 // Expat has one error for a byte that is not of the encoding and for a character that may not stand
 // where it stands. Only the bytes tell which it was.
 class bad_bytes {
 public:
     explicit bad_bytes(std::string_view document) : m_document(document) {}
 
-    bool are_at(XML_Index index) const {
+    bool are_at(XML_Index index, charset declared) const {
         if (index < 0 || static_cast<std::size_t>(index) >= m_document.size()) return false;
         const std::string_view rest = m_document.substr(static_cast<std::size_t>(index));
+        if (declared == charset::latin1) return false;  // each byte is a character
+        if (declared == charset::ascii) return static_cast<unsigned char>(rest[0]) > 0x7F;
         return is_wide() ? begins_with_surrogate(rest) : !loam::first_character(rest).is_valid;
     }
 
@@ -184,7 +195,7 @@ private:
     std::string_view m_document;
 };
 
-zStatus status_of(XML_Parser parser, std::string_view document) {
+zStatus status_of(XML_Parser parser, std::string_view document, charset declared) {
     switch (XML_GetErrorCode(parser)) {
         case XML_ERROR_NO_MEMORY:
             return -1;
@@ -195,8 +206,9 @@ zStatus status_of(XML_Parser parser, std::string_view document) {
             return zXML::k_encoding;
         case XML_ERROR_INVALID_TOKEN:
         case XML_ERROR_PARTIAL_CHAR:
-            return bad_bytes(document).are_at(XML_GetCurrentByteIndex(parser)) ? zXML::k_encoding
-                                                                               : zXML::k_malformed;
+            return bad_bytes(document).are_at(XML_GetCurrentByteIndex(parser), declared)
+                       ? zXML::k_encoding
+                       : zXML::k_malformed;
         default:
             return zXML::k_malformed;
     }
@@ -206,11 +218,13 @@ struct parsing {
     XML_Parser parser;
     std::string_view document;
     tree_builder builder;
+    charset declared = charset::unicode;
 };
 
 // A mark and a declaration that say different things; expat believes the declaration.
 void on_declaration(void* user, const char*, const char* encoding, int) {
     auto& one = *static_cast<parsing*>(user);
+    one.declared = charset_of(encoding);
     if (encoding == nullptr || !one.document.starts_with("\xEF\xBB\xBF")) return;
     const bool is_same = loam::equal_ignoring_case(encoding, "UTF-8");
     one.builder.guarded(one.parser, [&] { return is_same ? 0 : zXML::k_encoding; });
@@ -248,7 +262,7 @@ zStatus loam::parse_xml(zRecord& out, std::string_view document, const xml_limit
     if (bad_bytes(document).have_half_pairs()) return zXML::k_encoding;
     const parser_owner parser(XML_ParserCreate_MM(nullptr, &xml_memory(), nullptr));
     if (parser == nullptr) return -1;
-    parsing one{parser.get(), document, tree_builder(out, limits)};
+    parsing one{parser.get(), document, tree_builder(out, limits), charset::unicode};
     XML_SetUserData(parser.get(), &one);
     XML_SetElementHandler(parser.get(), on_start, on_end);
     XML_SetCharacterDataHandler(parser.get(), on_text);
@@ -257,7 +271,7 @@ zStatus loam::parse_xml(zRecord& out, std::string_view document, const xml_limit
     const XML_Status result =
         XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE);
     if (one.builder.status() != 0) return one.builder.status();
-    return result == XML_STATUS_OK ? 0 : status_of(parser.get(), document);
+    return result == XML_STATUS_OK ? 0 : status_of(parser.get(), document, one.declared);
 }
 
 zStatus zXML::ParseBuffer(std::uint32_t, zRecord* out, const char* xml, std::int32_t length) {

@@ -30,13 +30,24 @@ zStatus fault_from(const zXMLRPC::Value& item, zRecord& out) {
     return zXMLRPC(out).SetFault(message.CString(), code);
 }
 
+// Into a record of its own first: `out` may be the record that holds the item.
+zStatus result_from(const zXMLRPC::Value& item, zRecord& out) {
+    zRecord own;
+    zXMLRPC::Value value;
+    zStatus status = zXMLRPC(own).SetResponse(value);
+    if (status == k_ok) status = value.SetCopy(item);
+    if (status != k_ok) return status;
+    return pennywort::run::guarded_or(k_failed, "cXMLRPCMulticall", "a result", [&] {
+        out = own;
+        return k_ok;
+    });
+}
+
 zStatus response_from(const zXMLRPC::Value& item, zRecord& out) {
     if (item.GetType() == zXMLRPC::Type::structure) return fault_from(item, out);
     // Each result is alone in an array, which tells it from a fault.
     if (item.GetType() != zXMLRPC::Type::array || item.Count() != 1) return zXMLRPC::k_no_message;
-    zXMLRPC::Value value;
-    const zStatus status = zXMLRPC(out).SetResponse(value);
-    return status != k_ok ? status : value.SetCopy(item.Item(0));
+    return result_from(item.Item(0), out);
 }
 
 }  // namespace

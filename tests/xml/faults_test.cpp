@@ -66,6 +66,10 @@ const fault_case k_cases[] = {
     {"InvalidInATag", "<a b='\xFF'/>", zXML::k_encoding},
     {"InvalidInAName", "<a\xFF/>", zXML::k_encoding},
     {"HalfAPairInUtf16", k_utf16_half, zXML::k_encoding},
+    {"NotOfAscii", "<?xml version='1.0' encoding='US-ASCII'?><a>\xC3\xA9</a>", zXML::k_encoding},
+    {"NotOfAsciiInATag", "<?xml version='1.0' encoding='us-ascii'?><a\xC3\xA9/>", zXML::k_encoding},
+    {"OfLatin1InAWrongPlace", "<?xml version='1.0' encoding='ISO-8859-1'?><a \xD7='1'/>",
+     zXML::k_malformed},
     {"NoCharacterButValid", "<a>\xEF\xBF\xBF</a>", zXML::k_malformed},
 };
 

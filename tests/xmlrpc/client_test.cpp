@@ -8,6 +8,8 @@
 
 #include "loam/xml.h"
 #include "loam/xmlrpc.h"
+#include "logger.h"
+#include "tests/host/temporary_folder.h"
 #include "tests/xml/xml_shape.h"
 #include "tests/xmlrpc/fake_session.h"
 #include "xmlrpc.h"
@@ -86,6 +88,21 @@ TEST_F(Client, PassesOnWhatBelongsToTheSession) {
     zString type;
     EXPECT_EQ(m_client.Response_ContentType(type), 0);
     EXPECT_EQ(type.View(), "text/xml");
+}
+
+TEST_F(Client, HandsItsLoggerToTheSession) {
+    const pennywort::host::temporary_folder folder;
+    auto* const logger = new cLogger(folder.path("log").c_str(), 1000);
+    m_client.SetLogger(logger);
+    EXPECT_EQ(m_session->given_logger, logger);
+    m_client.SetLogger(nullptr);
+    EXPECT_EQ(m_session->given_logger, nullptr);
+    logger->Release();
+}
+
+TEST_F(Client, IsConfiguredByItsConstructor) {
+    EXPECT_TRUE(cXMLRPC("http://127.0.0.1:1/RPC2", 2.5).IsConfigured());
+    EXPECT_FALSE(cXMLRPC().IsConfigured());
 }
 
 TEST_F(Client, SendsTheCallAsXml) {

@@ -25,6 +25,7 @@ public:
     std::vector<std::string> calls;
     std::string sent;
     std::string sent_type;
+    cLogger* given_logger = nullptr;
 
     // The body comes whole when a request begins.
     void answer(const std::string& text) {
@@ -34,6 +35,7 @@ public:
 
     void SetLogger(cLogger* logger) override {
         note("SetLogger");
+        given_logger = logger;
         cHttpSession::SetLogger(logger);
     }
     void Configure(std::uint32_t verb, const char* url, double timeout) override {

@@ -81,6 +81,19 @@ TEST(Multicall, TellsWhatIsNoResponse) {
     EXPECT_EQ(response_of("<array><data><value><struct/></value></data></array>", 0), none);
 }
 
+// A host that is done with the response to all may put the one it wants into the same record.
+TEST(Multicall, AResponseMayReplaceThatOfAll) {
+    zRecord response;
+    ASSERT_EQ(parse_text(response,
+                         "<methodResponse><params><param><value><array><data>"
+                         "<value><array><data><value>one</value></data></array></value>"
+                         "<value><array><data><value>two</value></data></array></value>"
+                         "</data></array></value></param></params></methodResponse>"),
+              0);
+    ASSERT_EQ(cXMLRPCMulticall::GetResponse(response, 1, response), 0);
+    EXPECT_EQ(xml_shape(response), "methodResponse(params(param(value'two')))");
+}
+
 TEST(Multicall, AFaultOfAllIsTheFaultOfEach) {
     zRecord response;
     zXMLRPC(response).SetFault("no such method", 9);

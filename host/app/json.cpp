@@ -2,6 +2,7 @@
 #include "host/app/json.h"
 
 #include <cmath>
+#include <cstdio>
 #include <utility>
 
 namespace pennywort::host {
@@ -67,6 +68,25 @@ private:
     bool m_inside = false;
 };
 
+// The library leaves DEL and the control characters behind it as they are. In JSON they can stand
+// in texts only.
+std::string with_escapes(const std::string& line) {
+    std::string escaped;
+    for (std::size_t at = 0; at < line.size(); ++at) {
+        const bool is_pair = line[at] == '\xC2' && at + 1 < line.size();
+        const auto byte = static_cast<unsigned char>(line[is_pair ? at + 1 : at]);
+        if (byte != 0x7F && (!is_pair || byte >= 0xA0)) {
+            escaped += line[at];
+            continue;
+        }
+        char code[8];
+        std::snprintf(code, sizeof code, "\\u%04x", byte);
+        escaped += code;
+        at += is_pair ? 1 : 0;
+    }
+    return escaped;
+}
+
 template <class T>
 const T* member(const value& members, const std::string& name) {
     const auto found = members.find(name);
@@ -76,7 +96,7 @@ const T* member(const value& members, const std::string& name) {
 }  // namespace
 
 std::string json_text(const json& value) {
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+    return with_escapes(value.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
 double rounded_to(double value, int decimals) {

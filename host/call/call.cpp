@@ -6,6 +6,8 @@
 
 #include "host/app/exit_status.h"
 #include "host/call/call_values.h"
+#include "host/call/call_words.h"
+#include "host/output/output_file.h"
 #include "loam/xml.h"
 #include "loam/xmlrpc.h"
 #include "logger.h"
@@ -15,8 +17,6 @@ namespace pennywort::host {
 
 namespace {
 
-// A response outside 200 to 299 has this minus its status.
-constexpr zStatus k_first_http_status = -29000;
 constexpr std::int32_t k_most_logged = 0x7fffffff;
 
 struct logger_release {
@@ -24,65 +24,29 @@ struct logger_release {
 };
 using owned_logger = std::unique_ptr<cLogger, logger_release>;
 
-std::string words_for_xml(zStatus status) {
-    switch (status) {
-        case zXML::k_malformed:
-        case zXML::k_doctype:
-        case zXML::k_entity:
-        case zXML::k_encoding:
-            return "the response is no XML-RPC";
-        case zXML::k_too_large:
-        case zXML::k_too_deep:
-        case zXML::k_too_wide:
-        case zXML::k_too_many_attributes:
-            return "the response is larger than what is read";
-        case zXML::k_bad_text:
-            return "the call holds a character that XML cannot";
-        case cXMLRPC::k_multipart:
-            return "the response has several parts";
-        default:
-            return {};
-    }
-}
-
-std::string words_for(zStatus status) {
-    if (status <= k_first_http_status) {
-        return "the server answered " + std::to_string(k_first_http_status - status);
-    }
-    switch (status) {
-        case cHttpSession::k_timed_out:
-            return "no response came in time";
-        case cHttpSession::k_send_failed:
-        case cHttpSession::k_connect_failed:
-            return "no connection: the host, its port or its certificate";
-        case cHttpSession::k_write_failed:
-        case cHttpSession::k_receive_failed:
-            return "the connection broke before a response had come";
-        default:
-            break;
-    }
-    const std::string words = words_for_xml(status);
-    return words.empty() ? "failed with status " + std::to_string(status) : words;
-}
-
 class one_call {
 public:
     one_call(const call_options& options, const console& out) : m_options(options), m_out(out) {}
 
     int run() {
-        open_log();
+        const outcome log = open_log();
+        if (!log.ok()) return tell(k_exit_failed, log.text());
         const zStatus status = exchange();
         if (status != 0) {
-            if (m_log != nullptr) m_log->Error(status, words_for(status).c_str());
-            return tell(k_exit_failed, words_for(status));
+            const std::string words = words_for_call(status);
+            if (m_log != nullptr) m_log->Error(status, words.c_str());
+            return tell(k_exit_failed, words);
         }
         return show();
     }
 
 private:
-    void open_log() {
-        if (m_options.log.empty()) return;
-        m_log.reset(new cLogger(m_options.log.c_str(), k_most_logged));
+    // The logger itself tells nobody that its file cannot be written.
+    outcome open_log() {
+        if (m_options.log.empty()) return outcome::fine();
+        const outcome writable = can_be_written(m_options.log);
+        if (writable.ok()) m_log.reset(new cLogger(m_options.log.c_str(), k_most_logged));
+        return writable;
     }
 
     zStatus exchange() {
@@ -92,6 +56,8 @@ private:
         settings.tlsByScheme = true;
         settings.sendBasicAuthentication = true;
         settings.caFile = m_options.ca_file;
+        // Longer ones are not parsed: without this a server could fill the memory.
+        settings.maxResponseBytes = zXML::k_most_bytes;
         session->SetSettings(settings);
         cXMLRPC client(session);
         client.Configure(m_options.url.c_str(), m_options.timeout);
@@ -138,12 +104,9 @@ private:
         return tell(k_exit_failed, "standard output takes nothing");
     }
 
-    int tell(int status, std::string text) {
-        // A server's words may have lines; the report is one.
-        for (char& c : text) {
-            if (c == '\n' || c == '\r') c = ' ';
-        }
-        std::fprintf(m_out.errors(), "pennywort: %s: %s\n", m_options.url.c_str(), text.c_str());
+    int tell(int status, const std::string& text) {
+        std::fprintf(m_out.errors(), "pennywort: %s: %s\n", m_options.url.c_str(),
+                     in_one_line(text).c_str());
         return status;
     }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <unordered_map>
 #include <vector>
 
 #include "loam/base64.h"
@@ -109,8 +110,16 @@ bool get_array(const Value& value, json& out) {
 
 bool get_struct(const Value& value, json& out) {
     out = json::object();
-    for (std::uint32_t i = 0; i < value.Count(); ++i) {
-        if (!get_value(value.Item(i), out[value.MemberName(i)])) return false;
+    // An object looks through all of its members for a name. A server decides how many there are.
+    auto& members = out.get_ref<json::object_t&>();
+    std::unordered_map<std::string, std::size_t> places;
+    const std::uint32_t count = value.Count();
+    members.reserve(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::string name = value.MemberName(i);
+        const auto [place, is_new] = places.try_emplace(name, members.size());
+        if (is_new) members.emplace_back(name, nullptr);
+        if (!get_value(value.Item(i), members.data()[place->second].second)) return false;
     }
     return true;
 }

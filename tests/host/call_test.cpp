@@ -60,6 +60,26 @@ TEST_P(CallValues, GoThereAndBack) {
 INSTANTIATE_TEST_SUITE_P(All, CallValues, testing::ValuesIn(k_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
+// Were each name looked for among all before it, this would take minutes.
+TEST(CallResults, AStructureOfManyMembersIsReadAtOnce) {
+    std::string members;
+    for (int i = 0; i < 100'000; ++i) {
+        members += "<member><name>n" + std::to_string(i % 99'999) + "</name><value>" +
+                   std::to_string(i) + "</value></member>";
+    }
+    zRecord record;
+    ASSERT_EQ(tests::parse_text(record, "<methodResponse><params><param><value><struct>" + members +
+                                            "</struct></value></param></params></methodResponse>"),
+              0);
+    zXMLRPC::Value value;
+    ASSERT_EQ(zXMLRPC(record).Result(value), 0);
+    json out;
+    ASSERT_TRUE(get_value(value, out));
+    EXPECT_EQ(out.size(), 99'999u);
+    EXPECT_EQ(out.begin().key(), "n0");
+    EXPECT_EQ(*out.begin(), "99999");  // of two, the last
+}
+
 TEST(CallArguments, ThatCannotBeSentAreRefused) {
     const auto refused = [](const std::string& value) {
         const auto line = parse_command_line({"call", "http://127.0.0.1:1/", "m", value});
@@ -109,16 +129,23 @@ class Call : public testing::Test {
 protected:
     // What the program says of an answer with this body.
     std::string called(const std::string& body, int want, const std::string& first = "200 OK") {
+        return answered("HTTP/1.1 " + first + "\r\nContent-Length: " + std::to_string(body.size()) +
+                            "\r\n\r\n" + body,
+                        want);
+    }
+    // Of these bytes, behind which the server ends.
+    std::string answered(const std::string& bytes, int want) {
         const scripted_peer peer([&](peer_connection& connection) {
             const std::string head = connection.receive_head();
             connection.receive(std::stoul(head.substr(head.find("Content-Length: ") + 16)));
-            connection.send("HTTP/1.1 " + first + "\r\nContent-Length: " +
-                            std::to_string(body.size()) + "\r\n\r\n" + body);
-            connection.wait_for_end();
+            connection.send(bytes);
         });
+        return said_of(peer.url(), want);
+    }
+    std::string said_of(const std::string& url, int want) {
         call_options options;
-        options.url = peer.url();
-        options.log = folder.path("log");
+        options.url = url;
+        options.log = folder.path(log_name);
         options.request = std::make_shared<zRecord>();
         zXMLRPC(*options.request).SetCall("m");
         testing::internal::CaptureStdout();
@@ -136,12 +163,18 @@ protected:
         if (errors.starts_with(front)) errors.erase(0, front.size());
         return text + errors;
     }
+    static std::string fault(const std::string& text) {
+        return "<methodResponse><fault><value><struct><member><name>faultCode</name><value>"
+               "<int>4</int></value></member><member><name>faultString</name><value>" +
+               text + "</value></member></struct></value></fault></methodResponse>";
+    }
     static std::string response(const std::string& value) {
         return "<methodResponse><params><param><value>" + value +
                "</value></param></params></methodResponse>";
     }
 
     temporary_folder folder;
+    std::string log_name = "log";
 };
 
 TEST_F(Call, PrintsTheResultAsJson) {
@@ -157,11 +190,47 @@ TEST_F(Call, PrintsTheResultAsJson) {
 }
 
 TEST_F(Call, TellsAFaultInOneLine) {
-    EXPECT_EQ(called("<methodResponse><fault><value><struct><member><name>faultCode</name><value>"
-                     "<int>4</int></value></member><member><name>faultString</name><value>no\nsuch"
-                     "</value></member></struct></value></fault></methodResponse>",
-                     3),
-              "fault 4: no such\n");
+    EXPECT_EQ(called(fault("no\nsuch"), 3), "fault 4: no such\n");
+}
+
+// A terminal would obey them.
+TEST_F(Call, TellsAFaultWithoutItsControlCharacters) {
+    EXPECT_EQ(called(fault("a&#x9b;31mr&#x85;&#x7f;&#x9;&#xa0;\xC3\xA9"), 3),
+              "fault 4: a 31mr   \xC2\xA0\xC3\xA9\n");
+    EXPECT_EQ(called(response("&#x9b;"), 0), "\"\\u009b\"\n");
+}
+
+TEST_F(Call, TellsABodyThatIsCut) {
+    EXPECT_EQ(answered("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n<methodRes", 1),
+              "less came than the response had announced\n");
+}
+
+// Were its memory taken, its end would be missed next.
+TEST_F(Call, TakesNoMemoryForWhatIsTooLongToBeRead) {
+    EXPECT_EQ(answered("HTTP/1.1 200 OK\r\nContent-Length: " +
+                           std::to_string(zXML::k_most_bytes + 1) + "\r\n\r\n<methodRes",
+                       1),
+              "the response is larger than what is read\n");
+}
+
+TEST_F(Call, TellsOfAServerThatIsNotThere) {
+    EXPECT_EQ(said_of("http://127.0.0.1:1/", 1),
+              "no connection: the host, its port or its certificate\n");
+}
+
+TEST_F(Call, TellsOfAResponseOfSeveralParts) {
+    EXPECT_EQ(answered("HTTP/1.1 200 OK\r\nContent-Type: multipart/related; boundary=B\r\n"
+                       "Content-Length: 5\r\n\r\n--B--",
+                       1),
+              "the response has several parts\n");
+}
+
+TEST_F(Call, ALogThatCannotBeWrittenIsToldAtTheStart) {
+    int connections = 0;
+    const scripted_peer peer([&](peer_connection&) { ++connections; });
+    log_name = "nowhere/log";
+    EXPECT_EQ(said_of(peer.url(), 1).substr(0, 13), "cannot write ");
+    EXPECT_EQ(connections, 0);
 }
 
 TEST_F(Call, TellsWhatIsNoResponse) {

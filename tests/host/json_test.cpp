@@ -134,6 +134,13 @@ TEST(JsonText, EscapesWhatWouldEndTheTextOrTheLine) {
     EXPECT_EQ(json_text(std::string("\0\x01\x1f", 3)), R"("\u0000\u0001\u001f")");
 }
 
+// A terminal obeys these too: U+009B begins a command as ESC and a bracket do.
+TEST(JsonText, EscapesTheControlCharactersBeyondAscii) {
+    EXPECT_EQ(json_text("\x7F\xC2\x80\xC2\x9B[\xC2\x9F"), R"("\u007f\u0080\u009b[\u009f")");
+    EXPECT_EQ(json_text("\xC2\xA0\xC3\x9B\xE2\x82\x9B"), "\"\xC2\xA0\xC3\x9B\xE2\x82\x9B\"");
+    EXPECT_EQ(json_text({{"\xC2\x9B", 1}}), R"({"\u009b":1})");
+}
+
 TEST(JsonText, KeepsUtf8AndReplacesWhatIsNone) {
     EXPECT_EQ(json_text("ä€😀"), "\"ä€😀\"");
     const std::string bad = "\xEF\xBF\xBD";

@@ -1,0 +1,81 @@
+// host/call/call_words.cpp - see the header for the contract.
+#include "host/call/call_words.h"
+
+#include "core/text/utf8.h"
+#include "httpclient.h"
+#include "loam/xml.h"
+#include "xmlrpc.h"
+
+namespace pennywort::host {
+
+namespace {
+
+// A response outside 200 to 299 has this minus its status.
+constexpr zStatus k_first_http_status = -29000;
+
+std::string words_for_xml(zStatus status) {
+    switch (status) {
+        case zXML::k_malformed:
+        case zXML::k_doctype:
+        case zXML::k_entity:
+        case zXML::k_encoding:
+            return "the response is no XML-RPC";
+        case cHttpSession::k_too_large:
+        case zXML::k_too_large:
+        case zXML::k_too_deep:
+        case zXML::k_too_wide:
+        case zXML::k_too_many_attributes:
+            return "the response is larger than what is read";
+        case zXML::k_bad_text:
+            return "the call holds a character that XML cannot";
+        case cXMLRPC::k_multipart:
+            return "the response has several parts";
+        default:
+            return {};
+    }
+}
+
+std::string words_for_session(zStatus status) {
+    switch (status) {
+        case cHttpSession::k_timed_out:
+            return "no response came in time";
+        case cHttpSession::k_send_failed:
+        case cHttpSession::k_connect_failed:
+            return "no connection: the host, its port or its certificate";
+        case cHttpSession::k_write_failed:
+        case cHttpSession::k_receive_failed:
+            return "the connection broke before a response had come";
+        case cHttpSession::k_incomplete:
+            return "less came than the response had announced";
+        case cHttpSession::k_session_failed:
+            return "the HTTP service of this system could not be opened";
+        default:
+            return {};
+    }
+}
+
+bool is_control(char32_t point) { return point < 0x20 || (point >= 0x7F && point < 0xA0); }
+
+}  // namespace
+
+std::string words_for_call(zStatus status) {
+    if (status <= k_first_http_status) {
+        return "the server answered " + std::to_string(k_first_http_status - status);
+    }
+    std::string words = words_for_session(status);
+    if (words.empty()) words = words_for_xml(status);
+    return words.empty() ? "failed with status " + std::to_string(status) : words;
+}
+
+std::string in_one_line(std::string_view text) {
+    std::string line;
+    while (!text.empty()) {
+        const text::utf8_piece piece = text::first_character(text);
+        const bool is_shown = piece.is_valid && !is_control(piece.point);
+        line += is_shown ? text.substr(0, piece.bytes) : std::string_view(" ");
+        text.remove_prefix(piece.bytes);
+    }
+    return line;
+}
+
+}  // namespace pennywort::host

@@ -45,20 +45,22 @@ struct failure_line {
     std::string text;
 };
 
-failure_line failure_of(long result) {
+failure_line failure_of(long result, bool has_head) {
     if (result <= k_first_status_code) {
         const long status = k_first_status_code - result;
         return {k_exit_refused, "the server answered " + std::to_string(status)};
     }
     switch (result) {
         case cHttpSession::k_timed_out:
-            return {k_exit_too_late, "no response came in time"};
+            return {k_exit_too_late, has_head ? "the rest of the response did not come in time"
+                                              : "no response came in time"};
         case cHttpSession::k_send_failed:
         case cHttpSession::k_connect_failed:
             return {k_exit_no_connection, "no connection: the host, its port or its certificate"};
         case cHttpSession::k_write_failed:
         case cHttpSession::k_receive_failed:
-            return {k_exit_broken, "the connection broke before a response had come"};
+            return {k_exit_broken, has_head ? "the response broke off before its end"
+                                            : "no response came, or too many redirects"};
         case cHttpSession::k_incomplete:
             return {k_exit_broken, "less came than the response had announced"};
         case cHttpSession::k_session_failed:
@@ -128,6 +130,7 @@ private:
     clock::time_point m_start = clock::now();
     clock::time_point m_next_line = m_start;
     bool m_line_shown = false;
+    bool m_has_head = false;  // of the response
 };
 
 int download::tell(int status, const std::string& text) {
@@ -180,6 +183,7 @@ long download::request() {
     cHttpSessionSettings settings;
     settings.tlsByScheme = true;
     settings.stopFromAnyThread = true;
+    settings.tellBrokenBody = true;
     settings.caFile = m_options.ca_file;
     m_session->SetSettings(settings);
     m_session->Configure(m_options.verb, m_options.url.c_str(), m_options.timeout);
@@ -192,6 +196,7 @@ long download::request() {
         m_options.has_body ? m_options.body.data() : nullptr,
         static_cast<std::uint32_t>(m_options.body.size()));
     if (result != 0) return result;
+    m_has_head = true;
     log_response();
     m_written = open_output();
     if (m_written.ok()) m_session->Request_BlockForResponse();
@@ -232,7 +237,7 @@ int download::conclude(long result) {
     if (!m_written.ok()) return tell(k_exit_failed, m_written.text());
     clear_progress();
     if (result == 0) return k_exit_fine;
-    const failure_line failure = failure_of(result);
+    const failure_line failure = failure_of(result, m_has_head);
     if (m_log != nullptr) m_log->Error(static_cast<std::int32_t>(result), failure.text.c_str());
     return tell(failure.status, failure.text);
 }

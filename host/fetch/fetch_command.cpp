@@ -4,8 +4,11 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <array>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <string_view>
+#include <system_error>
 
 #include "core/limits.h"
 #include "core/text/ascii.h"
@@ -36,12 +39,35 @@ std::string why_not(long result) {
     switch (result) {
         case cHttpSession::k_url_too_short:
         case cHttpSession::k_no_scheme:
-            return "is no URL: it begins with http:// or https://";
         case cHttpSession::k_unknown_scheme:
-            return "is neither http nor https";
+            return "is no whole URL: http:// or https://, and a host";
         default:
             return {};
     }
+}
+
+// False for what is no file, too: a folder can be opened, and cannot be read.
+bool read_file(const std::string& name, std::string& into) {
+    std::ifstream file(file_path(name), std::ios::binary);
+    if (!file) return false;
+    std::array<char, 64 * 1024> piece;
+    do {
+        file.read(piece.data(), piece.size());
+        into.append(piece.data(), static_cast<std::size_t>(file.gcount()));
+    } while (file);
+    return file.eof();
+}
+
+// Whether or not there is one yet.
+bool is_same_file(const std::string& one, const std::string& other) {
+    if (one.empty() || other.empty()) return false;
+    const auto whole = [](const std::string& name) {
+        std::error_code failed;
+        const auto path = std::filesystem::absolute(file_path(name), failed);
+        const auto real = std::filesystem::weakly_canonical(path, failed);
+        return failed ? path : real;
+    };
+    return whole(one) == whole(other);
 }
 
 }  // namespace
@@ -67,7 +93,7 @@ void fetch_command::add_options(CLI::App& parser) {
         ->expected(1);
     parser
         .add_option("-o,--output", m_options.output,
-                    "Where the body goes; standard output without it")
+                    "Where the body goes; standard output without it, and for -")
         ->type_name("FILE");
     parser.add_option("--log", m_options.log, "Write a transcript of what went over the wire")
         ->type_name("FILE");
@@ -86,8 +112,9 @@ std::string fetch_command::take_arguments() {
         !wrong.empty()) {
         return m_options.url + " " + wrong;
     }
-    for (const auto take : {&fetch_command::take_body, &fetch_command::take_verb,
-                            &fetch_command::take_headers, &fetch_command::take_timeout}) {
+    for (const auto take :
+         {&fetch_command::take_body, &fetch_command::take_verb, &fetch_command::take_headers,
+          &fetch_command::take_timeout, &fetch_command::take_files}) {
         std::string wrong = (this->*take)();
         if (!wrong.empty()) return wrong;
     }
@@ -115,7 +142,27 @@ std::string fetch_command::take_headers() {
         if (value.find_first_of("\r\n") != std::string::npos) {
             return "-H " + name + " has a line end in its value";
         }
-        m_options.headers.emplace_back(name, value);
+        add_header(name, value);
+    }
+    return {};
+}
+
+// A record holds one value of a name; several of them are one list.
+void fetch_command::add_header(const std::string& name, const std::string& value) {
+    for (auto& [known, values] : m_options.headers) {
+        if (!text::equal_ignoring_case(known, name)) continue;
+        values += (text::equal_ignoring_case(name, "Cookie") ? "; " : ", ") + value;
+        return;
+    }
+    m_options.headers.emplace_back(name, value);
+}
+
+std::string fetch_command::take_files() {
+    if (m_options.output == "-") m_options.output.clear();
+    if (is_same_file(m_options.output, m_options.log)) return "-o and --log name the same file";
+    std::string unused;
+    if (!m_options.ca_file.empty() && !read_file(m_options.ca_file, unused)) {
+        return "--cacert " + m_options.ca_file + ": cannot be read";
     }
     return {};
 }
@@ -128,10 +175,7 @@ std::string fetch_command::take_body() {
         m_options.body = data;
         return {};
     }
-    std::ifstream file(file_path(data.substr(1)), std::ios::binary);
-    if (!file) return "-d " + data + ": the file cannot be read";
-    m_options.body.assign(std::istreambuf_iterator<char>(file), {});
-    if (file.bad()) return "-d " + data + ": the file cannot be read";
+    if (!read_file(data.substr(1), m_options.body)) return "-d " + data + ": cannot be read";
     if (m_options.body.size() > UINT32_MAX) return "-d " + data + ": longer than 4 GB";
     return {};
 }

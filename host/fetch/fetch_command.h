@@ -27,6 +27,8 @@ private:
     std::string take_headers();
     std::string take_body();
     std::string take_timeout();
+    std::string take_files();
+    void add_header(const std::string& name, const std::string& value);
 
     std::string m_verb;
     std::vector<std::string> m_headers;

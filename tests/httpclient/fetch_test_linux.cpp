@@ -59,6 +59,34 @@ TEST_F(FetchTest, SendsVerbHeadersAndBody) {
     EXPECT_EQ(run.output.substr(0, 5), "POST ");
 }
 
+TEST_F(FetchTest, SendsAllValuesOfAHeaderThatIsRepeated) {
+    const scripted_peer peer(echoing());
+    const program_run run =
+        fetch(peer.url() + " -H 'X: 1' -H 'x: 2' -H 'Cookie: a=1' -H 'Cookie: b=2'");
+    EXPECT_NE(run.output.find("\r\nX: 1, 2\r\n"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("\r\nCookie: a=1; b=2\r\n"), std::string::npos) << run.output;
+}
+
+TEST_F(FetchTest, TakesADashForStandardOutput) {
+    const scripted_peer peer(answering(answer_with("hello")));
+    const program_run run = fetch(peer.url() + " -o -");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output, "hello");
+}
+
+TEST_F(FetchTest, RefusesAFileThatItCannotUse) {
+    program_run run = fetch("http://127.0.0.1:1/ -d @/");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.errors.find("-d @/: cannot be read"), std::string::npos) << run.errors;
+    run = fetch("http://127.0.0.1:1/ --cacert nowhere.pem");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.errors.find("--cacert nowhere.pem: cannot be read"), std::string::npos)
+        << run.errors;
+    run = fetch("http://127.0.0.1:1/ -o x --log ./x");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.errors.find("the same file"), std::string::npos) << run.errors;
+}
+
 TEST_F(FetchTest, WritesATranscriptWhereAsked) {
     const scripted_peer peer(answering(answer_with("hello")));
     EXPECT_EQ(fetch(peer.url() + " --log wire.txt -d sent").status, 0);
@@ -93,6 +121,31 @@ TEST_F(FetchTest, HasAnExitStatusAndALineForEachFailure) {
     EXPECT_EQ(run.status, 6);
     EXPECT_EQ(run.output, "why");
     EXPECT_EQ(run.errors, "pennywort: " + refusing.url() + ": the server answered 404\n");
+}
+
+TEST_F(FetchTest, TellsThatABodyBrokeOff) {
+    for (const char* rest : {"Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n",
+                             "Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\nzz\r\n"}) {
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.receive_head();
+            connection.send("HTTP/1.1 200 OK\r\n" + std::string(rest));
+        });
+        const program_run run = fetch(peer.url());
+        EXPECT_EQ(run.status, 5);
+        EXPECT_EQ(run.output, "hello");
+        EXPECT_EQ(run.errors,
+                  "pennywort: " + peer.url() + ": the response broke off before its end\n");
+    }
+    const scripted_peer silent([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 200 OK\r\n\r\nhello");
+        connection.wait_for_end();
+    });
+    const program_run run = fetch(silent.url() + " --timeout 0.3");
+    EXPECT_EQ(run.status, 4);
+    EXPECT_EQ(run.output, "hello");
+    EXPECT_EQ(run.errors,
+              "pennywort: " + silent.url() + ": the rest of the response did not come in time\n");
 }
 
 TEST_F(FetchTest, LeavesAFileAloneUnlessAResponseCame) {

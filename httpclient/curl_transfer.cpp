@@ -56,6 +56,11 @@ std::string destination_of(const curl_order& order) {
     return order.target.origin() + "|" + order.proxy + "|" + order.ca_file + "|" + order.user_agent;
 }
 
+// libcurl keeps a copy, for which memory may be out.
+bool has_set(CURL* easy, CURLoption option, const char* text) {
+    return ::curl_easy_setopt(easy, option, text) == CURLE_OK;
+}
+
 }  // namespace
 
 void curl_transfer::header_list::clear() { ::curl_slist_free_all(std::exchange(m_first, nullptr)); }
@@ -103,8 +108,7 @@ void curl_transfer::forget() {
 bool curl_transfer::set_options(const curl_order& order) {
     CURL* const easy = m_line->easy.get();
     if (!m_line->is_set_up) {
-        set_rules();
-        set_route(order);
+        if (!set_rules() || !set_route(order)) return false;
         set_callbacks();
         m_line->is_set_up = true;
     }
@@ -126,18 +130,19 @@ bool curl_transfer::set_options(const curl_order& order) {
 }
 
 // What no order changes. A line keeps it from one to the next, which saves a third of the time that
-// a short request takes.
-void curl_transfer::set_rules() {
+// a short request takes. What it would keep must be whole: the certificates of the system would be
+// trusted for all later orders, for instance.
+bool curl_transfer::set_rules() {
     CURL* const easy = m_line->easy.get();
-    ::curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "");
     ::curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
-    ::curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     ::curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
     ::curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     // A name server that is silent must not hold the caller when the time has passed.
     ::curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     ::curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_buffer);
     ::curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    return has_set(easy, CURLOPT_COOKIEFILE, "") &&
+           has_set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
 }
 
 // A body that is read piece by piece goes out in packets of its own, which costs a short request a
@@ -161,16 +166,15 @@ bool curl_transfer::set_body(const curl_order& order) {
     return ::curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, verb) == CURLE_OK;
 }
 
-void curl_transfer::set_route(const curl_order& order) {
+bool curl_transfer::set_route(const curl_order& order) {
     CURL* const easy = m_line->easy.get();
-    ::curl_easy_setopt(easy, CURLOPT_USERAGENT, order.user_agent.c_str());
     if (!order.ca_file.empty()) {
-        ::curl_easy_setopt(easy, CURLOPT_CAINFO, order.ca_file.c_str());
+        if (!has_set(easy, CURLOPT_CAINFO, order.ca_file.c_str())) return false;
         ::curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
     }
     // Set even where there is none: libcurl would read the environment by itself.
-    ::curl_easy_setopt(easy, CURLOPT_PROXY, order.proxy.c_str());
-    ::curl_easy_setopt(easy, CURLOPT_NOPROXY, "");
+    return has_set(easy, CURLOPT_USERAGENT, order.user_agent.c_str()) &&
+           has_set(easy, CURLOPT_PROXY, order.proxy.c_str()) && has_set(easy, CURLOPT_NOPROXY, "");
 }
 
 void curl_transfer::set_callbacks() {

@@ -125,9 +125,9 @@ private:
 
     void forget();
     bool set_options(const curl_order& order);
-    void set_rules();
+    bool set_rules();
     bool set_body(const curl_order& order);
-    void set_route(const curl_order& order);
+    bool set_route(const curl_order& order);
     void set_callbacks();
     bool set_headers(const curl_order& order);
     bool add_lines(std::string_view block);

@@ -10,7 +10,6 @@
 #include <limits>
 #include <utility>
 
-#include "core/http/user_proxy.h"
 #include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "core/text/ascii.h"
@@ -71,11 +70,6 @@ std::string basic_credentials(const zString& user, const zString& password) {
     return encoded;
 }
 
-std::int64_t microseconds_since(std::chrono::steady_clock::time_point start) {
-    const auto passed = std::chrono::steady_clock::now() - start;
-    return std::chrono::duration_cast<std::chrono::microseconds>(passed).count();
-}
-
 }  // namespace
 
 // Where a request goes.
@@ -86,10 +80,14 @@ struct cHttpSession_winhttp::target {
     bool is_secure = false;
 };
 
-cHttpSession_winhttp::cHttpSession_winhttp() : cHttpSession_winhttp(http_transport::make()) {}
+cHttpSession_winhttp::cHttpSession_winhttp()
+    : cHttpSession_winhttp(http_transport::make(), &http::read_user_proxy,
+                           run::monotonic_clock::system()) {}
 
-cHttpSession_winhttp::cHttpSession_winhttp(std::unique_ptr<http_transport> transport)
-    : m_transport(std::move(transport)) {}
+cHttpSession_winhttp::cHttpSession_winhttp(std::unique_ptr<http_transport> transport,
+                                           proxy_reader user_proxy,
+                                           const run::monotonic_clock& clock)
+    : m_user_proxy(std::move(user_proxy)), m_clock(clock), m_transport(std::move(transport)) {}
 
 cHttpSession_winhttp::~cHttpSession_winhttp() { m_transport->close_all(); }
 
@@ -128,6 +126,9 @@ long cHttpSession_winhttp::begin(const zRecord* headers, const void* body, std::
 long cHttpSession_winhttp::run(const zRecord* headers, const void* body, std::uint32_t length) {
     m_bytes_received = 0;
     m_content_length = 0;
+    // Nobody is asked for the way to where nothing is.
+    const long url_result = ValidateURL(std::string(m_url.View()));
+    if (url_result != k_ok) return url_result;
     const proxy_choice user = user_choice();
     // A named proxy without a name opens no session: what would come of it is known beforehand.
     const bool is_hopeless = !user.is_system_default && user.servers.empty();
@@ -148,8 +149,6 @@ long cHttpSession_winhttp::attempt(const proxy_choice& proxy, const zRecord* hea
 
 long cHttpSession_winhttp::make_request(const proxy_choice& proxy, const zRecord* headers,
                                         const void* body, std::uint32_t length) {
-    const long url_result = ValidateURL(std::string(m_url.View()));
-    if (url_result != k_ok) return url_result;
     // The response before this request is gone, whatever becomes of the request.
     m_transport->close_all();
     target to;
@@ -189,7 +188,7 @@ long cHttpSession_winhttp::split_url(target& to) const {
 // What the user has set is asked for once in a session's life: the answer can take a while.
 proxy_choice cHttpSession_winhttp::user_choice() {
     if (!m_proxy_cached) {
-        if (const std::optional<http::user_proxy> user = http::read_user_proxy()) {
+        if (const std::optional<http::user_proxy> user = m_user_proxy()) {
             m_proxy = user->servers;
             m_proxy_bypass = user->bypass;
             m_proxy_auto_detect = user->is_auto_detected ? 1 : 0;
@@ -355,9 +354,9 @@ void cHttpSession_winhttp::Request_BlockForResponse() {
 }
 
 bool cHttpSession_winhttp::Request_BlockForResponseWithin(std::uint32_t limit) {
-    const auto start = std::chrono::steady_clock::now();
+    const auto end = m_clock.now() + std::chrono::microseconds(limit);
     while (!Request_IsComplete()) {
-        if (microseconds_since(start) > limit) return false;
+        if (m_clock.now() > end) return false;
     }
     return true;
 }

@@ -3,9 +3,13 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "core/http/user_proxy.h"
+#include "core/run/clock.h"
 #include "httpclient.h"
 #include "httpclient/http_transport.h"
 
@@ -13,9 +17,12 @@ namespace pennywort::httpclient {
 
 class cHttpSession_winhttp final : public cHttpSession {
 public:
+    using proxy_reader = std::function<std::optional<http::user_proxy>()>;
+
     cHttpSession_winhttp();
-    // Tests bring a transport of their own.
-    explicit cHttpSession_winhttp(std::unique_ptr<http_transport> transport);
+    // Tests bring a transport, a user and a time of their own.
+    cHttpSession_winhttp(std::unique_ptr<http_transport> transport, proxy_reader user_proxy,
+                         const run::monotonic_clock& clock);
     ~cHttpSession_winhttp() override;
 
     void Configure(std::uint32_t verb, const char* url, double timeoutSeconds) override;
@@ -71,6 +78,8 @@ private:
     long know_content_length();
     bool query(header_query what, std::string& out) const;
 
+    const proxy_reader m_user_proxy;
+    const run::monotonic_clock& m_clock;
     // In this order since the session was first written down.
     std::uint32_t m_verb = 0;
     zString m_url;

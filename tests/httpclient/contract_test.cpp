@@ -2,14 +2,18 @@
 // order of virtual operations.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <ostream>
 #include <string>
 
 #include "httpclient.h"
 #include "logger.h"
+#include "tests/support/slot_of.h"
 
 namespace {
+
+using pennywort::tests::slot_of;
 
 struct url_case {
     const char* name;
@@ -100,6 +104,40 @@ TEST(Session, KeepsItsConfiguration) {
     session->Configure(0, nullptr, 1.0);
     EXPECT_FALSE(session->IsConfigured());
     EXPECT_STREQ(session->GetURL().CString(), "");
+}
+
+static_assert(cHttpSession::k_get == 0x6765742E && cHttpSession::k_post == 0x706F7374 &&
+              cHttpSession::k_put == 0x7075742E && cHttpSession::k_patch == 0x70616368 &&
+              cHttpSession::k_delete == 0x64656C74);
+
+// Hosts that were built with an earlier library call them by their place.
+TEST(Session, HasItsOperationsInTheirOrder) {
+    // The destructor comes first and takes two.
+    std::size_t slot = 2;
+    EXPECT_EQ(slot_of(&cHttpSession::SetLogger), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Configure), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::IsConfigured), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::SetBasicHTTPAuthentication), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::SetAuthentication), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_BeginWithCallback), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_Begin), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_Status), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_IsComplete), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_BlockForResponse), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_BlockForResponseWithin), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Response_StatusCode), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Response_Headers), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Response_ContentType), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Response_ContentLength), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Response_ContentLength64), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_Stop), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_ContentBytesRead), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_ContentBytesRead64), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Request_End), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::LogElaspsedTime), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Reserved22), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::Reserved23), slot++);
+    EXPECT_EQ(slot_of(&cHttpSession::GetURL), slot++);
 }
 
 }  // namespace

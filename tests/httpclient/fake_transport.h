@@ -7,10 +7,12 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "core/http/user_proxy.h"
 #include "httpclient/http_transport.h"
 
 namespace pennywort::httpclient {
@@ -24,6 +26,9 @@ struct fake_service {
     std::map<header_query, std::string> answers;
     std::vector<proxy_choice> proxies;
     std::function<void()> at_connect;
+    std::function<void()> at_bytes_available;
+    std::optional<http::user_proxy> user;  // nothing: the system does not tell
+    int user_asked = 0;
     std::string object;
     std::string headers;
     std::string body;
@@ -85,6 +90,7 @@ public:
         return m_service->received;
     }
     bool bytes_available(std::uint32_t& count) override {
+        if (m_service->at_bytes_available) m_service->at_bytes_available();
         if (!step("bytes_available", "bytes_available")) return false;
         const bool has_piece = m_next < m_service->pieces.size();
         count = has_piece ? static_cast<std::uint32_t>(m_service->pieces[m_next].size()) : 0;

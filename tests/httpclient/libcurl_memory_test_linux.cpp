@@ -69,4 +69,31 @@ TEST_F(LibcurlMemoryTest, RunsOutAtAnyPlaceOfARequest) {
     EXPECT_EQ(body(), "hello");
 }
 
+// A line keeps its proxy for later requests: one that lost it would ask the host itself, and there
+// is none.
+TEST_F(LibcurlMemoryTest, ALineWithoutItsProxyIsNotKept) {
+    const scripted_peer proxy([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send(answer_with("hello", "Connection: close\r\n"));
+    });
+    ::setenv("http_proxy", proxy.url("").c_str(), 1);
+    ASSERT_EQ(get("http://127.1.0.0:1/"), 0);
+    // The session knows it now; libcurl must not find it by itself.
+    ::unsetenv("http_proxy");
+    int failures = 0;
+    for (has_failed = true; has_failed; ++failures) {
+        ASSERT_LT(failures, 10'000);
+        // Each has a line of its own.
+        const std::string url = "http://127.1." + std::to_string(failures / 250) + "." +
+                                std::to_string(failures % 250 + 1) + ":1/";
+        has_failed = false;
+        allocations_left = failures;
+        request(cHttpSession::k_get, url);
+        allocations_left = k_never;
+        ASSERT_EQ(get(url), 0) << failures;
+        ASSERT_EQ(body(), "hello") << failures;
+    }
+    EXPECT_GT(failures, 20);
+}
+
 }  // namespace

@@ -1,6 +1,9 @@
 // redirects_test.cpp - responses that send the request elsewhere.
 #include <atomic>
+#include <chrono>
 #include <mutex>
+#include <string>
+#include <thread>
 
 #include "tests/httpclient/scripted_peer.h"
 #include "tests/httpclient/session_fixture.h"
@@ -188,6 +191,28 @@ TEST_F(RedirectsTest, WithALongBodyAreFollowedWithoutReadingIt) {
     });
     EXPECT_EQ(get(peer.url()), 0);
     EXPECT_EQ(body(), "end");
+}
+
+// Its bytes come far within the time-out, and all of them together last several times as long.
+TEST_F(RedirectsTest, WithABodyThatDripsAreNotHeldByIt) {
+    constexpr int k_all = 100;
+    std::atomic<int> dripped{0};
+    std::atomic<int> dripped_by_then{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        if (path_of(connection.receive_head()) == "/next") {
+            dripped_by_then = dripped.load();
+            connection.send(answer_with("end"));
+            return;
+        }
+        connection.send("HTTP/1.1 302 Found\r\nLocation: /next\r\nContent-Length: 100\r\n\r\n");
+        for (; dripped < k_all && connection.send("x"); ++dripped) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        connection.wait_for_end();
+    });
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, 0.5), 0);
+    EXPECT_EQ(body(), "end");
+    EXPECT_LT(dripped_by_then, k_all);
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // asks of the body: with a service that does as the test says.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -9,6 +11,7 @@
 #include "httpclient/http_session_winhttp.h"
 #include "tests/httpclient/fake_transport.h"
 #include "tests/support/collected_traces.h"
+#include "tests/support/fake_clock.h"
 
 namespace pennywort::httpclient {
 namespace {
@@ -23,7 +26,13 @@ protected:
     long status() { return m_session.Response_StatusCode(nullptr); }
 
     std::shared_ptr<fake_service> m_service = std::make_shared<fake_service>();
-    cHttpSession_winhttp m_session{std::make_unique<fake_transport>(m_service)};
+    tests::fake_clock m_clock;
+    cHttpSession_winhttp m_session{std::make_unique<fake_transport>(m_service),
+                                   [service = m_service] {
+                                       ++service->user_asked;
+                                       return service->user;
+                                   },
+                                   m_clock};
     zBuffer m_sink{0, 0};
 };
 
@@ -63,13 +72,16 @@ class FailingSteps : public StepsTest, public testing::WithParamInterface<failin
 
 TEST_P(FailingSteps, HaveTheirCode) {
     const tests::collected_traces traces;
+    m_service->user = http::user_proxy{"p:1", "b", false, {}};
     m_service->failing = {GetParam().name};
     EXPECT_EQ(begin("http://host/", "body"), GetParam().want);
     EXPECT_EQ(status(), GetParam().stored);
-    // The first attempt has the user's proxy, if there is one.
-    ASSERT_FALSE(m_service->proxies.empty());
-    EXPECT_TRUE(m_service->proxies.back().is_system_default);
-    EXPECT_LE(m_service->proxies.size(), 2U);
+    // The second attempt leaves the user's proxy out.
+    ASSERT_EQ(m_service->proxies.size(), 2U);
+    EXPECT_FALSE(m_service->proxies[0].is_system_default);
+    EXPECT_EQ(m_service->proxies[0].servers, "p:1");
+    EXPECT_EQ(m_service->proxies[0].bypass, "b");
+    EXPECT_TRUE(m_service->proxies[1].is_system_default);
     const bool is_traced =
         traces.text().find(
             "cHttpSession_winhttp::MakeRequest: WinHttpSendRequest - failed (err=12345, len=4, "
@@ -87,12 +99,63 @@ INSTANTIATE_TEST_SUITE_P(All, FailingSteps,
                          [](const auto& each) { return std::string(each.param.name); });
 
 TEST_F(StepsTest, AResponseThatDoesNotComeHasItsCode) {
+    m_service->user = http::user_proxy{"p:1", {}, false, {}};
     m_service->received = receive_result::timed_out;
     EXPECT_EQ(begin("http://host/"), -14);
     EXPECT_EQ(status(), -1);
     m_service->received = receive_result::failed;
     EXPECT_EQ(begin("http://host/"), -21315);
-    EXPECT_GE(m_service->count("receive"), 2);
+    EXPECT_EQ(m_service->count("receive"), 4);
+}
+
+TEST_F(StepsTest, TheUsersProxyIsAskedForOnceItWasTold) {
+    for (int round = 1; round <= 2; ++round) {
+        EXPECT_EQ(begin("http://host/"), 0);
+        EXPECT_EQ(m_service->user_asked, round);
+    }
+    EXPECT_EQ(begin("ftp://host/"), -21501);
+    EXPECT_EQ(m_service->user_asked, 2);
+    m_service->user = http::user_proxy{"p:1", "b", false, {}};
+    for (int round = 0; round < 3; ++round) EXPECT_EQ(begin("http://host/"), 0);
+    EXPECT_EQ(m_service->user_asked, 3);
+    EXPECT_EQ(m_service->proxies.back().servers, "p:1");
+}
+
+TEST_F(StepsTest, OfAnAutomaticProxyTheSystemTakesCare) {
+    for (const auto& user : {http::user_proxy{"p:1", "b", true, {}},
+                             http::user_proxy{"p:1", "b", false, "http://host/proxy.pac"}}) {
+        const auto service = std::make_shared<fake_service>();
+        cHttpSession_winhttp session(
+            std::make_unique<fake_transport>(service), [&] { return std::optional(user); },
+            m_clock);
+        session.Configure(cHttpSession::k_get, "http://host/", 1);
+        EXPECT_EQ(session.Request_Begin(&m_sink, nullptr, nullptr, 0), 0);
+        ASSERT_EQ(service->proxies.size(), 1U);
+        EXPECT_TRUE(service->proxies[0].is_system_default);
+    }
+}
+
+TEST_F(StepsTest, WithoutAProxyOfTheUsersThereIsOneAttempt) {
+    for (const bool is_told : {false, true}) {
+        m_service->proxies.clear();
+        if (is_told) m_service->user.emplace();
+        m_service->failing = {"connect"};
+        EXPECT_EQ(begin("http://host/"), -21317);
+        ASSERT_EQ(m_service->proxies.size(), 1U);
+        EXPECT_TRUE(m_service->proxies[0].is_system_default);
+    }
+}
+
+TEST_F(StepsTest, ABoundedWaitBeginsNoStepBehindItsLimit) {
+    m_service->pieces = {"a", "b", "c", "d", "e"};
+    m_service->at_bytes_available = [this] { m_clock.advance(std::chrono::microseconds(10)); };
+    EXPECT_EQ(begin("http://host/"), 0);
+    EXPECT_FALSE(m_session.Request_BlockForResponseWithin(25));
+    EXPECT_EQ(m_session.Request_ContentBytesRead(), 3U);
+    EXPECT_FALSE(m_session.Request_BlockForResponseWithin(0));
+    EXPECT_EQ(m_session.Request_ContentBytesRead(), 4U);
+    EXPECT_TRUE(m_session.Request_BlockForResponseWithin(10));
+    EXPECT_EQ(m_session.Request_ContentBytesRead(), 5U);
 }
 
 TEST_F(StepsTest, AFailedRequestForgetsItsSink) {

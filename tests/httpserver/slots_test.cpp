@@ -3,21 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 
 #include "httpserver.h"
+#include "tests/support/slot_of.h"
 
 namespace {
 
-// In the ABI of GCC a pointer to a virtual operation holds 1 more than its place in bytes.
-template <typename operation>
-std::size_t slot_of(operation pointer) {
-    std::uintptr_t parts[2] = {};
-    static_assert(sizeof pointer == sizeof parts);
-    std::memcpy(parts, &pointer, sizeof parts);
-    return (parts[0] - 1) / sizeof(void*);
-}
+using pennywort::tests::slot_of;
 
 // The destructor comes first and takes two.
 constexpr std::size_t k_first = 2;

@@ -91,7 +91,7 @@ public:
     }
 
 private:
-    CLI::App m_program{"Renders web pages to frames and files.", "pennywort"};
+    CLI::App m_program{"Web pages as live video, and network services.", "pennywort"};
     std::vector<CLI::App*> m_parsers;
 };
 

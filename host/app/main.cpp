@@ -1,12 +1,15 @@
 // host/app/main.cpp - the pennywort program.
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/app/command_line.h"
 #include "host/app/exit_status.h"
 #include "host/system/console.h"
+#include "loam/trace.h"
 
 namespace {
 
@@ -20,6 +23,21 @@ int say(const std::string& text) {
     return pennywort::host::k_exit_failed;
 }
 
+// While it lives, traces go to the user too, unless the command has a place of its own for them.
+class heard_traces {
+public:
+    explicit heard_traces(std::FILE* errors) {
+        zTraceManager::Default()->SetSink([errors](const char* message) {
+            const std::string_view text(message);
+            std::fputs(message, errors);
+            if (!text.ends_with('\n')) std::fputc('\n', errors);
+        });
+    }
+    ~heard_traces() { zTraceManager::Default()->SetSink({}); }
+    heard_traces(const heard_traces&) = delete;
+    heard_traces& operator=(const heard_traces&) = delete;
+};
+
 int run(const std::vector<std::string>& arguments) {
     const auto line = pennywort::host::parse_command_line(arguments);
     if (line.what == command_line::verdict::say) return say(line.text);
@@ -29,6 +47,8 @@ int run(const std::vector<std::string>& arguments) {
     }
     using others = console::others;
     const console out(line.chosen->is_verbose() ? others::heard : others::quiet);
+    std::optional<heard_traces> traces;
+    if (line.chosen->is_verbose()) traces.emplace(out.errors());
     return line.chosen->run(out);
 }
 

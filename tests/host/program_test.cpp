@@ -102,6 +102,18 @@ TEST_F(Program, WorksWithoutStandardStreams) {
               1);
 }
 
+TEST_F(Program, ACallOfNobodyIsAFailureInOneLine) {
+    expect_refusal(folder.run("pennywort call http://127.0.0.1:1/ m"), 1, "no connection");
+}
+
+TEST_F(Program, VerboseShowsTheTraces) {
+    for (const char* what : {"call http://127.0.0.1:1/ m", "fetch http://127.0.0.1:1/"}) {
+        const auto run = folder.run("pennywort " + std::string(what) + " --verbose");
+        EXPECT_NE(run.errors.find("WinHttpSendRequest - failed"), std::string::npos) << run.errors;
+        EXPECT_EQ(run.output, "");
+    }
+}
+
 TEST_F(Program, HelpAndVersionGoToStandardOutput) {
     const auto help = folder.run("pennywort render --help");
     EXPECT_EQ(help.status, 0);

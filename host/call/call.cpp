@@ -56,6 +56,7 @@ private:
         settings.tlsByScheme = true;
         settings.sendBasicAuthentication = true;
         settings.caFile = m_options.ca_file;
+        settings.tellBrokenBody = true;
         // Longer ones are not parsed: without this a server could fill the memory.
         settings.maxResponseBytes = zXML::k_most_bytes;
         session->SetSettings(settings);

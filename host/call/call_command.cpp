@@ -4,11 +4,14 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <fstream>
 
 #include "core/limits.h"
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
+#include "host/call/call_argument.h"
 #include "host/call/call_values.h"
+#include "host/system/file_path.h"
 #include "httpclient.h"
 #include "loam/xmlrpc.h"
 
@@ -18,6 +21,13 @@ namespace {
 
 // 0 would mean to wait for ever.
 constexpr double k_shortest_wait = 0.001;
+
+// A folder can be opened, but not read.
+bool can_be_read(const std::string& path) {
+    std::ifstream file(file_path(path), std::ios::binary);
+    file.peek();
+    return file.is_open() && !file.bad();
+}
 
 }  // namespace
 
@@ -50,9 +60,12 @@ void call_command::add_options(CLI::App& parser) {
 
 std::string call_command::take_arguments() {
     if (cHttpSession::ValidateURL(m_options.url) != 0) {
-        return m_options.url + " is no URL: it begins with http:// or https://";
+        return m_options.url + " is no URL of a server: http:// or https:// and a host";
     }
     if (std::string wrong = take_timeout(); !wrong.empty()) return wrong;
+    if (!m_options.ca_file.empty() && !can_be_read(m_options.ca_file)) {
+        return "--cacert " + m_options.ca_file + ": the file cannot be read";
+    }
     return take_values();
 }
 
@@ -80,11 +93,10 @@ std::string call_command::take_values() {
 
 std::string call_command::take_value(const std::string& text) {
     if (text.size() > 1 && text[0] == '-' && !text::is_digit(text[1])) return " is no option";
-    const json value = json::parse(text, nullptr, false);
-    if (value.is_discarded()) {
-        return " is no JSON; a text needs its quotation marks: '\"" + text + "\"'";
-    }
-    const std::string wrong = set_value(zXMLRPC(*m_options.request).AddParam(), value);
+    json value;
+    std::string wrong = read_argument(text, value);
+    if (!wrong.empty()) return wrong;
+    wrong = set_value(zXMLRPC(*m_options.request).AddParam(), value);
     return wrong.empty() ? wrong : ": " + wrong;
 }
 

@@ -90,14 +90,35 @@ TEST(CallArguments, ThatCannotBeSentAreRefused) {
     EXPECT_EQ(refused("words"), "words is no JSON; a text needs its quotation marks: '\"words\"'");
     EXPECT_EQ(refused("18446744073709551615"),
               "18446744073709551615: a number does not fit into 64 bits");
+    EXPECT_EQ(refused("[-99999999999999999999]"),
+              "[-99999999999999999999]: a number does not fit into 64 bits");
+    EXPECT_EQ(refused("1e400"), "1e400: 1e400 is too large for a double");
+    EXPECT_EQ(refused("{\"a\":1,\"b\":{\"a\":1},\"a\":2}"),
+              "{\"a\":1,\"b\":{\"a\":1},\"a\":2}: a name stands twice in it");
+    EXPECT_EQ(refused("[1,{\"a\":1}"),
+              "[1,{\"a\":1} is no JSON; a text needs its quotation marks: '\"[1,{\"a\":1}\"'");
     EXPECT_EQ(refused("{\"$base64\":\"*\"}"), "{\"$base64\":\"*\"}: $base64 is no base64");
     EXPECT_NE(refused(std::string(300, '[') + std::string(300, ']')).find("nested too deeply"),
               std::string::npos);
     EXPECT_EQ(parse_command_line({"call", "ftp://h/x", "m"}).text,
-              "ftp://h/x is no URL: it begins with http:// or https://");
+              "ftp://h/x is no URL of a server: http:// or https:// and a host");
+    EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--cacert", "."}).text,
+              "--cacert .: the file cannot be read");
+    EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--cacert", "nowhere/ca"}).text,
+              "--cacert nowhere/ca: the file cannot be read");
     EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--timeout", "0"}).text,
               "--timeout 0 is not a time from 0.001 to 3600 seconds");
     EXPECT_EQ(parse_command_line({"call", "http://h/"}).what, command_line::verdict::refuse);
+}
+
+// The largest that fit, and a name that stands in two objects.
+TEST(CallArguments, WhatCanBeSentIsTaken) {
+    for (const char* value :
+         {"9223372036854775807", "-9223372036854775808", "1e300", "1e-400", "[{\"a\":1},{\"a\":2}]",
+          "{\"a\":{\"a\":1}}", "99999999999999999999.0"}) {
+        const auto line = parse_command_line({"call", "http://h/", "m", value});
+        EXPECT_EQ(line.what, command_line::verdict::run) << line.text;
+    }
 }
 
 TEST(CallArguments, ANegativeNumberIsNoOption) {
@@ -203,6 +224,11 @@ TEST_F(Call, TellsAFaultWithoutItsControlCharacters) {
 TEST_F(Call, TellsABodyThatIsCut) {
     EXPECT_EQ(answered("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n<methodRes", 1),
               "less came than the response had announced\n");
+}
+
+TEST_F(Call, TellsABodyOfUnknownLengthThatBreaksOff) {
+    EXPECT_EQ(answered("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\n<methodRe", 1),
+              "the connection broke before a response had come\n");
 }
 
 // Were its memory taken, its end would be missed next.

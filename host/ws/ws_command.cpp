@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "core/limits.h"
+#include "core/text/ascii.h"
 #include "core/text/numbers.h"
 #include "host/app/exit_status.h"
 #include "host/system/interrupt.h"
@@ -27,6 +28,10 @@ std::string take_seconds(const char* option, const std::string& text, bool may_b
     }
     into = std::chrono::milliseconds(std::llround(std::ceil(*seconds * 1000)));
     return {};
+}
+
+bool has_scheme(const std::string& url) {
+    return text::begins_ignoring_case(url, "ws://") || text::begins_ignoring_case(url, "wss://");
 }
 
 // The thread may wait for input when the program ends, so that it owns nothing but the session.
@@ -65,6 +70,9 @@ void ws_command::add_options(CLI::App& parser) {
 }
 
 std::string ws_command::take_arguments() {
+    if (!has_scheme(m_options.url)) {
+        return m_options.url + " is no URL of a WebSocket: it begins with ws:// or wss://";
+    }
     if (m_is_managed && m_is_system) return "give only one of --managed and --system";
     if (m_is_system && !m_ping.empty()) return "--ping needs --managed: the system sends no pings";
     m_options.transport = m_is_system ? ws_transport::system : ws_transport::managed;

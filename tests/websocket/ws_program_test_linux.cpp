@@ -50,8 +50,7 @@ TEST(WsProgram, EndsWhenTheServerDoes) {
 
 TEST(WsProgram, SaysWhyThereIsNoConnection) {
     const program_folder folder;
-    for (const char* arguments : {"ws://127.0.0.1:1/ --managed", "ws://127.0.0.1:1/ --system",
-                                  "http://127.0.0.1/ --managed"}) {
+    for (const char* arguments : {"ws://127.0.0.1:1/ --managed", "ws://127.0.0.1:1/ --system"}) {
         const program_run run =
             folder.run("pennywort ws " + std::string(arguments) + " </dev/null");
         EXPECT_EQ(run.status, 1) << arguments;
@@ -62,8 +61,9 @@ TEST(WsProgram, SaysWhyThereIsNoConnection) {
 
 TEST(WsProgram, RefusesWrongArguments) {
     const program_folder folder;
-    for (const char* arguments : {"", "ws://a --managed --system", "ws://a --system --ping 1",
-                                  "ws://a --ping 0", "ws://a --timeout x", "ws://a --linger -1"}) {
+    for (const char* arguments :
+         {"", "ws://a --managed --system", "ws://a --system --ping 1", "http://127.0.0.1:1/",
+          "ws:/a", "ws://a --ping 0", "ws://a --timeout x", "ws://a --linger -1"}) {
         const program_run run =
             folder.run("pennywort ws " + std::string(arguments) + " </dev/null");
         EXPECT_EQ(run.status, 2) << arguments;

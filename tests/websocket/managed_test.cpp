@@ -40,7 +40,8 @@ void echo(peer_connection& connection) {
             connection.send(frames::frame(frames::k_final | frames::k_close, frame.payload));
             return connection.wait_for_end();
         }
-        connection.send(frames::frame(frames::k_final | frame.opcode, frame.payload));
+        const int last = frame.is_final ? frames::k_final : 0;
+        connection.send(frames::frame(last | frame.opcode, frame.payload));
     }
 }
 

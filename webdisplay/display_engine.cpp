@@ -24,6 +24,7 @@ using browser_ref = cef::ref<cef_browser_t>;
 using host_ref = cef::ref<cef_browser_host_t>;
 using frame_ref = cef::ref<cef_frame_t>;
 
+constexpr int k_page_clock_rate = 60;
 constexpr const char* k_empty_page = "about:blank";
 constexpr int k_smallest_side = 5;
 constexpr cef_color_t k_windowed_background = 0xCC27282B;
@@ -162,7 +163,11 @@ bool display_engine::start_browser(webdisplay_browser_client& client,
         window.windowless_rendering_enabled = 1;
         window.external_begin_frame_enabled =
             m_display.m_state->is_on_host_clock || m_display.m_state->is_on_page_clock ? 1 : 0;
-        settings.windowless_frame_rate = whole_frames(m_display.m_frame_rate);
+        // Of a page by its own clock it is only what an animated picture may run ahead by: at the
+        // film's own rate that would be a whole frame.
+        settings.windowless_frame_rate = m_display.m_state->is_on_page_clock
+                                             ? k_page_clock_rate
+                                             : whole_frames(m_display.m_frame_rate);
         settings.background_color = m_display.m_transparent ? k_transparent : k_opaque_black;
     } else {
         native_window::fill_child(window, m_display.m_parent_window, static_cast<int>(width),

@@ -67,9 +67,7 @@ void page_timeline::page_lost() {
 
 void page_timeline::hear(const std::string& method, const json& params) {
     if (method == "Emulation.virtualTimeBudgetExpired") {
-        const bool is_moving =
-            m_phase == phase::aligning || m_phase == phase::starting || m_phase == phase::moving;
-        m_has_come = m_has_come || is_moving;
+        if (m_phase == phase::aligning || m_phase == phase::moving) m_has_come = true;
     } else if (method == "Runtime.bindingCalled") {
         m_has_films = m_has_films || message_text(params, "/name") == page_scripts::k_film_binding;
     } else if (method == "Target.attachedToTarget") {
@@ -187,7 +185,6 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::stand},
         {wait::frames, k_ever, "", &self::freeze},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::start},
-        {wait::event, k_move_limit, "the page's clock does not move", &self::open_frame},
         {wait::answers, k_settle_limit, "", &self::return_to_frames},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::open_frame},
         {wait::frames, k_ever, "", &self::open_frame},
@@ -325,8 +322,8 @@ void page_timeline::stand() {
 // --- frames
 
 void page_timeline::start() {
-    m_zero = m_clock + k_millisecond;
-    move_to(m_zero, phase::starting);
+    m_zero = m_clock;
+    open_frame();
 }
 
 void page_timeline::return_to_frames() { stop_clock(phase::returning); }
@@ -379,9 +376,11 @@ void page_timeline::try_tick() {
     m_waiting.pop_front();
 }
 
-// Unseen ones lie just before the first, as times must rise.
+// The unseen ones begin at the page's time 0, so that what begins with them begins then; the first
+// one follows within microseconds, as times must rise.
 std::int64_t page_timeline::stamp() const {
-    return (is_unseen() ? m_clock - k_unseen + m_unseen : m_clock) * 1000;
+    const std::int64_t at = is_unseen() ? m_zero + m_unseen : std::max(m_clock, m_zero + k_unseen);
+    return at * 1000;
 }
 
 void page_timeline::close_frame() {

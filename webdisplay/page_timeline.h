@@ -101,7 +101,6 @@ private:
         checking,   // whether the page still has the same clock
         standing,   // loaded, as while loading
         freezing,   // the clock is stopped for the first frame
-        starting,   // and moved to the page's time 0
         settling,   // what the first frame has asked for comes: fonts, images
         returning,  // the clock is stopped again
         between,    // no frame is under way

@@ -1,6 +1,7 @@
 // host/app/browser_runtime.cpp - see the header for the contract.
 #include "host/app/browser_runtime.h"
 
+#include <cstdint>
 #include <utility>
 
 #include "webdisplay.h"
@@ -18,9 +19,12 @@ constexpr std::pair<const char*, const char*> k_headless_switches[] = {
     {"use-angle", "swiftshader"},   {"enable-unsafe-swiftshader", nullptr},
 };
 
+// Where Math.random of each page begins, so that a film of it comes out the same again.
+constexpr std::uint32_t k_random_seed = 1;
+
 }  // namespace
 
-browser_runtime::browser_runtime(pump_pacing pacing, bool gpu) {
+browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, bool has_page_clocks) {
     manager::SetPacing(pacing == pump_pacing::timer ? cWebDisplayPacing::Timer
                                                     : cWebDisplayPacing::OnRequest);
     // Containers have a shared memory file system of 64 MB, which one large page fills.
@@ -29,6 +33,7 @@ browser_runtime::browser_runtime(pump_pacing pacing, bool gpu) {
     // waits for a prompt that needs a window, and a page that wants a password fails when its
     // display closes. With it the client is asked, refuses, and the page is shown.
     manager::AddCommandLineSwitch("disable-chrome-login-prompt", nullptr);
+    if (has_page_clocks) manager::EnablePageClock(k_random_seed);
     if (!gpu) {
         for (const auto& [name, value] : k_headless_switches)
             manager::AddCommandLineSwitch(name, value);

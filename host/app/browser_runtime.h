@@ -11,7 +11,8 @@ enum class pump_pacing { on_request, timer };
 // Once in a process. The thread that makes it becomes the display thread.
 class browser_runtime {
 public:
-    browser_runtime(pump_pacing pacing, bool gpu);
+    // `has_page_clocks`: pages may live by a time of their own.
+    browser_runtime(pump_pacing pacing, bool gpu, bool has_page_clocks = false);
     ~browser_runtime();
     browser_runtime(const browser_runtime&) = delete;
     browser_runtime& operator=(const browser_runtime&) = delete;

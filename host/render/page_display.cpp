@@ -23,7 +23,9 @@ zRecord settings_of(const render_options& options) {
     settings.SetString("web_override_css", options.css);
     // Without these two the film would show the browser's own page in the place of one that failed,
     // and a page whose process has ended would be noticed only by its silence.
-    settings.SetBool("web_keep_last_picture", true);
+    // A page by its own clock paints no frame that was not asked for.
+    settings.SetBool("web_keep_last_picture", options.clock != page_clock::own);
+    settings.SetBool("web_page_clock", options.clock == page_clock::own);
     settings.SetBool("web_report_lost_page", true);
     settings.SetBool("web_host_clock", options.clock == page_clock::host);
     return settings;
@@ -73,6 +75,19 @@ void page_display::close() {
     m_browser->SetJavascriptCallbackReceiver(nullptr);
     m_run = nullptr;
     m_browser->Close();
+}
+
+void page_display::advance(std::int64_t microseconds, std::function<void(bool is_there)> told) {
+    const auto ended = [told](cWebDisplayPageFrame how) {
+        told(how != cWebDisplayPageFrame::Failed);
+    };
+    if (!m_browser->AdvancePage(microseconds, ended)) told(false);
+}
+
+std::string page_display::frame_fault() const {
+    cWebDisplayPageStatus status;
+    m_browser->GetPageStatus(status);
+    return text_of(status.frameFault);
 }
 
 std::uint64_t page_display::missed() const {

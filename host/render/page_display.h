@@ -41,6 +41,12 @@ public:
     // One tick of the page's clock, from any thread.
     void tick() { m_browser->NextFrame(); }
 
+    // Only of a page by its own clock: moves it to that moment after its beginning. `told` hears
+    // when the picture of that moment is there, or that it will not be.
+    void advance(std::int64_t microseconds, std::function<void(bool is_there)> told);
+    // Why it was not; empty if nothing is known.
+    std::string frame_fault() const;
+
     // Ticks that the page could not follow so far.
     std::uint64_t missed() const;
 

@@ -132,7 +132,8 @@ void page_run::step(time_point now) {
             return step_painting();
         case state::ready:
         case state::ending:
-            return step_living(now);
+            if (!m_request.stands_still) step_living(now);
+            return;
         case state::loading:
         case state::ended:
         case state::failed:
@@ -195,7 +196,9 @@ void page_run::step_waiting(time_point now) {
     std::string answer;
     if (take_answer(answer)) {
         m_answered = now;
-        if (answer == "ready") return enter(state::drawing);
+        if (answer == "ready") {
+            return enter(m_request.stands_still ? state::ready : state::drawing);
+        }
         if (!is_answer(answer, "throws", m_thrown)) m_thrown.clear();
     }
     const std::string& condition = m_request.wait_for;
@@ -241,6 +244,8 @@ bool page_run::is_silent(time_point now) const {
 
 void page_run::end(time_point now) {
     if (m_state != state::ready) return;
+    // Its last frame has come, which proves as much as an answer does.
+    if (m_request.stands_still) return enter(state::ended);
     // The answer to a question asked before the last frame would not prove that the page lived to
     // it.
     enter(state::ending);

@@ -32,6 +32,9 @@ struct page_request {
     std::string script_name;  // for messages
     std::string wait_for;     // expression to become true; none if empty
     std::chrono::milliseconds timeout{30'000};
+    // The page's time stands until its frames are asked for one by one: it draws nothing before
+    // that, and between two of them it answers nothing.
+    bool stands_still = false;
 };
 
 // The steps: loading, settling (fonts and style sheets), the script, the condition, some frames of

@@ -29,11 +29,13 @@ double interval_spread::milliseconds_at(double share) const {
     return static_cast<double>(k_steps - 1) / 10;
 }
 
-recorder::recorder(long width, long height, const frame_rate& rate, writer_thread* writer)
+recorder::recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
+                   bool is_exact)
     : m_width(width),
       m_height(height),
       m_interval(rate.time_of(1)),
       m_writer(writer),
+      m_is_exact(is_exact),
       m_pool(width, height, picture_pool::limit_for(width, height, k_max_waiting_picture_bytes)),
       m_token(std::make_shared<const picture>(1, 1)),
       m_pacer(m_interval, frame_pacer::lag_for(m_interval)) {}
@@ -65,12 +67,21 @@ void recorder::arrived(picture_ptr kept, time_point at) {
     if (m_pictures++ == 0) m_first_picture = at;
     if (!m_done && m_last_picture != time_point{}) m_intervals.add(at - m_last_picture);
     m_last_picture = at;
-    m_pacer.picture_came(at, std::move(kept));
+    if (m_is_exact) {
+        m_next = std::move(kept);
+        m_has_no_memory = m_has_no_memory || m_next == nullptr;
+    } else {
+        m_pacer.picture_came(at, std::move(kept));
+    }
 }
 
 void recorder::tick(time_point at) {
     const std::lock_guard hold(m_lock);
     ++m_ticks;
+    if (m_is_exact) {
+        const bool is_fresh = m_next != nullptr;
+        return take({m_ticks - 1, is_fresh, std::exchange(m_next, {}), 0}, at);
+    }
     guarded([&] {
         if (const auto result = m_pacer.tick_sent(at)) take(*result, at);
     });
@@ -105,6 +116,13 @@ void recorder::count(const tick_result& result, time_point now) {
         // The first frame has none before it to repeat: without this the output would lack a frame.
         m_has_no_memory = true;
     }
+}
+
+// The pool holds four at least: one that is shown again, one that is written, and two more.
+bool recorder::has_room() const {
+    constexpr std::uint64_t k_waiting = 2;
+    const std::lock_guard hold(m_lock);
+    return m_writer == nullptr || m_counts.frames < m_writer->written() + k_waiting;
 }
 
 void recorder::begin(std::uint64_t frames) {

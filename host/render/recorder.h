@@ -51,7 +51,9 @@ public:
 
     // Without a writer pictures are counted but not kept. The writer must outlive the recorder's
     // last tick.
-    recorder(long width, long height, const frame_rate& rate, writer_thread* writer);
+    // `is_exact`: the pictures between two ticks belong to the second one, and to no other.
+    recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
+             bool is_exact = false);
 
     // One painted frame. One of another size is not counted: the page has not followed its display
     // yet.
@@ -59,6 +61,9 @@ public:
     void tick(time_point at);
     // Whether one of these found no memory. Then a frame is missing, and the run is to end.
     bool has_no_memory() const { return m_has_no_memory; }
+
+    // Whether the writer has room for one more picture without leaving one out.
+    bool has_room() const;
 
     // The next `frames` ticks are output frames.
     void begin(std::uint64_t frames);
@@ -86,6 +91,7 @@ private:
     const long m_height;
     const run::monotonic_clock::time::duration m_interval;
     writer_thread* const m_writer;
+    const bool m_is_exact;
     picture_pool m_pool;
     const picture_ptr m_token;  // stands for every picture where none is kept
     std::atomic<std::uint64_t> m_pictures{0};
@@ -94,6 +100,7 @@ private:
 
     mutable std::mutex m_lock;  // guards what follows
     frame_pacer m_pacer;
+    picture_ptr m_next;  // of an exact one: since the last tick
     std::uint64_t m_ticks = 0;
     std::uint64_t m_first = 0;  // output frames are the ticks from here...
     std::uint64_t m_end = 0;    // ...to before this one

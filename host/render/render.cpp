@@ -52,6 +52,10 @@ private:
     void follow_page(page_display& display);
     void leave_page(page_display& display);
     void tick(page_display& display, time_point now, std::uint64_t due);
+    bool is_exact() const { return m_options.clock == page_clock::own; }
+    void run_loop(page_display& display);
+    void ask_frames(page_display& display);
+    void frame_ended(page_display& display, bool is_there);
     void complete_output();
     void discard_output();
     bool remove_empty_output() const;
@@ -74,6 +78,8 @@ private:
     std::unique_ptr<page_run> m_page;
     std::size_t m_page_number = 0;
     bool m_is_counting = false;
+    std::uint64_t m_asked = 0;  // frames of an exact page, and those of them that are over
+    std::uint64_t m_over = 0;
     bool m_has_shown_all = false;
     std::uint64_t m_missed = 0;
     std::uint64_t m_missed_before = 0;
@@ -125,8 +131,8 @@ void render_session::tick(page_display& display, time_point now, std::uint64_t d
 }
 
 void render_session::begin_page(page_display& display, std::size_t number) {
-    const page_request request{m_options.urls[number], m_options.script, m_options.script_name,
-                               m_options.wait_for, m_options.timeout};
+    const page_request request{m_options.urls[number], m_options.script,  m_options.script_name,
+                               m_options.wait_for,     m_options.timeout, is_exact()};
     auto page = std::make_unique<page_run>(display, request, m_clock.now());
     if (!display.show(request.url, *page)) fail("the display cannot be opened");
     m_page = std::move(page);
@@ -144,6 +150,7 @@ void render_session::follow_page(page_display& display) {
         m_missed_before = display.missed();
         m_recorder->begin(m_options.frames_per_page);
         m_is_counting = true;
+        m_asked = m_over = 0;
     } else if (m_page->is_ready() && m_is_counting && m_recorder->is_done()) {
         m_missed += display.missed() - m_missed_before;
         m_missed_before = display.missed();
@@ -163,26 +170,56 @@ void render_session::leave_page(page_display& display) {
 
 void render_session::show_pages() {
     m_recorder = std::make_unique<recorder>(m_options.format.width, m_options.format.height,
-                                            m_options.format.rate, m_writer.get());
+                                            m_options.format.rate, m_writer.get(), is_exact());
     page_display display(
         m_options, *m_recorder, m_clock,
         [this](page_display::saying what, const std::string& line) { hear(what, line); });
     begin_page(display, 0);
-    {
+    if (is_exact()) {
+        run_loop(display);
+    } else {
         const ticker ticks(
             m_options.format.rate,
             [&](time_point now, std::uint64_t due) { tick(display, now, due); }, m_clock);
-        while (!is_over()) {
-            zMessageLoop::RunOnce(k_loop_microseconds);
-            follow_page(display);
-            show_progress(m_is_counting ? "page " : "loading page ");
-        }
+        run_loop(display);
     }
     m_recorder->end();
     if (m_recorder->has_no_memory()) fail(outcome::no_memory().text());
     complete_output();
     display.close();
     m_page.reset();
+}
+
+void render_session::run_loop(page_display& display) {
+    while (!is_over()) {
+        zMessageLoop::RunOnce(k_loop_microseconds);
+        follow_page(display);
+        ask_frames(display);
+        show_progress(m_is_counting ? "page " : "loading page ");
+    }
+}
+
+// One more than the page has, since the end of a frame at which nothing changes is known with the
+// next; and no further ahead than the writer is behind, so that none has to be left out.
+void render_session::ask_frames(page_display& display) {
+    if (!is_exact() || !m_is_counting || !m_page->is_ready()) return;
+    constexpr std::uint64_t k_ahead = 2;
+    while (m_asked <= m_options.frames_per_page && m_asked < m_over + k_ahead &&
+           m_recorder->has_room() && m_failure.empty()) {
+        const auto moment =
+            std::chrono::round<std::chrono::microseconds>(m_options.format.rate.time_of(m_asked++));
+        display.advance(moment.count(),
+                        [this, &display](bool is_there) { frame_ended(display, is_there); });
+    }
+}
+
+void render_session::frame_ended(page_display& display, bool is_there) {
+    // The one behind the last fails when its page is left.
+    if (!m_is_counting || m_recorder->is_done()) return;
+    if (!is_there) return fail(m_options.urls[m_page_number] + ": " + display.frame_fault());
+    ++m_over;
+    m_recorder->tick(m_clock.now());
+    ask_frames(display);
 }
 
 void render_session::complete_output() {
@@ -276,7 +313,7 @@ int render_session::run() {
     if (!open_output()) return report();
     m_started = m_clock.now();
     {
-        const browser_runtime browser(m_options.pacing, m_options.gpu);
+        const browser_runtime browser(m_options.pacing, m_options.gpu, is_exact());
         if (browser.up()) {
             show_pages();
         } else {

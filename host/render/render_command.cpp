@@ -92,6 +92,10 @@ void render_command::add_output_options(CLI::App& parser) {
 }
 
 void render_command::add_flags(CLI::App& parser) {
+    parser.add_flag(
+        "--exact", m_raw.is_exact,
+        "The page's time is its own: each frame at its moment, none repeated or missed, "
+        "however long it takes");
     parser.add_flag("--free-run", m_raw.is_free_running, "The same as --host-clock off");
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
     parser.add_flag("--json", m_options.json, "Print one last line of what happened");
@@ -164,6 +168,9 @@ std::string render_command::take_choices() {
     const bool runs_free = m_raw.is_free_running || m_raw.host_clock == "off";
     m_options.pacing = m_raw.pacing == "timer" ? pump_pacing::timer : pump_pacing::on_request;
     m_options.clock = runs_free ? page_clock::page : page_clock::host;
+    if (m_raw.is_exact && runs_free) return "--exact and a page that runs free exclude each other";
+    if (m_raw.is_exact && m_raw.is_endless) return "--exact needs an end: --frames or --seconds";
+    if (m_raw.is_exact) m_options.clock = page_clock::own;
     return take_timeout();
 }
 

@@ -41,6 +41,7 @@ private:
         std::string host_clock = "on";
         bool is_endless = false;
         bool is_free_running = false;
+        bool is_exact = false;
     };
 
     void add_page_options(CLI::App& parser);

@@ -16,6 +16,7 @@ namespace pennywort::host {
 enum class page_clock {
     host,  // one tick of the page per output frame
     page,  // the page runs free, and each output frame takes the newest picture
+    own,   // the page's time is its own: it moves by one output frame, however long that takes
 };
 
 struct render_options {

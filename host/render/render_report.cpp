@@ -28,6 +28,17 @@ std::string count_of(std::uint64_t count, const char* thing) {
     return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
+// How much of the day a film took says whether a batch of them is done by the morning.
+std::string exact_line(const render_options& options, const record_counts& counts, double seconds) {
+    const bool measuring = options.output.kind == output_kind::none;
+    const double length = static_cast<double>(counts.frames) / options.format.rate.value();
+    return (measuring ? "measured: " : options.output.path + ": ") +
+           count_of(counts.frames, "frame") + ", each at its moment; " + rounded(seconds, 2) +
+           " s for " + rounded(length, 2) + " s of film, " +
+           rounded(seconds > 0 ? length / seconds : 0, 2) + " times real time; " +
+           count_of(counts.repeated, "frame") + " the same as the one before";
+}
+
 }  // namespace
 
 std::string json_report(const render_options& options, const render_result& result) {
@@ -63,6 +74,7 @@ std::vector<std::string> summary_lines(const render_options& options, const rend
     const double seconds = seconds_of(counts.counted);
     const bool measuring = options.output.kind == output_kind::none;
     std::vector<std::string> lines;
+    if (options.clock == page_clock::own) return {exact_line(options, counts, seconds)};
     lines.push_back(
         (measuring ? "measured: " : options.output.path + ": ") + count_of(counts.frames, "frame") +
         ", " + rounded(seconds, 2) + " s, " + rounded(per_second(counts.painted, seconds), 2) +

@@ -171,6 +171,7 @@ TEST(CommandLine, TextsComeFromTheirFiles) {
 
 TEST(CommandLine, FreeRunIsAHostClockThatIsOff) {
     EXPECT_EQ(parse_render({"--free-run"}).clock, page_clock::page);
+    EXPECT_EQ(parse_render({"--exact"}).clock, page_clock::own);
     EXPECT_EQ(parse_render({"--host-clock", "off"}).clock, page_clock::page);
     EXPECT_EQ(parse_render({"--host-clock", "on"}).clock, page_clock::host);
     EXPECT_EQ(parse_render({"--pacing", "timer"}).pacing, pump_pacing::timer);

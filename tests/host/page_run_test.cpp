@@ -417,5 +417,22 @@ TEST_F(PageRun, APageThatHasEndedMayFail) {
     EXPECT_TRUE(run->has_ended());
 }
 
+// It draws nothing before its frames are asked for, and answers nothing between them.
+TEST_F(PageRun, APageWhoseTimeStandsIsReadyWithoutAPictureAndIsNotAskedWhetherItLives) {
+    request.stands_still = true;
+    begin();
+    load();
+    answer("ready");
+    answer("ready");
+    EXPECT_TRUE(run->is_ready());
+    const auto asked = port.scripts.size();
+    pass_slowly(60s);
+    EXPECT_TRUE(run->is_ready());
+    EXPECT_EQ(port.scripts.size(), asked);
+    EXPECT_EQ(port.repaints, 0);
+    run->end(now);
+    EXPECT_TRUE(run->has_ended());
+}
+
 }  // namespace
 }  // namespace pennywort::host

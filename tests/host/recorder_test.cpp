@@ -221,5 +221,25 @@ TEST(IntervalSpread, VeryLongIntervalsCountAsTheLongest) {
     EXPECT_EQ(spread.milliseconds_at(0), 0.0);
 }
 
+// Of an exact film the pictures between two ticks belong to the second one, however late it comes.
+TEST_F(Recorder, AnExactFilmHasEachPictureInItsOwnFrame) {
+    recorder exact(k_width, k_height, *frame_rate::parse("50"), &writer, true);
+    paint(exact, 9, now);  // before its frames count
+    exact.begin(4);
+    for (const std::uint32_t colour : {1u, 0u, 3u, 4u}) {
+        EXPECT_FALSE(exact.is_done());
+        if (colour != 0) paint(exact, colour, now);
+        exact.tick(now += 3s);
+    }
+    EXPECT_TRUE(exact.is_done());
+    exact.tick(now += 3s);  // the one behind the last
+    EXPECT_TRUE(writer.finish().ok());
+    EXPECT_EQ(log->frames(), (colours{1, 1, 3, 4}));
+    EXPECT_EQ(exact.counts().frames, 4u);
+    EXPECT_EQ(exact.counts().repeated, 1u);
+    EXPECT_EQ(exact.counts().dropped, 0u);
+    EXPECT_FALSE(exact.has_no_memory());
+}
+
 }  // namespace
 }  // namespace pennywort::host

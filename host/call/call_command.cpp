@@ -22,6 +22,11 @@ namespace {
 // 0 would mean to wait for ever.
 constexpr double k_shortest_wait = 0.001;
 
+bool has_user(const std::string& url) {
+    const std::size_t host = url.find("://") + 3;
+    return url.substr(host, url.find_first_of("/?#", host) - host).find('@') != std::string::npos;
+}
+
 // A folder can be opened, but not read.
 bool can_be_read(const std::string& path) {
     std::ifstream file(file_path(path), std::ios::binary);
@@ -62,6 +67,8 @@ std::string call_command::take_arguments() {
     if (cHttpSession::ValidateURL(m_options.url) != 0) {
         return m_options.url + " is no URL of a server: http:// or https:// and a host";
     }
+    // Not with the URL, which would show them.
+    if (has_user(m_options.url)) return "a user or password in the URL would not be sent";
     if (std::string wrong = take_timeout(); !wrong.empty()) return wrong;
     if (!m_options.ca_file.empty() && !can_be_read(m_options.ca_file)) {
         return "--cacert " + m_options.ca_file + ": the file cannot be read";

@@ -102,6 +102,11 @@ TEST(CallArguments, ThatCannotBeSentAreRefused) {
               std::string::npos);
     EXPECT_EQ(parse_command_line({"call", "ftp://h/x", "m"}).text,
               "ftp://h/x is no URL of a server: http:// or https:// and a host");
+    for (const char* url : {"http://me:secret@h/", "http://me@h", "https://me@h?x"}) {
+        EXPECT_EQ(parse_command_line({"call", url, "m"}).text,
+                  "a user or password in the URL would not be sent");
+    }
+    EXPECT_EQ(parse_command_line({"call", "http://h/@", "m"}).what, command_line::verdict::run);
     EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--cacert", "."}).text,
               "--cacert .: the file cannot be read");
     EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--cacert", "nowhere/ca"}).text,

@@ -148,6 +148,14 @@ TEST_F(FetchTest, TellsThatABodyBrokeOff) {
               "pennywort: " + silent.url() + ": the rest of the response did not come in time\n");
 }
 
+TEST_F(FetchTest, ShowsTracesWhereAsked) {
+    constexpr char k_trace[] = "WinHttpSendRequest - failed";
+    EXPECT_EQ(fetch("http://127.0.0.1:1/").errors.find(k_trace), std::string::npos);
+    const program_run run = fetch("http://127.0.0.1:1/ --verbose");
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.errors.find(k_trace), std::string::npos) << run.errors;
+}
+
 TEST_F(FetchTest, LeavesAFileAloneUnlessAResponseCame) {
     m_folder.write("page.html", "old");
     std::string gone;

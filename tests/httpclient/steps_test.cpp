@@ -323,7 +323,38 @@ TEST_F(StepsTest, EachStatusHasItsCode) {
         EXPECT_EQ(told, code);
     }
     m_service->answers[header_query::status_code] = "2147483648";
-    EXPECT_NE(status(), 0);
+    EXPECT_EQ(status(), -29999);
+}
+
+TEST_F(StepsTest, LengthsBeyond32BitsAreCutWhereTheTypeIsShort) {
+    m_service->answers[header_query::content_length] = "4294967301";
+    EXPECT_EQ(begin("http://host/"), 0);
+    std::uint32_t cut = 0;
+    EXPECT_EQ(m_session.Response_ContentLength(&cut), 0);
+    EXPECT_EQ(cut, 5U);
+    std::uint64_t whole = 0;
+    EXPECT_EQ(m_session.Response_ContentLength64(&whole), 0);
+    EXPECT_EQ(whole, 4294967301U);
+    EXPECT_EQ(m_session.Response_ContentLength(nullptr), 0);
+    m_service->answers[header_query::content_length] = "0";
+    EXPECT_EQ(begin("http://host/"), 0);
+    EXPECT_EQ(m_session.Response_ContentLength(&cut), 0);
+    EXPECT_EQ(cut, 0U);
+}
+
+TEST_F(StepsTest, ProgressIsWhatHasComeOfTheWhole) {
+    m_service->pieces = {"hello", "world"};
+    m_service->answers[header_query::content_length] = "10";
+    EXPECT_EQ(begin("http://host/"), 0);
+    float started = 7;
+    float fraction = 7;
+    m_session.Request_Status(&started, &fraction);
+    EXPECT_EQ(started, 0.0F);
+    EXPECT_EQ(fraction, 0.0F);
+    EXPECT_FALSE(m_session.Request_IsComplete());
+    m_session.Request_Status(&started, &fraction);
+    EXPECT_EQ(started, 1.0F);
+    EXPECT_EQ(fraction, 0.5F);
 }
 
 TEST_F(StepsTest, AHeaderHoldsNoOther) {

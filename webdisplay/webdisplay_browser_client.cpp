@@ -2,7 +2,6 @@
 #include "webdisplay/webdisplay_browser_client.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -11,6 +10,7 @@
 #include "loam/trace.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/text.h"
+#include "webdisplay/client_owner_use.h"
 #include "webdisplay/display_state.h"
 #include "webdisplay/host_environment.h"
 #include "webdisplay/live_browsers.h"
@@ -96,29 +96,6 @@ private:
 };
 
 }  // namespace
-
-// The owner, if there is one, for the length of a callback: the owner lock is held, and the display
-// cannot go away, even if the host releases it in the callback.
-class webdisplay_browser_client::owner_use {
-public:
-    explicit owner_use(webdisplay_browser_client& client) : m_lock(client.m_owner_lock) {
-        if (client.m_owner && client.m_owner->AddRefIfAlive()) m_owner = client.m_owner;
-    }
-    owner_use(const owner_use&) = delete;
-    owner_use& operator=(const owner_use&) = delete;
-    ~owner_use() {
-        m_lock.unlock();
-        if (m_owner) m_owner->Release();
-    }
-
-    explicit operator bool() const { return m_owner != nullptr; }
-    cWebDisplayCEFBrowser* operator->() const { return m_owner; }
-    cWebDisplayCEFBrowser& operator*() const { return *m_owner; }
-
-private:
-    std::unique_lock<std::recursive_mutex> m_lock;
-    cWebDisplayCEFBrowser* m_owner = nullptr;
-};
 
 webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owner,
                                                      std::string start_url,
@@ -465,80 +442,6 @@ void webdisplay_browser_client::report_if_ignored(unsigned ticket) {
         if (!owner->m_state->loads.is_ignored(ticket, is_loading)) return;
     }
     owner->handle_page_load_failed(url.c_str(), "the browser does not take this URL");
-}
-
-// --- a page by its own clock
-
-double webdisplay_browser_client::page_day() const {
-    using seconds = std::chrono::duration<double>;
-    if (m_page_day > 0) return m_page_day;
-    return seconds(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-void webdisplay_browser_client::make_driver() {
-    if (!m_is_on_page_clock) return;
-    page_driver_events events;
-    events.load_next = [this] {
-        const owner_use owner(*this);
-        if (owner) owner->LoadNextUrl();
-    };
-    events.page_stands = [this] { page_stands(); };
-    events.failed = [this](const std::string& why) { page_stopped(why); };
-    m_driver = cef::own<page_driver>(new page_driver(page_day(), std::move(events)));
-}
-
-// Only now: before that the browser may have shown it in a process that it has left again.
-void webdisplay_browser_client::page_stands() {
-    const owner_use owner(*this);
-    webdisplay_cef_state state;
-    if (owner) owner->get_cef_state(state);
-    if (!state.browser) return;
-    const cef::ref<cef_frame_t> frame(state.browser->get_main_frame(state.browser.get()));
-    if (frame) report_end(*owner, state.browser.get(), cef::utf8_of(frame->get_url(frame.get())));
-}
-
-bool webdisplay_browser_client::may_load() { return !m_driver || m_driver->may_load(); }
-
-void webdisplay_browser_client::advance_page(std::int64_t microseconds,
-                                             page_timeline::receiver told) {
-    if (!m_driver) return told ? told(frame_end::failed) : void();
-    m_driver->advance(microseconds, [this, told = std::move(told)](frame_end how) {
-        if (how == frame_end::unchanged && show_unseen()) how = frame_end::painted;
-        if (told) told(how);
-    });
-}
-
-// What is painted before the first frame is kept: a page that stands still paints no other.
-void webdisplay_browser_client::take_page_frame(cWebDisplayCEFBrowser& owner, const void* buffer,
-                                                int width, int height) {
-    if (m_driver->shows_frame()) {
-        m_unseen.clear();
-        owner.BrowserPainted(buffer, width, height, false);
-    } else {
-        const auto* bytes = static_cast<const unsigned char*>(buffer);
-        m_unseen.assign(bytes, bytes + std::size_t(4) * static_cast<std::size_t>(width) *
-                                           static_cast<std::size_t>(height));
-        m_unseen_width = width;
-        m_unseen_height = height;
-    }
-    m_driver->painted();
-}
-
-bool webdisplay_browser_client::show_unseen() {
-    const owner_use owner(*this);
-    if (!owner || m_unseen.empty()) return false;
-    const std::vector<unsigned char> picture = std::exchange(m_unseen, {});
-    owner->BrowserPainted(picture.data(), m_unseen_width, m_unseen_height, false);
-    return true;
-}
-
-void webdisplay_browser_client::page_stopped(const std::string& why) {
-    zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page stands still: %s\n",
-                                        why.c_str());
-    const owner_use owner(*this);
-    if (!owner) return;
-    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
-    owner->m_state->frame_fault = why;
 }
 
 // --- requests and drags

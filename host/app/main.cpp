@@ -1,5 +1,6 @@
 // host/app/main.cpp - the pennywort program.
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <optional>
 #include <string>
@@ -23,7 +24,8 @@ int say(const std::string& text) {
     return pennywort::host::k_exit_failed;
 }
 
-// While it lives, traces go to the user too, unless the command has a place of its own for them.
+// While it lives, traces go to the user. Not for one who has named a place for them, and looks
+// there.
 class heard_traces {
 public:
     explicit heard_traces(std::FILE* errors) {
@@ -48,7 +50,8 @@ int run(const std::vector<std::string>& arguments) {
     using others = console::others;
     const console out(line.chosen->is_verbose() ? others::heard : others::quiet);
     std::optional<heard_traces> traces;
-    if (line.chosen->is_verbose()) traces.emplace(out.errors());
+    const bool has_place = std::getenv("LOAM_TRACE") != nullptr;
+    if (line.chosen->is_verbose() && !has_place) traces.emplace(out.errors());
     return line.chosen->run(out);
 }
 

@@ -6,10 +6,8 @@
 #include <CLI/Formatter.hpp>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -19,7 +17,6 @@
 #include "host/fetch/fetch.h"
 #include "host/system/file_path.h"
 #include "httpclient.h"
-#include "loam/trace.h"
 
 namespace pennywort::host {
 
@@ -61,18 +58,6 @@ bool read_file(const std::string& name, std::string& into) {
     } while (file);
     return file.eof();
 }
-
-// Traces go to the terminal while it lives.
-class shown_traces {
-public:
-    explicit shown_traces(const console& out) {
-        zTraceManager::Default()->SetSink(
-            [&out](const char* message) { std::fputs(message, out.errors()); });
-    }
-    ~shown_traces() { zTraceManager::Default()->SetSink({}); }
-    shown_traces(const shown_traces&) = delete;
-    shown_traces& operator=(const shown_traces&) = delete;
-};
 
 // Whether or not there is one yet.
 bool is_same_file(const std::string& one, const std::string& other) {
@@ -206,13 +191,7 @@ std::string fetch_command::take_timeout() {
     return {};
 }
 
-int fetch_command::run(const console& out) {
-    // Whoever has named a place for traces finds them there.
-    const bool has_place = std::getenv("LOAM_TRACE") != nullptr;
-    std::optional<shown_traces> shown;
-    if (m_is_verbose && !has_place) shown.emplace(out);
-    return fetch(m_options, out);
-}
+int fetch_command::run(const console& out) { return fetch(m_options, out); }
 
 std::unique_ptr<command> make_fetch_command() { return std::make_unique<fetch_command>(); }
 

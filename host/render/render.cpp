@@ -25,7 +25,6 @@
 #include "host/system/file_path.h"
 #include "host/system/interrupt.h"
 #include "loam/message_loop.h"
-#include "loam/trace.h"
 #include "webdisplay.h"
 
 namespace pennywort::host {
@@ -327,17 +326,8 @@ int render_session::run() {
 }  // namespace
 
 int render(const render_options& options, const console& out) {
-    if (options.verbose) {
-        zTraceManager::Default()->SetSink(
-            [&out](const char* message) { std::fputs(message, out.errors()); });
-    }
-    int status = k_exit_failed;
-    {
-        render_session session(options, out);
-        status = session.run();
-    }
-    zTraceManager::Default()->SetSink({});
-    return status;
+    render_session session(options, out);
+    return session.run();
 }
 
 }  // namespace pennywort::host

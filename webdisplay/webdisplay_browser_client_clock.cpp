@@ -1,0 +1,85 @@
+// webdisplay_browser_client_clock.cpp - what a client does for a page that lives by its own clock.
+#include <chrono>
+#include <mutex>
+#include <utility>
+
+#include "loam/trace.h"
+#include "webdisplay/cef/text.h"
+#include "webdisplay/client_owner_use.h"
+#include "webdisplay/display_state.h"
+
+namespace pennywort::webdisplay {
+
+double webdisplay_browser_client::page_day() const {
+    using seconds = std::chrono::duration<double>;
+    if (m_page_day > 0) return m_page_day;
+    return seconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+void webdisplay_browser_client::make_driver() {
+    if (!m_is_on_page_clock) return;
+    page_driver_events events;
+    events.load_next = [this] {
+        const owner_use owner(*this);
+        if (owner) owner->LoadNextUrl();
+    };
+    events.page_stands = [this] { page_stands(); };
+    events.failed = [this](const std::string& why) { page_stopped(why); };
+    m_driver = cef::own<page_driver>(new page_driver(page_day(), std::move(events)));
+}
+
+// Only now: before that the browser may have shown it in a process that it has left again.
+void webdisplay_browser_client::page_stands() {
+    const owner_use owner(*this);
+    webdisplay_cef_state state;
+    if (owner) owner->get_cef_state(state);
+    if (!state.browser) return;
+    const cef::ref<cef_frame_t> frame(state.browser->get_main_frame(state.browser.get()));
+    if (frame) report_end(*owner, state.browser.get(), cef::utf8_of(frame->get_url(frame.get())));
+}
+
+bool webdisplay_browser_client::may_load() { return !m_driver || m_driver->may_load(); }
+
+void webdisplay_browser_client::advance_page(std::int64_t microseconds,
+                                             page_timeline::receiver told) {
+    if (!m_driver) return told ? told(frame_end::failed) : void();
+    m_driver->advance(microseconds, [this, told = std::move(told)](frame_end how) {
+        if (how == frame_end::unchanged && show_unseen()) how = frame_end::painted;
+        if (told) told(how);
+    });
+}
+
+// What is painted before the first frame is kept: a page that stands still paints no other.
+void webdisplay_browser_client::take_page_frame(cWebDisplayCEFBrowser& owner, const void* buffer,
+                                                int width, int height) {
+    if (m_driver->shows_frame()) {
+        m_unseen.clear();
+        owner.BrowserPainted(buffer, width, height, false);
+    } else {
+        const auto* bytes = static_cast<const unsigned char*>(buffer);
+        m_unseen.assign(bytes, bytes + std::size_t(4) * static_cast<std::size_t>(width) *
+                                           static_cast<std::size_t>(height));
+        m_unseen_width = width;
+        m_unseen_height = height;
+    }
+    m_driver->painted();
+}
+
+bool webdisplay_browser_client::show_unseen() {
+    const owner_use owner(*this);
+    if (!owner || m_unseen.empty()) return false;
+    const std::vector<unsigned char> picture = std::exchange(m_unseen, {});
+    owner->BrowserPainted(picture.data(), m_unseen_width, m_unseen_height, false);
+    return true;
+}
+
+void webdisplay_browser_client::page_stopped(const std::string& why) {
+    zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page stands still: %s\n",
+                                        why.c_str());
+    const owner_use owner(*this);
+    if (!owner) return;
+    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+    owner->m_state->frame_fault = why;
+}
+
+}  // namespace pennywort::webdisplay

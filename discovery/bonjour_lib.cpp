@@ -9,6 +9,7 @@
 
 using pennywort::discovery::dnssd_library_name;
 using pennywort::discovery::k_dnssd_unknown_error;
+using pennywort::discovery::keep_what_cannot_be_unloaded;
 
 namespace {
 
@@ -38,6 +39,7 @@ cBonjourLib::~cBonjourLib() { delete m_library; }
 void cBonjourLib::initialize() {
     m_library = zLibrary::Factory();
     if (m_library == nullptr || m_library->Load(dnssd_library_name()) != 0) return;
+    keep_what_cannot_be_unloaded();
     look_up(*m_library, "DNSServiceRefDeallocate", m_functions.deallocate);
     look_up(*m_library, "DNSServiceProcessResult", m_functions.process_result);
     look_up(*m_library, "DNSServiceRefSockFD", m_functions.socket_of);

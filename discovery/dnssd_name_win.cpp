@@ -5,6 +5,8 @@ namespace pennywort::discovery {
 
 const char* dnssd_library_name() { return "DNSSD.DLL"; }
 
+void keep_what_cannot_be_unloaded() {}
+
 bool is_first_result_the_answer() { return true; }
 
 }  // namespace pennywort::discovery

@@ -1,5 +1,6 @@
 // avahi_test_linux.cpp - cBonjour on real avahi daemons: each test has two hosts of its own, which
 // tests/discovery/two_hosts makes. This program runs on host a; its peers run on host b.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -416,6 +417,18 @@ TEST(AvahiLive, TheControlPageIsUntoldWhereAskedOrOutOfReach) {
     EXPECT_TRUE(discoverer.says(":8125\n")) << discoverer.text();
     EXPECT_EQ(discoverer.text().find(":8123"), std::string::npos) << discoverer.text();
     EXPECT_EQ(discoverer.text().find(":8124"), std::string::npos) << discoverer.text();
+}
+
+// What libdbus keeps for its next call would else be lost with each object.
+TEST(Avahi, TheBusLibraryOutlivesTheObjectAndAvahisDoesNot) {
+    const auto is_loaded = [](const char* name) {
+        void* const found = ::dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+        return found != nullptr && ::dlclose(found) == 0;
+    };
+    ASSERT_FALSE(is_loaded("libdbus-1.so.3")) << "whatever loaded it before keeps it";
+    ASSERT_TRUE(cBonjourLib().Exists());
+    EXPECT_FALSE(is_loaded("libdns_sd.so.1"));
+    EXPECT_TRUE(is_loaded("libdbus-1.so.3"));
 }
 
 TEST(Avahi, ManyStartsAndStopsLeaveNothingBehind) {

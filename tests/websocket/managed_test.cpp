@@ -286,10 +286,11 @@ TEST_F(ManagedTest, SendsBeyondTheCeilingAreRefused) {
     options.maxWaitingBytes = 1000;
     m_socket->SetOptions(options);
     gate is_inside;
-    gate may_leave;
-    m_socket->SetOpenedHandler([&](const std::shared_ptr<cWebSocket>&) {
+    // The handler may still be in it when the test is over.
+    const auto may_leave = std::make_shared<gate>();
+    m_socket->SetOpenedHandler([&, may_leave](const std::shared_ptr<cWebSocket>&) {
         is_inside.open();
-        may_leave.wait();
+        may_leave->wait();
     });
     m_socket->Open(peer.url().c_str(), 0);
     ASSERT_TRUE(is_inside.wait());
@@ -298,7 +299,7 @@ TEST_F(ManagedTest, SendsBeyondTheCeilingAreRefused) {
     EXPECT_EQ(m_events.text(), "");
     m_socket->Send(std::string(200, 'x').c_str());
     EXPECT_EQ(m_events.text(), "error 1");
-    may_leave.open();
+    may_leave->open();
 }
 
 TEST_F(ManagedTest, HeadersAndProtocolsAreOffered) {

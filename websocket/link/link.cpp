@@ -80,7 +80,7 @@ private:
 class beast_link final : public link, public std::enable_shared_from_this<beast_link> {
 public:
     beast_link(net::io_context& on, std::weak_ptr<link_listener> listener)
-        : m_listener(std::move(listener)), m_stream(on), m_timer(on), m_resolver(on) {}
+        : m_listener(std::move(listener)), m_timer(on), m_stream(on), m_resolver(on) {}
 
     void open(link_request request) noexcept override;
     void receive(std::span<char> into) noexcept override;
@@ -138,8 +138,10 @@ private:
     void end(const link_result& result) noexcept;
 
     std::weak_ptr<link_listener> m_listener;
-    ws::stream<any_stream> m_stream;
+    // Before the stream: the loop's first timer takes memory. A stream enters itself in a list of
+    // the loop and makes a timer then; were that to fail, the list would hold what is gone.
     timer m_timer;
+    ws::stream<any_stream> m_stream;
     resolver m_resolver;
     link_request m_request;
     loop_clock::time_point m_opening_end = loop_clock::time_point::max();

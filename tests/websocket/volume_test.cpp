@@ -1,8 +1,11 @@
 // volume_test.cpp - many sockets at once, and many one after another, with nothing left of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -96,6 +99,33 @@ TEST(Volume, SystemSocketsOneAfterAnotherLeaveNothing) {
         if (round == 0) descriptors = open_descriptors();
     }
     EXPECT_TRUE(eventually([&] { return open_descriptors() <= descriptors; }));
+}
+
+bool has_websocket_thread() {
+    const std::filesystem::directory_iterator entries("/proc/self/task");
+    return std::any_of(begin(entries), end(entries), [](const auto& thread) {
+        std::string name;
+        std::getline(std::ifstream(thread.path() / "comm") >> std::ws, name);
+        return name == "websocket";
+    });
+}
+
+// What the thread uses is freed at the process's end.
+TEST(VolumeDeathTest, TheThreadEndsBeforeTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto exit_while_open = [] {
+        // The system needs a moment to take a thread away that has ended.
+        std::atexit(
+            [] { std::_Exit(eventually([] { return !has_websocket_thread(); }) ? 42 : 1); });
+        const scripted_peer peer(greet_and_answer);
+        const auto socket = cWebSocket::Factory();
+        event_log events;
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        if (!events.wait_for(2) || !has_websocket_thread()) std::_Exit(2);
+        std::exit(0);
+    };
+    EXPECT_EXIT(exit_while_open(), testing::ExitedWithCode(42), "");
 }
 
 }  // namespace

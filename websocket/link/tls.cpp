@@ -1,6 +1,7 @@
 // websocket/link/tls.cpp - see the header for the contract.
 #include "websocket/link/tls.h"
 
+#include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 
@@ -43,6 +44,10 @@ std::shared_ptr<net::ssl::context> tls_context() {
     }
     return context;
 }
+
+void prepare_tls() noexcept { OPENSSL_init_crypto(0, nullptr); }
+
+void end_tls_of_thread() noexcept { OPENSSL_thread_stop(); }
 
 bool expect_server(tls_stream& stream, const std::string& host) {
     SSL* const ssl = stream.native_handle();

@@ -14,6 +14,11 @@ namespace pennywort::websocket {
 // OpenSSL has no memory.
 std::shared_ptr<net::ssl::context> tls_context();
 
+// Makes OpenSSL enter its exit handler, which frees what it keeps.
+void prepare_tls() noexcept;
+// Frees what OpenSSL keeps for the calling thread.
+void end_tls_of_thread() noexcept;
+
 // False when OpenSSL does not take the name.
 bool expect_server(tls_stream& stream, const std::string& host);
 

@@ -2,14 +2,84 @@
 #include "websocket/managed/engine.h"
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <new>
 #include <utility>
 
 #include "core/run/guarded.h"
 #include "core/statuses.h"
+#include "websocket/link/tls.h"
 
 namespace pennywort::websocket {
+
+namespace {
+
+// A handler that hangs does not keep the process from ending.
+constexpr std::chrono::seconds k_longest_end{2};
+
+// The engines whose thread has not ended yet. Never freed, so that the process's end finds it, and
+// in it the last engine.
+struct thread_count {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int count = 0;
+    std::weak_ptr<engine> running;
+    std::shared_ptr<engine> last;
+};
+
+thread_count& threads() {
+    static auto* const s_threads = new thread_count;
+    return *s_threads;
+}
+
+void add_thread(int count) {
+    const std::lock_guard lock(threads().mutex);
+    threads().count += count;
+    threads().changed.notify_all();
+}
+
+// The last thing that a thread does.
+class counted_thread {
+public:
+    counted_thread() = default;
+    counted_thread(const counted_thread&) = delete;
+    counted_thread& operator=(const counted_thread&) = delete;
+    ~counted_thread() {
+        end_tls_of_thread();
+        add_thread(-1);
+    }
+};
+
+// OpenSSL frees what it keeps when the process ends. A thread that was in it then would use what is
+// gone, so the loop is stopped before, and its thread waited for.
+class end_of_process {
+public:
+    // Exit handlers run backwards: OpenSSL's has to be there first.
+    end_of_process() {
+        threads();
+        prepare_tls();
+    }
+    end_of_process(const end_of_process&) = delete;
+    end_of_process& operator=(const end_of_process&) = delete;
+    ~end_of_process() {
+        std::unique_lock lock(threads().mutex);
+        threads().last = threads().running.lock();
+        if (threads().last != nullptr) {
+            if (threads().last->is_current()) return;
+            threads().last->events().stop();
+        }
+        threads().changed.wait_for(lock, k_longest_end, [] { return threads().count == 0; });
+    }
+};
+
+std::shared_ptr<engine> running_engine() {
+    const std::lock_guard lock(threads().mutex);
+    return threads().running.lock();
+}
+
+}  // namespace
 
 // What the thread runs. It keeps itself until it has ended, since the engine may go before.
 class engine::runner : public zThreadMain {
@@ -17,6 +87,7 @@ public:
     explicit runner(std::shared_ptr<loop> events) : m_loop(std::move(events)) {}
 
     zStatus Main(std::int32_t, const char* const*) override {
+        const counted_thread counted;
         const std::shared_ptr<runner> self = std::move(m_self);
         m_id = std::this_thread::get_id();
         // An event that runs out of memory throws; its link has seen to itself.
@@ -35,21 +106,24 @@ private:
 };
 
 std::shared_ptr<engine> engine::shared() {
-    static std::mutex mutex;
-    static std::weak_ptr<engine> running;
-    const std::lock_guard lock(mutex);
-    auto found = running.lock();
+    static std::mutex s_making;
+    static const end_of_process s_end;
+    const std::lock_guard lock(s_making);
+    auto found = running_engine();
     if (found == nullptr) {
         found = std::make_shared<engine>();
-        running = found;
+        const std::lock_guard known(threads().mutex);
+        threads().running = found;
     }
     return found;
 }
 
 engine::engine() : m_loop(std::make_shared<loop>()), m_runner(std::make_shared<runner>(m_loop)) {
     m_runner->keep(m_runner);
+    add_thread(1);
     m_thread.reset(zThread::Factory("websocket", m_runner.get(), 0, 4));
     if (m_thread != nullptr) return;
+    add_thread(-1);
     m_runner->keep(nullptr);
     throw std::bad_alloc();
 }

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-// The fake browser runtime (tests/fakes) is spared: it stands for a library that has its memory
-// from elsewhere.
+// The fake browser runtime and the fake DNS-SD library (tests/fakes) are spared: they stand for
+// libraries that have their memory from elsewhere.
 
 // From now on the calling thread gets memory this many times, then once none, then again; -1: no
 // failure.

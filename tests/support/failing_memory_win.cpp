@@ -118,7 +118,9 @@ bool is_of_windows(HMODULE module) {
     return _wcsnicmp(folder, path, length) == 0;
 }
 
-bool is_spared(HMODULE module) { return module == GetModuleHandleW(L"libcef.dll"); }
+bool is_spared(HMODULE module) {
+    return module == GetModuleHandleW(L"libcef.dll") || module == GetModuleHandleW(L"DNSSD.DLL");
+}
 
 bool turn_all() {
     HMODULE modules[256];

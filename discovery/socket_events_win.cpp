@@ -90,12 +90,19 @@ public:
 
     bool watch(int socket, int number) override {
         const auto message = static_cast<UINT>(static_cast<int>(WM_USER) + number);
-        return select_events(socket, message, FD_READ | FD_CLOSE);
+        return is_window_there() && select_events(socket, message, FD_READ | FD_CLOSE);
     }
 
     void unwatch(int socket) override { select_events(socket, 0, 0); }
 
 private:
+    // Wine takes a window that is gone, and then nothing would ever come.
+    bool is_window_there() const {
+        if (IsWindow(m_window)) return true;
+        trace_failure("IsWindow", GetLastError());
+        return false;
+    }
+
     bool select_events(int socket, UINT message, long events) {
         const auto handle = static_cast<SOCKET>(socket);
         if (WSAAsyncSelect(handle, m_window, message, events) == 0) return true;

@@ -161,11 +161,25 @@ public:
                        "WinHttpReceiveResponse");
     }
     std::shared_ptr<upgraded_socket> complete_upgrade() override {
+        if (!has_switched()) return nullptr;
         auto socket = std::make_shared<winhttp_socket>(m_request.get(), m_settings.closing_time);
         return socket->is_open() ? std::move(socket) : nullptr;
     }
 
 private:
+    // Wine upgrades whatever the server has said.
+    bool has_switched() const {
+        DWORD status = 0;
+        DWORD size = sizeof status;
+        const BOOL is_known = ::WinHttpQueryHeaders(
+            m_request.get(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
+            WINHTTP_HEADER_NAME_BY_INDEX, &status, &size, WINHTTP_NO_HEADER_INDEX);
+        if (!checked(is_known, "WinHttpQueryHeaders")) return false;
+        if (status == HTTP_STATUS_SWITCH_PROTOCOLS) return true;
+        zTraceManager::Default()->TraceNote("cWebSocket_WinHttp: no upgrade (status=%lu)\n",
+                                            status);
+        return false;
+    }
     bool add(const std::string& line) {
         return checked(::WinHttpAddRequestHeaders(m_request.get(), wide_text(line).c_str(),
                                                   static_cast<DWORD>(-1), WINHTTP_ADDREQ_FLAG_ADD),

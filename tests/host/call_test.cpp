@@ -12,6 +12,7 @@
 #include "loam/xml.h"
 #include "tests/host/temporary_folder.h"
 #include "tests/httpclient/scripted_peer.h"
+#include "tests/loam/wine.h"
 #include "tests/xml/xml_shape.h"
 
 namespace pennywort::host {
@@ -232,6 +233,8 @@ TEST_F(Call, TellsABodyThatIsCut) {
 }
 
 TEST_F(Call, TellsABodyOfUnknownLengthThatBreaksOff) {
+    if (runs_under_wine())
+        GTEST_SKIP() << "Wine takes the end of the connection for that of chunks";
     EXPECT_EQ(answered("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\n<methodRe", 1),
               "the connection broke before a response had come\n");
 }

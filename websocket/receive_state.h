@@ -26,6 +26,8 @@ struct receive_state {
         std::unique_lock lock(m_mutex);
         m_stopped.wait_for(lock, time, [this] { return !is_running; });
     }
+    // As long as this is held, socket() waits, and with it the receive thread at its begin.
+    std::unique_lock<std::mutex> held() const { return std::unique_lock(m_mutex); }
     // Send may come from any thread while another one opens or closes.
     std::shared_ptr<upgraded_socket> socket() const {
         const std::lock_guard lock(m_mutex);

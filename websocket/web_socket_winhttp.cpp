@@ -92,6 +92,8 @@ bool cWebSocket_WinHttp::open_handles(const char* url, double timeout) {
 void cWebSocket_WinHttp::start_thread() {
     m_running->set_socket(m_web_socket_handle);
     m_running->is_running = true;
+    // A handler may close this socket at once, and has to find the thread that it runs on.
+    const auto held = m_running->held();
     m_receive_thread = std::thread([this, state = m_running, options = Options()] {
         message_text message(longest_message(options), options.isDeflateOffered);
         guarded(k_class, "the receive thread", [&] { run(*state, message); });

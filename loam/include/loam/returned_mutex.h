@@ -1,5 +1,6 @@
 // loam/returned_mutex.h - a mutex that gives back what its system made for it. The C++ library of
-// Windows makes that with the first lock, and keeps it for ever.
+// Windows makes that with the first lock, of memory that may have run out by then, and keeps it for
+// ever.
 #pragma once
 
 #include <mutex>
@@ -10,7 +11,8 @@ namespace loam {
 template <typename mutex>
 class returned : public mutex {
 public:
-    returned() = default;
+    // The first lock is here, where its failure is that of whatever has the mutex.
+    returned() { const std::lock_guard<mutex> made(*this); }
     ~returned() {
         // Where the C++ library has nothing to do at the end, the threads' library still may. It
         // refuses only a mutex that is held.

@@ -20,6 +20,7 @@
 #include "discovery/reference_events.h"
 #include "discovery/socket_events.h"
 #include "discovery/txt_record.h"
+#include "loam/message_loop.h"
 #include "loam/observer.h"
 #include "loam/trace.h"
 
@@ -60,6 +61,10 @@ const char* or_null(const zString& text) { return text.Empty() ? nullptr : text.
 std::string_view item_at(const char* txt) {
     const std::size_t length = txt == nullptr ? 0 : static_cast<unsigned char>(*txt);
     return length == 0 ? std::string_view() : std::string_view(txt, length + 1);
+}
+
+bool is_whole(const found_service& found) {
+    return found.name != nullptr && found.type != nullptr && found.domain != nullptr;
 }
 
 cBonjour* owner_of(void* context) {
@@ -249,6 +254,13 @@ cBonjourService* cBonjour::find_browse(const browse_request& what) {
     return found;
 }
 
+cBonjourService* cBonjour::find_browse(std::uint64_t number) const {
+    for (std::int32_t i = 0; i < m_browse_list.Count(); ++i) {
+        if (m_browse_list[i]->number == number) return m_browse_list[i];
+    }
+    return nullptr;
+}
+
 cBonjourService* cBonjour::browse_start(const browse_request& what) {
     auto service = std::make_unique<cBonjourService>(what.type, 0);
     service->number = ++m_life->last_browse;
@@ -291,26 +303,54 @@ void cBonjour::browse_reply(Reference reference, std::uint32_t flags, std::uint3
 
 void cBonjour::browse_changed(Reference reference, const found_service& found) {
     cBonjourService* const browse = find_reference(m_browse_list, reference);
-    if (browse == nullptr || is_told_already(*browse, found)) return;
+    if (browse == nullptr) return;
+    if (browse->known != nullptr && is_whole(found)) return take_change(*browse, found);
     browse_resolve_now(*browse, found);
 }
 
-// For a browse that reports once: whether this needs no look-up. What has gone is told from here.
-bool cBonjour::is_told_already(cBonjourService& browse, const found_service& found) {
-    const bool is_whole = found.name != nullptr && found.type != nullptr && found.domain != nullptr;
-    if (browse.known == nullptr || !is_whole) return false;
+// For a browse that reports once. What has gone is told from here.
+void cBonjour::take_change(cBonjourService& browse, const found_service& found) {
     const service_key key{found.name, found.type, found.domain};
-    if (found.event == k_service_found) return !browse.known->add(key);
+    if (found.event == k_service_found) {
+        browse.known->add(key, found.interface_index);
+        if (browse.known->has_waiting() && !ask_for_turn(browse)) look_up_next(browse.number);
+        return;
+    }
     service_details last;
-    if (!browse.known->remove(key, last)) return true;
+    if (!browse.known->remove(key, last)) return;
     tell(browse, found.event, found.name,
          {k_dnssd_no_error, last.host.c_str(), last.port,
           static_cast<std::uint16_t>(last.txt.size()), last.txt.data()});
-    return true;
+}
+
+// One look-up a turn of the loop: a library may tell of a thousand services in one result, and each
+// that is silent takes 2 s, in which the thread would do nothing else.
+bool cBonjour::ask_for_turn(cBonjourService& browse) {
+    if (browse.is_turn_asked) return true;
+    const auto turn = [alive = m_life, number = browse.number] {
+        if (alive->owner != nullptr) alive->owner->look_up_next(number);
+    };
+    browse.is_turn_asked = run::guarded_or(false, "cBonjour", "asking for a turn", [&turn] {
+        return zMessageLoop::Current()->Post(turn) == 0;
+    });
+    return browse.is_turn_asked;
+}
+
+void cBonjour::look_up_next(std::uint64_t browse_number) {
+    cBonjourService* const browse = find_browse(browse_number);
+    if (browse == nullptr) return;
+    browse->is_turn_asked = false;
+    const auto next = browse->known->next();
+    if (!next) return;
+    // Before the look-up, which may end the browse.
+    if (browse->known->has_waiting()) ask_for_turn(*browse);
+    const service_key& key = next->key;
+    browse_resolve_now(*browse, {k_service_found, next->interface_index, key.name.c_str(),
+                                 key.type.c_str(), key.domain.c_str()});
 }
 
 long cBonjour::browse_resolve_now(const cBonjourService& browse, const found_service& found) {
-    if (found.name == nullptr || found.type == nullptr || found.domain == nullptr) return k_refused;
+    if (!is_whole(found)) return k_refused;
     const bool is_all_speakable =
         is_speakable(found.name) && is_speakable(found.type) && is_speakable(found.domain);
     if (!is_all_speakable) return k_refused;

@@ -30,7 +30,8 @@ public:
     // Of a browse and its look-ups: the library may give the reference of a browse that has ended
     // to the next one.
     std::uint64_t number = 0;
-    bool is_answered = false;  // a look-up
+    bool is_answered = false;    // a look-up
+    bool is_turn_asked = false;  // of a browse that reports once: its next look-up is posted
 };
 
 namespace pennywort::discovery {

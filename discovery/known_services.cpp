@@ -5,10 +5,20 @@
 
 namespace pennywort::discovery {
 
-bool known_services::add(const service_key& key) {
+void known_services::add(const service_key& key, std::uint32_t interface_index) {
     known& one = m_services[key];
     ++one.copies;
-    return !one.is_told;
+    if (!one.is_told) m_waiting.push_back({key, interface_index});
+}
+
+std::optional<service_to_look_up> known_services::next() {
+    while (!m_waiting.empty()) {
+        service_to_look_up first = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        const auto found = m_services.find(first.key);
+        if (found != m_services.end() && !found->second.is_told) return first;
+    }
+    return std::nullopt;
 }
 
 bool known_services::tell(const service_key& key, const service_details& details) {

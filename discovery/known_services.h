@@ -5,7 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -29,11 +31,20 @@ struct service_key {
     auto operator<=>(const service_key&) const = default;
 };
 
+struct service_to_look_up {
+    service_key key;
+    std::uint32_t interface_index = 0;
+};
+
 class known_services {
 public:
-    // A service has come on one more interface or protocol. True when nobody has heard of it yet,
-    // so that it is worth being looked up.
-    bool add(const service_key& key);
+    // A service has come on one more interface or protocol. If nobody has heard of it yet it waits
+    // to be looked up there.
+    void add(const service_key& key, std::uint32_t interface_index);
+    bool has_waiting() const { return !m_waiting.empty(); }
+    // The next one to look up that is still there and that nobody has heard of; nothing when there
+    // is none.
+    std::optional<service_to_look_up> next();
     // It has been looked up. True when nobody has heard of it yet; from now on they have. One that
     // has gone meanwhile is none.
     bool tell(const service_key& key, const service_details& details);
@@ -49,6 +60,7 @@ private:
     };
 
     std::map<service_key, known> m_services;
+    std::deque<service_to_look_up> m_waiting;
 };
 
 }  // namespace pennywort::discovery

@@ -156,7 +156,8 @@ public:
                            unsigned long length);
     // As StartObserving, but each service is reported once, however many interfaces and protocols
     // it is seen on, and is gone when it is gone from all of them; then with what was last known of
-    // it, and without looking it up. What could not be looked up is not reported.
+    // it, and without looking it up. What could not be looked up is not reported. The thread's loop
+    // looks up one service a turn, so that between two of them the host has its turn.
     long StartObservingOnce(long observerId, const char* type, unsigned long flags);
 
     // Whether the system's daemon has ended, or given something up, since that which is still
@@ -185,9 +186,12 @@ private:
     bool register_start(cBonjourService& service, const registration& what);
     long observe(const browse_request& what);
     cBonjourService* find_browse(const browse_request& what);
+    cBonjourService* find_browse(std::uint64_t number) const;
     cBonjourService* browse_start(const browse_request& what);
     void browse_changed(Reference reference, const pennywort::discovery::found_service& found);
-    bool is_told_already(cBonjourService& browse, const pennywort::discovery::found_service& found);
+    void take_change(cBonjourService& browse, const pennywort::discovery::found_service& found);
+    bool ask_for_turn(cBonjourService& browse);
+    void look_up_next(std::uint64_t browse_number);
     long browse_resolve_now(const cBonjourService& browse,
                             const pennywort::discovery::found_service& found);
     static bool has_answered(const pennywort::discovery::life& alive, cBonjourLib& library,

@@ -3,13 +3,14 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
-#include "bonjour.h"
 #include "core/limits.h"
+#include "host/advertise/advertiser.h"
 #include "host/app/browser_runtime.h"
 #include "host/app/exit_status.h"
-#include "host/discover/service_words.h"
 #include "host/firewall/firewall_words.h"
 #include "host/live/live_control.h"
 #include "host/live/live_display.h"
@@ -121,17 +122,17 @@ private:
     cHttpServer m_server;
 };
 
-// Tells the local network of the control page, unless only this machine can reach it. Who has no
-// DNS-SD is served all the same.
-void advertise(const live_options& options, std::int32_t port, cBonjour& bonjour) {
-    if (is_loopback(options.listen) || !options.is_advertised) return;
-    zString text;
-    cBonjour::TXTAddItem(text, "path", "/", 1);
-    const long status =
-        bonjour.Service_Advertise("", "_http._tcp.", port, text.CString(), text.Length());
-    if (status == 0) return;
-    zTraceManager::Default()->TraceNote("pennywort live: not advertised: %s\n",
-                                        dnssd_failure(bonjour).c_str());
+// Tells the local network of the control page, unless only this machine can reach it: nothing then.
+// Who has no DNS-SD is served all the same.
+std::optional<advertiser> advertise(const live_options& options, const console& out,
+                                    std::int32_t port) {
+    if (is_loopback(options.listen) || !options.is_advertised) return std::nullopt;
+    advertised_service page{"the control page", "_http._tcp.", port, {}};
+    cBonjour::TXTAddItem(page.text, "path", "/", 1);
+    return std::optional<advertiser>(
+        std::in_place, std::move(page), [&out](const std::string& line) {
+            std::fprintf(out.errors(), "pennywort: %s\n", line.c_str());
+        });
 }
 
 // The display and what it shows, until the user wants the end. Its server goes before it, so that
@@ -146,16 +147,16 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     display.look_after();
     const std::string token = is_loopback(options.listen) ? std::string() : random_token();
     server->begin(control, token);
-    cBonjour bonjour;
-    advertise(options, server->port(), bonjour);
+    auto advertised = advertise(options, out, server->port());
     tell_address(out, address_of(options, server->port(), token));
     warn_of_firewall(options, out, server->port());
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         display.look_after();
+        if (advertised) advertised->look_after();
     }
     // First of all: nobody is to be sent to a page that has gone.
-    bonjour.Service_Unregister(nullptr, 0);
+    advertised.reset();
     server.reset();
     display.close();
     return k_exit_fine;

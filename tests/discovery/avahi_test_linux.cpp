@@ -406,6 +406,18 @@ TEST(AvahiLive, TheControlPageIsFoundWhereOthersReachIt) {
     EXPECT_TRUE(live.ends());
 }
 
+TEST(AvahiLive, TheControlPageIsFoundAgainWhenTheDaemonIsBack) {
+    shell live(PENNYWORT_PROGRAM " live about:blank --listen 0.0.0.0 --port 8123");
+    ASSERT_TRUE(live.says("http://127.0.0.1:8123/")) << live.text();
+    daemon("a", "kill");
+    EXPECT_TRUE(live.says("the DNS-SD daemon has ended: the control page is not advertised"))
+        << live.text();
+    daemon("a", "start");
+    EXPECT_TRUE(live.says("the control page is advertised again\n")) << live.text();
+    shell discoverer("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM " discover http");
+    EXPECT_TRUE(discoverer.says("found host-a host-a.local:8123 path=/\n")) << discoverer.text();
+}
+
 TEST(AvahiLive, TheControlPageIsUntoldWhereAskedOrOutOfReach) {
     shell local(PENNYWORT_PROGRAM " live about:blank --port 8123");
     ASSERT_TRUE(local.says("http://127.0.0.1:8123/")) << local.text();

@@ -264,6 +264,42 @@ INSTANTIATE_TEST_SUITE_P(OfALookUp, InTheMiddle,
                                     std::get<1>(each.param);
                          });
 
+// Where services wait to be looked up, each in a turn of its own.
+class InATurn : public FakeNetwork, public testing::WithParamInterface<act_case> {};
+
+TEST_P(InATurn, TheHostMayCallItsObject) {
+    auto bonjour = std::make_optional<cBonjour>();
+    listener ears;
+    bonjour->Service_Register(k_http, 1, nullptr);
+    bonjour->StartObservingOnce(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    for (const char* const name : {"a", "b", "c"}) {
+        serve(name);
+        tell(name);
+    }
+    const collected_traces traces;
+    const first_call call("Resolve", [&] { GetParam().act(bonjour, ears.id()); });
+    run_loop();
+    EXPECT_TRUE(call.has_come());
+    EXPECT_EQ(ears.names(), GetParam().heard);
+}
+
+constexpr act_case k_turn_acts[] = {
+    {"Nothing", [](auto&, std::int32_t) {}, "+a +b +c"},
+    {"StopObserving", [](auto& bonjour, std::int32_t code) { bonjour->StopObserving(code); }, ""},
+    {"ObserveAnew",
+     [](auto& bonjour, std::int32_t code) {
+         bonjour->StopObserving(code);
+         bonjour->StartObservingOnce(code, k_http, 0);
+     },
+     ""},
+    {"RunTheLoop", [](auto&, std::int32_t) { run_loop(); }, "+b +c +a"},
+    {"End", [](auto& bonjour, std::int32_t) { bonjour.reset(); }, ""},
+    {"DaemonEnds", [](auto&, std::int32_t) { fake_dnssd::kill_daemon(); }, ""},
+};
+INSTANTIATE_TEST_SUITE_P(OfLookUps, InATurn, testing::ValuesIn(k_turn_acts),
+                         [](const auto& each) { return std::string(each.param.name); });
+
 TEST_F(Faults, ATraceOfALookUpMayEndTheObject) {
     auto bonjour = std::make_optional<cBonjour>();
     bonjour->StartObserving(1, k_http, 0);

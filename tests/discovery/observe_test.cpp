@@ -441,6 +441,57 @@ TEST_F(Observe, OnceIsTriedAgainWhereALookUpFailed) {
     EXPECT_EQ(ears.names(), "") << "nobody heard that it came";
 }
 
+// A library may tell of many services in one result, and each that is silent takes 2 s.
+TEST_F(Observe, OnceLooksUpOneServiceATurnOfTheLoop) {
+    cBonjour bonjour;
+    bonjour.StartObservingOnce(1, k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    for (const char* const name : {"a", "b", "c", "d", "e"}) tell(name);
+    const collected_traces traces;
+    int looked_up = 0;
+    while (zMessageLoop::RunOnce(0)) {
+        EXPECT_LE(count_of("Resolve"), looked_up + 1);
+        looked_up = count_of("Resolve");
+    }
+    EXPECT_EQ(looked_up, 5);
+    EXPECT_EQ(count_of("ProcessResult"), 1);
+}
+
+TEST_F(Observe, WhatIsGoneBeforeItsTurnIsNotLookedUp) {
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObservingOnce(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    serve("Camera");
+    serve("Other");
+    tell("Camera");
+    tell("Other");
+    tell("Camera", false);
+    run_loop();
+    EXPECT_EQ(ears.names(), "+Other");
+    EXPECT_EQ(count_of("Resolve"), 1);
+}
+
+TEST_F(Observe, WhatWaitsForItsTurnGoesWithItsObserver) {
+    for (const bool is_ended : {false, true}) {
+        auto bonjour = std::make_unique<cBonjour>();
+        bonjour->StartObservingOnce(1, k_http, 0);
+        fake_dnssd::forget_calls();
+        fake_dnssd::tell_all_in_one_result();
+        serve("Camera");
+        for (const char* const name : {"Camera", "b", "c"}) tell(name);
+        while (count_of("Resolve") == 0) ASSERT_TRUE(zMessageLoop::RunOnce(0));
+        bonjour->StopObserving(1);
+        if (is_ended) {
+            bonjour.reset();
+        } else {
+            bonjour->StartObservingOnce(1, k_http, 0);
+        }
+        run_loop();
+        EXPECT_EQ(count_of("Resolve"), 1);
+    }
+}
+
 TEST_F(Observe, OnceAndPlainKeepApart) {
     cBonjour bonjour;
     listener plain, once;

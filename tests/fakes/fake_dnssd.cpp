@@ -71,6 +71,7 @@ struct state {
         failures;
     int highest_item = 0;
     bool is_next_socket_broken = false;
+    bool is_all_in_one = false;
     void (*hook)(const char*, void*) = nullptr;
     void* hook_context = nullptr;
     std::list<known_service, c_memory<known_service>> services;
@@ -144,6 +145,17 @@ void deliver_change(_DNSServiceRef_t* reference) {
     callback(reference, next.what.flags, next.what.interface_index, next.what.error,
              or_null(next.has_name, next.name), or_null(next.has_type, next.type),
              or_null(next.has_domain, next.domain), reference->context);
+}
+
+// As long as the callback leaves the reference there.
+int deliver_all(_DNSServiceRef_t* reference) {
+    const auto& all = the().references;
+    while (std::find(all.begin(), all.end(), reference) != all.end() &&
+           !reference->changes.empty()) {
+        take_signal(reference->socket);
+        deliver_change(reference);
+    }
+    return 0;
 }
 
 void deliver_answer(_DNSServiceRef_t* reference) {
@@ -233,6 +245,7 @@ FAKE_DNSSD_API int DNSServiceProcessResult(_DNSServiceRef_t* reference) {
         ++the().waits;
         return 0;
     }
+    if (has_change && the().is_all_in_one) return deliver_all(reference);
     take_signal(reference->socket);
     if (reference->delay > 0) {
         --reference->delay;
@@ -342,6 +355,8 @@ bool tell(const char* browsed_type, const change& what) {
     }
     return is_told;
 }
+
+void tell_all_in_one_result() { the().is_all_in_one = true; }
 
 void kill_daemon() {
     the().is_daemon_dead = true;

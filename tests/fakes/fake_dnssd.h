@@ -67,6 +67,9 @@ struct change {
 // Tells every browse of the type. False when there is none.
 FAKE_DNSSD_API bool tell(const char* browsed_type, const change& what);
 
+// The next result of each browse tells all that it has, as a library with more to come does.
+FAKE_DNSSD_API void tell_all_in_one_result();
+
 // The daemon ends: every reference becomes readable for ever, and has only errors to tell.
 FAKE_DNSSD_API void kill_daemon();
 FAKE_DNSSD_API void start_daemon();

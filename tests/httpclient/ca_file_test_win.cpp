@@ -1,5 +1,5 @@
-// ca_file_test_win.cpp - certificates of the host's own: WinHTTP takes the system's alone, and whoever
-// has named a file trusts no others.
+// ca_file_test_win.cpp - certificates of the host's own: WinHTTP takes the system's alone, and
+// whoever has named a file trusts no others.
 #include <atomic>
 
 #include "tests/httpclient/scripted_peer.h"

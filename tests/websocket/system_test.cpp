@@ -194,6 +194,7 @@ TEST_F(SystemTest, AnAnswerThatIsNoUpgradeIsConnectFailedOnRequest) {
 }
 
 TEST_F(SystemTest, CloseEndsAServerThatDoesNotAnswer) {
+    if (runs_under_wine()) GTEST_SKIP() << "Wine ends no wait of a handle that is closed";
     const scripted_peer peer([](peer_connection& connection) {
         connection.accept();
         connection.wait_for_end();

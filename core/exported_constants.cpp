@@ -1,8 +1,9 @@
-// exported_constants.cpp - keeps the constants of exported classes in the DLL; built for Windows
-// only. Their users take them from there, while the compiler leaves out those that the library
-// itself never refers to.
+// exported_constants.cpp - keeps the constants of all exported classes in the DLL; built for
+// Windows only. Their users take them from there, while the compiler leaves out those that the
+// library itself never refers to.
 #include "httpclient.h"
 #include "httpserver.h"
+#include "xmlrpc.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ namespace {
     &cHttpSession::k_unknown_scheme,
     &cHttpSession::k_url_too_short,
     &cHttpSession::k_write_failed,
+    &cXMLRPC::k_multipart,
 };
 
 }  // namespace

@@ -21,13 +21,16 @@
 namespace pennywort::webdisplay {
 
 decltype(&PostMessageW) timer_calls::post_message = &PostMessageW;
+decltype(&CreateWaitableTimerExW) timer_calls::create_waitable_timer = &CreateWaitableTimerExW;
 
 namespace {
 
 constexpr wchar_t k_window_name[] = L"cWebMainThreadTimerLoop";
 constexpr UINT_PTR k_timer = 0x6377544C;
 constexpr UINT_PTR k_idle_timer = k_timer + 1;
+constexpr UINT_PTR k_alarm_timer = k_timer + 2;
 constexpr UINT k_due_message = WM_APP;
+constexpr UINT k_alarm_message = WM_APP + 1;
 static_assert(WS_DISABLED == 0x08000000);
 
 // CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, which older headers lack.
@@ -68,9 +71,12 @@ HMODULE own_module() {
 // Counts in fractions of a millisecond where the system has such a timer (from Windows 10 1803);
 // else in clock ticks.
 HANDLE make_alarm() {
-    const HANDLE fine =
-        CreateWaitableTimerExW(nullptr, nullptr, k_high_resolution, TIMER_ALL_ACCESS);
-    return fine != nullptr ? fine : CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
+    const auto create = timer_calls::create_waitable_timer;
+    const HANDLE fine = create(nullptr, nullptr, k_high_resolution, TIMER_ALL_ACCESS);
+    if (fine != nullptr) return fine;
+    const HANDLE coarse = create(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
+    check(coarse != nullptr, "CreateWaitableTimerExW");
+    return coarse;
 }
 
 class windows_timer final : public main_thread_timer,
@@ -87,15 +93,16 @@ public:
         if (m_alarm != nullptr) check(CloseHandle(m_alarm), "CloseHandle");
     }
 
-    // Whether requests can be served: an alarm that other threads set, and that wakes this one.
-    bool make_usable() {
+    // An alarm that other threads set, and that wakes this one. Without it the window has one.
+    void find_alarm() {
         m_alarm = make_alarm();
-        const bool is_made =
-            m_alarm != nullptr && RegisterWaitForSingleObject(&m_wait, m_alarm, on_alarm, this,
-                                                              INFINITE, WT_EXECUTEINWAITTHREAD);
-        check(is_made,
-              m_alarm == nullptr ? "CreateWaitableTimerExW" : "RegisterWaitForSingleObject");
-        return is_made;
+        if (m_alarm == nullptr || RegisterWaitForSingleObject(&m_wait, m_alarm, on_alarm, this,
+                                                              INFINITE, WT_EXECUTEINWAITTHREAD)) {
+            return;
+        }
+        trace_failure("RegisterWaitForSingleObject", GetLastError());
+        m_wait = nullptr;
+        check(CloseHandle(std::exchange(m_alarm, nullptr)), "CloseHandle");
     }
 
     void start_periodic(int period_ms) override {
@@ -150,10 +157,20 @@ private:
     }
 
     void set_alarm(std::int64_t from_now_ns) {
+        if (m_alarm == nullptr) return set_window_alarm(from_now_ns);
         LARGE_INTEGER wait{};
         // Negative: from now on, in units of 100 ns. 0 would be a moment of the calendar.
         wait.QuadPart = std::min<std::int64_t>(-from_now_ns / 100, -1);
         check(SetWaitableTimer(m_alarm, &wait, 0, nullptr, nullptr, FALSE), "SetWaitableTimer");
+    }
+
+    // Of the window's thread, which alone may set a timer of the window's. Should its queue be
+    // full, the idle timer is the next to tick.
+    void set_window_alarm(std::int64_t from_now_ns) {
+        const HWND window = m_window.load();
+        const std::int64_t ms = std::max<std::int64_t>(from_now_ns / k_ns_per_ms + 1, 0);
+        if (window == nullptr) return;
+        timer_calls::post_message(window, k_alarm_message, static_cast<WPARAM>(ms), 0);
     }
 
     static void set_window_timer(HWND window, UINT_PTR id, UINT ms) {
@@ -203,14 +220,21 @@ private:
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
         auto* const timer =
             reinterpret_cast<windows_timer*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-        if (timer != nullptr) timer->take(message, wparam);
+        if (timer != nullptr && message == k_alarm_message) {
+            set_window_timer(window, k_alarm_timer, static_cast<UINT>(wparam));
+        } else if (timer != nullptr) {
+            timer->take(message, wparam);
+        }
         return DefWindowProcW(window, message, wparam, lparam);
     }
 
     void take(UINT message, WPARAM wparam) {
         const bool is_period = message == WM_TIMER && wparam == k_timer;
         const bool is_idle = message == WM_TIMER && wparam == k_idle_timer;
-        if (!is_period && !is_idle && message != k_due_message) return;
+        const bool is_alarm = message == WM_TIMER && wparam == k_alarm_timer;
+        if (!is_period && !is_idle && !is_alarm && message != k_due_message) return;
+        // It would go off again and again.
+        if (is_alarm) check(KillTimer(m_window, k_alarm_timer), "KillTimer");
         // The tick may end the pump that owns the timer.
         const auto kept = shared_from_this();
         is_period ? m_tick() : on_due();
@@ -247,8 +271,8 @@ private:
 
 std::shared_ptr<main_thread_timer> main_thread_timer::make(std::function<void()> tick) {
     auto timer = std::make_shared<windows_timer>(std::move(tick));
-    if (timer->make_usable()) return timer;
-    return nullptr;
+    timer->find_alarm();
+    return timer;
 }
 
 }  // namespace pennywort::webdisplay

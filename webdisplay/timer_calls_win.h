@@ -1,5 +1,6 @@
-// timer_calls_win.h - the call of the system's that main_thread_timer_win.cpp makes through a
-// pointer, so that a test can have it fail: a full queue cannot be had wherever tests run.
+// timer_calls_win.h - the calls of the system's that main_thread_timer_win.cpp makes through
+// pointers, so that a test can have them fail: neither a full queue nor a lack of timers can be had
+// wherever tests run.
 #pragma once
 
 #include <windows.h>
@@ -8,5 +9,6 @@ namespace pennywort::webdisplay::timer_calls {
 
 // Written by tests only, while no timer is there.
 extern decltype(&PostMessageW) post_message;
+extern decltype(&CreateWaitableTimerExW) create_waitable_timer;
 
 }  // namespace pennywort::webdisplay::timer_calls

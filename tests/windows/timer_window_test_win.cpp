@@ -5,9 +5,11 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "loam/message_loop.h"
 #include "loam/thread.h"
+#include "tests/support/collected_traces.h"
 #include "webdisplay/main_thread_timer.h"
 #include "webdisplay/timer_calls_win.h"
 
@@ -203,6 +205,63 @@ TEST(TimerWindow, AWakeUpThatAFullQueueRefusesIsNotLost) {
     EXPECT_EQ(g_posts, 4);
     timer->stop();
     timer_calls::post_message = &PostMessageW;
+}
+
+// A system that has no such timers left, as they come out of one quota with other handles.
+class WithoutWaitableTimers : public testing::Test {
+protected:
+    void SetUp() override {
+        timer_calls::create_waitable_timer = [](LPSECURITY_ATTRIBUTES, LPCWSTR, DWORD,
+                                                DWORD) -> HANDLE {
+            SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+            return nullptr;
+        };
+        m_timer = main_thread_timer::make([this] { ++m_ticks; });
+        ASSERT_NE(m_timer, nullptr);
+        EXPECT_NE(m_traces.text().find("CreateWaitableTimerExW - failed (err=1450)"),
+                  std::string::npos);
+    }
+    void TearDown() override {
+        m_timer.reset();
+        timer_calls::create_waitable_timer = &CreateWaitableTimerExW;
+    }
+    bool ticks_come(int wanted) {
+        return loop_until([&] { return m_ticks >= wanted; });
+    }
+
+    const tests::collected_traces m_traces;
+    int m_ticks = 0;
+    std::shared_ptr<main_thread_timer> m_timer;
+};
+
+TEST_F(WithoutWaitableTimers, APeriodTicks) {
+    m_timer->start_periodic(15);
+    EXPECT_TRUE(ticks_come(3));
+}
+
+TEST_F(WithoutWaitableTimers, ARequestIsServedAndLetsTheLoopRest) {
+    m_timer->start_on_request(3'600'000);
+    for (const std::int64_t delay_ms : {0, 1, 20}) {
+        m_ticks = 0;
+        m_timer->request(delay_ms);
+        EXPECT_TRUE(ticks_come(1)) << delay_ms;
+        for (int i = 0; i < 5; ++i) zMessageLoop::RunOnce(10'000);
+        // The window's timer may be early, and is set once more then.
+        EXPECT_LE(m_ticks, 2) << delay_ms;
+    }
+}
+
+TEST_F(WithoutWaitableTimers, ARequestBeforeTheStartIsKept) {
+    m_timer->request(5);
+    m_timer->start_on_request(3'600'000);
+    EXPECT_TRUE(ticks_come(1));
+}
+
+TEST_F(WithoutWaitableTimers, ARequestOfAnotherThreadArrives) {
+    m_timer->start_on_request(3'600'000);
+    asking body(*m_timer, 20);
+    const std::unique_ptr<zThread> thread(zThread::Factory("asking", &body, 0, 0));
+    EXPECT_TRUE(ticks_come(1));
 }
 
 TEST(TimerWindow, TicksUnaskedWhenNobodyAsksForLong) {

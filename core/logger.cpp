@@ -59,6 +59,8 @@ void cLogger::Close() {
     delete std::exchange(m_file, nullptr);
 }
 
+bool cLogger::HasFailed() const { return m_file != nullptr && m_file->HasFailed(); }
+
 const char* cLogger::FilePath() const { return m_path.CString(); }
 
 void cLogger::RemoveFile() { zFileStream::RemoveFile(m_path.CString()); }

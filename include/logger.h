@@ -36,6 +36,9 @@ public:
     // Deletes the file. An open one is not closed first: what the system makes of that is its own.
     void RemoveFile();
 
+    // Whether something since Start could not be written; false once it is closed.
+    bool HasFailed() const;
+
     // A blank line, then 96 dashes with `label` in their middle (95 characters for a label of odd
     // length); dashes alone for null. Labels are short, 96 bytes at most.
     void Separator(const char* label);

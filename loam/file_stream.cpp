@@ -56,12 +56,14 @@ zFileStream::~zFileStream() = default;
 
 zStatus zFileStream::Open() {
     m_file.reset();
+    m_has_failed = true;
     const auto mode = mode_of(m_mode);
     if (!mode) return -1;
     return loam::unless_out_of_memory([&] {
         int error = 0;
         m_file = loam::native_file::open(Name(), *mode, error);
-        return m_file == nullptr ? failed("Open", error, Name()) : 0;
+        m_has_failed = m_file == nullptr;
+        return m_has_failed ? failed("Open", error, Name()) : 0;
     });
 }
 
@@ -75,7 +77,9 @@ zStatus zFileStream::Write(const char* bytes, std::uint32_t length, std::uint32_
     if (m_file == nullptr || (bytes == nullptr && length != 0)) return -1;
     const std::size_t count = m_file->write({bytes, length});
     if (written != nullptr) *written = static_cast<std::uint32_t>(count);
-    return count == length ? 0 : failed("Write", m_file->error(), Name());
+    if (count == length) return 0;
+    m_has_failed = true;
+    return failed("Write", m_file->error(), Name());
 }
 
 zStatus zFileStream::Flush() { return IsOpen() ? 0 : -1; }

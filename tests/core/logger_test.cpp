@@ -157,6 +157,51 @@ TEST_F(LoggerTest, TheFileCanBeRemoved) {
     EXPECT_EQ(logger->Release(), 0);
 }
 
+// Only one of the two may close it: the other one forgets it by way of a third.
+TEST_F(LoggerTest, ACopySharesTheOpenFile) {
+    auto* const logger = new cLogger(m_path.c_str(), 3);
+    EXPECT_EQ(logger->AddRef(), 2);
+    auto* const copy = new cLogger(*logger);
+    EXPECT_STREQ(copy->FilePath(), m_path.c_str());
+    copy->Sent("abcd", 4);
+    EXPECT_EQ(file(), line(" SENT ") + "abc" + m_cut);
+    // Its count is copied too.
+    EXPECT_EQ(copy->Release(), 1);
+    auto* const closed = new cLogger(nullptr, 100);
+    closed->Close();
+    *copy = *closed;
+    EXPECT_STREQ(copy->FilePath(), "");
+    EXPECT_EQ(closed->Release(), 0);
+    EXPECT_EQ(copy->Release(), 0);
+    EXPECT_EQ(file(), line(" SENT ") + "abc" + m_cut);
+    EXPECT_EQ(logger->Release(), 1);
+    EXPECT_EQ(logger->Release(), 0);
+    EXPECT_EQ(file(), line(" SENT ") + "abc" + m_cut + m_end);
+}
+
+// What the system makes of an open file that is removed is its own: Windows keeps it.
+TEST_F(LoggerTest, RemovingAnOpenOneHarmsNothing) {
+    auto* const logger = new cLogger(m_path.c_str(), 100);
+    logger->RemoveFile();
+    logger->Sent("x", 1);
+    EXPECT_FALSE(logger->HasFailed());
+    EXPECT_EQ(logger->Release(), 0);
+}
+
+TEST_F(LoggerTest, SaysWhetherItCouldBeWritten) {
+    auto* const logger = new cLogger("/nowhere/at/all/file.txt", 100);
+    EXPECT_TRUE(logger->HasFailed());
+    logger->Close();
+    EXPECT_FALSE(logger->HasFailed());
+    EXPECT_EQ(logger->Release(), 0);
+    EXPECT_EQ(after(100,
+                    [](cLogger& good) {
+                        good.Sent("x", 1);
+                        EXPECT_FALSE(good.HasFailed());
+                    }),
+              line(" SENT ") + "x" + m_end);
+}
+
 TEST_F(LoggerTest, APathThatCannotBeWrittenHarmsNothing) {
     for (const char* path : {"", "/nowhere/at/all/file.txt"}) {
         auto* const logger = new cLogger(path, 100);

@@ -55,6 +55,8 @@ public:
     virtual const char* Name() const;
 
     bool IsOpen() const;
+    // Whether the last Open, or a Write since, has failed.
+    bool HasFailed() const { return m_has_failed; }
 
     // -1 when there is no such file or it is a directory.
     static zStatus RemoveFile(const char* path);
@@ -62,5 +64,6 @@ public:
 private:
     zString m_path;
     std::uint8_t m_mode;
+    bool m_has_failed = false;
     std::unique_ptr<loam::native_file> m_file;
 };

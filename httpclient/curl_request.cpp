@@ -9,15 +9,13 @@
 #include "core/http/url.h"
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
+#include "httpclient/curl_lines.h"
 #include "httpclient/request_object.h"
 
 namespace pennywort::httpclient {
 
 namespace {
 
-struct curl_url_end {
-    void operator()(CURLU* url) const { ::curl_url_cleanup(url); }
-};
 using curl_url = std::unique_ptr<CURLU, curl_url_end>;
 
 std::string part_of(const curl_url& url, CURLUPart part, unsigned flags = 0) {

@@ -6,11 +6,13 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "core/limits.h"
 #include "core/run/guarded.h"
 #include "core/text/ascii.h"
+#include "httpclient/http_transport.h"
 
 namespace pennywort::httpclient {
 
@@ -20,10 +22,6 @@ constexpr char k_class[] = "cHttpSession_winhttp";
 
 // libcurl puts a body into one packet with its headers up to this size.
 constexpr std::uint32_t k_body_with_headers = 64 * 1024;
-
-// What libcurl reads at once. It takes the memory anew for each exchange: from 64 KiB on giving it
-// back makes the allocator tidy up.
-constexpr long k_receive_buffer = 32 * 1024;
 
 curl_fault fault_of(CURLcode code) {
     switch (code) {
@@ -37,8 +35,14 @@ curl_fault fault_of(CURLcode code) {
         case CURLE_COULDNT_CONNECT:
             return k_fault_cannot_connect;
         case CURLE_WEIRD_SERVER_REPLY:
+        case CURLE_UNSUPPORTED_PROTOCOL:  // a status line of no version that is known
+        case CURLE_WRITE_ERROR:           // a head that take_head_line has refused
+        case CURLE_BAD_CONTENT_ENCODING:
             return k_fault_invalid_response;
+        case CURLE_OUT_OF_MEMORY:
+            return k_fault_no_memory;
         case CURLE_SSL_CONNECT_ERROR:
+            return k_fault_no_tls;
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CACERT_BADFILE:
             return k_fault_secure_failure;
@@ -52,8 +56,12 @@ bool has_body_by_nature(const std::string& verb) {
 }
 
 // Whoever may use one line may use the other.
-std::string destination_of(const curl_order& order) {
-    return order.target.origin() + "|" + order.proxy + "|" + order.ca_file + "|" + order.user_agent;
+std::string destination_of(const curl_order& order, const std::string& origin) {
+    std::string all;
+    all.reserve(origin.size() + order.proxy.size() + order.ca_file.size() +
+                order.user_agent.size() + 3);
+    all.append(origin).append("|").append(order.proxy).append("|");
+    return all.append(order.ca_file).append("|").append(order.user_agent);
 }
 
 // libcurl keeps a copy, for which memory may be out.
@@ -62,15 +70,6 @@ bool has_set(CURL* easy, CURLoption option, const char* text) {
 }
 
 }  // namespace
-
-void curl_transfer::header_list::clear() { ::curl_slist_free_all(std::exchange(m_first, nullptr)); }
-
-bool curl_transfer::header_list::add(const std::string& line) {
-    curl_slist* const longer = ::curl_slist_append(m_first, line.c_str());
-    if (longer == nullptr) return false;
-    m_first = longer;
-    return true;
-}
 
 bool curl_transfer::fail(curl_fault fault) {
     m_fault = fault;
@@ -82,9 +81,10 @@ bool curl_transfer::start(const curl_order& order) {
     forget();
     m_patience = order.patience;
     m_total = order.total;
-    set_line(curl_lines::borrow(destination_of(order)));
-    if (m_line == nullptr) return fail(k_fault_connection_lost);
-    if (!set_options(order)) return fail(k_fault_invalid_url);
+    const std::string origin = order.target.origin();
+    set_line(curl_lines::borrow(destination_of(order, origin)));
+    if (m_line == nullptr) return fail(k_fault_no_memory);
+    if (!set_options(order, origin + order.target.object)) return fail(k_fault_invalid_url);
     return ::curl_multi_add_handle(m_line->multi.get(), m_line->easy.get()) == CURLM_OK ||
            fail(k_fault_connection_lost);
 }
@@ -97,36 +97,28 @@ void curl_transfer::forget() {
     m_interim_heads = 0;
     m_mode = body_mode::kept;
     m_is_paused = false;
-    m_buffer.clear();
-    m_taken = m_dropped = 0;
+    m_dropped = 0;
     m_cookies.clear();
     m_body = {};
     m_sent = 0;
     m_has_body = m_is_reading = false;
 }
 
-bool curl_transfer::set_options(const curl_order& order) {
-    CURL* const easy = m_line->easy.get();
-    if (!m_line->is_set_up) {
+bool curl_transfer::set_options(const curl_order& order, const std::string& url) {
+    curl_told& told = m_line->told;
+    if (!told.is_set_up) {
         if (!set_rules() || !set_route(order)) return false;
         set_callbacks();
-        m_line->is_set_up = true;
+        told.is_set_up = true;
     }
-    for (const CURLoption data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA,
-                                  CURLOPT_SEEKDATA, CURLOPT_PREREQDATA}) {
-        ::curl_easy_setopt(easy, data, this);
-    }
-    // A line brings along the cookies of whoever used it before.
-    ::curl_easy_setopt(easy, CURLOPT_COOKIELIST, "ALL");
-    for (const std::string& cookie : order.cookies) {
-        ::curl_easy_setopt(easy, CURLOPT_COOKIELIST, cookie.c_str());
-    }
-    const bool has_url =
-        ::curl_easy_setopt(easy, CURLOPT_URL, order.target.url().c_str()) == CURLE_OK;
+    set_user();
+    set_cookies(order.cookies);
     const long bound = m_patience.connect_ms > 0 ? m_patience.connect_ms
                                                  : std::numeric_limits<std::int32_t>::max();
-    ::curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, bound);
-    return has_url && set_body(order) && set_headers(order);
+    if (std::exchange(told.connect_ms, bound) != bound) {
+        ::curl_easy_setopt(m_line->easy.get(), CURLOPT_CONNECTTIMEOUT_MS, bound);
+    }
+    return set_url(url) && set_body(order) && set_headers(order);
 }
 
 // What no order changes. A line keeps it from one to the next, which saves a third of the time that
@@ -139,16 +131,53 @@ bool curl_transfer::set_rules() {
     ::curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     // A name server that is silent must not hold the caller when the time has passed.
     ::curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
-    ::curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, k_receive_buffer);
+    ::curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, long{k_read_bytes});
     ::curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     return has_set(easy, CURLOPT_COOKIEFILE, "") &&
            has_set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+}
+
+void curl_transfer::set_user() {
+    if (std::exchange(m_line->told.user, this) == this) return;
+    for (const CURLoption data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA,
+                                  CURLOPT_SEEKDATA, CURLOPT_PREREQDATA}) {
+        ::curl_easy_setopt(m_line->easy.get(), data, this);
+    }
+}
+
+// A line brings along the cookies of whoever used it before.
+void curl_transfer::set_cookies(const std::vector<std::string>& cookies) {
+    CURL* const easy = m_line->easy.get();
+    bool& has_cookies = m_line->told.has_cookies;
+    if (std::exchange(has_cookies, false)) ::curl_easy_setopt(easy, CURLOPT_COOKIELIST, "ALL");
+    for (const std::string& cookie : cookies) {
+        has_cookies = true;
+        ::curl_easy_setopt(easy, CURLOPT_COOKIELIST, cookie.c_str());
+    }
+}
+
+bool curl_transfer::set_url(const std::string& url) {
+    std::string& told = m_line->told.url;
+    if (told == url) return true;
+    told.clear();
+    CURLU* const parts = m_line->url.get();
+    ::curl_easy_setopt(m_line->easy.get(), CURLOPT_CURLU, parts);
+    // The text of the one before, which would go on to stand for this one.
+    ::curl_easy_setopt(m_line->easy.get(), CURLOPT_URL, nullptr);
+    if (::curl_url_set(parts, CURLUPART_URL, url.c_str(), CURLU_PATH_AS_IS) != CURLUE_OK) {
+        return false;
+    }
+    told = url;
+    return true;
 }
 
 // A body that is read piece by piece goes out in packets of its own, which costs a short request a
 // tenth of its time.
 bool curl_transfer::set_body(const curl_order& order) {
     CURL* const easy = m_line->easy.get();
+    const bool is_plain_get = order.total == 0 && order.verb == "GET";
+    if (is_plain_get && m_line->told.is_plain_get) return true;
+    m_line->told.is_plain_get = false;
     // Undoes what the order before has made of it.
     ::curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
     const bool is_short = order.is_body_known && order.total <= k_body_with_headers;
@@ -163,7 +192,9 @@ bool curl_transfer::set_body(const curl_order& order) {
     }
     const bool is_usual = order.verb == (order.total == 0 ? "GET" : "POST") && !m_is_reading;
     const char* const verb = is_usual ? nullptr : order.verb.c_str();
-    return ::curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, verb) == CURLE_OK;
+    const bool is_fine = ::curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, verb) == CURLE_OK;
+    m_line->told.is_plain_get = is_fine && is_plain_get;
+    return is_fine;
 }
 
 bool curl_transfer::set_route(const curl_order& order) {
@@ -186,28 +217,39 @@ void curl_transfer::set_callbacks() {
     ::curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &curl_transfer::on_connected);
 }
 
+bool curl_transfer::set_headers(const curl_order& order) {
+    curl_told& told = m_line->told;
+    const bool has_body = order.total > 0 || has_body_by_nature(order.verb);
+    const bool is_told = told.has_headers && told.is_with_body == has_body;
+    if (is_told && told.block == order.headers) return true;
+    told.has_headers = false;
+    ::curl_easy_setopt(m_line->easy.get(), CURLOPT_HTTPHEADER, nullptr);
+    m_line->headers.clear();
+    if (!make_headers(order, has_body)) return false;
+    ::curl_easy_setopt(m_line->easy.get(), CURLOPT_HTTPHEADER, m_line->headers.get());
+    told.block = order.headers;
+    told.is_with_body = has_body;
+    told.has_headers = true;
+    return true;
+}
+
 // Nothing goes out that the caller has not asked for, as with WinHTTP: libcurl would add these, the
 // last two to a request with a body.
-bool curl_transfer::set_headers(const curl_order& order) {
-    m_headers.clear();
-    if (!add_lines(order.headers)) return false;
-    const bool has_body = order.total > 0 || has_body_by_nature(order.verb);
-    const bool is_fine = leave_out("Accept", order.headers) &&
-                         (!has_body || (leave_out("Expect", order.headers) &&
-                                        leave_out("Content-Type", order.headers)));
-    if (is_fine) ::curl_easy_setopt(m_line->easy.get(), CURLOPT_HTTPHEADER, m_headers.get());
-    return is_fine;
+bool curl_transfer::make_headers(const curl_order& order, bool has_body) {
+    return add_lines(order.headers) && leave_out("Accept", order.headers) &&
+           (!has_body ||
+            (leave_out("Expect", order.headers) && leave_out("Content-Type", order.headers)));
 }
 
 bool curl_transfer::leave_out(const char* name, std::string_view block) {
-    return has_header(block, name) || m_headers.add(std::string(name) + ":");
+    return has_header(block, name) || m_line->headers.add(std::string(name) + ":");
 }
 
 bool curl_transfer::add_lines(std::string_view block) {
     while (!block.empty()) {
         const std::size_t end = block.find("\r\n");
         const std::string line = curl_header_line(block.substr(0, end));
-        if (line.empty() || !m_headers.add(line)) return false;
+        if (line.empty() || !m_line->headers.add(line)) return false;
         block.remove_prefix(end == std::string_view::npos ? block.size() : end + 2);
     }
     return true;
@@ -238,19 +280,17 @@ bool curl_transfer::is_at(curl_stage stage) const {
 }
 
 bool curl_transfer::reach(curl_stage stage) {
-    if (stage == curl_stage::piece && piece().empty()) {
-        m_buffer.clear();
-        m_taken = 0;
-        resume();
-    }
-    run::deadline end = patience();
+    if (stage == curl_stage::piece && piece().empty()) resume();
+    // Not asked for before it is needed: the clock costs as much as the rest.
+    std::optional<run::deadline> end;
     while (!is_at(stage)) {
         if (m_is_cancelled) return fail(k_fault_cancelled);
         if (m_is_done || m_line == nullptr) return fail(fault_of(m_result));
         m_has_moved = false;
         if (!run_once()) return false;
-        if (m_has_moved) end = patience();
-        if (!is_at(stage) && !m_is_done && !wait(end)) return false;
+        if (is_at(stage) || m_is_done) continue;
+        if (m_has_moved || !end) end = patience();
+        if (!wait(*end)) return false;
     }
     // An end that was no good one is no end.
     const bool is_broken = m_is_done && m_result != CURLE_OK && piece().empty();
@@ -292,8 +332,8 @@ void curl_transfer::finish(CURLcode result) {
 // cancel() wakes it. libcurl shortens it by itself where it has something to do earlier, and has
 // its own bound while it connects.
 bool curl_transfer::wait(const run::deadline& end) {
-    if (m_is_connected && end.has_passed()) return fail(k_fault_timed_out);
     const int bound_ms = m_is_connected ? end.left_ms() : std::numeric_limits<std::int32_t>::max();
+    if (bound_ms == 0) return fail(k_fault_timed_out);
     return ::curl_multi_poll(m_line->multi.get(), nullptr, 0, bound_ms, nullptr) == CURLM_OK ||
            fail(k_fault_connection_lost);
 }
@@ -330,11 +370,7 @@ void curl_transfer::keep_cookies() {
 void curl_transfer::release() {
     if (m_line == nullptr) return;
     ::curl_multi_remove_handle(m_line->multi.get(), m_line->easy.get());
-    // Of this order, and gone with it.
-    ::curl_easy_setopt(m_line->easy.get(), CURLOPT_HTTPHEADER, nullptr);
-    // Without memory to keep it the line ends here, and its connection with it.
-    run::guarded(k_class, "keeping a connection",
-                 [this] { curl_lines::give_back(set_line(nullptr)); });
+    curl_lines::give_back(set_line(nullptr));
 }
 
 std::unique_ptr<curl_line> curl_transfer::set_line(std::unique_ptr<curl_line> line) {
@@ -345,11 +381,11 @@ std::unique_ptr<curl_line> curl_transfer::set_line(std::unique_ptr<curl_line> li
 
 void curl_transfer::end() {
     release();
-    m_headers.clear();
     // Of a large body; a session that waits for its next request need not keep it.
     if (m_buffer.capacity() > k_body_with_headers) std::string().swap(m_buffer);
     m_buffer.clear();
     m_taken = 0;
+    offer(nullptr, 0);
     m_has_head = false;
 }
 
@@ -363,6 +399,7 @@ void curl_transfer::cancel() {
 std::size_t curl_transfer::take_head_line(std::string_view line) {
     // Behind the body: headers that came with its last chunk.
     if (m_has_head) return line.size();
+    if (text::begins_ignoring_case(line, "Set-Cookie")) m_line->told.has_cookies = true;
     if (std::exchange(m_is_interim, false)) m_raw_head.clear();
     // Only the first: a server that sends line by line could hold the caller as long as it likes.
     if (m_raw_head.empty()) m_has_moved = true;
@@ -387,13 +424,12 @@ void curl_transfer::append_head_line(std::string_view line) {
 }
 
 bool curl_transfer::take_head() {
-    http::head_parser parser(http::head_kind::answer, http::k_tolerant_answers);
-    parser.feed(m_raw_head);
-    if (parser.status() != http::head_parser::state::complete) return false;
-    m_head = parser.head();
-    m_is_interim = m_head.status >= 100 && m_head.status < 200;
+    m_parser.reset();
+    m_parser.feed(m_raw_head);
+    if (m_parser.status() != http::head_parser::state::complete) return false;
+    m_is_interim = head().status >= 100 && head().status < 200;
     if (m_is_interim) return ++m_interim_heads <= k_max_interim_responses;
-    if (is_redirect(m_head.status)) m_mode = body_mode::held;
+    if (is_redirect(head().status)) m_mode = body_mode::held;
     m_has_head = true;
     return true;
 }
@@ -408,9 +444,39 @@ std::size_t curl_transfer::take_body(std::string_view bytes) {
         m_is_paused = true;
         return CURL_WRITEFUNC_PAUSE;
     }
-    m_buffer.append(bytes);
+    if (m_buffer.empty() && bytes.size() <= m_room - m_landed) {
+        std::memcpy(m_offered + m_landed, bytes.data(), bytes.size());
+        m_landed += bytes.size();
+    } else {
+        m_buffer.append(bytes);
+    }
     m_has_moved = true;
     return bytes.size();
+}
+
+std::string_view curl_transfer::piece() const {
+    if (m_landed > 0) return {m_offered, m_landed};
+    return std::string_view(m_buffer).substr(m_taken);
+}
+
+void curl_transfer::take_piece(std::size_t count) {
+    if (m_landed > 0) {
+        m_offered += count;
+        m_room -= count;
+        m_landed -= count;
+        if (m_landed == 0) offer(nullptr, 0);
+        return;
+    }
+    m_taken += count;
+    if (m_taken < m_buffer.size()) return;
+    m_buffer.clear();
+    m_taken = 0;
+}
+
+void curl_transfer::offer(char* into, std::size_t room) {
+    m_offered = into;
+    m_room = room;
+    m_landed = 0;
 }
 
 std::size_t curl_transfer::give_body(char* into, std::size_t room) {

@@ -23,6 +23,7 @@ namespace pennywort::httpclient {
 // Failures, as WinHTTP numbers them.
 enum curl_fault : std::int32_t {
     k_fault_none = 0,
+    k_fault_no_memory = 8,
     k_fault_timed_out = 12002,
     k_fault_invalid_url = 12005,
     k_fault_name_not_resolved = 12007,
@@ -31,6 +32,7 @@ enum curl_fault : std::int32_t {
     k_fault_connection_lost = 12030,
     k_fault_invalid_response = 12152,
     k_fault_redirect_failed = 12156,
+    k_fault_no_tls = 12157,
     k_fault_secure_failure = 12175,
 };
 
@@ -83,16 +85,20 @@ public:
     // False when the exchange ends before, or nothing moves for as long as the order allows.
     bool reach(curl_stage stage);
     // The head that has come, and its lines, the status line first, each with CR LF.
-    const http::message_head& head() const { return m_head; }
+    const http::message_head& head() const { return m_parser.head(); }
     const std::string& raw_head() const { return m_raw_head; }
     bool has_head() const { return m_has_head; }
     // The body of a redirect is held back until one of the two: it is read like any other, or
     // dropped as it comes; a long one ends the exchange.
     void keep_body();
     void drop_body();
-    // Bytes that reach(curl_stage::piece) has brought; take_piece removes them from the front.
-    std::string_view piece() const { return std::string_view(m_buffer).substr(m_taken); }
-    void take_piece(std::size_t count) { m_taken += count; }
+    // Bytes that reach(curl_stage::piece) has brought; take_piece removes them from the front. They
+    // lie where the last offer was, as long as they fit; else in memory of the transfer's own.
+    std::string_view piece() const;
+    void take_piece(std::size_t count);
+    // Memory for the next reach(curl_stage::piece), whose bytes are to be taken before it ends or
+    // moves. Nothing is left of the piece before.
+    void offer(char* into, std::size_t room);
     bool is_at_end() const { return m_is_done; }
     // What the cookies of a redirect have come to, for the next order.
     std::vector<std::string> take_cookies() { return std::move(m_cookies); }
@@ -107,29 +113,18 @@ public:
 
 private:
     enum class body_mode { held, kept, dropped };
-    // A list of header lines, as libcurl takes it.
-    class header_list {
-    public:
-        header_list() = default;
-        header_list(const header_list&) = delete;
-        header_list& operator=(const header_list&) = delete;
-        ~header_list() { clear(); }
-
-        void clear();
-        bool add(const std::string& line);
-        curl_slist* get() const { return m_first; }
-
-    private:
-        curl_slist* m_first = nullptr;
-    };
 
     void forget();
-    bool set_options(const curl_order& order);
+    bool set_options(const curl_order& order, const std::string& url);
     bool set_rules();
-    bool set_body(const curl_order& order);
     bool set_route(const curl_order& order);
     void set_callbacks();
+    void set_user();
+    void set_cookies(const std::vector<std::string>& cookies);
+    bool set_url(const std::string& url);
+    bool set_body(const curl_order& order);
     bool set_headers(const curl_order& order);
+    bool make_headers(const curl_order& order, bool has_body);
     bool add_lines(std::string_view block);
     bool leave_out(const char* name, std::string_view block);
     bool is_at(curl_stage stage) const;
@@ -157,7 +152,6 @@ private:
 
     std::mutex m_line_mutex;  // held to change m_line, and to look at it from another thread
     std::unique_ptr<curl_line> m_line;  // until the exchange is over
-    header_list m_headers;
     curl_patience m_patience;
     std::atomic<bool> m_is_cancelled{false};
     curl_fault m_fault = k_fault_none;
@@ -169,13 +163,16 @@ private:
     bool m_has_moved = false;  // something has, in the last round
 
     std::string m_raw_head;
-    http::message_head m_head;
-    bool m_is_interim = false;  // m_head came before the final one
+    http::head_parser m_parser{http::head_kind::answer, http::k_tolerant_answers};
+    bool m_is_interim = false;  // what it holds came before the final one
     int m_interim_heads = 0;
 
     body_mode m_mode = body_mode::kept;
     bool m_is_paused = false;
-    std::string m_buffer;
+    char* m_offered = nullptr;
+    std::size_t m_room = 0;
+    std::size_t m_landed = 0;   // bytes where the offer is, not taken yet
+    std::string m_buffer;       // what came behind those
     std::size_t m_taken = 0;    // of the buffer
     std::size_t m_dropped = 0;  // bytes
     std::vector<std::string> m_cookies;

@@ -94,6 +94,12 @@ void cHttpSession::LogElaspsedTime(std::int64_t start, std::int64_t end) {
                                         GetURL().CString());
 }
 
+std::int32_t cHttpSession::Request_Error() const {
+    // No virtual operation: hosts call these by their places, which a new one would move.
+    const auto* const made = dynamic_cast<const pennywort::httpclient::cHttpSession_winhttp*>(this);
+    return made == nullptr ? std::int32_t{k_error_none} : made->last_error();
+}
+
 void cHttpSession::SetSettings(const cHttpSessionSettings& settings) {
     m_settings = std::make_shared<const cHttpSessionSettings>(settings);
 }

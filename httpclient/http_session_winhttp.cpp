@@ -23,8 +23,6 @@ namespace pennywort::httpclient {
 
 namespace {
 
-constexpr char k_user_agent[] = "Nimb Software Client";
-constexpr std::int32_t k_error_timed_out = 12002;  // as WinHTTP numbers it
 constexpr std::int32_t k_http_port = 80;
 constexpr std::int32_t k_https_port = 443;
 
@@ -203,8 +201,8 @@ proxy_choice cHttpSession_winhttp::user_choice() {
 
 long cHttpSession_winhttp::open_session(const proxy_choice& proxy) {
     const std::string ca_file(settings().caFile.View());
-    m_last_result =
-        m_transport->open_session(k_user_agent, proxy, ca_file) ? k_ok : k_session_failed;
+    static const std::string user_agent = "Nimb Software Client";
+    m_last_result = m_transport->open_session(user_agent, proxy, ca_file) ? k_ok : k_session_failed;
     return m_last_result;
 }
 
@@ -281,6 +279,7 @@ bool cHttpSession_winhttp::Request_IsComplete() {
 bool cHttpSession_winhttp::step() {
     if (m_sink == nullptr && !m_chunk_callback) return true;
     if (is_whole()) return true;
+    offer_room();
     std::uint32_t available = 0;
     if (!m_transport->bytes_available(available)) return end_reading();
     if (available == 0) {
@@ -315,18 +314,41 @@ bool cHttpSession_winhttp::is_too_large(std::uint32_t available) {
     return bytes_needed(available) > most;
 }
 
+// Where the next bytes will be read to, if that is certain: with the length known, nothing grows
+// any more and no ceiling ends the reading between the two.
+void cHttpSession_winhttp::offer_room() {
+    m_transport->offer(nullptr, 0);
+    const std::int64_t left = m_content_length - m_bytes_received;
+    if (m_content_length <= 0 || left <= 0) return;
+    if (m_sink == nullptr) {
+        m_piece = piece_of(k_read_bytes);
+        m_transport->offer(m_piece->Data(), m_piece->Length());
+    } else if (m_sink->Length() >= m_content_length) {
+        m_transport->offer(m_sink->Data() + m_bytes_received, static_cast<std::uint32_t>(left));
+    }
+}
+
+std::unique_ptr<zBuffer> cHttpSession_winhttp::piece_of(std::uint32_t size) {
+    auto piece = std::exchange(m_piece, nullptr);
+    const bool is_fine = piece != nullptr && piece->ResizeTo(size, size) == k_ok;
+    return is_fine ? std::move(piece) : std::make_unique<zBuffer>(size, 0);
+}
+
 // Whether reading goes on.
 bool cHttpSession_winhttp::take(std::uint32_t available) {
     const std::int64_t needed = bytes_needed(available);
-    zBuffer chunk(m_sink == nullptr ? available : 0, 0);
+    // The callback may begin another request, which has a piece of its own.
+    auto chunk = m_chunk_callback ? piece_of(m_sink == nullptr ? available : 0) : nullptr;
     const bool is_read = m_sink != nullptr ? read_into_sink(needed, available)
-                                           : m_transport->read(chunk.Data(), available);
+                                           : m_transport->read(chunk->Data(), available);
     if (!is_read) {
         end_reading();
         return false;
     }
     m_bytes_received += available;
-    return !m_chunk_callback || m_chunk_callback(chunk);
+    const bool goes_on = !m_chunk_callback || m_chunk_callback(*chunk);
+    m_piece = std::move(chunk);
+    return goes_on;
 }
 
 // The whole length at once, as soon as it is known: a sink that grows in steps is copied again and

@@ -49,6 +49,8 @@ public:
     void Reserved23() override;
     zString GetURL() override;
 
+    std::int32_t last_error() const { return m_transport->last_error(); }
+
 private:
     struct target;
 
@@ -72,7 +74,9 @@ private:
     bool end_reading();
     bool is_whole() const { return m_content_length != 0 && m_content_length == m_bytes_received; }
     bool is_too_large(std::uint32_t available);
+    void offer_room();
     bool take(std::uint32_t available);
+    std::unique_ptr<zBuffer> piece_of(std::uint32_t size);
     std::int64_t bytes_needed(std::uint32_t available);
     bool read_into_sink(std::int64_t needed, std::uint32_t available);
     long know_content_length();
@@ -95,6 +99,7 @@ private:
     std::uint32_t m_proxy_auto_detect = 0;
     zString m_proxy_auto_config_url;
     chunk_callback m_chunk_callback;
+    std::unique_ptr<zBuffer> m_piece;       // the callback's last one, whose memory serves the next
     std::atomic<bool> m_is_stopped{false};  // Request_Stop came since the request began
 };
 

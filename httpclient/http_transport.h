@@ -11,6 +11,10 @@
 
 namespace pennywort::httpclient {
 
+// Bytes that are read of a connection at once. From 64 KiB on the allocator tidies up whenever such
+// a buffer is given back.
+inline constexpr std::uint32_t k_read_bytes = 32 * 1024;
+
 // Where a session takes its proxy from.
 struct proxy_choice {
     // The system's own configuration; `servers` and `bypass` are not looked at then.
@@ -49,6 +53,9 @@ public:
     virtual bool write_body(const void* body, std::uint32_t length) = 0;
     // Waits for the head of the final response; redirects are followed within.
     virtual receive_result receive() = 0;
+    // Memory for the bytes of the next bytes_available, where `read` will want them: a service may
+    // put them there at once. It lasts until they have been read, or the next offer.
+    virtual void offer(char* into, std::uint32_t room) = 0;
     // Waits for bytes of the body; 0 of them at its end.
     virtual bool bytes_available(std::uint32_t& count) = 0;
     // `size` at most what bytes_available told.
@@ -61,7 +68,8 @@ public:
     // Ends the step that another thread is in, and fails every later one until open_session. From
     // any thread.
     virtual void cancel() = 0;
-    // Why the last step that failed did, in the numbers of WinHTTP on both systems.
+    // Why the last step that failed since close_all did, in the numbers of WinHTTP on both systems;
+    // 0 when none has.
     virtual std::int32_t last_error() const = 0;
 };
 

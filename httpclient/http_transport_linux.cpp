@@ -34,6 +34,7 @@ public:
     bool send_headers(const std::string& headers, const void* body, std::uint32_t total) override;
     bool write_body(const void* body, std::uint32_t length) override;
     receive_result receive() override;
+    void offer(char* into, std::uint32_t room) override { m_transfer.offer(into, room); }
     bool bytes_available(std::uint32_t& count) override;
     bool read(char* into, std::uint32_t size) override;
     bool query(header_query what, std::string& out) const override;
@@ -65,7 +66,9 @@ bool curl_transport::open_session(const std::string& user_agent, const proxy_cho
                                   const std::string& ca_file) {
     m_transfer.forget_cancel();
     if (!proxy.is_system_default && proxy.servers.empty()) return fail(k_fault_invalid_url);
-    m_order = {};
+    // What the later steps do not set anew.
+    m_order.cookies.clear();
+    m_order.patience = {};
     m_order.user_agent = user_agent;
     m_order.ca_file = ca_file;
     m_proxy = proxy;
@@ -164,7 +167,7 @@ bool curl_transport::bytes_available(std::uint32_t& count) {
 bool curl_transport::read(char* into, std::uint32_t size) {
     const std::string_view piece = m_transfer.piece();
     if (size > piece.size()) return false;
-    std::memcpy(into, piece.data(), size);
+    if (piece.data() != into) std::memcpy(into, piece.data(), size);
     m_transfer.take_piece(size);
     return true;
 }
@@ -197,6 +200,7 @@ void curl_transport::close_all() {
     m_has_request = false;
     m_has_connection = false;
     m_has_session = false;
+    m_error = k_fault_none;
 }
 
 }  // namespace

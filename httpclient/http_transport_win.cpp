@@ -74,6 +74,8 @@ public:
     bool send_headers(const std::string& headers, const void* body, std::uint32_t total) override;
     bool write_body(const void* body, std::uint32_t length) override;
     receive_result receive() override;
+    // WinHTTP keeps what has come until it is read.
+    void offer(char*, std::uint32_t) override {}
     bool bytes_available(std::uint32_t& count) override;
     bool read(char* into, std::uint32_t size) override;
     bool query(header_query what, std::string& out) const override;
@@ -146,10 +148,11 @@ void winhttp_transport::limit(HINTERNET handle, int milliseconds) {
     if (handle == nullptr) return;
     if (::WinHttpSetTimeouts(handle, milliseconds, milliseconds, milliseconds, milliseconds) ==
         FALSE) {
-        m_error = ::GetLastError();
+        // No failure of the request: it goes on with WinHTTP's own.
+        const DWORD error = ::GetLastError();
         zTraceManager::Default()->TraceNote(
             "cHttpSession_winhttp: WinHttpSetTimeouts of %d ms failed (err=%lu)\n", milliseconds,
-            m_error);
+            error);
     }
 }
 
@@ -212,6 +215,7 @@ void winhttp_transport::close_all() {
     m_request.close();
     m_connection.close();
     m_session.close();
+    m_error = 0;
 }
 
 // Closing the request ends what waits in it; each later step finds none. A synchronous handle has

@@ -71,6 +71,21 @@ public:
     static constexpr long k_url_too_short = -21503;
     static constexpr long k_bad_header_name = -21511;
 
+    // What cHttpSession::Request_Error returns, among others: the numbers that WinHTTP has for
+    // them.
+    enum request_error : std::int32_t {
+        k_error_none = 0,
+        k_error_timed_out = 12002,
+        k_error_bad_url = 12005,  // a header that cannot be sent too
+        k_error_unknown_name = 12007,
+        k_error_no_connection = 12029,
+        k_error_connection_lost = 12030,
+        k_error_bad_response = 12152,
+        k_error_too_many_redirects = 12156,
+        k_error_no_tls = 12157,
+        k_error_not_trusted = 12175,  // on Windows whatever fails in TLS
+    };
+
     // Gets each newly read piece of a body; false ends the reading. Called on the caller's thread,
     // inside Request_IsComplete and what waits by it. With a sink the buffer is empty.
     using chunk_callback = std::function<bool(zBuffer& chunk)>;
@@ -156,6 +171,10 @@ public:
 
     // For the next request on.
     void SetSettings(const cHttpSessionSettings& settings);
+    // Why the last step of the request that failed did, as a request_error or another number of
+    // the system's; 0 when none has failed in the system's HTTP service, and for a session of
+    // another maker than Factory.
+    std::int32_t Request_Error() const;
 
 protected:
     const cHttpSessionSettings& settings() const;

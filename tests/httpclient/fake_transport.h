@@ -35,6 +35,8 @@ struct fake_service {
     std::string verb;
     std::int32_t timeout = -7;
     std::uint32_t total = 0;
+    char* offered = nullptr;
+    std::uint32_t room = 0;
     bool is_secure = false;
     bool is_short_of_bytes = false;  // each read brings less than was asked for
 
@@ -88,6 +90,10 @@ public:
         step("receive", "receive");
         m_next = 0;
         return m_service->received;
+    }
+    void offer(char* into, std::uint32_t room) override {
+        m_service->offered = into;
+        m_service->room = room;
     }
     bool bytes_available(std::uint32_t& count) override {
         if (m_service->at_bytes_available) m_service->at_bytes_available();

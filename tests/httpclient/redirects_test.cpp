@@ -162,8 +162,24 @@ TEST_F(RedirectsTest, InACircleEndAfterTen) {
         }
     });
     EXPECT_EQ(get(peer.url()), cHttpSession::k_receive_failed);
+    EXPECT_EQ(m_session->Request_Error(), cHttpSession::k_error_too_many_redirects);
     // Both attempts that a request has: the first with the user's proxy, if there is one.
     EXPECT_TRUE(requests == 11 || requests == 22) << requests;
+}
+
+TEST_F(RedirectsTest, InAChainOfTenAreFollowedAndInOneOfElevenNot) {
+    // "/7" leads to "/6", and "/0" nowhere.
+    const scripted_peer peer([](peer_connection& connection) {
+        for (std::string head = connection.receive_head(); !head.empty();
+             head = connection.receive_head()) {
+            const int left = std::stoi(path_of(head).substr(1));
+            connection.send(left == 0 ? answer_with("end")
+                                      : redirect(302, "/" + std::to_string(left - 1)));
+        }
+    });
+    EXPECT_EQ(get(peer.url("/10")), 0);
+    EXPECT_EQ(body(), "end");
+    EXPECT_EQ(get(peer.url("/11")), cHttpSession::k_receive_failed);
 }
 
 TEST_F(RedirectsTest, ThatLeadNowhereAreTheResponse) {

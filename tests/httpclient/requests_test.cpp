@@ -250,13 +250,19 @@ TEST_F(RequestsTest, ACallbackGetsThePiecesAndMayStop) {
 TEST_F(RequestsTest, ACallbackStaysForLaterRequestsWithASink) {
     const scripted_peer peer(answering(answer_with("hello")));
     int calls = 0;
-    const auto count = [&calls](zBuffer&) { return ++calls > 0; };
+    std::uint32_t length = 7;
+    const auto count = [&](zBuffer& chunk) {
+        length = chunk.Length();
+        return ++calls > 0;
+    };
     m_session->Configure(cHttpSession::k_get, peer.url().c_str(), k_patient);
     ASSERT_EQ(m_session->Request_BeginWithCallback(count, nullptr, nullptr, 0), 0);
     m_session->Request_BlockForResponse();
     EXPECT_EQ(calls, 1);
+    EXPECT_EQ(length, 5U);
     EXPECT_EQ(get(peer.url()), 0);
     EXPECT_EQ(calls, 2);
+    EXPECT_EQ(length, 0U);  // the sink has it
     EXPECT_EQ(body(), "hello");
 }
 

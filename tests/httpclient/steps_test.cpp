@@ -87,6 +87,7 @@ TEST_P(FailingSteps, HaveTheirCode) {
             "cHttpSession_winhttp::MakeRequest: WinHttpSendRequest - failed (err=12345, len=4, "
             "url=http://host/)\n") != std::string::npos;
     EXPECT_EQ(is_traced, GetParam().want == cHttpSession::k_send_failed);
+    EXPECT_EQ(m_session.Request_Error(), 12345);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FailingSteps,
@@ -284,6 +285,39 @@ TEST_F(StepsTest, ASinkHasTheWholeLengthAtOnceWhereItIsKnown) {
     const int asked = m_service->count("bytes_available");
     EXPECT_TRUE(m_session.Request_IsComplete());
     EXPECT_EQ(m_service->count("bytes_available"), asked);
+}
+
+// Bytes of a known length are read to where they stay.
+TEST_F(StepsTest, TheServiceIsOfferedTheMemoryThatTheNextBytesAreFor) {
+    m_service->pieces = {"hello", "world!"};
+    EXPECT_EQ(begin("http://host/"), 0);
+    EXPECT_FALSE(m_session.Request_IsComplete());
+    EXPECT_FALSE(m_session.Request_IsComplete());
+    EXPECT_EQ(m_service->offered, nullptr);  // the sink may have to move
+    m_service->answers[header_query::content_length] = "11";
+    EXPECT_EQ(begin("http://host/"), 0);
+    EXPECT_FALSE(m_session.Request_IsComplete());
+    EXPECT_EQ(m_service->offered, nullptr);  // the length was not looked for yet
+    EXPECT_TRUE(m_session.Request_IsComplete());
+    EXPECT_EQ(m_service->offered, m_sink.Data() + 5);
+    EXPECT_EQ(m_service->room, 6U);
+}
+
+TEST_F(StepsTest, WhatIsOfferedForACallbackIsWhatItGets) {
+    m_service->pieces = {"hello", "world!"};
+    m_service->answers[header_query::content_length] = "11";
+    m_session.Configure(cHttpSession::k_get, "http://host/", 1);
+    std::string received;
+    const char* given = nullptr;
+    const auto take = [&](zBuffer& chunk) {
+        received.append(chunk.Data(), chunk.Length());
+        given = chunk.Data();
+        return true;
+    };
+    EXPECT_EQ(m_session.Request_BeginWithCallback(take, nullptr, nullptr, 0), 0);
+    m_session.Request_BlockForResponse();
+    EXPECT_EQ(received, "helloworld!");
+    EXPECT_EQ(given, m_service->offered);
 }
 
 TEST_F(StepsTest, ReadingThatFailsEndsWithoutACode) {

@@ -25,11 +25,14 @@ protected:
         m_settings.tlsByScheme = true;
         m_session->SetSettings(m_settings);
     }
-    void expect_refused(const std::string& url) {
+    void expect_refused(const std::string& url,
+                        std::int32_t error = cHttpSession::k_error_not_trusted) {
         const collected_traces traces;
         EXPECT_EQ(get(url), cHttpSession::k_send_failed);
         EXPECT_EQ(status(), -1);
-        EXPECT_NE(traces.text().find("(err=12175,"), std::string::npos) << traces.text();
+        EXPECT_EQ(m_session->Request_Error(), error);
+        EXPECT_NE(traces.text().find("(err=" + std::to_string(error) + ","), std::string::npos)
+            << traces.text();
     }
 
     cHttpSessionSettings m_settings;
@@ -92,7 +95,7 @@ TEST_F(TlsTest, APeerThatSpeaksPlainTextIsRefused) {
         connection.send(answer_with("hello"));
         connection.wait_for_end();
     });
-    expect_refused("https" + peer.url().substr(4));
+    expect_refused("https" + peer.url().substr(4), cHttpSession::k_error_no_tls);
 }
 
 TEST_F(TlsTest, AFileOfCertificatesThatIsNotThereTrustsNobody) {

@@ -1,0 +1,77 @@
+// lines_test_linux.cpp - the connections that are kept between requests: which one a request gets,
+// and how many there are. Linux only: WinHTTP keeps its own.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/limits.h"
+#include "httpclient/curl_lines.h"
+
+namespace pennywort::httpclient {
+namespace {
+
+using line = std::unique_ptr<curl_line>;
+
+line new_line(const std::string& destination) {
+    line made = curl_lines::borrow(destination);
+    // Not one that was given back.
+    EXPECT_FALSE(made->told.is_set_up);
+    made->told.is_set_up = true;
+    return made;
+}
+
+bool is_kept(const std::string& destination) {
+    line found = curl_lines::borrow(destination);
+    const bool was_kept = found->told.is_set_up;
+    curl_lines::give_back(std::move(found));
+    return was_kept;
+}
+
+TEST(Lines, AreForTheirDestinationAlone) {
+    curl_lines::give_back(new_line("lines-a"));
+    line other = new_line("lines-b");
+    EXPECT_TRUE(is_kept("lines-a"));
+    line taken = curl_lines::borrow("lines-a");
+    EXPECT_TRUE(taken->told.is_set_up);
+    // It has been taken: the next one is new.
+    new_line("lines-a");
+}
+
+TEST(Lines, AreBoundedAndTheOldestGoes) {
+    const std::size_t count = k_max_idle_connections + 8;
+    std::vector<line> all;
+    for (std::size_t i = 0; i < count; ++i) all.push_back(new_line("many-" + std::to_string(i)));
+    for (line& each : all) curl_lines::give_back(std::move(each));
+    // Looked at from the newest on: each look for one that is gone puts a new one in a place.
+    for (std::size_t i = count; i > 8; --i) {
+        EXPECT_TRUE(is_kept("many-" + std::to_string(i - 1))) << i - 1;
+    }
+    EXPECT_FALSE(is_kept("many-0"));
+}
+
+TEST(Lines, BelongToOneThreadAtATime) {
+    std::atomic<int> shared{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 300; ++round) {
+                line mine = curl_lines::borrow("threads-" + std::to_string(round % 3));
+                // The line says who has it; nobody else may write there.
+                if (mine->told.user != nullptr) ++shared;
+                mine->told.user = &shared;
+                std::this_thread::yield();
+                mine->told.user = nullptr;
+                curl_lines::give_back(std::move(mine));
+            }
+        });
+    }
+    for (std::thread& each : threads) each.join();
+    EXPECT_EQ(shared, 0);
+}
+
+}  // namespace
+}  // namespace pennywort::httpclient

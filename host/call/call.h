@@ -4,17 +4,15 @@
 #include <memory>
 #include <string>
 
+#include "host/app/http_options.h"
 #include "host/system/console.h"
 #include "loam/record.h"
 
 namespace pennywort::host {
 
 struct call_options {
-    std::string url;
+    http_options http;
     std::shared_ptr<zRecord> request;  // the call
-    std::string log;                   // a file; empty for none
-    std::string ca_file;               // empty: the system's certificates
-    double timeout = 30;               // seconds, of each step that waits
 };
 
 enum call_exit : int {

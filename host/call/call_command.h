@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/app/command.h"
+#include "host/app/http_options.h"
 #include "host/call/call.h"
 
 namespace pennywort::host {
@@ -17,14 +18,13 @@ public:
     const char* footer() const override;
     void add_options(CLI::App& parser) override;
     std::string take_arguments() override;
-    bool is_verbose() const override { return m_is_verbose; }
+    bool is_verbose() const override { return m_http.is_verbose(); }
     int run(const console& out) override;
 
     // What the arguments ask for, once they have been taken.
     const call_options& options() const { return m_options; }
 
 private:
-    std::string take_timeout();
     std::string take_values();
     // What is wrong follows the text itself.
     std::string take_value(const std::string& text);
@@ -32,8 +32,7 @@ private:
     // The arguments as they were written.
     std::string m_method;
     std::vector<std::string> m_values;
-    std::string m_timeout = "30";
-    bool m_is_verbose = false;
+    http_arguments m_http;
 
     call_options m_options;
 };

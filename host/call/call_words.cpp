@@ -2,6 +2,7 @@
 #include "host/call/call_words.h"
 
 #include "core/text/utf8.h"
+#include "host/app/http_options.h"
 #include "httpclient.h"
 #include "loam/xml.h"
 #include "xmlrpc.h"
@@ -35,34 +36,15 @@ std::string words_for_xml(zStatus status) {
     }
 }
 
-std::string words_for_session(zStatus status) {
-    switch (status) {
-        case cHttpSession::k_timed_out:
-            return "no response came in time";
-        case cHttpSession::k_send_failed:
-        case cHttpSession::k_connect_failed:
-            return "no connection: the host, its port or its certificate";
-        case cHttpSession::k_write_failed:
-        case cHttpSession::k_receive_failed:
-            return "the connection broke before a response had come";
-        case cHttpSession::k_incomplete:
-            return "less came than the response had announced";
-        case cHttpSession::k_session_failed:
-            return "the HTTP service of this system could not be opened";
-        default:
-            return {};
-    }
-}
-
 bool is_control(char32_t point) { return point < 0x20 || (point >= 0x7F && point < 0xA0); }
 
 }  // namespace
 
-std::string words_for_call(zStatus status) {
+std::string words_for_call(zStatus status, std::int32_t error, bool has_head) {
     if (status <= k_first_http_status) {
         return "the server answered " + std::to_string(k_first_http_status - status);
     }
-    std::string words = words_for_session(status);
+    std::string words = words_for_request(status, error, has_head);
     if (words.empty()) words = words_for_xml(status);
     return words.empty() ? "failed with status " + std::to_string(status) : words;
 }

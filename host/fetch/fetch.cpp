@@ -32,43 +32,24 @@ enum fetch_exit : int {
     k_exit_refused = 6,
 };
 
-struct logger_release {
-    void operator()(cLogger* logger) const { logger->Release(); }
-};
-using owned_logger = std::unique_ptr<cLogger, logger_release>;
-
 // A response outside 200 to 299 has this minus its status.
 constexpr long k_first_status_code = -29000;
 
-struct failure_line {
-    int status;
-    std::string text;
-};
-
-failure_line failure_of(long result, bool has_head) {
-    if (result <= k_first_status_code) {
-        const long status = k_first_status_code - result;
-        return {k_exit_refused, "the server answered " + std::to_string(status)};
-    }
+int exit_status_of(long result, std::int32_t error) {
     switch (result) {
         case cHttpSession::k_timed_out:
-            return {k_exit_too_late, has_head ? "the rest of the response did not come in time"
-                                              : "no response came in time"};
+            return k_exit_too_late;
         case cHttpSession::k_send_failed:
         case cHttpSession::k_connect_failed:
-            return {k_exit_no_connection, "no connection: the host, its port or its certificate"};
+            return error == cHttpSession::k_error_timed_out ? k_exit_too_late
+                                                            : k_exit_no_connection;
         case cHttpSession::k_write_failed:
         case cHttpSession::k_receive_failed:
-            return {k_exit_broken, has_head ? "the response broke off before its end"
-                                            : "no response came, or too many redirects"};
         case cHttpSession::k_incomplete:
-            return {k_exit_broken, "less came than the response had announced"};
-        case cHttpSession::k_session_failed:
-            return {k_exit_failed, "the HTTP service of this system could not be opened"};
+            return k_exit_broken;
         default:
-            break;
+            return result <= k_first_status_code ? int{k_exit_refused} : int{k_exit_failed};
     }
-    return {k_exit_failed, "failed with code " + std::to_string(result)};
 }
 
 // Ends what the request waits for, when the user wants the program to end.
@@ -110,13 +91,14 @@ public:
 
 private:
     outcome open_output();
-    void open_log();
+    void set_up();
     long request();
     bool take(zBuffer& chunk);
     void show_progress();
     void clear_progress();
     void log_request();
     void log_response();
+    std::string words_for(long result) const;
     int conclude(long result);
     int tell(int status, const std::string& text);
 
@@ -124,7 +106,7 @@ private:
     const console& m_out;
     const std::shared_ptr<cHttpSession> m_session = cHttpSession::Factory();
     interrupt_watch m_watch;
-    owned_logger m_log;
+    wire_log m_log;
     byte_sink m_to;
     outcome m_written = outcome::fine();
     clock::time_point m_start = clock::now();
@@ -135,7 +117,7 @@ private:
 
 int download::tell(int status, const std::string& text) {
     clear_progress();
-    std::fprintf(m_out.errors(), "pennywort: %s: %s\n", m_options.url.c_str(), text.c_str());
+    std::fprintf(m_out.errors(), "pennywort: %s: %s\n", m_options.http.url.c_str(), text.c_str());
     return status;
 }
 
@@ -148,25 +130,19 @@ outcome download::open_output() {
     return m_to.open(m_options.output);
 }
 
-void download::open_log() {
-    if (m_options.log.empty()) return;
-    m_log.reset(new cLogger(m_options.log.c_str(), k_max_logged_bytes));
-    m_session->SetLogger(m_log.get());
-}
-
 void download::log_request() {
-    if (m_log == nullptr) return;
-    std::string text = m_options.verb_name + " " + m_options.url + "\n";
+    if (m_log.logger() == nullptr) return;
+    std::string text = m_options.verb_name + " " + m_options.http.url + "\n";
     for (const auto& [name, value] : m_options.headers) {
         text.append(name).append(": ").append(value).append("\n");
     }
     text += "\n" + m_options.body;
-    m_log->Sent(text.data(),
-                static_cast<std::int32_t>(std::min<std::size_t>(text.size(), INT32_MAX)));
+    m_log.logger()->Sent(text.data(),
+                         static_cast<std::int32_t>(std::min<std::size_t>(text.size(), INT32_MAX)));
 }
 
 void download::log_response() {
-    if (m_log == nullptr) return;
+    if (m_log.logger() == nullptr) return;
     zRecord headers;
     m_session->Response_Headers(headers);
     std::uint32_t status = 0;
@@ -176,17 +152,21 @@ void download::log_response() {
         const char* const name = headers.VariableName(i);
         text += std::string(name) + ": " + headers.AsString(name, "") + "\n";
     }
-    m_log->Received(text.data(), static_cast<std::int32_t>(text.size()));
+    m_log.logger()->Received(text.data(), static_cast<std::int32_t>(text.size()));
 }
 
-long download::request() {
+void download::set_up() {
     cHttpSessionSettings settings;
     settings.tlsByScheme = true;
     settings.stopFromAnyThread = true;
     settings.tellBrokenBody = true;
-    settings.caFile = m_options.ca_file;
+    settings.caFile = m_options.http.ca_file;
     m_session->SetSettings(settings);
-    m_session->Configure(m_options.verb, m_options.url.c_str(), m_options.timeout);
+    m_session->Configure(m_options.verb, m_options.http.url.c_str(), m_options.http.timeout);
+}
+
+long download::request() {
+    set_up();
     zRecord headers;
     for (const auto& [name, value] : m_options.headers) headers.SetString(name.c_str(), value);
     log_request();
@@ -204,7 +184,9 @@ long download::request() {
 }
 
 bool download::take(zBuffer& chunk) {
-    if (m_log != nullptr) m_log->Received(chunk.Data(), static_cast<std::int32_t>(chunk.Length()));
+    if (cLogger* const log = m_log.logger(); log != nullptr) {
+        log->Received(chunk.Data(), static_cast<std::int32_t>(chunk.Length()));
+    }
     m_written = m_to.write(chunk.Data(), chunk.Length());
     show_progress();
     return m_written.ok() && m_watch.status() == 0;
@@ -230,25 +212,41 @@ void download::clear_progress() {
     m_line_shown = false;
 }
 
+std::string download::words_for(long result) const {
+    if (result <= k_first_status_code) {
+        std::uint32_t status = 0;
+        m_session->Response_StatusCode(&status);
+        return "the server answered " + std::to_string(status);
+    }
+    const std::string words = words_for_request(result, m_session->Request_Error(), m_has_head);
+    return words.empty() ? "failed with code " + std::to_string(result) : words;
+}
+
 int download::conclude(long result) {
     const outcome closed = m_to.close();
     if (m_written.ok()) m_written = closed;
     if (m_watch.status() != 0) return tell(m_watch.status(), "interrupted");
     if (!m_written.ok()) return tell(k_exit_failed, m_written.text());
     clear_progress();
-    if (result == 0) return k_exit_fine;
-    const failure_line failure = failure_of(result, m_has_head);
-    if (m_log != nullptr) m_log->Error(static_cast<std::int32_t>(result), failure.text.c_str());
-    return tell(failure.status, failure.text);
+    const std::string words = result == 0 ? std::string() : words_for(result);
+    if (result != 0 && m_log.logger() != nullptr) {
+        m_log.logger()->Error(static_cast<std::int32_t>(result), words.c_str());
+    }
+    const outcome logged = m_log.close();
+    if (result != 0) return tell(exit_status_of(result, m_session->Request_Error()), words);
+    return logged.ok() ? k_exit_fine : tell(k_exit_failed, logged.text());
 }
 
 int download::run() {
     if (m_session == nullptr) return tell(k_exit_failed, outcome::no_memory().text());
-    for (const std::string& file : {m_options.output, m_options.log}) {
-        const outcome writable = file.empty() ? outcome::fine() : can_be_written(file);
-        if (!writable.ok()) return tell(k_exit_failed, writable.text());
+    if (m_options.output.empty() && !m_out.has_output()) {
+        return tell(k_exit_failed, "standard output is closed");
     }
-    open_log();
+    const outcome writable =
+        m_options.output.empty() ? outcome::fine() : can_be_written(m_options.output);
+    if (!writable.ok()) return tell(k_exit_failed, writable.text());
+    const outcome logged = m_log.open(m_options.http.log, k_max_logged_bytes);
+    if (!logged.ok()) return tell(k_exit_failed, logged.text());
     return conclude(request());
 }
 

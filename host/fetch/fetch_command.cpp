@@ -11,9 +11,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "core/limits.h"
 #include "core/text/ascii.h"
-#include "core/text/numbers.h"
 #include "host/fetch/fetch.h"
 #include "host/system/file_path.h"
 #include "httpclient.h"
@@ -32,20 +30,6 @@ constexpr verb_name k_verbs[] = {{"GET", cHttpSession::k_get},
                                  {"PUT", cHttpSession::k_put},
                                  {"PATCH", cHttpSession::k_patch},
                                  {"DELETE", cHttpSession::k_delete}};
-
-// 0 would mean to wait for ever.
-constexpr double k_shortest_wait = 0.001;
-
-std::string why_not(long result) {
-    switch (result) {
-        case cHttpSession::k_url_too_short:
-        case cHttpSession::k_no_scheme:
-        case cHttpSession::k_unknown_scheme:
-            return "is no whole URL: http:// or https://, and a host";
-        default:
-            return {};
-    }
-}
 
 // False for what is no file, too: a folder can be opened, and cannot be read.
 bool read_file(const std::string& name, std::string& into) {
@@ -84,7 +68,7 @@ Exit status: 0 done, 1 failed here, 2 wrong arguments, 3 no connection, 4 no res
 }
 
 void fetch_command::add_options(CLI::App& parser) {
-    parser.add_option("url", m_options.url, "What to fetch")->required();
+    m_http.add_url(parser, m_options.http, "What to fetch");
     parser.add_option("-X,--request", m_verb, "GET, POST, PUT, PATCH or DELETE")->type_name("VERB");
     parser.add_option("-H,--header", m_headers, "A header, \"Name: value\"; may be repeated")
         ->type_name("HEADER")
@@ -96,26 +80,13 @@ void fetch_command::add_options(CLI::App& parser) {
         .add_option("-o,--output", m_options.output,
                     "Where the body goes; standard output without it, and for -")
         ->type_name("FILE");
-    parser.add_option("--log", m_options.log, "Write a transcript of what went over the wire")
-        ->type_name("FILE");
-    parser.add_option("--timeout", m_timeout, "Longest wait, in seconds")
-        ->type_name("S")
-        ->capture_default_str();
-    parser
-        .add_option("--cacert", m_options.ca_file,
-                    "Trust these certificates instead of the system's")
-        ->type_name("FILE");
-    parser.add_flag("--verbose", m_is_verbose, "Also print traces");
+    m_http.add_options(parser, m_options.http);
 }
 
 std::string fetch_command::take_arguments() {
-    if (const std::string wrong = why_not(cHttpSession::ValidateURL(m_options.url));
-        !wrong.empty()) {
-        return m_options.url + " " + wrong;
-    }
-    for (const auto take :
-         {&fetch_command::take_body, &fetch_command::take_verb, &fetch_command::take_headers,
-          &fetch_command::take_timeout, &fetch_command::take_files}) {
+    if (std::string wrong = m_http.take(m_options.http); !wrong.empty()) return wrong;
+    for (const auto take : {&fetch_command::take_body, &fetch_command::take_verb,
+                            &fetch_command::take_headers, &fetch_command::take_files}) {
         std::string wrong = (this->*take)();
         if (!wrong.empty()) return wrong;
     }
@@ -160,12 +131,8 @@ void fetch_command::add_header(const std::string& name, const std::string& value
 
 std::string fetch_command::take_files() {
     if (m_options.output == "-") m_options.output.clear();
-    if (is_same_file(m_options.output, m_options.log)) return "-o and --log name the same file";
-    std::string unused;
-    if (!m_options.ca_file.empty() && !read_file(m_options.ca_file, unused)) {
-        return "--cacert " + m_options.ca_file + ": cannot be read";
-    }
-    return {};
+    const bool is_one = is_same_file(m_options.output, m_options.http.log);
+    return is_one ? "-o and --log name the same file" : "";
 }
 
 std::string fetch_command::take_body() {
@@ -178,16 +145,6 @@ std::string fetch_command::take_body() {
     }
     if (!read_file(data.substr(1), m_options.body)) return "-d " + data + ": cannot be read";
     if (m_options.body.size() > UINT32_MAX) return "-d " + data + ": longer than 4 GB";
-    return {};
-}
-
-std::string fetch_command::take_timeout() {
-    const auto seconds = text::decimal_between(m_timeout, 0, k_max_timeout_seconds);
-    if (!seconds || *seconds < k_shortest_wait) {
-        return "--timeout " + m_timeout + " is not a time from 0.001 to " +
-               std::to_string(static_cast<int>(k_max_timeout_seconds)) + " seconds";
-    }
-    m_options.timeout = *seconds;
     return {};
 }
 

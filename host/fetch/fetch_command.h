@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/app/command.h"
+#include "host/app/http_options.h"
 #include "host/fetch/fetch_options.h"
 
 namespace pennywort::host {
@@ -17,7 +18,7 @@ public:
     const char* footer() const override;
     void add_options(CLI::App& parser) override;
     std::string take_arguments() override;
-    bool is_verbose() const override { return m_is_verbose; }
+    bool is_verbose() const override { return m_http.is_verbose(); }
     int run(const console& out) override;
 
     const fetch_options& options() const { return m_options; }
@@ -26,15 +27,13 @@ private:
     std::string take_verb();
     std::string take_headers();
     std::string take_body();
-    std::string take_timeout();
     std::string take_files();
     void add_header(const std::string& name, const std::string& value);
 
     std::string m_verb;
     std::vector<std::string> m_headers;
     std::vector<std::string> m_data;
-    std::string m_timeout = "30";
-    bool m_is_verbose = false;
+    http_arguments m_http;
     fetch_options m_options;
 };
 

@@ -6,19 +6,18 @@
 #include <utility>
 #include <vector>
 
+#include "host/app/http_options.h"
+
 namespace pennywort::host {
 
 struct fetch_options {
-    std::string url;
+    http_options http;
     std::uint32_t verb = 0;  // as cHttpSession has it
     std::string verb_name;
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;
     bool has_body = false;
     std::string output;  // a file; empty: standard output
-    std::string log;     // a file for the transcript; empty: none
-    std::string ca_file;
-    double timeout = 0;  // seconds, of each wait
 };
 
 }  // namespace pennywort::host

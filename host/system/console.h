@@ -22,8 +22,8 @@ public:
     console& operator=(const console&) = delete;
 
     std::FILE* output() const { return m_output; }
-    // False if standard output was closed from the start: what is written to output() is lost then,
-    // and nothing fails.
+    // False if standard output was closed from the start: what is written to output() is refused
+    // then, or lost where the system has nothing that refuses.
     bool has_output() const { return m_has_output; }
     std::FILE* errors() const { return m_errors; }
     // The width of the terminal that errors() goes to, in characters; 0 if it goes elsewhere.

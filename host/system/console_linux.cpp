@@ -21,12 +21,21 @@ constexpr int k_first_free = 3;  // behind the three standard descriptors
     throw std::system_error(errno, std::generic_category(), doing);
 }
 
+// Not where a closed one stood: what goes there is discarded.
+int opened_behind_the_standard_ones(const char* path) {
+    const int opened = ::open(path, O_WRONLY | O_CLOEXEC);
+    if (opened < 0 || opened >= k_first_free) return opened;
+    const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, k_first_free);
+    ::close(opened);
+    return moved;
+}
+
 // A copy of the descriptor that no program we start inherits. One that was closed from the start is
 // replaced by one that refuses each write: what is written to it must not be lost without a word.
 std::FILE* own_stream(int standard) {
     int copy = ::fcntl(standard, F_DUPFD_CLOEXEC, k_first_free);
-    if (copy < 0) copy = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
-    if (copy < 0) copy = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (copy < 0) copy = opened_behind_the_standard_ones("/dev/full");
+    if (copy < 0) copy = opened_behind_the_standard_ones("/dev/null");
     std::FILE* const stream = copy >= 0 ? ::fdopen(copy, "wb") : nullptr;
     if (stream == nullptr) throw_failure("cannot use the standard output");
     return stream;

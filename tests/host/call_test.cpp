@@ -10,6 +10,7 @@
 #include "host/call/call_command.h"
 #include "host/call/call_values.h"
 #include "loam/xml.h"
+#include "tests/host/said_by.h"
 #include "tests/host/temporary_folder.h"
 #include "tests/httpclient/scripted_peer.h"
 #include "tests/loam/wine.h"
@@ -102,7 +103,7 @@ TEST(CallArguments, ThatCannotBeSentAreRefused) {
     EXPECT_NE(refused(std::string(300, '[') + std::string(300, ']')).find("nested too deeply"),
               std::string::npos);
     EXPECT_EQ(parse_command_line({"call", "ftp://h/x", "m"}).text,
-              "ftp://h/x is no URL of a server: http:// or https:// and a host");
+              "ftp://h/x is no whole URL: http:// or https://, and a host");
     for (const char* url : {"http://me:secret@h/", "http://me@h", "https://me@h?x"}) {
         EXPECT_EQ(parse_command_line({"call", url, "m"}).text,
                   "a user or password in the URL would not be sent");
@@ -141,7 +142,7 @@ TEST(CallArguments, AListIsOneArgument) {
         {"call", "http://h/", "m", "[1,2]", "--timeout", "5", "[]", "{\"a\": [3]}"});
     ASSERT_EQ(line.what, command_line::verdict::run) << line.text;
     const auto& chosen = dynamic_cast<const call_command&>(*line.chosen);
-    EXPECT_EQ(chosen.options().timeout, 5.0);
+    EXPECT_EQ(chosen.options().http.timeout, 5.0);
     EXPECT_EQ(xml_shape(*chosen.options().request->Child(1)),
               "params(param(value(array(data(value(i4'1') value(i4'2'))))) "
               "param(value(array(data))) param(value(struct(member(name'a' "
@@ -171,24 +172,16 @@ protected:
     }
     std::string said_of(const std::string& url, int want) {
         call_options options;
-        options.url = url;
-        options.log = folder.path(log_name);
+        options.http.url = url;
+        options.http.log = folder.path(log_name);
         options.request = std::make_shared<zRecord>();
         zXMLRPC(*options.request).SetCall("m");
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        int status = 0;
-        {
-            const console out(console::others::heard);
-            status = call(options, out);
-        }
-        const std::string text = testing::internal::GetCapturedStdout();
-        std::string errors = testing::internal::GetCapturedStderr();
-        EXPECT_EQ(status, want) << errors;
-        EXPECT_EQ(text.empty(), status != 0);
-        const std::string front = "pennywort: " + options.url + ": ";
-        if (errors.starts_with(front)) errors.erase(0, front.size());
-        return text + errors;
+        said all = said_by([&](const console& out) { return call(options, out); });
+        EXPECT_EQ(all.status, want) << all.errors;
+        EXPECT_EQ(all.output.empty(), all.status != 0);
+        const std::string front = "pennywort: " + url + ": ";
+        if (all.errors.starts_with(front)) all.errors.erase(0, front.size());
+        return all.output + all.errors;
     }
     static std::string fault(const std::string& text) {
         return "<methodResponse><fault><value><struct><member><name>faultCode</name><value>"
@@ -236,7 +229,7 @@ TEST_F(Call, TellsABodyOfUnknownLengthThatBreaksOff) {
     if (runs_under_wine())
         GTEST_SKIP() << "Wine takes the end of the connection for that of chunks";
     EXPECT_EQ(answered("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\n<methodRe", 1),
-              "the connection broke before a response had come\n");
+              "the response broke off before its end\n");
 }
 
 // Were its memory taken, its end would be missed next.
@@ -249,7 +242,7 @@ TEST_F(Call, TakesNoMemoryForWhatIsTooLongToBeRead) {
 
 TEST_F(Call, TellsOfAServerThatIsNotThere) {
     EXPECT_EQ(said_of("http://127.0.0.1:1/", 1),
-              "no connection: the host, its port or its certificate\n");
+              "no connection: nobody listens there, or the host is out of reach\n");
 }
 
 TEST_F(Call, TellsOfAResponseOfSeveralParts) {

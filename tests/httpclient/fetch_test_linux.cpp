@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "tests/host/program.h"
 #include "tests/httpclient/scripted_peer.h"
@@ -80,7 +81,7 @@ TEST_F(FetchTest, RefusesAFileThatItCannotUse) {
     EXPECT_NE(run.errors.find("-d @/: cannot be read"), std::string::npos) << run.errors;
     run = fetch("http://127.0.0.1:1/ --cacert nowhere.pem");
     EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.errors.find("--cacert nowhere.pem: cannot be read"), std::string::npos)
+    EXPECT_NE(run.errors.find("--cacert nowhere.pem: the file cannot be read"), std::string::npos)
         << run.errors;
     run = fetch("http://127.0.0.1:1/ -o x --log ./x");
     EXPECT_EQ(run.status, 2);
@@ -105,8 +106,9 @@ TEST_F(FetchTest, HasAnExitStatusAndALineForEachFailure) {
     }
     program_run run = fetch(gone);
     EXPECT_EQ(run.status, 3);
-    EXPECT_EQ(run.errors,
-              "pennywort: " + gone + ": no connection: the host, its port or its certificate\n");
+    EXPECT_EQ(run.errors, "pennywort: " + gone +
+                              ": no connection: nobody listens there, or the host is out of "
+                              "reach\n");
     const scripted_peer silent([](peer_connection& connection) { connection.wait_for_end(); });
     EXPECT_EQ(fetch(silent.url() + " --timeout 0.1").status, 4);
     const scripted_peer brief([](peer_connection& connection) {
@@ -181,14 +183,41 @@ TEST_F(FetchTest, RefusesWhatItCannotMakeSenseOf) {
     }
 }
 
+// When the request has come; what waits for it is the peer's script.
 TEST_F(FetchTest, AnInterruptEndsIt) {
-    const scripted_peer silent([](peer_connection& connection) {
+    const scripted_peer silent([this](peer_connection& connection) {
         connection.receive_head();
+        m_folder.write("come", "");
         connection.wait_for_end();
     });
-    const program_run run = m_folder.run("timeout -s INT 1 '" PENNYWORT_PROGRAM "' fetch " +
-                                         silent.url() + "; echo $?");
-    EXPECT_NE(run.errors.find("interrupted"), std::string::npos) << run.errors << run.output;
+    for (const auto& [signal, status] : {std::pair{"INT", 130}, {"TERM", 143}}) {
+        const program_run run =
+            m_folder.run("rm -f come; '" PENNYWORT_PROGRAM "' fetch " + silent.url() +
+                         " & until [ -e come ]; do kill -0 $! || exit 1; sleep 0.01; done; kill -" +
+                         signal + " $!; wait $!");
+        EXPECT_EQ(run.status, status);
+        EXPECT_EQ(run.errors, "pennywort: " + silent.url() + ": interrupted\n");
+    }
+}
+
+// Its descriptor is free, then, and the program's own files would stand there.
+TEST_F(FetchTest, AClosedStandardOutputIsToldAndNothingIsAskedFor) {
+    const scripted_peer peer(answering(answer_with("hello")));
+    program_run run = fetch(peer.url() + " >&-");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "pennywort: " + peer.url() + ": standard output is closed\n");
+    EXPECT_EQ(peer.connections(), 0);
+    run = fetch(peer.url() + " -o page.html >&-");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(m_folder.read("page.html"), "hello");
+}
+
+TEST_F(FetchTest, ATranscriptThatCannotBeWrittenIsTold) {
+    const scripted_peer peer(answering(answer_with("hello")));
+    const program_run run = fetch(peer.url() + " --log /dev/full");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.output, "hello");
+    EXPECT_EQ(run.errors, "pennywort: " + peer.url() + ": cannot write all of /dev/full\n");
 }
 
 }  // namespace

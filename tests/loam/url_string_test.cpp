@@ -27,6 +27,14 @@ constexpr url_case k_cases[] = {
     {"AnyScheme", "rtsp://h/x", 0, "rtsp||h|0|x|"},
     {"BadPort", "http://host:x/", -1, "|||0||"},
     {"LargePort", "http://host:65536/", -1, "|||0||"},
+    {"PortZero", "http://host:0/", -1, "|||0||"},
+    {"NegativePort", "http://host:-1/", -1, "|||0||"},
+    {"PortBeyond32Bits", "http://host:4294967376/", -1, "|||0||"},
+    {"LastPort", "http://host:65535/", 0, "http||host|65535||"},
+    {"UserAlone", "http://u@host/", 0, "http|u|host|0||"},
+    {"LiteralWithUser", "https://u:p@[2001:db8::1]/x", 0, "https|u:p|2001:db8::1|0|x|"},
+    {"Blanks", "http://host/a b?c d", 0, "http||host|0|a b?c d|"},
+    {"BytesBeyondAscii", "http://host/\xc3\xa9\xff", 0, "http||host|0|\xc3\xa9\xff|"},
     {"NoHost", "http:///a", -1, "|||0||"},
     {"NoScheme", "host/a", -1, "|||0||"},
     {"OpenBracket", "http://[::1/a", -1, "|||0||"},
@@ -51,6 +59,22 @@ TEST_P(UrlStringTest, IsTakenApart) {
 
 INSTANTIATE_TEST_SUITE_P(All, UrlStringTest, testing::ValuesIn(k_cases),
                          [](const auto& one) { return std::string(one.param.name); });
+
+// Of each part in turn.
+TEST(UrlString, MayBeAsLongAsItLikes) {
+    const std::string longest(100'000, 'a');
+    for (const std::string& url :
+         {"http://host/" + longest, "http://" + longest + "/", "http://host/?" + longest,
+          "http://host/#" + longest, "http://" + longest + "@host/", longest + "://host/"}) {
+        zString host;
+        EXPECT_EQ(zURLString::Get(url.c_str(), nullptr, nullptr, &host, nullptr, nullptr, nullptr),
+                  0);
+        EXPECT_TRUE(host.Length() == 4 || host.Length() == longest.size());
+    }
+    EXPECT_EQ(zURLString::Get(("http://host:" + longest).c_str(), nullptr, nullptr, nullptr,
+                              nullptr, nullptr, nullptr),
+              -1);
+}
 
 TEST(UrlString, IsPutTogether) {
     EXPECT_STREQ(zURLString("http", "u", "h:1", "/a").CString(), "http://u@h:1/a");

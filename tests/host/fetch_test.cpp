@@ -14,7 +14,6 @@
 #include "tests/host/said_by.h"
 #include "tests/host/temporary_folder.h"
 #include "tests/httpclient/scripted_peer.h"
-#include "tests/loam/wine.h"
 
 namespace pennywort::host {
 namespace {
@@ -136,7 +135,6 @@ TEST_F(Fetch, TellsWhyThereIsNoConnection) {
 }
 
 TEST_F(Fetch, TellsThatNoTlsIsSpokenThere) {
-    if (runs_under_wine()) GTEST_SKIP() << "Wine waits for ever for a greeting of TLS";
     const scripted_peer peer([](peer_connection& connection) {
         connection.send(answer_with("hello"));
         connection.wait_for_end();

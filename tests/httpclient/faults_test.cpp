@@ -40,7 +40,6 @@ TEST_F(FaultsTest, AnUnknownNameIsTold) {
 }
 
 TEST_F(FaultsTest, APeerThatSpeaksPlainTextIsNoneOfTls) {
-    if (runs_under_wine()) GTEST_SKIP() << "Wine waits for ever for a greeting of TLS";
     cHttpSessionSettings settings;
     settings.tlsByScheme = true;
     m_session->SetSettings(settings);

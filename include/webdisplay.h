@@ -211,6 +211,15 @@ public:
     virtual bool AdvancePage(std::int64_t microseconds,
                              std::function<void(cWebDisplayPageFrame)> onFrame);
 
+    // Of the same display: asks its page for the value of a JavaScript expression between two
+    // frames, when none of its time passes and scripts that are run the usual way are not heard.
+    // Asked before the first frame, the page stands still from then on. `onValue` is called once,
+    // on the display thread: a string as it is, another value as JSON; empty where it has none (it
+    // throws, or is no JavaScript) and where the page has gone. False, with `onValue` dropped, as
+    // with AdvancePage.
+    virtual bool AskPage(const zString& expression,
+                         std::function<void(const zString& value)> onValue);
+
     // Receivers; null removes. See the head of this file for when the old one may be destroyed.
     void SetVideoRenderer(cBrowserVideoRendererInterface* renderer);
     void SetPageCallbackReceiver(cBrowserPageCallbackHandler* receiver);
@@ -302,6 +311,8 @@ public:
     bool NextFrame() override;
     bool AdvancePage(std::int64_t microseconds,
                      std::function<void(cWebDisplayPageFrame)> onFrame) override;
+    bool AskPage(const zString& expression,
+                 std::function<void(const zString& value)> onValue) override;
 
     // Shows the page in a child window of `parent` instead of painting off screen; null goes back.
     // Call before Open.

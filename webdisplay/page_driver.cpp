@@ -87,6 +87,11 @@ void page_driver::advance(std::int64_t microseconds, page_timeline::receiver tol
     step_soon();
 }
 
+void page_driver::ask(std::string expression, page_timeline::value_receiver told) {
+    if (!m_timeline.ask(std::move(expression), told) && told) return told({});
+    step_soon();
+}
+
 void page_driver::OnDevToolsMessage(std::string_view message) {
     m_timeline.message_came(message);
     step_soon();
@@ -121,6 +126,10 @@ void page_driver::page_stands() {
     if (m_events.page_stands) m_events.page_stands();
 }
 
+void page_driver::page_fails(const std::string& why) {
+    if (m_events.failed) m_events.failed(why);
+}
+
 // Not within the runtime's callback, in which frames could not begin.
 void page_driver::step_soon() {
     if (std::exchange(m_is_step_posted, true)) return;
@@ -132,18 +141,11 @@ void page_driver::step_soon() {
     if (!is_posted) m_is_step_posted = false;
 }
 
-void page_driver::tell_fault() {
-    if (m_told_fault == m_timeline.fault()) return;
-    m_told_fault = m_timeline.fault();
-    if (!m_told_fault.empty() && m_events.failed) m_events.failed(m_told_fault);
-}
-
 void page_driver::step() {
     m_is_step_posted = false;
     const auto held = cef::own<page_driver>::shared(this);
     run::guarded("cWebDisplayCEFBrowser", "AdvancePage",
                  [this] { m_timeline.step(m_clock.now()); });
-    tell_fault();
     const auto due = m_timeline.due();
     if (m_timer == nullptr || due == run::monotonic_clock::time::max()) return;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - m_clock.now());

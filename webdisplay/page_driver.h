@@ -21,7 +21,7 @@ struct page_driver_events {
     std::function<void()> load_next;
     // The page that was loaded last stands at its time 0.
     std::function<void()> page_stands;
-    // The page does not follow its clock any more; why.
+    // The page does not follow its clock any more; why. Comes at once.
     std::function<void(const std::string& why)> failed;
 };
 
@@ -48,6 +48,7 @@ public:
     // Whether the browser may be given a page now; else `load_next` comes when it may.
     bool may_load();
     void advance(std::int64_t microseconds, page_timeline::receiver told);
+    void ask(std::string expression, page_timeline::value_receiver told);
 
     bool is_preparing() const { return m_timeline.is_preparing(); }
     // Whether what the browser paints is a frame that the host has asked for.
@@ -61,10 +62,10 @@ private:
     void load_page() override;
     void load_again();
     void page_stands() override;
+    void page_fails(const std::string& why) override;
 
     void step_soon();
     void step();
-    void tell_fault();
 
     page_driver_events m_events;
     const run::monotonic_clock& m_clock;
@@ -73,7 +74,6 @@ private:
     cef::ref<cef_browser_t> m_browser;
     cef::ref<cef_registration_t> m_registration;
     std::string m_loaded_url;
-    std::string m_told_fault;
     bool m_is_step_posted = false;
     page_timeline m_timeline;
 };

@@ -34,6 +34,15 @@ constexpr std::int64_t k_millisecond = 1000;
 // The browser cuts a budget off to whole microseconds; no rounding is to cost one.
 constexpr double k_spare_ms = 0.0001;
 
+// What an expression came to; empty for what has thrown.
+std::string value_of(const json& result) {
+    if (!message_part(result, "/exceptionDetails").is_null()) return {};
+    const json& value = message_part(result, "/result/value");
+    if (value.is_string()) return value.get<std::string>();
+    return value.is_null() ? std::string()
+                           : value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 constexpr const char* k_turn = "new Promise(requestAnimationFrame)";
 
 }  // namespace
@@ -82,7 +91,7 @@ void page_timeline::hear(const std::string& method, const json& params) {
 // --- what is asked for
 
 void page_timeline::ask_load() {
-    drop_frames();
+    drop_wishes();
     forget_calls();
     m_unseen = 0;
     m_last_us = -1;
@@ -97,12 +106,17 @@ void page_timeline::ask_load() {
 }
 
 bool page_timeline::advance(std::int64_t microseconds, receiver told) {
-    const bool has_page = m_phase >= phase::standing && m_phase < phase::failed;
-    if (!has_page || microseconds <= m_last_us || m_waiting.size() >= k_max_waiting_page_frames) {
+    if (!has_page() || microseconds <= m_last_us || m_waiting.size() >= k_max_waiting_page_frames) {
         return false;
     }
     m_waiting.push_back({microseconds, std::move(told)});
     m_last_us = microseconds;
+    return true;
+}
+
+bool page_timeline::ask(std::string expression, value_receiver told) {
+    if (!has_page() || m_questions.size() >= k_max_waiting_page_frames) return false;
+    m_questions.push_back({std::move(expression), std::move(told), {}});
     return true;
 }
 
@@ -183,11 +197,13 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::time, k_rest, "", &self::load},
         {wait::event, k_ever, "", &self::check},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::stand},
-        {wait::frames, k_ever, "", &self::freeze},
+        {wait::wishes, k_ever, "", &self::freeze},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::start},
         {wait::answers, k_settle_limit, "", &self::return_to_frames},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::open_frame},
-        {wait::frames, k_ever, "", &self::open_frame},
+        {wait::wishes, k_ever, "", &self::open_frame},
+        {wait::answers, k_call_limit, "the page does not say what it was asked",
+         &self::tell_values},
         {wait::event, k_move_limit, "the page's clock does not move", &self::wake},
         {wait::answers, k_call_limit, "a worker of the page does not answer", &self::wake},
         {wait::answers, k_move_limit, "a film of the page does not follow", &self::hold},
@@ -234,8 +250,8 @@ bool page_timeline::is_over(wait what) const {
             return m_has_turned;
         case wait::time:
             return m_phase == phase::blank ? m_has_painted || is_late() : is_late();
-        case wait::frames:
-            return !m_waiting.empty();
+        case wait::wishes:
+            return !m_waiting.empty() || !m_questions.empty();
         case wait::nothing:
             break;
     }
@@ -257,14 +273,20 @@ void page_timeline::late(const row& current) {
 void page_timeline::fail(const char* why) {
     m_fault = why;
     await(phase::failed);
-    drop_frames();
+    m_port.page_fails(m_fault);
+    drop_wishes();
 }
 
-void page_timeline::drop_frames() {
+void page_timeline::drop_wishes() {
     settle(frame_end::failed);
+    auto unanswered = std::exchange(m_asked, {});
+    for (question& one : std::exchange(m_questions, {})) unanswered.push_back(std::move(one));
     const auto dropped = std::exchange(m_waiting, {});
     for (const frame& one : dropped) {
         if (one.told) one.told(frame_end::failed);
+    }
+    for (const question& one : unanswered) {
+        if (one.told) one.told({});
     }
 }
 
@@ -329,6 +351,7 @@ void page_timeline::start() {
 void page_timeline::return_to_frames() { stop_clock(phase::returning); }
 
 void page_timeline::open_frame() {
+    if (!m_questions.empty()) return ask_page();
     if (m_waiting.empty()) return await(phase::between);
     ask_for_turn();
     m_wakes = 0;
@@ -337,6 +360,28 @@ void page_timeline::open_frame() {
     // The answer shows that the page has the wish for its turn. Where the clock moves, that does.
     await(phase::waking);
     evaluate("0");
+}
+
+void page_timeline::ask_page() {
+    await(phase::asking);
+    m_asked = std::exchange(m_questions, {});
+    for (std::size_t i = 0; i < m_asked.size(); ++i) {
+        ++m_open_calls;
+        m_inspector.call("Runtime.evaluate",
+                         {{"expression", m_asked[i].expression}, {"returnByValue", true}},
+                         [this, i](const json& result) {
+                             --m_open_calls;
+                             if (i < m_asked.size()) m_asked[i].value = value_of(result);
+                         });
+    }
+}
+
+// What they do may be the next wish.
+void page_timeline::tell_values() {
+    for (const question& one : std::exchange(m_asked, {})) {
+        if (one.told) one.told(one.value);
+    }
+    open_frame();
 }
 
 // A worker sleeps by the machine's clock; a message to it wakes it, and it finds its timers due.

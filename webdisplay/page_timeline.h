@@ -39,12 +39,15 @@ public:
     virtual void load_page() = 0;
     // The page has loaded and stands at its time 0; its tasks run.
     virtual void page_stands() = 0;
+    // The page does not follow any more; why. Comes before its frames are told that they failed.
+    virtual void page_fails(const std::string& why) = 0;
 };
 
 class page_timeline {
 public:
     using time = run::monotonic_clock::time;
     using receiver = std::function<void(frame_end)>;
+    using value_receiver = std::function<void(const std::string& value)>;
 
     // `day`: what the page's clocks say at its time 0, in seconds since 1970. `port` must outlive
     // the timeline.
@@ -71,6 +74,10 @@ public:
     // `told` is dropped, where no page stands, the moment does not lie after the one before, or
     // k_max_waiting_page_frames wait.
     bool advance(std::int64_t microseconds, receiver told);
+    // Asks the page for the value of an expression when no frame is under way, before the next one
+    // begins. `told` hears it as a text: empty where it has none, or the page has gone. False, and
+    // `told` is dropped, where no page stands or k_max_waiting_page_frames wait.
+    bool ask(std::string expression, value_receiver told);
 
     // Does what is due.
     void step(time now);
@@ -104,6 +111,7 @@ private:
         settling,   // what the first frame has asked for comes: fonts, images
         returning,  // the clock is stopped again
         between,    // no frame is under way
+        asking,     // nor is one, and the page is asked for values
         moving,     // the clock moves to the frame's time
         waking,     // workers find their timers due
         placing,    // films are put to the frame's time
@@ -113,11 +121,16 @@ private:
         failed
     };
     // What ends a phase.
-    enum class wait { nothing, time, answers, event, frames, turn };
+    enum class wait { nothing, time, answers, event, wishes, turn };
     struct row;
     struct frame {
         std::int64_t microseconds = 0;
         receiver told;
+    };
+    struct question {
+        std::string expression;
+        value_receiver told;
+        std::string value;
     };
 
     // A new page's first frame may be over before it is drawn, and what it shows may have to be
@@ -131,8 +144,9 @@ private:
     bool is_late() const { return m_now >= m_limit; }
     void late(const row& current);
     void fail(const char* why);
-    void drop_frames();
+    void drop_wishes();
     void settle(frame_end how);
+    bool has_page() const { return m_phase >= phase::standing && m_phase < phase::failed; }
 
     void hear(const std::string& method, const nlohmann::json& params);
     void call(const char* method, const nlohmann::json& params, const std::string& session = {});
@@ -156,6 +170,8 @@ private:
     void freeze() { stop_clock(phase::freezing); }
     void start();
     void open_frame();
+    void ask_page();
+    void tell_values();
     void wake();
     void place();
     void hold() { stop_clock(phase::holding); }
@@ -176,6 +192,8 @@ private:
 
     std::deque<frame> m_waiting;
     receiver m_taken;  // of the frame that the browser took last, while its end is not known
+    std::vector<question> m_questions;
+    std::vector<question> m_asked;  // those that the page has been asked
     bool m_has_taken = false;
     bool m_has_painted = false;
     bool m_has_turned = false;

@@ -348,6 +348,10 @@ bool cWebDisplayBrowser::AdvancePage(std::int64_t, std::function<void(cWebDispla
     return false;
 }
 
+bool cWebDisplayBrowser::AskPage(const zString&, std::function<void(const zString&)>) {
+    return false;
+}
+
 bool cWebDisplayBrowser::NextFrame() { return false; }
 
 // --- plug-in availability

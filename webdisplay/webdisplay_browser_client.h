@@ -58,6 +58,8 @@ public:
     bool may_load();
     // See cWebDisplayBrowser::AdvancePage. UI thread.
     void advance_page(std::int64_t microseconds, page_timeline::receiver told);
+    // See cWebDisplayBrowser::AskPage. UI thread.
+    void ask_page(std::string expression, page_timeline::value_receiver told);
     // The life of the browser. Any thread.
     shared_life& life() { return m_life; }
 

@@ -49,6 +49,12 @@ void webdisplay_browser_client::advance_page(std::int64_t microseconds,
     });
 }
 
+void webdisplay_browser_client::ask_page(std::string expression,
+                                         page_timeline::value_receiver told) {
+    if (!m_driver) return told ? told({}) : void();
+    m_driver->ask(std::move(expression), std::move(told));
+}
+
 // What is painted before the first frame is kept: a page that stands still paints no other.
 void webdisplay_browser_client::take_page_frame(cWebDisplayCEFBrowser& owner, const void* buffer,
                                                 int width, int height) {

@@ -206,6 +206,24 @@ bool cWebDisplayCEFBrowser::AdvancePage(std::int64_t microseconds,
     });
 }
 
+bool cWebDisplayCEFBrowser::AskPage(const zString& expression,
+                                    std::function<void(const zString&)> onValue) {
+    if (!m_state->is_on_page_clock || !m_windowless) return false;
+    const webdisplay_cef_state state = m_engine->state();
+    if (!state.browser) return false;
+    return run::guarded_or(false, "cWebDisplayCEFBrowser", "AskPage", [&] {
+        const auto ask = [client = state.client, text = std::string(expression.View()),
+                          told = std::move(onValue)] {
+            client->ask_page(text, [told](const std::string& value) {
+                if (told) told(zString(value));
+            });
+        };
+        if (!cef::on_ui_thread()) return cef::post_to_ui(ask);
+        ask();
+        return true;
+    });
+}
+
 // --- windowed mode
 
 void cWebDisplayCEFBrowser::SetParentWindow(HWND parent) {

@@ -2,9 +2,12 @@
 #include "host/output/output_target.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "core/text/ascii.h"
+#include "host/system/file_path.h"
 
 namespace pennywort::host {
 
@@ -79,6 +82,13 @@ std::string name_pattern::name_of(std::uint64_t number) const {
     const std::string digits = std::to_string(number);
     const std::size_t missing = m_width > digits.size() ? m_width - digits.size() : 0;
     return m_before + std::string(missing, m_filler) + digits + m_behind;
+}
+
+bool output_target::is_file() const {
+    if (kind == output_kind::none || to_standard_output()) return false;
+    std::error_code none;
+    const auto there = std::filesystem::status(file_path(path), none);
+    return !std::filesystem::exists(there) || std::filesystem::is_regular_file(there);
 }
 
 std::optional<output_target> output_target::parse(std::string_view text, std::string_view format,

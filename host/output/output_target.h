@@ -46,6 +46,9 @@ struct output_target {
     std::optional<name_pattern> pattern;
 
     bool to_standard_output() const { return path == "-"; }
+    // Whether it is for a file, which nobody waits for: not for a pipe or a device. Asks the
+    // system.
+    bool is_file() const;
 
     // `format` is empty or one that is_stream_format knows. It decides where the name does not: on
     // standard output, where empty means y4m, and for names without a known ending, such as a named

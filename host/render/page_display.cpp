@@ -1,6 +1,7 @@
 // host/render/page_display.cpp - see the header for the contract.
 #include "host/render/page_display.h"
 
+#include <chrono>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -61,6 +62,7 @@ page_display::~page_display() {
 
 bool page_display::show(const std::string& url, page_run& run) {
     m_run = &run;
+    m_advanced = 0;
     if (m_is_open) {
         m_browser->LoadUrl(url.c_str());
     } else {
@@ -77,11 +79,13 @@ void page_display::close() {
     m_browser->Close();
 }
 
-void page_display::advance(std::int64_t microseconds, std::function<void(bool is_there)> told) {
+void page_display::advance(std::function<void(bool is_there)> told) {
+    const auto moment =
+        std::chrono::round<std::chrono::microseconds>(m_format.rate.time_of(m_advanced++));
     const auto ended = [told](cWebDisplayPageFrame how) {
         told(how != cWebDisplayPageFrame::Failed);
     };
-    if (!m_browser->AdvancePage(microseconds, ended)) told(false);
+    if (!m_browser->AdvancePage(moment.count(), ended)) told(false);
 }
 
 std::string page_display::frame_fault() const {
@@ -100,6 +104,14 @@ std::uint64_t page_display::missed() const {
 // old only when the next script is run.
 void page_display::run_script(const std::string& body, std::function<void(std::string)> answer) {
     m_browser->ExecuteJavascript(zString(body), 0, std::move(answer));
+}
+
+void page_display::ask_next_frame(const std::string& expression,
+                                  std::function<void(std::string)> answer) {
+    advance([](bool) {});
+    m_browser->AskPage(zString(expression), [answer = std::move(answer)](const zString& value) {
+        answer(text_of(value));
+    });
 }
 
 void page_display::repaint() { m_browser->Repaint(); }

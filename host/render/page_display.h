@@ -41,9 +41,9 @@ public:
     // One tick of the page's clock, from any thread.
     void tick() { m_browser->NextFrame(); }
 
-    // Only of a page by its own clock: moves it to that moment after its beginning. `told` hears
-    // when the picture of that moment is there, or that it will not be.
-    void advance(std::int64_t microseconds, std::function<void(bool is_there)> told);
+    // Only of a page by its own clock: moves it on by one frame, the first one to its beginning.
+    // `told` hears when the picture of that moment is there, or that it will not be.
+    void advance(std::function<void(bool is_there)> told);
     // Why it was not; empty if nothing is known.
     std::string frame_fault() const;
 
@@ -51,6 +51,8 @@ public:
     std::uint64_t missed() const;
 
     void run_script(const std::string& body, std::function<void(std::string)> answer) override;
+    void ask_next_frame(const std::string& expression,
+                        std::function<void(std::string)> answer) override;
     void repaint() override;
     std::uint64_t pictures() const override { return m_frames.pictures(); }
 
@@ -68,6 +70,7 @@ private:
     cWebDisplayBrowser* m_browser;
     page_run* m_run = nullptr;
     bool m_is_open = false;
+    std::uint64_t m_advanced = 0;  // frames of this page
 };
 
 }  // namespace pennywort::host

@@ -73,6 +73,7 @@ void page_run::fail(const std::string& text) {
 }
 
 void page_run::page_loaded() {
+    m_moves = false;
     const bool is_preparing = m_state < state::ready;
     if (is_preparing) enter(state::settling);
 }
@@ -102,6 +103,16 @@ std::shared_ptr<page_run::question> page_run::send(const std::string& body) {
 void page_run::ask(const std::string& body, time_point now) {
     m_asked = now;
     m_question = send(body);
+}
+
+void page_run::ask_next_frame(const std::string& body, time_point now) {
+    m_asked = now;
+    auto sent = std::make_shared<question>();
+    m_question = sent;
+    m_port.ask_next_frame("(() => {" + body + "})()", [sent](std::string text) {
+        sent->answered = true;
+        sent->answer = std::move(text);
+    });
 }
 
 // Whether it is time for a question: none is open, or the open one has been lost.
@@ -200,8 +211,13 @@ void page_run::step_waiting(time_point now) {
             return enter(m_request.stands_still ? state::ready : state::drawing);
         }
         if (!is_answer(answer, "throws", m_thrown)) m_thrown.clear();
+        m_moves = m_request.stands_still && !m_request.wait_for.empty();
     }
     const std::string& condition = m_request.wait_for;
+    if (m_moves) {
+        if (!m_question) ask_next_frame(readiness_probe(condition), now);
+        return;
+    }
     if (m_question && !condition.empty()) {
         doubt_question("--wait-for " + condition, "return (" + condition + "\n)", now);
         if (has_failed()) return;

@@ -20,6 +20,10 @@ public:
     // Runs the body of a function in the page; what it returns arrives as text on the display
     // thread, later or, when the page has gone meanwhile, never.
     virtual void run_script(const std::string& body, std::function<void(std::string)> answer) = 0;
+    // Of a page that stands still: lets one frame's time pass in it, which is no output frame, and
+    // asks it then for the value of an expression. Empty where it has none.
+    virtual void ask_next_frame(const std::string& expression,
+                                std::function<void(std::string)> answer) = 0;
     // Asks for a picture even if nothing has changed.
     virtual void repaint() = 0;
     // Pictures painted so far.
@@ -33,7 +37,8 @@ struct page_request {
     std::string wait_for;     // expression to become true; none if empty
     std::chrono::milliseconds timeout{30'000};
     // The page's time stands until its frames are asked for one by one: it draws nothing before
-    // that, and between two of them it answers nothing.
+    // that, and between two of them it runs no script. While it is asked for its condition, frames
+    // that nobody sees take its time on.
     bool stands_still = false;
 };
 
@@ -96,6 +101,7 @@ private:
     void fail(const std::string& text);
     std::shared_ptr<question> send(const std::string& body);
     void ask(const std::string& body, time_point now);
+    void ask_next_frame(const std::string& body, time_point now);
     void doubt_question(const std::string& name, const std::string& script, time_point now);
     bool ask_again(time_point now, std::chrono::milliseconds patience);
     bool take_answer(std::string& text);
@@ -117,6 +123,7 @@ private:
     std::shared_ptr<question> m_question;
     std::shared_ptr<question> m_doubted;  // the question that may be no JavaScript
     std::shared_ptr<question> m_doubt;    // what was asked about it
+    bool m_moves = false;                 // time passes in a page that stood still
     bool m_is_parsing = false;            // m_doubt is about its text
     time_point m_asked{};
     time_point m_answered{};

@@ -49,6 +49,7 @@ private:
     void show_pages();
     void begin_page(page_display& display, std::size_t number);
     void follow_page(page_display& display);
+    bool has_waited_for_reason();
     void leave_page(page_display& display);
     void tick(page_display& display, time_point now, std::uint64_t due);
     bool is_exact() const { return m_options.clock == page_clock::own; }
@@ -79,6 +80,8 @@ private:
     bool m_is_counting = false;
     std::uint64_t m_asked = 0;  // frames of an exact page, and those of them that are over
     std::uint64_t m_over = 0;
+    std::string m_frame_fault;  // of the first of them that failed
+    time_point m_frame_failed{};
     bool m_has_shown_all = false;
     std::uint64_t m_missed = 0;
     std::uint64_t m_missed_before = 0;
@@ -142,6 +145,7 @@ void render_session::begin_page(page_display& display, std::size_t number) {
 void render_session::follow_page(page_display& display) {
     m_page->step(m_clock.now());
     if (m_page->has_failed()) return fail(m_page->failure());
+    if (has_waited_for_reason()) return fail(m_options.urls[m_page_number] + ": " + m_frame_fault);
     if (m_page->is_ready() && !m_is_counting) {
         if (!m_page->script_result().empty()) {
             hear(page_display::saying::news, "script: " + m_page->script_result());
@@ -157,6 +161,14 @@ void render_session::follow_page(page_display& display) {
     } else if (m_page->has_ended()) {
         leave_page(display);
     }
+}
+
+bool render_session::has_waited_for_reason() {
+    constexpr auto k_longest = std::chrono::seconds(1);
+    if (m_frame_fault.empty()) return false;
+    const auto now = m_clock.now();
+    if (m_frame_failed == time_point{}) m_frame_failed = now;
+    return now - m_frame_failed >= k_longest;
 }
 
 void render_session::leave_page(page_display& display) {
@@ -204,18 +216,19 @@ void render_session::ask_frames(page_display& display) {
     if (!is_exact() || !m_is_counting || !m_page->is_ready()) return;
     constexpr std::uint64_t k_ahead = 2;
     while (m_asked <= m_options.frames_per_page && m_asked < m_over + k_ahead &&
-           m_recorder->has_room() && m_failure.empty()) {
-        const auto moment =
-            std::chrono::round<std::chrono::microseconds>(m_options.format.rate.time_of(m_asked++));
-        display.advance(moment.count(),
-                        [this, &display](bool is_there) { frame_ended(display, is_there); });
+           m_recorder->has_room() && m_failure.empty() && m_frame_fault.empty()) {
+        ++m_asked;
+        display.advance([this, &display](bool is_there) { frame_ended(display, is_there); });
     }
 }
 
 void render_session::frame_ended(page_display& display, bool is_there) {
     // The one behind the last fails when its page is left.
     if (!m_is_counting || m_recorder->is_done()) return;
-    if (!is_there) return fail(m_options.urls[m_page_number] + ": " + display.frame_fault());
+    // The page itself may have more to say of it, a moment later.
+    if (!is_there && m_frame_fault.empty())
+        m_frame_fault = "its frame has failed: " + display.frame_fault();
+    if (!is_there) return;
     ++m_over;
     m_recorder->tick(m_clock.now());
     ask_frames(display);

@@ -86,16 +86,18 @@ void render_command::add_output_options(CLI::App& parser) {
         ->capture_default_str();
     parser
         .add_option("--host-clock", m_raw.host_clock,
-                    "on: the page's clock ticks once per frame; off: it runs free")
-        ->type_name("on|off")
-        ->capture_default_str();
+                    "Of --live. on: the page's clock ticks once per frame; off: it runs free")
+        ->type_name("on|off");
 }
 
 void render_command::add_flags(CLI::App& parser) {
     parser.add_flag(
         "--exact", m_raw.is_exact,
         "The page's time is its own: each frame at its moment, none repeated or missed, "
-        "however long it takes");
+        "however long it takes. A file has it without");
+    parser.add_flag("--live", m_raw.is_live,
+                    "The page's time is the day's, and what comes too late is repeated. A pipe, "
+                    "--endless and a measurement have it without");
     parser.add_flag("--free-run", m_raw.is_free_running, "The same as --host-clock off");
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
     parser.add_flag("--json", m_options.json, "Print one last line of what happened");
@@ -162,16 +164,26 @@ std::string render_command::take_choices() {
     if (m_raw.pacing != "request" && m_raw.pacing != "timer") {
         return "--pacing " + m_raw.pacing + " is not request or timer";
     }
-    if (m_raw.host_clock != "on" && m_raw.host_clock != "off") {
-        return "--host-clock " + m_raw.host_clock + " is not on or off";
-    }
-    const bool runs_free = m_raw.is_free_running || m_raw.host_clock == "off";
     m_options.pacing = m_raw.pacing == "timer" ? pump_pacing::timer : pump_pacing::on_request;
-    m_options.clock = runs_free ? page_clock::page : page_clock::host;
+    const std::string wrong = take_clock();
+    return wrong.empty() ? take_timeout() : wrong;
+}
+
+std::string render_command::take_clock() {
+    const std::string& asked = m_raw.host_clock;
+    if (!asked.empty() && asked != "on" && asked != "off") {
+        return "--host-clock " + asked + " is not on or off";
+    }
+    const bool runs_free = m_raw.is_free_running || asked == "off";
+    const bool is_live = m_raw.is_live || runs_free || !asked.empty();
     if (m_raw.is_exact && runs_free) return "--exact and a page that runs free exclude each other";
+    if (m_raw.is_exact && is_live) return "--exact and a page in the day's time exclude each other";
     if (m_raw.is_exact && m_raw.is_endless) return "--exact needs an end: --frames or --seconds";
-    if (m_raw.is_exact) m_options.clock = page_clock::own;
-    return take_timeout();
+    const bool is_for_file = m_options.output.is_file() && !m_raw.is_endless;
+    const bool is_exact = m_raw.is_exact || (is_for_file && !is_live);
+    const page_clock in_the_days_time = runs_free ? page_clock::page : page_clock::host;
+    m_options.clock = is_exact ? page_clock::own : in_the_days_time;
+    return {};
 }
 
 std::string render_command::take_timeout() {

@@ -38,10 +38,11 @@ private:
         std::string output;
         std::string format;
         std::string pacing = "request";
-        std::string host_clock = "on";
+        std::string host_clock;
         bool is_endless = false;
         bool is_free_running = false;
         bool is_exact = false;
+        bool is_live = false;
     };
 
     void add_page_options(CLI::App& parser);
@@ -52,6 +53,7 @@ private:
     std::string take_length();
     std::string take_frames();
     std::string take_choices();
+    std::string take_clock();
     std::string take_timeout();
     std::string take_texts();
     std::string take_addresses();

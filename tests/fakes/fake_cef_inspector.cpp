@@ -45,6 +45,10 @@ void page::inspect(const std::string& message) {
         const json clock{{"name", "Timestamp"}, {"value", m_time_ms / 1000}};
         return inspector_says(answer_to(call, {{"metrics", json::array({clock})}}));
     }
+    if (params.contains("returnByValue")) {
+        const json value{{"type", "string"}, {"value", params.at("expression")}};
+        return inspector_says(answer_to(call, {{"result", value}}));
+    }
     inspector_says(answer_to(call));
     if (!params.contains("budget")) return;
     m_time_ms += params.at("budget").get<double>();

@@ -72,6 +72,8 @@ const refused_case k_refused[] = {
     {"UnknownFormat", {"render", k_page, "-o", "-", "--format", "nut"}, "nut"},
     {"FormatWithoutOutput", {"render", k_page, "--format", "raw"}, "-o"},
     {"UnknownPacing", {"render", k_page, "--pacing", "never"}, "never"},
+    {"TwoClocks", {"render", k_page, "--exact", "--live"}, "exclude each other"},
+    {"ExactAndFreeRunning", {"render", k_page, "--exact", "--free-run"}, "exclude each other"},
     {"UnknownClock", {"render", k_page, "--host-clock", "maybe"}, "maybe"},
     {"OnePictureOfTwoPages", {"render", k_page, k_page, "-o", "a.png"}, "a.png"},
     {"EndlessQueue", {"render", k_page, k_page, "--endless"}, "--endless"},
@@ -175,6 +177,26 @@ TEST(CommandLine, FreeRunIsAHostClockThatIsOff) {
     EXPECT_EQ(parse_render({"--host-clock", "off"}).clock, page_clock::page);
     EXPECT_EQ(parse_render({"--host-clock", "on"}).clock, page_clock::host);
     EXPECT_EQ(parse_render({"--pacing", "timer"}).pacing, pump_pacing::timer);
+}
+
+TEST(CommandLine, AFileIsExactAndWhatSomebodyWaitsForIsLive) {
+    const temporary_folder folder;
+    const auto clock_of = [&](strings arguments, const char* name) {
+        arguments.insert(arguments.end(), {"-o", folder.path(name)});
+        return parse_render(arguments).clock;
+    };
+    EXPECT_EQ(clock_of({}, "a.mov"), page_clock::own);
+    EXPECT_EQ(clock_of({}, "a.png"), page_clock::own);
+    EXPECT_EQ(clock_of({}, "a-%d.png"), page_clock::own);
+    folder.write("there.y4m", "");
+    EXPECT_EQ(clock_of({}, "there.y4m"), page_clock::own);
+    EXPECT_EQ(clock_of({"--endless"}, "a.mkv"), page_clock::host);
+    EXPECT_EQ(clock_of({"--live"}, "a.mov"), page_clock::host);
+    EXPECT_EQ(clock_of({"--host-clock", "on"}, "a.mov"), page_clock::host);
+    EXPECT_EQ(clock_of({"--host-clock", "off"}, "a.mov"), page_clock::page);
+    EXPECT_EQ(clock_of({"--free-run"}, "a.mov"), page_clock::page);
+    EXPECT_EQ(parse_render({"-o", "-"}).clock, page_clock::host);
+    EXPECT_EQ(parse_render({"-o", "-", "--exact"}).clock, page_clock::own);
 }
 
 TEST(CommandLine, OptionsMayStandBeforeThePages) {

@@ -26,6 +26,11 @@ public:
         scripts.push_back(body);
         open.push_back(std::move(answer));
     }
+    void ask_next_frame(const std::string& expression,
+                        std::function<void(std::string)> answer) override {
+        expressions.push_back(expression);
+        open.push_back(std::move(answer));
+    }
     void repaint() override { ++repaints; }
     std::uint64_t pictures() const override { return painted; }
 
@@ -37,6 +42,7 @@ public:
         last(text);
     }
 
+    std::vector<std::string> expressions;
     std::function<void(std::string)> alive;  // asked whether it lives at all
     std::vector<std::string> scripts;
     std::vector<std::function<void(std::string)>> open;
@@ -432,6 +438,57 @@ TEST_F(PageRun, APageWhoseTimeStandsIsReadyWithoutAPictureAndIsNotAskedWhetherIt
     EXPECT_EQ(port.repaints, 0);
     run->end(now);
     EXPECT_TRUE(run->has_ended());
+}
+
+// What a condition waits for may take time, and a page that stands still has none but by its
+// frames.
+TEST_F(PageRun, APageWhoseTimeStandsIsMovedFrameByFrameUntilItsConditionIsTrue) {
+    request.stands_still = true;
+    request.wait_for = "window.shown";
+    begin();
+    load();
+    answer("ready");
+    EXPECT_TRUE(port.expressions.empty()) << "it may be true at once";
+    answer("wait");
+    ASSERT_EQ(port.expressions.size(), 1u);
+    EXPECT_NE(port.expressions[0].find("window.shown"), std::string::npos);
+    pass_slowly(5s);
+    EXPECT_EQ(port.expressions.size(), 1u) << "one frame after the other, however long it takes";
+    answer("wait");
+    answer("throws TypeError");
+    EXPECT_EQ(port.expressions.size(), 3u);
+    answer("ready");
+    EXPECT_TRUE(run->is_ready());
+    EXPECT_EQ(port.expressions.size(), 3u);
+}
+
+TEST_F(PageRun, AConditionThatTimeDoesNotMakeTrueFails) {
+    request.stands_still = true;
+    request.wait_for = "window.shown";
+    begin();
+    load();
+    answer("ready");
+    for (int i = 0; i < 4; ++i) answer("wait");
+    pass_slowly(60s);
+    EXPECT_TRUE(run->has_failed());
+    EXPECT_NE(run->failure().find("has not become true"), std::string::npos) << run->failure();
+}
+
+// A page that loads another one while it is moved begins anew.
+TEST_F(PageRun, AnotherPageIsAskedTheUsualWayFirst) {
+    request.stands_still = true;
+    request.wait_for = "window.shown";
+    begin();
+    load();
+    answer("ready");
+    answer("wait");
+    const auto asked = port.scripts.size();
+    load();
+    pass(50ms);
+    EXPECT_GT(port.scripts.size(), asked);
+    answer("ready");
+    answer("ready");
+    EXPECT_TRUE(run->is_ready());
 }
 
 }  // namespace

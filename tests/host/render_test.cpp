@@ -402,6 +402,33 @@ TEST_F(Render, AnExactFilmOfSeveralPagesOfAStillOneAndOfOnePicture) {
     EXPECT_EQ(pixel("one.png", 5, 5), (colour{0x40, 0xC8, 0x20, 0xFF}));
 }
 
+// The bar is as wide as the frames that the page has had: the condition needs time to pass, and a
+// film begins with the frame behind the one that made it true.
+TEST_F(Render, AnExactFilmWaitsInThePagesOwnTime) {
+    folder.write("bar.html",
+                 "<!doctype html><style>body{margin:0;background:#000}div{height:9px;"
+                 "background:#fff}</style><div id=bar></div><script>setTimeout(() => shown = 1, "
+                 "400); let n = 0; var shown = 0; (function next() { bar.style.width = n++ + 'px';"
+                 "requestAnimationFrame(next); })()</script>");
+    const auto run = folder.run(
+        "film='pennywort render bar.html --size 64x32 --frames 3 --wait-for shown'\n"
+        "$film -o a.bgra && $film -o b.bgra");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const std::string film = folder.read("a.bgra");
+    constexpr std::size_t k_frame = 64 * 32 * 4;
+    ASSERT_EQ(film.size(), 3 * k_frame);
+    EXPECT_EQ(film, folder.read("b.bgra"));
+    const auto width = [&](std::size_t frame) {
+        std::size_t x = 0;
+        while (x < 64 && static_cast<unsigned char>(film[frame * k_frame + x * 4]) > 200) ++x;
+        return x;
+    };
+    EXPECT_GE(width(0), 20u) << "400 ms at 50 frames a second";
+    EXPECT_LE(width(0), 26u);
+    EXPECT_EQ(width(1), width(0) + 1);
+    EXPECT_EQ(width(2), width(0) + 2);
+}
+
 TEST_F(Render, AnExactFilmThatCannotGoOnSaysWhy) {
     expect_failure("pennywort render http://does-not-exist.invalid/ --exact --frames 1",
                    "could not be loaded");

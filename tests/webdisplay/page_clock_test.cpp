@@ -128,6 +128,37 @@ TEST_F(PageClockTest, FramesMayBeAskedForOnAnotherThreadAndEndOnTheDisplayThread
     EXPECT_EQ(m_ends, std::vector{k_painted});
 }
 
+TEST_F(PageClockTest, ThePageIsAskedForAValueBetweenItsFrames) {
+    script().animate = true;
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    strings values;
+    std::thread::id told_on;
+    const auto ask_page = [&](const char* expression) {
+        return s->AskPage(zString(expression), [&](const zString& value) {
+            told_on = std::this_thread::get_id();
+            values.emplace_back(value.View());
+        });
+    };
+    EXPECT_FALSE(ask_page("too early")) << "no browser yet";
+    show(s);
+    ASSERT_TRUE(ask(s, 0));
+    std::thread([&] { EXPECT_TRUE(ask_page("document.title")); }).join();
+    ASSERT_TRUE(loop_until([&] { return values.size() == 1; })) << fault(s);
+    EXPECT_EQ(values, strings{"document.title"}) << "the fake says what it was asked";
+    EXPECT_EQ(told_on, std::this_thread::get_id());
+    ASSERT_TRUE(ask_page("never"));
+    s->Close();
+    EXPECT_TRUE(loop_until([&] { return values.size() == 2; })) << "told that there is none";
+}
+
+TEST_F(PageClockTest, ADisplayInTheDaysTimeIsNotAskedSo) {
+    start();
+    screen s(page("http://a/"));
+    show(s);
+    EXPECT_FALSE(s->AskPage(zString("1"), [](const zString&) { FAIL(); }));
+}
+
 TEST_F(PageClockTest, WhatDoesNotRiseOrComesTooEarlyFails) {
     script().animate = true;
     start_with_page_clocks();

@@ -36,6 +36,7 @@ public:
     }
     void load_page() override { ++loads; }
     void page_stands() override { ++stands; }
+    void page_fails(const std::string& why) override { faults.push_back(why); }
 
     // What the page sends back for all that has come; empty when it has nothing to say.
     std::vector<std::string> take_answers() {
@@ -57,6 +58,7 @@ public:
     std::vector<json> outbox;
     std::vector<std::int64_t> stamps;
     std::vector<int> turns;
+    std::vector<std::string> faults;
     int loads = 0;
     int stands = 0;
     int refuses = 0;
@@ -83,6 +85,13 @@ private:
             answers.push_back(
                 result(id, {{"metrics", {{{"name", "Timestamp"}, {"value", clock_ms / 1000}}}}}));
             return;
+        }
+        if (params.contains("returnByValue")) {
+            const std::string expression = params["expression"];
+            const json value{{"result", {{"type", "string"}, {"value", expression}}}};
+            const json thrown{{"result", {{"value", json::object()}}},
+                              {"exceptionDetails", {{"text", "Uncaught"}}}};
+            return answers.push_back(result(id, expression == "throw" ? thrown : value));
         }
         answers.push_back(result(id));
         if (method != "Emulation.setVirtualTimePolicy") return;
@@ -136,12 +145,18 @@ protected:
         EXPECT_TRUE(timeline.advance(microseconds, [this](frame_end how) { ends.push_back(how); }));
         turn();
     }
+    void question(const char* expression) {
+        EXPECT_TRUE(timeline.ask(expression,
+                                 [this](const std::string& value) { values.push_back(value); }));
+        turn();
+    }
     double policy_budget() const { return page.calls.back()["params"].value("budget", 0.0); }
 
     tests::fake_clock clock;
     scripted_page page;
     page_timeline timeline{page, 1'700'000'000};
     std::vector<frame_end> ends;
+    std::vector<std::string> values;
 };
 
 constexpr auto k_painted = frame_end::painted;
@@ -413,6 +428,82 @@ TEST_F(PageTimeline, FilmsArePlacedBeforeEachFrameOnceThereIsOne) {
     paint();
     EXPECT_EQ(placed() - before, 1);
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+TEST_F(PageTimeline, AValueIsAskedForBetweenTwoFramesAndNoTimePasses) {
+    stand();
+    ask(0);
+    paint();
+    ask(20'000);
+    question("first");
+    question("second");
+    EXPECT_EQ(values, (std::vector<std::string>{"first", "second"}))
+        << "although nobody knows yet whether a picture comes";
+    EXPECT_EQ(ends.size(), 1u);
+    const double before = page.clock_ms;
+    pass(1h);
+    EXPECT_EQ(page.clock_ms, before);
+    ask(40'000);
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_unchanged, k_painted}));
+}
+
+TEST_F(PageTimeline, AQuestionWaitsForTheFrameBeforeIt) {
+    stand();
+    page.refuses = 1;
+    EXPECT_TRUE(timeline.advance(0, {}));
+    turn();
+    question("later");
+    EXPECT_TRUE(values.empty());
+    pass(1ms);
+    EXPECT_EQ(values, std::vector<std::string>{"later"});
+}
+
+TEST_F(PageTimeline, WhatThrowsAndWhatIsLostHasNoValue) {
+    stand();
+    question("throw");
+    EXPECT_EQ(values, std::vector<std::string>{""});
+    page.silent_at = "Runtime.evaluate";
+    question("first");
+    question("second");
+    EXPECT_EQ(values.size(), 1u);
+    timeline.page_lost();
+    EXPECT_EQ(values, (std::vector<std::string>{"", "", ""}));
+    EXPECT_FALSE(timeline.ask("1", {}));
+}
+
+TEST_F(PageTimeline, QuestionsThatWaitAreBounded) {
+    EXPECT_FALSE(timeline.ask("1", {})) << "no page yet";
+    stand();
+    page.silent_at = "Runtime.evaluate";
+    EXPECT_TRUE(timeline.ask("1", {}));
+    turn();
+    std::size_t taken = 0;
+    while (timeline.ask("1", {})) ++taken;
+    EXPECT_EQ(taken, k_max_waiting_page_frames);
+}
+
+TEST_F(PageTimeline, AnAnswerMayAskForTheNextFrameAndTheNextValue) {
+    stand();
+    EXPECT_TRUE(timeline.ask("first", [this](const std::string& value) {
+        values.push_back(value);
+        EXPECT_TRUE(timeline.advance(0, [this](frame_end how) { ends.push_back(how); }));
+        EXPECT_TRUE(
+            timeline.ask("second", [this](const std::string& next) { values.push_back(next); }));
+    }));
+    turn();
+    EXPECT_EQ(values, (std::vector<std::string>{"first", "second"}));
+    paint();
+    EXPECT_EQ(ends, std::vector{k_painted});
+}
+
+TEST_F(PageTimeline, WhyAPageFailsIsToldBeforeItsFramesAre) {
+    stand();
+    std::size_t told = 0;
+    EXPECT_TRUE(timeline.advance(0, [&](frame_end) { told = page.faults.size(); }));
+    timeline.page_lost();
+    EXPECT_EQ(page.faults, std::vector<std::string>{"the page is lost"});
+    EXPECT_EQ(told, 1u);
 }
 
 // Whatever a page sends: nothing of it may end the host or be taken for an answer.

@@ -471,7 +471,10 @@ TEST_F(StrictTest, SendsFilesWithRangesAndConditions) {
     EXPECT_EQ(first_line(part), "HTTP/1.1 206 Partial Content");
     EXPECT_TRUE(has(part, "\r\nContent-Range: bytes 2-4/10\r\n"));
     EXPECT_EQ(body_of(part), "234");
-    EXPECT_EQ(first_line(ask(std::string("HEAD /a.mp4 HTTP/1.1\r\nRange: bytes=2-4\r\n") + k_host)),
+    // The end tells that there is no body; the length alone would have it waited for.
+    EXPECT_EQ(first_line(ask(std::string("HEAD /a.mp4 HTTP/1.1\r\nConnection: close\r\n"
+                                         "Range: bytes=2-4\r\n") +
+                             k_host)),
               "HTTP/1.1 200 OK");
     EXPECT_TRUE(has(get_with("/a.mp4", "Range: bytes=10-\r\n"), "Content-Range: bytes */10\r\n"));
     const std::string same = get_with("/a.mp4", "If-None-Match: " + tag + "\r\n");

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -10,6 +12,9 @@
 
 #include "core/limits.h"
 #include "httpclient/curl_lines.h"
+#include "tests/httpclient/scripted_peer.h"
+#include "tests/httpclient/session_fixture.h"
+#include "tests/support/eventually.h"
 
 namespace pennywort::httpclient {
 namespace {
@@ -71,6 +76,27 @@ TEST(Lines, BelongToOneThreadAtATime) {
     }
     for (std::thread& each : threads) each.join();
     EXPECT_EQ(shared, 0);
+}
+
+using LinesInUse = SessionTest;
+
+// Each of them looks the name up, for which libcurl starts a thread.
+TEST_F(LinesInUse, AThousandSessionsThatConnectLeaveNoThread) {
+    const auto threads = [] {
+        const std::filesystem::directory_iterator entries("/proc/self/task");
+        return std::distance(begin(entries), end(entries));
+    };
+    const scripted_peer peer(answering(answer_with("x", "Connection: close\r\n")));
+    const std::string url = "http://localhost:" + std::to_string(peer.port()) + "/";
+    ASSERT_EQ(get(url), 0);
+    const auto before = threads();
+    for (int i = 0; i < 1000; ++i) {
+        m_session = cHttpSession::Factory();
+        ASSERT_EQ(get(url), 0);
+        ASSERT_EQ(body(), "x");
+    }
+    m_session.reset();
+    EXPECT_TRUE(tests::eventually([&] { return threads() <= before; })) << threads();
 }
 
 }  // namespace

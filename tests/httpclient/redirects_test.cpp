@@ -180,6 +180,7 @@ TEST_F(RedirectsTest, InAChainOfTenAreFollowedAndInOneOfElevenNot) {
     EXPECT_EQ(get(peer.url("/10")), 0);
     EXPECT_EQ(body(), "end");
     EXPECT_EQ(get(peer.url("/11")), cHttpSession::k_receive_failed);
+    EXPECT_EQ(get(peer.url("/100")), cHttpSession::k_receive_failed);
 }
 
 TEST_F(RedirectsTest, ThatLeadNowhereAreTheResponse) {

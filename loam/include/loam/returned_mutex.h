@@ -4,6 +4,7 @@
 #pragma once
 
 #include <mutex>
+#include <new>
 #include <type_traits>
 
 namespace loam {
@@ -12,7 +13,10 @@ template <typename mutex>
 class returned : public mutex {
 public:
     // The first lock is here, where its failure is that of whatever has the mutex.
-    returned() { const std::lock_guard<mutex> made(*this); }
+    returned() {
+        if (pthread_mutex_lock(mutex::native_handle()) != 0) throw std::bad_alloc();
+        mutex::unlock();
+    }
     ~returned() {
         // Where the C++ library has nothing to do at the end, the threads' library still may. It
         // refuses only a mutex that is held.

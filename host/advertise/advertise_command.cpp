@@ -19,8 +19,9 @@ namespace pennywort::host {
 
 namespace {
 
-// How long the loop waits for something to do before it looks whether it is to end.
-constexpr std::uint32_t k_loop_microseconds = 20'000;
+// How long the loop waits for something to do before it looks whether it is to end: soon enough for
+// who presses Ctrl-C, and seldom enough to cost nothing.
+constexpr std::uint32_t k_loop_microseconds = 200'000;
 
 int fail(const console& out, const std::string& text) {
     std::fprintf(out.errors(), "pennywort: %s\n", text.c_str());

@@ -4,6 +4,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 
@@ -21,8 +22,9 @@ namespace pennywort::host {
 
 namespace {
 
-// How long the loop waits for something to do before it looks whether it is to end.
-constexpr std::uint32_t k_loop_microseconds = 20'000;
+// How long the loop waits for something to do before it looks whether it is to end: soon enough for
+// who presses Ctrl-C, and seldom enough to cost nothing.
+constexpr std::uint32_t k_loop_microseconds = 200'000;
 
 int fail(const console& out, const std::string& text) {
     std::fprintf(out.errors(), "pennywort: %s\n", text.c_str());
@@ -109,7 +111,8 @@ int discover_command::run(const console& out) {
     const run::deadline end = end_of(m_options);
     while (interrupt.status() == 0 && !end.has_passed() && !printer.has_failed()) {
         if (bonjour.HasLostDaemon()) return fail(out, "the DNS-SD daemon has ended");
-        zMessageLoop::RunOnce(k_loop_microseconds);
+        const auto left = std::min<std::int64_t>(k_loop_microseconds, end.left_us());
+        zMessageLoop::RunOnce(static_cast<std::uint32_t>(left));
     }
     return printer.has_failed() ? fail(out, "standard output takes nothing") : k_exit_fine;
 }

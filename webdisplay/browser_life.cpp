@@ -30,6 +30,12 @@ void browser_life::not_asked() {
     if (m_phase == life_phase::closing) m_phase = life_phase::there;
 }
 
+// Windows makes a lock with its first use. Were there no memory for it when the browser arrives,
+// nobody would take the browser over, and it would never close.
+shared_life::shared_life(std::shared_ptr<zSignal> ended) : m_ended(std::move(ended)) {
+    const std::lock_guard<std::mutex> made(m_lock);
+}
+
 bool shared_life::arrive() {
     const std::lock_guard<std::mutex> guard(m_lock);
     return m_life.arrive();

@@ -45,7 +45,7 @@ private:
 class shared_life {
 public:
     // `ended` is the signal of this life alone.
-    explicit shared_life(std::shared_ptr<zSignal> ended) : m_ended(std::move(ended)) {}
+    explicit shared_life(std::shared_ptr<zSignal> ended);
 
     bool arrive();
     close_step close();

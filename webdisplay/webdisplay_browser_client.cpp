@@ -106,7 +106,10 @@ webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owne
       m_life(std::move(ended)),
       m_has_page_receiver(owner->m_state->has_page_receiver),
       m_is_on_page_clock(owner->m_state->is_on_page_clock && owner->m_windowless),
-      m_page_day(owner->m_state->page_day) {}
+      m_page_day(owner->m_state->page_day) {
+    // As in shared_life.
+    const std::lock_guard<std::recursive_mutex> made(m_owner_lock);
+}
 
 void webdisplay_browser_client::set_alive() { m_alive.CompareAndSet(0, 1); }
 

@@ -1,10 +1,8 @@
 // loam/returned_mutex.h - a mutex that gives back what its system made for it. The C++ library of
-// Windows makes that with the first lock, of memory that may have run out by then, and keeps it for
-// ever.
+// Windows makes that with the first lock, and keeps it for ever.
 #pragma once
 
 #include <mutex>
-#include <new>
 #include <type_traits>
 
 namespace loam {
@@ -12,11 +10,7 @@ namespace loam {
 template <typename mutex>
 class returned : public mutex {
 public:
-    // The first lock is here, where its failure is that of whatever has the mutex.
-    returned() {
-        if (pthread_mutex_lock(mutex::native_handle()) != 0) throw std::bad_alloc();
-        mutex::unlock();
-    }
+    returned() = default;
     ~returned() {
         // Where the C++ library has nothing to do at the end, the threads' library still may. It
         // refuses only a mutex that is held.

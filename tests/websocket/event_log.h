@@ -25,6 +25,20 @@ public:
         });
     }
 
+    // And tells the server what has been heard. A managed library may raise a close before the
+    // message in front of it, which is lost then; a server that waits for this sees none of that.
+    void listen_and_answer(cWebSocket& socket) {
+        listen_to(socket);
+        socket.SetOpenedHandler([this](const std::shared_ptr<cWebSocket>& self) {
+            add("opened");
+            self->Send("opened");
+        });
+        socket.SetMessageHandler([this, &socket](const char* text) {
+            add("message " + std::string(text));
+            socket.Send("heard");
+        });
+    }
+
     void add(std::string line) {
         const std::lock_guard lock(m_mutex);
         m_lines.push_back(std::move(line));

@@ -28,8 +28,6 @@ protected:
 
 // What every binding does, each run with each of them.
 using ManagedContract = ManagedTest;
-// What websocket-sharp does, but not the stand-in for it.
-using ManagedLibrary = ManagedTest;
 
 void echo(peer_connection& connection) {
     connection.accept();
@@ -81,7 +79,7 @@ TEST_F(ManagedContract, AsksAsTheStandardHasIt) {
     EXPECT_EQ(text.payload, "t");
 }
 
-TEST_F(ManagedLibrary, ItsOwnGoodbyeHasNoCode) {
+TEST_F(ManagedContract, ItsOwnGoodbyeHasNoCode) {
     std::atomic<int> code{0};
     const scripted_peer peer([&](peer_connection& connection) {
         connection.accept();
@@ -113,15 +111,18 @@ TEST_F(ManagedContract, TextsOfAllLengthsGoBothWays) {
 TEST_F(ManagedContract, BinaryMessagesAreCutAtTheirFirstNul) {
     const scripted_peer peer([](peer_connection& connection) {
         connection.accept();
+        connection.receive_frame();
         connection.send(frames::frame(frames::k_final | frames::k_binary, std::string("ab\0c", 4)));
+        connection.receive_frame();
         connection.close(1000);
     });
+    m_events.listen_and_answer(*m_socket);
     m_socket->Open(peer.url().c_str(), 0);
     ASSERT_TRUE(m_events.wait_for(3));
     EXPECT_EQ(m_events.text(), "opened | message ab | closed clean");
 }
 
-TEST_F(ManagedLibrary, PingsAreAnsweredAndSent) {
+TEST_F(ManagedContract, PingsAreAnsweredAndSent) {
     peer_frame pong;
     peer_frame ping;
     const scripted_peer peer([&](peer_connection& connection) {
@@ -143,13 +144,16 @@ TEST_F(ManagedLibrary, PingsAreAnsweredAndSent) {
 TEST_F(ManagedContract, FragmentsWithAPingBetweenAreOneMessage) {
     const scripted_peer peer([](peer_connection& connection) {
         connection.accept();
+        connection.receive_frame();
         connection.send(frames::frame(frames::k_text, "a\xC3"));
         connection.send(frames::frame(frames::k_final | frames::k_ping, ""));
         connection.receive_frame();
         connection.send(frames::frame(frames::k_continuation, "\xA4"));
         connection.send(frames::frame(frames::k_final | frames::k_continuation, ""));
+        connection.receive_frame();
         connection.close(1000);
     });
+    m_events.listen_and_answer(*m_socket);
     m_socket->Open(peer.url().c_str(), 0);
     ASSERT_TRUE(m_events.wait_for(3));
     EXPECT_EQ(m_events.text(), "opened | message a\xC3\xA4 | closed clean");
@@ -239,12 +243,14 @@ TEST_F(ManagedContract, AHandlerMayDestroyItsSocket) {
         gate is_gone;
         const scripted_peer peer([](peer_connection& connection) {
             connection.accept();
+            connection.receive_frame();
             connection.send(frames::text("m"));
+            connection.receive_frame();
             connection.close(1000);
         });
         auto socket = cWebSocket::Factory();
         const auto destroy = [&](const char* now) {
-            if (std::string(now) != when) return;
+            if (std::string(now) != when) return socket->Send(now);
             socket.reset();
             is_gone.open();
         };
@@ -419,12 +425,13 @@ TEST(ManagedContractClose, OfEveryCode) {
         std::atomic<int> answered{-1};
         const scripted_peer peer([&](peer_connection& connection) {
             connection.accept();
+            connection.receive_frame();
             connection.send(frames::close(code));
             answered = connection.receive_frame().code();
         });
         event_log events;
         const auto socket = cWebSocket::Factory();
-        events.listen_to(*socket);
+        events.listen_and_answer(*socket);
         socket->Open(peer.url().c_str(), 0);
         ASSERT_TRUE(events.wait_for(2)) << code;
         EXPECT_EQ(events.text(), "opened | closed clean") << code;
@@ -433,8 +440,9 @@ TEST(ManagedContractClose, OfEveryCode) {
     }
 }
 
+// 1014 may be sent by now; Beast does not know it.
 TEST(ManagedClose, OfCodesThatMayNotBeSent) {
-    for (const int code : {0, 999, 1004, 1005, 1006, 1015, 1016, 2999, 5000, 65535}) {
+    for (const int code : {0, 999, 1004, 1005, 1006, 1014, 1015, 1016, 2999, 5000, 65535}) {
         const scripted_peer peer([&](peer_connection& connection) {
             connection.accept();
             connection.send(frames::close(code));
@@ -452,12 +460,13 @@ TEST(ManagedClose, OfCodesThatMayNotBeSent) {
 TEST(ManagedContractClose, WithoutACode) {
     const scripted_peer peer([](peer_connection& connection) {
         connection.accept();
+        connection.receive_frame();
         connection.send(frames::frame(frames::k_final | frames::k_close, ""));
         connection.wait_for_end();
     });
     event_log events;
     const auto socket = cWebSocket::Factory();
-    events.listen_to(*socket);
+    events.listen_and_answer(*socket);
     socket->Open(peer.url().c_str(), 0);
     ASSERT_TRUE(events.wait_for(2));
     EXPECT_EQ(events.text(), "opened | closed clean");
@@ -481,7 +490,7 @@ constexpr refusal_case k_refusals[] = {
      "HTTP/1.1 101 Yes\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
      "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n",
      "closed unclean"},
-    {"Rubbish", "rubbish\r\n\r\n", "closed unclean"},
+    {"Rubbish", "rubbish\r\n\r\n", "error 5"},
     {"EndAtOnce", "", "error 5"},
     {"EndWithinTheHead", "HTTP/1.1 101 Yes\r\nUpgr", "error 5"},
 };

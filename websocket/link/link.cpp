@@ -37,13 +37,10 @@ milliseconds or_else(milliseconds asked, milliseconds otherwise) {
     return asked.count() > 0 ? asked : otherwise;
 }
 
-// Of an upgrade that failed: whether there was an answer, and it was wrong. An answer that ends too
-// early is none.
+// Of an upgrade that failed: whether there was an answer, and it was wrong. What is no HTTP is
+// none.
 bool is_bad_answer(error_code error) {
-    namespace http = beast::http;
-    if (error == http::error::end_of_stream || error == http::error::partial_message) return false;
-    return error.category() == http::make_error_code(http::error::bad_version).category() ||
-           error.category() == ws::make_error_code(ws::error::closed).category();
+    return error.category() == ws::make_error_code(ws::error::closed).category();
 }
 
 // One step that is under way. It keeps its link. When it is destroyed without having been called,

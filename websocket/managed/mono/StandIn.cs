@@ -1,11 +1,14 @@
-// StandIn.cs - the public surface of websocket-sharp that the library uses, over System.Net.WebSockets:
-// for tests where the real one is not at hand. It follows the events of the real one, not its code.
+// StandIn.cs - the public surface of websocket-sharp that the library uses, for machines where the real
+// one is not at hand. It follows the events of the real one, not its code: a thread for each connection,
+// which raises all of them in their order.
 using System;
+using System.Collections.Generic;
 using System.IO;
-using System.Net.WebSockets;
+using System.Net.Security;
+using System.Net.Sockets;
+using System.Security.Cryptography;
 using System.Text;
 using System.Threading;
-using System.Threading.Tasks;
 
 [assembly: System.Reflection.AssemblyVersion("1.0.2.0")]
 
@@ -45,11 +48,27 @@ namespace WebSocketSharp
 
     public class WebSocket : IDisposable
     {
+        private enum State { Made, Connecting, Open, Closing, Closed }
+
+        private sealed class Refused : Exception { }
+
+        private sealed class Frame
+        {
+            public bool IsFinal;
+            public int Opcode;
+            public byte[] Bytes;
+        }
+
+        private const int Continuation = 0, Text = 1, Binary = 2, Goodbye = 8, PingFrame = 9, PongFrame = 10;
+        private const ushort ProtocolError = 1002, NoStatus = 1005, Abnormal = 1006;
         private static readonly TimeSpan patience = TimeSpan.FromSeconds(5);
-        private readonly ClientWebSocket socket = new ClientWebSocket();
-        private readonly SemaphoreSlim sending = new SemaphoreSlim(1);
+
+        private readonly object mutex = new object();
         private readonly Uri uri;
-        private int state;  // 0 made, 1 connecting, 2 open, 3 closing, 4 closed
+        private readonly string[] protocols;
+        private TcpClient client;
+        private Stream stream;
+        private State state = State.Made;
 
         public event EventHandler OnOpen;
         public event EventHandler<MessageEventArgs> OnMessage;
@@ -63,130 +82,271 @@ namespace WebSocketSharp
                 throw new ArgumentException("An invalid URI string.", "url");
             if ((uri.Scheme != "ws" && uri.Scheme != "wss") || uri.Fragment.Length > 0)
                 throw new ArgumentException("No URI of a WebSocket.", "url");
-            foreach (string protocol in protocols) socket.Options.AddSubProtocol(protocol);
+            this.protocols = protocols;
         }
 
         public void ConnectAsync()
         {
-            if (Interlocked.CompareExchange(ref state, 1, 0) != 0) return;
-            Task.Run((Func<Task>)Run);
+            lock (mutex)
+            {
+                if (state != State.Made) return;
+                state = State.Connecting;
+            }
+            Start(Run);
         }
 
-        public void CloseAsync() { Task.Run((Func<Task>)Leave); }
-        public void Send(string text) { SendAll(Encoding.UTF8.GetBytes(text), WebSocketMessageType.Text); }
-        public void Send(byte[] bytes) { SendAll(bytes, WebSocketMessageType.Binary); }
-        public bool Ping() { return state == 2; }
+        public void CloseAsync() { Start(Leave); }
+        public void Send(string text) { SendMessage(Text, Encoding.UTF8.GetBytes(text)); }
+        public void Send(byte[] bytes) { SendMessage(Binary, bytes); }
         public void Dispose() { CloseAsync(); }
 
-        private void SendAll(byte[] bytes, WebSocketMessageType type)
+        public bool Ping()
         {
-            if (state != 2) throw new InvalidOperationException("The connection is not open.");
-            sending.Wait();
-            try
+            lock (mutex)
             {
-                socket.SendAsync(new ArraySegment<byte>(bytes), type, true, CancellationToken.None).Wait();
-            }
-            catch (AggregateException)
-            {
-                // The receiving side tells of the loss.
-            }
-            finally
-            {
-                sending.Release();
+                return state == State.Open && Write(PingFrame, new byte[0]);
             }
         }
 
-        private async Task Run()
+        private static void Start(ThreadStart work)
+        {
+            Thread thread = new Thread(work);
+            thread.IsBackground = true;
+            thread.Start();
+        }
+
+        private void SendMessage(int opcode, byte[] bytes)
+        {
+            bool isSent;
+            lock (mutex)
+            {
+                if (state != State.Open) throw new InvalidOperationException("The connection is not open.");
+                isSent = Write(opcode, bytes);
+            }
+            if (!isSent && OnError != null) OnError(this, new ErrorEventArgs("A send has failed."));
+        }
+
+        private void Run()
         {
             try
             {
-                await socket.ConnectAsync(uri, CancellationToken.None);
+                Connect();
+                lock (mutex)
+                {
+                    if (state != State.Connecting) return;
+                    state = State.Open;
+                }
+                if (OnOpen != null) OnOpen(this, EventArgs.Empty);
+                Receive();
             }
-            catch (Exception error)
+            catch (Refused)
             {
-                bool isAnswer = error.ToString().Contains("status code");
-                End((ushort)(isAnswer ? 1002 : 1006), false);
-                return;
+                End(ProtocolError, false);
             }
-            if (Interlocked.CompareExchange(ref state, 2, 1) != 1) return;
-            if (OnOpen != null) OnOpen(this, EventArgs.Empty);
-            try
+            catch (Exception)
             {
-                await Receive();
-            }
-            catch (Exception error)
-            {
-                if (state == 2 && OnError != null && error is OutOfMemoryException)
-                    OnError(this, new ErrorEventArgs(error.Message));
-                if (state != 3) End(1006, false);
+                End(Abnormal, false);
             }
         }
 
-        private async Task Receive()
+        private void Connect()
         {
-            byte[] buffer = new byte[4096];
+            bool isSecure = uri.Scheme == "wss";
+            int port = uri.Port > 0 ? uri.Port : isSecure ? 443 : 80;
+            client = new TcpClient(uri.DnsSafeHost, port);
+            client.NoDelay = true;
+            stream = client.GetStream();
+            if (isSecure)
+            {
+                SslStream secured = new SslStream(stream);
+                secured.AuthenticateAsClient(uri.DnsSafeHost);
+                stream = secured;
+            }
+            Upgrade(uri.Host + ":" + port);
+        }
+
+        private void Upgrade(string host)
+        {
+            byte[] random = new byte[16];
+            RandomNumberGenerator.Create().GetBytes(random);
+            string key = Convert.ToBase64String(random);
+            string request = "GET " + uri.PathAndQuery + " HTTP/1.1\r\nHost: " + host +
+                "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: " + key +
+                "\r\nSec-WebSocket-Version: 13\r\n";
+            if (protocols.Length > 0)
+                request += "Sec-WebSocket-Protocol: " + string.Join(", ", protocols) + "\r\n";
+            byte[] bytes = Encoding.ASCII.GetBytes(request + "\r\n");
+            stream.Write(bytes, 0, bytes.Length);
+            CheckResponse(ReadHead(), key);
+        }
+
+        private string ReadHead()
+        {
+            StringBuilder head = new StringBuilder();
+            while (!head.ToString().EndsWith("\r\n\r\n")) head.Append((char)ReadBytes(1)[0]);
+            return head.ToString();
+        }
+
+        // What is no answer at all is a lost connection; any other answer than the right one is a refusal.
+        private static void CheckResponse(string head, string key)
+        {
+            string[] lines = head.Split(new[] { "\r\n" }, StringSplitOptions.RemoveEmptyEntries);
+            if (!lines[0].StartsWith("HTTP/1.1 ")) throw new IOException("no HTTP");
+            if (!lines[0].StartsWith("HTTP/1.1 101 ")) throw new Refused();
+            Dictionary<string, string> fields =
+                new Dictionary<string, string>(StringComparer.OrdinalIgnoreCase);
+            for (int i = 1; i < lines.Length; ++i)
+            {
+                int colon = lines[i].IndexOf(':');
+                if (colon > 0) fields[lines[i].Substring(0, colon)] = lines[i].Substring(colon + 1).Trim();
+            }
+            string wanted = Convert.ToBase64String(SHA1.Create().ComputeHash(
+                Encoding.ASCII.GetBytes(key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11")));
+            string given;
+            if (!fields.TryGetValue("Sec-WebSocket-Accept", out given) || given != wanted) throw new Refused();
+        }
+
+        private void Receive()
+        {
             MemoryStream message = new MemoryStream();
+            int opcode = Text;
             while (true)
             {
-                WebSocketReceiveResult result =
-                    await socket.ReceiveAsync(new ArraySegment<byte>(buffer), CancellationToken.None);
-                if (result.MessageType == WebSocketMessageType.Close)
+                Frame frame = ReadFrame();
+                if (frame.Opcode == Goodbye)
                 {
-                    await Answer();
+                    Answer(frame.Bytes);
                     return;
                 }
-                message.Write(buffer, 0, result.Count);
-                if (!result.EndOfMessage) continue;
-                if (state == 2 && OnMessage != null)
-                    OnMessage(this, new MessageEventArgs(
-                        result.MessageType == WebSocketMessageType.Text, message.ToArray()));
+                if (frame.Opcode == PingFrame) Reply(PongFrame, frame.Bytes);
+                if (frame.Opcode > Binary) continue;
+                if (frame.Opcode != Continuation) opcode = frame.Opcode;
+                message.Write(frame.Bytes, 0, frame.Bytes.Length);
+                if (!frame.IsFinal) continue;
+                bool isOpen;
+                lock (mutex) { isOpen = state == State.Open; }
+                if (isOpen && OnMessage != null)
+                    OnMessage(this, new MessageEventArgs(opcode == Text, message.ToArray()));
                 message = new MemoryStream();
             }
         }
 
-        private async Task Answer()
+        private void Reply(int opcode, byte[] bytes)
         {
-            if (state == 3)
+            lock (mutex)
             {
-                End(1005, true);
-                return;
+                if (state == State.Open) Write(opcode, bytes);
             }
-            int code = socket.CloseStatus.HasValue ? (int)socket.CloseStatus.Value : 1005;
-            bool mayBeSent = code != 1004 && code != 1006 && code != 1015;
-            if (mayBeSent)
-                await socket.CloseOutputAsync(code == 1005 ? WebSocketCloseStatus.NormalClosure
-                                                           : socket.CloseStatus.Value,
-                                              null, CancellationToken.None);
-            End((ushort)code, mayBeSent);
         }
 
-        private async Task Leave()
+        // Who has asked for the close is told of no code: none was sent.
+        private void Answer(byte[] bytes)
         {
-            int before = Interlocked.CompareExchange(ref state, 3, 2);
-            if (before == 1 && Interlocked.CompareExchange(ref state, 3, 1) == 1)
+            bool isAsked;
+            lock (mutex) { isAsked = state == State.Closing; }
+            if (isAsked)
             {
-                socket.Abort();
-                End(1005, false);
+                End(NoStatus, true);
+                return;
             }
-            if (before != 2) return;
-            try
+            ushort code = bytes.Length < 2 ? NoStatus : (ushort)(bytes[0] << 8 | bytes[1]);
+            bool mayBeSent = bytes.Length == 0 || (code != 1004 && code != NoStatus && code != Abnormal && code != 1015);
+            if (mayBeSent) Reply(Goodbye, bytes);
+            End(code, mayBeSent);
+        }
+
+        private void Leave()
+        {
+            lock (mutex)
             {
-                await socket.CloseOutputAsync(WebSocketCloseStatus.NormalClosure, null,
-                                              CancellationToken.None);
-                await Task.Delay(patience);
+                if (state == State.Open)
+                {
+                    state = State.Closing;
+                    Write(Goodbye, new byte[0]);
+                }
+                else if (state != State.Connecting)
+                {
+                    return;
+                }
             }
-            catch (Exception)
-            {
-            }
-            socket.Abort();
-            End(1005, false);
+            if (IsClosing()) Thread.Sleep(patience);
+            End(NoStatus, false);
+        }
+
+        private bool IsClosing()
+        {
+            lock (mutex) { return state == State.Closing; }
         }
 
         private void End(ushort code, bool wasClean)
         {
-            if (Interlocked.Exchange(ref state, 4) == 4) return;
-            socket.Dispose();
+            lock (mutex)
+            {
+                if (state == State.Closed) return;
+                if (state == State.Closing && !wasClean) code = NoStatus;
+                state = State.Closed;
+                if (client != null) client.Close();
+            }
             if (OnClose != null) OnClose(this, new CloseEventArgs(code, wasClean));
+        }
+
+        // With the lock held, so that no two frames mix.
+        private bool Write(int opcode, byte[] bytes)
+        {
+            try
+            {
+                MemoryStream frame = new MemoryStream();
+                frame.WriteByte((byte)(0x80 | opcode));
+                if (bytes.Length < 126)
+                {
+                    frame.WriteByte((byte)(0x80 | bytes.Length));
+                }
+                else
+                {
+                    int count = bytes.Length <= 0xFFFF ? 2 : 8;
+                    frame.WriteByte((byte)(0x80 | (count == 2 ? 126 : 127)));
+                    for (int i = count - 1; i >= 0; --i) frame.WriteByte((byte)((long)bytes.Length >> (8 * i)));
+                }
+                byte[] mask = new byte[4];
+                RandomNumberGenerator.Create().GetBytes(mask);
+                frame.Write(mask, 0, 4);
+                for (int i = 0; i < bytes.Length; ++i) frame.WriteByte((byte)(bytes[i] ^ mask[i % 4]));
+                stream.Write(frame.GetBuffer(), 0, (int)frame.Length);
+                return true;
+            }
+            catch (Exception)
+            {
+                return false;
+            }
+        }
+
+        private Frame ReadFrame()
+        {
+            byte[] head = ReadBytes(2);
+            long size = head[1] & 0x7F;
+            if (size > 125)
+            {
+                byte[] more = ReadBytes(size == 126 ? 2 : 8);
+                size = 0;
+                foreach (byte one in more) size = size << 8 | one;
+            }
+            Frame frame = new Frame();
+            frame.IsFinal = (head[0] & 0x80) != 0;
+            frame.Opcode = head[0] & 0x0F;
+            frame.Bytes = ReadBytes(size);
+            return frame;
+        }
+
+        private byte[] ReadBytes(long count)
+        {
+            byte[] bytes = new byte[count];
+            for (int have = 0; have < bytes.Length;)
+            {
+                int read = stream.Read(bytes, have, bytes.Length - have);
+                if (read == 0) throw new EndOfStreamException();
+                have += read;
+            }
+            return bytes;
         }
     }
 }

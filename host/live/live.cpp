@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,6 +19,8 @@
 #include "host/live/live_handler.h"
 #include "host/live/live_picture.h"
 #include "host/system/interrupt.h"
+#include "host/ws/page_feed.h"
+#include "host/ws/ws_feed.h"
 #include "httpserver.h"
 #include "loam/message_loop.h"
 #include "loam/trace.h"
@@ -135,6 +138,32 @@ std::optional<advertiser> advertise(const live_options& options, const console& 
         });
 }
 
+// What becomes of the connection stands on the console too: who looks after the machine sees it.
+std::unique_ptr<page_feed> open_feed(const live_options& options, const console& out,
+                                     live_control& control) {
+    if (options.feed.url.empty()) return nullptr;
+    auto socket = make_feed(ws_transport::managed);
+    if (socket == nullptr) throw std::bad_alloc();
+    const auto tell = [&out, &control](page_feed::saying what, const std::string& line) {
+        control.events().add("feed", line);
+        if (what == page_feed::saying::script_error) return;
+        std::fprintf(out.errors(), "pennywort: %s\n", line.c_str());
+        std::fflush(out.errors());
+    };
+    auto feed =
+        std::make_unique<page_feed>(options.feed, feed_kind::for_ever, std::move(socket), tell);
+    feed->open();
+    return feed;
+}
+
+void follow_feed(page_feed* feed, live_display& display) {
+    if (feed == nullptr) return;
+    feed->step(run::monotonic_clock::system().now(), display.takes_messages(),
+               [&display](const std::string& body, auto returned) {
+                   return display.execute(body, std::move(returned));
+               });
+}
+
 // The display and what it shows, until the user wants the end. Its server goes before it, so that
 // no request finds it gone.
 int show(const live_options& options, const console& out, std::unique_ptr<live_server> server,
@@ -150,10 +179,12 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     auto advertised = advertise(options, out, server->port());
     tell_address(out, address_of(options, server->port(), token));
     warn_of_firewall(options, out, server->port());
+    const auto feed = open_feed(options, out, control);
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         display.look_after();
         if (advertised) advertised->look_after();
+        follow_feed(feed.get(), display);
     }
     // First of all: nobody is to be sent to a page that has gone.
     advertised.reset();

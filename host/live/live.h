@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/system/console.h"
+#include "host/ws/page_feed.h"
 
 namespace pennywort::host {
 
@@ -20,6 +21,7 @@ struct live_options {
     bool transparent = false;
     bool gpu = false;
     bool verbose = false;
+    feed_options feed;
     bool is_advertised = true;  // where others can reach it
 };
 

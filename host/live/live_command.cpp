@@ -27,6 +27,7 @@ const char* live_command::footer() const {
   pennywort live page.html
   pennywort live first.html https://example.com --port 0
   pennywort live page.html --listen 0.0.0.0
+  pennywort live score.html --feed wss://example.com/goals --on-message 'show(JSON.parse(message))'
 The first line of the output is the address of the control page. Ctrl-C ends.
 A control page that others reach is advertised as _http._tcp where there is DNS-SD.
 Exit status: 0 ended by Ctrl-C, 1 failed, 2 wrong arguments.)";
@@ -50,6 +51,15 @@ void live_command::add_options(CLI::App& parser) {
     parser.add_option("--fps", m_fps, "Frame rate, 1 to 240")
         ->type_name("RATE")
         ->capture_default_str();
+    parser
+        .add_option("--feed", m_feed,
+                    "WebSocket whose messages go to the page; one that is lost is opened again")
+        ->type_name("URL");
+    parser
+        .add_option(
+            "--on-message", m_on_message,
+            "JavaScript run for each of them, which is the text 'message'; @FILE for a file")
+        ->type_name("JS");
     parser.add_flag("--transparent", m_options.transparent,
                     "Keep the page's alpha, shown over black");
     parser.add_flag("!--no-advertise", m_options.is_advertised,
@@ -61,6 +71,9 @@ void live_command::add_options(CLI::App& parser) {
 std::string live_command::take_arguments() {
     if (std::string wrong = take_picture_format(); !wrong.empty()) return wrong;
     if (std::string wrong = take_pages(m_pages, m_options.urls); !wrong.empty()) return wrong;
+    if (std::string wrong = take_feed(m_feed, m_on_message, m_options.feed); !wrong.empty()) {
+        return wrong;
+    }
     return take_address();
 }
 

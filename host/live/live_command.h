@@ -32,6 +32,8 @@ private:
     std::string m_size = "1280x720";
     std::string m_fps = "50";
     std::string m_port = "8080";
+    std::string m_feed;
+    std::string m_on_message;
 
     live_options m_options;
 };

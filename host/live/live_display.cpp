@@ -228,14 +228,18 @@ void live_display::run_script(std::uint64_t id, const std::string& script) {
     post([id, script](live_display& display) { display.run_now(id, script); });
 }
 
+bool live_display::execute(const std::string& body,
+                           std::function<void(const std::string&)> returned) {
+    constexpr unsigned long k_forgotten_after = 60'000;
+    const auto if_open = [self = m_self, returned = std::move(returned)](const std::string& text) {
+        if (*self != nullptr) returned(text);
+    };
+    return m_browser->ExecuteJavascript(zString(body), k_forgotten_after, if_open) == 0;
+}
+
 void live_display::run_now(std::uint64_t id, const std::string& script) {
     const auto send = [self = m_self](const std::string& body, auto returned) {
-        constexpr unsigned long k_forgotten_after = 60'000;
-        const auto if_open = [self, returned](const std::string& text) {
-            if (*self != nullptr) returned(text);
-        };
-        return *self != nullptr && (*self)->m_browser->ExecuteJavascript(
-                                       zString(body), k_forgotten_after, if_open) == 0;
+        return *self != nullptr && (*self)->execute(body, std::move(returned));
     };
     run_live_script(script, send, [id, self = m_self](const auto& kind, const auto& result) {
         if (*self != nullptr) (*self)->m_control->script_ended(id, kind, result);

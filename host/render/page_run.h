@@ -74,6 +74,8 @@ public:
     void end(time_point now);
 
     bool is_ready() const { return m_state == state::ready; }
+    // From when the user's script has run.
+    bool takes_messages() const { return m_state >= state::waiting && m_state <= state::ready; }
     bool has_ended() const { return m_state == state::ended; }
     bool has_failed() const { return m_state == state::failed; }
     // Why, in one line.

@@ -24,6 +24,8 @@
 #include "host/render/ticker.h"
 #include "host/system/file_path.h"
 #include "host/system/interrupt.h"
+#include "host/ws/page_feed.h"
+#include "host/ws/ws_feed.h"
 #include "loam/message_loop.h"
 #include "webdisplay.h"
 
@@ -54,6 +56,9 @@ private:
     void tick(page_display& display, time_point now, std::uint64_t due);
     bool is_exact() const { return m_options.clock == page_clock::own; }
     void run_loop(page_display& display);
+    void open_feed();
+    void follow_feed(page_display& display);
+    bool has_feed() const { return m_feed == nullptr || m_feed->has_opened(); }
     void ask_frames(page_display& display);
     void frame_ended(page_display& display, bool is_there);
     void complete_output();
@@ -76,6 +81,7 @@ private:
     std::unique_ptr<writer_thread> m_writer;
     std::unique_ptr<recorder> m_recorder;
     std::unique_ptr<page_run> m_page;
+    std::unique_ptr<page_feed> m_feed;
     std::size_t m_page_number = 0;
     bool m_is_counting = false;
     std::uint64_t m_asked = 0;  // frames of an exact page, and those of them that are over
@@ -146,7 +152,7 @@ void render_session::follow_page(page_display& display) {
     m_page->step(m_clock.now());
     if (m_page->has_failed()) return fail(m_page->failure());
     if (has_waited_for_reason()) return fail(m_options.urls[m_page_number] + ": " + m_frame_fault);
-    if (m_page->is_ready() && !m_is_counting) {
+    if (m_page->is_ready() && !m_is_counting && has_feed()) {
         if (!m_page->script_result().empty()) {
             hear(page_display::saying::news, "script: " + m_page->script_result());
         }
@@ -198,6 +204,7 @@ void render_session::show_pages() {
     if (m_recorder->has_no_memory()) fail(outcome::no_memory().text());
     complete_output();
     display.close();
+    m_feed.reset();
     m_page.reset();
 }
 
@@ -205,9 +212,34 @@ void render_session::run_loop(page_display& display) {
     while (!is_over()) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         follow_page(display);
+        follow_feed(display);
         ask_frames(display);
         show_progress(m_is_counting ? "page " : "loading page ");
     }
+}
+
+// Before the browser, which takes longer to start than a feed to open.
+void render_session::open_feed() {
+    if (m_options.feed.url.empty()) return;
+    auto socket = make_feed(ws_transport::managed);
+    if (socket == nullptr) return fail(outcome::no_memory().text());
+    m_feed = std::make_unique<page_feed>(m_options.feed, feed_kind::once, std::move(socket),
+                                         [this](page_feed::saying what, const std::string& line) {
+                                             if (what == page_feed::saying::connection)
+                                                 return m_progress.say(line);
+                                             hear(page_display::saying::script_error, line);
+                                         });
+    m_feed->open();
+}
+
+void render_session::follow_feed(page_display& display) {
+    if (m_feed == nullptr) return;
+    m_feed->step(m_clock.now(), m_page->takes_messages(),
+                 [&display](const std::string& body, auto answered) {
+                     display.run_script(body, std::move(answered));
+                     return true;
+                 });
+    if (m_feed->has_failed()) fail(m_feed->failure());
 }
 
 // One more than the page has, since the end of a frame at which nothing changes is known with the
@@ -324,6 +356,7 @@ int render_session::report() {
 int render_session::run() {
     if (!open_output()) return report();
     m_started = m_clock.now();
+    open_feed();
     {
         const browser_runtime browser(m_options.pacing, m_options.gpu, is_exact());
         if (browser.up()) {

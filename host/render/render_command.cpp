@@ -35,11 +35,13 @@ const char* render_command::footer() const {
   pennywort render lower-third.html --transparent --seconds 8 -o lower-third.mov
   pennywort render https://example.com --size 1920x1080 --fps 59.94 --format matroska -o - | ffplay -
   pennywort render page.html --seconds 5 --json
+  pennywort render score.html --feed wss://example.com/goals --on-message 'show(JSON.parse(message))' -o score.mkv
 Exit status: 0 done, 1 failed, 2 wrong arguments, 130 or 143 interrupted (the file is complete).)";
 }
 
 void render_command::add_options(CLI::App& parser) {
     add_page_options(parser);
+    add_feed_options(parser);
     add_output_options(parser);
     add_flags(parser);
 }
@@ -68,6 +70,16 @@ void render_command::add_page_options(CLI::App& parser) {
     parser.add_option("--timeout", m_raw.timeout, "Longest wait for a page, in seconds")
         ->type_name("S")
         ->capture_default_str();
+}
+
+void render_command::add_feed_options(CLI::App& parser) {
+    parser.add_option("--feed", m_raw.feed, "WebSocket whose messages go to the page")
+        ->type_name("URL");
+    parser
+        .add_option(
+            "--on-message", m_raw.on_message,
+            "JavaScript run for each of them, which is the text 'message'; @FILE for a file")
+        ->type_name("JS");
 }
 
 void render_command::add_output_options(CLI::App& parser) {
@@ -106,9 +118,10 @@ void render_command::add_flags(CLI::App& parser) {
 }
 
 std::string render_command::take_arguments() {
-    for (const auto take : {&render_command::take_picture_format, &render_command::take_output,
-                            &render_command::take_length, &render_command::take_choices,
-                            &render_command::take_texts, &render_command::take_addresses}) {
+    for (const auto take :
+         {&render_command::take_picture_format, &render_command::take_output,
+          &render_command::take_length, &render_command::take_choices, &render_command::take_texts,
+          &render_command::take_feed_options, &render_command::take_addresses}) {
         std::string wrong = (this->*take)();
         if (!wrong.empty()) return wrong;
     }
@@ -179,7 +192,8 @@ std::string render_command::take_clock() {
     if (m_raw.is_exact && runs_free) return "--exact and a page that runs free exclude each other";
     if (m_raw.is_exact && is_live) return "--exact and a page in the day's time exclude each other";
     if (m_raw.is_exact && m_raw.is_endless) return "--exact needs an end: --frames or --seconds";
-    const bool is_for_file = m_options.output.is_file() && !m_raw.is_endless;
+    // A feed comes in the day's time.
+    const bool is_for_file = m_options.output.is_file() && !m_raw.is_endless && m_raw.feed.empty();
     const bool is_exact = m_raw.is_exact || (is_for_file && !is_live);
     const page_clock in_the_days_time = runs_free ? page_clock::page : page_clock::host;
     m_options.clock = is_exact ? page_clock::own : in_the_days_time;
@@ -204,6 +218,11 @@ std::string render_command::take_texts() {
     m_options.script_name = m_raw.script;
     m_options.wait_for = m_raw.wait_for;
     return {};
+}
+
+std::string render_command::take_feed_options() {
+    m_options.feed.timeout = m_options.timeout;
+    return take_feed(m_raw.feed, m_raw.on_message, m_options.feed);
 }
 
 std::string render_command::take_addresses() {

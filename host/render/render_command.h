@@ -35,6 +35,8 @@ private:
         std::string css;
         std::string script;
         std::string wait_for;
+        std::string feed;
+        std::string on_message;
         std::string output;
         std::string format;
         std::string pacing = "request";
@@ -46,6 +48,7 @@ private:
     };
 
     void add_page_options(CLI::App& parser);
+    void add_feed_options(CLI::App& parser);
     void add_output_options(CLI::App& parser);
     void add_flags(CLI::App& parser);
     std::string take_picture_format();
@@ -56,6 +59,7 @@ private:
     std::string take_clock();
     std::string take_timeout();
     std::string take_texts();
+    std::string take_feed_options();
     std::string take_addresses();
 
     arguments m_raw;

@@ -10,6 +10,7 @@
 #include "host/output/frame_rate.h"
 #include "host/output/frame_writer.h"
 #include "host/output/output_target.h"
+#include "host/ws/page_feed.h"
 
 namespace pennywort::host {
 
@@ -30,6 +31,7 @@ struct render_options {
     std::string script;       // JavaScript text
     std::string script_name;  // of its file, for messages
     std::string wait_for;     // JavaScript expression
+    feed_options feed;
     std::chrono::milliseconds timeout{30'000};
     output_target output;
     page_clock clock = page_clock::host;

@@ -49,7 +49,7 @@ std::string words_of(cWebSocket::Error error) {
 }
 
 std::string words_of_close(std::optional<cWebSocket::Error> error, bool was_clean) {
-    const std::string how = was_clean ? "closed" : "closed, not cleanly";
+    const std::string how = was_clean ? "closed" : "closed, not cleanly (--verbose says why)";
     return error ? how + ", " + words_of(*error) : how;
 }
 

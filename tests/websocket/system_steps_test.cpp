@@ -301,12 +301,15 @@ TEST_F(SystemStepsTest, CloseOnTheReceiveThreadRaisesADeadlock) {
 
 TEST_F(SystemStepsTest, AHandlerMayDestroyItsSocket) {
     push_text("destroy");
-    m_socket->SetMessageHandler([this](const char*) {
+    gate has_returned;
+    m_socket->SetMessageHandler([&](const char*) {
+        has_returned.wait();
         m_socket.reset();
         m_events.add("gone");
     });
     auto* const raw = m_socket.get();
     raw->Open("ws://a/", 0);
+    has_returned.open();
     ASSERT_TRUE(m_events.wait_for_line("gone"));
     EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
         << m_script.asked.text();

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "loam/shared_object.h"
@@ -20,12 +21,13 @@
 #include "pennywort_export.h"
 
 namespace pennywort::websocket {
-class message_text;
 class transport_connection;
 class transport_session;
 class upgraded_socket;
 struct extras;
+struct incoming_messages;
 struct receive_state;
+struct received_piece;
 }  // namespace pennywort::websocket
 
 // What is off unless a host asks for it. Copyable.
@@ -104,6 +106,7 @@ protected:
     void SocketOpened();
     void SocketClosed(std::optional<Error> error, bool wasClean);
     void ReceiveMessage(const char* text);
+    bool has_binary_handler() const;
     // True when the binary handler has taken the message.
     bool ReceiveBinary(const void* data, std::size_t size);
     // Here: SignalError(SendFailed).
@@ -147,7 +150,9 @@ private:
     void end_connection();
     void drop_handles();
     void run(pennywort::websocket::receive_state& state,
-             pennywort::websocket::message_text& message);
+             pennywort::websocket::incoming_messages& incoming);
+    bool deliver(const pennywort::websocket::received_piece& piece, std::string_view bytes,
+                 pennywort::websocket::incoming_messages& incoming);
 
     std::shared_ptr<pennywort::websocket::transport_session> m_session_handle;
     std::shared_ptr<pennywort::websocket::transport_connection> m_connection_handle;

@@ -18,4 +18,17 @@ message_text::state message_text::take(piece_kind kind, std::string_view bytes) 
     return m_is_complete ? state::complete : state::need_more;
 }
 
+message_text::state message_bytes::take(piece_kind kind, std::string_view bytes) {
+    using state = message_text::state;
+    if (m_is_complete) {
+        m_bytes.clear();
+        m_is_complete = false;
+    }
+    m_is_complete = kind == piece_kind::binary_message;
+    if (!m_is_complete && kind != piece_kind::binary_fragment) return state::need_more;
+    if (bytes.size() > m_limit - m_bytes.size()) return state::too_long;
+    m_bytes += bytes;
+    return m_is_complete ? state::complete : state::need_more;
+}
+
 }  // namespace pennywort::websocket

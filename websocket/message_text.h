@@ -1,4 +1,4 @@
-// message_text.h - puts the pieces of a text message together. No clock, no I/O.
+// message_text.h - puts the pieces of a message together. No clock, no I/O.
 #pragma once
 
 #include <cstddef>
@@ -26,6 +26,26 @@ private:
     const bool m_ends_empty;
     std::string m_text;
     bool m_is_complete = false;
+};
+
+// The same for a binary message, which has its length and keeps its NULs.
+class message_bytes {
+public:
+    explicit message_bytes(std::size_t limit) : m_limit(limit) {}
+
+    // Passes over what is not binary. `complete`: bytes() is a message until the next piece.
+    message_text::state take(piece_kind kind, std::string_view bytes);
+    const std::string& bytes() const { return m_bytes; }
+
+private:
+    const std::size_t m_limit;
+    std::string m_bytes;
+    bool m_is_complete = false;
+};
+
+struct incoming_messages {
+    message_text text;
+    message_bytes binary;
 };
 
 }  // namespace pennywort::websocket

@@ -119,6 +119,11 @@ void cWebSocket::SocketClosed(std::optional<Error> error, bool wasClean) {
 
 void cWebSocket::ReceiveMessage(const char* text) { call(m_message_handler, text); }
 
+bool cWebSocket::has_binary_handler() const {
+    const auto kept = m_extras;
+    return kept != nullptr && kept->binary_handler;
+}
+
 bool cWebSocket::ReceiveBinary(const void* data, std::size_t size) {
     const auto kept = m_extras;
     return kept != nullptr && call(kept->binary_handler, data, size);

@@ -95,14 +95,16 @@ void cWebSocket_WinHttp::start_thread() {
     // A handler may close this socket at once, and has to find the thread that it runs on.
     const auto held = m_running->held();
     m_receive_thread = std::thread([this, state = m_running, options = Options()] {
-        message_text message(longest_message(options), options.isDeflateOffered);
-        guarded(k_class, "the receive thread", [&] { run(*state, message); });
+        const std::size_t longest = longest_message(options);
+        incoming_messages incoming{message_text(longest, options.isDeflateOffered),
+                                   message_bytes(longest)};
+        guarded(k_class, "the receive thread", [&] { run(*state, incoming); });
     });
 }
 
 // A handler may destroy this socket; then the state, which it does not own alone, says that it no
 // longer runs.
-void cWebSocket_WinHttp::run(receive_state& state, message_text& message) {
+void cWebSocket_WinHttp::run(receive_state& state, incoming_messages& incoming) {
     const auto socket = state.socket();
     while (state.is_running) {
         std::array<char, k_piece_bytes> buffer{};
@@ -116,15 +118,28 @@ void cWebSocket_WinHttp::run(receive_state& state, message_text& message) {
             state.pause(k_pause_after_error);
             continue;
         }
-        const std::string_view bytes(buffer.data(), piece.size);
-        const auto taken = message.take(piece.kind, bytes);
-        if (taken == message_text::state::complete) ReceiveMessage(message.text().c_str());
-        if (taken == message_text::state::too_long) {
-            socket->drop();
-            SignalError(Error::ConnectionLost);
-            return;
-        }
+        if (deliver(piece, {buffer.data(), piece.size}, incoming)) continue;
+        socket->drop();
+        SignalError(Error::ConnectionLost);
+        return;
     }
+}
+
+// False for a message that is too long. Without a handler a binary one is passed over.
+bool cWebSocket_WinHttp::deliver(const received_piece& piece, std::string_view bytes,
+                                 incoming_messages& incoming) {
+    using state = message_text::state;
+    const bool is_binary =
+        piece.kind == piece_kind::binary_message || piece.kind == piece_kind::binary_fragment;
+    if (is_binary && !has_binary_handler()) return true;
+    const state taken =
+        is_binary ? incoming.binary.take(piece.kind, bytes) : incoming.text.take(piece.kind, bytes);
+    if (taken == state::complete && is_binary) {
+        ReceiveBinary(incoming.binary.bytes().data(), incoming.binary.bytes().size());
+    } else if (taken == state::complete) {
+        ReceiveMessage(incoming.text.text().c_str());
+    }
+    return taken != state::too_long;
 }
 
 void cWebSocket_WinHttp::Send(const char* text) {

@@ -162,7 +162,7 @@ void page_feed::take_news(time_point now) {
 void page_feed::ended(news what, const std::string& words, time_point now) {
     const std::string line = "feed " + m_options.url + ": " + words;
     if (m_kind == feed_kind::once) {
-        if (what == news::closed) return tell(line);
+        if (what == news::closed && m_has_opened) return tell(line);
         if (m_failure.empty()) m_failure = line;
         return;
     }

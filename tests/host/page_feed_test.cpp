@@ -154,6 +154,13 @@ TEST_F(PageFeed, OnceALossIsAFailureAndAGoodbyeIsNone) {
     EXPECT_EQ(m_socket->opens, 1);
 }
 
+TEST_F(PageFeed, OnceAGoodbyeThatComesFirstIsAFailure) {
+    make(feed_kind::once);
+    m_socket->SocketClosed(std::nullopt, true);
+    step();
+    EXPECT_EQ(m_feed->failure(), "feed ws://a/: closed");
+}
+
 TEST_F(PageFeed, ForEverItIsOpenedAgainAfterLongerAndLongerWaits) {
     make(feed_kind::for_ever);
     int opens = 1;

@@ -1,4 +1,5 @@
-// contract_test.cpp - cWebSocket itself: handlers, their order of slots, copies, what is unset.
+// contract_test.cpp - cWebSocket itself: the order of its operations, handlers, copies, what is
+// unset.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -7,10 +8,12 @@
 #include <vector>
 
 #include "tests/support/collected_traces.h"
+#include "tests/support/slot_of.h"
 #include "websocket.h"
 
 namespace {
 
+using pennywort::tests::slot_of;
 using Error = cWebSocket::Error;
 
 // Gives tests the signals of a transport.
@@ -34,6 +37,16 @@ TEST(WebSocket, ValuesOfErrorsAreTheOnesHostsKnow) {
     EXPECT_EQ(static_cast<int>(Error::ConnectionLost), 3);
     EXPECT_EQ(static_cast<int>(Error::SendFailed), 4);
     EXPECT_EQ(static_cast<int>(Error::AbnormalClosure), 5);
+}
+
+// Hosts derive from it and are built with an earlier library.
+TEST(WebSocket, HasItsOperationsInTheirOrder) {
+    // The destructor comes first and takes two.
+    std::size_t slot = 2;
+    EXPECT_EQ(slot_of(&cWebSocket::Open), slot++);
+    EXPECT_EQ(slot_of(&cWebSocket::Send), slot++);
+    EXPECT_EQ(slot_of(&cWebSocket::Close), slot++);
+    EXPECT_EQ(slot_of(&cWebSocket::SendPing), slot++);
 }
 
 TEST(WebSocket, DropsSignalsWithoutHandlers) {

@@ -11,6 +11,7 @@
 
 #include "tests/support/eventually.h"
 #include "tests/websocket/event_log.h"
+#include "tests/websocket/fault_cases.h"
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
 
@@ -93,6 +94,36 @@ TEST_F(ManagedContract, ItsOwnGoodbyeHasNoCode) {
     ASSERT_TRUE(m_events.wait_for(2));
     EXPECT_EQ(m_events.text(), "opened | closed clean");
     EXPECT_EQ(code, 1005);
+}
+
+TEST_F(ManagedContract, CloseComesBehindWhatWasSent) {
+    std::atomic<int> count{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        while (connection.receive_frame().opcode != frames::k_close && count >= 0) ++count;
+        connection.send(frames::close(1000));
+    });
+    m_socket->SetOpenedHandler([](const std::shared_ptr<cWebSocket>& self) {
+        for (int i = 0; i < 100; ++i) self->Send(std::string(1000, 'x').c_str());
+        self->Close();
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    EXPECT_TRUE(m_events.wait_for_line("closed clean")) << m_events.text();
+    EXPECT_EQ(count, 100);
+}
+
+TEST_F(ManagedContract, TextThatIsNoUtf8IsSentMended) {
+    peer_frame sent;
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        sent = connection.receive_frame();
+        connection.close(1000);
+    });
+    m_socket->SetOpenedHandler(
+        [](const std::shared_ptr<cWebSocket>& self) { self->Send("a\xFF"); });
+    m_socket->Open(peer.url().c_str(), 0);
+    EXPECT_TRUE(m_events.wait_for_line("closed clean")) << m_events.text();
+    EXPECT_EQ(sent.payload, "a\xEF\xBF\xBD");
 }
 
 TEST_F(ManagedContract, TextsOfAllLengthsGoBothWays) {
@@ -348,50 +379,6 @@ TEST_F(ManagedTest, AMessageOverTheCeilingIsRefused) {
     ASSERT_TRUE(m_events.wait_for(2));
     EXPECT_EQ(m_events.text(), "opened | closed unclean");
     EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
-}
-
-// What a server may not do, and the code that it is told.
-struct fault_case {
-    const char* name;
-    std::string bytes;
-    int code;
-};
-void PrintTo(const fault_case& c, std::ostream* out) { *out << c.name; }
-
-std::vector<fault_case> fault_cases() {
-    using namespace frames;
-    const std::string start = frame(k_text, "a");
-    return {
-        {"ReservedBit1", frame(k_final | 0x40 | k_text, "a"), 1002},
-        {"ReservedBit2", frame(k_final | 0x20 | k_text, "a"), 1002},
-        {"ReservedBit3", frame(k_final | 0x10 | k_text, "a"), 1002},
-        {"ReservedDataOpcode", frame(k_final | 0x3, "a"), 1002},
-        {"LastReservedDataOpcode", frame(k_final | 0x7, "a"), 1002},
-        {"ReservedControlOpcode", frame(k_final | 0xB, "a"), 1002},
-        {"LastReservedControlOpcode", frame(k_final | 0xF, "a"), 1002},
-        {"Masked", frame(k_final | k_text, "a", 0x80), 1002},
-        {"MaskedPing", frame(k_final | k_ping, "", 0x80), 1002},
-        {"PingOf126Bytes", frame(k_final | k_ping, std::string(126, 'p')), 1002},
-        {"PongOf126Bytes", frame(k_final | k_pong, std::string(126, 'p')), 1002},
-        {"CloseOf126Bytes", frame(k_final | k_close, code_bytes(1000) + std::string(124, 'p')),
-         1002},
-        {"PingInPieces", frame(k_ping, "p"), 1002},
-        {"CloseInPieces", frame(k_close, code_bytes(1000)), 1002},
-        {"ContinuationWithoutStart", frame(k_final | k_continuation, "a"), 1002},
-        {"TextWithinAMessage", start + text("b"), 1002},
-        {"BinaryWithinAMessage", start + frame(k_final | k_binary, "b"), 1002},
-        {"InvalidUtf8", text("a\xFF"), 1007},
-        {"OverlongUtf8", text("\xC0\x80"), 1007},
-        {"SurrogateUtf8", text("\xED\xA0\x80"), 1007},
-        {"Utf8CutAtTheEnd", text("a\xC3"), 1007},
-        {"Utf8BrokenBetweenFrames", frame(k_text, "a\xC3") + frame(k_final | k_continuation, "b"),
-         1007},
-        {"CloseOf1Byte", frame(k_final | k_close, "a"), 1002},
-        {"CloseWithInvalidUtf8", frame(k_final | k_close, code_bytes(1000) + "\xFF"), 1002},
-        {"LengthNotMinimal16", std::string("\x81\x7E\0\x01", 4) + "a", 1002},
-        {"LengthNotMinimal64", std::string("\x81\x7F\0\0\0\0\0\0\0\x01", 10) + "a", 1002},
-        {"LengthWithItsHighestBit", std::string("\x81\x7F\x80\0\0\0\0\0\0\x01", 10) + "a", 1009},
-    };
 }
 
 class ManagedFaultTest : public testing::TestWithParam<fault_case> {};

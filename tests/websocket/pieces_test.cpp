@@ -110,6 +110,19 @@ TEST(MessageText, HasALongestMessage) {
     EXPECT_EQ(text.take(piece_kind::text_message, "cd"), text_state::too_long);
 }
 
+TEST(MessageBytes, KeepsNulsAndItsLength) {
+    message_bytes bytes(5);
+    EXPECT_EQ(bytes.take(piece_kind::binary_fragment, std::string_view("a\0", 2)),
+              text_state::need_more);
+    EXPECT_EQ(bytes.take(piece_kind::text_message, "text"), text_state::need_more);
+    EXPECT_EQ(bytes.take(piece_kind::binary_message, std::string_view("\0b", 2)),
+              text_state::complete);
+    EXPECT_EQ(bytes.bytes(), std::string("a\0\0b", 4));
+    EXPECT_EQ(bytes.take(piece_kind::binary_message, ""), text_state::complete);
+    EXPECT_EQ(bytes.bytes(), "");
+    EXPECT_EQ(bytes.take(piece_kind::binary_message, "123456"), text_state::too_long);
+}
+
 using life_state = socket_life::state;
 using farewell = socket_life::farewell;
 

@@ -160,7 +160,7 @@ TEST_F(SharpTest, AfterDestructionEventsGoNowhere) {
     late->message_received("late", false);
     late->socket_closed(1006, false);
     EXPECT_EQ(m_events.text(), "");
-    EXPECT_EQ(m_last->calls, "connect");
+    EXPECT_EQ(m_last->calls, "connect | close");
 }
 
 TEST_F(SharpTest, DestructionClosesTheConnection) {
@@ -244,6 +244,59 @@ TEST_F(SharpTest, ALossIsMadeGoodOnRequest) {
     made[3]->owner.lock()->socket_closed(1005, false);
     EXPECT_EQ(count(), 4u);
     EXPECT_EQ(m_events.text(), "error 5 | error 5 | opened | error 5 | closed unclean");
+}
+
+TEST_F(SharpTest, TheEndOfAnEarlierConnectionOpensNone) {
+    cWebSocketOptions options;
+    options.maxReconnects = -1;
+    options.firstReconnectWait = 0;
+    m_socket->SetOptions(options);
+    std::atomic<int> made{0};
+    current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
+        const auto one = m_last = std::make_shared<told_socket>(to);
+        ++made;
+        return one;
+    };
+    m_socket->Open("ws://a", 0);
+    const auto first = m_last;
+    m_socket->Open("ws://b", 0);
+    const auto second = m_last;
+    first->owner.lock()->socket_closed(1005, false);
+    // A loss of the second is made good, once: nothing else waits.
+    second->owner.lock()->socket_closed(1006, false);
+    ASSERT_TRUE(tests::eventually([&] { return made == 3; }));
+    m_socket->Close();
+    EXPECT_EQ(made, 3);
+    EXPECT_EQ(second->calls, "connect");
+}
+
+TEST_F(SharpTest, AHandlerThatOpensAgainIsNotOpenedTwice) {
+    cWebSocketOptions options;
+    options.maxReconnects = -1;
+    options.firstReconnectWait = 0;
+    m_socket->SetOptions(options);
+    m_socket->SetErrorHandler([this](cWebSocket::Error) { m_socket->Open("ws://b", 0); });
+    m_socket->Open("ws://a", 0);
+    owner()->socket_closed(1006, false);
+    const auto second = m_last;
+    EXPECT_EQ(second->calls, "connect");
+    m_socket->Send("on the second");
+    EXPECT_EQ(second->calls, "connect | text on the second");
+    EXPECT_EQ(m_last, second);
+}
+
+TEST_F(SharpTest, CloseWhileItIsMadeConnectsNothing) {
+    std::shared_ptr<told_socket> made;
+    current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
+        made = std::make_shared<told_socket>(to);
+        m_socket->Close();
+        return made;
+    };
+    m_socket->Open("ws://a", 0);
+    EXPECT_EQ(made->calls, "");
+    m_socket->Send("nobody");
+    EXPECT_EQ(made->calls, "");
+    EXPECT_EQ(made->owner.lock(), nullptr);
 }
 
 TEST(BackOff, DoublesUpToTheLongestWait) {

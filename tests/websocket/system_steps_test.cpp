@@ -230,6 +230,30 @@ TEST_F(SystemStepsTest, TextsEndAtANul) {
     EXPECT_EQ(m_events.lines().size(), 3u);
 }
 
+TEST_F(SystemStepsTest, ABinaryHandlerGetsMessagesWithTheirLength) {
+    push(receive_status::ok, piece_kind::binary_fragment, std::string("a\0", 2));
+    push(receive_status::ok, piece_kind::binary_message, "b");
+    push_text("text");
+    m_socket->SetBinaryHandler([this](const void* data, std::size_t size) {
+        m_events.add("binary " + std::string(static_cast<const char*>(data), size));
+    });
+    m_socket->Open("ws://a/", 0);
+    EXPECT_TRUE(m_events.wait_for_line(std::string("binary a\0b", 10)));
+    EXPECT_TRUE(m_events.wait_for_line("message text"));
+    EXPECT_EQ(m_events.lines().size(), 3u);
+}
+
+TEST_F(SystemStepsTest, ABinaryMessageOverTheCeilingEndsTheConnection) {
+    cWebSocketOptions options;
+    options.maxMessageBytes = 3;
+    m_socket->SetOptions(options);
+    m_socket->SetBinaryHandler([this](const void*, std::size_t) { m_events.add("binary"); });
+    push(receive_status::ok, piece_kind::binary_message, "abcd");
+    m_socket->Open("ws://a/", 0);
+    EXPECT_TRUE(m_events.wait_for_line("error 3"));
+    EXPECT_EQ(m_events.lines().size(), 2u);
+}
+
 TEST_F(SystemStepsTest, ALostConnectionIsToldOnceAndKeepsItsHandles) {
     push(receive_status::connection_lost, piece_kind::close, "");
     m_socket->Open("ws://a/", 0);

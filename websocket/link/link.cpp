@@ -8,11 +8,14 @@
 #include <boost/asio/connect.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/websocket/stream.hpp>
+#include <iterator>
 #include <utility>
 
 #include "core/http/bytes.h"
 #include "core/limits.h"
 #include "core/run/guarded.h"
+#include "core/text/ascii.h"
+#include "loam/trace.h"
 #include "websocket/close_codes.h"
 #include "websocket/link/any_stream.h"
 #include "websocket/link/loop_state.h"
@@ -41,6 +44,33 @@ milliseconds or_else(milliseconds asked, milliseconds otherwise) {
 // none.
 bool is_bad_answer(error_code error) {
     return error.category() == ws::make_error_code(ws::error::closed).category();
+}
+
+// What the handshake says itself stays as it is: another key would make the right answer wrong.
+bool is_of_handshake(std::string_view name) {
+    constexpr std::string_view k_names[] = {"host",
+                                            "upgrade",
+                                            "connection",
+                                            "sec-websocket-key",
+                                            "sec-websocket-version",
+                                            "sec-websocket-extensions",
+                                            "sec-websocket-protocol"};
+    return std::any_of(std::begin(k_names), std::end(k_names), [name](std::string_view one) {
+        return text::equal_ignoring_case(name, one);
+    });
+}
+
+void add_header(ws::request_type& head, const std::string& line) {
+    const std::size_t colon = line.find(':');
+    const std::string name = line.substr(0, colon);
+    if (is_of_handshake(name)) {
+        zTraceManager::Default()->TraceNote("cWebSocket: the header %s is the handshake's own\n",
+                                            name.c_str());
+        return;
+    }
+    const std::string_view value = http::trimmed_value(std::string_view(line).substr(colon + 1));
+    if (text::equal_ignoring_case(name, "user-agent")) head.erase(name);
+    head.insert(name, beast::string_view(value.data(), value.size()));
 }
 
 // One step that is under way. It keeps its link. When it is destroyed without having been called,
@@ -83,6 +113,7 @@ public:
     void receive(std::span<char> into) noexcept override;
     void send(std::string_view bytes, bool is_text) noexcept override;
     void ping() noexcept override;
+    void bound_by_goodbye() noexcept override;
     void close(std::uint16_t code) noexcept override;
     void drop() noexcept override;
 
@@ -240,12 +271,7 @@ void beast_link::upgrade() {
         if (!m_request.protocols.empty()) {
             head.set(beast::http::field::sec_websocket_protocol, m_request.protocols);
         }
-        for (const std::string& line : m_request.headers) {
-            const std::size_t colon = line.find(':');
-            const std::string_view value =
-                http::trimmed_value(std::string_view(line).substr(colon + 1));
-            head.set(line.substr(0, colon), beast::string_view(value.data(), value.size()));
-        }
+        for (const std::string& line : m_request.headers) add_header(head, line);
     }));
     ws::permessage_deflate deflate;
     deflate.client_enable = m_request.offers_deflate;
@@ -275,6 +301,7 @@ void beast_link::upgraded(error_code error) {
     const std::string wrong = fault_of_response();
     if (!wrong.empty()) return fail(link_fault::refused, wrong);
     unbound();
+    m_opening_end = loop_clock::time_point::max();
     m_request = {};
     m_response = {};
     if (const auto listener = m_listener.lock()) listener->link_opened();
@@ -330,6 +357,10 @@ void beast_link::pinged(error_code error) {
     m_is_pinging = false;
     if (m_is_closing) return;
     if (error) end(result_of(error));
+}
+
+void beast_link::bound_by_goodbye() noexcept {
+    begin([&] { bound_by(m_closing_time); });
 }
 
 void beast_link::close(std::uint16_t code) noexcept {

@@ -100,6 +100,8 @@ public:
     virtual void send(std::string_view bytes, bool is_text) noexcept = 0;
     // Nobody is told whether it went out.
     virtual void ping() noexcept = 0;
+    // Ends the connection after the goodbye's time, unless this or close() comes again.
+    virtual void bound_by_goodbye() noexcept = 0;
     // 0: without a code. May come while a receive is under way, which then receives nothing.
     virtual void close(std::uint16_t code) noexcept = 0;
     virtual void drop() noexcept = 0;

@@ -1,6 +1,7 @@
 // websocket/link/link_address.cpp - see the header for the contract.
 #include "websocket/link/link_address.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "core/http/url.h"
@@ -24,6 +25,29 @@ http::url checked_url(const std::string& url) {
         throw std::invalid_argument("The URL has a fragment.");
     }
     return parsed.value;
+}
+
+bool is_printable(unsigned char byte) { return byte > ' ' && byte != 0x7F; }
+
+// What may not stand in a request line: it would end the line, or begin another one.
+void refuse_controls(const std::string& text) {
+    const bool is_fine = std::all_of(
+        text.begin(), text.end(), [](unsigned char byte) { return byte >= ' ' && byte != 0x7F; });
+    if (!is_fine) throw std::invalid_argument("The URL has control characters.");
+}
+
+// As WinHTTP has it: the fragment stays here, and what a request line cannot hold is encoded.
+std::string request_target(const std::string& path) {
+    constexpr char k_digits[] = "0123456789ABCDEF";
+    std::string target;
+    for (const unsigned char byte : path.substr(0, path.find('#'))) {
+        if (is_printable(byte) && byte < 0x80) {
+            target.push_back(static_cast<char>(byte));
+        } else {
+            target.append({'%', k_digits[byte >> 4], k_digits[byte & 0xF]});
+        }
+    }
+    return target.empty() ? "/" : target;
 }
 
 void take_settings(link_request& request, const transport_settings& settings) {
@@ -55,6 +79,9 @@ link_request request_for_url(const std::string& url, const transport_settings& s
 
 link_request request_for_host(const std::string& host, std::uint16_t port, bool is_secure,
                               const std::string& target, const transport_settings& settings) {
+    refuse_controls(host);
+    refuse_controls(target);
+    if (host.find(' ') != host.npos) throw std::invalid_argument("The host has a blank.");
     http::url where;
     where.scheme = is_secure ? "wss" : "ws";
     where.host = host;
@@ -64,7 +91,7 @@ link_request request_for_host(const std::string& host, std::uint16_t port, bool 
     request.host = host;
     request.port = port;
     request.authority = where.authority();
-    request.target = target.empty() ? "/" : target;
+    request.target = request_target(target);
     request.is_secure = is_secure;
     take_settings(request, settings);
     return request;

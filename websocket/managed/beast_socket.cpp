@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "core/run/guarded.h"
+#include "loam/trace.h"
 #include "websocket/close_codes.h"
 #include "websocket/link/link.h"
 #include "websocket/link/link_address.h"
@@ -112,6 +113,7 @@ public:
 private:
     void receive() noexcept;
     void send_next() noexcept;
+    void say_goodbye() noexcept;
     void deliver(bool is_binary) noexcept;
     void run_out() noexcept { link_ended({link_fault::no_memory, 0, {}}); }
     void tell(socket_life::ending ending) noexcept;
@@ -149,7 +151,7 @@ void beast_connection::connect() noexcept {
 void beast_connection::close() noexcept {
     switch (m_life.close()) {
         case socket_life::farewell::say_goodbye:
-            m_link->close(0);
+            say_goodbye();
             break;
         case socket_life::farewell::drop:
             tell(m_life.failed(k_close_abnormal));
@@ -172,10 +174,18 @@ void beast_connection::send_next() noexcept {
     m_link->send(next.bytes, next.is_text);
 }
 
+// What Send has taken goes out before. Each message has the goodbye's time; a peer that reads
+// nothing would keep the connection for ever.
+void beast_connection::say_goodbye() noexcept {
+    if (m_queue.empty()) return m_link->close(0);
+    m_link->bound_by_goodbye();
+}
+
 void beast_connection::link_sent() noexcept {
     m_waiting -= m_queue.front().bytes.size();
     m_queue.pop_front();
-    if (!m_queue.empty() && m_life.is_open()) send_next();
+    if (!m_queue.empty()) send_next();
+    if (m_life.now() == socket_life::state::closing) say_goodbye();
 }
 
 void beast_connection::link_opened() noexcept {
@@ -197,7 +207,9 @@ void beast_connection::link_received(const link_piece& piece) noexcept {
     const auto self = shared_from_this();
     m_incoming.take(piece.size);
     if (piece.is_last) deliver(!piece.is_text);
-    if (m_life.is_open()) receive();
+    // A peer that cannot send may not receive either: what waits would stay.
+    const bool is_draining = m_life.now() == socket_life::state::closing && !m_queue.empty();
+    if (m_life.is_open() || is_draining) receive();
 }
 
 void beast_connection::deliver(bool is_binary) noexcept {
@@ -212,6 +224,8 @@ void beast_connection::deliver(bool is_binary) noexcept {
 void beast_connection::link_ended(const link_result& result) noexcept {
     const bool is_goodbye = result.fault == link_fault::closed;
     const std::uint16_t code = code_of(result);
+    zTraceManager::Default()->TraceNote("cWebSocket_Sharp: the connection has ended: %s\n",
+                                        is_goodbye ? "goodbye" : result.text.c_str());
     tell(is_goodbye ? m_life.said_goodbye(code) : m_life.failed(code));
 }
 

@@ -19,68 +19,111 @@ constexpr char k_class[] = "cWebSocket_Sharp";
 
 }  // namespace
 
+// Who gets the events of one connection, which another one may have followed meanwhile.
+class cWebSocket_Sharp::Impl::connection final : public managed_owner {
+public:
+    connection(std::weak_ptr<zSharedObject> impl, number as)
+        : m_impl(std::move(impl)), m_number(as) {}
+
+    void socket_opened() noexcept override {
+        if (const auto impl = locked()) impl->socket_opened(m_number);
+    }
+    void message_received(std::string bytes, bool is_binary) noexcept override {
+        if (const auto impl = locked()) impl->message_received(std::move(bytes), is_binary);
+    }
+    void error_received(const std::string& text) noexcept override {
+        if (const auto impl = locked()) impl->error_received(text);
+    }
+    void socket_closed(std::uint16_t code, bool was_clean) noexcept override {
+        if (const auto impl = locked()) impl->socket_closed(this, m_number, code, was_clean);
+    }
+
+private:
+    std::shared_ptr<Impl> locked() const { return std::static_pointer_cast<Impl>(m_impl.lock()); }
+
+    const std::weak_ptr<zSharedObject> m_impl;
+    const number m_number;
+};
+
 // The managed library would leave a connection open that nobody can close any more.
 cWebSocket_Sharp::Impl::~Impl() { Close(); }
 
 void cWebSocket_Sharp::Impl::Open(const managed_request& request) {
     Close();
+    number as = 0;
     {
         const std::lock_guard lock(m_socket_mutex);
         m_request = request;
         m_back_off = back_off(request.max_reconnects, request.first_reconnect_wait,
                               request.longest_reconnect_wait);
+        as = ++m_number;
     }
-    connect(request);
+    connect(request, as);
 }
 
-void cWebSocket_Sharp::Impl::connect(const managed_request& request) {
-    const std::weak_ptr<managed_owner> self =
-        std::shared_ptr<managed_owner>(shared_from_this(), this);
-    auto socket = current_managed_maker()(request, self);
-    exchange(socket);
-    socket->connect_async();
+// One that was closed while it was being made is not connected.
+void cWebSocket_Sharp::Impl::connect(const managed_request& request, number as) {
+    const std::weak_ptr<zSharedObject> self = weak_from_this();
+    const auto events = std::make_shared<connection>(self, as);
+    const auto socket = current_managed_maker()(request, events);
+    if (take(socket, events, as)) socket->connect_async();
+}
+
+bool cWebSocket_Sharp::Impl::take(const std::shared_ptr<managed_socket>& socket,
+                                  const std::shared_ptr<managed_owner>& events, number as) {
+    const std::lock_guard lock(m_socket_mutex);
+    if (as != m_number) return false;
+    m_connections.push_back(events);
+    m_socket = socket;
+    return true;
+}
+
+void cWebSocket_Sharp::Impl::forget(const managed_owner* events) noexcept {
+    const std::lock_guard lock(m_socket_mutex);
+    std::erase_if(m_connections, [events](const auto& one) { return one.get() == events; });
 }
 
 // An attempt that cannot even begin is an error of the library, and the last one.
-void cWebSocket_Sharp::Impl::open_again() noexcept {
+void cWebSocket_Sharp::Impl::open_again(number as) noexcept {
     managed_request request;
     std::string why;
     const bool is_begun = succeeds(
         [&] {
             {
                 const std::lock_guard lock(m_socket_mutex);
+                if (as != m_number) return;
                 request = m_request;
             }
-            if (!request.url.empty()) connect(request);
+            connect(request, as);
         },
         why);
     if (!is_begun) error_received(why);
 }
 
-void cWebSocket_Sharp::Impl::plan_again() noexcept {
-    guarded(k_class, "opening again", [this] {
+void cWebSocket_Sharp::Impl::plan_again(number as) noexcept {
+    guarded(k_class, "opening again", [this, as] {
         std::optional<std::chrono::milliseconds> wait;
         {
             const std::lock_guard lock(m_socket_mutex);
-            if (!m_request.url.empty()) wait = m_back_off.next();
+            if (as == m_number) wait = m_back_off.next();
         }
         if (!wait) return;
         const std::weak_ptr<zSharedObject> self = weak_from_this();
-        m_again.start(*wait, [self] {
-            if (const auto impl = std::static_pointer_cast<Impl>(self.lock())) impl->open_again();
+        m_again.start(*wait, [self, as] {
+            if (const auto impl = std::static_pointer_cast<Impl>(self.lock())) impl->open_again(as);
         });
     });
 }
 
 void cWebSocket_Sharp::Impl::Close() {
     m_again.cancel();
+    std::shared_ptr<managed_socket> socket;
     {
         const std::lock_guard lock(m_socket_mutex);
-        m_request.url.clear();
+        ++m_number;
+        m_socket.swap(socket);
     }
-    if (const auto socket = exchange(nullptr)) {
-        guarded(k_class, "Close", [&] { socket->close_async(); });
-    }
+    if (socket != nullptr) guarded(k_class, "Close", [&] { socket->close_async(); });
 }
 
 template <typename operation>
@@ -109,11 +152,11 @@ void cWebSocket_Sharp::Impl::SendPing() {
 }
 
 // Each event calls a copy: the handler may destroy the socket, and with it what is bound here.
-void cWebSocket_Sharp::Impl::socket_opened() noexcept {
+void cWebSocket_Sharp::Impl::socket_opened(number of) noexcept {
     const std::lock_guard lock(m_event_mutex);
     {
         const std::lock_guard requested(m_socket_mutex);
-        m_back_off.reset();
+        if (of == m_number) m_back_off.reset();
     }
     guarded(k_class, "OnOpen", [&] {
         if (const auto call = onOpened) call();
@@ -136,12 +179,14 @@ void cWebSocket_Sharp::Impl::error_received(const std::string& text) noexcept {
     });
 }
 
-void cWebSocket_Sharp::Impl::socket_closed(std::uint16_t code, bool was_clean) noexcept {
+void cWebSocket_Sharp::Impl::socket_closed(const managed_owner* events, number of,
+                                           std::uint16_t code, bool was_clean) noexcept {
+    forget(events);
     std::optional<Error> error;
     if (code == k_close_abnormal) error = Error::AbnormalClosure;
     const std::lock_guard lock(m_event_mutex);
     guarded(k_class, "OnClose", [&] { SocketClosed(error, was_clean); });
-    if (!was_clean) plan_again();
+    if (!was_clean) plan_again(of);
 }
 
 // The text goes the way of an error's, on which no host has ever seen it.
@@ -167,11 +212,4 @@ void cWebSocket_Sharp::Impl::release() noexcept {
 std::shared_ptr<managed_socket> cWebSocket_Sharp::Impl::current() const {
     const std::lock_guard lock(m_socket_mutex);
     return m_socket;
-}
-
-std::shared_ptr<managed_socket> cWebSocket_Sharp::Impl::exchange(
-    std::shared_ptr<managed_socket> next) {
-    const std::lock_guard lock(m_socket_mutex);
-    m_socket.swap(next);
-    return next;
 }

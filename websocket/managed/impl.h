@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "loam/shared_object.h"
 #include "websocket.h"
@@ -17,10 +18,14 @@
 
 // Threads: operations from any; events on the binding's threads. An event runs under the lock that
 // release() takes, so that what it calls is there until it has returned.
-class cWebSocket_Sharp::Impl : public zSharedObject, public pennywort::websocket::managed_owner {
+class cWebSocket_Sharp::Impl : public zSharedObject {
 public:
     using managed_socket = pennywort::websocket::managed_socket;
+    using managed_owner = pennywort::websocket::managed_owner;
     using managed_request = pennywort::websocket::managed_request;
+    // What the events of a connection come with. It is the one that is asked for when no Open and
+    // no Close has come since.
+    using number = std::uint64_t;
 
     Impl() = default;
     Impl(const Impl&) = delete;
@@ -35,21 +40,26 @@ public:
     void SendBinary(std::string_view bytes);
     void SendPing();
 
-    void socket_opened() noexcept override;
-    void message_received(std::string bytes, bool is_binary) noexcept override;
-    void error_received(const std::string& text) noexcept override;
-    void socket_closed(std::uint16_t code, bool was_clean) noexcept override;
+    void socket_opened(number of) noexcept;
+    void message_received(std::string bytes, bool is_binary) noexcept;
+    void error_received(const std::string& text) noexcept;
+    void socket_closed(const managed_owner* events, number of, std::uint16_t code,
+                       bool was_clean) noexcept;
 
     void SocketClosed(std::optional<Error> error, bool wasClean);
     // Waits for an event of another thread; then no event goes anywhere any more.
     void release() noexcept;
 
 private:
-    void connect(const managed_request& request);
-    void open_again() noexcept;
-    void plan_again() noexcept;
+    class connection;
+
+    void connect(const managed_request& request, number as);
+    bool take(const std::shared_ptr<managed_socket>& socket,
+              const std::shared_ptr<managed_owner>& events, number as);
+    void forget(const managed_owner* events) noexcept;
+    void open_again(number as) noexcept;
+    void plan_again(number as) noexcept;
     std::shared_ptr<managed_socket> current() const;
-    std::shared_ptr<managed_socket> exchange(std::shared_ptr<managed_socket> next);
     // What an operation on the managed socket throws becomes an error event.
     template <typename operation>
     void attempt(operation what);
@@ -68,8 +78,11 @@ public:
 
 private:
     mutable std::mutex m_socket_mutex;
-    // Of what is asked for: under the same lock. Without a URL nothing is to be open.
+    // Of what is asked for: under the same lock.
+    number m_number = 0;
     managed_request m_request;
+    // Those that have not told their close.
+    std::vector<std::shared_ptr<managed_owner>> m_connections;
     pennywort::websocket::back_off m_back_off;
     pennywort::websocket::delayed_work m_again;
     // Its own thread may take it again: a handler may destroy its socket.

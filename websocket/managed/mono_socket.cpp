@@ -1,12 +1,14 @@
 // websocket/managed/mono_socket.cpp - see the header for the contract.
 #include "websocket/managed/mono_socket.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <map>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
 
+#include "websocket/link/valid_text.h"
 #include "websocket/managed/mono_runtime.h"
 
 namespace pennywort::websocket {
@@ -45,11 +47,20 @@ owner_table& owners() {
 
 class mono_socket final : public managed_socket {
 public:
-    explicit mono_socket(std::unique_ptr<mono_object> object) : m_object(std::move(object)) {}
+    mono_socket(std::unique_ptr<mono_object> object, std::int64_t number)
+        : m_object(std::move(object)), m_number(number) {}
+    // What was never connected tells no close, which its owner would be forgotten with.
+    ~mono_socket() override {
+        if (!m_is_connecting) owners().forget(m_number);
+    }
 
-    void connect_async() override { check(m_object->begin()); }
+    void connect_async() override {
+        check(m_object->begin());
+        m_is_connecting = true;
+    }
     void close_async() override { check(m_object->leave()); }
-    void send_text(std::string_view text) override { check(m_object->send_text(text)); }
+    // The runtime makes no string of what is no UTF-8.
+    void send_text(std::string_view text) override { check(m_object->send_text(valid_text(text))); }
     void send_binary(std::string_view bytes) override { check(m_object->send_bytes(bytes)); }
     void ping() override { check(m_object->send_ping()); }
 
@@ -59,6 +70,8 @@ private:
     }
 
     const std::unique_ptr<mono_object> m_object;
+    const std::int64_t m_number;
+    std::atomic<bool> m_is_connecting{false};
 };
 
 }  // namespace
@@ -74,7 +87,7 @@ std::shared_ptr<managed_socket> make_mono_socket(const std::string& assembly,
     mono_runtime& runtime = mono_runtime::of(assembly, owners());
     const std::int64_t number = owners().add(owner);
     try {
-        return std::make_shared<mono_socket>(runtime.make(number, request.url));
+        return std::make_shared<mono_socket>(runtime.make(number, request.url), number);
     } catch (...) {
         owners().forget(number);
         throw;

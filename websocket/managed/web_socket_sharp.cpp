@@ -3,6 +3,7 @@
 
 #include "core/limits.h"
 #include "core/run/guarded.h"
+#include "loam/trace.h"
 #include "websocket.h"
 #include "websocket/managed/impl.h"
 #include "websocket/managed/thrown_text.h"
@@ -74,6 +75,8 @@ void cWebSocket_Sharp::Open(const char* url, double timeout) {
     const auto impl = m_impl;
     std::string why;
     if (succeeds([&] { impl->Open(request_of(url, Options(), timeout)); }, why)) return;
+    if (!m_log)
+        zTraceManager::Default()->TraceNote("cWebSocket_Sharp: Open failed (%s)\n", why.c_str());
     guarded(k_class, "the log function", [&] {
         if (m_log) m_log("cWebSocket_Sharp::Open - Exception" + why);
     });

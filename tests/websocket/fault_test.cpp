@@ -1,0 +1,447 @@
+// fault_test.cpp - what a server may do wrong, late or not at all, and the system transport; what
+// waits while a socket is closed; and messages that are compressed.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/eventually.h"
+#include "tests/websocket/event_log.h"
+#include "tests/websocket/fault_cases.h"
+#include "tests/websocket/frames.h"
+#include "tests/websocket/scripted_peer.h"
+
+namespace {
+
+using pennywort::tests::eventually;
+
+class SystemFaultTest : public testing::TestWithParam<fault_case> {};
+
+TEST_P(SystemFaultTest, EndsTheConnectionAndSaysWhy) {
+    std::atomic<int> code{-1};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(GetParam().bytes);
+        const peer_frame frame = connection.receive_frame();
+        code = frame.opcode == frames::k_close ? frame.code() : 0;
+        connection.wait_for_end();
+    });
+    event_log events;
+    system_socket socket;
+    events.listen_to(socket);
+    socket.Open(peer.url().c_str(), 0);
+    EXPECT_TRUE(events.wait_for_line("error 3")) << events.text();
+    EXPECT_TRUE(eventually([&] { return code != -1; }));
+    EXPECT_EQ(code, GetParam().code);
+    EXPECT_EQ(events.lines().size(), 2u) << events.text();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SystemFaultTest, testing::ValuesIn(fault_cases()),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+// What a system socket told when the server closed with that code, and what it answered.
+struct goodbye {
+    std::string told;
+    int answered = -1;
+};
+
+goodbye goodbye_of(int code, std::size_t events_to_come) {
+    std::atomic<int> answered{-1};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::close(code));
+        answered = connection.receive_frame().code();
+        connection.wait_for_end();
+    });
+    event_log events;
+    system_socket socket;
+    events.listen_to(socket);
+    socket.Open(peer.url().c_str(), 0);
+    const bool is_told =
+        events.wait_for(events_to_come) && eventually([&] { return answered != -1; });
+    socket.Close();
+    std::vector<std::string> lines = events.lines();
+    // The receive thread may be faster than the opened handler.
+    std::sort(lines.begin(), lines.end());
+    std::string told;
+    for (const std::string& line : lines) told += line + " ";
+    return {is_told ? told : "not in time", answered};
+}
+
+TEST(SystemClose, IsAnsweredAndNotTold) {
+    for (const int code :
+         {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1010, 1011, 1012, 1013, 3000, 4999}) {
+        const goodbye found = goodbye_of(code, 1);
+        EXPECT_EQ(found.told, "opened ") << code;
+        EXPECT_EQ(found.answered, code);
+    }
+}
+
+TEST(SystemClose, OfCodesThatMayNotBeSentIsALoss) {
+    for (const int code : {0, 999, 1004, 1005, 1006, 1014, 1015, 1016, 2999}) {
+        const goodbye found = goodbye_of(code, 2);
+        EXPECT_EQ(found.told, "error 3 opened ") << code;
+        EXPECT_EQ(found.answered, 1002) << code;
+    }
+    for (const int code : {5000, 65535}) EXPECT_EQ(goodbye_of(code, 2).told, "error 3 opened ");
+}
+
+TEST(SystemLoss, AtEachStage) {
+    struct stage {
+        scripted_peer::script what;
+        const char* told;
+    };
+    const std::vector<stage> stages = {
+        {[](peer_connection& connection) { connection.reset(); }, "error 2"},
+        {[](peer_connection& connection) {
+             connection.receive_head();
+             connection.send("HTTP/1.1 101 Yes\r\nUpgr");
+         },
+         "error 2"},
+        {[](peer_connection& connection) { connection.accept(); }, "error 3"},
+        {[](peer_connection& connection) {
+             connection.accept();
+             connection.send("\x81\x7E");
+             connection.reset();
+         },
+         "error 3"},
+        {[](peer_connection& connection) {
+             connection.accept();
+             connection.send(frames::frame(frames::k_text, "begun"));
+         },
+         "error 3"},
+    };
+    for (std::size_t i = 0; i < stages.size(); ++i) {
+        const scripted_peer peer(stages[i].what);
+        event_log events;
+        system_socket socket;
+        events.listen_to(socket);
+        socket.Open(peer.url().c_str(), 0);
+        EXPECT_TRUE(events.wait_for_line(stages[i].told)) << i << " " << events.text();
+    }
+}
+
+TEST(SystemSilence, IsConnectFailedWhereTheTimeoutIsHonoured) {
+    const scripted_peer peer([](peer_connection& connection) { connection.wait_for_end(); });
+    event_log events;
+    system_socket socket;
+    events.listen_to(socket);
+    cWebSocketOptions options;
+    options.isTimeoutHonoured = true;
+    socket.SetOptions(options);
+    socket.Open(peer.url().c_str(), 0.05);
+    EXPECT_EQ(events.text(), "error 2");
+}
+
+TEST(SystemCeiling, OneGibibyteIsRefused) {
+    std::atomic<int> code{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(std::string("\x81\x7F\0\0\0\0\x40\0\0\0", 10));
+        code = connection.receive_frame().code();
+    });
+    event_log events;
+    system_socket socket;
+    events.listen_to(socket);
+    socket.Open(peer.url().c_str(), 0);
+    EXPECT_TRUE(events.wait_for_line("error 3")) << events.text();
+    EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
+}
+
+// What both transports have to do, each with its own events.
+struct transport_case {
+    const char* name;
+    std::shared_ptr<cWebSocket> (*make)();
+    const char* closed_by_us;  // behind "opened"
+};
+void PrintTo(const transport_case& c, std::ostream* out) { *out << c.name; }
+
+std::shared_ptr<cWebSocket> make_system() { return std::make_shared<system_socket>(); }
+
+class BothTransports : public testing::TestWithParam<transport_case> {
+protected:
+    BothTransports() { m_events.listen_to(*m_socket); }
+
+    event_log m_events;
+    std::shared_ptr<cWebSocket> m_socket = GetParam().make();
+};
+
+TEST_P(BothTransports, AFragmentThatStopsIsNoMessageAndEndsWithClose) {
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::frame(frames::k_text, "begun"));
+        while (connection.receive_frame().opcode != frames::k_close) {
+        }
+        connection.send(frames::close(1000));
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("opened"));
+    m_socket->Close();
+    const std::string after = GetParam().closed_by_us;
+    EXPECT_TRUE(m_events.wait_for(after.empty() ? 1 : 2));
+    EXPECT_EQ(m_events.text(), "opened" + after);
+}
+
+// The server reads the begin of a message and no more, so that Send, or what it has left behind,
+// waits for good.
+TEST_P(BothTransports, CloseEndsASendThatWaits) {
+    gate is_sending;
+    gate may_end;
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.receive(1);
+        is_sending.open();
+        may_end.wait();
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("opened"));
+    const std::string text(64 << 20, 'x');
+    std::thread sender([&] { m_socket->Send(text.c_str()); });
+    EXPECT_TRUE(is_sending.wait());
+    m_socket->Close();
+    sender.join();
+    EXPECT_TRUE(m_events.wait_for(2));
+    may_end.open();
+    EXPECT_NE(m_events.text(), "opened | closed clean");
+}
+
+TEST_P(BothTransports, DestructionAtAnyStageEndsTheConnection) {
+    std::atomic<int> ended{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::text("m"));
+        for (int opcode = 0; opcode != frames::k_close && opcode != -1;) {
+            opcode = connection.receive_frame().opcode;
+        }
+        connection.send(frames::close(1000));
+        ++ended;
+    });
+    for (int i = 0; i < 20; ++i) {
+        event_log events;
+        const auto socket = GetParam().make();
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        EXPECT_TRUE(events.wait_for(static_cast<std::size_t>(i % 3)));
+    }
+    EXPECT_TRUE(eventually([&] { return ended >= 13; })) << ended;
+}
+
+// The time that opening may take is over by then.
+TEST_P(BothTransports, ATimeoutOfTheOpeningDoesNotBoundTheGoodbye) {
+    gate is_late;
+    std::atomic<int> answered{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        is_late.wait();
+        connection.send(frames::text("late"));
+        connection.receive_frame();
+        connection.send(frames::close(1000));
+        answered = connection.receive_frame().opcode == -1 ? 1 : 2;
+    });
+    cWebSocketOptions options;
+    options.isTimeoutHonoured = true;
+    m_socket->SetOptions(options);
+    m_socket->Open(peer.url().c_str(), 0.5);
+    ASSERT_TRUE(m_events.wait_for_line("opened"));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(600);
+    EXPECT_TRUE(eventually([&] { return std::chrono::steady_clock::now() > end; }));
+    is_late.open();
+    ASSERT_TRUE(m_events.wait_for_line("message late"));
+    m_socket->Close();
+    EXPECT_TRUE(eventually([&] { return answered != 0; }));
+    const std::string after = GetParam().closed_by_us;
+    EXPECT_TRUE(m_events.wait_for(after.empty() ? 2 : 3));
+    EXPECT_EQ(m_events.text(), "opened | message late" + after);
+}
+
+TEST_P(BothTransports, BinaryMessagesGoBothWaysWithTheirLength) {
+    peer_frame sent;
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        sent = connection.receive_frame();
+        const std::string more(3000, '\0');
+        connection.send(frames::frame(frames::k_binary, sent.payload + more));
+        connection.send(frames::frame(frames::k_final | frames::k_continuation, "b"));
+        connection.wait_for_end();
+    });
+    m_socket->SetBinaryHandler([this](const void* data, std::size_t size) {
+        const std::string bytes(static_cast<const char*>(data), size);
+        m_events.add(bytes == std::string("a\0b", 3) + std::string(3000, '\0') + "b" ? "whole"
+                                                                                     : "wrong");
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("opened"));
+    m_socket->SendBinary("a\0b", 3);
+    EXPECT_TRUE(m_events.wait_for_line("whole")) << m_events.text();
+    EXPECT_EQ(sent.opcode, frames::k_binary);
+    EXPECT_EQ(sent.payload, std::string("a\0b", 3));
+}
+
+TEST_P(BothTransports, AUrlWritesNoHeaderLines) {
+    std::atomic<int> connections{0};
+    const scripted_peer peer([&](peer_connection&) { ++connections; });
+    const std::string base = "ws://127.0.0.1:" + std::to_string(peer.port());
+    for (const char* path : {"/x\r\nEvil: 1", "/x\nEvil: 1", "/\x7F", "/\x01"}) {
+        m_socket->Open((base + path).c_str(), 0);
+    }
+    m_socket->Open("ws://127.0.0.1\r\nEvil: 1/", 0);
+    EXPECT_EQ(m_events.text(), "error 2 | error 2 | error 2 | error 2 | error 2");
+    EXPECT_EQ(connections, 0);
+}
+
+TEST_P(BothTransports, HeadersOfOneNameAllGoOutAndTheHandshakesOwnStay) {
+    std::string head;
+    const scripted_peer peer([&](peer_connection& connection) {
+        head = connection.accept();
+        connection.wait_for_end();
+    });
+    cWebSocketOptions options;
+    options.headers = "X-One: 1\nX-One: 2\nSec-WebSocket-Key: mine\nUpgrade: h2c\nUser-Agent: me";
+    m_socket->SetOptions(options);
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("opened")) << m_events.text();
+    EXPECT_NE(head.find("X-One: 1\r\n"), std::string::npos) << head;
+    EXPECT_NE(head.find("X-One: 2\r\n"), std::string::npos) << head;
+    EXPECT_EQ(head.find("mine"), std::string::npos) << head;
+    EXPECT_EQ(header_of(head, "Upgrade"), "websocket");
+    EXPECT_EQ(header_of(head, "User-Agent"), "me");
+}
+
+// "Hello" as the standard for compression has it in its own example.
+constexpr char k_compressed_hello[] = "\xF2\x48\xCD\xC9\xC9\x07";
+
+TEST_P(BothTransports, CompressedMessagesGoBothWaysOnRequest) {
+    std::string head;
+    peer_frame sent;
+    const scripted_peer peer([&](peer_connection& connection) {
+        head = connection.accept("Sec-WebSocket-Extensions: permessage-deflate\r\n");
+        const int first = frames::k_final | 0x40 | frames::k_text;
+        connection.send(frames::frame(first, std::string(k_compressed_hello, 6) + '\0'));
+        sent = connection.receive_frame();
+        connection.send(frames::frame(first, sent.payload));
+        connection.wait_for_end();
+    });
+    cWebSocketOptions options;
+    options.isDeflateOffered = true;
+    m_socket->SetOptions(options);
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("message Hello")) << m_events.text();
+    const std::string text(1000, 'x');
+    m_socket->Send(text.c_str());
+    EXPECT_TRUE(m_events.wait_for_line("message " + text)) << m_events.text();
+    EXPECT_NE(header_of(head, "Sec-WebSocket-Extensions").find("permessage-deflate"),
+              std::string::npos);
+    EXPECT_EQ(sent.reserved, 0x40);
+    EXPECT_LT(sent.payload.size(), 100u);
+}
+
+// What is small on its way may be large.
+TEST_P(BothTransports, ACompressedMessageOverTheCeilingIsRefused) {
+    std::atomic<int> code{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept("Sec-WebSocket-Extensions: permessage-deflate\r\n");
+        const peer_frame sent = connection.receive_frame();
+        connection.send(frames::frame(frames::k_final | 0x40 | frames::k_text, sent.payload));
+        code = connection.receive_frame().code();
+        connection.wait_for_end();
+    });
+    cWebSocketOptions options;
+    options.isDeflateOffered = true;
+    options.maxMessageBytes = 1000;
+    m_socket->SetOptions(options);
+    m_socket->SetOpenedHandler([](const std::shared_ptr<cWebSocket>& self) {
+        self->Send(std::string(1 << 20, 'x').c_str());
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    EXPECT_EQ(m_events.lines()[0].find("message"), std::string::npos);
+    EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BothTransports,
+                         testing::Values(transport_case{"Asynchronous", &cWebSocket::Factory,
+                                                        " | closed clean"},
+                                         transport_case{"System", &make_system, ""}),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+// A blank and what is no ASCII are encoded, and a fragment stays here, as WinHTTP has it.
+TEST(SystemTarget, IsWhatARequestLineCanHold) {
+    std::string head;
+    const scripted_peer peer([&](peer_connection& connection) {
+        head = connection.accept();
+        connection.wait_for_end();
+    });
+    system_socket socket;
+    socket.Open(peer.url("/a b\xC3\xA4?c#d").c_str(), 0);
+    socket.Close();
+    EXPECT_TRUE(head.starts_with("GET /a%20b%C3%A4?c HTTP/1.1\r\n")) << head;
+}
+
+TEST(SystemRefusal, OpensASocketThatReceivesNothing) {
+    for (const char* answer : {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n",
+                               "HTTP/1.1 101 Yes\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                               "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n"}) {
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.receive_head();
+            connection.send(answer);
+            connection.wait_for_end();
+        });
+        event_log events;
+        system_socket socket;
+        events.listen_to(socket);
+        socket.Open(peer.url().c_str(), 0);
+        socket.Send("nobody hears this");
+        EXPECT_EQ(events.text(), "opened | error 4");
+    }
+}
+
+// A close in a handler is a close like any other.
+TEST(ManagedHandler, MayCloseItsSocket) {
+    for (const char* when : {"opened", "message m", "closed clean"}) {
+        const scripted_peer peer([](peer_connection& connection) {
+            connection.accept();
+            connection.send(frames::text("m"));
+            while (true) {
+                const peer_frame frame = connection.receive_frame();
+                if (frame.opcode == -1) return;
+                if (frame.opcode == frames::k_text) connection.send(frames::close(1000));
+                if (frame.opcode == frames::k_close) connection.send(frames::close(1000));
+            }
+        });
+        event_log events;
+        const auto socket = cWebSocket::Factory();
+        const auto add = [&, raw = socket.get()](const std::string& line) {
+            if (line == when) raw->Close();
+            if (line == "message m") raw->Send("say goodbye");
+            events.add(line);
+        };
+        socket->SetOpenedHandler([add](const std::shared_ptr<cWebSocket>&) { add("opened"); });
+        socket->SetMessageHandler([add](const char* text) { add("message " + std::string(text)); });
+        socket->SetErrorHandler([add](cWebSocket::Error) { add("error"); });
+        socket->SetClosedHandler([add](std::optional<cWebSocket::Error>, bool was_clean) {
+            add(was_clean ? "closed clean" : "closed unclean");
+        });
+        socket->Open(peer.url().c_str(), 0);
+        EXPECT_TRUE(events.wait_for_line("closed clean")) << when << ": " << events.text();
+    }
+}
+
+TEST(ManagedHandler, MayCloseItsSocketWhenThereIsNoConnection) {
+    event_log events;
+    const auto socket = cWebSocket::Factory();
+    socket->SetErrorHandler([&, raw = socket.get()](cWebSocket::Error) {
+        raw->Close();
+        events.add("error");
+    });
+    socket->SetClosedHandler([&](std::optional<cWebSocket::Error>, bool) { events.add("closed"); });
+    socket->Open("ws://127.0.0.1:1/", 0);
+    EXPECT_TRUE(events.wait_for(1));
+    EXPECT_EQ(events.text(), "error");
+}
+
+}  // namespace

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "host/app/exit_status.h"
+#include "host/app/one_line.h"
 #include "host/call/call_values.h"
 #include "host/call/call_words.h"
 #include "loam/xml.h"
@@ -90,8 +91,8 @@ private:
         if (message.Result(result) != 0 || !get_value(result, shown)) {
             return tell(k_exit_failed, "the response is no XML-RPC");
         }
-        std::fprintf(m_out.output(), "%s\n", json_text(shown).c_str());
-        if (std::fflush(m_out.output()) == 0) return k_exit_fine;
+        const bool is_taken = std::fprintf(m_out.output(), "%s\n", json_text(shown).c_str()) >= 0;
+        if (std::fflush(m_out.output()) == 0 && is_taken) return k_exit_fine;
         return tell(k_exit_failed, "standard output takes nothing");
     }
 

@@ -1,7 +1,6 @@
 // host/call/call_words.cpp - see the header for the contract.
 #include "host/call/call_words.h"
 
-#include "core/text/utf8.h"
 #include "host/app/http_options.h"
 #include "httpclient.h"
 #include "loam/xml.h"
@@ -36,8 +35,6 @@ std::string words_for_xml(zStatus status) {
     }
 }
 
-bool is_control(char32_t point) { return point < 0x20 || (point >= 0x7F && point < 0xA0); }
-
 }  // namespace
 
 std::string words_for_call(zStatus status, std::int32_t error, bool has_head) {
@@ -47,17 +44,6 @@ std::string words_for_call(zStatus status, std::int32_t error, bool has_head) {
     std::string words = words_for_request(status, error, has_head);
     if (words.empty()) words = words_for_xml(status);
     return words.empty() ? "failed with status " + std::to_string(status) : words;
-}
-
-std::string in_one_line(std::string_view text) {
-    std::string line;
-    while (!text.empty()) {
-        const text::utf8_piece piece = text::first_character(text);
-        const bool is_shown = piece.is_valid && !is_control(piece.point);
-        line += is_shown ? text.substr(0, piece.bytes) : std::string_view(" ");
-        text.remove_prefix(piece.bytes);
-    }
-    return line;
 }
 
 }  // namespace pennywort::host

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "host/app/one_line.h"
+
 namespace pennywort::host {
 
 namespace {
@@ -84,7 +86,8 @@ void progress::show(const progress_state& state, time_point now) {
 
 void progress::say(const std::string& line) {
     take_bar_away();
-    std::fprintf(m_out, "%s\n", line.c_str());
+    // A page may have written it.
+    std::fprintf(m_out, "%s\n", in_one_line(line).c_str());
     std::fflush(m_out);
 }
 

@@ -2,6 +2,7 @@
 // line of what another program prints.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 
 #include "core/limits.h"
@@ -49,6 +50,18 @@ TEST(Progress, TheBarNeverReachesTheEndOfTheTerminalsLine) {
             EXPECT_LT(progress_bar(state, columns).size(), static_cast<std::size_t>(columns));
         }
     }
+}
+
+// A page's own words may be among them.
+TEST(Progress, SaysNothingThatATerminalObeys) {
+    std::FILE* const file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    progress(file, 0).say("page: \x1b]0;owned\x07 \x1b[31mX\nsecond \xc2\x9b gr\xc3\xbcn \xff");
+    std::rewind(file);
+    char text[200]{};
+    const std::size_t length = std::fread(text, 1, sizeof text, file);
+    std::fclose(file);
+    EXPECT_EQ(std::string(text, length), "page:  ]0;owned   [31mX second   gr\xc3\xbcn  \n");
 }
 
 TEST(Progress, TheBarFillsWithTheFrames) {

@@ -312,7 +312,7 @@ void cBonjour::browse_changed(Reference reference, const found_service& found) {
 void cBonjour::take_change(cBonjourService& browse, const found_service& found) {
     const service_key key{found.name, found.type, found.domain};
     if (found.event == k_service_found) {
-        browse.known->add(key, found.interface_index);
+        if (!browse.known->add(key, found.interface_index)) return tell_full(browse);
         if (browse.known->has_waiting() && !ask_for_turn(browse)) look_up_next(browse.number);
         return;
     }
@@ -321,6 +321,12 @@ void cBonjour::take_change(cBonjourService& browse, const found_service& found) 
     tell(browse, found.event, found.name,
          {k_dnssd_no_error, last.host.c_str(), last.port,
           static_cast<std::uint16_t>(last.txt.size()), last.txt.data()});
+}
+
+void cBonjour::tell_full(cBonjourService& browse) {
+    if (std::exchange(browse.is_full, true)) return;
+    zTraceManager::Default()->TraceNote("cBonjour: too many services of type %s\n",
+                                        browse.type.CString());
 }
 
 // One look-up a turn of the loop: a library may tell of a thousand services in one result, and each

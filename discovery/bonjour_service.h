@@ -32,6 +32,7 @@ public:
     std::uint64_t number = 0;
     bool is_answered = false;    // a look-up
     bool is_turn_asked = false;  // of a browse that reports once: its next look-up is posted
+    bool is_full = false;        // of such a browse: it was told of too many services
 };
 
 namespace pennywort::discovery {

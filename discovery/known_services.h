@@ -4,8 +4,9 @@
 // Threads: not locked.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <map>
 #include <optional>
 #include <string>
@@ -36,14 +37,17 @@ struct service_to_look_up {
     std::uint32_t interface_index = 0;
 };
 
+// Anybody on the network can name services, as many as they like.
+inline constexpr std::size_t k_max_known_services = 65536;
+
 class known_services {
 public:
     // A service has come on one more interface or protocol. If nobody has heard of it yet it waits
-    // to be looked up there.
-    void add(const service_key& key, std::uint32_t interface_index);
+    // to be looked up there, once. False when there are too many, and then nothing is known of it.
+    bool add(const service_key& key, std::uint32_t interface_index);
     bool has_waiting() const { return !m_waiting.empty(); }
     // The next one to look up that is still there and that nobody has heard of; nothing when there
-    // is none.
+    // is none. Whatever else is to be looked up of it comes behind all others.
     std::optional<service_to_look_up> next();
     // It has been looked up. True when nobody has heard of it yet; from now on they have. One that
     // has gone meanwhile is none.
@@ -57,10 +61,16 @@ private:
         int copies = 0;
         bool is_told = false;
         service_details details;
+        std::vector<std::uint32_t> interfaces;   // on which it is to be looked up
+        std::list<service_key>::iterator place;  // among those that wait
+        bool is_waiting = false;
     };
 
+    void wait(const service_key& key, known& one);
+    void stop_waiting(known& one);
+
     std::map<service_key, known> m_services;
-    std::deque<service_to_look_up> m_waiting;
+    std::list<service_key> m_waiting;
 };
 
 }  // namespace pennywort::discovery

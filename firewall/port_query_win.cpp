@@ -20,9 +20,6 @@ constexpr CLSID k_manager_class = {
 constexpr IID k_manager_interface = {
     0xF7898AF5, 0xCAC4, 0x4632, {0xA2, 0xEC, 0xDA, 0x06, 0xE5, 0x11, 0x1A, 0xF2}};
 
-// A program with a longer path is not asked for: hosts rely on this bound.
-constexpr DWORD k_path_units = 256;
-
 // Starts of this thread that its COM counts. Where the host has set COM up in another way, the end
 // must not take one of the host's own away.
 thread_local int t_counted_starts = 0;
@@ -94,6 +91,12 @@ port_answer ask_manager(INetFwMgr& manager, const wchar_t* program, long port, i
     return {port_state::blocked, "Windows Firewall lets nothing in for this program"};
 }
 
+std::optional<std::string> fault_of_path(DWORD length, DWORD error) {
+    if (length == 0) return "GetModuleFileNameW failed (" + std::to_string(error) + ")";
+    if (length >= k_path_units) return "this program's path is longer than 255 characters";
+    return std::nullopt;
+}
+
 port_answer ask(long port, ip_family family) {
     void* made = nullptr;
     const HRESULT result = CoCreateInstance(k_manager_class, nullptr, CLSCTX_INPROC_SERVER,
@@ -104,8 +107,7 @@ port_answer ask(long port, ip_family family) {
     wchar_t program[k_path_units];
     const DWORD length = GetModuleFileNameW(GetModuleHandleA(nullptr), program, k_path_units);
     const DWORD error = GetLastError();
-    if (length == k_path_units) return unknown("this program's path is longer than 255 characters");
-    if (length == 0) return unknown("GetModuleFileNameW failed (" + std::to_string(error) + ")");
+    if (const auto fault = fault_of_path(length, error)) return unknown(*fault);
     return ask_manager(*manager, program, port, family);
 }
 

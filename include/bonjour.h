@@ -190,6 +190,7 @@ private:
     cBonjourService* browse_start(const browse_request& what);
     void browse_changed(Reference reference, const pennywort::discovery::found_service& found);
     void take_change(cBonjourService& browse, const pennywort::discovery::found_service& found);
+    static void tell_full(cBonjourService& browse);
     bool ask_for_turn(cBonjourService& browse);
     void look_up_next(std::uint64_t browse_number);
     long browse_resolve_now(const cBonjourService& browse,

@@ -70,7 +70,7 @@ TEST(Module, StartsWithoutABrowserRuntimeAndStops) {
     }
 }
 
-TEST(Module, ComesAfterTheFoundationAndBeforeWhoNeedsIt) {
+TEST(Module, StartsBeforeWhoNeedsIt) {
     static bool s_was_started;
     s_was_started = false;
     const zBoot dependant(

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "discovery/dnssd_name.h"
+#include "discovery/known_services.h"
 #include "tests/discovery/fake_network.h"
 
 namespace pennywort::tests {
@@ -470,6 +471,36 @@ TEST_F(Observe, WhatIsGoneBeforeItsTurnIsNotLookedUp) {
     run_loop();
     EXPECT_EQ(ears.names(), "+Other");
     EXPECT_EQ(count_of("Resolve"), 1);
+}
+
+TEST_F(Observe, OnceASilentServiceThatComesAndGoesHoldsUpNoOther) {
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObservingOnce(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    serve("Camera");
+    for (int i = 0; i < 100; ++i) {
+        tell("silent");
+        tell("silent", false);
+    }
+    tell("silent");
+    tell("Camera");
+    const collected_traces traces;
+    run_loop();
+    EXPECT_EQ(ears.names(), "+Camera");
+    EXPECT_EQ(count_of("Resolve"), 2);
+}
+
+TEST_F(Observe, OnceTooManyServicesAreTracedOnce) {
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObservingOnce(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    const auto most = static_cast<int>(discovery::k_max_known_services);
+    for (int i = 0; i < most + 2; ++i) tell(std::to_string(i).c_str());
+    const collected_traces traces;
+    while (count_of("ProcessResult") == 0) ASSERT_TRUE(zMessageLoop::RunOnce(0));
+    EXPECT_EQ(traces.text(), "cBonjour: too many services of type _http._tcp.\n");
 }
 
 TEST_F(Observe, WhatWaitsForItsTurnGoesWithItsObserver) {

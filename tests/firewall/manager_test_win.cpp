@@ -118,6 +118,13 @@ TEST(Manager, EveryOtherResultTellsNothing) {
     }
 }
 
+TEST(Manager, IsNotAskedAboutAPathThatIsCutOrNone) {
+    EXPECT_EQ(firewall::fault_of_path(255, 0), std::nullopt);
+    EXPECT_EQ(firewall::fault_of_path(256, 122),
+              "this program's path is longer than 255 characters");
+    EXPECT_EQ(firewall::fault_of_path(0, 5), "GetModuleFileNameW failed (5)");
+}
+
 TEST(Manager, AnAnswerThatWasNotGivenIsNoNo) {
     fake_manager manager;
     manager.sets_answer = false;

@@ -1,6 +1,9 @@
 // host/ws/ws_session.cpp - see the header for the contract.
 #include "host/ws/ws_session.h"
 
+#include <cerrno>
+#include <system_error>
+
 namespace pennywort::host {
 
 bool ws_session::open() {
@@ -24,11 +27,17 @@ void ws_session::opened() {
     m_changed.notify_all();
 }
 
-// A reader that has closed our output wants no more of it.
+// A reader that has closed our output wants no more of it; any other end of it is a failure.
 void ws_session::received(const char* text) {
+    errno = 0;
     const bool is_written = std::fputs(text, m_output) >= 0 && std::fputc('\n', m_output) != EOF &&
                             std::fflush(m_output) == 0;
-    if (!is_written) ended(state::closed, "the reader of the output has closed it");
+    if (is_written) return;
+    const std::error_code why(errno, std::generic_category());
+    if (why == std::errc::broken_pipe) {
+        return ended(state::closed, "the reader of the output has closed it");
+    }
+    ended(state::failed, "cannot write standard output: " + why.message());
 }
 
 void ws_session::ended(state how, const std::string& words) {

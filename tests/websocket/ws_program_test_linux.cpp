@@ -59,6 +59,26 @@ TEST(WsProgram, SaysWhyThereIsNoConnection) {
     }
 }
 
+TEST(WsProgram, AnOutputThatTakesNothingIsAFailureAndAReaderThatLeavesIsNone) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        while (connection.send(frames::text("hello"))) {
+        }
+    });
+    const program_folder folder;
+    for (const char* transport : {"", "--system"}) {
+        const std::string command = "mkfifo input; pennywort ws " + peer.url() + " " + transport;
+        const program_run full = folder.run(command + " <>input >/dev/full");
+        EXPECT_EQ(full.status, 1) << transport;
+        EXPECT_NE(full.errors.find("cannot write standard output"), std::string::npos)
+            << full.errors;
+        const program_run left = folder.run(command + " <>input | true");
+        EXPECT_EQ(left.status, 0) << left.errors;
+        EXPECT_NE(left.errors.find("the reader of the output has closed it"), std::string::npos)
+            << left.errors;
+    }
+}
+
 TEST(WsProgram, RefusesWrongArguments) {
     const program_folder folder;
     for (const char* arguments :

@@ -152,10 +152,10 @@ std::unique_ptr<curl_line> borrow(const std::string& destination) {
     return line;
 }
 
-void give_back(std::unique_ptr<curl_line> line) {
-    const clock::rep now = clock::now().time_since_epoch().count();
-    if (!has_put(line, now)) put_for_oldest(std::move(line), now);
-    close_old(now);
+void give_back(std::unique_ptr<curl_line> line, clock::time_point now) {
+    const clock::rep count = now.time_since_epoch().count();
+    if (!has_put(line, count)) put_for_oldest(std::move(line), count);
+    close_old(count);
 }
 
 }  // namespace curl_lines

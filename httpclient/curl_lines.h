@@ -4,6 +4,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -75,8 +76,9 @@ namespace curl_lines {
 
 // Null when libcurl has no memory. Any thread.
 std::unique_ptr<curl_line> borrow(const std::string& destination);
-// The line's transfer is out of its multi handle. Any thread.
-void give_back(std::unique_ptr<curl_line> line);
+// The line's transfer is out of its multi handle. `now` is a test's. Any thread.
+void give_back(std::unique_ptr<curl_line> line,
+               std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
 
 }  // namespace curl_lines
 

@@ -90,7 +90,7 @@ bool curl_transfer::start(const curl_order& order) {
 }
 
 void curl_transfer::forget() {
-    m_is_connected = m_has_head = m_is_done = false;
+    m_is_connected = m_has_head = m_is_done = m_is_out_of_memory = false;
     m_result = CURLE_OK;
     m_raw_head.clear();
     m_is_interim = false;
@@ -285,7 +285,7 @@ bool curl_transfer::reach(curl_stage stage) {
     std::optional<run::deadline> end;
     while (!is_at(stage)) {
         if (m_is_cancelled) return fail(k_fault_cancelled);
-        if (m_is_done || m_line == nullptr) return fail(fault_of(m_result));
+        if (m_is_done || m_line == nullptr) return fail(end_fault());
         m_has_moved = false;
         if (!run_once()) return false;
         if (is_at(stage) || m_is_done) continue;
@@ -295,7 +295,12 @@ bool curl_transfer::reach(curl_stage stage) {
     // An end that was no good one is no end.
     const bool is_broken = m_is_done && m_result != CURLE_OK && piece().empty();
     const bool is_reading = stage == curl_stage::piece || stage == curl_stage::end;
-    return !is_reading || !is_broken || fail(fault_of(m_result));
+    return !is_reading || !is_broken || fail(end_fault());
+}
+
+// libcurl knows only that a callback took nothing.
+curl_fault curl_transfer::end_fault() const {
+    return m_is_out_of_memory ? k_fault_no_memory : fault_of(m_result);
 }
 
 run::deadline curl_transfer::patience() const {
@@ -380,12 +385,13 @@ std::unique_ptr<curl_line> curl_transfer::set_line(std::unique_ptr<curl_line> li
 }
 
 void curl_transfer::end() {
+    // First: nothing may reach what the caller has offered, from here on.
+    offer(nullptr, 0);
     release();
     // Of a large body; a session that waits for its next request need not keep it.
     if (m_buffer.capacity() > k_body_with_headers) std::string().swap(m_buffer);
     m_buffer.clear();
     m_taken = 0;
-    offer(nullptr, 0);
     m_has_head = false;
 }
 
@@ -491,15 +497,21 @@ std::size_t curl_transfer::give_body(char* into, std::size_t room) {
 }
 
 std::size_t curl_transfer::on_header(char* bytes, std::size_t size, std::size_t count, void* self) {
-    return run::guarded_or<std::size_t>(0, k_class, "a header", [&] {
-        return static_cast<curl_transfer*>(self)->take_head_line({bytes, size * count});
+    auto& transfer = *static_cast<curl_transfer*>(self);
+    std::size_t taken = 0;
+    transfer.m_is_out_of_memory |= !run::guarded(k_class, "a header", [&] {
+        taken = transfer.take_head_line({bytes, size * count});
     });
+    return taken;
 }
 
 std::size_t curl_transfer::on_body(char* bytes, std::size_t size, std::size_t count, void* self) {
-    return run::guarded_or<std::size_t>(0, k_class, "a piece of a body", [&] {
-        return static_cast<curl_transfer*>(self)->take_body({bytes, size * count});
+    auto& transfer = *static_cast<curl_transfer*>(self);
+    std::size_t taken = 0;
+    transfer.m_is_out_of_memory |= !run::guarded(k_class, "a piece of a body", [&] {
+        taken = transfer.take_body({bytes, size * count});
     });
+    return taken;
 }
 
 std::size_t curl_transfer::on_read(char* into, std::size_t size, std::size_t count, void* self) {

@@ -137,6 +137,7 @@ private:
     void release();
     std::unique_ptr<curl_line> set_line(std::unique_ptr<curl_line> line);
     bool fail(curl_fault fault);
+    curl_fault end_fault() const;
     run::deadline patience() const;
 
     std::size_t take_head_line(std::string_view line);
@@ -159,6 +160,7 @@ private:
     bool m_is_connected = false;
     bool m_has_head = false;  // of the final response
     bool m_is_done = false;
+    bool m_is_out_of_memory = false;  // a callback was
     CURLcode m_result = CURLE_OK;
     bool m_has_moved = false;  // something has, in the last round
 

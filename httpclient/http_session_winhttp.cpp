@@ -224,7 +224,12 @@ long cHttpSession_winhttp::header_block(const zRecord* headers, std::string& blo
         const char* const value = headers->AsCString(name, nullptr, &scratch);
         if (value == nullptr) continue;
         // It would begin a header of its own.
-        if (std::strpbrk(value, "\r\n") != nullptr) return k_send_failed;
+        if (std::strpbrk(name, "\r\n") != nullptr || std::strpbrk(value, "\r\n") != nullptr) {
+            zTraceManager::Default()->TraceNote(
+                "cHttpSession_winhttp: header %lu holds a line end and is not sent\n",
+                static_cast<unsigned long>(i));
+            return k_send_failed;
+        }
         block.append(name).append(": ").append(value).append("\r\n");
     }
     add_credentials(headers, block);
@@ -273,7 +278,16 @@ void cHttpSession_winhttp::Request_Status(float* started, float* fraction) {
 }
 
 bool cHttpSession_winhttp::Request_IsComplete() {
-    return run::guarded_or(true, "cHttpSession_winhttp", "a response", [this] { return step(); });
+    bool is_over = true;
+    const bool is_done =
+        run::guarded("cHttpSession_winhttp", "a response", [&] { is_over = step(); });
+    return is_done ? is_over : give_up();
+}
+
+// For want of memory of our own. Without a length nothing else tells that the body is not whole.
+bool cHttpSession_winhttp::give_up() {
+    if (m_content_length == 0) m_last_result = k_failed;
+    return true;
 }
 
 bool cHttpSession_winhttp::step() {
@@ -298,6 +312,8 @@ bool cHttpSession_winhttp::step() {
 bool cHttpSession_winhttp::end_reading() {
     if (m_is_stopped) {
         m_last_result = k_stopped;
+    } else if (m_transport->last_error() == k_error_no_memory) {
+        return give_up();
     } else if (settings().tellBrokenBody) {
         if (m_transport->last_error() == k_error_timed_out) {
             m_last_result = k_timed_out;
@@ -339,14 +355,14 @@ bool cHttpSession_winhttp::take(std::uint32_t available) {
     const std::int64_t needed = bytes_needed(available);
     // The callback may begin another request, which has a piece of its own.
     auto chunk = m_chunk_callback ? piece_of(m_sink == nullptr ? available : 0) : nullptr;
-    const bool is_read = m_sink != nullptr ? read_into_sink(needed, available)
-                                           : m_transport->read(chunk->Data(), available);
-    if (!is_read) {
-        end_reading();
-        return false;
-    }
+    const bool is_read =
+        m_sink != nullptr ? read_into_sink(needed, available) : read(chunk->Data(), available);
+    if (!is_read) return false;
     m_bytes_received += available;
-    const bool goes_on = !m_chunk_callback || m_chunk_callback(*chunk);
+    // What it throws ends the reading as its own false does.
+    const bool goes_on =
+        !m_chunk_callback || run::guarded_or(false, "cHttpSession_winhttp", "a chunk callback",
+                                             [&] { return m_chunk_callback(*chunk); });
     m_piece = std::move(chunk);
     return goes_on;
 }
@@ -358,16 +374,23 @@ std::int64_t cHttpSession_winhttp::bytes_needed(std::uint32_t available) {
     return know_content_length() == k_ok ? std::max(needed, m_content_length) : needed;
 }
 
+bool cHttpSession_winhttp::read(char* into, std::uint32_t available) {
+    return m_transport->read(into, available) || !end_reading();
+}
+
+// A sink counts its bytes in 32 bits.
+bool cHttpSession_winhttp::has_grown(std::int64_t needed) {
+    if (needed <= m_sink->Length()) return true;
+    return needed <= std::numeric_limits<std::uint32_t>::max() &&
+           m_sink->ResizeTo(static_cast<std::uint32_t>(needed), m_sink->Length()) == k_ok;
+}
+
 bool cHttpSession_winhttp::read_into_sink(std::int64_t needed, std::uint32_t available) {
-    if (needed > std::numeric_limits<std::uint32_t>::max()) return false;
-    if (needed > m_sink->Length() &&
-        m_sink->ResizeTo(static_cast<std::uint32_t>(needed), m_sink->Length()) != k_ok) {
-        zTraceManager::Default()->TraceNote(
-            "cHttpSession_winhttp: no memory for a response of %lld bytes\n",
-            static_cast<long long>(needed));
-        return false;
-    }
-    return m_transport->read(m_sink->Data() + m_bytes_received, available);
+    if (has_grown(needed)) return read(m_sink->Data() + m_bytes_received, available);
+    zTraceManager::Default()->TraceNote(
+        "cHttpSession_winhttp: no memory for a response of %lld bytes\n",
+        static_cast<long long>(needed));
+    return !give_up();
 }
 
 void cHttpSession_winhttp::Request_BlockForResponse() {
@@ -388,7 +411,8 @@ long cHttpSession_winhttp::Response_StatusCode(std::uint32_t* code) {
     if (m_last_result != k_ok) return m_last_result;
     if (m_content_length != 0 && m_content_length != m_bytes_received) return k_incomplete;
     std::string text;
-    if (!query(header_query::status_code, text)) return k_failed;
+    // A stop may take the whole response with it.
+    if (!query(header_query::status_code, text)) return m_is_stopped ? k_stopped : k_failed;
     const std::int32_t status = zString(text).AsInt32();
     if (code != nullptr) *code = static_cast<std::uint32_t>(status);
     if (status >= 200 && status <= 299) return k_ok;

@@ -72,12 +72,15 @@ private:
 
     bool step();
     bool end_reading();
+    bool give_up();
     bool is_whole() const { return m_content_length != 0 && m_content_length == m_bytes_received; }
     bool is_too_large(std::uint32_t available);
     void offer_room();
     bool take(std::uint32_t available);
     std::unique_ptr<zBuffer> piece_of(std::uint32_t size);
     std::int64_t bytes_needed(std::uint32_t available);
+    bool read(char* into, std::uint32_t available);
+    bool has_grown(std::int64_t needed);
     bool read_into_sink(std::int64_t needed, std::uint32_t available);
     long know_content_length();
     bool query(header_query what, std::string& out) const;

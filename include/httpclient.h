@@ -75,6 +75,7 @@ public:
     // them.
     enum request_error : std::int32_t {
         k_error_none = 0,
+        k_error_no_memory = 8,
         k_error_timed_out = 12002,
         k_error_bad_url = 12005,  // a header that cannot be sent too
         k_error_unknown_name = 12007,

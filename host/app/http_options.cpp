@@ -46,6 +46,8 @@ const char* words_for_error(int error) {
     switch (error) {
         case cHttpSession::k_error_none:
             return "a header cannot be sent";
+        case cHttpSession::k_error_no_memory:
+            return "out of memory";
         case cHttpSession::k_error_timed_out:
             return "no connection in time";
         case cHttpSession::k_error_bad_url:
@@ -127,7 +129,9 @@ std::string words_for_request(long result, int error, bool has_head) {
             return "the URL has no host or no port that can be asked";
         case cHttpSession::k_receive_failed:
         case cHttpSession::k_write_failed:
-            return has_head ? "the response broke off before its end" : words_for_error(error);
+            return has_head && error != cHttpSession::k_error_no_memory
+                       ? "the response broke off before its end"
+                       : words_for_error(error);
         case cHttpSession::k_send_failed:
             return words_for_error(error);
         case cHttpSession::k_incomplete:

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -212,6 +213,18 @@ TEST_F(LoggerTest, APathThatCannotBeWrittenHarmsNothing) {
     }
     auto* const logger = new cLogger(nullptr, 100);
     EXPECT_STREQ(logger->FilePath(), "");
+    EXPECT_EQ(logger->Release(), 0);
+}
+
+// Hosts that copy it rely on its size.
+TEST_F(LoggerTest, HasItsFieldsInTheirOrder) {
+    auto* const logger = new cLogger(m_path.c_str(), 77);
+    std::int32_t numbers[2] = {};
+    constexpr std::size_t k_at = sizeof(void*) + sizeof(zString);
+    static_assert(sizeof(cLogger) == k_at + sizeof numbers);
+    std::memcpy(numbers, reinterpret_cast<const char*>(logger) + k_at, sizeof numbers);
+    EXPECT_EQ(numbers[0], 1);
+    EXPECT_EQ(numbers[1], 77);
     EXPECT_EQ(logger->Release(), 0);
 }
 

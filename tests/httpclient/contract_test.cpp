@@ -10,6 +10,7 @@
 #include "httpclient.h"
 #include "logger.h"
 #include "tests/support/slot_of.h"
+#include "tests/xmlrpc/fake_session.h"
 
 namespace {
 
@@ -93,6 +94,40 @@ TEST(Session, HoldsOneReferenceOfItsLogger) {
     session.reset();
     logger->RemoveFile();
     EXPECT_EQ(logger->Release(), 0);
+}
+
+// Each copy holds a reference of its own, and gives it back.
+TEST(Session, ACopyHoldsTheLoggerToo) {
+    const std::string path = testing::TempDir() + "copied-logger.txt";
+    auto* const logger = new cLogger(path.c_str(), 100);
+    const auto references = [&] {
+        logger->AddRef();
+        return logger->Release();
+    };
+    {
+        pennywort::tests::fake_session first;
+        first.SetLogger(logger);
+        EXPECT_EQ(references(), 2);
+        pennywort::tests::fake_session copy(first);
+        EXPECT_EQ(references(), 3);
+        pennywort::tests::fake_session assigned;
+        assigned = first;
+        EXPECT_EQ(references(), 4);
+        assigned = copy;
+        EXPECT_EQ(references(), 4);
+        auto& same = assigned;
+        assigned = same;
+        EXPECT_EQ(references(), 4);
+        assigned = pennywort::tests::fake_session();
+        EXPECT_EQ(references(), 3);
+    }
+    EXPECT_EQ(references(), 1);
+    logger->RemoveFile();
+    EXPECT_EQ(logger->Release(), 0);
+}
+
+TEST(Session, OfAnotherMakerHasNoErrorOfItsOwn) {
+    EXPECT_EQ(pennywort::tests::fake_session().Request_Error(), cHttpSession::k_error_none);
 }
 
 TEST(Session, KeepsItsConfiguration) {

@@ -117,7 +117,11 @@ public:
         step("close_all", "close_all");
         m_has_session = m_has_request = false;
     }
-    void cancel() override { step("cancel", "cancel"); }
+    // As WinHTTP does.
+    void cancel() override {
+        step("cancel", "cancel");
+        m_has_request = false;
+    }
     std::int32_t last_error() const override { return 12345; }
 
 private:

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <iterator>
 #include <memory>
@@ -56,6 +57,18 @@ TEST(Lines, AreBoundedAndTheOldestGoes) {
         EXPECT_TRUE(is_kept("many-" + std::to_string(i - 1))) << i - 1;
     }
     EXPECT_FALSE(is_kept("many-0"));
+}
+
+// The last of these tests by its time: the next look at old ones is a minute away from here.
+TEST(Lines, AreClosedWhenTheyHaveBeenIdleForAMinute) {
+    const auto now = std::chrono::steady_clock::now();
+    const auto after = [&](int seconds) { return now + std::chrono::seconds(seconds); };
+    curl_lines::give_back(new_line("old-first"), now);
+    curl_lines::give_back(new_line("old-second"), after(10));
+    curl_lines::give_back(new_line("old-third"), after(61));
+    EXPECT_FALSE(is_kept("old-first"));
+    EXPECT_TRUE(is_kept("old-second"));
+    EXPECT_TRUE(is_kept("old-third"));
 }
 
 TEST(Lines, BelongToOneThreadAtATime) {

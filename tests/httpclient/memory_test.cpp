@@ -16,11 +16,13 @@ class MemoryTest : public SessionTest {
 protected:
     // One request in each way that its memory may fail: whole, or refused with a code, or ended
     // early; the session serves the next one in any case.
-    void expect_survival(std::uint32_t verb, const std::string& sent) {
-        const scripted_peer peer([&sent](peer_connection& connection) {
+    void expect_survival(std::uint32_t verb, const std::string& sent,
+                         const std::string& answer = answer_with(k_text, "X-Long-Header-Name: " +
+                                                                             k_text + "\r\n")) {
+        const scripted_peer peer([&](peer_connection& connection) {
             while (!connection.receive_head().empty()) {
                 connection.receive(sent.size());
-                connection.send(answer_with(k_text, "X-Long-Header-Name: " + k_text + "\r\n"));
+                connection.send(answer);
             }
         });
         const std::string url = peer.url("/" + k_text.substr(0, 6));
@@ -59,6 +61,13 @@ protected:
 };
 
 TEST_F(MemoryTest, RunsOutAtAnyPlaceOfAGet) { expect_survival(cHttpSession::k_get, ""); }
+
+// No length tells that something is missing.
+TEST_F(MemoryTest, RunsOutAtAnyPlaceOfABodyInChunks) {
+    expect_survival(cHttpSession::k_get, "",
+                    "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n" +
+                        k_text.substr(0, 5) + "\r\n30\r\n" + k_text.substr(5) + "\r\n0\r\n\r\n");
+}
 
 TEST_F(MemoryTest, RunsOutAtAnyPlaceOfAPost) { expect_survival(cHttpSession::k_post, k_text); }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <limits>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -202,6 +203,7 @@ TEST_F(StepsTest, TimeOutsAreCutToWholeMilliseconds) {
                                         {0.0, 0},
                                         {1.9999, 1999},
                                         {-0.0005, 0},
+                                        {std::numeric_limits<double>::quiet_NaN(), 0},
                                         {-1.0, -1000},
                                         {1e9, 2147483647},
                                         {-1e9, -2147483647}}) {
@@ -404,6 +406,18 @@ TEST_F(StepsTest, AHeaderHoldsNoOther) {
     }
 }
 
+TEST_F(StepsTest, AHeadersNameHoldsNoLineEnd) {
+    const tests::collected_traces traces;
+    // All of them are valid: white space around a name does not count.
+    for (const char* name : {"X\r\n", "\r\nX", "X\n", "\rX"}) {
+        zRecord headers;
+        headers.SetCString(name, "v", 0);
+        EXPECT_EQ(begin("http://host/", {}, &headers), -21313);
+        EXPECT_EQ(m_service->count("send_headers"), 0);
+    }
+    EXPECT_NE(traces.text().find("header 0 holds a line end"), std::string::npos);
+}
+
 TEST_F(StepsTest, ACallbackThatThrowsStopsTheReading) {
     const tests::collected_traces traces;
     m_service->pieces = {"hello", "world"};
@@ -430,6 +444,11 @@ TEST_F(StepsTest, AStopReachesTheServiceWhereThatIsSet) {
     m_service->at_connect = nullptr;
     // The stop was for what went on then.
     EXPECT_EQ(begin("http://host/"), 0);
+    // One that comes late takes the response along, where the service ends it that way.
+    m_service->answers[header_query::status_code] = "200";
+    EXPECT_EQ(status(), 0);
+    m_session.Request_Stop();
+    EXPECT_EQ(status(), cHttpSession::k_stopped);
 }
 
 }  // namespace

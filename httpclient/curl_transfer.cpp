@@ -375,7 +375,18 @@ void curl_transfer::keep_cookies() {
 void curl_transfer::release() {
     if (m_line == nullptr) return;
     ::curl_multi_remove_handle(m_line->multi.get(), m_line->easy.get());
+    forget_retries();
     curl_lines::give_back(set_line(nullptr));
+}
+
+// A handle of libcurl's counts how often a kept connection turned out to be closed, over all its
+// requests, and refuses the sixth. Each time there is a new connection then.
+void curl_transfer::forget_retries() {
+    long connections = 0;
+    ::curl_easy_getinfo(m_line->easy.get(), CURLINFO_NUM_CONNECTS, &connections);
+    if (connections == 0) return;
+    ::curl_easy_reset(m_line->easy.get());
+    m_line->told = {};
 }
 
 std::unique_ptr<curl_line> curl_transfer::set_line(std::unique_ptr<curl_line> line) {

@@ -135,6 +135,7 @@ private:
     void resume();
     void keep_cookies();
     void release();
+    void forget_retries();
     std::unique_ptr<curl_line> set_line(std::unique_ptr<curl_line> line);
     bool fail(curl_fault fault);
     curl_fault end_fault() const;

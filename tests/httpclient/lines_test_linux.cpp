@@ -93,6 +93,20 @@ TEST(Lines, BelongToOneThreadAtATime) {
 
 using LinesInUse = SessionTest;
 
+// Each request but the first finds the connection that was kept closed, when it has been sent.
+TEST_F(LinesInUse, AConnectionIsMadeAnewHoweverOftenTheKeptOneWasClosed) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send(answer_with("x"));
+        connection.receive_head();
+    });
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(get(peer.url()), 0) << i;
+        ASSERT_EQ(body(), "x");
+    }
+    EXPECT_EQ(peer.connections(), 20);
+}
+
 // Each of them looks the name up, for which libcurl starts a thread.
 TEST_F(LinesInUse, AThousandSessionsThatConnectLeaveNoThread) {
     const auto threads = [] {

@@ -71,6 +71,12 @@ const char* words_for_error(int error) {
 
 }  // namespace
 
+bool is_no_connection(int error) {
+    return error == cHttpSession::k_error_unknown_name ||
+           error == cHttpSession::k_error_no_connection || error == cHttpSession::k_error_no_tls ||
+           error == cHttpSession::k_error_not_trusted;
+}
+
 void http_arguments::add_url(CLI::App& parser, http_options& options, const char* url_is) {
     parser.add_option("url", options.url, url_is)->required();
 }
@@ -129,9 +135,12 @@ std::string words_for_request(long result, int error, bool has_head) {
             return "the URL has no host or no port that can be asked";
         case cHttpSession::k_receive_failed:
         case cHttpSession::k_write_failed:
-            return has_head && error != cHttpSession::k_error_no_memory
-                       ? "the response broke off before its end"
-                       : words_for_error(error);
+            if (has_head && error != cHttpSession::k_error_no_memory) {
+                return "the response broke off before its end";
+            }
+            // The server that was asked has answered; this is about the one that it named.
+            return std::string(is_no_connection(error) ? "after a redirect: " : "") +
+                   words_for_error(error);
         case cHttpSession::k_send_failed:
             return words_for_error(error);
         case cHttpSession::k_incomplete:

@@ -54,6 +54,9 @@ private:
     cLogger* m_logger = nullptr;
 };
 
+// Whether an error of a session says that a server could not be reached at all.
+bool is_no_connection(int error);
+
 // Words for a result of a session that is none of a response's status; empty for one that is no
 // failure of the connection. `error` is what cHttpSession::Request_Error() returns, and `has_head`
 // whether a response had begun.

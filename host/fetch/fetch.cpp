@@ -43,8 +43,9 @@ int exit_status_of(long result, std::int32_t error) {
         case cHttpSession::k_connect_failed:
             return error == cHttpSession::k_error_timed_out ? k_exit_too_late
                                                             : k_exit_no_connection;
-        case cHttpSession::k_write_failed:
         case cHttpSession::k_receive_failed:
+            return is_no_connection(error) ? k_exit_no_connection : k_exit_broken;
+        case cHttpSession::k_write_failed:
         case cHttpSession::k_incomplete:
             return k_exit_broken;
         default:

@@ -149,6 +149,14 @@ TEST_F(Fetch, TellsThatNoTlsIsSpokenThere) {
         << all.errors;
 }
 
+TEST_F(Fetch, TellsThatARedirectLeadsNowhere) {
+    if (runs_under_wine()) GTEST_SKIP() << "Wine follows redirects by other rules";
+    const said all = answered("HTTP/1.1 302 Found\r\nLocation: http://" + std::string(64, 'x') +
+                              ".example/\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ(all.status, 3);
+    EXPECT_EQ(all.errors, "after a redirect: the name of the host is not known\n");
+}
+
 TEST_F(Fetch, TellsWhatIsNoResponse) {
     said all = answered("hello\r\n\r\n");
     EXPECT_EQ(all.status, 5);

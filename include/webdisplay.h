@@ -139,11 +139,12 @@ struct cWebDisplayPageStatus {
 //                              that comes to nothing holds up the queue (default: the failed page
 //                              is told as failed and then as loaded; nothing is told of an ignored
 //                              URL, and the queue waits for the next LoadUrl)
-//   "web_keep_last_picture"    when a page fails to load, its process ends, or the display is
-//                              opened again after its end, the renderer gets no frame until the
-//                              next page has something to show (default: it gets what the browser
-//                              shows then, a page of the browser's own). Where a page fails and
-//                              there was no picture yet it gets one of the background
+//   "web_keep_last_picture"    when a page follows another, fails to load, its process ends, or
+//                              the display is opened again after its end, the renderer gets no
+//                              frame until the next page has something to show (default: it gets
+//                              what the browser shows then, an empty page or one of the browser's
+//                              own). Where a page fails and there was no picture yet it gets one of
+//                              the background
 //   "web_max_waiting_calls"    calls of hostApp.execute that may wait for the host; further ones
 //                              are dropped and counted, also beyond 16 MiB (default, 0: no bound,
 //                              and a page that calls in a loop fills the host's memory)

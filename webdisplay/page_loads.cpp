@@ -5,6 +5,13 @@
 
 namespace pennywort::webdisplay {
 
+namespace {
+
+// Many more than of the page before can be on their way.
+constexpr int k_certain_frames = 10;
+
+}  // namespace
+
 void page_loads::start_over() {
     m_is_empty = m_phase == load_phase::closed;
     m_phase = m_phase_before = load_phase::none;
@@ -36,7 +43,9 @@ unsigned page_loads::ask_at_start(std::string url) {
     return ticket;
 }
 
+// The runtime may paint the empty document before the page, above all on a busy machine.
 void page_loads::begin(std::string url) {
+    if (!m_url.empty()) hold_picture();
     m_url = std::move(url);
     m_asked_url.clear();
     m_failed_url.clear();
@@ -95,14 +104,24 @@ bool page_loads::has_page_to_show() const {
 }
 
 bool page_loads::admits(bool has_painted) {
-    if (m_holds_picture && has_painted && has_page_to_show()) m_holds_picture = false;
-    return !m_holds_picture;
+    if (!m_holds_picture) return true;
+    const bool is_admitted = has_painted && has_page_to_show();
+    m_has_held_back = !is_admitted;
+    if (is_admitted && ++m_painted_frames >= k_certain_frames) m_holds_picture = false;
+    return is_admitted;
 }
 
-bool page_loads::release_picture() { return has_page_to_show() && m_holds_picture.exchange(false); }
+bool page_loads::release_picture() {
+    if (!has_page_to_show()) return false;
+    m_holds_picture = false;
+    return std::exchange(m_has_held_back, false);
+}
 
 void page_loads::hold_picture() {
-    if (m_policy.keep_last_picture) m_holds_picture = true;
+    if (!m_policy.keep_last_picture) return;
+    m_holds_picture = true;
+    m_has_held_back = false;
+    m_painted_frames = 0;
 }
 
 }  // namespace pennywort::webdisplay

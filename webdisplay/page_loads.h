@@ -46,7 +46,8 @@ public:
     unsigned ask_at_start(std::string url);
     // The browser says that it is loading something.
     void stir() { m_stirred = true; }
-    // The main frame begins to show the page at `url`.
+    // The main frame begins to show the page at `url`. What was shown before it stays until there
+    // is something of it to see.
     void begin(std::string url);
     // The main frame has ended at `url`. Whether that is told as a page that has loaded: what the
     // browser shows in the place of a page that failed ends too, and only the policy tells the two
@@ -72,10 +73,11 @@ public:
 
     // Whether a frame must be looked at by `admits` before it goes to the host. Any thread.
     bool holds_picture() const { return m_holds_picture.load(std::memory_order_relaxed); }
-    // Whether a frame may go to the host. `has_painted`: there is more on it than the background,
-    // which is all that there is of a page at first.
+    // Whether a frame may go to the host. `has_painted`: it is whole, and there is more on it than
+    // the background, which is all that there is of a page at first. Frames of the page before may
+    // still come when another has begun, so it takes some until the next one is taken to be seen.
     bool admits(bool has_painted);
-    // The page says that it has painted. False where no frame was held back for it.
+    // The page says that it has painted. Whether there is a frame of it that was held back.
     bool release_picture();
 
     // Any thread.
@@ -97,6 +99,8 @@ private:
     const load_policy m_policy;
     std::atomic<load_phase> m_phase{load_phase::none};
     std::atomic<bool> m_holds_picture{false};
+    bool m_has_held_back = false;
+    int m_painted_frames = 0;                      // since the picture was held last
     load_phase m_phase_before = load_phase::none;  // of what is shown while another is asked for
     unsigned m_ticket = 0;
     bool m_stirred = false;

@@ -2,7 +2,6 @@
 #include "webdisplay/webdisplay_browser_client.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "core/limits.h"
@@ -12,6 +11,7 @@
 #include "webdisplay/cef/text.h"
 #include "webdisplay/client_owner_use.h"
 #include "webdisplay/display_state.h"
+#include "webdisplay/frame_looks.h"
 #include "webdisplay/host_environment.h"
 #include "webdisplay/live_browsers.h"
 #include "webdisplay/message_pump.h"
@@ -23,8 +23,6 @@ namespace pennywort::webdisplay {
 namespace {
 
 constexpr int k_load_aborted = -3;
-constexpr std::uint32_t k_transparent = 0x00000000;
-constexpr std::uint32_t k_opaque_black = 0xFF000000;
 constexpr std::string_view k_type_error = "Uncaught TypeError";
 
 // One for the process: keystrokes go to one place at a time.
@@ -53,18 +51,7 @@ void close_soon(cef_browser_t* browser) {
 
 // The display as it is before a page.
 std::uint32_t background_of(bool is_transparent) {
-    return is_transparent ? k_transparent : k_opaque_black;
-}
-
-// Whether nothing but the background was painted: the first pixel is of that colour, and the
-// picture, one pixel on, is the picture.
-bool is_blank(const void* pixels, int width, int height, std::uint32_t background) {
-    constexpr std::size_t k_pixel = 4;
-    const auto* bytes = static_cast<const unsigned char*>(pixels);
-    const std::size_t size =
-        k_pixel * static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    if (std::memcmp(bytes, &background, k_pixel) != 0) return false;
-    return std::memcmp(bytes, bytes + k_pixel, size - k_pixel) == 0;
+    return is_transparent ? k_clear_pixel : k_opaque_black_pixel;
 }
 
 zString text_of(const std::string& text) {
@@ -155,7 +142,8 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
 
 bool webdisplay_browser_client::holds_frame_back(cWebDisplayCEFBrowser& owner, const void* buffer,
                                                  int width, int height) {
-    const bool has_painted = !is_blank(buffer, width, height, background_of(owner.m_transparent));
+    const bool has_painted = shows_page(static_cast<const std::uint32_t*>(buffer), width, height,
+                                        background_of(owner.m_transparent));
     const std::lock_guard<std::mutex> guard(owner.m_state->loads_lock);
     return !owner.m_state->loads.admits(has_painted);
 }

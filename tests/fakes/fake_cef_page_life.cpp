@@ -177,9 +177,9 @@ void page::paint_element(cef_paint_element_type_t type, int width, int height) {
     if (!render || !render->on_paint) return;
     const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     const pixels frame = new_pixels(count);
-    const auto number = static_cast<std::uint32_t>(record().paints);
-    frame.get()[0] = number;
-    frame.get()[count - 1] = number;
+    // Opaque, as what the real one paints.
+    const auto number = 0xFF000000u | static_cast<std::uint32_t>(record().paints);
+    std::fill_n(frame.get(), count, number);
     const cef_rect_t dirty{0, 0, width, height};
     const callback_scope scope(*this);
     const bool was_painting = std::exchange(m_painting, true);

@@ -68,6 +68,21 @@ TEST_F(LastPicture, StaysWhenThePageIsLostAndTheNextOneFollowsWithoutAnotherFram
     EXPECT_EQ(m_seen, std::vector<pixel>{k_red}) << PrintToString(m_seen);
 }
 
+// On a busy machine each page is empty at first; this one is so for longer than the runtime waits.
+TEST_F(LastPicture, StaysUntilAPageThatIsEmptyAtFirstHasPainted) {
+    shown_page page({.url = text_page("#00f"), .keep_last_picture = true});
+    ASSERT_TRUE(page.wait_for_colour(k_blue));
+    watch(page);
+    page->LoadUrl(m_peer
+                      .html("<body style='margin:0;background:#000'><script>"
+                            "setTimeout(() => document.body.style.background = '#f00', 600)"
+                            "</script>")
+                      .c_str());
+    EXPECT_TRUE(page.wait_for_colour(k_red));
+    m_seen.erase(std::remove(m_seen.begin(), m_seen.end(), k_blue), m_seen.end());
+    EXPECT_EQ(m_seen, std::vector<pixel>{k_red}) << PrintToString(m_seen);
+}
+
 // It cannot be told from one that has not painted yet until it says so itself.
 TEST_F(LastPicture, GivesWayToAPageThatIsAllBackground) {
     shown_page page({.url = text_page("#00f"), .keep_last_picture = true});

@@ -199,12 +199,12 @@ function tell(state) {
 let again = '';
 
 function showPhase(state) {
-  const silent = state.silent && state.phase === 'on_air';
+  const silent = state.silent && ['on_air', 'loading'].includes(state.phase);
   $('phase').textContent = silent ? 'No answer' : phases[state.phase];
   $('phase').className = 'badge ' + (silent ? 'silent' : state.phase);
   $('page-url').textContent = state.url;
   $('since').textContent = 'for ' + time(state.since_ms);
-  again = silent ? state.url : state.wanted || state.url;
+  again = state.wanted || state.url;
   $('again').hidden = !again || !(silent || ['failed', 'lost', 'closed'].includes(state.phase));
   tell(state);
 }

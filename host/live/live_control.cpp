@@ -106,24 +106,37 @@ std::int64_t live_control::milliseconds_since(run::monotonic_clock::time then) c
     return std::chrono::duration_cast<std::chrono::milliseconds>(m_clock.now() - then).count();
 }
 
+// A page that was asked for is on its way, also before the display has come to it: who reads the
+// state after the command would take the page before for the one that he wants.
+live_status live_control::status_now() const {
+    live_status status = m_status;
+    if (status.loads >= m_loads) return status;
+    status.phase = status.url.empty() ? live_phase::starting : live_phase::loading;
+    status.wanted = m_asked_url;
+    status.error.clear();
+    status.since = m_asked;
+    return status;
+}
+
 live_answer live_control::state() const {
     const auto counts = m_pictures.counts();
     const std::lock_guard hold(m_lock);
-    return with(200, {{"url", m_status.url},
-                      {"loading", m_status.loading},
-                      {"visible", m_status.visible},
-                      {"width", m_status.width},
-                      {"height", m_status.height},
+    const live_status status = status_now();
+    return with(200, {{"url", status.url},
+                      {"loading", status.loading},
+                      {"visible", status.visible},
+                      {"width", status.width},
+                      {"height", status.height},
                       {"painted", counts.painted},
                       {"shown", counts.encoded},
                       {"dropped", counts.dropped},
-                      {"phase", name_of(m_status.phase)},
-                      {"since_ms", milliseconds_since(m_status.since)},
-                      {"wanted", m_status.wanted},
-                      {"error", m_status.error},
-                      {"silent", m_status.silent},
-                      {"reloads", m_status.reloads},
-                      {"dropped_calls", m_status.dropped_calls},
+                      {"phase", name_of(status.phase)},
+                      {"since_ms", milliseconds_since(status.since)},
+                      {"wanted", status.wanted},
+                      {"error", status.error},
+                      {"silent", status.silent},
+                      {"reloads", status.reloads},
+                      {"dropped_calls", status.dropped_calls},
                       {"queue", m_queue}});
 }
 
@@ -158,7 +171,7 @@ live_answer live_control::load(const json_object& body) {
     // Any other value would put a page on air that was meant for later.
     if (now == nullptr && body.has("now")) return refused(400, "\"now\" has to be true or false");
     if (now == nullptr || *now) {
-        m_port.load(*url);
+        load_page(*url);
         return done();
     }
     const std::lock_guard hold(m_lock);
@@ -169,6 +182,14 @@ live_answer live_control::load(const json_object& body) {
     return done();
 }
 
+void live_control::load_page(const std::string& url) {
+    m_port.load(url);
+    const std::lock_guard hold(m_lock);
+    ++m_loads;
+    m_asked_url = url;
+    m_asked = m_clock.now();
+}
+
 live_answer live_control::next(const json_object&) {
     std::string url;
     {
@@ -177,7 +198,7 @@ live_answer live_control::next(const json_object&) {
         url = std::move(m_queue.front());
         m_queue.pop_front();
     }
-    m_port.load(url);
+    load_page(url);
     return done();
 }
 

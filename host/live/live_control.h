@@ -52,6 +52,7 @@ struct live_status {
     bool silent = false;                 // the page does not answer
     std::uint64_t reloads = 0;
     std::uint64_t dropped_calls = 0;
+    std::uint64_t loads = 0;  // commands to load a page that were carried out
 };
 
 struct live_request {
@@ -95,6 +96,8 @@ private:
     live_answer get(const live_request& request);
     live_answer post(const live_request& request, command run);
     live_answer state() const;
+    live_status status_now() const;
+    void load_page(const std::string& url);
     live_answer picture(std::uint64_t after);
     live_answer result(std::uint64_t id) const;
 
@@ -119,6 +122,9 @@ private:
     mutable std::mutex m_lock;
     std::deque<std::string> m_queue;
     live_status m_status;
+    std::uint64_t m_loads = 0;  // that were asked for
+    std::string m_asked_url;
+    run::monotonic_clock::time m_asked{};
     std::map<std::uint64_t, script_state> m_scripts;
     std::uint64_t m_last_script = 0;
 };

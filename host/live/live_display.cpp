@@ -150,6 +150,17 @@ void live_display::reopen() {
     m_browser->Open();
 }
 
+// The pages of a site share a process: where one hangs, the next one would never begin.
+void live_display::renew(const std::string& url) {
+    m_has_page = false;
+    m_control->events().add("again", "with another process, since the page does not answer");
+    // What the old browser paints in closing is not to be seen.
+    m_state.renewed(m_clock.now());
+    m_browser->Close();
+    m_browser->LoadUrl(url.c_str());
+    m_browser->Open();
+}
+
 // A page that hangs never comes to return it.
 void live_display::probe() {
     m_browser->ExecuteJavascript(zString("return ''"), k_probe_timeout,
@@ -182,6 +193,7 @@ void live_display::tell_status() {
     status.silent = m_is_silent;
     status.reloads = m_state.reloads();
     status.dropped_calls = m_dropped_calls;
+    status.loads = m_loads;
     status.visible = m_visible;
     m_browser->GetSize(status.width, status.height);
     m_control->set_status(status);
@@ -200,7 +212,8 @@ void live_display::load(const std::string& url) {
 // The display gives the page to its browser, or keeps it until the one before has loaded; from here
 // on one of both can be seen.
 void live_display::load_now(const std::string& url) {
-    m_browser->LoadUrl(url.c_str());
+    ++m_loads;
+    m_is_silent ? renew(url) : m_browser->LoadUrl(url.c_str());
     m_state.asked(url, m_clock.now());
     see();
 }

@@ -58,6 +58,7 @@ private:
     void tell_status();
     void load_now(const std::string& url);
     void reopen();
+    void renew(const std::string& url);
     void probe();
     void run_now(std::uint64_t id, const std::string& script);
     void GetSize(long& width, long& height) const override;
@@ -79,6 +80,7 @@ private:
     bool m_is_silent = false;
     bool m_held_picture = false;
     std::uint64_t m_dropped_calls = 0;
+    std::uint64_t m_loads = 0;
     run::monotonic_clock::time m_looked{};
 };
 

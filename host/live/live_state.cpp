@@ -83,10 +83,7 @@ void live_state::seen(const live_sight& sight, time_point now) {
             on_its_way(now);
             break;
         case live_sight::page::loading:
-            if (m_last_sight != live_sight::page::loading) m_begun = now;
-            if (sight.waiting == 0) m_may_load_again = false;
-            if (now - m_begun >= k_longest_hold) m_holds = false;
-            on_its_way(now);
+            begun(sight, now);
             break;
         case live_sight::page::loaded:
             loaded(sight, now);
@@ -101,8 +98,17 @@ void live_state::seen(const live_sight& sight, time_point now) {
     m_last_sight = sight.phase;
 }
 
-void live_state::on_its_way(time_point now) {
+// The page before it has been left, and answers no more.
+void live_state::begun(const live_sight& sight, time_point now) {
+    if (m_last_sight != live_sight::page::loading) m_begun = now;
+    if (sight.waiting == 0) m_may_load_again = false;
+    if (now - m_begun >= k_longest_hold) m_holds = false;
+    m_can_answer = false;
     m_probed = {};
+    on_its_way(now);
+}
+
+void live_state::on_its_way(time_point now) {
     m_reload_wanted = false;
     if (m_phase == live_phase::reloading || m_phase == live_phase::starting) return;
     // Whoever follows a link leaves a page that failed behind.
@@ -114,9 +120,11 @@ void live_state::on_its_way(time_point now) {
 }
 
 void live_state::loaded(const live_sight& sight, time_point now) {
+    if (m_last_sight != live_sight::page::loaded) m_probed = {};
     m_on_air = sight.url;
     m_holds = false;
     m_page_there = true;
+    m_can_answer = true;
     // The one that was asked for comes after this.
     if (sight.waiting > 0) return enter(live_phase::loading, now);
     m_wanted.clear();
@@ -126,6 +134,8 @@ void live_state::loaded(const live_sight& sight, time_point now) {
 }
 
 void live_state::failed(const live_sight& sight, time_point now) {
+    m_can_answer = false;
+    m_probed = {};
     if (sight.waiting > 0 || m_phase == live_phase::failed) return;
     m_wanted.clear();
     m_told = sight.failed_url;
@@ -136,8 +146,9 @@ void live_state::failed(const live_sight& sight, time_point now) {
 void live_state::lost(const live_sight& sight, time_point now) {
     // With a page waiting the display goes on by itself.
     if (sight.waiting > 0) m_reload_wanted = false;
-    if (m_last_sight == live_sight::page::lost || sight.waiting > 0) return;
+    m_can_answer = false;
     m_probed = {};
+    if (m_last_sight == live_sight::page::lost || sight.waiting > 0) return;
     m_error = sight.error.empty() ? "the page's process has ended" : sight.error;
     if (m_told.empty()) m_told = m_on_air;
     // A page that was asked for, and that the browser took no notice of, is not the one to load.
@@ -158,10 +169,20 @@ void live_state::page_is_missing(time_point now) {
     const bool is_coming = !m_page_there && now - m_opened < k_max_page_opening;
     if (m_is_missing || is_coming) return;
     m_is_missing = true;
+    m_can_answer = false;
     m_holds = true;
     m_probed = {};
     m_error = m_page_there ? "the page has closed itself" : "there was no page";
     enter(live_phase::closed, now);
+}
+
+void live_state::renewed(time_point now) {
+    m_page_there = false;
+    m_can_answer = false;
+    m_is_missing = false;
+    m_holds = true;
+    m_probed = {};
+    m_opened = now;
 }
 
 bool live_state::may_reload(time_point now) {
@@ -201,8 +222,11 @@ live_state::action live_state::begin_reopen(time_point now) {
     return action::reopen;
 }
 
+// A page that hangs also keeps the next one of its site from coming, so it is asked until that has
+// begun.
 bool live_state::is_probe_due(time_point now) const {
-    if (m_phase != live_phase::on_air) return false;
+    if (!m_can_answer) return false;
+    if (m_phase != live_phase::on_air && m_phase != live_phase::loading) return false;
     const bool is_answered = m_probed == time_point{};
     return now - m_last_probe >= (is_answered ? k_probe_interval : k_probe_again);
 }

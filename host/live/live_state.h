@@ -55,6 +55,8 @@ public:
     // There is a browser with a page, or there is none.
     void page_is_there();
     void page_is_missing(time_point now);
+    // A browser that hangs was put away for one that begins with the page asked for last.
+    void renewed(time_point now);
     // The page has answered a probe.
     void answered() { m_probed = {}; }
 
@@ -83,6 +85,7 @@ public:
 
 private:
     void enter(live_phase phase, time_point now);
+    void begun(const live_sight& sight, time_point now);
     void on_its_way(time_point now);
     void loaded(const live_sight& sight, time_point now);
     void failed(const live_sight& sight, time_point now);
@@ -108,6 +111,7 @@ private:
     bool m_reload_wanted = false;
 
     bool m_page_there = false;  // since the display was opened last
+    bool m_can_answer = false;  // the page that is shown has loaded, and is there still
     bool m_is_missing = false;
     time_point m_opened;
     bool m_load_when_there = false;

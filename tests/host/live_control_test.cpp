@@ -132,6 +132,31 @@ TEST_F(LiveControl, CarriesOutCommands) {
               (strings{"load about:blank", "size 640 1", "hide", "repaint", "cookies "}));
 }
 
+// Who has asked for the page on air once more must not take the old one for it.
+TEST_F(LiveControl, APageIsOnItsWayAsSoonAsItIsAskedFor) {
+    live_status status;
+    status.url = "http://a";
+    status.phase = live_phase::on_air;
+    status.error = "why";
+    control.set_status(status);
+    post("/api/load", "{\"url\":\"http://a\"}");
+    post("/api/next", "");
+    status.loads = 1;
+    control.set_status(status);
+    EXPECT_TRUE(state_has("\"phase\":\"loading\"")) << "the second has not been carried out";
+    EXPECT_TRUE(state_has("\"wanted\":\"http://one\""));
+    EXPECT_TRUE(state_has("\"error\":\"\""));
+    status.loads = 2;
+    control.set_status(status);
+    EXPECT_TRUE(state_has("\"phase\":\"on_air\""));
+    EXPECT_TRUE(state_has("\"error\":\"why\""));
+}
+
+TEST_F(LiveControl, TheFirstPageIsStillStarting) {
+    post("/api/load", "{\"url\":\"http://a\"}");
+    EXPECT_TRUE(state_has("\"phase\":\"starting\""));
+}
+
 TEST_F(LiveControl, TheQueueGrowsAndShrinks) {
     post("/api/load", "{\"url\":\"http://three\",\"now\":false}");
     post("/api/remove", "{\"index\":1}");

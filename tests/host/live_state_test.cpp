@@ -244,6 +244,58 @@ TEST(LiveState, APageThatAnswersNoProbeIsSilent) {
     EXPECT_FALSE(told.state.is_silent(told.now)) << "the page that was asked has been left";
 }
 
+// In its process the next one does not begin.
+TEST(LiveState, APageThatHangsIsSilentAlsoWhileAnotherIsAskedFor) {
+    told_state told;
+    told.tell(ON_AIR "1000 ask b asking do 2999 asking do");
+    EXPECT_EQ(told.done, "probe;-;");
+    EXPECT_FALSE(told.state.is_silent(told.now));
+    told.tell("1 asking");
+    EXPECT_TRUE(told.state.is_silent(told.now));
+    told.tell("loading");
+    EXPECT_FALSE(told.state.is_silent(told.now)) << "it has been left";
+    told.tell("5000 do loaded b");
+    EXPECT_EQ(told.done, "probe;-;-;") << "what loads is not asked";
+    EXPECT_EQ(told.told(), "on_air b - -");
+}
+
+TEST(LiveState, WhereThereIsNoPageNoneIsAsked) {
+    for (const char* events : {"fail b", "lost b", "gone"}) {
+        told_state told;
+        told.tell(ON_AIR "ask b asking ");
+        told.tell(events);
+        told.tell("ask c asking");
+        told.done.clear();
+        told.tell("5000 do 5000");
+        EXPECT_EQ(told.done.find("probe"), std::string::npos) << events;
+        EXPECT_FALSE(told.state.is_silent(told.now)) << events;
+    }
+}
+
+TEST(LiveState, APageThatIsLeftBetweenTwoLooksIsNotWaitedFor) {
+    told_state told;
+    told.tell(ON_AIR "1000 do ask b asking loaded b 3000");
+    EXPECT_FALSE(told.state.is_silent(told.now));
+    told.tell("asking loaded c");
+    told.tell("do asking loaded d 3000");
+    EXPECT_FALSE(told.state.is_silent(told.now));
+}
+
+TEST(LiveState, ANewBrowserForAPageThatHangsBeginsWithTheOneAskedFor) {
+    told_state told;
+    told.tell(ON_AIR "1000 do 3000");
+    ASSERT_TRUE(told.state.is_silent(told.now));
+    told.state.renewed(told.now);
+    told.tell("ask b left - waits gone do");
+    EXPECT_EQ(told.told(), "loading a b -") << "it is on its way, and not gone";
+    EXPECT_TRUE(told.state.holds_picture());
+    EXPECT_FALSE(told.state.is_silent(told.now));
+    told.tell("there do asking loading loaded b");
+    EXPECT_EQ(told.told(), "on_air b - -");
+    EXPECT_FALSE(told.state.holds_picture());
+    EXPECT_EQ(told.done, "probe;-;-;");
+}
+
 TEST(LiveState, ThePictureIsHeldFromACloseUntilAnotherPageHasLoaded) {
     told_state told;
     told.tell(ON_AIR);

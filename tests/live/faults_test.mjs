@@ -14,6 +14,15 @@ const patience = 30000;
 const url = movingPage;
 const good = '20,48,74';  // the ground of page.html
 
+// Before the first page has painted the picture on air is the display's background.
+async function noteWhatFollows(page) {
+  await page.waitForFunction(colour => {
+    const canvas = document.getElementById('picture');
+    return [...canvas.getContext('2d').getImageData(2, 2, 1, 1).data].slice(0, 3).join() === colour;
+  }, good, {timeout: patience});
+  await page.evaluate(noteColours);
+}
+
 // Runs in the page: notes the colour in the corner of every picture that the control page shows.
 function noteColours() {
   const canvas = document.getElementById('picture');
@@ -48,7 +57,7 @@ async function keep(page, name) {
 async function testFailedLoad() {
   const child = await start();
   const page = await openPage(child);
-  await page.evaluate(noteColours);
+  await noteWhatFollows(page);
   await load(child, url);
   const bad = 'http://does-not-exist.invalid/';
   await post(child, 'load', {url: bad});
@@ -101,7 +110,7 @@ async function testLostPageComesBack() {
   const child = await start();
   const page = await openPage(child);
   await load(child, url);
-  await page.evaluate(noteColours);
+  await noteWhatFollows(page);
   const most = 5;
   for (let i = 1; i <= most; ++i) {
     const killed = performance.now();
@@ -142,8 +151,22 @@ async function testSilentPage() {
     const state = await get(child, 'state');
     return state.phase === 'on_air' && !state.silent;
   });
+  await testHungPage(child);
   await page.close();
   await end(child);
+}
+
+// Whatever is asked for next is of the same site, and would wait for the process that hangs.
+async function testHungPage(child) {
+  await begin(child, 'for (;;);');
+  await until('the page hangs', async () => (await get(child, 'state')).silent);
+  await load(child, url + '?after-hanging');
+  assert.deepEqual(await run(child, '6 * 7'), ['fine', '42']);
+  await begin(child, 'for (;;);');
+  await post(child, 'load', {url: url + '?while-hanging'});
+  await until('the silence is told though another page is on its way', async () => (await get(child, 'state')).silent);
+  await load(child, url + '?another');
+  assert.deepEqual(await run(child, '6 * 7'), ['fine', '42']);
 }
 
 const memoryOf = child => Number(/VmRSS:\s+(\d+)/.exec(readFileSync(`/proc/${child.pid}/status`, 'latin1'))[1]) / 1024;
@@ -193,7 +216,7 @@ async function testLoadsAroundAClose() {
     await load(child, url + '?after-' + wait);
   }
   await until('it is on air', async () => (await get(child, 'state')).since_ms > 1000);
-  await page.evaluate(noteColours);
+  await noteWhatFollows(page);
   await begin(child, 'window.close()');
   await inPhase(child, 'closed');
   await expectText(page, 'phase', 'Closed');

@@ -112,7 +112,8 @@ public:
     // `record` must last.
     explicit cMultipartWriter(zRecord& record);
 
-    // Each replaces `out` and returns its text.
+    // Each replaces `out` and returns its text. Without memory std::bad_alloc is thrown, and `out`
+    // is as it was.
     const char* GetHttpHeader(zString& out, bool endHeaders);
     const char* GetSectionHeader(zString& out, std::int32_t index);
     const char* GetSectionFooter() const;

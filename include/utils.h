@@ -40,7 +40,8 @@ public:
 
     // The two forms of the name by which XML refers to another part of its message (XOP): the
     // part's Content-ID header, "<id>", and the reference, "cid:id". Each replaces `out` and
-    // returns its text; `id` may point into `out`. Nothing in `id` is checked or escaped.
+    // returns its text; `id` may point into `out`. Nothing in `id` is checked or escaped. Without
+    // memory std::bad_alloc is thrown, and `out` is as it was.
     static const char* XOP_MakeContentIDHeaderString(zString& out, const char* id);
     static const char* XOP_MakeReference(zString& out, const char* id);
 

@@ -80,7 +80,9 @@ zStatus zXMLRPC::Fault(zString& message, std::int32_t& code) const {
     const Value fault(value_of_fault(m_message));
     std::int32_t found = 0;
     if (fault.Member("faultCode").AsInt32(found) != 0) return k_bad_value;
-    if (fault.Member("faultString").AsString(message) != 0) return k_bad_value;
+    const Value words = fault.Member("faultString");
+    const zStatus status = words.AsString(message);
+    if (status != 0) return status == -1 && words.IsSet() ? status : k_bad_value;
     code = found;
     return 0;
 }

@@ -1,5 +1,7 @@
 // multipart_writer.cpp - cMultipartWriter of include/multipart.h. No clock, no I/O.
 #include <limits>
+#include <string>
+#include <utility>
 
 #include "multipart.h"
 
@@ -8,8 +10,10 @@ namespace {
 constexpr char k_related[] = "multipart/related";
 constexpr char k_line_end[] = "\r\n";
 
-void append(zString& out, const std::string& text) {
-    out.AddToEnd(text.data(), static_cast<std::uint32_t>(text.size()));
+// A text that could not be made leaves `out` as it was.
+const char* replaced(zString& out, std::string text) {
+    out = std::move(text);
+    return out.CString();
 }
 
 std::int64_t length_of_headers(const cMultipartRecord::Section& section) {
@@ -29,40 +33,32 @@ cMultipartWriter::cMultipartWriter(zRecord& record) : m_record(&record) {}
 
 const char* cMultipartWriter::GetHttpHeader(zString& out, bool endHeaders) {
     const cMultipartRecord message(*m_record, k_related);
-    zString length;
-    length.sprintf("\r\nContent-Length: %ld\r\n", static_cast<long>(ContentLength()));
-    out = "MIME-Version: 1.0\r\nContent-Type: ";
-    append(out, message.GetContentType("") + ";boundary=" + message.GetBoundary());
-    out += length;
-    if (endHeaders) out += k_line_end;
-    return out.CString();
+    std::string text = "MIME-Version: 1.0\r\nContent-Type: " + message.GetContentType("") +
+                       ";boundary=" + message.GetBoundary() +
+                       "\r\nContent-Length: " + std::to_string(ContentLength()) + k_line_end;
+    if (endHeaders) text += k_line_end;
+    return replaced(out, std::move(text));
 }
 
 const char* cMultipartWriter::GetSectionHeader(zString& out, std::int32_t index) {
     const cMultipartRecord message(*m_record, k_related);
-    out = "--";
-    append(out, message.GetBoundary() + k_line_end);
+    std::string text = "--" + message.GetBoundary() + k_line_end;
     cMultipartRecord::Section section;
     message.GetSection(section, index);
     zString name;
     zString value;
     for (std::int32_t i = 0; section.HeaderByIndex(i, name, value) == 0; ++i) {
-        out += name;
-        out += ": ";
-        out += value;
-        out += k_line_end;
+        text.append(name.View()).append(": ").append(value.View()).append(k_line_end);
     }
-    out += k_line_end;
-    return out.CString();
+    text += k_line_end;
+    return replaced(out, std::move(text));
 }
 
 const char* cMultipartWriter::GetSectionFooter() const { return k_line_end; }
 
 const char* cMultipartWriter::GetMessageFooter(zString& out) {
     const cMultipartRecord message(*m_record, k_related);
-    out = "--";
-    append(out, message.GetBoundary() + "--");
-    return out.CString();
+    return replaced(out, "--" + message.GetBoundary() + "--");
 }
 
 std::int32_t cMultipartWriter::ContentLength() {

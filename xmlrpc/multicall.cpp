@@ -26,7 +26,10 @@ zStatus fault_from(const zXMLRPC::Value& item, zRecord& out) {
     std::int32_t code = 0;
     zString message;
     if (item.Member("faultCode").AsInt32(code) != k_ok) return zXMLRPC::k_no_message;
-    if (item.Member("faultString").AsString(message) != k_ok) return zXMLRPC::k_no_message;
+    const zXMLRPC::Value words = item.Member("faultString");
+    const zStatus status = words.AsString(message);
+    if (status == k_failed && words.IsSet()) return k_failed;
+    if (status != k_ok) return zXMLRPC::k_no_message;
     return zXMLRPC(out).SetFault(message.CString(), code);
 }
 
@@ -75,8 +78,9 @@ zStatus cXMLRPCMulticall::GetResponse(zRecord& response, std::uint32_t index, zR
     zXMLRPC::Value results;
     zString text;
     std::int32_t code = 0;
-    if (message.Fault(text, code) == k_ok) return zXMLRPC(out).SetFault(text.CString(), code);
-    zStatus status = message.Result(results);
+    zStatus status = message.Fault(text, code);
+    if (status == k_ok) return zXMLRPC(out).SetFault(text.CString(), code);
+    if (status != k_failed) status = message.Result(results);
     if (status == k_ok) status = response_from(results.Item(index), out);
     if (status != k_ok) out.MakeEmpty();
     return status == zXMLRPC::k_is_fault ? zXMLRPC::k_no_message : status;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -95,8 +96,8 @@ zStatus cXMLRPC::Request_Begin(zBuffer* response, const zRecord& request, bool e
     if (const zStatus status = write_xml(xml, request); status != k_ok) return status;
     if (!escapeNonAscii) return send(response, view_of(xml));
     zBuffer escaped;
-    // What zXML writes is valid, so that only memory can be out here; the server then gets a
-    // document that ends in its middle, and refuses it.
+    // What zXML writes is valid, so that only memory can be out here, or 2 GiB too little; the
+    // server then gets a document that ends before its end, and refuses it.
     convert_utf8_to_escapes(escaped, xml.Data(), xml.Length());
     return send(response, view_of(escaped));
 }
@@ -193,7 +194,8 @@ std::int32_t cXMLRPC::MakeErrorResponse(zRecord& response, std::int32_t code) {
 }
 
 zStatus cXMLRPC::convert_utf8_to_escapes(zBuffer& out, const char* utf8, std::uint32_t length) {
-    if (length > static_cast<std::uint32_t>(zXML::k_most_bytes)) return zXML::k_too_large;
+    constexpr std::uint32_t k_most = std::numeric_limits<std::int32_t>::max();
+    if (length > k_most) return zXML::k_too_large;
     zBuffer wide;
     const zStatus converted =
         zBabel::ConvertToWide(wide, utf8, static_cast<std::int32_t>(length), zBabel::k_utf8);

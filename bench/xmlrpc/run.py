@@ -4,19 +4,17 @@
 usage: bench/xmlrpc/run.py [--bin FOLDER] [--validator PROGRAM] [--rounds N]
 
 Contenders run in turn, A B then B A; a figure is the median of the rounds, each the quickest run of about a
-second. Calls are made to one xmlrpc-c validator's server (tests build it). Prints the tables of
+second. Calls are made to one server over xmlrpc-c (tests build it). Prints the tables of
 bench/results/xmlrpc.md.
 """
 import argparse
 import collections
 import os
 import pathlib
-import socket
 import statistics
 import subprocess
 import sys
 import tempfile
-import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
@@ -41,21 +39,6 @@ def in_turn(contenders, rounds):
 def present(contenders):
     return {name: command for name, command in contenders.items()
             if command[0] == sys.executable or os.path.exists(command[0])}
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def wait_for(port):
-    for _ in range(500):
-        with socket.socket() as probe:
-            if probe.connect_ex(("127.0.0.1", port)) == 0:
-                return
-        time.sleep(0.01)
-    sys.exit("the validator's server does not listen")
 
 
 def print_table(title, unit, found):
@@ -97,9 +80,8 @@ def main():
             "ours": program("own_parts", parts), "gmime": program("gmime_parts", parts),
             "mimetic": program("mimetic_parts", parts)}), options.rounds))
     if options.validator.exists():
-        port = free_port()
-        with subprocess.Popen([options.validator, str(port)], stdout=subprocess.DEVNULL) as server:
-            wait_for(port)
+        with subprocess.Popen([options.validator], stdout=subprocess.PIPE, text=True) as server:
+            port = int(server.stdout.readline())
             url = f"http://127.0.0.1:{port}/RPC2"
             print_table("Calls of one server, one after the other", "a second", in_turn(present({
                 "ours": program("own_calls", url, 2), "xmlrpc-c": program("xmlrpc_c_calls", url, 2),

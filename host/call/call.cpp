@@ -43,7 +43,6 @@ private:
         if (session == nullptr) return -1;
         cHttpSessionSettings settings;
         settings.tlsByScheme = true;
-        settings.sendBasicAuthentication = true;
         settings.caFile = m_options.http.ca_file;
         settings.tellBrokenBody = true;
         // Longer ones are not parsed: without this a server could fill the memory.

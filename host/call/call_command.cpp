@@ -4,6 +4,8 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <memory>
+#include <utility>
 
 #include "core/text/ascii.h"
 #include "host/call/call_argument.h"
@@ -11,6 +13,19 @@
 #include "loam/xmlrpc.h"
 
 namespace pennywort::host {
+
+namespace {
+
+// The arguments of the call are no option of the parser's, which would not name them.
+class usage_with_arguments final : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App* parser, std::string name) const override {
+        std::string usage = CLI::Formatter::make_usage(parser, std::move(name));
+        return usage.insert(usage.find_last_not_of('\n') + 1, " [ARG]...");
+    }
+};
+
+}  // namespace
 
 const char* call_command::footer() const {
     return R"(Examples:
@@ -26,6 +41,7 @@ void call_command::add_options(CLI::App& parser) {
     parser.add_option("method", m_method, "What to call")->required();
     // Not as an option of the parser's: that takes a list in brackets for several values.
     parser.allow_extras();
+    parser.formatter(std::make_shared<usage_with_arguments>());
     parser.final_callback([this, &parser] { m_values = parser.remaining(); });
     m_http.add_options(parser, m_options.http);
 }

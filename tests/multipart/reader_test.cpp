@@ -147,6 +147,31 @@ TEST(MultipartReader, ABoundaryInQuotationMarksIsNotFound) {
     EXPECT_EQ(reader.Parse_WithHeaders(bytes.data(), bytes.size()), -1);
 }
 
+// Whatever the sender calls them, the parts are read, and hosts see one type.
+TEST(MultipartReader, AnyTypeWithABoundaryBecomesRelated) {
+    for (const char* const type : {"multipart/mixed; boundary=B", "text/plain;boundary=B"}) {
+        SCOPED_TRACE(type);
+        const exact_bytes bytes("Content-Type: " + std::string(type) +
+                                "\r\n\r\n--B\r\n\r\nx\r\n--B--");
+        zRecord record;
+        cMultipartReader reader(record);
+        EXPECT_EQ(reader.Parse_WithHeaders(bytes.data(), bytes.size()), 0);
+        EXPECT_EQ(layout(record, reader, bytes), "-|x;");
+        EXPECT_EQ(record.AsString("Content-Type", ""), "multipart/related");
+    }
+}
+
+// Names keep their case, and so a boundary under another name than "Content-Type" is not seen.
+TEST(MultipartReader, ATypeInLowerCaseIsNotFound) {
+    const exact_bytes bytes(
+        "content-type: multipart/related; boundary=B\r\n\r\n--B\r\n\r\nx\r\n--B--");
+    zRecord record;
+    cMultipartReader reader(record);
+    EXPECT_EQ(reader.Parse_WithHeaders(bytes.data(), bytes.size()), -1);
+    EXPECT_EQ(record.AsString("content-type", ""), "multipart/related; boundary=B");
+    EXPECT_EQ(cMultipartRecord(record, nullptr).SectionCount(), 0);
+}
+
 TEST(MultipartReader, NoBoundaryOrNoTypeIsAFault) {
     for (const std::string_view text :
          {"Content-Type: multipart/related\r\n\r\n--B\r\n\r\nx\r\n--B--",

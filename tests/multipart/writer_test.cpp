@@ -75,6 +75,7 @@ TEST_F(MultipartWriter, ALengthThatDoesNotFitIsMinusOne) {
     m_message.SetBoundary("B");
     m_message.AddSection(INT32_MAX, nullptr);
     EXPECT_EQ(m_writer.ContentLength(), -1);
+    EXPECT_TRUE(std::string(m_writer.GetHttpHeader(m_out, false)).ends_with("Length: -1\r\n"));
     cMultipartRecord::Section section;
     m_message.GetSection(section, 0);
     section.SetDataSize(INT32_MAX - 14);

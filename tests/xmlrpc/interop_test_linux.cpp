@@ -1,5 +1,5 @@
 // interop_test_linux.cpp - calls of servers that others have written: Python's, plain and over TLS,
-// and the validator's server of xmlrpc-c.
+// and a validator's server over xmlrpc-c.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -262,11 +262,8 @@ TEST(PythonOverTls, ByThePort) {
 class Validator : public testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const int port = pennywort::tests::free_port();
-        s_server = std::make_unique<peer_process>(
-            std::vector<std::string>{VALIDATOR_SERVER, std::to_string(port)});
-        ASSERT_TRUE(pennywort::tests::is_listening(port));
-        s_url = "http://127.0.0.1:" + std::to_string(port) + "/RPC2";
+        s_server = std::make_unique<peer_process>(std::vector<std::string>{VALIDATOR_SERVER});
+        s_url = "http://127.0.0.1:" + s_server->line() + "/RPC2";
     }
     static void TearDownTestSuite() { s_server.reset(); }
 

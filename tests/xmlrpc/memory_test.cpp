@@ -123,6 +123,40 @@ TEST_F(CallMemory, RunsOutAtAnyPlaceOfSeveralCalls) {
     EXPECT_EQ(status, 0);
 }
 
+// One call's own response, out of the response to all: whole, or none.
+void expect_response_whole_or_none(const std::string& results, zXMLRPC::Kind kind) {
+    zRecord response;
+    const std::string text = "<methodResponse>" + results + "</methodResponse>";
+    ASSERT_EQ(pennywort::tests::parse_text(response, text), 0);
+    zRecord out;
+    zStatus status = 0;
+    const int failures = with_each_allocation_failing(
+        [&] { status = cXMLRPCMulticall::GetResponse(response, 0, out); },
+        [&] {
+            EXPECT_TRUE(status == 0 || status == -1) << status;
+            EXPECT_TRUE(status == 0 ? zXMLRPC(out).GetKind() == kind : is_empty(out));
+        });
+    EXPECT_GT(failures, 5);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(CallMemory, RunsOutAtAnyPlaceOfOneResponseOfSeveral) {
+    const std::string words(100, 'w');
+    const std::string fault =
+        "<value><struct><member><name>faultCode</name><value><int>4</int></value></member>"
+        "<member><name>faultString</name><value>" +
+        words + "</value></member></struct></value>";
+    const auto among = [](const std::string& result) {
+        return "<params><param><value><array><data>" + result +
+               "</data></array></value></param></params>";
+    };
+    expect_response_whole_or_none(
+        among("<value><array><data><value>" + words + "</value></data></array></value>"),
+        zXMLRPC::Kind::response);
+    expect_response_whole_or_none(among(fault), zXMLRPC::Kind::fault);
+    expect_response_whole_or_none("<fault>" + fault + "</fault>", zXMLRPC::Kind::fault);
+}
+
 TEST_F(CallMemory, RunsOutAtAnyPlaceOfAnErrorResponse) {
     std::int32_t code = 0;
     const int failures = with_each_allocation_failing(

@@ -23,9 +23,4 @@ private:
     int m_output = -1;
 };
 
-// A port of 127.0.0.1 that was free a moment ago.
-int free_port();
-// Waits until something listens there; false if nothing does in time.
-bool is_listening(int port);
-
 }  // namespace pennywort::tests

@@ -1,31 +1,16 @@
 // peer_process_linux.cpp - see the header for the contract.
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 
-#include "tests/support/eventually.h"
 #include "tests/xmlrpc/peer_process.h"
 
 extern char** environ;
 
 namespace pennywort::tests {
-namespace {
-
-sockaddr_in local_address(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-}  // namespace
 
 peer_process::peer_process(const std::vector<std::string>& command) {
     int input[2];
@@ -61,27 +46,6 @@ std::string peer_process::line() {
     char c = 0;
     while (read(m_output, &c, 1) == 1 && c != '\n') text.push_back(c);
     return text;
-}
-
-int free_port() {
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = local_address(0);
-    socklen_t size = sizeof address;
-    auto* const plain = reinterpret_cast<sockaddr*>(&address);
-    const bool is_bound = bind(socket, plain, size) == 0 && getsockname(socket, plain, &size) == 0;
-    close(socket);
-    return is_bound ? ntohs(address.sin_port) : 0;
-}
-
-bool is_listening(int port) {
-    return eventually([&] {
-        const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const sockaddr_in address = local_address(port);
-        const bool is_there =
-            connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-        close(socket);
-        return is_there;
-    });
 }
 
 }  // namespace pennywort::tests

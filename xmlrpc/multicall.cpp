@@ -35,14 +35,13 @@ zStatus fault_from(const zXMLRPC::Value& item, zRecord& out) {
 
 // Into a record of its own first: `out` may be the record that holds the item.
 zStatus result_from(const zXMLRPC::Value& item, zRecord& out) {
-    zRecord own;
-    zXMLRPC::Value value;
-    zStatus status = zXMLRPC(own).SetResponse(value);
-    if (status == k_ok) status = value.SetCopy(item);
-    if (status != k_ok) return status;
     return pennywort::run::guarded_or(k_failed, "cXMLRPCMulticall", "a result", [&] {
-        out = own;
-        return k_ok;
+        zRecord own;
+        zXMLRPC::Value value;
+        zStatus status = zXMLRPC(own).SetResponse(value);
+        if (status == k_ok) status = value.SetCopy(item);
+        if (status == k_ok) out = own;
+        return status;
     });
 }
 

@@ -20,6 +20,7 @@ struct MonoThread;
 #define PENNYWORT_MONO_FUNCTIONS(X)                                                           \
     X(MonoDomain*, jit_init_version, (const char* name, const char* version))                 \
     X(MonoDomain*, get_root_domain, ())                                                       \
+    X(MonoDomain*, domain_get, ())                                                            \
     X(void, set_dirs, (const char* assemblies, const char* settings))                         \
     X(void, config_parse, (const char* file))                                                 \
     X(void, set_signal_chaining, (std::int32_t chains))                                       \

@@ -24,6 +24,12 @@ constexpr char k_framework[] = "v4.0.30319";
 mono_api g_mono;
 mono_events* g_events = nullptr;
 
+// Once for each thread: the runtime ends the process when a thread that is attached waits for
+// another one which is being attached.
+void attach_to(MonoDomain* domain) {
+    if (g_mono.domain_get() == nullptr) g_mono.thread_attach(domain);
+}
+
 std::string utf8_of(MonoString* text) {
     if (text == nullptr) return {};
     char* const bytes = g_mono.string_to_utf8(text);
@@ -111,7 +117,7 @@ public:
     managed_object(MonoDomain* domain, const methods& known, MonoObject* object)
         : m_domain(domain), m_methods(known), m_handle(g_mono.gchandle_new(object, 0)) {}
     ~managed_object() override {
-        g_mono.thread_attach(m_domain);
+        attach_to(m_domain);
         g_mono.gchandle_free(m_handle);
     }
 
@@ -119,12 +125,12 @@ public:
     std::string leave() override { return call(m_methods.leave, nullptr); }
     std::string send_ping() override { return call(m_methods.send_ping, nullptr); }
     std::string send_text(std::string_view text) override {
-        g_mono.thread_attach(m_domain);
+        attach_to(m_domain);
         return call(m_methods.send_text, g_mono.string_new_len(m_domain, text.data(),
                                                                static_cast<unsigned>(text.size())));
     }
     std::string send_bytes(std::string_view bytes) override {
-        g_mono.thread_attach(m_domain);
+        attach_to(m_domain);
         MonoArray* const array = g_mono.array_new(m_domain, g_mono.get_byte_class(), bytes.size());
         if (!bytes.empty()) bytes.copy(g_mono.array_addr_with_size(array, 1, 0), bytes.size());
         return call(m_methods.send_bytes, array);
@@ -132,7 +138,7 @@ public:
 
 private:
     std::string call(MonoMethod* method, void* argument) {
-        g_mono.thread_attach(m_domain);
+        attach_to(m_domain);
         MonoObject* exception = nullptr;
         void* arguments[] = {argument};
         MonoObject* const words = g_mono.runtime_invoke(
@@ -183,7 +189,7 @@ void opened_runtime::start() {
         m_domain = g_mono.jit_init_version("pennywort", k_framework);
     }
     if (m_domain == nullptr) throw std::runtime_error("The managed runtime does not start.");
-    g_mono.thread_attach(m_domain);
+    attach_to(m_domain);
 }
 
 void opened_runtime::add_calls() {
@@ -222,7 +228,7 @@ MonoMethod* opened_runtime::method(MonoClass* of, const char* name, int count) {
 }
 
 std::unique_ptr<mono_object> opened_runtime::make(std::int64_t owner, const std::string& url) {
-    g_mono.thread_attach(m_domain);
+    attach_to(m_domain);
     MonoString* const text =
         g_mono.string_new_len(m_domain, url.data(), static_cast<unsigned>(url.size()));
     void* arguments[] = {&owner, text};

@@ -2,6 +2,7 @@
 #include "webdisplay/webdisplay_browser_client.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 
 #include "core/limits.h"
@@ -94,8 +95,10 @@ webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owne
       m_has_page_receiver(owner->m_state->has_page_receiver),
       m_is_on_page_clock(owner->m_state->is_on_page_clock && owner->m_windowless),
       m_page_day(owner->m_state->page_day) {
-    // As in shared_life.
-    const std::lock_guard<std::recursive_mutex> made(m_owner_lock);
+    // As in shared_life. Tried first: the display's own lock is held here, and elsewhere that comes
+    // behind this one. Nobody else has this one yet, so only for want of memory it cannot be had.
+    const std::unique_lock<std::recursive_mutex> made(m_owner_lock, std::try_to_lock);
+    if (!made) m_owner_lock.lock();
 }
 
 void webdisplay_browser_client::set_alive() { m_alive.CompareAndSet(0, 1); }

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstring>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "core/limits.h"
@@ -39,6 +41,11 @@ received_piece receive_from(upgraded_socket* socket, std::span<char> into) {
 std::size_t longest_message(const cWebSocketOptions& options) {
     return options.maxMessageBytes > 0 ? std::size_t(options.maxMessageBytes)
                                        : pennywort::k_max_websocket_message_bytes;
+}
+
+// As hosts are told, and as a thread would find out that joined itself.
+[[noreturn]] void throw_deadlock() {
+    throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
 }
 
 }  // namespace
@@ -169,7 +176,7 @@ void cWebSocket_WinHttp::end_connection() {
 
 void cWebSocket_WinHttp::Close() {
     end_connection();
-    // On the receive thread itself this throws, as hosts are told.
+    if (m_receive_thread.get_id() == std::this_thread::get_id()) throw_deadlock();
     if (m_receive_thread.joinable()) m_receive_thread.join();
     m_receive_thread = std::thread();
     drop_handles();

@@ -500,7 +500,10 @@ TEST_F(Observe, OnceTooManyServicesAreTracedOnce) {
     for (int i = 0; i < most + 2; ++i) tell(std::to_string(i).c_str());
     const collected_traces traces;
     while (count_of("ProcessResult") == 0) ASSERT_TRUE(zMessageLoop::RunOnce(0));
-    EXPECT_EQ(traces.text(), "cBonjour: too many services of type _http._tcp.\n");
+    // On Windows the first look-ups may come in the same turn, and say what came of them.
+    const std::string line = "cBonjour: too many services of type _http._tcp.\n";
+    EXPECT_TRUE(traces.text().starts_with(line)) << traces.text();
+    EXPECT_EQ(traces.text().find(line, line.size()), std::string::npos);
 }
 
 TEST_F(Observe, WhatWaitsForItsTurnGoesWithItsObserver) {

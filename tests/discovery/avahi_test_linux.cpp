@@ -342,8 +342,13 @@ TEST(AvahiProgram, WhatOneAdvertisesTheOtherDiscovers) {
     ASSERT_TRUE(advertiser.says("advertising _http._tcp. port 8080\n")) << advertiser.text();
     shell discoverer("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM " discover http");
     EXPECT_TRUE(discoverer.says("found Studio 2 host-a.local:8080 path=/a\n")) << discoverer.text();
-    EXPECT_EQ(output_of("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM
-                        " discover _http._tcp --seconds 1 --json; echo $?"),
+    // On a busy machine a second may be over before the program has asked anybody.
+    std::string found = "0\n";
+    for (int i = 0; i < 20 && found == "0\n"; ++i) {
+        found = output_of("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM
+                          " discover _http._tcp --seconds 1 --json; echo $?");
+    }
+    EXPECT_EQ(found,
               R"({"event":"found","name":"Studio 2","type":"_http._tcp.","host":"host-a.local",)"
               R"("port":8080,"text":{"path":"/a"}})"
               "\n0\n");

@@ -385,6 +385,8 @@ void curl_transfer::forget_retries() {
     long connections = 0;
     ::curl_easy_getinfo(m_line->easy.get(), CURLINFO_NUM_CONNECTS, &connections);
     if (connections == 0) return;
+    // Which libcurl 7.88 forgets at a reset without giving its memory back.
+    ::curl_easy_setopt(m_line->easy.get(), CURLOPT_COOKIEFILE, nullptr);
     ::curl_easy_reset(m_line->easy.get());
     m_line->told = {};
 }

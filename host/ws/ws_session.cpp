@@ -22,6 +22,7 @@ bool ws_session::open() {
 
 void ws_session::opened() {
     const std::lock_guard lock(m_mutex);
+    if (is_over()) return;
     m_state = state::open;
     tell("opened");
     m_changed.notify_all();
@@ -29,15 +30,21 @@ void ws_session::opened() {
 
 // A reader that has closed our output wants no more of it; any other end of it is a failure.
 void ws_session::received(const char* text) {
-    errno = 0;
-    const bool is_written = std::fputs(text, m_output) >= 0 && std::fputc('\n', m_output) != EOF &&
-                            std::fflush(m_output) == 0;
-    if (is_written) return;
-    const std::error_code why(errno, std::generic_category());
+    const std::error_code why = written(text);
+    if (!why) return;
     if (why == std::errc::broken_pipe) {
         return ended(state::closed, "the reader of the output has closed it");
     }
     ended(state::failed, "cannot write standard output: " + why.message());
+}
+
+std::error_code ws_session::written(const char* text) {
+    const std::lock_guard lock(m_outputs);
+    if (!m_has_outputs) return {};
+    errno = 0;
+    const bool is_written = std::fputs(text, m_output) >= 0 && std::fputc('\n', m_output) != EOF &&
+                            std::fflush(m_output) == 0;
+    return is_written ? std::error_code() : std::error_code(errno, std::generic_category());
 }
 
 void ws_session::ended(state how, const std::string& words) {
@@ -49,6 +56,8 @@ void ws_session::ended(state how, const std::string& words) {
 }
 
 void ws_session::tell(const std::string& line) {
+    const std::lock_guard lock(m_outputs);
+    if (!m_has_outputs) return;
     std::fprintf(m_errors, "pennywort: %s\n", line.c_str());
     std::fflush(m_errors);
 }
@@ -77,15 +86,18 @@ bool ws_session::wait(std::chrono::milliseconds time) {
            std::chrono::steady_clock::now() - m_end_of_input >= m_options.linger;
 }
 
-// The managed transport tells its close; what comes of it by then is written.
+// The managed transport tells its close; what comes of it by then is written, and nothing behind
+// it: the outputs are the program's, which is about to end.
 void ws_session::close() {
     m_feed->Close();
     if (m_options.transport == ws_transport::system) {
         ended(state::closed, "closed");
-        return;
+    } else {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait_for(lock, std::chrono::seconds(10), [this] { return is_over(); });
     }
-    std::unique_lock lock(m_mutex);
-    m_changed.wait_for(lock, std::chrono::seconds(10), [this] { return is_over(); });
+    const std::lock_guard lock(m_outputs);
+    m_has_outputs = false;
 }
 
 int ws_session::status() const {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <system_error>
 
 #include "host/ws/ws_feed.h"
 #include "websocket.h"
@@ -46,6 +47,7 @@ private:
     void opened();
     void received(const char* text);
     void ended(state how, const std::string& words);
+    std::error_code written(const char* text);
     void tell(const std::string& line);
     bool is_over() const { return m_state == state::closed || m_state == state::failed; }
 
@@ -53,6 +55,8 @@ private:
     std::FILE* const m_output;
     std::FILE* const m_errors;
     std::shared_ptr<cWebSocket> m_feed;
+    std::mutex m_outputs;  // is taken last
+    bool m_has_outputs = true;
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     state m_state = state::connecting;

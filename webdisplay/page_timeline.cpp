@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -116,7 +117,7 @@ bool page_timeline::advance(std::int64_t microseconds, receiver told) {
 
 bool page_timeline::ask(std::string expression, value_receiver told) {
     if (!has_page() || m_questions.size() >= k_max_waiting_page_frames) return false;
-    m_questions.push_back({std::move(expression), std::move(told), {}});
+    m_questions.push_back({std::move(expression), std::move(told), m_begun + m_waiting.size(), {}});
     return true;
 }
 
@@ -251,7 +252,7 @@ bool page_timeline::is_over(wait what) const {
         case wait::time:
             return m_phase == phase::blank ? m_has_painted || is_late() : is_late();
         case wait::wishes:
-            return !m_waiting.empty() || !m_questions.empty();
+            return !m_waiting.empty() || has_question();
         case wait::nothing:
             break;
     }
@@ -351,7 +352,7 @@ void page_timeline::start() {
 void page_timeline::return_to_frames() { stop_clock(phase::returning); }
 
 void page_timeline::open_frame() {
-    if (!m_questions.empty()) return ask_page();
+    if (has_question()) return ask_page();
     if (m_waiting.empty()) return await(phase::between);
     ask_for_turn();
     m_wakes = 0;
@@ -362,9 +363,16 @@ void page_timeline::open_frame() {
     evaluate("0");
 }
 
+bool page_timeline::has_question() const {
+    return !m_questions.empty() && m_questions.front().behind <= m_begun;
+}
+
 void page_timeline::ask_page() {
     await(phase::asking);
-    m_asked = std::exchange(m_questions, {});
+    const auto later = std::find_if(m_questions.begin(), m_questions.end(),
+                                    [this](const question& one) { return one.behind > m_begun; });
+    m_asked.assign(std::make_move_iterator(m_questions.begin()), std::make_move_iterator(later));
+    m_questions.erase(m_questions.begin(), later);
     for (std::size_t i = 0; i < m_asked.size(); ++i) {
         ++m_open_calls;
         m_inspector.call("Runtime.evaluate",
@@ -416,6 +424,7 @@ void page_timeline::try_tick() {
     await(phase::turning);
     m_has_painted = false;
     if (is_unseen()) return;
+    ++m_begun;
     m_has_taken = true;
     m_taken = std::move(m_waiting.front().told);
     m_waiting.pop_front();

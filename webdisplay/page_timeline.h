@@ -74,9 +74,10 @@ public:
     // `told` is dropped, where no page stands, the moment does not lie after the one before, or
     // k_max_waiting_page_frames wait.
     bool advance(std::int64_t microseconds, receiver told);
-    // Asks the page for the value of an expression when no frame is under way, before the next one
-    // begins. `told` hears it as a text: empty where it has none, or the page has gone. False, and
-    // `told` is dropped, where no page stands or k_max_waiting_page_frames wait.
+    // Asks the page for the value of an expression when the frames that were asked for before it
+    // are over, and before the next one begins. `told` hears it as a text: empty where it has none,
+    // or the page has gone. False, and `told` is dropped, where no page stands or
+    // k_max_waiting_page_frames wait.
     bool ask(std::string expression, value_receiver told);
 
     // Does what is due.
@@ -130,6 +131,7 @@ private:
     struct question {
         std::string expression;
         value_receiver told;
+        std::uint64_t behind = 0;  // so many frames
         std::string value;
     };
 
@@ -171,6 +173,7 @@ private:
     void start();
     void open_frame();
     void ask_page();
+    bool has_question() const;
     void tell_values();
     void wake();
     void place();
@@ -194,6 +197,7 @@ private:
     receiver m_taken;  // of the frame that the browser took last, while its end is not known
     std::vector<question> m_questions;
     std::vector<question> m_asked;  // those that the page has been asked
+    std::uint64_t m_begun = 0;      // frames that the browser has taken
     bool m_has_taken = false;
     bool m_has_painted = false;
     bool m_has_turned = false;

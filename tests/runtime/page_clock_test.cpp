@@ -90,14 +90,17 @@ protected:
 
         void ask(std::int64_t microseconds) {
             ASSERT_TRUE(page->AdvancePage(
-                microseconds, [this](cWebDisplayPageFrame how) { ends.push_back(how); }));
+                microseconds, [kept = m_kept](cWebDisplayPageFrame how) { kept->push_back(how); }));
         }
         bool wait_for_ends(std::size_t count) {
             return wait_for([&] { return ends.size() >= count; });
         }
 
         shown_page& page;
-        std::vector<cWebDisplayPageFrame> ends;
+        // The page outlives the film, and ends the frames that wait with itself.
+        std::shared_ptr<std::vector<cWebDisplayPageFrame>> m_kept =
+            std::make_shared<std::vector<cWebDisplayPageFrame>>();
+        std::vector<cWebDisplayPageFrame>& ends = *m_kept;
     };
 
     static std::string fault(shown_page& page) {

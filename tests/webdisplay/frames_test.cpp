@@ -77,7 +77,7 @@ TEST_F(FramesTest, AKilledRendererStopsTheFramesUntilThePageIsLoadedAgain) {
     EXPECT_TRUE(s.seen.frames.empty());
     s->LoadUrl("http://a/");
     ASSERT_TRUE(loop_until([&] { return !s.seen.frames.empty(); }));
-    EXPECT_EQ(count_of(s.seen.events, "loaded http://a/"), 2);
+    EXPECT_TRUE(loop_until([&] { return count_of(s.seen.events, "loaded http://a/") == 2; }));
 }
 
 }  // namespace

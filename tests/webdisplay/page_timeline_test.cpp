@@ -448,11 +448,12 @@ TEST_F(PageTimeline, AValueIsAskedForBetweenTwoFramesAndNoTimePasses) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_unchanged, k_painted}));
 }
 
-TEST_F(PageTimeline, AQuestionWaitsForTheFrameBeforeIt) {
+// In the order in which they were asked for, though nothing has begun yet.
+TEST_F(PageTimeline, AQuestionWaitsForTheFramesBeforeIt) {
     stand();
     page.refuses = 1;
     EXPECT_TRUE(timeline.advance(0, {}));
-    turn();
+    EXPECT_TRUE(timeline.advance(20'000, {}));
     question("later");
     EXPECT_TRUE(values.empty());
     pass(1ms);

@@ -70,7 +70,10 @@ public:
             if (threads().last->is_current()) return;
             threads().last->events().stop();
         }
-        threads().changed.wait_for(lock, k_longest_end, [] { return threads().count == 0; });
+        const bool have_ended =
+            threads().changed.wait_for(lock, k_longest_end, [] { return threads().count == 0; });
+        lock.unlock();
+        if (have_ended && threads().last != nullptr) threads().last->join();
     }
 };
 

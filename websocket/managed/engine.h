@@ -24,6 +24,8 @@ public:
 
     // From any thread.
     void post(std::function<void()> work) { m_loop->post(std::move(work)); }
+    // Waits for the thread to end. Not on it.
+    void join() { m_thread->Join(); }
     bool is_current() const;
     loop& events() { return *m_loop; }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -17,6 +18,13 @@
 #include "tests/websocket/scripted_peer.h"
 
 namespace {
+
+// What the peer's thread has told or, after a while, nothing.
+std::string text_of(std::promise<std::string>& told) {
+    std::future<std::string> text = told.get_future();
+    const bool has_come = text.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+    return has_come ? text.get() : std::string();
+}
 
 using pennywort::tests::eventually;
 
@@ -295,9 +303,9 @@ TEST_P(BothTransports, AUrlWritesNoHeaderLines) {
 }
 
 TEST_P(BothTransports, HeadersOfOneNameAllGoOutAndTheHandshakesOwnStay) {
-    std::string head;
+    std::promise<std::string> asked;
     const scripted_peer peer([&](peer_connection& connection) {
-        head = connection.accept();
+        asked.set_value(connection.accept());
         connection.wait_for_end();
     });
     cWebSocketOptions options;
@@ -305,6 +313,7 @@ TEST_P(BothTransports, HeadersOfOneNameAllGoOutAndTheHandshakesOwnStay) {
     m_socket->SetOptions(options);
     m_socket->Open(peer.url().c_str(), 0);
     ASSERT_TRUE(m_events.wait_for_line("opened")) << m_events.text();
+    const std::string head = text_of(asked);
     EXPECT_NE(head.find("X-One: 1\r\n"), std::string::npos) << head;
     EXPECT_NE(head.find("X-One: 2\r\n"), std::string::npos) << head;
     EXPECT_EQ(head.find("mine"), std::string::npos) << head;
@@ -371,14 +380,15 @@ INSTANTIATE_TEST_SUITE_P(All, BothTransports,
 
 // A blank and what is no ASCII are encoded, and a fragment stays here, as WinHTTP has it.
 TEST(SystemTarget, IsWhatARequestLineCanHold) {
-    std::string head;
+    std::promise<std::string> asked;
     const scripted_peer peer([&](peer_connection& connection) {
-        head = connection.accept();
+        asked.set_value(connection.accept());
         connection.wait_for_end();
     });
     system_socket socket;
     socket.Open(peer.url("/a b\xC3\xA4?c#d").c_str(), 0);
     socket.Close();
+    const std::string head = text_of(asked);
     EXPECT_TRUE(head.starts_with("GET /a%20b%C3%A4?c HTTP/1.1\r\n")) << head;
 }
 

@@ -1,4 +1,5 @@
 // webdisplay_cef_browser.cpp - the display whose page is shown by the browser runtime.
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -20,6 +21,8 @@ namespace cef = pennywort::cef;
 namespace native_window = pennywort::webdisplay::native_window;
 namespace run = pennywort::run;
 using pennywort::webdisplay::display_engine;
+using pennywort::webdisplay::frame_end;
+using pennywort::webdisplay::page_timeline;
 using pennywort::webdisplay::webdisplay_browser_client;
 using pennywort::webdisplay::webdisplay_cef_state;
 
@@ -48,6 +51,24 @@ bool run_in_page(const browser_ref& browser, const std::string& script) {
     const cef::utf16 no_url("");
     frame->execute_java_script(frame.get(), code.get(), no_url.get(), 0);
     return true;
+}
+
+bool run_on_ui(const std::function<void()>& work) {
+    if (!cef::on_ui_thread()) return cef::post_to_ui(work);
+    work();
+    return true;
+}
+
+page_timeline::receiver frame_receiver(std::function<void(cWebDisplayPageFrame)> told) {
+    return [told = std::move(told)](frame_end how) {
+        if (told) told(static_cast<cWebDisplayPageFrame>(how));
+    };
+}
+
+page_timeline::value_receiver value_receiver(std::function<void(const zString&)> told) {
+    return [told = std::move(told)](const std::string& value) {
+        if (told) told(zString(value));
+    };
 }
 
 void delete_cookies(const std::string& url) {
@@ -195,14 +216,10 @@ bool cWebDisplayCEFBrowser::AdvancePage(std::int64_t microseconds,
     const webdisplay_cef_state state = m_engine->state();
     if (!state.browser) return false;
     return run::guarded_or(false, "cWebDisplayCEFBrowser", "AdvancePage", [&] {
-        const auto advance = [client = state.client, microseconds, told = std::move(onFrame)] {
-            client->advance_page(microseconds, [told](pennywort::webdisplay::frame_end how) {
-                if (told) told(static_cast<cWebDisplayPageFrame>(how));
+        return run_on_ui(
+            [client = state.client, microseconds, told = frame_receiver(std::move(onFrame))] {
+                client->advance_page(microseconds, told);
             });
-        };
-        if (!cef::on_ui_thread()) return cef::post_to_ui(advance);
-        advance();
-        return true;
     });
 }
 
@@ -212,15 +229,9 @@ bool cWebDisplayCEFBrowser::AskPage(const zString& expression,
     const webdisplay_cef_state state = m_engine->state();
     if (!state.browser) return false;
     return run::guarded_or(false, "cWebDisplayCEFBrowser", "AskPage", [&] {
-        const auto ask = [client = state.client, text = std::string(expression.View()),
-                          told = std::move(onValue)] {
-            client->ask_page(text, [told](const std::string& value) {
-                if (told) told(zString(value));
-            });
-        };
-        if (!cef::on_ui_thread()) return cef::post_to_ui(ask);
-        ask();
-        return true;
+        return run_on_ui(
+            [client = state.client, text = std::string(expression.View()),
+             told = value_receiver(std::move(onValue))] { client->ask_page(text, told); });
     });
 }
 

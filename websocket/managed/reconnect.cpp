@@ -36,11 +36,9 @@ void delayed_work::start(std::chrono::milliseconds wait, std::function<void()> w
     cancel();
     const auto mine = std::make_shared<ticket>();
     std::thread([mine, wait, work = std::move(work)] {
-        {
-            std::unique_lock lock(mine->mutex);
-            if (mine->changed.wait_for(lock, wait, [&] { return mine->is_cancelled; })) return;
+        if (!mine->is_cancelled_within(wait)) {
+            run::guarded("cWebSocket_Sharp", "opening again", work);
         }
-        run::guarded("cWebSocket_Sharp", "opening again", work);
     }).detach();
     const std::lock_guard lock(m_mutex);
     m_ticket = mine;

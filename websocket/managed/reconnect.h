@@ -46,6 +46,12 @@ public:
 
 private:
     struct ticket {
+        // Waits that long, unless it is cancelled meanwhile.
+        bool is_cancelled_within(std::chrono::milliseconds time) {
+            std::unique_lock lock(mutex);
+            return changed.wait_for(lock, time, [this] { return is_cancelled; });
+        }
+
         std::mutex mutex;
         std::condition_variable changed;
         bool is_cancelled = false;

@@ -1,6 +1,8 @@
 // host/app/option_values.cpp - see the header for the contract.
 #include "host/app/option_values.h"
 
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -8,6 +10,7 @@
 #include "core/limits.h"
 #include "core/text/numbers.h"
 #include "host/app/page_address.h"
+#include "host/system/file_path.h"
 
 namespace pennywort::host {
 
@@ -41,6 +44,13 @@ std::string take_pages(const std::vector<std::string>& pages, std::vector<std::s
         urls.push_back(std::move(*url));
     }
     return {};
+}
+
+bool read_text_file(const std::string& path, std::string& text) {
+    std::ifstream file(file_path(path), std::ios::binary);
+    if (!file) return false;
+    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return !file.bad() && text.size() <= k_max_text_file_bytes;
 }
 
 }  // namespace pennywort::host

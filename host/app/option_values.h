@@ -1,4 +1,5 @@
-// host/app/option_values.h - what the commands' options have in common: numbers, sizes, pages.
+// host/app/option_values.h - what the commands' options have in common: numbers, sizes, pages,
+// texts in files.
 #pragma once
 
 #include <string>
@@ -15,5 +16,9 @@ std::string take_size(const std::string& text, frame_format& format);
 std::string take_rate(const std::string& text, frame_format& format);
 // What the user calls pages becomes their URLs. A page that is a file has to be there.
 std::string take_pages(const std::vector<std::string>& pages, std::vector<std::string>& urls);
+
+// The whole of a file that an option names. False where it cannot be read, or is too long for a
+// text.
+bool read_text_file(const std::string& path, std::string& text);
 
 }  // namespace pennywort::host

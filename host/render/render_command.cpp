@@ -5,27 +5,17 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 #include "core/limits.h"
 #include "core/text/numbers.h"
 #include "host/app/option_values.h"
 #include "host/render/render.h"
-#include "host/system/file_path.h"
 
 namespace pennywort::host {
 
 namespace {
 
 constexpr double k_usual_seconds = 10;
-
-bool read_text_file(const std::string& path, std::string& text) {
-    std::ifstream file(file_path(path), std::ios::binary);
-    if (!file) return false;
-    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    return !file.bad() && text.size() <= k_max_text_file_bytes;
-}
 
 }  // namespace
 

@@ -2,14 +2,12 @@
 #include "host/ws/page_feed.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 #include "core/limits.h"
 #include "core/text/ascii.h"
 #include "host/app/json.h"
+#include "host/app/option_values.h"
 #include "host/render/page_scripts.h"
-#include "host/system/file_path.h"
 #include "host/ws/ws_feed.h"
 
 namespace pennywort::host {
@@ -26,13 +24,6 @@ constexpr milliseconds k_page_patience{5000};
 
 bool is_feed_url(const std::string& url) {
     return text::begins_ignoring_case(url, "ws://") || text::begins_ignoring_case(url, "wss://");
-}
-
-bool read_script(const std::string& path, std::string& text) {
-    std::ifstream file(file_path(path), std::ios::binary);
-    if (!file) return false;
-    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    return !file.bad() && text.size() <= k_max_text_file_bytes;
 }
 
 std::string seconds_of(milliseconds time) { return std::to_string(time.count() / 1000) + " s"; }
@@ -52,7 +43,7 @@ std::string take_feed(const std::string& url, const std::string& on_message,
     options.script = on_message;
     if (on_message.front() != '@') return {};
     options.script_name = on_message.substr(1);
-    return read_script(options.script_name, options.script)
+    return read_text_file(options.script_name, options.script)
                ? std::string()
                : "--on-message " + options.script_name + " cannot be read";
 }

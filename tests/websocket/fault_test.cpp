@@ -19,14 +19,14 @@
 
 namespace {
 
+using pennywort::tests::eventually;
+
 // What the peer's thread has told or, after a while, nothing.
 std::string text_of(std::promise<std::string>& told) {
     std::future<std::string> text = told.get_future();
     const bool has_come = text.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
     return has_come ? text.get() : std::string();
 }
-
-using pennywort::tests::eventually;
 
 class SystemFaultTest : public testing::TestWithParam<fault_case> {};
 

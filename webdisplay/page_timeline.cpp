@@ -99,7 +99,6 @@ void page_timeline::ask_load() {
     m_loads = 0;
     m_has_films = false;
     m_workers.clear();
-    m_fault.clear();
     // A process that has ended has no clock to stop. The next one's will be found to be another.
     if (m_phase == phase::failed) return rest();
     // Before that it is loaded in its turn.
@@ -272,9 +271,8 @@ void page_timeline::late(const row& current) {
 }
 
 void page_timeline::fail(const char* why) {
-    m_fault = why;
     await(phase::failed);
-    m_port.page_fails(m_fault);
+    m_port.page_fails(why);
     drop_wishes();
 }
 

@@ -93,8 +93,6 @@ public:
     bool is_loading_again() const { return m_loads > 0; }
     // Whether the browser is at a frame that was asked for.
     bool shows_frame() const { return m_has_taken; }
-    // What went wrong last; empty if nothing did.
-    const std::string& fault() const { return m_fault; }
 
 private:
     // In the order in which they follow each other; `failed` is the end of all.
@@ -191,7 +189,6 @@ private:
     time m_limit = time::max();
     time m_due = time::max();
     time m_tick_limit{};
-    std::string m_fault;
 
     std::deque<frame> m_waiting;
     receiver m_taken;  // of the frame that the browser took last, while its end is not known

@@ -5,39 +5,66 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <stdexcept>
+#include <utility>
 
-zBuffer::zBuffer(std::uint32_t size, std::uint32_t grow) : m_bytes(size, '\0'), m_grow(grow) {}
+#include "loam/buffer_access.h"
+
+zBuffer::zBuffer(std::uint32_t size, std::uint32_t grow)
+    : m_bytes(size == 0 ? nullptr : std::make_unique<char[]>(size)),
+      m_length(size),
+      m_capacity(size),
+      m_grow(grow) {}
+
+zBuffer::zBuffer(const zBuffer& other) : m_grow(other.m_grow) { *this = other; }
+
+zBuffer& zBuffer::operator=(const zBuffer& other) {
+    if (this == &other) return *this;
+    if (other.m_length > m_capacity) {
+        m_bytes = std::make_unique_for_overwrite<char[]>(other.m_length);
+        m_capacity = other.m_length;
+    }
+    std::copy_n(other.m_bytes.get(), other.m_length, m_bytes.get());
+    m_length = other.m_length;
+    m_grow = other.m_grow;
+    return *this;
+}
 
 zBuffer::~zBuffer() = default;
 
-char* zBuffer::Data() { return m_bytes.data(); }
+char* zBuffer::Data() { return m_bytes.get(); }
 
-const char* zBuffer::Data() const { return m_bytes.data(); }
+const char* zBuffer::Data() const { return m_bytes.get(); }
 
-std::uint32_t zBuffer::Length() const { return static_cast<std::uint32_t>(m_bytes.size()); }
+std::uint32_t zBuffer::Length() const { return static_cast<std::uint32_t>(m_length); }
 
 std::uint32_t zBuffer::Capacity() const {
     constexpr std::size_t k_most = std::numeric_limits<std::uint32_t>::max();
-    return static_cast<std::uint32_t>(std::min(m_bytes.capacity(), k_most));
+    return static_cast<std::uint32_t>(std::min(m_capacity, k_most));
 }
 
 zStatus zBuffer::ResizeTo(std::uint32_t size, std::uint32_t keep) {
-    try {
-        if (size > m_bytes.capacity()) {
-            // At least half as much again, so that a buffer filled in small steps is not copied
-            // once for each of them.
-            const std::size_t step = std::max<std::size_t>(m_grow, m_bytes.capacity() / 2);
-            m_bytes.reserve(std::max<std::size_t>(size, m_bytes.capacity() + step));
-        }
-        m_bytes.resize(std::min<std::size_t>({m_bytes.size(), keep, size}));
-        m_bytes.resize(size, '\0');
-    } catch (const std::bad_alloc&) {
-        return -1;
-    } catch (const std::length_error&) {
-        return -1;
+    const std::size_t kept = std::min<std::size_t>({m_length, keep, size});
+    if (size > m_capacity) {
+        // At least half as much again, so that a buffer filled in small steps is not copied
+        // once for each of them.
+        const std::size_t step = std::max<std::size_t>(m_grow, m_capacity / 2);
+        const std::size_t capacity = std::max<std::size_t>(size, m_capacity + step);
+        std::unique_ptr<char[]> moved(new (std::nothrow) char[capacity]);
+        if (moved == nullptr) return -1;
+        std::copy_n(m_bytes.get(), kept, moved.get());
+        m_bytes = std::move(moved);
+        m_capacity = capacity;
     }
+    std::fill_n(m_bytes.get() + kept, size - kept, '\0');
+    m_length = size;
     return 0;
+}
+
+void loam::buffer_access::give(zBuffer& buffer, std::unique_ptr<char[]> bytes, std::size_t length,
+                               std::size_t capacity) {
+    buffer.m_bytes = std::move(bytes);
+    buffer.m_length = length;
+    buffer.m_capacity = capacity;
 }
 
 zBufferStream::zBufferStream(zBuffer& buffer, std::uint32_t grow)

@@ -2,16 +2,20 @@
 #include "loam/record.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "loam/record_block.h"
 #include "loam/record_state.h"
 #include "loam/string.h"
 
+using loam::record_block;
 using loam::record_bytes;
 using loam::record_key;
 using loam::record_state;
@@ -20,8 +24,26 @@ using loam::record_variable;
 
 namespace {
 
+// In front of a record with memory of its own.
+constexpr std::size_t k_front = alignof(std::max_align_t);
+static_assert(k_front >= sizeof(record_block*));
+
+// The place of a record in memory that is its own.
+void* behind_mark(void* memory) {
+    void* const record = static_cast<char*>(memory) + k_front;
+    record_block::owner_of(record) = nullptr;
+    return record;
+}
+
+record_state& state_of(zRecord& record) { return loam::record_access::state_of(record); }
+
+const record_state& state_of(const zRecord& record) {
+    return loam::record_access::state_of(record);
+}
+
 template <typename converted, typename conversion>
-std::optional<converted> read(const record_state& state, std::string_view key, conversion convert) {
+std::optional<converted> read(const record_state& state, const record_key& key,
+                              conversion convert) {
     const record_value* value = state.variables.find(key);
     if (value == nullptr) return std::nullopt;
     return convert(*value);
@@ -37,37 +59,37 @@ std::string bytes_from(const void* bytes, std::uint32_t length) {
     return {static_cast<const char*>(bytes), length};
 }
 
-bool read_bool(const record_state& state, std::string_view key, bool otherwise) {
+bool read_bool(const record_state& state, const record_key& key, bool otherwise) {
     return read<bool>(state, key, loam::as_bool).value_or(otherwise);
 }
 
-std::int64_t read_int64(const record_state& state, std::string_view key, std::int64_t otherwise) {
+std::int64_t read_int64(const record_state& state, const record_key& key, std::int64_t otherwise) {
     return read<std::int64_t>(state, key, loam::as_integer).value_or(otherwise);
 }
 
-std::int32_t read_int32(const record_state& state, std::string_view key, std::int32_t otherwise) {
+std::int32_t read_int32(const record_state& state, const record_key& key, std::int32_t otherwise) {
     using limits = std::numeric_limits<std::int32_t>;
     const std::int64_t value = read_int64(state, key, otherwise);
     const bool fits = value >= limits::min() && value <= limits::max();
     return fits ? static_cast<std::int32_t>(value) : otherwise;
 }
 
-double read_double(const record_state& state, std::string_view key, double otherwise) {
+double read_double(const record_state& state, const record_key& key, double otherwise) {
     return read<double>(state, key, loam::as_double).value_or(otherwise);
 }
 
-const std::string* find_text(const record_state& state, std::string_view key) {
+const std::string* find_text(const record_state& state, const record_key& key) {
     const record_value* value = state.variables.find(key);
     return value == nullptr ? nullptr : std::get_if<std::string>(&value->held);
 }
 
-std::string read_string(const record_state& state, std::string_view key,
+std::string read_string(const record_state& state, const record_key& key,
                         const std::string& otherwise) {
     if (const std::string* text = find_text(state, key)) return *text;
     return read<std::string>(state, key, loam::number_as_text).value_or(otherwise);
 }
 
-const char* read_c_string(const record_state& state, std::string_view key, const char* otherwise,
+const char* read_c_string(const record_state& state, const record_key& key, const char* otherwise,
                           char (*scratch)[64]) {
     if (const std::string* text = find_text(state, key)) return text->c_str();
     const auto number = read<std::string>(state, key, loam::number_as_text);
@@ -83,7 +105,7 @@ const char* with_length(const std::string* bytes, std::uint32_t* length) {
     return bytes == nullptr ? nullptr : bytes->c_str();
 }
 
-const char* read_bytes(const record_state& state, std::string_view key, std::uint32_t* length) {
+const char* read_bytes(const record_state& state, const record_key& key, std::uint32_t* length) {
     const record_value* value = state.variables.find(key);
     if (value == nullptr) return with_length(nullptr, length);
     if (const auto* bytes = std::get_if<record_bytes>(&value->held)) {
@@ -94,11 +116,34 @@ const char* read_bytes(const record_state& state, std::string_view key, std::uin
 
 }  // namespace
 
-record_state& loam::record_access::state_of(zRecord& record) { return *record.m_state; }
+zRecord::zRecord() {
+    static_assert(sizeof(record_state) == sizeof m_state);
+    static_assert(alignof(record_state) <= alignof(zRecord));
+    new (m_state) record_state;
+}
 
-const record_state& loam::record_access::state_of(const zRecord& record) { return *record.m_state; }
+void* zRecord::operator new(std::size_t size) {
+    return behind_mark(::operator new(k_front + size));
+}
 
-zRecord::zRecord() : m_state(std::make_unique<record_state>()) {}
+void* zRecord::operator new(std::size_t size, const std::nothrow_t& none) noexcept {
+    void* const memory = ::operator new(k_front + size, none);
+    return memory == nullptr ? nullptr : behind_mark(memory);
+}
+
+void zRecord::operator delete(void* record, const std::nothrow_t&) noexcept {
+    zRecord::operator delete(record);
+}
+
+void zRecord::operator delete(void* record) noexcept {
+    if (record == nullptr) return;
+    record_block* const block = record_block::owner_of(record);
+    if (block != nullptr) {
+        block->release();
+    } else {
+        ::operator delete(static_cast<char*>(record) - k_front);
+    }
+}
 
 zRecord::zRecord(const zRecord& other) : zRecord() {
     // A list of work and no recursion: a tree may be deeper than the stack.
@@ -106,13 +151,14 @@ zRecord::zRecord(const zRecord& other) : zRecord() {
     while (!pending.empty()) {
         const auto [from, to] = pending.back();
         pending.pop_back();
-        to->m_state->variables = from->m_state->variables;
-        to->m_state->children.reserve(from->m_state->children.size());
-        for (const zRecord* child : from->m_state->children) {
+        loam::record_variables variables(state_of(*from).variables);
+        state_of(*to).variables.swap(variables);
+        state_of(*to).children.reserve(state_of(*from).children.size());
+        for (const zRecord* child : state_of(*from).children) {
             auto copy = std::make_unique<zRecord>();
-            copy->m_state->parent = to;
+            state_of(*copy).parent = to;
             pending.emplace_back(child, copy.get());
-            to->m_state->children.push_back(copy.release());
+            state_of(*to).children.emplace_back(copy.release());
         }
     }
 }
@@ -122,34 +168,36 @@ zRecord& zRecord::operator=(const zRecord& other) {
     // Copied first, and room made: `other` may be a part of this tree, or this a part of it, and
     // without memory everything stays as it was.
     zRecord copy(other);
-    m_state->variables.reserve(copy.VariableCount());
+    state_of(*this).variables.reserve(copy.VariableCount());
     MakeEmpty();
     take_variables(copy);
-    m_state->children.swap(copy.m_state->children);
-    for (zRecord* child : m_state->children) child->m_state->parent = this;
+    state_of(*this).children.swap(state_of(copy).children);
+    for (zRecord* child : state_of(*this).children) state_of(*child).parent = this;
     return *this;
 }
 
 zRecord::~zRecord() {
-    if (m_state->parent != nullptr) {
-        std::erase(m_state->parent->m_state->children, this);
-        m_state->parent = nullptr;
+    if (state_of(*this).parent != nullptr) {
+        // A copy that cannot be made may not be among its siblings yet.
+        state_of(*state_of(*this).parent).children.erase_value(this);
+        state_of(*this).parent = nullptr;
     }
     delete_children();
+    std::destroy_at(&state_of(*this));
 }
 
 // From the deepest upwards and without recursion, since a tree may be deeper than the stack; and
 // without a list of work, since there may be no memory for one.
 void zRecord::delete_children() {
     zRecord* at = this;
-    while (at != this || !m_state->children.empty()) {
-        auto& below = at->m_state->children;
+    while (at != this || !state_of(*this).children.empty()) {
+        auto& below = state_of(*at).children;
         if (!below.empty()) {
             at = below.back();
             continue;
         }
-        zRecord* const above = std::exchange(at->m_state->parent, nullptr);
-        above->m_state->children.pop_back();
+        zRecord* const above = std::exchange(state_of(*at).parent, nullptr);
+        state_of(*above).children.pop_back();
         delete at;
         at = above;
     }
@@ -158,57 +206,58 @@ void zRecord::delete_children() {
 // Each operation that takes a name comes a second time with an identifier.
 // clang-format off
 bool zRecord::AsBool(const char* name, bool otherwise) const {
-    return name == nullptr ? otherwise : read_bool(*m_state, name, otherwise);
+    return name == nullptr ? otherwise : read_bool(state_of(*this), name, otherwise);
 }
 bool zRecord::AsBool(std::uint64_t id, bool otherwise) const {
-    return read_bool(*m_state, record_key(id).view(), otherwise);
+    return read_bool(state_of(*this), record_key(id), otherwise);
 }
 std::int32_t zRecord::AsInt32(const char* name, std::int32_t otherwise) const {
-    return name == nullptr ? otherwise : read_int32(*m_state, name, otherwise);
+    return name == nullptr ? otherwise : read_int32(state_of(*this), name, otherwise);
 }
 std::int32_t zRecord::AsInt32(std::uint64_t id, std::int32_t otherwise) const {
-    return read_int32(*m_state, record_key(id).view(), otherwise);
+    return read_int32(state_of(*this), record_key(id), otherwise);
 }
 std::int64_t zRecord::AsInt64(const char* name, std::int64_t otherwise) const {
-    return name == nullptr ? otherwise : read_int64(*m_state, name, otherwise);
+    return name == nullptr ? otherwise : read_int64(state_of(*this), name, otherwise);
 }
 std::int64_t zRecord::AsInt64(std::uint64_t id, std::int64_t otherwise) const {
-    return read_int64(*m_state, record_key(id).view(), otherwise);
+    return read_int64(state_of(*this), record_key(id), otherwise);
 }
 double zRecord::AsDouble(const char* name, double otherwise) const {
-    return name == nullptr ? otherwise : read_double(*m_state, name, otherwise);
+    return name == nullptr ? otherwise : read_double(state_of(*this), name, otherwise);
 }
 double zRecord::AsDouble(std::uint64_t id, double otherwise) const {
-    return read_double(*m_state, record_key(id).view(), otherwise);
+    return read_double(state_of(*this), record_key(id), otherwise);
 }
 std::string zRecord::AsString(const char* name, const std::string& otherwise) const {
-    return name == nullptr ? otherwise : read_string(*m_state, name, otherwise);
+    return name == nullptr ? otherwise : read_string(state_of(*this), name, otherwise);
 }
 std::string zRecord::AsString(std::uint64_t id, const std::string& otherwise) const {
-    return read_string(*m_state, record_key(id).view(), otherwise);
+    return read_string(state_of(*this), record_key(id), otherwise);
 }
 const char* zRecord::AsCString(const char* name, const char* otherwise, char (*scratch)[64]) const {
-    return name == nullptr ? otherwise : read_c_string(*m_state, name, otherwise, scratch);
+    return name == nullptr ? otherwise : read_c_string(state_of(*this), name, otherwise, scratch);
 }
 const char* zRecord::AsCString(std::uint64_t id, const char* otherwise, char (*scratch)[64]) const {
-    return read_c_string(*m_state, record_key(id).view(), otherwise, scratch);
+    return read_c_string(state_of(*this), record_key(id), otherwise, scratch);
 }
 // clang-format on
 
 const char* zRecord::AsText(const char* name, std::uint32_t* length) const {
-    return with_length(name == nullptr ? nullptr : find_text(*m_state, name), length);
+    return with_length(name == nullptr ? nullptr : find_text(state_of(*this), name), length);
 }
 
 const char* zRecord::AsText(std::uint64_t id, std::uint32_t* length) const {
-    return with_length(find_text(*m_state, record_key(id).view()), length);
+    return with_length(find_text(state_of(*this), record_key(id)), length);
 }
 
 const void* zRecord::AsBytes(const char* name, std::uint32_t* length) const {
-    return name == nullptr ? with_length(nullptr, length) : read_bytes(*m_state, name, length);
+    return name == nullptr ? with_length(nullptr, length)
+                           : read_bytes(state_of(*this), name, length);
 }
 
 const void* zRecord::AsBytes(std::uint64_t id, std::uint32_t* length) const {
-    return read_bytes(*m_state, record_key(id).view(), length);
+    return read_bytes(state_of(*this), record_key(id), length);
 }
 
 bool zRecord::SetCString(const char* name, const char* value, char flag) {
@@ -274,11 +323,11 @@ bool zRecord::SetDouble(std::uint64_t id, double value, char) {
 }
 
 bool zRecord::Has(const char* name) const {
-    return name != nullptr && m_state->variables.find(name) != nullptr;
+    return name != nullptr && state_of(*this).variables.find(name) != nullptr;
 }
 
 bool zRecord::Has(std::uint64_t id) const {
-    return m_state->variables.find(record_key(id).view()) != nullptr;
+    return state_of(*this).variables.find(record_key(id)) != nullptr;
 }
 
 bool zRecord::Remove(const char* name) { return name != nullptr && remove(record_key(name)); }
@@ -286,95 +335,94 @@ bool zRecord::Remove(const char* name) { return name != nullptr && remove(record
 bool zRecord::RemoveID(std::uint64_t id) { return remove(record_key(id)); }
 
 std::uint32_t zRecord::VariableCount() const {
-    return static_cast<std::uint32_t>(m_state->variables.size());
+    return static_cast<std::uint32_t>(state_of(*this).variables.size());
 }
 
 const char* zRecord::VariableName(std::uint32_t index) const {
-    const auto* variable = m_state->variables.at(index);
+    const auto* variable = state_of(*this).variables.at(index);
     return variable == nullptr ? "" : variable->key.c_str();
 }
 
 std::uint64_t zRecord::VariableID(std::uint32_t index) const {
-    const auto* variable = m_state->variables.at(index);
-    return variable == nullptr ? 0 : record_key::id_of(variable->key);
+    const auto* variable = state_of(*this).variables.at(index);
+    return variable == nullptr ? 0 : variable->key.key().id();
 }
 
 zStatus zRecord::AddChild(zRecord* child, std::int32_t position) {
     if (child == nullptr || child == this || position < 0) return -1;
-    if (child->m_state->parent != nullptr) return -1;
+    if (state_of(*child).parent != nullptr) return -1;
     // Only a record with children can be an ancestor; without this test building a deep chain from
     // its top would take the square of its depth.
-    if (!child->m_state->children.empty()) {
-        for (const zRecord* above = this; above != nullptr; above = above->m_state->parent) {
+    if (!state_of(*child).children.empty()) {
+        for (const zRecord* above = this; above != nullptr; above = state_of(*above).parent) {
             if (above == child) return -1;
         }
     }
-    auto& children = m_state->children;
+    auto& children = state_of(*this).children;
     const auto at = std::min(static_cast<std::size_t>(position), children.size());
     try {
-        children.insert(children.begin() + static_cast<std::ptrdiff_t>(at), child);
+        children.insert(at, child);
     } catch (const std::bad_alloc&) {
         return -1;
     }
-    child->m_state->parent = this;
+    state_of(*child).parent = this;
     return 0;
 }
 
 zRecord* zRecord::Child(std::uint32_t index) const {
-    return index < m_state->children.size() ? m_state->children[index] : nullptr;
+    return index < state_of(*this).children.size() ? state_of(*this).children[index] : nullptr;
 }
 
 std::uint32_t zRecord::ChildCount() const {
-    return static_cast<std::uint32_t>(m_state->children.size());
+    return static_cast<std::uint32_t>(state_of(*this).children.size());
 }
 
 zRecord* zRecord::TakeChild(std::uint32_t index) {
     zRecord* child = Child(index);
     if (child == nullptr) return nullptr;
-    m_state->children.erase(m_state->children.begin() + static_cast<std::ptrdiff_t>(index));
-    child->m_state->parent = nullptr;
+    state_of(*this).children.erase(index);
+    state_of(*child).parent = nullptr;
     return child;
 }
 
-zRecord* zRecord::Parent() const { return m_state->parent; }
+zRecord* zRecord::Parent() const { return state_of(*this).parent; }
 
 void zRecord::MakeEmpty() {
-    for (std::size_t i = 0; i < m_state->variables.size(); ++i) {
-        variable_changing(record_key::id_of(m_state->variables.at(i)->key), true, true);
+    for (std::size_t i = 0; i < state_of(*this).variables.size(); ++i) {
+        variable_changing(state_of(*this).variables.at(i)->key.key().id(), true, true);
     }
-    m_state->variables.clear();
+    state_of(*this).variables.clear();
     delete_children();
 }
 
 void zRecord::variable_changing(std::uint64_t, bool, bool) {}
 
 bool zRecord::set(const record_key& key, record_value value) {
-    auto& variables = m_state->variables;
-    const std::uint64_t id = record_key::id_of(key.view());
-    const auto place = variables.place_of(key.view());
+    auto& variables = state_of(*this).variables;
+    const auto place = variables.place_of(key);
     const bool exists = place.is_there();
     // All memory is taken first: a derived class must not hear of a change that then fails.
-    record_variable made{std::string(key.view()), std::move(value)};
+    record_variable made(key, std::move(value));
     if (!exists) variables.reserve(variables.size() + 1);
-    variable_changing(id, exists, false);
+    variable_changing(key.id(), exists, false);
     // The derived class may have changed the record itself.
     variables.set_at(place, std::move(made));
     return true;
 }
 
 bool zRecord::remove(const record_key& key) {
-    if (m_state->variables.find(key.view()) == nullptr) return false;
-    variable_changing(record_key::id_of(key.view()), true, true);
-    m_state->variables.remove(key.view());
+    if (state_of(*this).variables.find(key) == nullptr) return false;
+    variable_changing(key.id(), true, true);
+    state_of(*this).variables.remove(key);
     return true;
 }
 
 void zRecord::take_variables(zRecord& other) {
     loam::record_variables taken;
-    taken.swap(other.m_state->variables);
+    taken.swap(state_of(other).variables);
     for (std::size_t i = 0; i < taken.size(); ++i) {
-        variable_changing(record_key::id_of(taken.at(i)->key), false, false);
-        m_state->variables.set(taken.take(i));
+        variable_changing(taken.at(i)->key.key().id(), false, false);
+        state_of(*this).variables.set(taken.take(i));
     }
 }
 

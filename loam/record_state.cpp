@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -14,8 +13,6 @@
 
 namespace loam {
 namespace {
-
-constexpr std::size_t k_indexed_from = 13;
 
 std::optional<std::int64_t> whole_part(double value) {
     // 2^63 is exact as a double, while the largest 64-bit integer is not.
@@ -35,45 +32,45 @@ std::optional<bool> text_as_bool(std::string_view text) {
 
 }  // namespace
 
-record_key::record_key(std::uint64_t id) : m_view(m_id, k_id_size) {
-    std::memcpy(m_id + 1, &id, sizeof id);
+record_name::record_name(const record_key& key) {
+    if (!key.is_name()) {
+        m_id = key.id();
+        return;
+    }
+    const std::string_view name = key.name();
+    auto kept = std::make_unique_for_overwrite<char[]>(name.size() + 1);
+    kept[name.copy(kept.get(), name.size())] = '\0';
+    m_name = kept.release();
+    m_length = name.size();
 }
 
-std::uint64_t record_key::id_of(std::string_view key) {
-    std::uint64_t id = 0;
-    if (key.size() == k_id_size && key[0] == '\0') std::memcpy(&id, key.data() + 1, sizeof id);
-    return id;
+record_variables::record_variables(const record_variables& other) : m_variables(other.m_variables) {
+    if (m_variables.size() >= k_indexed_from) index_last();
 }
 
-std::size_t record_variables::position(std::string_view key) const {
-    if (!m_index.empty()) {
-        const auto found = m_index.find(key);
-        return found == m_index.end() ? k_none : found->second;
+std::size_t record_variables::position(const record_key& key) const {
+    if (m_index != nullptr) {
+        const auto found = m_index->find(key);
+        return found == m_index->end() ? k_none : found->second;
     }
     for (std::size_t i = 0; i < m_variables.size(); ++i) {
-        if (m_variables[i].key == key) return i;
+        if (m_variables[i].key.key() == key) return i;
     }
     return k_none;
 }
 
-const record_value* record_variables::find(std::string_view key) const {
+const record_value* record_variables::find(const record_key& key) const {
     const std::size_t at = position(key);
     return at == k_none ? nullptr : &m_variables[at].value;
 }
 
-void record_variables::reserve(std::size_t count) {
-    if (count <= m_variables.capacity()) return;
-    // Doubled: records are filled one variable at a time.
-    m_variables.reserve(std::max(count, 2 * m_variables.capacity()));
-}
-
 void record_variables::set(record_variable variable) {
-    const std::size_t at = position(variable.key);
+    const std::size_t at = position(variable.key.key());
     put(at, std::move(variable));
 }
 
 void record_variables::set_at(const place& known, record_variable variable) {
-    const std::size_t at = known.changes == m_changes ? known.at : position(variable.key);
+    const std::size_t at = known.changes == m_changes ? known.at : position(variable.key.key());
     put(at, std::move(variable));
 }
 
@@ -85,28 +82,24 @@ void record_variables::put(std::size_t at, record_variable variable) {
     append(std::move(variable));
 }
 
-void record_variables::append(record_variable variable) {
-    m_variables.push_back(std::move(variable));
-    ++m_changes;
-    index_last();
-}
-
-void record_variables::remove(std::string_view key) {
+void record_variables::remove(const record_key& key) {
     const std::size_t gone = position(key);
     if (gone == k_none) return;
     ++m_changes;
-    if (m_variables.size() <= k_indexed_from) m_index.clear();
-    if (const auto found = m_index.find(key); found != m_index.end()) m_index.erase(found);
-    for (auto& [name, at] : m_index) {
-        if (at > gone) --at;
+    if (m_variables.size() <= k_indexed_from) m_index.reset();
+    if (m_index != nullptr) {
+        m_index->erase(key);
+        for (auto& [name, at] : *m_index) {
+            if (at > gone) --at;
+        }
     }
-    m_variables.erase(m_variables.begin() + static_cast<std::ptrdiff_t>(gone));
+    m_variables.erase(gone);
 }
 
 void record_variables::clear() {
     ++m_changes;
+    m_index.reset();
     m_variables.clear();
-    m_index.clear();
 }
 
 void record_variables::swap(record_variables& other) noexcept {
@@ -116,28 +109,25 @@ void record_variables::swap(record_variables& other) noexcept {
     m_index.swap(other.m_index);
 }
 
-const record_variable* record_variables::at(std::size_t index) const {
-    return index < m_variables.size() ? &m_variables[index] : nullptr;
-}
-
 // Without memory for the index the variables are found by a look through all of them. An index
 // that knows only some would hide the others.
 void record_variables::index_last() {
-    if (m_variables.size() < k_indexed_from) return;
     try {
-        if (m_index.empty()) {
+        if (m_index == nullptr) {
             m_index = made_index();
         } else {
-            m_index.emplace(m_variables.back().key, m_variables.size() - 1);
+            m_index->emplace(m_variables.back().key.key(), m_variables.size() - 1);
         }
     } catch (const std::bad_alloc&) {
-        m_index.clear();
+        m_index.reset();
     }
 }
 
-record_variables::positions record_variables::made_index() const {
-    positions made;
-    for (std::size_t i = 0; i < m_variables.size(); ++i) made.emplace(m_variables[i].key, i);
+std::unique_ptr<record_variables::positions> record_variables::made_index() const {
+    auto made = std::make_unique<positions>();
+    for (std::size_t i = 0; i < m_variables.size(); ++i) {
+        made->emplace(m_variables[i].key.key(), i);
+    }
     return made;
 }
 

@@ -3,16 +3,18 @@
 
 #include <cstdint>
 #include <new>
+#include <string>
 
+#include "loam/record_state.h"
 #include "loam/xml.h"
 
 namespace loam {
 namespace {
 
 std::string_view text_of(const zRecord& element, std::uint64_t id) {
-    std::uint32_t length = 0;
-    const char* const text = element.AsText(id, &length);
-    return text == nullptr ? std::string_view() : std::string_view(text, length);
+    const record_value* const value = record_access::state_of(element).variables.find(id);
+    const auto* const text = value == nullptr ? nullptr : std::get_if<std::string>(&value->held);
+    return text == nullptr ? std::string_view() : std::string_view(*text);
 }
 
 void set(zRecord& element, std::uint64_t id, std::string_view text) {
@@ -27,14 +29,16 @@ std::string_view element_text(const zRecord& element) { return text_of(element, 
 
 zRecord* child_element(const zRecord* parent, std::string_view name) {
     if (parent == nullptr) return nullptr;
-    for (std::uint32_t i = 0; i < parent->ChildCount(); ++i) {
-        if (element_name(*parent->Child(i)) == name) return parent->Child(i);
+    for (zRecord* const each : record_access::state_of(*parent).children) {
+        if (element_name(*each) == name) return each;
     }
     return nullptr;
 }
 
 zRecord* only_child(const zRecord* parent) {
-    return parent != nullptr && parent->ChildCount() == 1 ? parent->Child(0) : nullptr;
+    if (parent == nullptr) return nullptr;
+    const auto& children = record_access::state_of(*parent).children;
+    return children.size() == 1 ? children[0] : nullptr;
 }
 
 std::unique_ptr<zRecord> new_element(std::string_view name) {

@@ -12,6 +12,7 @@
 
 #include "loam/ascii.h"
 #include "loam/out_of_memory.h"
+#include "loam/record_block.h"
 #include "loam/record_state.h"
 #include "loam/utf.h"
 #include "loam/utf8.h"
@@ -22,7 +23,7 @@
 
 using loam::record_access;
 using loam::record_key;
-using loam::record_state;
+using loam::record_maker;
 
 namespace {
 
@@ -36,7 +37,8 @@ bool is_white(std::string_view text) {
 }
 
 // What expat finds becomes records below `root`, which is empty at first and is filled by its
-// public operations: it is the caller's, and may be of a derived class. All others are plain.
+// public operations: it is the caller's, and may be of a derived class. All others are plain, and
+// are made when their elements end: then it is known how much memory each takes.
 class tree_builder {
 public:
     tree_builder(zRecord& root, const loam::xml_limits& limits) : m_root(root), m_limits(limits) {}
@@ -48,31 +50,38 @@ public:
         if (++m_elements > m_limits.elements) return zXML::k_too_large;
         if (m_depth == m_limits.deepest) return zXML::k_too_deep;
         if (attribute_count > m_limits.attributes) return zXML::k_too_many_attributes;
-        zRecord* const record = m_depth == 0 ? &m_root : new_child();
-        if (record == nullptr) return zXML::k_too_wide;
-        open(*record);
-        if (record == &m_root) {
+        const bool is_root = m_depth == 0;
+        if (!is_root && m_ended.size() - innermost().first_child == m_limits.widest) {
+            return zXML::k_too_wide;
+        }
+        open_element& opened = open();
+        if (is_root) {
             fill_root(name, attributes);
         } else {
-            fill(record_access::state_of(*record), name, attributes, attribute_count);
+            opened.attributes.assign(attributes, attributes + 2 * attribute_count);
         }
         return 0;
     }
 
     void take_text(const char* text, int length) {
-        if (m_depth > 0) m_open[m_depth - 1].text.append(text, static_cast<std::size_t>(length));
+        if (m_depth > 0) innermost().text.append(text, static_cast<std::size_t>(length));
     }
 
-    void end() {
-        open_element& ended = m_open[--m_depth];
-        record_state& state = record_access::state_of(*ended.record);
-        const bool is_left_out = !state.children.empty() && is_white(ended.text);
-        if (ended.text.empty() || is_left_out) return;
-        if (ended.record == &m_root) {
-            m_root.SetString(zXML::k_text, ended.text);
+    void end(const char* name) {
+        const open_element& ended = innermost();
+        const std::size_t children = m_ended.size() - ended.first_child;
+        const bool has_text = !ended.text.empty() && (children == 0 || !is_white(ended.text));
+        if (m_depth == 1) {
+            if (has_text) m_root.SetString(zXML::k_text, ended.text);
+            take_children(m_root, ended.first_child);
         } else {
-            state.variables.append({std::string(m_text_key.view()), {ended.text}});
+            const std::size_t variables = 1 + ended.attributes.size() / 2 + (has_text ? 1 : 0);
+            auto record = m_maker.make(variables, children);
+            fill(*record, name, ended, has_text);
+            take_children(*record, ended.first_child);
+            m_ended.push_back(std::move(record));
         }
+        --m_depth;
     }
 
     // Runs `work` in one of expat's callbacks, through which nothing may be thrown.
@@ -84,10 +93,11 @@ public:
     }
 
 private:
-    // The text so far of an element whose end has not come. Kept when it has, for the next one at
-    // this depth.
+    // An element whose end has not come, with its text so far. Kept when it has, for the next one
+    // at this depth.
     struct open_element {
-        zRecord* record = nullptr;
+        std::size_t first_child = 0;          // in m_ended
+        std::vector<std::string> attributes;  // names and values in turn
         std::string text;
     };
 
@@ -97,22 +107,14 @@ private:
         return count / 2;
     }
 
-    // Null where the parent has as many as it may have.
-    zRecord* new_child() {
-        zRecord& parent = *m_open[m_depth - 1].record;
-        auto& siblings = record_access::state_of(parent).children;
-        if (siblings.size() == m_limits.widest) return nullptr;
-        auto child = std::make_unique<zRecord>();
-        siblings.push_back(child.get());
-        record_access::state_of(*child).parent = &parent;
-        return child.release();
-    }
+    open_element& innermost() { return m_open[m_depth - 1]; }
 
-    void open(zRecord& record) {
+    open_element& open() {
         if (m_depth == m_open.size()) m_open.emplace_back();
-        m_open[m_depth].record = &record;
-        m_open[m_depth].text.clear();
-        ++m_depth;
+        open_element& opened = m_open[m_depth++];
+        opened.first_child = m_ended.size();
+        opened.text.clear();
+        return opened;
     }
 
     void fill_root(const char* name, const char** attributes) {
@@ -123,20 +125,32 @@ private:
     }
 
     // A document that is well-formed names no attribute twice.
-    void fill(record_state& state, const char* name, const char** attributes, std::size_t count) {
-        state.variables.reserve(count + 2);
-        state.variables.append({std::string(m_name_key.view()), {std::string(name)}});
-        for (; *attributes != nullptr; attributes += 2) {
-            state.variables.append({attributes[0], {std::string(attributes[1])}});
+    static void fill(zRecord& record, const char* name, const open_element& ended, bool has_text) {
+        auto& variables = record_access::state_of(record).variables;
+        variables.append(record_key(zXML::k_name), name);
+        for (std::size_t i = 0; i < ended.attributes.size(); i += 2) {
+            variables.append(std::string_view(ended.attributes[i]), ended.attributes[i + 1]);
         }
+        if (has_text) variables.append(record_key(zXML::k_text), ended.text);
     }
 
-    const record_key m_name_key{zXML::k_name};
-    const record_key m_text_key{zXML::k_text};
+    void take_children(zRecord& parent, std::size_t first) {
+        auto& children = record_access::state_of(parent).children;
+        children.reserve(m_ended.size() - first);
+        for (std::size_t i = first; i < m_ended.size(); ++i) {
+            record_access::state_of(*m_ended[i]).parent = &parent;
+            children.emplace_back(m_ended[i].release());
+        }
+        m_ended.resize(first);
+    }
+
     zRecord& m_root;
     const loam::xml_limits& m_limits;
     std::vector<open_element> m_open;
     std::size_t m_depth = 0;
+    record_maker m_maker;
+    // Those that have no parent yet, since that is open.
+    std::vector<std::unique_ptr<zRecord>> m_ended;
     std::uint32_t m_elements = 0;
     zStatus m_status = 0;
 };
@@ -235,10 +249,10 @@ void on_start(void* user, const char* name, const char** attributes) {
     one.builder.guarded(one.parser, [&] { return one.builder.start(name, attributes); });
 }
 
-void on_end(void* user, const char*) {
+void on_end(void* user, const char* name) {
     auto& one = *static_cast<parsing*>(user);
     one.builder.guarded(one.parser, [&] {
-        one.builder.end();
+        one.builder.end(name);
         return 0;
     });
 }

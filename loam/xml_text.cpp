@@ -2,6 +2,8 @@
 #include "loam/xml_text.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <iterator>
 
 #include "loam/ascii.h"
@@ -30,30 +32,56 @@ bool is_within(char32_t point, const range (&ranges)[count]) {
     });
 }
 
+// What a byte of ASCII is in a name.
+enum class place : unsigned char { none, behind_the_first, anywhere };
+
+constexpr std::array<place, 128> made_places() {
+    std::array<place, 128> made{};
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        const char c = static_cast<char>(i);
+        if (is_digit(c) || c == '-' || c == '.') made[i] = place::behind_the_first;
+        if (is_letter(c) || c == '_' || c == ':') made[i] = place::anywhere;
+    }
+    return made;
+}
+constexpr std::array<place, 128> k_places = made_places();
+
 bool begins_name(char32_t point) {
-    if (point >= 0x80) return is_within(point, k_beginnings);
-    const char c = static_cast<char>(point);
-    return is_letter(c) || c == '_' || c == ':';
+    return point < 0x80 ? k_places[point] == place::anywhere : is_within(point, k_beginnings);
 }
 
 bool continues_name(char32_t point) {
-    if (begins_name(point)) return true;
-    if (point >= 0x80) return is_within(point, k_others);
-    const char c = static_cast<char>(point);
-    return is_digit(c) || c == '-' || c == '.';
+    if (point < 0x80) return k_places[point] != place::none;
+    return is_within(point, k_beginnings) || is_within(point, k_others);
+}
+
+// The bytes at the front that are ASCII and stand where they may.
+std::size_t plain_bytes(std::string_view name) {
+    std::size_t count = 0;
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        const place least = count == 0 ? place::anywhere : place::behind_the_first;
+        if (byte >= k_places.size() || k_places[byte] < least) break;
+        ++count;
+    }
+    return count;
 }
 
 }  // namespace
 
 bool is_xml_name(std::string_view name) {
-    utf8_piece next = first_character(name);
-    if (!next.is_valid || !begins_name(next.point)) return false;
-    while (true) {
+    const std::size_t plain = plain_bytes(name);
+    if (plain == name.size()) return plain > 0;
+    name.remove_prefix(plain);
+    bool is_first = plain == 0;
+    while (!name.empty()) {
+        const utf8_piece next = first_character(name);
+        if (!next.is_valid) return false;
+        if (is_first ? !begins_name(next.point) : !continues_name(next.point)) return false;
         name.remove_prefix(next.bytes);
-        if (name.empty()) return true;
-        next = first_character(name);
-        if (!next.is_valid || !continues_name(next.point)) return false;
+        is_first = false;
     }
+    return true;
 }
 
 }  // namespace loam

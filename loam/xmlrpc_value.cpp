@@ -9,6 +9,7 @@
 #include "loam/ascii.h"
 #include "loam/base64_text.h"
 #include "loam/out_of_memory.h"
+#include "loam/record_state.h"
 #include "loam/xml.h"
 #include "loam/xml_element.h"
 #include "loam/xmlrpc.h"
@@ -117,23 +118,25 @@ zStatus set_number(zRecord* value, Type type, number what, format... how) {
 
 // What holds the elements of an array or the members of a structure; null for other values.
 zRecord* container_of(const zRecord* value, Type type) {
-    zRecord* const inner = typed(value);
-    return type == Type::array ? child_element(inner, "data") : inner;
+    if (type == Type::structure) return typed(value);
+    return type == Type::array ? child_element(typed(value), "data") : nullptr;
 }
 
 }  // namespace
 
 Type zXMLRPC::Value::GetType() const {
     if (m_record == nullptr) return Type::unknown;
-    if (m_record->ChildCount() == 0) return Type::text;
+    const auto& state = loam::record_access::state_of(*m_record);
+    if (state.children.empty()) return Type::text;
     // Text beside the type means neither the one nor the other.
     const zRecord* const inner = typed(m_record);
-    if (inner == nullptr || m_record->Has(zXML::k_text)) return Type::unknown;
+    if (inner == nullptr || state.variables.find(zXML::k_text) != nullptr) return Type::unknown;
     const Type type = type_named(element_name(*inner));
     const bool has_elements = type == Type::array || type == Type::structure;
-    if (!has_elements && inner->ChildCount() > 0) return Type::unknown;
+    const bool has_children = !loam::record_access::state_of(*inner).children.empty();
+    if (!has_elements) return has_children ? Type::unknown : type;
     // An empty structure may still hold the white space of its writer's layout.
-    if (has_elements && !loam::trimmed(element_text(*inner)).empty()) return Type::unknown;
+    if (!loam::trimmed(element_text(*inner)).empty()) return Type::unknown;
     if (type == Type::array && child_element(inner, "data") == nullptr) return Type::unknown;
     return type;
 }
@@ -192,15 +195,15 @@ zStatus zXMLRPC::Value::AsBytes(zString& out) const {
 }
 
 std::uint32_t zXMLRPC::Value::Count() const {
-    const Type type = GetType();
-    if (type != Type::array && type != Type::structure) return 0;
-    return container_of(m_record, type)->ChildCount();
+    const zRecord* const container = container_of(m_record, GetType());
+    return container == nullptr ? 0 : container->ChildCount();
 }
 
 zXMLRPC::Value zXMLRPC::Value::Item(std::uint32_t index) const {
-    if (index >= Count()) return Value();
     const Type type = GetType();
-    zRecord* const item = container_of(m_record, type)->Child(index);
+    const zRecord* const container = container_of(m_record, type);
+    zRecord* const item = container == nullptr ? nullptr : container->Child(index);
+    if (item == nullptr) return Value();
     if (type == Type::structure) return Value(child_element(item, "value"));
     return element_name(*item) == "value" ? Value(item) : Value();
 }

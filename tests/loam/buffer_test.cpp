@@ -42,6 +42,25 @@ TEST(Buffer, GrowsByItsStep) {
     EXPECT_EQ(buffer.Capacity(), capacity);
 }
 
+TEST(Buffer, ACopyIsItsOwn) {
+    zBuffer first(3);
+    std::memcpy(first.Data(), "abc", 3);
+    zBuffer second(first);
+    EXPECT_EQ(std::string(second.Data(), second.Length()), "abc");
+    second.Data()[0] = 'x';
+    ASSERT_EQ(second.ResizeTo(100, 3), 0);
+    EXPECT_EQ(std::string(first.Data(), first.Length()), "abc");
+    first = second;
+    EXPECT_EQ(first.Length(), 100u);
+    EXPECT_EQ(std::string(first.Data(), 4), std::string("xbc\0", 4));
+    const zBuffer none;
+    first = none;
+    EXPECT_EQ(first.Length(), 0u);
+    zBuffer& itself = first;
+    first = itself;
+    EXPECT_EQ(first.Length(), 0u);
+}
+
 TEST(BufferStream, AppendsBehindWhatIsThere) {
     zBuffer buffer(2, 0);
     std::memcpy(buffer.Data(), "ab", 2);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -300,6 +301,19 @@ TEST(Record, ADerivedClassMayChangeTheRecordWhileItHears) {
     EXPECT_EQ(record.VariableCount(), 2u);
     EXPECT_EQ(record.AsInt32("second", 0), 22);
     EXPECT_EQ(record.AsInt32("third", 0), 3);
+}
+
+// A record has an operator new of its own; the other forms are there as for any class.
+TEST(Record, EveryFormOfNewMakesARecord) {
+    const std::unique_ptr<zRecord> first(new (std::nothrow) zRecord);
+    ASSERT_NE(first, nullptr);
+    EXPECT_TRUE(first->SetInt32("a", 1));
+    alignas(zRecord) unsigned char place[sizeof(zRecord)];
+    auto* const second = new (place) zRecord(*first);
+    EXPECT_EQ(second->AsInt32("a", 0), 1);
+    second->~zRecord();
+    const std::unique_ptr<zRecord[]> several(new zRecord[3]);
+    EXPECT_EQ(several[2].VariableCount(), 0u);
 }
 
 }  // namespace

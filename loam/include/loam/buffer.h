@@ -4,16 +4,23 @@
 // Threads: not locked; any number of threads may read one buffer that nobody changes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "loam/export.h"
 #include "loam/types.h"
+
+namespace loam {
+struct buffer_access;
+}
 
 class LOAM_API zBuffer {
 public:
     // `size` bytes, all 0. The memory grows by at least `grow` bytes at a time.
     explicit zBuffer(std::uint32_t size = 0, std::uint32_t grow = 0);
+    zBuffer(const zBuffer& other);
+    zBuffer& operator=(const zBuffer& other);
     virtual ~zBuffer();
 
     // Null or anything when the length is 0; valid until the buffer is resized or ends.
@@ -28,7 +35,11 @@ public:
     zStatus ResizeTo(std::uint32_t size, std::uint32_t keep);
 
 private:
-    std::vector<char> m_bytes;
+    friend struct loam::buffer_access;
+
+    std::unique_ptr<char[]> m_bytes;
+    std::size_t m_length = 0;
+    std::size_t m_capacity = 0;
     std::uint32_t m_grow;
 };
 

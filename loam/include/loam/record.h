@@ -3,8 +3,9 @@
 // Threads: not locked; any number of threads may read one record that nobody changes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <new>
 #include <string>
 
 #include "loam/export.h"
@@ -37,6 +38,13 @@ public:
     static constexpr std::int32_t k_at_end = 0x7fffffff;
 
     zRecord();
+    // Records that are made together, as the elements of an XML document are, share their memory.
+    static void* operator new(std::size_t size);
+    static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* record) noexcept;
+    static void operator delete(void* record, const std::nothrow_t&) noexcept;
+    static void operator delete(void*, void*) noexcept {}
     // The copy of a tree has the same variables and children; all of its records are plain
     // zRecords.
     zRecord(const zRecord& other);
@@ -126,7 +134,9 @@ private:
     void take_variables(zRecord& other);
     void delete_children();
 
-    std::unique_ptr<loam::record_state> m_state;
+    // A loam::record_state, in place: a tree has many records, and each would take twice as many
+    // blocks of memory.
+    alignas(std::uint64_t) unsigned char m_state[7 * sizeof(std::uint64_t)];
 };
 
 // Visits the children of a record in order. The record must outlive the iterator; a change of its

@@ -36,6 +36,23 @@ bool is_white(std::string_view text) {
     return std::all_of(text.begin(), text.end(), loam::is_xml_space);
 }
 
+bool is_ascii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// Expat takes three signs of Latin-1 for letters that no edition of XML has in its names. Without
+// this, what was read could not be written.
+bool is_taken_name(std::string_view name) { return is_ascii(name) || loam::is_xml_name(name); }
+
+bool are_names(const char* element, const char** attributes) {
+    if (!is_taken_name(element)) return false;
+    for (; *attributes != nullptr; attributes += 2) {
+        if (!is_taken_name(*attributes)) return false;
+    }
+    return true;
+}
+
 // What expat finds becomes records below `root`, which is empty at first and is filled by its
 // public operations: it is the caller's, and may be of a derived class. All others are plain, and
 // are made when their elements end: then it is known how much memory each takes.
@@ -50,6 +67,7 @@ public:
         if (++m_elements > m_limits.elements) return zXML::k_too_large;
         if (m_depth == m_limits.deepest) return zXML::k_too_deep;
         if (attribute_count > m_limits.attributes) return zXML::k_too_many_attributes;
+        if (!are_names(name, attributes)) return zXML::k_malformed;
         const bool is_root = m_depth == 0;
         if (!is_root && m_ended.size() - innermost().first_child == m_limits.widest) {
             return zXML::k_too_wide;

@@ -47,16 +47,30 @@ private:
         if (section == nullptr) return step::fault;
         const std::int64_t headers =
             cUtils::HeaderParse(rest.at + 2, static_cast<std::int32_t>(behind_line_end), *section);
+        forget_claimed_place();
         const std::int64_t available = behind_line_end - headers - 2;
         if (available < 1) return step::fault;
         return read_data(rest, {rest.at + 4 + headers, available});
     }
 
+    cMultipartRecord::Section last_section() const {
+        cMultipartRecord::Section section;
+        m_message.GetSection(section, m_message.SectionCount() - 1);
+        return section;
+    }
+
+    // A peer may send headers that are called as the offset and the size are. Without this, a part
+    // that never ends would lie where its sender says.
+    void forget_claimed_place() {
+        cMultipartRecord::Section section = last_section();
+        section.SetDataOffset(0);
+        section.SetDataSize(0);
+    }
+
     step read_data(rest_of_body& rest, rest_of_body data) {
         const std::int32_t found = m_search.FindIn(data.at, static_cast<std::int32_t>(data.length));
         if (found < 0) return step::fault;
-        cMultipartRecord::Section section;
-        m_message.GetSection(section, m_message.SectionCount() - 1);
+        cMultipartRecord::Section section = last_section();
         section.SetDataOffset(static_cast<std::int32_t>(data.at - m_buffer));
         section.SetDataSize(found);
         const std::int64_t used = found + static_cast<std::int64_t>(m_delimiter.size());

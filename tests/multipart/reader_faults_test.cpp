@@ -123,4 +123,15 @@ TEST(MultipartFaults, APartThatNeverEndsIsAFault) {
     EXPECT_EQ(found.parts, (std::vector<place>{{0, 0}}));
 }
 
+// A size below zero would let a host read in front of the message.
+TEST(MultipartFaults, HeadersDoNotTellWhereAPartIs) {
+    const std::string claim = "--B\r\n__data_offset: 2\r\n__data_size: -1\r\n\r\n";
+    const reading endless = read(claim + "data", "B");
+    EXPECT_EQ(endless.status, -1);
+    EXPECT_EQ(endless.parts, (std::vector<place>{{0, 0}}));
+    const reading whole = read(claim + "data\r\n--B--", "B");
+    EXPECT_EQ(whole.status, 0);
+    EXPECT_EQ(whole.parts, (std::vector<place>{{static_cast<std::int32_t>(claim.size()), 4}}));
+}
+
 }  // namespace

@@ -24,6 +24,11 @@ void PrintTo(const fault_case& c, std::ostream* out) { *out << c.name; }
 constexpr std::string_view k_utf16_half =
     std::string_view("\xFE\xFF\0<\0a\0>\xD8\0\0<\0/\0a\0>", 16);
 
+// The feminine ordinal, which no edition of XML has in a name, and expat in these encodings has.
+constexpr std::string_view k_ordinal_element = std::string_view("\xFE\xFF\0<\0\xAA\0a\0/\0>", 12);
+constexpr std::string_view k_ordinal_attribute =
+    "<?xml version='1.0' encoding='ISO-8859-1'?><a><b \xAA='1'/></a>";
+
 const fault_case k_cases[] = {
     {"Nothing", "", zXML::k_malformed},
     {"WhiteSpace", " \n", zXML::k_malformed},
@@ -70,6 +75,8 @@ const fault_case k_cases[] = {
     {"NotOfAsciiInATag", "<?xml version='1.0' encoding='us-ascii'?><a\xC3\xA9/>", zXML::k_encoding},
     {"OfLatin1InAWrongPlace", "<?xml version='1.0' encoding='ISO-8859-1'?><a \xD7='1'/>",
      zXML::k_malformed},
+    {"OrdinalInAnElement", k_ordinal_element, zXML::k_malformed},
+    {"OrdinalInAnAttribute", k_ordinal_attribute, zXML::k_malformed},
     {"NoCharacterButValid", "<a>\xEF\xBF\xBF</a>", zXML::k_malformed},
 };
 

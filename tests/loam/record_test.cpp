@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -314,6 +315,21 @@ TEST(Record, EveryFormOfNewMakesARecord) {
     second->~zRecord();
     const std::unique_ptr<zRecord[]> several(new zRecord[3]);
     EXPECT_EQ(several[2].VariableCount(), 0u);
+}
+
+// Each at its place, and given back as it was taken.
+TEST(Record, ADerivedClassMayBeAlignedFurther) {
+    struct alignas(64) wide : zRecord {
+        double values[8] = {};
+    };
+    zRecord parent;
+    for (int i = 0; i < 8; ++i) {
+        auto* const made = new wide;
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(made) % alignof(wide), 0u);
+        ASSERT_EQ(parent.AddChild(made, zRecord::k_at_end), 0);
+    }
+    parent.MakeEmpty();
+    EXPECT_EQ(parent.ChildCount(), 0u);
 }
 
 }  // namespace

@@ -42,9 +42,16 @@ public:
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
     static void* operator new(std::size_t, void* place) noexcept { return place; }
+    // For a derived class that is aligned to more than the usual.
+    static void* operator new(std::size_t size, std::align_val_t alignment) {
+        return ::operator new(size, alignment);
+    }
     static void operator delete(void* record) noexcept;
     static void operator delete(void* record, const std::nothrow_t&) noexcept;
     static void operator delete(void*, void*) noexcept {}
+    static void operator delete(void* record, std::align_val_t alignment) noexcept {
+        ::operator delete(record, alignment);
+    }
     // The copy of a tree has the same variables and children; all of its records are plain
     // zRecords.
     zRecord(const zRecord& other);

@@ -23,31 +23,31 @@ constexpr char k_class[] = "cHttpSession_winhttp";
 // libcurl puts a body into one packet with its headers up to this size.
 constexpr std::uint32_t k_body_with_headers = 64 * 1024;
 
-curl_fault fault_of(CURLcode code) {
+request_error fault_of(CURLcode code) {
     switch (code) {
         case CURLE_OPERATION_TIMEDOUT:
-            return k_fault_timed_out;
+            return k_error_timed_out;
         case CURLE_URL_MALFORMAT:
-            return k_fault_invalid_url;
+            return k_error_bad_url;
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY:
-            return k_fault_name_not_resolved;
+            return k_error_unknown_name;
         case CURLE_COULDNT_CONNECT:
-            return k_fault_cannot_connect;
+            return k_error_no_connection;
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_UNSUPPORTED_PROTOCOL:  // a status line of no version that is known
         case CURLE_WRITE_ERROR:           // a head that take_head_line has refused
         case CURLE_BAD_CONTENT_ENCODING:
-            return k_fault_invalid_response;
+            return k_error_bad_response;
         case CURLE_OUT_OF_MEMORY:
-            return k_fault_no_memory;
+            return k_error_no_memory;
         case CURLE_SSL_CONNECT_ERROR:
-            return k_fault_no_tls;
+            return k_error_no_tls;
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CACERT_BADFILE:
-            return k_fault_secure_failure;
+            return k_error_not_trusted;
         default:
-            return k_fault_connection_lost;
+            return k_error_connection_lost;
     }
 }
 
@@ -71,7 +71,7 @@ bool has_set(CURL* easy, CURLoption option, const char* text) {
 
 }  // namespace
 
-bool curl_transfer::fail(curl_fault fault) {
+bool curl_transfer::fail(request_error fault) {
     m_fault = fault;
     return false;
 }
@@ -83,10 +83,10 @@ bool curl_transfer::start(const curl_order& order) {
     m_total = order.total;
     const std::string origin = order.target.origin();
     set_line(curl_lines::borrow(destination_of(order, origin)));
-    if (m_line == nullptr) return fail(k_fault_no_memory);
-    if (!set_options(order, origin + order.target.object)) return fail(k_fault_invalid_url);
+    if (m_line == nullptr) return fail(k_error_no_memory);
+    if (!set_options(order, origin + order.target.object)) return fail(k_error_bad_url);
     return ::curl_multi_add_handle(m_line->multi.get(), m_line->easy.get()) == CURLM_OK ||
-           fail(k_fault_connection_lost);
+           fail(k_error_connection_lost);
 }
 
 void curl_transfer::forget() {
@@ -284,7 +284,7 @@ bool curl_transfer::reach(curl_stage stage) {
     // Not asked for before it is needed: the clock costs as much as the rest.
     std::optional<run::deadline> end;
     while (!is_at(stage)) {
-        if (m_is_cancelled) return fail(k_fault_cancelled);
+        if (m_is_cancelled) return fail(k_error_stopped);
         if (m_is_done || m_line == nullptr) return fail(end_fault());
         m_has_moved = false;
         if (!run_once()) return false;
@@ -299,8 +299,8 @@ bool curl_transfer::reach(curl_stage stage) {
 }
 
 // libcurl knows only that a callback took nothing.
-curl_fault curl_transfer::end_fault() const {
-    return m_is_out_of_memory ? k_fault_no_memory : fault_of(m_result);
+request_error curl_transfer::end_fault() const {
+    return m_is_out_of_memory ? k_error_no_memory : fault_of(m_result);
 }
 
 run::deadline curl_transfer::patience() const {
@@ -311,7 +311,7 @@ run::deadline curl_transfer::patience() const {
 bool curl_transfer::run_once() {
     int running = 0;
     if (::curl_multi_perform(m_line->multi.get(), &running) != CURLM_OK) {
-        return fail(k_fault_connection_lost);
+        return fail(k_error_connection_lost);
     }
     if (running == 0) note_end();
     return true;
@@ -338,9 +338,9 @@ void curl_transfer::finish(CURLcode result) {
 // its own bound while it connects.
 bool curl_transfer::wait(const run::deadline& end) {
     const int bound_ms = m_is_connected ? end.left_ms() : std::numeric_limits<std::int32_t>::max();
-    if (bound_ms == 0) return fail(k_fault_timed_out);
+    if (bound_ms == 0) return fail(k_error_timed_out);
     return ::curl_multi_poll(m_line->multi.get(), nullptr, 0, bound_ms, nullptr) == CURLM_OK ||
-           fail(k_fault_connection_lost);
+           fail(k_error_connection_lost);
 }
 
 void curl_transfer::keep_body() {

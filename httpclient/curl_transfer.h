@@ -15,26 +15,15 @@
 
 #include "core/http/head_parser.h"
 #include "core/run/deadline.h"
+#include "httpclient.h"
 #include "httpclient/curl_lines.h"
 #include "httpclient/curl_request.h"
 
 namespace pennywort::httpclient {
 
-// Failures, as WinHTTP numbers them.
-enum curl_fault : std::int32_t {
-    k_fault_none = 0,
-    k_fault_no_memory = 8,
-    k_fault_timed_out = 12002,
-    k_fault_invalid_url = 12005,
-    k_fault_name_not_resolved = 12007,
-    k_fault_cancelled = 12017,
-    k_fault_cannot_connect = 12029,
-    k_fault_connection_lost = 12030,
-    k_fault_invalid_response = 12152,
-    k_fault_redirect_failed = 12156,
-    k_fault_no_tls = 12157,
-    k_fault_secure_failure = 12175,
-};
+// Failures, as a session tells them.
+using request_error = cHttpSession::request_error;
+using enum cHttpSession::request_error;
 
 // How long each wait of an exchange may take; 0 means for ever.
 struct curl_patience {
@@ -106,7 +95,7 @@ public:
     void end();
 
     // Why the last thing that failed did.
-    curl_fault fault() const { return m_fault; }
+    request_error fault() const { return m_fault; }
     // Ends a reach() that another thread is in, and fails each later one. From any thread.
     void cancel();
     void forget_cancel() { m_is_cancelled = false; }
@@ -137,8 +126,8 @@ private:
     void release();
     void forget_retries();
     std::unique_ptr<curl_line> set_line(std::unique_ptr<curl_line> line);
-    bool fail(curl_fault fault);
-    curl_fault end_fault() const;
+    bool fail(request_error fault);
+    request_error end_fault() const;
     run::deadline patience() const;
 
     std::size_t take_head_line(std::string_view line);
@@ -156,7 +145,7 @@ private:
     std::unique_ptr<curl_line> m_line;  // until the exchange is over
     curl_patience m_patience;
     std::atomic<bool> m_is_cancelled{false};
-    curl_fault m_fault = k_fault_none;
+    request_error m_fault = k_error_none;
 
     bool m_is_connected = false;
     bool m_has_head = false;  // of the final response

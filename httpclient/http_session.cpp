@@ -1,9 +1,9 @@
 // httpclient/http_session.cpp - cHttpSession of include/httpclient.h: what does not depend on how a
 // request is made.
-#include <cstdlib>
 #include <string_view>
 #include <utility>
 
+#include "core/run/environment.h"
 #include "core/run/guarded.h"
 #include "core/text/ascii.h"
 #include "httpclient.h"
@@ -86,12 +86,13 @@ void cHttpSession::SetBasicHTTPAuthentication(const char* user, const char* pass
 }
 
 void cHttpSession::LogElaspsedTime(std::int64_t start, std::int64_t end) {
-    const char* const wanted = std::getenv("TarnhelmTimeHTTP");
-    if (wanted == nullptr || *wanted == '\0') return;
-    const auto elapsed =
-        static_cast<long long>(static_cast<std::uint64_t>(end) - static_cast<std::uint64_t>(start));
-    zTraceManager::Default()->TraceNote("HTTP Elapsed Seconds %lld %s\n", elapsed,
-                                        GetURL().CString());
+    pennywort::run::guarded("cHttpSession", "telling the time of a request", [&] {
+        if (pennywort::run::environment_variable("TarnhelmTimeHTTP").empty()) return;
+        const auto elapsed = static_cast<long long>(static_cast<std::uint64_t>(end) -
+                                                    static_cast<std::uint64_t>(start));
+        zTraceManager::Default()->TraceNote("HTTP Elapsed Seconds %lld %s\n", elapsed,
+                                            GetURL().CString());
+    });
 }
 
 std::int32_t cHttpSession::Request_Error() const {

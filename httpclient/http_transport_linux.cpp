@@ -65,7 +65,7 @@ private:
 bool curl_transport::open_session(const std::string& user_agent, const proxy_choice& proxy,
                                   const std::string& ca_file) {
     m_transfer.forget_cancel();
-    if (!proxy.is_system_default && proxy.servers.empty()) return fail(k_fault_invalid_url);
+    if (!proxy.is_system_default && proxy.servers.empty()) return fail(k_error_bad_url);
     // What the later steps do not set anew.
     m_order.cookies.clear();
     m_order.patience = {};
@@ -77,7 +77,7 @@ bool curl_transport::open_session(const std::string& user_agent, const proxy_cho
 }
 
 bool curl_transport::connect(const std::string& host, std::int32_t port) {
-    if (!is_host(host) || port < 1 || port > 0xFFFF) return fail(k_fault_invalid_url);
+    if (!is_host(host) || port < 1 || port > 0xFFFF) return fail(k_error_bad_url);
     m_order.target.host = host;
     m_order.target.port = port;
     m_has_connection = true;
@@ -85,7 +85,7 @@ bool curl_transport::connect(const std::string& host, std::int32_t port) {
 }
 
 bool curl_transport::open_request(const char* verb, const std::string& object, bool is_secure) {
-    if (!m_has_connection) return fail(k_fault_invalid_url);
+    if (!m_has_connection) return fail(k_error_bad_url);
     m_order.verb = verb == nullptr ? "GET" : verb;
     m_order.target.object = object;
     m_order.target.is_secure = is_secure;
@@ -101,7 +101,7 @@ void curl_transport::set_timeouts(std::int32_t milliseconds) {
 
 bool curl_transport::send_headers(const std::string& headers, const void* body,
                                   std::uint32_t total) {
-    if (!m_has_request) return fail(k_fault_cancelled);
+    if (!m_has_request) return fail(k_error_stopped);
     m_order.headers = headers;
     m_order.total = total;
     m_order.is_body_known = body != nullptr;
@@ -133,16 +133,16 @@ receive_result curl_transport::receive() {
     }
     m_transfer.keep_body();
     if (is_fine) return receive_result::response;
-    return m_error == k_fault_timed_out ? receive_result::timed_out : receive_result::failed;
+    return m_error == k_error_timed_out ? receive_result::timed_out : receive_result::failed;
 }
 
 // Goes on to where the response that has come points. False when that fails.
 bool curl_transport::follow(redirect next) {
-    if (++m_redirects > k_max_redirects) return fail(k_fault_redirect_failed);
+    if (++m_redirects > k_max_redirects) return fail(k_error_too_many_redirects);
     // Read to its end if it is short, so that its connection can be used again.
     m_transfer.drop_body();
-    if (!m_transfer.reach(curl_stage::end) && m_transfer.fault() == k_fault_cancelled) {
-        return fail(k_fault_cancelled);
+    if (!m_transfer.reach(curl_stage::end) && m_transfer.fault() == k_error_stopped) {
+        return fail(k_error_stopped);
     }
     m_order.cookies = m_transfer.take_cookies();
     m_order.target = std::move(next.target);
@@ -200,7 +200,7 @@ void curl_transport::close_all() {
     m_has_request = false;
     m_has_connection = false;
     m_has_session = false;
-    m_error = k_fault_none;
+    m_error = k_error_none;
 }
 
 }  // namespace

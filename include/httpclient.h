@@ -76,9 +76,11 @@ public:
     enum request_error : std::int32_t {
         k_error_none = 0,
         k_error_no_memory = 8,
+        k_error_not_supported = 50,  // a caFile, on Windows
         k_error_timed_out = 12002,
         k_error_bad_url = 12005,  // a header that cannot be sent too
         k_error_unknown_name = 12007,
+        k_error_stopped = 12017,
         k_error_no_connection = 12029,
         k_error_connection_lost = 12030,
         k_error_bad_response = 12152,

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "core/run/environment.h"
 #include "loam/wide_text.h"
 #include "tests/webdisplay/test_process.h"
 #include "webdisplay/cache_folder.h"
@@ -89,9 +90,9 @@ TEST_F(WindowsEnvironment, TheLanguageIsTheOneOfTheUsersInterface) {
 TEST_F(WindowsEnvironment, AVariableKeepsWhatTheCodePageLacks) {
     const std::wstring value = L"C:\\Ω\\日本";
     SetEnvironmentVariableW(L"PENNYWORT_TEST", value.c_str());
-    EXPECT_EQ(cef::environment_variable("PENNYWORT_TEST"), loam::utf8_text(value));
+    EXPECT_EQ(run::environment_variable("PENNYWORT_TEST"), loam::utf8_text(value));
     SetEnvironmentVariableW(L"PENNYWORT_TEST", nullptr);
-    EXPECT_EQ(cef::environment_variable("PENNYWORT_TEST"), "");
+    EXPECT_EQ(run::environment_variable("PENNYWORT_TEST"), "");
 }
 
 TEST_F(WindowsEnvironment, ARealFileIsAFileThatIsThere) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "core/run/environment.h"
 #include "core/statuses.h"
 #include "loam/library.h"
 #include "webdisplay/cef/data_file.h"
@@ -115,7 +116,7 @@ bool loaded() noexcept { return g_loaded; }
 bool running() noexcept { return g_running; }
 
 std::vector<std::string> folders(const std::string& program_folder) {
-    const std::string root = environment_variable("CEF_ROOT");
+    const std::string root = run::environment_variable("CEF_ROOT");
     if (root.empty()) return {program_folder};
     return {root, program_folder};
 }

@@ -9,9 +9,6 @@
 
 namespace pennywort::cef {
 
-// An environment variable; empty when there is none of that name.
-std::string environment_variable(const char* name);
-
 // File name of the runtime's library.
 const char* library_name() noexcept;
 

@@ -116,11 +116,6 @@ private:
 
 }  // namespace
 
-std::string environment_variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
-}
-
 const char* library_name() noexcept { return "libcef.so"; }
 
 const char* how_to_install() noexcept { return "with scripts/get-runtime"; }

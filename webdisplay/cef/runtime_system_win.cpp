@@ -91,23 +91,6 @@ std::wstring final_path(HANDLE file) {
 
 }  // namespace
 
-std::string environment_variable(const char* name) {
-    const std::wstring wide_name = loam::wide_text(name);
-    std::wstring value;
-    DWORD length = GetEnvironmentVariableW(wide_name.c_str(), nullptr, 0);
-    const DWORD error = length == 0 ? GetLastError() : ERROR_SUCCESS;
-    if (error != ERROR_SUCCESS && error != ERROR_ENVVAR_NOT_FOUND) {
-        trace_failure("GetEnvironmentVariableW", error);
-    }
-    // For what is too long the system returns the size to come back with; another thread may
-    // lengthen it in between.
-    while (length > value.size()) {
-        value.resize(length);
-        length = GetEnvironmentVariableW(wide_name.c_str(), value.data(), length);
-    }
-    return loam::utf8_text({value.data(), length});
-}
-
 const char* library_name() noexcept { return "libcef.dll"; }
 
 // No script of ours fetches it for this system.

@@ -1,0 +1,13 @@
+// environment.h - the process's environment variables, as the system has them: the C library's copy
+// on Windows knows the user's code page only, and nothing of what was set since the start. Twins:
+// environment_linux.cpp, environment_win.cpp.
+#pragma once
+
+#include <string>
+
+namespace pennywort::run {
+
+// In UTF-8; empty when there is none of that name.
+std::string environment_variable(const char* name);
+
+}  // namespace pennywort::run

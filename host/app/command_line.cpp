@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/app/terminal_text.h"
+
 namespace pennywort::host {
 
 namespace {
@@ -15,11 +17,10 @@ constexpr const char* k_version = "pennywort " PENNYWORT_VERSION;
 
 using commands = std::vector<std::unique_ptr<command>>;
 
-command_line refusal(std::string text) {
+command_line refusal(const std::string& text) {
     command_line result;
     // One line, whatever a parser or the user's own text put into it.
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    result.text = std::move(text);
+    result.text = in_one_line(text);
     return result;
 }
 

@@ -35,7 +35,7 @@ bool can_be_read(const std::string& path) {
 
 std::string why_not_url(const std::string& url) {
     if (cHttpSession::ValidateURL(url) != 0) {
-        return url + " is no whole URL: http:// or https://, and a host";
+        return url + " is no URL of HTTP: http:// or https://, and a host";
     }
     // Not with the URL, which would show them.
     return has_user(url) ? "a user or password in the URL would not be sent" : std::string();
@@ -81,14 +81,13 @@ void http_arguments::add_url(CLI::App& parser, http_options& options, const char
     parser.add_option("url", options.url, url_is)->required();
 }
 
-void http_arguments::add_options(CLI::App& parser, http_options& options) {
-    parser.add_option("--log", options.log, "Write a transcript of what was sent and received")
+void http_arguments::add_options(CLI::App& parser) {
+    parser.add_option("--log", m_log, "Write a transcript of what was sent and received")
         ->type_name("FILE");
     parser.add_option("--timeout", m_timeout, "Longest wait of each step, in seconds")
         ->type_name("S")
         ->capture_default_str();
-    parser
-        .add_option("--cacert", options.ca_file, "Trust these certificates instead of the system's")
+    parser.add_option("--cacert", m_ca_file, "Trust these certificates instead of the system's")
         ->type_name("FILE");
     parser.add_flag("--verbose", m_is_verbose, "Also print traces");
 }
@@ -101,6 +100,17 @@ std::string http_arguments::take(http_options& options) const {
                std::to_string(static_cast<int>(k_max_timeout_seconds)) + " seconds";
     }
     options.timeout = *seconds;
+    return take_files(options);
+}
+
+// An empty name is no wish for nothing: a variable of the user's script is not set.
+std::string http_arguments::take_files(http_options& options) const {
+    if (m_log == "" || m_ca_file == "") {
+        return std::string(m_log == "" ? "--log" : "--cacert") + " '' names no file";
+    }
+    if (m_log == "-") return "--log - : a transcript goes into a file";
+    options.log = m_log.value_or("");
+    options.ca_file = m_ca_file.value_or("");
     if (!options.ca_file.empty() && !can_be_read(options.ca_file)) {
         return "--cacert " + options.ca_file + ": the file cannot be read";
     }
@@ -146,6 +156,10 @@ std::string words_for_request(long result, int error, bool has_head) {
         case cHttpSession::k_incomplete:
             return "less came than the response had announced";
         case cHttpSession::k_session_failed:
+            if (error == cHttpSession::k_error_not_supported) {
+                return "--cacert: this system's HTTP service trusts the system's certificates "
+                       "alone";
+            }
             return "the HTTP service of this system could not be opened";
         default:
             return {};

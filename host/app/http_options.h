@@ -2,6 +2,7 @@
 // the options of the connection and of the transcript.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "host/system/outcome.h"
@@ -25,13 +26,17 @@ class http_arguments {
 public:
     // `url_is` stands in the help. Both must outlive the parser.
     void add_url(CLI::App& parser, http_options& options, const char* url_is);
-    void add_options(CLI::App& parser, http_options& options);
+    void add_options(CLI::App& parser);
     // Returns what is wrong, in one line; an empty text if nothing is.
     std::string take(http_options& options) const;
     bool is_verbose() const { return m_is_verbose; }
 
 private:
+    std::string take_files(http_options& options) const;
+
     std::string m_timeout = "30";
+    std::optional<std::string> m_log;
+    std::optional<std::string> m_ca_file;
     bool m_is_verbose = false;
 };
 

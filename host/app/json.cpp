@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <utility>
 
+#include "core/text/utf8.h"
+#include "host/app/terminal_text.h"
+
 namespace pennywort::host {
 
 namespace {
@@ -68,21 +71,21 @@ private:
     bool m_inside = false;
 };
 
-// The library leaves DEL and the control characters behind it as they are. In JSON they can stand
-// in texts only.
-std::string with_escapes(const std::string& line) {
+// The library escapes what stands before the blank. In JSON the others can stand in texts only; all
+// of them have four digits at most.
+std::string with_escapes(std::string_view line) {
     std::string escaped;
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        const bool is_pair = line[at] == '\xC2' && at + 1 < line.size();
-        const auto byte = static_cast<unsigned char>(line[is_pair ? at + 1 : at]);
-        if (byte != 0x7F && (!is_pair || byte >= 0xA0)) {
-            escaped += line[at];
-            continue;
+    escaped.reserve(line.size());
+    while (!line.empty()) {
+        const text::utf8_piece piece = text::first_character(line);
+        if (is_plain(piece.point)) {
+            escaped += line.substr(0, piece.bytes);
+        } else {
+            char code[8];
+            std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(piece.point));
+            escaped += code;
         }
-        char code[8];
-        std::snprintf(code, sizeof code, "\\u%04x", byte);
-        escaped += code;
-        at += is_pair ? 1 : 0;
+        line.remove_prefix(piece.bytes);
     }
     return escaped;
 }

@@ -12,8 +12,8 @@ namespace pennywort::host {
 using json = nlohmann::ordered_json;
 
 // The value in one line. Bytes that are no valid UTF-8 become U+FFFD and what is no number becomes
-// null, so that the line is JSON whatever a page said. Control characters are escaped, U+0080 to
-// U+009F too: a terminal would obey them.
+// null, so that the line is JSON whatever a page said. What terminal_text.h does not call plain
+// is escaped.
 std::string json_text(const json& value);
 
 // `value` with at most `decimals` digits behind its point.

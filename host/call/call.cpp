@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "host/app/exit_status.h"
-#include "host/app/one_line.h"
+#include "host/app/terminal_text.h"
 #include "host/call/call_values.h"
 #include "host/call/call_words.h"
 #include "loam/xml.h"
@@ -30,7 +30,8 @@ public:
         if (status != 0) {
             const std::string words = words_for_call(status, m_error, m_has_head);
             if (m_log.logger() != nullptr) m_log.logger()->Error(status, words.c_str());
-            return tell(k_exit_failed, words);
+            const bool is_wrong = status == cHttpSession::k_connect_failed;
+            return tell(is_wrong ? k_exit_usage : k_exit_failed, words);
         }
         const int shown = show();
         const outcome logged = m_log.close();
@@ -96,7 +97,7 @@ private:
     }
 
     int tell(int status, const std::string& text) {
-        std::fprintf(m_out.errors(), "pennywort: %s: %s\n", m_options.http.url.c_str(),
+        std::fprintf(m_out.errors(), "pennywort: %s: %s\n", in_one_line(m_options.http.url).c_str(),
                      in_one_line(text).c_str());
         return status;
     }

@@ -43,7 +43,7 @@ void call_command::add_options(CLI::App& parser) {
     parser.allow_extras();
     parser.formatter(std::make_shared<usage_with_arguments>());
     parser.final_callback([this, &parser] { m_values = parser.remaining(); });
-    m_http.add_options(parser, m_options.http);
+    m_http.add_options(parser);
 }
 
 std::string call_command::take_arguments() {

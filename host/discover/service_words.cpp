@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <string_view>
 
 #include "core/text/utf8.h"
+#include "host/app/terminal_text.h"
 
 namespace pennywort::host {
 
@@ -26,33 +26,6 @@ bool is_service_word(std::string_view text) {
     };
     return !text.empty() && text.size() <= k_max_service_word &&
            std::all_of(text.begin(), text.end(), is_of_word);
-}
-
-// Marks that turn the direction of what follows, break the line, or make two names look the same.
-bool is_unseen(std::uint32_t point) {
-    return point == 0xAD || point == 0x61C || point == 0x180E ||
-           (point >= 0x200B && point <= 0x200F) || (point >= 0x2028 && point <= 0x202E) ||
-           (point >= 0x2060 && point <= 0x206F) || point == 0xFEFF;
-}
-
-bool is_plain(const text::utf8_piece& piece) {
-    const bool is_control = piece.point < 0x20 || (piece.point >= 0x7F && piece.point < 0xA0);
-    return piece.is_valid && !is_control && !is_unseen(piece.point);
-}
-
-std::string shown(std::string_view text) {
-    std::string out;
-    while (!text.empty()) {
-        const text::utf8_piece piece = text::first_character(text);
-        for (std::size_t i = 0; i < piece.bytes && !is_plain(piece); ++i) {
-            char code[8];
-            std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned char>(text[i]));
-            out += code;
-        }
-        if (is_plain(piece)) out += text.substr(0, piece.bytes);
-        text.remove_prefix(piece.bytes);
-    }
-    return out;
 }
 
 std::string_view text_of(const zRecord& record, const char* name) {
@@ -84,14 +57,14 @@ std::string take_service_type(const std::string& text, std::string& type) {
 
 std::string service_line(const zRecord& notification) {
     std::string line = is_found(notification) ? "found " : "gone ";
-    line += shown(text_of(notification, "name")) + " " + shown(host_of(notification)) + ":" +
-            std::to_string(notification.AsInt32("port", 0));
+    line += with_codes(text_of(notification, "name")) + " " + with_codes(host_of(notification)) +
+            ":" + std::to_string(notification.AsInt32("port", 0));
     const zRecord* const items = notification.Child(0);
     for (std::uint32_t i = 0; items != nullptr && i < items->VariableCount(); ++i) {
         const char* const key = items->VariableName(i);
         // Avahi's way to write a record without items is one item of nothing.
         if (*key == '\0') continue;
-        line += " " + shown(key) + "=" + shown(text_of(*items, key));
+        line += " " + with_codes(key) + "=" + with_codes(text_of(*items, key));
     }
     return line;
 }

@@ -12,6 +12,7 @@
 
 #include "core/limits.h"
 #include "host/app/exit_status.h"
+#include "host/app/terminal_text.h"
 #include "host/fetch/fetch_progress.h"
 #include "host/output/byte_sink.h"
 #include "host/output/output_file.h"
@@ -39,8 +40,9 @@ int exit_status_of(long result, std::int32_t error) {
     switch (result) {
         case cHttpSession::k_timed_out:
             return k_exit_too_late;
-        case cHttpSession::k_send_failed:
         case cHttpSession::k_connect_failed:
+            return k_exit_usage;
+        case cHttpSession::k_send_failed:
             return error == cHttpSession::k_error_timed_out ? k_exit_too_late
                                                             : k_exit_no_connection;
         case cHttpSession::k_receive_failed:
@@ -118,7 +120,8 @@ private:
 
 int download::tell(int status, const std::string& text) {
     clear_progress();
-    std::fprintf(m_out.errors(), "pennywort: %s: %s\n", m_options.http.url.c_str(), text.c_str());
+    std::fprintf(m_out.errors(), "pennywort: %s: %s\n", in_one_line(m_options.http.url).c_str(),
+                 in_one_line(text).c_str());
     return status;
 }
 

@@ -8,12 +8,14 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <string_view>
 #include <system_error>
 
 #include "core/text/ascii.h"
 #include "host/fetch/fetch.h"
 #include "host/system/file_path.h"
+#include "host/system/standard_input.h"
 #include "httpclient.h"
 
 namespace pennywort::host {
@@ -31,16 +33,37 @@ constexpr verb_name k_verbs[] = {{"GET", cHttpSession::k_get},
                                  {"PATCH", cHttpSession::k_patch},
                                  {"DELETE", cHttpSession::k_delete}};
 
+// The length of a request's body is told in 32 bits. No more than that is read, of what has no end
+// either.
+constexpr std::size_t k_most_body = std::numeric_limits<std::uint32_t>::max();
+
+// `read` puts bytes into a piece and returns how many; fewer than fit at the end.
+template <typename function>
+void read_all(std::string& into, function read) {
+    std::array<char, 64 * 1024> piece;
+    std::size_t count = piece.size();
+    while (count == piece.size() && into.size() <= k_most_body) {
+        count = read(piece.data(), piece.size());
+        into.append(piece.data(), count);
+    }
+}
+
 // False for what is no file, too: a folder can be opened, and cannot be read.
 bool read_file(const std::string& name, std::string& into) {
     std::ifstream file(file_path(name), std::ios::binary);
     if (!file) return false;
-    std::array<char, 64 * 1024> piece;
-    do {
-        file.read(piece.data(), piece.size());
-        into.append(piece.data(), static_cast<std::size_t>(file.gcount()));
-    } while (file);
-    return file.eof();
+    read_all(into, [&file](char* piece, std::size_t size) {
+        file.read(piece, static_cast<std::streamsize>(size));
+        return static_cast<std::size_t>(file.gcount());
+    });
+    return !file.bad();
+}
+
+bool read_standard_input(std::string& into) {
+    std::FILE* const input = standard_input();
+    read_all(into,
+             [input](char* piece, std::size_t size) { return std::fread(piece, 1, size, input); });
+    return std::ferror(input) == 0;
 }
 
 // Whether or not there is one yet.
@@ -73,14 +96,16 @@ void fetch_command::add_options(CLI::App& parser) {
     parser.add_option("-H,--header", m_headers, "A header, \"Name: value\"; may be repeated")
         ->type_name("HEADER")
         ->allow_extra_args(false);
-    parser.add_option("-d,--data", m_data, "The body, or @FILE; makes it a POST")
+    parser
+        .add_option("-d,--data", m_data,
+                    "The body, @FILE, or @- for standard input; makes it a POST")
         ->type_name("DATA")
         ->expected(1);
     parser
-        .add_option("-o,--output", m_options.output,
+        .add_option("-o,--output", m_output,
                     "Where the body goes; standard output without it, and for -")
         ->type_name("FILE");
-    m_http.add_options(parser, m_options.http);
+    m_http.add_options(parser);
 }
 
 std::string fetch_command::take_arguments() {
@@ -94,14 +119,14 @@ std::string fetch_command::take_arguments() {
 }
 
 std::string fetch_command::take_verb() {
-    if (m_verb.empty()) m_verb = m_options.has_body ? "POST" : "GET";
+    const std::string wanted = m_verb.value_or(m_options.has_body ? "POST" : "GET");
     for (const auto& [name, verb] : k_verbs) {
-        if (m_verb != name) continue;
+        if (wanted != name) continue;
         m_options.verb = verb;
         m_options.verb_name = name;
         return {};
     }
-    return "-X " + m_verb + " is not GET, POST, PUT, PATCH or DELETE";
+    return "-X '" + wanted + "' is not GET, POST, PUT, PATCH or DELETE";
 }
 
 std::string fetch_command::take_headers() {
@@ -130,6 +155,8 @@ void fetch_command::add_header(const std::string& name, const std::string& value
 }
 
 std::string fetch_command::take_files() {
+    if (m_output == "") return "-o '' names no file";
+    m_options.output = m_output.value_or("-");
     if (m_options.output == "-") m_options.output.clear();
     const bool is_one = is_same_file(m_options.output, m_options.http.log);
     return is_one ? "-o and --log name the same file" : "";
@@ -143,8 +170,10 @@ std::string fetch_command::take_body() {
         m_options.body = data;
         return {};
     }
-    if (!read_file(data.substr(1), m_options.body)) return "-d " + data + ": cannot be read";
-    if (m_options.body.size() > UINT32_MAX) return "-d " + data + ": longer than 4 GB";
+    const bool is_read = data == "@-" ? read_standard_input(m_options.body)
+                                      : read_file(data.substr(1), m_options.body);
+    if (!is_read) return "-d " + data + ": cannot be read";
+    if (m_options.body.size() > k_most_body) return "-d " + data + ": longer than 4 GB";
     return {};
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,8 @@ private:
     std::string take_files();
     void add_header(const std::string& name, const std::string& value);
 
-    std::string m_verb;
+    std::optional<std::string> m_verb;
+    std::optional<std::string> m_output;
     std::vector<std::string> m_headers;
     std::vector<std::string> m_data;
     http_arguments m_http;

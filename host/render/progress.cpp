@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "host/app/one_line.h"
+#include "host/app/terminal_text.h"
 
 namespace pennywort::host {
 

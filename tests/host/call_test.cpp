@@ -103,7 +103,7 @@ TEST(CallArguments, ThatCannotBeSentAreRefused) {
     EXPECT_NE(refused(std::string(300, '[') + std::string(300, ']')).find("nested too deeply"),
               std::string::npos);
     EXPECT_EQ(parse_command_line({"call", "ftp://h/x", "m"}).text,
-              "ftp://h/x is no whole URL: http:// or https://, and a host");
+              "ftp://h/x is no URL of HTTP: http:// or https://, and a host");
     for (const char* url : {"http://me:secret@h/", "http://me@h", "https://me@h?x"}) {
         EXPECT_EQ(parse_command_line({"call", url, "m"}).text,
                   "a user or password in the URL would not be sent");

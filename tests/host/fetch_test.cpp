@@ -70,11 +70,17 @@ TEST(FetchArguments, OfTheConnectionAreThoseOfEveryCommand) {
         all.insert(all.end(), more.begin(), more.end());
         return parse_command_line(all).text;
     };
-    EXPECT_EQ(refused({"ftp://h/x"}), "ftp://h/x is no whole URL: http:// or https://, and a host");
+    EXPECT_EQ(refused({"ftp://h/x"}),
+              "ftp://h/x is no URL of HTTP: http:// or https://, and a host");
     EXPECT_EQ(refused({"http://me:secret@h/"}), "a user or password in the URL would not be sent");
     EXPECT_EQ(refused({"http://h/", "--cacert", "."}), "--cacert .: the file cannot be read");
     EXPECT_EQ(refused({"http://h/", "--timeout", "0"}),
               "--timeout 0 is not a time from 0.001 to 3600 seconds");
+    EXPECT_EQ(refused({"http://h/", "--log", "-"}), "--log - : a transcript goes into a file");
+    EXPECT_EQ(refused({"http://h/", "--log", ""}), "--log '' names no file");
+    EXPECT_EQ(refused({"http://h/", "--cacert", ""}), "--cacert '' names no file");
+    EXPECT_EQ(refused({"http://h/", "-o", ""}), "-o '' names no file");
+    EXPECT_EQ(refused({"http://h/", "-X", ""}), "-X '' is not GET, POST, PUT, PATCH or DELETE");
 }
 
 class Fetch : public testing::Test {
@@ -130,9 +136,24 @@ TEST_F(Fetch, TellsWhyThereIsNoConnection) {
     all = fetched("http://" + std::string(64, 'x') + ".example/");
     EXPECT_EQ(all.status, 3);
     EXPECT_EQ(all.errors, "the name of the host is not known\n");
-    all = fetched("http://host:0/");
-    EXPECT_EQ(all.status, 3);
-    EXPECT_EQ(all.errors, "the URL has no host or no port that can be asked\n");
+}
+
+TEST_F(Fetch, RefusesAUrlThatLeadsNowhere) {
+    for (const char* url : {"http://host:0/", "http://127.0.0.1:99999/", "http://[::1",
+                            "http://a host/", "http://host:x/"}) {
+        SCOPED_TRACE(url);
+        const said all = fetched(url);
+        EXPECT_EQ(all.status, 2);
+        EXPECT_EQ(all.errors, "the URL has no host or no port that can be asked\n");
+    }
+}
+
+// Neither by what the user's script has put into the URL.
+TEST_F(Fetch, TellsWhateverFailsInOneLine) {
+    const said all = fetched("http://host:0/a\nb\x1B[31m");
+    EXPECT_EQ(all.errors,
+              "pennywort: http://host:0/a b [31m: the URL has no host or no port that can be "
+              "asked\n");
 }
 
 TEST_F(Fetch, TellsThatNoTlsIsSpokenThere) {

@@ -60,6 +60,21 @@ TEST_F(FetchTest, SendsVerbHeadersAndBody) {
     EXPECT_EQ(run.output.substr(0, 5), "POST ");
 }
 
+TEST_F(FetchTest, SendsWhatStandsInStandardInput) {
+    const scripted_peer peer(echoing());
+    program_run run = m_folder.run("printf 'one\\r\\ntwo\\0\\032three' | pennywort fetch " +
+                                   peer.url() + " -d @-");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.output.find(std::string("\r\n\r\none\r\ntwo\0\x1Athree", 19)), std::string::npos)
+        << run.output;
+    run = fetch(peer.url() + " -d @- </dev/null");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.output.find("Content-Length: 0\r\n"), std::string::npos) << run.output;
+    run = fetch(peer.url() + " -d @- <&-");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.errors.find("-d @-: cannot be read"), std::string::npos) << run.errors;
+}
+
 TEST_F(FetchTest, SendsAllValuesOfAHeaderThatIsRepeated) {
     const scripted_peer peer(echoing());
     const program_run run =

@@ -113,7 +113,7 @@ TEST_F(CallProgram, AServerThatIsSilentIsStatus1AndOneLine) {
 
 TEST_F(CallProgram, WrongArgumentsAreStatus2AndOneLine) {
     expect_failure("localhost/RPC2 m", 2,
-                   "localhost/RPC2 is no whole URL: http:// or https://, and a host");
+                   "localhost/RPC2 is no URL of HTTP: http:// or https://, and a host");
     expect_failure(s_url + " echo words", 2,
                    "words is no JSON; a text needs its quotation marks: '\"words\"'");
     expect_failure(s_url + " echo --cacert nowhere", 2,

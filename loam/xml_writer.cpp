@@ -193,6 +193,13 @@ zStatus put_value(text_sink& out, const record_value& value, care least) {
     return 0;
 }
 
+// Asks for the memory of a record and its first variables. A tree is larger than a processor's
+// caches: without this, the walk would wait for each record.
+void come_soon(const zRecord* record) {
+    const auto* const bytes = reinterpret_cast<const char*>(record);
+    for (const int line : {0, 64, 128}) __builtin_prefetch(bytes + line);
+}
+
 struct layout {
     bool is_short_empty;
     bool is_indented;
@@ -209,6 +216,9 @@ public:
             open_element& inner = m_open.back();
             if (inner.next < inner.state->children.size()) {
                 const zRecord& child = *inner.state->children[inner.next++];
+                if (inner.next < inner.state->children.size()) {
+                    come_soon(inner.state->children[inner.next]);
+                }
                 status = begin(child);
             } else {
                 end();
@@ -248,6 +258,7 @@ private:
 
     zStatus begin(const zRecord& record) {
         const record_state& state = record_access::state_of(record);
+        if (!state.children.empty()) come_soon(state.children[0]);
         const content found = content_of(state);
         if (found.name == nullptr || !loam::is_xml_name(*found.name)) return zXML::k_bad_name;
         break_line(m_open.size());

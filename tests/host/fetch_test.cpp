@@ -83,6 +83,15 @@ TEST(FetchArguments, OfTheConnectionAreThoseOfEveryCommand) {
     EXPECT_EQ(refused({"http://h/", "-X", ""}), "-X '' is not GET, POST, PUT, PATCH or DELETE");
 }
 
+// Of a system whose HTTP service knows its own certificates only.
+TEST(FetchWords, NameTheOptionThatCannotBeHad) {
+    EXPECT_EQ(words_for_request(cHttpSession::k_session_failed, cHttpSession::k_error_not_supported,
+                                false),
+              "--cacert: this system's HTTP service trusts the system's certificates alone");
+    EXPECT_EQ(words_for_request(cHttpSession::k_session_failed, 1, false),
+              "the HTTP service of this system could not be opened");
+}
+
 class Fetch : public testing::Test {
 protected:
     said fetched(const std::string& url) {

@@ -28,6 +28,7 @@ TEST_F(CaFileTest, IsRefusedBeforeAnythingIsSent) {
     trust("C:\\own.pem");
     EXPECT_EQ(get(m_peer.url()), cHttpSession::k_session_failed);
     EXPECT_EQ(get("https" + m_peer.url().substr(4)), cHttpSession::k_session_failed);
+    EXPECT_EQ(m_session->Request_Error(), cHttpSession::k_error_not_supported);
     EXPECT_EQ(m_connections, 0);
 }
 

@@ -55,15 +55,6 @@ bool has_body_by_nature(const std::string& verb) {
     return verb == "POST" || verb == "PUT" || verb == "PATCH";
 }
 
-// Whoever may use one line may use the other.
-std::string destination_of(const curl_order& order, const std::string& origin) {
-    std::string all;
-    all.reserve(origin.size() + order.proxy.size() + order.ca_file.size() +
-                order.user_agent.size() + 3);
-    all.append(origin).append("|").append(order.proxy).append("|");
-    return all.append(order.ca_file).append("|").append(order.user_agent);
-}
-
 // libcurl keeps a copy, for which memory may be out.
 bool has_set(CURL* easy, CURLoption option, const char* text) {
     return ::curl_easy_setopt(easy, option, text) == CURLE_OK;
@@ -81,10 +72,9 @@ bool curl_transfer::start(const curl_order& order) {
     forget();
     m_patience = order.patience;
     m_total = order.total;
-    const std::string origin = order.target.origin();
-    set_line(curl_lines::borrow(destination_of(order, origin)));
+    set_line(curl_lines::borrow(order.destination));
     if (m_line == nullptr) return fail(k_error_no_memory);
-    if (!set_options(order, origin + order.target.object)) return fail(k_error_bad_url);
+    if (!set_options(order, order.origin + order.target.object)) return fail(k_error_bad_url);
     return ::curl_multi_add_handle(m_line->multi.get(), m_line->easy.get()) == CURLM_OK ||
            fail(k_error_connection_lost);
 }

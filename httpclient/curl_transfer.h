@@ -34,6 +34,8 @@ struct curl_patience {
 // What goes out.
 struct curl_order {
     request_target target;
+    std::string origin;       // of the target
+    std::string destination;  // whoever may use one line to it may use the other
     std::string verb;
     std::string headers;  // lines with CR LF
     std::string user_agent;

@@ -70,14 +70,6 @@ std::string basic_credentials(const zString& user, const zString& password) {
 
 }  // namespace
 
-// Where a request goes.
-struct cHttpSession_winhttp::target {
-    std::string host;
-    std::string object;
-    std::int32_t port = 0;
-    bool is_secure = false;
-};
-
 cHttpSession_winhttp::cHttpSession_winhttp()
     : cHttpSession_winhttp(http_transport::make(), &http::read_user_proxy,
                            run::monotonic_clock::system()) {}
@@ -125,7 +117,7 @@ long cHttpSession_winhttp::run(const zRecord* headers, const void* body, std::ui
     m_bytes_received = 0;
     m_content_length = 0;
     // Nobody is asked for the way to where nothing is.
-    const long url_result = ValidateURL(std::string(m_url.View()));
+    const long url_result = is_target_known() ? k_ok : ValidateURL(std::string(m_url.View()));
     if (url_result != k_ok) return url_result;
     const proxy_choice user = user_choice();
     // A named proxy without a name opens no session: what would come of it is known beforehand.
@@ -149,9 +141,9 @@ long cHttpSession_winhttp::make_request(const proxy_choice& proxy, const zRecord
                                         const void* body, std::uint32_t length) {
     // The response before this request is gone, whatever becomes of the request.
     m_transport->close_all();
-    target to;
-    m_last_result = split_url(to);
+    m_last_result = know_target();
     if (m_last_result != k_ok) return m_last_result;
+    const target& to = m_target;
     if (const long result = open_session(proxy); result != k_ok) return result;
     // A stop from before that has been forgotten by the session that is open now.
     if (m_is_stopped) return k_stopped;
@@ -164,6 +156,20 @@ long cHttpSession_winhttp::make_request(const proxy_choice& proxy, const zRecord
     if (const long result = header_block(headers, block); result != k_ok) return result;
     const long result = send(block, body, length);
     return result == k_ok ? receive() : result;
+}
+
+bool cHttpSession_winhttp::is_target_known() const {
+    return m_target_url == m_url.View() && m_target_by_scheme == settings().tlsByScheme &&
+           !m_target_url.empty();
+}
+
+long cHttpSession_winhttp::know_target() {
+    if (is_target_known()) return k_ok;
+    m_target_url.clear();
+    m_target_by_scheme = settings().tlsByScheme;
+    const long result = split_url(m_target);
+    if (result == k_ok) m_target_url = m_url.View();
+    return result;
 }
 
 long cHttpSession_winhttp::split_url(target& to) const {

@@ -52,7 +52,13 @@ public:
     std::int32_t last_error() const { return m_transport->last_error(); }
 
 private:
-    struct target;
+    // Where a request goes.
+    struct target {
+        std::string host;
+        std::string object;
+        std::int32_t port = 0;
+        bool is_secure = false;
+    };
 
     long begin(const zRecord* headers, const void* body, std::uint32_t length);
     long run(const zRecord* headers, const void* body, std::uint32_t length);
@@ -64,6 +70,8 @@ private:
     long connect(const target& to);
     long send(const std::string& headers, const void* body, std::uint32_t length);
     long receive();
+    bool is_target_known() const;
+    long know_target();
     long split_url(target& to) const;
     long header_block(const zRecord* headers, std::string& block) const;
     void add_credentials(const zRecord* headers, std::string& block) const;
@@ -104,6 +112,10 @@ private:
     chunk_callback m_chunk_callback;
     std::unique_ptr<zBuffer> m_piece;       // the callback's last one, whose memory serves the next
     std::atomic<bool> m_is_stopped{false};  // Request_Stop came since the request began
+    // Most sessions ask for one and the same URL again: it is taken apart once.
+    target m_target;
+    std::string m_target_url;  // whose parts those are; empty: nobody's
+    bool m_target_by_scheme = false;
 };
 
 }  // namespace pennywort::httpclient

@@ -43,6 +43,14 @@ public:
     std::int32_t last_error() const override { return m_error; }
 
 private:
+    // What says where to goes through here: most requests go where the one before went.
+    template <typename type, typename given>
+    void set(type& kept, const given& now) {
+        if (kept == now) return;
+        m_order.destination.clear();
+        kept = now;
+    }
+    void locate();
     bool start();
     bool follow(redirect next);
     bool fail(std::int32_t error) {
@@ -69,8 +77,8 @@ bool curl_transport::open_session(const std::string& user_agent, const proxy_cho
     // What the later steps do not set anew.
     m_order.cookies.clear();
     m_order.patience = {};
-    m_order.user_agent = user_agent;
-    m_order.ca_file = ca_file;
+    set(m_order.user_agent, user_agent);
+    set(m_order.ca_file, ca_file);
     m_proxy = proxy;
     m_has_session = true;
     return true;
@@ -78,8 +86,8 @@ bool curl_transport::open_session(const std::string& user_agent, const proxy_cho
 
 bool curl_transport::connect(const std::string& host, std::int32_t port) {
     if (!is_host(host) || port < 1 || port > 0xFFFF) return fail(k_error_bad_url);
-    m_order.target.host = host;
-    m_order.target.port = port;
+    set(m_order.target.host, host);
+    set(m_order.target.port, port);
     m_has_connection = true;
     return true;
 }
@@ -88,7 +96,7 @@ bool curl_transport::open_request(const char* verb, const std::string& object, b
     if (!m_has_connection) return fail(k_error_bad_url);
     m_order.verb = verb == nullptr ? "GET" : verb;
     m_order.target.object = object;
-    m_order.target.is_secure = is_secure;
+    set(m_order.target.is_secure, is_secure);
     m_has_request = true;
     return true;
 }
@@ -110,11 +118,22 @@ bool curl_transport::send_headers(const std::string& headers, const void* body,
     return start() && noted(m_transfer.reach(curl_stage::connected));
 }
 
+void curl_transport::locate() {
+    m_order.origin = m_order.target.origin();
+    std::string all = m_order.origin;
+    for (const std::string* part : {&m_order.proxy, &m_order.ca_file, &m_order.user_agent}) {
+        all.append("|").append(*part);
+    }
+    m_order.destination = std::move(all);
+}
+
 bool curl_transport::start() {
     const request_target& to = m_order.target;
     const bool is_direct =
         m_proxy.is_system_default || http::is_bypassed(to.host, to.port, m_proxy.bypass);
-    m_order.proxy = is_direct ? "" : http::proxy_server(m_proxy.servers, to.is_secure);
+    set(m_order.proxy,
+        is_direct ? std::string_view() : http::proxy_server(m_proxy.servers, to.is_secure));
+    if (m_order.destination.empty()) locate();
     return noted(m_transfer.start(m_order));
 }
 
@@ -145,6 +164,7 @@ bool curl_transport::follow(redirect next) {
         return fail(k_error_stopped);
     }
     m_order.cookies = m_transfer.take_cookies();
+    m_order.destination.clear();
     m_order.target = std::move(next.target);
     m_order.verb = std::move(next.verb);
     m_order.headers = std::move(next.headers);

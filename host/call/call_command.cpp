@@ -33,7 +33,7 @@ const char* call_command::footer() const {
   pennywort call http://localhost:8080/RPC2 deck.load '"intro"' '{"loop": true}'
   pennywort call http://localhost:8080/RPC2 store '{"$base64": "AAE="}' '{"$date": "20260131T14:08:55"}'
 What follows the method are its arguments, each as JSON: a text needs its quotation marks. The result is one line of JSON.
-Exit status: 0 a result, 1 failed, 2 wrong arguments, 3 the server's answer is a fault.)";
+Exit status: 0 a result, 1 failed, 2 wrong arguments, 3 the server's answer is a fault, 130 or 143 interrupted.)";
 }
 
 void call_command::add_options(CLI::App& parser) {
@@ -52,6 +52,7 @@ std::string call_command::take_arguments() {
 }
 
 std::string call_command::take_values() {
+    if (!is_for_xml(m_method)) return "METHOD holds a character that XML cannot";
     m_options.request = std::make_shared<zRecord>();
     if (zXMLRPC(*m_options.request).SetCall(m_method.c_str()) != 0) {
         return "there is no memory for the call";

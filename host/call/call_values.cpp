@@ -1,11 +1,14 @@
 // host/call/call_values.cpp - see the header for the contract.
 #include "host/call/call_values.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "core/text/ascii.h"
 #include "loam/base64.h"
 #include "loam/xml.h"
 
@@ -22,6 +25,7 @@ constexpr char k_date[] = "$date";
 constexpr int k_deepest = 200;
 
 constexpr char k_no_memory[] = "there is no memory for it";
+constexpr char k_no_character[] = "it holds a character that XML cannot";
 
 std::string outcome_of(zStatus status) { return status == 0 ? "" : k_no_memory; }
 
@@ -60,14 +64,54 @@ std::string set_base64(Value value, const std::string& text) {
     return outcome_of(value.SetBytes(bytes.CString(), bytes.Length()));
 }
 
+// "d" stands for a digit, all else for itself.
+bool is_like(std::string_view text, std::string_view form) {
+    return std::equal(text.begin(), text.end(), form.begin(), form.end(), [](char c, char like) {
+        return like == 'd' ? text::is_digit(c) : c == like;
+    });
+}
+
+// Both forms of ISO 8601, the short one of XML-RPC and the one with marks, and what may stand
+// behind them: a part of a second and the zone. Servers send all of these, so that what they sent
+// can be sent back.
+bool is_date(std::string_view text) {
+    constexpr std::string_view k_short = "ddddddddTdd:dd:dd";
+    constexpr std::string_view k_long = "dddd-dd-ddTdd:dd:dd";
+    const std::string_view form = text.substr(0, 5).ends_with('-') ? k_long : k_short;
+    if (!is_like(text.substr(0, form.size()), form)) return false;
+    text.remove_prefix(form.size());
+    if (text.starts_with('.')) {
+        text.remove_prefix(1);
+        const std::size_t digits = text.find_first_not_of("0123456789");
+        if (digits == 0 || text.empty()) return false;
+        text.remove_prefix(std::min(digits, text.size()));
+    }
+    if (text.starts_with('-') || text.starts_with('+')) {
+        text.remove_prefix(1);
+        return is_like(text, "dd:dd") || is_like(text, "dddd");
+    }
+    return text.empty() || text == "Z";
+}
+
+std::string set_date(Value value, const std::string& text) {
+    if (!is_date(text)) return std::string(k_date) + " is no date like 20260131T14:08:55";
+    return outcome_of(value.SetDate(text.c_str()));
+}
+
+std::string set_text(Value value, const std::string& text) {
+    if (!is_for_xml(text)) return k_no_character;
+    return outcome_of(value.SetString(text.data(), length_of(text)));
+}
+
 std::string set_object(Value value, const json& from, int depth) {
     if (from.size() == 1 && from.begin()->is_string()) {
         const auto& text = from.begin()->get_ref<const std::string&>();
         if (from.begin().key() == k_base64) return set_base64(value, text);
-        if (from.begin().key() == k_date) return outcome_of(value.SetDate(text.c_str()));
+        if (from.begin().key() == k_date) return set_date(value, text);
     }
     if (value.SetStruct() != 0) return k_no_memory;
     for (const auto& [name, member] : from.items()) {
+        if (!is_for_xml(name)) return k_no_character;
         std::string wrong = set_at_depth(value.AddMember(name.c_str()), member, depth + 1);
         if (!wrong.empty()) return wrong;
     }
@@ -88,10 +132,8 @@ std::string set_at_depth(Value value, const json& from, int depth) {
             return set_integer(value, from.get<std::int64_t>());
         case json::value_t::number_float:
             return outcome_of(value.SetDouble(from.get<double>()));
-        case json::value_t::string: {
-            const auto& text = from.get_ref<const std::string&>();
-            return outcome_of(value.SetString(text.data(), length_of(text)));
-        }
+        case json::value_t::string:
+            return set_text(value, from.get_ref<const std::string&>());
         case json::value_t::array:
             return set_array(value, from, depth);
         default:
@@ -163,6 +205,16 @@ bool get_bytes(const Value& value, json& out) {
 }
 
 }  // namespace
+
+// Asked of the writer, which alone knows: without this, what cannot be sent would be told as a
+// failed call.
+bool is_for_xml(const std::string& text) {
+    zRecord element;
+    element.SetCString(zXML::k_name, "text");
+    element.SetText(zXML::k_text, text.data(), length_of(text));
+    zBuffer written;
+    return zXML::RecordToBuffer(&written, element, 0, false, true) != zXML::k_bad_text;
+}
 
 std::string set_value(Value value, const json& from) { return set_at_depth(value, from, 0); }
 

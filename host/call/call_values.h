@@ -12,6 +12,9 @@ namespace pennywort::host {
 // Returns what is wrong, in a few words; an empty text if nothing is.
 std::string set_value(zXMLRPC::Value value, const json& from);
 
+// Whether XML can hold the text at all.
+bool is_for_xml(const std::string& text);
+
 // `value` as JSON; false where it is none that XML-RPC has, or not what its type says.
 bool get_value(const zXMLRPC::Value& value, json& out);
 

@@ -62,6 +62,16 @@ TEST_P(CallValues, GoThereAndBack) {
 INSTANTIATE_TEST_SUITE_P(All, CallValues, testing::ValuesIn(k_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
+// Whatever a server sends can be sent back.
+TEST(CallArguments, ADateHasEitherFormOfIso8601) {
+    for (const char* text :
+         {"20260131T14:08:55", "2026-01-31T14:08:55", "20260131T14:08:55Z", "20260131T14:08:55.125",
+          "2026-01-31T14:08:55.1+01:00", "20260131T14:08:55-0930"}) {
+        const std::string value = "{\"$date\":\"" + std::string(text) + "\"}";
+        EXPECT_EQ(parse_command_line({"call", "http://127.0.0.1:1/", "m", value}).text, "");
+    }
+}
+
 // Were each name looked for among all before it, this would take minutes.
 TEST(CallResults, AStructureOfManyMembersIsReadAtOnce) {
     std::string members;
@@ -82,13 +92,29 @@ TEST(CallResults, AStructureOfManyMembersIsReadAtOnce) {
     EXPECT_EQ(*out.begin(), "99999");  // of two, the last
 }
 
+std::string refused(const std::string& value) {
+    const auto line = parse_command_line({"call", "http://127.0.0.1:1/", "m", value});
+    EXPECT_EQ(line.what, command_line::verdict::refuse) << value;
+    EXPECT_EQ(line.text.find('\n'), std::string::npos);
+    return line.text;
+}
+
+TEST(CallArguments, ThatNoDocumentCouldHoldAreRefused) {
+    for (const char* text :
+         {"yesterday", "", "20260131", "20260131T14:08:5", "2026-01-31T14:08:55.",
+          "20260131T14:08:55+1", "20260131T14:08:55Zulu"}) {
+        const std::string value = "{\"$date\":\"" + std::string(text) + "\"}";
+        EXPECT_EQ(refused(value), value + ": $date is no date like 20260131T14:08:55");
+    }
+    for (const std::string value :
+         {R"("\u0001")", R"(["\u0000"])", R"({"\u001b":1})", R"({"a":"\ufffe"})"}) {
+        EXPECT_EQ(refused(value), value + ": it holds a character that XML cannot");
+    }
+    EXPECT_EQ(parse_command_line({"call", "http://127.0.0.1:1/", "m\x01"}).text,
+              "METHOD holds a character that XML cannot");
+}
+
 TEST(CallArguments, ThatCannotBeSentAreRefused) {
-    const auto refused = [](const std::string& value) {
-        const auto line = parse_command_line({"call", "http://127.0.0.1:1/", "m", value});
-        EXPECT_EQ(line.what, command_line::verdict::refuse) << value;
-        EXPECT_EQ(line.text.find('\n'), std::string::npos);
-        return line.text;
-    };
     EXPECT_EQ(refused("words"), "words is no JSON; a text needs its quotation marks: '\"words\"'");
     EXPECT_EQ(refused("18446744073709551615"),
               "18446744073709551615: a number does not fit into 64 bits");

@@ -139,7 +139,7 @@ void zRecord::operator delete(void* record) noexcept {
     if (record == nullptr) return;
     record_block* const block = record_block::owner_of(record);
     if (block != nullptr) {
-        block->release();
+        block->release(record);
     } else {
         ::operator delete(static_cast<char*>(record) - k_front);
     }

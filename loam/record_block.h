@@ -23,7 +23,7 @@ public:
     // Nothing is taken any more.
     void close();
     // One record in it has ended.
-    void release();
+    void release(void* record);
 
     // What stands in front of each record: its block, or null for memory of its own.
     static record_block*& owner_of(void* record) { return static_cast<record_block**>(record)[-1]; }

@@ -12,7 +12,7 @@
 namespace pennywort {
 
 zStatus start_module(const module_steps& steps) {
-    steps.need_foundation();
+    zBoot::Depends(steps.foundation, steps.boot_foundation);
     steps.start_firewall();
     steps.start_pages();
     return steps.register_codes();
@@ -30,8 +30,11 @@ constexpr std::int32_t k_tag = 0x504E5754;  // 'PNWT'
 constexpr std::int32_t k_first_code = -21000;
 constexpr std::int32_t k_last_code = -8999;
 
-constexpr module_steps k_steps{
-    [] { zBoot::Depends(zMire::k_tag, &zMire::boot_Module); },
+}  // namespace
+
+constexpr module_steps k_own_steps{
+    zMire::k_tag,
+    [] { zMire::boot_Module(); },
     [] { cFirewall::Startup(); },
     [] { cWebDisplayCEFBrowserManager::Startup(""); },
     [] {
@@ -41,15 +44,17 @@ constexpr module_steps k_steps{
     [] { cFirewall::Shutdown(); },
 };
 
+namespace {
+
 // A module that did not start is not stopped by anybody else. To throw is how a start routine says
 // that it failed.
 void start() {
-    if (start_module(k_steps) == 0) return;
-    stop_module(k_steps);
+    if (start_module(k_own_steps) == 0) return;
+    stop_module(k_own_steps);
     throw std::runtime_error("the range of its error codes is taken");
 }
 
-void stop() { stop_module(k_steps); }
+void stop() { stop_module(k_own_steps); }
 
 const zBoot k_module(&start, &stop, k_tag);
 

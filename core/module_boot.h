@@ -2,13 +2,17 @@
 // itself registers with zBoot when the library is loaded; nothing has to be called for that.
 #pragma once
 
+#include <cstdint>
+
 #include "loam/types.h"
 
 namespace pennywort {
 
 // Others stand in their place in tests.
 struct module_steps {
-    void (*need_foundation)();
+    // The module that has to be there first, and what brings it up where nobody has registered it.
+    std::int32_t foundation;
+    void (*boot_foundation)();
     void (*start_firewall)();
     void (*start_pages)();
     zStatus (*register_codes)();
@@ -21,5 +25,8 @@ struct module_steps {
 zStatus start_module(const module_steps& steps);
 // The pages go first: their runtime may still use what the thread has of the system.
 void stop_module(const module_steps& steps);
+
+// Those of the module itself.
+extern const module_steps k_own_steps;
 
 }  // namespace pennywort

@@ -19,6 +19,7 @@ std::string g_log;
 zStatus g_status = 0;
 
 constexpr module_steps k_fakes{
+    0x66616B65,  // a module that nobody has registered, so that it is brought up here
     [] { g_log += "foundation "; },
     [] { g_log += "firewall "; },
     [] { g_log += "pages "; },
@@ -35,6 +36,7 @@ protected:
     void SetUp() override {
         g_log.clear();
         g_status = 0;
+        zBoot::StopModules();  // what was brought up is forgotten
     }
 };
 
@@ -52,6 +54,11 @@ TEST_F(ModuleBoot, FailsWithTheRegistrationAlone) {
 TEST_F(ModuleBoot, StopsInReverseAndLeavesTheCodes) {
     stop_module(k_fakes);
     EXPECT_EQ(g_log, "no-pages no-firewall ");
+}
+
+TEST(Module, NeedsTheFoundationLibrary) {
+    EXPECT_EQ(k_own_steps.foundation, zMire::k_tag);
+    EXPECT_NE(k_own_steps.boot_foundation, nullptr);
 }
 
 // The library's own module. No runtime is found here, which is no failure.

@@ -38,7 +38,7 @@ struct cBonjour::browse_request {
     std::int32_t observer;
     const char* type;
     unsigned long flags;
-    bool is_once;
+    reporting how;
 };
 
 namespace {
@@ -65,6 +65,17 @@ std::string_view item_at(const char* txt) {
 
 bool is_whole(const found_service& found) {
     return found.name != nullptr && found.type != nullptr && found.domain != nullptr;
+}
+
+service_key key_of(const cBonjourService& browse, const found_service& found) {
+    const bool is_each = browse.how == reporting::each_interface;
+    return {found.name, found.type, found.domain, is_each ? found.interface_index : 0};
+}
+
+// Of a service that is looked up.
+service_key key_of(const cBonjourService& browse, const cBonjourService& service) {
+    return key_of(browse, {service.event, service.interface_index, service.name.CString(),
+                           service.type.CString(), service.domain.CString()});
 }
 
 cBonjour* owner_of(void* context) {
@@ -150,6 +161,7 @@ void cBonjour::end_service(service_list& list, cBonjourService* service) {
     const std::shared_ptr<cBonjourLib> library = m_lib;
     remove(list, service);
     take_out(service->reference, *library);
+    give_up_ahead(*service, *library);
     library->DNSServiceRefDeallocate(service->reference);
 }
 
@@ -223,11 +235,15 @@ long cBonjour::Service_Unregister(const char* type, long port) {
 // --- Observing
 
 long cBonjour::StartObserving(long observerId, const char* type, unsigned long flags) {
-    return observe({static_cast<std::int32_t>(observerId), type, flags, false});
+    return observe({static_cast<std::int32_t>(observerId), type, flags, reporting::plain});
 }
 
 long cBonjour::StartObservingOnce(long observerId, const char* type, unsigned long flags) {
-    return observe({static_cast<std::int32_t>(observerId), type, flags, true});
+    return observe({static_cast<std::int32_t>(observerId), type, flags, reporting::once});
+}
+
+long cBonjour::StartObservingEach(long observerId, const char* type, unsigned long flags) {
+    return observe({static_cast<std::int32_t>(observerId), type, flags, reporting::each_interface});
 }
 
 long cBonjour::observe(const browse_request& what) {
@@ -245,10 +261,10 @@ long cBonjour::observe(const browse_request& what) {
     });
 }
 
-// Those that report once and those that do not never share a browse.
+// Those that report in another way never share a browse.
 cBonjourService* cBonjour::find_browse(const browse_request& what) {
     cBonjourService* found = find_service(m_browse_list, what.type, 0, nullptr);
-    while (found != nullptr && (found->known != nullptr) != what.is_once) {
+    while (found != nullptr && found->how != what.how) {
         found = find_service(m_browse_list, what.type, 0, found);
     }
     return found;
@@ -264,7 +280,8 @@ cBonjourService* cBonjour::find_browse(std::uint64_t number) const {
 cBonjourService* cBonjour::browse_start(const browse_request& what) {
     auto service = std::make_unique<cBonjourService>(what.type, 0);
     service->number = ++m_life->last_browse;
-    if (what.is_once) service->known = std::make_unique<known_services>();
+    service->how = what.how;
+    if (what.how != reporting::plain) service->known = std::make_unique<known_services>();
     const std::uint32_t where = (what.flags & 1) != 0 ? k_local_only : k_any_interface;
     m_last_error =
         m_lib->DNSServiceBrowse(&service->reference, 0, where, service->type.CString(),
@@ -308,16 +325,20 @@ void cBonjour::browse_changed(Reference reference, const found_service& found) {
     browse_resolve_now(*browse, found);
 }
 
-// For a browse that reports once. What has gone is told from here.
+// For a browse that is not plain. What has gone is told from here.
 void cBonjour::take_change(cBonjourService& browse, const found_service& found) {
-    const service_key key{found.name, found.type, found.domain};
+    const service_key key = key_of(browse, found);
     if (found.event == k_service_found) {
         if (!browse.known->add(key, found.interface_index)) return tell_full(browse);
         if (browse.known->has_waiting() && !ask_for_turn(browse)) look_up_next(browse.number);
         return;
     }
+    // Nobody has to wait for the answer of one that has gone.
+    const bool is_ahead = browse.ahead != nullptr && key_of(browse, *browse.ahead) == key;
     service_details last;
-    if (!browse.known->remove(key, last)) return;
+    const bool was_told = browse.known->remove(key, last);
+    if (is_ahead && !browse.known->knows(key)) give_up_ahead(browse, *m_lib);
+    if (!was_told) return;
     tell(browse, found.event, found.name,
          {k_dnssd_no_error, last.host.c_str(), last.port,
           static_cast<std::uint16_t>(last.txt.size()), last.txt.data()});
@@ -342,38 +363,96 @@ bool cBonjour::ask_for_turn(cBonjourService& browse) {
     return browse.is_turn_asked;
 }
 
+// Where no turn can be had, all are looked up in this one.
 void cBonjour::look_up_next(std::uint64_t browse_number) {
-    cBonjourService* const browse = find_browse(browse_number);
-    if (browse == nullptr) return;
+    const std::shared_ptr<life> alive = m_life;
+    while (alive->owner != nullptr && look_up_one(browse_number)) {
+    }
+}
+
+// The next one is begun before this one's answer is waited for: to begin takes most of a look-up's
+// time, and the answer comes meanwhile. True when there are more and they have no turn.
+bool cBonjour::look_up_one(std::uint64_t browse_number) {
+    const std::shared_ptr<life> alive = m_life;
+    const std::shared_ptr<cBonjourLib> library = m_lib;
+    cBonjourService* browse = find_browse(browse_number);
+    if (browse == nullptr) return false;
     browse->is_turn_asked = false;
-    const auto next = browse->known->next();
-    if (!next) return;
-    // Before the look-up, which may end the browse.
-    if (browse->known->has_waiting()) ask_for_turn(*browse);
+    auto current = std::move(browse->ahead);
+    if (current == nullptr) current = begin_waiting(*browse);
+    // The library may have called the host, which may have ended the browse.
+    browse = alive->owner != nullptr ? find_browse(browse_number) : nullptr;
+    std::unique_ptr<cBonjourService> ahead;
+    if (browse != nullptr && current != nullptr) ahead = begin_ahead(*browse, *current);
+    browse = alive->owner != nullptr ? find_browse(browse_number) : nullptr;
+    bool has_more = false;
+    if (browse != nullptr) {
+        browse->ahead = std::move(ahead);
+        has_more = browse->ahead != nullptr || browse->known->has_waiting();
+        if (has_more && ask_for_turn(*browse)) has_more = false;
+    }
+    if (ahead != nullptr) library->DNSServiceRefDeallocate(ahead->reference);
+    if (current != nullptr) look_up_end(*alive, *library, std::move(current));
+    return has_more;
+}
+
+std::unique_ptr<cBonjourService> cBonjour::begin_waiting(const cBonjourService& browse) {
+    const auto next = browse.known->next();
+    if (!next) return nullptr;
     const service_key& key = next->key;
-    browse_resolve_now(*browse, {k_service_found, next->interface_index, key.name.c_str(),
-                                 key.type.c_str(), key.domain.c_str()});
+    return look_up_begin(browse, {k_service_found, next->interface_index, key.name.c_str(),
+                                  key.type.c_str(), key.domain.c_str()});
+}
+
+// Nothing is thrown: the one that is under way has to come to its end.
+std::unique_ptr<cBonjourService> cBonjour::begin_ahead(const cBonjourService& browse,
+                                                       const cBonjourService& current) {
+    std::unique_ptr<cBonjourService> ahead;
+    run::guarded("cBonjour", "a look-up ahead", [&] {
+        const bool has_more = browse.known->has_waiting_beside(key_of(browse, current));
+        if (has_more) ahead = begin_waiting(browse);
+    });
+    return ahead;
+}
+
+void cBonjour::give_up_ahead(cBonjourService& browse, cBonjourLib& library) {
+    const auto given_up = std::move(browse.ahead);
+    if (given_up != nullptr) library.DNSServiceRefDeallocate(given_up->reference);
 }
 
 long cBonjour::browse_resolve_now(const cBonjourService& browse, const found_service& found) {
-    if (!is_whole(found)) return k_refused;
+    const std::shared_ptr<life> alive = m_life;
+    const std::shared_ptr<cBonjourLib> library = m_lib;
+    auto service = look_up_begin(browse, found);
+    return service == nullptr ? k_refused : look_up_end(*alive, *library, std::move(service));
+}
+
+// Null when it is refused.
+std::unique_ptr<cBonjourService> cBonjour::look_up_begin(const cBonjourService& browse,
+                                                         const found_service& found) {
+    if (!is_whole(found)) return nullptr;
     const bool is_all_speakable =
         is_speakable(found.name) && is_speakable(found.type) && is_speakable(found.domain);
-    if (!is_all_speakable) return k_refused;
+    if (!is_all_speakable) return nullptr;
     auto service = std::make_unique<cBonjourService>(found.type, 0);
     service->name = found.name;
     service->domain = found.domain;
     service->parent = browse.reference;
     service->number = browse.number;
     service->event = found.event;
+    service->interface_index = found.interface_index;
     const std::shared_ptr<life> alive = m_life;
     const std::shared_ptr<cBonjourLib> library = m_lib;
     const int error = library->DNSServiceResolve(
         &service->reference, 0, found.interface_index, service->name.CString(),
         service->type.CString(), service->domain.CString(), &cBonjour::resolve_reply, alive.get());
-    if (error != k_dnssd_no_error) return k_refused;
-    const bool has_answer = has_answered(*alive, *library, *service);
-    library->DNSServiceRefDeallocate(service->reference);
+    return error == k_dnssd_no_error ? std::move(service) : nullptr;
+}
+
+long cBonjour::look_up_end(const life& alive, cBonjourLib& library,
+                           std::unique_ptr<cBonjourService> service) {
+    const bool has_answer = alive.owner != nullptr && has_answered(alive, library, *service);
+    library.DNSServiceRefDeallocate(service->reference);
     return has_answer ? k_fine : k_refused;
 }
 
@@ -445,9 +524,9 @@ bool cBonjour::is_worth_telling(cBonjourService& browse, const cBonjourService& 
                                 const resolved_service& resolved) {
     if (browse.known == nullptr) return true;
     if (resolved.error != k_dnssd_no_error || resolved.host == nullptr) return false;
-    const service_key key{service.name.CString(), service.type.CString(), service.domain.CString()};
     return browse.known->tell(
-        key, {resolved.host, resolved.port, {resolved.txt, resolved.txt + resolved.txt_length}});
+        key_of(browse, service),
+        {resolved.host, resolved.port, {resolved.txt, resolved.txt + resolved.txt_length}});
 }
 
 void cBonjour::tell(const cBonjourService& browse, std::int32_t event, const char* name,

@@ -10,6 +10,14 @@
 #include "discovery/known_services.h"
 #include "loam/string.h"
 
+namespace pennywort::discovery {
+
+// How often the observers of a browse hear of one service: each time that the library tells of it,
+// once, or once for each interface.
+enum class reporting { plain, once, each_interface };
+
+}  // namespace pennywort::discovery
+
 // A registration, a browse, or the look-up of one service.
 class cBonjourService {
 public:
@@ -26,12 +34,15 @@ public:
     cBonjourLib::Reference parent = nullptr;  // of a look-up: the browse that it is for
 
     // Beside these
-    std::unique_ptr<pennywort::discovery::known_services> known;  // of a browse that reports once
+    pennywort::discovery::reporting how = pennywort::discovery::reporting::plain;  // of a browse
+    std::unique_ptr<pennywort::discovery::known_services> known;  // of one that is not plain
+    std::unique_ptr<cBonjourService> ahead;  // of such a one: the next look-up, begun already
+    std::uint32_t interface_index = 0;       // of a look-up
     // Of a browse and its look-ups: the library may give the reference of a browse that has ended
     // to the next one.
     std::uint64_t number = 0;
     bool is_answered = false;    // a look-up
-    bool is_turn_asked = false;  // of a browse that reports once: its next look-up is posted
+    bool is_turn_asked = false;  // of a browse that is not plain: its next look-up is posted
     bool is_full = false;        // of such a browse: it was told of too many services
 };
 

@@ -28,6 +28,8 @@ struct service_key {
     std::string name;
     std::string type;
     std::string domain;
+    // Where each interface counts for itself; 0 elsewhere.
+    std::uint32_t interface_index = 0;
     // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 sees a comparison with 0 in it.
     auto operator<=>(const service_key&) const = default;
 };
@@ -46,6 +48,12 @@ public:
     // to be looked up there, once. False when there are too many, and then nothing is known of it.
     bool add(const service_key& key, std::uint32_t interface_index);
     bool has_waiting() const { return !m_waiting.empty(); }
+    // Whether another one waits than this one, whose look-up is under way and may make all others
+    // of it needless.
+    bool has_waiting_beside(const service_key& key) const {
+        return has_waiting() && m_waiting.front() != key;
+    }
+    bool knows(const service_key& key) const { return m_services.contains(key); }
     // The next one to look up that is still there and that nobody has heard of; nothing when there
     // is none. Whatever else is to be looked up of it comes behind all others.
     std::optional<service_to_look_up> next();

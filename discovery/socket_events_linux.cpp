@@ -135,6 +135,10 @@ arrival wait_for_arrival(int socket, int timeout_ms) {
     do {
         ready = ::poll(&one, 1, end.left_ms());
     } while (ready < 0 && errno == EINTR);
+    if (ready < 0) {
+        const int error = errno;
+        zTraceManager::Default()->TraceNote("cBonjour: poll failed (err=%d)\n", error);
+    }
     if (ready == 0) return arrival::timed_out;
     return ready < 0 || (one.revents & POLLNVAL) != 0 ? arrival::failed : arrival::there;
 }

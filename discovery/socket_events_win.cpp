@@ -148,6 +148,10 @@ arrival wait_for_arrival(int socket, int timeout_ms) {
     FD_SET(handle, &readable);
     timeval time{timeout_ms / 1000, timeout_ms % 1000 * 1000};
     const int ready = select(0, &readable, nullptr, nullptr, &time);
+    if (ready == SOCKET_ERROR) {
+        const int error = WSAGetLastError();
+        zTraceManager::Default()->TraceNote("cBonjour: select failed (err=%d)\n", error);
+    }
     if (ready > 0) return arrival::there;
     return ready == 0 ? arrival::timed_out : arrival::failed;
 }

@@ -105,7 +105,7 @@ private:
 //   and, where the service has a TXT record, one child: a text for each item of it.
 // A service comes once for each interface and protocol on which it is seen. Each is looked up when
 // it comes and again when it goes: one that no longer answers then goes unheard. What comes of
-// StartObservingOnce has neither of these traits.
+// StartObservingOnce and StartObservingEach has neither of these traits.
 //
 // Where the system has no DNS-SD every operation fails. Types and names that are not UTF-8 are
 // refused.
@@ -159,6 +159,8 @@ public:
     // it, and without looking it up. What could not be looked up is not reported. The thread's loop
     // looks up one service a turn, so that between two of them the host has its turn.
     long StartObservingOnce(long observerId, const char* type, unsigned long flags);
+    // As StartObservingOnce, with one report for each interface that a service is seen on.
+    long StartObservingEach(long observerId, const char* type, unsigned long flags);
 
     // Whether the system's daemon has ended, or given something up, since that which is still
     // registered or watched was asked for: it is dead, and has to be withdrawn or stopped and
@@ -193,6 +195,15 @@ private:
     static void tell_full(cBonjourService& browse);
     bool ask_for_turn(cBonjourService& browse);
     void look_up_next(std::uint64_t browse_number);
+    bool look_up_one(std::uint64_t browse_number);
+    std::unique_ptr<cBonjourService> begin_waiting(const cBonjourService& browse);
+    std::unique_ptr<cBonjourService> look_up_begin(
+        const cBonjourService& browse, const pennywort::discovery::found_service& found);
+    static long look_up_end(const pennywort::discovery::life& alive, cBonjourLib& library,
+                            std::unique_ptr<cBonjourService> service);
+    std::unique_ptr<cBonjourService> begin_ahead(const cBonjourService& browse,
+                                                 const cBonjourService& current);
+    static void give_up_ahead(cBonjourService& browse, cBonjourLib& library);
     long browse_resolve_now(const cBonjourService& browse,
                             const pennywort::discovery::found_service& found);
     static bool has_answered(const pennywort::discovery::life& alive, cBonjourLib& library,

@@ -84,7 +84,7 @@ void discover_command::add_options(CLI::App& parser) {
     parser.add_flag("--local", m_options.is_local,
                     "Only services of this machine; Avahi refuses that");
     parser.add_flag("--each", m_options.is_each,
-                    "A line for each interface and protocol on which a service is seen");
+                    "A line for each interface on which a service is seen");
     parser.add_flag("--verbose", m_options.is_verbose, "Also print what the DNS-SD library says");
 }
 
@@ -105,7 +105,7 @@ int discover_command::run(const console& out) {
     const unsigned long flags = m_options.is_local ? 1 : 0;
     const long status =
         m_options.is_each
-            ? bonjour.StartObserving(printer.code(), m_options.type.c_str(), flags)
+            ? bonjour.StartObservingEach(printer.code(), m_options.type.c_str(), flags)
             : bonjour.StartObservingOnce(printer.code(), m_options.type.c_str(), flags);
     if (status != 0) return fail(out, dnssd_failure(bonjour));
     const run::deadline end = end_of(m_options);

@@ -115,5 +115,31 @@ TEST_F(Memory, AServiceIsHeardOrNot) {
     }
 }
 
+// One of them is asked for while another one is waited for.
+TEST_F(Memory, SeveralServicesAtOnceLeaveNoReference) {
+    cBonjour bonjour;
+    listener ears;
+    bonjour.StartObservingEach(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    for (const char* const name : {"a", "b", "c"}) serve(name);
+    const int failures = with_each_allocation_failing(
+        [&] {
+            for (const bool is_added : {true, false}) {
+                for (const char* const name : {"a", "b", "c"}) tell(name, is_added);
+                try {
+                    run_loop();
+                } catch (const std::bad_alloc&) {
+                }
+            }
+        },
+        [&] {
+            run_loop();
+            EXPECT_LE(ears.heard().size(), 6u);
+            EXPECT_EQ(fake_dnssd::live_references(), 1);
+            ears.forget();
+        });
+    EXPECT_GT(failures, 0);
+}
+
 }  // namespace
 }  // namespace pennywort::tests

@@ -21,6 +21,32 @@ std::string path_of(const std::string& head) {
     return head.substr(from, head.find(' ', from) - from);
 }
 
+// What a peer's thread has been asked last.
+class last_request {
+public:
+    void set(const std::string& text) {
+        const std::lock_guard lock(m_mutex);
+        m_text = text;
+    }
+    std::string text() const {
+        const std::lock_guard lock(m_mutex);
+        return m_text;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::string m_text;
+};
+
+// Answers one request, and keeps it.
+scripted_peer::script keeping(last_request& seen) {
+    return [&seen](peer_connection& connection) {
+        seen.set(connection.receive_head());
+        connection.send(answer_with("other"));
+        connection.wait_for_end();
+    };
+}
+
 // Wine follows a redirect by other rules than Windows: it waits for a body that is kept back, keeps
 // the headers for every host and the method for every status.
 class RedirectsTest : public SessionTest {
@@ -46,17 +72,8 @@ TEST_F(RedirectsTest, AreFollowedToTheirEnd) {
 }
 
 TEST_F(RedirectsTest, LeadToAnotherHostWithoutTheSecretsOfTheFirst) {
-    std::mutex mutex;
-    std::string seen;
-    const scripted_peer other([&](peer_connection& connection) {
-        const std::string head = connection.receive_head();
-        {
-            const std::lock_guard lock(mutex);
-            seen = head;
-        }
-        connection.send(answer_with("other"));
-        connection.wait_for_end();
-    });
+    last_request seen;
+    const scripted_peer other(keeping(seen));
     const scripted_peer peer(answering(redirect(301, other.url("/x"))));
     zRecord headers;
     headers.SetCString("Authorization", "secret", 0);
@@ -64,14 +81,12 @@ TEST_F(RedirectsTest, LeadToAnotherHostWithoutTheSecretsOfTheFirst) {
     headers.SetCString("X-Public", "yes", 0);
     EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, &headers), 0);
     EXPECT_EQ(body(), "other");
-    const std::lock_guard lock(mutex);
-    EXPECT_EQ(seen.find("secret"), std::string::npos);
-    EXPECT_NE(seen.find("X-Public: yes"), std::string::npos);
+    EXPECT_EQ(seen.text().find("secret"), std::string::npos);
+    EXPECT_NE(seen.text().find("X-Public: yes"), std::string::npos);
 }
 
 TEST_F(RedirectsTest, BringTheCookiesThatTheySetAndNoRequestBringsThoseOfAnother) {
-    std::mutex mutex;
-    std::string seen;
+    last_request seen;
     const scripted_peer peer([&](peer_connection& connection) {
         for (std::string head = connection.receive_head(); !head.empty();
              head = connection.receive_head()) {
@@ -81,35 +96,19 @@ TEST_F(RedirectsTest, BringTheCookiesThatTheySetAndNoRequestBringsThoseOfAnother
                     "Set-Cookie: b=2; Path=/other\r\nContent-Length: 0\r\n\r\n");
                 continue;
             }
-            {
-                const std::lock_guard lock(mutex);
-                seen = head;
-            }
+            seen.set(head);
             connection.send(answer_with("end", "Set-Cookie: c=3\r\n"));
         }
     });
     EXPECT_EQ(get(peer.url()), 0);
-    {
-        const std::lock_guard lock(mutex);
-        EXPECT_NE(seen.find("\r\nCookie: a=1\r\n"), std::string::npos) << seen;
-    }
+    EXPECT_NE(seen.text().find("\r\nCookie: a=1\r\n"), std::string::npos) << seen.text();
     EXPECT_EQ(get(peer.url("/alone")), 0);
-    const std::lock_guard lock(mutex);
-    EXPECT_EQ(seen.find("Cookie:"), std::string::npos) << seen;
+    EXPECT_EQ(seen.text().find("Cookie:"), std::string::npos) << seen.text();
 }
 
 TEST_F(RedirectsTest, TakeNoHostOfTheCallersAlongNorTheCookiesThatItGot) {
-    std::mutex mutex;
-    std::string seen;
-    const scripted_peer other([&](peer_connection& connection) {
-        const std::string head = connection.receive_head();
-        {
-            const std::lock_guard lock(mutex);
-            seen = head;
-        }
-        connection.send(answer_with("other"));
-        connection.wait_for_end();
-    });
+    last_request seen;
+    const scripted_peer other(keeping(seen));
     std::string there = other.url("/x");
     there.replace(there.find("127.0.0.1"), 9, "localhost");
     const scripted_peer peer(answering("HTTP/1.1 302 Found\r\nLocation: " + there +
@@ -119,9 +118,8 @@ TEST_F(RedirectsTest, TakeNoHostOfTheCallersAlongNorTheCookiesThatItGot) {
     headers.SetCString("host", "api.example", 0);
     EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, &headers), 0);
     EXPECT_EQ(body(), "other");
-    const std::lock_guard lock(mutex);
-    EXPECT_EQ(seen.find("secret"), std::string::npos) << seen;
-    EXPECT_NE(seen.find("\r\nHost: localhost:"), std::string::npos) << seen;
+    EXPECT_EQ(seen.text().find("secret"), std::string::npos) << seen.text();
+    EXPECT_NE(seen.text().find("\r\nHost: localhost:"), std::string::npos) << seen.text();
 }
 
 TEST_F(RedirectsTest, MakeAGetOfAPostButWhereTheStatusKeepsIt) {
@@ -131,8 +129,7 @@ TEST_F(RedirectsTest, MakeAGetOfAPostButWhereTheStatusKeepsIt) {
                                      {307, "POST 4"},
                                      {308, "POST 4"}}) {
         SCOPED_TRACE(code);
-        std::mutex mutex;
-        std::string seen;
+        last_request seen;
         const scripted_peer peer([&, status = code](peer_connection& connection) {
             for (std::string head = connection.receive_head(); !head.empty();
                  head = connection.receive_head()) {
@@ -140,16 +137,15 @@ TEST_F(RedirectsTest, MakeAGetOfAPostButWhereTheStatusKeepsIt) {
                 const std::string received = connection.receive(has_body ? 4 : 0);
                 const bool is_first = path_of(head) == "/";
                 if (!is_first) {
-                    const std::lock_guard lock(mutex);
-                    seen = head.substr(0, head.find(' ')) + " " + std::to_string(received.size());
+                    seen.set(head.substr(0, head.find(' ')) + " " +
+                             std::to_string(received.size()));
                 }
                 connection.send(is_first ? redirect(status, "/next") : answer_with("end"));
             }
         });
         EXPECT_EQ(request(cHttpSession::k_post, peer.url(), "body"), 0);
         EXPECT_EQ(body(), "end");
-        const std::lock_guard lock(mutex);
-        EXPECT_EQ(seen, want);
+        EXPECT_EQ(seen.text(), want);
     }
 }
 

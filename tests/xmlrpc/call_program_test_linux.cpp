@@ -8,7 +8,7 @@
 
 #include "tests/host/program.h"
 #include "tests/httpclient/scripted_peer.h"
-#include "tests/xmlrpc/peer_process.h"
+#include "tests/xmlrpc/python_server.h"
 
 namespace {
 
@@ -16,15 +16,8 @@ using pennywort::host::program_folder;
 using pennywort::host::program_run;
 using pennywort::tests::peer_process;
 
-class CallProgram : public testing::Test {
+class CallProgram : public pennywort::tests::PythonServerTest {
 protected:
-    static void SetUpTestSuite() {
-        s_server =
-            std::make_unique<peer_process>(std::vector<std::string>{"python3", PYTHON_SERVER});
-        s_url = "http://127.0.0.1:" + s_server->line() + "/RPC2";
-    }
-    static void TearDownTestSuite() { s_server.reset(); }
-
     program_run call(const std::string& arguments) const {
         return m_folder.run("pennywort call " + arguments);
     }
@@ -36,12 +29,8 @@ protected:
         EXPECT_EQ(run.output, "");
     }
 
-    static std::unique_ptr<peer_process> s_server;
-    static std::string s_url;
     program_folder m_folder;
 };
-std::unique_ptr<peer_process> CallProgram::s_server;
-std::string CallProgram::s_url;
 
 TEST_F(CallProgram, EveryTypeGoesThereAndBack) {
     const program_run run =

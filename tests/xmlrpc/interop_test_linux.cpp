@@ -14,6 +14,7 @@
 #include "multipart.h"
 #include "tests/xml/xml_shape.h"
 #include "tests/xmlrpc/peer_process.h"
+#include "tests/xmlrpc/python_server.h"
 #include "xmlrpc.h"
 
 namespace {
@@ -65,20 +66,7 @@ std::int32_t number_of(const Value& value) {
     return number;
 }
 
-class Python : public testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        s_server =
-            std::make_unique<peer_process>(std::vector<std::string>{"python3", PYTHON_SERVER});
-        s_url = "http://127.0.0.1:" + s_server->line() + "/RPC2";
-    }
-    static void TearDownTestSuite() { s_server.reset(); }
-
-    static std::unique_ptr<peer_process> s_server;
-    static std::string s_url;
-};
-std::unique_ptr<peer_process> Python::s_server;
-std::string Python::s_url;
+class Python : public pennywort::tests::PythonServerTest {};
 
 TEST_F(Python, GivesBackEveryType) {
     exchange one("echo");

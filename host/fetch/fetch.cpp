@@ -43,6 +43,7 @@ int exit_status_of(long result, std::int32_t error) {
         case cHttpSession::k_connect_failed:
             return k_exit_usage;
         case cHttpSession::k_send_failed:
+            if (error == cHttpSession::k_error_bad_url) return k_exit_usage;
             return error == cHttpSession::k_error_timed_out ? k_exit_too_late
                                                             : k_exit_no_connection;
         case cHttpSession::k_receive_failed:

@@ -29,6 +29,12 @@ protected:
         zRecord headers;
         headers.SetCString("X-Sent-With-The-Request", k_text.c_str(), 0);
         m_session->Configure(verb, url.c_str(), k_patient);
+        // Another one each time: one and the same would be taken apart once.
+        bool is_other = false;
+        const auto go_elsewhere = [&] {
+            is_other = !is_other;
+            m_session->Configure(verb, (is_other ? url + "?other" : url).c_str(), k_patient);
+        };
         long result = 0;
         zRecord received;
         const int failures = with_each_allocation_failing(
@@ -49,6 +55,7 @@ protected:
                 EXPECT_TRUE(!is_fine || m_is_whole);
                 EXPECT_LE(m_headers_result, 0);
                 received.MakeEmpty();
+                go_elsewhere();
             });
         EXPECT_GT(failures, 10);
         EXPECT_EQ(request(verb, url, sent, &headers), 0);

@@ -107,6 +107,8 @@ TEST_F(CallProgram, WrongArgumentsAreStatus2AndOneLine) {
                    "words is no JSON; a text needs its quotation marks: '\"words\"'");
     expect_failure(s_url + " echo --cacert nowhere", 2,
                    "--cacert nowhere: the file cannot be read");
+    expect_failure("'http://[::1' m", 2,
+                   "http://[::1: the URL has no host or no port that can be asked");
     const program_run run = call(s_url);
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.errors.find('\n'), run.errors.size() - 1) << run.errors;

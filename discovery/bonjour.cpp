@@ -333,12 +333,8 @@ void cBonjour::take_change(cBonjourService& browse, const found_service& found) 
         if (browse.known->has_waiting() && !ask_for_turn(browse)) look_up_next(browse.number);
         return;
     }
-    // Nobody has to wait for the answer of one that has gone.
-    const bool is_ahead = browse.ahead != nullptr && key_of(browse, *browse.ahead) == key;
     service_details last;
-    const bool was_told = browse.known->remove(key, last);
-    if (is_ahead && !browse.known->knows(key)) give_up_ahead(browse, *m_lib);
-    if (!was_told) return;
+    if (!browse.known->remove(key, last)) return;
     tell(browse, found.event, found.name,
          {k_dnssd_no_error, last.host.c_str(), last.port,
           static_cast<std::uint16_t>(last.txt.size()), last.txt.data()});
@@ -377,10 +373,11 @@ bool cBonjour::look_up_one(std::uint64_t browse_number) {
     const std::shared_ptr<cBonjourLib> library = m_lib;
     cBonjourService* browse = find_browse(browse_number);
     if (browse == nullptr) return false;
-    browse->is_turn_asked = false;
+    // The library may call the host, which may run its loop: no other turn may come meanwhile.
+    browse->is_turn_asked = true;
     auto current = std::move(browse->ahead);
     if (current == nullptr) current = begin_waiting(*browse);
-    // The library may have called the host, which may have ended the browse.
+    // It may have ended the browse, too.
     browse = alive->owner != nullptr ? find_browse(browse_number) : nullptr;
     std::unique_ptr<cBonjourService> ahead;
     if (browse != nullptr && current != nullptr) ahead = begin_ahead(*browse, *current);
@@ -388,6 +385,7 @@ bool cBonjour::look_up_one(std::uint64_t browse_number) {
     bool has_more = false;
     if (browse != nullptr) {
         browse->ahead = std::move(ahead);
+        browse->is_turn_asked = false;
         has_more = browse->ahead != nullptr || browse->known->has_waiting();
         if (has_more && ask_for_turn(*browse)) has_more = false;
     }
@@ -396,23 +394,25 @@ bool cBonjour::look_up_one(std::uint64_t browse_number) {
     return has_more;
 }
 
+// Nothing is thrown: one that is under way has to come to its end.
 std::unique_ptr<cBonjourService> cBonjour::begin_waiting(const cBonjourService& browse) {
-    const auto next = browse.known->next();
-    if (!next) return nullptr;
-    const service_key& key = next->key;
-    return look_up_begin(browse, {k_service_found, next->interface_index, key.name.c_str(),
-                                  key.type.c_str(), key.domain.c_str()});
+    std::unique_ptr<cBonjourService> begun;
+    run::guarded("cBonjour", "a look-up", [&] {
+        const auto next = browse.known->next();
+        if (!next) return;
+        const service_key& key = next->key;
+        begun = look_up_begin(browse, {k_service_found, next->interface_index, key.name.c_str(),
+                                       key.type.c_str(), key.domain.c_str()});
+    });
+    return begun;
 }
 
-// Nothing is thrown: the one that is under way has to come to its end.
 std::unique_ptr<cBonjourService> cBonjour::begin_ahead(const cBonjourService& browse,
                                                        const cBonjourService& current) {
-    std::unique_ptr<cBonjourService> ahead;
-    run::guarded("cBonjour", "a look-up ahead", [&] {
-        const bool has_more = browse.known->has_waiting_beside(key_of(browse, current));
-        if (has_more) ahead = begin_waiting(browse);
+    const bool has_more = run::guarded_or(false, "cBonjour", "a look-up ahead", [&] {
+        return browse.known->has_waiting_beside(key_of(browse, current));
     });
-    return ahead;
+    return has_more ? begin_waiting(browse) : nullptr;
 }
 
 void cBonjour::give_up_ahead(cBonjourService& browse, cBonjourLib& library) {

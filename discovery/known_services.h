@@ -53,7 +53,6 @@ public:
     bool has_waiting_beside(const service_key& key) const {
         return has_waiting() && m_waiting.front() != key;
     }
-    bool knows(const service_key& key) const { return m_services.contains(key); }
     // The next one to look up that is still there and that nobody has heard of; nothing when there
     // is none. Whatever else is to be looked up of it comes behind all others.
     std::optional<service_to_look_up> next();

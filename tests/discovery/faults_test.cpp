@@ -15,8 +15,9 @@ class Faults : public FakeNetwork {};
 // Calls the function as the library's function of that name begins, for the first time.
 class first_call {
 public:
-    first_call(std::string function, std::function<void()> act)
-        : m_function(std::move(function)), m_act(std::move(act)) {
+    // `passed_over` calls come before it.
+    first_call(std::string function, std::function<void()> act, int passed_over = 0)
+        : m_function(std::move(function)), m_act(std::move(act)), m_left(passed_over) {
         fake_dnssd::set_hook(&first_call::call, this);
     }
     ~first_call() { fake_dnssd::set_hook(nullptr, nullptr); }
@@ -28,12 +29,13 @@ public:
 private:
     static void call(const char* function, void* self) {
         auto& me = *static_cast<first_call*>(self);
-        if (me.m_function != function || me.m_act == nullptr) return;
+        if (me.m_function != function || me.m_act == nullptr || me.m_left-- > 0) return;
         std::exchange(me.m_act, nullptr)();
     }
 
     std::string m_function;
     std::function<void()> m_act;
+    int m_left;
 };
 
 // --- The daemon
@@ -264,8 +266,10 @@ INSTANTIATE_TEST_SUITE_P(OfALookUp, InTheMiddle,
                                     std::get<1>(each.param);
                          });
 
-// Where services wait to be looked up, each in a turn of its own.
-class InATurn : public FakeNetwork, public testing::WithParamInterface<act_case> {};
+// Where services wait to be looked up, each in a turn of its own: when the first is begun, and when
+// the second is, before the first is waited for.
+class InATurn : public FakeNetwork,
+                public testing::WithParamInterface<std::tuple<act_case, int>> {};
 
 TEST_P(InATurn, TheHostMayCallItsObject) {
     auto bonjour = std::make_optional<cBonjour>();
@@ -278,10 +282,12 @@ TEST_P(InATurn, TheHostMayCallItsObject) {
         tell(name);
     }
     const collected_traces traces;
-    const first_call call("Resolve", [&] { GetParam().act(bonjour, ears.id()); });
+    const auto& [what, passed_over] = GetParam();
+    const auto act = [&, &chosen = what] { chosen.act(bonjour, ears.id()); };
+    const first_call call("Resolve", act, passed_over);
     run_loop();
     EXPECT_TRUE(call.has_come());
-    EXPECT_EQ(ears.names(), GetParam().heard);
+    EXPECT_EQ(ears.names(), what.heard);
 }
 
 constexpr act_case k_turn_acts[] = {
@@ -293,12 +299,16 @@ constexpr act_case k_turn_acts[] = {
          bonjour->StartObservingOnce(code, k_http, 0);
      },
      ""},
-    {"RunTheLoop", [](auto&, std::int32_t) { run_loop(); }, "+b +c +a"},
+    {"RunTheLoop", [](auto&, std::int32_t) { run_loop(); }, "+a +b +c"},
     {"End", [](auto& bonjour, std::int32_t) { bonjour.reset(); }, ""},
     {"DaemonEnds", [](auto&, std::int32_t) { fake_dnssd::kill_daemon(); }, ""},
 };
-INSTANTIATE_TEST_SUITE_P(OfLookUps, InATurn, testing::ValuesIn(k_turn_acts),
-                         [](const auto& each) { return std::string(each.param.name); });
+INSTANTIATE_TEST_SUITE_P(OfLookUps, InATurn,
+                         testing::Combine(testing::ValuesIn(k_turn_acts), testing::Values(0, 1)),
+                         [](const auto& each) {
+                             return std::string(std::get<0>(each.param).name) + "AtNumber" +
+                                    std::to_string(std::get<1>(each.param) + 1);
+                         });
 
 TEST_F(Faults, ATraceOfALookUpMayEndTheObject) {
     auto bonjour = std::make_optional<cBonjour>();

@@ -512,24 +512,6 @@ TEST_F(Observe, WhatWaitsForItsTurnGoesWithItsObserver) {
     }
 }
 
-TEST_F(Observe, WhatHasGoneWhileItWasAskedForIsNotWaitedFor) {
-    cBonjour bonjour;
-    const listener ears;
-    bonjour.StartObservingOnce(ears.id(), k_http, 0);
-    fake_dnssd::tell_all_in_one_result();
-    for (const char* const name : {"a", "b", "c"}) {
-        serve(name);
-        tell(name);
-    }
-    while (count_of("Resolve") < 2) ASSERT_TRUE(zMessageLoop::RunOnce(0));
-    fake_dnssd::forget_service("b");
-    const collected_traces traces;
-    tell("b", false);
-    while (count_of("ProcessResult") < 3) ASSERT_TRUE(zMessageLoop::RunOnce(0));
-    run_loop();
-    EXPECT_EQ(ears.names(), "+a +c");
-}
-
 TEST_F(Observe, EachIsReportedOnEachInterface) {
     cBonjour bonjour;
     const listener ears;

@@ -74,8 +74,8 @@ protected:
     HKEY m_user = nullptr;
 };
 
-// A proxy that answers itself, with the line that it was asked. Wine names the port even there where
-// it is the usual one.
+// A proxy that answers itself, with the line that it was asked. Wine names the port even there
+// where it is the usual one.
 scripted_peer::script telling() {
     return [](peer_connection& connection) {
         for (std::string head = connection.receive_head(); !head.empty();

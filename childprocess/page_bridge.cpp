@@ -119,8 +119,12 @@ void set_member(const value_ref& object, std::string_view name, value_ref member
 
 void child_app::OnBrowserCreated(cef_browser_t*, cef_dictionary_value_t* extra_info) {
     if (extra_info == nullptr) return;
-    const int most = extra_info->get_int(extra_info, cef::utf16(webdisplay::k_max_calls_key).get());
-    m_max_waiting_calls = static_cast<std::uint32_t>(std::max(most, 0));
+    const auto told = [extra_info](std::string_view key) {
+        return extra_info->get_int(extra_info, cef::utf16(key).get());
+    };
+    m_max_waiting_calls =
+        static_cast<std::uint32_t>(std::max(told(webdisplay::k_max_calls_key), 0));
+    m_refuses_printing = told(webdisplay::k_refuses_printing_key) != 0;
 }
 
 std::shared_ptr<call_budget> child_app::new_budget(cef_frame_t* frame) {
@@ -149,6 +153,7 @@ void child_app::OnContextCreated(cef_browser_t*, cef_frame_t* frame, cef_v8_cont
     if (!window || !host_app || !execute) return;
     set_member(host_app, "execute", std::move(execute), V8_PROPERTY_ATTRIBUTE_READONLY);
     set_member(window, "hostApp", std::move(host_app), V8_PROPERTY_ATTRIBUTE_NONE);
+    if (m_refuses_printing) evaluate(context, webdisplay::page_scripts::k_no_printing);
 }
 
 }  // namespace pennywort::childprocess

@@ -16,7 +16,7 @@ class child_app final : public cef::CefApp, public cef::CefRenderProcessHandler 
 public:
     cef::CefRenderProcessHandler* GetRenderProcessHandler() override { return this; }
 
-    // The host may have bounded the calls that wait for it.
+    // The host may have bounded the calls that wait for it, and refused printing.
     void OnBrowserCreated(cef_browser_t* browser, cef_dictionary_value_t* extra_info) override;
     // Each frame's script world gets a hostApp of its own, sub-frames included.
     void OnContextCreated(cef_browser_t* browser, cef_frame_t* frame,
@@ -28,6 +28,7 @@ private:
     std::shared_ptr<call_budget> new_budget(cef_frame_t* frame);
 
     std::uint32_t m_max_waiting_calls = 0;
+    bool m_refuses_printing = false;
     // By the frame. A budget lives as long as its page's world.
     std::map<std::string, std::weak_ptr<call_budget>> m_budgets;
 };

@@ -125,6 +125,10 @@ struct cWebDisplayPageStatus {
 //   "web_override_css"         style sheet text put into each loaded page
 //   "web_refuse_downloads"     a page saves no files (default: the runtime's own way, which is to
 //                              save them in the user's folder without asking)
+//   "web_refuse_printing"      window.print does nothing (default: the runtime's own way, which is
+//                              a window on the host's screen). Wants CEFChildProcess of ours as
+//                              the helper
+//   "web_max_popups"           windows that the page may have open by script (default, 0: no bound)
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
 //   "web_page_clock"           the page lives by a time of its own, which stands at its beginning
 //                              until AdvancePage moves it: its scripts, timers, animations and
@@ -370,7 +374,7 @@ public:
     // A display, owned by the caller (Release); null when memory is out. It can be made before
     // Startup.
     static cWebDisplayBrowser* CreateBrowser(const zRecord& settings, double frameRate);
-    // While `fn` answers false the runtime's work is held off. Called on the display thread before
+    // While `fn` returns false the runtime's work is held off. Called on the display thread before
     // each piece of work. Lost at Shutdown; dropped when there is no manager. Empty: no gate.
     static void SetCanRunCefMessageLoopFn(std::function<bool()> fn);
 

@@ -12,13 +12,13 @@ namespace pennywort::webdisplay {
 class webdisplay_browser_client::owner_use {
 public:
     explicit owner_use(webdisplay_browser_client& client) : m_lock(client.m_owner_lock) {
-        if (client.m_owner && client.m_owner->AddRefIfAlive()) m_owner = client.m_owner;
+        if (client.m_owner != nullptr && client.m_owner->AddRefIfAlive()) m_owner = client.m_owner;
     }
     owner_use(const owner_use&) = delete;
     owner_use& operator=(const owner_use&) = delete;
     ~owner_use() {
         m_lock.unlock();
-        if (m_owner) m_owner->Release();
+        if (m_owner != nullptr) m_owner->Release();
     }
 
     explicit operator bool() const { return m_owner != nullptr; }

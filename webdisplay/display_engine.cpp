@@ -175,11 +175,11 @@ bool display_engine::start_browser(webdisplay_browser_client& client,
         settings.background_color = k_windowed_background;
     }
     const cef::utf16 url(m_display.m_state->is_on_page_clock ? k_empty_page : start_url);
-    cef::ref<cef_dictionary_value_t> bound = bound_of(m_display.m_state->max_waiting_calls);
+    cef::ref<cef_dictionary_value_t> told = told_to_page(m_display.m_state->terms);
     live_browsers::expect();
     const bool is_started =
         cef::api().cef_browser_host_create_browser(&window, client.counted_client(), url.get(),
-                                                   &settings, bound.release(), nullptr) != 0;
+                                                   &settings, told.release(), nullptr) != 0;
     if (!is_started) live_browsers::expect_no_more();
     return is_started;
 }

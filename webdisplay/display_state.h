@@ -7,6 +7,7 @@
 #include <string>
 
 #include "loam/returned_mutex.h"
+#include "webdisplay/page_calls.h"
 #include "webdisplay/page_loads.h"
 #include "webdisplay/tick_ledger.h"
 
@@ -26,7 +27,8 @@ struct display_state {
     double page_day = 0;
     std::string frame_fault;  // under loads_lock
     bool refuses_downloads = false;
-    std::int32_t max_waiting_calls = 0;
+    page_terms terms;
+    std::int32_t max_popups = 0;
     std::atomic<std::uint64_t> dropped_calls{0};
     // Whether anybody is to be asked about requests. The runtime asks on its IO thread, which must
     // not wait for a lock that is held while the host's code runs.

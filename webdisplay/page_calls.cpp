@@ -7,11 +7,16 @@
 
 namespace pennywort::webdisplay {
 
-cef::ref<cef_dictionary_value_t> bound_of(std::int32_t waiting_calls) {
-    if (waiting_calls <= 0) return {};
-    cef::ref<cef_dictionary_value_t> bound(cef::api().cef_dictionary_value_create());
-    if (bound) bound->set_int(bound.get(), cef::utf16(k_max_calls_key).get(), waiting_calls);
-    return bound;
+cef::ref<cef_dictionary_value_t> told_to_page(const page_terms& terms) {
+    if (terms.max_waiting_calls <= 0 && !terms.refuses_printing) return {};
+    cef::ref<cef_dictionary_value_t> told(cef::api().cef_dictionary_value_create());
+    if (!told) return told;
+    const auto put = [&told](std::string_view key, std::int32_t value) {
+        told->set_int(told.get(), cef::utf16(key).get(), value);
+    };
+    if (terms.max_waiting_calls > 0) put(k_max_calls_key, terms.max_waiting_calls);
+    if (terms.refuses_printing) put(k_refuses_printing_key, 1);
+    return told;
 }
 
 // Not one by one, which would cost as many messages as there are calls; unless there are more

@@ -50,6 +50,15 @@ inline constexpr std::string_view k_paint_watch =
     "else next(count);}, 700);})();";
 inline constexpr std::string_view k_paint_report = "thinternal-page-painted";
 
+// Only where printing is refused: the browser would open a window of its own for it, or say in one
+// that it cannot. Run before the page's own scripts.
+inline constexpr std::string_view k_no_printing =
+    "(function() {window.print = function print() {};"
+    "const run = Document.prototype.execCommand;"
+    "Document.prototype.execCommand = function execCommand(command) {"
+    "if (String(command).toLowerCase() === 'print') return false;"
+    "return run.apply(this, arguments);};})()";
+
 // Only for a page by its own clock. A film does not play by that clock, so it is kept paused and
 // put to each frame's moment: the driver stands in each document before its own scripts, and calls
 // the binding when there is the first film to drive; the other is run before each frame and waited

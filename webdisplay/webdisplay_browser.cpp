@@ -134,7 +134,9 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_state->is_on_page_clock = settings.AsBool("web_page_clock", false);
     m_state->page_day = settings.AsDouble("web_page_day", 0);
     m_state->refuses_downloads = settings.AsBool("web_refuse_downloads", false);
-    m_state->max_waiting_calls = settings.AsInt32("web_max_waiting_calls", 0);
+    m_state->max_popups = settings.AsInt32("web_max_popups", 0);
+    m_state->terms.max_waiting_calls = settings.AsInt32("web_max_waiting_calls", 0);
+    m_state->terms.refuses_printing = settings.AsBool("web_refuse_printing", false);
 }
 
 cWebDisplayBrowser::~cWebDisplayBrowser() {

@@ -29,10 +29,25 @@ constexpr std::string_view k_type_error = "Uncaught TypeError";
 // One for the process: keystrokes go to one place at a time.
 std::atomic<bool> g_editable{false};
 
+// Whether the calling thread stands in a frame that goes to a host.
+thread_local bool t_is_painting = false;
+
+// For the length of one.
+class painting {
+public:
+    painting() : m_is_nested(std::exchange(t_is_painting, true)) {}
+    painting(const painting&) = delete;
+    painting& operator=(const painting&) = delete;
+    ~painting() { t_is_painting = m_is_nested; }
+
+private:
+    const bool m_is_nested;
+};
+
 bool is_popup(cef_browser_t* browser) { return browser->is_popup(browser) != 0; }
 
 void execute(cef_frame_t* frame, std::string_view script) {
-    if (!frame) return;
+    if (frame == nullptr) return;
     const cef::utf16 code(script);
     const cef::utf16 no_url("");
     frame->execute_java_script(frame, code.get(), no_url.get(), 0);
@@ -130,6 +145,7 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
                                         const void* buffer, int width, int height) {
     if (!is_alive() || is_popup(browser)) return;
     message_pump::frame_painted();
+    const painting frame;
     const owner_use owner(*this);
     if (!owner) return;
     if (m_driver) {
@@ -142,6 +158,8 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
     }
     owner->BrowserPainted(buffer, width, height, type == PET_POPUP);
 }
+
+bool webdisplay_browser_client::is_painting() { return t_is_painting; }
 
 bool webdisplay_browser_client::holds_frame_back(cWebDisplayCEFBrowser& owner, const void* buffer,
                                                  int width, int height) {
@@ -183,7 +201,7 @@ void webdisplay_browser_client::paint_background(cWebDisplayCEFBrowser& owner) {
 // --- life of the browser
 
 // A click on a link to a new window goes to the user's own browser. Windows that script opens by
-// itself are left to the runtime: off screen and unseen where the page is, and not without limit.
+// itself are left to the runtime: off screen and unseen where the page is.
 bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string& target_url,
                                               bool user_gesture, cef_window_info_t& window_info,
                                               cef::ref<cef_dictionary_value_t>& extra_info) {
@@ -192,11 +210,13 @@ bool webdisplay_browser_client::OnBeforePopup(cef_browser_t*, const std::string&
         return true;
     }
     const owner_use owner(*this);
-    if (!owner || m_popups.size() >= k_max_popups) return true;
+    if (!owner) return true;
+    const std::int32_t most = owner->m_state->max_popups;
+    if (most > 0 && m_popups.size() >= static_cast<std::size_t>(most)) return true;
     // It arrives without memory, or does not come at all.
     m_popups.reserve(m_popups.size() + 1);
     live_browsers::make_room(live_browsers::count() + 1);
-    extra_info = bound_of(owner->m_state->max_waiting_calls);
+    extra_info = told_to_page(owner->m_state->terms);
     if (owner->m_windowless) window_info.windowless_rendering_enabled = 1;
     return false;
 }
@@ -282,7 +302,7 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
     run::guarded("cWebDisplayCEFBrowser", "Close", [&] { close_popups(); });
     // Without a reference of its own: the display may be waiting for this in its destructor.
     const std::lock_guard<std::recursive_mutex> guard(m_owner_lock);
-    if (m_owner) m_owner->browser_destroyed();
+    if (m_owner != nullptr) m_owner->browser_destroyed();
 }
 
 // --- loads
@@ -442,7 +462,8 @@ void webdisplay_browser_client::report_if_ignored(unsigned ticket) {
 
 cef::own<cef::CefResourceRequestHandler> webdisplay_browser_client::GetResourceRequestHandler(
     cef_frame_t* frame) {
-    if (!is_alive() || !frame || !*m_has_page_receiver || !frame->is_main(frame)) return {};
+    if (!is_alive() || frame == nullptr || !*m_has_page_receiver) return {};
+    if (frame->is_main(frame) == 0) return {};
     return cef::own<cef::CefResourceRequestHandler>(
         new request_filter(cef::own<webdisplay_browser_client>::shared(this)));
 }
@@ -519,7 +540,7 @@ bool webdisplay_browser_client::OnProcessMessageReceived(cef_browser_t* browser,
 // Without a bound the message is somebody else's, like every other that the bridge does not know.
 bool webdisplay_browser_client::note_dropped_calls(cef_process_message_t* message) {
     const owner_use owner(*this);
-    if (!owner || owner->m_state->max_waiting_calls <= 0) return false;
+    if (!owner || owner->m_state->terms.max_waiting_calls <= 0) return false;
     const cef::ref<cef_list_value_t> arguments(message->get_argument_list(message));
     const int calls = arguments ? arguments->get_int(arguments.get(), 0) : 0;
     if (calls > 0) owner->m_state->dropped_calls += static_cast<std::uint64_t>(calls);

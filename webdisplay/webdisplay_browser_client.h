@@ -64,6 +64,8 @@ public:
     shared_life& life() { return m_life; }
 
     static bool focused_element_is_editable();
+    // Whether the calling thread stands in a frame of any display.
+    static bool is_painting();
 
     // Only where the host has asked for it; else downloads are the runtime's affair.
     cef::CefDownloadHandler* GetDownloadHandler() override {

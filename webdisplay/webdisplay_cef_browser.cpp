@@ -194,9 +194,9 @@ void cWebDisplayCEFBrowser::SetVisibility(bool visible) {
 
 void cWebDisplayCEFBrowser::Repaint() {
     const host_ref host = host_of(m_engine->state().browser);
-    // By a task: the runtime paints within the call, and a renderer that repaints would not come
-    // back.
     if (!m_windowless || !host) return;
+    if (!webdisplay_browser_client::is_painting()) return host->invalidate(host.get(), PET_VIEW);
+    // The runtime paints within the call, and a renderer that repaints would not come back.
     run::guarded("cWebDisplayCEFBrowser", "Repaint",
                  [&] { cef::post_to_ui([host] { host->invalidate(host.get(), PET_VIEW); }); });
 }

@@ -102,7 +102,7 @@ cWebDisplayCEFBrowserManager::~cWebDisplayCEFBrowserManager() {
 }
 
 bool cWebDisplayCEFBrowserManager::Startup(const char* arg) {
-    if (process().manager) return true;
+    if (process().manager != nullptr) return true;
     const bool had_pump = process().kept_pump != nullptr;
     const bool is_made = run::guarded("cWebDisplayCEFBrowserManager", "Startup", [arg] {
         process().manager = new cWebDisplayCEFBrowserManager;
@@ -135,17 +135,17 @@ void cWebDisplayCEFBrowserManager::Shutdown() {
 cWebDisplayCEFBrowserManager& cWebDisplayCEFBrowserManager::Default() { return *process().manager; }
 
 bool cWebDisplayCEFBrowserManager::IsInitialized() {
-    return process().manager && process().manager->Initialized();
+    return process().manager != nullptr && process().manager->Initialized();
 }
 
 bool cWebDisplayCEFBrowserManager::Initialized() const { return m_initialized; }
 
 bool cWebDisplayCEFBrowserManager::Start(const char* arg) {
     if (m_initialized) return true;
-    m_start_flag = arg && *arg;
+    m_start_flag = arg != nullptr && *arg != '\0';
     process().pacing_settled = true;
     m_timer_loop = std::exchange(process().kept_pump, nullptr);
-    if (!m_timer_loop) m_timer_loop = std::make_unique<message_pump>();
+    if (m_timer_loop == nullptr) m_timer_loop = std::make_unique<message_pump>();
     m_initialized = cef::running() || start_with(*m_timer_loop);
     if (process().pacing == cWebDisplayPacing::OnRequest) {
         m_timer_loop->start_on_request();
@@ -159,7 +159,7 @@ bool cWebDisplayCEFBrowserManager::Start(const char* arg) {
 // second request as nothing.
 void cWebDisplayCEFBrowserManager::Stop() {
     if (!m_initialized || m_start_flag) return;
-    if (m_timer_loop) close_what_is_open();
+    if (m_timer_loop != nullptr) close_what_is_open();
     m_timer_loop.reset();
     cef::stop();
     process().cache.reset();
@@ -174,7 +174,7 @@ cWebDisplayBrowser* cWebDisplayCEFBrowserManager::CreateBrowser(const zRecord& s
 
 void cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn(std::function<bool()> fn) {
     cWebDisplayCEFBrowserManager* manager = process().manager;
-    if (manager && manager->m_timer_loop) manager->m_timer_loop->set_can_run(std::move(fn));
+    if (manager != nullptr && manager->m_timer_loop != nullptr) manager->m_timer_loop->set_can_run(std::move(fn));
 }
 
 void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) {
@@ -182,8 +182,8 @@ void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) {
 }
 
 void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const char* value) {
-    if (!name || !*name) return;
-    process().switches.push_back({name, value ? value : ""});
+    if (name == nullptr || *name == '\0') return;
+    process().switches.push_back({name, value != nullptr ? value : ""});
 }
 
 void cWebDisplayCEFBrowserManager::EnablePageClock(std::uint32_t randomSeed) {

@@ -28,6 +28,8 @@ zRecord settings_of(const live_options& options) {
     settings.SetInt32("web_height", static_cast<std::int32_t>(options.height));
     settings.SetBool("web_transparent", options.transparent);
     settings.SetBool("web_refuse_downloads", true);
+    settings.SetBool("web_refuse_printing", true);
+    settings.SetInt32("web_max_popups", k_max_popups);
     settings.SetBool("web_report_lost_page", true);
     settings.SetBool("web_tell_every_load", true);
     settings.SetBool("web_keep_last_picture", true);

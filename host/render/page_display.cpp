@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "core/limits.h"
 #include "loam/record.h"
 #include "loam/string.h"
 
@@ -20,6 +21,8 @@ zRecord settings_of(const render_options& options) {
     settings.SetInt32("web_height", static_cast<std::int32_t>(options.format.height));
     settings.SetBool("web_transparent", options.format.transparent);
     settings.SetBool("web_refuse_downloads", true);
+    settings.SetBool("web_refuse_printing", true);
+    settings.SetInt32("web_max_popups", k_max_popups);
     settings.SetBool("web_tell_every_load", true);
     settings.SetString("web_override_css", options.css);
     // Without these two the film would show the browser's own page in the place of one that failed,

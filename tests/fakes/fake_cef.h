@@ -135,6 +135,7 @@ struct fake_cef_browser {
     int frame_rate = 0;
     std::uint32_t background_color = 0;
     int max_waiting_calls = 0;            // of what the browser was made with
+    bool refuses_printing = false;        // of the same
     int view_width = 0, view_height = 0;  // of the last answer of get_view_rect
     int paints = 0;
     int resizes = 0;
@@ -271,6 +272,10 @@ public:
     virtual std::vector<fake_cef_sent_message> sent() = 0;
     // The browser of that page is made with this bound of calls; 0, as at first: with nothing.
     virtual void bound_of_helper(int max_waiting_calls) = 0;
+    // That browser is made without printing.
+    virtual void refuse_printing_of_helper() = 0;
+    // The scripts that the application has evaluated in that page.
+    virtual std::vector<std::string> evaluated() = 0;
 
     // Steps of the two event sources that would keep a host's loop spinning, and whether the source
     // that carries window events still stands.

@@ -226,10 +226,14 @@ fake_cef_browser record_of(const cef_window_info_t& window,
 
 }  // namespace
 
-int fake::bound_in(cef_dictionary_value_t* extra_info) {
-    if (extra_info == nullptr) return 0;
-    const fake::text_argument key("max_waiting_calls");
-    return extra_info->get_int(extra_info, key.get());
+void fake::note_terms(cef_dictionary_value_t* extra_info, fake_cef_browser& record) {
+    if (extra_info == nullptr) return;
+    const auto told = [extra_info](const char* name) {
+        const fake::text_argument key(name);
+        return extra_info->get_int(extra_info, key.get());
+    };
+    record.max_waiting_calls = told("max_waiting_calls");
+    record.refuses_printing = told("refuses_printing") != 0;
 }
 
 int cef_browser_host_create_browser(const cef_window_info_t* windowInfo, cef_client_t* client,
@@ -245,7 +249,7 @@ int cef_browser_host_create_browser(const cef_window_info_t* windowInfo, cef_cli
     wish->client = {client, "client"};
     wish->url = fake::narrow_of(url, "create_browser");
     wish->record = record_of(*windowInfo, *settings);
-    wish->record.max_waiting_calls = fake::bound_in(extra_info);
+    fake::note_terms(extra_info, wish->record);
     if (runtime.fails_creation() || !runtime.is_initialised()) return 0;
     const auto make = [wish, &runtime] { runtime.new_page(*wish)->announce(); };
     if (runtime.script().creation_never_answers) {

@@ -22,7 +22,8 @@ private:
 };
 
 // Of what a browser is made with: the bound on its calls, 0 if there is none.
-int bound_in(cef_dictionary_value_t* extra_info);
+// What a browser is made with.
+void note_terms(cef_dictionary_value_t* extra_info, fake_cef_browser& record);
 
 class host_object final : public object<host_object, cef_browser_host_t> {
 public:

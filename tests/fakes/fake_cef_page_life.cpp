@@ -226,7 +226,7 @@ int page::open_popup(const std::string& url, bool user_gesture) {
     if (cancelled) return 0;
     runtime::the().popup_opened(url);
     fake_cef_browser fresh;
-    fresh.max_waiting_calls = bound_in(extra_info);
+    note_terms(extra_info, fresh);
     fresh.is_popup = true;
     fresh.windowless = window.windowless_rendering_enabled != 0 || wish.record.windowless;
     wish.record = fresh;

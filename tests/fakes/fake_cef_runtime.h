@@ -100,6 +100,9 @@ public:
     void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) override;
     std::vector<fake_cef_sent_message> sent() override;
     void bound_of_helper(int max_waiting_calls) override { m_helper_bound = max_waiting_calls; }
+    void refuse_printing_of_helper() override { m_helper_refuses_printing = true; }
+    std::vector<std::string> evaluated() override { return m_evaluated; }
+    void note_evaluated(std::string script) { m_evaluated.push_back(std::move(script)); }
     long loop_spins() override;
     bool window_source_alive() override;
 
@@ -145,6 +148,8 @@ private:
     std::vector<fake_cef_page_call> m_helper_calls;
     bool m_helper_world_is_ending = false;
     int m_helper_bound = 0;
+    bool m_helper_refuses_printing = false;
+    std::vector<std::string> m_evaluated;
     std::vector<fake_cef_sent_message> m_sent;
 };
 

@@ -165,9 +165,11 @@ v8_context::v8_context(std::shared_ptr<page> shown, ref<v8_value> global, bool i
       m_is_ending(is_ending) {
     eval = [](cef_v8_context_t* self, const cef_string_t* code, const cef_string_t* url, int,
               cef_v8_value_t** result, cef_v8_exception_t**) {
-        if (wide_of(code, "eval").empty()) ledger::book().broken("eval: there is no script");
+        const std::string script = narrow_of(code, "eval");
+        if (script.empty()) ledger::book().broken("eval: there is no script");
         ledger::book().check_string(url, "eval");
         if (of(self).m_is_ending) return 0;
+        runtime::the().note_evaluated(script);
         *result = maker_of_the_bridge()->counted();
         return 1;
     };
@@ -203,10 +205,11 @@ void runtime::run_helper(cef_app_t* app) noexcept {
     const auto shown = std::make_shared<page>(1, page_wish{});
     const ref<v8_value> global(new v8_value);
     const ref<v8_context> context(new v8_context(shown, global, m_helper_world_is_ending));
-    if (m_helper_bound > 0 && handler->on_browser_created) {
-        const ref<dictionary_value> bound(new dictionary_value);
-        bound->put("max_waiting_calls", m_helper_bound);
-        handler->on_browser_created(handler.get(), shown->browser_argument(), bound->counted());
+    if ((m_helper_bound > 0 || m_helper_refuses_printing) && handler->on_browser_created) {
+        const ref<dictionary_value> terms(new dictionary_value);
+        if (m_helper_bound > 0) terms->put("max_waiting_calls", m_helper_bound);
+        if (m_helper_refuses_printing) terms->put("refuses_printing", 1);
+        handler->on_browser_created(handler.get(), shown->browser_argument(), terms->counted());
     }
     g_current = context.get();
     handler->on_context_created(handler.get(), shown->browser_argument(),

@@ -167,6 +167,8 @@ cWebDisplayCEFBrowser* make_display(const page_settings& settings) {
     record.SetBool("web_report_lost_page", settings.report_lost_page);
     record.SetBool("web_keep_last_picture", settings.keep_last_picture);
     record.SetBool("web_refuse_downloads", settings.refuse_downloads);
+    record.SetBool("web_refuse_printing", settings.refuse_printing);
+    record.SetInt32("web_max_popups", settings.max_popups);
     record.SetBool("web_tell_every_load", settings.tell_every_load);
     record.SetString("web_override_css", settings.css);
     cWebDisplayBrowser* made = cWebDisplayCEFBrowserManager::CreateBrowser(record, settings.rate);

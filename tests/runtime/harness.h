@@ -130,6 +130,8 @@ struct page_settings {
     bool report_lost_page = false;
     bool keep_last_picture = false;
     bool refuse_downloads = false;
+    bool refuse_printing = false;
+    int max_popups = 0;
     bool tell_every_load = false;
     std::string css = {};
 };

@@ -50,7 +50,7 @@ TEST_F(LastPicture, StaysWhenAPageFailsAndTheNextOneFollowsWithoutAnotherFrame) 
     fail_to_load(page);
     EXPECT_TRUE(m_seen.empty()) << PrintToString(m_seen);
     EXPECT_EQ(phase_of(page), cWebDisplayPagePhase::Failed);
-    EXPECT_FALSE(page->IsLoading());
+    EXPECT_TRUE(wait_for([&] { return !page->IsLoading(); }));
     page->LoadUrl(text_page("#f00").c_str());
     EXPECT_TRUE(page.wait_for_colour(k_red));
     run_loop_for(300);

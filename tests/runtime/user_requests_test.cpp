@@ -69,6 +69,31 @@ TEST_P(Request, IsSettledWithoutAUser) {
 }
 INSTANTIATE_TEST_SUITE_P(All, Request, testing::ValuesIn(k_requests), case_name<request_case>);
 
+// What is about to be printed is told so first.
+constexpr const char* k_print =
+    "window.told = 0; const hear = window => window.addEventListener('beforeprint', () => told++);"
+    "hear(window); const frame = document.createElement('iframe'); document.body.append(frame);"
+    "hear(frame.contentWindow);"
+    "print(); frame.contentWindow.print(); document.execCommand('print');"
+    "setTimeout(() => window.hostApp.execute('told', told), 500)";
+
+TEST_F(UserRequests, NothingIsPrintedWhereTheHostRefusesIt) {
+    shown_page page({.url = m_peer.html("<body>"), .refuse_printing = true});
+    ASSERT_TRUE(page.wait_until_loaded());
+    page.run(k_print);
+    ASSERT_TRUE(wait_for([&] { return page.calls.count_of("told") > 0; }));
+    EXPECT_EQ(page.calls.argument_of("told"), "0");
+    EXPECT_EQ(page.ask("return document.execCommand('selectAll')"), "true");
+}
+
+TEST_F(UserRequests, PrintingIsTheRuntimesAffairUnlessTheHostRefusesIt) {
+    shown_page page({.url = m_peer.html("<body>")});
+    ASSERT_TRUE(page.wait_until_loaded());
+    page.run(k_print);
+    ASSERT_TRUE(wait_for([&] { return page.calls.count_of("told") > 0; }));
+    EXPECT_NE(page.calls.argument_of("told"), "0");
+}
+
 TEST_F(UserRequests, APageThatAsksBeforeItGoesIsNotAsked) {
     shown_page page({.url = m_peer.html("<script>addEventListener('beforeunload', e => {"
                                         "e.preventDefault(); e.returnValue = 'stay'; });"

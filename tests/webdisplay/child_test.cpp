@@ -9,6 +9,7 @@
 #include "tests/fakes/fake_cef.h"
 #include "tests/webdisplay/test_process.h"
 #include "webdisplay/cef/runtime.h"
+#include "webdisplay/page_scripts.h"
 
 namespace {
 
@@ -76,6 +77,18 @@ TEST_F(ChildTest, WhereCallsAreBoundedEachAsksForItsEndAndTheFirstDropIsTold) {
     EXPECT_EQ(fake().sent()[1].arguments, (values{u"a"s, u"2"s, true}));
     EXPECT_EQ(fake().sent()[2].name, "dropped");
     EXPECT_EQ(fake().sent()[2].arguments, (values{1}));
+}
+
+TEST_F(ChildTest, APageThatMayNotPrintIsToldBeforeItsOwnScripts) {
+    EXPECT_EQ(run({}), 0);
+    ASSERT_EQ(fake().evaluated().size(), 1u) << "only the bridge";
+    fake().refuse_printing_of_helper();
+    EXPECT_EQ(run({{{u"command"s, u"argument"s}}}), 0);
+    const auto scripts = fake().evaluated();
+    ASSERT_EQ(scripts.size(), 3u);
+    EXPECT_EQ(scripts[2], pennywort::webdisplay::page_scripts::k_no_printing);
+    ASSERT_EQ(fake().sent().size(), 1u);
+    EXPECT_EQ(fake().sent()[0].arguments, (values{u"command"s, u"argument"s}));
 }
 
 TEST_F(ChildTest, AnyTextArrivesUnitByUnit) {

@@ -20,9 +20,9 @@ protected:
         FakeRuntimeTest::TearDown();
     }
     // The identifier of a window that the page opened, 0 if it was refused.
-    int popup(const std::string& url, bool gesture = false) {
+    int popup(const std::string& url, int opener = 1, bool gesture = false) {
         int id = -1;
-        fake().post([&] { id = fake().open_popup(1, url, gesture); });
+        fake().post([&] { id = fake().open_popup(opener, url, gesture); });
         EXPECT_TRUE(loop_until([&] { return id >= 0; }));
         settle();
         return id;
@@ -43,10 +43,7 @@ TEST_F(PopupTest, ItsCallsAreBoundAsTheDisplaysAre) {
     settings.SetInt32("web_max_waiting_calls", 250);
     screen bounded(settings);
     show(bounded);
-    int id = -1;
-    fake().post([&] { id = fake().open_popup(3, "http://popup/", false); });
-    ASSERT_TRUE(loop_until([&] { return id > 0; }));
-    EXPECT_EQ(fake().browser(id).max_waiting_calls, 250);
+    EXPECT_EQ(fake().browser(popup("http://popup/", 3)).max_waiting_calls, 250);
     bounded.release();
 }
 
@@ -124,12 +121,34 @@ TEST_F(PopupTest, ItClosesWhenThePageClosesItself) {
     EXPECT_TRUE(loop_until([id] { return fake().browser(1).closed && fake().browser(id).closed; }));
 }
 
-TEST_F(PopupTest, APageCannotOpenWindowsWithoutEnd) {
-    int opened = 0;
-    for (int i = 0; i < 30; ++i) opened += popup("http://popup/") > 0 ? 1 : 0;
-    EXPECT_GT(opened, 0);
-    EXPECT_LT(opened, 30);
-    EXPECT_EQ(m_screen->ExecuteJavascript("x", 0, {}), 0);
+TEST_F(PopupTest, ItMayNotPrintWhereTheDisplaysPagesMayNot) {
+    EXPECT_FALSE(fake().browser(popup("http://popup/")).refuses_printing);
+    zRecord settings = page("http://b/");
+    settings.SetBool("web_refuse_printing", true);
+    screen silent(settings);
+    show(silent);
+    EXPECT_TRUE(fake().browser(3).refuses_printing);
+    EXPECT_TRUE(fake().browser(popup("http://popup/", 3)).refuses_printing);
+    silent.release();
+}
+
+TEST_F(PopupTest, WithoutABoundEachIsOpened) {
+    for (int i = 0; i < 30; ++i) EXPECT_GT(popup("http://popup/"), 0) << i;
+}
+
+TEST_F(PopupTest, WithABoundAPageCannotOpenWindowsWithoutEnd) {
+    zRecord settings = page("http://b/");
+    settings.SetInt32("web_max_popups", 3);
+    screen bounded(settings);
+    show(bounded);
+    for (int i = 0; i < 3; ++i) EXPECT_GT(popup("http://popup/", 2), 0) << i;
+    EXPECT_EQ(popup("http://popup/", 2), 0);
+    EXPECT_EQ(bounded->ExecuteJavascript("x", 0, {}), 0);
+    // One that closes makes room for another.
+    fake().post([] { fake().close_from_page(4); });
+    ASSERT_TRUE(loop_until([] { return fake().browser(4).closed; }));
+    EXPECT_GT(popup("http://popup/", 2), 0);
+    bounded.release();
 }
 
 TEST_F(PopupTest, ADisplayThatIsGoneOpensNoWindows) {
@@ -141,7 +160,7 @@ TEST_F(PopupTest, ADisplayThatIsGoneOpensNoWindows) {
 
 TEST_F(PopupTest, NoReferenceOfTheClientIsLost) {
     popup("http://popup/");
-    popup("http://popup/2", true);
+    popup("http://popup/2", 1, true);
     m_screen.release();
     ASSERT_TRUE(loop_until([] { return fake().browser(1).closed && fake().browser(2).closed; }));
     settle();

@@ -24,11 +24,11 @@ CefApp::CefApp() {
     };
     m_struct->get_browser_process_handler = [](cef_app_t* self) {
         auto* handler = decltype(m_struct)::of(self)->GetBrowserProcessHandler();
-        return handler ? handler->counted_handler() : nullptr;
+        return handler != nullptr ? handler->counted_handler() : nullptr;
     };
     m_struct->get_render_process_handler = [](cef_app_t* self) {
         auto* handler = decltype(m_struct)::of(self)->GetRenderProcessHandler();
-        return handler ? handler->counted_handler() : nullptr;
+        return handler != nullptr ? handler->counted_handler() : nullptr;
     };
 }
 
@@ -124,7 +124,7 @@ namespace {
 // The struct that a handler of ours is handed out as; null where there is none.
 template <class Handler, class Struct>
 Struct* counted(Handler* handler, Struct* (Handler::*hand_out)() noexcept) {
-    return handler ? (handler->*hand_out)() : nullptr;
+    return handler != nullptr ? (handler->*hand_out)() : nullptr;
 }
 
 }  // namespace

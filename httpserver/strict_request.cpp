@@ -105,7 +105,8 @@ std::int32_t strict_request::refusal_of_host() const {
     return is_one && http::is_authority(*host) ? 0 : 400;
 }
 
-// A proxy's form of a target names scheme and host too, and every server must understand it.
+// A proxy's form of a target names scheme and host too, and every server must understand it. That
+// host counts, and not the header: a handler that looks at the other one would be deceived.
 std::int32_t strict_request::refusal_of_target() {
     const std::string& target = head().target;
     if (target.find('#') != std::string::npos) return 400;
@@ -117,6 +118,7 @@ std::int32_t strict_request::refusal_of_target() {
     const bool is_http = parsed.value.scheme == "http" || parsed.value.scheme == "https";
     if (!parsed.is_ok() || !is_http) return 400;
     m_resource = parsed.value.target();
+    m_head.set_header("Host", parsed.value.authority());
     return 0;
 }
 

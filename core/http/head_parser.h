@@ -97,6 +97,10 @@ public:
     head_fault fault() const { return m_fault; }
     // Whole when complete.
     const message_head& head() const { return m_head; }
+    // For what counts in place of a header that came.
+    void set_header(std::string_view name, std::string_view value) {
+        m_head.headers.set(name, value);
+    }
 
 private:
     std::size_t take(std::string_view bytes);

@@ -19,6 +19,7 @@
 #include "host/live/live_handler.h"
 #include "host/live/live_picture.h"
 #include "host/system/interrupt.h"
+#include "host/system/own_addresses.h"
 #include "host/ws/page_feed.h"
 #include "host/ws/ws_feed.h"
 #include "httpserver.h"
@@ -47,14 +48,31 @@ cHttpServerSettings settings_of(const live_options& options) {
     return settings;
 }
 
-// Where every address is listened on, this machine's own is one of them.
-std::string address_of(const live_options& options, std::int32_t port, const std::string& token) {
-    std::string name = options.listen;
-    if (name == "0.0.0.0") name = "127.0.0.1";
-    if (name == "::") name = "::1";
+bool is_every_address(const std::string& listen) { return listen == "0.0.0.0" || listen == "::"; }
+
+std::string page_at(std::string name, std::int32_t port, const std::string& token) {
     if (name.find(':') != std::string::npos) name = "[" + name + "]";
     const std::string base = "http://" + name + ":" + std::to_string(port) + "/";
     return token.empty() ? base : base + "?token=" + token;
+}
+
+// Where every address is listened on, this machine's own is one of them.
+std::string address_of(const live_options& options, std::int32_t port, const std::string& token) {
+    if (options.listen == "0.0.0.0") return page_at("127.0.0.1", port, token);
+    if (options.listen == "::") return page_at("::1", port, token);
+    return page_at(options.listen, port, token);
+}
+
+// The address of standard output is of no use to those for whose sake every one is listened on.
+void tell_others(const live_options& options, const console& out, std::int32_t port,
+                 const std::string& token) {
+    if (!is_every_address(options.listen)) return;
+    for (const std::string& name : own_addresses()) {
+        const bool is_six = name.find(':') != std::string::npos;
+        if (is_six && options.listen != "::") continue;
+        std::fprintf(out.errors(), "pennywort: from another machine: %s\n",
+                     page_at(name, port, token).c_str());
+    }
 }
 
 // While it lives, traces go to the control page, and with --verbose to the console too.
@@ -178,6 +196,7 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     server->begin(control, token);
     auto advertised = advertise(options, out, server->port());
     tell_address(out, address_of(options, server->port(), token));
+    tell_others(options, out, server->port(), token);
     warn_of_firewall(options, out, server->port());
     const auto feed = open_feed(options, out, control);
     while (interrupt.status() == 0) {

@@ -25,14 +25,15 @@ live_answer refused(int status, const std::string& error) {
 
 live_answer done() { return with(200, {{"ok", true}}); }
 
-// A parameter of the address that is a number; 0 where it is missing or something else.
-std::uint64_t parameter(std::string_view query, std::string_view name) {
+// A parameter of the address that is a number; 0 where it is missing, nothing where it is something
+// else.
+std::optional<std::uint64_t> parameter(std::string_view query, std::string_view name) {
     while (!query.empty()) {
         const auto part = query.substr(0, query.find('&'));
         query.remove_prefix(std::min(query.size(), part.size() + 1));
         const auto sign = part.find('=');
         if (sign == std::string_view::npos || part.substr(0, sign) != name) continue;
-        return text::digits<std::uint64_t>(part.substr(sign + 1)).value_or(0);
+        return text::digits<std::uint64_t>(part.substr(sign + 1));
     }
     return 0;
 }
@@ -81,11 +82,13 @@ live_answer live_control::answer(const live_request& request) {
 
 live_answer live_control::get(const live_request& request) {
     const auto after = parameter(request.query, "after");
+    const auto id = parameter(request.query, "id");
+    if (!after || !id) return refused(400, "\"after\" and \"id\" have to be whole numbers");
     if (request.path == "/api/state") return state();
-    if (request.path == "/api/picture") return picture(after);
-    if (request.path == "/api/events") return with(200, m_events.lines_after(after));
-    if (request.path == "/api/traces") return with(200, m_traces.lines_after(after));
-    if (request.path == "/api/result") return result(parameter(request.query, "id"));
+    if (request.path == "/api/picture") return picture(*after);
+    if (request.path == "/api/events") return with(200, m_events.lines_after(*after));
+    if (request.path == "/api/traces") return with(200, m_traces.lines_after(*after));
+    if (request.path == "/api/result") return result(*id);
     return refused(404, "there is no " + request.path);
 }
 

@@ -33,6 +33,13 @@ std::string_view cookie_of(std::string_view cookies, std::string_view name) {
     return {};
 }
 
+// What a caller bears; empty if it shows something else. The name of a scheme has no case.
+std::string_view bearer_of(std::string_view authorization) {
+    constexpr std::string_view k_scheme = "bearer ";
+    if (!text::equal_ignoring_case(authorization.substr(0, k_scheme.size()), k_scheme)) return {};
+    return text::trimmed(authorization.substr(k_scheme.size()), text::k_blank);
+}
+
 // Takes as long for a token that is nearly right as for one that is not.
 bool same(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
@@ -78,7 +85,7 @@ bool live_guard::is_own_name(std::string_view host) const {
 }
 
 bool live_guard::has_token(const live_caller& caller) const {
-    return same(caller.query_token, m_token) || same(caller.authorization, "Bearer " + m_token) ||
+    return same(caller.query_token, m_token) || same(bearer_of(caller.authorization), m_token) ||
            same(cookie_of(caller.cookies, m_cookie), m_token);
 }
 

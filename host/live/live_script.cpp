@@ -1,6 +1,6 @@
 // host/live/live_script.cpp - see the header for the contract.
 //
-// Every form answers one letter and a text: f for fine, t for thrown, b where eval is barred. Only
+// Every form returns one letter and a text: f for fine, t for thrown, b where eval is barred. Only
 // eval gives the value of a script's last statement, and a SyntaxError for what is no JavaScript.
 // Where a page's policy bars it, the script becomes part of a text that the runtime compiles
 // itself, which no policy bars: as an expression, or if it is none, as the body of a function.

@@ -190,6 +190,15 @@ TEST_F(LiveControl, EventsAreGivenFromANumberOn) {
     EXPECT_EQ(*get("/api/traces").body, "{\"last\":0,\"lines\":[]}");
 }
 
+TEST_F(LiveControl, NumbersThatAreNoneAreRefused) {
+    for (const char* path : {"/api/events", "/api/traces", "/api/picture"}) {
+        for (const char* after : {"after=abc", "after=", "after=-1", "after=1x"}) {
+            EXPECT_EQ(get(path, after).status, 400) << path << after;
+        }
+    }
+    EXPECT_EQ(get("/api/result", "id=one").status, 400);
+}
+
 // A page outlives the program that it shows, and the next one counts from 1 again.
 TEST_F(LiveControl, EventsAreGivenToAReaderOfAnotherRun) {
     control.events().add("loaded", "a");

@@ -142,6 +142,28 @@ TEST_F(LiveServer, ARefusalIsJsonWithTheHeadersOfEveryAnswer) {
     EXPECT_EQ(body_of(refusal), "{\"error\":\"a foreign page or name may not ask here\"}");
 }
 
+// Only a proxy asks so. The host that its target names is the one that is meant.
+TEST(LiveServerThatIsStrict, TakesTheHostOfAWholeTargetForTheHeaders) {
+    deaf_port port;
+    live_pictures pictures;
+    live_control control(port, pictures, {});
+    auto settings = loopback();
+    settings.isStrict = true;
+    cHttpServer server(0, 16 * 1024, settings);
+    auto* handler = new live_handler(control, live_guard(server.ListenPort(), {}));
+    server.InstallHandler(*handler);
+    handler->Release();
+    const std::string own = "127.0.0.1:" + std::to_string(server.ListenPort());
+    const auto status = [&](const std::string& target, const std::string& host) {
+        test_client client(server.ListenPort());
+        client.send("GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
+        return client.receive_answer().substr(9, 3);
+    };
+    EXPECT_EQ(status("http://evil.example/api/state", own), "403");
+    EXPECT_EQ(status("http://" + own + "/api/state", "evil.example"), "200");
+    EXPECT_EQ(status("http://" + own + "/api/state", own), "200");
+}
+
 // As many as there is room for, none of which has shown that it may ask.
 TEST(LiveServerThatIsFull, ServesWhoMayAskBesideConnectionsThatAskNothing) {
     deaf_port port;
@@ -210,6 +232,12 @@ TEST_F(LiveServerWithToken, TheTokenOpensAndDoesNotHelpAForeignPage) {
     EXPECT_EQ(status("GET /?token=0123456789abcdef", host), "200");
     const std::string bearer = "Authorization: Bearer 0123456789abcdef\r\n";
     EXPECT_EQ(status("GET /api/state", host + bearer), "200");
+    const std::string small = "authorization: bearer 0123456789abcdef\r\n";
+    EXPECT_EQ(status("GET /api/state", host + small), "200") << "the scheme has no case";
+    const std::string other = "Authorization: Basic 0123456789abcdef\r\n";
+    EXPECT_EQ(status("GET /api/state", host + other), "401");
+    const std::string large = "Authorization: Bearer 0123456789ABCDEF\r\n";
+    EXPECT_EQ(status("GET /api/state", host + large), "401") << "the token has";
     EXPECT_EQ(status("GET /api/state", host + bearer + "Origin: http://evil.example\r\n"), "403");
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -99,6 +100,36 @@ TEST_F(UnrulyHandlersTest, OneThatDoesWellMaySendTheRestLater) {
     client.receive(plain_answer("ab123").size() - 3);
     expect_serving();
     EXPECT_FALSE(client.has_anything());
+}
+
+// What came first is seen by its handler before the next connection is there.
+TEST_F(UnrulyHandlersTest, ConnectionsThatWaitAreAcceptedOneInEachRound) {
+    constexpr std::uint32_t k_long_us = 30'000'000;
+    const std::unique_ptr<zSignal> inside(zSignal::Factory());
+    const std::unique_ptr<zSignal> go(zSignal::Factory());
+    std::atomic<bool> was_in_time{false};
+    const auto holding = make<test_handler>("/hold", "held", [&](zSocket*) {
+        inside->Set();
+        was_in_time = go->Wait(k_long_us) == 0;
+    });
+    std::atomic<std::int64_t> accepted_before{0};
+    const auto looking = make<test_handler>(
+        "/look", "seen", [&](zSocket*) { accepted_before = counts().accepted; });
+    install(*holding);
+    install(*looking);
+    test_client first(port());
+    first.send(get_request("/hold"));
+    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    // Both have come when the server looks next.
+    test_client second(port());
+    second.send(get_request("/look"));
+    test_client third(port());
+    third.send(get_request("/after"));
+    go->Set();
+    EXPECT_EQ(second.receive_answer(), plain_answer("seen"));
+    EXPECT_EQ(third.receive_answer(), plain_answer("fine"));
+    EXPECT_TRUE(was_in_time);
+    EXPECT_EQ(accepted_before, 2);
 }
 
 TEST_F(UnrulyHandlersTest, AContentTypeWithALineEndSplitsNothing) {

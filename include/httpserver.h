@@ -38,7 +38,7 @@ public:
     virtual ~cHttpBody();
     // In bytes.
     virtual std::int64_t Size() = 0;
-    // Writes at most `size` bytes of the body, from `offset` on, and answers how many; 0 or less
+    // Writes at most `size` bytes of the body, from `offset` on, and returns how many; 0 or less
     // ends the connection. Bytes that did not go out are asked for again.
     virtual std::int32_t ReadAt(std::int64_t offset, char* into, std::int32_t size) = 0;
 };
@@ -139,9 +139,9 @@ public:
     // Here: false.
     virtual bool CanHandle(std::int32_t method, const zString& path, const zString& extension,
                            const zString& query, const char* request);
-    // The server calls this. An override may write the headers only and answer the body, which the
-    // server then sends bit by bit, or answer both in one: then nothing waits for a peer that takes
-    // nothing. Here: calls Handle and answers null.
+    // The server calls this. An override may write the headers only and return the body, which the
+    // server then sends bit by bit, or return both in one: then nothing waits for a peer that takes
+    // nothing. Here: calls Handle and returns null.
     virtual std::unique_ptr<cHttpBody> HandleInPieces(zSocket* socket, std::int32_t method,
                                                       const zString& path, const zString& extension,
                                                       const zString& query, const char* body,
@@ -155,7 +155,7 @@ public:
 
     // "Server: nimb_httpd/0.1.0" with its CR LF.
     static const char* ServerString();
-    // Sends the text up to its NUL, nothing for null. Waits at most 5 s for the peer and answers
+    // Sends the text up to its NUL, nothing for null. Waits at most 5 s for the peer and returns
     // the socket's status, zSocket::k_timed_out then.
     static zStatus SendString(zSocket* socket, const char* data);
     // Sends the head of a successful answer whose body of `contentLength` bytes the caller sends

@@ -295,6 +295,18 @@ async function testClosedOutput() {
   await end(child);
 }
 
+// What the programs that still run have to say, for whoever reads why a test failed.
+async function tellWhatIsKnown() {
+  for (const child of started.filter(one => one.exitCode === null && one.signalCode === null)) {
+    for (const what of ['state', 'events', 'traces']) {
+      console.error(what, JSON.stringify(await get(child, what).catch(problem => problem.message)));
+    }
+    for (const page of browser.contexts().flatMap(context => context.pages())) {
+      console.error(page.url(), await page.innerText('body', {timeout: 1000}).catch(problem => problem.message));
+    }
+  }
+}
+
 const browser = await launch();
 try {
   for (const test of [testFailedLoad, testFailedStart, testLostPageComesBack, testSilentPage, testFlood, testManyCalls, testLoadsAroundAClose,
@@ -304,6 +316,9 @@ try {
     console.log('passed: ' + test.name);
   }
   console.log('all passed');
+} catch (problem) {
+  await tellWhatIsKnown();
+  throw problem;
 } finally {
   await browser.close();
   endAll();

@@ -383,6 +383,11 @@ public:
     // Adds a command line switch (without dashes) for the runtime's processes; an empty or null
     // value makes a plain switch. Before Startup only.
     static void AddCommandLineSwitch(const char* name, const char* value);
+    // Lets each picture of displays with "web_host_clock" show the step of its own tick; else the
+    // runtime may draw before the page, and every picture is a tick late, differently from one run
+    // to the next. Before Startup only. All displays of the process then draw a frame only when all
+    // parts of it are there, so that a page whose scripts take long shows no animation meanwhile.
+    static void EnableExactTicks();
     // Lets displays have "web_page_clock". Before Startup only. `randomSeed` is where Math.random
     // of every page begins, so that two runs of a page are equal. All displays of the process then
     // draw a frame only when all parts of it are there, and keep the frames of other sites in the

@@ -26,12 +26,16 @@ using namespace pennywort::webdisplay;  // the parts that the manager puts toget
 
 namespace {
 
-// A frame of a page by its own clock is over only when all of its own picture is drawn; without the
-// second the display may draw before the page, and every picture is a frame late. Frames of other
-// sites stay in the page's process, which has the one clock.
-constexpr std::pair<const char*, const char*> k_page_clock_switches[] = {
+// A frame is over only when all of its own picture is drawn. Without the second the display may
+// draw before the page, by the order of their addresses, and every picture is a frame late.
+constexpr std::pair<const char*, const char*> k_exact_tick_switches[] = {
     {"run-all-compositor-stages-before-draw", ""},
     {"enable-features", "DisplaySchedulerAsClient"},
+};
+
+// Beside those, of a page by its own clock: frames of other sites stay in the page's process, which
+// has the one clock.
+constexpr std::pair<const char*, const char*> k_page_clock_switches[] = {
     {"disable-new-content-rendering-timeout", ""},
     {"disable-checker-imaging", ""},
     {"disable-threaded-animation", ""},
@@ -174,7 +178,8 @@ cWebDisplayBrowser* cWebDisplayCEFBrowserManager::CreateBrowser(const zRecord& s
 
 void cWebDisplayCEFBrowserManager::SetCanRunCefMessageLoopFn(std::function<bool()> fn) {
     cWebDisplayCEFBrowserManager* manager = process().manager;
-    if (manager != nullptr && manager->m_timer_loop != nullptr) manager->m_timer_loop->set_can_run(std::move(fn));
+    if (manager != nullptr && manager->m_timer_loop != nullptr)
+        manager->m_timer_loop->set_can_run(std::move(fn));
 }
 
 void cWebDisplayCEFBrowserManager::SetPacing(cWebDisplayPacing pacing) {
@@ -186,7 +191,13 @@ void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const 
     process().switches.push_back({name, value != nullptr ? value : ""});
 }
 
+void cWebDisplayCEFBrowserManager::EnableExactTicks() {
+    for (const auto& [name, value] : k_exact_tick_switches)
+        process().switches.push_back({name, value});
+}
+
 void cWebDisplayCEFBrowserManager::EnablePageClock(std::uint32_t randomSeed) {
+    EnableExactTicks();
     for (const auto& [name, value] : k_page_clock_switches)
         process().switches.push_back({name, value});
     process().switches.push_back({"js-flags", "--random-seed=" + std::to_string(randomSeed)});

@@ -24,7 +24,7 @@ constexpr std::uint32_t k_random_seed = 1;
 
 }  // namespace
 
-browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, bool has_page_clocks) {
+browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, page_time time) {
     manager::SetPacing(pacing == pump_pacing::timer ? cWebDisplayPacing::Timer
                                                     : cWebDisplayPacing::OnRequest);
     // Containers have a shared memory file system of 64 MB, which one large page fills.
@@ -33,7 +33,9 @@ browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, bool has_page_clo
     // waits for a prompt that needs a window, and a page that wants a password fails when its
     // display closes. With it the client is asked, refuses, and the page is shown.
     manager::AddCommandLineSwitch("disable-chrome-login-prompt", nullptr);
-    if (has_page_clocks) manager::EnablePageClock(k_random_seed);
+    if (time == page_time::its_own) manager::EnablePageClock(k_random_seed);
+    // Without it a picture may show what the tick before it has set.
+    if (time == page_time::ticks_of_ours) manager::EnableExactTicks();
     if (!gpu) {
         for (const auto& [name, value] : k_headless_switches)
             manager::AddCommandLineSwitch(name, value);

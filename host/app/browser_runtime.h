@@ -8,11 +8,13 @@ namespace pennywort::host {
 // What makes the runtime work: its own requests, or a timer.
 enum class pump_pacing { on_request, timer };
 
+// What the pages' time goes by.
+enum class page_time { the_days, ticks_of_ours, its_own };
+
 // Once in a process. The thread that makes it becomes the display thread.
 class browser_runtime {
 public:
-    // `has_page_clocks`: pages may live by a time of their own.
-    browser_runtime(pump_pacing pacing, bool gpu, bool has_page_clocks = false);
+    browser_runtime(pump_pacing pacing, bool gpu, page_time time = page_time::the_days);
     ~browser_runtime();
     browser_runtime(const browser_runtime&) = delete;
     browser_runtime& operator=(const browser_runtime&) = delete;

@@ -38,6 +38,11 @@ using time_point = run::monotonic_clock::time;
 // How long the loop waits for something to do before it looks at the time.
 constexpr std::uint32_t k_loop_microseconds = 10'000;
 
+page_time time_of(page_clock clock) {
+    if (clock == page_clock::own) return page_time::its_own;
+    return clock == page_clock::host ? page_time::ticks_of_ours : page_time::the_days;
+}
+
 class render_session {
 public:
     render_session(const render_options& options, const console& out)
@@ -358,7 +363,7 @@ int render_session::run() {
     m_started = m_clock.now();
     open_feed();
     {
-        const browser_runtime browser(m_options.pacing, m_options.gpu, is_exact());
+        const browser_runtime browser(m_options.pacing, m_options.gpu, time_of(m_options.clock));
         if (browser.up()) {
             show_pages();
         } else {

@@ -113,8 +113,8 @@ TEST_F(UnrulyHandlersTest, ConnectionsThatWaitAreAcceptedOneInEachRound) {
         was_in_time = go->Wait(k_long_us) == 0;
     });
     std::atomic<std::int64_t> accepted_before{0};
-    const auto looking = make<test_handler>(
-        "/look", "seen", [&](zSocket*) { accepted_before = counts().accepted; });
+    const auto looking =
+        make<test_handler>("/look", "seen", [&](zSocket*) { accepted_before = counts().accepted; });
     install(*holding);
     install(*looking);
     test_client first(port());

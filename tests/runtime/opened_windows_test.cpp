@@ -34,8 +34,8 @@ TEST_F(OpenedWindows, AWindowThatThePageOpensNeverReachesTheRenderer) {
 }
 
 TEST_F(OpenedWindows, WindowsWithoutEndAreRefusedAndGoWithTheDisplay) {
-    shown_page page({.url = m_peer.html("<body style='margin:0;background:#f00'>"),
-                     .max_popups = 8});
+    shown_page page(
+        {.url = m_peer.html("<body style='margin:0;background:#f00'>"), .max_popups = 8});
     ASSERT_TRUE(page.wait_until_loaded());
     EXPECT_TRUE(page.wait_for_colour(k_red));
     const std::string inner = m_peer.html_of_other_origin("<body style='background:#0f0'>");

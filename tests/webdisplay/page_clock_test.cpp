@@ -1,4 +1,5 @@
 // page_clock_test.cpp - a display whose page lives by a clock of its own, on the fake runtime.
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -229,17 +230,26 @@ TEST_F(PageClockTest, WithoutEnablePageClockItDoesNotOpen) {
     EXPECT_EQ(fake().creates(), 0);
 }
 
+bool has_switch(const std::string& name, const std::string& value) {
+    const auto& all = fake_cef_control()->switches();
+    return std::any_of(all.begin(), all.end(),
+                       [&](const auto& one) { return one.name == name && one.value == value; });
+}
+
 TEST_F(PageClockTest, ItsSwitchesReachTheRuntime) {
     start_with_page_clocks();
-    const auto has = [](const std::string& name, const std::string& value) {
-        for (const auto& one : fake().switches()) {
-            if (one.name == name && one.value == value) return true;
-        }
-        return false;
-    };
-    EXPECT_TRUE(has("enable-features", "DisplaySchedulerAsClient"));
-    EXPECT_TRUE(has("run-all-compositor-stages-before-draw", ""));
-    EXPECT_TRUE(has("js-flags", "--random-seed=7"));
+    EXPECT_TRUE(has_switch("enable-features", "DisplaySchedulerAsClient"));
+    EXPECT_TRUE(has_switch("run-all-compositor-stages-before-draw", ""));
+    EXPECT_TRUE(has_switch("disable-site-isolation-trials", ""));
+    EXPECT_TRUE(has_switch("js-flags", "--random-seed=7"));
+}
+
+TEST_F(PageClockTest, ExactTicksOfAHostsClockTakeTheFirstTwoOnly) {
+    cWebDisplayCEFBrowserManager::EnableExactTicks();
+    start();
+    EXPECT_TRUE(has_switch("enable-features", "DisplaySchedulerAsClient"));
+    EXPECT_TRUE(has_switch("run-all-compositor-stages-before-draw", ""));
+    EXPECT_FALSE(has_switch("disable-site-isolation-trials", ""));
 }
 
 // Nobody but the runtime's library sees the page's time, and that only within the call.

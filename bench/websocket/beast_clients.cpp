@@ -19,16 +19,19 @@ using error_code = boost::system::error_code;
 using tcp = net::ip::tcp;
 using stream = beast::websocket::stream<tcp::socket>;
 
-constexpr std::size_t k_write_buffer_bytes = 32 * 1024;
+constexpr std::size_t k_write_buffer_bytes = 64 * 1024;
 constexpr std::size_t k_longest_message = 256 * 1024 * 1024;
 
-std::unique_ptr<stream> connected(net::io_context& io, std::uint16_t port) {
+std::unique_ptr<stream> connected(net::io_context& io, std::uint16_t port,
+                                  beast_settings settings) {
     auto made = std::make_unique<stream>(io);
     made->next_layer().connect({net::ip::address_v4::loopback(), port});
     made->next_layer().set_option(tcp::no_delay(true));
-    made->auto_fragment(false);
-    made->write_buffer_bytes(k_write_buffer_bytes);
-    made->read_message_max(k_longest_message);
+    if (settings == beast_settings::tuned) {
+        made->auto_fragment(false);
+        made->write_buffer_bytes(k_write_buffer_bytes);
+        made->read_message_max(k_longest_message);
+    }
     made->handshake("127.0.0.1", "/");
     made->text(true);
     return made;
@@ -36,8 +39,10 @@ std::unique_ptr<stream> connected(net::io_context& io, std::uint16_t port) {
 
 class blocking final : public client {
 public:
+    explicit blocking(beast_settings settings) : m_settings(settings) {}
+
     bool connect(std::uint16_t port) override {
-        m_streams.push_back(connected(m_io, port));
+        m_streams.push_back(connected(m_io, port, m_settings));
         return true;
     }
     std::uint64_t play(const std::string& message, std::chrono::milliseconds time) override {
@@ -56,19 +61,21 @@ public:
     }
 
 private:
+    const beast_settings m_settings;
     net::io_context m_io{1};
     std::vector<std::unique_ptr<stream>> m_streams;
 };
 
 class asynchronous final : public client {
 public:
+    explicit asynchronous(beast_settings settings) : m_settings(settings) {}
     ~asynchronous() override {
         m_io.stop();
         m_thread.join();
     }
     bool connect(std::uint16_t port) override {
         auto made = std::make_unique<connection>();
-        made->on = connected(m_io, port);
+        made->on = connected(m_io, port, m_settings);
         connection& last = *m_connections.emplace_back(std::move(made));
         net::post(m_io, [this, &last] { receive(last); });
         return true;
@@ -111,6 +118,7 @@ private:
         });
     }
 
+    const beast_settings m_settings;
     net::io_context m_io{1};
     net::executor_work_guard<net::io_context::executor_type> m_work{m_io.get_executor()};
     std::vector<std::unique_ptr<connection>> m_connections;
@@ -122,5 +130,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<client> make_beast_blocking() { return std::make_unique<blocking>(); }
-std::unique_ptr<client> make_beast_asynchronous() { return std::make_unique<asynchronous>(); }
+std::unique_ptr<client> make_beast_blocking(beast_settings settings) {
+    return std::make_unique<blocking>(settings);
+}
+std::unique_ptr<client> make_beast_asynchronous(beast_settings settings) {
+    return std::make_unique<asynchronous>(settings);
+}

@@ -18,8 +18,10 @@ constexpr std::chrono::milliseconds k_warm_up{300};
 constexpr long k_warm_connections = 20;
 
 std::unique_ptr<client> make(const std::string& name) {
-    if (name == "beast-blocking") return make_beast_blocking();
-    if (name == "beast-asynchronous") return make_beast_asynchronous();
+    if (name == "beast-blocking") return make_beast_blocking(beast_settings::plain);
+    if (name == "beast-asynchronous") return make_beast_asynchronous(beast_settings::plain);
+    if (name == "tuned-blocking") return make_beast_blocking(beast_settings::tuned);
+    if (name == "tuned-asynchronous") return make_beast_asynchronous(beast_settings::tuned);
     if (name == "own-system") return make_own_system();
     return make_own_asynchronous();
 }

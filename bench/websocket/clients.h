@@ -22,10 +22,11 @@ public:
     virtual std::uint64_t play(const std::string& message, std::chrono::milliseconds time) = 0;
 };
 
-// Boost.Beast as its users write it, with the settings that ours has: on the calling thread, or
-// asynchronously on a thread of its own.
-std::unique_ptr<client> make_beast_blocking();
-std::unique_ptr<client> make_beast_asynchronous();
+// Boost.Beast as its users write it: on the calling thread, or asynchronously on a thread of its
+// own. Plain: as it comes. Tuned: a long message is one frame, and takes few calls of the system.
+enum class beast_settings { plain, tuned };
+std::unique_ptr<client> make_beast_blocking(beast_settings settings);
+std::unique_ptr<client> make_beast_asynchronous(beast_settings settings);
 // cWebSocket_WinHttp and cWebSocket::Factory.
 std::unique_ptr<client> make_own_system();
 std::unique_ptr<client> make_own_asynchronous();

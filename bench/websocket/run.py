@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures our WebSocket clients beside plain Boost.Beast's, against one server.
+"""Measures our WebSocket clients beside plain and tuned Boost.Beast's, against one server.
 
 usage: bench/websocket/run.py [--bin FOLDER] [--rounds N] [--seconds S] [--idle CONNECTIONS]
 
@@ -13,7 +13,8 @@ import statistics
 import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-PAIRS = [("own-asynchronous", "beast-asynchronous"), ("own-system", "beast-blocking")]
+GROUPS = [("own-asynchronous", "beast-asynchronous", "tuned-asynchronous"),
+          ("own-system", "beast-blocking", "tuned-blocking")]
 FIGURES = {"ping": "ping-pong of 100 bytes, messages/s", "bulk": "messages of 1 MiB, MB/s each way",
            "idle": "bytes held for each idle connection"}
 # What comes beside a figure.
@@ -31,7 +32,7 @@ def main():
     server = subprocess.Popen([options.bin / "websocket_bench_server"], stdout=subprocess.PIPE, text=True)
     port = server.stdout.readline().strip()
     found = collections.defaultdict(list)
-    contenders = [name for pair in PAIRS for name in pair]
+    contenders = [name for group in GROUPS for name in group]
     try:
         for number in range(options.rounds):
             for what in FIGURES:
@@ -44,13 +45,13 @@ def main():
                         found[name, what if which == "figure" else what + which].append(float(value))
     finally:
         server.kill()
-    print("| what | contender | median | least | most | ratio |\n|---|---|---|---|---|---|")
+    print("| what | contender | median | least | most | ours to it |\n|---|---|---|---|---|---|")
     for what, title in {**FIGURES, **MORE}.items():
-        for own, peer in PAIRS:
-            for name in (own, peer):
+        for group in GROUPS:
+            for name in group:
                 values = found[name, what]
-                ratio = statistics.median(values) / statistics.median(found[peer, what])
-                told = f"{ratio:.2f}" if name == own else ""
+                ratio = statistics.median(found[group[0], what]) / statistics.median(values)
+                told = "" if name == group[0] else f"{ratio:.2f}"
                 print(f"| {title} | {name} | {statistics.median(values):,.1f} | {min(values):,.1f} | "
                       f"{max(values):,.1f} | {told} |")
 

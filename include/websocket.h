@@ -4,7 +4,8 @@
 //
 // Threads: handlers are called on the transport's threads and, for what fails inside Open and Send,
 // on the caller's. None runs under a lock that another socket's operation takes. A handler may
-// replace handlers and may destroy its socket. What a handler throws is traced and ends there.
+// replace handlers and may destroy its socket, unless another thread is inside an operation of it
+// other than Open. What a handler throws is traced and ends there.
 #pragma once
 
 #include <cstddef>
@@ -95,6 +96,10 @@ public:
     // Gets binary messages with their length in place of the message handler. The bytes are valid
     // during the call.
     void SetBinaryHandler(std::function<void(const void*, std::size_t)> handler);
+    // Gets what the peer gave when it said goodbye first: the code, 1005 without one, and the
+    // reason, which is UTF-8 and may be empty. The closed handler comes behind it, where there is
+    // one to come. Not with websocket-sharp.
+    void SetGoodbyeHandler(std::function<void(std::int32_t code, const char* reason)> handler);
     // One binary message. A socket that is not open reports it as Send does.
     void SendBinary(const void* data, std::size_t size);
     // For the next Open. Without memory nothing changes.
@@ -102,11 +107,23 @@ public:
     cWebSocketOptions Options() const;
 
 protected:
+    // The opened handler and what it gets, for a thread that cannot hold the socket meanwhile.
+    struct opened_call {
+        std::function<void(std::shared_ptr<cWebSocket>)> handler;
+        std::shared_ptr<cWebSocket> socket;
+
+        void operator()() const;
+    };
+
     void SignalError(Error error);
     void SocketOpened();
+    // Calls nothing without a handler, or when the socket is being destroyed.
+    opened_call next_opened_call() noexcept;
     void SocketClosed(std::optional<Error> error, bool wasClean);
     void ReceiveMessage(const char* text);
     bool has_binary_handler() const;
+    bool has_goodbye_handler() const;
+    void SignalGoodbye(std::int32_t code, const char* reason);
     // True when the binary handler has taken the message.
     bool ReceiveBinary(const void* data, std::size_t size);
     // Here: SignalError(SendFailed).
@@ -151,6 +168,7 @@ private:
     void drop_handles();
     void run(pennywort::websocket::receive_state& state,
              pennywort::websocket::incoming_messages& incoming);
+    void tell_goodbye(pennywort::websocket::upgraded_socket& socket);
     bool deliver(const pennywort::websocket::received_piece& piece, std::string_view bytes,
                  pennywort::websocket::incoming_messages& incoming);
 

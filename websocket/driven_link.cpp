@@ -2,6 +2,7 @@
 #include "websocket/driven_link.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "core/run/guarded.h"
@@ -12,8 +13,10 @@ namespace pennywort::websocket {
 namespace {
 
 constexpr char k_class[] = "cWebSocket_WinHttp";
-constexpr std::size_t k_buffer_bytes = 16 * 1024;
-// Every wait is ended by an event of the loop; this bounds one that is not.
+constexpr std::size_t k_first_bytes = 4 * 1024;
+// For a message that is longer: as much of it as comes at once.
+constexpr std::size_t k_long_bytes = 128 * 1024;
+// For the thread that runs the loop: it tells of each event.
 constexpr std::chrono::milliseconds k_longest_wait{1000};
 
 piece_kind kind_of(bool is_text, bool is_last) {
@@ -36,7 +39,10 @@ bool driven_link::carry_out(lock_type& lock, operation begin, condition is_done)
     if (m_is_driven) {
         if (!hand_over(begin)) return false;
     } else {
-        run_unlocked(lock, [&] { begin(*m_link); });
+        run_unlocked(lock, [&] {
+            begin(*m_link);
+            if (!m_has_ended) m_loop.run_one();
+        });
     }
     wait(lock, is_done);
     return true;
@@ -70,11 +76,12 @@ void driven_link::take_turn(lock_type& lock) {
         m_changed.wait_for(lock, k_longest_wait);
         return;
     }
-    run_unlocked(lock, [this] { m_loop.run_one(k_longest_wait); });
+    run_unlocked(lock, [this] { m_loop.run_one(); });
 }
 
 bool driven_link::open(link_request request) {
-    m_buffer = std::make_unique_for_overwrite<char[]>(k_buffer_bytes);
+    m_buffer = std::make_unique_for_overwrite<char[]>(k_first_bytes);
+    m_buffer_bytes = k_first_bytes;
     m_link = link::make(m_loop, weak_from_this());
     lock_type lock(m_mutex);
     run_unlocked(lock, [&] { m_link->open(std::move(request)); });
@@ -87,26 +94,39 @@ bool driven_link::is_refused() const {
     return m_end && m_end->fault == link_fault::refused;
 }
 
+// What has come is the receiver's alone until it is used up.
 received_piece driven_link::receive(std::span<char> into) {
+    if (m_is_taking) return m_is_dropped ? received_piece() : take_piece(into);
     lock_type lock(m_mutex);
     if (!m_has_piece && !is_over()) {
+        make_room();
         carry_out(
             lock,
             [this](link& on) {
-                on.receive({m_buffer.get(), k_buffer_bytes});
+                on.receive({m_buffer.get(), m_buffer_bytes});
             },
             [this] { return m_has_piece; });
     }
-    return m_has_piece && !m_is_dropped ? take_piece(into) : piece_at_end();
+    if (!m_has_piece || m_is_dropped) return piece_at_end();
+    m_has_piece = false;
+    return take_piece(into);
+}
+
+// Without memory for more the small buffer has to do.
+void driven_link::make_room() noexcept {
+    if (m_piece.to_come <= m_buffer_bytes || m_buffer_bytes == k_long_bytes) return;
+    std::unique_ptr<char[]> larger(new (std::nothrow) char[k_long_bytes]);
+    if (larger == nullptr) return;
+    m_buffer = std::move(larger);
+    m_buffer_bytes = k_long_bytes;
 }
 
 received_piece driven_link::take_piece(std::span<char> into) {
     const std::size_t size = std::min(into.size(), m_piece.size - m_taken);
     std::copy_n(m_buffer.get() + m_taken, size, into.data());
     m_taken += size;
-    const bool is_used_up = m_taken == m_piece.size;
-    m_has_piece = !is_used_up;
-    return {receive_status::ok, kind_of(m_piece.is_text, m_piece.is_last && is_used_up), size};
+    m_is_taking = m_taken < m_piece.size;
+    return {receive_status::ok, kind_of(m_piece.is_text, m_piece.is_last && !m_is_taking), size};
 }
 
 // The peer's goodbye comes as a piece, once. What we have ended ourselves is no loss.
@@ -140,9 +160,9 @@ bool driven_link::close(std::uint16_t code) {
     return is_asked && m_end && m_end->fault == link_fault::closed;
 }
 
-std::uint16_t driven_link::close_code() const {
+close_report driven_link::goodbye() const {
     const std::lock_guard lock(m_mutex);
-    return m_end ? m_end->code : 0;
+    return m_end ? close_report{m_end->code, m_end->text} : close_report();
 }
 
 void driven_link::drop() noexcept {
@@ -171,9 +191,11 @@ void driven_link::link_sent() noexcept {
 
 void driven_link::link_ended(const link_result& result) noexcept {
     const std::lock_guard lock(m_mutex);
+    m_has_ended = true;
     m_end.emplace();
     m_end->fault = result.fault;
     m_end->code = result.code;
+    run::guarded(k_class, "the end's words", [&] { m_end->text = result.text; });
     zTraceManager::Default()->TraceNote("cWebSocket_WinHttp: the connection has ended: %s\n",
                                         result.text.c_str());
 }

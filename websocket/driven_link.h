@@ -1,6 +1,7 @@
 // driven_link.h - a link whose loop is run by whoever waits for it: the calling threads.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -27,7 +28,8 @@ public:
     received_piece receive(std::span<char> into);
     bool send(std::string_view bytes, bool is_text);
     bool close(std::uint16_t code);
-    std::uint16_t close_code() const;
+    // What the peer gave when it said goodbye.
+    close_report goodbye() const;
     // Ends every wait. Takes no memory.
     void drop() noexcept;
 
@@ -49,6 +51,7 @@ private:
     void take_turn(lock_type& lock);
     template <typename work>
     void run_unlocked(lock_type& lock, work what);
+    void make_room() noexcept;
     received_piece take_piece(std::span<char> into);
     received_piece piece_at_end();
 
@@ -56,17 +59,23 @@ private:
     std::condition_variable m_changed;
     loop m_loop;
     std::shared_ptr<link> m_link;
-    std::unique_ptr<char[]> m_buffer;
     link_piece m_piece;
+    // Of the thread that receives, which is one at a time; while it has asked for more, also of the
+    // link.
+    std::unique_ptr<char[]> m_buffer;
+    std::size_t m_buffer_bytes = 0;
     std::size_t m_taken = 0;
+    bool m_is_taking = false;
     std::optional<link_result> m_end;
+    // The same for the thread that runs the loop, which waits for no event then.
+    std::atomic<bool> m_has_ended{false};
     bool m_is_driven = false;
     bool m_is_open = false;
     bool m_has_piece = false;
     bool m_is_sending = false;
     bool m_is_closing = false;
     bool m_is_end_told = false;
-    bool m_is_dropped = false;
+    std::atomic<bool> m_is_dropped{false};
 };
 
 }  // namespace pennywort::websocket

@@ -11,6 +11,7 @@ namespace pennywort::websocket {
 struct extras {
     cWebSocketOptions options;
     std::function<void(const void*, std::size_t)> binary_handler;
+    std::function<void(std::int32_t, const char*)> goodbye_handler;
 };
 
 }  // namespace pennywort::websocket

@@ -16,6 +16,11 @@ struct receive_state {
     std::atomic<bool> is_running{false};
     std::atomic<bool> has_owner{true};
 
+    // Waits for who holds this.
+    void lose_owner() {
+        const std::lock_guard lock(m_mutex);
+        has_owner = false;
+    }
     void stop() {
         const std::lock_guard lock(m_mutex);
         is_running = false;
@@ -26,7 +31,8 @@ struct receive_state {
         std::unique_lock lock(m_mutex);
         m_stopped.wait_for(lock, time, [this] { return !is_running; });
     }
-    // As long as this is held, socket() waits, and with it the receive thread at its begin.
+    // As long as this is held, socket() waits, and with it the receive thread at its begin; and so
+    // does the owner's destructor.
     std::unique_lock<std::mutex> held() const { return std::unique_lock(m_mutex); }
     // Send may come from any thread while another one opens or closes.
     std::shared_ptr<upgraded_socket> socket() const {

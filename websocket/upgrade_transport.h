@@ -54,7 +54,7 @@ public:
     // Says goodbye and waits for the peer's, for a bounded time. Afterwards receive() waits no
     // more, whatever this returns.
     virtual bool close(std::uint16_t code) = 0;
-    // After a close() that succeeded.
+    // After a close() that succeeded, and after the peer's close has been received.
     virtual close_report query_close_status() = 0;
     // Ends the connection at once, and every wait for it.
     virtual void drop() noexcept = 0;

@@ -27,7 +27,7 @@ public:
         m_link->drop();
         return is_closed;
     }
-    close_report query_close_status() override { return {m_link->close_code(), {}}; }
+    close_report query_close_status() override { return m_link->goodbye(); }
     void drop() noexcept override { m_link->drop(); }
 
 private:

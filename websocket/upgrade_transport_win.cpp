@@ -22,6 +22,8 @@ using loam::wide_text;
 
 // A close has no room for a longer reason.
 constexpr DWORD k_most_reason = 123;
+// What WinHTTP has for itself.
+constexpr DWORD k_receive_milliseconds = 30'000;
 
 void trace(const char* call, DWORD error) {
     zTraceManager::Default()->TraceNote("cWebSocket_WinHttp: %s failed (err=%lu)\n", call, error);
@@ -162,11 +164,20 @@ public:
     }
     std::shared_ptr<upgraded_socket> complete_upgrade() override {
         if (!has_switched()) return nullptr;
+        if (m_settings.opening_time.count() > 0) unbind_receiving();
         auto socket = std::make_shared<winhttp_socket>(m_request.get(), m_settings.closing_time);
         return socket->is_open() ? std::move(socket) : nullptr;
     }
 
 private:
+    // The socket takes it over from the request. Without this a feed that is silent for longer than
+    // the opening may take would fail.
+    void unbind_receiving() {
+        DWORD milliseconds = k_receive_milliseconds;
+        checked(::WinHttpSetOption(m_request.get(), WINHTTP_OPTION_RECEIVE_TIMEOUT, &milliseconds,
+                                   sizeof milliseconds),
+                "WinHttpSetOption (receive timeout)");
+    }
     // Wine upgrades whatever the server has said.
     bool has_switched() const {
         DWORD status = 0;

@@ -91,13 +91,23 @@ void cWebSocket::SetBinaryHandler(std::function<void(const void*, std::size_t)> 
     });
 }
 
+void cWebSocket::SetGoodbyeHandler(std::function<void(std::int32_t, const char*)> handler) {
+    guarded(k_class, "SetGoodbyeHandler", [&] {
+        if (m_extras == nullptr) m_extras = std::make_shared<extras>();
+        m_extras->goodbye_handler.swap(handler);
+    });
+}
+
 void cWebSocket::SendBinary(const void* data, std::size_t size) { send_binary(data, size); }
 
 void cWebSocket::SetOptions(const cWebSocketOptions& options) {
     guarded(k_class, "SetOptions", [&] {
         auto changed = std::make_shared<extras>();
         changed->options = options;
-        if (m_extras != nullptr) changed->binary_handler.swap(m_extras->binary_handler);
+        if (m_extras != nullptr) {
+            changed->binary_handler.swap(m_extras->binary_handler);
+            changed->goodbye_handler.swap(m_extras->goodbye_handler);
+        }
         m_extras = std::move(changed);
     });
 }
@@ -108,9 +118,20 @@ cWebSocketOptions cWebSocket::Options() const {
 
 void cWebSocket::SignalError(Error error) { call(m_error_handler, error); }
 
-void cWebSocket::SocketOpened() {
-    if (!m_opened_handler) return;
-    if (const auto self = pointer_to(*this)) call(m_opened_handler, self);
+void cWebSocket::SocketOpened() { next_opened_call()(); }
+
+cWebSocket::opened_call cWebSocket::next_opened_call() noexcept {
+    opened_call next;
+    guarded(k_class, "the opened handler", [&] {
+        if (!m_opened_handler) return;
+        next.socket = pointer_to(*this);
+        next.handler = m_opened_handler;
+    });
+    return next;
+}
+
+void cWebSocket::opened_call::operator()() const {
+    if (handler && socket != nullptr) call(handler, socket);
 }
 
 void cWebSocket::SocketClosed(std::optional<Error> error, bool wasClean) {
@@ -122,6 +143,16 @@ void cWebSocket::ReceiveMessage(const char* text) { call(m_message_handler, text
 bool cWebSocket::has_binary_handler() const {
     const auto kept = m_extras;
     return kept != nullptr && kept->binary_handler;
+}
+
+bool cWebSocket::has_goodbye_handler() const {
+    const auto kept = m_extras;
+    return kept != nullptr && kept->goodbye_handler;
+}
+
+void cWebSocket::SignalGoodbye(std::int32_t code, const char* reason) {
+    const auto kept = m_extras;
+    if (kept != nullptr) call(kept->goodbye_handler, code, reason);
 }
 
 bool cWebSocket::ReceiveBinary(const void* data, std::size_t size) {

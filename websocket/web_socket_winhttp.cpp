@@ -54,7 +54,7 @@ cWebSocket_WinHttp::cWebSocket_WinHttp() : m_running(std::make_shared<receive_st
 
 cWebSocket_WinHttp::~cWebSocket_WinHttp() {
     const auto state = m_running;
-    state->has_owner = false;
+    state->lose_owner();
     guarded(k_class, "the destructor", [this] {
         end_connection();
         // In a handler nobody can wait for the thread that the handler runs on: it ends by itself.
@@ -67,13 +67,19 @@ cWebSocket_WinHttp::~cWebSocket_WinHttp() {
     drop_handles();
 }
 
+// A handler on the receive thread may destroy this socket before its opening is told.
 void cWebSocket_WinHttp::Open(const char* url, double timeout) {
     Close();
     const auto state = m_running;
     const bool is_open = guarded_or(
         false, k_class, "Open", [&] { return open_handles(url == nullptr ? "" : url, timeout); });
     if (is_open) {
-        SocketOpened();
+        opened_call tell;
+        {
+            const auto held = state->held();
+            if (state->has_owner) tell = next_opened_call();
+        }
+        tell();
         return;
     }
     SignalError(Error::ConnectFailed);
@@ -113,8 +119,9 @@ void cWebSocket_WinHttp::start_thread() {
 // longer runs.
 void cWebSocket_WinHttp::run(receive_state& state, incoming_messages& incoming) {
     const auto socket = state.socket();
+    // What is behind a piece is never looked at, so that nobody clears it.
+    std::array<char, k_piece_bytes> buffer;
     while (state.is_running) {
-        std::array<char, k_piece_bytes> buffer{};
         const received_piece piece = receive_from(socket.get(), buffer);
         if (!state.is_running) return;
         if (piece.status == receive_status::connection_lost) {
@@ -125,11 +132,25 @@ void cWebSocket_WinHttp::run(receive_state& state, incoming_messages& incoming) 
             state.pause(k_pause_after_error);
             continue;
         }
-        if (deliver(piece, {buffer.data(), piece.size}, incoming)) continue;
+        if (piece.kind == piece_kind::close) {
+            tell_goodbye(*socket);
+            continue;
+        }
+        const bool is_taken = guarded_or(false, k_class, "a message", [&] {
+            return deliver(piece, {buffer.data(), piece.size}, incoming);
+        });
+        if (is_taken) continue;
         socket->drop();
         SignalError(Error::ConnectionLost);
         return;
     }
+}
+
+void cWebSocket_WinHttp::tell_goodbye(upgraded_socket& socket) {
+    if (!has_goodbye_handler()) return;
+    close_report goodbye;
+    guarded(k_class, "the goodbye", [&] { goodbye = socket.query_close_status(); });
+    SignalGoodbye(goodbye.code, goodbye.reason.c_str());
 }
 
 // False for a message that is too long. Without a handler a binary one is passed over.

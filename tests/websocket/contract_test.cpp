@@ -2,18 +2,48 @@
 // unset.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tests/support/collected_traces.h"
+#include "tests/support/field_order.h"
 #include "tests/support/slot_of.h"
 #include "websocket.h"
+#include "websocket/managed/impl.h"
+
+namespace pennywort::tests {
+
+struct of_socket {};
+struct of_system {};
+struct of_sharp {};
+struct of_impl {};
+std::vector<std::ptrdiff_t> places(of_socket);
+std::vector<std::ptrdiff_t> places(of_system);
+std::vector<std::ptrdiff_t> places(of_sharp);
+std::vector<std::ptrdiff_t> places(of_impl);
+
+template struct fields<of_socket, &cWebSocket::m_error_handler, &cWebSocket::m_opened_handler,
+                       &cWebSocket::m_closed_handler, &cWebSocket::m_message_handler,
+                       &cWebSocket::m_extras>;
+template struct fields<of_system, &cWebSocket_WinHttp::m_session_handle,
+                       &cWebSocket_WinHttp::m_connection_handle,
+                       &cWebSocket_WinHttp::m_web_socket_handle, &cWebSocket_WinHttp::m_is_secure,
+                       &cWebSocket_WinHttp::m_receive_thread, &cWebSocket_WinHttp::m_running>;
+template struct fields<of_sharp, &cWebSocket_Sharp::m_impl, &cWebSocket_Sharp::m_log>;
+template struct fields<of_impl, &cWebSocket_Sharp::Impl::m_socket,
+                       &cWebSocket_Sharp::Impl::onOpened, &cWebSocket_Sharp::Impl::onClosed,
+                       &cWebSocket_Sharp::Impl::onMessage, &cWebSocket_Sharp::Impl::onError>;
+
+}  // namespace pennywort::tests
 
 namespace {
 
-using pennywort::tests::slot_of;
+using namespace pennywort::tests;
 using Error = cWebSocket::Error;
 
 // Gives tests the signals of a transport.
@@ -47,6 +77,17 @@ TEST(WebSocket, HasItsOperationsInTheirOrder) {
     EXPECT_EQ(slot_of(&cWebSocket::Send), slot++);
     EXPECT_EQ(slot_of(&cWebSocket::Close), slot++);
     EXPECT_EQ(slot_of(&cWebSocket::SendPing), slot++);
+}
+
+bool ascends(const std::vector<std::ptrdiff_t>& places) {
+    return !places.empty() && std::is_sorted(places.begin(), places.end(), std::less_equal<>());
+}
+
+TEST(WebSocket, HasItsFieldsInTheirOrder) {
+    EXPECT_TRUE(ascends(places(of_socket())));
+    EXPECT_TRUE(ascends(places(of_system())));
+    EXPECT_TRUE(ascends(places(of_sharp())));
+    EXPECT_TRUE(ascends(places(of_impl())));
 }
 
 TEST(WebSocket, DropsSignalsWithoutHandlers) {

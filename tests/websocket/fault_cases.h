@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/websocket/frames.h"
+#include "tests/websocket/scripted_peer.h"
 
 // What a server may not do, and the code that it is told.
 struct fault_case {
@@ -50,3 +51,48 @@ inline std::vector<fault_case> fault_cases() {
         {"LengthWithItsHighestBit", std::string("\x81\x7F\x80\0\0\0\0\0\0\x01", 10) + "a", 1009},
     };
 }
+
+// A server that is gone at a stage, before or after the upgrade.
+struct loss_stage {
+    scripted_peer::script what;
+    bool is_upgraded;
+};
+
+inline std::vector<loss_stage> loss_stages() {
+    return {
+        {[](peer_connection& connection) { connection.reset(); }, false},
+        {[](peer_connection& connection) {
+             connection.receive_head();
+             connection.reset();
+         },
+         false},
+        {[](peer_connection& connection) {
+             connection.receive_head();
+             connection.send("HTTP/1.1 101 Yes\r\nUpgr");
+         },
+         false},
+        {[](peer_connection& connection) {
+             connection.accept();
+             connection.reset();
+         },
+         true},
+        {[](peer_connection& connection) { connection.accept(); }, true},
+        {[](peer_connection& connection) {
+             connection.accept();
+             connection.send("\x81\x7E");
+             connection.reset();
+         },
+         true},
+        {[](peer_connection& connection) {
+             connection.accept();
+             connection.send(frames::frame(frames::k_text, "begun"));
+         },
+         true},
+    };
+}
+
+// 1014 may be sent by now; Beast does not know it. Codes above 4999 it lets pass.
+constexpr int k_codes_to_send[] = {1000, 1001, 1002, 1003, 1007, 1008, 1009,
+                                   1010, 1011, 1012, 1013, 3000, 4999};
+constexpr int k_codes_not_to_send[] = {0, 999, 1004, 1005, 1006, 1014, 1015, 1016, 2999};
+constexpr int k_codes_beyond_all[] = {5000, 65535};

@@ -6,9 +6,11 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/eventually.h"
@@ -16,6 +18,7 @@
 #include "tests/websocket/fault_cases.h"
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
+#include "websocket/link/look_up.h"
 
 namespace {
 
@@ -27,30 +30,6 @@ std::string text_of(std::promise<std::string>& told) {
     const bool has_come = text.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
     return has_come ? text.get() : std::string();
 }
-
-class SystemFaultTest : public testing::TestWithParam<fault_case> {};
-
-TEST_P(SystemFaultTest, EndsTheConnectionAndSaysWhy) {
-    std::atomic<int> code{-1};
-    const scripted_peer peer([&](peer_connection& connection) {
-        connection.accept();
-        connection.send(GetParam().bytes);
-        const peer_frame frame = connection.receive_frame();
-        code = frame.opcode == frames::k_close ? frame.code() : 0;
-        connection.wait_for_end();
-    });
-    event_log events;
-    system_socket socket;
-    events.listen_to(socket);
-    socket.Open(peer.url().c_str(), 0);
-    EXPECT_TRUE(events.wait_for_line("error 3")) << events.text();
-    EXPECT_TRUE(eventually([&] { return code != -1; }));
-    EXPECT_EQ(code, GetParam().code);
-    EXPECT_EQ(events.lines().size(), 2u) << events.text();
-}
-
-INSTANTIATE_TEST_SUITE_P(All, SystemFaultTest, testing::ValuesIn(fault_cases()),
-                         [](const auto& one) { return std::string(one.param.name); });
 
 // What a system socket told when the server closed with that code, and what it answered.
 struct goodbye {
@@ -82,83 +61,23 @@ goodbye goodbye_of(int code, std::size_t events_to_come) {
 }
 
 TEST(SystemClose, IsAnsweredAndNotTold) {
-    for (const int code :
-         {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1010, 1011, 1012, 1013, 3000, 4999}) {
+    for (const int code : k_codes_to_send) {
         const goodbye found = goodbye_of(code, 1);
         EXPECT_EQ(found.told, "opened ") << code;
         EXPECT_EQ(found.answered, code);
     }
 }
 
-TEST(SystemClose, OfCodesThatMayNotBeSentIsALoss) {
-    for (const int code : {0, 999, 1004, 1005, 1006, 1014, 1015, 1016, 2999}) {
-        const goodbye found = goodbye_of(code, 2);
-        EXPECT_EQ(found.told, "error 3 opened ") << code;
-        EXPECT_EQ(found.answered, 1002) << code;
-    }
-    for (const int code : {5000, 65535}) EXPECT_EQ(goodbye_of(code, 2).told, "error 3 opened ");
-}
-
 TEST(SystemLoss, AtEachStage) {
-    struct stage {
-        scripted_peer::script what;
-        const char* told;
-    };
-    const std::vector<stage> stages = {
-        {[](peer_connection& connection) { connection.reset(); }, "error 2"},
-        {[](peer_connection& connection) {
-             connection.receive_head();
-             connection.send("HTTP/1.1 101 Yes\r\nUpgr");
-         },
-         "error 2"},
-        {[](peer_connection& connection) { connection.accept(); }, "error 3"},
-        {[](peer_connection& connection) {
-             connection.accept();
-             connection.send("\x81\x7E");
-             connection.reset();
-         },
-         "error 3"},
-        {[](peer_connection& connection) {
-             connection.accept();
-             connection.send(frames::frame(frames::k_text, "begun"));
-         },
-         "error 3"},
-    };
-    for (std::size_t i = 0; i < stages.size(); ++i) {
-        const scripted_peer peer(stages[i].what);
+    for (const loss_stage& stage : loss_stages()) {
+        const scripted_peer peer(stage.what);
         event_log events;
         system_socket socket;
         events.listen_to(socket);
         socket.Open(peer.url().c_str(), 0);
-        EXPECT_TRUE(events.wait_for_line(stages[i].told)) << i << " " << events.text();
+        EXPECT_TRUE(events.wait_for_line(stage.is_upgraded ? "error 3" : "error 2"))
+            << events.text();
     }
-}
-
-TEST(SystemSilence, IsConnectFailedWhereTheTimeoutIsHonoured) {
-    const scripted_peer peer([](peer_connection& connection) { connection.wait_for_end(); });
-    event_log events;
-    system_socket socket;
-    events.listen_to(socket);
-    cWebSocketOptions options;
-    options.isTimeoutHonoured = true;
-    socket.SetOptions(options);
-    socket.Open(peer.url().c_str(), 0.05);
-    EXPECT_EQ(events.text(), "error 2");
-}
-
-TEST(SystemCeiling, OneGibibyteIsRefused) {
-    std::atomic<int> code{0};
-    const scripted_peer peer([&](peer_connection& connection) {
-        connection.accept();
-        connection.send(std::string("\x81\x7F\0\0\0\0\x40\0\0\0", 10));
-        code = connection.receive_frame().code();
-    });
-    event_log events;
-    system_socket socket;
-    events.listen_to(socket);
-    socket.Open(peer.url().c_str(), 0);
-    EXPECT_TRUE(events.wait_for_line("error 3")) << events.text();
-    EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
 }
 
 // What both transports have to do, each with its own events.
@@ -166,10 +85,49 @@ struct transport_case {
     const char* name;
     std::shared_ptr<cWebSocket> (*make)();
     const char* closed_by_us;  // behind "opened"
+    const char* broken;        // by a peer that breaks the protocol
 };
 void PrintTo(const transport_case& c, std::ostream* out) { *out << c.name; }
 
 std::shared_ptr<cWebSocket> make_system() { return std::make_shared<system_socket>(); }
+
+constexpr transport_case k_transports[] = {
+    {"Asynchronous", &cWebSocket::Factory, " | closed clean", "closed unclean"},
+    {"System", &make_system, "", "error 3"}};
+
+class FaultTest : public testing::TestWithParam<std::tuple<transport_case, fault_case>> {
+protected:
+    const transport_case& transport() const { return std::get<0>(GetParam()); }
+    const fault_case& fault() const { return std::get<1>(GetParam()); }
+};
+
+TEST_P(FaultTest, EndsTheConnectionAndSaysWhy) {
+    std::atomic<int> code{-1};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        connection.send(fault().bytes);
+        const peer_frame frame = connection.receive_frame();
+        code = frame.opcode == frames::k_close ? frame.code() : 0;
+        connection.wait_for_end();
+    });
+    event_log events;
+    const auto socket = transport().make();
+    events.listen_to(*socket);
+    socket->Open(peer.url().c_str(), 0);
+    EXPECT_TRUE(events.wait_for_line(transport().broken)) << events.text();
+    EXPECT_TRUE(eventually([&] { return code != -1; }));
+    EXPECT_EQ(code, fault().code);
+    EXPECT_TRUE(events.wait_for_line("opened"));
+    EXPECT_EQ(events.lines().size(), 2u) << events.text();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultTest,
+                         testing::Combine(testing::ValuesIn(k_transports),
+                                          testing::ValuesIn(fault_cases())),
+                         [](const auto& one) {
+                             return std::string(std::get<0>(one.param).name) +
+                                    std::get<1>(one.param).name;
+                         });
 
 class BothTransports : public testing::TestWithParam<transport_case> {
 protected:
@@ -372,11 +330,127 @@ TEST_P(BothTransports, ACompressedMessageOverTheCeilingIsRefused) {
     EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, BothTransports,
-                         testing::Values(transport_case{"Asynchronous", &cWebSocket::Factory,
-                                                        " | closed clean"},
-                                         transport_case{"System", &make_system, ""}),
+TEST_P(BothTransports, AGoodbyeWithACodeThatMayNotBeSentIsAFault) {
+    std::vector<int> codes(std::begin(k_codes_not_to_send), std::end(k_codes_not_to_send));
+    codes.insert(codes.end(), std::begin(k_codes_beyond_all), std::end(k_codes_beyond_all));
+    for (const int code : codes) {
+        std::atomic<int> answered{-1};
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.accept();
+            connection.send(frames::close(code));
+            answered = connection.receive_frame().code();
+            connection.wait_for_end();
+        });
+        event_log events;
+        const auto socket = GetParam().make();
+        events.listen_to(*socket);
+        socket->Open(peer.url().c_str(), 0);
+        EXPECT_TRUE(events.wait_for_line(GetParam().broken)) << code << ": " << events.text();
+        EXPECT_TRUE(events.wait_for_line("opened"));
+        EXPECT_EQ(events.lines().size(), 2u) << events.text();
+        EXPECT_TRUE(eventually([&] { return answered != -1; }));
+        EXPECT_TRUE(answered == 1002 || code >= 5000) << code << ": " << answered;
+    }
+}
+
+TEST_P(BothTransports, OneGibibyteIsRefused) {
+    std::atomic<int> code{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        // The head; the rest is never asked for.
+        connection.send(std::string("\x81\x7F\0\0\0\0\x40\0\0\0", 10));
+        code = connection.receive_frame().code();
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    EXPECT_TRUE(m_events.wait_for_line(GetParam().broken)) << m_events.text();
+    EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
+}
+
+std::string in_many_frames(const std::string& text) {
+    const std::size_t one = text.size() / 50 + 1;
+    std::string all = frames::frame(frames::k_text, "");
+    for (std::size_t at = 0; at < text.size(); at += one) {
+        const int last = at + one >= text.size() ? frames::k_final : 0;
+        all += frames::frame(last | frames::k_continuation, text.substr(at, one));
+    }
+    return all;
+}
+
+// Of all lengths at which memory grows or is used again, whole and in many frames. Each text
+// differs from the one before everywhere.
+TEST_P(BothTransports, LongTextsComeBackAsTheyWere) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        while (true) {
+            const peer_frame frame = connection.receive_frame();
+            if (frame.opcode != frames::k_text) return;
+            connection.send(frames::text(frame.payload));
+            connection.send(in_many_frames(frame.payload));
+        }
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    std::size_t count = 1;
+    char letter = 'a';
+    for (const std::size_t size : {600u, 1530u, 2048u, 5000u, 65'536u, 200'000u, 70'000u,
+                                   1'048'576u, 1'048'575u, 100u, 6'000'000u, 1'000'000u, 3000u}) {
+        std::string text(size, letter++);
+        text[size / 2] = '!';
+        m_socket->Send(text.c_str());
+        count += 2;
+        ASSERT_TRUE(m_events.wait_for(count)) << size;
+        const std::vector<std::string> lines = m_events.lines();
+        EXPECT_TRUE(lines[count - 2] == "message " + text) << size;
+        EXPECT_TRUE(lines[count - 1] == "message " + text) << size;
+    }
+}
+
+TEST_P(BothTransports, AGoodbyeIsToldWithItsCodeAndReasonOnRequest) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        connection.receive_frame();
+        connection.send(
+            frames::frame(frames::k_final | frames::k_close, frames::code_bytes(1008) + "policy"));
+        connection.receive_frame();
+    });
+    m_socket->SetGoodbyeHandler([this](std::int32_t code, const char* reason) {
+        m_events.add(std::to_string(code) + " " + reason);
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for_line("opened"));
+    m_socket->Send("go");
+    const std::string after = GetParam().closed_by_us;
+    EXPECT_TRUE(m_events.wait_for(after.empty() ? 2 : 3));
+    EXPECT_EQ(m_events.text(), "opened | 1008 policy" + after);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BothTransports, testing::ValuesIn(k_transports),
                          [](const auto& one) { return std::string(one.param.name); });
+
+// A resolver that hangs does not know of any time.
+TEST(SystemTimeout, BoundsTheLookUpOfTheNameToo) {
+    using namespace pennywort::websocket;
+    const auto may_answer = std::make_shared<gate>();
+    const auto has_answered = std::make_shared<std::atomic<bool>>(false);
+    const name_resolver usual = current_name_resolver();
+    current_name_resolver() = [=](const std::string&, const std::string&) {
+        may_answer->wait();
+        *has_answered = true;
+        return found_addresses{};
+    };
+    event_log events;
+    system_socket socket;
+    events.listen_to(socket);
+    cWebSocketOptions options;
+    options.isTimeoutHonoured = true;
+    socket.SetOptions(options);
+    socket.Open("ws://a-name.invalid/", 0.05);
+    EXPECT_EQ(events.text(), "error 2");
+    EXPECT_FALSE(*has_answered);
+    may_answer->open();
+    EXPECT_TRUE(eventually([&] { return has_answered->load(); }));
+    current_name_resolver() = usual;
+}
 
 // A blank and what is no ASCII are encoded, and a fragment stays here, as WinHTTP has it.
 TEST(SystemTarget, IsWhatARequestLineCanHold) {
@@ -408,50 +482,6 @@ TEST(SystemRefusal, OpensASocketThatReceivesNothing) {
         socket.Send("nobody hears this");
         EXPECT_EQ(events.text(), "opened | error 4");
     }
-}
-
-// A close in a handler is a close like any other.
-TEST(ManagedHandler, MayCloseItsSocket) {
-    for (const char* when : {"opened", "message m", "closed clean"}) {
-        const scripted_peer peer([](peer_connection& connection) {
-            connection.accept();
-            connection.send(frames::text("m"));
-            while (true) {
-                const peer_frame frame = connection.receive_frame();
-                if (frame.opcode == -1) return;
-                if (frame.opcode == frames::k_text) connection.send(frames::close(1000));
-                if (frame.opcode == frames::k_close) connection.send(frames::close(1000));
-            }
-        });
-        event_log events;
-        const auto socket = cWebSocket::Factory();
-        const auto add = [&, raw = socket.get()](const std::string& line) {
-            if (line == when) raw->Close();
-            if (line == "message m") raw->Send("say goodbye");
-            events.add(line);
-        };
-        socket->SetOpenedHandler([add](const std::shared_ptr<cWebSocket>&) { add("opened"); });
-        socket->SetMessageHandler([add](const char* text) { add("message " + std::string(text)); });
-        socket->SetErrorHandler([add](cWebSocket::Error) { add("error"); });
-        socket->SetClosedHandler([add](std::optional<cWebSocket::Error>, bool was_clean) {
-            add(was_clean ? "closed clean" : "closed unclean");
-        });
-        socket->Open(peer.url().c_str(), 0);
-        EXPECT_TRUE(events.wait_for_line("closed clean")) << when << ": " << events.text();
-    }
-}
-
-TEST(ManagedHandler, MayCloseItsSocketWhenThereIsNoConnection) {
-    event_log events;
-    const auto socket = cWebSocket::Factory();
-    socket->SetErrorHandler([&, raw = socket.get()](cWebSocket::Error) {
-        raw->Close();
-        events.add("error");
-    });
-    socket->SetClosedHandler([&](std::optional<cWebSocket::Error>, bool) { events.add("closed"); });
-    socket->Open("ws://127.0.0.1:1/", 0);
-    EXPECT_TRUE(events.wait_for(1));
-    EXPECT_EQ(events.text(), "error");
 }
 
 }  // namespace

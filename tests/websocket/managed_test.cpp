@@ -30,20 +30,6 @@ protected:
 // What every binding does, each run with each of them.
 using ManagedContract = ManagedTest;
 
-void echo(peer_connection& connection) {
-    connection.accept();
-    while (true) {
-        const peer_frame frame = connection.receive_frame();
-        if (frame.opcode == -1) return;
-        if (frame.opcode == frames::k_close) {
-            connection.send(frames::frame(frames::k_final | frames::k_close, frame.payload));
-            return connection.wait_for_end();
-        }
-        const int last = frame.is_final ? frames::k_final : 0;
-        connection.send(frames::frame(last | frame.opcode, frame.payload));
-    }
-}
-
 TEST_F(ManagedContract, OpensTalksAndCloses) {
     const scripted_peer peer(echo);
     m_socket->Open(peer.url().c_str(), 0);
@@ -269,31 +255,6 @@ TEST_F(ManagedContract, OpeningAgainClosesTheFirstConnection) {
     EXPECT_TRUE(m_events.wait_for_line("message on the second"));
 }
 
-TEST_F(ManagedContract, AHandlerMayDestroyItsSocket) {
-    for (const char* when : {"opened", "message", "closed"}) {
-        gate is_gone;
-        const scripted_peer peer([](peer_connection& connection) {
-            connection.accept();
-            connection.receive_frame();
-            connection.send(frames::text("m"));
-            connection.receive_frame();
-            connection.close(1000);
-        });
-        auto socket = cWebSocket::Factory();
-        const auto destroy = [&](const char* now) {
-            if (std::string(now) != when) return socket->Send(now);
-            socket.reset();
-            is_gone.open();
-        };
-        socket->SetOpenedHandler([&](const std::shared_ptr<cWebSocket>&) { destroy("opened"); });
-        socket->SetMessageHandler([&](const char*) { destroy("message"); });
-        socket->SetClosedHandler(
-            [&](std::optional<cWebSocket::Error>, bool) { destroy("closed"); });
-        socket->Open(peer.url().c_str(), 0);
-        EXPECT_TRUE(is_gone.wait()) << when;
-    }
-}
-
 TEST_F(ManagedContract, DestructionAtAnyStageEndsTheConnection) {
     std::atomic<int> ended{0};
     const scripted_peer peer([&](peer_connection& connection) {
@@ -312,6 +273,86 @@ TEST_F(ManagedContract, DestructionAtAnyStageEndsTheConnection) {
     }
     EXPECT_TRUE(eventually([&] { return ended >= 10; }));
 }
+
+// What a handler does with its own socket.
+struct handler_case {
+    const char* when;
+    const char* what;
+};
+void PrintTo(const handler_case& c, std::ostream* out) { *out << c.when << ' ' << c.what; }
+
+std::vector<handler_case> handler_cases() {
+    std::vector<handler_case> all;
+    for (const char* when : {"opened", "message", "error", "closed"}) {
+        for (const char* what : {"Close", "Open", "destroy"}) all.push_back({when, what});
+    }
+    return all;
+}
+
+// Answers what the host's handlers send, so that each of them is called.
+void say_m_and_goodbye(peer_connection& connection) {
+    connection.accept();
+    connection.receive_frame();
+    connection.send(frames::text("m"));
+    connection.receive_frame();
+    connection.close(1000);
+}
+
+class ManagedContractHandler : public testing::TestWithParam<handler_case> {
+protected:
+    ManagedContractHandler() {
+        m_socket->SetOpenedHandler([this](const std::shared_ptr<cWebSocket>&) { act("opened"); });
+        m_socket->SetMessageHandler([this](const char*) { act("message"); });
+        m_socket->SetErrorHandler([this](cWebSocket::Error) { act("error"); });
+        m_socket->SetClosedHandler(
+            [this](std::optional<cWebSocket::Error>, bool) { act("closed"); });
+    }
+
+    void act(const std::string& now) {
+        if (m_has_acted) return;
+        if (now != GetParam().when) return m_socket->Send("go on");
+        m_has_acted = true;
+        const std::string what = GetParam().what;
+        if (what == "Close") m_socket->Close();
+        if (what == "Open") m_socket->Open(m_other.url().c_str(), 0);
+        if (what == "destroy") m_socket.reset();
+        m_has_returned.open();
+    }
+
+    gate m_is_opened_again;
+    gate m_has_returned;
+    std::atomic<bool> m_has_acted{false};
+    std::atomic<int> m_ended{0};
+    const scripted_peer m_peer{[this](peer_connection& connection) {
+        say_m_and_goodbye(connection);
+        connection.wait_for_end();
+        ++m_ended;
+    }};
+    const scripted_peer m_other{[this](peer_connection& connection) {
+        connection.accept();
+        m_is_opened_again.open();
+        connection.wait_for_end();
+    }};
+    std::shared_ptr<cWebSocket> m_socket = cWebSocket::Factory();
+};
+
+TEST_P(ManagedContractHandler, MayDoSo) {
+    auto* const raw = m_socket.get();
+    const bool has_peer = std::string(GetParam().when) != "error";
+    raw->Open(has_peer ? m_peer.url().c_str() : "ws://127.0.0.1:1/", 0);
+    EXPECT_TRUE(m_has_returned.wait());
+    if (std::string(GetParam().what) == "Open") {
+        EXPECT_TRUE(m_is_opened_again.wait());
+    }
+    if (has_peer) {
+        EXPECT_TRUE(eventually([&] { return m_ended == 1; }));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ManagedContractHandler, testing::ValuesIn(handler_cases()),
+                         [](const auto& one) {
+                             return std::string(one.param.when) + one.param.what;
+                         });
 
 TEST_F(ManagedTest, SendsBeyondTheCeilingAreRefused) {
     const scripted_peer peer([](peer_connection& connection) {
@@ -367,48 +408,9 @@ TEST_F(ManagedTest, ATimeoutIsHonouredOnRequest) {
     EXPECT_EQ(m_events.text(), "error 5");
 }
 
-TEST_F(ManagedTest, AMessageOverTheCeilingIsRefused) {
-    std::atomic<int> code{0};
-    const scripted_peer peer([&](peer_connection& connection) {
-        connection.accept();
-        // The head of 1 GiB; the rest is never asked for.
-        connection.send(std::string("\x81\x7F\0\0\0\0\x40\0\0\0", 10));
-        code = connection.receive_frame().code();
-    });
-    m_socket->Open(peer.url().c_str(), 0);
-    ASSERT_TRUE(m_events.wait_for(2));
-    EXPECT_EQ(m_events.text(), "opened | closed unclean");
-    EXPECT_TRUE(eventually([&] { return code == 1009; })) << code;
-}
-
-class ManagedFaultTest : public testing::TestWithParam<fault_case> {};
-
-TEST_P(ManagedFaultTest, EndsTheConnectionAndSaysWhy) {
-    std::atomic<int> code{-1};
-    const scripted_peer peer([&](peer_connection& connection) {
-        connection.accept();
-        connection.send(GetParam().bytes);
-        const peer_frame frame = connection.receive_frame();
-        code = frame.opcode == frames::k_close ? frame.code() : 0;
-        connection.wait_for_end();
-    });
-    event_log events;
-    const auto socket = cWebSocket::Factory();
-    events.listen_to(*socket);
-    socket->Open(peer.url().c_str(), 0);
-    ASSERT_TRUE(events.wait_for(2));
-    EXPECT_EQ(events.text(), "opened | closed unclean");
-    EXPECT_TRUE(eventually([&] { return code != -1; }));
-    EXPECT_EQ(code, GetParam().code);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, ManagedFaultTest, testing::ValuesIn(fault_cases()),
-                         [](const auto& one) { return std::string(one.param.name); });
-
 // Whatever code a server closes with: clean where it may be sent, unclean where it may not.
 TEST(ManagedContractClose, OfEveryCode) {
-    for (const int code :
-         {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1010, 1011, 1012, 1013, 3000, 4999}) {
+    for (const int code : k_codes_to_send) {
         std::atomic<int> answered{-1};
         const scripted_peer peer([&](peer_connection& connection) {
             connection.accept();
@@ -424,23 +426,6 @@ TEST(ManagedContractClose, OfEveryCode) {
         EXPECT_EQ(events.text(), "opened | closed clean") << code;
         EXPECT_TRUE(eventually([&] { return answered != -1; }));
         EXPECT_EQ(answered, code);
-    }
-}
-
-// 1014 may be sent by now; Beast does not know it.
-TEST(ManagedClose, OfCodesThatMayNotBeSent) {
-    for (const int code : {0, 999, 1004, 1005, 1006, 1014, 1015, 1016, 2999, 5000, 65535}) {
-        const scripted_peer peer([&](peer_connection& connection) {
-            connection.accept();
-            connection.send(frames::close(code));
-            connection.wait_for_end();
-        });
-        event_log events;
-        const auto socket = cWebSocket::Factory();
-        events.listen_to(*socket);
-        socket->Open(peer.url().c_str(), 0);
-        ASSERT_TRUE(events.wait_for(2)) << code;
-        EXPECT_EQ(events.text(), "opened | closed unclean") << code;
     }
 }
 
@@ -518,34 +503,13 @@ TEST(ManagedRefusal, OfWhatWasNotOffered) {
 }
 
 TEST(ManagedContractLoss, AtEachStage) {
-    const std::vector<scripted_peer::script> stages = {
-        [](peer_connection& connection) { connection.reset(); },
-        [](peer_connection& connection) {
-            connection.receive_head();
-            connection.reset();
-        },
-        [](peer_connection& connection) {
-            connection.accept();
-            connection.reset();
-        },
-        [](peer_connection& connection) { connection.accept(); },
-        [](peer_connection& connection) {
-            connection.accept();
-            connection.send("\x81\x7E");
-            connection.reset();
-        },
-        [](peer_connection& connection) {
-            connection.accept();
-            connection.send(frames::frame(frames::k_text, "begun"));
-        },
-    };
-    for (std::size_t i = 0; i < stages.size(); ++i) {
-        const scripted_peer peer(stages[i]);
+    for (const loss_stage& stage : loss_stages()) {
+        const scripted_peer peer(stage.what);
         event_log events;
         const auto socket = cWebSocket::Factory();
         events.listen_to(*socket);
         socket->Open(peer.url().c_str(), 0);
-        ASSERT_TRUE(events.wait_for_line("error 5")) << i;
+        ASSERT_TRUE(events.wait_for_line("error 5"));
         const std::string told = events.text();
         EXPECT_TRUE(told == "error 5" || told == "opened | error 5") << told;
     }

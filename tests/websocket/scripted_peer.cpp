@@ -112,6 +112,17 @@ void peer_connection::wait_for_end() {
     while (receive_some()) m_received.clear();
 }
 
+void echo(peer_connection& connection) {
+    connection.accept();
+    while (true) {
+        const peer_frame frame = connection.receive_frame();
+        if (frame.opcode == -1) return;
+        const int last = frame.is_final ? frames::k_final : 0;
+        connection.send(frames::frame(last | frame.opcode, frame.payload));
+        if (frame.opcode == frames::k_close) return connection.wait_for_end();
+    }
+}
+
 std::string header_of(const std::string& head, std::string_view name) {
     std::size_t at = head.find("\r\n");
     while (at != std::string::npos && at + 2 < head.size()) {

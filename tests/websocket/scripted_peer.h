@@ -53,6 +53,9 @@ private:
     bool m_has_ended = false;
 };
 
+// A script: sends each frame back, and agrees to a goodbye.
+void echo(peer_connection& connection);
+
 std::string accept_key(const std::string& request);
 std::string header_of(const std::string& head, std::string_view name);
 

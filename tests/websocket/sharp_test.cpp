@@ -12,6 +12,7 @@
 
 #include "tests/support/eventually.h"
 #include "tests/websocket/event_log.h"
+#include "tests/websocket/told_managed_socket.h"
 #include "websocket/managed/impl.h"
 #include "websocket/managed/managed_maker.h"
 #include "websocket/managed/reconnect.h"
@@ -19,34 +20,13 @@
 namespace pennywort::websocket {
 namespace {
 
-class told_socket final : public managed_socket {
-public:
-    explicit told_socket(std::weak_ptr<managed_owner> to) : owner(std::move(to)) {}
-
-    void connect_async() override { add("connect"); }
-    void close_async() override { add("close"); }
-    void send_text(std::string_view text) override {
-        if (text == "throw") throw std::logic_error("not open");
-        add("text " + std::string(text));
-    }
-    void send_binary(std::string_view bytes) override {
-        add("binary " + std::to_string(bytes.size()));
-    }
-    void ping() override { add("ping"); }
-
-    void add(const std::string& line) { calls += (calls.empty() ? "" : " | ") + line; }
-
-    const std::weak_ptr<managed_owner> owner;
-    std::string calls;
-};
-
 class SharpTest : public testing::Test {
 protected:
     SharpTest() {
         current_managed_maker() = [this](const managed_request& request,
                                          const std::weak_ptr<managed_owner>& owner) {
             if (request.url == "throw") throw std::invalid_argument("bad URL");
-            m_last = std::make_shared<told_socket>(owner);
+            m_last = std::make_shared<told_managed_socket>(owner);
             return m_last;
         };
         m_socket = std::make_shared<cWebSocket_Sharp>([this](std::string text) { m_log = text; });
@@ -56,7 +36,7 @@ protected:
 
     std::shared_ptr<managed_owner> owner() const { return m_last->owner.lock(); }
 
-    std::shared_ptr<told_socket> m_last;
+    std::shared_ptr<told_managed_socket> m_last;
     std::shared_ptr<cWebSocket> m_socket;
     std::string m_log;
     event_log m_events;
@@ -221,10 +201,10 @@ TEST_F(SharpTest, ALossIsMadeGoodOnRequest) {
     options.firstReconnectWait = 0;
     m_socket->SetOptions(options);
     std::mutex mutex;
-    std::vector<std::shared_ptr<told_socket>> made;
+    std::vector<std::shared_ptr<told_managed_socket>> made;
     current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
         const std::lock_guard lock(mutex);
-        made.push_back(std::make_shared<told_socket>(to));
+        made.push_back(std::make_shared<told_managed_socket>(to));
         return made.back();
     };
     const auto count = [&] {
@@ -236,14 +216,44 @@ TEST_F(SharpTest, ALossIsMadeGoodOnRequest) {
         made[i]->owner.lock()->socket_closed(1006, false);
         ASSERT_TRUE(tests::eventually([&] { return count() == i + 2; }));
     }
-    // An opening begins the count anew; a clean close and Close end it.
+    // An opening begins the count anew.
     made[2]->owner.lock()->socket_opened();
     made[2]->owner.lock()->socket_closed(1006, false);
     ASSERT_TRUE(tests::eventually([&] { return count() == 4; }));
-    m_socket->Close();
-    made[3]->owner.lock()->socket_closed(1005, false);
-    EXPECT_EQ(count(), 4u);
-    EXPECT_EQ(m_events.text(), "error 5 | error 5 | opened | error 5 | closed unclean");
+    EXPECT_EQ(m_events.text(), "error 5 | error 5 | opened | error 5");
+}
+
+// Others that are lost behind it have been made good by then.
+TEST_F(SharpTest, AGoodbyeAndACloseAreNoLoss) {
+    cWebSocketOptions options;
+    options.maxReconnects = -1;
+    options.firstReconnectWait = 0;
+    std::atomic<int> made_first{0};
+    std::atomic<int> made_other{0};
+    std::weak_ptr<managed_owner> first;
+    std::weak_ptr<managed_owner> other;
+    current_managed_maker() = [&](const managed_request& request,
+                                  const std::weak_ptr<managed_owner>& to) {
+        const bool is_first = request.url == "ws://first";
+        (is_first ? first : other) = to;
+        ++(is_first ? made_first : made_other);
+        return std::make_shared<told_managed_socket>(to);
+    };
+    const auto fence = cWebSocket::Factory();
+    for (const bool is_closed : {false, true}) {
+        made_first = made_other = 0;
+        m_socket->SetOptions(options);
+        fence->SetOptions(options);
+        m_socket->Open("ws://first", 0);
+        if (is_closed) m_socket->Close();
+        first.lock()->socket_closed(is_closed ? 1005 : 1000, !is_closed);
+        fence->Open("ws://other", 0);
+        for (int i = 1; i < 20; ++i) {
+            other.lock()->socket_closed(1006, false);
+            ASSERT_TRUE(tests::eventually([&] { return made_other == i + 1; }));
+        }
+        EXPECT_EQ(made_first, 1) << is_closed;
+    }
 }
 
 TEST_F(SharpTest, TheEndOfAnEarlierConnectionOpensNone) {
@@ -253,7 +263,7 @@ TEST_F(SharpTest, TheEndOfAnEarlierConnectionOpensNone) {
     m_socket->SetOptions(options);
     std::atomic<int> made{0};
     current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
-        const auto one = m_last = std::make_shared<told_socket>(to);
+        const auto one = m_last = std::make_shared<told_managed_socket>(to);
         ++made;
         return one;
     };
@@ -286,9 +296,9 @@ TEST_F(SharpTest, AHandlerThatOpensAgainIsNotOpenedTwice) {
 }
 
 TEST_F(SharpTest, CloseWhileItIsMadeConnectsNothing) {
-    std::shared_ptr<told_socket> made;
+    std::shared_ptr<told_managed_socket> made;
     current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
-        made = std::make_shared<told_socket>(to);
+        made = std::make_shared<told_managed_socket>(to);
         m_socket->Close();
         return made;
     };

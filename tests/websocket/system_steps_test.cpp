@@ -3,121 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include "tests/support/eventually.h"
 #include "tests/websocket/event_log.h"
+#include "tests/websocket/told_transport.h"
 #include "websocket/session_maker.h"
 
 namespace pennywort::websocket {
 namespace {
 
 using tests::eventually;
-
-// What the transport is told to do, and what it was asked.
-struct script {
-    std::string failing;
-    std::deque<std::pair<received_piece, std::string>> pieces;
-    event_log asked;
-
-    bool step(const std::string& name) {
-        asked.add(name);
-        return failing != name.substr(0, name.find(' '));
-    }
-};
-
-class told_socket final : public upgraded_socket {
-public:
-    explicit told_socket(script& by) : m_script(by) {}
-    ~told_socket() override { m_script.asked.add("~socket"); }
-
-    received_piece receive(std::span<char> into) override {
-        EXPECT_EQ(into.size(), 512u);
-        std::unique_lock lock(m_mutex);
-        if (m_script.pieces.empty()) {
-            m_changed.wait_for(lock, tests::k_patience, [this] { return m_is_over; });
-            return {};
-        }
-        auto [piece, bytes] = m_script.pieces.front();
-        m_script.pieces.pop_front();
-        piece.size = bytes.size();
-        std::copy(bytes.begin(), bytes.end(), into.begin());
-        return piece;
-    }
-    bool send_text(std::string_view text) override {
-        return m_script.step("send " + std::string(text));
-    }
-    bool send_binary(std::string_view) override { return m_script.step("binary"); }
-    bool close(std::uint16_t code) override {
-        end();
-        return m_script.step("close " + std::to_string(code));
-    }
-    close_report query_close_status() override {
-        m_script.step("query");
-        return {};
-    }
-    void drop() noexcept override { end(); }
-
-private:
-    void end() {
-        const std::lock_guard lock(m_mutex);
-        m_is_over = true;
-        m_changed.notify_all();
-    }
-
-    script& m_script;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_is_over = false;
-};
-
-class told_request final : public transport_request {
-public:
-    explicit told_request(script& by) : m_script(by) {}
-    ~told_request() override { m_script.asked.add("~request"); }
-    bool ask_for_upgrade() override { return m_script.step("ask"); }
-    bool send() override { return m_script.step("request"); }
-    bool receive_response() override { return m_script.step("response"); }
-    std::shared_ptr<upgraded_socket> complete_upgrade() override {
-        return m_script.step("upgrade") ? std::make_shared<told_socket>(m_script) : nullptr;
-    }
-
-private:
-    script& m_script;
-};
-
-class told_connection final : public transport_connection {
-public:
-    explicit told_connection(script& by) : m_script(by) {}
-    ~told_connection() override { m_script.asked.add("~connection"); }
-    std::unique_ptr<transport_request> open_request(const std::string& path,
-                                                    bool is_secure) override {
-        const bool is_ok = m_script.step("get " + path + (is_secure ? " secure" : ""));
-        return is_ok ? std::make_unique<told_request>(m_script) : nullptr;
-    }
-
-private:
-    script& m_script;
-};
-
-class told_session final : public transport_session {
-public:
-    explicit told_session(script& by) : m_script(by) {}
-    ~told_session() override { m_script.asked.add("~session"); }
-    std::shared_ptr<transport_connection> connect(const std::string& host,
-                                                  std::int32_t port) override {
-        const bool is_ok = m_script.step("connect " + host + ":" + std::to_string(port));
-        return is_ok ? std::make_shared<told_connection>(m_script) : nullptr;
-    }
-
-private:
-    script& m_script;
-};
 
 class SystemStepsTest : public testing::Test {
 protected:
@@ -272,6 +171,27 @@ TEST_F(SystemStepsTest, OtherErrorsAreWaitedOut) {
     EXPECT_EQ(m_events.lines().size(), 2u);
 }
 
+TEST_F(SystemStepsTest, ThereIsAPauseBehindEachError) {
+    constexpr std::size_t k_errors = 1000;
+    for (std::size_t i = 0; i < k_errors; ++i) {
+        push(receive_status::failed, piece_kind::close, "");
+    }
+    m_socket->Open("ws://a/", 0);
+    m_socket->Close();
+    EXPECT_GT(m_script.pieces.size(), k_errors - 100);
+}
+
+TEST_F(SystemStepsTest, AGoodbyeIsToldOnRequest) {
+    push(receive_status::ok, piece_kind::close, "");
+    push_text("after");
+    m_socket->SetGoodbyeHandler([this](std::int32_t code, const char* reason) {
+        m_events.add(std::to_string(code) + " " + reason);
+    });
+    m_socket->Open("ws://a/", 0);
+    EXPECT_TRUE(m_events.wait_for_line("message after"));
+    EXPECT_TRUE(m_events.wait_for_line("1008 policy"));
+}
+
 TEST_F(SystemStepsTest, AMessageOverTheCeilingEndsTheConnection) {
     cWebSocketOptions options;
     options.maxMessageBytes = 3;
@@ -338,6 +258,22 @@ TEST_F(SystemStepsTest, AHandlerMayDestroyItsSocket) {
     EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
         << m_script.asked.text();
     EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
+}
+
+// Its opening is not told any more, then.
+TEST_F(SystemStepsTest, AMessageHandlerMayDestroyItsSocketBeforeOpenReturns) {
+    push_text("destroy");
+    gate is_gone;
+    m_script.at_request_end = [&] { EXPECT_TRUE(is_gone.wait()); };
+    m_socket->SetMessageHandler([&](const char*) {
+        m_socket.reset();
+        is_gone.open();
+    });
+    auto* const raw = m_socket.get();
+    raw->Open("ws://a/", 0);
+    EXPECT_EQ(m_events.text(), "");
+    EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
+        << m_script.asked.text();
 }
 
 TEST_F(SystemStepsTest, TheOpenedHandlerMayDestroyItsSocket) {

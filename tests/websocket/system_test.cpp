@@ -24,19 +24,6 @@ protected:
     std::shared_ptr<cWebSocket> m_socket = std::make_shared<system_socket>();
 };
 
-void echo(peer_connection& connection) {
-    connection.accept();
-    while (true) {
-        const peer_frame frame = connection.receive_frame();
-        if (frame.opcode == -1) return;
-        if (frame.opcode == frames::k_close) {
-            connection.send(frames::frame(frames::k_final | frames::k_close, frame.payload));
-            return connection.wait_for_end();
-        }
-        connection.send(frames::frame(frames::k_final | frame.opcode, frame.payload));
-    }
-}
-
 TEST_F(SystemTest, OpensTalksAndCloses) {
     const scripted_peer peer(echo);
     m_socket->Open(peer.url().c_str(), 0);
@@ -167,6 +154,15 @@ TEST_F(SystemTest, WhatCannotBeReachedIsConnectFailed) {
     m_socket->Open("ws:///path", 0);
     m_socket->Open("ws://127.0.0.1:70000/", 0);
     EXPECT_EQ(m_events.text(), "error 2 | error 2 | error 2 | error 2");
+}
+
+TEST_F(SystemTest, ASilentServerIsConnectFailedWhereTheTimeoutIsHonoured) {
+    const scripted_peer peer([](peer_connection& connection) { connection.wait_for_end(); });
+    cWebSocketOptions options;
+    options.isTimeoutHonoured = true;
+    m_socket->SetOptions(options);
+    m_socket->Open(peer.url().c_str(), 0.05);
+    EXPECT_EQ(m_events.text(), "error 2");
 }
 
 TEST_F(SystemTest, AResetBeforeTheAnswerIsConnectFailed) {

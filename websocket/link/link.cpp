@@ -18,6 +18,7 @@
 #include "loam/trace.h"
 #include "websocket/close_codes.h"
 #include "websocket/link/any_stream.h"
+#include "websocket/link/look_up.h"
 #include "websocket/link/loop_state.h"
 #include "websocket/link/proxy_request.h"
 #include "websocket/link/tls.h"
@@ -32,9 +33,10 @@ using timer = net::basic_waitable_timer<loop_clock, net::wait_traits<loop_clock>
 using resolver = net::ip::basic_resolver<tcp, loop_executor>;
 using std::chrono::milliseconds;
 
-// Masked bytes go through a buffer of this size; with Beast's own of 4 KiB a long message would
-// take a call of the system for each of them.
-constexpr std::size_t k_write_buffer_bytes = 32 * 1024;
+// Masked bytes go through a buffer that the stream keeps: a small one as long as messages are
+// short; with that a long one would take a call of the system for each 4 KiB.
+constexpr std::size_t k_short_write_bytes = 4 * 1024;
+constexpr std::size_t k_long_write_bytes = 64 * 1024;
 
 milliseconds or_else(milliseconds asked, milliseconds otherwise) {
     return asked.count() > 0 ? asked : otherwise;
@@ -140,6 +142,7 @@ private:
     }
 
     void look_up();
+    void look_up_here(const std::string& host, const std::string& service);
     void looked_up(error_code error, endpoints found);
     void connected(error_code error, tcp::endpoint to);
     void connect_sent(error_code error, std::size_t size);
@@ -204,13 +207,15 @@ void beast_link::look_up() {
         return;
     }
     const std::string service = std::to_string(port);
-    constexpr auto k_how = resolver::numeric_service;
-    if (m_request.looks_up_in_place) {
-        const endpoints found = m_resolver.resolve(host, service, k_how, error);
-        looked_up(error, found);
-    } else {
-        m_resolver.async_resolve(host, service, k_how, then(&beast_link::looked_up));
-    }
+    if (m_request.looks_up_in_place) return look_up_here(host, service);
+    m_resolver.async_resolve(host, service, resolver::numeric_service,
+                             then(&beast_link::looked_up));
+}
+
+void beast_link::look_up_here(const std::string& host, const std::string& service) {
+    const auto end = std::min(m_opening_end, loop_clock::now() + k_max_websocket_connect);
+    const found_addresses found = look_up_until(end, host, service);
+    looked_up(found.error, found.addresses);
 }
 
 void beast_link::looked_up(error_code error, endpoints found) {
@@ -277,7 +282,6 @@ void beast_link::upgrade() {
     deflate.client_enable = m_request.offers_deflate;
     m_stream.set_option(deflate);
     m_stream.auto_fragment(false);
-    m_stream.write_buffer_bytes(k_write_buffer_bytes);
     m_stream.read_message_max(m_request.max_message_bytes);
     m_stream.async_handshake(m_response, m_request.authority, m_request.target,
                              then(&beast_link::upgraded));
@@ -326,13 +330,17 @@ void beast_link::received(error_code error, std::size_t size) {
     // The goodbye that is under way has taken over the reading, and reports the end.
     if (m_is_closing && error && error != ws::error::closed) return;
     if (error) return end(result_of(error));
-    const link_piece piece{size, m_stream.got_text(), m_stream.is_message_done()};
+    const bool is_last = m_stream.is_message_done();
+    const std::size_t to_come = is_last ? 0 : m_stream.read_size_hint(1);
+    const link_piece piece{size, m_stream.got_text(), is_last, to_come};
     if (const auto listener = m_listener.lock()) listener->link_received(piece);
 }
 
 void beast_link::send(std::string_view bytes, bool is_text) noexcept {
     begin([&] {
         m_stream.text(is_text);
+        m_stream.write_buffer_bytes(bytes.size() < k_short_write_bytes ? k_short_write_bytes
+                                                                       : k_long_write_bytes);
         m_stream.async_write(net::buffer(bytes.data(), bytes.size()), then(&beast_link::sent));
     });
 }
@@ -400,7 +408,9 @@ void beast_link::time_over(error_code error) {
 link_result beast_link::goodbye() {
     const std::uint16_t code = m_stream.reason().code;
     if (code > k_close_last) return {link_fault::protocol, k_close_protocol_error, {}};
-    return {link_fault::closed, code == ws::close_code::none ? k_close_no_status : code, {}};
+    const auto& reason = m_stream.reason().reason;
+    return {link_fault::closed, code == ws::close_code::none ? k_close_no_status : code,
+            std::string(reason.data(), reason.size())};
 }
 
 link_result beast_link::result_of(error_code error) {

@@ -31,13 +31,15 @@ enum class link_fault {
 struct link_result {
     link_fault fault = link_fault::lost;
     std::uint16_t code = 0;
-    std::string text;  // empty when there is no memory for it
+    std::string text;  // why, or the reason of a goodbye; empty when there is no memory for it
 };
 
 struct link_piece {
     std::size_t size = 0;
     bool is_text = true;
     bool is_last = false;  // of its message
+    // Bytes of its frame that are still to come, as the peer says; 1 or more before the last one.
+    std::size_t to_come = 0;
 };
 
 struct link_proxy {

@@ -13,7 +13,7 @@ loop::~loop() = default;
 
 void loop::post(std::function<void()> work) { boost::asio::post(m_state->io, std::move(work)); }
 
-void loop::run_one(std::chrono::milliseconds most) { m_state->io.run_one_for(most); }
+void loop::run_one() { m_state->io.run_one(); }
 
 void loop::drain() {
     m_state->io.restart();

@@ -1,7 +1,6 @@
 // loop.h - the event loop that links live on. Whoever runs it does so on one thread at a time.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -18,9 +17,9 @@ public:
 
     // From any thread; `work` runs on the thread that runs the loop.
     void post(std::function<void()> work);
-    // Waits for one event, at most that long, and handles it. What it throws comes out here; the
-    // link that it happened to has noticed by itself.
-    void run_one(std::chrono::milliseconds most);
+    // Waits for one event or stop(), and handles it. What it throws comes out here; the link that
+    // it happened to has noticed by itself.
+    void run_one();
     // Handles what is ready, also after stop(), and waits for nothing.
     void drain();
     // Handles events until stop().

@@ -17,14 +17,16 @@
 #include "websocket/link/valid_text.h"
 #include "websocket/managed/engine.h"
 #include "websocket/managed/socket_life.h"
+#include "websocket/managed/spare_text.h"
 
 namespace pennywort::websocket {
 
 namespace {
 
 constexpr char k_class[] = "cWebSocket_Sharp";
-// Of what an idle socket keeps for the next message.
-constexpr std::size_t k_first_buffer = 2048;
+// Of what an idle socket keeps for the next message: before and after the first one that is longer.
+constexpr std::size_t k_kept_by_all = 512;
+constexpr std::size_t k_kept_by_talkers = 2048;
 
 std::uint16_t code_of(const link_result& result) {
     switch (result.fault) {
@@ -38,36 +40,40 @@ std::uint16_t code_of(const link_result& result) {
     }
 }
 
-// The message that is coming in, without the cost of clearing memory that is about to be filled.
+// The message that is coming in. Short ones are copied out of it; a long one is handed over with
+// its memory.
 class message_buffer {
 public:
-    std::span<char> space() {
-        if (m_used == m_size) grow();
-        return {m_bytes.get() + m_used, m_size - m_used};
+    // Room for more of a message of which so much is still to come, as the peer says.
+    std::span<char> space(std::size_t to_come) {
+        const std::size_t free = m_bytes.size() - m_used;
+        if (free == 0 || (is_short() && to_come > free)) grow(to_come);
+        return {m_bytes.data() + m_used, m_bytes.size() - m_used};
     }
     void take(std::size_t size) { m_used += size; }
     std::string release() {
-        std::string text(m_bytes.get(), m_used);
-        m_used = 0;
-        if (m_size > k_first_buffer) {
-            m_bytes.reset();
-            m_size = 0;
-        }
-        return text;
+        if (m_used > m_kept) m_kept = k_kept_by_talkers;
+        const std::size_t used = std::exchange(m_used, 0);
+        if (is_short()) return m_bytes.substr(0, used);
+        m_bytes.resize(used);
+        return std::exchange(m_bytes, {});
     }
 
 private:
-    void grow() {
-        const std::size_t wanted = std::max(k_first_buffer, m_size * 2);
-        auto larger = std::make_unique_for_overwrite<char[]>(wanted);
-        std::copy_n(m_bytes.get(), m_used, larger.get());
+    bool is_short() const { return m_bytes.size() <= m_kept; }
+    // At least twice as much, for a message of many frames. A peer that announces much and sends
+    // little gets little.
+    void grow(std::size_t to_come) {
+        const std::size_t trusted = std::max(k_long_text, m_used * 3);
+        const std::size_t wish = std::max(m_kept, m_used + std::max(to_come, m_used));
+        std::string larger = spare_text::take(std::min(wish, m_used + trusted), wish);
+        std::copy_n(m_bytes.data(), m_used, larger.data());
         m_bytes = std::move(larger);
-        m_size = wanted;
     }
 
-    std::unique_ptr<char[]> m_bytes;
-    std::size_t m_size = 0;
+    std::string m_bytes;
     std::size_t m_used = 0;
+    std::size_t m_kept = k_kept_by_all;
 };
 
 struct outgoing {
@@ -111,7 +117,7 @@ public:
     void link_ended(const link_result& result) noexcept override;
 
 private:
-    void receive() noexcept;
+    void receive(std::size_t to_come) noexcept;
     void send_next() noexcept;
     void say_goodbye() noexcept;
     void deliver(bool is_binary) noexcept;
@@ -183,6 +189,7 @@ void beast_connection::say_goodbye() noexcept {
 
 void beast_connection::link_sent() noexcept {
     m_waiting -= m_queue.front().bytes.size();
+    spare_text::give_back(std::move(m_queue.front().bytes));
     m_queue.pop_front();
     if (!m_queue.empty()) send_next();
     if (m_life.now() == socket_life::state::closing) say_goodbye();
@@ -192,12 +199,12 @@ void beast_connection::link_opened() noexcept {
     const auto self = shared_from_this();
     if (!m_life.connected()) return;
     if (const auto owner = m_owner.lock()) owner->socket_opened();
-    if (m_life.now() != socket_life::state::closed) receive();
+    if (m_life.now() != socket_life::state::closed) receive(0);
 }
 
-void beast_connection::receive() noexcept {
+void beast_connection::receive(std::size_t to_come) noexcept {
     std::span<char> space;
-    if (!run::guarded(k_class, "the receiving", [&] { space = m_incoming.space(); })) {
+    if (!run::guarded(k_class, "the receiving", [&] { space = m_incoming.space(to_come); })) {
         return run_out();
     }
     m_link->receive(space);
@@ -209,7 +216,7 @@ void beast_connection::link_received(const link_piece& piece) noexcept {
     if (piece.is_last) deliver(!piece.is_text);
     // A peer that cannot send may not receive either: what waits would stay.
     const bool is_draining = m_life.now() == socket_life::state::closing && !m_queue.empty();
-    if (m_life.is_open() || is_draining) receive();
+    if (m_life.is_open() || is_draining) receive(piece.to_come);
 }
 
 void beast_connection::deliver(bool is_binary) noexcept {
@@ -226,6 +233,9 @@ void beast_connection::link_ended(const link_result& result) noexcept {
     const std::uint16_t code = code_of(result);
     zTraceManager::Default()->TraceNote("cWebSocket_Sharp: the connection has ended: %s\n",
                                         is_goodbye ? "goodbye" : result.text.c_str());
+    if (is_goodbye && m_life.is_open()) {
+        if (const auto owner = m_owner.lock()) owner->goodbye_received(code, result.text);
+    }
     tell(is_goodbye ? m_life.said_goodbye(code) : m_life.failed(code));
 }
 
@@ -254,8 +264,10 @@ public:
         m_connection->carry_out([](beast_connection& connection) { connection.ping(); });
     }
     // Text crosses to the managed library as UTF-8, which repairs what is none.
-    void send_text(std::string_view text) override { send({valid_text(text), true}); }
-    void send_binary(std::string_view bytes) override { send({std::string(bytes), false}); }
+    void send_text(std::string_view text) override {
+        send({is_valid_text(text) ? spare_text::copy_of(text) : valid_text(text), true});
+    }
+    void send_binary(std::string_view bytes) override { send({spare_text::copy_of(bytes), false}); }
 
 private:
     void send(outgoing message) {

@@ -11,6 +11,7 @@
 #include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "websocket/link/tls.h"
+#include "websocket/managed/spare_text.h"
 
 namespace pennywort::websocket {
 
@@ -135,6 +136,7 @@ engine::~engine() {
     m_loop->stop();
     // Waits for the thread, unless this is the thread.
     m_thread->Join();
+    spare_text::drop_all();
 }
 
 bool engine::is_current() const { return m_runner->is_current(); }

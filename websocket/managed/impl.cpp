@@ -34,6 +34,9 @@ public:
     void error_received(const std::string& text) noexcept override {
         if (const auto impl = locked()) impl->error_received(text);
     }
+    void goodbye_received(std::uint16_t code, const std::string& reason) noexcept override {
+        if (const auto impl = locked()) impl->goodbye_received(code, reason);
+    }
     void socket_closed(std::uint16_t code, bool was_clean) noexcept override {
         if (const auto impl = locked()) impl->socket_closed(this, m_number, code, was_clean);
     }
@@ -179,6 +182,14 @@ void cWebSocket_Sharp::Impl::error_received(const std::string& text) noexcept {
     });
 }
 
+void cWebSocket_Sharp::Impl::goodbye_received(std::uint16_t code,
+                                              const std::string& reason) noexcept {
+    const std::lock_guard lock(m_event_mutex);
+    guarded(k_class, "the goodbye", [&] {
+        if (const auto call = onGoodbye) call(code, reason.c_str());
+    });
+}
+
 void cWebSocket_Sharp::Impl::socket_closed(const managed_owner* events, number of,
                                            std::uint16_t code, bool was_clean) noexcept {
     forget(events);
@@ -207,6 +218,7 @@ void cWebSocket_Sharp::Impl::release() noexcept {
     onMessage = nullptr;
     onError = nullptr;
     onBinary = nullptr;
+    onGoodbye = nullptr;
 }
 
 std::shared_ptr<managed_socket> cWebSocket_Sharp::Impl::current() const {

@@ -43,6 +43,7 @@ public:
     void socket_opened(number of) noexcept;
     void message_received(std::string bytes, bool is_binary) noexcept;
     void error_received(const std::string& text) noexcept;
+    void goodbye_received(std::uint16_t code, const std::string& reason) noexcept;
     void socket_closed(const managed_owner* events, number of, std::uint16_t code,
                        bool was_clean) noexcept;
 
@@ -75,6 +76,7 @@ public:
     const cWebSocket_Sharp* owner = nullptr;
     // Takes a binary message with its length; false to leave it to onMessage.
     std::function<bool(const std::string&)> onBinary;
+    std::function<void(std::int32_t, const char*)> onGoodbye;
 
 private:
     mutable std::mutex m_socket_mutex;

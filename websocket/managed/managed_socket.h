@@ -23,6 +23,8 @@ public:
     virtual void socket_opened() noexcept = 0;
     virtual void message_received(std::string bytes, bool is_binary) noexcept = 0;
     virtual void error_received(const std::string& text) noexcept = 0;
+    // The peer says goodbye first; the close follows. Not every binding tells.
+    virtual void goodbye_received(std::uint16_t /*code*/, const std::string& /*reason*/) noexcept {}
     // Once, and nothing after it. `code` is the peer's, or 1005 for a close of our own, 1002 for a
     // handshake or a frame against the protocol, 1006 for a connection that failed or was lost.
     virtual void socket_closed(std::uint16_t code, bool was_clean) noexcept = 0;

@@ -6,6 +6,7 @@
 #include "loam/trace.h"
 #include "websocket.h"
 #include "websocket/managed/impl.h"
+#include "websocket/managed/spare_text.h"
 #include "websocket/managed/thrown_text.h"
 #include "websocket/transport_options.h"
 
@@ -55,9 +56,15 @@ void cWebSocket_Sharp::bind_events() {
     m_impl->onClosed = [this](std::optional<Error> error, bool was_clean) {
         SocketClosed(error, was_clean);
     };
-    m_impl->onMessage = [this](const std::string& text) { ReceiveMessage(text.c_str()); };
+    m_impl->onMessage = [this](std::string text) {
+        ReceiveMessage(text.c_str());
+        spare_text::give_back(std::move(text));
+    };
     m_impl->onBinary = [this](const std::string& bytes) {
         return ReceiveBinary(bytes.data(), bytes.size());
+    };
+    m_impl->onGoodbye = [this](std::int32_t code, const char* reason) {
+        SignalGoodbye(code, reason);
     };
     m_impl->onError = [this](const std::string&, std::optional<Error> error) {
         SignalError(error.value_or(Error::LibraryError));

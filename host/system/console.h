@@ -25,6 +25,8 @@ public:
     // False if standard output was closed from the start: what is written to output() is refused
     // then, or lost where the system has nothing that refuses.
     bool has_output() const { return m_has_output; }
+    // Whether output() goes to a terminal, which obeys some of the characters that it gets.
+    bool is_on_terminal() const;
     std::FILE* errors() const { return m_errors; }
     // The width of the terminal that errors() goes to, in characters; 0 if it goes elsewhere.
     int terminal_columns() const;

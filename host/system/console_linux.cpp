@@ -79,6 +79,8 @@ console::~console() {
     give_back(m_errors, STDERR_FILENO);
 }
 
+bool console::is_on_terminal() const { return ::isatty(::fileno(m_output)) != 0; }
+
 int console::terminal_columns() const {
     if (!::isatty(::fileno(m_errors))) return 0;
     winsize size{};

@@ -69,6 +69,12 @@ console::~console() {
     give_back(m_errors, k_errors);
 }
 
+bool console::is_on_terminal() const {
+    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(m_output)));
+    DWORD mode = 0;
+    return GetConsoleMode(handle, &mode) != FALSE;
+}
+
 int console::terminal_columns() const {
     const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(m_errors)));
     CONSOLE_SCREEN_BUFFER_INFO info{};

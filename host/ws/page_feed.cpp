@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "core/limits.h"
-#include "core/text/ascii.h"
 #include "host/app/json.h"
 #include "host/app/option_values.h"
 #include "host/render/page_scripts.h"
@@ -22,10 +21,6 @@ constexpr milliseconds k_longest_wait{30'000};
 constexpr std::size_t k_most_unanswered = 64;
 constexpr milliseconds k_page_patience{5000};
 
-bool is_feed_url(const std::string& url) {
-    return text::begins_ignoring_case(url, "ws://") || text::begins_ignoring_case(url, "wss://");
-}
-
 std::string seconds_of(milliseconds time) { return std::to_string(time.count() / 1000) + " s"; }
 
 }  // namespace
@@ -35,9 +30,8 @@ std::string take_feed(const std::string& url, const std::string& on_message,
     if (url.empty() && on_message.empty()) return {};
     if (url.empty()) return "--on-message needs a feed: give --feed";
     if (on_message.empty()) return "--feed needs --on-message: what to do with a message";
-    if (!is_feed_url(url)) {
-        return "--feed " + url + " is no URL of a WebSocket: it begins with ws:// or wss://";
-    }
+    const std::string wrong = fault_of_feed_url(url);
+    if (!wrong.empty()) return "--feed " + wrong;
     options.url = url;
     options.script_name = "--on-message";
     options.script = on_message;

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "core/limits.h"
-#include "core/text/ascii.h"
 #include "core/text/numbers.h"
 #include "host/app/exit_status.h"
 #include "host/system/interrupt.h"
@@ -30,10 +29,6 @@ std::string take_seconds(const char* option, const std::string& text, bool may_b
     return {};
 }
 
-bool has_scheme(const std::string& url) {
-    return text::begins_ignoring_case(url, "ws://") || text::begins_ignoring_case(url, "wss://");
-}
-
 // The thread may wait for input when the program ends, so that it owns nothing but the session.
 void read_input(const std::shared_ptr<ws_session>& session) {
     std::thread([session] {
@@ -52,7 +47,8 @@ const char* ws_command::footer() const {
 Examples:
   pennywort ws wss://example.com/feed
   echo '{"subscribe":"scores"}' | pennywort ws wss://example.com/feed --linger 60
-Exit status: 0 closed, 1 no connection or one that was lost, 2 wrong arguments, 130 or 143 interrupted.)";
+Exit status: 0 closed, 1 no connection, one that was lost or that the server ended for a fault, or
+a line that was not sent, 2 wrong arguments, 130 or 143 interrupted.)";
 }
 
 void ws_command::add_options(CLI::App& parser) {
@@ -70,14 +66,13 @@ void ws_command::add_options(CLI::App& parser) {
 }
 
 std::string ws_command::take_arguments() {
-    if (!has_scheme(m_options.url)) {
-        return m_options.url + " is no URL of a WebSocket: it begins with ws:// or wss://";
-    }
+    std::string wrong = fault_of_feed_url(m_options.url);
+    if (!wrong.empty()) return wrong;
     if (m_is_managed && m_is_system) return "give only one of --managed and --system";
     if (m_is_system && !m_ping.empty()) return "--ping needs --managed: the system sends no pings";
     m_options.transport = m_is_system ? ws_transport::system : ws_transport::managed;
     std::chrono::milliseconds timeout{0};
-    std::string wrong = take_seconds("--timeout", m_timeout, false, timeout);
+    wrong = take_seconds("--timeout", m_timeout, false, timeout);
     if (wrong.empty()) wrong = take_seconds("--linger", m_linger, true, m_options.linger);
     if (wrong.empty() && !m_ping.empty()) {
         wrong = take_seconds("--ping", m_ping, false, m_options.ping);
@@ -87,6 +82,11 @@ std::string ws_command::take_arguments() {
 }
 
 int ws_command::run(const console& out) {
+    if (!out.has_output()) {
+        std::fprintf(out.errors(), "pennywort: standard output is closed\n");
+        return k_exit_failed;
+    }
+    m_options.is_on_terminal = out.is_on_terminal();
     const auto session = std::make_shared<ws_session>(m_options, out.output(), out.errors());
     if (!session->open()) {
         std::fprintf(out.errors(), "pennywort: out of memory\n");

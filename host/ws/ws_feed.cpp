@@ -3,9 +3,17 @@
 
 #include <new>
 
+#include "core/http/url.h"
+#include "core/text/ascii.h"
+#include "host/app/terminal_text.h"
+
 namespace pennywort::host {
 
 namespace {
+
+constexpr std::int32_t k_normal = 1000;
+constexpr std::int32_t k_going_away = 1001;
+constexpr std::int32_t k_no_code = 1005;
 
 // The system transport sends no pings; the command does not ask for any there.
 class system_feed final : public cWebSocket_WinHttp {
@@ -30,6 +38,15 @@ std::shared_ptr<cWebSocket> make_feed(ws_transport transport) {
     return feed;
 }
 
+std::string fault_of_feed_url(const std::string& url) {
+    if (!text::begins_ignoring_case(url, "ws://") && !text::begins_ignoring_case(url, "wss://")) {
+        return url + " is no URL of a WebSocket: it begins with ws:// or wss://";
+    }
+    const http::parsed_url parsed = http::parse_url(url);
+    if (!parsed.is_ok()) return url + ": " + std::string(http::words_of(parsed.fault));
+    return parsed.value.fragment.empty() ? "" : url + ": a WebSocket has no part behind a #";
+}
+
 std::string words_of(cWebSocket::Error error) {
     switch (error) {
         case cWebSocket::Error::None:
@@ -46,6 +63,15 @@ std::string words_of(cWebSocket::Error error) {
             return "error 5: no connection, or one that ended without a goodbye";
     }
     return "error 0";
+}
+
+std::string words_of_goodbye(std::int32_t code, const std::string& reason) {
+    const std::string with_code = code == k_no_code ? "" : " with " + std::to_string(code);
+    return "closed by the server" + with_code + (reason.empty() ? "" : ": " + with_codes(reason));
+}
+
+bool is_failure(std::int32_t code) {
+    return code != k_normal && code != k_going_away && code != k_no_code;
 }
 
 std::string words_of_close(std::optional<cWebSocket::Error> error, bool was_clean) {

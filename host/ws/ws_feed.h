@@ -2,6 +2,7 @@
 // off unless it is asked, and its events in words.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,7 +16,13 @@ enum class ws_transport { managed, system };
 // Null when memory is out.
 std::shared_ptr<cWebSocket> make_feed(ws_transport transport);
 
+// What is wrong with the URL of a WebSocket, in one line; an empty text if nothing is.
+std::string fault_of_feed_url(const std::string& url);
+
 std::string words_of(cWebSocket::Error error);
+std::string words_of_goodbye(std::int32_t code, const std::string& reason);
+// Whether a server closes with that code because something is wrong.
+bool is_failure(std::int32_t code);
 std::string words_of_close(std::optional<cWebSocket::Error> error, bool was_clean);
 
 }  // namespace pennywort::host

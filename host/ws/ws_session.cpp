@@ -4,7 +4,20 @@
 #include <cerrno>
 #include <system_error>
 
+#include "core/text/utf8.h"
+#include "host/app/terminal_text.h"
+
 namespace pennywort::host {
+
+namespace {
+
+// What no text of a WebSocket is.
+std::string fault_of_line(const std::string& line) {
+    if (line.find('\0') != line.npos) return "it holds a NUL";
+    return text::is_utf8(line) ? "" : "it is no UTF-8";
+}
+
+}  // namespace
 
 bool ws_session::open() {
     m_feed = make_feed(m_options.transport);
@@ -16,13 +29,18 @@ bool ws_session::open() {
     m_feed->SetClosedHandler([this](std::optional<cWebSocket::Error> error, bool was_clean) {
         ended(was_clean ? state::closed : state::failed, words_of_close(error, was_clean));
     });
+    m_feed->SetGoodbyeHandler([this](std::int32_t code, const char* reason) {
+        // The system transport's receive thread may be faster than its opening.
+        opened();
+        ended(is_failure(code) ? state::failed : state::closed, words_of_goodbye(code, reason));
+    });
     m_feed->Open(m_options.url.c_str(), m_options.timeout);
     return true;
 }
 
 void ws_session::opened() {
     const std::lock_guard lock(m_mutex);
-    if (is_over()) return;
+    if (m_state != state::connecting) return;
     m_state = state::open;
     tell("opened");
     m_changed.notify_all();
@@ -42,8 +60,9 @@ std::error_code ws_session::written(const char* text) {
     const std::lock_guard lock(m_outputs);
     if (!m_has_outputs) return {};
     errno = 0;
-    const bool is_written = std::fputs(text, m_output) >= 0 && std::fputc('\n', m_output) != EOF &&
-                            std::fflush(m_output) == 0;
+    const std::string line = m_options.is_on_terminal ? with_codes(text) : std::string(text);
+    const bool is_written = std::fputs(line.c_str(), m_output) >= 0 &&
+                            std::fputc('\n', m_output) != EOF && std::fflush(m_output) == 0;
     return is_written ? std::error_code() : std::error_code(errno, std::generic_category());
 }
 
@@ -68,7 +87,11 @@ void ws_session::send(const std::string& line) {
         m_changed.wait(lock, [this] { return m_state != state::connecting; });
         if (is_over()) return;
     }
-    m_feed->Send(line.c_str());
+    const std::string wrong = fault_of_line(line);
+    if (wrong.empty()) return m_feed->Send(line.c_str());
+    const std::lock_guard lock(m_mutex);
+    m_has_unsent = true;
+    tell("a line of the input is not sent: " + wrong);
 }
 
 void ws_session::input_ended() {
@@ -102,7 +125,8 @@ void ws_session::close() {
 
 int ws_session::status() const {
     const std::lock_guard lock(m_mutex);
-    return m_state == state::failed || m_state == state::connecting ? 1 : 0;
+    const bool has_stood = m_state != state::failed && m_state != state::connecting;
+    return has_stood && !m_has_unsent ? 0 : 1;
 }
 
 }  // namespace pennywort::host

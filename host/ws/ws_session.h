@@ -21,6 +21,8 @@ struct ws_options {
     double timeout = 30;
     std::chrono::milliseconds ping{0};    // 0: none
     std::chrono::milliseconds linger{0};  // how long to go on when the input has ended
+    // Messages come out as a terminal can show them; otherwise as they are.
+    bool is_on_terminal = false;
 };
 
 // Shared with the thread that reads the input, which may wait there for ever.
@@ -38,7 +40,7 @@ public:
     bool wait(std::chrono::milliseconds time);
     void ping() { m_feed->SendPing(); }
     void close();
-    // 0 when the connection stood and was not lost.
+    // 0 when the connection stood and was not lost, and every line could be sent.
     int status() const;
 
 private:
@@ -61,6 +63,7 @@ private:
     std::condition_variable m_changed;
     state m_state = state::connecting;
     bool m_has_input_ended = false;
+    bool m_has_unsent = false;
     std::chrono::steady_clock::time_point m_end_of_input;
 };
 

@@ -3,26 +3,15 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "tests/host/program.h"
+#include "tests/support/eventually.h"
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
 
 namespace pennywort::host {
 namespace {
-
-void echo(peer_connection& connection) {
-    connection.accept();
-    while (true) {
-        const peer_frame frame = connection.receive_frame();
-        if (frame.opcode == -1) return;
-        if (frame.opcode == frames::k_close) {
-            connection.send(frames::frame(frames::k_final | frames::k_close, frame.payload));
-            return connection.wait_for_end();
-        }
-        if (frame.opcode == frames::k_text) connection.send(frames::text(frame.payload));
-    }
-}
 
 TEST(WsProgram, SendsLinesAndPrintsMessages) {
     const scripted_peer peer(echo);
@@ -36,16 +25,149 @@ TEST(WsProgram, SendsLinesAndPrintsMessages) {
     }
 }
 
-TEST(WsProgram, EndsWhenTheServerDoes) {
+// What it says of the server's goodbye, and whether that is a failure.
+TEST(WsProgram, EndsWhenTheServerDoesAndSaysWhy) {
+    struct goodbye_case {
+        std::string payload;
+        const char* words;
+        int status;
+    };
+    const goodbye_case cases[] = {
+        {frames::code_bytes(1000), "closed by the server with 1000", 0},
+        {"", "closed by the server", 0},
+        {frames::code_bytes(1001) + "see you", "closed by the server with 1001: see you", 0},
+        {frames::code_bytes(1008) + "no\x1B[m", "closed by the server with 1008: no\\x1B[m", 1}};
+    const program_folder folder;
+    for (const goodbye_case& one : cases) {
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.accept();
+            connection.send(frames::text("last words"));
+            connection.send(frames::frame(frames::k_final | frames::k_close, one.payload));
+            connection.wait_for_end();
+        });
+        for (const char* transport : {"", "--system"}) {
+            const program_run run = folder.run("rm -f input; mkfifo input; pennywort ws " +
+                                               peer.url() + " " + transport + " <>input");
+            EXPECT_EQ(run.output, "last words\n");
+            EXPECT_EQ(run.errors, "pennywort: opened\npennywort: " + std::string(one.words) + "\n")
+                << transport;
+            EXPECT_EQ(run.status, one.status) << one.words;
+        }
+    }
+}
+
+constexpr char k_for_terminals[] = "\x1B[31mred \xC2\x9B bell\a";
+
+TEST(WsProgram, ATerminalIsShownWhatItWouldObeyAndAPipeGetsIt) {
     const scripted_peer peer([](peer_connection& connection) {
         connection.accept();
-        connection.send(frames::text("last words"));
+        connection.send(frames::text(k_for_terminals));
         connection.close(1000);
     });
     const program_folder folder;
-    const program_run run = folder.run("mkfifo input; pennywort ws " + peer.url() + " <>input");
-    EXPECT_EQ(run.output, "last words\n");
-    EXPECT_EQ(run.errors, "pennywort: opened\npennywort: closed\n");
+    for (const char* transport : {"", " --system"}) {
+        const std::string command = "'" PENNYWORT_PROGRAM "' ws " + peer.url() + transport;
+        EXPECT_EQ(folder.run("rm -f input; mkfifo input; " + command + " <>input").output,
+                  std::string(k_for_terminals) + "\n");
+        const program_run shown =
+            folder.run("script -qec \"" + command + " --linger 60\" /dev/null </dev/null");
+        EXPECT_NE(shown.output.find("\\x1B[31mred \\xC2\\x9B bell\\x07"), std::string::npos)
+            << shown.output;
+        EXPECT_EQ(shown.output.find('\x1B'), std::string::npos) << shown.output;
+    }
+}
+
+TEST(WsProgram, ALineThatIsNoTextIsToldAndNotSent) {
+    const scripted_peer peer(echo);
+    const program_folder folder;
+    for (const char* transport : {"", "--system"}) {
+        const program_run run = folder.run("printf 'a\\0b\\n\\xFF\\ngood\\n' | pennywort ws " +
+                                           peer.url() + " " + transport);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.output, "good\n");
+        EXPECT_EQ(run.errors,
+                  "pennywort: opened\n"
+                  "pennywort: a line of the input is not sent: it holds a NUL\n"
+                  "pennywort: a line of the input is not sent: it is no UTF-8\n"
+                  "pennywort: closed\n");
+    }
+}
+
+TEST(WsProgram, SendsPingsOnRequest) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        const bool is_first = connection.receive_frame().opcode == frames::k_ping;
+        const bool is_second = connection.receive_frame().opcode == frames::k_ping;
+        connection.send(frames::text(is_first && is_second ? "two pings" : "something else"));
+        connection.close(1000);
+    });
+    const program_folder folder;
+    const program_run run =
+        folder.run("mkfifo input; pennywort ws " + peer.url() + " --ping 0.05 <>input");
+    EXPECT_EQ(run.output, "two pings\n");
+}
+
+// The server speaks when it sees what the client does behind the end of its input.
+TEST(WsProgram, LingersAsLongAsItIsAskedTo) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        connection.receive_frame();
+        const bool is_over = connection.receive_frame().opcode == frames::k_close;
+        connection.send(is_over ? frames::close(1000) : "");
+        connection.wait_for_end();
+    });
+    const program_folder folder;
+    for (const char* transport : {"", "--system"}) {
+        const program_run run = folder.run("echo a | timeout 60 '" PENNYWORT_PROGRAM "' ws " +
+                                           peer.url() + " --linger 0 " + transport);
+        EXPECT_EQ(run.status, 0) << run.errors;
+        EXPECT_EQ(run.errors, "pennywort: opened\npennywort: closed\n");
+    }
+    const scripted_peer patient([&](peer_connection& connection) {
+        connection.accept();
+        connection.receive_frame();
+        // The end of its input has come when this is there.
+        tests::eventually([&] { return folder.has("ended"); });
+        connection.send(frames::text("still here"));
+        connection.close(1000);
+    });
+    const program_run run = folder.run("(echo a; exec >&-; touch ended) | pennywort ws " +
+                                       patient.url() + " --linger 3600");
+    EXPECT_EQ(run.output, "still here\n");
+}
+
+TEST(WsProgram, ASilentServerIsLeftInTime) {
+    const scripted_peer peer([](peer_connection& connection) { connection.wait_for_end(); });
+    const program_folder folder;
+    for (const char* transport : {"", "--system"}) {
+        const program_run run = folder.run("timeout 60 '" PENNYWORT_PROGRAM "' ws " + peer.url() +
+                                           " --timeout 0.1 " + transport + " </dev/null");
+        EXPECT_EQ(run.status, 1) << run.errors;
+    }
+}
+
+TEST(WsProgram, AnInterruptEndsIt) {
+    const scripted_peer peer(echo);
+    const program_folder folder;
+    for (const char* transport : {"", "--system"}) {
+        for (const auto& [signal, status] : {std::pair{"INT", 130}, {"TERM", 143}}) {
+            const program_run run =
+                folder.run("rm -f input said; mkfifo input; '" PENNYWORT_PROGRAM "' ws " +
+                           peer.url() + " " + transport +
+                           " <>input 2>said & until grep -q opened said 2>/dev/null; do kill -0 "
+                           "$! || exit 1; sleep 0.01; done; kill -" +
+                           signal + " $!; wait $!");
+            EXPECT_EQ(run.status, status) << transport;
+            EXPECT_EQ(folder.read("said"), "pennywort: opened\npennywort: closed\n");
+        }
+    }
+}
+
+TEST(WsProgram, AClosedStandardOutputIsToldAndNothingIsAskedFor) {
+    const program_folder folder;
+    const program_run run = folder.run("pennywort ws ws://127.0.0.1:1/ </dev/null >&-");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "pennywort: standard output is closed\n");
 }
 
 TEST(WsProgram, SaysWhyThereIsNoConnection) {
@@ -83,11 +205,16 @@ TEST(WsProgram, RefusesWrongArguments) {
     const program_folder folder;
     for (const char* arguments :
          {"", "ws://a --managed --system", "ws://a --system --ping 1", "http://127.0.0.1:1/",
-          "ws:/a", "ws://a --ping 0", "ws://a --timeout x", "ws://a --linger -1"}) {
+          "ws:/a", "ws://a --ping 0", "ws://a --timeout x", "ws://a --linger -1", "ws://",
+          "ws://127.0.0.1:99999/", "ws://127.0.0.1:0/", "'ws://a/#b'", "'ws://a b/'"}) {
         const program_run run =
             folder.run("pennywort ws " + std::string(arguments) + " </dev/null");
         EXPECT_EQ(run.status, 2) << arguments;
     }
+    EXPECT_NE(folder.run("pennywort ws ws:// </dev/null").errors.find("the URL has no host"),
+              std::string::npos);
+    EXPECT_NE(folder.run("pennywort ws ws://a:99999/ </dev/null").errors.find("the port is not"),
+              std::string::npos);
 }
 
 }  // namespace

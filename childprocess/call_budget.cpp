@@ -11,7 +11,7 @@ bool call_budget::take(std::size_t bytes, bool is_result) {
     if (!is_bound()) return true;
     const std::size_t shares = is_result ? 2 : 1;
     const bool has_place = m_waiting.size() < m_most * shares;
-    // One that alone is longer than all of it has to get through where nothing waits.
+    // A call that is longer than the whole budget has to get through when nothing else waits.
     const bool has_room =
         m_waiting.empty() || m_waiting_bytes + bytes <= k_max_waiting_call_bytes * shares;
     if (!has_place || !has_room) {
@@ -24,7 +24,7 @@ bool call_budget::take(std::size_t bytes, bool is_result) {
     return true;
 }
 
-// A page that has taken the place of another in its frame hears of calls that were the other's.
+// The host may report more calls than wait: those of the page that stood in this frame before.
 void call_budget::handled(std::uint32_t calls) {
     for (; calls > 0 && !m_waiting.empty(); --calls) {
         m_waiting_bytes -= m_waiting.front();

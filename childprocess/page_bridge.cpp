@@ -19,10 +19,10 @@ namespace {
 using value_ref = cef::ref<cef_v8_value_t>;
 using context_ref = cef::ref<cef_v8_context_t>;
 
-// What the page calls turns both values into text as the page's own scripts would, with the String
-// that the page had when it was new: the values may be of kinds that cannot be carried out of the
-// page, and what their own toString throws belongs to the caller. An argument that is not given is
-// empty.
+// The function that a page calls turns both values into text as the page's own scripts would, with
+// the String that the page had when it was new: the values may be of kinds that cannot be carried
+// out of the page, and what their own toString throws belongs to the caller. An argument that is
+// not given is empty.
 constexpr std::string_view k_execute =
     "(function(send) { const text = String; return function execute(command, argument) { "
     "send(arguments.length > 0 ? text(command) : '', arguments.length > 1 ? text(argument) : ''); "

@@ -95,7 +95,7 @@ std::size_t answer_filter::take_head(std::string_view bytes) {
     return m_head.size() - before;
 }
 
-// What was searched before is not searched again, but that the end may have begun in it.
+// Of the bytes that were searched before only those are searched again in which the end may begin.
 void answer_filter::look_for_end() {
     const std::size_t from = m_searched - std::min(m_searched, k_blank_line.size() - 1);
     const std::size_t found = m_head.find(k_blank_line, from);

@@ -129,7 +129,7 @@ void exchanges::name_parts(std::string_view request) {
     set(m_names.query, line.query);
 }
 
-// Of a request that was longer than most, the memory is not kept.
+// The memory of an uncommonly long request is not kept.
 void exchanges::settle_names(std::size_t request_size) {
     if (request_size > k_max_kept_request_bytes) m_names = request_names();
 }

@@ -72,7 +72,7 @@ bool bears_name(const owned_handle& file, const std::string& name) {
 DWORD attributes_of(const owned_handle& file) {
     BY_HANDLE_FILE_INFORMATION about{};
     const bool known = file.is_open() && ::GetFileInformationByHandle(file.get(), &about) != 0;
-    // Of what cannot be looked at, the worst is assumed.
+    // A file that cannot be looked at is taken for a link.
     return known ? about.dwFileAttributes : FILE_ATTRIBUTE_REPARSE_POINT;
 }
 

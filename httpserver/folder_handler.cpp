@@ -28,7 +28,7 @@ std::int32_t capped(std::int32_t size, std::int64_t left) {
     return static_cast<std::int32_t>(std::min<std::int64_t>(size, left));
 }
 
-// The whole answer. To send its head on the spot would wait for a peer that takes nothing.
+// The whole response: sending its head at once would wait for a peer that takes nothing.
 class file_answer final : public cHttpBody {
 public:
     file_answer(std::string head, std::unique_ptr<folder_file> file)
@@ -46,7 +46,7 @@ public:
 private:
     std::int64_t head_size() const { return static_cast<std::int64_t>(m_head.size()); }
     std::int32_t read_file(std::int64_t offset, char* into, std::int32_t size) {
-        // It may have grown since; what is told of its size has been sent already.
+        // The file may have grown since its size was sent.
         const std::int64_t left = m_file->size() - offset;
         return left <= 0 || size == 0 ? 0 : m_file->read_at(offset, into, capped(size, left));
     }
@@ -248,8 +248,8 @@ bool cHttpFolderHandler::CanHandleRequest(const cHttpRequest& request) {
     if (!names) return false;
     const std::string folder(m_folder.View());
     no_file why{};
-    // Where the system is short of something nobody knows, and the next handler would say that the
-    // file does not exist.
+    // When the system lacks a descriptor or memory, the file may be there: without this the next
+    // handler would say that it does not exist.
     return folder_file::open(folder, *names, why) != nullptr || why == no_file::is_short ||
            folder_file::is_folder(folder, *names);
 }

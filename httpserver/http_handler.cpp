@@ -131,8 +131,8 @@ zStatus cHttpHandler::SendString(zSocket* socket, const char* data) {
     return send_all(*socket, view(data));
 }
 
-// Announced, so that head and body may leave as one piece. A body without its head would be taken
-// for anything, so a connection that did not take the head ends.
+// Tells the system that more follows, so that head and body may leave as one piece. A connection
+// that did not take the head ends: its peer would take the body for a head.
 void cHttpHandler::SendHeaders(zSocket* socket, std::int32_t contentLength,
                                const char* contentType) {
     if (socket == nullptr) return;

@@ -15,7 +15,7 @@ constexpr std::string_view k_blank_line = "\r\n\r\n";
 // Without its colon, which is what is searched for: it is rarer than any letter.
 constexpr std::string_view k_length_name = "content-length";
 
-// Past any 32-bit number it makes no difference how far.
+// Beyond any 32-bit number the exact value makes no difference.
 constexpr std::int64_t k_number_ceiling = std::int64_t{1} << 40;
 
 }  // namespace

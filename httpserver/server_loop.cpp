@@ -152,7 +152,7 @@ void server_loop::serve_round() {
     zStatus status = k_failed;
     guarded("waiting", [&] { status = wait_for_events(bound, ready); });
     if (status != k_ok) {
-        // Whatever the reason is, it would come again at once.
+        // Without this pause the same failure would come again at once.
         zThread::MicroSleep(static_cast<std::uint32_t>(micro(bound)));
         return;
     }

@@ -171,7 +171,7 @@ zStatus zBoot::StartModules() {
     const std::lock_guard running(all.running);
     zStatus status = 0;
     all.forget_failures();
-    // Looked through anew after each: a start routine may bring modules or take them away.
+    // Searches the list anew after each one: a start routine may add modules or remove them.
     while (const auto entry = all.next_stopped()) {
         if (!start_module(*entry)) status = -1;
     }

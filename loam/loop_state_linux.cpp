@@ -148,7 +148,8 @@ public:
         g_main_context_wakeup(m_context);
     }
 
-    // On the loop's thread, when it ends or has no more use for this context. Again does nothing.
+    // On the loop's thread, when it ends or has no more use for this context. A second call does
+    // nothing.
     void end() {
         m_work.close();
         g_source_destroy(m_source);

@@ -238,7 +238,7 @@ LRESULT CALLBACK work_procedure(HWND window, UINT message, WPARAM wparam, LPARAM
     const bool is_ours = is_timer || message == k_work_message || message == k_wake_message;
     if (loop == nullptr || !is_ours) return DefWindowProcW(window, message, wparam, lparam);
     if (is_timer) KillTimer(window, k_wake_timer);
-    // Sent, it comes in the middle of whatever the thread does, where work must not run.
+    // A message that is sent comes in the middle of whatever the thread does: no work may run here.
     message == k_wake_message ? loop->wake() : static_cast<void>(loop->take_turn());
     return 0;
 }

@@ -135,7 +135,7 @@ socket_result begin_connect(socket_handle handle, const socket_address& address)
     const auto size = static_cast<socklen_t>(address.size);
     const socket_result begun =
         result_of("connect", ::connect(native(handle), name_of(address), size));
-    // Interrupted, a connection goes on being made, as one does that did not wait.
+    // A connection whose call was interrupted goes on being made.
     if (begun.error == EINPROGRESS || begun.error == EINTR) return {begun.call, 0, 0};
     return {begun.call, begun.error == 0 ? 1 : 0, begun.error};
 }

@@ -34,7 +34,7 @@ socket_result handle_result(const char* call, SOCKET made) {
     return {call, static_cast<socket_handle>(made), error};
 }
 
-// Of the steps that make a socket ready the one that failed counts, and not how closing it went.
+// Returns the step that failed, and not how closing the socket went.
 socket_result closed_after(const socket_result& failed, SOCKET made) {
     ::closesocket(made);
     return {failed.call, k_no_socket, failed.error};

@@ -55,8 +55,8 @@ std::string_view without_leading_separators(std::string_view path) {
     return first == std::string_view::npos ? std::string_view() : path.substr(first);
 }
 
-// No error when the directory is there in the end. What making it said is what is reported: the
-// look afterwards knows only that it is missing.
+// No error when the directory is there in the end. Returns the error of making it: the look
+// afterwards knows only that it is missing.
 std::error_code made_directory(const char* path) {
     try {
         const fs::path directory = path_from_utf8(path);

@@ -64,7 +64,7 @@ zStatus checked_accept(const socket_result& result) {
     return is_short ? zSocket::k_no_resources : checked(result);
 }
 
-// One that nothing is asked of would still report its loss, again and again.
+// A connection of which nothing is asked would still report its loss, again and again.
 bool counts(const _zSocket_select& entry) {
     return entry.socket != nullptr && entry.socket->zSocket::IsOpen() && entry.requested != 0;
 }

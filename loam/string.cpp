@@ -33,7 +33,7 @@ zString::zString(zString&& other) noexcept { *this = std::move(other); }
 
 const zString& zString::operator=(zString&& other) noexcept {
     if (this == &other) return *this;
-    // Assigned, a short text would leave the memory of a long one in place.
+    // Assigning a short text would keep the memory of a long one.
     std::exchange(other.m_text, {}).swap(m_text);
     m_open_ended = std::exchange(other.m_open_ended, false);
     return *this;

@@ -39,7 +39,7 @@ public:
     bool boolean(bool truth) override { return take(truth); }
     bool number_integer(std::int64_t number) override { return take(number); }
     bool number_unsigned(std::uint64_t number) override { return take(number); }
-    // What is too small for a double is read as 0, and would be taken for what was meant.
+    // A number too small for a double is read as 0, which would be taken for what was meant.
     bool number_float(double number, const std::string& digits) override {
         const auto mantissa = digits.substr(0, digits.find_first_of("eE"));
         const bool is_lost = number == 0 && mantissa.find_first_of("123456789") != mantissa.npos;

@@ -24,8 +24,8 @@ int say(const std::string& text) {
     return pennywort::host::k_exit_failed;
 }
 
-// While it lives, traces go to the user. Not for one who has named a place for them, and looks
-// there.
+// While it lives, traces go to standard error. A user who has named a file for them looks there
+// instead.
 class heard_traces {
 public:
     explicit heard_traces(std::FILE* errors) {

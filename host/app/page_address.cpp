@@ -44,7 +44,7 @@ std::string fault_of_file(const fs::path& path) {
     std::error_code error;
     if (!fs::exists(path, error)) return "there is no such file";
     if (fs::is_directory(path, error)) return "is a folder, not a page";
-    // To open a pipe waits for its other end, perhaps for ever.
+    // Opening a pipe waits for its other end, perhaps for ever.
     if (!fs::is_regular_file(path, error)) return "is a pipe or a device, not a page";
     if (!std::ifstream(path)) return "cannot be read";
     return {};

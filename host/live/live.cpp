@@ -56,7 +56,7 @@ std::string page_at(std::string name, std::int32_t port, const std::string& toke
     return token.empty() ? base : base + "?token=" + token;
 }
 
-// Where every address is listened on, this machine's own is one of them.
+// A server that listens on every address listens on the loopback address too.
 std::string address_of(const live_options& options, std::int32_t port, const std::string& token) {
     if (options.listen == "0.0.0.0") return page_at("127.0.0.1", port, token);
     if (options.listen == "::") return page_at("::1", port, token);
@@ -96,7 +96,7 @@ int fail(const console& out, const std::string& text) {
 
 // Without it nobody finds the page, or gets in.
 void tell_address(const console& out, const std::string& address) {
-    // On a terminal it is written at once, and only the first of the two finds out.
+    // A terminal takes the line at once, so that only the first of the two calls reports a failure.
     const bool written = std::fprintf(out.output(), "%s\n", address.c_str()) >= 0;
     if (std::fflush(out.output()) == 0 && written && out.has_output()) return;
     std::fprintf(out.errors(),

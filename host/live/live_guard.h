@@ -30,8 +30,8 @@ public:
     // 0 if the caller may ask, else the status to refuse with: 403 for a foreign page or name, 401
     // without the token.
     int refusal(const live_caller& caller) const;
-    // What the answer to a page that was asked for with the token in its address is to set as a
-    // cookie, so that neither the next page nor a reload needs it there; empty if it was not.
+    // The cookie to set in the response to a page whose address holds the token, so that neither a
+    // reload nor the next page needs it there; empty for any other request.
     std::string cookie_for(const live_caller& caller) const;
 
 private:

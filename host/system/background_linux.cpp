@@ -15,7 +15,7 @@ constexpr int k_priority = 10;
 
 // On this system the priority of a "process" is that of the thread with that number.
 void work_in_background() {
-    // The work is the same at the usual priority.
+    // Where this fails the work is done at the usual priority.
     static_cast<void>(::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), k_priority));
 }
 

@@ -8,7 +8,7 @@ namespace pennywort::host {
 
 // Threads that it starts do not inherit this here; what they do is short.
 void work_in_background() {
-    // The work is the same at the usual priority.
+    // Where this fails the work is done at the usual priority.
     static_cast<void>(SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL));
 }
 

@@ -6,11 +6,11 @@
 
 namespace pennywort::host {
 
-// One per process. Takes both outputs for itself: whatever else in the process, or a program that
-// it starts, writes to standard output is discarded from then on, and with `quiet` so is what goes
-// to standard error. So the file that a pipe carries stays pure, and its reader sees its end even
-// while a helper of the runtime still lives. Writing to a closed
-// pipe, or beyond what a file may hold, no longer ends the process.
+// One per process. Takes both outputs for itself: what anything else in the process, or a program
+// that it starts, writes to standard output is discarded from then on, and with `quiet` so is what
+// goes to standard error. Without this, the runtime's own lines would stand in the film of a pipe,
+// and its reader would wait for the last helper of the runtime. Writing to a closed pipe, or beyond
+// what a file may hold, no longer ends the process.
 class console {
 public:
     enum class others { quiet, heard };

@@ -21,7 +21,7 @@ constexpr int k_first_free = 3;  // behind the three standard descriptors
     throw std::system_error(errno, std::generic_category(), doing);
 }
 
-// Not where a closed one stood: what goes there is discarded.
+// Never in the place of a closed standard descriptor: what is written there is discarded.
 int opened_behind_the_standard_ones(const char* path) {
     const int opened = ::open(path, O_WRONLY | O_CLOEXEC);
     if (opened < 0 || opened >= k_first_free) return opened;
@@ -67,7 +67,7 @@ console::console(others on_standard_error)
       m_output(own_stream(STDOUT_FILENO)),
       m_errors(own_stream(STDERR_FILENO)) {
     std::setvbuf(m_errors, nullptr, _IOLBF, BUFSIZ);
-    // A write that fails tells so; these would end the process before.
+    // A write reports its failure; these signals would end the process first.
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGXFSZ, SIG_IGN);
     discard(STDOUT_FILENO);

@@ -13,7 +13,7 @@ std::error_code sync_to_disk(std::FILE* stream) {
     do {
         result = ::fsync(::fileno(stream));
     } while (result != 0 && errno == EINTR);
-    // The two that mean: this is none that a disk holds.
+    // These two codes mean that no disk holds the file.
     if (result == 0 || errno == EINVAL || errno == EROFS) return {};
     return {errno, std::generic_category()};
 }

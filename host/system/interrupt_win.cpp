@@ -32,7 +32,7 @@ interrupt_watch::interrupt_watch() {
 }
 
 interrupt_watch::~interrupt_watch() {
-    // It fails only where it is not set any more.
+    // It fails only if the handler is not set any more.
     static_cast<void>(SetConsoleCtrlHandler(note, FALSE));
 }
 

@@ -7,8 +7,8 @@
 
 namespace pennywort::host {
 
-// The numeric addresses of this machine that are neither of itself only nor of one cable only, IPv4
-// first; empty where it has none or the system does not tell.
+// The numeric addresses by which other machines can reach this one, without loopback and link-local
+// ones, IPv4 first; empty where it has none or the system does not tell.
 std::vector<std::string> own_addresses();
 
 }  // namespace pennywort::host

@@ -197,7 +197,7 @@ bool running_child::wait_for_end(milliseconds patience) const {
     }
 }
 
-// The system does not tell it where somebody else in the process has asked for it before.
+// The system does not return it again if somebody else in the process has asked for it first.
 int running_child::take_status() {
     int waited = 0;
     pid_t got = 0;

@@ -40,7 +40,7 @@ browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, page_time time) {
         for (const auto& [name, value] : k_headless_switches)
             manager::AddCommandLineSwitch(name, value);
     }
-    m_up = manager::Startup("");
+    m_is_up = manager::Startup("");
 }
 
 browser_runtime::~browser_runtime() { manager::Shutdown(); }

@@ -19,12 +19,12 @@ public:
     browser_runtime(const browser_runtime&) = delete;
     browser_runtime& operator=(const browser_runtime&) = delete;
 
-    bool up() const { return m_up; }
+    bool up() const { return m_is_up; }
     // Why it is not up, in one line.
     static std::string failure();
 
 private:
-    bool m_up = false;
+    bool m_is_up = false;
 };
 
 }  // namespace pennywort::host

@@ -23,7 +23,7 @@ public:
     const std::string& reason() const { return m_reason; }
 
     bool start_object(std::size_t) override {
-        if (std::exchange(m_inside, true)) return fail("the JSON holds an object in an object");
+        if (std::exchange(m_is_inside, true)) return fail("the JSON holds an object in an object");
         return true;
     }
     bool end_object() override { return true; }
@@ -60,7 +60,7 @@ private:
         return false;
     }
     bool take(value&& member) {
-        if (!m_inside) return fail("the body is no JSON object");
+        if (!m_is_inside) return fail("the body is no JSON object");
         m_members[m_name] = std::move(member);
         return true;
     }
@@ -68,7 +68,7 @@ private:
     value& m_members;
     std::string m_name;
     std::string m_reason;
-    bool m_inside = false;
+    bool m_is_inside = false;
 };
 
 // The library escapes what stands before the blank. In JSON the others can stand in texts only; all

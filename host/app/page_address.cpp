@@ -23,10 +23,10 @@ std::string_view scheme_of(std::string_view text) {
     const auto colon = text.find(':');
     if (colon == std::string_view::npos || colon < 2 || !text::is_letter(text.front())) return {};
     const auto scheme = text.substr(0, colon);
-    const bool valid = std::all_of(scheme.begin(), scheme.end(), [](char c) {
+    const bool is_valid = std::all_of(scheme.begin(), scheme.end(), [](char c) {
         return text::is_letter(c) || text::is_digit(c) || c == '+' || c == '-' || c == '.';
     });
-    return valid ? scheme : std::string_view();
+    return is_valid ? scheme : std::string_view();
 }
 
 // "clip:2.html" may be a file, "https://..." and "data:..." are not.
@@ -121,10 +121,10 @@ std::optional<std::string> checked_url(std::string_view url, std::string& reason
 }
 
 std::string fault_of_name(std::string_view text, const std::string& fault) {
-    const bool like_a_host = text.find('.') != std::string_view::npos && text.substr(0, 1) != "." &&
-                             text.substr(0, 1) != "/";
+    const bool is_like_a_host = text.find('.') != std::string_view::npos &&
+                                text.substr(0, 1) != "." && text.substr(0, 1) != "/";
     std::string reason = std::string(text) + ": " + fault;
-    if (like_a_host) reason += " (an address of the web begins with https:// or http://)";
+    if (is_like_a_host) reason += " (an address of the web begins with https:// or http://)";
     return reason;
 }
 
@@ -151,9 +151,9 @@ std::optional<std::string> page_address(std::string_view text, std::string& reas
         return {};
     }
     std::error_code error;
-    const bool whole = fs::exists(as_path(text), error);
-    if (!whole && is_url(text)) return checked_url(text, reason);
-    const auto cut = whole ? std::string_view::npos : text.find_first_of("?#");
+    const bool is_whole = fs::exists(as_path(text), error);
+    if (!is_whole && is_url(text)) return checked_url(text, reason);
+    const auto cut = is_whole ? std::string_view::npos : text.find_first_of("?#");
     const auto name = text.substr(0, cut);
     const fs::path path = as_path(name);
     const std::string fault = fault_of_file(path);

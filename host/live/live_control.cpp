@@ -126,8 +126,8 @@ live_answer live_control::state() const {
     const std::lock_guard hold(m_lock);
     const live_status status = status_now();
     return with(200, {{"url", status.url},
-                      {"loading", status.loading},
-                      {"visible", status.visible},
+                      {"loading", status.is_loading},
+                      {"visible", status.is_visible},
                       {"width", status.width},
                       {"height", status.height},
                       {"painted", counts.painted},
@@ -137,7 +137,7 @@ live_answer live_control::state() const {
                       {"since_ms", milliseconds_since(status.since)},
                       {"wanted", status.wanted},
                       {"error", status.error},
-                      {"silent", status.silent},
+                      {"silent", status.is_silent},
                       {"reloads", status.reloads},
                       {"dropped_calls", status.dropped_calls},
                       {"queue", m_queue}});

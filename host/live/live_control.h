@@ -41,15 +41,15 @@ public:
 // The display as its own thread saw it last.
 struct live_status {
     std::string url;  // the page on air
-    bool loading = false;
-    bool visible = true;
+    bool is_loading = false;
+    bool is_visible = true;
     long width = 0;
     long height = 0;
     live_phase phase = live_phase::starting;
     std::string wanted;  // the page that is on its way or has failed, if that is another one
     std::string error;
     run::monotonic_clock::time since{};  // the phase
-    bool silent = false;                 // the page does not answer
+    bool is_silent = false;              // the page does not answer
     std::uint64_t reloads = 0;
     std::uint64_t dropped_calls = 0;
     std::uint64_t loads = 0;  // commands to load a page that were carried out

@@ -108,7 +108,7 @@ void live_display::look_for_page() {
         return;
     }
     // A display without a page is told in vain that it is hidden.
-    if (!m_has_page && !m_visible) m_browser->SetVisibility(false);
+    if (!m_has_page && !m_is_visible) m_browser->SetVisibility(false);
     m_has_page = true;
     m_state.page_is_there();
 }
@@ -173,8 +173,8 @@ void live_display::probe() {
 
 // A page at rest would not paint again what was held back.
 void live_display::release_picture() {
-    const bool was_held = std::exchange(m_held_picture, m_state.holds_picture());
-    if (was_held && !m_held_picture) m_browser->Repaint();
+    const bool was_held = std::exchange(m_was_holding, m_state.holds_picture());
+    if (was_held && !m_was_holding) m_browser->Repaint();
 }
 
 void live_display::tell_silence(bool is_silent) {
@@ -188,15 +188,15 @@ void live_display::tell_status() {
     live_status status;
     status.url = m_state.on_air();
     status.phase = m_state.phase();
-    status.loading = m_browser->IsLoading();
+    status.is_loading = m_browser->IsLoading();
     status.wanted = m_state.wanted();
     status.error = m_state.error();
     status.since = m_state.since();
-    status.silent = m_is_silent;
+    status.is_silent = m_is_silent;
     status.reloads = m_state.reloads();
     status.dropped_calls = m_dropped_calls;
     status.loads = m_loads;
-    status.visible = m_visible;
+    status.is_visible = m_is_visible;
     m_browser->GetSize(status.width, status.height);
     m_control->set_status(status);
 }
@@ -226,7 +226,7 @@ void live_display::resize(long width, long height) {
 
 void live_display::set_visible(bool visible) {
     post([visible](live_display& display) {
-        display.m_visible = visible;
+        display.m_is_visible = visible;
         display.m_browser->SetVisibility(visible);
     });
 }

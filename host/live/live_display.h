@@ -75,10 +75,10 @@ private:
     cWebDisplayBrowser* m_browser;
     const run::monotonic_clock& m_clock;
     live_state m_state;
-    bool m_visible = true;
+    bool m_is_visible = true;
     bool m_has_page = false;
     bool m_is_silent = false;
-    bool m_held_picture = false;
+    bool m_was_holding = false;
     std::uint64_t m_dropped_calls = 0;
     std::uint64_t m_loads = 0;
     run::monotonic_clock::time m_looked{};

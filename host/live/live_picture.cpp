@@ -60,7 +60,7 @@ live_pictures::live_pictures() : m_thread([this] { run(); }) {}
 live_pictures::~live_pictures() {
     {
         const std::lock_guard hold(m_lock);
-        m_stopping = true;
+        m_is_stopping = true;
     }
     m_wake.notify_one();
     m_thread.join();
@@ -80,9 +80,9 @@ void live_pictures::painted(const void* pixels, long width, long height) {
     if (copy) std::memcpy(copy->pixels.get(), pixels, copy->byte_count());
     {
         const std::lock_guard hold(m_lock);
-        const bool unseen = m_newest_number > m_taken_number;
+        const bool is_unseen = m_newest_number > m_taken_number;
         ++m_counts.painted;
-        if (!copy || unseen) ++m_counts.dropped;
+        if (!copy || is_unseen) ++m_counts.dropped;
         if (!copy) return;
         m_newest = copy;
         ++m_newest_number;
@@ -92,13 +92,13 @@ void live_pictures::painted(const void* pixels, long width, long height) {
 
 std::shared_ptr<const std::string> live_pictures::take(std::uint64_t after, std::uint64_t& number) {
     const std::lock_guard hold(m_lock);
-    m_wanted = true;
+    m_is_wanted = true;
     m_asked = clock::now();
     m_wake.notify_one();
     // Such a reader has seen a picture of another run.
     if (after > m_newest_number) after = 0;
-    const bool stale = m_newest_number > m_png_number && m_asked - m_png_time > k_fresh;
-    if (m_png_number <= after || stale) return nullptr;
+    const bool is_stale = m_newest_number > m_png_number && m_asked - m_png_time > k_fresh;
+    if (m_png_number <= after || is_stale) return nullptr;
     number = m_png_number;
     return m_png;
 }
@@ -112,15 +112,15 @@ live_picture_counts live_pictures::counts() const {
 bool live_pictures::is_due() const {
     if (m_newest_number == m_png_number) return false;
     const auto now = clock::now();
-    return m_wanted || (now - m_asked < k_watched && now - m_png_time > k_ready);
+    return m_is_wanted || (now - m_asked < k_watched && now - m_png_time > k_ready);
 }
 
 void live_pictures::run() {
     std::unique_lock hold(m_lock);
     for (;;) {
-        m_wake.wait(hold, [this] { return m_stopping || is_due(); });
-        if (m_stopping) return;
-        m_wanted = false;
+        m_wake.wait(hold, [this] { return m_is_stopping || is_due(); });
+        if (m_is_stopping) return;
+        m_is_wanted = false;
         auto frame = m_newest;
         const auto number = m_taken_number = m_newest_number;
         hold.unlock();

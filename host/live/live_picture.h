@@ -53,8 +53,8 @@ private:
 
     mutable std::mutex m_lock;
     std::condition_variable m_wake;
-    bool m_stopping = false;
-    bool m_wanted = false;
+    bool m_is_stopping = false;
+    bool m_is_wanted = false;
     clock::time_point m_asked{};  // when a reader asked last
     picture_ptr m_newest;
     std::uint64_t m_newest_number = 0;

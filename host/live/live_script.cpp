@@ -71,14 +71,14 @@ private:
         const std::string form = std::move(forms.back());
         forms.pop_back();
         send(form, [run = shared_from_this()](const std::string& answer) { run->end(answer); });
-        if (m_ended) return;
+        if (m_has_ended) return;
         send("return ''", [run = shared_from_this(), forms = std::move(forms)](const auto&) {
-            if (!run->m_ended) run->try_forms(forms);
+            if (!run->m_has_ended) run->try_forms(forms);
         });
     }
 
     void end(const std::string& answer) {
-        if (std::exchange(m_ended, true)) return;
+        if (std::exchange(m_has_ended, true)) return;
         m_outcome(answer.substr(0, 1) == "f" ? "fine" : "thrown",
                   answer.empty() ? answer : answer.substr(1));
     }
@@ -87,7 +87,7 @@ private:
     const script_sender m_send;
     const script_outcome m_outcome;
     std::string m_barred;  // what the page said of eval
-    bool m_ended = false;
+    bool m_has_ended = false;
 };
 
 }  // namespace

@@ -60,11 +60,11 @@ void live_state::asked(const std::string& url, time_point now) {
     m_wanted = url;
     m_told = url;
     m_error.clear();
-    m_reload_wanted = false;
+    m_is_reload_wanted = false;
     m_reload_times.clear();
-    m_load_when_there = false;
+    m_must_load = false;
     m_may_load_again = true;
-    m_blind = false;
+    m_is_blind = false;
     m_probed = {};
     m_last_sight = live_sight::page::none;
     m_since = now;
@@ -75,7 +75,7 @@ void live_state::seen(const live_sight& sight, time_point now) {
     m_waiting = sight.waiting;
     // It may have come and gone between two looks.
     if (sight.url == m_wanted && m_wanted != m_on_air) m_may_load_again = false;
-    if (m_blind || m_is_missing) return;
+    if (m_is_blind || m_is_missing) return;
     switch (sight.phase) {
         case live_sight::page::none:
             break;
@@ -102,14 +102,14 @@ void live_state::seen(const live_sight& sight, time_point now) {
 void live_state::begun(const live_sight& sight, time_point now) {
     if (m_last_sight != live_sight::page::loading) m_begun = now;
     if (sight.waiting == 0) m_may_load_again = false;
-    if (now - m_begun >= k_longest_hold) m_holds = false;
+    if (now - m_begun >= k_longest_hold) m_is_holding = false;
     m_can_answer = false;
     m_probed = {};
     on_its_way(now);
 }
 
 void live_state::on_its_way(time_point now) {
-    m_reload_wanted = false;
+    m_is_reload_wanted = false;
     if (m_phase == live_phase::reloading || m_phase == live_phase::starting) return;
     // Whoever follows a link leaves a page that failed behind.
     if (m_phase != live_phase::loading) {
@@ -122,8 +122,8 @@ void live_state::on_its_way(time_point now) {
 void live_state::loaded(const live_sight& sight, time_point now) {
     if (m_last_sight != live_sight::page::loaded) m_probed = {};
     m_on_air = sight.url;
-    m_holds = false;
-    m_page_there = true;
+    m_is_holding = false;
+    m_has_page = true;
     m_can_answer = true;
     // The one that was asked for comes after this.
     if (sight.waiting > 0) return enter(live_phase::loading, now);
@@ -145,7 +145,7 @@ void live_state::failed(const live_sight& sight, time_point now) {
 
 void live_state::lost(const live_sight& sight, time_point now) {
     // With a page waiting the display goes on by itself.
-    if (sight.waiting > 0) m_reload_wanted = false;
+    if (sight.waiting > 0) m_is_reload_wanted = false;
     m_can_answer = false;
     m_probed = {};
     if (m_last_sight == live_sight::page::lost || sight.waiting > 0) return;
@@ -153,34 +153,34 @@ void live_state::lost(const live_sight& sight, time_point now) {
     if (m_told.empty()) m_told = m_on_air;
     // A page that was asked for, and that the browser took no notice of, is not the one to load.
     m_lost = sight.url.empty() ? m_told : sight.url;
-    m_reload_wanted = !m_lost.empty();
+    m_is_reload_wanted = !m_lost.empty();
     m_phase = live_phase::reloading;  // so that each loss begins anew
     enter(live_phase::lost, now);
 }
 
 void live_state::page_is_there() {
-    m_page_there = true;
+    m_has_page = true;
     m_is_missing = false;
 }
 
 // Every page may close itself, and the display would stay shut for all that come after it. One that
 // does so at once may have gone before it was ever seen.
 void live_state::page_is_missing(time_point now) {
-    const bool is_coming = !m_page_there && now - m_opened < k_max_page_opening;
+    const bool is_coming = !m_has_page && now - m_opened < k_max_page_opening;
     if (m_is_missing || is_coming) return;
     m_is_missing = true;
     m_can_answer = false;
-    m_holds = true;
+    m_is_holding = true;
     m_probed = {};
-    m_error = m_page_there ? "the page has closed itself" : "there was no page";
+    m_error = m_has_page ? "the page has closed itself" : "there was no page";
     enter(live_phase::closed, now);
 }
 
 void live_state::renewed(time_point now) {
-    m_page_there = false;
+    m_has_page = false;
     m_can_answer = false;
     m_is_missing = false;
-    m_holds = true;
+    m_is_holding = true;
     m_probed = {};
     m_opened = now;
 }
@@ -193,7 +193,7 @@ bool live_state::may_reload(time_point now) {
 }
 
 live_state::action live_state::begin_reload(time_point now) {
-    m_reload_wanted = false;
+    m_is_reload_wanted = false;
     if (!may_reload(now)) {
         m_error += ", " + std::to_string(k_max_page_reloads) +
                    " times within a minute; it is not loaded again by itself";
@@ -211,14 +211,14 @@ live_state::action live_state::begin_reload(time_point now) {
 
 live_state::action live_state::begin_reopen(time_point now) {
     m_is_missing = false;
-    m_page_there = false;
+    m_has_page = false;
     m_opened = now;
     // The display begins with what waits. What its old browser had been given has gone with that.
-    m_blind = m_waiting == 0;
-    m_load_when_there = m_blind && !m_wanted.empty() && m_may_load_again;
+    m_is_blind = m_waiting == 0;
+    m_must_load = m_is_blind && !m_wanted.empty() && m_may_load_again;
     // A page that closes itself each time that it begins is not loaded for ever.
     m_may_load_again = false;
-    if (m_blind && !m_load_when_there) m_wanted.clear();
+    if (m_is_blind && !m_must_load) m_wanted.clear();
     return action::reopen;
 }
 
@@ -233,13 +233,13 @@ bool live_state::is_probe_due(time_point now) const {
 
 live_state::action live_state::next(time_point now) {
     if (m_is_missing) return begin_reopen(now);
-    if (!m_page_there) return action::none;
-    if (std::exchange(m_load_when_there, false)) {
+    if (!m_has_page) return action::none;
+    if (std::exchange(m_must_load, false)) {
         m_target = m_wanted;
-        m_blind = false;
+        m_is_blind = false;
         return action::load;
     }
-    if (m_reload_wanted && now - m_since >= k_reload_pause) return begin_reload(now);
+    if (m_is_reload_wanted && now - m_since >= k_reload_pause) return begin_reload(now);
     if (!is_probe_due(now)) return action::none;
     m_last_probe = now;
     if (m_probed == time_point{}) m_probed = now;

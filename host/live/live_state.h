@@ -81,7 +81,7 @@ public:
     bool is_silent(time_point now) const;
     // The browser that stands in for a page which has closed itself paints an empty page, which
     // nobody wants on air, until another page has loaded there or has taken its time.
-    bool holds_picture() const { return m_holds; }
+    bool holds_picture() const { return m_is_holding; }
 
 private:
     void enter(live_phase phase, time_point now);
@@ -108,18 +108,18 @@ private:
 
     std::deque<time_point> m_reload_times;  // those that count against the bound
     std::uint64_t m_reloads = 0;
-    bool m_reload_wanted = false;
+    bool m_is_reload_wanted = false;
 
-    bool m_page_there = false;  // since the display was opened last
+    bool m_has_page = false;    // since the display was opened last
     bool m_can_answer = false;  // the page that is shown has loaded, and is there still
     bool m_is_missing = false;
     time_point m_opened;
-    bool m_load_when_there = false;
+    bool m_must_load = false;
     bool m_may_load_again =
         false;  // the page that was asked for has not begun, nor been tried again
-    bool m_holds = false;
-    time_point m_begun{};  // when the page that is loading was seen to; zero if none was
-    bool m_blind = false;  // what is seen is the empty page that stands in for a closed one
+    bool m_is_holding = false;
+    time_point m_begun{};     // when the page that is loading was seen to; zero if none was
+    bool m_is_blind = false;  // what is seen is the empty page that stands in for a closed one
 
     time_point m_probed{};  // of the probe that has not been answered; zero if there is none
     time_point m_last_probe{};

@@ -233,8 +233,8 @@ TEST_F(LiveControl, LongResultsAreCutAndTheQueueIsBounded) {
 TEST_F(LiveControl, TellsHowTheDisplayStands) {
     live_status status;
     status.url = "about:blank";
-    status.loading = true;
-    status.visible = false;
+    status.is_loading = true;
+    status.is_visible = false;
     status.width = 64;
     status.height = 48;
     control.set_status(status);
@@ -250,7 +250,7 @@ TEST_F(LiveControl, TellsWhatIsOnAirAndWhatHasFailedAndWhy) {
     status.wanted = "http://bad/";
     status.error = "ERR_NAME_NOT_RESOLVED";
     status.since = clock.now();
-    status.silent = true;
+    status.is_silent = true;
     status.reloads = 2;
     status.dropped_calls = 7;
     control.set_status(status);

@@ -13,6 +13,7 @@
 #include "core/run/deadline.h"
 #include "core/text/numbers.h"
 #include "host/app/exit_status.h"
+#include "host/app/fail.h"
 #include "host/discover/service_words.h"
 #include "host/system/interrupt.h"
 #include "loam/message_loop.h"
@@ -25,11 +26,6 @@ namespace {
 // How long the loop waits for something to do before it looks whether it is to end: soon enough for
 // who presses Ctrl-C, and seldom enough to cost nothing.
 constexpr std::uint32_t k_loop_microseconds = 200'000;
-
-int fail(const console& out, const std::string& text) {
-    std::fprintf(out.errors(), "pennywort: %s\n", text.c_str());
-    return k_exit_failed;
-}
 
 run::deadline end_of(const discover_options& options) {
     if (options.seconds == 0) return run::deadline::never();

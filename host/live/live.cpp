@@ -12,6 +12,7 @@
 #include "host/advertise/advertiser.h"
 #include "host/app/browser_runtime.h"
 #include "host/app/exit_status.h"
+#include "host/app/fail.h"
 #include "host/firewall/firewall_words.h"
 #include "host/live/live_control.h"
 #include "host/live/live_display.h"
@@ -88,11 +89,6 @@ public:
     trace_tap(const trace_tap&) = delete;
     trace_tap& operator=(const trace_tap&) = delete;
 };
-
-int fail(const console& out, const std::string& text) {
-    std::fprintf(out.errors(), "pennywort: %s\n", text.c_str());
-    return k_exit_failed;
-}
 
 // Without it nobody finds the page, or gets in.
 void tell_address(const console& out, const std::string& address) {

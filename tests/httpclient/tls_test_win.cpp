@@ -30,9 +30,11 @@ public:
         ::CertAddEncodedCertificateToStore(
             m_store, X509_ASN_ENCODING, reinterpret_cast<const BYTE*>(bytes.data()),
             static_cast<DWORD>(bytes.size()), CERT_STORE_ADD_ALWAYS, &m_certificate);
+        commit();
     }
     ~trusted_root() {
         if (m_certificate != nullptr) ::CertDeleteCertificateFromStore(m_certificate);
+        commit();
         if (m_store != nullptr) ::CertCloseStore(m_store, 0);
     }
     trusted_root(const trusted_root&) = delete;
@@ -41,6 +43,9 @@ public:
     bool is_trusted() const { return m_certificate != nullptr; }
 
 private:
+    // Others of this user see it from then on.
+    void commit() { ::CertControlStore(m_store, 0, CERT_STORE_CTRL_COMMIT, nullptr); }
+
     HCERTSTORE m_store;
     PCCERT_CONTEXT m_certificate = nullptr;
 };

@@ -375,6 +375,11 @@ bool cBonjour::look_up_one(std::uint64_t browse_number) {
     if (browse == nullptr) return false;
     // The library may call the host, which may run its loop: no other turn may come meanwhile.
     browse->is_turn_asked = true;
+    if (browse->ahead != nullptr && !is_wanted(*browse, *browse->ahead)) {
+        give_up_ahead(*browse, *library);
+        browse = alive->owner != nullptr ? find_browse(browse_number) : nullptr;
+        if (browse == nullptr) return false;
+    }
     auto current = std::move(browse->ahead);
     if (current == nullptr) current = begin_waiting(*browse);
     // It may have ended the browse, too.
@@ -390,8 +395,17 @@ bool cBonjour::look_up_one(std::uint64_t browse_number) {
         if (has_more && ask_for_turn(*browse)) has_more = false;
     }
     if (ahead != nullptr) library->DNSServiceRefDeallocate(ahead->reference);
-    if (current != nullptr) look_up_end(*alive, *library, std::move(current));
+    // Where nothing could be begun, for want of memory for instance, the next change tries again.
+    if (current == nullptr) return false;
+    look_up_end(*alive, *library, std::move(current));
     return has_more;
+}
+
+// What has gone is not waited for, and what has come back is looked up anew.
+bool cBonjour::is_wanted(const cBonjourService& browse, const cBonjourService& service) {
+    return run::guarded_or(true, "cBonjour", "a look-up ahead", [&] {
+        return browse.known->is_wanted(key_of(browse, service), service.stay);
+    });
 }
 
 // Nothing is thrown: one that is under way has to come to its end.
@@ -403,6 +417,7 @@ std::unique_ptr<cBonjourService> cBonjour::begin_waiting(const cBonjourService& 
         const service_key& key = next->key;
         begun = look_up_begin(browse, {k_service_found, next->interface_index, key.name.c_str(),
                                        key.type.c_str(), key.domain.c_str()});
+        if (begun != nullptr) begun->stay = next->stay;
     });
     return begun;
 }
@@ -525,7 +540,7 @@ bool cBonjour::is_worth_telling(cBonjourService& browse, const cBonjourService& 
     if (browse.known == nullptr) return true;
     if (resolved.error != k_dnssd_no_error || resolved.host == nullptr) return false;
     return browse.known->tell(
-        key_of(browse, service),
+        key_of(browse, service), service.stay,
         {resolved.host, resolved.port, {resolved.txt, resolved.txt + resolved.txt_length}});
 }
 

@@ -38,6 +38,7 @@ public:
     std::unique_ptr<pennywort::discovery::known_services> known;  // of one that is not plain
     std::unique_ptr<cBonjourService> ahead;  // of such a one: the next look-up, begun already
     std::uint32_t interface_index = 0;       // of a look-up
+    std::uint64_t stay = 0;                  // of one that was waiting, as known_services has it
     // Of a browse and its look-ups: the library may give the reference of a browse that has ended
     // to the next one.
     std::uint64_t number = 0;

@@ -10,7 +10,7 @@ bool known_services::add(const service_key& key, std::uint32_t interface_index) 
     const auto found = m_services.find(key);
     if (found == m_services.end() && m_services.size() >= k_max_known_services) return false;
     known& one = found != m_services.end() ? found->second : m_services[key];
-    ++one.copies;
+    if (++one.copies == 1) one.stay = ++m_last_stay;
     auto& interfaces = one.interfaces;
     if (one.is_told || std::count(interfaces.begin(), interfaces.end(), interface_index) != 0) {
         return true;
@@ -29,6 +29,7 @@ std::optional<service_to_look_up> known_services::next() {
             continue;
         }
         first.interface_index = one.interfaces.front();
+        first.stay = one.stay;
         one.interfaces.erase(one.interfaces.begin());
         if (one.interfaces.empty()) {
             stop_waiting(one);
@@ -51,11 +52,17 @@ void known_services::stop_waiting(known& one) {
     one.interfaces.clear();
 }
 
-bool known_services::tell(const service_key& key, const service_details& details) {
+bool known_services::is_wanted(const service_key& key, std::uint64_t stay) const {
     const auto found = m_services.find(key);
-    if (found == m_services.end() || found->second.is_told) return false;
-    found->second.details = details;
-    found->second.is_told = true;
+    return found != m_services.end() && found->second.stay == stay && !found->second.is_told;
+}
+
+bool known_services::tell(const service_key& key, std::uint64_t stay,
+                          const service_details& details) {
+    if (!is_wanted(key, stay)) return false;
+    known& one = m_services[key];
+    one.details = details;
+    one.is_told = true;
     return true;
 }
 

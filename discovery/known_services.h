@@ -37,6 +37,8 @@ struct service_key {
 struct service_to_look_up {
     service_key key;
     std::uint32_t interface_index = 0;
+    // Of this stay: what goes and comes back has another one.
+    std::uint64_t stay = 0;
 };
 
 // Anybody on the network can name services, as many as they like.
@@ -56,9 +58,10 @@ public:
     // The next one to look up that is still there and that nobody has heard of; nothing when there
     // is none. Whatever else is to be looked up of it comes behind all others.
     std::optional<service_to_look_up> next();
-    // It has been looked up. True when nobody has heard of it yet; from now on they have. One that
-    // has gone meanwhile is none.
-    bool tell(const service_key& key, const service_details& details);
+    // Whether it has not gone since, nor come back, and nobody has heard of it.
+    bool is_wanted(const service_key& key, std::uint64_t stay) const;
+    // It has been looked up. True when it is wanted; from now on they have heard of it.
+    bool tell(const service_key& key, std::uint64_t stay, const service_details& details);
     // It has gone from one of them. True, and what is known of it, when it was the last one and
     // somebody has heard of it.
     bool remove(const service_key& key, service_details& details);
@@ -66,6 +69,7 @@ public:
 private:
     struct known {
         int copies = 0;
+        std::uint64_t stay = 0;
         bool is_told = false;
         service_details details;
         std::vector<std::uint32_t> interfaces;   // on which it is to be looked up
@@ -78,6 +82,7 @@ private:
 
     std::map<service_key, known> m_services;
     std::list<service_key> m_waiting;
+    std::uint64_t m_last_stay = 0;
 };
 
 }  // namespace pennywort::discovery

@@ -46,6 +46,8 @@ bool process_arrival(int number) {
     // read. The library would wait, and the thread with it.
     const int socket = library->DNSServiceRefSockFD(reference);
     if (event_calls_in_use().wait(socket, 0) == arrival::timed_out) return true;
+    // A sink of its traces may have ended what this is for.
+    if (slot.reference != reference) return true;
     const int error = library->DNSServiceProcessResult(reference);
     if (error == k_dnssd_no_error) return true;
     zTraceManager::Default()->TraceNote("cBonjour: DNSServiceProcessResult - failed (err=%d)\n",

@@ -203,6 +203,7 @@ private:
                             std::unique_ptr<cBonjourService> service);
     std::unique_ptr<cBonjourService> begin_ahead(const cBonjourService& browse,
                                                  const cBonjourService& current);
+    static bool is_wanted(const cBonjourService& browse, const cBonjourService& service);
     static void give_up_ahead(cBonjourService& browse, cBonjourLib& library);
     long browse_resolve_now(const cBonjourService& browse,
                             const pennywort::discovery::found_service& found);

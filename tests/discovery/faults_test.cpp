@@ -303,6 +303,58 @@ constexpr act_case k_turn_acts[] = {
     {"End", [](auto& bonjour, std::int32_t) { bonjour.reset(); }, ""},
     {"DaemonEnds", [](auto&, std::int32_t) { fake_dnssd::kill_daemon(); }, ""},
 };
+// The second one goes while it is asked for, ahead of its turn.
+TEST_F(Faults, WhatHasGoneWhileItWasAskedForIsNotWaitedFor) {
+    static int s_waits;
+    s_waits = 0;
+    discovery::event_calls_in_use().wait = [](int socket, int ms) {
+        s_waits += ms > 0 ? 1 : 0;
+        return discovery::wait_for_arrival(socket, 0);
+    };
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObservingOnce(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    for (const char* const name : {"a", "b", "c"}) {
+        if (*name != 'b') serve(name);
+        tell(name);
+    }
+    const auto go = [] {
+        tell("b", false);
+        run_loop();
+    };
+    const first_call call("Resolve", go, 1);
+    const collected_traces traces;
+    run_loop();
+    EXPECT_EQ(ears.names(), "+a +c");
+    EXPECT_EQ(s_waits, 2);
+    EXPECT_EQ(traces.text(), "");
+}
+
+// It is asked for ahead, goes, and comes back on another port, all before its turn.
+TEST_F(Faults, WhatComesBackIsToldAsItIsNow) {
+    cBonjour bonjour;
+    const listener ears;
+    bonjour.StartObservingOnce(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    for (const char* const name : {"a", "b"}) {
+        serve(name, 1);
+        tell(name);
+    }
+    const auto move = [] {
+        fake_dnssd::forget_service("b");
+        tell("b", false);
+        serve("b", 2);
+        tell("b");
+        run_loop();
+    };
+    const first_call call("Deallocate", move);
+    run_loop();
+    ASSERT_TRUE(call.has_come());
+    EXPECT_EQ(ears.heard().back().AsString("name", ""), "b");
+    EXPECT_EQ(ears.heard().back().AsInt32("port", 0), 2);
+}
+
 INSTANTIATE_TEST_SUITE_P(OfLookUps, InATurn,
                          testing::Combine(testing::ValuesIn(k_turn_acts), testing::Values(0, 1)),
                          [](const auto& each) {

@@ -57,10 +57,30 @@ TEST(KnownServices, ThatAreGoneOrToldOfDoNotWait) {
     EXPECT_FALSE(known.has_waiting());
     known.add(key_of("told"), 1);
     known.add(key_of("told"), 2);
-    EXPECT_EQ(known.next()->interface_index, 1u);
-    EXPECT_TRUE(known.tell(key_of("told"), {"host", 1, {}}));
+    const auto next = known.next();
+    EXPECT_EQ(next->interface_index, 1u);
+    EXPECT_TRUE(known.tell(key_of("told"), next->stay, {"host", 1, {}}));
+    EXPECT_FALSE(known.tell(key_of("told"), next->stay, {"host", 1, {}}));
     EXPECT_EQ(known.next(), std::nullopt);
     EXPECT_FALSE(known.has_waiting());
+}
+
+// It may have come back somewhere else.
+TEST(KnownServices, ThatHaveGoneMeanwhileWantNoAnswerOfBefore) {
+    known_services known;
+    service_details last;
+    known.add(key_of("camera"), 1);
+    const auto before = known.next();
+    EXPECT_TRUE(known.is_wanted(key_of("camera"), before->stay));
+    known.remove(key_of("camera"), last);
+    EXPECT_FALSE(known.is_wanted(key_of("camera"), before->stay));
+    known.add(key_of("camera"), 1);
+    EXPECT_FALSE(known.tell(key_of("camera"), before->stay, {"old", 1, {}}));
+    const auto anew = known.next();
+    ASSERT_TRUE(anew);
+    EXPECT_TRUE(known.tell(key_of("camera"), anew->stay, {"new", 2, {}}));
+    EXPECT_TRUE(known.remove(key_of("camera"), last));
+    EXPECT_EQ(last.host, "new");
 }
 
 TEST(KnownServices, AreNoMoreThanFit) {

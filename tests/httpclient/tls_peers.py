@@ -51,12 +51,13 @@ def openssl(folder, *words):
 
 
 def make_root(folder):
+    # With a name of this run's own: another run may have the system trust one at the same time.
     (folder / "signing.cnf").write_text(SIGNING, encoding="ascii")
     (folder / "index").touch()
     for name in ("root", "self_signed"):
         openssl(folder, "req", "-x509", *(["-key", "key.pem"] if name != "root" else
                                           ["-newkey", "rsa:2048", "-nodes", "-keyout", "key.pem"]),
-                "-days", "2", "-subj", f"/CN=Test {name}", "-addext", "subjectAltName=DNS:localhost",
+                "-days", "2", "-subj", f"/CN=Test {name} {os.getpid()}", "-addext", "subjectAltName=DNS:localhost",
                 "-out", f"{name}.pem")
     openssl(folder, "x509", "-in", "root.pem", "-outform", "DER", "-out", "root.der")
 

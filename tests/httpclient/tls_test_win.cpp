@@ -68,7 +68,6 @@ protected:
         EXPECT_EQ(status(), -1);
         // Wine has no error of its own for it.
         EXPECT_EQ(m_session->Request_Error(), cHttpSession::k_error_no_tls);
-        EXPECT_EQ(body(), "");
     }
 };
 
@@ -91,6 +90,7 @@ TEST_F(TlsPeers, AreTrustedWhereTheSystemTrustsTheirRoot) {
 TEST_F(TlsPeers, ACertificateHasItsTime) {
     const trusted_root root;
     ASSERT_TRUE(root.is_trusted());
+    ASSERT_EQ(get(url("GOOD")), 0) << "or the refusals would say nothing";
     expect_refused("EXPIRED");
     expect_refused("EARLY");
 }
@@ -98,6 +98,7 @@ TEST_F(TlsPeers, ACertificateHasItsTime) {
 TEST_F(TlsPeers, ACertificateIsForItsName) {
     const trusted_root root;
     ASSERT_TRUE(root.is_trusted());
+    ASSERT_EQ(get(url("GOOD")), 0) << "or the refusals would say nothing";
     expect_refused("OTHER_NAME");
 }
 

@@ -1,58 +1,68 @@
 // host/system/own_addresses_win.cpp - Windows half of host/system/own_addresses.h. Linux half:
 // host/system/own_addresses_linux.cpp.
-//
-// The system's name server knows the machine's own name with all of its addresses.
 #include "host/system/own_addresses.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+// After winsock2.h, whose types it needs.
+#include <iphlpapi.h>
+
+#include <cstddef>
 #include <memory>
 
 namespace pennywort::host {
 
 namespace {
 
-bool is_of_others(const sockaddr& address) {
-    if (address.sa_family == AF_INET) {
-        const auto& four = reinterpret_cast<const sockaddr_in&>(address);
-        constexpr unsigned char k_loopback = 127;
-        return four.sin_addr.S_un.S_un_b.s_b1 != k_loopback;
+constexpr ULONG k_flags = GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST |
+                          GAA_FLAG_SKIP_DNS_SERVER | GAA_FLAG_SKIP_FRIENDLY_NAME;
+
+// The adapters of one family; null where the system tells of none. They may become more between two
+// calls, of which the first returns the size that the second needs.
+std::unique_ptr<std::byte[]> adapters_of(ULONG family) {
+    ULONG size = 16 * 1024;
+    for (int i = 0; i < 3; ++i) {
+        auto room = std::make_unique<std::byte[]>(size);
+        auto* const first = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(room.get());
+        const ULONG error = ::GetAdaptersAddresses(family, k_flags, nullptr, first, &size);
+        if (error == ERROR_SUCCESS) return room;
+        if (error != ERROR_BUFFER_OVERFLOW) return nullptr;
     }
-    if (address.sa_family != AF_INET6) return false;
-    const auto& six = reinterpret_cast<const sockaddr_in6&>(address);
-    return IN6_IS_ADDR_LINKLOCAL(&six.sin6_addr) == 0 && IN6_IS_ADDR_LOOPBACK(&six.sin6_addr) == 0;
+    return nullptr;
 }
 
-void add_of(int family, const char* name, std::vector<std::string>& found) {
-    addrinfo hints{};
-    hints.ai_family = family;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* first = nullptr;
-    if (::getaddrinfo(name, nullptr, &hints, &first) != 0) return;
-    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> all(
-        first, [](addrinfo* list) { ::freeaddrinfo(list); });
-    for (const addrinfo* one = first; one != nullptr; one = one->ai_next) {
-        char text[NI_MAXHOST] = "";
-        if (!is_of_others(*one->ai_addr)) continue;
-        const auto length = static_cast<socklen_t>(one->ai_addrlen);
-        if (::getnameinfo(one->ai_addr, length, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0)
-            found.emplace_back(text);
+// Empty for an address that others cannot use.
+std::string text_of(const sockaddr& address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    if (address.sa_family == AF_INET) {
+        const auto& four = reinterpret_cast<const sockaddr_in&>(address);
+        return ::inet_ntop(AF_INET, &four.sin_addr, text, sizeof text) != nullptr ? text : "";
+    }
+    const auto& six = reinterpret_cast<const sockaddr_in6&>(address);
+    if (IN6_IS_ADDR_LINKLOCAL(&six.sin6_addr) || IN6_IS_ADDR_LOOPBACK(&six.sin6_addr)) return {};
+    return ::inet_ntop(AF_INET6, &six.sin6_addr, text, sizeof text) != nullptr ? text : "";
+}
+
+void add_of(ULONG family, std::vector<std::string>& found) {
+    const auto all = adapters_of(family);
+    if (all == nullptr) return;
+    const auto* one = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(all.get());
+    for (; one != nullptr; one = one->Next) {
+        if (one->OperStatus != IfOperStatusUp || one->IfType == IF_TYPE_SOFTWARE_LOOPBACK) continue;
+        for (const auto* at = one->FirstUnicastAddress; at != nullptr; at = at->Next) {
+            std::string text = text_of(*at->Address.lpSockaddr);
+            if (!text.empty()) found.push_back(std::move(text));
+        }
     }
 }
 
 }  // namespace
 
 std::vector<std::string> own_addresses() {
-    WSADATA unused;
-    if (::WSAStartup(MAKEWORD(2, 2), &unused) != 0) return {};
     std::vector<std::string> found;
-    char name[NI_MAXHOST] = "";
-    if (::gethostname(name, sizeof name) == 0) {
-        add_of(AF_INET, name, found);
-        add_of(AF_INET6, name, found);
-    }
-    ::WSACleanup();
+    add_of(AF_INET, found);
+    add_of(AF_INET6, found);
     return found;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/live/live_handler.h"
+#include "host/system/own_addresses.h"
 #include "tests/httpserver/test_client.h"
 #include "tests/support/eventually.h"
 
@@ -162,6 +163,17 @@ TEST(LiveServerThatIsStrict, TakesTheHostOfAWholeTargetForTheHeaders) {
     EXPECT_EQ(status("http://evil.example/api/state", own), "403");
     EXPECT_EQ(status("http://" + own + "/api/state", "evil.example"), "200");
     EXPECT_EQ(status("http://" + own + "/api/state", own), "200");
+}
+
+// They are told to whoever comes from another machine.
+TEST(OwnAddresses, AreListenedOnAndNoneIsOfThisMachineOnly) {
+    for (const std::string& address : own_addresses()) {
+        EXPECT_FALSE(is_loopback(address)) << address;
+        cHttpServerSettings settings;
+        settings.bindAddress = zString(address);
+        cHttpServer server(0, 4096, settings);
+        EXPECT_EQ(server.ListenStatus(), 0) << address;
+    }
 }
 
 // As many as there is room for, none of which has shown that it may ask.

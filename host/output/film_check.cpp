@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace pennywort::host {
@@ -80,10 +81,47 @@ bool is_whole_mkv(std::istream& film, std::uint64_t size) {
     return segment && film.good() && static_cast<std::uint64_t>(film.tellg()) + *segment == size;
 }
 
+// Whether it begins and ends with these bytes.
+bool is_between(std::istream& film, std::uint64_t size, std::string_view first,
+                std::string_view last) {
+    if (size < first.size() + last.size()) return false;
+    std::string ends(first.size() + last.size(), '\0');
+    film.seekg(0);
+    film.read(ends.data(), static_cast<std::streamsize>(first.size()));
+    film.seekg(static_cast<std::streamoff>(size - last.size()));
+    film.read(ends.data() + first.size(), static_cast<std::streamsize>(last.size()));
+    return film.good() && ends == std::string(first).append(last);
+}
+
+// RIFF, the length of all that follows, its lowest byte first, and what it is.
+bool is_whole_webp(std::istream& film, std::uint64_t size) {
+    std::array<char, 12> head{};
+    film.seekg(0);
+    if (!film.read(head.data(), head.size())) return false;
+    std::uint64_t length = 0;
+    for (int i = 3; i >= 0; --i) length = length << 8 | static_cast<std::uint8_t>(head[4 + i]);
+    const std::string_view text(head.data(), head.size());
+    return text.substr(0, 4) == "RIFF" && text.substr(8) == "WEBP" && length + 8 == size;
+}
+
 }  // namespace
 
 bool is_whole_film(output_kind kind, std::istream& film, std::uint64_t size) {
-    return kind == output_kind::mkv ? is_whole_mkv(film, size) : is_whole_mov(film, size);
+    switch (kind) {
+        case output_kind::mkv:
+        case output_kind::webm:
+            return is_whole_mkv(film, size);
+        case output_kind::gif:
+            return is_between(film, size, "GIF89a", ";");
+        case output_kind::jpg:
+        case output_kind::jpg_series:
+            return is_between(film, size, "\xFF\xD8", "\xFF\xD9");
+        case output_kind::webp:
+        case output_kind::webp_series:
+            return is_whole_webp(film, size);
+        default:
+            return is_whole_mov(film, size);
+    }
 }
 
 }  // namespace pennywort::host

@@ -9,8 +9,8 @@
 namespace pennywort::host {
 
 // A film's outer parts say how long they are. Those of a film that lost its end go beyond the
-// `size` bytes that there are, or lack the part without which no player can read the rest. `kind`
-// is mkv or mov.
+// `size` bytes that there are, or lack the part without which no player can read the rest. GIF and
+// JPEG have a mark at their end. `kind` is one that ffmpeg makes.
 bool is_whole_film(output_kind kind, std::istream& film, std::uint64_t size);
 
 }  // namespace pennywort::host

@@ -81,6 +81,12 @@ std::string frame_rate::text() const {
     return std::to_string(m_numerator) + "/" + std::to_string(m_denominator);
 }
 
+frame_rate frame_rate::halved() const {
+    const std::int64_t below = m_denominator * 2;
+    const std::int64_t divisor = std::gcd(m_numerator, below);
+    return {m_numerator / divisor, below / divisor};
+}
+
 std::chrono::nanoseconds frame_rate::time_of(std::uint64_t number) const {
     const std::int64_t product = static_cast<std::int64_t>(number) * m_denominator;
     const std::int64_t rest = product % m_numerator * 1'000'000'000 / m_numerator;

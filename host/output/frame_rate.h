@@ -25,6 +25,8 @@ public:
     double value() const;
     // "50", "25/2" or "60000/1001", in lowest terms: what parse takes.
     std::string text() const;
+    // Half as many frames a second: of a film each of whose frames holds two of the page's.
+    frame_rate halved() const;
 
     // From frame 0 to frame `number`, rounded down to the nanosecond; the error does not add up.
     std::chrono::nanoseconds time_of(std::uint64_t number) const;

@@ -2,13 +2,17 @@
 #include "host/output/frame_writer.h"
 
 #include <chrono>
+#include <utility>
 
 #include "core/limits.h"
+#include "host/output/key_writer.h"
 #include "host/output/matroska_writer.h"
 #include "host/output/movie_writer.h"
 #include "host/output/output_target.h"
 #include "host/output/png_writers.h"
+#include "host/output/still_writer.h"
 #include "host/output/stream_writers.h"
+#include "host/output/weaving_writer.h"
 
 namespace pennywort::host {
 
@@ -38,15 +42,35 @@ std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
             return std::make_unique<y4m_writer>(format, opener_of(target, standard_output));
         case output_kind::matroska:
             return std::make_unique<matroska_writer>(format, opener_of(target, standard_output));
-        case output_kind::mkv:
-        case output_kind::mov:
-            return std::make_unique<movie_writer>(target.kind, target.path, format,
-                                                  k_max_encoder_pause);
         case output_kind::raw:
         case output_kind::none:
+            return std::make_unique<raw_writer>(opener_of(target, standard_output));
+        default:
             break;
     }
-    return std::make_unique<raw_writer>(opener_of(target, standard_output));
+    auto movie = std::make_unique<movie_writer>(target, format, k_max_encoder_pause);
+    if (!is_single_picture(target.kind)) return movie;
+    return std::make_unique<still_writer>(std::move(movie), target.path);
+}
+
+frame_format film_format_of(const frame_format& page) {
+    frame_format film = page;
+    if (page.is_interlaced) film.rate = page.rate.halved();
+    return film;
+}
+
+std::unique_ptr<frame_writer> make_page_writer(const output_target& output,
+                                               const output_target* key, const frame_format& page,
+                                               std::FILE* standard_output) {
+    frame_format film = film_format_of(page);
+    film.transparent = page.transparent && key == nullptr;
+    auto writer = make_frame_writer(output, film, standard_output);
+    if (key != nullptr) {
+        auto key_film = make_frame_writer(*key, film, standard_output);
+        writer = std::make_unique<key_writer>(std::move(writer), std::move(key_film));
+    }
+    if (page.is_interlaced) writer = std::make_unique<weaving_writer>(std::move(writer));
+    return writer;
 }
 
 }  // namespace pennywort::host

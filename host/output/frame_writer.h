@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "host/output/film_settings.h"
 #include "host/output/frame_rate.h"
 #include "host/output/picture.h"
 #include "host/system/outcome.h"
@@ -33,12 +34,23 @@ struct frame_format {
     long height = 0;
     frame_rate rate = *frame_rate::parse("50");
     bool transparent = false;
+    bool is_interlaced = false;  // two fields in each frame, the top one first
+    film_settings film;
 };
+
+// The format of the film that is made of a page of that one: of two frames of an interlaced one
+// becomes one.
+frame_format film_format_of(const frame_format& page);
 
 // For every kind but none. `standard_output` is where the path "-" goes; it stays the caller's.
 // Never null.
 std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
                                                 const frame_format& format,
                                                 std::FILE* standard_output);
+
+// What takes the frames of a page of that format: `output`, and beside it `key`, if there is one.
+std::unique_ptr<frame_writer> make_page_writer(const output_target& output,
+                                               const output_target* key, const frame_format& page,
+                                               std::FILE* standard_output);
 
 }  // namespace pennywort::host

@@ -57,8 +57,10 @@ std::string colour() {
 
 std::string track(const frame_format& format) {
     const auto frame_time = static_cast<std::uint64_t>(format.rate.time_of(1).count());
-    const std::string video = number(0x9A, 2) +
-                              number(0xB0, static_cast<std::uint64_t>(format.width)) +
+    // Not interlaced; or woven of two fields, the top one first.
+    const std::string fields = format.is_interlaced ? number(0x9A, 1) + number(0x9D, 9)  //
+                                                    : number(0x9A, 2);
+    const std::string video = fields + number(0xB0, static_cast<std::uint64_t>(format.width)) +
                               number(0xBA, static_cast<std::uint64_t>(format.height)) +
                               element(0x2EB524, "BGRA") + colour();
     return element(0x1654AE6B,

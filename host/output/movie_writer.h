@@ -1,8 +1,9 @@
-// host/output/movie_writer.h - writes mkv and mov files by feeding ffmpeg, which runs as a child
-// process.
+// host/output/movie_writer.h - writes films, and pictures that libpng does not make, by feeding
+// ffmpeg, which runs as a child process.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,15 +14,11 @@
 
 namespace pennywort::host {
 
-// What ffmpeg is started with: `program` and its arguments. mkv holds H.264, or FFV1 with straight
-// alpha; mov holds ProRes 422 HQ, or ProRes 4444 with straight alpha. All but FFV1, which keeps
-// RGB, are BT.709 in the limited range and say so.
-std::vector<std::string> movie_command(const std::string& program, output_kind kind,
-                                       const std::string& path, const frame_format& format);
-
 class movie_writer : public frame_writer {
 public:
     // A movie program that takes nothing for `patience` is given up.
+    movie_writer(output_target target, const frame_format& format,
+                 std::chrono::milliseconds patience);
     movie_writer(output_kind kind, std::string path, const frame_format& format,
                  std::chrono::milliseconds patience);
 
@@ -35,14 +32,17 @@ private:
     outcome try_encoder(const std::string& program) const;
     outcome give_up();
     outcome failed_with(const child_process::exit_report& report) const;
-    outcome check_film(const child_process::exit_report& report) const;
+    outcome check_output(const child_process::exit_report& report) const;
+    outcome check_series(const child_process::exit_report& report) const;
+    outcome check_file(const std::string& path, const child_process::exit_report& report) const;
 
-    const output_kind m_kind;
-    const std::string m_path;
+    const output_target m_target;
+    const std::string& m_path = m_target.path;
     const frame_format m_format;
     const std::chrono::milliseconds m_patience;
     child_process m_child;
     bool m_is_running = false;
+    std::uint64_t m_shown = 0;
     film_pixels m_pixels;
 };
 

@@ -17,9 +17,23 @@ namespace {
 constexpr std::size_t k_widest = 12;
 
 constexpr std::pair<std::string_view, output_kind> k_endings[] = {
-    {"png", output_kind::png},  {"y4m", output_kind::y4m}, {"raw", output_kind::raw},
-    {"bgra", output_kind::raw}, {"mkv", output_kind::mkv}, {"mov", output_kind::mov},
+    {"png", output_kind::png},  {"y4m", output_kind::y4m},   {"raw", output_kind::raw},
+    {"bgra", output_kind::raw}, {"mkv", output_kind::mkv},   {"mov", output_kind::mov},
+    {"mp4", output_kind::mp4},  {"webm", output_kind::webm}, {"gif", output_kind::gif},
+    {"jpg", output_kind::jpg},  {"jpeg", output_kind::jpg},  {"webp", output_kind::webp},
 };
+
+output_kind series_of(output_kind picture) {
+    if (picture == output_kind::jpg) return output_kind::jpg_series;
+    return picture == output_kind::webp ? output_kind::webp_series : output_kind::png_series;
+}
+
+// A percent sign stands for itself only if there are two.
+std::string with_percent_signs_doubled(const std::string& text) {
+    std::string doubled;
+    for (const char c : text) doubled.append(c == '%' ? 2 : 1, c);
+    return doubled;
+}
 
 std::optional<output_kind> kind_of_ending(std::string_view path) {
     const auto name = path.substr(path.find_last_of('/') + 1);
@@ -40,6 +54,17 @@ std::optional<output_kind> kind_of_format(std::string_view format) {
 }
 
 }  // namespace
+
+bool is_single_picture(output_kind kind) {
+    return kind == output_kind::png || kind == output_kind::jpg || kind == output_kind::webp;
+}
+
+bool is_series(output_kind kind) {
+    return kind == output_kind::png_series || kind == output_kind::jpg_series ||
+           kind == output_kind::webp_series;
+}
+
+bool is_made_by_ffmpeg(output_kind kind) { return kind >= output_kind::mkv; }
 
 bool is_stream_format(std::string_view format) { return kind_of_format(format).has_value(); }
 
@@ -84,6 +109,13 @@ std::string name_pattern::name_of(std::uint64_t number) const {
     return m_before + std::string(missing, m_filler) + digits + m_behind;
 }
 
+std::optional<std::string> name_pattern::for_ffmpeg() const {
+    if (m_filler == ' ' && m_width > 1) return {};
+    const std::string width = m_width == 0 ? "" : "0" + std::to_string(m_width);
+    return with_percent_signs_doubled(m_before) + "%" + width + "d" +
+           with_percent_signs_doubled(m_behind);
+}
+
 bool output_target::is_file() const {
     if (kind == output_kind::none || to_standard_output()) return false;
     std::error_code none;
@@ -98,7 +130,9 @@ std::optional<output_target> output_target::parse(std::string_view text, std::st
     const auto wanted = kind_of_format(format);
     const auto named = target.to_standard_output() ? output_kind::y4m : kind_of_ending(text);
     if (text.empty() || (!named && !wanted)) {
-        reason = "an output is a name ending in .png, .y4m, .raw, .mkv or .mov, or - for a pipe";
+        reason =
+            "an output is a name ending in .mov, .mp4, .mkv, .webm, .gif, .png, .jpg, .webp, .y4m "
+            "or .raw, or - for a pipe";
         return {};
     }
     target.kind = wanted.value_or(named.value_or(output_kind::none));
@@ -106,10 +140,10 @@ std::optional<output_target> output_target::parse(std::string_view text, std::st
         reason = "--format and the ending of " + target.path + " contradict each other";
         return {};
     }
-    if (target.kind == output_kind::png && text.find('%') != std::string_view::npos) {
+    if (is_single_picture(target.kind) && text.find('%') != std::string_view::npos) {
         target.pattern = name_pattern::parse(text, reason);
         if (!target.pattern) return {};
-        target.kind = output_kind::png_series;
+        target.kind = series_of(target.kind);
     }
     return target;
 }

@@ -15,9 +15,23 @@ enum class output_kind {
     y4m,
     raw,
     matroska,  // a stream of uncompressed frames
+    // From here on all are made by ffmpeg.
     mkv,
     mov,
+    mp4,
+    webm,
+    gif,
+    jpg,  // one picture, as with png
+    jpg_series,
+    webp,
+    webp_series,
 };
+
+// One picture: the last frame.
+bool is_single_picture(output_kind kind);
+// One file per frame.
+bool is_series(output_kind kind);
+bool is_made_by_ffmpeg(output_kind kind);
 
 // The name of a series of files with the place of the number in it, as in "frames-%05d.png".
 class name_pattern {
@@ -27,6 +41,9 @@ public:
     static std::optional<name_pattern> parse(std::string_view text, std::string& reason);
 
     std::string name_of(std::uint64_t number) const;
+    // The same pattern as ffmpeg takes it; nothing where it cannot: it has no blanks before a
+    // number.
+    std::optional<std::string> for_ffmpeg() const;
 
 private:
     bool take_conversion(std::string_view text, std::size_t& at);

@@ -56,6 +56,10 @@ void drop_alpha(const std::uint32_t* from, std::uint8_t* to, std::size_t pixels)
     }
 }
 
+void alpha_as_grey(const std::uint32_t* from, std::uint32_t* to, std::size_t pixels) {
+    for (std::size_t i = 0; i < pixels; ++i) to[i] = alpha(from[i]) * 0x010101u | 0xFF000000u;
+}
+
 void to_bt709(const std::uint32_t* from, std::uint8_t* y, std::uint8_t* cb, std::uint8_t* cr,
               std::size_t pixels) {
     for (std::size_t i = 0; i < pixels; ++i) {

@@ -18,6 +18,9 @@ void unpremultiply(const std::uint32_t* from, std::uint32_t* to, std::size_t pix
 // Blue, green, red in 3 bytes a pixel; alpha is left out, which shows the page over black.
 void drop_alpha(const std::uint32_t* from, std::uint8_t* to, std::size_t pixels);
 
+// Alpha in each of the three colours, and opaque: what a keyer takes for a page's key.
+void alpha_as_grey(const std::uint32_t* from, std::uint32_t* to, std::size_t pixels);
+
 // Y', Cb and Cr of BT.709 in the limited range (16 to 235, 16 to 240), one plane each, rounded to
 // nearest. Alpha is left out, as above.
 void to_bt709(const std::uint32_t* from, std::uint8_t* y, std::uint8_t* cb, std::uint8_t* cr,

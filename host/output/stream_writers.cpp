@@ -17,7 +17,8 @@ constexpr std::string_view k_frame_header = "FRAME\n";
 std::string stream_header(const frame_format& format) {
     return "YUV4MPEG2 W" + std::to_string(format.width) + " H" + std::to_string(format.height) +
            " F" + std::to_string(format.rate.numerator()) + ":" +
-           std::to_string(format.rate.denominator()) + " Ip A1:1 C444 XCOLORRANGE=LIMITED\n";
+           std::to_string(format.rate.denominator()) + (format.is_interlaced ? " It" : " Ip") +
+           " A1:1 C444 XCOLORRANGE=LIMITED\n";
 }
 
 }  // namespace

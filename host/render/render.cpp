@@ -43,6 +43,16 @@ page_time time_of(page_clock clock) {
     return clock == page_clock::host ? page_time::ticks_of_ours : page_time::the_days;
 }
 
+// Removes what its writer began before there was a frame. A picture is begun with its frame.
+void remove_begun(const output_target& output) {
+    const bool is_picture = is_single_picture(output.kind) || is_series(output.kind);
+    std::error_code ignored;
+    const auto path = file_path(output.path);
+    if (!is_picture && std::filesystem::is_regular_file(path, ignored)) {
+        std::filesystem::remove(path, ignored);
+    }
+}
+
 class render_session {
 public:
     render_session(const render_options& options, const console& out)
@@ -115,7 +125,8 @@ void render_session::hear(page_display::saying what, const std::string& line) {
 
 bool render_session::open_output() {
     if (m_options.output.kind == output_kind::none) return true;
-    auto writer = make_frame_writer(m_options.output, m_options.format, m_console.output());
+    auto writer = make_page_writer(m_options.output, m_options.key ? &*m_options.key : nullptr,
+                                   m_options.format, m_console.output());
     const auto begun = writer->begin();
     if (begun.ok()) {
         m_writer = std::make_unique<writer_thread>(std::move(writer));
@@ -295,15 +306,8 @@ void render_session::discard_output() {
 
 bool render_session::remove_empty_output() const {
     if (m_writer->written() > 0) return false;
-    const auto kind = m_options.output.kind;
-    const bool begun = kind == output_kind::y4m || kind == output_kind::raw ||
-                       kind == output_kind::matroska || kind == output_kind::mkv ||
-                       kind == output_kind::mov;
-    std::error_code ignored;
-    const auto path = file_path(m_options.output.path);
-    if (begun && std::filesystem::is_regular_file(path, ignored)) {
-        std::filesystem::remove(path, ignored);
-    }
+    remove_begun(m_options.output);
+    if (m_options.key) remove_begun(*m_options.key);
     return true;
 }
 

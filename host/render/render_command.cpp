@@ -75,14 +75,15 @@ void render_command::add_feed_options(CLI::App& parser) {
 void render_command::add_output_options(CLI::App& parser) {
     parser
         .add_option("-o,--output", m_raw.output,
-                    "out.png (the last frame), f-%05d.png, out.y4m, out.raw, out.mkv, out.mov, or "
-                    "- for a pipe; without it only measure")
+                    "out.mov, .mp4, .mkv, .webm, .gif, .y4m or .raw; out.png, .jpg or .webp (the "
+                    "last frame), f-%05d.png; - for a pipe; without it only measure")
         ->type_name("NAME");
     parser
         .add_option("--format", m_raw.format,
                     "matroska (RGB, for players), y4m or raw (BGRA), where the name does not say "
                     "it")
         ->type_name("FORMAT");
+    m_output_options.add_to(parser);
     parser.add_option("--pacing", m_raw.pacing, "What drives the browser: request or timer")
         ->type_name("HOW")
         ->capture_default_str();
@@ -108,10 +109,10 @@ void render_command::add_flags(CLI::App& parser) {
 }
 
 std::string render_command::take_arguments() {
-    for (const auto take :
-         {&render_command::take_picture_format, &render_command::take_output,
-          &render_command::take_length, &render_command::take_choices, &render_command::take_texts,
-          &render_command::take_feed_options, &render_command::take_addresses}) {
+    for (const auto take : {&render_command::take_picture_format, &render_command::take_output,
+                            &render_command::take_film, &render_command::take_length,
+                            &render_command::take_choices, &render_command::take_texts,
+                            &render_command::take_feed_options, &render_command::take_addresses}) {
         std::string wrong = (this->*take)();
         if (!wrong.empty()) return wrong;
     }
@@ -136,6 +137,10 @@ std::string render_command::take_output() {
     return {};
 }
 
+std::string render_command::take_film() {
+    return m_output_options.take(m_options.output, m_options.format, m_options.key);
+}
+
 std::string render_command::take_length() {
     const int given = !m_raw.frames.empty() + !m_raw.seconds.empty() + m_raw.is_endless;
     if (given > 1) return "give only one of --frames, --seconds and --endless";
@@ -150,7 +155,7 @@ std::string render_command::take_length() {
     } else if (m_raw.is_endless) {
         m_options.frames_per_page = render_options::k_endless;
     } else {
-        const bool is_one = m_options.output.kind == output_kind::png;
+        const bool is_one = is_single_picture(m_options.output.kind);
         m_options.frames_per_page = is_one ? 1 : rate.frames_in(k_usual_seconds);
     }
     return {};
@@ -219,7 +224,7 @@ std::string render_command::take_addresses() {
     const std::string wrong = take_pages(m_raw.pages, m_options.urls);
     if (!wrong.empty() || m_options.urls.size() < 2) return wrong;
     if (m_raw.is_endless) return "--endless shows one page: the next one would never come";
-    if (m_options.output.kind != output_kind::png) return {};
+    if (!is_single_picture(m_options.output.kind)) return {};
     return m_options.output.path +
            " holds one picture, and there are several pages: give a series, such as page-%02d.png";
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/app/command.h"
+#include "host/output/output_options.h"
 #include "host/render/render_options.h"
 
 namespace pennywort::host {
@@ -53,6 +54,7 @@ private:
     void add_flags(CLI::App& parser);
     std::string take_picture_format();
     std::string take_output();
+    std::string take_film();
     std::string take_length();
     std::string take_frames();
     std::string take_choices();
@@ -63,6 +65,7 @@ private:
     std::string take_addresses();
 
     arguments m_raw;
+    output_options m_output_options;
     render_options m_options;
 };
 

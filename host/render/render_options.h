@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,7 @@ struct render_options {
     feed_options feed;
     std::chrono::milliseconds timeout{30'000};
     output_target output;
+    std::optional<output_target> key;
     page_clock clock = page_clock::host;
     pump_pacing pacing = pump_pacing::on_request;
     bool gpu = false;

@@ -5,6 +5,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 
 namespace pennywort::host {
 namespace {
@@ -60,6 +61,30 @@ TEST(FilmCheck, LongAtomsAreCountedInEightBytes) {
     EXPECT_TRUE(is_whole(output_kind::mov, mdat + atom("moov", "")));
     const std::string huge = std::string("\0\0\0\1mdat", 8) + std::string(8, '\xFF') + "frames";
     EXPECT_FALSE(is_whole(output_kind::mov, huge + atom("moov", "")));
+}
+
+TEST(FilmCheck, KindsOfOneFamilyAreReadAlike) {
+    EXPECT_TRUE(is_whole(output_kind::mp4, k_mov));
+    EXPECT_TRUE(is_whole(output_kind::webm, k_mkv));
+    EXPECT_FALSE(is_whole(output_kind::mp4, k_mkv));
+    EXPECT_FALSE(is_whole(output_kind::webm, k_mov));
+}
+
+TEST(FilmCheck, PicturesAreWholeToTheirEnd) {
+    const std::pair<output_kind, std::string> cases[] = {
+        {output_kind::gif, "GIF89a...;"},
+        {output_kind::jpg, "\xFF\xD8...\xFF\xD9"},
+        {output_kind::jpg_series, "\xFF\xD8...\xFF\xD9"},
+        {output_kind::webp, std::string("RIFF\x07\0\0\0WEBP...", 15)},
+        {output_kind::webp_series, std::string("RIFF\x07\0\0\0WEBP...", 15)},
+    };
+    for (const auto& [kind, picture] : cases) {
+        EXPECT_TRUE(is_whole(kind, picture)) << picture;
+        for (std::size_t size = 0; size < picture.size(); ++size) {
+            EXPECT_FALSE(is_whole(kind, picture.substr(0, size))) << picture << size;
+        }
+        EXPECT_FALSE(is_whole(kind, k_mov)) << picture;
+    }
 }
 
 TEST(FilmCheck, WhatIsNoFilmIsNotWhole) {

@@ -1,5 +1,4 @@
-// tests/host/movie_writer_test.cpp - movies: an ffmpeg that is missing, fails, stalls; and the real
-// one, whose files are read back.
+// tests/host/movie_writer_test.cpp - movies: an ffmpeg that is missing, fails, stalls.
 #include "host/output/movie_writer.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +12,7 @@
 #include "host/output/matroska_writer.h"
 #include "host/system/program_search.h"
 #include "tests/host/fake_writer.h"
+#include "tests/host/output_of.h"
 #include "tests/host/temporary_folder.h"
 
 namespace pennywort::host {
@@ -165,78 +165,6 @@ TEST_F(FakeFfmpeg, GetsStraightAlphaWhereTheFileKeepsIt) {
     EXPECT_EQ(input.substr(0, 4), "\x20\x40\x80\x80");
 }
 
-std::string output_of(const std::string& command) {
-    std::string text;
-    std::FILE* pipe = popen(command.c_str(), "r");
-    char some[4096];
-    for (std::size_t n; pipe && (n = fread(some, 1, sizeof some, pipe)) > 0;) text.append(some, n);
-    if (pipe) pclose(pipe);
-    return text;
-}
-
-struct movie_case {
-    const char* name;
-    output_kind kind;
-    const char* file;
-    bool transparent;
-    const char* codec;
-    const char* tags;  // what has to be in the stream's description
-    int tolerance;     // of a colour channel read back, in levels
-};
-void PrintTo(const movie_case& c, std::ostream* out) { *out << c.name; }
-
-constexpr movie_case k_movies[] = {
-    {"H264", output_kind::mkv, "a.mkv", false, "h264", "color_space=bt709", 3},
-    {"Ffv1WithAlpha", output_kind::mkv, "b.mkv", true, "ffv1", "pix_fmt=bgra", 0},
-    {"ProRes422", output_kind::mov, "c.mov", false, "prores", "color_space=bt709", 3},
-    {"ProRes4444", output_kind::mov, "d.mov", true, "prores", "pix_fmt=yuva444p", 3},
-    {"AColonInTheName", output_kind::mov, "http:e.mov", true, "prores", "color_space=bt709", 3},
-};
-
-class Movie : public testing::TestWithParam<movie_case> {
-protected:
-    void SetUp() override {
-        if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
-    }
-};
-
-// A colour that BT.601 would turn into another one.
-TEST_P(Movie, HasItsFramesItsRateAndItsColours) {
-    const auto& c = GetParam();
-    const temporary_folder folder;
-    auto format = movie_format(c.transparent);
-    // Matroska counts in milliseconds, and a film of five frames does not show what they stand for.
-    if (c.kind == output_kind::mkv) format.rate = *frame_rate::parse("50");
-    movie_writer writer(c.kind, folder.path(c.file), format, 20s);
-    const auto begun = writer.begin();
-    ASSERT_TRUE(begun.ok()) << begun.text();
-    for (int i = 0; i < 5; ++i)
-        EXPECT_TRUE(writer.show(picture_of(0xFF20C840, k_width, k_height)).ok());
-    const auto finished = writer.finish();
-    ASSERT_TRUE(finished.ok()) << finished.text();
-
-    const std::string name = "'file:" + folder.path(c.file) + "'";
-    const auto about = output_of("ffprobe -v error -count_frames -show_streams " + name);
-    for (const std::string& part :
-         {std::string("codec_name=") + c.codec, std::string(c.tags),
-          std::string(c.kind == output_kind::mov ? "r_frame_rate=60000/1001" : "r_frame_rate=50/1"),
-          std::string("nb_read_frames=5")}) {
-        EXPECT_NE(about.find(part), std::string::npos) << part << " is not in\n" << about;
-    }
-    const auto pixels = output_of(
-        "ffmpeg -v error -i " + name +
-        " -frames:v 1 -f rawvideo -pix_fmt bgra -sws_flags accurate_rnd+full_chroma_int -");
-    ASSERT_EQ(pixels.size(), std::size_t(k_width * k_height * 4));
-    const std::size_t middle = (k_height / 2 * k_width + k_width / 2) * 4;
-    const int want[] = {0x40, 0xC8, 0x20, 0xFF};
-    for (std::size_t i = 0; i < 4; ++i) {
-        EXPECT_NEAR(static_cast<unsigned char>(pixels[middle + i]), want[i], c.tolerance) << i;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(All, Movie, testing::ValuesIn(k_movies),
-                         [](const auto& one) { return std::string(one.param.name); });
-
 // What a player makes of the uncompressed stream: the frames, their times, and the very colours.
 TEST(MatroskaStream, IsReadWithItsFramesItsRateAndItsColours) {
     if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
@@ -263,27 +191,6 @@ TEST(MatroskaStream, IsReadWithItsFramesItsRateAndItsColours) {
             name);
         ASSERT_EQ(pixels.size(), std::size_t(33 * 17 * 4));
         EXPECT_EQ(pixels.substr(0, 4), is_transparent ? "\x80\x40\x20\x80" : "\x40\xC8\x20\xFF");
-    }
-}
-
-TEST(MovieCommand, OddSizesKeepTheirSize) {
-    if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
-    const temporary_folder folder;
-    for (const bool transparent : {false, true}) {
-        for (const char* file : {"a.mkv", "a.mov"}) {
-            auto format = movie_format(transparent);
-            format.width = 33;
-            format.height = 17;
-            const auto kind = std::string(file) == "a.mkv" ? output_kind::mkv : output_kind::mov;
-            movie_writer writer(kind, folder.path(file), format, 20s);
-            ASSERT_TRUE(writer.begin().ok());
-            EXPECT_TRUE(writer.show(picture_of(0xFF20C840, 33, 17)).ok());
-            const auto finished = writer.finish();
-            EXPECT_TRUE(finished.ok()) << finished.text();
-            const auto about =
-                output_of("ffprobe -v error -show_streams '" + folder.path(file) + "'");
-            EXPECT_NE(about.find("width=33"), std::string::npos) << file << transparent << about;
-        }
     }
 }
 

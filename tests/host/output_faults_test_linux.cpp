@@ -72,18 +72,21 @@ TEST(RawWriter, AFileThatMayNotGrowIsTold) {
     EXPECT_NE(result.text().find("File too large"), std::string::npos) << result.text();
 }
 
-outcome make_film(output_kind kind, const std::string& path, int frames) {
-    movie_writer writer(kind, path, format_of(192, 108), std::chrono::seconds(20));
-    outcome result = writer.begin();
+outcome make_film(const std::string& path, int frames) {
+    std::string reason;
+    const auto target = output_target::parse(path, "", reason);
+    if (!target) return outcome::failed(reason);
+    const auto writer = make_frame_writer(*target, format_of(192, 108), nullptr);
+    outcome result = writer->begin();
     for (int i = 0; i < frames && result.ok(); ++i) {
         auto noise = std::make_shared<picture>(192, 108);
         std::minstd_rand next(static_cast<unsigned>(i + 1));
         for (std::size_t at = 0; at < noise->pixel_count(); ++at) {
             noise->pixels[at] = static_cast<std::uint32_t>(next()) | 0xFF000000;
         }
-        result = writer.show(noise);
+        result = writer->show(noise);
     }
-    outcome finished = writer.finish();
+    outcome finished = writer->finish();
     return result.ok() ? finished : result;
 }
 
@@ -93,19 +96,18 @@ protected:
         if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
     }
     const std::string name = GetParam();
-    const output_kind kind = name == "a.mkv" ? output_kind::mkv : output_kind::mov;
     const temporary_folder folder;
 };
 
 // Wherever the room ends, in the first frame or in the last bytes of the index, the user hears of
 // it.
 TEST_P(FilmWithoutRoom, IsAFailureWhereverItEnds) {
-    ASSERT_TRUE(make_film(kind, folder.path(name), 12).ok());
+    ASSERT_TRUE(make_film(folder.path(name), 12).ok());
     const auto size = std::filesystem::file_size(folder.path(name));
     for (const std::uintmax_t less : {std::uintmax_t(1), std::uintmax_t(40), std::uintmax_t(300),
                                       size / 10, size / 2, size - 10}) {
         const file_limit limit(static_cast<rlim_t>(size - less));
-        const auto made = make_film(kind, folder.path(name), 12);
+        const auto made = make_film(folder.path(name), 12);
         EXPECT_NE(made.text().find(name), std::string::npos) << less << " bytes less";
     }
 }
@@ -114,20 +116,22 @@ TEST_P(FilmWithoutRoom, IsAFailureWhereverItEnds) {
 TEST_P(FilmWithoutRoom, AFullDiskIsAFailure) {
     const std::string disk = folder.path("disk");
     std::filesystem::create_directory(disk);
-    ASSERT_TRUE(make_film(kind, folder.path(name), 12).ok());
+    ASSERT_TRUE(make_film(folder.path(name), 12).ok());
     const auto size = std::filesystem::file_size(folder.path(name));
     for (const std::uintmax_t pages : {size / 4096, size / 8192}) {
         const std::string options = "size=" + std::to_string(pages * 4096);
         if (mount("tmpfs", disk.c_str(), "tmpfs", 0, options.c_str()) != 0) {
             GTEST_SKIP() << "needs the right to mount";
         }
-        const auto made = make_film(kind, disk + "/" + name, 12);
+        const auto made = make_film(disk + "/" + name, 12);
         EXPECT_EQ(umount2(disk.c_str(), MNT_DETACH), 0);
         EXPECT_NE(made.text().find("No space left"), std::string::npos) << made.text();
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FilmWithoutRoom, testing::Values("a.mkv", "a.mov"),
+INSTANTIATE_TEST_SUITE_P(All, FilmWithoutRoom,
+                         testing::Values("a.mkv", "a.mov", "a.mp4", "a.webm", "a.gif", "a.jpg",
+                                         "a.webp"),
                          [](const auto& one) { return std::string(one.param).substr(2); });
 
 // What the program does with the signal before it writes.

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
 
 namespace pennywort::host {
 namespace {
@@ -56,6 +58,20 @@ TEST_P(NamePatternTest, PutsTheNumberInItsPlace) {
 INSTANTIATE_TEST_SUITE_P(All, NamePatternTest, testing::ValuesIn(k_patterns),
                          [](const auto& one) { return std::string(one.param.name); });
 
+TEST(NamePattern, IsWrittenAsFfmpegTakesIt) {
+    const std::pair<const char*, std::optional<std::string>> cases[] = {
+        {"a%d.jpg", "a%d.jpg"},     {"a%05d.jpg", "a%05d.jpg"}, {"50%%-%03d.jpg", "50%%-%03d.jpg"},
+        {"%d%%.jpg", "%d%%.jpg"},   {"%1d.jpg", "%01d.jpg"},    {"%0d.jpg", "%d.jpg"},
+        {"a%5d.jpg", std::nullopt},
+    };
+    for (const auto& [text, wanted] : cases) {
+        std::string reason;
+        const auto pattern = name_pattern::parse(text, reason);
+        ASSERT_TRUE(pattern) << text;
+        EXPECT_EQ(pattern->for_ffmpeg(), wanted) << text;
+    }
+}
+
 struct refusal_case {
     const char* name;
     const char* text;
@@ -100,6 +116,14 @@ constexpr target_case k_targets[] = {
     {"CapitalEnding", "OUT.MOV", "", output_kind::mov},
     {"Mkv", "a.b/film.mkv", "", output_kind::mkv},
     {"PercentSignElsewhere", "100%.mkv", "", output_kind::mkv},
+    {"Mp4", "film.mp4", "", output_kind::mp4},
+    {"Webm", "film.webm", "", output_kind::webm},
+    {"Gif", "film.gif", "", output_kind::gif},
+    {"Jpg", "a.JPG", "", output_kind::jpg},
+    {"Jpeg", "a.jpeg", "", output_kind::jpg},
+    {"Webp", "a.webp", "", output_kind::webp},
+    {"JpgSeries", "a-%d.jpg", "", output_kind::jpg_series},
+    {"WebpSeries", "a-%04d.webp", "", output_kind::webp_series},
     {"Pipe", "-", "", output_kind::y4m},
     {"RawPipe", "-", "raw", output_kind::raw},
     {"NamedPipe", "/tmp/fifo", "raw", output_kind::raw},
@@ -117,7 +141,7 @@ TEST_P(OutputTargetTest, HasTheKindThatItsNameOrFormatSays) {
     ASSERT_TRUE(target) << reason;
     EXPECT_EQ(target->kind, GetParam().kind);
     EXPECT_EQ(target->path, GetParam().text);
-    EXPECT_EQ(target->pattern.has_value(), GetParam().kind == output_kind::png_series);
+    EXPECT_EQ(target->pattern.has_value(), is_series(GetParam().kind));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, OutputTargetTest, testing::ValuesIn(k_targets),

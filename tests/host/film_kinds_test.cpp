@@ -1,0 +1,378 @@
+// tests/host/film_kinds_test.cpp - each kind of film and picture that ffmpeg makes, read back: its
+// frames, its rate, its colours, its alpha, its fields.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/output/frame_writer.h"
+#include "host/output/movie_writer.h"
+#include "host/output/output_target.h"
+#include "host/system/program_search.h"
+#include "tests/host/fake_writer.h"
+#include "tests/host/output_of.h"
+#include "tests/host/temporary_folder.h"
+
+namespace pennywort::host {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr long k_width = 64;
+constexpr long k_height = 48;
+
+frame_format movie_format(bool transparent) {
+    frame_format format = format_of(k_width, k_height, "59.94");
+    format.transparent = transparent;
+    return format;
+}
+
+struct movie_case {
+    const char* name;
+    output_kind kind;
+    const char* file;
+    bool transparent;
+    const char* asked;  // as --codec has it
+    const char* codec;
+    const char* tags;     // what has to be in the stream's description
+    const char* decoder;  // where ffmpeg's usual one loses something
+    const char* rate;
+    int tolerance;  // of a colour channel read back, in levels
+};
+void PrintTo(const movie_case& c, std::ostream* out) { *out << c.name; }
+
+constexpr const char* k_bt709 =
+    "color_range=tv\ncolor_space=bt709\ncolor_transfer=bt709\ncolor_primaries=bt709\n";
+constexpr const char* k_vpx = "-c:v libvpx-vp9 ";
+constexpr const char* k_50 = "r_frame_rate=50/1";
+constexpr const char* k_59_94 = "r_frame_rate=60000/1001";
+
+constexpr movie_case k_movies[] = {
+    {"H264", output_kind::mkv, "a.mkv", false, "", "h264", k_bt709, "", k_50, 3},
+    {"Ffv1WithAlpha", output_kind::mkv, "b.mkv", true, "", "ffv1", "pix_fmt=bgra", "", k_50, 0},
+    {"Ffv1", output_kind::mkv, "b.mkv", false, "ffv1", "ffv1", "pix_fmt=bgr0", "", k_50, 0},
+    {"Vp9WithAlphaInMkv", output_kind::mkv, "b.mkv", true, "vp9", "vp9", k_bt709, k_vpx, k_50, 3},
+    {"Av1InMkv", output_kind::mkv, "b.mkv", false, "av1", "av1", k_bt709, "", k_50, 3},
+    {"ProResInMkv", output_kind::mkv, "b.mkv", true, "prores", "prores", k_bt709, "", k_50, 3},
+    {"ProRes422", output_kind::mov, "c.mov", false, "", "prores", k_bt709, "", k_59_94, 3},
+    {"ProRes4444", output_kind::mov, "d.mov", true, "", "prores", "pix_fmt=yuva444p", "", k_59_94,
+     3},
+    {"H264InMov", output_kind::mov, "d.mov", false, "h264", "h264", k_bt709, "", k_59_94, 3},
+    {"AColonInTheName", output_kind::mov, "http:e.mov", true, "", "prores", k_bt709, "", k_59_94,
+     3},
+    {"Mp4", output_kind::mp4, "f.mp4", false, "", "h264", k_bt709, "", k_59_94, 3},
+    {"Mp4HasQuarterColour", output_kind::mp4, "f.mp4", false, "h264", "h264", "pix_fmt=yuv420p", "",
+     k_59_94, 3},
+    {"HevcForApple", output_kind::mp4, "g.mp4", false, "hevc", "hevc", "codec_tag_string=hvc1", "",
+     k_59_94, 3},
+    {"Hevc", output_kind::mp4, "g.mp4", false, "hevc", "hevc", k_bt709, "", k_59_94, 3},
+    {"Av1", output_kind::mp4, "h.mp4", false, "av1", "av1", k_bt709, "", k_59_94, 3},
+    {"Webm", output_kind::webm, "i.webm", false, "", "vp9", k_bt709, "", k_50, 3},
+    {"WebmWithAlpha", output_kind::webm, "j.webm", true, "", "vp9", "TAG:alpha_mode=1", k_vpx, k_50,
+     3},
+    {"WebmWithAlphaAndColours", output_kind::webm, "j.webm", true, "", "vp9", k_bt709, k_vpx, k_50,
+     3},
+    {"Gif", output_kind::gif, "k.gif", false, "", "gif", "pix_fmt=bgra", "", k_50, 4},
+    {"GifWithAlpha", output_kind::gif, "l.gif", true, "", "gif", "pix_fmt=bgra", "", k_50, 4},
+};
+
+// Blue, green, red, alpha of a pixel of a film's first frame.
+std::vector<int> pixel_of(const std::string& file, long width, long height, long x, long y,
+                          const std::string& decoder = {}) {
+    const auto pixels = output_of(
+        "ffmpeg -v error " + decoder + "-i 'file:" + file +
+        "' -frames:v 1 -f rawvideo -pix_fmt bgra -sws_flags accurate_rnd+full_chroma_int -");
+    if (pixels.size() != std::size_t(width * height * 4)) {
+        ADD_FAILURE() << file << " has " << pixels.size() << " bytes of pixels";
+        return {-1, -1, -1, -1};
+    }
+    std::vector<int> pixel;
+    for (int i = 0; i < 4; ++i) {
+        pixel.push_back(
+            static_cast<unsigned char>(pixels[static_cast<std::size_t>((y * width + x) * 4 + i)]));
+    }
+    return pixel;
+}
+
+std::string described(const std::string& file) {
+    return output_of("ffprobe -v error -count_frames -show_streams 'file:" + file + "'");
+}
+
+void expect_part(const std::string& text, const std::string& part) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << " is not in\n" << text;
+}
+
+void expect_near(const std::vector<int>& pixel, const std::vector<int>& want, int tolerance) {
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_NEAR(pixel[i], want[i], tolerance) << i;
+}
+
+class NeedsFfmpeg : public testing::Test {
+protected:
+    void SetUp() override {
+        if (find_program("ffmpeg").empty()) GTEST_SKIP() << "needs ffmpeg";
+    }
+    // A film of one colour, or of several frames.
+    outcome make(const output_target& target, const frame_format& format,
+                 const std::vector<picture_ptr>& frames) const {
+        const auto writer = make_page_writer(target, nullptr, format, nullptr);
+        if (auto begun = writer->begin(); !begun.ok()) return begun;
+        for (const auto& frame : frames) {
+            if (auto shown = writer->show(frame); !shown.ok()) return shown;
+        }
+        return writer->finish();
+    }
+    output_target target_of(const std::string& name) const {
+        std::string reason;
+        const auto target = output_target::parse(folder.path(name), "", reason);
+        EXPECT_TRUE(target) << reason;
+        return target.value_or(output_target());
+    }
+
+    const temporary_folder folder;
+};
+
+class Movie : public NeedsFfmpeg, public testing::WithParamInterface<movie_case> {};
+
+// A colour that BT.601 would turn into another one.
+TEST_P(Movie, HasItsFramesItsRateAndItsColours) {
+    const auto& c = GetParam();
+    auto format = movie_format(c.transparent);
+    format.film.codec = c.asked;
+    // Matroska counts in milliseconds, and a film of five frames does not show what they stand for.
+    if (c.rate == k_50) format.rate = *frame_rate::parse("50");
+    const std::vector<picture_ptr> frames(5, picture_of(0xFF20C840, k_width, k_height));
+    const auto made = make(target_of(c.file), format, frames);
+    ASSERT_TRUE(made.ok()) << made.text();
+
+    const auto about = described(folder.path(c.file));
+    for (const std::string& part : {std::string("codec_name=") + c.codec, std::string(c.tags),
+                                    std::string(c.rate), std::string("nb_read_frames=5")}) {
+        expect_part(about, part);
+    }
+    expect_near(
+        pixel_of(folder.path(c.file), k_width, k_height, k_width / 2, k_height / 2, c.decoder),
+        {0x40, 0xC8, 0x20, 0xFF}, c.tolerance);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Movie, testing::ValuesIn(k_movies),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+// Half of it is half transparent, the other half not there.
+picture_ptr half_there() {
+    auto made = std::make_shared<picture>(k_width, k_height);
+    for (std::size_t i = 0; i < made->pixel_count(); ++i) {
+        made->pixels[i] = i % k_width < k_width / 2 ? 0x80106420 : 0;
+    }
+    return made;
+}
+
+class MovieWithAlpha : public NeedsFfmpeg {
+protected:
+    void expect_alpha(const std::string& name, const std::string& codec,
+                      const std::string& decoder) {
+        auto format = movie_format(true);
+        format.rate = *frame_rate::parse("50");
+        format.film.codec = codec;
+        const auto made = make(target_of(name), format, std::vector<picture_ptr>(3, half_there()));
+        ASSERT_TRUE(made.ok()) << made.text();
+        const auto file = folder.path(name);
+        // Straight: the colour is free of its alpha.
+        expect_near(pixel_of(file, k_width, k_height, 8, 24, decoder), {0x40, 0xC7, 0x20, 0x80}, 4);
+        EXPECT_LE(pixel_of(file, k_width, k_height, 56, 24, decoder)[3], 2) << name;
+    }
+};
+
+TEST_F(MovieWithAlpha, KeepsItStraight) {
+    expect_alpha("a.mkv", "", "");
+    expect_alpha("b.mov", "", "");
+    expect_alpha("c.webm", "", k_vpx);
+    expect_alpha("d.mkv", "vp9", k_vpx);
+    expect_alpha("e.webp", "", "");
+}
+
+// A GIF knows only there and not there.
+TEST_F(MovieWithAlpha, IsThereOrNotInAGif) {
+    auto format = movie_format(true);
+    format.rate = *frame_rate::parse("25");
+    const auto made = make(target_of("a.gif"), format, std::vector<picture_ptr>(3, half_there()));
+    ASSERT_TRUE(made.ok()) << made.text();
+    EXPECT_EQ(pixel_of(folder.path("a.gif"), k_width, k_height, 8, 24)[3], 255);
+    EXPECT_EQ(pixel_of(folder.path("a.gif"), k_width, k_height, 56, 24)[3], 0);
+}
+
+class Pictures : public NeedsFfmpeg {};
+
+TEST_F(Pictures, HoldTheLastFrame) {
+    for (const char* name : {"a.jpg", "b.webp"}) {
+        const auto made = make(
+            target_of(name), movie_format(false),
+            {picture_of(0xFFFFFFFF, k_width, k_height), picture_of(0xFF20C840, k_width, k_height)});
+        ASSERT_TRUE(made.ok()) << made.text();
+        expect_near(pixel_of(folder.path(name), k_width, k_height, 32, 24),
+                    {0x40, 0xC8, 0x20, 0xFF}, 4);
+    }
+}
+
+TEST_F(Pictures, OfASeriesHaveTheirNumbers) {
+    for (const char* ending : {"jpg", "webp"}) {
+        const std::string name = std::string("100%%-%03d.") + ending;
+        const auto made = make(
+            target_of(name), movie_format(false),
+            {picture_of(0xFFFFFFFF, k_width, k_height), picture_of(0xFF20C840, k_width, k_height)});
+        ASSERT_TRUE(made.ok()) << made.text();
+        EXPECT_FALSE(folder.has(std::string("100%-000.") + ending));
+        expect_near(
+            pixel_of(folder.path(std::string("100%-001.") + ending), k_width, k_height, 1, 1),
+            {255, 255, 255, 255}, 4);
+        expect_near(
+            pixel_of(folder.path(std::string("100%-002.") + ending), k_width, k_height, 1, 1),
+            {0x40, 0xC8, 0x20, 0xFF}, 4);
+        EXPECT_FALSE(folder.has(std::string("100%-003.") + ending));
+    }
+}
+
+TEST_F(Pictures, OfNoFrameLeaveWhatWasThere) {
+    folder.write("a.jpg", "old");
+    const auto made = make(target_of("a.jpg"), movie_format(false), {});
+    EXPECT_TRUE(made.ok()) << made.text();
+    EXPECT_EQ(folder.read("a.jpg"), "old");
+}
+
+picture_ptr noise(long width, long height) {
+    auto made = std::make_shared<picture>(width, height);
+    std::uint32_t value = 1;
+    for (std::size_t i = 0; i < made->pixel_count(); ++i) {
+        value = value * 1664525 + 1013904223;
+        made->pixels[i] = value >> 8 | 0xFF000000;
+    }
+    return made;
+}
+
+class MovieSettings : public NeedsFfmpeg {
+protected:
+    std::uintmax_t size_with(const std::string& name, const film_settings& film) {
+        auto format = movie_format(false);
+        format.rate = *frame_rate::parse("50");
+        format.film = film;
+        const auto made =
+            make(target_of(name), format, std::vector<picture_ptr>(4, noise(k_width, k_height)));
+        EXPECT_TRUE(made.ok()) << name << ": " << made.text();
+        return std::filesystem::file_size(folder.path(name));
+    }
+};
+
+TEST_F(MovieSettings, ABetterQualityTakesMoreRoom) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"a.mkv", ""}, {"a.mp4", "hevc"}, {"b.mp4", "av1"}, {"a.webm", ""},
+        {"a.mov", ""}, {"a.jpg", ""},     {"a.webp", ""},
+    };
+    for (const auto& [name, codec] : cases) {
+        film_settings poor, good;
+        poor.codec = good.codec = codec;
+        poor.quality = 20;
+        good.quality = 95;
+        EXPECT_LT(size_with(name, poor), size_with(name, good)) << name;
+    }
+}
+
+TEST_F(MovieSettings, OptionsForFfmpegCountMoreThanOurs) {
+    film_settings film;
+    film.ffmpeg_options = {"-metadata", "title=two words", "-pix_fmt", "yuv422p"};
+    size_with("a.mkv", film);
+    const auto about = output_of(
+        "ffprobe -v error -show_streams -show_format 'file:" + folder.path("a.mkv") + "'");
+    expect_part(about, "TAG:title=two words");
+    expect_part(about, "pix_fmt=yuv422p");
+}
+
+TEST_F(MovieSettings, OptionsThatFfmpegRefusesAreToldBeforeTheFirstFrame) {
+    auto format = movie_format(false);
+    format.film.ffmpeg_options = {"-no-such-option", "1"};
+    movie_writer writer(output_kind::mkv, folder.path("a.mkv"), format, 20s);
+    const auto begun = writer.begin();
+    EXPECT_FALSE(begun.ok());
+    EXPECT_NE(begun.text().find("ffmpeg"), std::string::npos) << begun.text();
+    EXPECT_FALSE(folder.has("a.mkv"));
+}
+
+TEST_F(MovieSettings, ATimecodeIsInTheFilm) {
+    for (const char* name : {"a.mov", "a.mp4", "a.mkv"}) {
+        film_settings film;
+        film.timecode = "10:00:00:12";
+        size_with(name, film);
+        const auto about = output_of(
+            "ffprobe -v error -show_streams -show_format 'file:" + folder.path(name) + "'");
+        expect_part(about,
+                    name == std::string("a.mkv") ? "TIMECODE=10:00:00:12" : "timecode=10:00:00:12");
+        if (name != std::string("a.mkv")) expect_part(about, "codec_tag_string=tmcd");
+    }
+}
+
+// The first frame is white, the second one is black: so are the lines of the two fields.
+TEST_F(MovieSettings, FieldsAreTheLinesOfTwoFrames) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"a.mkv", ""}, {"b.mkv", "ffv1"}, {"a.mov", ""}, {"a.mp4", ""}};
+    for (const auto& [name, codec] : cases) {
+        auto format = movie_format(false);
+        format.is_interlaced = true;
+        format.rate = *frame_rate::parse("50");
+        format.film.codec = codec;
+        std::vector<picture_ptr> frames;
+        for (int i = 0; i < 10; ++i) {
+            frames.push_back(picture_of(i % 2 == 0 ? 0xFFFFFFFF : 0xFF000000, k_width, k_height));
+        }
+        const auto made = make(target_of(name), format, frames);
+        ASSERT_TRUE(made.ok()) << name << made.text();
+        const auto file = folder.path(name);
+        const auto about = described(file);
+        expect_part(about, "nb_read_frames=5");
+        expect_part(about, "r_frame_rate=25/1");
+        EXPECT_TRUE(about.find("field_order=tt") != about.npos ||
+                    about.find("field_order=tb") != about.npos)
+            << name << about;
+        expect_near(pixel_of(file, k_width, k_height, 20, 20), {255, 255, 255, 255}, 6);
+        expect_near(pixel_of(file, k_width, k_height, 20, 21), {0, 0, 0, 255}, 6);
+    }
+}
+
+TEST_F(NeedsFfmpeg, FillAndKeyBelongTogether) {
+    auto format = movie_format(true);
+    const auto fill = target_of("fill.mov");
+    const auto key = target_of("key.mov");
+    const auto writer = make_page_writer(fill, &key, format, nullptr);
+    ASSERT_TRUE(writer->begin().ok());
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(writer->show(half_there()).ok());
+    const auto finished = writer->finish();
+    ASSERT_TRUE(finished.ok()) << finished.text();
+    for (const char* name : {"fill.mov", "key.mov"}) {
+        expect_part(described(folder.path(name)), "nb_read_frames=3");
+        expect_part(described(folder.path(name)), k_bt709);
+    }
+    expect_near(pixel_of(folder.path("fill.mov"), k_width, k_height, 8, 24),
+                {0x20, 0x64, 0x10, 255}, 4);
+    expect_near(pixel_of(folder.path("key.mov"), k_width, k_height, 8, 24), {0x80, 0x80, 0x80, 255},
+                3);
+    expect_near(pixel_of(folder.path("key.mov"), k_width, k_height, 56, 24), {0, 0, 0, 255}, 2);
+}
+
+TEST_F(NeedsFfmpeg, OddSizesKeepTheirSize) {
+    for (const bool transparent : {false, true}) {
+        for (const char* file : {"a.mkv", "a.mov", "a.webm", "a.gif", "a.jpg", "a.webp"}) {
+            if (transparent && file == std::string("a.jpg")) continue;
+            auto format = movie_format(transparent);
+            format.rate = *frame_rate::parse("50");
+            format.width = 33;
+            format.height = 17;
+            const auto made = make(target_of(file), format, {picture_of(0xFF20C840, 33, 17)});
+            EXPECT_TRUE(made.ok()) << file << made.text();
+            const auto about = described(folder.path(file));
+            expect_part(about, "width=33");
+            expect_part(about, "height=17");
+        }
+    }
+}
+
+}  // namespace
+}  // namespace pennywort::host

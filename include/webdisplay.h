@@ -78,6 +78,25 @@ public:
     virtual void JavascriptCallback(const zString& name, const zString& argument, zString& result);
 };
 
+// Receives the sound of a page whose display was made with "web_sound". Called on a thread of the
+// runtime's, AudioStopped on the display thread too, one call at a time; none of them must wait.
+class PENNYWORT_API cBrowserAudioReceiverInterface {
+public:
+    cBrowserAudioReceiverInterface() = default;
+    virtual ~cBrowserAudioReceiverInterface();
+
+    // The page begins to sound. Comes before the first packet, also for a receiver that is set
+    // while the page sounds.
+    virtual void AudioStarted(long channels, long sampleRate) = 0;
+    // `frames` samples of each channel, 10 ms as a rule, from -1 to 1. They are valid during the
+    // call only. `milliseconds` is the time of day, since 1970, at which they are to be heard: some
+    // 34 ms after the picture that the page painted with them.
+    virtual void AudioPacket(const float* const* samples, long channels, long frames,
+                             std::int64_t milliseconds) = 0;
+    // The page is silent, and no packet comes until the next AudioStarted.
+    virtual void AudioStopped() = 0;
+};
+
 // What has become of a display's frames so far. See cWebDisplayBrowser::GetFrameCounts.
 struct cWebDisplayFrameCounts {
     std::uint64_t painted = 0;       // frames of the page that the runtime painted
@@ -135,6 +154,9 @@ struct cWebDisplayPageStatus {
 //                              films see no other. Wants EnablePageClock
 //   "web_page_day"             what the page's clocks say at that beginning, in seconds since 1970
 //                              (default, 0: now)
+//   "web_sound"                the page's sound goes to the audio receiver, as 48 kHz stereo, and
+//                              not to the machine's own output (default: to that output)
+//   "web_muted"                the page is silent: neither that output nor a receiver gets anything
 //   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
 //                              queue goes on with its next URL (default: nothing happens)
 //   "web_tell_every_load"      what the browser shows in the place of a page that failed is not
@@ -229,6 +251,8 @@ public:
     void SetVideoRenderer(cBrowserVideoRendererInterface* renderer);
     void SetPageCallbackReceiver(cBrowserPageCallbackHandler* receiver);
     void SetJavascriptCallbackReceiver(cBrowserJavascriptCallbackHandler* receiver);
+    // Of a display with "web_sound"; of another one it is never called.
+    void SetAudioReceiver(cBrowserAudioReceiverInterface* receiver);
 
     // Puts a URL at the end of the queue; null is ignored.
     void LoadUrl(const char* url);

@@ -9,6 +9,7 @@
 #include "loam/returned_mutex.h"
 #include "webdisplay/page_calls.h"
 #include "webdisplay/page_loads.h"
+#include "webdisplay/sound_port.h"
 #include "webdisplay/tick_ledger.h"
 
 namespace pennywort::webdisplay {
@@ -29,6 +30,10 @@ struct display_state {
     bool refuses_downloads = false;
     page_terms terms;
     std::int32_t max_popups = 0;
+    bool is_muted = false;
+    // Only of a display whose sound the host wants. Shared with the client, whose packets come on a
+    // thread that must not wait for a lock held while the host's code runs.
+    std::shared_ptr<sound_port> sound;
     std::atomic<std::uint64_t> dropped_calls{0};
     // Whether anybody is to be asked about requests. The runtime asks on its IO thread, which must
     // not wait for a lock that is held while the host's code runs.

@@ -107,6 +107,8 @@ void inform_if_missing() {
 
 cBrowserVideoRendererInterface::~cBrowserVideoRendererInterface() = default;
 
+cBrowserAudioReceiverInterface::~cBrowserAudioReceiverInterface() = default;
+
 cBrowserPageCallbackHandler::~cBrowserPageCallbackHandler() = default;
 void cBrowserPageCallbackHandler::PageLoadFailed(const zString&, const zString&) {}
 void cBrowserPageCallbackHandler::PageLoaded(const zString&) {}
@@ -137,12 +139,17 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_state->max_popups = settings.AsInt32("web_max_popups", 0);
     m_state->terms.max_waiting_calls = settings.AsInt32("web_max_waiting_calls", 0);
     m_state->terms.refuses_printing = settings.AsBool("web_refuse_printing", false);
+    m_state->is_muted = settings.AsBool("web_muted", false);
+    if (settings.AsBool("web_sound", false)) {
+        m_state->sound = std::make_shared<pennywort::webdisplay::sound_port>();
+    }
 }
 
 cWebDisplayBrowser::~cWebDisplayBrowser() {
     SetVideoRenderer(nullptr);
     SetPageCallbackReceiver(nullptr);
     SetJavascriptCallbackReceiver(nullptr);
+    SetAudioReceiver(nullptr);
     const zAutoCritical lock(m_observer_lock.get());
     m_observers.clear();
 }
@@ -234,6 +241,10 @@ void cWebDisplayBrowser::SetJavascriptCallbackReceiver(
     cBrowserJavascriptCallbackHandler* receiver) {
     const zAutoCritical lock(m_javascript_receiver_lock.get());
     m_javascript_receiver = receiver;
+}
+
+void cWebDisplayBrowser::SetAudioReceiver(cBrowserAudioReceiverInterface* receiver) {
+    if (m_state->sound) m_state->sound->set_receiver(receiver);
 }
 
 void cWebDisplayBrowser::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {

@@ -70,6 +70,17 @@ std::uint32_t background_of(bool is_transparent) {
     return is_transparent ? k_clear_pixel : k_opaque_black_pixel;
 }
 
+// Of a silent page nobody hears anything.
+cef::own<page_sound> sound_of(const display_state& state) {
+    const bool is_heard = state.sound && !state.is_muted;
+    return cef::own<page_sound>(is_heard ? new page_sound(state.sound) : nullptr);
+}
+
+void mute(cef_browser_t* browser) {
+    const cef::ref<cef_browser_host_t> host(browser->get_host(browser));
+    if (host) host->set_audio_muted(host.get(), 1);
+}
+
 zString text_of(const std::string& text) {
     return zString(text.data(), static_cast<std::uint32_t>(text.size()));
 }
@@ -106,6 +117,8 @@ webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owne
     : m_owner(owner),
       m_start_url(std::move(start_url)),
       m_refuses_downloads(owner->m_state->refuses_downloads),
+      m_is_muted(owner->m_state->is_muted),
+      m_sound(sound_of(*owner->m_state)),
       m_life(std::move(ended)),
       m_has_page_receiver(owner->m_state->has_page_receiver),
       m_is_on_page_clock(owner->m_state->is_on_page_clock && owner->m_windowless),
@@ -270,6 +283,7 @@ void webdisplay_browser_client::load_first_page(cef_browser_t* browser,
 
 void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
     live_browsers::arrived(browser, is_popup(browser));
+    if (m_is_muted) mute(browser);
     if (is_popup(browser)) return popup_created(browser);
 
     std::string url;

@@ -12,6 +12,7 @@
 #include "webdisplay/cef/interfaces.h"
 #include "webdisplay/page_calls.h"
 #include "webdisplay/page_driver.h"
+#include "webdisplay/page_sound.h"
 
 namespace pennywort::webdisplay {
 
@@ -67,6 +68,8 @@ public:
     // Whether the calling thread stands in a frame of any display.
     static bool is_painting();
 
+    // Only where the host has asked for it; else the page is heard through the machine.
+    cef::CefAudioHandler* GetAudioHandler() override { return m_sound.get(); }
     // Only where the host has asked for it; else downloads are the runtime's affair.
     cef::CefDownloadHandler* GetDownloadHandler() override {
         return m_refuses_downloads ? this : nullptr;
@@ -143,6 +146,8 @@ private:
     loam::returned_recursive_mutex m_owner_lock;
     const std::string m_start_url;
     const bool m_refuses_downloads;
+    const bool m_is_muted;
+    const cef::own<page_sound> m_sound;  // null where nobody wants it
     shared_life m_life;
     // Outlives the display, for requests that come when it has gone.
     const std::shared_ptr<std::atomic<bool>> m_has_page_receiver;

@@ -148,6 +148,7 @@ struct fake_cef_browser {
     std::vector<std::string> inspector_methods;  // of the calls to the page's inspector
     int inspector_observers = 0;
     std::vector<bool> focuses;
+    std::vector<bool> mutes;
     int move_notices = 0;
 };
 
@@ -246,6 +247,14 @@ public:
     // Closes a browser from the inside, as window.close() or the user does.
     virtual void close_from_page(int browser) = 0;
     virtual void kill_renderer(int browser) = 0;
+    // The page begins to sound. False where nobody hears it, or declines; else the format that the
+    // client asked for.
+    virtual bool sound_begins(int browser, int& channels, int& sample_rate) = 0;
+    // One packet. Any thread: the real runtime has one of its own for it.
+    virtual void sound(int browser, const std::vector<std::vector<float>>& channels,
+                       std::int64_t milliseconds) = 0;
+    // The page falls silent, with an error where there is a text.
+    virtual void sound_ends(int browser, const std::string& error) = 0;
     // Answers on_drag_enter.
     virtual bool drag_enter(int browser) = 0;
     // Answers can_download; true where nobody decides.

@@ -78,6 +78,11 @@ void host_object::set_window_operations() {
             b.focuses.push_back(focus != 0);
         });
     };
+    set_audio_muted = [](cef_browser_host_t* self, int muted) {
+        of(self).shown("set_audio_muted").note([&](fake_cef_browser& b) {
+            b.mutes.push_back(muted != 0);
+        });
+    };
     notify_move_or_resize_started = [](cef_browser_host_t* self) {
         of(self).shown("notify_move_or_resize_started").note([](fake_cef_browser& b) {
             ++b.move_notices;

@@ -132,6 +132,20 @@ void runtime::kill_renderer(int browser) {
     if (const auto found = find(browser)) found->kill_renderer();
 }
 
+bool runtime::sound_begins(int browser, int& channels, int& sample_rate) {
+    const auto found = find(browser);
+    return found && found->sound_begins(channels, sample_rate);
+}
+
+void runtime::sound(int browser, const std::vector<std::vector<float>>& channels,
+                    std::int64_t milliseconds) {
+    if (const auto found = find(browser)) found->sound(channels, milliseconds);
+}
+
+void runtime::sound_ends(int browser, const std::string& error) {
+    if (const auto found = find(browser)) found->sound_ends(error);
+}
+
 bool runtime::drag_enter(int browser) {
     const auto found = find(browser);
     return found && found->drag_enter();

@@ -64,6 +64,10 @@ public:
 
     bool message(const std::string& name, const std::vector<fake_cef_value>& arguments);
     int open_popup(const std::string& url, bool user_gesture);
+    bool sound_begins(int& channels, int& sample_rate);
+    // Any thread.
+    void sound(const std::vector<std::vector<float>>& channels, std::int64_t milliseconds);
+    void sound_ends(const std::string& error);
     bool drag_enter();
     bool may_download(const std::string& url);
     // One call of the inspector's protocol, answered as a page does whose time is its own.

@@ -235,6 +235,50 @@ int page::open_popup(const std::string& url, bool user_gesture) {
     return popup->id();
 }
 
+namespace {
+
+// What the machine's own output would be, for a client that does not say what it wants.
+cef_audio_parameters_t usual_sound() {
+    cef_audio_parameters_t parameters{};
+    parameters.size = sizeof parameters;
+    parameters.channel_layout = CEF_CHANNEL_LAYOUT_MONO;
+    parameters.sample_rate = 44'100;
+    parameters.frames_per_buffer = 441;
+    return parameters;
+}
+
+}  // namespace
+
+bool page::sound_begins(int& channels, int& sample_rate) {
+    const auto hears = handler(&cef_client_t::get_audio_handler, "audio handler");
+    if (!hears) return false;
+    auto parameters = usual_sound();
+    const callback_scope scope(*this);
+    if (!hears->get_audio_parameters(hears.get(), browser_argument(), &parameters)) return false;
+    channels = parameters.channel_layout == CEF_CHANNEL_LAYOUT_STEREO ? 2 : 1;
+    sample_rate = parameters.sample_rate;
+    hears->on_audio_stream_started(hears.get(), browser_argument(), &parameters, channels);
+    return true;
+}
+
+void page::sound(const std::vector<std::vector<float>>& channels, std::int64_t milliseconds) {
+    const auto hears = handler(&cef_client_t::get_audio_handler, "audio handler");
+    if (!hears || channels.empty()) return;
+    std::vector<const float*> samples;
+    for (const auto& channel : channels) samples.push_back(channel.data());
+    hears->on_audio_stream_packet(hears.get(), browser_argument(), samples.data(),
+                                  static_cast<int>(channels[0].size()), milliseconds);
+}
+
+void page::sound_ends(const std::string& error) {
+    const auto hears = handler(&cef_client_t::get_audio_handler, "audio handler");
+    if (!hears) return;
+    const callback_scope scope(*this);
+    if (error.empty()) return hears->on_audio_stream_stopped(hears.get(), browser_argument());
+    const text_argument text(error);
+    hears->on_audio_stream_error(hears.get(), browser_argument(), text.get());
+}
+
 bool page::drag_enter() {
     const auto drags = handler(&cef_client_t::get_drag_handler, "drag handler");
     if (!drags || !drags->on_drag_enter) return false;

@@ -89,6 +89,10 @@ public:
     int open_popup(int browser, const std::string& url, bool user_gesture) override;
     void close_from_page(int browser) override;
     void kill_renderer(int browser) override;
+    bool sound_begins(int browser, int& channels, int& sample_rate) override;
+    void sound(int browser, const std::vector<std::vector<float>>& channels,
+               std::int64_t milliseconds) override;
+    void sound_ends(int browser, const std::string& error) override;
     bool drag_enter(int browser) override;
     bool may_download(int browser, const std::string& url) override;
     void request(int browser, const std::string& url, bool main_frame) override;

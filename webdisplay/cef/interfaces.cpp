@@ -130,6 +130,10 @@ Struct* counted(Handler* handler, Struct* (Handler::*hand_out)() noexcept) {
 }  // namespace
 
 CefClient::CefClient() {
+    m_struct->get_audio_handler = [](cef_client_t* self) {
+        return counted(decltype(m_struct)::of(self)->GetAudioHandler(),
+                       &CefAudioHandler::counted_audio_handler);
+    };
     m_struct->get_download_handler = [](cef_client_t* self) {
         return counted(decltype(m_struct)::of(self)->GetDownloadHandler(),
                        &CefDownloadHandler::counted_download_handler);
@@ -168,12 +172,50 @@ CefClient::CefClient() {
     };
 }
 
+CefAudioHandler* CefClient::GetAudioHandler() { return nullptr; }
 CefDownloadHandler* CefClient::GetDownloadHandler() { return nullptr; }
 CefDragHandler* CefClient::GetDragHandler() { return nullptr; }
 CefLifeSpanHandler* CefClient::GetLifeSpanHandler() { return nullptr; }
 CefLoadHandler* CefClient::GetLoadHandler() { return nullptr; }
 CefRenderHandler* CefClient::GetRenderHandler() { return nullptr; }
 CefRequestHandler* CefClient::GetRequestHandler() { return nullptr; }
+
+CefAudioHandler::CefAudioHandler() {
+    m_struct->get_audio_parameters = [](cef_audio_handler_t* self, cef_browser_t* browser,
+                                        cef_audio_parameters_t* parameters) {
+        const ref<cef_browser_t> held(browser);
+        return guarded(0, "CefAudioHandler", [&] {
+            return decltype(m_struct)::of(self)->GetAudioParameters(browser, *parameters) ? 1 : 0;
+        });
+    };
+    m_struct->on_audio_stream_started = [](cef_audio_handler_t* self, cef_browser_t* browser,
+                                           const cef_audio_parameters_t* parameters, int channels) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefAudioHandler", [&] {
+            decltype(m_struct)::of(self)->OnAudioStreamStarted(browser, *parameters, channels);
+        });
+    };
+    m_struct->on_audio_stream_packet = [](cef_audio_handler_t* self, cef_browser_t* browser,
+                                          const float** samples, int frames,
+                                          std::int64_t milliseconds) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefAudioHandler", [&] {
+            decltype(m_struct)::of(self)->OnAudioStreamPacket(browser, samples, frames,
+                                                              milliseconds);
+        });
+    };
+    m_struct->on_audio_stream_stopped = [](cef_audio_handler_t* self, cef_browser_t* browser) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefAudioHandler",
+                [&] { decltype(m_struct)::of(self)->OnAudioStreamStopped(browser); });
+    };
+    m_struct->on_audio_stream_error = [](cef_audio_handler_t* self, cef_browser_t* browser,
+                                         const cef_string_t*) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefAudioHandler",
+                [&] { decltype(m_struct)::of(self)->OnAudioStreamStopped(browser); });
+    };
+}
 
 CefRenderHandler::CefRenderHandler() {
     m_struct->get_view_rect = [](cef_render_handler_t* self, cef_browser_t* browser,

@@ -14,6 +14,7 @@
 
 namespace pennywort::cef {
 
+class CefAudioHandler;
 class CefBrowserProcessHandler;
 class CefRenderProcessHandler;
 class CefDownloadHandler;
@@ -178,6 +179,26 @@ private:
     callback_struct<cef_download_handler_t, CefDownloadHandler> m_struct{this};
 };
 
+// Where a browser has one, its page is not heard through the machine.
+class CefAudioHandler : public virtual CefBaseRefCounted {
+public:
+    CefAudioHandler();
+    cef_audio_handler_t* counted_audio_handler() noexcept { return m_struct.counted(); }
+
+    // What the sound is to be like; false declines it. UI thread.
+    virtual bool GetAudioParameters(cef_browser_t* browser, cef_audio_parameters_t& parameters) = 0;
+    // Both on a thread of the runtime's own. `samples` has a pointer for each channel.
+    virtual void OnAudioStreamStarted(cef_browser_t* browser,
+                                      const cef_audio_parameters_t& parameters, int channels) = 0;
+    virtual void OnAudioStreamPacket(cef_browser_t* browser, const float* const* samples,
+                                     int frames, std::int64_t milliseconds) = 0;
+    // Also after an error. UI thread, or that of the packets.
+    virtual void OnAudioStreamStopped(cef_browser_t* browser) = 0;
+
+private:
+    callback_struct<cef_audio_handler_t, CefAudioHandler> m_struct{this};
+};
+
 // Hears what the inspector of a page sends. UI thread.
 class CefDevToolsMessageObserver : public virtual CefBaseRefCounted {
 public:
@@ -196,6 +217,7 @@ public:
     CefClient();
     cef_client_t* counted_client() noexcept { return m_struct.counted(); }
 
+    virtual CefAudioHandler* GetAudioHandler();
     virtual CefDownloadHandler* GetDownloadHandler();
     virtual CefDragHandler* GetDragHandler();
     virtual CefLifeSpanHandler* GetLifeSpanHandler();

@@ -19,6 +19,7 @@ struct live_options {
     std::int32_t port = 8080;  // 0: one that the system chooses
     std::string listen = "127.0.0.1";
     bool transparent = false;
+    bool is_muted = false;
     bool gpu = false;
     bool verbose = false;
     feed_options feed;

@@ -62,6 +62,7 @@ void live_command::add_options(CLI::App& parser) {
         ->type_name("JS");
     parser.add_flag("--transparent", m_options.transparent,
                     "Keep the page's alpha, shown over black");
+    parser.add_flag("--mute", m_options.is_muted, "Pages are silent");
     parser.add_flag("!--no-advertise", m_options.is_advertised,
                     "Do not tell the local network of the control page");
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");

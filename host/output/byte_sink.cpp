@@ -47,6 +47,13 @@ outcome byte_sink::write(const void* bytes, std::size_t count) {
     return outcome::fine();
 }
 
+outcome byte_sink::write_again(const void* bytes, std::size_t count) {
+    if (m_stream == nullptr || std::fseek(m_stream, 0, SEEK_SET) != 0) return outcome::fine();
+    auto written = write(bytes, count);
+    if (written.ok() && std::fseek(m_stream, 0, SEEK_END) != 0) return problem("complete");
+    return written;
+}
+
 outcome byte_sink::close() {
     std::FILE* const stream = std::exchange(m_stream, nullptr);
     if (stream == nullptr) return outcome::fine();

@@ -26,6 +26,9 @@ public:
 
     // Waits for the reader of a pipe.
     outcome write(const void* bytes, std::size_t count);
+    // Over the first bytes of a file; what comes next stands behind the last ones again. On a pipe,
+    // which has no way back, nothing happens.
+    outcome write_again(const void* bytes, std::size_t count);
     outcome close();
     // The same once the disk has the file: only then it is known that it is whole.
     outcome close_on_disk();

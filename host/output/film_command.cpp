@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "host/output/film_codecs.h"
+#include "host/output/matroska_stream.h"
 
 namespace pennywort::host {
 
@@ -14,13 +15,18 @@ using strings = std::vector<std::string>;
 void append(strings& to, const strings& more) { to.insert(to.end(), more.begin(), more.end()); }
 
 // Each line that ffmpeg says stands for itself: "Last message repeated 2 times" would hide which.
-strings command_begin(const std::string& program, long width, long height, const frame_rate& rate) {
-    return {program,      "-hide_banner", "-nostdin",
-            "-loglevel",  "repeat+error", "-y",
-            "-f",         "rawvideo",     "-pixel_format",
-            "bgra",       "-video_size",  std::to_string(width) + "x" + std::to_string(height),
-            "-framerate", rate.text(),    "-i",
-            "pipe:0"};
+// Each of the stream's tracks is announced in its head: to look at more of it would only take time.
+strings command_begin(const std::string& program, const frame_format& format) {
+    strings command = {program, "-hide_banner", "-nostdin", "-loglevel", "repeat+error", "-y"};
+    if (format.has_sound) {
+        append(command, {"-analyzeduration", "0", "-probesize", "32", "-f", "matroska", "-i",
+                         "pipe:0", "-r", format.rate.text()});
+    } else {
+        append(command, {"-f", "rawvideo", "-pixel_format", "bgra", "-video_size",
+                         std::to_string(format.width) + "x" + std::to_string(format.height),
+                         "-framerate", format.rate.text(), "-i", "pipe:0"});
+    }
+    return command;
 }
 
 // The conversion is spelled out, and so is what is written into the file: left alone, ffmpeg
@@ -65,10 +71,22 @@ void append_colours(strings& to, output_kind kind, const film_codec& codec,
     }
 }
 
+// As it came, in 24 bits, where a film is for an edit; else as browsers know it.
+void append_sound(strings& to, output_kind kind) {
+    if (kind == output_kind::mp4) {
+        append(to, {"-c:a", "aac", "-b:a", "256k"});
+    } else if (kind == output_kind::webm) {
+        append(to, {"-c:a", "libopus", "-b:a", "192k"});
+    } else {
+        append(to, {"-c:a", "pcm_s24le"});
+    }
+}
+
 void append_encoder(strings& to, output_kind kind, const frame_format& format) {
     const auto* const codec = codec_of(kind, format);
     append_colours(to, kind, *codec, format);
     codec->append(to, kind, format);
+    if (format.has_sound) append_sound(to, kind);
     if (!format.film.timecode.empty()) append(to, {"-timecode", format.film.timecode});
 }
 
@@ -97,6 +115,16 @@ void append_file(strings& to, const output_target& target) {
     }
 }
 
+// One small frame, and some silence.
+constexpr long k_trial_side = 64;
+constexpr std::size_t k_trial_samples = k_sound_rate / 10;
+
+frame_format trial_format_of(const frame_format& format) {
+    frame_format trial = format;
+    trial.width = trial.height = k_trial_side;
+    return trial;
+}
+
 std::string file_of(const output_target& target) {
     return "file:" + (target.pattern ? target.pattern->for_ffmpeg().value_or("") : target.path);
 }
@@ -105,7 +133,7 @@ std::string file_of(const output_target& target) {
 
 strings film_command(const std::string& program, const output_target& target,
                      const frame_format& format) {
-    strings command = command_begin(program, format.width, format.height, format.rate);
+    strings command = command_begin(program, format);
     append_encoder(command, target.kind, format);
     append_file(command, target);
     append(command, format.film.ffmpeg_options);
@@ -115,11 +143,23 @@ strings film_command(const std::string& program, const output_target& target,
 
 strings film_trial_command(const std::string& program, const output_target& target,
                            const frame_format& format) {
-    strings command = command_begin(program, k_film_trial_side, k_film_trial_side, format.rate);
-    append_encoder(command, target.kind, format);
+    const frame_format trial = trial_format_of(format);
+    strings command = command_begin(program, trial);
+    append_encoder(command, target.kind, trial);
     append(command, format.film.ffmpeg_options);
     append(command, {"-f", "null", "-"});
     return command;
+}
+
+std::string film_trial_frame(const frame_format& format) {
+    const frame_format trial = trial_format_of(format);
+    std::string pixels;
+    for (int i = 0; i < k_trial_side * k_trial_side; ++i) pixels.append("\0\0\0\xFF", 4);
+    if (!format.has_sound) return pixels;
+    matroska_stream stream(trial);
+    const std::string silence(k_trial_samples * k_sound_channels * sizeof(float), '\0');
+    return stream.begin() + stream.next_frame(pixels.size()) + pixels +
+           stream.next_samples(k_trial_samples) + silence;
 }
 
 }  // namespace pennywort::host

@@ -9,7 +9,8 @@
 
 namespace pennywort::host {
 
-// `program` and its arguments; it reads the frames as BGRA from its standard input. Films are
+// `program` and its arguments; it reads the frames as BGRA from its standard input, or a
+// film with sound as the Matroska stream of both. Films are
 // BT.709 in the limited range and say so, but for FFV1 and GIF, which keep RGB, and pictures, whose
 // formats have a matrix of their own. film_complaint has found nothing wrong with the format.
 std::vector<std::string> film_command(const std::string& program, const output_target& target,
@@ -19,7 +20,7 @@ std::vector<std::string> film_command(const std::string& program, const output_t
 std::vector<std::string> film_trial_command(const std::string& program, const output_target& target,
                                             const frame_format& format);
 
-// Pixels of each side of the frame that the trial wants.
-constexpr long k_film_trial_side = 64;
+// What it gets on its standard input.
+std::string film_trial_frame(const frame_format& format);
 
 }  // namespace pennywort::host

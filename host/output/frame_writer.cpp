@@ -12,6 +12,7 @@
 #include "host/output/png_writers.h"
 #include "host/output/still_writer.h"
 #include "host/output/stream_writers.h"
+#include "host/output/wav_writer.h"
 #include "host/output/weaving_writer.h"
 
 namespace pennywort::host {
@@ -42,6 +43,8 @@ std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
             return std::make_unique<y4m_writer>(format, opener_of(target, standard_output));
         case output_kind::matroska:
             return std::make_unique<matroska_writer>(format, opener_of(target, standard_output));
+        case output_kind::wav:
+            return std::make_unique<wav_writer>(target.path);
         case output_kind::raw:
         case output_kind::none:
             return std::make_unique<raw_writer>(opener_of(target, standard_output));
@@ -66,6 +69,7 @@ std::unique_ptr<frame_writer> make_page_writer(const output_target& output,
     film.transparent = page.transparent && key == nullptr;
     auto writer = make_frame_writer(output, film, standard_output);
     if (key != nullptr) {
+        film.has_sound = false;
         auto key_film = make_frame_writer(*key, film, standard_output);
         writer = std::make_unique<key_writer>(std::move(writer), std::move(key_film));
     }

@@ -2,8 +2,11 @@
 // file.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "host/output/film_settings.h"
@@ -23,9 +26,16 @@ public:
     // One output frame. The same picture again is one more frame that looks the same; it may be
     // kept for that, but not past the call of finish. May wait for the output to take it.
     virtual outcome show(const picture_ptr& frame) = 0;
+    // Only where the format has sound: the next samples, left and right in turn. They belong behind
+    // those of the call before, the first of them to the beginning of the first frame.
+    virtual outcome hear(std::span<const float>) { return outcome::fine(); }
     // Completes the output, so that what was shown can be played, also after show has failed.
     virtual outcome finish() = 0;
 };
+
+// Of all sound: stereo.
+constexpr std::int64_t k_sound_rate = 48'000;
+constexpr std::size_t k_sound_channels = 2;
 
 struct output_target;
 
@@ -34,6 +44,7 @@ struct frame_format {
     long height = 0;
     frame_rate rate = *frame_rate::parse("50");
     bool transparent = false;
+    bool has_sound = false;      // hear is called, too
     bool is_interlaced = false;  // two fields in each frame, the top one first
     film_settings film;
 };

@@ -41,6 +41,8 @@ outcome key_writer::show(const picture_ptr& frame) {
     return shown.ok() ? m_key->show(key_of(frame)) : shown;
 }
 
+outcome key_writer::hear(std::span<const float> samples) { return m_fill->hear(samples); }
+
 outcome key_writer::finish() {
     m_source.reset();
     m_grey.reset();

@@ -11,11 +11,13 @@ namespace pennywort::host {
 // where the page is opaque and black where nothing is. Frame by frame the two belong together.
 class key_writer : public frame_writer {
 public:
-    // Both of opaque formats.
+    // Both of opaque formats; only the fill's may have sound.
     key_writer(std::unique_ptr<frame_writer> fill, std::unique_ptr<frame_writer> key);
 
     outcome begin() override;
     outcome show(const picture_ptr& frame) override;
+    // The sound belongs to the fill.
+    outcome hear(std::span<const float> samples) override;
     // Completes both, whatever became of one of them.
     outcome finish() override;
 

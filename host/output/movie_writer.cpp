@@ -34,6 +34,7 @@ movie_writer::movie_writer(output_target target, const frame_format& format,
     : m_target(std::move(target)),
       m_format(format),
       m_patience(patience),
+      m_stream(format),
       m_pixels(format.transparent) {}
 
 movie_writer::movie_writer(output_kind kind, std::string path, const frame_format& format,
@@ -52,7 +53,9 @@ outcome movie_writer::begin() {
     if (auto tried = try_encoder(program); !tried.ok()) return tried;
     auto started = m_child.start(film_command(program, m_target, m_format));
     m_is_running = started.ok();
-    return started;
+    if (!started.ok() || !m_format.has_sound) return started;
+    const std::string head = m_stream.begin();
+    return send(head.data(), head.size());
 }
 
 // Without this, an ffmpeg that lacks the encoder would fail at the first frame, long after the
@@ -62,17 +65,32 @@ outcome movie_writer::try_encoder(const std::string& program) const {
     if (auto begun = trial.start(film_trial_command(program, m_target, m_format)); !begun.ok()) {
         return begun;
     }
-    const std::vector<std::uint32_t> black(k_film_trial_side * k_film_trial_side, 0xFF000000);
-    trial.write(black.data(), black.size() * sizeof black[0], m_patience);
+    const std::string frame = film_trial_frame(m_format);
+    trial.write(frame.data(), frame.size(), m_patience);
     const auto report = trial.finish(m_patience);
     if (!report.ended) return outcome::failed("ffmpeg does not end after one frame");
     return report.status == 0 ? outcome::fine() : failed_with(report);
 }
 
 outcome movie_writer::show(const picture_ptr& frame) {
-    const void* pixels = m_pixels.of(frame);
     ++m_shown;
-    switch (m_child.write(pixels, frame->byte_count(), m_patience)) {
+    const std::size_t size = frame->byte_count();
+    if (!m_format.has_sound) return send(m_pixels.of(frame), size);
+    return send(m_stream.next_frame(size), m_pixels.of(frame), size);
+}
+
+outcome movie_writer::hear(std::span<const float> samples) {
+    const std::string head = m_stream.next_samples(samples.size() / k_sound_channels);
+    return send(head, samples.data(), samples.size_bytes());
+}
+
+outcome movie_writer::send(const std::string& head, const void* bytes, std::size_t count) {
+    auto sent = send(head.data(), head.size());
+    return sent.ok() ? send(bytes, count) : sent;
+}
+
+outcome movie_writer::send(const void* bytes, std::size_t count) {
+    switch (m_child.write(bytes, count, m_patience)) {
         case child_process::write_result::written:
             return outcome::fine();
         case child_process::write_result::stalled:

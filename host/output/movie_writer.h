@@ -3,12 +3,15 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "host/output/film_pixels.h"
 #include "host/output/frame_writer.h"
+#include "host/output/matroska_stream.h"
 #include "host/output/output_target.h"
 #include "host/system/child_process.h"
 
@@ -25,11 +28,14 @@ public:
     // Tries the encoder with a frame of its own before the film's ffmpeg is started.
     outcome begin() override;
     outcome show(const picture_ptr& frame) override;
+    outcome hear(std::span<const float> samples) override;
     // Reads back what ffmpeg has written: it ends with 0 for a film that a full disk has cut off.
     outcome finish() override;
 
 private:
     outcome try_encoder(const std::string& program) const;
+    outcome send(const void* bytes, std::size_t count);
+    outcome send(const std::string& head, const void* bytes, std::size_t count);
     outcome give_up();
     outcome failed_with(const child_process::exit_report& report) const;
     outcome check_output(const child_process::exit_report& report) const;
@@ -40,6 +46,7 @@ private:
     const std::string& m_path = m_target.path;
     const frame_format m_format;
     const std::chrono::milliseconds m_patience;
+    matroska_stream m_stream;  // of a film with sound: one pipe carries both
     child_process m_child;
     bool m_is_running = false;
     std::uint64_t m_shown = 0;

@@ -21,6 +21,7 @@ constexpr std::pair<std::string_view, output_kind> k_endings[] = {
     {"bgra", output_kind::raw}, {"mkv", output_kind::mkv},   {"mov", output_kind::mov},
     {"mp4", output_kind::mp4},  {"webm", output_kind::webm}, {"gif", output_kind::gif},
     {"jpg", output_kind::jpg},  {"jpeg", output_kind::jpg},  {"webp", output_kind::webp},
+    {"wav", output_kind::wav},
 };
 
 output_kind series_of(output_kind picture) {
@@ -65,6 +66,20 @@ bool is_series(output_kind kind) {
 }
 
 bool is_made_by_ffmpeg(output_kind kind) { return kind >= output_kind::mkv; }
+
+bool holds_sound(output_kind kind) {
+    switch (kind) {
+        case output_kind::matroska:
+        case output_kind::wav:
+        case output_kind::mkv:
+        case output_kind::mov:
+        case output_kind::mp4:
+        case output_kind::webm:
+            return true;
+        default:
+            return false;
+    }
+}
 
 bool is_stream_format(std::string_view format) { return kind_of_format(format).has_value(); }
 
@@ -131,7 +146,8 @@ std::optional<output_target> output_target::parse(std::string_view text, std::st
     const auto named = target.to_standard_output() ? output_kind::y4m : kind_of_ending(text);
     if (text.empty() || (!named && !wanted)) {
         reason =
-            "an output is a name ending in .mov, .mp4, .mkv, .webm, .gif, .png, .jpg, .webp, .y4m "
+            "an output is a name ending in .mov, .mp4, .mkv, .webm, .gif, .png, .jpg, .webp, .wav, "
+            ".y4m "
             "or .raw, or - for a pipe";
         return {};
     }

@@ -15,6 +15,7 @@ enum class output_kind {
     y4m,
     raw,
     matroska,  // a stream of uncompressed frames
+    wav,       // sound alone
     // From here on all are made by ffmpeg.
     mkv,
     mov,
@@ -32,6 +33,7 @@ bool is_single_picture(output_kind kind);
 // One file per frame.
 bool is_series(output_kind kind);
 bool is_made_by_ffmpeg(output_kind kind);
+bool holds_sound(output_kind kind);
 
 // The name of a series of files with the place of the number in it, as in "frames-%05d.png".
 class name_pattern {

@@ -27,6 +27,8 @@ outcome weaving_writer::show(const picture_ptr& frame) {
     return m_inner->show(top == frame ? frame : woven(*top, *frame));
 }
 
+outcome weaving_writer::hear(std::span<const float> samples) { return m_inner->hear(samples); }
+
 picture_ptr weaving_writer::woven(const picture& top, const picture& bottom) {
     if (!m_pool) m_pool = std::make_unique<picture_pool>(top.width, top.height, k_pictures);
     auto made = m_pool->take();

@@ -16,6 +16,7 @@ public:
 
     outcome begin() override;
     outcome show(const picture_ptr& frame) override;
+    outcome hear(std::span<const float> samples) override;
     outcome finish() override;
 
 private:

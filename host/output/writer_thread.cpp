@@ -31,10 +31,25 @@ void writer_thread::show_again() {
     {
         const std::lock_guard hold(m_lock);
         if (m_has_failed || m_is_ending || !m_has_shown) return;
-        if (m_waiting.empty()) {
+        if (m_waiting.empty() || m_waiting.back().times == 0) {
             m_waiting.push_back({nullptr, 1});
         } else {
             ++m_waiting.back().times;
+        }
+    }
+    m_changed.notify_one();
+}
+
+void writer_thread::hear(std::vector<float> samples) {
+    if (samples.empty()) return;
+    {
+        const std::lock_guard hold(m_lock);
+        if (m_has_failed || m_is_ending) return;
+        if ((m_waiting_sound + samples.size()) * sizeof samples[0] <= k_max_waiting_sound_bytes) {
+            m_waiting_sound += samples.size();
+            m_waiting.push_back({nullptr, 0, std::move(samples)});
+        } else {
+            m_waiting.push_back({nullptr, 0, {}, samples.size()});
         }
     }
     m_changed.notify_one();
@@ -82,11 +97,13 @@ bool writer_thread::next(entry& out) {
     if (m_waiting.empty() || m_has_failed || m_is_abandoned) return false;
     out = std::move(m_waiting.front());
     m_waiting.pop_front();
+    m_waiting_sound -= out.sound.size();
     return true;
 }
 
 // A picture that looks as the one before is that one: its writer has converted it already.
 void writer_thread::write(const entry& todo) {
+    if (todo.times == 0) return keep(write_sound(todo));
     if (todo.frame && looks_as_before(*todo.frame)) {
         ++m_unchanged;
     } else if (todo.frame) {
@@ -96,6 +113,11 @@ void writer_thread::write(const entry& todo) {
         keep(m_writer->show(m_previous));
         if (!m_has_failed) ++m_written;
     }
+}
+
+outcome writer_thread::write_sound(const entry& todo) {
+    if (todo.silence == 0) return m_writer->hear(todo.sound);
+    return m_writer->hear(std::vector<float>(todo.silence));
 }
 
 // Costs little where the page moves: the comparison ends with the first pixel that differs.

@@ -4,11 +4,13 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "host/output/frame_writer.h"
 
@@ -18,6 +20,9 @@ namespace pennywort::host {
 // before it takes no memory, so a reader may pause for any time.
 class writer_thread {
 public:
+    // Bytes of sound that wait to be written, a minute and a half.
+    static constexpr std::size_t k_max_waiting_sound_bytes = std::size_t(32) << 20;
+
     // `writer` has begun already.
     explicit writer_thread(std::unique_ptr<frame_writer> writer);
     // Drops what still waits; waits for the frame that is being written.
@@ -29,6 +34,10 @@ public:
     void show(picture_ptr frame);
     // The frame before once more; nothing if there was none.
     void show_again();
+
+    // The sound that follows, left and right in turn. Where more waits than there is room for, as
+    // behind a reader that pauses, it becomes silence of the same length.
+    void hear(std::vector<float> samples);
 
     // Whether a frame could not be written; finish tells the reason.
     bool has_failed() const { return m_has_failed; }
@@ -49,6 +58,8 @@ private:
     struct entry {
         picture_ptr frame;  // null: the one before once more
         std::uint64_t times;
+        std::vector<float> sound = {};
+        std::size_t silence = 0;  // floats of it
     };
 
     void run();
@@ -56,6 +67,7 @@ private:
     void guarded(work_type work);
     bool next(entry& out);
     void write(const entry& todo);
+    outcome write_sound(const entry& todo);
     bool looks_as_before(const picture& frame) const;
     void complete();
     void keep(const outcome& result);
@@ -64,6 +76,7 @@ private:
     std::mutex m_lock;
     std::condition_variable m_changed;
     std::deque<entry> m_waiting;
+    std::size_t m_waiting_sound = 0;  // floats in it
     bool m_has_shown = false;
     bool m_is_ending = false;
     picture_ptr m_previous;               // what the writer was given last; of the thread's own

@@ -46,6 +46,8 @@ public:
     void picture_came(time_point at, picture_ptr picture);
     // A tick is sent at `at`. Returns the result of the tick `lag` ticks before, if there is one.
     std::optional<tick_result> tick_sent(time_point at);
+    // From a tick to its picture, as a rule.
+    duration usual() const { return m_usual; }
 
 private:
     struct arrival {

@@ -31,6 +31,9 @@ zRecord settings_of(const render_options& options) {
     settings.SetBool("web_keep_last_picture", options.clock != page_clock::own);
     settings.SetBool("web_page_clock", options.clock == page_clock::own);
     settings.SetBool("web_report_lost_page", true);
+    // Also where it goes nowhere: nothing of a film is to be heard in the room.
+    settings.SetBool("web_sound", true);
+    settings.SetBool("web_muted", options.is_muted);
     settings.SetBool("web_host_clock", options.clock == page_clock::host);
     return settings;
 }
@@ -50,12 +53,14 @@ page_display::page_display(const render_options& options, recorder& frames,
       m_frames(frames),
       m_clock(clock),
       m_heard(std::move(heard)),
+      m_sound(frames, clock),
       m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
                                                             options.format.rate.value())) {
     if (m_browser == nullptr) throw std::bad_alloc();
     m_browser->SetVideoRenderer(this);
     m_browser->SetPageCallbackReceiver(this);
     m_browser->SetJavascriptCallbackReceiver(this);
+    m_browser->SetAudioReceiver(&m_sound);
 }
 
 page_display::~page_display() {
@@ -78,6 +83,7 @@ void page_display::close() {
     m_browser->SetVideoRenderer(nullptr);
     m_browser->SetPageCallbackReceiver(nullptr);
     m_browser->SetJavascriptCallbackReceiver(nullptr);
+    m_browser->SetAudioReceiver(nullptr);
     m_run = nullptr;
     m_browser->Close();
 }

@@ -9,6 +9,7 @@
 
 #include "core/run/clock.h"
 #include "host/render/page_run.h"
+#include "host/render/page_sound_receiver.h"
 #include "host/render/recorder.h"
 #include "host/render/render_options.h"
 #include "webdisplay.h"
@@ -47,6 +48,9 @@ public:
     // Why it was not; empty if nothing is known.
     std::string frame_fault() const;
 
+    // Whether a page has said anything so far.
+    bool has_sounded() const { return m_sound.has_sounded(); }
+
     // Ticks that the page could not follow so far.
     std::uint64_t missed() const;
 
@@ -67,6 +71,7 @@ private:
     recorder& m_frames;
     const run::monotonic_clock& m_clock;
     const listener m_heard;
+    page_sound_receiver m_sound;
     cWebDisplayBrowser* m_browser;
     page_run* m_run = nullptr;
     bool m_is_open = false;

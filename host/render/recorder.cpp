@@ -2,14 +2,24 @@
 #include "host/render/recorder.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "core/limits.h"
 
 namespace pennywort::host {
+
+namespace {
+
+// What a page says with a picture is stamped so much later than the picture is painted: the time
+// that the runtime's own output would have kept it.
+constexpr std::chrono::milliseconds k_sound_behind{34};
+
+}  // namespace
 
 void interval_spread::add(run::monotonic_clock::time::duration interval) {
     using steps = std::chrono::duration<std::int64_t, std::ratio<1, 10'000>>;
@@ -30,12 +40,14 @@ double interval_spread::milliseconds_at(double share) const {
 }
 
 recorder::recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
-                   bool is_exact)
+                   bool is_exact, bool has_sound)
     : m_width(width),
       m_height(height),
+      m_rate(rate),
       m_interval(rate.time_of(1)),
       m_writer(writer),
       m_is_exact(is_exact),
+      m_has_sound(has_sound && writer != nullptr && !is_exact),
       m_pool(width, height, picture_pool::limit_for(width, height, k_max_waiting_picture_bytes)),
       m_token(std::make_shared<const picture>(1, 1)),
       m_pacer(m_interval, frame_pacer::lag_for(m_interval)) {}
@@ -82,6 +94,10 @@ void recorder::tick(time_point at) {
         const bool is_fresh = m_next != nullptr;
         return take({m_ticks - 1, is_fresh, std::exchange(m_next, {}), 0}, at);
     }
+    // The picture of this tick will be the next one of the film.
+    if (m_has_sound && !m_done && m_ticks - 1 == m_first) {
+        m_sound.begin(sound_position(m_counts.frames), at + m_pacer.usual() + k_sound_behind);
+    }
     guarded([&] {
         if (const auto result = m_pacer.tick_sent(at)) take(*result, at);
     });
@@ -94,7 +110,49 @@ void recorder::take(const tick_result& result, time_point sent) {
     }
     if (m_done || result.tick < m_first) return;
     count(result, sent);
+    if (m_has_sound) hand_out_sound();
     if (result.tick + 1 == m_end) m_done = true;
+}
+
+// Of the first sample behind so many frames: counted anew each time, so that no error adds up.
+std::int64_t recorder::sound_position(std::uint64_t frames) const {
+    const auto time = m_rate.time_of(frames);
+    using samples = std::chrono::duration<std::int64_t, std::ratio<1, k_sound_rate>>;
+    return std::chrono::round<samples>(time).count();
+}
+
+void recorder::hand_out_sound() {
+    std::vector<float> ready;
+    m_sound.take(sound_position(m_counts.frames), ready);
+    m_writer->hear(std::move(ready));
+}
+
+void recorder::heard(const float* const* samples, long channels, long frames, time_point at) {
+    if (!m_has_sound) return;
+    guarded([&] {
+        const std::lock_guard hold(m_lock);
+        m_sound.packet(samples, channels, frames, at);
+    });
+}
+
+void recorder::fell_silent() {
+    const std::lock_guard hold(m_lock);
+    m_sound.pause();
+}
+
+bool recorder::is_waiting_for_sound() const {
+    const std::lock_guard hold(m_lock);
+    return m_has_sound && m_sound.is_missing(sound_position(m_counts.frames));
+}
+
+void recorder::end_sound() {
+    if (!m_has_sound) return;
+    guarded([&] {
+        const std::lock_guard hold(m_lock);
+        std::vector<float> rest;
+        m_sound.finish(sound_position(m_counts.frames), rest);
+        m_writer->hear(std::move(rest));
+    });
 }
 
 void recorder::count(const tick_result& result, time_point now) {
@@ -126,6 +184,7 @@ bool recorder::has_room() const {
 }
 
 void recorder::begin(std::uint64_t frames) {
+    end_sound();
     const std::lock_guard hold(m_lock);
     m_first = m_ticks;
     m_end = m_first + frames;

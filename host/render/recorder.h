@@ -15,6 +15,7 @@
 #include "host/output/picture.h"
 #include "host/output/writer_thread.h"
 #include "host/render/frame_pacer.h"
+#include "host/render/sound_track.h"
 
 namespace pennywort::host {
 
@@ -52,13 +53,17 @@ public:
     // Without a writer pictures are counted but not kept. The writer must outlive the recorder's
     // last tick.
     // `is_exact`: the pictures between two ticks belong to the second one, and to no other.
+    // `has_sound`: so do they with what the page says.
     recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
-             bool is_exact = false);
+             bool is_exact = false, bool has_sound = false);
 
     // One painted frame. One of another size is not counted: the page has not followed its display
     // yet.
     void painted(const void* pixels, long width, long height, time_point at);
     void tick(time_point at);
+    // What the page says, of which `at` is the time that the runtime gives it. From any thread.
+    void heard(const float* const* samples, long channels, long frames, time_point at);
+    void fell_silent();
     // Whether one of these found no memory. Then a frame is missing, and the run is to end.
     bool has_no_memory() const { return m_has_no_memory; }
 
@@ -69,6 +74,10 @@ public:
     void begin(std::uint64_t frames);
     // Output frames end with the tick that is decided now.
     void end();
+    // Whether sound of the frames so far is still on its way.
+    bool is_waiting_for_sound() const;
+    // The sound ends with the frames so far. After the last tick, and before the writer's end.
+    void end_sound();
     // Whether all frames of the last begin are handed over.
     bool is_done() const { return m_done; }
 
@@ -86,12 +95,16 @@ private:
     void arrived(picture_ptr kept, time_point at);
     void take(const tick_result& result, time_point sent);
     void count(const tick_result& result, time_point now);
+    std::int64_t sound_position(std::uint64_t frames) const;
+    void hand_out_sound();
 
     const long m_width;
     const long m_height;
+    const frame_rate m_rate;
     const run::monotonic_clock::time::duration m_interval;
     writer_thread* const m_writer;
     const bool m_is_exact;
+    const bool m_has_sound;
     picture_pool m_pool;
     const picture_ptr m_token;  // stands for every picture where none is kept
     std::atomic<std::uint64_t> m_pictures{0};
@@ -100,6 +113,7 @@ private:
 
     mutable std::mutex m_lock;  // guards what follows
     frame_pacer m_pacer;
+    sound_track m_sound;
     picture_ptr m_next;  // of an exact one: since the last tick
     std::uint64_t m_ticks = 0;
     std::uint64_t m_first = 0;  // output frames are the ticks from here...

@@ -71,6 +71,8 @@ private:
     void tick(page_display& display, time_point now, std::uint64_t due);
     bool is_exact() const { return m_options.clock == page_clock::own; }
     void run_loop(page_display& display);
+    void wait_for_sound();
+    void tell_of_sound(const page_display& display);
     void open_feed();
     void follow_feed(page_display& display);
     bool has_feed() const { return m_feed == nullptr || m_feed->has_opened(); }
@@ -99,6 +101,7 @@ private:
     std::unique_ptr<page_feed> m_feed;
     std::size_t m_page_number = 0;
     bool m_is_counting = false;
+    bool m_has_told_of_sound = false;
     std::uint64_t m_asked = 0;  // frames of an exact page, and those of them that are over
     std::uint64_t m_over = 0;
     std::string m_frame_fault;  // of the first of them that failed
@@ -203,7 +206,8 @@ void render_session::leave_page(page_display& display) {
 
 void render_session::show_pages() {
     m_recorder = std::make_unique<recorder>(m_options.format.width, m_options.format.height,
-                                            m_options.format.rate, m_writer.get(), is_exact());
+                                            m_options.format.rate, m_writer.get(), is_exact(),
+                                            m_options.format.has_sound);
     page_display display(
         m_options, *m_recorder, m_clock,
         [this](page_display::saying what, const std::string& line) { hear(what, line); });
@@ -215,8 +219,10 @@ void render_session::show_pages() {
             m_options.format.rate,
             [&](time_point now, std::uint64_t due) { tick(display, now, due); }, m_clock);
         run_loop(display);
+        wait_for_sound();
     }
     m_recorder->end();
+    m_recorder->end_sound();
     if (m_recorder->has_no_memory()) fail(outcome::no_memory().text());
     complete_output();
     display.close();
@@ -230,8 +236,31 @@ void render_session::run_loop(page_display& display) {
         follow_page(display);
         follow_feed(display);
         ask_frames(display);
+        tell_of_sound(display);
         show_progress(m_is_counting ? "page " : "loading page ");
     }
+}
+
+// Of the last frames some is heard when they are written already.
+void render_session::wait_for_sound() {
+    constexpr auto k_longest = std::chrono::milliseconds(300);
+    if (!m_has_shown_all) return;
+    const auto begun = m_clock.now();
+    while (m_recorder->is_waiting_for_sound() && m_clock.now() - begun < k_longest) {
+        zMessageLoop::RunOnce(k_loop_microseconds);
+    }
+}
+
+// What is not in the film is not left out in silence.
+void render_session::tell_of_sound(const page_display& display) {
+    const bool is_measured = m_options.output.kind == output_kind::none;
+    if (m_has_told_of_sound || m_options.format.has_sound || is_measured) return;
+    if (!display.has_sounded()) return;
+    m_has_told_of_sound = true;
+    const char* const why =
+        !holds_sound(m_options.output.kind) ? " holds none" : " is exact, and has it with --live";
+    m_progress.say("pennywort: the page has sound, and " + m_options.output.path + why +
+                   "; with --mute this is not told");
 }
 
 // Before the browser, which takes longer to start than a feed to open.

@@ -74,9 +74,10 @@ void render_command::add_feed_options(CLI::App& parser) {
 
 void render_command::add_output_options(CLI::App& parser) {
     parser
-        .add_option("-o,--output", m_raw.output,
-                    "out.mov, .mp4, .mkv, .webm, .gif, .y4m or .raw; out.png, .jpg or .webp (the "
-                    "last frame), f-%05d.png; - for a pipe; without it only measure")
+        .add_option(
+            "-o,--output", m_raw.output,
+            "out.mov, .mp4, .mkv, .webm, .gif, .wav, .y4m or .raw; out.png, .jpg or .webp (the "
+            "last frame), f-%05d.png; - for a pipe; without it only measure")
         ->type_name("NAME");
     parser
         .add_option("--format", m_raw.format,
@@ -102,6 +103,9 @@ void render_command::add_flags(CLI::App& parser) {
                     "The page's time is the day's, and what comes too late is repeated. A pipe, "
                     "--endless and a measurement have it without");
     parser.add_flag("--free-run", m_raw.is_free_running, "The same as --host-clock off");
+    parser.add_flag("--mute", m_options.is_muted,
+                    "The page is silent, and so is its film (with --live .mov, .mp4, .mkv, .webm, "
+                    ".wav and matroska have sound)");
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
     parser.add_flag("--json", m_options.json, "Print one last line of what happened");
     parser.add_flag("--verbose", m_options.verbose,
@@ -192,6 +196,11 @@ std::string render_command::take_clock() {
     const bool is_exact = m_raw.is_exact || (is_for_file && !is_live);
     const page_clock in_the_days_time = runs_free ? page_clock::page : page_clock::host;
     m_options.clock = is_exact ? page_clock::own : in_the_days_time;
+    m_options.format.has_sound =
+        !is_exact && !m_options.is_muted && holds_sound(m_options.output.kind);
+    if (m_options.output.kind == output_kind::wav && !m_options.format.has_sound) {
+        return m_options.output.path + " holds sound alone, which wants --live and no --mute";
+    }
     return {};
 }
 

@@ -38,6 +38,7 @@ struct render_options {
     std::optional<output_target> key;
     page_clock clock = page_clock::host;
     pump_pacing pacing = pump_pacing::on_request;
+    bool is_muted = false;
     bool gpu = false;
     bool json = false;
     bool verbose = false;

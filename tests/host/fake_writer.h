@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,8 +23,9 @@ struct writer_log {
     std::mutex lock;
     std::condition_variable changed;
     std::vector<std::uint32_t> shown;  // the first pixel of each frame
-    bool held = false;                 // show waits
-    int waiting = 0;                   // shows that wait
+    std::vector<float> heard;
+    bool held = false;  // show waits
+    int waiting = 0;    // shows that wait
     std::size_t fail_at = ~std::size_t(0);
     std::string finish_failure;
     int finished = 0;
@@ -60,6 +62,12 @@ public:
         --m_log->waiting;
         if (m_log->shown.size() == m_log->fail_at) return outcome::failed("the disk is full");
         m_log->shown.push_back(frame->pixels[0]);
+        return outcome::fine();
+    }
+
+    outcome hear(std::span<const float> samples) override {
+        const std::lock_guard hold(m_log->lock);
+        m_log->heard.insert(m_log->heard.end(), samples.begin(), samples.end());
         return outcome::fine();
     }
 

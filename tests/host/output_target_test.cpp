@@ -122,6 +122,7 @@ constexpr target_case k_targets[] = {
     {"Jpg", "a.JPG", "", output_kind::jpg},
     {"Jpeg", "a.jpeg", "", output_kind::jpg},
     {"Webp", "a.webp", "", output_kind::webp},
+    {"Wav", "a.wav", "", output_kind::wav},
     {"JpgSeries", "a-%d.jpg", "", output_kind::jpg_series},
     {"WebpSeries", "a-%04d.webp", "", output_kind::webp_series},
     {"Pipe", "-", "", output_kind::y4m},

@@ -241,5 +241,65 @@ TEST_F(Recorder, AnExactFilmHasEachPictureInItsOwnFrame) {
     EXPECT_FALSE(exact.has_no_memory());
 }
 
+// Of a packet of 20 ms that is heard with the picture of each tick, 34 ms after that was painted.
+class SoundingRecorder : public Recorder {
+protected:
+    void sound(float value, recorder::time_point painted) {
+        const std::vector<float> samples(960, value);
+        const float* const both[] = {samples.data(), samples.data()};
+        sounding.heard(both, 2, 960, painted + 34ms);
+    }
+    void sounding_tick(std::uint32_t number) {
+        sounding.tick(now);
+        paint(sounding, number, now + 5ms);
+        sound(float(number), now + 5ms);
+        now += 20ms;
+    }
+
+    recorder sounding{k_width, k_height, *frame_rate::parse("50"), &writer, false, true};
+};
+
+TEST_F(SoundingRecorder, WhatIsHeardWithAPictureIsInItsFrame) {
+    // The time from a tick to its picture is learnt from some of them.
+    for (std::uint32_t i = 1; i <= 200; ++i) sounding_tick(1000 + i);
+    sounding.begin(20);
+    for (std::uint32_t i = 1; i <= 30; ++i) sounding_tick(i);
+    EXPECT_TRUE(sounding.is_done());
+    EXPECT_FALSE(sounding.is_waiting_for_sound());
+    sounding.end_sound();
+    EXPECT_TRUE(writer.finish().ok());
+    ASSERT_EQ(log->frames().size(), 20u);
+    ASSERT_EQ(log->heard.size(), 20u * 960 * 2);
+    for (std::size_t frame = 0; frame < 20; ++frame) {
+        const std::size_t middle = (frame * 960 + 480) * 2;
+        EXPECT_EQ(log->heard[middle], float(log->frames()[frame])) << frame;
+    }
+}
+
+TEST_F(SoundingRecorder, ASilentPageHasAsMuchSilenceAsFrames) {
+    sounding.begin(10);
+    for (int i = 0; i < 14; ++i) {
+        sounding.tick(now);
+        paint(sounding, std::uint32_t(i + 1), now + 5ms);
+        now += 20ms;
+    }
+    sounding.end_sound();
+    EXPECT_TRUE(writer.finish().ok());
+    EXPECT_EQ(log->heard, std::vector<float>(std::size_t(10) * 960 * 2));
+}
+
+TEST_F(SoundingRecorder, OneWithoutSoundHearsNothing) {
+    const std::vector<float> samples(480, 1);
+    const float* const both[] = {samples.data(), samples.data()};
+    frames.begin(2);
+    for (std::uint32_t i = 1; i <= 6; ++i) {
+        frames.heard(both, 2, 480, now);
+        tick(i);
+    }
+    frames.end_sound();
+    EXPECT_TRUE(writer.finish().ok());
+    EXPECT_EQ(log->heard.size(), 0u);
+}
+
 }  // namespace
 }  // namespace pennywort::host

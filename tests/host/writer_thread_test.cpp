@@ -56,6 +56,38 @@ TEST_F(WriterThread, FramesAfterAFailureHoldNoMemory) {
     EXPECT_EQ(late.use_count(), 1);
 }
 
+TEST_F(WriterThread, SoundKeepsItsPlaceAmongTheFrames) {
+    auto writer = make();
+    writer->show(picture_of(1));
+    writer->hear({0.5f, -0.5f});
+    writer->show_again();
+    writer->hear({});
+    writer->hear({1, 2});
+    writer->show(picture_of(2));
+    EXPECT_TRUE(writer->finish().ok());
+    EXPECT_EQ(log->frames(), (colours{1, 1, 2}));
+    EXPECT_EQ(writer->written(), 3u);
+    EXPECT_EQ(log->heard, (std::vector<float>{0.5f, -0.5f, 1, 2}));
+}
+
+// A reader that pauses for long takes no memory, and finds what comes then at its time.
+TEST_F(WriterThread, SoundWithoutRoomBecomesSilence) {
+    log->held = true;
+    auto writer = make();
+    writer->show(picture_of(1));
+    log->wait_until_one_waits();
+    constexpr std::size_t k_all = writer_thread::k_max_waiting_sound_bytes / sizeof(float);
+    writer->hear(std::vector<float>(k_all - 2, 1));
+    writer->hear({2, 2, 2, 2});
+    writer->hear({3, 3});
+    log->hold_up(false);
+    EXPECT_TRUE(writer->finish().ok());
+    ASSERT_EQ(log->heard.size(), k_all + 4);
+    EXPECT_EQ(log->heard[k_all - 3], 1);
+    const std::vector<float> end(log->heard.end() - 6, log->heard.end());
+    EXPECT_EQ(end, (std::vector<float>{0, 0, 0, 0, 3, 3}));
+}
+
 TEST_F(WriterThread, NothingToRepeatIsNoFrame) {
     auto writer = make();
     writer->show_again();

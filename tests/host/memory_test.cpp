@@ -6,7 +6,9 @@
 #include <system_error>
 #include <vector>
 
+#include "host/output/key_writer.h"
 #include "host/output/matroska_writer.h"
+#include "host/output/weaving_writer.h"
 #include "host/render/recorder.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
@@ -24,7 +26,8 @@ constexpr std::uint64_t k_frames = 200;
 struct recording {
     const std::shared_ptr<writer_log> log = std::make_shared<writer_log>();
     writer_thread writer{std::make_unique<fake_writer>(log)};
-    recorder frames{4, 2, *frame_rate::parse("50"), &writer};
+    recorder frames{4, 2, *frame_rate::parse("50"), &writer, false, true};
+    const std::vector<float> sound = std::vector<float>(960, 1);
 
     void take_frames() {
         auto now = recorder::time_point() + 1000s;
@@ -33,6 +36,8 @@ struct recording {
             const std::uint32_t pixels[8] = {i, i, i, i, i, i, i, i};
             frames.tick(now);
             frames.painted(pixels, 4, 2, now + 5ms);
+            const float* const both[] = {sound.data(), sound.data()};
+            frames.heard(both, 2, 960, now + 40ms);
             now += 20ms;
         }
     }
@@ -46,8 +51,10 @@ TEST(RecorderMemory, AFrameThatFindsNoneIsToldAndNoneIsLostInSilence) {
         try {
             recording one;
             one.take_frames();
+            one.frames.end_sound();
             is_told = one.frames.has_no_memory();
-            is_whole = one.writer.finish().ok() && one.writer.written() == k_frames;
+            is_whole = one.writer.finish().ok() && one.writer.written() == k_frames &&
+                       one.log->heard.size() == k_frames * 960 * 2;
         } catch (const std::bad_alloc&) {
             is_told = true;  // the program ends with its line
         } catch (const std::system_error&) {
@@ -57,6 +64,31 @@ TEST(RecorderMemory, AFrameThatFindsNoneIsToldAndNoneIsLostInSilence) {
     const int failures =
         with_each_allocation_failing(work, [&] { EXPECT_TRUE(is_told || is_whole); });
     EXPECT_GT(failures, 20);
+}
+
+// Of two frames becomes one, and of that the fill and the key, or there is no memory.
+TEST(PageWriterMemory, FillAndKeyAreWholeOrItFails) {
+    const auto fill = std::make_shared<writer_log>();
+    const auto key = std::make_shared<writer_log>();
+    const std::vector<picture_ptr> frames{picture_of(1, 4, 2), picture_of(2, 4, 2)};
+    bool has_thrown = false;
+    const auto work = [&] {
+        has_thrown = false;
+        fill->shown.clear();
+        key->shown.clear();
+        try {
+            weaving_writer writer(std::make_unique<key_writer>(std::make_unique<fake_writer>(fill),
+                                                               std::make_unique<fake_writer>(key)));
+            for (const auto& frame : frames) EXPECT_TRUE(writer.show(frame).ok());
+            EXPECT_TRUE(writer.finish().ok());
+        } catch (const std::bad_alloc&) {
+            has_thrown = true;
+        }
+    };
+    const int failures = with_each_allocation_failing(work, [&] {
+        EXPECT_TRUE(has_thrown || (fill->shown.size() == 1 && key->shown.size() == 1));
+    });
+    EXPECT_GT(failures, 5);
 }
 
 // Fails as a writer does whose conversion finds no room.

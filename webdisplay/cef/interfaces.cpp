@@ -158,6 +158,10 @@ CefClient::CefClient() {
         return counted(decltype(m_struct)::of(self)->GetRequestHandler(),
                        &CefRequestHandler::counted_request_handler);
     };
+    take_messages();
+}
+
+void CefClient::take_messages() {
     m_struct->on_process_message_received = [](cef_client_t* self, cef_browser_t* browser,
                                                cef_frame_t* frame, cef_process_id_t,
                                                cef_process_message_t* message) {

@@ -229,6 +229,8 @@ public:
                                           cef_process_message_t* message) = 0;
 
 private:
+    void take_messages();
+
     callback_struct<cef_client_t, CefClient> m_struct{this};
 };
 

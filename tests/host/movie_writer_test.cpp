@@ -136,6 +136,19 @@ TEST_F(FakeFfmpeg, OneThatEndsEarlyAndContentIsAFailureToo) {
     EXPECT_NE(result.text().find("a.mkv"), std::string::npos) << result.text();
 }
 
+TEST_F(FakeFfmpeg, OneThatIsKilledIsToldWithItsSignal) {
+    install("head -c 50000 >/dev/null\nkill -KILL $$\n");
+    for (const bool has_sound : {false, true}) {
+        auto format = movie_format(false);
+        format.has_sound = has_sound;
+        movie_writer killed(output_kind::mp4, folder.path("a.mp4"), format, 20s);
+        ASSERT_TRUE(killed.begin().ok());
+        const auto result = show_many(killed);
+        EXPECT_NE(result.text().find("exit status 137"), std::string::npos) << result.text();
+        EXPECT_TRUE(killed.finish().ok());  // told already
+    }
+}
+
 TEST_F(FakeFfmpeg, OneThatFailsSilentlyIsToldWithItsStatus) {
     install("cat >/dev/null\nexit 7\n");
     ASSERT_TRUE(writer.begin().ok());

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -172,6 +173,29 @@ TEST_F(Render, AnInterruptionCompletesTheFile) {
         "exit $status");
     EXPECT_EQ(run.status, 130) << run.errors;
     EXPECT_NE(run.output.find("nb_read_frames="), std::string::npos) << run.output;
+}
+
+TEST_F(Render, AnInterruptionCompletesEachKindOfFilm) {
+    for (const std::string& film :
+         {"a.mp4", "a.webm", "a.gif", "a.mov --key b.mov", "a.mp4 --live", "a.mov --fields"}) {
+        const auto run = folder.run("rm -f log [ab].*\n'" PENNYWORT_PROGRAM
+                                    "' render moving.html --size 64x48 --seconds 60 -o " +
+                                    film +
+                                    " 2>log & pid=$!\n"
+                                    "until grep -q frames log; do sleep 0.1; done\n"
+                                    "kill -INT $pid; wait $pid; status=$?; cat log >&2\n"
+                                    "for film in [ab].*; do\n"
+                                    "  ffprobe -v error -count_frames -select_streams v "
+                                    "-show_entries stream=nb_read_frames "
+                                    "-of csv=p=0 $film || exit 99\n"
+                                    "done\nexit $status");
+        EXPECT_EQ(run.status, 130) << film << run.errors;
+        EXPECT_GT(std::atoi(run.output.c_str()), 0) << film << run.output;
+        if (film.find("--key") == film.npos) continue;
+        const auto second = run.output.find('\n') + 1;
+        EXPECT_EQ(std::atoi(run.output.c_str()), std::atoi(run.output.c_str() + second))
+            << run.output;
+    }
 }
 
 TEST_F(Render, ARequestToEndBeforeTheFirstFrameLeavesNoFile) {

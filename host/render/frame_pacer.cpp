@@ -24,7 +24,7 @@ std::size_t frame_pacer::lag_for(duration interval) {
 }
 
 frame_pacer::frame_pacer(duration interval, std::size_t lag)
-    : m_interval(interval), m_lag(lag), m_usual(interval / 2) {}
+    : m_interval(interval), m_lag(lag), m_usual(interval / 2), m_mean(m_usual) {}
 
 void frame_pacer::picture_came(time_point at, picture_ptr picture) {
     // Before the first tick there is nothing that it could be the answer to.
@@ -99,6 +99,8 @@ std::size_t frame_pacer::likely_place(std::size_t latest) const {
 
 void frame_pacer::learn(duration needed) {
     m_usual += (std::clamp(needed, duration(0), 2 * m_interval) - m_usual) / k_smoothing;
+    m_learnt = std::min(m_learnt + 1, k_smoothing);
+    m_mean += (needed - m_mean) / m_learnt;
 }
 
 }  // namespace pennywort::host

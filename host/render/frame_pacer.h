@@ -46,8 +46,8 @@ public:
     void picture_came(time_point at, picture_ptr picture);
     // A tick is sent at `at`. Returns the result of the tick `lag` ticks before, if there is one.
     std::optional<tick_result> tick_sent(time_point at);
-    // From a tick to its picture, as a rule.
-    duration usual() const { return m_usual; }
+    // From a tick to its picture, as it was with the last ones; a guess before there were any.
+    duration mean() const { return m_mean; }
 
 private:
     struct arrival {
@@ -65,6 +65,8 @@ private:
     const duration m_interval;
     const std::size_t m_lag;
     duration m_usual;                // from tick to picture, smoothed
+    duration m_mean;                 // the same, which the first pictures count more in
+    int m_learnt = 0;                // of them
     std::uint64_t m_decided = 0;     // ticks before m_sent.front()
     std::deque<time_point> m_sent;   // the ticks not decided yet
     std::deque<arrival> m_arrivals;  // the pictures not given out yet

@@ -96,7 +96,7 @@ void recorder::tick(time_point at) {
     }
     // The picture of this tick will be the next one of the film.
     if (m_has_sound && !m_done && m_ticks - 1 == m_first) {
-        m_sound.begin(sound_position(m_counts.frames), at + m_pacer.usual() + k_sound_behind);
+        m_sound.begin(sound_position(m_counts.frames), at + k_sound_behind);
     }
     guarded([&] {
         if (const auto result = m_pacer.tick_sent(at)) take(*result, at);
@@ -131,7 +131,8 @@ void recorder::heard(const float* const* samples, long channels, long frames, ti
     if (!m_has_sound) return;
     guarded([&] {
         const std::lock_guard hold(m_lock);
-        m_sound.packet(samples, channels, frames, at);
+        // The film has a picture at its tick, which it was not painted with.
+        m_sound.packet(samples, channels, frames, at - m_pacer.mean());
     });
 }
 

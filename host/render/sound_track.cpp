@@ -47,7 +47,7 @@ void sound_track::append_silence(std::int64_t samples) {
 }
 
 void sound_track::append(const float* const* samples, long channels, long from, long frames) {
-    const std::int64_t to = std::min<std::int64_t>(frames, from + m_end - written());
+    const std::int64_t to = from + std::min<std::int64_t>(frames - from, m_end - written());
     const float* const left = samples[0];
     const float* const right = samples[channels > 1 ? 1 : 0];
     for (std::int64_t i = from; i < to; ++i) {

@@ -176,7 +176,7 @@ TEST_F(Render, AnInterruptionCompletesTheFile) {
 }
 
 TEST_F(Render, AnInterruptionCompletesEachKindOfFilm) {
-    for (const std::string& film :
+    for (const std::string film :
          {"a.mp4", "a.webm", "a.gif", "a.mov --key b.mov", "a.mp4 --live", "a.mov --fields"}) {
         const auto run = folder.run("rm -f log [ab].*\n'" PENNYWORT_PROGRAM
                                     "' render moving.html --size 64x48 --seconds 60 -o " +
@@ -532,13 +532,16 @@ TEST_F(RenderedSound, OfALiveFilmIsInStepWithItsPicture) {
         const auto heard = beeps(film, pitch);
         EXPECT_NEAR(pitch, 1000, 20);
         ASSERT_GE(seen.size(), 4u) << run.errors;
-        // The first one, with which the page begins to sound, may come before the runtime listens.
-        ASSERT_GE(heard.size() + 1, seen.size());
-        const std::size_t lost = seen.size() - std::min(seen.size(), heard.size());
+        // Of the first one, with which a silent page begins to sound, the runtime has lost a piece.
         std::vector<double> apart;
-        for (std::size_t i = lost; i < seen.size(); ++i) {
-            apart.push_back(heard[i - lost] - seen[i]);
+        for (const double beep : heard) {
+            double nearest = 1;
+            for (std::size_t i = 1; i < seen.size(); ++i) {
+                if (std::abs(beep - seen[i]) < std::abs(nearest)) nearest = beep - seen[i];
+            }
+            if (std::abs(nearest) < 0.3) apart.push_back(nearest);
         }
+        ASSERT_GE(apart.size(), 4u) << film;
         std::sort(apart.begin(), apart.end());
         EXPECT_NEAR(apart[apart.size() / 2], 0, 0.010) << film << ": half a frame";
         EXPECT_NEAR(apart.front(), 0, 0.030) << film;

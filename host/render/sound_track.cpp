@@ -15,13 +15,21 @@ using samples_of_time = std::chrono::duration<std::int64_t, std::ratio<1, k_soun
 
 // A packet that is further than this from its place has one of its own.
 constexpr std::int64_t k_far = k_sound_rate * 60 / 1000;
-// A stream that is this far from its place on the average is moved: half of what half a frame is.
-constexpr double k_drifted = k_sound_rate * 0.005;
+// A stream that is this far from its place on the average is moved. A move is heard as a click, but
+// for one in silence.
+constexpr double k_drifted = k_sound_rate * 0.008;
+constexpr double k_drifted_in_silence = k_sound_rate * 0.001;
 constexpr double k_smoothing = 64;
 // Silence that nobody has spoken into for so long is silence.
 constexpr std::int64_t k_certain = k_sound_rate / 2;
 // A packet from further ahead has no time that could be right.
 constexpr std::int64_t k_absurd = k_sound_rate * 10;
+
+// As far as ears go.
+bool is_silent(const float* samples, long frames) {
+    return std::all_of(samples, samples + frames,
+                       [](float sample) { return std::abs(sample) < 0.0005f; });
+}
 
 }  // namespace
 
@@ -63,7 +71,8 @@ void sound_track::packet(const float* const* samples, long channels, long frames
     const bool is_apart = !m_is_placed || std::abs(late) > k_far;
     m_drift = is_apart ? 0 : m_drift + (static_cast<double>(late) - m_drift) / k_smoothing;
     std::int64_t move = is_apart ? late : 0;
-    if (std::abs(m_drift) > k_drifted) {
+    const bool is_far = std::abs(m_drift) > k_drifted;
+    if (is_far || (std::abs(m_drift) > k_drifted_in_silence && is_silent(samples[0], frames))) {
         move = std::llround(m_drift);
         m_drift = 0;
     }

@@ -108,6 +108,17 @@ TEST_F(SoundTrack, AStreamThatRunsAwayIsBroughtBack) {
     EXPECT_NEAR(double(marked), 59'999 * 480.48, 480) << "10 ms after ten minutes";
 }
 
+// The first packet of a stream stood 5 ms too early.
+TEST_F(SoundTrack, SilenceIsWhereAStreamIsBroughtBack) {
+    packet(0, -5ms);
+    for (int i = 0; i < 300; ++i) packet(i < 200 ? 0.0f : 1.0f, 10ms + i * 10ms);
+    const auto samples = all(4 * 48'000);
+    std::size_t first = 0;
+    while (samples.at(first) == 0) ++first;
+    EXPECT_NEAR(double(first), 48 * 2010, 96);
+    expect_run(samples, first, first + 100 * k_packet, 1);
+}
+
 TEST_F(SoundTrack, SilenceIsHandedOutOnceItIsCertain) {
     track.take(24'000, out);
     EXPECT_TRUE(out.empty());

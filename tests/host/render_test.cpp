@@ -497,7 +497,8 @@ protected:
         }
         return at;
     }
-    // Where it begins to be loud after some silence; and `pitch` is how often a second it swings.
+    // Where it begins to be loud after some silence; and `pitch` is how often a second the second
+    // one of these swings, which neither end of the film cuts.
     std::vector<double> beeps(const std::string& film, double& pitch) const {
         folder.run("ffmpeg -v error -i " + film + " -f f32le -ar 48000 -ac 1 samples");
         const std::string bytes = folder.read("samples");
@@ -510,9 +511,9 @@ protected:
             if (at.empty() || i - last_loud > 9600) at.push_back(double(i) / 48'000);
             last_loud = i;
         }
-        if (at.empty()) return at;
+        if (at.size() < 2) return at;
         int swings = 0;
-        const auto first = static_cast<std::size_t>((at.back() + 0.05) * 48'000);
+        const auto first = static_cast<std::size_t>((at[1] + 0.05) * 48'000);
         for (std::size_t i = first; i < first + 4800 && i + 1 < samples.size(); ++i) {
             if (samples[i] <= 0 && samples[i + 1] > 0) ++swings;
         }

@@ -52,7 +52,7 @@ std::string words_of(cWebSocket::Error error) {
         case cWebSocket::Error::None:
             break;
         case cWebSocket::Error::LibraryError:
-            return "error 1: the library reports an error";
+            return "error 1: the library reports an error (--verbose says why)";
         case cWebSocket::Error::ConnectFailed:
             return "error 2: no connection";
         case cWebSocket::Error::ConnectionLost:

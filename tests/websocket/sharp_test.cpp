@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/collected_traces.h"
 #include "tests/support/eventually.h"
 #include "tests/websocket/event_log.h"
 #include "tests/websocket/told_managed_socket.h"
@@ -86,10 +87,12 @@ TEST_F(SharpTest, AnExceptionOfOpenIsLoggedAndSignalled) {
     EXPECT_EQ(m_events.text(), "error 2");
 }
 
-TEST_F(SharpTest, AnExceptionOfSendIsALibraryError) {
+TEST_F(SharpTest, AnExceptionOfSendIsALibraryErrorAndTraced) {
+    const tests::collected_traces traces;
     m_socket->Open("ws://a", 0);
     m_socket->Send("throw");
     EXPECT_EQ(m_events.text(), "error 1");
+    EXPECT_NE(traces.text().find("not open"), std::string::npos) << traces.text();
 }
 
 TEST_F(SharpTest, EventsReachTheHandlers) {

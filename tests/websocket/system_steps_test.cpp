@@ -287,6 +287,36 @@ TEST_F(SystemStepsTest, TheOpenedHandlerMayDestroyItsSocket) {
     EXPECT_TRUE(m_script.asked.text().find("~session") != std::string::npos);
 }
 
+TEST_F(SystemStepsTest, TheOpenedHandlerMayCloseItsSocketAndOpenItAgain) {
+    for (const bool opens : {false, true}) {
+        m_socket->SetOpenedHandler([&](const std::shared_ptr<cWebSocket>& self) {
+            self->SetOpenedHandler(
+                [this](const std::shared_ptr<cWebSocket>&) { m_events.add("b"); });
+            m_events.add("a");
+            if (opens) return self->Open("ws://b/", 0);
+            self->Close();
+        });
+        m_socket->Open("ws://a/", 0);
+        EXPECT_EQ(m_script.asked.text().ends_with("~session"), !opens);
+    }
+    EXPECT_EQ(m_events.text(), "a | a | b");
+    m_socket->Close();
+    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+}
+
+// The opening that has failed closes when it has told so.
+TEST_F(SystemStepsTest, WhatTheErrorHandlerOpensIsClosedAgain) {
+    m_script.failing = "connect";
+    m_socket->SetErrorHandler([this](cWebSocket::Error) {
+        m_script.failing = "";
+        m_socket->Open("ws://b/", 0);
+    });
+    m_socket->Open("ws://a/", 0);
+    EXPECT_EQ(m_events.text(), "opened");
+    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+    EXPECT_NE(m_script.asked.text().find("connect b:80"), std::string::npos);
+}
+
 TEST_F(SystemStepsTest, TheErrorHandlerMayDestroyItsSocket) {
     m_script.failing = "connect";
     m_socket->SetErrorHandler([this](cWebSocket::Error) { m_socket.reset(); });

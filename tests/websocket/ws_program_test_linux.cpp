@@ -178,6 +178,9 @@ TEST(WsProgram, SaysWhyThereIsNoConnection) {
         EXPECT_EQ(run.status, 1) << arguments;
         EXPECT_EQ(run.output, "");
         EXPECT_NE(run.errors.find("no connection"), std::string::npos) << run.errors;
+        const program_run told =
+            folder.run("pennywort ws " + std::string(arguments) + " --verbose </dev/null");
+        EXPECT_NE(told.errors.find("refused"), std::string::npos) << told.errors;
     }
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/run/guarded.h"
+#include "loam/trace.h"
 #include "websocket/close_codes.h"
 #include "websocket/managed/managed_maker.h"
 #include "websocket/managed/thrown_text.h"
@@ -16,6 +17,11 @@ using namespace pennywort::websocket;
 namespace {
 
 constexpr char k_class[] = "cWebSocket_Sharp";
+
+// Hosts get a value alone.
+void trace_error(const std::string& why) {
+    zTraceManager::Default()->TraceNote("cWebSocket_Sharp: error (%s)\n", why.c_str());
+}
 
 }  // namespace
 
@@ -135,6 +141,7 @@ void cWebSocket_Sharp::Impl::attempt(operation what) {
     if (socket == nullptr) return;
     std::string why;
     if (succeeds([&] { what(*socket); }, why)) return;
+    trace_error(why);
     // On the caller's thread, who holds the socket: not under the lock that an event may hold while
     // it waits for this thread.
     guarded(k_class, "OnError", [&] {
@@ -176,6 +183,7 @@ void cWebSocket_Sharp::Impl::message_received(std::string bytes, bool is_binary)
 }
 
 void cWebSocket_Sharp::Impl::error_received(const std::string& text) noexcept {
+    trace_error(text);
     const std::lock_guard lock(m_event_mutex);
     guarded(k_class, "OnError", [&] {
         if (const auto call = onError) call(text, std::nullopt);

@@ -192,8 +192,8 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     server->begin(control, token);
     auto advertised = advertise(options, out, server->port());
     tell_address(out, address_of(options, server->port(), token));
-    tell_others(options, out, server->port(), token);
     warn_of_firewall(options, out, server->port());
+    tell_others(options, out, server->port(), token);
     const auto feed = open_feed(options, out, control);
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);

@@ -16,8 +16,9 @@ namespace pennywort::host {
 namespace {
 
 // What a page says with a picture is stamped so much later than the picture is painted: the time
-// that the runtime's own output would have kept it.
-constexpr std::chrono::milliseconds k_sound_behind{34};
+// that the runtime's own output would have kept it. It makes sound in pieces of 10 ms, which fall
+// anywhere between two pictures, so that this is the middle of what was measured.
+constexpr std::chrono::milliseconds k_sound_behind{29};
 
 }  // namespace
 

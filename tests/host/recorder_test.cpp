@@ -241,13 +241,13 @@ TEST_F(Recorder, AnExactFilmHasEachPictureInItsOwnFrame) {
     EXPECT_FALSE(exact.has_no_memory());
 }
 
-// Of a packet of 20 ms that is heard with the picture of each tick, 34 ms after that was painted.
+// Of a packet of 20 ms that is heard with the picture of each tick, 29 ms after that was painted.
 class SoundingRecorder : public Recorder {
 protected:
     void sound(float value, recorder::time_point painted) {
         const std::vector<float> samples(960, value);
         const float* const both[] = {samples.data(), samples.data()};
-        sounding.heard(both, 2, 960, painted + 34ms);
+        sounding.heard(both, 2, 960, painted + 29ms);
     }
     void sounding_tick(std::uint32_t number) {
         sounding.tick(now);

@@ -110,8 +110,9 @@ void fetch_command::add_options(CLI::App& parser) {
 
 std::string fetch_command::take_arguments() {
     if (std::string wrong = m_http.take(m_options.http); !wrong.empty()) return wrong;
-    for (const auto take : {&fetch_command::take_body, &fetch_command::take_verb,
-                            &fetch_command::take_headers, &fetch_command::take_files}) {
+    // The body last: it may be what somebody types.
+    for (const auto take : {&fetch_command::take_verb, &fetch_command::take_headers,
+                            &fetch_command::take_files, &fetch_command::take_body}) {
         std::string wrong = (this->*take)();
         if (!wrong.empty()) return wrong;
     }
@@ -119,7 +120,7 @@ std::string fetch_command::take_arguments() {
 }
 
 std::string fetch_command::take_verb() {
-    const std::string wanted = m_verb.value_or(m_options.has_body ? "POST" : "GET");
+    const std::string wanted = m_verb.value_or(m_data.empty() ? "GET" : "POST");
     for (const auto& [name, verb] : k_verbs) {
         if (wanted != name) continue;
         m_options.verb = verb;

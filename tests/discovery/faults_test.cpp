@@ -331,6 +331,24 @@ TEST_F(Faults, WhatHasGoneWhileItWasAskedForIsNotWaitedFor) {
     EXPECT_EQ(traces.text(), "");
 }
 
+// A sink of the traces of it, for instance. Nothing is read of what has ended.
+TEST_F(Faults, AWaitThatFailsMayEndTheObject) {
+    static std::optional<cBonjour> s_bonjour;
+    s_bonjour.emplace();
+    s_bonjour->StartObserving(1, k_http, 0);
+    discovery::event_calls_in_use().wait = [](int, int) {
+        s_bonjour.reset();
+        return discovery::arrival::failed;
+    };
+    serve("Camera");
+    tell("Camera");
+    fake_dnssd::forget_calls();
+    run_loop();
+    EXPECT_FALSE(s_bonjour);
+    EXPECT_EQ(std::string(fake_dnssd::calls()).find("ProcessResult"), std::string::npos)
+        << fake_dnssd::calls();
+}
+
 // It is asked for ahead, goes, and comes back on another port, all before its turn.
 TEST_F(Faults, WhatComesBackIsToldAsItIsNow) {
     cBonjour bonjour;

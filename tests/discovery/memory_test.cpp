@@ -141,5 +141,36 @@ TEST_F(Memory, SeveralServicesAtOnceLeaveNoReference) {
     EXPECT_GT(failures, 0);
 }
 
+// From any place on there is none at all: each failure that is traced is followed by the next one.
+TEST_F(Memory, LookUpsEndWhereThereIsNoneForGood) {
+    constexpr int k_endless = 1000;
+    static int s_failures;
+    cBonjour bonjour;
+    listener ears;
+    bonjour.StartObservingOnce(ears.id(), k_http, 0);
+    fake_dnssd::tell_all_in_one_result();
+    const std::string names[] = {std::string(40, 'a'), std::string(40, 'b')};
+    for (const std::string& name : names) serve(name.c_str());
+    zTraceManager::Default()->SetSink([](const char*) {
+        if (++s_failures < k_endless) fail_memory_after(0);
+    });
+    for (int count = 0; count < 150; ++count) {
+        s_failures = 0;
+        for (const bool is_added : {true, false}) {
+            for (const std::string& name : names) tell(name.c_str(), is_added);
+            fail_memory_after(count);
+            try {
+                run_loop();
+            } catch (const std::bad_alloc&) {
+            }
+            stop_failing_memory();
+        }
+        ASSERT_LT(s_failures, k_endless) << count;
+        run_loop();
+        stop_failing_memory();
+    }
+    EXPECT_EQ(fake_dnssd::live_references(), 1);
+}
+
 }  // namespace
 }  // namespace pennywort::tests

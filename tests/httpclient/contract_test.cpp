@@ -96,6 +96,20 @@ TEST(Session, HoldsOneReferenceOfItsLogger) {
     EXPECT_EQ(logger->Release(), 0);
 }
 
+// Its fields in order: a logger, whether to log on, and as whom; behind them the settings.
+TEST(Session, IsAsLargeAsItsFields) {
+    struct fields {
+        void* operations;
+        std::weak_ptr<int> self;
+        cLogger* logger;
+        std::int32_t use_basic_authentication;
+        zString user_name;
+        zString password;
+        std::shared_ptr<int> settings;
+    };
+    EXPECT_EQ(sizeof(cHttpSession), sizeof(fields));
+}
+
 // Each copy holds a reference of its own, and gives it back.
 TEST(Session, ACopyHoldsTheLoggerToo) {
     const std::string path = testing::TempDir() + "copied-logger.txt";

@@ -393,8 +393,9 @@ bool cBonjour::look_up_one(std::uint64_t browse_number) {
         browse->is_turn_asked = false;
         has_more = browse->ahead != nullptr || browse->known->has_waiting();
         if (has_more && ask_for_turn(*browse)) has_more = false;
+    } else if (ahead != nullptr) {
+        library->DNSServiceRefDeallocate(ahead->reference);
     }
-    if (ahead != nullptr) library->DNSServiceRefDeallocate(ahead->reference);
     // Where nothing could be begun, for want of memory for instance, the next change tries again.
     if (current == nullptr) return false;
     look_up_end(*alive, *library, std::move(current));

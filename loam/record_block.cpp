@@ -17,6 +17,7 @@ namespace {
 constexpr std::size_t k_largest_block = 64 * 1024;
 // More children or variables than this have memory of their own.
 constexpr std::size_t k_most_items = 64;
+constexpr std::size_t k_pointer = sizeof(void*);
 
 }  // namespace
 
@@ -25,9 +26,9 @@ record_block* record_block::make(std::size_t bytes) {
 }
 
 void* record_block::take(std::size_t bytes) {
-    const std::size_t all = sizeof(record_block*) + bytes;
+    const std::size_t all = k_pointer + bytes;
     if (all > m_left) return nullptr;
-    void* const record = m_next + sizeof(record_block*);
+    void* const record = m_next + k_pointer;
     m_next += all;
     m_left -= all;
     ++m_taken;
@@ -57,7 +58,7 @@ void record_block::count(std::int64_t change) {
 void* record_maker::take(std::size_t bytes) {
     void* place = m_block == nullptr ? nullptr : m_block->take(bytes);
     if (place != nullptr) return place;
-    record_block* const next = record_block::make(std::max(m_next_size, bytes + sizeof(void*)));
+    record_block* const next = record_block::make(std::max(m_next_size, bytes + k_pointer));
     close();
     m_block = next;
     m_next_size = std::min(2 * m_next_size, k_largest_block);
@@ -72,7 +73,7 @@ void record_maker::close() {
 std::unique_ptr<zRecord> record_maker::make(std::size_t variables, std::size_t children) {
     const bool is_small = variables <= k_most_items && children <= k_most_items;
     const std::size_t of_variables = is_small ? variables * sizeof(record_variable) : 0;
-    const std::size_t of_children = is_small ? children * sizeof(zRecord*) : 0;
+    const std::size_t of_children = is_small ? children * k_pointer : 0;
     char* const place = static_cast<char*>(take(sizeof(zRecord) + of_variables + of_children));
     std::unique_ptr<zRecord> record(::new (place) zRecord);
     record_state& state = record_access::state_of(*record);

@@ -215,11 +215,7 @@ public:
         while (status == 0 && !m_open.empty()) {
             open_element& inner = m_open.back();
             if (inner.next < inner.state->children.size()) {
-                const zRecord& child = *inner.state->children[inner.next++];
-                if (inner.next < inner.state->children.size()) {
-                    come_soon(inner.state->children[inner.next]);
-                }
-                status = begin(child);
+                status = begin(take_child(inner));
             } else {
                 end();
             }
@@ -234,6 +230,14 @@ private:
         bool has_text;
         std::size_t next;
     };
+
+    // The one behind it is fetched meanwhile.
+    static const zRecord& take_child(open_element& inner) {
+        const auto& children = inner.state->children;
+        const zRecord& child = *children[inner.next++];
+        if (inner.next < children.size()) come_soon(children[inner.next]);
+        return child;
+    }
 
     // What of an element's variables is what.
     struct content {

@@ -1,6 +1,7 @@
 // tests/host/memory_test.cpp - memory that runs out once, at each place of a frame's way.
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <memory>
 #include <new>
 #include <system_error>
@@ -66,7 +67,8 @@ TEST(RecorderMemory, AFrameThatFindsNoneIsToldAndNoneIsLostInSilence) {
     EXPECT_GT(failures, 20);
 }
 
-// Of two frames becomes one, and of that the fill and the key, or there is no memory.
+// Of two frames becomes one, and of that the fill and the key, or there is no memory. A mutex of
+// Windows takes its own at its first lock, and says std::system_error where there is none.
 TEST(PageWriterMemory, FillAndKeyAreWholeOrItFails) {
     const auto fill = std::make_shared<writer_log>();
     const auto key = std::make_shared<writer_log>();
@@ -81,7 +83,7 @@ TEST(PageWriterMemory, FillAndKeyAreWholeOrItFails) {
                                                                std::make_unique<fake_writer>(key)));
             for (const auto& frame : frames) EXPECT_TRUE(writer.show(frame).ok());
             EXPECT_TRUE(writer.finish().ok());
-        } catch (const std::bad_alloc&) {
+        } catch (const std::exception&) {
             has_thrown = true;
         }
     };

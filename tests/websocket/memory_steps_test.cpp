@@ -1,5 +1,5 @@
 // memory_steps_test.cpp - both transports over connections that are none, whose memory runs out at
-// any moment; on both systems.
+// any moment.
 #include <gtest/gtest.h>
 
 #include <algorithm>

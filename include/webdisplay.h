@@ -97,6 +97,17 @@ public:
     virtual void AudioStopped() = 0;
 };
 
+// Hears the page's inspector: see cWebDisplayBrowser::CallInspector. Called on the display thread.
+class PENNYWORT_API cBrowserInspectorHandler {
+public:
+    cBrowserInspectorHandler() = default;
+    virtual ~cBrowserInspectorHandler();
+
+    // An event of a domain that was enabled: its name, such as "Runtime.exceptionThrown", and its
+    // parameters as JSON.
+    virtual void InspectorEvent(const zString& method, const zString& parameters);
+};
+
 // What has become of a display's frames so far. See cWebDisplayBrowser::GetFrameCounts.
 struct cWebDisplayFrameCounts {
     std::uint64_t painted = 0;       // frames of the page that the runtime painted
@@ -141,6 +152,12 @@ struct cWebDisplayPageStatus {
 //   "web_width", "web_height"  size in pixels; a value below 2 becomes 1
 //   "web_url"                  first URL of the queue; none if empty
 //   "web_transparent"          transparent page background (default: opaque)
+//   "web_background"           what is behind an opaque page that has no background of its own, as
+//                              0xRRGGBB (default, 0: black)
+//   "web_scale"                pixels of the picture to one of the page each way, as on a screen of
+//                              high resolution: frames are that much larger than web_width and
+//                              web_height, which stay the page's (default, 0: 1)
+//   "web_inspector"            the host may call the page's inspector (default: no)
 //   "web_override_css"         style sheet text put into each loaded page
 //   "web_refuse_downloads"     a page saves no files (default: the runtime's own way, which is to
 //                              save them in the user's folder without asking)
@@ -154,13 +171,18 @@ struct cWebDisplayPageStatus {
 //                              films see no other. Wants EnablePageClock
 //   "web_page_day"             what the page's clocks say at that beginning, in seconds since 1970
 //                              (default, 0: now)
+//   "web_page_start"           when such a page counts as loaded, and its time may begin: "load"
+//                              (default) when all that it names is there, "dom" when its text is,
+//                              or a JavaScript expression, when that is true. With the last two
+//                              a fetch holds the page's time for half a second and not for 30
 //   "web_sound"                the page's sound goes to the audio receiver, as 48 kHz stereo, and
 //                              not to the machine's own output (default: to that output)
 //   "web_muted"                the page is silent: neither that output nor a receiver gets anything
 //   "web_report_lost_page"     a page whose process has ended is told to PageLoadFailed, and the
 //                              queue goes on with its next URL (default: nothing happens)
 //   "web_tell_every_load"      what the browser shows in the place of a page that failed is not
-//                              told to PageLoaded; a URL that the browser ignores is told to
+//                              told to PageLoaded; a URL that the browser ignores, or that comes
+//                              to no page (a download, status 204), is told to
 //                              PageLoadFailed; and neither that, nor an empty URL, nor a first one
 //                              that comes to nothing holds up the queue (default: the failed page
 //                              is told as failed and then as loaded; nothing is told of an ignored
@@ -247,12 +269,26 @@ public:
     virtual bool AskPage(const zString& expression,
                          std::function<void(const zString& value)> onValue);
 
+    // Of a display with "web_inspector": calls a method of the inspector's protocol (Chrome
+    // DevTools Protocol) for the page, such as "Emulation.setTimezoneOverride". `parameters` is a
+    // JSON object, or empty. Calls before Open wait for the browser, which then begins with an
+    // empty page and gets its first URL when they are answered. `onResult`, which may be empty, is
+    // called once, on the display thread: with the result as JSON, or with nothing where the page
+    // refuses or the browser goes; a call that no browser has come for is dropped with the display.
+    // A display that lives by its page's clock uses the domains
+    // Emulation (virtual time), Page, Performance, Runtime and Target itself. False, with
+    // `onResult` dropped, without the setting, for an empty method and for parameters that are no
+    // object.
+    virtual bool CallInspector(const zString& method, const zString& parameters,
+                               std::function<void(const zString& result)> onResult);
+
     // Receivers; null removes. See the head of this file for when the old one may be destroyed.
     void SetVideoRenderer(cBrowserVideoRendererInterface* renderer);
     void SetPageCallbackReceiver(cBrowserPageCallbackHandler* receiver);
     void SetJavascriptCallbackReceiver(cBrowserJavascriptCallbackHandler* receiver);
     // Of a display with "web_sound"; of another one it is never called.
     void SetAudioReceiver(cBrowserAudioReceiverInterface* receiver);
+    void SetInspectorReceiver(cBrowserInspectorHandler* receiver);
 
     // Puts a URL at the end of the queue; null is ignored.
     void LoadUrl(const char* url);
@@ -285,6 +321,7 @@ protected:
     bool handle_page_request(const char* url);
     void handle_page_loaded(const char* url);
     void handle_page_load_failed(const char* url, const char* error);
+    void handle_inspector_event(const zString& method, const zString& parameters);
     void handle_javascript_callback(const zString& name, const zString& argument, zString& result);
     // `timeoutMs` 0: the observer never expires.
     void add_observer(const char* key, std::function<void(std::string)> callback,
@@ -342,6 +379,8 @@ public:
                      std::function<void(cWebDisplayPageFrame)> onFrame) override;
     bool AskPage(const zString& expression,
                  std::function<void(const zString& value)> onValue) override;
+    bool CallInspector(const zString& method, const zString& parameters,
+                       std::function<void(const zString& result)> onResult) override;
 
     // Shows the page in a child window of `parent` instead of painting off screen; null goes back.
     // Call before Open.

@@ -29,7 +29,6 @@ constexpr const char* k_empty_page = "about:blank";
 constexpr int k_smallest_side = 5;
 constexpr cef_color_t k_windowed_background = 0xCC27282B;
 constexpr cef_color_t k_transparent = 0x00000000;
-constexpr cef_color_t k_opaque_black = 0xFF000000;
 
 // The whole part of a rate that may be anything a host computed.
 int whole_frames(double rate) {
@@ -100,19 +99,28 @@ bool display_engine::open() {
 
 void display_engine::create() {
     part_from_gone();
-    // A page by its own clock is loaded when that stands.
-    const bool begins_empty = m_display.m_state->is_on_page_clock && m_display.m_windowless;
-    const std::string start_url = begins_empty ? std::string() : m_display.PeekNextURL();
+    const bool is_empty = begins_empty();
+    const std::string start_url = is_empty ? std::string() : m_display.PeekNextURL();
     const client_ref client = make_client(start_url);
     if (!client) return;
+    if (is_empty) client->begin_empty();
+    const std::string url = is_empty ? k_empty_page : start_url;
     const bool is_started = run::guarded_or(false, "cWebDisplayCEFBrowser", "Open",
-                                            [&] { return start_browser(*client, start_url); });
+                                            [&] { return start_browser(*client, url); });
     if (is_started) return;
     // Without this, the display would take the browser for one on its way, and never ask again.
     client->life().end();
     part_from(client);
     zTraceManager::Default()->TraceNote(
         "cWebDisplayCEFBrowser::Open: the runtime made no browser for %s\n", start_url.c_str());
+}
+
+// A page by its own clock is loaded when that stands, and one whose inspector was called first when
+// it has answered: what it was told would not reach a page that is on its way already.
+bool display_engine::begins_empty() const {
+    const display_state& state = *m_display.m_state;
+    if (state.is_on_page_clock && m_display.m_windowless) return true;
+    return state.has_inspector && state.calls.has_kept();
 }
 
 // A page that closed itself has left its client behind. The runtime, and tasks that wait, may hold
@@ -147,8 +155,7 @@ display_engine::client_ref display_engine::make_client(const std::string& start_
     return client;
 }
 
-bool display_engine::start_browser(webdisplay_browser_client& client,
-                                   const std::string& start_url) {
+bool display_engine::start_browser(webdisplay_browser_client& client, const std::string& url) {
     long width = 0;
     long height = 0;
     m_display.GetSize(width, height);
@@ -168,17 +175,18 @@ bool display_engine::start_browser(webdisplay_browser_client& client,
         settings.windowless_frame_rate = m_display.m_state->is_on_page_clock
                                              ? k_page_clock_rate
                                              : whole_frames(m_display.m_frame_rate);
-        settings.background_color = m_display.m_transparent ? k_transparent : k_opaque_black;
+        settings.background_color =
+            m_display.m_transparent ? k_transparent : m_display.m_state->background;
     } else {
         native_window::fill_child(window, m_display.m_parent_window, static_cast<int>(width),
                                   static_cast<int>(height));
         settings.background_color = k_windowed_background;
     }
-    const cef::utf16 url(m_display.m_state->is_on_page_clock ? k_empty_page : start_url);
+    const cef::utf16 address(url);
     cef::ref<cef_dictionary_value_t> told = told_to_page(m_display.m_state->terms);
     live_browsers::expect();
     const bool is_started =
-        cef::api().cef_browser_host_create_browser(&window, client.counted_client(), url.get(),
+        cef::api().cef_browser_host_create_browser(&window, client.counted_client(), address.get(),
                                                    &settings, told.release(), nullptr) != 0;
     if (!is_started) live_browsers::expect_no_more();
     return is_started;

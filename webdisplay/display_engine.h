@@ -29,7 +29,8 @@ private:
     static bool can_have_page_clock();
     void part_from_gone();
     client_ref make_client(const std::string& start_url);
-    bool start_browser(webdisplay_browser_client& client, const std::string& start_url);
+    bool start_browser(webdisplay_browser_client& client, const std::string& url);
+    bool begins_empty() const;
     close_step begin_closing(webdisplay_cef_state& state);
     void part_from(const client_ref& client);
     void wait_until_closed(const webdisplay_cef_state& state, bool is_asked);

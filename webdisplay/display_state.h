@@ -3,16 +3,24 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "loam/critical.h"
 #include "loam/returned_mutex.h"
+#include "webdisplay/inspector_calls.h"
 #include "webdisplay/page_calls.h"
 #include "webdisplay/page_loads.h"
 #include "webdisplay/sound_port.h"
 #include "webdisplay/tick_ledger.h"
 
+class cBrowserInspectorHandler;
+
 namespace pennywort::webdisplay {
+
+inline constexpr std::uint32_t k_opaque = 0xFF000000;
 
 struct display_state {
     explicit display_state(load_policy policy) : loads(policy) {}
@@ -26,7 +34,15 @@ struct display_state {
     bool is_on_host_clock = false;
     bool is_on_page_clock = false;
     double page_day = 0;
-    std::string frame_fault;  // under loads_lock
+    std::string page_start;
+    std::string frame_fault;              // under loads_lock
+    std::uint32_t background = k_opaque;  // of an opaque page, with its alpha
+    double scale = 1;
+    bool has_inspector = false;
+    inspector_calls calls;
+    // Guards the one below while it is called, as the locks of the other receivers do.
+    std::unique_ptr<zCritical> inspector_receiver_lock;
+    cBrowserInspectorHandler* inspector_receiver = nullptr;
     bool refuses_downloads = false;
     page_terms terms;
     std::int32_t max_popups = 0;

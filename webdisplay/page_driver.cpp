@@ -22,11 +22,12 @@ std::atomic<bool> g_is_allowed{false};
 
 }  // namespace
 
-page_driver::page_driver(double day, page_driver_events events, const run::monotonic_clock& clock)
+page_driver::page_driver(double day, page_start start, page_driver_events events,
+                         const run::monotonic_clock& clock)
     : m_events(std::move(events)),
       m_clock(clock),
       m_timer(main_thread_timer::make([this] { step(); })),
-      m_timeline(*this, day) {
+      m_timeline(*this, day, std::move(start)) {
     if (m_timer != nullptr) m_timer->start_on_request(k_idle_ms);
 }
 

@@ -29,7 +29,7 @@ struct page_driver_events {
 class page_driver final : public cef::CefDevToolsMessageObserver, private timeline_port {
 public:
     // `day`: see page_timeline. The events come from a turn of the message loop of their own.
-    page_driver(double day, page_driver_events events,
+    page_driver(double day, page_start start, page_driver_events events,
                 const run::monotonic_clock& clock = run::monotonic_clock::system());
 
     // The runtime is started so that a page can have its own clock.
@@ -40,6 +40,7 @@ public:
 
     void browser_arrived(cef_browser_t* browser);
     void painted();
+    void page_begun(const std::string& url) { m_loaded_url = url; }
     void page_loaded(const std::string& url);
     void page_lost();
     // Nothing is called any more, and frames that wait have failed.

@@ -36,6 +36,11 @@ void page_inspector::take(std::string_view message) {
     if (!method.empty()) m_heard(method, message_part(read, "/params"));
 }
 
+void page_inspector::end() {
+    const auto waiting = std::exchange(m_waiting, {});
+    for (const auto& [id, answered] : waiting) answered(nullptr);
+}
+
 void page_inspector::answer(const json& message) {
     const auto at = m_waiting.find(message.at("id").get<int>());
     if (at == m_waiting.end()) return;

@@ -24,8 +24,10 @@ public:
     // An event: its method and its "params".
     using listener = std::function<void(const std::string& method, const json& params)>;
 
-    page_inspector(std::function<void(const std::string& message)> send, listener heard)
-        : m_send(std::move(send)), m_heard(std::move(heard)) {}
+    // `first_id` keeps two of one page apart.
+    page_inspector(std::function<void(const std::string& message)> send, listener heard,
+                   int first_id = 1)
+        : m_send(std::move(send)), m_heard(std::move(heard)), m_last_id(first_id - 1) {}
 
     // Without a receiver the answer is dropped. `session` names a worker of the page.
     void call(const char* method, const json& params, receiver answered = {},
@@ -36,13 +38,15 @@ public:
 
     // Answers that are still out come to nobody.
     void forget() { m_waiting.clear(); }
+    // Answers that are still out have come to nothing, and say so.
+    void end();
 
 private:
     void answer(const json& message);
 
     const std::function<void(const std::string& message)> m_send;
     const listener m_heard;
-    int m_last_id = 0;
+    int m_last_id;
     std::map<int, receiver> m_waiting;
 };
 

@@ -73,10 +73,11 @@ void page_loads::fail(std::string url, std::string error) {
     hold_picture();
 }
 
-void page_loads::give_up(unsigned ticket) {
-    if (ticket != m_ticket || m_phase != load_phase::asked) return;
+bool page_loads::give_up(unsigned ticket) {
+    if (ticket != m_ticket || m_phase != load_phase::asked) return false;
     m_asked_url.clear();
     m_phase = m_phase_before;
+    return true;
 }
 
 bool page_loads::is_ignored(unsigned ticket, bool is_loading) {

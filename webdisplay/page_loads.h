@@ -58,7 +58,8 @@ public:
     // The browser aborted the load of the main frame. It says so before the process of the page
     // ends or after that, so the load is given up only by `give_up` with the ticket returned here.
     unsigned abort() const { return m_ticket; }
-    void give_up(unsigned ticket);
+    // Whether that was the one that the host waits for.
+    bool give_up(unsigned ticket);
 
     // Whether the browser has taken no notice of that URL, as it does of one that it does not
     // accept. Such a load is over then. `is_loading`: what the browser says of itself.

@@ -68,6 +68,10 @@ extern const char* const k_film_driver;
 inline constexpr const char* k_place_films = "window['thinternal films']()";
 // What the page has asked for so far and shows nothing without: fonts, images, films.
 extern const char* const k_settled;
+// The same for a page whose start waits for nothing that is on its way.
+inline constexpr const char* k_settled_so_far =
+    "Promise.all([...document.images].filter(image => image.complete)"
+    ".map(image => image.decode().catch(() => 0))).then(() => 0)";
 
 static_assert(k_flash_probe.size() == 349 && k_focus_listener.size() == 535 &&
               k_blur_listener.size() == 94 && k_error_hook.size() == 79 && k_next_url.size() == 43);

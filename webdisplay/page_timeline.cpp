@@ -26,6 +26,10 @@ constexpr auto k_tick_interval = 1ms;
 constexpr auto k_call_limit = 20'000ms;
 constexpr auto k_settle_limit = 10'000ms;
 constexpr auto k_move_limit = 30'000ms;
+constexpr auto k_short_patience = 500ms;
+// Behind a fetch that has not ended, such as one that is meant to stay open.
+constexpr auto k_forced_patience = 20ms;
+constexpr auto k_look_interval = 20ms;
 constexpr auto k_forced_limit = 5'000ms;
 constexpr auto k_turn_limit = 30'000ms;
 constexpr int k_max_loads = 3;
@@ -44,13 +48,24 @@ std::string value_of(const json& result) {
                            : value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+// Also where a timer's script holds the page's time.
+constexpr const char* k_hangs =
+    "the page hangs: one of its scripts has not come to an end within 30 s";
+
 constexpr const char* k_turn = "new Promise(requestAnimationFrame)";
 
 }  // namespace
 
-page_timeline::page_timeline(timeline_port& port, double day)
+page_start page_start::of(const std::string& text) {
+    if (text.empty() || text == "load") return {};
+    if (text == "dom") return {at::dom, {}, k_short_patience};
+    return {at::truth, text, k_short_patience};
+}
+
+page_timeline::page_timeline(timeline_port& port, double day, page_start start)
     : m_port(port),
       m_day(day),
+      m_start(std::move(start)),
       m_inspector([&port](const std::string& message) { port.send_to_inspector(message); },
                   [this](const std::string& method, const json& params) { hear(method, params); }) {
 }
@@ -68,7 +83,7 @@ void page_timeline::painted() {
 }
 
 void page_timeline::page_loaded() {
-    if (m_phase == phase::loading) m_has_come = true;
+    if (m_phase == phase::loading && m_start.when != page_start::at::truth) m_has_come = true;
 }
 
 void page_timeline::page_lost() {
@@ -80,6 +95,12 @@ void page_timeline::hear(const std::string& method, const json& params) {
         if (m_phase == phase::aligning || m_phase == phase::moving) m_has_come = true;
     } else if (method == "Runtime.bindingCalled") {
         m_has_films = m_has_films || message_text(params, "/name") == page_scripts::k_film_binding;
+    } else if (method == "Page.frameNavigated") {
+        const bool is_main = message_part(params, "/frame/parentId").is_null();
+        m_has_begun = m_has_begun || (m_phase == phase::loading && is_main);
+    } else if (method == "Page.domContentEventFired") {
+        const bool is_start = m_start.when == page_start::at::dom && m_has_begun;
+        if (m_phase == phase::loading && is_start) m_has_come = true;
     } else if (method == "Target.attachedToTarget") {
         if (message_text(params, "/targetInfo/type") == "worker") {
             m_workers.push_back(message_text(params, "/sessionId"));
@@ -98,6 +119,7 @@ void page_timeline::ask_load() {
     m_last_us = -1;
     m_loads = 0;
     m_has_films = false;
+    m_was_forced = false;
     m_workers.clear();
     // A process that has ended has no clock to stop. The next one's will be found to be another.
     if (m_phase == phase::failed) return rest();
@@ -158,11 +180,14 @@ void page_timeline::move_to(std::int64_t microseconds, phase next) {
                       {"budget", static_cast<double>(microseconds - m_clock) / 1000 + k_spare_ms},
                       {"maxVirtualTimeTaskStarvationCount", k_max_starved_tasks}});
     m_clock = microseconds;
+    if (next != phase::moving) return;
+    m_due = m_limit = m_now + (m_was_forced ? k_forced_patience : m_start.patience);
 }
 
 void page_timeline::forget_calls() {
     m_inspector.forget();
     m_open_calls = 0;
+    m_is_looking = false;
 }
 
 void page_timeline::evaluate(const char* expression) {
@@ -204,12 +229,12 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::wishes, k_ever, "", &self::open_frame},
         {wait::answers, k_call_limit, "the page does not say what it was asked",
          &self::tell_values},
-        {wait::event, k_move_limit, "the page's clock does not move", &self::wake},
+        {wait::event, k_move_limit, k_hangs, &self::wake},
         {wait::answers, k_call_limit, "a worker of the page does not answer", &self::wake},
         {wait::answers, k_move_limit, "a film of the page does not follow", &self::hold},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::tick},
         {wait::time, k_tick_interval, "", &self::try_tick},
-        {wait::turn, k_turn_limit, "the page does not come to its frame", &self::close_frame},
+        {wait::turn, k_turn_limit, k_hangs, &self::close_frame},
         {wait::nothing, k_ever, "", nullptr},
     };
     return k_rows[static_cast<std::size_t>(which)];
@@ -224,6 +249,7 @@ void page_timeline::await(phase next) {
 
 void page_timeline::step(time now) {
     m_now = now;
+    if (m_phase == phase::loading) look_for_start();
     while (go_on()) {
     }
 }
@@ -266,6 +292,7 @@ void page_timeline::late(const row& current) {
         return (this->*current.next)();
     }
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
+    m_was_forced = true;
     m_inspector.call("Emulation.setVirtualTimePolicy", {{"policy", "advance"}});
     m_due = m_limit = m_now + k_forced_limit;
 }
@@ -325,8 +352,28 @@ void page_timeline::align() {
 
 void page_timeline::load() {
     await(phase::loading);
+    m_has_begun = false;
+    m_look_at = m_now;
     let_tasks_run();
     m_port.load_page();
+}
+
+// What the page before it says, or the empty one, is of no account.
+void page_timeline::look_for_start() {
+    if (m_start.when != page_start::at::truth || m_has_come) return;
+    if (!m_is_looking && m_has_begun && m_now >= m_look_at) {
+        m_is_looking = true;
+        m_look_at = m_now + k_look_interval;
+        m_inspector.call(
+            "Runtime.evaluate",
+            {{"expression", "!!(" + m_start.expression + "\n)"}, {"returnByValue", true}},
+            [this](const json& result) {
+                m_is_looking = false;
+                const bool is_true = message_part(result, "/result/value") == true;
+                if (m_phase == phase::loading && is_true) m_has_come = true;
+            });
+    }
+    m_due = m_now + k_look_interval;
 }
 
 // The page may have been given another process, whose clock has gone on for an unknown while: then
@@ -439,7 +486,8 @@ void page_timeline::close_frame() {
     if (is_unseen() && ++m_unseen == 1) {
         await(phase::settling);
         let_tasks_run();
-        return evaluate(page_scripts::k_settled);
+        const bool waits_for_all = m_start.when == page_start::at::load;
+        return evaluate(waits_for_all ? page_scripts::k_settled : page_scripts::k_settled_so_far);
     }
     await(phase::between);
     if (m_has_painted) settle(frame_end::painted);

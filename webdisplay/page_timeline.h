@@ -25,6 +25,20 @@ enum class frame_end {
     failed      // the page did not follow, or has gone
 };
 
+// When a page counts as loaded.
+struct page_start {
+    enum class at { load, dom, truth };
+
+    at when = at::load;
+    std::string expression;  // of `truth`: that has to be true
+    // How long a fetch may hold the page's time, for each one in a row that does not end.
+    std::chrono::milliseconds patience{30'000};
+
+    // "load", "dom", or an expression; empty is load. One that does not wait for all of a page does
+    // not wait long for its fetches either.
+    static page_start of(const std::string& text);
+};
+
 // What a timeline needs of the browser that shows its page.
 class timeline_port {
 public:
@@ -51,7 +65,7 @@ public:
 
     // `day`: what the page's clocks say at its time 0, in seconds since 1970. `port` must outlive
     // the timeline.
-    page_timeline(timeline_port& port, double day);
+    explicit page_timeline(timeline_port& port, double day, page_start start = {});
     page_timeline(const page_timeline&) = delete;
     page_timeline& operator=(const page_timeline&) = delete;
 
@@ -165,6 +179,7 @@ private:
     void align();
     void rest() { await(phase::resting); }
     void load();
+    void look_for_start();
     void check() { stop_clock(phase::checking); }
     void stand();
     void freeze() { stop_clock(phase::freezing); }
@@ -183,6 +198,7 @@ private:
 
     timeline_port& m_port;
     const double m_day;
+    const page_start m_start;
     page_inspector m_inspector;
     phase m_phase = phase::nothing;
     time m_now{};
@@ -199,10 +215,14 @@ private:
     bool m_has_painted = false;
     bool m_has_turned = false;
 
-    bool m_has_day = false;    // whether the page has
-    int m_open_calls = 0;      // answers that the phase waits for
-    bool m_has_come = false;   // the event that the phase waits for
-    bool m_is_forced = false;  // time goes on without what the page fetches
+    bool m_has_day = false;     // whether the page has
+    int m_open_calls = 0;       // answers that the phase waits for
+    bool m_has_come = false;    // the event that the phase waits for
+    bool m_is_forced = false;   // time goes on without what the page fetches
+    bool m_was_forced = false;  // so it has been for this page
+    bool m_has_begun = false;   // the page is the one that was asked for
+    bool m_is_looking = false;  // whether it has come to its start
+    time m_look_at{};           // again
     // All in microseconds of the page's own monotonic clock, which is as fine as that.
     std::int64_t m_clock = 0;  // where it stands
     std::int64_t m_told = 0;   // the same, as the page has said last

@@ -1,4 +1,5 @@
 // webdisplay_browser.cpp - the part of a display that does not depend on the browser engine.
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <new>
@@ -33,6 +34,14 @@ load_policy policy_of(const zRecord& settings) {
     policy.keep_last_picture = settings.AsBool("web_keep_last_picture", false);
     policy.tell_every_load = settings.AsBool("web_tell_every_load", false);
     return policy;
+}
+
+// Nothing that no screen has; 0 and what is no number are the default.
+double scale_of(const zRecord& settings) {
+    constexpr double k_smallest = 0.1;
+    constexpr double k_largest = 16;
+    const double scale = settings.AsDouble("web_scale", 0);
+    return scale > 0 ? std::clamp(scale, k_smallest, k_largest) : 1;
 }
 
 // In the order of load_phase.
@@ -114,6 +123,9 @@ void cBrowserPageCallbackHandler::PageLoadFailed(const zString&, const zString&)
 void cBrowserPageCallbackHandler::PageLoaded(const zString&) {}
 bool cBrowserPageCallbackHandler::PageRequest(const zString&) { return true; }
 
+cBrowserInspectorHandler::~cBrowserInspectorHandler() = default;
+void cBrowserInspectorHandler::InspectorEvent(const zString&, const zString&) {}
+
 cBrowserJavascriptCallbackHandler::~cBrowserJavascriptCallbackHandler() = default;
 void cBrowserJavascriptCallbackHandler::JavascriptCallback(const zString&, const zString&,
                                                            zString&) {}
@@ -135,6 +147,12 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_state->is_on_host_clock = settings.AsBool("web_host_clock", false);
     m_state->is_on_page_clock = settings.AsBool("web_page_clock", false);
     m_state->page_day = settings.AsDouble("web_page_day", 0);
+    m_state->page_start = settings.AsString("web_page_start", {});
+    const std::int32_t background = settings.AsInt32("web_background", 0);
+    m_state->background |= static_cast<std::uint32_t>(background);
+    m_state->scale = scale_of(settings);
+    m_state->has_inspector = settings.AsBool("web_inspector", false);
+    m_state->inspector_receiver_lock = new_lock();
     m_state->refuses_downloads = settings.AsBool("web_refuse_downloads", false);
     m_state->max_popups = settings.AsInt32("web_max_popups", 0);
     m_state->terms.max_waiting_calls = settings.AsInt32("web_max_waiting_calls", 0);
@@ -150,6 +168,7 @@ cWebDisplayBrowser::~cWebDisplayBrowser() {
     SetPageCallbackReceiver(nullptr);
     SetJavascriptCallbackReceiver(nullptr);
     SetAudioReceiver(nullptr);
+    SetInspectorReceiver(nullptr);
     const zAutoCritical lock(m_observer_lock.get());
     m_observers.clear();
 }
@@ -247,6 +266,11 @@ void cWebDisplayBrowser::SetAudioReceiver(cBrowserAudioReceiverInterface* receiv
     if (m_state->sound) m_state->sound->set_receiver(receiver);
 }
 
+void cWebDisplayBrowser::SetInspectorReceiver(cBrowserInspectorHandler* receiver) {
+    const zAutoCritical lock(m_state->inspector_receiver_lock.get());
+    m_state->inspector_receiver = receiver;
+}
+
 void cWebDisplayBrowser::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
     if (!isPopup) m_state->ticks.painted();
     const zAutoCritical lock(m_video_renderer_lock.get());
@@ -276,6 +300,12 @@ void cWebDisplayBrowser::handle_page_load_failed(const char* url, const char* er
     const zAutoCritical lock(m_page_receiver_lock.get());
     if (m_page_receiver != nullptr) m_page_receiver->PageLoadFailed(url, error);
     LoadNextUrl();
+}
+
+void cWebDisplayBrowser::handle_inspector_event(const zString& method, const zString& parameters) {
+    const zAutoCritical lock(m_state->inspector_receiver_lock.get());
+    if (m_state->inspector_receiver != nullptr)
+        m_state->inspector_receiver->InspectorEvent(method, parameters);
 }
 
 void cWebDisplayBrowser::handle_javascript_callback(const zString& name, const zString& argument,
@@ -362,6 +392,11 @@ bool cWebDisplayBrowser::AdvancePage(std::int64_t, std::function<void(cWebDispla
 }
 
 bool cWebDisplayBrowser::AskPage(const zString&, std::function<void(const zString&)>) {
+    return false;
+}
+
+bool cWebDisplayBrowser::CallInspector(const zString&, const zString&,
+                                       std::function<void(const zString&)>) {
     return false;
 }
 

@@ -2,6 +2,7 @@
 #include "webdisplay/webdisplay_browser_client.h"
 
 #include <algorithm>
+#include <cmath>
 #include <mutex>
 #include <utility>
 
@@ -66,8 +67,15 @@ void close_soon(cef_browser_t* browser) {
 }
 
 // The display as it is before a page.
-std::uint32_t background_of(bool is_transparent) {
-    return is_transparent ? k_clear_pixel : k_opaque_black_pixel;
+std::uint32_t background_of(bool is_transparent, std::uint32_t opaque) {
+    return is_transparent ? k_clear_pixel : opaque;
+}
+
+// A side of the picture, for one of the page.
+long in_pixels(long side, double scale) {
+    const double pixels = std::clamp(std::round(static_cast<double>(side) * scale), 1.0,
+                                     static_cast<double>(k_max_view_side));
+    return static_cast<long>(pixels);
 }
 
 // Of a silent page nobody hears anything.
@@ -122,12 +130,16 @@ webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owne
       m_life(std::move(ended)),
       m_has_page_receiver(owner->m_state->has_page_receiver),
       m_is_on_page_clock(owner->m_state->is_on_page_clock && owner->m_windowless),
-      m_page_day(owner->m_state->page_day) {
+      m_page_day(owner->m_state->page_day),
+      m_page_start(owner->m_state->page_start),
+      m_scale(owner->m_state->scale) {
     // As in shared_life. Tried first: the display's own lock is held here, and elsewhere that comes
     // behind this one. Nobody else has this one yet, so only for want of memory it cannot be had.
     const std::unique_lock<std::recursive_mutex> made(m_owner_lock, std::try_to_lock);
     if (!made) m_owner_lock.lock();
 }
+
+void webdisplay_browser_client::begin_empty() { m_waits_for_calls = !m_is_on_page_clock; }
 
 void webdisplay_browser_client::set_alive() { m_alive.CompareAndSet(0, 1); }
 
@@ -152,6 +164,17 @@ void webdisplay_browser_client::GetViewRect(cef_browser_t*, cef_rect_t& rect) {
             static_cast<int>(std::clamp(height, 1L, k_max_view_side))};
 }
 
+bool webdisplay_browser_client::GetScreenInfo(cef_browser_t* browser, cef_screen_info_t& info) {
+    if (m_scale == 1) return false;
+    info.device_scale_factor = static_cast<float>(m_scale);
+    info.depth = 24;
+    info.depth_per_component = 8;
+    info.is_monochrome = 0;
+    GetViewRect(browser, info.rect);
+    info.available_rect = info.rect;
+    return true;
+}
+
 // A window that the page opened paints here too, since it shares the client; its frames are not the
 // display's.
 void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_element_type_t type,
@@ -161,6 +184,7 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
     const painting frame;
     const owner_use owner(*this);
     if (!owner) return;
+    if (m_waits_for_calls) return;
     if (m_driver) {
         if (type == PET_VIEW) return take_page_frame(*owner, buffer, width, height);
         if (m_driver->shows_frame()) owner->BrowserPainted(buffer, width, height, true);
@@ -176,8 +200,9 @@ bool webdisplay_browser_client::is_painting() { return t_is_painting; }
 
 bool webdisplay_browser_client::holds_frame_back(cWebDisplayCEFBrowser& owner, const void* buffer,
                                                  int width, int height) {
-    const bool has_painted = shows_page(static_cast<const std::uint32_t*>(buffer), width, height,
-                                        background_of(owner.m_transparent));
+    const bool has_painted =
+        shows_page(static_cast<const std::uint32_t*>(buffer), width, height,
+                   background_of(owner.m_transparent, owner.m_state->background));
     const std::lock_guard<std::mutex> guard(owner.m_state->loads_lock);
     return !owner.m_state->loads.admits(has_painted);
 }
@@ -203,11 +228,11 @@ void webdisplay_browser_client::paint_background(cWebDisplayCEFBrowser& owner) {
     long width = 0;
     long height = 0;
     owner.GetSize(width, height);
-    width = std::clamp(width, 1L, k_max_view_side);
-    height = std::clamp(height, 1L, k_max_view_side);
+    width = in_pixels(width, m_scale);
+    height = in_pixels(height, m_scale);
     const std::vector<std::uint32_t> pixels(
         static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
-        background_of(owner.m_transparent));
+        background_of(owner.m_transparent, owner.m_state->background));
     owner.BrowserPainted(pixels.data(), width, height, false);
 }
 
@@ -261,7 +286,7 @@ bool webdisplay_browser_client::take_over_browser(cWebDisplayCEFBrowser& owner,
     if (owner.m_cef_state != nullptr && !owner.m_cef_state->browser) {
         owner.m_cef_state->browser = cef::ref<cef_browser_t>::shared(browser);
     }
-    if (m_driver) return true;
+    if (m_driver || m_waits_for_calls) return true;
     const bool is_pending = std::exchange(owner.m_load_pending, false);
     const std::string popped = owner.PopNextURL();
     if (is_pending) url = popped;
@@ -288,6 +313,7 @@ void webdisplay_browser_client::OnAfterCreated(cef_browser_t* browser) {
 
     std::string url;
     make_driver();
+    make_line(browser);
     {
         const owner_use owner(*this);
         // The display was closed while the browser was on its way.
@@ -312,6 +338,7 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
     m_alive.CompareAndSet(1, 0);
     if (m_driver) m_driver->close();
     m_driver = {};
+    drop_line();
     m_life.end();
     run::guarded("cWebDisplayCEFBrowser", "Close", [&] { close_popups(); });
     // Without a reference of its own: the display may be waiting for this in its destructor.
@@ -322,6 +349,7 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
 // --- loads
 
 unsigned webdisplay_browser_client::page_asked_for(const std::string& url) {
+    m_has_refused_download = false;
     const owner_use owner(*this);
     if (!owner) return 0;
     const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
@@ -354,16 +382,18 @@ void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, boo
 // Not called for what the runtime shows in the place of a page that failed, though OnLoadEnd is.
 void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) {
     if (!frame->is_main(frame) || is_popup(browser) || is_before_page()) return;
+    m_has_scripts = false;
     const owner_use owner(*this);
     if (!owner) return;
     const std::string url = cef::utf8_of(frame->get_url(frame));
+    if (m_driver) m_driver->page_begun(url);
     const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
     owner->m_state->loads.begin(url);
 }
 
 void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) {
     if (!is_alive() || !frame->is_main(frame) || is_popup(browser)) return;
-    if (is_before_page()) return m_driver->browser_arrived(browser);
+    if (is_before_page()) return empty_page_loaded(browser);
     std::string css;
     bool is_on_host_clock = false;
     {
@@ -389,6 +419,7 @@ void webdisplay_browser_client::report_end(cWebDisplayCEFBrowser& owner, cef_bro
 
 void webdisplay_browser_client::inject_scripts(cef_frame_t* frame, const std::string& css,
                                                bool is_on_host_clock) {
+    if (m_driver && std::exchange(m_has_scripts, true)) return;
     if (!css.empty()) execute(frame, page_scripts::style_sheet(css));
     if (!cWebDisplayBrowser::HaveRunFlashDetection()) {
         cWebDisplayBrowser::SetHaveRunFlashDetection(true);
@@ -440,12 +471,27 @@ void webdisplay_browser_client::forget_load_soon() {
 void webdisplay_browser_client::give_up_load(unsigned ticket) {
     const owner_use owner(*this);
     if (!owner) return;
+    std::string url;
+    bool is_given_up = false;
     {
         const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
-        owner->m_state->loads.give_up(ticket);
+        url = owner->m_state->loads.asked_url();
+        is_given_up = owner->m_state->loads.give_up(ticket);
     }
     if (!owner->m_state->loads.policy().tell_every_load) return;
+    if (is_given_up && !owner->IsLoading()) return report_given_up(*owner, url);
     if (owner->m_state->loads.phase() == load_phase::none) owner->LoadNextUrl();
+}
+
+// The browser says no more of it than that it has ended, while the host waits for a page. One that
+// loads another page instead has been led there by the page itself.
+void webdisplay_browser_client::report_given_up(cWebDisplayCEFBrowser& owner,
+                                                const std::string& url) {
+    const bool is_download = std::exchange(m_has_refused_download, false);
+    owner.handle_page_load_failed(
+        url.c_str(), is_download ? "it is a download and no page"
+                                 : "the browser has given it up: the server has no page to show "
+                                   "(status 204 or 205), or the request was cancelled");
 }
 
 void webdisplay_browser_client::look_whether_ignored(unsigned ticket, int turns) {
@@ -518,6 +564,65 @@ void webdisplay_browser_client::page_lost(const std::string& url) {
     }
 }
 
+// Before the page: what the host has asked for so far stands when it is loaded.
+void webdisplay_browser_client::make_line(cef_browser_t* browser) {
+    std::vector<inspector_call> kept;
+    {
+        const owner_use owner(*this);
+        if (!owner || !owner->m_state->has_inspector) return;
+        kept = owner->m_state->calls.take();
+    }
+    m_line = cef::own<inspector_line>(
+        new inspector_line([this](const std::string& method, const std::string& parameters) {
+            const owner_use owner(*this);
+            if (owner) owner->handle_inspector_event(text_of(method), text_of(parameters));
+        }));
+    m_line->browser_arrived(browser);
+    // What the browser begins with has no page yet that could answer.
+    if (is_before_page()) m_first_calls = std::exchange(kept, {});
+    for (const inspector_call& asked : kept) m_line->call(asked);
+}
+
+void webdisplay_browser_client::empty_page_loaded(cef_browser_t* browser) {
+    send_first_calls();
+    if (m_driver) m_driver->browser_arrived(browser);
+}
+
+void webdisplay_browser_client::send_first_calls() {
+    const auto calls = std::exchange(m_first_calls, {});
+    m_open_first_calls += calls.size();
+    for (const inspector_call& asked : calls) {
+        m_line->call({asked.method, asked.parameters, [this, told = asked.told](const auto& text) {
+                          if (told) told(text);
+                          first_call_answered();
+                      }});
+    }
+}
+
+void webdisplay_browser_client::first_call_answered() {
+    if (--m_open_first_calls > 0 || !is_alive()) return;
+    if (!std::exchange(m_waits_for_calls, false)) return;
+    const owner_use owner(*this);
+    if (owner) owner->LoadNextUrl();
+}
+
+void webdisplay_browser_client::drop_line() {
+    {
+        const owner_use owner(*this);
+        if (owner) owner->m_state->calls.browser_gone();
+    }
+    for (const inspector_call& asked : std::exchange(m_first_calls, {})) {
+        if (asked.told) asked.told({});
+    }
+    if (m_line) m_line->close();
+    m_line = {};
+}
+
+void webdisplay_browser_client::call_inspector(const inspector_call& asked) {
+    if (m_line) return m_line->call(asked);
+    if (asked.told) asked.told({});
+}
+
 bool webdisplay_browser_client::may_request(const std::string& url) {
     if (!is_alive()) return true;
     const owner_use owner(*this);
@@ -529,6 +634,7 @@ bool webdisplay_browser_client::OnDragEnter(cef_browser_t*) { return true; }
 // Unasked, the runtime saves a file among the user's own, without a click or a word.
 bool webdisplay_browser_client::CanDownload(cef_browser_t*) {
     zTraceManager::Default()->TraceNote("cWebDisplayBrowser: a download by the page was refused\n");
+    m_has_refused_download = true;
     return false;
 }
 

@@ -10,6 +10,7 @@
 #include "webdisplay.h"
 #include "webdisplay/browser_life.h"
 #include "webdisplay/cef/interfaces.h"
+#include "webdisplay/inspector_line.h"
 #include "webdisplay/page_calls.h"
 #include "webdisplay/page_driver.h"
 #include "webdisplay/page_sound.h"
@@ -41,6 +42,8 @@ public:
     webdisplay_browser_client(cWebDisplayCEFBrowser* owner, std::string start_url,
                               std::shared_ptr<zSignal> ended);
 
+    // The browser begins with an empty page, and is given the first of the queue when it may.
+    void begin_empty();
     // From now on the runtime's callbacks count.
     void set_alive();
     // Forgets the owner; waits for a callback in progress on another thread. Any thread.
@@ -61,6 +64,8 @@ public:
     void advance_page(std::int64_t microseconds, page_timeline::receiver told);
     // See cWebDisplayBrowser::AskPage. UI thread.
     void ask_page(std::string expression, page_timeline::value_receiver told);
+    // See cWebDisplayBrowser::CallInspector. UI thread.
+    void call_inspector(const inspector_call& asked);
     // The life of the browser. Any thread.
     shared_life& life() { return m_life; }
 
@@ -83,6 +88,7 @@ public:
                                   cef_process_message_t* message) override;
 
     void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) override;
+    bool GetScreenInfo(cef_browser_t* browser, cef_screen_info_t& info) override;
     void OnPaint(cef_browser_t* browser, cef_paint_element_type_t type, const void* buffer,
                  int width, int height) override;
 
@@ -111,7 +117,14 @@ private:
     bool show_unseen();
     double page_day() const;
     void make_driver();
-    bool is_before_page() const { return m_driver && m_driver->is_preparing(); }
+    void make_line(cef_browser_t* browser);
+    void drop_line();
+    bool is_before_page() const {
+        return m_waits_for_calls || (m_driver && m_driver->is_preparing());
+    }
+    void empty_page_loaded(cef_browser_t* browser);
+    void send_first_calls();
+    void first_call_answered();
     void page_stands();
     void page_stopped(const std::string& why);
 
@@ -128,6 +141,7 @@ private:
     void inject_scripts(cef_frame_t* frame, const std::string& css, bool is_on_host_clock);
     void forget_load_soon();
     void give_up_load(unsigned ticket);
+    void report_given_up(cWebDisplayCEFBrowser& owner, const std::string& url);
     void page_lost(const std::string& url);
     bool holds_frame_back(cWebDisplayCEFBrowser& owner, const void* buffer, int width, int height);
     bool take_paint_report(cef_browser_t* browser, const std::string& command);
@@ -147,13 +161,22 @@ private:
     const std::string m_start_url;
     const bool m_refuses_downloads;
     const bool m_is_muted;
-    const cef::own<page_sound> m_sound;  // null where nobody wants it
+    const cef::own<page_sound> m_sound;   // null where nobody wants it
+    bool m_has_refused_download = false;  // since a page was asked for last; UI thread
     shared_life m_life;
     // Outlives the display, for requests that come when it has gone.
     const std::shared_ptr<std::atomic<bool>> m_has_page_receiver;
     std::vector<cef::ref<cef_browser_t>> m_popups;  // UI thread
     const bool m_is_on_page_clock;
     const double m_page_day;
+    const std::string m_page_start;
+    bool m_has_scripts = false;  // the page that is shown has those of the bridge; UI thread
+    const double m_scale;
+    // UI thread; only where the host wants one.
+    cef::own<inspector_line> m_line;
+    std::vector<inspector_call> m_first_calls;
+    std::size_t m_open_first_calls = 0;
+    bool m_waits_for_calls = false;  // with the first page
     // Only of a page by its own clock; UI thread.
     cef::own<page_driver> m_driver;
     std::vector<unsigned char> m_unseen;  // the picture before the first frame

@@ -25,7 +25,8 @@ void webdisplay_browser_client::make_driver() {
     };
     events.page_stands = [this] { page_stands(); };
     events.failed = [this](const std::string& why) { page_stopped(why); };
-    m_driver = cef::own<page_driver>(new page_driver(page_day(), std::move(events)));
+    m_driver = cef::own<page_driver>(
+        new page_driver(page_day(), page_start::of(m_page_start), std::move(events)));
 }
 
 // Only now: before that the browser may have shown it in a process that it has left again.
@@ -35,10 +36,14 @@ void webdisplay_browser_client::page_stands() {
     if (owner) owner->get_cef_state(state);
     if (!state.browser) return;
     const cef::ref<cef_frame_t> frame(state.browser->get_main_frame(state.browser.get()));
-    if (frame) report_end(*owner, state.browser.get(), cef::utf8_of(frame->get_url(frame.get())));
+    if (!frame) return;
+    inject_scripts(frame.get(), owner->get_css_override(), false);
+    report_end(*owner, state.browser.get(), cef::utf8_of(frame->get_url(frame.get())));
 }
 
-bool webdisplay_browser_client::may_load() { return !m_driver || m_driver->may_load(); }
+bool webdisplay_browser_client::may_load() {
+    return !m_waits_for_calls && (!m_driver || m_driver->may_load());
+}
 
 void webdisplay_browser_client::advance_page(std::int64_t microseconds,
                                              page_timeline::receiver told) {

@@ -14,6 +14,7 @@
 #include "webdisplay/cef/text.h"
 #include "webdisplay/display_engine.h"
 #include "webdisplay/display_state.h"
+#include "webdisplay/inspector_line.h"
 #include "webdisplay/native_window.h"
 #include "webdisplay/page_scripts.h"
 
@@ -22,6 +23,8 @@ namespace native_window = pennywort::webdisplay::native_window;
 namespace run = pennywort::run;
 using pennywort::webdisplay::display_engine;
 using pennywort::webdisplay::frame_end;
+using pennywort::webdisplay::inspector_call;
+using pennywort::webdisplay::inspector_line;
 using pennywort::webdisplay::page_timeline;
 using pennywort::webdisplay::webdisplay_browser_client;
 using pennywort::webdisplay::webdisplay_cef_state;
@@ -232,6 +235,20 @@ bool cWebDisplayCEFBrowser::AskPage(const zString& expression,
         return run_on_ui(
             [client = state.client, text = std::string(expression.View()),
              told = value_receiver(std::move(onValue))] { client->ask_page(text, told); });
+    });
+}
+
+bool cWebDisplayCEFBrowser::CallInspector(const zString& method, const zString& parameters,
+                                          std::function<void(const zString&)> onResult) {
+    if (!m_state->has_inspector || method.Empty()) return false;
+    return run::guarded_or(false, "cWebDisplayCEFBrowser", "CallInspector", [&] {
+        inspector_call asked{std::string(method.View()), std::string(parameters.View()),
+                             value_receiver(std::move(onResult))};
+        if (!inspector_line::is_object(asked.parameters)) return false;
+        if (m_state->calls.keep(asked)) return true;
+        const webdisplay_cef_state state = m_engine->state();
+        if (!state.client) return false;
+        return run_on_ui([client = state.client, asked] { client->call_inspector(asked); });
     });
 }
 

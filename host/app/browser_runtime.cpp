@@ -19,12 +19,10 @@ constexpr std::pair<const char*, const char*> k_headless_switches[] = {
     {"use-angle", "swiftshader"},   {"enable-unsafe-swiftshader", nullptr},
 };
 
-// Where Math.random of each page begins, so that a film of it comes out the same again.
-constexpr std::uint32_t k_random_seed = 1;
-
 }  // namespace
 
-browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, page_time time) {
+browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, page_time time,
+                                 const runtime_wishes& wishes) {
     manager::SetPacing(pacing == pump_pacing::timer ? cWebDisplayPacing::Timer
                                                     : cWebDisplayPacing::OnRequest);
     // Containers have a shared memory file system of 64 MB, which one large page fills.
@@ -33,12 +31,15 @@ browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, page_time time) {
     // waits for a prompt that needs a window, and a page that wants a password fails when its
     // display closes. With it the client is asked, refuses, and the page is shown.
     manager::AddCommandLineSwitch("disable-chrome-login-prompt", nullptr);
-    if (time == page_time::its_own) manager::EnablePageClock(k_random_seed);
+    if (time == page_time::its_own) manager::EnablePageClock(wishes.seed);
     // Without it a picture may show what the tick before it has set.
     if (time == page_time::ticks_of_ours) manager::EnableExactTicks();
     if (!gpu) {
         for (const auto& [name, value] : k_headless_switches)
             manager::AddCommandLineSwitch(name, value);
+    }
+    for (const auto& [name, value] : wishes.switches) {
+        manager::AddCommandLineSwitch(name.c_str(), value.c_str());
     }
     m_is_up = manager::Startup("");
 }

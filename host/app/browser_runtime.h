@@ -1,7 +1,10 @@
 // host/app/browser_runtime.h - the browser runtime of the program, from its start to its end.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace pennywort::host {
 
@@ -11,10 +14,18 @@ enum class pump_pacing { on_request, timer };
 // What the pages' time goes by.
 enum class page_time { the_days, ticks_of_ours, its_own };
 
+struct runtime_wishes {
+    // Where Math.random of each page by its own clock begins.
+    std::uint32_t seed = 1;
+    // Of the browser's command line, each with its value or an empty one.
+    std::vector<std::pair<std::string, std::string>> switches;
+};
+
 // Once in a process. The thread that makes it becomes the display thread.
 class browser_runtime {
 public:
-    browser_runtime(pump_pacing pacing, bool gpu, page_time time = page_time::the_days);
+    browser_runtime(pump_pacing pacing, bool gpu, page_time time = page_time::the_days,
+                    const runtime_wishes& wishes = {});
     ~browser_runtime();
     browser_runtime(const browser_runtime&) = delete;
     browser_runtime& operator=(const browser_runtime&) = delete;

@@ -32,8 +32,10 @@ public:
     // that they name and looks for the pages that are files. Returns what is wrong, in one line;
     // an empty text if nothing is.
     virtual std::string take_arguments() = 0;
-    // Whether the user also wants to see what the browser says.
+    // Whether the user also wants to see traces.
     virtual bool is_verbose() const = 0;
+    // Whether the user also wants to see what the browser says of itself.
+    virtual bool hears_browser() const { return is_verbose(); }
 
     // Returns the exit status; what went wrong has been told in one line on the console by then.
     virtual int run(const console& out) = 0;

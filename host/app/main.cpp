@@ -48,7 +48,7 @@ int run(const std::vector<std::string>& arguments) {
         return pennywort::host::k_exit_usage;
     }
     using others = console::others;
-    const console out(line.chosen->is_verbose() ? others::heard : others::quiet);
+    const console out(line.chosen->hears_browser() ? others::heard : others::quiet);
     std::optional<heard_traces> traces;
     const bool has_place = std::getenv("LOAM_TRACE") != nullptr;
     if (line.chosen->is_verbose() && !has_place) traces.emplace(out.errors());

@@ -2,7 +2,10 @@
 #include "host/render/page_display.h"
 
 #include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <new>
+#include <ratio>
 #include <string_view>
 #include <utility>
 
@@ -17,8 +20,11 @@ namespace {
 zRecord settings_of(const render_options& options) {
     zRecord settings;
     settings.SetString("web_url", options.urls.front());
-    settings.SetInt32("web_width", static_cast<std::int32_t>(options.format.width));
-    settings.SetInt32("web_height", static_cast<std::int32_t>(options.format.height));
+    settings.SetInt32("web_width", static_cast<std::int32_t>(options.page_width));
+    settings.SetInt32("web_height", static_cast<std::int32_t>(options.page_height));
+    settings.SetDouble("web_scale", options.page.scale);
+    settings.SetInt32("web_background", static_cast<std::int32_t>(options.page.background));
+    settings.SetBool("web_inspector", true);
     settings.SetBool("web_transparent", options.format.transparent);
     settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_refuse_printing", true);
@@ -30,12 +36,22 @@ zRecord settings_of(const render_options& options) {
     // A page by its own clock paints no frame that was not asked for.
     settings.SetBool("web_keep_last_picture", options.clock != page_clock::own);
     settings.SetBool("web_page_clock", options.clock == page_clock::own);
+    settings.SetDouble("web_page_day", options.page.day);
+    settings.SetString("web_page_start", options.page.start);
     settings.SetBool("web_report_lost_page", true);
     // Also where it goes nowhere: nothing of a film is to be heard in the room.
     settings.SetBool("web_sound", true);
     settings.SetBool("web_muted", options.is_muted);
     settings.SetBool("web_host_clock", options.clock == page_clock::host);
     return settings;
+}
+
+// As fine as a page's clocks are. Between two such moments a page is told now the one and now the
+// other, at random, and two films of it would differ.
+constexpr std::chrono::microseconds k_page_grain{100};
+
+std::chrono::microseconds page_moment(std::chrono::nanoseconds time) {
+    return std::chrono::round<std::chrono::duration<std::int64_t, std::ratio<1, 10'000>>>(time);
 }
 
 // What browsers begin the message of an error with that no script has caught.
@@ -48,12 +64,16 @@ std::string text_of(const zString& text) { return std::string(text.View()); }
 }  // namespace
 
 page_display::page_display(const render_options& options, recorder& frames,
-                           const run::monotonic_clock& clock, listener heard)
+                           const run::monotonic_clock& clock, news_listener news,
+                           page_listener heard)
     : m_format(options.format),
       m_frames(frames),
       m_clock(clock),
+      m_news(std::move(news)),
       m_heard(std::move(heard)),
       m_sound(frames, clock),
+      m_scale(options.page.scale),
+      m_is_part(options.page.is_full || !options.page.element.empty()),
       m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
                                                             options.format.rate.value())) {
     if (m_browser == nullptr) throw std::bad_alloc();
@@ -61,6 +81,8 @@ page_display::page_display(const render_options& options, recorder& frames,
     m_browser->SetPageCallbackReceiver(this);
     m_browser->SetJavascriptCallbackReceiver(this);
     m_browser->SetAudioReceiver(&m_sound);
+    m_browser->SetInspectorReceiver(this);
+    for (const auto& request : inspector_requests(options.page, options.urls)) ask(request);
 }
 
 page_display::~page_display() {
@@ -68,9 +90,19 @@ page_display::~page_display() {
     m_browser->Release();
 }
 
+// A refusal stands for what the option was given.
+void page_display::ask(const inspector_request& request) {
+    const auto told = [this, option = request.option](const zString& result) {
+        const bool is_refused = result.Empty() && m_is_open && !option.empty();
+        if (is_refused && m_refused.empty()) m_refused = option;
+    };
+    m_browser->CallInspector(zString(request.method), zString(request.parameters), told);
+}
+
 bool page_display::show(const std::string& url, page_run& run) {
     m_run = &run;
     m_advanced = 0;
+    m_unseen_us = 0;
     if (m_is_open) {
         m_browser->LoadUrl(url.c_str());
     } else {
@@ -84,23 +116,41 @@ void page_display::close() {
     m_browser->SetPageCallbackReceiver(nullptr);
     m_browser->SetJavascriptCallbackReceiver(nullptr);
     m_browser->SetAudioReceiver(nullptr);
+    m_browser->SetInspectorReceiver(nullptr);
     m_run = nullptr;
+    m_is_open = false;
     m_browser->Close();
 }
 
 void page_display::advance(std::function<void(bool is_there)> told) {
-    const auto moment =
-        std::chrono::round<std::chrono::microseconds>(m_format.rate.time_of(m_advanced++));
+    const auto moment = page_moment(m_format.rate.time_of(m_advanced++));
     const auto ended = [told](cWebDisplayPageFrame how) {
         told(how != cWebDisplayPageFrame::Failed);
     };
-    if (!m_browser->AdvancePage(moment.count(), ended)) told(false);
+    if (!m_browser->AdvancePage(m_unseen_us + moment.count(), ended)) told(false);
+}
+
+// As little of the page's time as there is, so that its film begins where it would.
+void page_display::show_unseen(std::function<void(bool is_there)> told) {
+    const auto passed =
+        m_advanced > 0 ? page_moment(m_format.rate.time_of(m_advanced - 1)) : -k_page_grain;
+    m_unseen_us += k_page_grain.count();
+    m_browser->AdvancePage(passed.count() + m_unseen_us, {});
+    // That nothing has changed is known with the next frame only; the page answers before that.
+    ask_page("1", [told](const std::string& answer) { told(!answer.empty()); });
 }
 
 std::string page_display::frame_fault() const {
     cWebDisplayPageStatus status;
     m_browser->GetPageStatus(status);
     return text_of(status.frameFault);
+}
+
+void page_display::look_whether_closed() {
+    if (m_run == nullptr) return;
+    cWebDisplayPageStatus status;
+    m_browser->GetPageStatus(status);
+    if (status.phase == cWebDisplayPagePhase::Closed) m_run->page_closed();
 }
 
 std::uint64_t page_display::missed() const {
@@ -123,6 +173,38 @@ void page_display::ask_next_frame(const std::string& expression,
     });
 }
 
+void page_display::ask_page(const std::string& expression,
+                            std::function<void(const std::string&)> answer) {
+    const bool is_asked = m_browser->AskPage(
+        zString(expression), [answer](const zString& value) { answer(text_of(value)); });
+    if (!is_asked) answer({});
+}
+
+void page_display::resize_page(long width, long height) { m_browser->SetSize(width, height); }
+
+bool page_display::has_picture_of(long width, long height) const {
+    return m_last.width == std::lround(static_cast<double>(width) * m_scale) &&
+           m_last.height == std::lround(static_cast<double>(height) * m_scale);
+}
+
+void page_display::set_area(const pixel_area& area) {
+    m_area = area;
+    paint_part();
+}
+
+void page_display::paint_part() {
+    const bool is_inside =
+        m_area.x + m_area.width <= m_last.width && m_area.y + m_area.height <= m_last.height;
+    if (m_area.width == 0 || !is_inside) return;
+    std::vector<std::uint32_t> part;
+    part.reserve(static_cast<std::size_t>(m_area.width) * static_cast<std::size_t>(m_area.height));
+    for (long y = m_area.y; y < m_area.y + m_area.height; ++y) {
+        const auto row = m_last.pixels.begin() + y * m_last.width + m_area.x;
+        part.insert(part.end(), row, row + m_area.width);
+    }
+    m_frames.painted(part.data(), m_area.width, m_area.height, m_clock.now());
+}
+
 void page_display::repaint() { m_browser->Repaint(); }
 
 void page_display::GetSize(long& width, long& height) const {
@@ -133,11 +215,18 @@ void page_display::GetSize(long& width, long& height) const {
 // An open select list is painted apart from its page, without a place; it is left out.
 void page_display::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
     if (isPopup) return;
+    if (m_is_part) {
+        const auto* first = static_cast<const std::uint32_t*>(pixels);
+        m_last.pixels.assign(first, first + width * height);
+        m_last.width = width;
+        m_last.height = height;
+        return paint_part();
+    }
     m_frames.painted(pixels, width, height, m_clock.now());
 }
 
 void page_display::PageLoadFailed(const zString& url, const zString& error) {
-    m_heard(saying::news, "load failed: " + text_of(url) + ": " + text_of(error));
+    m_news("load failed: " + text_of(url) + ": " + text_of(error));
     if (m_run == nullptr) return;
     cWebDisplayPageStatus status;
     m_browser->GetPageStatus(status);
@@ -150,15 +239,24 @@ void page_display::PageLoadFailed(const zString& url, const zString& error) {
 }
 
 void page_display::PageLoaded(const zString& url) {
-    m_heard(saying::news, "loaded: " + text_of(url));
+    m_news("loaded: " + text_of(url));
     if (m_run != nullptr) m_run->page_loaded();
 }
 
-// Also where errors of the page's scripts arrive: the message, and the script's URL.
+// Also where the page's own hook for errors of its scripts arrives. The inspector tells of them
+// with their place, and of those that the hook does not hear.
 void page_display::JavascriptCallback(const zString& name, const zString& argument, zString&) {
-    const std::string line = text_of(name) + " " + text_of(argument);
-    if (is_script_error(name.View())) return m_heard(saying::script_error, "page: " + line);
-    m_heard(saying::news, "page says: " + line);
+    if (!is_script_error(name.View())) {
+        m_news("page says: " + text_of(name) + " " + text_of(argument));
+    }
+}
+
+void page_display::InspectorEvent(const zString& method, const zString& parameters) {
+    // The page stands until somebody says yes, and there is nobody.
+    if (method.View() == k_dialog_event) {
+        m_browser->CallInspector("Page.handleJavaScriptDialog", R"({"accept":true})", {});
+    }
+    if (const auto said = saying_of(method.View(), parameters.View())) m_heard(*said);
 }
 
 }  // namespace pennywort::host

@@ -6,10 +6,14 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "core/run/clock.h"
 #include "host/render/page_run.h"
+#include "host/render/page_sayings.h"
+#include "host/render/page_setup.h"
 #include "host/render/page_sound_receiver.h"
+#include "host/render/picture_area.h"
 #include "host/render/recorder.h"
 #include "host/render/render_options.h"
 #include "webdisplay.h"
@@ -18,17 +22,20 @@ namespace pennywort::host {
 
 // Everything but tick belongs to the display thread.
 class page_display : public page_port,
+                     public area_port,
                      private cBrowserVideoRendererInterface,
                      private cBrowserPageCallbackHandler,
-                     private cBrowserJavascriptCallbackHandler {
+                     private cBrowserJavascriptCallbackHandler,
+                     private cBrowserInspectorHandler {
 public:
-    enum class saying { news, script_error };
-    // Hears what pages say, one line at a time.
-    using listener = std::function<void(saying what, const std::string& line)>;
+    // Hears what becomes of pages, and what they tell the program, one line at a time.
+    using news_listener = std::function<void(const std::string& line)>;
+    // Hears what pages say to whoever watches them.
+    using page_listener = std::function<void(const page_saying& said)>;
 
     // Opens nothing yet. `frames` and `clock` must outlive the display.
     page_display(const render_options& options, recorder& frames, const run::monotonic_clock& clock,
-                 listener heard);
+                 news_listener news, page_listener heard);
     ~page_display() override;
     page_display(const page_display&) = delete;
     page_display& operator=(const page_display&) = delete;
@@ -51,8 +58,23 @@ public:
     // Whether a page has said anything so far.
     bool has_sounded() const { return m_sound.has_sounded(); }
 
+    // The option whose value the browser does not take; empty if there is none.
+    const std::string& refused() const { return m_refused; }
+
+    // Has the run told where the page has closed itself, of which there is no event.
+    void look_whether_closed();
+
     // Ticks that the page could not follow so far.
     std::uint64_t missed() const;
+
+    // From now on pictures are that part of the page's. The one that is there is the first.
+    void set_area(const pixel_area& area);
+
+    void ask_page(const std::string& expression,
+                  std::function<void(const std::string&)> answer) override;
+    void resize_page(long width, long height) override;
+    void show_unseen(std::function<void(bool is_there)> told) override;
+    bool has_picture_of(long width, long height) const override;
 
     void run_script(const std::string& body, std::function<void(std::string)> answer) override;
     void ask_next_frame(const std::string& expression,
@@ -61,21 +83,39 @@ public:
     std::uint64_t pictures() const override { return m_frames.pictures(); }
 
 private:
+    // Pixels of a picture, row by row.
+    struct picture_copy {
+        std::vector<std::uint32_t> pixels;
+        long width = 0;
+        long height = 0;
+    };
+
+    void ask(const inspector_request& request);
+    void paint_part();
+
     void GetSize(long& width, long& height) const override;
     void BrowserPainted(const void* pixels, long width, long height, bool isPopup) override;
     void PageLoadFailed(const zString& url, const zString& error) override;
     void PageLoaded(const zString& url) override;
     void JavascriptCallback(const zString& name, const zString& argument, zString& result) override;
+    void InspectorEvent(const zString& method, const zString& parameters) override;
 
     const frame_format m_format;
     recorder& m_frames;
     const run::monotonic_clock& m_clock;
-    const listener m_heard;
+    const news_listener m_news;
+    const page_listener m_heard;
     page_sound_receiver m_sound;
+    const double m_scale;
+    const bool m_is_part;  // pictures show a part of the page
     cWebDisplayBrowser* m_browser;
     page_run* m_run = nullptr;
     bool m_is_open = false;
+    std::string m_refused;
     std::uint64_t m_advanced = 0;  // frames of this page
+    std::int64_t m_unseen_us = 0;  // of its time before the first of them
+    picture_copy m_last;           // where they do
+    pixel_area m_area;             // which; empty while it is looked for
 };
 
 }  // namespace pennywort::host

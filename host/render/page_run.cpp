@@ -86,6 +86,10 @@ void page_run::page_lost() {
     if (m_state < state::ended) fail(m_request.url + ": the page's process has ended");
 }
 
+void page_run::page_closed() {
+    if (m_state < state::ended) fail(m_request.url + ": the page has closed itself (window.close)");
+}
+
 void page_run::load_failed(const std::string& url, const std::string& error) {
     const bool is_this_page = without_fragment(url) == without_fragment(m_request.url);
     if (m_state == state::loading && is_this_page) page_failed(url, error);
@@ -152,6 +156,11 @@ void page_run::step(time_point now) {
     }
 }
 
+std::string page_run::probe(const std::string& condition) const {
+    const bool waits_for_all = m_request.start.empty() || m_request.start == "load";
+    return waits_for_all ? readiness_probe(condition) : begun_probe(condition);
+}
+
 void page_run::step_settling(time_point now) {
     std::string answer;
     std::string rest;
@@ -162,7 +171,7 @@ void page_run::step_settling(time_point now) {
         }
         if (answer == "ready") return enter(state::scripting);
     }
-    if (ask_again(now, k_question_patience)) ask(readiness_probe("true"), now);
+    if (ask_again(now, k_question_patience)) ask(probe("true"), now);
 }
 
 void page_run::step_scripting(time_point now) {
@@ -215,7 +224,7 @@ void page_run::step_waiting(time_point now) {
     }
     const std::string& condition = m_request.wait_for;
     if (m_moves) {
-        if (!m_question) ask_next_frame(readiness_probe(condition), now);
+        if (!m_question) ask_next_frame(probe(condition), now);
         return;
     }
     if (m_question && !condition.empty()) {
@@ -223,7 +232,7 @@ void page_run::step_waiting(time_point now) {
         if (has_failed()) return;
     }
     if (ask_again(now, k_question_patience))
-        ask(readiness_probe(condition.empty() ? "true" : condition), now);
+        ask(probe(condition.empty() ? "true" : condition), now);
 }
 
 void page_run::step_drawing(time_point now) {
@@ -273,7 +282,9 @@ std::string page_run::within() const { return " within " + in_seconds(m_request.
 std::string page_run::timeout_text() const {
     switch (m_state) {
         case state::loading:
-            return m_request.url + ": the page has not loaded" + within();
+            if (m_request.start.empty() || m_request.start == "load" || m_request.start == "dom")
+                return m_request.url + ": the page has not loaded" + within();
+            return "--start " + m_request.start + " has not become true" + within();
         case state::scripting:
             return m_request.script_name + " has not ended in the page" + within() +
                    "; perhaps it is no JavaScript";

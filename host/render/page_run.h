@@ -40,6 +40,8 @@ struct page_request {
     // that, and between two of them it runs no script. While it is asked for its condition, frames
     // that nobody sees take its time on.
     bool stands_still = false;
+    // What else than all of the page its beginning waits for; empty if it waits for that.
+    std::string start;
 };
 
 // The steps: loading, settling (fonts and style sheets), the script, the condition, some frames of
@@ -63,6 +65,8 @@ public:
     void page_failed(const std::string& url, const std::string& error);
     // The process of the page has ended, and nothing is painted any more.
     void page_lost();
+    // There is no browser any more.
+    void page_closed();
     // Something else did not load: a frame of the page, or a URL that the browser does not take.
     void load_failed(const std::string& url, const std::string& error);
 
@@ -108,6 +112,7 @@ private:
     bool ask_again(time_point now, std::chrono::milliseconds patience);
     bool take_answer(std::string& text);
     bool is_silent(time_point now) const;
+    std::string probe(const std::string& condition) const;
     std::string timeout_text() const;
     std::string within() const;
 

@@ -52,10 +52,14 @@ bool is_answer(const std::string& text, std::string_view name, std::string& rest
 // Style sheets in the page's own text arrive after the page has loaded; fonts load when the first
 // text uses them.
 std::string readiness_probe(const std::string& condition) {
+    return "if (document.readyState !== 'complete') return 'wait';"
+           "if (document.fonts && document.fonts.status !== 'loaded') return 'wait';" +
+           begun_probe(condition);
+}
+
+std::string begun_probe(const std::string& condition) {
     return "const entry = performance.getEntriesByType('navigation')[0];"
            "if (entry && entry.responseStatus >= 400) return 'http ' + entry.responseStatus;"
-           "if (document.readyState !== 'complete') return 'wait';"
-           "if (document.fonts && document.fonts.status !== 'loaded') return 'wait';"
            "for (const link of document.querySelectorAll('link[href^=\"data:text/css\"]'))"
            "  if (!link.sheet) return 'wait';"
            "try { return (" +

@@ -13,6 +13,8 @@ bool is_answer(const std::string& text, std::string_view name, std::string& rest
 
 // "http 404", "wait", "throws ..." or "ready".
 std::string readiness_probe(const std::string& condition);
+// The same of a page that need not be all there: only what the program has put into it.
+std::string begun_probe(const std::string& condition);
 
 // "wait" or "ready": whether the page has been through a few frames since it was first asked. What
 // it had to show by then has reached the screen; a picture that comes before may still be that of

@@ -2,6 +2,7 @@
 #include "host/render/progress.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "host/app/terminal_text.h"
 
@@ -13,6 +14,9 @@ using namespace std::chrono_literals;
 
 constexpr auto k_bar_interval = 100ms;
 constexpr auto k_line_interval = 1s;
+constexpr auto k_pace_window = 10s;
+constexpr auto k_pace_known_after = 500ms;
+constexpr auto k_pause_told_after = 5s;
 constexpr int k_longest_bar = 30;
 constexpr int k_shortest_bar = 5;
 
@@ -21,10 +25,26 @@ std::string one_decimal(double value) {
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
 }
 
+std::string time_text(double seconds) {
+    const auto whole = static_cast<long long>(std::min(std::ceil(seconds), 1e9));
+    if (whole < 60) return std::to_string(whole) + " s";
+    if (whole < 3600)
+        return std::to_string(whole / 60) + " min " + std::to_string(whole % 60) + " s";
+    return std::to_string(whole / 3600) + " h " + std::to_string(whole / 60 % 60) + " min";
+}
+
+std::string pace_text(const progress_state& state) {
+    if (state.rate <= 0) return {};
+    std::string text = "  " + std::to_string(std::llround(state.rate)) + " a second";
+    if (state.total <= state.frames) return text;
+    const auto left = static_cast<double>(state.total - state.frames);
+    return text + "  " + time_text(left / state.rate) + " left";
+}
+
 std::string frames_text(const progress_state& state) {
     std::string text = std::to_string(state.frames);
     if (state.total > 0) text += "/" + std::to_string(state.total);
-    text += " frames  " + one_decimal(state.seconds) + " s";
+    text += " frames  " + one_decimal(state.seconds) + " s" + pace_text(state);
     if (state.repeated > 0) text += "  " + std::to_string(state.repeated) + " repeated";
     if (state.dropped > 0) text += "  " + std::to_string(state.dropped) + " dropped";
     return text;
@@ -35,6 +55,19 @@ std::uint64_t part_of(std::uint64_t whole, const progress_state& state) {
 }
 
 }  // namespace
+
+void frame_pace::saw(std::uint64_t frames, time_point now) {
+    m_samples.push_back({frames, now});
+    while (m_samples.size() > 2 && now - m_samples[1].at >= k_pace_window) m_samples.pop_front();
+}
+
+double frame_pace::per_second() const {
+    if (m_samples.empty()) return 0;
+    const auto time = m_samples.back().at - m_samples.front().at;
+    if (time < k_pace_known_after) return 0;
+    const auto frames = static_cast<double>(m_samples.back().frames - m_samples.front().frames);
+    return frames / std::chrono::duration<double>(time).count();
+}
 
 std::string progress_bar(const progress_state& state, int columns) {
     const bool begun = state.frames > 0;
@@ -74,14 +107,37 @@ void progress::show(const progress_state& state, time_point now) {
     const bool first = m_next == time_point{};
     m_next = now + (m_columns > 0 ? time_point::duration(k_bar_interval)
                                   : time_point::duration(k_line_interval));
-    if (m_columns > 0) {
-        std::fprintf(m_out, "\r\x1b[K%s", progress_bar(state, m_columns).c_str());
-        std::fflush(m_out);
-        m_has_bar = true;
-    } else if (!first) {
-        std::fprintf(m_out, "%s\n", progress_line(state).c_str());
-        std::fflush(m_out);
-    }
+    progress_state told = state;
+    if (state.frames > 0) m_pace.saw(state.frames, now);
+    told.rate = m_pace.per_second();
+    if (m_columns > 0) return show_bar(told);
+    if (first) return;
+    // Its rate falls while nothing comes, which is nothing new.
+    progress_state bare = state;
+    bare.rate = 0;
+    const std::string what = progress_line(bare);
+    if (what == m_last_what) return tell_pause(state, now);
+    m_last_what = what;
+    m_changed = now;
+    m_has_told_pause = false;
+    show_line(progress_line(told));
+}
+
+void progress::show_bar(const progress_state& state) {
+    std::fprintf(m_out, "\r\x1b[K%s", progress_bar(state, m_columns).c_str());
+    std::fflush(m_out);
+    m_has_bar = true;
+}
+
+void progress::tell_pause(const progress_state& state, time_point now) {
+    if (now - m_changed < k_pause_told_after || m_has_told_pause) return;
+    m_has_told_pause = true;
+    show_line(progress_line(state) + "  (nothing new for 5 s, still waiting)");
+}
+
+void progress::show_line(const std::string& line) {
+    std::fprintf(m_out, "%s\n", line.c_str());
+    std::fflush(m_out);
 }
 
 void progress::say(const std::string& line) {

@@ -40,6 +40,11 @@ double interval_spread::milliseconds_at(double share) const {
     return static_cast<double>(k_steps - 1) / 10;
 }
 
+static std::unique_ptr<picture_pool> pool_for(long width, long height) {
+    const auto limit = picture_pool::limit_for(width, height, k_max_waiting_picture_bytes);
+    return std::make_unique<picture_pool>(width, height, limit);
+}
+
 recorder::recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
                    bool is_exact, bool has_sound)
     : m_width(width),
@@ -49,9 +54,15 @@ recorder::recorder(long width, long height, const frame_rate& rate, writer_threa
       m_writer(writer),
       m_is_exact(is_exact),
       m_has_sound(has_sound && writer != nullptr && !is_exact),
-      m_pool(width, height, picture_pool::limit_for(width, height, k_max_waiting_picture_bytes)),
+      m_pool(pool_for(width, height)),
       m_token(std::make_shared<const picture>(1, 1)),
       m_pacer(m_interval, frame_pacer::lag_for(m_interval)) {}
+
+void recorder::resize(long width, long height) {
+    m_pool = pool_for(width, height);
+    m_width = width;
+    m_height = height;
+}
 
 void recorder::painted(const void* pixels, long width, long height, time_point at) {
     if (width != m_width || height != m_height) return;
@@ -70,7 +81,7 @@ void recorder::guarded(work_type work) {
 }
 
 picture_ptr recorder::keep(const void* pixels) {
-    auto kept = m_pool.take();
+    auto kept = m_pool->take();
     if (kept) std::memcpy(kept->pixels.get(), pixels, kept->byte_count());
     return kept;
 }

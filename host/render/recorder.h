@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 #include "core/run/clock.h"
@@ -57,6 +58,11 @@ public:
     recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
              bool is_exact = false, bool has_sound = false);
 
+    // From the next picture on. Between two pages' frames, on the display thread.
+    void resize(long width, long height);
+    long width() const { return m_width; }
+    long height() const { return m_height; }
+
     // One painted frame. One of another size is not counted: the page has not followed its display
     // yet.
     void painted(const void* pixels, long width, long height, time_point at);
@@ -98,14 +104,14 @@ private:
     std::int64_t sound_position(std::uint64_t frames) const;
     void hand_out_sound();
 
-    const long m_width;
-    const long m_height;
+    long m_width;
+    long m_height;
     const frame_rate m_rate;
     const run::monotonic_clock::time::duration m_interval;
     writer_thread* const m_writer;
     const bool m_is_exact;
     const bool m_has_sound;
-    picture_pool m_pool;
+    std::unique_ptr<picture_pool> m_pool;
     const picture_ptr m_token;  // stands for every picture where none is kept
     std::atomic<std::uint64_t> m_pictures{0};
     std::atomic<bool> m_done{true};

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -18,6 +19,9 @@
 #include "host/output/writer_thread.h"
 #include "host/render/page_display.h"
 #include "host/render/page_run.h"
+#include "host/render/page_sayings.h"
+#include "host/render/page_setup.h"
+#include "host/render/picture_area.h"
 #include "host/render/progress.h"
 #include "host/render/recorder.h"
 #include "host/render/render_report.h"
@@ -77,12 +81,20 @@ private:
     void follow_feed(page_display& display);
     bool has_feed() const { return m_feed == nullptr || m_feed->has_opened(); }
     void ask_frames(page_display& display);
+    bool has_area(page_display& display);
+    void begin_frames(const page_display& display);
+    void begin_counting_at(std::uint64_t over);
     void frame_ended(page_display& display, bool is_there);
+    std::string frame_fault_text(const std::string& why) const;
     void complete_output();
     void discard_output();
     bool remove_empty_output() const;
+    const char* doing() const;
     void show_progress(const char* doing);
-    void hear(page_display::saying what, const std::string& line);
+    void hear_news(const std::string& line);
+    void hear_page(const page_saying& said);
+    void tell_once(const std::string& line);
+    void mind_sayings();
     render_result result() const;
     void print_json(const render_result& result);
     void fail(const std::string& text);
@@ -98,11 +110,13 @@ private:
     std::unique_ptr<writer_thread> m_writer;
     std::unique_ptr<recorder> m_recorder;
     std::unique_ptr<page_run> m_page;
+    std::unique_ptr<area_finder> m_area;
     std::unique_ptr<page_feed> m_feed;
     std::size_t m_page_number = 0;
-    bool m_is_counting = false;
     bool m_has_told_of_sound = false;
-    std::uint64_t m_asked = 0;  // frames of an exact page, and those of them that are over
+    bool m_is_counting = false;  // output frames
+    bool m_is_moving = false;    // an exact page: frames are asked for, output or not
+    std::uint64_t m_asked = 0;   // frames of an exact page, and those of them that are over
     std::uint64_t m_over = 0;
     std::string m_frame_fault;  // of the first of them that failed
     time_point m_frame_failed{};
@@ -112,18 +126,38 @@ private:
     time_point m_started{};
     std::string m_failure;
     std::set<std::string> m_script_errors;  // those that have been told
+    saying_counts m_sayings;
+    bool m_has_page_faults = false;
 };
 
 void render_session::fail(const std::string& text) {
     if (m_failure.empty()) m_failure = text;
 }
 
+void render_session::hear_news(const std::string& line) {
+    if (m_options.verbose) m_progress.say(line);
+}
+
 // An error that a page makes in each of its frames is told once.
-void render_session::hear(page_display::saying what, const std::string& line) {
-    const bool is_new_error = what == page_display::saying::script_error &&
-                              m_script_errors.size() < k_max_told_script_errors &&
-                              m_script_errors.insert(line).second;
-    if (m_options.verbose || is_new_error) m_progress.say(line);
+void render_session::tell_once(const std::string& line) {
+    const bool is_new =
+        m_script_errors.size() < k_max_told_script_errors && m_script_errors.insert(line).second;
+    if (m_options.verbose || is_new) m_progress.say(line);
+}
+
+void render_session::hear_page(const page_saying& said) {
+    m_sayings.count(said.kind);
+    const bool is_fault = said.kind == saying_kind::error || said.kind == saying_kind::rejection ||
+                          said.kind == saying_kind::media;
+    is_fault ? tell_once("page: " + said.line) : hear_news("page: " + said.line);
+}
+
+// The film is whole, and the user wants to hear whether its pages were.
+void render_session::mind_sayings() {
+    if (m_options.is_strict && m_sayings.faults() > 0 && m_failure.empty()) {
+        m_has_page_faults = true;
+        m_progress.say("pennywort: --strict: " + m_sayings.text() + " of the page");
+    }
 }
 
 bool render_session::open_output() {
@@ -159,26 +193,26 @@ void render_session::tick(page_display& display, time_point now, std::uint64_t d
 
 void render_session::begin_page(page_display& display, std::size_t number) {
     const page_request request{m_options.urls[number], m_options.script,  m_options.script_name,
-                               m_options.wait_for,     m_options.timeout, is_exact()};
+                               m_options.wait_for,     m_options.timeout, is_exact(),
+                               m_options.page.start};
     auto page = std::make_unique<page_run>(display, request, m_clock.now());
     if (!display.show(request.url, *page)) fail("the display cannot be opened");
     m_page = std::move(page);
     m_page_number = number;
-    m_is_counting = false;
+    m_is_counting = m_is_moving = false;
 }
 
 void render_session::follow_page(page_display& display) {
     m_page->step(m_clock.now());
+    display.look_whether_closed();
     if (m_page->has_failed()) return fail(m_page->failure());
+    if (!display.refused().empty()) return fail(display.refused() + ": not known to the browser");
     if (has_waited_for_reason()) return fail(m_options.urls[m_page_number] + ": " + m_frame_fault);
-    if (m_page->is_ready() && !m_is_counting && has_feed()) {
+    if (m_page->is_ready() && !m_is_counting && !m_is_moving && has_feed() && has_area(display)) {
         if (!m_page->script_result().empty()) {
-            hear(page_display::saying::news, "script: " + m_page->script_result());
+            hear_news("script: " + m_page->script_result());
         }
-        m_missed_before = display.missed();
-        m_recorder->begin(m_options.frames_per_page);
-        m_is_counting = true;
-        m_asked = m_over = 0;
+        begin_frames(display);
     } else if (m_page->is_ready() && m_is_counting && m_recorder->is_done()) {
         m_missed += display.missed() - m_missed_before;
         m_missed_before = display.missed();
@@ -186,6 +220,38 @@ void render_session::follow_page(page_display& display) {
     } else if (m_page->has_ended()) {
         leave_page(display);
     }
+}
+
+// Whether it is known what of the page the picture shows.
+bool render_session::has_area(page_display& display) {
+    const page_settings& page = m_options.page;
+    if (!page.is_full && page.element.empty()) return true;
+    if (m_area == nullptr) {
+        m_area = std::make_unique<area_finder>(
+            display,
+            area_wish{page.element, m_options.page_width, m_options.page_height, page.scale});
+        m_area->begin();
+    }
+    if (!m_area->failure().empty()) fail(m_area->failure());
+    if (!m_area->is_over() || !m_failure.empty()) return false;
+    m_recorder->resize(m_area->area().width, m_area->area().height);
+    display.set_area(m_area->area());
+    return true;
+}
+
+void render_session::begin_frames(const page_display& display) {
+    m_missed_before = display.missed();
+    m_asked = m_over = 0;
+    m_is_moving = is_exact();
+    begin_counting_at(0);
+}
+
+// `over`: the page's frames before it. The one at which output begins shows what the page does
+// then, changed by it or not.
+void render_session::begin_counting_at(std::uint64_t over) {
+    if (over != m_options.first_frame) return;
+    m_recorder->begin(m_options.frames_per_page);
+    m_is_counting = true;
 }
 
 bool render_session::has_waited_for_reason() {
@@ -209,8 +275,8 @@ void render_session::show_pages() {
                                             m_options.format.rate, m_writer.get(), is_exact(),
                                             m_options.format.has_sound);
     page_display display(
-        m_options, *m_recorder, m_clock,
-        [this](page_display::saying what, const std::string& line) { hear(what, line); });
+        m_options, *m_recorder, m_clock, [this](const std::string& line) { hear_news(line); },
+        [this](const page_saying& said) { hear_page(said); });
     begin_page(display, 0);
     if (is_exact()) {
         run_loop(display);
@@ -228,6 +294,7 @@ void render_session::show_pages() {
     display.close();
     m_feed.reset();
     m_page.reset();
+    m_area.reset();
 }
 
 void render_session::run_loop(page_display& display) {
@@ -237,7 +304,7 @@ void render_session::run_loop(page_display& display) {
         follow_feed(display);
         ask_frames(display);
         tell_of_sound(display);
-        show_progress(m_is_counting ? "page " : "loading page ");
+        show_progress(doing());
     }
 }
 
@@ -263,6 +330,11 @@ void render_session::tell_of_sound(const page_display& display) {
                    "; with --mute this is not told");
 }
 
+const char* render_session::doing() const {
+    if (m_is_counting) return "page ";
+    return m_is_moving ? "running up to --from, page " : "loading page ";
+}
+
 // Before the browser, which takes longer to start than a feed to open.
 void render_session::open_feed() {
     if (m_options.feed.url.empty()) return;
@@ -272,7 +344,7 @@ void render_session::open_feed() {
                                          [this](page_feed::saying what, const std::string& line) {
                                              if (what == page_feed::saying::connection)
                                                  return m_progress.say(line);
-                                             hear(page_display::saying::script_error, line);
+                                             tell_once(line);
                                          });
     m_feed->open();
 }
@@ -290,10 +362,11 @@ void render_session::follow_feed(page_display& display) {
 // One more than the page has, since the end of a frame at which nothing changes is known with the
 // next; and no further ahead than the writer is behind, so that none has to be left out.
 void render_session::ask_frames(page_display& display) {
-    if (!is_exact() || !m_is_counting || !m_page->is_ready()) return;
+    if (!m_is_moving || !m_page->is_ready()) return;
     constexpr std::uint64_t k_ahead = 2;
-    while (m_asked <= m_options.frames_per_page && m_asked < m_over + k_ahead &&
-           m_recorder->has_room() && m_failure.empty() && m_frame_fault.empty()) {
+    const std::uint64_t last = m_options.first_frame + m_options.frames_per_page;
+    while (m_asked <= last && m_asked < m_over + k_ahead && m_recorder->has_room() &&
+           m_failure.empty() && m_frame_fault.empty()) {
         ++m_asked;
         display.advance([this, &display](bool is_there) { frame_ended(display, is_there); });
     }
@@ -301,14 +374,23 @@ void render_session::ask_frames(page_display& display) {
 
 void render_session::frame_ended(page_display& display, bool is_there) {
     // The one behind the last fails when its page is left.
-    if (!m_is_counting || m_recorder->is_done()) return;
+    if (!m_is_moving || (m_is_counting && m_recorder->is_done())) return;
     // The page itself may have more to say of it, a moment later.
-    if (!is_there && m_frame_fault.empty())
-        m_frame_fault = "its frame has failed: " + display.frame_fault();
+    if (!is_there && m_frame_fault.empty()) m_frame_fault = frame_fault_text(display.frame_fault());
     if (!is_there) return;
     ++m_over;
     m_recorder->tick(m_clock.now());
+    if (!m_is_counting) begin_counting_at(m_over);
     ask_frames(display);
+}
+
+// The place, so that the user finds what the page does there.
+std::string render_session::frame_fault_text(const std::string& why) const {
+    const auto at = std::chrono::duration<double>(m_options.format.rate.time_of(m_over)).count();
+    char place[64];
+    std::snprintf(place, sizeof place,
+                  "frame %llu, at %.3f s: ", static_cast<unsigned long long>(m_over), at);
+    return place + why;
 }
 
 void render_session::complete_output() {
@@ -359,10 +441,13 @@ render_result render_session::result() const {
     if (m_recorder) {
         result.counts = m_recorder->counts();
         result.intervals = m_recorder->intervals();
+        result.width = m_recorder->width();
+        result.height = m_recorder->height();
         if (m_recorder->pictures() > 0)
             result.first_frame = m_recorder->first_picture() - m_started;
     }
     result.missed = m_missed;
+    result.sayings = m_sayings;
     result.failure = m_failure;
     return result;
 }
@@ -386,9 +471,11 @@ int render_session::report() {
     }
     const render_result told = result();
     for (const auto& line : summary_lines(m_options, told)) m_progress.say(line);
+    mind_sayings();
     if (m_options.json) print_json(told);
     if (!m_failure.empty()) return k_exit_failed;
-    return interrupted != 0 ? interrupted : k_exit_fine;
+    if (interrupted != 0) return interrupted;
+    return m_has_page_faults ? k_exit_page_faults : k_exit_fine;
 }
 
 int render_session::run() {
@@ -396,7 +483,8 @@ int render_session::run() {
     m_started = m_clock.now();
     open_feed();
     {
-        const browser_runtime browser(m_options.pacing, m_options.gpu, time_of(m_options.clock));
+        const browser_runtime browser(m_options.pacing, m_options.gpu, time_of(m_options.clock),
+                                      {m_options.page.seed, browser_switches(m_options.page)});
         if (browser.up()) {
             show_pages();
         } else {

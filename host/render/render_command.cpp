@@ -5,6 +5,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <cmath>
 
 #include "core/limits.h"
 #include "core/text/numbers.h"
@@ -26,11 +27,13 @@ const char* render_command::footer() const {
   pennywort render https://example.com --size 1920x1080 --fps 59.94 --format matroska -o - | ffplay -
   pennywort render page.html --seconds 5 --json
   pennywort render score.html --feed wss://example.com/goals --on-message 'show(JSON.parse(message))' -o score.mkv
-Exit status: 0 done, 1 failed, 2 wrong arguments, 130 or 143 interrupted (the file is complete).)";
+Exit status: 0 done, 1 failed, 2 wrong arguments, 4 done, but --strict minds
+what the page says, 130 or 143 interrupted (the file is complete).)";
 }
 
 void render_command::add_options(CLI::App& parser) {
     add_page_options(parser);
+    m_page.add_options(parser);
     add_feed_options(parser);
     add_output_options(parser);
     add_flags(parser);
@@ -46,6 +49,13 @@ void render_command::add_page_options(CLI::App& parser) {
         ->capture_default_str();
     parser.add_option("--frames", m_raw.frames, "Output frames of each page")->type_name("N");
     parser.add_option("--seconds", m_raw.seconds, "The same as a time; 10 without either")
+        ->type_name("S");
+    parser
+        .add_option("--from", m_raw.from,
+                    "Of an exact film: begin so many seconds into it; the page lives through them "
+                    "unseen")
+        ->type_name("S");
+    parser.add_option("--to", m_raw.to, "The end of the film as a time of it, instead of a length")
         ->type_name("S");
     parser.add_flag("--endless", m_raw.is_endless,
                     "Go on until Ctrl-C, or until the reader closes");
@@ -109,14 +119,20 @@ void render_command::add_flags(CLI::App& parser) {
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
     parser.add_flag("--json", m_options.json, "Print one last line of what happened");
     parser.add_flag("--verbose", m_options.verbose,
-                    "Also print traces, and what pages and browser say");
+                    "Also print traces and what pages say: console lines, errors, resources that "
+                    "failed");
+    parser.add_flag("--strict", m_options.is_strict,
+                    "End with status 4 where a page had an uncaught error, a rejected promise, a "
+                    "failed resource or an error in its console");
+    parser.add_flag("--browser-log", m_options.hears_browser, "Also print the browser's own lines");
 }
 
 std::string render_command::take_arguments() {
-    for (const auto take : {&render_command::take_picture_format, &render_command::take_output,
-                            &render_command::take_film, &render_command::take_length,
-                            &render_command::take_choices, &render_command::take_texts,
-                            &render_command::take_feed_options, &render_command::take_addresses}) {
+    for (const auto take :
+         {&render_command::take_picture_format, &render_command::take_output,
+          &render_command::take_film, &render_command::take_length, &render_command::take_choices,
+          &render_command::take_page_settings, &render_command::take_texts,
+          &render_command::take_feed_options, &render_command::take_addresses}) {
         std::string wrong = (this->*take)();
         if (!wrong.empty()) return wrong;
     }
@@ -146,17 +162,13 @@ std::string render_command::take_film() {
 }
 
 std::string render_command::take_length() {
-    const int given = !m_raw.frames.empty() + !m_raw.seconds.empty() + m_raw.is_endless;
-    if (given > 1) return "give only one of --frames, --seconds and --endless";
+    const int given =
+        !m_raw.frames.empty() + !m_raw.seconds.empty() + m_raw.is_endless + !m_raw.to.empty();
+    if (given > 1) return "give only one of --frames, --seconds, --to and --endless";
     const frame_rate& rate = m_options.format.rate;
     if (!m_raw.frames.empty()) return take_frames();
-    if (!m_raw.seconds.empty()) {
-        const auto seconds = text::decimal_between(m_raw.seconds, 0, k_max_render_seconds);
-        if (!seconds || *seconds == 0) {
-            return "--seconds " + m_raw.seconds + " is not a time above 0";
-        }
-        m_options.frames_per_page = rate.frames_in(*seconds);
-    } else if (m_raw.is_endless) {
+    if (!m_raw.seconds.empty()) return take_seconds();
+    if (m_raw.is_endless) {
         m_options.frames_per_page = render_options::k_endless;
     } else {
         const bool is_one = is_single_picture(m_options.output.kind);
@@ -172,13 +184,50 @@ std::string render_command::take_frames() {
     return {};
 }
 
+std::string render_command::take_seconds() {
+    const auto seconds = text::decimal_between(m_raw.seconds, 0, k_max_render_seconds);
+    if (!seconds || *seconds == 0) {
+        return "--seconds " + m_raw.seconds + " is not a time above 0";
+    }
+    m_options.frames_per_page = m_options.format.rate.frames_in(*seconds);
+    return {};
+}
+
+// One rounding for both ends, so that what ends at a moment and what begins there meet.
+std::string render_command::take_piece() {
+    if (m_raw.from.empty() && m_raw.to.empty()) return {};
+    const char* const given = m_raw.from.empty() ? "--to" : "--from";
+    if (m_options.clock != page_clock::own) {
+        return std::string(given) + " needs a page by its own clock: a file, or --exact";
+    }
+    if (m_raw.pages.size() > 1) return std::string(given) + " is of one page";
+    const frame_rate& rate = m_options.format.rate;
+    const auto frame_at = [&](double at) {
+        return at * rate.value() < 0.5 ? std::uint64_t(0) : rate.frames_in(at);
+    };
+    if (!m_raw.from.empty()) {
+        const auto from = text::decimal_between(m_raw.from, 0, k_max_render_seconds);
+        if (!from) return "--from " + m_raw.from + " is not a time from 0 on";
+        m_options.first_frame = frame_at(*from);
+    }
+    if (m_raw.to.empty()) return {};
+    const auto to = text::decimal_between(m_raw.to, 0, k_max_render_seconds);
+    if (!to || frame_at(*to) <= m_options.first_frame) {
+        return "--to " + m_raw.to + " is not a time behind --from";
+    }
+    m_options.frames_per_page = frame_at(*to) - m_options.first_frame;
+    return {};
+}
+
 std::string render_command::take_choices() {
     if (m_raw.pacing != "request" && m_raw.pacing != "timer") {
         return "--pacing " + m_raw.pacing + " is not request or timer";
     }
     m_options.pacing = m_raw.pacing == "timer" ? pump_pacing::timer : pump_pacing::on_request;
     const std::string wrong = take_clock();
-    return wrong.empty() ? take_timeout() : wrong;
+    if (!wrong.empty()) return wrong;
+    const std::string wrong_piece = take_piece();
+    return wrong_piece.empty() ? take_timeout() : wrong_piece;
 }
 
 std::string render_command::take_clock() {
@@ -200,6 +249,33 @@ std::string render_command::take_clock() {
         !is_exact && !m_options.is_muted && holds_sound(m_options.output.kind);
     if (m_options.output.kind == output_kind::wav && !m_options.format.has_sound) {
         return m_options.output.path + " holds sound alone, which wants --live and no --mute";
+    }
+    return {};
+}
+
+std::string render_command::take_page_settings() {
+    const std::string wrong = m_page.take(m_options.clock == page_clock::own, m_options.page);
+    if (!wrong.empty()) return wrong;
+    const bool is_part = m_options.page.is_full || !m_options.page.element.empty();
+    const bool is_picture = is_single_picture(m_options.output.kind);
+    if (is_part && (!is_picture || m_options.clock != page_clock::own)) {
+        return "--full-page and --element are of one picture: -o NAME.png, and not --live";
+    }
+    return take_picture_size();
+}
+
+// A picture of half a pixel more would be one of the browser's own making.
+std::string render_command::take_picture_size() {
+    frame_format& format = m_options.format;
+    m_options.page_width = format.width;
+    m_options.page_height = format.height;
+    const double scale = m_options.page.scale;
+    for (long* side : {&format.width, &format.height}) {
+        const double pixels = static_cast<double>(*side) * scale;
+        if (pixels != std::floor(pixels) || pixels < 1 || pixels > k_max_view_side) {
+            return "--size " + m_raw.size + " times --scale is no size of whole pixels up to 16384";
+        }
+        *side = static_cast<long>(pixels);
     }
     return {};
 }

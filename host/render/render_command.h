@@ -19,6 +19,7 @@ public:
     void add_options(CLI::App& parser) override;
     std::string take_arguments() override;
     bool is_verbose() const override { return m_options.verbose; }
+    bool hears_browser() const override { return m_options.hears_browser; }
     int run(const console& out) override;
 
     // What the arguments ask for, once they have been taken.
@@ -32,6 +33,8 @@ private:
         std::string fps = "50";
         std::string frames;
         std::string seconds;
+        std::string from;
+        std::string to;
         std::string timeout = "30";
         std::string css;
         std::string script;
@@ -57,8 +60,12 @@ private:
     std::string take_film();
     std::string take_length();
     std::string take_frames();
+    std::string take_seconds();
+    std::string take_piece();
     std::string take_choices();
     std::string take_clock();
+    std::string take_page_settings();
+    std::string take_picture_size();
     std::string take_timeout();
     std::string take_texts();
     std::string take_feed_options();
@@ -66,6 +73,7 @@ private:
 
     arguments m_raw;
     output_options m_output_options;
+    page_arguments m_page;
     render_options m_options;
 };
 

@@ -11,6 +11,7 @@
 #include "host/output/frame_rate.h"
 #include "host/output/frame_writer.h"
 #include "host/output/output_target.h"
+#include "host/render/page_options.h"
 #include "host/ws/page_feed.h"
 
 namespace pennywort::host {
@@ -26,12 +27,17 @@ struct render_options {
     static constexpr std::uint64_t k_endless = std::uint64_t(1) << 62;
 
     std::vector<std::string> urls;
+    page_settings page;
+    // Of the pages; the picture is larger by their scale.
+    long page_width = 0;
+    long page_height = 0;
     frame_format format;
     std::uint64_t frames_per_page = 0;
-    std::string css;          // style sheet text
-    std::string script;       // JavaScript text
-    std::string script_name;  // of its file, for messages
-    std::string wait_for;     // JavaScript expression
+    std::uint64_t first_frame = 0;  // of an exact page; those before it are in no output
+    std::string css;                // style sheet text
+    std::string script;             // JavaScript text
+    std::string script_name;        // of its file, for messages
+    std::string wait_for;           // JavaScript expression
     feed_options feed;
     std::chrono::milliseconds timeout{30'000};
     output_target output;
@@ -42,6 +48,8 @@ struct render_options {
     bool gpu = false;
     bool json = false;
     bool verbose = false;
+    bool is_strict = false;      // what pages say of their faults is an exit status
+    bool hears_browser = false;  // the browser's own lines, which are for its makers
 };
 
 }  // namespace pennywort::host

@@ -39,6 +39,25 @@ std::string exact_line(const render_options& options, const record_counts& count
            count_of(counts.repeated, "frame") + " the same as the one before";
 }
 
+// In the day's time.
+std::vector<std::string> live_lines(const render_options& options, const render_result& result) {
+    const auto& counts = result.counts;
+    const double seconds = seconds_of(counts.counted);
+    const bool measuring = options.output.kind == output_kind::none;
+    std::vector<std::string> lines{
+        (measuring ? "measured: " : options.output.path + ": ") + count_of(counts.frames, "frame") +
+        ", " + rounded(seconds, 2) + " s, " + rounded(per_second(counts.painted, seconds), 2) +
+        " pictures a second of " + rounded(options.format.rate.value(), 2) + "; " +
+        count_of(counts.repeated, "frame") + " the same as the one before; the page missed " +
+        count_of(result.missed, "tick")};
+    if (counts.dropped > 0 && !measuring) {
+        lines.push_back("dropped " + count_of(counts.dropped, "picture") +
+                        ", since writing could not keep up: a smaller --size or a lower --fps "
+                        "helps");
+    }
+    return lines;
+}
+
 }  // namespace
 
 std::string json_report(const render_options& options, const render_result& result) {
@@ -54,12 +73,15 @@ std::string json_report(const render_options& options, const render_result& resu
         {"first_frame_ms",
          rounded_to(result.first_frame ? seconds_of(*result.first_frame) * 1000 : no_number, 1)},
         {"seconds", rounded_to(seconds, 3)},
-        {"width", options.format.width},
-        {"height", options.format.height},
+        {"width", result.width > 0 ? result.width : options.format.width},
+        {"height", result.height > 0 ? result.height : options.format.height},
         {"fps", rounded_to(options.format.rate.value(), 3)},
         {"painted_fps", rounded_to(per_second(result.counts.painted, seconds), 2)},
         {"interval_p50_ms", rounded_to(result.intervals.milliseconds_at(0.50), 1)},
         {"interval_p99_ms", rounded_to(result.intervals.milliseconds_at(0.99), 1)},
+        {"page_errors", result.sayings.errors + result.sayings.rejections},
+        {"failed_resources", result.sayings.failed_resources},
+        {"console_errors", result.sayings.console_errors},
         {"pages", options.urls.size()},
         {"output", options.output.path},
     };
@@ -68,23 +90,18 @@ std::string json_report(const render_options& options, const render_result& resu
 }
 
 std::vector<std::string> summary_lines(const render_options& options, const render_result& result) {
-    const auto& counts = result.counts;
-    // After a failure it would read as if all were well.
-    if (counts.frames == 0 || !result.failure.empty()) return {};
-    const double seconds = seconds_of(counts.counted);
-    const bool measuring = options.output.kind == output_kind::none;
     std::vector<std::string> lines;
-    if (options.clock == page_clock::own) return {exact_line(options, counts, seconds)};
-    lines.push_back(
-        (measuring ? "measured: " : options.output.path + ": ") + count_of(counts.frames, "frame") +
-        ", " + rounded(seconds, 2) + " s, " + rounded(per_second(counts.painted, seconds), 2) +
-        " pictures a second of " + rounded(options.format.rate.value(), 2) + "; " +
-        count_of(counts.repeated, "frame") + " the same as the one before; the page missed " +
-        count_of(result.missed, "tick"));
-    if (counts.dropped > 0 && !measuring) {
-        lines.push_back("dropped " + count_of(counts.dropped, "picture") +
-                        ", since writing could not keep up: a smaller --size or a lower --fps "
-                        "helps");
+    // After a failure it would read as if all were well.
+    if (result.counts.frames > 0 && result.failure.empty()) {
+        lines =
+            options.clock == page_clock::own
+                ? std::vector{exact_line(options, result.counts, seconds_of(result.counts.counted))}
+                : live_lines(options, result);
+    }
+    const std::string said = result.sayings.text();
+    if (!said.empty()) {
+        lines.push_back("of the page: " + said +
+                        (options.verbose ? "" : "; --verbose shows each with its place"));
     }
     return lines;
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/run/clock.h"
+#include "host/render/page_sayings.h"
 #include "host/render/recorder.h"
 #include "host/render/render_options.h"
 
@@ -17,6 +18,9 @@ struct render_result {
     record_counts counts;
     interval_spread intervals;
     std::uint64_t missed = 0;  // ticks that the page could not follow
+    saying_counts sayings;
+    long width = 0;  // of the pictures, where they are not of the size that was asked for
+    long height = 0;
     std::optional<run::monotonic_clock::time::duration> first_frame;  // from the runtime's start
     std::string failure;                                              // empty if there was none
 };

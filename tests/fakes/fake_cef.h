@@ -137,6 +137,7 @@ struct fake_cef_browser {
     int max_waiting_calls = 0;            // of what the browser was made with
     bool refuses_printing = false;        // of the same
     int view_width = 0, view_height = 0;  // of the last answer of get_view_rect
+    double view_scale = 1;                // of the last answer of get_screen_info
     int paints = 0;
     int resizes = 0;
     std::vector<bool> hides;
@@ -145,7 +146,8 @@ struct fake_cef_browser {
     // What the clock said at each begin frame that was taken, in nanoseconds. One is taken when the
     // one before has come to its end, as with the real runtime.
     std::vector<std::int64_t> begin_times;
-    std::vector<std::string> inspector_methods;  // of the calls to the page's inspector
+    std::vector<std::string> inspector_methods;     // of the calls to the page's inspector
+    std::vector<std::string> inspector_parameters;  // of each of them, as JSON
     int inspector_observers = 0;
     std::vector<bool> focuses;
     std::vector<bool> mutes;

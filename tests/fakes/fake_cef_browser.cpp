@@ -149,11 +149,11 @@ void host_object::set_inspector_operations() {
 inspector_registration::inspector_registration(std::shared_ptr<page> watched,
                                                cef_dev_tools_message_observer_t* observer)
     : object("registration"), m_page(std::move(watched)) {
-    m_page->observe({observer, "inspector observer"});
+    m_page->observe(this, {observer, "inspector observer"});
 }
 
 void inspector_registration::ended() {
-    m_page->observe({});
+    m_page->observe(this, {});
     m_page.reset();
 }
 

@@ -18,23 +18,29 @@ std::string answer_to(const json& call, json result = json::object()) {
 
 }  // namespace
 
-void page::observe(caller_ref<cef_dev_tools_message_observer_t> observer) {
+void page::observe(const void* watcher, caller_ref<cef_dev_tools_message_observer_t> observer) {
     note([&](fake_cef_browser& b) { b.inspector_observers += observer ? 1 : -1; });
-    m_observer = std::move(observer);
+    m_observers.erase(watcher);
+    if (observer) m_observers.emplace(watcher, std::move(observer));
 }
 
 void page::inspector_says(const std::string& message) {
-    const auto observer = m_observer;
-    if (!observer || !observer->on_dev_tools_message || is_gone()) return;
+    const auto observers = m_observers;
     const callback_scope scope(*this);
-    observer->on_dev_tools_message(observer.get(), browser_argument(), message.data(),
-                                   message.size());
+    for (const auto& [watcher, observer] : observers) {
+        if (!observer->on_dev_tools_message || is_gone()) continue;
+        observer->on_dev_tools_message(observer.get(), browser_argument(), message.data(),
+                                       message.size());
+    }
 }
 
 void page::inspect(const std::string& message) {
     const json call = json::parse(message);
     const std::string method = call.at("method");
-    note([&](fake_cef_browser& b) { b.inspector_methods.push_back(method); });
+    note([&](fake_cef_browser& b) {
+        b.inspector_methods.push_back(method);
+        b.inspector_parameters.push_back(call.at("params").dump());
+    });
     if (runtime::the().script().inspector_is_silent) return;
     const json& params = call.at("params");
     if (params.value("expression", "") == "new Promise(requestAnimationFrame)") {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -73,8 +74,8 @@ public:
     // One call of the inspector's protocol, answered as a page does whose time is its own.
     void inspect(const std::string& message);
     void inspector_says(const std::string& message);
-    // One observer at a time.
-    void observe(caller_ref<cef_dev_tools_message_observer_t> observer);
+    // `watcher` names the observer, and drops it with an empty one.
+    void observe(const void* watcher, caller_ref<cef_dev_tools_message_observer_t> observer);
     // Has the client vet a request on the IO thread. Any thread.
     void vet(const std::string& url, bool main_frame, bool navigation,
              std::function<void(bool allowed)> then);
@@ -118,6 +119,7 @@ private:
     cef_return_value_t ask_client(const std::string& url, bool main_frame, bool navigation,
                                   class request_callback& callback);
     void finish_close();
+    double view_scale(cef_render_handler_t& render);
     void animate();
     void react(const std::string& code);
 
@@ -136,7 +138,7 @@ private:
     bool m_changed = false;
     bool m_painting = false;
     bool m_in_frame = false;
-    caller_ref<cef_dev_tools_message_observer_t> m_observer;
+    std::map<const void*, caller_ref<cef_dev_tools_message_observer_t>> m_observers;
     std::vector<std::string> m_turns;  // answers that the next frame sends
     double m_time_ms = 1000.25;        // of the page's own clock
     int m_callbacks = 0;               // that are under way, on the UI thread

@@ -1,6 +1,7 @@
 // fake_cef_page_life.cpp - frames, messages, popups and the end of a browser of the fake runtime.
 // Its loads stand in fake_cef_page.cpp.
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -95,7 +96,19 @@ void page::view_rect(int& width, int& height) {
     if (rect.width < 1 || rect.height < 1) ledger::book().broken("get_view_rect: an empty view");
     width = rect.width;
     height = rect.height;
-    note([&](fake_cef_browser& b) { b.view_width = width, b.view_height = height; });
+    const double scale = view_scale(*render.get());
+    note([&](fake_cef_browser& b) {
+        b.view_width = width, b.view_height = height, b.view_scale = scale;
+    });
+}
+
+double page::view_scale(cef_render_handler_t& render) {
+    cef_screen_info_t info{};
+    info.size = sizeof info;
+    info.device_scale_factor = 1;
+    const bool is_known = render.get_screen_info != nullptr &&
+                          render.get_screen_info(&render, browser_argument(), &info) != 0;
+    return is_known ? static_cast<double>(info.device_scale_factor) : 1;
 }
 
 void page::resize() {
@@ -167,7 +180,8 @@ void page::paint() {
     const fake_cef_browser now = record();
     if (!now.windowless || m_hidden || is_gone() || now.view_width < 1) return;
     note([](fake_cef_browser& b) { ++b.paints; });
-    paint_element(PET_VIEW, now.view_width, now.view_height);
+    paint_element(PET_VIEW, static_cast<int>(std::lround(now.view_width * now.view_scale)),
+                  static_cast<int>(std::lround(now.view_height * now.view_scale)));
 }
 
 // The first and the last pixel hold the number of the frame, so that a receiver can tell them

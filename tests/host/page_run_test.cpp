@@ -85,7 +85,7 @@ protected:
     }
 
     fake_port port;
-    page_request request{k_url, "", "", "", 30s};
+    page_request request{k_url, "", "", "", 30s, false, ""};
     page_run::time_point now = page_run::time_point() + 1000s;
     std::optional<page_run> run;
 };
@@ -97,6 +97,33 @@ TEST_F(PageRun, APageThatNeverLoadsFailsAfterTheTimeout) {
     pass_slowly(1s);
     EXPECT_TRUE(failure_has("has not loaded within 30 s")) << run->failure();
     EXPECT_TRUE(port.scripts.empty());
+}
+
+TEST_F(PageRun, AStartThatDoesNotComeIsNamed) {
+    request.start = "window.ready";
+    begin();
+    pass_slowly(30s);
+    EXPECT_TRUE(failure_has("--start window.ready has not become true within 30 s"))
+        << run->failure();
+}
+
+TEST_F(PageRun, AStartBeforeAllOfThePageIsThereDoesNotAskForAllOfIt) {
+    for (const char* start : {"", "load", "dom", "window.ready"}) {
+        request.start = start;
+        port.scripts.clear();
+        begin();
+        run->page_loaded();
+        pass_slowly(1s);
+        ASSERT_FALSE(port.scripts.empty());
+        const bool asks_for_all = port.scripts[0].find("readyState") != std::string::npos;
+        EXPECT_EQ(asks_for_all, request.start.empty() || request.start == "load") << start;
+    }
+}
+
+TEST_F(PageRun, APageThatClosesItselfFailsAtOnce) {
+    begin();
+    run->page_closed();
+    EXPECT_TRUE(failure_has("the page has closed itself")) << run->failure();
 }
 
 TEST_F(PageRun, APageThatCannotBeLoadedFailsAtOnce) {

@@ -1,7 +1,6 @@
 // tests/host/render_test.cpp - the program on the real browser runtime: pages that fail, readers
 // that leave, interruptions, and what is in the files.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <algorithm>
 #include <cmath>
@@ -9,9 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
-#include "tests/host/program.h"
+#include "tests/host/render_fixture.h"
 
 namespace pennywort::host {
 namespace {
@@ -22,38 +20,10 @@ constexpr const char* k_moving_page =
     "let n=0;(function next(){document.body&&(document.body.textContent=++n);"
     "requestAnimationFrame(next)})()</script>";
 
-class Render : public testing::Test {
+class Render : public RenderFixture {
 protected:
     Render() { folder.write("moving.html", k_moving_page); }
-
-    void expect_failure(const std::string& script, const std::string& part) {
-        const auto run = folder.run(script);
-        EXPECT_EQ(run.status, 1) << run.errors;
-        EXPECT_NE(run.errors.find(part), std::string::npos) << run.errors;
-    }
-    // Blue, green, red, alpha of a pixel of a PNG file.
-    std::vector<int> pixel(const std::string& name, int x, int y) const {
-        png_image image{};
-        image.version = PNG_IMAGE_VERSION;
-        const std::string path = folder.path(name);
-        EXPECT_TRUE(png_image_begin_read_from_file(&image, path.c_str())) << image.message;
-        image.format = PNG_FORMAT_BGRA;
-        std::vector<std::uint8_t> all(PNG_IMAGE_SIZE(image));
-        EXPECT_TRUE(png_image_finish_read(&image, nullptr, all.data(), 0, nullptr));
-        const auto at = all.begin() + (y * static_cast<int>(image.width) + x) * 4;
-        return {at, at + 4};
-    }
-    static std::string value_of(const std::string& json, const std::string& name) {
-        const auto at = json.find("\"" + name + "\":");
-        if (at == std::string::npos) return "missing";
-        const auto begin = at + name.size() + 3;
-        return json.substr(begin, json.find_first_of(",}", begin) - begin);
-    }
-
-    program_folder folder;
 };
-
-using colour = std::vector<int>;
 
 TEST_F(Render, AHostThatIsNotThereFails) {
     expect_failure("pennywort render http://does-not-exist.invalid/ --frames 1",

@@ -75,6 +75,87 @@ TEST(Progress, TheBarFillsWithTheFrames) {
     EXPECT_EQ(progress_line(state), "page 1 of 1  50/100 frames  1.0 s  50 %");
 }
 
+TEST(Progress, TellsTheRateAndTheTimeThatIsLeft) {
+    progress_state state;
+    state.total = 1000;
+    state.frames = 500;
+    state.seconds = 10;
+    state.doing = "page 1 of 1";
+    const std::pair<double, const char*> k_rates[] = {
+        {83.4, "83 a second  6 s left"},
+        {500, "500 a second  1 s left"},
+        {4, "4 a second  2 min 5 s left"},
+        {0.1, "0 a second  1 h 23 min left"},
+    };
+    for (const auto& [rate, text] : k_rates) {
+        state.rate = rate;
+        EXPECT_EQ(progress_line(state),
+                  "page 1 of 1  500/1000 frames  10.0 s  " + std::string(text) + "  50 %");
+    }
+    state.rate = 50;
+    state.frames = 1000;
+    EXPECT_EQ(progress_line(state), "page 1 of 1  1000/1000 frames  10.0 s  50 a second  100 %");
+}
+
+TEST(Progress, ThePaceIsThatOfTheLastSeconds) {
+    frame_pace pace;
+    const frame_pace::time_point start{};
+    pace.saw(10, start);
+    EXPECT_EQ(pace.per_second(), 0) << "nothing is known yet";
+    pace.saw(20, start + 400ms);
+    EXPECT_EQ(pace.per_second(), 0);
+    pace.saw(60, start + 1s);
+    EXPECT_DOUBLE_EQ(pace.per_second(), 50);
+    for (int s = 2; s <= 30; ++s) pace.saw(60 + 10u * static_cast<unsigned>(s), start + s * 1s);
+    EXPECT_DOUBLE_EQ(pace.per_second(), 10) << "the fast beginning is forgotten";
+}
+
+// What `progress` prints where there is no terminal.
+class ProgressLines : public testing::Test {
+protected:
+    ~ProgressLines() override {
+        if (m_file != nullptr) std::fclose(m_file);
+    }
+    void SetUp() override { ASSERT_NE(m_file, nullptr); }
+
+    std::string lines() {
+        std::rewind(m_file);
+        std::string text(4000, '\0');
+        text.resize(std::fread(text.data(), 1, text.size(), m_file));
+        return text;
+    }
+
+    std::FILE* const m_file = std::tmpfile();
+};
+
+TEST_F(ProgressLines, APageThatHangsIsToldOnce) {
+    progress shown(m_file, 0);
+    progress_state state;
+    state.total = 100;
+    state.doing = "loading page 1 of 1";
+    for (int s = 0; s < 30; ++s) shown.show(state, progress::time_point{} + 1h + s * 1s);
+    EXPECT_EQ(lines(),
+              "loading page 1 of 1\n"
+              "loading page 1 of 1  (nothing new for 5 s, still waiting)\n");
+}
+
+TEST_F(ProgressLines, APageThatGoesOnIsToldAgain) {
+    progress shown(m_file, 0);
+    progress_state state;
+    state.total = 100;
+    state.doing = "page 1 of 1";
+    const auto at = progress::time_point{} + 1h;
+    for (int s = 0; s < 3; ++s) {
+        state.frames = 10u * static_cast<unsigned>(s);
+        shown.show(state, at + s * 1s);
+    }
+    for (int s = 3; s < 12; ++s) shown.show(state, at + s * 1s);
+    EXPECT_EQ(lines(),
+              "page 1 of 1  10/100 frames  0.0 s  10 %\n"
+              "page 1 of 1  20/100 frames  0.0 s  10 a second  8 s left  20 %\n"
+              "page 1 of 1  20/100 frames  0.0 s  20 %  (nothing new for 5 s, still waiting)\n");
+}
+
 TEST(Progress, WithoutATotalThereIsNoShare) {
     progress_state state;
     state.frames = 50;
@@ -116,6 +197,7 @@ TEST(RenderReport, HasOneLineWithEveryNumber) {
         "{\"painted\":98,\"repeated\":3,\"dropped\":1,\"unchanged\":0,\"missed\":2,\"frames\":100,"
         "\"first_frame_ms\":512.0,\"seconds\":2.0,\"width\":1280,\"height\":720,"
         "\"fps\":50.0,\"painted_fps\":49.0,\"interval_p50_ms\":0.0,\"interval_p99_ms\":0.0,"
+        "\"page_errors\":0,\"failed_resources\":0,\"console_errors\":0,"
         "\"pages\":1,\"output\":\"a\\\"b.png\"}");
 }
 

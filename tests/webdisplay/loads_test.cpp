@@ -105,6 +105,68 @@ TEST_F(LoadsTest, AFailedPageIsNotReportedAsLoadedToAHostThatMinds) {
     EXPECT_EQ(last_loaded(s), "http://good/");
 }
 
+// A host that minds every load.
+class GivenUpTest : public LoadsTest {
+protected:
+    static zRecord minding(const char* url) {
+        zRecord settings = page(url);
+        settings.SetBool("web_tell_every_load", true);
+        settings.SetBool("web_refuse_downloads", true);
+        return settings;
+    }
+    void SetUp() override {
+        LoadsTest::SetUp();
+        script().pages["http://none/"].error = -3;
+    }
+};
+
+TEST_F(GivenUpTest, APageThatComesToNothingIsToldAndTheNextOneComes) {
+    start();
+    screen s(minding("http://a/"));
+    show(s);
+    s->LoadUrl("http://none/");
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+    ASSERT_EQ(s.seen.events.size(), 3u);
+    EXPECT_EQ(s.seen.events[1].rfind("failed http://none/: the browser has given it up", 0), 0u)
+        << s.seen.events[1];
+}
+
+TEST_F(GivenUpTest, SoIsTheFirstOne) {
+    start();
+    screen s(minding("http://none/"));
+    ASSERT_TRUE(s->Open());
+    EXPECT_TRUE(loop_until([&] { return !s.seen.events.empty(); }));
+}
+
+TEST_F(GivenUpTest, ADownloadIsCalledOneAndThePageBehindItIsNot) {
+    start();
+    screen s(minding("http://a/"));
+    show(s);
+    s.seen.on_request = [](const std::string& url) {
+        if (url == "http://none/") fake().may_download(1, url);
+    };
+    s->LoadUrl("http://none/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.events.size() == 2; }));
+    EXPECT_EQ(s.seen.events[1], "failed http://none/: it is a download and no page");
+    s.seen.on_request = {};
+    s->LoadUrl("http://none/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.events.size() == 3; }));
+    EXPECT_EQ(s.seen.events[2].find("download"), std::string::npos) << s.seen.events[2];
+}
+
+TEST_F(GivenUpTest, APageThatLeadsElsewhereMeanwhileHasNotFailed) {
+    script().pages["http://slow/"].never_ends = true;
+    start();
+    screen s(minding("http://a/"));
+    show(s);
+    s->LoadUrl("http://slow/");
+    settle();
+    fake().post([] { fake().navigate(1, "http://b/"); });
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "loaded http://b/"}));
+}
+
 TEST_F(LoadsTest, APageThatFailedIsReportedAsLoadedWhenItComesAfterAll) {
     script().pages["http://bad/"].error = -105;
     start();

@@ -65,6 +65,7 @@ public:
     double clock_ms = k_start_ms;
     bool is_in_frame = false;
     bool holds_time = false;   // as a fetch that never ends does
+    bool is_true = false;      // what a page's start waits for
     std::string silent_at;     // a method that is not answered
     std::string says_at_load;  // an event that comes with the first answer
 
@@ -88,6 +89,10 @@ private:
         }
         if (params.contains("returnByValue")) {
             const std::string expression = params["expression"];
+            if (expression.substr(0, 3) == "!!(") {
+                const json truth{{"result", {{"type", "boolean"}, {"value", is_true}}}};
+                return answers.push_back(result(id, truth));
+            }
             const json value{{"result", {{"type", "string"}, {"value", expression}}}};
             const json thrown{{"result", {{"value", json::object()}}},
                               {"exceptionDetails", {{"text", "Uncaught"}}}};
@@ -108,6 +113,9 @@ private:
 
 class PageTimeline : public testing::Test {
 protected:
+    explicit PageTimeline(const char* start = "")
+        : timeline(page, 1'700'000'000, page_start::of(start)) {}
+
     // Until nothing moves any more without time.
     void turn() {
         timeline.step(clock.now());
@@ -154,7 +162,7 @@ protected:
 
     tests::fake_clock clock;
     scripted_page page;
-    page_timeline timeline{page, 1'700'000'000};
+    page_timeline timeline;
     std::vector<frame_end> ends;
     std::vector<std::string> values;
 };
@@ -327,6 +335,114 @@ TEST_F(PageTimeline, AFetchThatNeverEndsIsLeftBehind) {
     pass(30s);
     paint();
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+TEST_F(PageTimeline, AFetchThatIsMeantToStayOpenHoldsItOnce) {
+    stand();
+    ask(0);
+    paint();
+    page.holds_time = true;
+    ask(20'000);
+    pass(30s);
+    paint();
+    for (std::int64_t n = 2; n < 5; ++n) {
+        ask(n * 20'000);
+        pass(20ms);
+        paint();
+        EXPECT_EQ(ends.size(), static_cast<std::size_t>(n) + 1);
+    }
+    EXPECT_NEAR(page.clock_ms, 5001 + 80, 1e-3) << "and each frame is at its moment";
+}
+
+TEST_F(PageTimeline, AnotherPageIsGivenTheTimeAnew) {
+    stand();
+    ask(0);
+    paint();
+    page.holds_time = true;
+    ask(20'000);
+    pass(30s);
+    paint();
+    page.holds_time = false;
+    timeline.ask_load();
+    turn();
+    pass(5ms);
+    load();
+    ask(0);
+    paint();
+    page.holds_time = true;
+    ask(20'000);
+    pass(1s);
+    EXPECT_EQ(ends.size(), 3u);
+}
+
+// --- when a page counts as loaded
+
+class TimelineOfText : public PageTimeline {
+protected:
+    TimelineOfText() : PageTimeline("dom") {}
+
+    void say(const char* message) {
+        timeline.message_came(message);
+        turn();
+    }
+};
+
+constexpr const char* k_navigated =
+    R"({"method":"Page.frameNavigated","params":{"frame":{"id":"a"}}})";
+constexpr const char* k_dom = R"({"method":"Page.domContentEventFired","params":{}})";
+
+TEST_F(TimelineOfText, StandsWhenThePagesOwnTextIsThere) {
+    prepare();
+    say(k_dom);
+    EXPECT_EQ(page.stands, 0) << "that of the empty page";
+    say(R"({"method":"Page.frameNavigated","params":{"frame":{"id":"b","parentId":"a"}}})");
+    say(k_dom);
+    EXPECT_EQ(page.stands, 0) << "that of a frame in it";
+    say(k_navigated);
+    say(k_dom);
+    EXPECT_EQ(page.stands, 1);
+    load();
+    EXPECT_EQ(page.stands, 1) << "the rest of it comes when it comes";
+}
+
+TEST_F(TimelineOfText, StandsAtLatestWhenAllOfThePageIs) {
+    prepare();
+    load();
+    EXPECT_EQ(page.stands, 1);
+}
+
+TEST_F(TimelineOfText, DoesNotWaitLongForWhatThePageFetches) {
+    stand();
+    ask(0);
+    paint();
+    page.holds_time = true;
+    ask(20'000);
+    pass(499ms);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(1ms);
+    paint();
+    EXPECT_EQ(ends.size(), 2u);
+}
+
+class TimelineOfTruth : public PageTimeline {
+protected:
+    TimelineOfTruth() : PageTimeline("window.isReady") {}
+};
+
+TEST_F(TimelineOfTruth, StandsWhenTheExpressionIsTrue) {
+    page.is_true = true;
+    prepare();
+    load();
+    pass(1s);
+    EXPECT_EQ(page.stands, 0) << "it is not asked of the page before";
+    page.is_true = false;
+    timeline.message_came(k_navigated);
+    pass(1s);
+    EXPECT_EQ(page.stands, 0);
+    EXPECT_EQ(page.calls.back()["params"]["expression"], "!!(window.isReady\n)");
+    page.is_true = true;
+    pass(20ms);
+    EXPECT_EQ(page.stands, 1);
 }
 
 TEST_F(PageTimeline, APageThatNeverComesToItsFrameFails) {

@@ -228,6 +228,13 @@ CefRenderHandler::CefRenderHandler() {
         guarded("CefRenderHandler",
                 [&] { decltype(m_struct)::of(self)->GetViewRect(browser, *rect); });
     };
+    m_struct->get_screen_info = [](cef_render_handler_t* self, cef_browser_t* browser,
+                                   cef_screen_info_t* info) {
+        const ref<cef_browser_t> held(browser);
+        return guarded(0, "CefRenderHandler", [&] {
+            return decltype(m_struct)::of(self)->GetScreenInfo(browser, *info) ? 1 : 0;
+        });
+    };
     m_struct->on_paint = [](cef_render_handler_t* self, cef_browser_t* browser,
                             cef_paint_element_type_t type, std::size_t, const cef_rect_t*,
                             const void* buffer, int width, int height) {
@@ -237,6 +244,8 @@ CefRenderHandler::CefRenderHandler() {
         });
     };
 }
+
+bool CefRenderHandler::GetScreenInfo(cef_browser_t*, cef_screen_info_t&) { return false; }
 
 CefLifeSpanHandler::CefLifeSpanHandler() {
     m_struct->on_before_popup =

@@ -89,6 +89,8 @@ public:
     cef_render_handler_t* counted_render_handler() noexcept { return m_struct.counted(); }
 
     virtual void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) = 0;
+    // False leaves the runtime's own, with one pixel of the screen to one of the page.
+    virtual bool GetScreenInfo(cef_browser_t* browser, cef_screen_info_t& info);
     virtual void OnPaint(cef_browser_t* browser, cef_paint_element_type_t type, const void* buffer,
                          int width, int height) = 0;
 

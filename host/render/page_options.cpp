@@ -1,0 +1,257 @@
+// host/render/page_options.cpp - see the header for the contract.
+#include "host/render/page_options.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <string_view>
+
+#include "core/http/bytes.h"
+#include "core/text/ascii.h"
+#include "core/text/numbers.h"
+#include "host/render/page_date.h"
+
+namespace pennywort::host {
+
+namespace {
+
+constexpr double k_smallest_scale = 0.25;
+constexpr double k_largest_scale = 8;
+
+constexpr std::pair<std::string_view, std::uint32_t> k_colours[] = {
+    {"black", 0x000000},  {"silver", 0xC0C0C0}, {"gray", 0x808080},   {"white", 0xFFFFFF},
+    {"maroon", 0x800000}, {"red", 0xFF0000},    {"purple", 0x800080}, {"fuchsia", 0xFF00FF},
+    {"green", 0x008000},  {"lime", 0x00FF00},   {"olive", 0x808000},  {"yellow", 0xFFFF00},
+    {"navy", 0x000080},   {"blue", 0x0000FF},   {"teal", 0x008080},   {"aqua", 0x00FFFF},
+};
+
+// "NAME=VALUE", or with another mark; what has none is a name, or a value.
+enum class lone { name, value };
+std::pair<std::string, std::string> parted(const std::string& text, char mark, lone is) {
+    const auto at = text.find(mark);
+    if (at != text.npos) return {text.substr(0, at), text.substr(at + 1)};
+    if (is == lone::name) return {text, {}};
+    return {std::string(), text};
+}
+
+bool has_control(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), [](char c) { return text::is_control(c); });
+}
+
+std::string without_blanks_before(std::string text) {
+    text.erase(0, std::min(text.find_first_not_of(' '), text.size()));
+    return text;
+}
+
+std::string take_headers(const std::vector<std::string>& given, named_texts& headers) {
+    for (const auto& text : given) {
+        auto [name, value] = parted(text, ':', lone::name);
+        value = without_blanks_before(std::move(value));
+        if (!http::is_token(name) || text.find(':') == text.npos || has_control(value)) {
+            return "--header " + text + " is no header: NAME: VALUE";
+        }
+        headers.emplace_back(name, value);
+    }
+    return {};
+}
+
+std::string take_cookies(const std::vector<std::string>& given, named_texts& cookies) {
+    for (const auto& text : given) {
+        const auto [name, value] = parted(text, '=', lone::name);
+        const bool is_one = http::is_token(name) && text.find('=') != text.npos &&
+                            !has_control(value) && value.find(';') == value.npos;
+        if (!is_one) return "--cookie " + text + " is no cookie: NAME=VALUE";
+        cookies.emplace_back(name, value);
+    }
+    return {};
+}
+
+}  // namespace
+
+bool take_colour(const std::string& text, std::uint32_t& colour) {
+    for (const auto& [name, value] : k_colours) {
+        if (text::lower(text) != name) continue;
+        colour = value;
+        return true;
+    }
+    std::string digits = text.substr(text.substr(0, 1) == "#" ? 1 : 0);
+    if (digits.size() == 3) {
+        digits = {digits[0], digits[0], digits[1], digits[1], digits[2], digits[2]};
+    }
+    const auto value = text::whole<std::uint32_t>(digits, 16);
+    if (digits.size() != 6 || !value) return false;
+    colour = *value;
+    return true;
+}
+
+void page_arguments::add_options(CLI::App& parser) {
+    add_time_options(parser);
+    add_picture_options(parser);
+    add_user_options(parser);
+    add_network_options(parser);
+}
+
+void page_arguments::add_time_options(CLI::App& parser) {
+    parser
+        .add_option("--date", m_date,
+                    "Of an exact film: the day and time that its page begins at; now without it. "
+                    "2026-11-22T18:30 in this machine's time, with Z or +01:00 behind it in that "
+                    "zone's")
+        ->type_name("DATE");
+    parser
+        .add_option("--seed", m_seed,
+                    "Of an exact film: the number that Math.random begins with; 1 without it")
+        ->type_name("N");
+    parser
+        .add_option("--start", m_start,
+                    "Of an exact film: its page's time begins when all of the page is there (load, "
+                    "as without it), when its text is (dom), or when an expression is true")
+        ->type_name("load|dom|JS");
+}
+
+void page_arguments::add_picture_options(CLI::App& parser) {
+    parser
+        .add_option("--background", m_background,
+                    "Behind a page that has no background: #RRGGBB or a name of HTML; white "
+                    "without it")
+        ->type_name("COLOUR");
+    parser
+        .add_option(
+            "--scale", m_scale,
+            "Pixels of the picture to one of the page, each way, 0.25 to 8: --size 1280x720 "
+            "--scale 2 gives 2560x1440")
+        ->type_name("X")
+        ->capture_default_str();
+    parser.add_flag("--full-page", m_is_full, "A picture of all of the page, as long as it is");
+    parser.add_option("--element", m_element, "A picture of the first element that it fits")
+        ->type_name("SELECTOR");
+    parser
+        .add_option("--media", m_media,
+                    "A feature that style sheets ask for, such as prefers-color-scheme=dark, or "
+                    "print; may be given several times")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+}
+
+void page_arguments::add_user_options(CLI::App& parser) {
+    parser
+        .add_option("--locale", m_locale,
+                    "The user's language, such as de-CH; the machine's without it")
+        ->type_name("LOCALE");
+    parser
+        .add_option("--timezone", m_timezone,
+                    "The user's time zone, such as Europe/Oslo; the machine's without it")
+        ->type_name("ZONE");
+    parser.add_option("--user-agent", m_user_agent, "What the browser calls itself")
+        ->type_name("TEXT");
+}
+
+void page_arguments::add_network_options(CLI::App& parser) {
+    parser.add_option("--header", m_headers, "Sent with each request of the page, to every site")
+        ->type_name("'NAME: VALUE'")
+        ->allow_extra_args(false);
+    parser.add_option("--cookie", m_cookies, "Of the pages' own sites")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    parser
+        .add_option("--proxy", m_proxy,
+                    "http://HOST:PORT or socks5://HOST:PORT, or none; the system's without it")
+        ->type_name("URL");
+    parser.add_flag("--ignore-certificate-errors", m_ignores_certificates,
+                    "Trust every server, whoever it is");
+    parser
+        .add_option("--switch", m_switches,
+                    "Of the browser's command line, without dashes; at one's own risk")
+        ->type_name("NAME[=VALUE]")
+        ->allow_extra_args(false);
+}
+
+std::string page_arguments::take(bool is_exact, page_settings& settings) const {
+    std::string wrong = take_time(is_exact, settings);
+    if (wrong.empty()) wrong = take_picture(settings);
+    if (wrong.empty()) wrong = take_media(settings);
+    if (wrong.empty()) wrong = take_user(settings);
+    return wrong.empty() ? take_network(settings) : wrong;
+}
+
+std::string page_arguments::take_time(bool is_exact, page_settings& settings) const {
+    for (const auto& [option, text] :
+         {std::pair("--date", &m_date), {"--seed", &m_seed}, {"--start", &m_start}}) {
+        if (text->empty() || is_exact) continue;
+        return std::string(option) + " needs a page by its own clock: a file, or --exact";
+    }
+    settings.start = m_start;
+    if (!m_date.empty()) {
+        const auto day = page_date(m_date);
+        if (!day) {
+            return "--date " + m_date +
+                   " is not a date such as 2026-11-22, 2026-11-22T18:30 or 2026-11-22T18:30:00Z";
+        }
+        settings.day = *day;
+    }
+    if (!m_seed.empty()) {
+        const auto seed = text::whole<std::uint32_t>(m_seed);
+        if (!seed) return "--seed " + m_seed + " is not a whole number from 0 to 4294967295";
+        settings.seed = *seed;
+    }
+    return {};
+}
+
+std::string page_arguments::take_picture(page_settings& settings) const {
+    if (!m_background.empty() && !take_colour(m_background, settings.background)) {
+        return "--background " + m_background + " is not a colour such as #204060 or white";
+    }
+    const auto scale = text::decimal_between(m_scale, k_smallest_scale, k_largest_scale);
+    if (!scale) return "--scale " + m_scale + " is not a number from 0.25 to 8";
+    settings.scale = *scale;
+    if (m_is_full && !m_element.empty()) return "--full-page and --element exclude each other";
+    settings.is_full = m_is_full;
+    settings.element = m_element;
+    return {};
+}
+
+std::string page_arguments::take_media(page_settings& settings) const {
+    for (const auto& text : m_media) {
+        auto [name, value] = parted(text, '=', lone::value);
+        const bool is_one = value == "print" || value == "screen" || !name.empty();
+        if (!is_one || value.empty()) {
+            return "--media " + text +
+                   " is not a feature such as prefers-color-scheme=dark, nor print or screen";
+        }
+        settings.media.emplace_back(std::move(name), std::move(value));
+    }
+    return {};
+}
+
+std::string page_arguments::take_user(page_settings& settings) const {
+    const bool is_locale = std::all_of(m_locale.begin(), m_locale.end(), [](char c) {
+        return text::is_letter(c) || text::is_digit(c) || c == '-' || c == '_';
+    });
+    if (!is_locale) return "--locale " + m_locale + " is not a language such as de or de-CH";
+    if (has_control(m_user_agent)) return "--user-agent holds a character that cannot be sent";
+    settings.locale = m_locale;
+    std::replace(settings.locale.begin(), settings.locale.end(), '_', '-');
+    settings.timezone = m_timezone;
+    settings.user_agent = m_user_agent;
+    return {};
+}
+
+std::string page_arguments::take_network(page_settings& settings) const {
+    std::string wrong = take_headers(m_headers, settings.headers);
+    if (wrong.empty()) wrong = take_cookies(m_cookies, settings.cookies);
+    if (!wrong.empty()) return wrong;
+    for (const auto& text : m_switches) {
+        auto one = parted(text, '=', lone::name);
+        const bool has_dashes = one.first.substr(0, 1) == "-";
+        if (one.first.empty() || has_dashes) {
+            return "--switch " + text + " is no NAME or NAME=VALUE without dashes";
+        }
+        settings.switches.push_back(std::move(one));
+    }
+    settings.proxy = m_proxy;
+    settings.ignores_certificates = m_ignores_certificates;
+    return {};
+}
+
+}  // namespace pennywort::host

@@ -1,0 +1,214 @@
+// host/render/page_sayings.cpp - see the header for the contract.
+#include "host/render/page_sayings.h"
+
+#include <nlohmann/json.hpp>
+
+#include "host/render/media_fault.h"
+
+namespace pennywort::host {
+
+namespace {
+
+using json = nlohmann::json;
+
+// A page may log anything; what is longer tells nobody more.
+constexpr std::size_t k_longest_line = 2000;
+
+const json& part(const json& value, const char* place) {
+    static const json& none = *new json;
+    const json::json_pointer where(place);
+    return value.contains(where) ? value.at(where) : none;
+}
+
+std::string text_at(const json& value, const char* place) {
+    const json& found = part(value, place);
+    return found.is_string() ? found.get<std::string>() : std::string();
+}
+
+std::int64_t number_at(const json& value, const char* place) {
+    const json& found = part(value, place);
+    return found.is_number_integer() ? found.get<std::int64_t>() : -1;
+}
+
+std::string file_name(const std::string& url) {
+    const std::string bare = url.substr(0, url.find_first_of("?#"));
+    const auto name = bare.substr(bare.find_last_of('/') + 1);
+    return name.empty() || url.substr(0, 5) == "data:" ? url.substr(0, 60) : name;
+}
+
+// "page.html:3:5: ", as editors read it; the inspector counts from 0.
+std::string place_text(const json& where) {
+    const std::string url = text_at(where, "/url");
+    const std::int64_t line = number_at(where, "/lineNumber");
+    if (url.empty() && line < 0) return {};
+    std::string text = url.empty() ? "script" : file_name(url);
+    if (line >= 0) text += ":" + std::to_string(line + 1);
+    const std::int64_t column = number_at(where, "/columnNumber");
+    if (line >= 0 && column >= 0) text += ":" + std::to_string(column + 1);
+    return text + ": ";
+}
+
+// Where the script stood, or what the event itself says of it.
+std::string place_of(const json& event) {
+    const json& frame = part(event, "/stackTrace/callFrames/0");
+    const bool has_url = !text_at(frame, "/url").empty();
+    return place_text(has_url ? frame : event);
+}
+
+std::string shortened(std::string line) {
+    if (line.size() > k_longest_line) line = line.substr(0, k_longest_line) + " ...";
+    return line;
+}
+
+std::string preview_text(const json& preview) {
+    const bool is_list = text_at(preview, "/subtype") == "array";
+    std::string text;
+    for (const json& one : part(preview, "/properties")) {
+        if (!text.empty()) text += ", ";
+        if (!is_list) text += text_at(one, "/name") + ": ";
+        text += text_at(one, "/value");
+    }
+    if (part(preview, "/overflow") == true) text += ", ...";
+    return is_list ? "[" + text + "]" : "{" + text + "}";
+}
+
+// One argument of console.log, as a console shows it.
+std::string argument_text(const json& argument) {
+    const json& value = part(argument, "/value");
+    if (value.is_string()) return value.get<std::string>();
+    if (!value.is_null()) return value.dump(-1, ' ', false, json::error_handler_t::replace);
+    const std::string unusual = text_at(argument, "/unserializableValue");
+    if (!unusual.empty()) return unusual;
+    const json& preview = part(argument, "/preview");
+    const std::string subtype = text_at(argument, "/subtype");
+    const bool is_plain = subtype.empty() || subtype == "array";
+    if (preview.is_object() && is_plain) return preview_text(preview);
+    const std::string description = text_at(argument, "/description");
+    if (!description.empty()) return description;
+    return subtype == "null" ? "null" : text_at(argument, "/type");
+}
+
+saying_kind kind_of_level(const std::string& level) {
+    if (level == "error" || level == "assert") return saying_kind::console_error;
+    return level == "warning" ? saying_kind::console_warning : saying_kind::console;
+}
+
+std::optional<page_saying> console_saying(const json& event) {
+    const std::string type = text_at(event, "/type");
+    if (type == "clear" || type == "endGroup") return {};
+    std::string line;
+    for (const json& argument : part(event, "/args")) {
+        line += (line.empty() ? "" : " ") + argument_text(argument);
+    }
+    return page_saying{kind_of_level(type),
+                       shortened(place_of(event) + "console." + type + ": " + line)};
+}
+
+std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+// Without a place it is a script of the user's that is no JavaScript, which is told elsewhere.
+std::optional<page_saying> exception_saying(const json& event) {
+    const json& details = part(event, "/exceptionDetails");
+    const std::string text = text_at(details, "/text");
+    const std::string place = place_of(details);
+    const std::string kind = text_at(details, "/exception/className");
+    const bool has_url =
+        !text_at(details, "/url").empty() || part(details, "/stackTrace").is_object();
+    if (kind == "SyntaxError" && !has_url) return {};
+    std::string thrown = first_line(text_at(details, "/exception/description"));
+    if (thrown.empty() && part(details, "/exception").is_object()) {
+        thrown = argument_text(part(details, "/exception"));
+    }
+    const bool is_rejection = text.find("in promise") != text.npos;
+    const bool says_it = thrown.empty() || text.find(thrown) != text.npos;
+    return page_saying{is_rejection ? saying_kind::rejection : saying_kind::error,
+                       shortened(place + text + (says_it ? "" : " " + thrown))};
+}
+
+std::optional<page_saying> log_saying(const json& event) {
+    const json& entry = part(event, "/entry");
+    const std::string source = text_at(entry, "/source");
+    const std::string text = text_at(entry, "/text");
+    // What the browser thinks of the page's style is nothing that the page says.
+    if (source == "violation" || source == "deprecation" || source == "recommendation") return {};
+    if (source != "network") {
+        return page_saying{kind_of_level(text_at(entry, "/level")),
+                           shortened(place_of(entry) + text)};
+    }
+    const std::string url = text_at(entry, "/url");
+    return page_saying{saying_kind::failed_resource,
+                       shortened(url.substr(0, 500) + (url.empty() ? "" : ": ") + text)};
+}
+
+std::optional<page_saying> dialog_saying(const json& event) {
+    return page_saying{saying_kind::console,
+                       shortened(file_name(text_at(event, "/url")) + ": " +
+                                 text_at(event, "/type") + ": " + text_at(event, "/message"))};
+}
+
+std::optional<page_saying> binding_saying(const json& event) {
+    if (text_at(event, "/name") != k_media_binding) return {};
+    const auto fault = media_fault(text_at(event, "/payload"));
+    if (!fault) return {};
+    return page_saying{saying_kind::media, *fault};
+}
+
+}  // namespace
+
+void saying_counts::count(saying_kind kind) {
+    switch (kind) {
+        case saying_kind::error:
+            ++errors;
+            break;
+        case saying_kind::rejection:
+            ++rejections;
+            break;
+        case saying_kind::failed_resource:
+        case saying_kind::media:
+            ++failed_resources;
+            break;
+        case saying_kind::console_error:
+            ++console_errors;
+            break;
+        case saying_kind::console_warning:
+            ++console_warnings;
+            break;
+        case saying_kind::console:
+            break;
+    }
+}
+
+std::uint64_t saying_counts::faults() const {
+    return errors + rejections + failed_resources + console_errors;
+}
+
+std::string saying_counts::text() const {
+    const std::pair<std::uint64_t, const char*> k_parts[] = {
+        {errors, "uncaught error"},
+        {rejections, "rejected promise"},
+        {failed_resources, "failed resource"},
+        {console_errors, "console error"},
+        {console_warnings, "console warning"},
+    };
+    std::string text;
+    for (const auto& [count, thing] : k_parts) {
+        if (count == 0) continue;
+        if (!text.empty()) text += ", ";
+        text += std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+    }
+    return text;
+}
+
+std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters) {
+    std::optional<page_saying> (*reader)(const json&) = nullptr;
+    if (method == "Runtime.consoleAPICalled") reader = console_saying;
+    if (method == "Runtime.exceptionThrown") reader = exception_saying;
+    if (method == "Log.entryAdded") reader = log_saying;
+    if (method == "Runtime.bindingCalled") reader = binding_saying;
+    if (method == k_dialog_event) reader = dialog_saying;
+    if (reader == nullptr) return {};
+    const json event = json::parse(parameters, nullptr, false);
+    return event.is_object() ? reader(event) : std::nullopt;
+}
+
+}  // namespace pennywort::host

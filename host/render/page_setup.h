@@ -1,0 +1,25 @@
+// host/render/page_setup.h - what the browser and the page's inspector are told, so that pages find
+// the world that the options ask for.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/render/page_options.h"
+
+namespace pennywort::host {
+
+// Of the browser's command line. A name alone has an empty value.
+named_texts browser_switches(const page_settings& settings);
+
+struct inspector_request {
+    std::string option;  // that asks for it, with what it was given: for a refusal
+    std::string method;
+    std::string parameters;  // JSON
+};
+
+// In their order, before the first page is loaded. `urls`: the pages', whose sites get the cookies.
+std::vector<inspector_request> inspector_requests(const page_settings& settings,
+                                                  const std::vector<std::string>& urls);
+
+}  // namespace pennywort::host

@@ -1,0 +1,125 @@
+// host/render/picture_area.cpp - see the header for the contract.
+#include "host/render/picture_area.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+#include <utility>
+
+#include "core/limits.h"
+#include "host/app/json.h"
+
+namespace pennywort::host {
+
+namespace {
+
+// A page has its new size with its next picture or the one behind it.
+constexpr int k_most_unseen = 50;
+
+std::string whole_text(double value) {
+    return std::to_string(std::llround(std::ceil(std::min(value, 1e15))));
+}
+
+}  // namespace
+
+std::string area_question(const std::string& selector) {
+    if (selector.empty()) {
+        return "(() => { const all = document.documentElement, body = document.body || all;"
+               "return [0, 0, Math.max(all.scrollWidth, body.scrollWidth),"
+               "Math.max(all.scrollHeight, body.scrollHeight)].join(' '); })()";
+    }
+    return "(() => { const found = document.querySelector(" + json_text(selector) +
+           "); if (!found) return 'none'; const box = found.getBoundingClientRect();"
+           "return [box.x + scrollX, box.y + scrollY, box.width, box.height].join(' '); })()";
+}
+
+std::optional<page_area> area_of(const std::string& answer) {
+    std::istringstream in(answer);
+    in.imbue(std::locale::classic());
+    page_area area;
+    if (!(in >> area.x >> area.y >> area.width >> area.height) || !in.eof()) return {};
+    return area;
+}
+
+pixel_area pixels_of(const page_area& area, long page_width, long page_height, double scale) {
+    const double right = std::min(area.x + area.width, static_cast<double>(page_width));
+    const double below = std::min(area.y + area.height, static_cast<double>(page_height));
+    pixel_area pixels;
+    pixels.x = static_cast<long>(std::floor(std::max(area.x, 0.0) * scale));
+    pixels.y = static_cast<long>(std::floor(std::max(area.y, 0.0) * scale));
+    pixels.width = static_cast<long>(std::ceil(right * scale)) - pixels.x;
+    pixels.height = static_cast<long>(std::ceil(below * scale)) - pixels.y;
+    return pixels;
+}
+
+area_finder::area_finder(area_port& port, area_wish wish)
+    : m_port(port), m_wish(std::move(wish)), m_width(m_wish.width), m_height(m_wish.height) {}
+
+std::string area_finder::asked_for() const {
+    return m_wish.element.empty() ? "--full-page" : "--element " + m_wish.element;
+}
+
+void area_finder::begin() {
+    m_port.ask_page(area_question(m_wish.element),
+                    [this](const std::string& answer) { take_first(answer); });
+}
+
+bool area_finder::fits(const page_area& area) {
+    const double right = (area.x + area.width) * m_wish.scale;
+    const double below = (area.y + area.height) * m_wish.scale;
+    if (right <= k_max_view_side && below <= k_max_view_side) return true;
+    m_failure = asked_for() + ": it would be " + whole_text(right) + "x" + whole_text(below) +
+                " pixels, and a page has at most " + std::to_string(k_max_view_side) + " each way";
+    return false;
+}
+
+void area_finder::take_first(const std::string& answer) {
+    const auto area = area_of(answer);
+    if (!area && answer == "none") {
+        m_failure = asked_for() + ": the page has no such element";
+    } else if (!area) {
+        m_failure = asked_for() + ": that is no selector, or the page does not answer";
+    }
+    if (!area || !fits(*area)) return;
+    const long right = static_cast<long>(std::ceil(area->x + area->width));
+    const long below = static_cast<long>(std::ceil(area->y + area->height));
+    if (right <= m_width && below <= m_height) return found(*area);
+    m_width = std::max(m_width, right);
+    m_height = std::max(m_height, below);
+    m_port.resize_page(m_width, m_height);
+    show_larger(0);
+}
+
+void area_finder::show_larger(int shown) {
+    m_port.show_unseen([this, shown](bool is_there) {
+        if (!is_there || shown >= k_most_unseen) {
+            m_failure = asked_for() + ": the page does not take the size that it needs";
+        } else if (!m_port.has_picture_of(m_width, m_height)) {
+            show_larger(shown + 1);
+        } else {
+            m_port.ask_page(area_question(m_wish.element),
+                            [this](const std::string& again) { take_second(again); });
+        }
+    });
+}
+
+// A page whose heights follow its window is higher now; what it was asked for first holds.
+void area_finder::take_second(const std::string& answer) {
+    if (m_wish.element.empty()) {
+        return found({0, 0, static_cast<double>(m_width), static_cast<double>(m_height)});
+    }
+    const auto area = area_of(answer);
+    if (!area) {
+        m_failure = asked_for() + ": it has gone from the page";
+        return;
+    }
+    found(*area);
+}
+
+void area_finder::found(const page_area& area) {
+    m_area = pixels_of(area, m_width, m_height, m_wish.scale);
+    m_is_found = m_area.width > 0 && m_area.height > 0;
+    if (!m_is_found) m_failure = asked_for() + ": it has no area that could be shown";
+}
+
+}  // namespace pennywort::host

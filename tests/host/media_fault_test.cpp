@@ -1,0 +1,57 @@
+// tests/host/media_fault_test.cpp - films and sounds that the browser runtime cannot play, by name.
+#include "host/render/media_fault.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "tests/host/temporary_folder.h"
+
+namespace pennywort::host {
+namespace {
+
+TEST(MediaFault, FormatsAreNamedByTheirMarksOnceEach) {
+    EXPECT_EQ(lacking_formats(""), "");
+    EXPECT_EQ(lacking_formats("stsd....vp09....Opus"), "");
+    EXPECT_EQ(lacking_formats("stsd....avc1....mp4a"), "H.264, AAC");
+    EXPECT_EQ(lacking_formats("hev1 hvc1"), "HEVC");
+    EXPECT_EQ(lacking_formats("video/mp4; codecs=\"avc1.64001f, mp4a.40.2\""), "H.264, AAC");
+}
+
+std::string payload(std::string url, const std::string& type = {}) {
+    std::replace(url.begin(), url.end(), '\\', '/');
+    return R"({"url":")" + url + R"(","type":")" + type + R"("})";
+}
+
+TEST(MediaFault, AFileOfThisMachineIsLookedInto) {
+    const temporary_folder folder;
+    // Behind what is read of its beginning.
+    folder.write("a film.mp4", std::string(9 << 20, 'x') + "hvc1");
+    const auto told = media_fault(payload("file://" + folder.path("a%20film.mp4") + "?x#y"));
+    ASSERT_TRUE(told);
+    EXPECT_NE(told->find("it is HEVC and cannot be played"), std::string::npos) << *told;
+}
+
+TEST(MediaFault, ATypeOrANameSaysItWhereNothingElseDoes) {
+    auto told = media_fault(payload("http://a/film", "video/mp4; codecs=avc1.4d401e"));
+    ASSERT_TRUE(told);
+    EXPECT_NE(told->find("it is H.264 and"), std::string::npos) << *told;
+    told = media_fault(payload("http://a/film.MP4?v=2"));
+    ASSERT_TRUE(told);
+    EXPECT_NE(told->find("by its name"), std::string::npos) << *told;
+}
+
+TEST(MediaFault, WhatFailedForAnotherReasonIsNotCalledSo) {
+    const temporary_folder folder;
+    folder.write("film.webm", "no film");
+    for (const auto& text :
+         {payload("file://" + folder.path("film.webm")), payload("http://a/film.webm"), payload(""),
+          payload("file:///"), payload("file:///dev/zero"), std::string("{"), std::string("[]"),
+          std::string(R"({"url":1,"type":null})")}) {
+        EXPECT_FALSE(media_fault(text)) << text;
+    }
+}
+
+}  // namespace
+}  // namespace pennywort::host

@@ -1,0 +1,162 @@
+// tests/host/page_options_test.cpp - the options for the world that a page lives in.
+#include "host/render/page_options.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "host/app/command_line.h"
+#include "host/render/render_command.h"
+
+namespace pennywort::host {
+namespace {
+
+using strings = std::vector<std::string>;
+
+strings with_page(const strings& more) {
+    strings arguments{"render", "about:blank"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+
+render_options options_of(const strings& more) {
+    const auto line = parse_command_line(with_page(more));
+    const auto* const chosen = dynamic_cast<const render_command*>(line.chosen.get());
+    EXPECT_NE(chosen, nullptr) << line.text;
+    return chosen == nullptr ? render_options() : chosen->options();
+}
+
+struct refused_case {
+    const char* name;
+    strings arguments;
+    const char* names;  // what the message has to name
+};
+void PrintTo(const refused_case& c, std::ostream* out) { *out << c.name; }
+
+const refused_case k_refused[] = {
+    {"DateOfALivePage", {"--date", "2026-11-22"}, "--date needs a page by its own clock"},
+    {"SeedOfALivePage", {"--live", "-o", "a.mov", "--seed", "3"}, "--seed needs"},
+    {"DateThatIsNone", {"--exact", "--date", "soon"}, "--date soon is not a date"},
+    {"SeedNegative", {"--exact", "--seed=-1"}, "--seed -1"},
+    {"BackgroundThatIsNone", {"--background", "#12345"}, "--background #12345"},
+    {"ScaleTooSmall", {"--scale", "0.2"}, "--scale 0.2"},
+    {"ScaleOfNoWholePixels", {"--size", "101x60", "--scale", "1.5"}, "--size 101x60 times --scale"},
+    {"ScaleOfTooManyPixels", {"--size", "9000x60", "--scale", "2"}, "--size 9000x60 times --scale"},
+    {"MediaWithoutValue", {"--media", "prefers-color-scheme="}, "--media prefers-color-scheme="},
+    {"MediaThatIsNone", {"--media", "dark"}, "--media dark"},
+    {"LocaleThatIsNone", {"--locale", "de CH"}, "--locale de CH"},
+    {"UserAgentOfTwoLines", {"--user-agent", "a\nb"}, "--user-agent"},
+    {"HeaderWithoutColon", {"--header", "X-Key"}, "--header X-Key"},
+    {"HeaderWithoutName", {"--header", ": x"}, "--header : x"},
+    {"HeaderOfTwoLines", {"--header", "A: b\r\nC: d"}, "--header A: b"},
+    {"CookieWithoutValue", {"--cookie", "session"}, "--cookie session"},
+    {"CookieOfTwo", {"--cookie", "a=b; c=d"}, "--cookie a=b; c=d"},
+    {"SwitchWithDashes", {"--switch", "--lang=de"}, "--switch"},
+    {"FromOfALivePage", {"--from", "1"}, "--from needs a page by its own clock"},
+    {"ToOfALivePage", {"--to", "1"}, "--to needs a page by its own clock"},
+    {"FromNegative", {"--exact", "--from=-1"}, "--from -1"},
+    {"ToBeforeFrom", {"--exact", "--from", "2", "--to", "2"}, "--to 2 is not a time behind"},
+    {"ToAndSeconds", {"--exact", "--to", "2", "--seconds", "1"}, "--to"},
+    {"PieceOfTwoPages", {"about:blank", "--exact", "--to", "2"}, "--to is of one page"},
+    {"FullPageOfAFilm", {"--full-page", "-o", "a.mov"}, "are of one picture"},
+    {"ElementInTheDaysTime", {"--element", "p", "--live", "-o", "a.png"}, "are of one picture"},
+    {"FullPageAndElement", {"--element", "p", "--full-page", "-o", "a.png"}, "exclude each other"},
+    {"SeedTooLarge", {"--exact", "--seed", "4294967296"}, "--seed 4294967296"},
+};
+
+class PageOptionsRefused : public testing::TestWithParam<refused_case> {};
+
+TEST_P(PageOptionsRefused, InOneLineThatNamesWhatIsWrong) {
+    const auto line = parse_command_line(with_page(GetParam().arguments));
+    EXPECT_EQ(line.what, command_line::verdict::refuse);
+    EXPECT_NE(line.text.find(GetParam().names), std::string::npos) << line.text;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, PageOptionsRefused, testing::ValuesIn(k_refused),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+TEST(PageOptions, ADayAndASeedAreTaken) {
+    auto page = options_of({"--exact", "--date", "2026-11-22T18:30Z", "--seed", "4294967295"}).page;
+    EXPECT_EQ(page.day, 1795372200);
+    EXPECT_EQ(page.seed, 4294967295u);
+    page = options_of({"--exact"}).page;
+    EXPECT_EQ(page.day, 0) << "now";
+    EXPECT_EQ(page.seed, 1u);
+}
+
+TEST(PageOptions, TheWorldIsAsBrowsersHaveItWithoutOptions) {
+    const auto options = options_of({});
+    EXPECT_EQ(options.page.background, 0xFFFFFFu);
+    EXPECT_EQ(options.page.scale, 1);
+    EXPECT_TRUE(options.page.headers.empty() && options.page.cookies.empty());
+    EXPECT_TRUE(options.page.media.empty() && options.page.switches.empty());
+    EXPECT_FALSE(options.is_strict || options.hears_browser);
+}
+
+TEST(PageOptions, AScaleMakesThePictureLargerAndNotThePage) {
+    const auto options = options_of({"--size", "640x360", "--scale", "2.5"});
+    EXPECT_EQ(options.page_width, 640);
+    EXPECT_EQ(options.page_height, 360);
+    EXPECT_EQ(options.format.width, 1600);
+    EXPECT_EQ(options.format.height, 900);
+}
+
+TEST(PageOptions, ThoseOfAListMayBeGivenSeveralTimesAndTakeNoPage) {
+    const auto options = options_of({"--media", "a=1", "--media", "print", "--header", "A: b:c",
+                                     "--header", "B:", "--cookie", "a=b=c", "--switch", "x",
+                                     "--switch", "y=z=1", "data:,second"});
+    EXPECT_EQ(options.urls.size(), 2u);
+    EXPECT_EQ(options.page.media, (named_texts{{"a", "1"}, {"", "print"}}));
+    EXPECT_EQ(options.page.headers, (named_texts{{"A", "b:c"}, {"B", ""}}));
+    EXPECT_EQ(options.page.cookies, (named_texts{{"a", "b=c"}}));
+    EXPECT_EQ(options.page.switches, (named_texts{{"x", ""}, {"y", "z=1"}}));
+}
+
+TEST(PageOptions, ALocaleIsSpeltAsTheWebDoes) {
+    EXPECT_EQ(options_of({"--locale", "pt_BR"}).page.locale, "pt-BR");
+}
+
+TEST(PageOptions, PiecesMeetAtWhateverTimeTheyAreCut) {
+    for (const char* fps : {"25", "59.94", "60000/1001"}) {
+        for (const char* cut : {"0", "0.01", "0.5", "1.1", "3.333", "10"}) {
+            const strings rate{"--exact", "--fps", fps};
+            auto before = rate;
+            before.insert(before.end(), {"--to", cut});
+            auto behind = rate;
+            behind.insert(behind.end(), {"--from", cut, "--to", "20"});
+            const auto second = options_of(behind);
+            EXPECT_EQ(second.first_frame + second.frames_per_page,
+                      second.format.rate.frames_in(20));
+            if (second.first_frame == 0) continue;  // there is nothing before it
+            EXPECT_EQ(options_of(before).frames_per_page, second.first_frame) << fps << " " << cut;
+        }
+    }
+    const auto still = options_of({"--exact", "--from", "2.5", "-o", "a.png"});
+    EXPECT_EQ(still.first_frame, 125u);
+    EXPECT_EQ(still.frames_per_page, 1u);
+}
+
+struct colour_case {
+    const char* text;
+    std::uint32_t colour;
+};
+
+TEST(PageOptions, ColoursAreThoseOfStyleSheets) {
+    constexpr colour_case k_colours[] = {{"#204060", 0x204060}, {"204060", 0x204060},
+                                         {"#FfF", 0xFFFFFF},    {"#1a2", 0x11AA22},
+                                         {"White", 0xFFFFFF},   {"navy", 0x000080}};
+    std::uint32_t colour = 0;
+    for (const auto& one : k_colours) {
+        EXPECT_TRUE(take_colour(one.text, colour)) << one.text;
+        EXPECT_EQ(colour, one.colour) << one.text;
+    }
+    for (const char* text : {"", "#", "#12", "#12345", "#1234567", "#-12345", "0x2040", "whit"}) {
+        EXPECT_FALSE(take_colour(text, colour)) << text;
+    }
+}
+
+}  // namespace
+}  // namespace pennywort::host

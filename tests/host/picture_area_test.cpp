@@ -1,0 +1,131 @@
+// tests/host/picture_area_test.cpp - the part of a page that a picture shows, found with a page
+// that a test plays.
+#include "host/render/picture_area.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace pennywort::host {
+namespace {
+
+class fake_page : public area_port {
+public:
+    void ask_page(const std::string& expression,
+                  std::function<void(const std::string&)> answer) override {
+        questions.push_back(expression);
+        const std::string text = answers.empty() ? "" : answers.front();
+        if (!answers.empty()) answers.erase(answers.begin());
+        answer(text);
+    }
+    void resize_page(long width, long height) override {
+        wanted_width = width;
+        wanted_height = height;
+    }
+    void show_unseen(std::function<void(bool)> told) override {
+        ++frames;
+        told(!has_failed);
+    }
+    bool has_picture_of(long width, long height) const override {
+        return frames > frames_late && width == wanted_width && height == wanted_height;
+    }
+
+    std::vector<std::string> answers;
+    std::vector<std::string> questions;
+    long wanted_width = 0, wanted_height = 0;
+    int frames = 0;
+    int frames_late = 0;
+    bool has_failed = false;
+};
+
+TEST(PictureArea, APageThatFitsIsShownAsItIs) {
+    fake_page page;
+    page.answers = {"0 0 640 360"};
+    area_finder finder(page, {"", 640, 360, 1});
+    finder.begin();
+    EXPECT_TRUE(finder.is_over());
+    EXPECT_EQ(finder.failure(), "");
+    EXPECT_EQ(finder.area(), (pixel_area{0, 0, 640, 360}));
+    EXPECT_EQ(page.frames, 0);
+}
+
+TEST(PictureArea, ALongPageGetsItsLengthOnceEvenIfItGrowsWithIt) {
+    fake_page page;
+    page.answers = {"0 0 640 5000", "0 0 640 9000"};
+    page.frames_late = 3;
+    area_finder finder(page, {"", 640, 360, 2});
+    finder.begin();
+    EXPECT_EQ(page.wanted_width, 640);
+    EXPECT_EQ(page.wanted_height, 5000);
+    EXPECT_EQ(page.frames, 4);
+    EXPECT_EQ(finder.area(), (pixel_area{0, 0, 1280, 10000}));
+}
+
+TEST(PictureArea, AnElementIsWhereItIsInTheLargerPage) {
+    fake_page page;
+    page.answers = {"10 1000 100 50", "12.25 990 100.5 50"};
+    area_finder finder(page, {"#score", 640, 360, 1});
+    finder.begin();
+    EXPECT_EQ(page.wanted_width, 640);
+    EXPECT_EQ(page.wanted_height, 1050);
+    EXPECT_EQ(finder.area(), (pixel_area{12, 990, 101, 50}));
+    EXPECT_NE(page.questions[0].find("querySelector(\"#score\")"), std::string::npos);
+}
+
+TEST(PictureArea, WhatLiesOutsideThePageIsLeftOut) {
+    EXPECT_EQ(pixels_of({-10, -20, 100, 100}, 640, 360, 1), (pixel_area{0, 0, 90, 80}));
+    EXPECT_EQ(pixels_of({600, 300, 100, 100}, 640, 360, 1.5), (pixel_area{900, 450, 60, 90}));
+}
+
+struct failing_case {
+    const char* answer;
+    const char* failure;  // a part of it
+};
+
+TEST(PictureArea, WhyThereIsNoneIsSaid) {
+    constexpr failing_case k_cases[] = {
+        {"none", "the page has no such element"},
+        {"", "that is no selector"},
+        {"1 2 3", "that is no selector"},
+        {"1 2 3 4 5", "that is no selector"},
+        {"nan nan nan nan", "that is no selector"},
+        {"0 0 0 10", "no area"},
+        {"0 -100 10 50", "no area"},
+        {"0 0 100 16385", "it would be 100x16385 pixels"},
+        {"1e300 0 1 1", "pixels"},
+    };
+    for (const auto& one : k_cases) {
+        fake_page page;
+        page.answers = {one.answer};
+        area_finder finder(page, {"#x", 640, 360, 1});
+        finder.begin();
+        EXPECT_TRUE(finder.is_over()) << one.answer;
+        EXPECT_NE(finder.failure().find(one.failure), std::string::npos)
+            << one.answer << ": " << finder.failure();
+    }
+}
+
+TEST(PictureArea, APageThatDoesNotFollowIsGivenUp) {
+    fake_page page;
+    page.answers = {"0 0 640 5000"};
+    page.frames_late = 1'000'000;
+    area_finder late(page, {"", 640, 360, 1});
+    late.begin();
+    EXPECT_NE(late.failure().find("does not take the size"), std::string::npos);
+    page = {};
+    page.answers = {"0 0 640 5000"};
+    page.has_failed = true;
+    area_finder failing(page, {"", 640, 360, 1});
+    failing.begin();
+    EXPECT_EQ(page.frames, 1);
+    EXPECT_FALSE(failing.failure().empty());
+}
+
+TEST(PictureArea, ASelectorIsQuotedAsAText) {
+    EXPECT_NE(area_question("a[b=\"c\"]").find(R"(querySelector("a[b=\"c\"]"))"),
+              std::string::npos);
+}
+
+}  // namespace
+}  // namespace pennywort::host

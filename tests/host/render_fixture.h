@@ -1,0 +1,66 @@
+// render_fixture.h - a folder in which the program renders pages, and a look at what it has made.
+// Linux only.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/host/program.h"
+
+namespace pennywort::host {
+
+// Blue, green, red, alpha.
+using colour = std::vector<int>;
+
+class RenderFixture : public testing::Test {
+protected:
+    void expect_failure(const std::string& script, const std::string& part) {
+        const auto run = folder.run(script);
+        EXPECT_EQ(run.status, 1) << run.errors;
+        EXPECT_NE(run.errors.find(part), std::string::npos) << run.errors;
+    }
+    void expect_fine(const std::string& script) {
+        const auto run = folder.run(script);
+        EXPECT_EQ(run.status, 0) << run.errors;
+    }
+    // Of a PNG file.
+    colour pixel(const std::string& name, int x, int y) const {
+        png_image image{};
+        image.version = PNG_IMAGE_VERSION;
+        const std::string path = folder.path(name);
+        EXPECT_TRUE(png_image_begin_read_from_file(&image, path.c_str())) << image.message;
+        image.format = PNG_FORMAT_BGRA;
+        std::vector<std::uint8_t> all(PNG_IMAGE_SIZE(image));
+        EXPECT_TRUE(png_image_finish_read(&image, nullptr, all.data(), 0, nullptr));
+        const bool is_inside =
+            x < static_cast<int>(image.width) && y < static_cast<int>(image.height);
+        EXPECT_TRUE(is_inside) << image.width << "x" << image.height;
+        if (!is_inside) return {};
+        const auto at = all.begin() + (y * static_cast<int>(image.width) + x) * 4;
+        return {at, at + 4};
+    }
+    // "640x480" of a PNG file.
+    std::string size_of(const std::string& name) const {
+        png_image image{};
+        image.version = PNG_IMAGE_VERSION;
+        const std::string path = folder.path(name);
+        EXPECT_TRUE(png_image_begin_read_from_file(&image, path.c_str())) << image.message;
+        const auto size = std::to_string(image.width) + "x" + std::to_string(image.height);
+        png_image_free(&image);
+        return size;
+    }
+    static std::string value_of(const std::string& json, const std::string& name) {
+        const auto at = json.find("\"" + name + "\":");
+        if (at == std::string::npos) return "missing";
+        const auto begin = at + name.size() + 3;
+        return json.substr(begin, json.find_first_of(",}", begin) - begin);
+    }
+
+    program_folder folder;
+};
+
+}  // namespace pennywort::host

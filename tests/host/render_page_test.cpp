@@ -1,0 +1,369 @@
+// tests/host/render_page_test.cpp - the program on the real browser runtime: the world that its
+// options make for a page, as the pictures show it.
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include "tests/host/render_fixture.h"
+
+namespace pennywort::host {
+namespace {
+
+class RenderPage : public RenderFixture {};
+
+// White where what the page says is true, black where it is not.
+std::string truth_page(const std::string& expression) {
+    return "<!doctype html><style>body{margin:0}</style><script>"
+           "document.documentElement.style.background = (" +
+           expression + ") ? '#fff' : '#000'</script>";
+}
+
+const colour k_white{255, 255, 255, 255};
+const colour k_black{0, 0, 0, 255};
+
+TEST_F(RenderPage, BeginsOnTheDayThatIsAskedFor) {
+    folder.write("day.html",
+                 truth_page("Math.abs(Date.now() - Date.UTC(2030, 4, 6, 7, 8, 9)) < 2"));
+    expect_fine("pennywort render day.html --size 16x16 --date 2030-05-06T07:08:09Z -o a.png");
+    EXPECT_EQ(pixel("a.png", 8, 8), k_white);
+}
+
+TEST_F(RenderPage, HasTheDiceOfItsSeed) {
+    folder.write("dice.html",
+                 "<!doctype html><style>body{margin:0}</style><canvas id=c width=64 height=64>"
+                 "</canvas><script>const pen = c.getContext('2d');"
+                 "(function next() { for (let i = 0; i < 9; ++i) { pen.fillStyle = '#' + "
+                 "(Math.random() * 0xffffff | 0).toString(16).padStart(6, 0);"
+                 "pen.fillRect(Math.random() * 64, Math.random() * 64, 9, 9); }"
+                 "requestAnimationFrame(next); })()</script>");
+    const auto run = folder.run(
+        "film='pennywort render dice.html --size 64x64 --frames 20 --date @1800000000'\n"
+        "$film -o a.bgra && $film -o b.bgra && $film --seed 2 -o c.bgra && "
+        "sha256sum a.bgra b.bgra c.bgra");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(folder.read("a.bgra").size(), 20u * 64 * 64 * 4);
+    const std::size_t line = run.output.find('\n') + 1;
+    const auto hash = [&](std::size_t n) { return run.output.substr(n * line, 64); };
+    EXPECT_EQ(hash(0), hash(1)) << run.output;
+    EXPECT_NE(hash(0), hash(2)) << run.output;
+}
+
+// --- its picture
+
+TEST_F(RenderPage, WithoutABackgroundIsWhiteUnlessAnotherIsAskedForOrNone) {
+    folder.write("bare.html", "<!doctype html><p>text");
+    expect_fine("pennywort render bare.html --size 64x48 -o white.png");
+    expect_fine("pennywort render bare.html --size 64x48 --background '#204060' -o blue.png");
+    expect_fine("pennywort render bare.html --size 64x48 --transparent -o clear.png");
+    expect_fine("pennywort render bare.html --size 64x48 --live --frames 3 -o live.png");
+    EXPECT_EQ(pixel("white.png", 60, 4), k_white);
+    EXPECT_EQ(pixel("blue.png", 60, 4), (colour{0x60, 0x40, 0x20, 255}));
+    EXPECT_EQ(pixel("clear.png", 60, 4), (colour{0, 0, 0, 0}));
+    EXPECT_EQ(pixel("live.png", 60, 4), k_white);
+}
+
+TEST_F(RenderPage, HasNoScrollbars) {
+    folder.write("tall.html",
+                 "<!doctype html><style>html{background:#20c840}body{margin:0;height:5000px;"
+                 "width:5000px}</style>");
+    for (const char* way : {"", "--live --frames 3 "}) {
+        expect_fine(std::string("pennywort render tall.html --size 100x60 ") + way + "-o a.png");
+        EXPECT_EQ(pixel("a.png", 97, 30), (colour{0x40, 0xC8, 0x20, 255})) << way;
+        EXPECT_EQ(pixel("a.png", 50, 57), (colour{0x40, 0xC8, 0x20, 255})) << way;
+    }
+}
+
+TEST_F(RenderPage, IsDrawnFinerByItsScale) {
+    folder.write("line.html",
+                 "<!doctype html><style>body{margin:0;background:#000}div{position:absolute;"
+                 "left:10px;top:0;width:1px;height:60px;background:#fff}</style><div></div><script>"
+                 "if (devicePixelRatio !== 2 || innerWidth !== 100) document.body.innerHTML = ''"
+                 "</script>");
+    for (const char* way : {"", "--live --frames 3 "}) {
+        expect_fine(std::string("pennywort render line.html --size 100x60 --scale 2 ") + way +
+                    "-o a.png");
+        EXPECT_EQ(size_of("a.png"), "200x120") << way;
+        EXPECT_EQ(pixel("a.png", 20, 60), k_white) << way;
+        EXPECT_EQ(pixel("a.png", 21, 60), k_white) << way;
+        EXPECT_EQ(pixel("a.png", 19, 60), k_black) << way;
+        EXPECT_EQ(pixel("a.png", 22, 60), k_black) << way;
+    }
+    expect_fine("pennywort render line.html --size 100x60 --scale 1.5 --frames 2 -o a.bgra");
+    EXPECT_EQ(folder.read("a.bgra").size(), 2u * 150 * 90 * 4);
+}
+
+TEST_F(RenderPage, IsShownInAllItsLengthOrOneElementOfIt) {
+    folder.write("long.html",
+                 "<!doctype html><style>body{margin:0;height:900px;background:#000}"
+                 "div{position:absolute;left:20px;top:700px;width:30px;height:40px;"
+                 "background:#fff}</style><div id=score></div>");
+    auto run = folder.run("pennywort render long.html --size 100x60 --full-page -o a.png --json");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(size_of("a.png"), "100x900");
+    EXPECT_EQ(value_of(run.output, "height"), "900");
+    EXPECT_EQ(pixel("a.png", 20, 700), k_white);
+    EXPECT_EQ(pixel("a.png", 19, 700), k_black);
+    EXPECT_EQ(pixel("a.png", 49, 739), k_white);
+    EXPECT_EQ(pixel("a.png", 50, 740), k_black);
+    expect_fine("pennywort render long.html --size 100x60 --scale 2 --element '#score' -o b.png");
+    EXPECT_EQ(size_of("b.png"), "60x80");
+    EXPECT_EQ(pixel("b.png", 0, 0), k_white);
+    EXPECT_EQ(pixel("b.png", 59, 79), k_white);
+    expect_failure("pennywort render long.html --element .no -o c.png",
+                   "--element .no: the page has no such element");
+    EXPECT_FALSE(folder.has("c.png"));
+}
+
+// --- its user
+
+struct world_case {
+    const char* name;
+    const char* options;
+    const char* truth;
+};
+void PrintTo(const world_case& c, std::ostream* out) { *out << c.name; }
+
+constexpr world_case k_worlds[] = {
+    {"ADarkOne", "--media prefers-color-scheme=dark",
+     "matchMedia('(prefers-color-scheme: dark)').matches"},
+    {"ALightOne", "--media prefers-color-scheme=light",
+     "matchMedia('(prefers-color-scheme: light)').matches"},
+    {"APrinter", "--media print --media prefers-reduced-motion=reduce",
+     "matchMedia('print').matches && matchMedia('(prefers-reduced-motion: reduce)').matches"},
+    {"ALanguage", "--locale de-DE",
+     "(1234.5).toLocaleString() === '1.234,5' && navigator.language === 'de-DE'"},
+    {"AZone", "--timezone Asia/Tokyo",
+     "new Date(0).getHours() === 9 && "
+     "Intl.DateTimeFormat().resolvedOptions().timeZone === 'Asia/Tokyo'"},
+    {"ABrowser", "--user-agent 'Me/1.0 (test)'", "navigator.userAgent === 'Me/1.0 (test)'"},
+    {"ASwitch", "--switch user-agent=Switched/1", "navigator.userAgent === 'Switched/1'"},
+};
+
+class RenderWorld : public RenderFixture, public testing::WithParamInterface<world_case> {};
+
+TEST_P(RenderWorld, IsThePagesFromItsFirstScriptOn) {
+    folder.write("world.html", truth_page(GetParam().truth));
+    const std::string film = std::string("pennywort render world.html --size 16x16 ");
+    expect_fine(film + "-o without.png");
+    EXPECT_EQ(pixel("without.png", 8, 8),
+              GetParam().name == std::string("ALightOne") ? k_white : k_black)
+        << "it would be true of this machine too";
+    for (const char* way : {"", "--live --frames 3 "}) {
+        expect_fine(film + way + GetParam().options + " -o a.png");
+        EXPECT_EQ(pixel("a.png", 8, 8), k_white) << way;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RenderWorld, testing::ValuesIn(k_worlds),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+TEST_F(RenderPage, WhoseZoneIsNotKnownIsNotShown) {
+    folder.write("page.html", "<!doctype html><p>text");
+    const auto run = folder.run("pennywort render page.html --timezone Mars/Phobos -o a.png");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.errors.find("--timezone Mars/Phobos: not known to the browser"),
+              std::string::npos)
+        << run.errors;
+    EXPECT_FALSE(folder.has("a.png"));
+}
+
+// Serves a page that is white where the request had all that the address asks for, and a few that
+// are no page.
+constexpr const char* k_server = R"py(
+import http.server, json, sys, urllib.parse, time
+class handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = 'HTTP/1.1'
+    def log_message(self, *a): pass
+    def do_GET(self):
+        where = urllib.parse.urlparse(self.path)
+        if where.path.endswith('/never'):
+            time.sleep(60); return
+        if where.path.endswith('/nothing'):
+            self.send_response(204); self.send_header('Content-Length', '0'); self.end_headers(); return
+        body = b'binary'
+        kind = 'application/octet-stream'
+        if not where.path.endswith('/file'):
+            wanted = urllib.parse.parse_qs(where.query)
+            have = all(value in self.headers.get(name, '') for name, values in wanted.items() for value in values)
+            kind = 'text/html'
+            body = ("<!doctype html><style>html{background:%s}</style>" % ('#fff' if have else '#000')).encode()
+        self.send_response(404 if where.path.endswith('/missing') else 200)
+        self.send_header('Content-Type', kind)
+        self.send_header('Content-Length', str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+server = http.server.ThreadingHTTPServer(('127.0.0.1', 0), handler)
+print(server.server_port, flush=True)
+server.serve_forever()
+)py";
+
+class RenderSite : public RenderFixture {
+protected:
+    RenderSite() { folder.write("server.py", k_server); }
+    // $at is the site's address.
+    program_run served(const std::string& script) const {
+        return folder.run(
+            "rm -f port; python3 server.py > port & server=$!\n"
+            "trap 'kill $server' EXIT\n"
+            "until [ -s port ]; do sleep 0.05; done\n"
+            "at=http://127.0.0.1:$(cat port)\n" +
+            script);
+    }
+};
+
+TEST_F(RenderSite, GetsTheHeadersAndCookies) {
+    const auto run = served(
+        "pennywort render \"$at/?X-Key=secret&Cookie=session=42&Cookie=theme=dark&"
+        "User-Agent=Me/2&Accept-Language=nb\" --size 16x16 --header 'X-Key: secret' "
+        "--cookie session=42 --cookie theme=dark --user-agent Me/2 --locale nb-NO -o a.png");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(pixel("a.png", 8, 8), k_white);
+}
+
+TEST_F(RenderSite, IsAskedThroughTheProxy) {
+    const auto run = served(
+        "pennywort render http://no-such-host.invalid/?Host=no-such-host --size 16x16 "
+        "--proxy $at -o a.png");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(pixel("a.png", 8, 8), k_white);
+}
+
+TEST_F(RenderSite, WhoseImageNeverComesIsShownByOneThatDoesNotWaitForIt) {
+    folder.write("template",
+                 "<!doctype html><style>html{background:#fff}</style><img src=@/never>"
+                 "<script>window.isReady = true</script>");
+    auto run = served(
+        "sed \"s|@|$at|\" template > waits.html\n"
+        "pennywort render waits.html --size 16x16 --timeout 5 -o all.png; echo $?\n"
+        "pennywort render waits.html --size 16x16 --timeout 20 --start dom -o dom.png; echo $?\n"
+        "pennywort render waits.html --size 16x16 --timeout 20 --start window.isReady --frames 5 "
+        "-o truth.png; echo $?");
+    EXPECT_EQ(run.output, "1\n0\n0\n") << run.errors;
+    EXPECT_EQ(pixel("dom.png", 15, 15), k_white);
+    EXPECT_EQ(pixel("truth.png", 15, 15), k_white);
+    EXPECT_NE(run.errors.find("has not loaded within 5 s"), std::string::npos) << run.errors;
+}
+
+TEST_F(RenderSite, ThatHasNoPageIsToldAtOnce) {
+    for (const auto& [path, part] :
+         {std::pair("nothing", "status 204"), std::pair("file", "it is a download")}) {
+        for (const char* way : {"", "--live "}) {
+            const auto run =
+                served(std::string("SECONDS=0; pennywort render $at/") + path + " " + way +
+                       "--frames 2 -o a.png; status=$?; echo $SECONDS; exit $status");
+            EXPECT_EQ(run.status, 1) << path << way;
+            EXPECT_NE(run.errors.find(part), std::string::npos) << way << run.errors;
+            EXPECT_LT(std::stoi(run.output), 15) << "and not only when its time is over";
+        }
+    }
+}
+
+TEST_F(RenderPage, ThatClosesItselfIsToldAtOnce) {
+    folder.write("closes.html",
+                 "<!doctype html><script>setTimeout(() => window.close(), 300)</script>");
+    for (const char* way : {"", "--live "}) {
+        expect_failure(std::string("pennywort render closes.html --seconds 60 -o a.mkv ") + way,
+                       "the page has closed itself");
+    }
+}
+
+// --- what it says
+
+TEST_F(RenderPage, SaysEachOfItsFaultsWithItsPlaceAndTheSummaryCountsThem) {
+    folder.write("faults.html",
+                 "<!doctype html>\n<script>\nconsole.log('two', {goals: 2});\n"
+                 "console.error('no data');\nPromise.reject(new Error('no team'));\n"
+                 "setTimeout(() => nosuch(), 10);\n</script>\n<img src=missing.png>");
+    auto run = folder.run("pennywort render faults.html --frames 9 --verbose -o a.y4m --json");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    for (const char* part :
+         {"page: faults.html:3:9: console.log: two {goals: 2}\n",
+          "page: faults.html:4:9: console.error: no data\n",
+          "page: faults.html:5:16: Uncaught (in promise) Error: no team\n",
+          "page: faults.html:6:18: Uncaught ReferenceError: nosuch is not defined\n",
+          "missing.png: Failed to load resource: net::ERR_FILE_NOT_FOUND\n",
+          "of the page: 1 uncaught error, 1 rejected promise, 1 failed resource, 1 console "
+          "error\n"}) {
+        EXPECT_NE(run.errors.find(part), std::string::npos) << part << "\nin\n" << run.errors;
+    }
+    EXPECT_EQ(run.errors.find(":ERROR:"), std::string::npos) << "the browser's own" << run.errors;
+    EXPECT_EQ(value_of(run.output, "page_errors"), "2") << run.output;
+    EXPECT_EQ(value_of(run.output, "failed_resources"), "1");
+    run = folder.run("pennywort render faults.html --frames 9 --strict -o b.y4m");
+    EXPECT_EQ(run.status, 4) << run.errors;
+    EXPECT_EQ(folder.read("a.y4m"), folder.read("b.y4m")) << "the film is whole";
+    EXPECT_EQ(run.errors.find("console.log"), std::string::npos) << run.errors;
+}
+
+TEST_F(RenderPage, WhoseFilmNeedsALicenceIsToldSoByName) {
+    folder.write("film.html", "<!doctype html><video src=film.mp4 autoplay muted></video>");
+    const auto run = folder.run(
+        "ffmpeg -v error -f lavfi -i testsrc=s=64x48:d=1 -pix_fmt yuv420p -c:v libx264 film.mp4\n"
+        "pennywort render film.html --frames 9 --strict -o a.y4m");
+    EXPECT_EQ(run.status, 4) << run.errors;
+    EXPECT_NE(run.errors.find("film.mp4: it is H.264 and cannot be played"), std::string::npos)
+        << run.errors;
+}
+
+TEST_F(RenderPage, ThatOpensADialogIsAnsweredAndGoesOn) {
+    folder.write(
+        "asks.html",
+        "<!doctype html><script>alert('no data'); document.documentElement.style.background "
+        "= confirm('go on?') ? '#fff' : '#000'</script>");
+    for (const char* way : {"", "--live --frames 3 "}) {
+        const auto run = folder.run(std::string("pennywort render asks.html --size 16x16 ") + way +
+                                    "--timeout 10 --verbose -o a.png");
+        EXPECT_EQ(run.status, 0) << way << run.errors;
+        EXPECT_NE(run.errors.find("asks.html: alert: no data"), std::string::npos) << run.errors;
+        EXPECT_EQ(pixel("a.png", 8, 8), k_white) << way;
+    }
+}
+
+TEST_F(RenderPage, WithoutAFaultIsFineByTheStrictestEye) {
+    folder.write("fine.html",
+                 "<!doctype html><script>console.log('x'); console.warn('y')</script>");
+    expect_fine("pennywort render fine.html --frames 9 --strict -o a.y4m");
+}
+
+// --- a piece of its film
+
+TEST_F(RenderPage, InPiecesIsTheWholeFilm) {
+    folder.write("moves.html",
+                 "<!doctype html><style>body{margin:0;background:#000}"
+                 "@keyframes run{to{transform:translateX(60px)}}"
+                 "div{position:absolute;width:4px;height:8px;background:#fff}"
+                 "#css{animation:run 1s steps(60) infinite}#turns{top:8px}#still{top:16px}</style>"
+                 "<div id=css></div><div id=turns></div><div id=still></div>"
+                 "<script>let n = 0; (function next() { turns.style.left = n++ % 60 + 'px';"
+                 "requestAnimationFrame(next); })()</script>");
+    folder.write("still.html", "<!doctype html><style>html{background:#20c840}</style>");
+    for (const char* page : {"moves.html", "still.html"}) {
+        const auto run = folder.run(
+            std::string("film='pennywort render ") + page +
+            " --size 64x32 --date 2026-11-22 --fps 60000/1001'\n"
+            "$film --seconds 1.5 -o whole.bgra\n"
+            "$film --to 0.5 -o piece-1.bgra & $film --from 0.5 --to 1.1 -o piece-2.bgra & wait\n"
+            "$film --from 1.1 --frames 24 -o piece-3.bgra\n"
+            "cat piece-?.bgra > pieces.bgra\n"
+            "cmp whole.bgra pieces.bgra");
+        EXPECT_EQ(run.status, 0) << page << run.output << run.errors;
+        EXPECT_EQ(folder.read("whole.bgra").size(), 90u * 64 * 32 * 4);
+    }
+}
+
+TEST_F(RenderPage, ThatHangsIsToldInOneLineEach) {
+    folder.write("hangs.html", "<script>for(;;);</script>");
+    const auto run = folder.run("pennywort render hangs.html --timeout 8 -o a.mkv");
+    EXPECT_EQ(run.status, 1);
+    const std::string told =
+        "loading page 1 of 1\n"
+        "loading page 1 of 1  (nothing new for 5 s, still waiting)\n";
+    EXPECT_EQ(run.errors.substr(0, told.size()), told);
+    EXPECT_EQ(run.errors.find("loading", told.size()), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("has not loaded within 8 s"), std::string::npos) << run.errors;
+}
+
+}  // namespace
+}  // namespace pennywort::host

@@ -170,6 +170,9 @@ inline constexpr std::chrono::seconds k_max_encoder_pause{30};
 // Bytes of pictures that wait to be written; then the next ones are dropped and counted.
 inline constexpr std::size_t k_max_waiting_picture_bytes = std::size_t(768) << 20;
 
+// Bytes of sound that wait to be written, a minute and a half; what comes then becomes silence.
+inline constexpr std::size_t k_max_waiting_sound_bytes = std::size_t(32) << 20;
+
 // Bytes of a child process's last line that are kept, and bytes read from a pipe whose child has
 // ended: a process of its own may write on without end.
 inline constexpr std::size_t k_max_last_line = 500;

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "core/limits.h"
 #include "host/system/background.h"
 
 namespace pennywort::host {

@@ -20,9 +20,6 @@ namespace pennywort::host {
 // before it takes no memory, so a reader may pause for any time.
 class writer_thread {
 public:
-    // Bytes of sound that wait to be written, a minute and a half.
-    static constexpr std::size_t k_max_waiting_sound_bytes = std::size_t(32) << 20;
-
     // `writer` has begun already.
     explicit writer_thread(std::unique_ptr<frame_writer> writer);
     // Drops what still waits; waits for the frame that is being written.

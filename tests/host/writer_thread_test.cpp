@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "core/limits.h"
 #include "tests/host/fake_writer.h"
 
 namespace pennywort::host {
@@ -76,7 +77,7 @@ TEST_F(WriterThread, SoundWithoutRoomBecomesSilence) {
     auto writer = make();
     writer->show(picture_of(1));
     log->wait_until_one_waits();
-    constexpr std::size_t k_all = writer_thread::k_max_waiting_sound_bytes / sizeof(float);
+    constexpr std::size_t k_all = k_max_waiting_sound_bytes / sizeof(float);
     writer->hear(std::vector<float>(k_all - 2, 1));
     writer->hear({2, 2, 2, 2});
     writer->hear({3, 3});

@@ -96,6 +96,12 @@ inline constexpr std::chrono::seconds k_max_websocket_connect{60};
 inline constexpr std::chrono::seconds k_max_websocket_upgrade{30};
 inline constexpr std::chrono::seconds k_max_websocket_goodbye{5};
 
+// Memory of a message that a connection keeps for the next one; and of long messages, what the
+// process keeps of them: how many, and each.
+inline constexpr std::size_t k_max_kept_message_bytes = 1 << 20;
+inline constexpr std::size_t k_max_spare_texts = 4;
+inline constexpr std::size_t k_max_spare_text_bytes = 4 << 20;
+
 // --- Discovery
 
 // DNS-SD references whose events are processed; those past it stay silent.
@@ -155,6 +161,22 @@ inline constexpr std::size_t k_max_text_file_bytes = std::size_t(16) << 20;
 
 // Bytes of one entry in a transcript.
 inline constexpr std::int32_t k_max_logged_bytes = 1 << 20;
+
+// --- Host program: WebSockets
+
+// Messages of a feed that wait for a page to take them, of which the oldest are dropped; those that
+// a page has been handed and not answered, and for how long: a page that has gone answers none.
+inline constexpr std::size_t k_max_feed_messages = 10'000;
+inline constexpr std::size_t k_max_feed_bytes = std::size_t(64) << 20;
+inline constexpr std::size_t k_max_unanswered_messages = 64;
+inline constexpr std::chrono::milliseconds k_max_message_patience{5000};
+
+// The first wait before a feed that was lost is opened again, and the longest.
+inline constexpr std::chrono::milliseconds k_first_feed_wait{1000};
+inline constexpr std::chrono::milliseconds k_longest_feed_wait{30'000};
+
+// Bytes of the input that wait to be sent: more of it is read when the server has taken these.
+inline constexpr std::size_t k_max_waiting_input_bytes = std::size_t(16) << 20;
 
 // --- Host program: pages, encoders and disks that do not keep up
 

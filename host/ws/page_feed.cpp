@@ -15,12 +15,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds k_first_wait{1000};
-constexpr milliseconds k_longest_wait{30'000};
-// Messages that the page has been handed and not answered. A page that has gone answers none.
-constexpr std::size_t k_most_unanswered = 64;
-constexpr milliseconds k_page_patience{5000};
-
 std::string seconds_of(milliseconds time) { return std::to_string(time.count() / 1000) + " s"; }
 
 }  // namespace
@@ -55,7 +49,7 @@ page_feed::page_feed(feed_options options, feed_kind kind, std::shared_ptr<cWebS
       m_self(std::make_shared<page_feed*>(this)),
       m_inbox(std::make_shared<inbox>()),
       m_socket(std::move(socket)),
-      m_wait(k_first_wait) {
+      m_wait(k_first_feed_wait) {
     listen();
 }
 
@@ -139,7 +133,7 @@ void page_feed::take_news(time_point now) {
             continue;
         }
         m_has_opened = true;
-        m_wait = k_first_wait;
+        m_wait = k_first_feed_wait;
         tell("feed " + m_options.url + ": opened");
     }
 }
@@ -155,14 +149,15 @@ void page_feed::ended(news what, const std::string& words, time_point now) {
     if (m_open_at != time_point()) return;
     tell(line + "; next attempt in " + seconds_of(m_wait));
     m_open_at = now + m_wait;
-    m_wait = std::min(m_wait * 2, k_longest_wait);
+    m_wait = std::min(m_wait * 2, k_longest_feed_wait);
 }
 
 void page_feed::hand_over(time_point now, const sender& send) {
     if (!m_is_checked) check_script(send);
-    if (m_unanswered > 0 && now - m_last_handed > k_page_patience) m_unanswered = 0;
+    if (m_unanswered > 0 && now - m_last_handed > k_max_message_patience) m_unanswered = 0;
     std::string message;
-    while (m_unanswered < k_most_unanswered && !has_failed() && m_inbox->take_message(message)) {
+    while (m_unanswered < k_max_unanswered_messages && !has_failed() &&
+           m_inbox->take_message(message)) {
         if (m_is_no_script) continue;
         const auto hear = [self = m_self](const std::string& answer) {
             if (*self != nullptr) (*self)->answered(answer);

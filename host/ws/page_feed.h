@@ -17,10 +17,6 @@
 
 namespace pennywort::host {
 
-// Messages of a feed that wait for a page to take them; the oldest are dropped.
-inline constexpr std::size_t k_max_feed_messages = 10'000;
-inline constexpr std::size_t k_max_feed_bytes = std::size_t(64) << 20;
-
 struct feed_options {
     std::string url;          // no feed if empty
     std::string script;       // JavaScript text

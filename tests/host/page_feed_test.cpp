@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/limits.h"
 #include "tests/host/temporary_folder.h"
 #include "tests/support/fake_clock.h"
 

@@ -5,17 +5,16 @@
 #include <array>
 #include <mutex>
 
+#include "core/limits.h"
+
 namespace pennywort::websocket {
 
 namespace {
 
-// One message that comes in, one in the handler, two that are on their way out.
-constexpr std::size_t k_most_kept = 4;
-constexpr std::size_t k_longest_kept = std::size_t(4) << 20;
-
 struct kept_texts {
     std::mutex mutex;
-    std::array<std::string, k_most_kept> texts;
+    // One message that comes in, one in the handler, two that are on their way out.
+    std::array<std::string, k_max_spare_texts> texts;
 };
 
 // Is not destroyed: the last connection may end while the process does. Takes no memory itself.
@@ -66,7 +65,7 @@ std::string spare_text::copy_of(std::string_view text) {
 
 // The shortest of those that are kept makes room.
 void spare_text::give_back(std::string text) noexcept {
-    if (text.capacity() < k_long_text || text.capacity() > k_longest_kept) return;
+    if (text.capacity() < k_long_text || text.capacity() > k_max_spare_text_bytes) return;
     const std::lock_guard lock(kept().mutex);
     auto& texts = kept().texts;
     const auto shortest = std::min_element(

@@ -18,14 +18,11 @@ constexpr double k_short = 0.1;
 
 using FaultsTest = SessionTest;
 
-// A port on which nobody listens.
-std::string nobodys_url() {
-    const scripted_peer gone([](peer_connection&) {});
-    return gone.url();
-}
+// A port on which nobody listens. One that a peer of ours has given up is soon another test's.
+constexpr char k_nobodys_url[] = "http://127.0.0.1:1/";
 
 TEST_F(FaultsTest, NoListener) {
-    EXPECT_EQ(get(nobodys_url()), cHttpSession::k_send_failed);
+    EXPECT_EQ(get(k_nobodys_url), cHttpSession::k_send_failed);
     EXPECT_EQ(status(), -1);
     EXPECT_EQ(m_session->Request_Error(), cHttpSession::k_error_no_connection);
     const scripted_peer peer(answering(answer_with("x")));

@@ -114,11 +114,7 @@ TEST_F(FetchTest, WritesATranscriptWhereAsked) {
 }
 
 TEST_F(FetchTest, HasAnExitStatusAndALineForEachFailure) {
-    std::string gone;
-    {
-        const scripted_peer peer([](peer_connection&) {});
-        gone = peer.url();
-    }
+    const std::string gone = "http://127.0.0.1:1/";
     program_run run = fetch(gone);
     EXPECT_EQ(run.status, 3);
     EXPECT_EQ(run.errors, "pennywort: " + gone +
@@ -175,11 +171,7 @@ TEST_F(FetchTest, ShowsTracesWhereAsked) {
 
 TEST_F(FetchTest, LeavesAFileAloneUnlessAResponseCame) {
     m_folder.write("page.html", "old");
-    std::string gone;
-    {
-        const scripted_peer peer([](peer_connection&) {});
-        gone = peer.url();
-    }
+    const std::string gone = "http://127.0.0.1:1/";
     EXPECT_EQ(fetch(gone + " -o page.html").status, 3);
     EXPECT_EQ(m_folder.read("page.html"), "old");
     EXPECT_EQ(fetch(gone + " -o nowhere/page.html").status, 1);

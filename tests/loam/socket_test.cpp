@@ -179,10 +179,9 @@ TEST(Socket, TakesAPortWhoseOldConnectionsAreRemembered) {
 }
 
 TEST(Socket, FailsToConnectWhereNobodyListens) {
-    const std::uint16_t port = make_listener()->LocalPort();
     const socket_ptr socket = make_socket();
     ASSERT_EQ(socket->Open(0), 0);
-    EXPECT_LT(socket->Connect("127.0.0.1", port, k_long_ms), 0);
+    EXPECT_LT(socket->Connect("127.0.0.1", 1, k_long_ms), 0);
 }
 
 TEST(Socket, HasNothingToReceiveOrAcceptBeforeItComes) {

@@ -46,11 +46,19 @@ public:
     static void* operator new(std::size_t size, std::align_val_t alignment) {
         return ::operator new(size, alignment);
     }
+    static void* operator new(std::size_t size, std::align_val_t alignment,
+                              const std::nothrow_t& none) noexcept {
+        return ::operator new(size, alignment, none);
+    }
     static void operator delete(void* record) noexcept;
     static void operator delete(void* record, const std::nothrow_t&) noexcept;
     static void operator delete(void*, void*) noexcept {}
     static void operator delete(void* record, std::align_val_t alignment) noexcept {
         ::operator delete(record, alignment);
+    }
+    static void operator delete(void* record, std::align_val_t alignment,
+                                const std::nothrow_t& none) noexcept {
+        ::operator delete(record, alignment, none);
     }
     // The copy of a tree has the same variables and children; all of its records are plain
     // zRecords.

@@ -151,6 +151,10 @@ inline constexpr std::size_t k_max_calling_frames = 256;
 // run at one moment of its time before that moves on, since a loop of messages would hold it.
 inline constexpr std::size_t k_max_waiting_page_frames = 8;
 inline constexpr int k_max_starved_tasks = 1000;
+// What such a page may sound like between two of its frames; and a file that it plays, which is
+// decoded whole.
+inline constexpr int k_max_page_sound_seconds = 10;
+inline constexpr std::size_t k_max_page_file_bytes = 256 << 20;
 
 // --- Host program: what a user may ask for
 

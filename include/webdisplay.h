@@ -79,7 +79,8 @@ public:
 };
 
 // Receives the sound of a page whose display was made with "web_sound". Called on a thread of the
-// runtime's, AudioStopped on the display thread too, one call at a time; none of them must wait.
+// runtime's, AudioStopped on the display thread too, one call at a time; none of them must wait. A
+// receiver may take itself away, and must not close or release its display: see docs/threads.md.
 class PENNYWORT_API cBrowserAudioReceiverInterface {
 public:
     cBrowserAudioReceiverInterface() = default;
@@ -187,6 +188,9 @@ struct cWebDisplayPageStatus {
 //                              that comes to nothing holds up the queue (default: the failed page
 //                              is told as failed and then as loaded; nothing is told of an ignored
 //                              URL, and the queue waits for the next LoadUrl)
+//   "web_fail_on_error_status" a page that its server sends with status 400 or above is told to
+//                              PageLoadFailed as one that failed, before anything of it is shown
+//                              (default: it is a page like any other)
 //   "web_keep_last_picture"    when a page follows another, fails to load, its process ends, or
 //                              the display is opened again after its end, the renderer gets no
 //                              frame until the next page has something to show (default: it gets

@@ -117,18 +117,32 @@ void set_member(const value_ref& object, std::string_view name, value_ref member
 
 }  // namespace
 
-void child_app::OnBrowserCreated(cef_browser_t*, cef_dictionary_value_t* extra_info) {
+// Where nothing was told the page may do everything, whatever the pages beside it may.
+void child_app::OnBrowserCreated(cef_browser_t* browser, cef_dictionary_value_t* extra_info) {
     if (extra_info == nullptr) return;
     const auto told = [extra_info](std::string_view key) {
         return extra_info->get_int(extra_info, cef::utf16(key).get());
     };
-    m_max_waiting_calls =
-        static_cast<std::uint32_t>(std::max(told(webdisplay::k_max_calls_key), 0));
-    m_refuses_printing = told(webdisplay::k_refuses_printing_key) != 0;
+    told_terms& kept = m_told[browser->get_identifier(browser)];
+    ++kept.times;
+    kept.terms.max_waiting_calls = std::max(told(webdisplay::k_max_calls_key), 0);
+    kept.terms.refuses_printing = told(webdisplay::k_refuses_printing_key) != 0;
 }
 
-std::shared_ptr<call_budget> child_app::new_budget(cef_frame_t* frame) {
-    auto budget = std::make_shared<call_budget>(m_max_waiting_calls);
+// A browser may come to its process a second time before it has left it the first time.
+void child_app::OnBrowserDestroyed(cef_browser_t* browser) {
+    const auto found = m_told.find(browser->get_identifier(browser));
+    if (found != m_told.end() && --found->second.times <= 0) m_told.erase(found);
+}
+
+webdisplay::page_terms child_app::terms_of(cef_browser_t* browser) const {
+    const auto found = m_told.find(browser->get_identifier(browser));
+    return found == m_told.end() ? webdisplay::page_terms{} : found->second.terms;
+}
+
+std::shared_ptr<call_budget> child_app::new_budget(cef_frame_t* frame,
+                                                   std::int32_t max_waiting_calls) {
+    auto budget = std::make_shared<call_budget>(static_cast<std::uint32_t>(max_waiting_calls));
     if (!budget->is_bound()) return budget;
     std::erase_if(m_budgets, [](const auto& entry) { return entry.second.expired(); });
     m_budgets[cef::utf8_of(frame->get_identifier(frame))] = budget;
@@ -146,14 +160,16 @@ bool child_app::OnProcessMessageReceived(cef_frame_t* frame, cef_process_message
     return true;
 }
 
-void child_app::OnContextCreated(cef_browser_t*, cef_frame_t* frame, cef_v8_context_t* context) {
+void child_app::OnContextCreated(cef_browser_t* browser, cef_frame_t* frame,
+                                 cef_v8_context_t* context) {
+    const webdisplay::page_terms terms = terms_of(browser);
     const value_ref window(context->get_global(context));
     value_ref host_app(cef::api().cef_v8_value_create_object(nullptr, nullptr));
-    value_ref execute = make_execute(context, new_budget(frame));
+    value_ref execute = make_execute(context, new_budget(frame, terms.max_waiting_calls));
     if (!window || !host_app || !execute) return;
     set_member(host_app, "execute", std::move(execute), V8_PROPERTY_ATTRIBUTE_READONLY);
     set_member(window, "hostApp", std::move(host_app), V8_PROPERTY_ATTRIBUTE_NONE);
-    if (m_refuses_printing) evaluate(context, webdisplay::page_scripts::k_no_printing);
+    if (terms.refuses_printing) evaluate(context, webdisplay::page_scripts::k_no_printing);
 }
 
 }  // namespace pennywort::childprocess

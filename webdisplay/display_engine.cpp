@@ -52,9 +52,12 @@ void close_now(const webdisplay_cef_state& state) {
     close_unless_its_window_does(state.browser);
 }
 
+// Nothing closes until the callback has returned.
+bool is_inside_callback() { return message_pump::inside_work() || sound_port::is_telling(); }
+
 // A page without handlers of its own is destroyed within the call. Inside a callback the runtime
 // would go on using it, so there the page closes in a task.
-bool closes_at_once() { return cef::on_ui_thread() && !message_pump::inside_work(); }
+bool closes_at_once() { return cef::on_ui_thread() && !is_inside_callback(); }
 
 bool ask_to_close_soon(const webdisplay_cef_state& state) {
     return run::guarded_or(false, "cWebDisplayCEFBrowser", "Close",
@@ -233,7 +236,7 @@ void display_engine::part_from(const client_ref& client) {
 
 // The thread that drives the runtime must go on doing so, or it would wait for nothing.
 void display_engine::wait_until_closed(const webdisplay_cef_state& state, bool is_asked) {
-    if (message_pump::inside_work() || !cef::running()) return;
+    if (is_inside_callback() || !cef::running()) return;
     shared_life& life = state.client->life();
     for (int round = 0; round < k_close_rounds; ++round) {
         const bool is_gone = life.wait(k_close_round_us);

@@ -10,6 +10,8 @@ namespace {
 // Many more than of the page before can be on their way.
 constexpr int k_certain_frames = 10;
 
+constexpr int k_first_error_status = 400;
+
 }  // namespace
 
 void page_loads::start_over() {
@@ -44,12 +46,17 @@ unsigned page_loads::ask_at_start(std::string url) {
 }
 
 // The runtime may paint the empty document before the page, above all on a busy machine.
-void page_loads::begin(std::string url) {
+bool page_loads::begin(std::string url, int status) {
+    if (m_policy.fail_on_error_status && status >= k_first_error_status) {
+        fail(std::move(url), "the server answered with status " + std::to_string(status));
+        return false;
+    }
     if (!m_url.empty()) hold_picture();
     m_url = std::move(url);
     m_asked_url.clear();
     m_failed_url.clear();
     m_phase = load_phase::on_its_way;
+    return true;
 }
 
 bool page_loads::end(const std::string& url) {

@@ -24,6 +24,8 @@ struct load_policy {
     // A failed page is told as failed only, and a URL that comes to nothing does not hold up the
     // queue.
     bool tell_every_load = false;
+    // A page that its server sends with an error status has failed.
+    bool fail_on_error_status = false;
 
     bool minds_lost_page() const { return report_lost_page || keep_last_picture; }
 };
@@ -46,9 +48,10 @@ public:
     unsigned ask_at_start(std::string url);
     // The browser says that it is loading something.
     void stir() { m_stirred = true; }
-    // The main frame begins to show the page at `url`. What was shown before it stays until there
-    // is something of it to see.
-    void begin(std::string url);
+    // The main frame begins to show the page at `url`, which its server has sent with `status`; 0
+    // where there was none. What was shown before it stays until there is something of it to see.
+    // False where the page has failed by that status.
+    bool begin(std::string url, int status = 0);
     // The main frame has ended at `url`. Whether that is told as a page that has loaded: what the
     // browser shows in the place of a page that failed ends too, and only the policy tells the two
     // apart.

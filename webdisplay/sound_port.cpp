@@ -3,7 +3,17 @@
 
 #include <mutex>
 
+#include "webdisplay/thread_mark.h"
+
 namespace pennywort::webdisplay {
+
+namespace {
+
+thread_local bool t_is_telling = false;
+
+}  // namespace
+
+bool sound_port::is_telling() { return t_is_telling; }
 
 void sound_port::set_receiver(cBrowserAudioReceiverInterface* receiver) {
     const std::lock_guard<std::recursive_mutex> guard(m_lock);
@@ -21,6 +31,7 @@ void sound_port::started(long channels, long sample_rate) {
 void sound_port::packet(const float* const* samples, long frames, std::int64_t milliseconds) {
     const std::lock_guard<std::recursive_mutex> guard(m_lock);
     if (m_receiver == nullptr || m_channels <= 0) return;
+    const thread_mark telling(t_is_telling);
     if (!m_is_told) {
         m_is_told = true;
         m_receiver->AudioStarted(m_channels, m_sample_rate);
@@ -36,6 +47,7 @@ void sound_port::stopped() {
     const bool was_told = m_is_told;
     m_channels = 0;
     m_is_told = false;
+    const thread_mark telling(t_is_telling);
     if (m_receiver != nullptr && was_told) m_receiver->AudioStopped();
 }
 

@@ -18,6 +18,10 @@ public:
     void packet(const float* const* samples, long frames, std::int64_t milliseconds);
     void stopped();
 
+    // Whether the calling thread stands in a call of any receiver. The runtime waits for that
+    // thread to end a page, so nobody may wait there for the end of one.
+    static bool is_telling();
+
 private:
     loam::returned_recursive_mutex m_lock;  // a receiver may take itself away
     cBrowserAudioReceiverInterface* m_receiver = nullptr;

@@ -33,6 +33,7 @@ load_policy policy_of(const zRecord& settings) {
     policy.report_lost_page = settings.AsBool("web_report_lost_page", false);
     policy.keep_last_picture = settings.AsBool("web_keep_last_picture", false);
     policy.tell_every_load = settings.AsBool("web_tell_every_load", false);
+    policy.fail_on_error_status = settings.AsBool("web_fail_on_error_status", false);
     return policy;
 }
 

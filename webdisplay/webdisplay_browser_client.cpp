@@ -19,6 +19,7 @@
 #include "webdisplay/message_pump.h"
 #include "webdisplay/native_window.h"
 #include "webdisplay/page_scripts.h"
+#include "webdisplay/thread_mark.h"
 
 namespace pennywort::webdisplay {
 
@@ -32,18 +33,6 @@ std::atomic<bool> g_editable{false};
 
 // Whether the calling thread stands in a frame that goes to a host.
 thread_local bool t_is_painting = false;
-
-// For the length of one.
-class painting {
-public:
-    painting() : m_is_nested(std::exchange(t_is_painting, true)) {}
-    painting(const painting&) = delete;
-    painting& operator=(const painting&) = delete;
-    ~painting() { t_is_painting = m_is_nested; }
-
-private:
-    const bool m_is_nested;
-};
 
 bool is_popup(cef_browser_t* browser) { return browser->is_popup(browser) != 0; }
 
@@ -91,6 +80,14 @@ void mute(cef_browser_t* browser) {
 
 zString text_of(const std::string& text) {
     return zString(text.data(), static_cast<std::uint32_t>(text.size()));
+}
+
+// The status that the server has sent the page with that the main frame shows; 0 without a server.
+int sent_status(cef_browser_t* browser) {
+    const cef::ref<cef_browser_host_t> host(browser->get_host(browser));
+    if (!host) return 0;
+    const cef::ref<cef_navigation_entry_t> entry(host->get_visible_navigation_entry(host.get()));
+    return entry ? entry->get_http_status_code(entry.get()) : 0;
 }
 
 // Puts the runtime's question about a request, asked on its IO thread, to the host on the display
@@ -181,7 +178,7 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
                                         const void* buffer, int width, int height) {
     if (!is_alive() || is_popup(browser)) return;
     message_pump::frame_painted();
-    const painting frame;
+    const thread_mark painting(t_is_painting);
     const owner_use owner(*this);
     if (!owner) return;
     if (m_waits_for_calls) return;
@@ -387,8 +384,17 @@ void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t*
     if (!owner) return;
     const std::string url = cef::utf8_of(frame->get_url(frame));
     if (m_driver) m_driver->page_begun(url);
-    const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
-    owner->m_state->loads.begin(url);
+    std::string error;
+    {
+        const bool is_status_asked = owner->m_state->loads.policy().fail_on_error_status;
+        const int status = is_status_asked ? sent_status(browser) : 0;
+        const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+        if (owner->m_state->loads.begin(url, status)) return;
+        error = owner->m_state->loads.error();
+    }
+    if (m_driver) m_driver->page_lost();
+    show_something(*owner);
+    owner->handle_page_load_failed(url.c_str(), error.c_str());
 }
 
 void webdisplay_browser_client::OnLoadEnd(cef_browser_t* browser, cef_frame_t* frame) {
@@ -443,16 +449,18 @@ void webdisplay_browser_client::OnLoadError(cef_browser_t* browser, cef_frame_t*
     if (frame->is_main(frame) && m_driver) m_driver->page_lost();
     const owner_use owner(*this);
     if (!owner) return;
-    if (frame->is_main(frame)) page_failed(*owner, failed_url, error_text);
+    if (frame->is_main(frame)) {
+        {
+            const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
+            owner->m_state->loads.fail(failed_url, error_text);
+        }
+        show_something(*owner);
+    }
     owner->handle_page_load_failed(failed_url.c_str(), error_text.c_str());
 }
 
-void webdisplay_browser_client::page_failed(cWebDisplayCEFBrowser& owner, const std::string& url,
-                                            const std::string& error) {
-    {
-        const std::lock_guard<std::mutex> guard(owner.m_state->loads_lock);
-        owner.m_state->loads.fail(url, error);
-    }
+// Where the picture is held before there was one, the host gets that of the background.
+void webdisplay_browser_client::show_something(cWebDisplayCEFBrowser& owner) {
     const bool has_no_picture = owner.m_state->ticks.pictures() == 0;
     if (owner.m_state->loads.holds_picture() && has_no_picture) paint_background(owner);
 }

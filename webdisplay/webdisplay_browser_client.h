@@ -135,8 +135,7 @@ private:
     unsigned start_asked_for();
     void load_first_page(cef_browser_t* browser, const std::string& pending);
     void report_end(cWebDisplayCEFBrowser& owner, cef_browser_t* browser, const std::string& url);
-    void page_failed(cWebDisplayCEFBrowser& owner, const std::string& url,
-                     const std::string& error);
+    void show_something(cWebDisplayCEFBrowser& owner);
     void report_if_ignored(unsigned ticket);
     void inject_scripts(cef_frame_t* frame, const std::string& css, bool is_on_host_clock);
     void forget_load_soon();

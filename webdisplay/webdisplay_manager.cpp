@@ -1,8 +1,10 @@
 // webdisplay_manager.cpp - starts, drives and ends the browser runtime, and makes displays.
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -26,22 +28,21 @@ using namespace pennywort::webdisplay;  // the parts that the manager puts toget
 
 namespace {
 
-// A frame is over only when all of its own picture is drawn. Without the second the display may
-// draw before the page, by the order of their addresses, and every picture is a frame late.
-constexpr std::pair<const char*, const char*> k_exact_tick_switches[] = {
-    {"run-all-compositor-stages-before-draw", ""},
-    {"enable-features", "DisplaySchedulerAsClient"},
-};
+// A frame is over only when all of its own picture is drawn.
+constexpr const char* k_exact_tick_switch = "run-all-compositor-stages-before-draw";
+// Without it the display may draw before the page, by the order of their addresses, and every
+// picture is a frame late.
+constexpr const char* k_exact_tick_feature = "DisplaySchedulerAsClient";
 
 // Beside those, of a page by its own clock: frames of other sites stay in the page's process, which
 // has the one clock.
-constexpr std::pair<const char*, const char*> k_page_clock_switches[] = {
-    {"disable-new-content-rendering-timeout", ""},
-    {"disable-checker-imaging", ""},
-    {"disable-threaded-animation", ""},
-    {"disable-threaded-scrolling", ""},
-    {"disable-image-animation-resync", ""},
-    {"disable-site-isolation-trials", ""},
+constexpr const char* k_page_clock_switches[] = {
+    "disable-new-content-rendering-timeout",
+    "disable-checker-imaging",
+    "disable-threaded-animation",
+    "disable-threaded-scrolling",
+    "disable-image-animation-resync",
+    "disable-site-isolation-trials",
 };
 
 // What outlives a manager: settings made before one exists, and a runtime that was left running.
@@ -51,6 +52,8 @@ struct process_state {
     bool pacing_settled =
         false;  // by the first start: the runtime is asked to work in one way only
     std::vector<command_line_switch> switches;
+    bool has_exact_ticks = false;
+    std::string script_flags;  // of the page clock; empty without one
     std::string failure;
     std::unique_ptr<message_pump> kept_pump;  // of a manager that has gone without stopping it
     std::unique_ptr<cache_folder> cache;      // of a runtime that runs
@@ -69,9 +72,32 @@ std::shared_ptr<main_thread_timer> requests_of(const message_pump& pump) {
     return process().pacing == cWebDisplayPacing::OnRequest ? pump.timer() : nullptr;
 }
 
+// Puts `ours` into a list that a switch has for its value. Of equal switches the runtime takes the
+// last one only, so that one more would undo the host's own, or the host's would undo it. What the
+// host says comes last, and wins where the two say different things.
+void join(std::vector<command_line_switch>& switches, const std::string& name,
+          const std::string& ours, char between) {
+    const auto hosts = std::find_if(switches.rbegin(), switches.rend(),
+                                    [&](const auto& one) { return one.name == name; });
+    if (hosts == switches.rend()) return switches.push_back({name, ours});
+    hosts->value = hosts->value.empty() ? ours : ours + between + hosts->value;
+}
+
+std::vector<command_line_switch> all_switches() {
+    std::vector<command_line_switch> all = process().switches;
+    if (process().has_exact_ticks) {
+        all.push_back({k_exact_tick_switch, ""});
+        join(all, "enable-features", k_exact_tick_feature, ',');
+    }
+    if (process().script_flags.empty()) return all;
+    for (const char* name : k_page_clock_switches) all.push_back({name, ""});
+    join(all, "js-flags", process().script_flags, ' ');
+    return all;
+}
+
 bool start_with(const message_pump& pump) {
     process().failure.clear();
-    auto started = start_runtime(process().switches, requests_of(pump));
+    auto started = start_runtime(all_switches(), requests_of(pump));
     process().failure = started.text();
     if (!started) return false;
     process().cache = std::move(started).value();
@@ -191,16 +217,11 @@ void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const 
     process().switches.push_back({name, value != nullptr ? value : ""});
 }
 
-void cWebDisplayCEFBrowserManager::EnableExactTicks() {
-    for (const auto& [name, value] : k_exact_tick_switches)
-        process().switches.push_back({name, value});
-}
+void cWebDisplayCEFBrowserManager::EnableExactTicks() { process().has_exact_ticks = true; }
 
 void cWebDisplayCEFBrowserManager::EnablePageClock(std::uint32_t randomSeed) {
+    process().script_flags = "--random-seed=" + std::to_string(randomSeed);
     EnableExactTicks();
-    for (const auto& [name, value] : k_page_clock_switches)
-        process().switches.push_back({name, value});
-    process().switches.push_back({"js-flags", "--random-seed=" + std::to_string(randomSeed)});
     page_driver::allow();
 }
 

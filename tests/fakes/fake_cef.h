@@ -25,11 +25,21 @@
 struct fake_cef_page {
     int error = 0;  // of cef_errorcode_t; 0 loads
     std::string error_text;
+    int status = 200;                    // of the server
     bool is_ignored = false;             // no notice is taken of the URL, and nothing is said
     bool never_ends = false;             // the load begins and nothing follows
     std::string redirect_to;             // a chain of more than 20 fails with -310
     std::vector<std::string> resources;  // fetched by the main frame
     std::vector<std::string> frames;     // sub-frames, loaded before the main frame has ended
+};
+
+// What becomes of one browser in a renderer process, before the page of browser 1 gets its world.
+struct fake_cef_helper_event {
+    int browser = 1;
+    bool is_destroyed = false;
+    bool is_told = true;  // false: it is made with nothing
+    int max_waiting_calls = 0;
+    bool refuses_printing = false;
 };
 
 // How the fake behaves.
@@ -125,6 +135,7 @@ struct fake_cef_browser {
     bool close_forced = false;
     std::string start_url;
     std::string url;  // of the main frame
+    int status = 0;   // that the page in it was sent with
     bool loading = false;
     std::vector<std::string> loads;  // URLs given to load_url
     int width = 0, height = 0;       // of the window information
@@ -285,6 +296,8 @@ public:
     virtual void bound_of_helper(int max_waiting_calls) = 0;
     // That browser is made without printing.
     virtual void refuse_printing_of_helper() = 0;
+    // In the place of both, what happens there in order.
+    virtual void browsers_of_helper(std::vector<fake_cef_helper_event> events) = 0;
     // The scripts that the application has evaluated in that page.
     virtual std::vector<std::string> evaluated() = 0;
 

@@ -51,6 +51,9 @@ page& browser_object::shown(const char* operation) {
 host_object::host_object(std::shared_ptr<page> shown)
     : object("browser host"), m_page(std::move(shown)) {
     get_browser = [](cef_browser_host_t* self) { return of(self).m_page->browser_argument(); };
+    get_visible_navigation_entry = [](cef_browser_host_t* self) {
+        return (new entry_object(of(self).m_page))->given();
+    };
     set_window_operations();
     set_paint_operations();
     set_inspector_operations();
@@ -143,6 +146,13 @@ void host_object::set_inspector_operations() {
         page& watched = of(self).shown("add_dev_tools_message_observer");
         auto* one = new inspector_registration(watched.shared_from_this(), observer);
         return one->given();
+    };
+}
+
+entry_object::entry_object(std::shared_ptr<page> shown)
+    : object("navigation entry"), m_page(std::move(shown)) {
+    get_http_status_code = [](cef_navigation_entry_t* self) {
+        return of(self).m_page->record().status;
     };
 }
 

@@ -21,7 +21,6 @@ private:
     std::shared_ptr<page> m_page;
 };
 
-// Of what a browser is made with: the bound on its calls, 0 if there is none.
 // What a browser is made with.
 void note_terms(cef_dictionary_value_t* extra_info, fake_cef_browser& record);
 
@@ -36,6 +35,16 @@ private:
     void set_inspector_operations();
     page& shown(const char* operation);
 
+    std::shared_ptr<page> m_page;
+};
+
+// The page that its main frame shows.
+class entry_object final : public object<entry_object, cef_navigation_entry_t> {
+public:
+    explicit entry_object(std::shared_ptr<page> shown);
+    void ended() { m_page.reset(); }
+
+private:
     std::shared_ptr<page> m_page;
 };
 

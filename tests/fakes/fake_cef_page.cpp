@@ -153,14 +153,14 @@ void page::redirect(int navigation, const std::string& to) {
 // An aborted load leaves the page that was there. Any other failure shows an error page, whose main
 // frame has the failed URL and "ends" like a loaded one, with status 0.
 void page::fail(int navigation, const std::string& url, int code, const std::string& text) {
-    if (code != k_aborted) note([&](fake_cef_browser& b) { b.url = url; });
+    if (code != k_aborted) note([&](fake_cef_browser& b) { b.url = url, b.status = 0; });
     load_error(true, code, text, url);
     if (is_current(navigation) && code != k_aborted) load_end(true, 0, {});
     if (is_current(navigation)) show_loaded();
 }
 
 void page::commit(int navigation, const std::string& url, const fake_cef_page& content) {
-    note([&](fake_cef_browser& b) { b.url = url; });
+    note([&](fake_cef_browser& b) { b.url = url, b.status = content.status; });
     load_start(true, {});
     for (const auto& resource : content.resources) vet(resource, true, false, [](bool) {});
     if (content.frames.empty()) return end_load(navigation);
@@ -181,7 +181,7 @@ void page::load_sub_frames(int navigation, const fake_cef_page& content) {
 }
 
 void page::end_load(int navigation) {
-    if (is_current(navigation)) load_end(true, 200, {});
+    if (is_current(navigation)) load_end(true, record().status, {});
     if (is_current(navigation)) show_loaded();
 }
 

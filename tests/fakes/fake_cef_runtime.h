@@ -103,8 +103,14 @@ public:
     void launch_helper(const std::string& process_type) override;
     void calls_of_helper(std::vector<fake_cef_page_call> calls, bool world_is_ending) override;
     std::vector<fake_cef_sent_message> sent() override;
-    void bound_of_helper(int max_waiting_calls) override { m_helper_bound = max_waiting_calls; }
-    void refuse_printing_of_helper() override { m_helper_refuses_printing = true; }
+    void bound_of_helper(int max_waiting_calls) override {
+        browsers_of_helper(
+            {{.is_told = max_waiting_calls > 0, .max_waiting_calls = max_waiting_calls}});
+    }
+    void refuse_printing_of_helper() override { browsers_of_helper({{.refuses_printing = true}}); }
+    void browsers_of_helper(std::vector<fake_cef_helper_event> events) override {
+        m_helper_events = std::move(events);
+    }
     std::vector<std::string> evaluated() override { return m_evaluated; }
     void note_evaluated(std::string script) { m_evaluated.push_back(std::move(script)); }
     long loop_spins() override;
@@ -151,8 +157,7 @@ private:
     std::vector<std::string> m_popups;
     std::vector<fake_cef_page_call> m_helper_calls;
     bool m_helper_world_is_ending = false;
-    int m_helper_bound = 0;
-    bool m_helper_refuses_printing = false;
+    std::vector<fake_cef_helper_event> m_helper_events;
     std::vector<std::string> m_evaluated;
     std::vector<fake_cef_sent_message> m_sent;
 };

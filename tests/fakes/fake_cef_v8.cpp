@@ -195,6 +195,20 @@ void make_calls(v8_value& global, const std::vector<fake_cef_page_call>& calls) 
     }
 }
 
+void tell_of_browser(cef_render_process_handler_t& handler, const fake_cef_helper_event& event) {
+    const auto other = std::make_shared<page>(event.browser, page_wish{});
+    if (event.is_destroyed) {
+        if (!handler.on_browser_destroyed) return;
+        return handler.on_browser_destroyed(&handler, other->browser_argument());
+    }
+    if (!handler.on_browser_created) return;
+    const ref<dictionary_value> terms(new dictionary_value);
+    if (event.max_waiting_calls > 0) terms->put("max_waiting_calls", event.max_waiting_calls);
+    if (event.refuses_printing) terms->put("refuses_printing", 1);
+    handler.on_browser_created(&handler, other->browser_argument(),
+                               event.is_told ? terms->counted() : nullptr);
+}
+
 }  // namespace
 
 void runtime::run_helper(cef_app_t* app) noexcept {
@@ -205,12 +219,7 @@ void runtime::run_helper(cef_app_t* app) noexcept {
     const auto shown = std::make_shared<page>(1, page_wish{});
     const ref<v8_value> global(new v8_value);
     const ref<v8_context> context(new v8_context(shown, global, m_helper_world_is_ending));
-    if ((m_helper_bound > 0 || m_helper_refuses_printing) && handler->on_browser_created) {
-        const ref<dictionary_value> terms(new dictionary_value);
-        if (m_helper_bound > 0) terms->put("max_waiting_calls", m_helper_bound);
-        if (m_helper_refuses_printing) terms->put("refuses_printing", 1);
-        handler->on_browser_created(handler.get(), shown->browser_argument(), terms->counted());
-    }
+    for (const auto& event : m_helper_events) tell_of_browser(*handler.get(), event);
     g_current = context.get();
     handler->on_context_created(handler.get(), shown->browser_argument(),
                                 shown->frame_argument(true), context->counted());

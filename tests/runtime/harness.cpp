@@ -170,6 +170,7 @@ cWebDisplayCEFBrowser* make_display(const page_settings& settings) {
     record.SetBool("web_refuse_printing", settings.refuse_printing);
     record.SetInt32("web_max_popups", settings.max_popups);
     record.SetBool("web_tell_every_load", settings.tell_every_load);
+    record.SetBool("web_fail_on_error_status", settings.fail_on_error_status);
     record.SetString("web_override_css", settings.css);
     cWebDisplayBrowser* made = cWebDisplayCEFBrowserManager::CreateBrowser(record, settings.rate);
     return dynamic_cast<cWebDisplayCEFBrowser*>(made);

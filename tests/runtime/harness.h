@@ -133,6 +133,7 @@ struct page_settings {
     bool refuse_printing = false;
     int max_popups = 0;
     bool tell_every_load = false;
+    bool fail_on_error_status = false;
     std::string css = {};
 };
 

@@ -57,6 +57,27 @@ TEST_F(LastPicture, StaysWhenAPageFailsAndTheNextOneFollowsWithoutAnotherFrame) 
     EXPECT_EQ(m_seen, std::vector<pixel>{k_red}) << PrintToString(m_seen);
 }
 
+// The server's page is there, and the browser shows it; the host does not.
+TEST_F(LastPicture, StaysWhenAServerHasAnErrorPageOnly) {
+    shown_page page({.url = text_page("#00f"),
+                     .keep_last_picture = true,
+                     .tell_every_load = true,
+                     .fail_on_error_status = true});
+    ASSERT_TRUE(page.wait_for_colour(k_blue));
+    watch(page);
+    for (const char* path : {"/status/404", "/status/503"}) {
+        const std::string url = m_peer.url(path);
+        page->LoadUrl(url.c_str());
+        ASSERT_TRUE(wait_for([&] { return page.events.has_failed(url); }));
+        EXPECT_EQ(phase_of(page), cWebDisplayPagePhase::Failed);
+        run_loop_for(500);
+    }
+    EXPECT_TRUE(m_seen.empty()) << PrintToString(m_seen);
+    page.run("location.href = " + PrintToString(m_peer.url("/status/200")));
+    EXPECT_TRUE(wait_for([&] { return page.events.has_loaded(m_peer.url("/status/200")); }));
+    EXPECT_FALSE(m_seen.empty());
+}
+
 TEST_F(LastPicture, StaysWhenThePageIsLostAndTheNextOneFollowsWithoutAnotherFrame) {
     shown_page page({.url = text_page("#00f"), .keep_last_picture = true});
     ASSERT_TRUE(page.wait_for_colour(k_blue));

@@ -2,6 +2,8 @@
 // window.hostApp.execute sends to the host.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -90,6 +92,56 @@ TEST_F(ChildTest, APageThatMayNotPrintIsToldBeforeItsOwnScripts) {
     ASSERT_EQ(fake().sent().size(), 1u);
     EXPECT_EQ(fake().sent()[0].arguments, (values{u"command"s, u"argument"s}));
 }
+
+// What becomes of the browsers in a process, and what the page of the first one may do.
+struct process_case {
+    const char* name;
+    std::vector<fake_cef_helper_event> events;
+    bool is_bound;  // and must not print
+};
+void PrintTo(const process_case& c, std::ostream* out) { *out << c.name; }
+
+const process_case k_processes[] = {
+    {"ANeighbourWithoutTerms",
+     {{.max_waiting_calls = 1, .refuses_printing = true}, {.browser = 2, .is_told = false}},
+     true},
+    {"ANeighbourWithTerms",
+     {{.is_told = false}, {.browser = 2, .max_waiting_calls = 1, .refuses_printing = true}},
+     false},
+    {"ANeighbourWithOthers",
+     {{.max_waiting_calls = 1, .refuses_printing = true}, {.browser = 2, .max_waiting_calls = 9}},
+     true},
+    {"ANeighbourThatHasLeft",
+     {{.max_waiting_calls = 1, .refuses_printing = true},
+      {.browser = 2, .max_waiting_calls = 9},
+      {.browser = 2, .is_destroyed = true}},
+     true},
+    {"ItCameAgainBeforeItLeft",
+     {{.max_waiting_calls = 1, .refuses_printing = true},
+      {.max_waiting_calls = 1, .refuses_printing = true},
+      {.is_destroyed = true}},
+     true},
+    {"ItLeftAndCameWithoutTerms",
+     {{.max_waiting_calls = 1, .refuses_printing = true},
+      {.is_destroyed = true},
+      {.is_told = false}},
+     false},
+};
+
+class SharedProcessTest : public ChildTest, public testing::WithParamInterface<process_case> {};
+
+TEST_P(SharedProcessTest, EachPageHasTheTermsOfItsOwnDisplay) {
+    fake().browsers_of_helper(GetParam().events);
+    EXPECT_EQ(run({{{u"a"s, u"1"s}}, {{u"a"s, u"2"s}}}), 0);
+    const auto scripts = fake().evaluated();
+    const auto refusals = std::count(scripts.begin(), scripts.end(),
+                                     pennywort::webdisplay::page_scripts::k_no_printing);
+    EXPECT_EQ(refusals, GetParam().is_bound ? 1 : 0);
+    ASSERT_EQ(fake().sent().size(), 2u);
+    EXPECT_EQ(fake().sent()[1].name, GetParam().is_bound ? "dropped" : "execute");
+}
+INSTANTIATE_TEST_SUITE_P(All, SharedProcessTest, testing::ValuesIn(k_processes),
+                         [](const auto& one) { return std::string(one.param.name); });
 
 TEST_F(ChildTest, AnyTextArrivesUnitByUnit) {
     const std::u16string odd = u"it's \"\0\n"s + char16_t{0xD83D} + u"\u65E5";

@@ -188,6 +188,65 @@ TEST_F(LoadsTest, AnErrorPageOfTheServersOwnIsALoadedPage) {
     EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", "loaded http://a/"}));
 }
 
+// Of a host that wants no server's error page on air.
+class ErrorStatusTest : public LoadsTest {
+protected:
+    static zRecord minding(const char* url) {
+        zRecord settings = page(url);
+        settings.SetBool("web_fail_on_error_status", true);
+        settings.SetBool("web_keep_last_picture", true);
+        settings.SetBool("web_tell_every_load", true);
+        return settings;
+    }
+    void SetUp() override {
+        LoadsTest::SetUp();
+        script().pages["http://gone/"].status = 404;
+    }
+};
+
+TEST_F(ErrorStatusTest, IsAFailureAndNothingOfThePageIsShown) {
+    script().animate = true;
+    start();
+    screen s(minding("http://a/"));
+    show(s);
+    ASSERT_TRUE(loop_until([&] { return !s.seen.frames.empty(); }));
+    std::size_t frames_before = 0;
+    s.seen.on_event = [&](const std::string&) { frames_before = s.seen.frames.size(); };
+    s->LoadUrl("http://gone/");
+    const std::string failed = "failed http://gone/: the server answered with status 404";
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard(failed); }));
+    loop_a_while();
+    EXPECT_EQ(s.seen.frames.size(), frames_before);
+    EXPECT_EQ(s.seen.events, (strings{"loaded http://a/", failed}));
+    cWebDisplayPageStatus status;
+    s->GetPageStatus(status);
+    EXPECT_EQ(status.phase, cWebDisplayPagePhase::Failed);
+    EXPECT_EQ(status.url.View(), "http://gone/");
+    EXPECT_EQ(status.error.View(), "the server answered with status 404");
+    EXPECT_EQ(last_loaded(s), "http://a/");
+}
+
+TEST_F(ErrorStatusTest, OfAPageThatThePageItselfMovesOnToIsAFailureToo) {
+    start();
+    screen s(minding("http://a/"));
+    show(s);
+    fake().post([] { fake().navigate(1, "http://gone/"); });
+    EXPECT_TRUE(loop_until([&] { return s.seen.events.size() == 2; }));
+    EXPECT_EQ(s.seen.events[1], "failed http://gone/: the server answered with status 404");
+}
+
+TEST_F(ErrorStatusTest, OfTheFirstPageGivesOnePictureOfTheBackgroundAndTheQueueGoesOn) {
+    script().animate = true;
+    start();
+    screen s(minding("http://gone/"));
+    s.seen.on_event = [&](const std::string&) { EXPECT_EQ(s.seen.frames.size(), 1u); };
+    ASSERT_TRUE(s->Open());
+    EXPECT_TRUE(loop_until([&] { return !s.seen.events.empty(); }));
+    s.seen.on_event = {};
+    s->LoadUrl("http://b/");
+    EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+}
+
 TEST_F(LoadsTest, AFailureInASubFrameLeavesThePageALoadedOne) {
     start();
     screen s(page("http://a/"));

@@ -252,6 +252,26 @@ TEST_F(PageClockTest, ExactTicksOfAHostsClockTakeTheFirstTwoOnly) {
     EXPECT_FALSE(has_switch("disable-site-isolation-trials", ""));
 }
 
+// The runtime takes the last of equal switches only.
+TEST_F(PageClockTest, TheHostsOwnFeaturesAndScriptFlagsAreKeptWhenItGaveThemBeforeOrAfter) {
+    for (const char* value : {"Replaced", "One,Two"}) {
+        cWebDisplayCEFBrowserManager::AddCommandLineSwitch("enable-features", value);
+    }
+    cWebDisplayCEFBrowserManager::EnablePageClock(7);
+    cWebDisplayCEFBrowserManager::EnableExactTicks();
+    cWebDisplayCEFBrowserManager::AddCommandLineSwitch("js-flags", "--expose-gc");
+    start();
+    const auto last_of = [](const std::string& name) {
+        std::string value;
+        for (const auto& one : fake_cef_control()->switches()) {
+            if (one.name == name) value = one.value;
+        }
+        return value;
+    };
+    EXPECT_EQ(last_of("enable-features"), "DisplaySchedulerAsClient,One,Two");
+    EXPECT_EQ(last_of("js-flags"), "--random-seed=7 --expose-gc");
+}
+
 // Nobody but the runtime's library sees the page's time, and that only within the call.
 TEST_F(PageClockTest, TheHostsOwnClockIsItsOwn) {
     start();

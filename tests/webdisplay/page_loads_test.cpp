@@ -101,6 +101,54 @@ TEST_P(PageLoadsTest, ComesToItsPhase) {
 INSTANTIATE_TEST_SUITE_P(All, PageLoadsTest, testing::ValuesIn(k_phases),
                          [](const auto& one) { return "Events" + std::string(one.param.events); });
 
+struct status_case {
+    int status;
+    bool is_asked_for;  // that a status may fail
+    phase want;
+};
+void PrintTo(const status_case& c, std::ostream* out) {
+    *out << c.status << (c.is_asked_for ? "" : "ByDefault");
+}
+
+constexpr status_case k_statuses[] = {
+    {0, true, phase::on_its_way},    {200, true, phase::on_its_way},
+    {206, true, phase::on_its_way},  {399, true, phase::on_its_way},
+    {400, true, phase::failed},      {404, true, phase::failed},
+    {503, true, phase::failed},      {999, true, phase::failed},
+    {404, false, phase::on_its_way}, {503, false, phase::on_its_way},
+};
+
+class PageStatusTest : public testing::TestWithParam<status_case> {};
+
+TEST_P(PageStatusTest, FailsThePageWhereTheHostAsksForIt) {
+    load_policy policy = k_keeps;
+    policy.fail_on_error_status = GetParam().is_asked_for;
+    page_loads loads(policy);
+    play(loads, "AsBE");
+    loads.ask("http://b/");
+    const bool has_failed = GetParam().want == phase::failed;
+    EXPECT_EQ(loads.begin("http://b/", GetParam().status), !has_failed);
+    EXPECT_EQ(loads.phase(), GetParam().want);
+    EXPECT_EQ(loads.url(), "http://b/");
+    EXPECT_EQ(loads.asked_url(), "");
+    EXPECT_EQ(
+        loads.error(),
+        has_failed ? "the server answered with status " + std::to_string(GetParam().status) : "");
+    EXPECT_EQ(loads.admits(true), !has_failed) << "whether a picture of it is shown";
+    loads.end("http://b/");
+    EXPECT_EQ(loads.phase(), has_failed ? phase::failed : phase::loaded);
+    EXPECT_FALSE(has_failed && loads.release_picture());
+    // The next one is a page like any other.
+    loads.ask("http://c/");
+    EXPECT_TRUE(loads.begin("http://c/", 200));
+    EXPECT_TRUE(loads.end("http://c/"));
+    EXPECT_EQ(loads.phase(), phase::loaded);
+}
+INSTANTIATE_TEST_SUITE_P(All, PageStatusTest, testing::ValuesIn(k_statuses), [](const auto& one) {
+    return "Status" + std::to_string(one.param.status) +
+           (one.param.is_asked_for ? "" : "ByDefault");
+});
+
 TEST(PageLoads, WithoutASettingALostPageAndAHeldPictureAreUnknown) {
     page_loads loads;
     play(loads, "AsBEAL");

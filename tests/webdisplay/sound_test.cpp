@@ -2,6 +2,7 @@
 #include <atomic>
 #include <thread>
 
+#include "loam/trace.h"
 #include "tests/webdisplay/fake_runtime_test.h"
 
 namespace {
@@ -148,6 +149,25 @@ TEST_F(SoundTest, AReceiverMayTakeItselfAway) {
     packet(1);
     packet(2);
     EXPECT_EQ(hears.events, (events{"started 2 48000", "packet 2 at 1"}));
+}
+
+// The display thread waits for that of the packet meanwhile, as the real runtime makes it when a
+// page ends. Else Close would wait for ten seconds, and trace that it did.
+TEST_F(SoundTest, AReceiverThatClosesItsDisplayAgainstTheRulesDoesNotWaitForItself) {
+    start();
+    screen s(sounding_page());
+    listener hears;
+    std::vector<std::string> traces;
+    s->SetAudioReceiver(&hears);
+    show(s);
+    ASSERT_TRUE(begin());
+    zTraceManager::Default()->SetSink([&](const char* text) { traces.push_back(text); });
+    hears.on_packet = [&] { s->Close(); };
+    packet(1);
+    zTraceManager::Default()->SetSink({});
+    EXPECT_EQ(traces, events{});
+    EXPECT_TRUE(loop_until([] { return fake().browser(1).closed; }));
+    s->SetAudioReceiver(nullptr);
 }
 
 TEST_F(SoundTest, AfterTheDisplayHasGonePacketsAreHarmless) {

@@ -60,6 +60,12 @@ CefRenderProcessHandler::CefRenderProcessHandler() {
         guarded("CefRenderProcessHandler",
                 [&] { decltype(m_struct)::of(self)->OnBrowserCreated(browser, extra_info); });
     };
+    m_struct->on_browser_destroyed = [](cef_render_process_handler_t* self,
+                                        cef_browser_t* browser) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefRenderProcessHandler",
+                [&] { decltype(m_struct)::of(self)->OnBrowserDestroyed(browser); });
+    };
     m_struct->on_process_message_received = [](cef_render_process_handler_t* self,
                                                cef_browser_t* browser, cef_frame_t* frame,
                                                cef_process_id_t, cef_process_message_t* message) {
@@ -81,6 +87,7 @@ CefRenderProcessHandler::CefRenderProcessHandler() {
 }
 
 void CefRenderProcessHandler::OnBrowserCreated(cef_browser_t*, cef_dictionary_value_t*) {}
+void CefRenderProcessHandler::OnBrowserDestroyed(cef_browser_t*) {}
 void CefRenderProcessHandler::OnContextCreated(cef_browser_t*, cef_frame_t*, cef_v8_context_t*) {}
 bool CefRenderProcessHandler::OnProcessMessageReceived(cef_frame_t*, cef_process_message_t*) {
     return false;

@@ -63,6 +63,8 @@ public:
     // What the browser was made with; null for nothing. Also when a page of another site brings the
     // browser to this process, and always before a context is created.
     virtual void OnBrowserCreated(cef_browser_t* browser, cef_dictionary_value_t* extra_info);
+    // The browser has left this process; for each time that it came.
+    virtual void OnBrowserDestroyed(cef_browser_t* browser);
     virtual void OnContextCreated(cef_browser_t* browser, cef_frame_t* frame,
                                   cef_v8_context_t* context);
     virtual bool OnProcessMessageReceived(cef_frame_t* frame, cef_process_message_t* message);

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "host/discover/service_words.h"
-#include "loam/trace.h"
 
 namespace pennywort::host {
 
@@ -25,8 +24,8 @@ advertiser::advertiser(advertised_service service,
       m_next_try(k_between_tries, clock) {
     begin();
     if (m_is_advertised) return;
-    zTraceManager::Default()->TraceNote("pennywort: not advertised: %s\n",
-                                        dnssd_failure(m_bonjour).c_str());
+    m_is_missed = true;
+    m_tell(m_service.what + " is not advertised: " + dnssd_failure(m_bonjour));
 }
 
 void advertiser::look_after() {
@@ -34,7 +33,7 @@ void advertiser::look_after() {
     if (m_is_advertised || !m_next_try.has_passed() || !cBonjour::SystemHasBonjour()) return;
     begin();
     if (!m_is_advertised || !std::exchange(m_is_missed, false)) return;
-    m_tell(m_service.what + " is advertised again");
+    m_tell(m_service.what + " is advertised now");
 }
 
 void advertiser::begin() {

@@ -20,10 +20,11 @@ struct advertised_service {
     zString text;  // the TXT record
 };
 
-// The service is withdrawn with it. Where it cannot be advertised that is traced, and tried again.
+// The service is withdrawn with it. Where it cannot be advertised it is tried again.
 class advertiser {
 public:
-    // `tell` hears a line when the daemon ends, and when the service is advertised again.
+    // `tell` hears a line when the service cannot be advertised, within the constructor too, when
+    // the daemon ends, and when the service is advertised after either.
     advertiser(advertised_service service, std::function<void(const std::string& line)> tell,
                const run::monotonic_clock& clock = run::monotonic_clock::system());
 

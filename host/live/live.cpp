@@ -31,7 +31,7 @@ namespace pennywort::host {
 
 namespace {
 
-// How long the loop waits for something to do before it looks whether it is to end.
+// How long the loop waits for work before it checks whether to end.
 constexpr std::uint32_t k_loop_microseconds = 20'000;
 
 constexpr std::int32_t k_receive_bytes = 64 * 1024;
@@ -64,7 +64,7 @@ std::string address_of(const live_options& options, std::int32_t port, const std
     return page_at(options.listen, port, token);
 }
 
-// The address of standard output is of no use to those for whose sake every one is listened on.
+// The address on standard output is a loopback one, which other machines cannot use.
 void tell_others(const live_options& options, const console& out, std::int32_t port,
                  const std::string& token) {
     if (!is_every_address(options.listen)) return;
@@ -139,8 +139,8 @@ private:
     cHttpServer m_server;
 };
 
-// Tells the local network of the control page, unless only this machine can reach it: nothing then.
-// Who has no DNS-SD is served all the same.
+// Advertises the control page, unless only this machine can reach it. The page works without
+// DNS-SD.
 std::optional<advertiser> advertise(const live_options& options, const console& out,
                                     std::int32_t port) {
     if (is_loopback(options.listen) || !options.is_advertised) return std::nullopt;
@@ -152,7 +152,8 @@ std::optional<advertiser> advertise(const live_options& options, const console& 
         });
 }
 
-// What becomes of the connection stands on the console too: who looks after the machine sees it.
+// The console, too, says what becomes of the connection: whoever runs the program may watch only
+// that.
 std::unique_ptr<page_feed> open_feed(const live_options& options, const console& out,
                                      live_control& control) {
     if (options.feed.url.empty()) return nullptr;
@@ -178,6 +179,24 @@ void follow_feed(page_feed* feed, live_display& display) {
                });
 }
 
+// Whoever started the program may not have opened the control page, where all else is told.
+class start_report {
+public:
+    explicit start_report(const console& out) : m_out(out) {}
+
+    void look_at(const live_display& display) {
+        if (m_is_told) return;
+        const std::string failure = display.start_failure();
+        if (failure.empty()) return;
+        std::fprintf(m_out.errors(), "pennywort: nothing is on air yet: %s\n", failure.c_str());
+        m_is_told = true;
+    }
+
+private:
+    const console& m_out;
+    bool m_is_told = false;
+};
+
 // The display and what it shows, until the user wants the end. Its server goes before it, so that
 // no request finds it gone.
 int show(const live_options& options, const console& out, std::unique_ptr<live_server> server,
@@ -195,9 +214,11 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     warn_of_firewall(options, out, server->port());
     tell_others(options, out, server->port(), token);
     const auto feed = open_feed(options, out, control);
+    start_report report(out);
     while (interrupt.status() == 0) {
         zMessageLoop::RunOnce(k_loop_microseconds);
         display.look_after();
+        report.look_at(display);
         if (advertised) advertised->look_after();
         follow_feed(feed.get(), display);
     }

@@ -13,8 +13,8 @@ namespace pennywort::host {
 
 namespace {
 
-// An empty address would stand for all of the machine's, which has to be asked for. One of IPv4 is
-// what may end one of IPv6.
+// An empty address would mean all of the machine's, which the user has to ask for. A text is an
+// address of IPv4 if it may end one of IPv6.
 bool is_numeric_address(const std::string& text) {
     if (text.find(':') != std::string::npos) return http::is_ipv6_address(text);
     return text.find('.') != std::string::npos && http::is_ipv6_address("::" + text);

@@ -109,8 +109,8 @@ std::int64_t live_control::milliseconds_since(run::monotonic_clock::time then) c
     return std::chrono::duration_cast<std::chrono::milliseconds>(m_clock.now() - then).count();
 }
 
-// A page that was asked for is on its way, also before the display has come to it: who reads the
-// state after the command would take the page before for the one that he wants.
+// Reports a page as on its way as soon as it is asked for. Until the display has seen the command,
+// a reader of the state would else take the page before it for the new one.
 live_status live_control::status_now() const {
     live_status status = m_status;
     if (status.loads >= m_loads) return status;

@@ -33,6 +33,7 @@ zRecord settings_of(const live_options& options) {
     settings.SetBool("web_muted", options.is_muted);
     settings.SetBool("web_report_lost_page", true);
     settings.SetBool("web_tell_every_load", true);
+    settings.SetBool("web_fail_on_error_status", true);
     settings.SetBool("web_keep_last_picture", true);
     settings.SetInt32("web_max_waiting_calls", k_max_waiting_page_calls);
     return settings;
@@ -108,7 +109,7 @@ void live_display::look_for_page() {
         m_state.page_is_missing(now);
         return;
     }
-    // A display without a page is told in vain that it is hidden.
+    // A display without a page forgets that it was hidden.
     if (!m_has_page && !m_is_visible) m_browser->SetVisibility(false);
     m_has_page = true;
     m_state.page_is_there();
@@ -157,14 +158,14 @@ void live_display::reopen() {
 void live_display::renew(const std::string& url) {
     m_has_page = false;
     m_control->events().add("again", "with another process, since the page does not answer");
-    // What the old browser paints in closing is not to be seen.
+    // The old browser may paint while it closes. Those pictures are held back.
     m_state.renewed(m_clock.now());
     m_browser->Close();
     m_browser->LoadUrl(url.c_str());
     m_browser->Open();
 }
 
-// A page that hangs never comes to return it.
+// A page that hangs never returns the value.
 void live_display::probe() {
     m_browser->ExecuteJavascript(zString("return ''"), k_probe_timeout,
                                  [self = m_self](const std::string&) {
@@ -212,8 +213,8 @@ void live_display::load(const std::string& url) {
     post([url](live_display& display) { display.load_now(url); });
 }
 
-// The display gives the page to its browser, or keeps it until the one before has loaded; from here
-// on one of both can be seen.
+// The display gives the page to its browser, or keeps it until the one before has loaded. see()
+// reports either.
 void live_display::load_now(const std::string& url) {
     ++m_loads;
     m_is_silent ? renew(url) : m_browser->LoadUrl(url.c_str());
@@ -271,6 +272,7 @@ void live_display::BrowserPainted(const void* pixels, long width, long height, b
 
 void live_display::PageLoadFailed(const zString& url, const zString& error) {
     see();
+    m_state.told_of_failure(text_of(url), text_of(error), m_clock.now());
     m_control->events().add("failed", text_of(url) + ": " + text_of(error));
 }
 

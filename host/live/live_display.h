@@ -35,6 +35,9 @@ public:
     // Looks after the page, and tells the control how the display stands. From time to time.
     void look_after();
 
+    // See live_state.
+    std::string start_failure() const { return m_state.start_failure(); }
+
     // Of the page on air, for a feed.
     bool takes_messages() const { return m_has_page && m_state.phase() == live_phase::on_air; }
     bool execute(const std::string& body, std::function<void(const std::string&)> returned);

@@ -11,7 +11,7 @@ namespace pennywort::host {
 
 namespace {
 
-// Of a header that stands twice both values count, and together they match nothing.
+// Joins the values of a header that occurs twice, so that they match nothing.
 std::string header(const cHttpRequest& request, std::string_view name) {
     std::string value;
     for (std::int32_t i = 0; i < request.HeaderCount(); ++i) {
@@ -40,7 +40,7 @@ std::string_view bearer_of(std::string_view authorization) {
     return text::trimmed(authorization.substr(k_scheme.size()), text::k_blank);
 }
 
-// Takes as long for a token that is nearly right as for one that is not.
+// Takes the same time for any token. Otherwise the time would tell how much of a guess is right.
 bool same(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     unsigned difference = 0;

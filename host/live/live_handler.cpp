@@ -24,7 +24,7 @@ constexpr std::pair<const char*, const char*> k_headers[] = {
      "form-action 'none'"},
 };
 
-// Sent by the server as its peer takes it: nothing here waits for one that takes nothing.
+// The server sends it as its peer takes it, so that a peer which takes nothing blocks nobody.
 void give(const live_answer& from, cHttpAnswer& to) {
     to.SetStatus(from.status);
     for (const auto& [name, value] : k_headers) to.SetHeader(name, value);

@@ -14,7 +14,7 @@ void live_log::add(const std::string& kind, std::string text) {
 
 json live_log::lines_after(std::uint64_t after) const {
     const std::lock_guard hold(m_lock);
-    // Such a reader has seen the lines of another run, and none of these.
+    // The reader's number is from another run of the program, so it has seen none of these lines.
     if (after > m_last) after = 0;
     json lines = json::array();
     for (const auto& entry : m_lines) {

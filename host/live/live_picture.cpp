@@ -95,7 +95,7 @@ std::shared_ptr<const std::string> live_pictures::take(std::uint64_t after, std:
     m_is_wanted = true;
     m_asked = clock::now();
     m_wake.notify_one();
-    // Such a reader has seen a picture of another run.
+    // The reader's number is from another run of the program.
     if (after > m_newest_number) after = 0;
     const bool is_stale = m_newest_number > m_png_number && m_asked - m_png_time > k_fresh;
     if (m_png_number <= after || is_stale) return nullptr;

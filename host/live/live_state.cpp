@@ -19,10 +19,10 @@ constexpr std::chrono::milliseconds k_reload_pause{200};
 // A page that loads for longer after another has closed itself is shown as far as it has come.
 constexpr std::chrono::seconds k_longest_hold{2};
 
-// How often the page is asked, and from when on a page that does not answer is told as silent.
+// How often the page is probed, and after what time without a result it is reported as silent.
 constexpr std::chrono::seconds k_probe_interval{1};
 constexpr std::chrono::seconds k_probe_patience{3};
-// Its answer may have been lost on the way, so it is asked again.
+// The result may have been lost on the way, so the probe is repeated.
 constexpr std::chrono::seconds k_probe_again{10};
 
 }  // namespace
@@ -98,7 +98,7 @@ void live_state::seen(const live_sight& sight, time_point now) {
     m_last_sight = sight.phase;
 }
 
-// The page before it has been left, and answers no more.
+// The page before it has gone, and returns no probe any more.
 void live_state::begun(const live_sight& sight, time_point now) {
     if (m_last_sight != live_sight::page::loading) m_begun = now;
     if (sight.waiting == 0) m_may_load_again = false;
@@ -140,6 +140,16 @@ void live_state::failed(const live_sight& sight, time_point now) {
     m_wanted.clear();
     m_told = sight.failed_url;
     m_error = sight.error;
+    enter(live_phase::failed, now);
+}
+
+// With a page on air that one is seen again, and is what the operator has. Without one the start
+// would seem to go on for ever.
+void live_state::told_of_failure(const std::string& url, const std::string& error, time_point now) {
+    const bool has_nothing = m_last_sight == live_sight::page::none && m_on_air.empty();
+    if (m_phase != live_phase::starting || !has_nothing || url != m_wanted) return;
+    m_wanted.clear();
+    m_error = error;
     enter(live_phase::failed, now);
 }
 
@@ -244,6 +254,11 @@ live_state::action live_state::next(time_point now) {
     m_last_probe = now;
     if (m_probed == time_point{}) m_probed = now;
     return action::probe;
+}
+
+std::string live_state::start_failure() const {
+    if (m_phase != live_phase::failed || !m_on_air.empty()) return {};
+    return m_told + ": " + m_error;
 }
 
 bool live_state::is_silent(time_point now) const {

@@ -52,6 +52,9 @@ public:
     // The operator wants `url`, and the display has taken it.
     void asked(const std::string& url, time_point now);
     void seen(const live_sight& sight, time_point now);
+    // A page could not be loaded. What `seen` knows of is told there; a page that the browser gives
+    // up before it has anything of it leaves no mark.
+    void told_of_failure(const std::string& url, const std::string& error, time_point now);
     // There is a browser with a page, or there is none.
     void page_is_there();
     void page_is_missing(time_point now);
@@ -76,6 +79,8 @@ public:
     const std::string& wanted() const { return m_told; }
     // Why the page that was asked for is not shown; empty if it is.
     const std::string& error() const { return m_error; }
+    // What has failed, and why, while nothing has been on air yet; else empty.
+    std::string start_failure() const;
     // How often a lost page has been loaded again.
     std::uint64_t reloads() const { return m_reloads; }
     bool is_silent(time_point now) const;

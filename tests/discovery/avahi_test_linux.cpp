@@ -416,7 +416,7 @@ TEST(AvahiLive, TheControlPageIsFoundAgainWhenTheDaemonIsBack) {
     EXPECT_TRUE(live.says("the DNS-SD daemon has ended: the control page is not advertised"))
         << live.text();
     daemon("a", "start");
-    EXPECT_TRUE(live.says("the control page is advertised again\n")) << live.text();
+    EXPECT_TRUE(live.says("the control page is advertised now\n")) << live.text();
     shell discoverer("\"$TWO_HOSTS\" on b " PENNYWORT_PROGRAM " discover http");
     EXPECT_TRUE(discoverer.says("found host-a host-a.local:8123 path=/\n")) << discoverer.text();
 }

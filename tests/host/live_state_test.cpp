@@ -296,6 +296,39 @@ TEST(LiveState, ANewBrowserForAPageThatHangsBeginsWithTheOneAskedFor) {
     EXPECT_EQ(told.done, "probe;-;-;");
 }
 
+TEST(LiveState, AFailureIsOneOfTheStartUntilThereIsAPage) {
+    told_state told;
+    EXPECT_EQ(told.state.start_failure(), "");
+    told.tell("asking fail a");
+    EXPECT_EQ(told.told(), "failed - a why");
+    EXPECT_EQ(told.state.start_failure(), "a: why");
+    told.tell("ask b asking loaded b");
+    EXPECT_EQ(told.state.start_failure(), "");
+    told.tell("ask c asking fail c");
+    EXPECT_EQ(told.told(), "failed b c why");
+    EXPECT_EQ(told.state.start_failure(), "");
+}
+
+// It shows nothing of it, not even that it failed: a download, or a status of 204.
+TEST(LiveState, AFirstPageThatTheBrowserGivesUpHasFailed) {
+    told_state told;
+    told.tell("asking left -");
+    EXPECT_EQ(told.told(), "starting - a -");
+    told.state.told_of_failure("frame", "no such frame", told.now);
+    EXPECT_EQ(told.told(), "starting - a -");
+    told.state.told_of_failure("a", "given up", told.now);
+    EXPECT_EQ(told.told(), "failed - a given up");
+    EXPECT_EQ(told.state.start_failure(), "a: given up");
+    told.tell("1000 left - do");
+    EXPECT_EQ(told.told(), "failed - a given up") << "it stays so until another is asked for";
+    told.tell("ask b asking loaded b");
+    EXPECT_EQ(told.told(), "on_air b - -");
+    told.tell("ask c asking");
+    told.state.told_of_failure("c", "given up", told.now);
+    told.tell("loaded b");
+    EXPECT_EQ(told.told(), "on_air b - -") << "the browser shows what it did before";
+}
+
 TEST(LiveState, ThePictureIsHeldFromACloseUntilAnotherPageHasLoaded) {
     told_state told;
     told.tell(ON_AIR);

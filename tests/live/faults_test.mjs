@@ -6,7 +6,7 @@ import {readFileSync} from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
 import {createInterface} from 'node:readline';
-import {endAll, launch, movingPage, ownHome, start, started} from './program.mjs';
+import {endAll, launch, movingPage, ownHome, pageCalled, start, started} from './program.mjs';
 import {begin, get, load, post, renderersOf, run, until} from './scripts.mjs';
 
 const [program, pictures] = process.argv.slice(2);
@@ -83,15 +83,54 @@ async function testFailedLoad() {
   await end(child);
 }
 
-// A first page that fails leaves nothing on air, which is said.
+// The server has a page to say so, which the browser would show like any other.
+async function testErrorOfTheServer() {
+  const child = await start();
+  const page = await openPage(child);
+  await noteWhatFollows(page);
+  await load(child, url);
+  for (const status of [404, 503]) {
+    const bad = pageCalled('status-' + status);
+    await post(child, 'load', {url: bad});
+    await until('it is told', async () => (await get(child, 'state')).wanted === bad && (await get(child, 'state')).phase === 'failed');
+    const state = await get(child, 'state');
+    assert.deepEqual([state.url, state.error], [url, 'the server answered with status ' + status]);
+    await expectText(page, 'phase', 'Failed');
+    await expectText(page, 'told', 'status ' + status);
+    await post(child, 'repaint', {});
+    await until('it stays so', async () => (await get(child, 'state')).since_ms > 1000);
+  }
+  await expectOnlyGood(page);
+  await load(child, url + '?next');
+  await begin(child, `location.href = '${pageCalled('status-404')}'`);
+  await inPhase(child, 'failed');
+  await load(child, url + '?last');
+  await expectOnlyGood(page);
+  await page.close();
+  await end(child);
+}
+
+// A first page that fails leaves nothing on air, which is said, also to whoever started the program.
 async function testFailedStart() {
   const child = await start('http://does-not-exist.invalid/');
   await inPhase(child, 'failed');
+  await until('it is on standard error', () => /nothing is on air yet: http:\/\/does-not-exist\.invalid\/: ERR_/.test(child.said));
   assert.equal((await get(child, 'state')).url, '');
   const page = await browser.newPage();
   await page.goto(child.address);
   await expectText(page, 'told', 'Nothing is on air yet.');
   await page.close();
+  await end(child);
+}
+
+// The browser gives it up, and shows nothing at all.
+async function testFirstPageThatIsNone() {
+  const child = await start(pageCalled('status-204'));
+  await inPhase(child, 'failed');
+  const state = await get(child, 'state');
+  assert.deepEqual([state.url, state.wanted], ['', pageCalled('status-204')]);
+  await until('it is on standard error', () => /nothing is on air yet: .*status-204/.test(child.said));
+  await load(child, url);
   await end(child);
 }
 
@@ -309,7 +348,7 @@ async function tellWhatIsKnown() {
 
 const browser = await launch();
 try {
-  for (const test of [testFailedLoad, testFailedStart, testLostPageComesBack, testSilentPage, testFlood, testManyCalls, testLoadsAroundAClose,
+  for (const test of [testFailedLoad, testErrorOfTheServer, testFailedStart, testFirstPageThatIsNone, testLostPageComesBack, testSilentPage, testFlood, testManyCalls, testLoadsAroundAClose,
     testTokenLeavesTheAddress, testClosedOutput, testIdleConnections]) {
     if (process.env.ONLY && !process.env.ONLY.includes(test.name)) continue;
     await test();

@@ -17,8 +17,11 @@ const text = readFileSync(path.join(here, 'page.html'));
 const policies = {'/strict.html': "default-src 'self'", '/trusted.html': "require-trusted-types-for 'script'"};
 const pages = http.createServer((asked, answer) => {
   const policy = policies[asked.url];
+  const status = /status-(\d+)/.exec(asked.url);
   if (policy) answer.setHeader('Content-Security-Policy', policy);
-  answer.setHeader('Content-Type', 'text/html').end(text);
+  answer.statusCode = status ? Number(status[1]) : 200;
+  if (answer.statusCode === 204) return answer.end();
+  answer.setHeader('Content-Type', 'text/html').end(status ? '<body style="background:red">' : text);
 });
 await new Promise(resolve => pages.listen(0, '127.0.0.1', resolve));
 export const pageCalled = name => `http://127.0.0.1:${pages.address().port}/${name}.html`;
@@ -37,8 +40,13 @@ export const started = [];
 export async function start(...more) {
   const port = more.includes('--port') ? [] : ['--port', '0'];
   const first = more.length > 0 && !more[0].startsWith('--') ? [] : [movingPage];
-  const child = spawn(program, ['live', ...first, ...port, ...more], {stdio: ['ignore', 'pipe', 'inherit'], env: ownHome()});
+  const child = spawn(program, ['live', ...first, ...port, ...more], {stdio: ['ignore', 'pipe', 'pipe'], env: ownHome()});
   started.push(child);
+  child.said = '';
+  child.stderr.on('data', text => {
+    child.said += text;
+    process.stderr.write(text);
+  });
   child.ended = new Promise(resolve => child.on('exit', (code, signal) => resolve(signal || code)));
   const lines = createInterface({input: child.stdout});
   const line = new Promise(resolve => lines.once('line', resolve));

@@ -330,7 +330,10 @@ void cBonjour::take_change(cBonjourService& browse, const found_service& found) 
     const service_key key = key_of(browse, found);
     if (found.event == k_service_found) {
         if (!browse.known->add(key, found.interface_index)) return tell_full(browse);
-        if (browse.known->has_waiting() && !ask_for_turn(browse)) look_up_next(browse.number);
+        const std::shared_ptr<life> alive = m_life;
+        const std::uint64_t number = browse.number;
+        if (!browse.known->has_waiting() || ask_for_turn(browse)) return;
+        if (alive->owner != nullptr) look_up_next(number);
         return;
     }
     service_details last;
@@ -347,16 +350,18 @@ void cBonjour::tell_full(cBonjourService& browse) {
 }
 
 // One look-up a turn of the loop: a library may tell of a thousand services in one result, and each
-// that is silent takes 2 s, in which the thread would do nothing else.
+// that is silent takes 2 s, in which the thread would do nothing else. False without memory for it:
+// that has been traced, and whoever hears traces may have ended the browse, and this object.
 bool cBonjour::ask_for_turn(cBonjourService& browse) {
     if (browse.is_turn_asked) return true;
     const auto turn = [alive = m_life, number = browse.number] {
         if (alive->owner != nullptr) alive->owner->look_up_next(number);
     };
-    browse.is_turn_asked = run::guarded_or(false, "cBonjour", "asking for a turn", [&turn] {
+    const bool is_asked = run::guarded_or(false, "cBonjour", "asking for a turn", [&turn] {
         return zMessageLoop::Current()->Post(turn) == 0;
     });
-    return browse.is_turn_asked;
+    if (is_asked) browse.is_turn_asked = true;
+    return is_asked;
 }
 
 // Where no turn can be had, all are looked up in this one.

@@ -55,11 +55,6 @@ bool has_body_by_nature(const std::string& verb) {
     return verb == "POST" || verb == "PUT" || verb == "PATCH";
 }
 
-// libcurl keeps a copy, for which memory may be out.
-bool has_set(CURL* easy, CURLoption option, const char* text) {
-    return ::curl_easy_setopt(easy, option, text) == CURLE_OK;
-}
-
 }  // namespace
 
 bool curl_transfer::fail(request_error fault) {
@@ -74,7 +69,7 @@ bool curl_transfer::start(const curl_order& order) {
     m_total = order.total;
     set_line(curl_lines::borrow(order.destination));
     if (m_line == nullptr) return fail(k_error_no_memory);
-    if (!set_options(order, order.origin + order.target.object)) return fail(k_error_bad_url);
+    if (!set_options(order, order.origin + order.target.object)) return false;
     return ::curl_multi_add_handle(m_line->multi.get(), m_line->easy.get()) == CURLM_OK ||
            fail(k_error_connection_lost);
 }
@@ -92,6 +87,13 @@ void curl_transfer::forget() {
     m_body = {};
     m_sent = 0;
     m_has_body = m_is_reading = false;
+}
+
+// libcurl keeps a copy, for which memory may be out.
+bool curl_transfer::set_text(CURLoption option, const char* text) {
+    const CURLcode result = ::curl_easy_setopt(m_line->easy.get(), option, text);
+    if (result == CURLE_OK) return true;
+    return fail(result == CURLE_OUT_OF_MEMORY ? k_error_no_memory : k_error_bad_url);
 }
 
 bool curl_transfer::set_options(const curl_order& order, const std::string& url) {
@@ -123,8 +125,7 @@ bool curl_transfer::set_rules() {
     ::curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
     ::curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, long{k_read_bytes});
     ::curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    return has_set(easy, CURLOPT_COOKIEFILE, "") &&
-           has_set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    return set_text(CURLOPT_COOKIEFILE, "") && set_text(CURLOPT_PROTOCOLS_STR, "http,https");
 }
 
 void curl_transfer::set_user() {
@@ -154,8 +155,9 @@ bool curl_transfer::set_url(const std::string& url) {
     ::curl_easy_setopt(m_line->easy.get(), CURLOPT_CURLU, parts);
     // The text of the one before, which would go on to stand for this one.
     ::curl_easy_setopt(m_line->easy.get(), CURLOPT_URL, nullptr);
-    if (::curl_url_set(parts, CURLUPART_URL, url.c_str(), CURLU_PATH_AS_IS) != CURLUE_OK) {
-        return false;
+    const CURLUcode result = ::curl_url_set(parts, CURLUPART_URL, url.c_str(), CURLU_PATH_AS_IS);
+    if (result != CURLUE_OK) {
+        return fail(result == CURLUE_OUT_OF_MEMORY ? k_error_no_memory : k_error_bad_url);
     }
     told = url;
     return true;
@@ -182,20 +184,19 @@ bool curl_transfer::set_body(const curl_order& order) {
     }
     const bool is_usual = order.verb == (order.total == 0 ? "GET" : "POST") && !m_is_reading;
     const char* const verb = is_usual ? nullptr : order.verb.c_str();
-    const bool is_fine = ::curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, verb) == CURLE_OK;
+    const bool is_fine = set_text(CURLOPT_CUSTOMREQUEST, verb);
     m_line->told.is_plain_get = is_fine && is_plain_get;
     return is_fine;
 }
 
 bool curl_transfer::set_route(const curl_order& order) {
-    CURL* const easy = m_line->easy.get();
     if (!order.ca_file.empty()) {
-        if (!has_set(easy, CURLOPT_CAINFO, order.ca_file.c_str())) return false;
-        ::curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+        if (!set_text(CURLOPT_CAINFO, order.ca_file.c_str())) return false;
+        ::curl_easy_setopt(m_line->easy.get(), CURLOPT_CAPATH, nullptr);
     }
     // Set even where there is none: libcurl would read the environment by itself.
-    return has_set(easy, CURLOPT_USERAGENT, order.user_agent.c_str()) &&
-           has_set(easy, CURLOPT_PROXY, order.proxy.c_str()) && has_set(easy, CURLOPT_NOPROXY, "");
+    return set_text(CURLOPT_USERAGENT, order.user_agent.c_str()) &&
+           set_text(CURLOPT_PROXY, order.proxy.c_str()) && set_text(CURLOPT_NOPROXY, "");
 }
 
 void curl_transfer::set_callbacks() {
@@ -232,14 +233,16 @@ bool curl_transfer::make_headers(const curl_order& order, bool has_body) {
 }
 
 bool curl_transfer::leave_out(const char* name, std::string_view block) {
-    return has_header(block, name) || m_line->headers.add(std::string(name) + ":");
+    return has_header(block, name) || m_line->headers.add(std::string(name) + ":") ||
+           fail(k_error_no_memory);
 }
 
 bool curl_transfer::add_lines(std::string_view block) {
     while (!block.empty()) {
         const std::size_t end = block.find("\r\n");
         const std::string line = curl_header_line(block.substr(0, end));
-        if (line.empty() || !m_line->headers.add(line)) return false;
+        if (line.empty()) return fail(k_error_bad_url);
+        if (!m_line->headers.add(line)) return fail(k_error_no_memory);
         block.remove_prefix(end == std::string_view::npos ? block.size() : end + 2);
     }
     return true;

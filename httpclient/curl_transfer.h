@@ -106,6 +106,8 @@ private:
     enum class body_mode { held, kept, dropped };
 
     void forget();
+    // Where one of these is false the fault has been noted.
+    bool set_text(CURLoption option, const char* text);
     bool set_options(const curl_order& order, const std::string& url);
     bool set_rules();
     bool set_route(const curl_order& order);

@@ -15,7 +15,7 @@ class App;
 
 namespace pennywort::host {
 
-// Used in the order add_options, take_arguments, run; run once in a process.
+// Used in the order add_options, prepare, take_arguments, run; run once in a process.
 class command {
 public:
     virtual ~command() = default;
@@ -26,6 +26,9 @@ public:
     // What stands below the options in the command's help: examples, and its exit statuses.
     virtual const char* footer() const = 0;
 
+    // Looks at the words before the parser does, and may change them. Returns what is wrong, as
+    // take_arguments.
+    virtual std::string prepare(std::vector<std::string>& words) const;
     // Tells the parser the options. Their texts are stored here while it parses.
     virtual void add_options(CLI::App& parser) = 0;
     // Makes sense of the texts that have been parsed, before anything else begins: reads the files

@@ -53,11 +53,6 @@ std::string with_hint(const std::string& text, const std::string& words_before_h
     return text + "; pennywort " + words_before_help + "--help lists what there is";
 }
 
-bool is_known(const commands& all, const std::string& name) {
-    return std::any_of(all.begin(), all.end(),
-                       [&](const auto& one) { return one->name() == name; });
-}
-
 // The program with all of its commands, each with its options.
 class parser {
 public:
@@ -96,20 +91,33 @@ private:
     std::vector<CLI::App*> m_parsers;
 };
 
+// The command that the first word names; null without one.
+const command* named(const commands& all, const std::vector<std::string>& words) {
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const auto& one) { return words[0] == one->name(); });
+    return found == all.end() ? nullptr : found->get();
+}
+
 }  // namespace
+
+std::string command::prepare(std::vector<std::string>&) const { return {}; }
 
 command_line parse_command_line(const std::vector<std::string>& arguments) {
     commands all = all_commands();
-    const bool has_command = !arguments.empty() && arguments[0].substr(0, 1) != "-";
-    if (has_command && !is_known(all, arguments[0])) {
-        return refusal("there is no command " + arguments[0] + ", only " + joined(all, "", ""));
-    }
     if (arguments.empty()) {
         return refusal(with_hint("no command is named: " + joined(all, "", ""), "COMMAND "));
     }
+    const bool has_command = arguments[0].substr(0, 1) != "-";
+    const command* const wanted = named(all, arguments);
+    if (has_command && wanted == nullptr) {
+        return refusal("there is no command " + arguments[0] + ", only " + joined(all, "", ""));
+    }
+    std::vector<std::string> words = arguments;
+    const std::string wrong_words = has_command ? wanted->prepare(words) : std::string();
+    if (!wrong_words.empty()) return refusal(wrong_words);
     parser program(all);
     try {
-        program.parse(arguments);
+        program.parse(words);
     } catch (const CLI::CallForHelp&) {
         return saying(program.help());
     } catch (const CLI::CallForVersion&) {

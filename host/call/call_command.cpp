@@ -4,6 +4,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -25,6 +26,11 @@ public:
     }
 };
 
+// No value begins with a dash but a number.
+bool looks_like_option(const std::string& text) {
+    return text.size() > 1 && text[0] == '-' && !text::is_digit(text[1]);
+}
+
 }  // namespace
 
 const char* call_command::footer() const {
@@ -34,6 +40,16 @@ const char* call_command::footer() const {
   pennywort call http://localhost:8080/RPC2 store '{"$base64": "AAE="}' '{"$date": "20260131T14:08:55"}'
 What follows the method are its arguments, each as JSON: a text needs its quotation marks. The result is one line of JSON.
 Exit status: 0 a result, 1 failed, 2 wrong arguments, 3 the server's answer is a fault, 130 or 143 interrupted.)";
+}
+
+// The parser knows a number from an option without "--", which it would take for the command's end.
+std::string call_command::prepare(std::vector<std::string>& words) const {
+    const auto dashes = std::find(words.begin(), words.end(), "--");
+    if (dashes == words.end()) return {};
+    const auto option = std::find_if(dashes + 1, words.end(), looks_like_option);
+    if (option != words.end()) return *option + " behind -- is no JSON";
+    words.erase(dashes);
+    return {};
 }
 
 void call_command::add_options(CLI::App& parser) {
@@ -52,6 +68,7 @@ std::string call_command::take_arguments() {
 }
 
 std::string call_command::take_values() {
+    if (m_method.empty()) return "METHOD is empty";
     if (!is_for_xml(m_method)) return "METHOD holds a character that XML cannot";
     m_options.request = std::make_shared<zRecord>();
     if (zXMLRPC(*m_options.request).SetCall(m_method.c_str()) != 0) {
@@ -65,7 +82,7 @@ std::string call_command::take_values() {
 }
 
 std::string call_command::take_value(const std::string& text) {
-    if (text.size() > 1 && text[0] == '-' && !text::is_digit(text[1])) return " is no option";
+    if (looks_like_option(text)) return " is no option";
     json value;
     std::string wrong = read_argument(text, value);
     if (!wrong.empty()) return wrong;

@@ -2,6 +2,7 @@
 #include "tests/support/failing_memory.h"
 
 #include <new>
+#include <optional>
 #include <string>
 
 #include "tests/discovery/fake_network.h"
@@ -139,6 +140,37 @@ TEST_F(Memory, SeveralServicesAtOnceLeaveNoReference) {
             ears.forget();
         });
     EXPECT_GT(failures, 0);
+}
+
+// Whoever hears of it may want no more of the object.
+TEST_F(Memory, ATraceOfAFailureMayEndTheObject) {
+    std::optional<cBonjour> bonjour;
+    listener ears;
+    const std::string names[] = {std::string(40, 'a'), std::string(40, 'b')};
+    for (const std::string& name : names) serve(name.c_str());
+    const auto begin = [&] {
+        bonjour.emplace();
+        bonjour->StartObservingOnce(ears.id(), k_http, 0);
+        for (const std::string& name : names) tell(name.c_str());
+    };
+    begin();
+    zTraceManager::Default()->SetSink([&](const char*) { bonjour.reset(); });
+    const int failures = with_each_allocation_failing(
+        [&] {
+            try {
+                run_loop();
+            } catch (const std::bad_alloc&) {
+            }
+        },
+        [&] {
+            run_loop();
+            bonjour.reset();
+            EXPECT_EQ(fake_dnssd::live_references(), 0);
+            ears.forget();
+            begin();
+        });
+    EXPECT_GT(failures, 0);
+    zTraceManager::Default()->SetSink([](const char*) {});
 }
 
 // From any place on there is none at all: each failure that is traced is followed by the next one.

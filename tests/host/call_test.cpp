@@ -162,6 +162,33 @@ TEST(CallArguments, ANegativeNumberIsNoOption) {
               "methodCall(methodName'm' params(param(value(i4'-5')) param(value(double'-0.5'))))");
 }
 
+// As one writes it who is used to it.
+TEST(CallArguments, WhatStandsBehindTwoDashesIsNoOption) {
+    using words = std::vector<std::string>;
+    for (const words& all : {words{"call", "http://h/", "m", "--", "-5", "[-1]"},
+                             words{"call", "http://h/", "m", "--timeout", "5", "--", "-5", "[-1]"},
+                             words{"call", "http://h/", "--", "m", "-5", "[-1]"},
+                             words{"call", "--", "http://h/", "m", "-5", "[-1]"},
+                             words{"call", "http://h/", "m", "-5", "[-1]", "--"}}) {
+        const auto line = parse_command_line(all);
+        ASSERT_EQ(line.what, command_line::verdict::run) << line.text;
+        const auto& chosen = dynamic_cast<const call_command&>(*line.chosen);
+        EXPECT_EQ(xml_shape(*chosen.options().request),
+                  "methodCall(methodName'm' params(param(value(i4'-5')) "
+                  "param(value(array(data(value(i4'-1')))))))");
+    }
+    for (const char* option : {"-v", "--verbose", "--", "-"}) {
+        const auto line = parse_command_line({"call", "http://h/", "m", "--", "1", option});
+        EXPECT_EQ(line.what, command_line::verdict::refuse) << option;
+    }
+    EXPECT_EQ(parse_command_line({"call", "http://h/", "m", "--", "-H"}).text,
+              "-H behind -- is no JSON");
+}
+
+TEST(CallArguments, AMethodHasAName) {
+    EXPECT_EQ(parse_command_line({"call", "http://h/", ""}).text, "METHOD is empty");
+}
+
 // The parser of the command line has a meaning of its own for brackets.
 TEST(CallArguments, AListIsOneArgument) {
     const auto line = parse_command_line(

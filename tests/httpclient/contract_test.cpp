@@ -4,13 +4,26 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "httpclient.h"
 #include "logger.h"
+#include "tests/support/field_order.h"
 #include "tests/support/slot_of.h"
 #include "tests/xmlrpc/fake_session.h"
+
+namespace pennywort::tests {
+
+struct of_session {};
+std::vector<std::ptrdiff_t> places(of_session);
+template struct fields<of_session, &cHttpSession::m_logger,
+                       &cHttpSession::m_use_basic_authentication, &cHttpSession::m_user_name,
+                       &cHttpSession::m_password, &cHttpSession::m_settings>;
+
+}  // namespace pennywort::tests
 
 namespace {
 
@@ -108,6 +121,15 @@ TEST(Session, IsAsLargeAsItsFields) {
         std::shared_ptr<int> settings;
     };
     EXPECT_EQ(sizeof(cHttpSession), sizeof(fields));
+    const auto has = places(pennywort::tests::of_session());
+    const std::vector<std::size_t> sizes = {sizeof(cLogger*), 8 /* with its gap */, sizeof(zString),
+                                            sizeof(zString)};
+    std::size_t place = sizeof(void*) + sizeof(std::weak_ptr<int>);
+    for (std::size_t i = 0; i < has.size(); ++i) {
+        EXPECT_EQ(static_cast<std::size_t>(has[i]), place) << i;
+        if (i < sizes.size()) place += sizes[i];
+    }
+    EXPECT_EQ(has.size(), sizes.size() + 1);
 }
 
 // Each copy holds a reference of its own, and gives it back.

@@ -48,6 +48,7 @@ protected:
             EXPECT_LE(result, 0);
             const bool is_fine = result == 0 && status() == 0;
             EXPECT_TRUE(!is_fine || body() == "hello");
+            EXPECT_NE(m_session->Request_Error(), cHttpSession::k_error_bad_url) << count;
             if (!has_failed) return count;
         }
         return 0;

@@ -13,7 +13,6 @@
 
 #include "loam/countdown.h"
 #include "loam/interrupted.h"
-#include "loam/socket.h"
 #include "loam/socket_names.h"
 
 namespace loam {
@@ -198,10 +197,9 @@ std::string socket_error_text(int error) {
 
 void socket_wait::add(socket_handle handle, std::int32_t events) {
     static_assert(sizeof(pollfd) <= k_entry_bytes);
-    int asked = 0;
-    if ((events & zSocket::k_readable) != 0) asked |= POLLIN;
-    if ((events & zSocket::k_writable) != 0) asked |= POLLOUT;
-    polled(m_entries)[m_count++] = {native(handle), static_cast<short>(asked), 0};
+    pollfd& entry = polled(m_entries)[m_count++];
+    entry.fd = native(handle);
+    ask_for(entry, events, {POLLIN, POLLOUT});
 }
 
 // A signal does not end the wait.
@@ -217,11 +215,8 @@ socket_result socket_wait::wait(std::int32_t timeout) {
 
 // A lost connection shows as whatever was asked for: the next operation on it says what happened.
 std::int32_t socket_wait::occurred(std::size_t index) const {
-    const short events = polled(m_entries)[index].revents;
-    std::int32_t occurred = 0;
-    if ((events & (POLLIN | POLLHUP | POLLERR)) != 0) occurred |= zSocket::k_readable;
-    if ((events & (POLLOUT | POLLHUP | POLLERR)) != 0) occurred |= zSocket::k_writable;
-    return occurred;
+    constexpr int k_lost = POLLHUP | POLLERR;
+    return told_in(polled(m_entries)[index], {POLLIN | k_lost, POLLOUT | k_lost});
 }
 
 }  // namespace loam

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "loam/socket.h"
 #include "loam/socket_names.h"
 
 namespace loam {
@@ -232,10 +231,9 @@ std::string socket_error_text(int error) { return "error " + std::to_string(erro
 
 void socket_wait::add(socket_handle handle, std::int32_t events) {
     static_assert(sizeof(WSAPOLLFD) <= k_entry_bytes);
-    int asked = 0;
-    if ((events & zSocket::k_readable) != 0) asked |= POLLRDNORM;
-    if ((events & zSocket::k_writable) != 0) asked |= POLLWRNORM;
-    polled(m_entries)[m_count++] = {native(handle), static_cast<short>(asked), 0};
+    WSAPOLLFD& entry = polled(m_entries)[m_count++];
+    entry.fd = native(handle);
+    ask_for(entry, events, {POLLRDNORM, POLLWRNORM});
 }
 
 socket_result socket_wait::wait(std::int32_t timeout) {
@@ -251,11 +249,8 @@ socket_result socket_wait::wait(std::int32_t timeout) {
 // A lost connection shows as whatever was asked for: the next operation on it says what happened.
 // One whose peer has only ended its sending counts as hung up too, which makes no room to send.
 std::int32_t socket_wait::occurred(std::size_t index) const {
-    const short events = polled(m_entries)[index].revents;
-    std::int32_t occurred = 0;
-    if ((events & (POLLRDNORM | POLLHUP | POLLERR)) != 0) occurred |= zSocket::k_readable;
-    if ((events & (POLLWRNORM | POLLERR)) != 0) occurred |= zSocket::k_writable;
-    return occurred;
+    return told_in(polled(m_entries)[index],
+                   {POLLRDNORM | POLLHUP | POLLERR, POLLWRNORM | POLLERR});
 }
 
 }  // namespace loam

@@ -1,10 +1,12 @@
-// loam/socket_names.h - addresses by the names that both systems' socket headers share. The twins
-// of native_socket.h include it, each behind its own system's headers; nobody else does.
+// loam/socket_names.h - addresses by the names that both systems' socket headers share, and the
+// events of a wait. The twins of native_socket.h include it, each behind its own system's headers;
+// nobody else does.
 #pragma once
 
 #include <cstring>
 
 #include "loam/native_socket.h"
+#include "loam/socket.h"
 
 namespace loam {
 
@@ -74,6 +76,31 @@ inline bool filled_from(const char* text, std::uint16_t port, bool is_ipv6,
     if (!is_ipv6 || ::inet_pton(AF_INET6, text, &wide) != 1) return false;
     fill_ipv6(address, wide, port);
     return true;
+}
+
+// The system's bits that stand for an event of zSocket.
+struct event_bits {
+    int readable;
+    int writable;
+};
+
+// The system's entry of a wait for `events`.
+template <class Entry>
+void ask_for(Entry& entry, std::int32_t events, event_bits known) {
+    int asked = 0;
+    if ((events & zSocket::k_readable) != 0) asked |= known.readable;
+    if ((events & zSocket::k_writable) != 0) asked |= known.writable;
+    entry.events = static_cast<short>(asked);
+    entry.revents = 0;
+}
+
+// What the system has told in it, any one bit for an event.
+template <class Entry>
+std::int32_t told_in(const Entry& entry, event_bits known) {
+    std::int32_t occurred = 0;
+    if ((entry.revents & known.readable) != 0) occurred |= zSocket::k_readable;
+    if ((entry.revents & known.writable) != 0) occurred |= zSocket::k_writable;
+    return occurred;
 }
 
 }  // namespace loam

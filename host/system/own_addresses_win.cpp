@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 namespace pennywort::host {
 
@@ -32,7 +33,7 @@ std::unique_ptr<std::byte[]> adapters_of(ULONG family) {
     return nullptr;
 }
 
-// Empty for an address that others cannot use.
+// Empty for one that the system cannot write.
 std::string text_of(const sockaddr& address) {
     char text[INET6_ADDRSTRLEN] = "";
     if (address.sa_family == AF_INET) {
@@ -40,29 +41,28 @@ std::string text_of(const sockaddr& address) {
         return ::inet_ntop(AF_INET, &four.sin_addr, text, sizeof text) != nullptr ? text : "";
     }
     const auto& six = reinterpret_cast<const sockaddr_in6&>(address);
-    if (IN6_IS_ADDR_LINKLOCAL(&six.sin6_addr) || IN6_IS_ADDR_LOOPBACK(&six.sin6_addr)) return {};
     return ::inet_ntop(AF_INET6, &six.sin6_addr, text, sizeof text) != nullptr ? text : "";
 }
 
-void add_of(ULONG family, std::vector<std::string>& found) {
-    const auto all = adapters_of(family);
-    if (all == nullptr) return;
-    const auto* one = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(all.get());
-    for (; one != nullptr; one = one->Next) {
-        if (one->OperStatus != IfOperStatusUp || one->IfType == IF_TYPE_SOFTWARE_LOOPBACK) continue;
-        for (const auto* at = one->FirstUnicastAddress; at != nullptr; at = at->Next) {
-            std::string text = text_of(*at->Address.lpSockaddr);
-            if (!text.empty()) found.push_back(std::move(text));
-        }
+void add_of(const IP_ADAPTER_ADDRESSES& adapter, std::vector<interface_address>& found) {
+    for (const auto* at = adapter.FirstUnicastAddress; at != nullptr; at = at->Next) {
+        std::string text = text_of(*at->Address.lpSockaddr);
+        if (text.empty()) continue;
+        found.push_back({std::move(text), adapter.OperStatus == IfOperStatusUp,
+                         adapter.IfType == IF_TYPE_SOFTWARE_LOOPBACK});
     }
 }
 
 }  // namespace
 
-std::vector<std::string> own_addresses() {
-    std::vector<std::string> found;
-    add_of(AF_INET, found);
-    add_of(AF_INET6, found);
+std::vector<interface_address> interface_addresses() {
+    std::vector<interface_address> found;
+    for (const ULONG family : {ULONG{AF_INET}, ULONG{AF_INET6}}) {
+        const auto all = adapters_of(family);
+        if (all == nullptr) continue;
+        const auto* one = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(all.get());
+        for (; one != nullptr; one = one->Next) add_of(*one, found);
+    }
     return found;
 }
 

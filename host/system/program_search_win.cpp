@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include "core/run/environment.h"
 #include "loam/wide_text.h"
 
 namespace pennywort::host {
@@ -15,20 +16,10 @@ bool is_program(const std::string& path) {
     return GetBinaryTypeW(loam::wide_text(path).c_str(), &kind) != 0;
 }
 
-std::string search_path() {
-    std::wstring value;
-    DWORD length = GetEnvironmentVariableW(L"PATH", nullptr, 0);
-    while (length > value.size()) {
-        value.resize(length);
-        length = GetEnvironmentVariableW(L"PATH", value.data(), length);
-    }
-    return loam::utf8_text({value.data(), length});
-}
-
 }  // namespace
 
 std::string find_program(const std::string& name) {
-    return find_in_folders(search_path(), ';', [&](const std::string& folder) {
+    return find_in_folders(run::environment_variable("PATH"), ';', [&](const std::string& folder) {
         if (folder.empty()) return std::string();
         for (const char* ending : {".exe", ""}) {
             std::string path = folder + "\\" + name + ending;

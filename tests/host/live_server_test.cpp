@@ -2,6 +2,7 @@
 // client which takes nothing stops nobody.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <ostream>
@@ -166,6 +167,34 @@ TEST(LiveServerThatIsStrict, TakesTheHostOfAWholeTargetForTheHeaders) {
 }
 
 // They are told to whoever comes from another machine.
+TEST(OwnAddresses, AreThoseByWhichOthersReachTheMachine) {
+    const std::vector<interface_address> all = {
+        {"2001:db8::1"},
+        {"127.0.0.1", true, true},
+        {"10.0.0.7", true, true},  // what somebody has given to the loopback interface
+        {"::1"},
+        {"192.0.2.1"},
+        {"192.0.2.2", false, false},
+        {"fe80::1"},
+        {"febf::1"},
+        {"fec0::1"},
+        {"fd00::1"},
+        {"10.0.0.8"},
+    };
+    const std::vector<std::string> want = {"192.0.2.1", "10.0.0.8", "2001:db8::1", "fec0::1",
+                                           "fd00::1"};
+    EXPECT_EQ(reachable_of(all), want);
+}
+
+// Each machine has the loopback interface.
+TEST(OwnAddresses, AreToldByTheSystem) {
+    const auto all = interface_addresses();
+    EXPECT_TRUE(std::any_of(all.begin(), all.end(), [](const interface_address& one) {
+        return one.text == "127.0.0.1" && one.is_up && one.is_loopback;
+    }));
+}
+
+// On a machine with a network.
 TEST(OwnAddresses, AreListenedOnAndNoneIsOfThisMachineOnly) {
     for (const std::string& address : own_addresses()) {
         EXPECT_FALSE(is_loopback(address)) << address;

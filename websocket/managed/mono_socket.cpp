@@ -2,12 +2,12 @@
 #include "websocket/managed/mono_socket.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
 
+#include "core/run/environment.h"
 #include "websocket/link/valid_text.h"
 #include "websocket/managed/mono_runtime.h"
 
@@ -77,8 +77,7 @@ private:
 }  // namespace
 
 std::string websocket_sharp_path() {
-    const char* const path = std::getenv("PENNYWORT_WEBSOCKET_SHARP");
-    return path == nullptr ? "" : path;
+    return run::environment_variable("PENNYWORT_WEBSOCKET_SHARP");
 }
 
 std::shared_ptr<managed_socket> make_mono_socket(const std::string& assembly,

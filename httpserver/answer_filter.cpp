@@ -17,7 +17,7 @@ constexpr std::string_view k_blank_line = "\r\n\r\n";
 // failed makes anybody ask.
 constexpr std::size_t k_kept_unread = 2048;
 
-// The connection is the server's to tell, and a 204 has no length.
+// The server writes Connection itself, and a 204 has no length.
 bool is_replaced(std::string_view name, std::int32_t status) {
     using text::equal_ignoring_case;
     if (equal_ignoring_case(name, "Connection")) return true;
@@ -115,7 +115,7 @@ void answer_filter::read_head() {
     }
 }
 
-// Behind a head of 1xx comes another one, which is not looked at.
+// Another head follows one of 1xx; it passes unchanged.
 void answer_filter::set_place(const http::message_head& head) {
     if (head.status < 200) {
         m_place = place::unlimited;

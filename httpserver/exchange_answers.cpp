@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* k_class = "cHttpServer";
 
-// One of 1xx announces another answer, and what has not three digits is none.
+// Another response follows one of 1xx, and a number without three digits is no status.
 constexpr std::int32_t k_first_final = 200;
 constexpr std::int32_t k_last_status = 999;
 

@@ -153,7 +153,7 @@ fate exchanges::dispatch_text(connection& one, std::string_view text) {
     return finish_text(one, met);
 }
 
-// A handler may have closed the connection, and nothing would ever be told of it again.
+// A handler may have closed the connection. No event follows, and it would stay in the list.
 fate exchanges::finish_text(connection& one, meeting met) {
     if (!one.facade.IsOpen()) return fate::ends;
     const bool has_begun = m_filter.has_begun();

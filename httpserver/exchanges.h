@@ -38,7 +38,7 @@ public:
     std::int32_t timed() const { return m_timed; }
 
 private:
-    // How the handlers have met a request.
+    // What the handlers have done with a request.
     enum class meeting { nobody, done, failed };
     enum class reading { unfinished, complete, too_long };
 

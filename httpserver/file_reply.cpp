@@ -60,7 +60,7 @@ std::int32_t precondition(const file_question& question, const file_facts& file,
     return has_date && !is_newer_than(file, *question.if_modified_since, now) ? 304 : 0;
 }
 
-// A range of a file that has changed since would not fit what the peer has.
+// The peer joins the range to what it has. With a file that has changed since, it would get a mix.
 bool is_range_wanted(const file_question& question, const file_facts& file, const std::string& tag,
                      std::int64_t now) {
     if (!question.range) return false;

@@ -19,8 +19,8 @@ struct file_facts {
 // A strong one: it differs for any two states of a file that its clock can tell apart.
 std::string etag_of(const file_facts& file);
 
-// When the file was last written to, in seconds since 1970, but not after `now`: no answer may
-// tell of what is still to come.
+// When the file was last written to, in seconds since 1970, but not after `now`: an answer must not
+// name a time in the future.
 std::int64_t last_modified(const file_facts& file, std::int64_t now);
 
 // The headers that bear on it; nothing for each that is absent. The lists of tags are those of all

@@ -68,7 +68,7 @@ std::string head_of(const zString& extension, std::int64_t size) {
     return head;
 }
 
-// Sends an answer on the spot, for callers that are no server.
+// Sends an answer within the call, for callers other than a server.
 zStatus send_body(zSocket* socket, cHttpBody& body) {
     std::vector<char> piece(pennywort::k_http_piece_bytes);
     zStatus status = pennywort::k_ok;
@@ -231,7 +231,7 @@ std::unique_ptr<cHttpBody> cHttpFolderHandler::HandleInPieces(zSocket* socket, s
     if (socket == nullptr) return nullptr;
     auto answer = open(path);
     if (answer == nullptr) {
-        // It was there when the server asked.
+        // The file existed when the server called CanHandle.
         const std::string_view page = pennywort::httpserver::not_found_page();
         status = SendAnswer(socket, 404, "text/html", page.data(),
                             static_cast<std::int64_t>(page.size()));
@@ -270,7 +270,7 @@ zStatus cHttpFolderHandler::HandleRequest(const cHttpRequest& request, cHttpAnsw
     } else if (folder_file::is_folder(folder, *names)) {
         redirect(request, answer);
     } else {
-        // It was there when the server asked.
+        // The file existed when the server called CanHandle.
         answer.SetStatus(404);
         answer.SetText("text/html", pennywort::httpserver::not_found_page());
     }

@@ -47,8 +47,7 @@ bool guarded(const char* what, auto send) {
     return pennywort::run::guarded_or(zSocket::k_no_resources, "cHttpHandler", what, send) == k_ok;
 }
 
-// Head and short body are put together on the stack: to ask for memory would cost a tenth of what
-// else an answer costs.
+// Joins head and short body on the stack: an allocation would make an answer a tenth slower.
 zStatus send_in_one_piece(zSocket& socket, std::int32_t status, std::string_view content_type,
                           std::string_view body) {
     char answer[k_one_piece];
@@ -166,7 +165,7 @@ zStatus cHttpHandler::SendAnswer(zSocket* socket, std::int32_t status, const cha
         sent = send_answer(*socket, status, view(contentType),
                            {data, static_cast<std::size_t>(length)});
     });
-    // The peer would wait for ever for an answer that nobody can give.
+    // Without this, the peer would wait for ever.
     if (!has_memory) socket->Close();
     return sent;
 }

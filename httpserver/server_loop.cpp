@@ -240,7 +240,7 @@ bool server_loop::drop_untrusted(bool (*may_go)(const connection&)) {
 }
 
 bool server_loop::is_overdue(const connection& one) const {
-    // The handler of another connection may have closed it; nothing is ever told of it again.
+    // Another connection's handler may have closed it. No event follows, so it is removed here.
     if (!one.facade.IsOpen()) return true;
     const std::int32_t bound =
         one.at == stage::request ? m_settings.idleTimeoutMs : m_settings.stallTimeoutMs;

@@ -39,7 +39,8 @@ public:
     void end();
     // When no other thread is in the loop: releases the handlers and closes all sockets.
     void close();
-    // Nobody will run it.
+    // The loop will not run. Without this, a thread that waits for ListenStatus would wait for
+    // ever.
     void fail() { listening.set(zSocket::k_no_resources, 0); }
 
     zSocket* listen_socket() { return m_listen_socket.get(); }

@@ -10,7 +10,7 @@
 namespace pennywort::httpserver {
 namespace {
 
-// The same names are refused on every system, so that what is tried on one holds on the other.
+// Refuses the same names on every system, so that a test on one also holds on the other.
 bool is_safe_byte(char c) { return !text::is_control(c) && c != '/' && c != '\\' && c != ':'; }
 
 // A device of Windows in whatever folder and whatever follows the dot. To open one does something

@@ -30,6 +30,7 @@ zRecord settings_of(const render_options& options) {
     settings.SetBool("web_refuse_printing", true);
     settings.SetInt32("web_max_popups", k_max_popups);
     settings.SetBool("web_tell_every_load", true);
+    settings.SetBool("web_fail_on_error_status", true);
     settings.SetString("web_override_css", options.css);
     // Without these two the film would show the browser's own page in the place of one that failed,
     // and a page whose process has ended would be noticed only by its silence.

@@ -260,6 +260,23 @@ TEST_F(RenderSite, ThatHasNoPageIsToldAtOnce) {
     }
 }
 
+TEST_F(RenderSite, AnErrorPageOfTheServersEndsTheFilmWhereverItComes) {
+    folder.write("moves",
+                 "<!doctype html><style>html{background:#fff}</style>"
+                 "<script>setTimeout(() => location.href = '@/missing', 200)</script>");
+    for (const char* page : {"moves.html", "$at/missing"}) {
+        for (const char* way : {"", "--live "}) {
+            const auto run =
+                served("sed \"s|@|$at|\" moves > moves.html\npennywort render " +
+                       std::string(page) + " " + way + "--size 16x16 --frames 60 -o a.mkv");
+            EXPECT_EQ(run.status, 1) << page << way;
+            EXPECT_NE(run.errors.find("/missing: the server answered with status 404"),
+                      std::string::npos)
+                << page << way << run.errors;
+        }
+    }
+}
+
 TEST_F(RenderPage, ThatClosesItselfIsToldAtOnce) {
     folder.write("closes.html",
                  "<!doctype html><script>setTimeout(() => window.close(), 300)</script>");

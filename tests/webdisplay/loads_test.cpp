@@ -241,7 +241,8 @@ TEST_F(ErrorStatusTest, OfTheFirstPageGivesOnePictureOfTheBackgroundAndTheQueueG
     screen s(minding("http://gone/"));
     s.seen.on_event = [&](const std::string&) { EXPECT_EQ(s.seen.frames.size(), 1u); };
     ASSERT_TRUE(s->Open());
-    EXPECT_TRUE(loop_until([&] { return !s.seen.events.empty(); }));
+    ASSERT_TRUE(loop_until([&] { return !s.seen.events.empty(); }));
+    EXPECT_EQ(s.seen.events[0], "failed http://gone/: the server answered with status 404");
     s.seen.on_event = {};
     s->LoadUrl("http://b/");
     EXPECT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));

@@ -39,13 +39,18 @@ bool driven_link::carry_out(lock_type& lock, operation begin, condition is_done)
     if (m_is_driven) {
         if (!hand_over(begin)) return false;
     } else {
-        run_unlocked(lock, [&] {
-            begin(*m_link);
-            if (!m_has_ended) m_loop.run_one();
-        });
+        run_unlocked(lock, [&] { begin_here(begin); });
     }
     wait(lock, is_done);
     return true;
+}
+
+// An event that has come while the operation began may be the one that is waited for.
+template <typename operation>
+void driven_link::begin_here(operation begin) {
+    m_has_told = false;
+    m_loop.run_here([&] { begin(*m_link); });
+    if (!m_has_told) m_loop.run_one();
 }
 
 // False without the memory to ask the thread that runs the loop.
@@ -179,6 +184,7 @@ void driven_link::link_opened() noexcept {
 
 void driven_link::link_received(const link_piece& piece) noexcept {
     const std::lock_guard lock(m_mutex);
+    m_has_told = true;
     m_piece = piece;
     m_taken = 0;
     m_has_piece = true;
@@ -186,12 +192,13 @@ void driven_link::link_received(const link_piece& piece) noexcept {
 
 void driven_link::link_sent() noexcept {
     const std::lock_guard lock(m_mutex);
+    m_has_told = true;
     m_is_sending = false;
 }
 
 void driven_link::link_ended(const link_result& result) noexcept {
     const std::lock_guard lock(m_mutex);
-    m_has_ended = true;
+    m_has_told = true;
     m_end.emplace();
     m_end->fault = result.fault;
     m_end->code = result.code;

@@ -44,6 +44,8 @@ private:
     bool is_over() const { return m_is_dropped || m_end.has_value(); }
     template <typename operation>
     bool hand_over(operation begin) noexcept;
+    template <typename operation>
+    void begin_here(operation begin);
     template <typename operation, typename condition>
     bool carry_out(lock_type& lock, operation begin, condition is_done);
     template <typename condition>
@@ -67,8 +69,8 @@ private:
     std::size_t m_taken = 0;
     bool m_is_taking = false;
     std::optional<link_result> m_end;
-    // The same for the thread that runs the loop, which waits for no event then.
-    std::atomic<bool> m_has_ended{false};
+    // Of the thread that runs the loop: it waits for no event once it has been told of one.
+    bool m_has_told = false;
     bool m_is_driven = false;
     bool m_is_open = false;
     bool m_has_piece = false;

@@ -6,12 +6,15 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/beast/core/error.hpp>
 #include <boost/beast/core/role.hpp>
 #include <memory>
 #include <optional>
 #include <utility>
+
+#include "websocket/link/loop_state.h"
 
 namespace pennywort::websocket {
 
@@ -28,21 +31,28 @@ class any_stream {
 public:
     using executor_type = loop_executor;
 
-    explicit any_stream(net::io_context& on) : m_socket(on) {}
+    explicit any_stream(loop::state& on) : m_socket(on.io), m_ready(on.ready) {}
 
     executor_type get_executor() noexcept { return m_socket.get_executor(); }
     tcp_socket& socket() { return m_socket; }
     tls_stream& begin_tls(net::ssl::context& context) { return m_tls.emplace(m_socket, context); }
 
+    // Once it is connected.
+    void begin_transfer() noexcept {
+        error_code error;
+        m_socket.non_blocking(true, error);
+        m_is_never_waiting = !error;
+    }
+
     template <typename buffers, typename token>
     auto async_read_some(const buffers& into, token&& handler) {
         return net::async_initiate<token, void(error_code, std::size_t)>(
             [this](auto&& done, const buffers& where) {
-                using handler_type = decltype(done);
                 if (m_tls) {
-                    m_tls->async_read_some(where, std::forward<handler_type>(done));
-                } else {
-                    m_socket.async_read_some(where, std::forward<handler_type>(done));
+                    m_tls->async_read_some(where, std::forward<decltype(done)>(done));
+                } else if (!has_read_now(where, done)) {
+                    m_socket.async_read_some(where, in_turn(std::forward<decltype(done)>(done),
+                                                            net::buffer_size(where)));
                 }
             },
             handler, into);
@@ -52,11 +62,10 @@ public:
     auto async_write_some(const buffers& from, token&& handler) {
         return net::async_initiate<token, void(error_code, std::size_t)>(
             [this](auto&& done, const buffers& what) {
-                using handler_type = decltype(done);
                 if (m_tls) {
-                    m_tls->async_write_some(what, std::forward<handler_type>(done));
-                } else {
-                    m_socket.async_write_some(what, std::forward<handler_type>(done));
+                    m_tls->async_write_some(what, std::forward<decltype(done)>(done));
+                } else if (!has_written_now(what, done)) {
+                    m_socket.async_write_some(what, in_turn(std::forward<decltype(done)>(done)));
                 }
             },
             handler, from);
@@ -82,7 +91,44 @@ public:
     }
 
 private:
+    // A peer that filled the room has more, as a rule. Any other read would find nothing.
+    template <typename buffers, typename handler>
+    bool has_read_now(const buffers& where, handler& done) {
+        if (!m_is_full || !m_is_never_waiting || !m_ready.takes_more()) return false;
+        error_code error;
+        const std::size_t size = m_socket.read_some(where, error);
+        m_is_full = size == net::buffer_size(where);
+        return has_added(done, error, size);
+    }
+    template <typename buffers, typename handler>
+    bool has_written_now(const buffers& what, handler& done) {
+        if (!m_is_never_waiting || !m_ready.takes_more()) return false;
+        error_code error;
+        const std::size_t size = m_socket.write_some(what, error);
+        return has_added(done, error, size);
+    }
+    template <typename handler>
+    bool has_added(handler& done, error_code error, std::size_t size) {
+        if (error == net::error::would_block || error == net::error::try_again) return false;
+        m_ready.add(done, error, size);
+        return true;
+    }
+    // The handler of something that the system has to wait for. `room`: of a read.
+    template <typename handler>
+    auto in_turn(handler&& done, std::size_t room = 0) {
+        return [this, room, whose = std::forward<handler>(done)](error_code error,
+                                                                 std::size_t size) mutable {
+            if (room > 0) m_is_full = size == room;
+            // The stream may be gone behind the call.
+            ready_operations& ready = m_ready;
+            ready.run([&] { std::move(whose)(error, size); });
+        };
+    }
+
     tcp_socket m_socket;
+    ready_operations& m_ready;
+    bool m_is_never_waiting = false;
+    bool m_is_full = false;
     std::optional<tls_stream> m_tls;
 };
 

@@ -108,8 +108,8 @@ private:
 
 class beast_link final : public link, public std::enable_shared_from_this<beast_link> {
 public:
-    beast_link(net::io_context& on, std::weak_ptr<link_listener> listener)
-        : m_listener(std::move(listener)), m_timer(on), m_stream(on), m_resolver(on) {}
+    beast_link(loop::state& on, std::weak_ptr<link_listener> listener)
+        : m_listener(std::move(listener)), m_timer(on.io), m_stream(on), m_resolver(on.io) {}
 
     void open(link_request request) noexcept override;
     void receive(std::span<char> into) noexcept override;
@@ -227,6 +227,7 @@ void beast_link::connected(error_code error, tcp::endpoint) {
     if (error) return fail(link_fault::unreachable, error);
     error_code ignored;
     transport().socket().set_option(tcp::no_delay(true), ignored);
+    transport().begin_transfer();
     if (!m_request.proxy) return connection_stands();
     m_proxy = std::make_unique<proxy_exchange>(m_request);
     net::async_write(transport(), net::buffer(m_proxy->request), then(&beast_link::connect_sent));
@@ -440,7 +441,7 @@ void beast_link::end(const link_result& result) noexcept {
 }  // namespace
 
 std::shared_ptr<link> link::make(loop& on, std::weak_ptr<link_listener> listener) {
-    return std::make_shared<beast_link>(on.inside().io, std::move(listener));
+    return std::make_shared<beast_link>(on.inside(), std::move(listener));
 }
 
 }  // namespace pennywort::websocket

@@ -11,7 +11,12 @@ namespace pennywort::websocket {
 loop::loop() : m_state(std::make_unique<state>()) {}
 loop::~loop() = default;
 
-void loop::post(std::function<void()> work) { boost::asio::post(m_state->io, std::move(work)); }
+void loop::post(std::function<void()> work) {
+    boost::asio::post(m_state->io,
+                      [this, posted = std::move(work)] { m_state->ready.run(posted); });
+}
+
+void loop::run_here(const std::function<void()>& work) { m_state->ready.run(work); }
 
 void loop::run_one() { m_state->io.run_one(); }
 

@@ -17,6 +17,9 @@ public:
 
     // From any thread; `work` runs on the thread that runs the loop.
     void post(std::function<void()> work);
+    // Runs `work` at once, on the thread that may run the loop now, and completes what it begins
+    // and the system does at once.
+    void run_here(const std::function<void()>& work);
     // Waits for one event or stop(), and handles it. What it throws comes out here; the link that
     // it happened to has noticed by itself.
     void run_one();

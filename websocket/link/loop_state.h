@@ -1,10 +1,11 @@
-// loop_state.h - the inside of a loop, for link.cpp alone.
+// loop_state.h - the inside of a loop, for links alone.
 #pragma once
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 
 #include "websocket/link/loop.h"
+#include "websocket/link/ready_operations.h"
 
 namespace pennywort::websocket {
 
@@ -13,6 +14,7 @@ struct loop::state {
     boost::asio::io_context io{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
         io.get_executor()};
+    ready_operations ready;
 };
 
 }  // namespace pennywort::websocket

@@ -53,6 +53,13 @@ std::string with_hint(const std::string& text, const std::string& words_before_h
     return text + "; pennywort " + words_before_help + "--help lists what there is";
 }
 
+// The library's own for an option that stands there twice are of no use to anybody.
+std::string words_of(const CLI::ParseError& wrong) {
+    const std::string text = wrong.what();
+    const auto at = text.find(": At Most 1 required");
+    return at == text.npos ? text : text.substr(0, at) + " is given more than once";
+}
+
 // The program with all of its commands, each with its options.
 class parser {
 public:
@@ -123,7 +130,7 @@ command_line parse_command_line(const std::vector<std::string>& arguments) {
     } catch (const CLI::CallForVersion&) {
         return saying(std::string(k_version) + "\n");
     } catch (const CLI::ParseError& wrong) {
-        return refusal(with_hint(wrong.what(), has_command ? arguments[0] + " " : ""));
+        return refusal(with_hint(words_of(wrong), has_command ? arguments[0] + " " : ""));
     }
     return running(std::move(all[program.chosen()]));
 }

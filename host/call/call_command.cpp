@@ -39,7 +39,7 @@ const char* call_command::footer() const {
   pennywort call http://localhost:8080/RPC2 deck.load '"intro"' '{"loop": true}'
   pennywort call http://localhost:8080/RPC2 store '{"$base64": "AAE="}' '{"$date": "20260131T14:08:55"}'
 What follows the method are its arguments, each as JSON: a text needs its quotation marks. The result is one line of JSON.
-Exit status: 0 a result, 1 failed, 2 wrong arguments, 3 the server's answer is a fault, 130 or 143 interrupted.)";
+Exit status: 0 a result, 1 failed, 2 wrong arguments, 3 the server's answer is a fault, 129, 130 or 143 interrupted.)";
 }
 
 // The parser knows a number from an option without "--", which it would take for the command's end.

@@ -87,7 +87,7 @@ const char* fetch_command::footer() const {
   pennywort fetch http://localhost:8080/api -X PUT -d @body.bin --log wire.txt
 Exit status: 0 done, 1 failed here, 2 wrong arguments, 3 no connection, 4 no response in time,
 5 no whole response, 6 the server refused (a status outside 200 to 299; its body is written),
-130 or 143 interrupted.)";
+129, 130 or 143 interrupted.)";
 }
 
 void fetch_command::add_options(CLI::App& parser) {

@@ -67,6 +67,7 @@ void live_command::add_options(CLI::App& parser) {
                     "Do not tell the local network of the control page");
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
     parser.add_flag("--verbose", m_options.verbose, "Also print traces, and what the browser says");
+    refuse_empty_values(parser);
 }
 
 std::string live_command::take_arguments() {

@@ -54,8 +54,12 @@ void append_vp9(strings& to, output_kind, const frame_format& format) {
 }
 
 void append_ffv1(strings& to, output_kind, const frame_format& format) {
-    append(to, {"-c:v", "ffv1", "-level", "3", "-slices", "4", "-slicecrc", "1", "-pix_fmt",
-                format.transparent ? "bgra" : "bgr0"});
+    append(to, {"-c:v", "ffv1"});
+    // A single line or column has no four slices; only the first version of FFV1 has none.
+    const bool has_slices = format.width > 1 && format.height > 1;
+    append(to, has_slices ? strings{"-level", "3", "-slices", "4", "-slicecrc", "1"}
+                          : strings{"-level", "1"});
+    append(to, {"-pix_fmt", format.transparent ? "bgra" : "bgr0"});
 }
 
 // A rate control of its own would make the encoder try each block several times, five times the
@@ -81,16 +85,18 @@ void append_webp(strings& to, output_kind, const frame_format& format) {
                 "-pix_fmt", "bgra"});
 }
 
-//                                  alpha  quality fields  even
-constexpr film_codec k_h264 = {"h264", false, true, true, true, &append_h264};
-constexpr film_codec k_hevc = {"hevc", false, true, false, true, &append_hevc};
-constexpr film_codec k_av1 = {"av1", false, true, false, true, &append_av1};
-constexpr film_codec k_vp9 = {"vp9", true, true, false, false, &append_vp9};
-constexpr film_codec k_ffv1 = {"ffv1", true, false, true, false, &append_ffv1};
-constexpr film_codec k_prores = {"prores", true, true, true, false, &append_prores};
-constexpr film_codec k_gif = {"gif", true, false, false, false, &append_gif};
-constexpr film_codec k_jpeg = {"jpeg", false, true, false, false, &append_jpeg};
-constexpr film_codec k_webp = {"webp", true, true, false, false, &append_webp};
+using enum halved_colour;
+
+//                               alpha  quality fields halved  least
+constexpr film_codec k_h264 = {"h264", false, true, true, both, 1, &append_h264};
+constexpr film_codec k_hevc = {"hevc", false, true, false, both, 16, &append_hevc};
+constexpr film_codec k_av1 = {"av1", false, true, false, both, 64, &append_av1};
+constexpr film_codec k_vp9 = {"vp9", true, true, false, none, 1, &append_vp9};
+constexpr film_codec k_ffv1 = {"ffv1", true, false, true, none, 1, &append_ffv1};
+constexpr film_codec k_prores = {"prores", true, true, true, across, 1, &append_prores};
+constexpr film_codec k_gif = {"gif", true, false, false, none, 1, &append_gif};
+constexpr film_codec k_jpeg = {"jpeg", false, true, false, none, 1, &append_jpeg};
+constexpr film_codec k_webp = {"webp", true, true, false, none, 1, &append_webp};
 
 // The first that keeps what there is to keep is the usual one.
 constexpr const film_codec* k_of_mkv[] = {&k_h264, &k_ffv1, &k_hevc, &k_vp9, &k_av1, &k_prores};
@@ -144,26 +150,35 @@ std::string codec_complaint(const output_target& target, const frame_format& for
         return "--codec " + format.film.codec + ": " + target.path + " takes " + names_of(all);
     }
     if (!format.film.codec.empty()) return "--codec " + format.film.codec + " keeps no alpha";
-    return target.path + " keeps no alpha: leave --transparent out, or write .mov, .webm or .mkv";
+    const bool is_picture = is_single_picture(target.kind) || is_series(target.kind);
+    return target.path + " keeps no alpha: leave --transparent out, or write " +
+           (is_picture ? ".png or .webp" : ".mov, .webm or .mkv");
 }
 
-// Of the encoder, which refuses a smaller film at its first frame.
-constexpr long k_least_av1_side = 64;
+// An odd film with colour of half the resolution. Matroska files have colour of the whole one then,
+// where the codec can.
+bool is_odd(const output_target& target, const film_codec& codec, const frame_format& format) {
+    if (codec.halved == halved_colour::none || format.transparent) return false;
+    const bool has_lines = codec.halved == halved_colour::both;
+    const long lines = !has_lines ? 1 : (format.is_interlaced ? 4 : 2);
+    if (format.width % 2 == 0 && format.height % lines == 0) return false;
+    const bool can_be_whole = has_lines && &codec != &k_av1 && !format.is_interlaced;
+    return target.kind != output_kind::mkv || !can_be_whole;
+}
 
-// Colour of half the resolution wants an even number of pixels, and of lines in each field.
 std::string size_complaint(const output_target& target, const film_codec& codec,
                            const frame_format& format) {
-    if (!codec.wants_even_size) return {};
-    if (&codec == &k_av1 && (format.width < k_least_av1_side || format.height < k_least_av1_side)) {
-        return target.path + " holds av1, which wants 64x64 at least; " + size_of(format) +
-               " is not";
+    const std::string holds =
+        target.path + " holds " + codec.name + ", and the picture is " + size_of(format) + ": ";
+    const std::string least = std::to_string(codec.least_side);
+    if (std::min(format.width, format.height) < codec.least_side) {
+        return holds + "it has to be " + least + "x" + least + " at least";
     }
-    const long lines = format.is_interlaced ? 4 : 2;
-    if (format.width % 2 == 0 && format.height % lines == 0) return {};
-    // Matroska files with colour of the whole resolution have always been written then.
-    if (target.kind == output_kind::mkv && &codec != &k_av1 && !format.is_interlaced) return {};
-    return target.path + " holds " + codec.name + ", which wants an even width and a height that " +
-           std::to_string(lines) + " divides; " + size_of(format) + " is not";
+    if (!is_odd(target, codec, format)) return {};
+    if (codec.halved == halved_colour::across) return holds + "the width has to be even";
+    return holds + (format.is_interlaced
+                        ? "the width has to be even, and the height a multiple of 4"
+                        : "width and height have to be even");
 }
 
 // What a GIF says of its frames is in hundredths of a second, and browsers take 1 for 10.

@@ -10,13 +10,20 @@
 
 namespace pennywort::host {
 
+// The sides of a picture in which colour has half the resolution; an odd one cannot be halved.
+enum class halved_colour {
+    none,
+    across,
+    both,
+};
+
 struct film_codec {
     const char* name;  // as --codec calls it
     bool keeps_alpha;
     bool has_quality;
-    bool has_fields;  // can hold two fields in a frame
-    // Its colour has half the resolution, which an odd size does not divide.
-    bool wants_even_size;
+    bool has_fields;       // can hold two fields in a frame
+    halved_colour halved;  // of an opaque film
+    long least_side;       // in pixels; the encoder refuses smaller pictures
     // ffmpeg's arguments up to the pixel format.
     void (*append)(std::vector<std::string>& to, output_kind kind, const frame_format& format);
 };

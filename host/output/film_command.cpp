@@ -14,8 +14,10 @@ using strings = std::vector<std::string>;
 
 void append(strings& to, const strings& more) { to.insert(to.end(), more.begin(), more.end()); }
 
-// Each line that ffmpeg says stands for itself: "Last message repeated 2 times" would hide which.
-// Each of the stream's tracks is announced in its head: to look at more of it would only take time.
+// Frames without times of their own have the rate that -r says: by another option of the format it
+// would be a guess of ffmpeg's, which takes 119.88 for 120. Each line that ffmpeg says stands for
+// itself: "Last message repeated 2 times" would hide which. Each of the stream's tracks is
+// announced in its head: to look at more of it would only take time.
 strings command_begin(const std::string& program, const frame_format& format) {
     strings command = {program, "-hide_banner", "-nostdin", "-loglevel", "repeat+error", "-y"};
     if (format.has_sound) {
@@ -23,8 +25,8 @@ strings command_begin(const std::string& program, const frame_format& format) {
                          "pipe:0", "-r", format.rate.text()});
     } else {
         append(command, {"-f", "rawvideo", "-pixel_format", "bgra", "-video_size",
-                         std::to_string(format.width) + "x" + std::to_string(format.height),
-                         "-framerate", format.rate.text(), "-i", "pipe:0"});
+                         std::to_string(format.width) + "x" + std::to_string(format.height), "-r",
+                         format.rate.text(), "-i", "pipe:0"});
     }
     return command;
 }
@@ -137,7 +139,8 @@ strings film_command(const std::string& program, const output_target& target,
     append_encoder(command, target.kind, format);
     append_file(command, target);
     append(command, format.film.ffmpeg_options);
-    command.push_back(file_of(target));
+    // Behind the user's, so that it counts.
+    append(command, {"-progress", "pipe:2", file_of(target)});
     return command;
 }
 

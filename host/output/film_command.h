@@ -9,6 +9,10 @@
 
 namespace pennywort::host {
 
+// The name of what ffmpeg reports on its standard error, among other things: the frames that it has
+// written so far.
+constexpr const char* k_film_report = "frame";
+
 // `program` and its arguments; it reads the frames as BGRA from its standard input, or a
 // film with sound as the Matroska stream of both. Films are
 // BT.709 in the limited range and say so, but for FFV1 and GIF, which keep RGB, and pictures, whose

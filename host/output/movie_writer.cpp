@@ -23,6 +23,19 @@ bool tells_of_lost_bytes(const std::string& line) {
            line.find("No space left") != line.npos;
 }
 
+// "[libx264 @ 0x55d0c8] Possible presets: ..." without what only ffmpeg's makers need, and without
+// a full stop.
+std::string without_address(const std::string& line) {
+    const auto at = line.find(" @ 0x");
+    const auto behind = line.find("] ", at);
+    std::string bare = line;
+    if (line.starts_with('[') && at != line.npos && behind != line.npos) {
+        bare = line.substr(1, at - 1) + ": " + line.substr(behind + 2);
+    }
+    if (bare.ends_with('.')) bare.pop_back();
+    return bare;
+}
+
 std::string said(const child_process::exit_report& report) {
     return report.last_line.empty() ? "" : "; ffmpeg says: " + report.last_line;
 }
@@ -51,7 +64,7 @@ outcome movie_writer::begin() {
     const std::string first = m_target.pattern ? m_target.pattern->name_of(1) : m_path;
     if (auto possible = can_be_written(first); !possible.ok()) return possible;
     if (auto tried = try_encoder(program); !tried.ok()) return tried;
-    auto started = m_child.start(film_command(program, m_target, m_format));
+    auto started = m_child.start(film_command(program, m_target, m_format), k_film_report);
     m_is_running = started.ok();
     if (!started.ok() || !m_format.has_sound) return started;
     const std::string head = m_stream.begin();
@@ -61,13 +74,26 @@ outcome movie_writer::begin() {
 // Without this, an ffmpeg that lacks the encoder would fail at the first frame, long after the
 // browser runtime has started and the page has loaded.
 outcome movie_writer::try_encoder(const std::string& program) const {
+    child_process::exit_report report;
+    auto tried = try_format(program, m_format, report);
+    if (tried.ok() || !report.ended || m_format.film.ffmpeg_options.empty()) return tried;
+    frame_format ours = m_format;
+    ours.film.ffmpeg_options.clear();
+    child_process::exit_report without;
+    if (!try_format(program, ours, without).ok()) return tried;
+    // The first thing that it says is the cause; what follows are its consequences.
+    return outcome::refused("--ffmpeg-options: ffmpeg says: " + without_address(report.first_line));
+}
+
+outcome movie_writer::try_format(const std::string& program, const frame_format& format,
+                                 child_process::exit_report& report) const {
     child_process trial;
-    if (auto begun = trial.start(film_trial_command(program, m_target, m_format)); !begun.ok()) {
+    if (auto begun = trial.start(film_trial_command(program, m_target, format)); !begun.ok()) {
         return begun;
     }
-    const std::string frame = film_trial_frame(m_format);
+    const std::string frame = film_trial_frame(format);
     trial.write(frame.data(), frame.size(), m_patience);
-    const auto report = trial.finish(m_patience);
+    report = trial.finish(m_patience);
     if (!report.ended) return outcome::failed("ffmpeg does not end after one frame");
     return report.status == 0 ? outcome::fine() : failed_with(report);
 }
@@ -116,7 +142,18 @@ outcome movie_writer::finish() {
     const auto report = m_child.finish(m_patience);
     if (!report.ended) return outcome::failed("ffmpeg does not end; " + m_path + " is not whole");
     if (report.status != 0 || tells_of_lost_bytes(report.last_line)) return failed_with(report);
-    return check_output(report);
+    auto checked = check_output(report);
+    return checked.ok() ? check_count(report) : checked;
+}
+
+// An option of the user's may take frames away, or the whole picture. An ffmpeg that reports
+// nothing is none that we know.
+outcome movie_writer::check_count(const child_process::exit_report& report) const {
+    if (!report.reported || *report.reported >= m_shown) return outcome::fine();
+    const bool has_options = !m_format.film.ffmpeg_options.empty();
+    return outcome::failed("ffmpeg has written " + std::to_string(*report.reported) + " of " +
+                           std::to_string(m_shown) + " frames into " + m_path +
+                           (has_options ? ": --ffmpeg-options take the others away" : ""));
 }
 
 outcome movie_writer::failed_with(const child_process::exit_report& report) const {

@@ -34,11 +34,14 @@ public:
 
 private:
     outcome try_encoder(const std::string& program) const;
+    outcome try_format(const std::string& program, const frame_format& format,
+                       child_process::exit_report& report) const;
     outcome send(const void* bytes, std::size_t count);
     outcome send(const std::string& head, const void* bytes, std::size_t count);
     outcome give_up();
     outcome failed_with(const child_process::exit_report& report) const;
     outcome check_output(const child_process::exit_report& report) const;
+    outcome check_count(const child_process::exit_report& report) const;
     outcome check_series(const child_process::exit_report& report) const;
     outcome check_file(const std::string& path, const child_process::exit_report& report) const;
 

@@ -12,6 +12,30 @@ namespace pennywort::host {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// As many as systems follow.
+constexpr int k_most_links = 40;
+
+// Where the file of that name is, or would be.
+fs::path place_of(const std::string& path) {
+    std::error_code error;
+    fs::path file = fs::absolute(file_path(path), error);
+    for (int i = 0; i < k_most_links && fs::is_symlink(file, error); ++i) {
+        file = file.parent_path() / fs::read_symlink(file, error);
+    }
+    const fs::path folder = fs::weakly_canonical(file.parent_path(), error);
+    return error ? file : folder / file.filename();
+}
+
+}  // namespace
+
+bool are_one_file(const std::string& one, const std::string& other) {
+    std::error_code error;
+    if (fs::equivalent(file_path(one), file_path(other), error)) return true;
+    return place_of(one) == place_of(other);
+}
+
 outcome can_be_written(const std::string& path) {
     const fs::path file = file_path(path);
     const fs::path folder = file.parent_path();

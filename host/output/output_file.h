@@ -11,4 +11,8 @@ namespace pennywort::host {
 // is there stays as it is; what is no plain file, such as a named pipe or a device, is not touched.
 outcome can_be_written(const std::string& path);
 
+// Whether both names are of one file, there or not: "f.mov" and "./f.mov", a link and what it leads
+// to, two links to one file.
+bool are_one_file(const std::string& one, const std::string& other);
+
 }  // namespace pennywort::host

@@ -6,8 +6,10 @@
 #include <CLI/Formatter.hpp>
 
 #include "core/text/numbers.h"
+#include "host/output/ffmpeg_words.h"
 #include "host/output/film_codecs.h"
 #include "host/output/film_timecode.h"
+#include "host/output/output_file.h"
 #include "host/output/word_list.h"
 
 namespace pennywort::host {
@@ -44,8 +46,32 @@ std::string output_options::take_film(film_settings& film) const {
     auto words = words_of(m_ffmpeg_options);
     if (!words) return "--ffmpeg-options: a quote has no end";
     film.ffmpeg_options = std::move(*words);
+    return ffmpeg_words_complaint(film.ffmpeg_options);
+}
+
+namespace {
+
+// Of a series the first one.
+std::string file_of(const output_target& target) {
+    return target.pattern ? target.pattern->name_of(1) : target.path;
+}
+
+// Fill and key are of the same length, and two files.
+std::string key_complaint(const output_target& output, const output_target& key) {
+    for (const auto* one : {&output, &key}) {
+        if (one->kind == output_kind::wav) return "--key: " + one->path + " holds no picture";
+    }
+    if (is_single_picture(output.kind) != is_single_picture(key.kind)) {
+        return "--key: one of " + output.path + " and " + key.path +
+               " holds one picture, and the other a film";
+    }
+    if (!output.to_standard_output() && are_one_file(file_of(output), file_of(key))) {
+        return "--key " + key.path + " and -o " + output.path + " are the same file";
+    }
     return {};
 }
+
+}  // namespace
 
 std::string output_options::take_key(const output_target& output, frame_format& format,
                                      std::optional<output_target>& key) const {
@@ -53,7 +79,7 @@ std::string output_options::take_key(const output_target& output, frame_format& 
     key = output_target::parse(m_key, {}, reason);
     if (!key) return "--key " + m_key + ": " + reason;
     if (key->to_standard_output()) return "--key wants a file";
-    if (key->path == output.path) return "--key and -o are the same file";
+    if (auto wrong = key_complaint(output, *key); !wrong.empty()) return wrong;
     frame_format film = film_format_of(format);
     film.transparent = false;
     format.transparent = true;

@@ -108,7 +108,9 @@ std::optional<name_pattern> name_pattern::parse(std::string_view text, std::stri
             continue;
         }
         if (found || !pattern.take_conversion(text, at)) {
-            reason = "the name of a series needs exactly one %d, as in frames-%05d.png";
+            reason =
+                "the name of a series needs exactly one %d, as in frames-%05d.png; %% stands for a "
+                "percent sign";
             return {};
         }
         found = true;
@@ -116,6 +118,15 @@ std::optional<name_pattern> name_pattern::parse(std::string_view text, std::stri
     if (found) return pattern;
     reason = "no place for the number";
     return {};
+}
+
+std::optional<std::string> name_pattern::plain_name(std::string_view text) {
+    std::string name;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        name.push_back(text[at]);
+        if (text[at] == '%' && text.substr(++at, 1) != "%") return {};
+    }
+    return name;
 }
 
 std::string name_pattern::name_of(std::uint64_t number) const {
@@ -156,11 +167,16 @@ std::optional<output_target> output_target::parse(std::string_view text, std::st
         reason = "--format and the ending of " + target.path + " contradict each other";
         return {};
     }
-    if (is_single_picture(target.kind) && text.find('%') != std::string_view::npos) {
-        target.pattern = name_pattern::parse(text, reason);
-        if (!target.pattern) return {};
-        target.kind = series_of(target.kind);
+    const bool has_percent_sign = text.find('%') != std::string_view::npos;
+    if (!is_single_picture(target.kind) || !has_percent_sign) return target;
+    // "50%%.png" is one picture; without its number it is no series.
+    if (auto name = name_pattern::plain_name(text)) {
+        target.path = std::move(*name);
+        return target;
     }
+    target.pattern = name_pattern::parse(text, reason);
+    if (!target.pattern) return {};
+    target.kind = series_of(target.kind);
     return target;
 }
 

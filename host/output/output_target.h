@@ -42,6 +42,10 @@ public:
     // reason, for any other.
     static std::optional<name_pattern> parse(std::string_view text, std::string& reason);
 
+    // What a text without a place for the number stands for; nothing where it has one, or a single
+    // percent sign.
+    static std::optional<std::string> plain_name(std::string_view text);
+
     std::string name_of(std::uint64_t number) const;
     // The same pattern as ffmpeg takes it; nothing where it cannot: it has no blanks before a
     // number.

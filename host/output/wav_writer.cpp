@@ -43,8 +43,10 @@ outcome wav_writer::hear(std::span<const float> samples) {
     if (samples.size_bytes() > k_most - m_bytes) {
         return outcome::failed(m_path + " holds no more than 4 GB of sound: write .mkv");
     }
-    m_bytes += static_cast<std::uint32_t>(samples.size_bytes());
-    return m_sink.write(samples.data(), samples.size_bytes());
+    auto written = m_sink.write(samples.data(), samples.size_bytes());
+    // The head counts what is there, also behind a disk that was full.
+    if (written.ok()) m_bytes += static_cast<std::uint32_t>(samples.size_bytes());
+    return written;
 }
 
 outcome wav_writer::finish() {

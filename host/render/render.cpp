@@ -125,6 +125,7 @@ private:
     std::uint64_t m_missed_before = 0;
     time_point m_started{};
     std::string m_failure;
+    bool m_is_refused = false;  // by its arguments, which it takes another program to judge
     std::set<std::string> m_script_errors;  // those that have been told
     saying_counts m_sayings;
     bool m_has_page_faults = false;
@@ -162,6 +163,10 @@ void render_session::mind_sayings() {
 
 bool render_session::open_output() {
     if (m_options.output.kind == output_kind::none) return true;
+    if (m_options.output.to_standard_output() && !m_console.has_output()) {
+        fail("standard output is closed");
+        return false;
+    }
     auto writer = make_page_writer(m_options.output, m_options.key ? &*m_options.key : nullptr,
                                    m_options.format, m_console.output());
     const auto begun = writer->begin();
@@ -169,6 +174,7 @@ bool render_session::open_output() {
         m_writer = std::make_unique<writer_thread>(std::move(writer));
     } else {
         fail(begun.text());
+        m_is_refused = begun.what() == outcome::kind::refused;
     }
     return begun.ok();
 }
@@ -325,9 +331,9 @@ void render_session::tell_of_sound(const page_display& display) {
     if (!display.has_sounded()) return;
     m_has_told_of_sound = true;
     const char* const why =
-        !holds_sound(m_options.output.kind) ? " holds none" : " is exact, and has it with --live";
+        !holds_sound(m_options.output.kind) ? " holds none" : " is exact: only --live records it";
     m_progress.say("pennywort: the page has sound, and " + m_options.output.path + why +
-                   "; with --mute this is not told");
+                   " (--mute hides this line)");
 }
 
 const char* render_session::doing() const {
@@ -473,7 +479,7 @@ int render_session::report() {
     for (const auto& line : summary_lines(m_options, told)) m_progress.say(line);
     mind_sayings();
     if (m_options.json) print_json(told);
-    if (!m_failure.empty()) return k_exit_failed;
+    if (!m_failure.empty()) return m_is_refused ? k_exit_usage : k_exit_failed;
     if (interrupted != 0) return interrupted;
     return m_has_page_faults ? k_exit_page_faults : k_exit_fine;
 }

@@ -28,7 +28,7 @@ const char* render_command::footer() const {
   pennywort render page.html --seconds 5 --json
   pennywort render score.html --feed wss://example.com/goals --on-message 'show(JSON.parse(message))' -o score.mkv
 Exit status: 0 done, 1 failed, 2 wrong arguments, 4 done, but --strict minds
-what the page says, 130 or 143 interrupted (the file is complete).)";
+what the page says, 129, 130 or 143 interrupted (the file is complete).)";
 }
 
 void render_command::add_options(CLI::App& parser) {
@@ -37,6 +37,7 @@ void render_command::add_options(CLI::App& parser) {
     add_feed_options(parser);
     add_output_options(parser);
     add_flags(parser);
+    refuse_empty_values(parser);
 }
 
 void render_command::add_page_options(CLI::App& parser) {
@@ -237,8 +238,12 @@ std::string render_command::take_clock() {
     }
     const bool runs_free = m_raw.is_free_running || asked == "off";
     const bool is_live = m_raw.is_live || runs_free || !asked.empty();
-    if (m_raw.is_exact && runs_free) return "--exact and a page that runs free exclude each other";
-    if (m_raw.is_exact && is_live) return "--exact and a page in the day's time exclude each other";
+    if (m_raw.is_exact && is_live) {
+        const std::string other = m_raw.is_live           ? "--live"
+                                  : m_raw.is_free_running ? "--free-run"
+                                                          : "--host-clock " + asked;
+        return "--exact and " + other + " exclude each other";
+    }
     if (m_raw.is_exact && m_raw.is_endless) return "--exact needs an end: --frames or --seconds";
     // A feed comes in the day's time.
     const bool is_for_file = m_options.output.is_file() && !m_raw.is_endless && m_raw.feed.empty();

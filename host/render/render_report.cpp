@@ -28,14 +28,36 @@ std::string count_of(std::uint64_t count, const char* thing) {
     return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
+// Two frames of the page become one of an interlaced film.
+std::string frames_of(const render_options& options, const record_counts& counts) {
+    std::string text = count_of(counts.frames, "frame");
+    if (options.format.is_interlaced) {
+        text += " of the page, " + std::to_string((counts.frames + 1) / 2) + " of the film";
+    }
+    return text;
+}
+
+// Of one picture it only counts which one it is.
+std::string picture_line(const render_options& options, const render_result& result) {
+    const long width = result.width > 0 ? result.width : options.format.width;
+    const long height = result.height > 0 ? result.height : options.format.height;
+    const std::string line =
+        options.output.path + ": " + std::to_string(width) + "x" + std::to_string(height);
+    const std::uint64_t last = result.counts.frames - 1;
+    if (options.clock != page_clock::own) {
+        return line + (last > 0 ? ", the last of " + count_of(last + 1, "frame") : "");
+    }
+    const auto at = options.format.rate.time_of(options.first_frame + last);
+    return line + ", the page at " + rounded(seconds_of(at), 3) + " s of its time";
+}
+
 // How much of the day a film took says whether a batch of them is done by the morning.
 std::string exact_line(const render_options& options, const record_counts& counts, double seconds) {
     const bool measuring = options.output.kind == output_kind::none;
     const double length = static_cast<double>(counts.frames) / options.format.rate.value();
-    return (measuring ? "measured: " : options.output.path + ": ") +
-           count_of(counts.frames, "frame") + ", each at its moment; " + rounded(seconds, 2) +
-           " s for " + rounded(length, 2) + " s of film, " +
-           rounded(seconds > 0 ? length / seconds : 0, 2) + " times real time; " +
+    return (measuring ? "measured: " : options.output.path + ": ") + frames_of(options, counts) +
+           ", each at its moment; " + rounded(seconds, 2) + " s for " + rounded(length, 2) +
+           " s of film, " + rounded(seconds > 0 ? length / seconds : 0, 2) + " times real time; " +
            count_of(counts.repeated, "frame") + " the same as the one before";
 }
 
@@ -45,7 +67,7 @@ std::vector<std::string> live_lines(const render_options& options, const render_
     const double seconds = seconds_of(counts.counted);
     const bool measuring = options.output.kind == output_kind::none;
     std::vector<std::string> lines{
-        (measuring ? "measured: " : options.output.path + ": ") + count_of(counts.frames, "frame") +
+        (measuring ? "measured: " : options.output.path + ": ") + frames_of(options, counts) +
         ", " + rounded(seconds, 2) + " s, " + rounded(per_second(counts.painted, seconds), 2) +
         " pictures a second of " + rounded(options.format.rate.value(), 2) + "; " +
         count_of(counts.repeated, "frame") + " the same as the one before; the page missed " +
@@ -56,6 +78,12 @@ std::vector<std::string> live_lines(const render_options& options, const render_
                         "helps");
     }
     return lines;
+}
+
+std::vector<std::string> result_lines(const render_options& options, const render_result& result) {
+    if (is_single_picture(options.output.kind)) return {picture_line(options, result)};
+    if (options.clock != page_clock::own) return live_lines(options, result);
+    return {exact_line(options, result.counts, seconds_of(result.counts.counted))};
 }
 
 }  // namespace
@@ -93,10 +121,7 @@ std::vector<std::string> summary_lines(const render_options& options, const rend
     std::vector<std::string> lines;
     // After a failure it would read as if all were well.
     if (result.counts.frames > 0 && result.failure.empty()) {
-        lines =
-            options.clock == page_clock::own
-                ? std::vector{exact_line(options, result.counts, seconds_of(result.counts.counted))}
-                : live_lines(options, result);
+        lines = result_lines(options, result);
     }
     const std::string said = result.sayings.text();
     if (!said.empty()) {

@@ -32,7 +32,8 @@ child_process::~child_process() {
     m_state->end_reader();
 }
 
-outcome child_process::start(const std::vector<std::string>& command) {
+outcome child_process::start(const std::vector<std::string>& command, const std::string& report) {
+    m_state->lines.expect_reports(report);
     auto launched = m_state->child.launch(command);
     if (!launched.ok()) return launched;
     m_state->is_running = true;
@@ -72,7 +73,9 @@ child_process::exit_report child_process::finish(std::chrono::milliseconds patie
     }
     m_state->end_now();
     m_state->end_reader();
+    report.first_line = m_state->lines.first();
     report.last_line = m_state->lines.text();
+    report.reported = m_state->lines.reported();
     return report;
 }
 

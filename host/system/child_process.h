@@ -3,7 +3,9 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,10 +24,11 @@ public:
     child_process& operator=(const child_process&) = delete;
 
     // `command` is the program's path and its arguments. Its output is discarded; of what it says
-    // on standard error the last line is kept. It runs below our own priority. It is not reached by
-    // what is typed at our terminal: our Ctrl-C must not cut off a file that we are about to
-    // complete.
-    outcome start(const std::vector<std::string>& command);
+    // on standard error the first and the last line are kept. It runs below our own priority. It is
+    // not reached by what is typed at our terminal: our Ctrl-C must not cut off a file that we are
+    // about to complete. `report` is the name of a number that the program reports there, in lines
+    // such as "frame=12", which are no words of its then; empty: it reports nothing.
+    outcome start(const std::vector<std::string>& command, const std::string& report = {});
 
     enum class write_result {
         written,
@@ -38,7 +41,10 @@ public:
         // By itself, within `patience`; else it has been ended, with what it has started.
         bool ended = false;
         int status = -1;  // its exit status; 128 and the signal's number if a signal ended it
+        std::string first_line;
         std::string last_line;
+        // What it has reported last; 0 where it has reported other numbers only.
+        std::optional<std::uint64_t> reported;
     };
     // Ends the program's input and waits for its end. Once. What it has started and left behind is
     // not waited for.

@@ -5,21 +5,25 @@
 #include <signal.h>
 
 #include <atomic>
+#include <cstddef>
+#include <iterator>
 
 namespace pennywort::host {
 
 namespace {
 
-constexpr int k_signals[] = {SIGINT, SIGTERM};
+constexpr int k_signals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::size_t k_count = std::size(k_signals);
 
 std::atomic<int> g_status{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may not wait for a lock");
 
-struct sigaction g_before[2];
+struct sigaction g_before[k_count];
 
+// A terminal that is lost says so twice, by the system and by the shell in it.
 void note(int number) {
     int none = 0;
-    if (g_status.compare_exchange_strong(none, 128 + number)) return;
+    if (g_status.compare_exchange_strong(none, 128 + number) || number == SIGHUP) return;
     ::signal(number, SIG_DFL);
     ::raise(number);
 }
@@ -32,11 +36,14 @@ interrupt_watch::interrupt_watch() {
     action.sa_handler = note;
     action.sa_flags = SA_RESTART;
     ::sigemptyset(&action.sa_mask);
-    for (int i = 0; i < 2; ++i) ::sigaction(k_signals[i], &action, &g_before[i]);
+    for (std::size_t i = 0; i < k_count; ++i) ::sigaction(k_signals[i], &action, &g_before[i]);
+    // Whoever has started us to outlive the terminal, as nohup does, means it.
+    auto& lost_terminal = g_before[k_count - 1];
+    if (lost_terminal.sa_handler == SIG_IGN) ::sigaction(SIGHUP, &lost_terminal, nullptr);
 }
 
 interrupt_watch::~interrupt_watch() {
-    for (int i = 0; i < 2; ++i) ::sigaction(k_signals[i], &g_before[i], nullptr);
+    for (std::size_t i = 0; i < k_count; ++i) ::sigaction(k_signals[i], &g_before[i], nullptr);
 }
 
 int interrupt_watch::status() const { return g_status; }

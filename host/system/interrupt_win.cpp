@@ -12,13 +12,23 @@ namespace pennywort::host {
 namespace {
 
 std::atomic<int> g_status{0};
+std::atomic<bool> g_is_ending{false};  // a handler waits for the end of the process
+
+bool is_typed(DWORD event) { return event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT; }
 
 // Called by the system on a thread of its own. FALSE leaves it to the system, which ends the
-// process.
+// process. Unless a key was typed it ends the process after this returns, whatever that says, and
+// after some seconds in any case: without the wait the film would lose its end. Our own end ends
+// the wait.
 BOOL WINAPI note(DWORD event) {
     int none = 0;
-    const int status = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT ? 130 : 143;
-    return g_status.compare_exchange_strong(none, status) ? TRUE : FALSE;
+    const int status = is_typed(event) ? 130 : (event == CTRL_CLOSE_EVENT ? 129 : 143);
+    const bool is_first = g_status.compare_exchange_strong(none, status);
+    if (!is_typed(event)) {
+        g_is_ending = true;
+        Sleep(INFINITE);
+    }
+    return is_first ? TRUE : FALSE;
 }
 
 }  // namespace
@@ -32,6 +42,8 @@ interrupt_watch::interrupt_watch() {
 }
 
 interrupt_watch::~interrupt_watch() {
+    // The system holds its list of handlers while one of them runs.
+    if (g_is_ending) return;
     // It fails only if the handler is not set any more.
     static_cast<void>(SetConsoleCtrlHandler(note, FALSE));
 }

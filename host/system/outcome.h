@@ -12,12 +12,14 @@ public:
     enum class kind {
         fine,
         failed,
+        refused,        // nothing has begun: the user has asked for what cannot be
         reader_closed,  // whoever read our output has closed it: the end, but not a fault of ours
     };
 
     static outcome fine() { return outcome(kind::fine, {}); }
     // `text` is one line without a full stop, fit to stand behind "pennywort: ".
     static outcome failed(std::string text) { return outcome(kind::failed, std::move(text)); }
+    static outcome refused(std::string text) { return outcome(kind::refused, std::move(text)); }
     // Its text is short enough to need none itself.
     static outcome no_memory() { return failed("out of memory"); }
     static outcome reader_closed() {

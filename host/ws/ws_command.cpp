@@ -48,7 +48,7 @@ Examples:
   pennywort ws wss://example.com/feed
   echo '{"subscribe":"scores"}' | pennywort ws wss://example.com/feed --linger 60
 Exit status: 0 closed, 1 no connection, one that was lost or that the server ended for a fault, or
-a line that was not sent, 2 wrong arguments, 130 or 143 interrupted.)";
+a line that was not sent, 2 wrong arguments, 129, 130 or 143 interrupted.)";
 }
 
 void ws_command::add_options(CLI::App& parser) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/render/render_command.h"
@@ -72,8 +73,41 @@ const refused_case k_refused[] = {
     {"UnknownFormat", {"render", k_page, "-o", "-", "--format", "nut"}, "nut"},
     {"FormatWithoutOutput", {"render", k_page, "--format", "raw"}, "-o"},
     {"UnknownPacing", {"render", k_page, "--pacing", "never"}, "never"},
-    {"TwoClocks", {"render", k_page, "--exact", "--live"}, "exclude each other"},
-    {"ExactAndFreeRunning", {"render", k_page, "--exact", "--free-run"}, "exclude each other"},
+    {"TwoClocks", {"render", k_page, "--exact", "--live"}, "--exact and --live exclude each other"},
+    {"ExactAndFreeRunning",
+     {"render", k_page, "--exact", "--free-run"},
+     "--exact and --free-run exclude each other"},
+    {"ExactAndAHostClock",
+     {"render", k_page, "--exact", "--host-clock", "on"},
+     "--exact and --host-clock on exclude each other"},
+    {"AnOptionTwice",
+     {"render", k_page, "--size", "8x8", "--size", "9x9"},
+     "--size is given more than once; pennywort render --help"},
+    {"EmptyOutput", {"render", k_page, "-o", ""}, "--output: its value is empty"},
+    {"EmptyCodec", {"render", k_page, "-o", "a.mkv", "--codec", ""}, "--codec: its value is empty"},
+    {"EmptyQuality", {"render", k_page, "-o", "a.mkv", "--quality="}, "--quality"},
+    {"EmptyKey", {"render", k_page, "-o", "a.mkv", "--key", ""}, "--key: its value is empty"},
+    {"EmptyFrames", {"render", k_page, "--frames", ""}, "--frames: its value is empty"},
+    {"EmptyCookie", {"render", k_page, "--cookie", ""}, "--cookie: its value is empty"},
+    {"EmptyFpsOfLive", {"live", k_page, "--fps", ""}, "--fps: its value is empty"},
+    {"KeyThatIsSound",
+     {"render", k_page, "-o", "a.mov", "--key", "k.wav"},
+     "--key: k.wav holds no picture"},
+    {"KeyOfSound",
+     {"render", k_page, "--live", "-o", "a.wav", "--key", "k.mov"},
+     "--key: a.wav holds no picture"},
+    {"KeyOfOnePicture",
+     {"render", k_page, "-o", "a.mov", "--key", "k.png"},
+     "--key: one of a.mov and k.png holds one picture"},
+    {"KeyThatIsTheFilm",
+     {"render", k_page, "-o", "f.mov", "--key", "./f.mov"},
+     "--key ./f.mov and -o f.mov are the same file"},
+    {"KeyThatIsTheSeries",
+     {"render", k_page, "-o", "f-%d.png", "--key", "no/../f-%d.png"},
+     "are the same file"},
+    {"OptionsForFfmpegThatAreAFile",
+     {"render", k_page, "-o", "a.mkv", "--ffmpeg-options", "b.mkv"},
+     "--ffmpeg-options: 'b.mkv' is neither an option nor the value of one"},
     {"UnknownClock", {"render", k_page, "--host-clock", "maybe"}, "maybe"},
     {"OnePictureOfTwoPages", {"render", k_page, k_page, "-o", "a.png"}, "a.png"},
     {"EndlessQueue", {"render", k_page, k_page, "--endless"}, "--endless"},
@@ -197,6 +231,17 @@ TEST(CommandLine, AFileIsExactAndWhatSomebodyWaitsForIsLive) {
     EXPECT_EQ(clock_of({"--free-run"}, "a.mov"), page_clock::page);
     EXPECT_EQ(parse_render({"-o", "-"}).clock, page_clock::host);
     EXPECT_EQ(parse_render({"-o", "-", "--exact"}).clock, page_clock::own);
+}
+
+TEST(CommandLine, AKeyIsOfTheKindOfItsFill) {
+    for (const auto& [fill, key] : {std::pair{"f.mov", "k.mov"},
+                                    {"f.mp4", "k.mkv"},
+                                    {"f.png", "k.png"},
+                                    {"-", "k.y4m"},
+                                    {"f-%d.png", "k-%d.png"},
+                                    {"f.mov", "k-%d.png"}}) {
+        EXPECT_TRUE(parse_render({"-o", fill, "--key", key}).key.has_value()) << fill << key;
+    }
 }
 
 TEST(CommandLine, OptionsMayStandBeforeThePages) {

@@ -6,8 +6,10 @@
 #include <ostream>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
+#include "host/output/ffmpeg_words.h"
 #include "host/output/film_codecs.h"
 #include "host/output/film_command.h"
 #include "host/output/film_timecode.h"
@@ -44,17 +46,32 @@ void h264(frame_format& f) { f.film.codec = "h264"; }
 
 constexpr complaint_case k_complaints[] = {
     {"Mp4", "a.mp4", &nothing, nullptr},
-    {"Mp4WithAlpha", "a.mp4", &transparent, "keeps no alpha"},
-    {"JpgWithAlpha", "a.jpg", &transparent, "keeps no alpha"},
+    {"Mp4WithAlpha", "a.mp4", &transparent,
+     "keeps no alpha: leave --transparent out, or write .mov"},
+    {"JpgWithAlpha", "a.jpg", &transparent, "write .png or .webp"},
+    {"JpgSeriesWithAlpha", "a%d.jpg", &transparent, "write .png or .webp"},
     {"WebmWithAlpha", "a.webm", &transparent, nullptr},
     {"GifWithAlpha", "a.gif", &transparent, nullptr},
-    {"OddMp4", "a.mp4", &odd, "even width"},
-    {"OddLinesOfMp4", "a.mp4", &odd_lines, "even width"},
+    {"OddMp4", "a.mp4", &odd,
+     "a.mp4 holds h264, and the picture is 33x64: width and height have to be even"},
+    {"OddLinesOfMp4", "a.mp4", &odd_lines, "width and height have to be even"},
     {"OddMkv", "a.mkv", &odd, nullptr},
     {"OddWebm", "a.webm", &odd, nullptr},
-    {"OddProRes", "a.mov", &odd, nullptr},
-    {"OddH264InMov", "a.mov", [](frame_format& f) { h264(f), odd(f); }, "even width"},
-    {"OddAv1", "a.mkv", [](frame_format& f) { f.film.codec = "av1", f.height = 65; }, "even width"},
+    {"OddProRes", "a.mov", &odd,
+     "a.mov holds prores, and the picture is 33x64: the width has to be even"},
+    {"OddLinesOfProRes", "a.mov", &odd_lines, nullptr},
+    {"OddProResWithAlpha", "a.mov", [](frame_format& f) { transparent(f), odd(f); }, nullptr},
+    {"OddProResInMkv", "a.mkv", [](frame_format& f) { f.film.codec = "prores", odd(f); },
+     "the width has to be even"},
+    {"OddProResWithFields", "a.mov", [](frame_format& f) { fields(f), odd(f); },
+     "the width has to be even"},
+    {"OddH264InMov", "a.mov", [](frame_format& f) { h264(f), odd(f); }, "have to be even"},
+    {"OddAv1", "a.mkv", [](frame_format& f) { f.film.codec = "av1", f.height = 65; },
+     "have to be even"},
+    {"SmallHevc", "a.mp4", [](frame_format& f) { f.film.codec = "hevc", f.width = 14; },
+     "a.mp4 holds hevc, and the picture is 14x64: it has to be 16x16 at least"},
+    {"SmallHevcInMkv", "a.mkv", [](frame_format& f) { f.film.codec = "hevc", f.height = 15; },
+     "16x16 at least"},
     {"SmallAv1", "a.mp4", [](frame_format& f) { f.film.codec = "av1", f.height = 62; }, "64x64"},
     {"UnknownCodec", "a.mov", &vp9, "takes prores, h264, hevc"},
     {"CodecWithoutAlpha", "a.mov", [](frame_format& f) { h264(f), transparent(f); },
@@ -80,7 +97,7 @@ constexpr complaint_case k_complaints[] = {
     {"FieldsOfAnOddHeightInY4m", "a.y4m", [](frame_format& f) { fields(f), odd_lines(f); },
      "even height"},
     {"FieldsWithQuarterColour", "a.mp4", [](frame_format& f) { fields(f), f.height = 50; },
-     "that 4 divides"},
+     "the width has to be even, and the height a multiple of 4"},
     {"TimecodeOfMov", "a.mov", &timecode, nullptr},
     {"TimecodeOfWebm", "a.webm", &timecode, "--timecode is for"},
     {"TimecodeOfY4m", "a.y4m", &timecode, "--timecode is for"},
@@ -126,8 +143,19 @@ TEST(FilmCommand, EndsWithTheUsersOptionsAndTheFile) {
     auto format = format_of(64, 48);
     format.film.ffmpeg_options = {"-preset", "slow"};
     const auto command = film_command("ffmpeg", target_of("a.mkv"), format);
-    const std::vector<std::string> end(command.end() - 3, command.end());
-    EXPECT_EQ(end, (std::vector<std::string>{"-preset", "slow", "file:a.mkv"}));
+    const std::vector<std::string> end(command.end() - 5, command.end());
+    EXPECT_EQ(end,
+              (std::vector<std::string>{"-preset", "slow", "-progress", "pipe:2", "file:a.mkv"}));
+}
+
+TEST(FilmCommand, GivesTheRateOfTheFramesAsAFraction) {
+    const auto format = format_of(64, 48, "119.88");
+    for (const auto& command : {film_command("ffmpeg", target_of("a.mkv"), format),
+                                film_trial_command("ffmpeg", target_of("a.mkv"), format)}) {
+        const auto at = std::find(command.begin(), command.end(), "-r");
+        ASSERT_LT(at, std::find(command.begin(), command.end(), "-i"));
+        EXPECT_EQ(at[1], "120000/1001");
+    }
 }
 
 struct timecode_case {
@@ -195,6 +223,33 @@ TEST(WordList, SplitsAtBlanksOutsideOfQuotes) {
 TEST(WordList, AQuoteWithoutAnEndIsNone) {
     EXPECT_FALSE(words_of("'a"));
     EXPECT_FALSE(words_of("a \"b' c"));
+}
+
+TEST(FfmpegWords, AreOptionsAndTheirValues) {
+    for (const words& good :
+         {words(), words{"-crf", "10"}, words{"-an"}, words{"-shortest", "-crf", "10"},
+          words{"-nostats", "-copyinkf:v", "-b:v", "20M"}, words{"-map", "-0:a"},
+          words{"-qmin", "-1", "-vf", "hflip,vflip"}, words{"-metadata", "title=two words"},
+          words{"-metadata", ""}}) {
+        EXPECT_EQ(ffmpeg_words_complaint(good), "");
+    }
+}
+
+TEST(FfmpegWords, OneThatIsNeitherIsRefused) {
+    const std::pair<words, const char*> cases[] = {
+        {{"out/extra.mp4"}, "'out/extra.mp4' is neither"},
+        {{"-crf", "10", "extra.mp4"}, "'extra.mp4' is neither"},
+        {{"-an", "extra.mp4"}, "'extra.mp4' is neither"},
+        {{"-noautorotate", "extra.mp4"}, "'extra.mp4' is neither"},
+        {{"-"}, "'-' is neither"},
+        {{""}, "'' is neither"},
+        {{"-crf"}, "-crf has no value"},
+        {{"-an", "-preset"}, "-preset has no value"},
+    };
+    for (const auto& [given, part] : cases) {
+        const auto said = ffmpeg_words_complaint(given);
+        EXPECT_NE(said.find(part), std::string::npos) << said;
+    }
 }
 
 TEST(FrameRate, HalvedIsExact) {

@@ -43,5 +43,36 @@ TEST(Interrupt, TheFirstOneIsNotedWithItsExitStatus) {
     EXPECT_EQ(watch.status(), 143);
 }
 
+// The system and the shell both tell of a terminal that is gone.
+TEST(Interrupt, ALostTerminalIsNotedHoweverOftenItIsTold) {
+    const interrupt_watch watch;
+    for (int i = 0; i < 3; ++i) std::raise(SIGHUP);
+    EXPECT_EQ(watch.status(), 129);
+}
+
+TEST(Interrupt, WhoWasStartedToOutliveTheTerminalDoes) {
+    const auto before = std::signal(SIGHUP, SIG_IGN);
+    {
+        const interrupt_watch watch;
+        std::raise(SIGHUP);
+        EXPECT_EQ(watch.status(), 0);
+        std::raise(SIGTERM);
+        EXPECT_EQ(watch.status(), 143);
+    }
+    std::raise(SIGHUP);
+    EXPECT_EQ(std::signal(SIGHUP, before), SIG_IGN);
+}
+
+TEST(InterruptDeathTest, CtrlCEndsAProgramWhoseTerminalIsLostAtOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const interrupt_watch watch;
+            std::raise(SIGHUP);
+            std::raise(SIGINT);
+        },
+        testing::KilledBySignal(SIGINT), "");
+}
+
 }  // namespace
 }  // namespace pennywort::host

@@ -9,8 +9,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "host/output/movie_writer.h"
 #include "host/output/output_file.h"
@@ -40,6 +42,28 @@ TEST(Y4mWriter, AFullDiskIsTold) {
 TEST(OutputFile, AFolderThatTakesNoFilesIsTold) {
     const auto tried = can_be_written("/sys/a.png");
     EXPECT_NE(tried.text().find("/sys/a.png"), std::string::npos) << tried.text();
+}
+
+TEST(OutputFile, ALinkIsTheFileThatItLeadsTo) {
+    namespace fs = std::filesystem;
+    const temporary_folder folder;
+    folder.write("old.mov", "old");
+    fs::create_hard_link(folder.path("old.mov"), folder.path("second.mov"));
+    fs::create_symlink("old.mov", folder.path("link.mov"));
+    fs::create_symlink("new.mov", folder.path("to-new.mov"));
+    fs::create_symlink("to-new.mov", folder.path("to-that.mov"));
+    fs::create_symlink("other.mov", folder.path("to-other.mov"));
+    fs::create_symlink("round.mov", folder.path("round.mov"));
+    const auto are_one = [&](const char* one, const char* other) {
+        return are_one_file(folder.path(one), folder.path(other));
+    };
+    EXPECT_TRUE(are_one("old.mov", "second.mov"));
+    EXPECT_TRUE(are_one("second.mov", "link.mov"));
+    EXPECT_TRUE(are_one("new.mov", "to-that.mov"));
+    EXPECT_TRUE(are_one("to-that.mov", "to-new.mov"));
+    EXPECT_FALSE(are_one("to-other.mov", "to-new.mov"));
+    EXPECT_FALSE(are_one("link.mov", "to-new.mov"));
+    EXPECT_FALSE(are_one("round.mov", "old.mov"));
 }
 
 // A file may not grow beyond so many bytes while one of these lives: here, and in the programs that
@@ -72,17 +96,25 @@ TEST(RawWriter, AFileThatMayNotGrowIsTold) {
     EXPECT_NE(result.text().find("File too large"), std::string::npos) << result.text();
 }
 
-outcome make_film(const std::string& path, int frames) {
+output_target target_of(const std::string& path) {
     std::string reason;
     const auto target = output_target::parse(path, "", reason);
-    if (!target) return outcome::failed(reason);
-    const auto writer = make_frame_writer(*target, format_of(192, 108), nullptr);
+    EXPECT_TRUE(target) << reason;
+    return target.value_or(output_target());
+}
+
+outcome make_film(const std::string& path, int frames, const std::string& key = {}) {
+    std::optional<output_target> key_target;
+    if (!key.empty()) key_target = target_of(key);
+    const auto writer = make_page_writer(target_of(path), key_target ? &*key_target : nullptr,
+                                         format_of(192, 108), nullptr);
+    const std::uint32_t opaque = key.empty() ? 0xFF000000 : 0;
     outcome result = writer->begin();
     for (int i = 0; i < frames && result.ok(); ++i) {
         auto noise = std::make_shared<picture>(192, 108);
         std::minstd_rand next(static_cast<unsigned>(i + 1));
         for (std::size_t at = 0; at < noise->pixel_count(); ++at) {
-            noise->pixels[at] = static_cast<std::uint32_t>(next()) | 0xFF000000;
+            noise->pixels[at] = static_cast<std::uint32_t>(next()) * 2 | opaque;
         }
         result = writer->show(noise);
     }
@@ -113,26 +145,96 @@ TEST_P(FilmWithoutRoom, IsAFailureWhereverItEnds) {
 }
 
 // A disk of its own that is full before the film is whole.
+class small_disk {
+public:
+    small_disk(const std::string& place, std::uintmax_t bytes) : m_place(place) {
+        std::filesystem::create_directory(place);
+        const std::string options = "size=" + std::to_string(bytes / 4096 * 4096);
+        m_is_there = mount("tmpfs", place.c_str(), "tmpfs", 0, options.c_str()) == 0;
+    }
+    ~small_disk() {
+        if (!m_is_there) return;
+        EXPECT_EQ(umount2(m_place.c_str(), MNT_DETACH), 0);
+    }
+    bool is_there() const { return m_is_there; }
+
+private:
+    const std::string m_place;
+    bool m_is_there = false;
+};
+
+void expect_no_space(const outcome& made) {
+    EXPECT_NE(made.text().find("No space left"), std::string::npos) << made.text();
+}
+
 TEST_P(FilmWithoutRoom, AFullDiskIsAFailure) {
-    const std::string disk = folder.path("disk");
-    std::filesystem::create_directory(disk);
     ASSERT_TRUE(make_film(folder.path(name), 12).ok());
     const auto size = std::filesystem::file_size(folder.path(name));
-    for (const std::uintmax_t pages : {size / 4096, size / 8192}) {
-        const std::string options = "size=" + std::to_string(pages * 4096);
-        if (mount("tmpfs", disk.c_str(), "tmpfs", 0, options.c_str()) != 0) {
-            GTEST_SKIP() << "needs the right to mount";
-        }
-        const auto made = make_film(disk + "/" + name, 12);
-        EXPECT_EQ(umount2(disk.c_str(), MNT_DETACH), 0);
-        EXPECT_NE(made.text().find("No space left"), std::string::npos) << made.text();
+    for (const std::uintmax_t room : {size - 1, size / 2}) {
+        const small_disk disk(folder.path("disk"), room);
+        if (!disk.is_there()) GTEST_SKIP() << "needs the right to mount";
+        expect_no_space(make_film(folder.path("disk/") + name, 12));
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FilmWithoutRoom,
                          testing::Values("a.mkv", "a.mov", "a.mp4", "a.webm", "a.gif", "a.jpg",
-                                         "a.webp"),
+                                         "a.webp", "a.png", "a.y4m", "a.raw"),
                          [](const auto& one) { return std::string(one.param).substr(2); });
+
+class SeriesWithoutRoom : public FilmWithoutRoom {};
+
+TEST_P(SeriesWithoutRoom, AFullDiskIsAFailure) {
+    ASSERT_TRUE(make_film(folder.path(name), 12).ok());
+    std::string first = name;
+    first.replace(name.find("%d"), 2, "1");
+    const auto size = std::filesystem::file_size(folder.path(first));
+    const small_disk disk(folder.path("disk"), size * 5);
+    if (!disk.is_there()) GTEST_SKIP() << "needs the right to mount";
+    expect_no_space(make_film(folder.path("disk/") + name, 12));
+    EXPECT_TRUE(folder.has("disk/" + first));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SeriesWithoutRoom, testing::Values("a%d.png", "a%d.jpg", "a%d.webp"),
+                         [](const auto& one) { return std::string(one.param).substr(4); });
+
+class KeyWithoutRoom : public FilmWithoutRoom {};
+
+TEST_P(KeyWithoutRoom, IsAFailureThatNamesIt) {
+    ASSERT_TRUE(make_film(folder.path("f" + name), 12, folder.path(name)).ok());
+    const auto size = std::filesystem::file_size(folder.path(name));
+    const small_disk disk(folder.path("disk"), size / 2);
+    if (!disk.is_there()) GTEST_SKIP() << "needs the right to mount";
+    const auto made = make_film(folder.path("f" + name), 12, folder.path("disk/") + name);
+    expect_no_space(made);
+    EXPECT_NE(made.text().find("disk/" + name), std::string::npos) << made.text();
+    EXPECT_TRUE(folder.has("f" + name));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, KeyWithoutRoom, testing::Values("a.mkv", "a.mov", "a.y4m"),
+                         [](const auto& one) { return std::string(one.param).substr(2); });
+
+TEST(WavWriter, AFullDiskIsTold) {
+    const temporary_folder folder;
+    const small_disk disk(folder.path("disk"), 64 * 1024);
+    if (!disk.is_there()) GTEST_SKIP() << "needs the right to mount";
+    const auto writer = make_frame_writer(target_of(folder.path("disk/a.wav")), {}, nullptr);
+    outcome result = writer->begin();
+    const std::vector<float> second(std::size_t(k_sound_rate) * k_sound_channels);
+    for (int i = 0; i < 3 && result.ok(); ++i) result = writer->hear(second);
+    const auto finished = writer->finish();
+    expect_no_space(result.ok() ? finished : result);
+}
+
+TEST(MatroskaWriter, AFullPipeIsTold) {
+    output_target target;
+    target.kind = output_kind::matroska;
+    target.path = "/dev/full";
+    const auto writer = make_frame_writer(target, format_of(64, 64), nullptr);
+    outcome result = writer->begin();
+    if (result.ok()) result = writer->show(picture_of(1, 64, 64));
+    expect_no_space(result);
+}
 
 // What the program does with the signal before it writes.
 class ReaderThatLeaves : public testing::Test {

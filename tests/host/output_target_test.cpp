@@ -72,6 +72,19 @@ TEST(NamePattern, IsWrittenAsFfmpegTakesIt) {
     }
 }
 
+TEST(OutputTarget, OfOnePictureMayHaveAPercentSign) {
+    std::string reason;
+    for (const auto& [text, path] : {std::pair{"50%%.png", "50%.png"}, {"%%%%a.jpg", "%%a.jpg"}}) {
+        const auto target = output_target::parse(text, "", reason);
+        ASSERT_TRUE(target) << reason;
+        EXPECT_EQ(target->path, path);
+        EXPECT_TRUE(is_single_picture(target->kind));
+    }
+    EXPECT_FALSE(output_target::parse("50%.png", "", reason));
+    EXPECT_NE(reason.find("%% stands for"), std::string::npos) << reason;
+    EXPECT_FALSE(output_target::parse("50%%%.png", "", reason));
+}
+
 struct refusal_case {
     const char* name;
     const char* text;

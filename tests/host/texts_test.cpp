@@ -40,6 +40,48 @@ TEST(LastLine, ALineWithoutEndStaysShort) {
     EXPECT_EQ(lines.text(), "end");
 }
 
+TEST(LastLine, TheFirstOneIsKeptToo) {
+    last_line lines;
+    EXPECT_EQ(lines.first(), "");
+    lines.add("\nUnrecog");
+    EXPECT_EQ(lines.first(), "Unrecog");
+    lines.add("nized option\nError splitting\n");
+    EXPECT_EQ(lines.first(), "Unrecognized option");
+    EXPECT_EQ(lines.text(), "Error splitting");
+    EXPECT_FALSE(lines.reported());
+}
+
+TEST(LastLine, ReportsAreNoWords) {
+    const std::string text =
+        "No space left\nframe=11\nfps=0.0\nstream_0_0_q=-1.0\nprogress=continue\n"
+        "Error: a=b\nframe=12\nprogress=end\n";
+    for (std::size_t split = 0; split <= text.size(); ++split) {
+        last_line lines;
+        lines.expect_reports("frame");
+        lines.add(text.substr(0, split));
+        lines.add(text.substr(split));
+        EXPECT_EQ(lines.first(), "No space left") << split;
+        EXPECT_EQ(lines.text(), "Error: a=b") << split;
+        EXPECT_EQ(lines.reported(), 12u) << split;
+    }
+}
+
+TEST(LastLine, AReportWithoutTheNumberIsNone) {
+    last_line lines;
+    lines.expect_reports("frame");
+    lines.add("hello\n");
+    EXPECT_FALSE(lines.reported());
+    lines.add("progress=end\n");
+    EXPECT_EQ(lines.reported(), 0u);
+    EXPECT_EQ(lines.text(), "hello");
+}
+
+TEST(LastLine, WithoutReportsEachLineIsOfWords) {
+    last_line lines;
+    lines.add("frame=12\n");
+    EXPECT_EQ(lines.text(), "frame=12");
+}
+
 TEST(Progress, TheBarNeverReachesTheEndOfTheTerminalsLine) {
     progress_state state;
     state.total = 200;
@@ -213,18 +255,45 @@ TEST(RenderReport, AFailureIsInItAndWhatNeverCameIsNull) {
 
 TEST(RenderReport, TellsPeopleWhatCameOut) {
     render_options options;
-    options.output.kind = output_kind::png;
-    options.output.path = "a.png";
+    options.output.kind = output_kind::mov;
+    options.output.path = "a.mov";
     render_result one;
     one.counts.frames = one.counts.painted = 1;
     one.counts.counted = 20ms;
     one.missed = 1;
     EXPECT_EQ(summary_lines(options, one).at(0),
-              "a.png: 1 frame, 0.02 s, 50.00 pictures a second of 50.00; 0 frames the same as the "
+              "a.mov: 1 frame, 0.02 s, 50.00 pictures a second of 50.00; 0 frames the same as the "
               "one before; the page missed 1 tick");
     EXPECT_EQ(summary_lines(options, some_result()).at(1),
               "dropped 1 picture, since writing could not keep up: a smaller --size or a lower "
               "--fps helps");
+    options.format.is_interlaced = true;
+    one.counts.frames = 5;
+    EXPECT_NE(
+        summary_lines(options, one).at(0).find("a.mov: 5 frames of the page, 3 of the film, "),
+        std::string::npos);
+}
+
+TEST(RenderReport, OfOnePictureOnlySaysWhichOneItIs) {
+    render_options options;
+    options.output.kind = output_kind::png;
+    options.output.path = "a.png";
+    options.format.width = 64;
+    options.format.height = 48;
+    options.clock = page_clock::own;
+    render_result one;
+    one.counts.frames = 1;
+    EXPECT_EQ(summary_lines(options, one),
+              std::vector<std::string>{"a.png: 64x48, the page at 0.000 s of its time"});
+    options.first_frame = 100;
+    one.counts.frames = 26;
+    one.width = 30;
+    one.height = 20;
+    EXPECT_EQ(summary_lines(options, one).at(0), "a.png: 30x20, the page at 2.500 s of its time");
+    options.clock = page_clock::host;
+    EXPECT_EQ(summary_lines(options, one).at(0), "a.png: 30x20, the last of 26 frames");
+    one.counts.frames = 1;
+    EXPECT_EQ(summary_lines(options, one), std::vector<std::string>{"a.png: 30x20"});
 }
 
 TEST(RenderReport, DroppedPicturesAreExplained) {

@@ -59,6 +59,18 @@ TEST(OutputFile, AFolderInItsPlaceIsTold) {
     EXPECT_FALSE(png_writer(folder.path(), true).begin().ok());
 }
 
+TEST(OutputFile, TwoNamesOfOneFileAreKnownWhetherItIsThereOrNot) {
+    const temporary_folder folder;
+    folder.write("old.mov", "old");
+    for (const char* name : {"old.mov", "new.mov"}) {
+        EXPECT_TRUE(are_one_file(folder.path(name), folder.path(name)));
+        EXPECT_TRUE(are_one_file(folder.path(name), folder.path("./") + name));
+        EXPECT_TRUE(are_one_file(folder.path(name), folder.path("no/../") + name));
+        EXPECT_FALSE(are_one_file(folder.path(name), folder.path("other.mov")));
+    }
+    EXPECT_FALSE(are_one_file(folder.path("old.mov"), folder.path("new.mov")));
+}
+
 TEST(PngWriter, WithoutAFrameThereIsNoFile) {
     const temporary_folder folder;
     png_writer writer(folder.path("a.png"), true);

@@ -78,6 +78,14 @@ void mute(cef_browser_t* browser) {
     if (host) host->set_audio_muted(host.get(), 1);
 }
 
+// The runtime has a rule of its own for the sound of sites, which opens the sound of a page when it
+// is shown: beside the call that is told of it, before or after that.
+void keep_muted(cef_browser_t* browser) {
+    mute(browser);
+    const cef::ref<cef_browser_host_t> host(browser->get_host(browser));
+    if (host) cef::post_to_ui([host] { host->set_audio_muted(host.get(), 1); });
+}
+
 zString text_of(const std::string& text) {
     return zString(text.data(), static_cast<std::uint32_t>(text.size()));
 }
@@ -363,6 +371,7 @@ unsigned webdisplay_browser_client::start_asked_for() {
 // The next URL is asked for through the page, so that the scripts of the page that has just
 // finished run first.
 void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, bool is_loading) {
+    if (m_is_muted) keep_muted(browser);
     if (is_popup(browser) || is_before_page()) return;
     const owner_use owner(*this);
     if (!owner) return;
@@ -378,6 +387,7 @@ void webdisplay_browser_client::OnLoadingStateChange(cef_browser_t* browser, boo
 
 // Not called for what the runtime shows in the place of a page that failed, though OnLoadEnd is.
 void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t* frame) {
+    if (m_is_muted && frame->is_main(frame)) keep_muted(browser);
     if (!frame->is_main(frame) || is_popup(browser) || is_before_page()) return;
     m_has_scripts = false;
     const owner_use owner(*this);

@@ -161,7 +161,7 @@ struct fake_cef_browser {
     std::vector<std::string> inspector_parameters;  // of each of them, as JSON
     int inspector_observers = 0;
     std::vector<bool> focuses;
-    std::vector<bool> mutes;
+    bool is_muted = false;  // each page that begins to load opens the sound again
     int move_notices = 0;
 };
 

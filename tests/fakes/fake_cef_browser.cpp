@@ -83,7 +83,7 @@ void host_object::set_window_operations() {
     };
     set_audio_muted = [](cef_browser_host_t* self, int muted) {
         of(self).shown("set_audio_muted").note([&](fake_cef_browser& b) {
-            b.mutes.push_back(muted != 0);
+            b.is_muted = muted != 0;
         });
     };
     notify_move_or_resize_started = [](cef_browser_host_t* self) {

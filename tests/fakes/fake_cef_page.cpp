@@ -75,6 +75,8 @@ void page::load_start(bool main_frame, const std::string& url_of_sub_frame) {
     const callback_scope scope(*this);
     load->on_load_start(load.get(), browser_argument(),
                         frame_argument(main_frame, url_of_sub_frame), TT_EXPLICIT);
+    // The runtime's own rule for the sound of sites, which nothing else has closed.
+    if (main_frame) note([](fake_cef_browser& b) { b.is_muted = false; });
 }
 
 void page::load_end(bool main_frame, int status, const std::string& url_of_sub_frame) {

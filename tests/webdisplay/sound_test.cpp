@@ -80,7 +80,7 @@ TEST_F(SoundTest, IsLeftToTheMachineUnlessItIsAskedFor) {
     show(s);
     EXPECT_FALSE(begin());
     EXPECT_EQ(count_of(fake().handlers(1), "audio"), 0);
-    EXPECT_TRUE(fake().browser(1).mutes.empty());
+    EXPECT_FALSE(fake().browser(1).is_muted);
     EXPECT_TRUE(hears.events.empty());
 }
 
@@ -245,7 +245,20 @@ TEST_F(SoundTest, APageCanBeMuted) {
     screen s(settings);
     show(s);
     EXPECT_FALSE(begin());
-    EXPECT_EQ(fake().browser(1).mutes, std::vector<bool>{true});
+    EXPECT_TRUE(loop_until([] { return fake().browser(1).is_muted; }));
+}
+
+// The runtime opens the sound of a page again when it shows another one.
+TEST_F(SoundTest, AMutedDisplayStaysMutedFromPageToPage) {
+    start();
+    auto settings = page("http://a/");
+    settings.SetBool("web_muted", true);
+    screen s(settings);
+    show(s);
+    EXPECT_TRUE(loop_until([] { return fake().browser(1).is_muted; }));
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+    EXPECT_TRUE(loop_until([] { return fake().browser(1).is_muted; }));
 }
 
 }  // namespace

@@ -97,6 +97,19 @@ TEST_F(Program, WithJsonAFailureIsInTheLastLineToo) {
     EXPECT_EQ(run.output.find('\n'), run.output.size() - 1);
 }
 
+TEST_F(Program, AStandardOutputThatIsClosedTakesNoFrames) {
+    const auto run = folder.run(no_runtime + "pennywort render about:blank -o - >&-");
+    expect_refusal(run, 1, "standard output is closed");
+    EXPECT_EQ(run.errors.find("CEF_ROOT"), std::string::npos) << run.errors;
+}
+
+TEST_F(Program, OptionsThatFfmpegDoesNotKnowAreWrongArguments) {
+    const auto run = folder.run(
+        no_runtime + "pennywort render about:blank -o a.mov --ffmpeg-options '-nonsense 1'");
+    expect_refusal(run, 2, "--ffmpeg-options: ffmpeg says: Unrecognized option 'nonsense'");
+    EXPECT_FALSE(folder.has("a.mov"));
+}
+
 TEST_F(Program, WorksWithoutStandardStreams) {
     EXPECT_EQ(folder.run(no_runtime + "pennywort render about:blank --json <&- >&- 2>&-").status,
               1);

@@ -98,7 +98,7 @@ constexpr film_codec k_gif = {"gif", true, false, false, none, 1, &append_gif};
 constexpr film_codec k_jpeg = {"jpeg", false, true, false, none, 1, &append_jpeg};
 constexpr film_codec k_webp = {"webp", true, true, false, none, 1, &append_webp};
 
-// The first that keeps what there is to keep is the usual one.
+// The usual codec is the first that loses nothing of the page.
 constexpr const film_codec* k_of_mkv[] = {&k_h264, &k_ffv1, &k_hevc, &k_vp9, &k_av1, &k_prores};
 constexpr const film_codec* k_of_mov[] = {&k_prores, &k_h264, &k_hevc};
 constexpr const film_codec* k_of_mp4[] = {&k_h264, &k_hevc, &k_av1};

@@ -139,7 +139,7 @@ strings film_command(const std::string& program, const output_target& target,
     append_encoder(command, target.kind, format);
     append_file(command, target);
     append(command, format.film.ffmpeg_options);
-    // Behind the user's, so that it counts.
+    // After the user's options: ffmpeg takes the last one.
     append(command, {"-progress", "pipe:2", file_of(target)});
     return command;
 }

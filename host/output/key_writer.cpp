@@ -10,7 +10,7 @@ namespace pennywort::host {
 
 namespace {
 
-// A series writes several at a time.
+// A series writes several frames at a time.
 constexpr std::size_t k_most_pictures = 256;
 
 }  // namespace

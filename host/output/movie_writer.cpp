@@ -192,7 +192,7 @@ outcome movie_writer::check_file(const std::string& path,
     byte_sink written;
     auto opened = written.open_again(path);
     if (!opened.ok()) return opened;
-    // To wait for the disk for each file of a series would take longer than to make it.
+    // To wait for the disk after each file of a series would take longer than to write it.
     return m_target.pattern ? written.close() : written.close_on_disk();
 }
 

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// As many as systems follow.
+// As many links as systems follow.
 constexpr int k_most_links = 40;
 
 // Where the file of that name is, or would be.

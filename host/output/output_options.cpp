@@ -51,7 +51,7 @@ std::string output_options::take_film(film_settings& film) const {
 
 namespace {
 
-// Of a series the first one.
+// The first file of a series.
 std::string file_of(const output_target& target) {
     return target.pattern ? target.pattern->name_of(1) : target.path;
 }

@@ -91,7 +91,7 @@ page_display::~page_display() {
     m_browser->Release();
 }
 
-// A refusal stands for what the option was given.
+// A refused request is reported as the option whose value it carries.
 void page_display::ask(const inspector_request& request) {
     const auto told = [this, option = request.option](const zString& result) {
         const bool is_refused = result.Empty() && m_is_open && !option.empty();

@@ -91,7 +91,7 @@ named_texts browser_switches(const page_settings& settings) {
 std::vector<inspector_request> inspector_requests(const page_settings& settings,
                                                   const std::vector<std::string>& urls) {
     requests out;
-    // What the page says.
+    // Reports what the page says of itself.
     out.add("", "Runtime.enable", json::object());
     out.add("", "Log.enable", json::object());
     out.add("", "Page.enable", json::object());

@@ -112,7 +112,7 @@ void progress::show(const progress_state& state, time_point now) {
     told.rate = m_pace.per_second();
     if (m_columns > 0) return show_bar(told);
     if (first) return;
-    // Its rate falls while nothing comes, which is nothing new.
+    // The rate falls while nothing comes. That alone is no news to print.
     progress_state bare = state;
     bare.rate = 0;
     const std::string what = progress_line(bare);

@@ -314,7 +314,7 @@ void render_session::run_loop(page_display& display) {
     }
 }
 
-// Of the last frames some is heard when they are written already.
+// The last frames may be written before their sound has come.
 void render_session::wait_for_sound() {
     constexpr auto k_longest = std::chrono::milliseconds(300);
     if (!m_has_shown_all) return;
@@ -324,7 +324,7 @@ void render_session::wait_for_sound() {
     }
 }
 
-// What is not in the film is not left out in silence.
+// Tells the user what the film lacks.
 void render_session::tell_of_sound(const page_display& display) {
     const bool is_measured = m_options.output.kind == output_kind::none;
     if (m_has_told_of_sound || m_options.format.has_sound || is_measured) return;

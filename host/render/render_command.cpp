@@ -245,7 +245,7 @@ std::string render_command::take_clock() {
         return "--exact and " + other + " exclude each other";
     }
     if (m_raw.is_exact && m_raw.is_endless) return "--exact needs an end: --frames or --seconds";
-    // A feed comes in the day's time.
+    // Messages of a feed come in the day's time.
     const bool is_for_file = m_options.output.is_file() && !m_raw.is_endless && m_raw.feed.empty();
     const bool is_exact = m_raw.is_exact || (is_for_file && !is_live);
     const page_clock in_the_days_time = runs_free ? page_clock::page : page_clock::host;

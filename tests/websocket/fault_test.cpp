@@ -405,6 +405,26 @@ TEST_P(BothTransports, LongTextsComeBackAsTheyWere) {
     }
 }
 
+// The memory of a longer one is used again, and holds what it held.
+TEST_P(BothTransports, ATextEndsWhereItEnds) {
+    const std::string longer(200'000, 'a');
+    const std::string text(150'000, 'b');
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        for (int i = 0; i < 5; ++i) connection.send(frames::text(longer));
+        for (int i = 0; i < 5; ++i) connection.send(frames::text(text));
+        connection.wait_for_end();
+    });
+    std::vector<std::string> heard;
+    m_socket->SetMessageHandler([&](const char* one) {
+        heard.emplace_back(one);
+        m_events.add("heard");
+    });
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(11));
+    for (std::size_t i = 0; i < 10; ++i) EXPECT_TRUE(heard[i] == (i < 5 ? longer : text)) << i;
+}
+
 TEST_P(BothTransports, AGoodbyeIsToldWithItsCodeAndReasonOnRequest) {
     const scripted_peer peer([](peer_connection& connection) {
         connection.accept();

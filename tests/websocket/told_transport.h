@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -25,6 +26,7 @@ struct script {
     std::string failing;
     std::deque<std::pair<received_piece, std::string>> pieces;
     event_log asked;
+    std::atomic<int> receives{0};
     // Runs when the request is given up, which is between the start of the receive thread and the
     // opened handler.
     std::function<void()> at_request_end = [] {};
@@ -42,6 +44,7 @@ public:
 
     received_piece receive(std::span<char> into) override {
         EXPECT_EQ(into.size(), 512u);
+        ++m_script.receives;
         std::unique_lock lock(m_mutex);
         if (m_script.pieces.empty()) {
             m_changed.wait_for(lock, tests::k_patience, [this] { return m_is_over; });

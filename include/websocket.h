@@ -100,6 +100,12 @@ public:
     // reason, which is UTF-8 and may be empty. The closed handler comes behind it, where there is
     // one to come. Not with websocket-sharp.
     void SetGoodbyeHandler(std::function<void(std::int32_t code, const char* reason)> handler);
+    // Gets in words why a connection failed or was lost: one line of UTF-8, right before the error
+    // or the close that tells of it. Not called where nothing is known, nor with websocket-sharp
+    // for what it does not say.
+    void SetFaultHandler(std::function<void(const char* why)> handler);
+    // Bytes that Send has taken and the connection has not; 0 where Send itself waits. Any thread.
+    std::size_t WaitingBytes() const;
     // One binary message. A socket that is not open reports it as Send does.
     void SendBinary(const void* data, std::size_t size);
     // For the next Open. Without memory nothing changes.
@@ -124,10 +130,14 @@ protected:
     bool has_binary_handler() const;
     bool has_goodbye_handler() const;
     void SignalGoodbye(std::int32_t code, const char* reason);
+    // Without words nobody is called.
+    void SignalFault(const char* why);
     // True when the binary handler has taken the message.
     bool ReceiveBinary(const void* data, std::size_t size);
     // Here: SignalError(SendFailed).
     virtual void send_binary(const void* data, std::size_t size);
+    // Here: 0.
+    virtual std::size_t waiting_bytes() const;
 
 private:
     std::function<void(Error)> m_error_handler;
@@ -163,12 +173,13 @@ protected:
 
 private:
     void start_thread();
-    bool open_handles(const char* url, double timeout);
+    bool open_handles(const char* url, double timeout, std::string& why);
     void end_connection();
     void drop_handles();
     void run(pennywort::websocket::receive_state& state,
              pennywort::websocket::incoming_messages& incoming);
     void tell_goodbye(pennywort::websocket::upgraded_socket& socket);
+    void tell_loss(pennywort::websocket::receive_state& state, const char* why);
     bool deliver(const pennywort::websocket::received_piece& piece, std::string_view bytes,
                  pennywort::websocket::incoming_messages& incoming);
 
@@ -208,6 +219,7 @@ public:
 
 protected:
     void send_binary(const void* data, std::size_t size) override;
+    std::size_t waiting_bytes() const override;
 
 private:
     void bind_events();

@@ -153,7 +153,18 @@ bool driven_link::send(std::string_view bytes, bool is_text) {
         m_is_sending = false;
         return false;
     }
+    if (m_is_sending) end_sending(lock);
     return !m_is_sending && !m_is_dropped;
+}
+
+// The end came from elsewhere: what has been begun may look at the bytes once more, which are the
+// caller's.
+void driven_link::end_sending(lock_type& lock) {
+    while (m_is_driven) m_changed.wait_for(lock, k_longest_wait);
+    run_unlocked(lock, [this] {
+        m_link->drop();
+        m_loop.drain();
+    });
 }
 
 bool driven_link::close(std::uint16_t code) {
@@ -168,6 +179,11 @@ bool driven_link::close(std::uint16_t code) {
 close_report driven_link::goodbye() const {
     const std::lock_guard lock(m_mutex);
     return m_end ? close_report{m_end->code, m_end->text} : close_report();
+}
+
+std::string driven_link::fault() const {
+    const std::lock_guard lock(m_mutex);
+    return m_end ? m_end->text : std::string();
 }
 
 void driven_link::drop() noexcept {

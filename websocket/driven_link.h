@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "websocket/link/link.h"
@@ -30,6 +31,8 @@ public:
     bool close(std::uint16_t code);
     // What the peer gave when it said goodbye.
     close_report goodbye() const;
+    // Why the connection has ended, in words.
+    std::string fault() const;
     // Ends every wait. Takes no memory.
     void drop() noexcept;
 
@@ -53,6 +56,7 @@ private:
     void take_turn(lock_type& lock);
     template <typename work>
     void run_unlocked(lock_type& lock, work what);
+    void end_sending(lock_type& lock);
     void make_room() noexcept;
     received_piece take_piece(std::span<char> into);
     received_piece piece_at_end();

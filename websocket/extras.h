@@ -12,6 +12,7 @@ struct extras {
     cWebSocketOptions options;
     std::function<void(const void*, std::size_t)> binary_handler;
     std::function<void(std::int32_t, const char*)> goodbye_handler;
+    std::function<void(const char*)> fault_handler;
 };
 
 }  // namespace pennywort::websocket

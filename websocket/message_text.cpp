@@ -1,11 +1,26 @@
 // websocket/message_text.cpp - see the header for the contract.
 #include "websocket/message_text.h"
 
+#include "core/limits.h"
+
 namespace pennywort::websocket {
+
+namespace {
+
+// The memory of a message that was longer than most goes back.
+void empty(std::string& taken) {
+    if (taken.capacity() > k_max_kept_message_bytes) {
+        std::string().swap(taken);
+    } else {
+        taken.clear();
+    }
+}
+
+}  // namespace
 
 message_text::state message_text::take(piece_kind kind, std::string_view bytes) {
     if (m_is_complete) {
-        m_text.clear();
+        empty(m_text);
         m_is_complete = false;
     }
     const bool is_text = kind == piece_kind::text_message || kind == piece_kind::text_fragment;
@@ -21,7 +36,7 @@ message_text::state message_text::take(piece_kind kind, std::string_view bytes) 
 message_text::state message_bytes::take(piece_kind kind, std::string_view bytes) {
     using state = message_text::state;
     if (m_is_complete) {
-        m_bytes.clear();
+        empty(m_bytes);
         m_is_complete = false;
     }
     m_is_complete = kind == piece_kind::binary_message;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 
+#include "core/run/ready_mutex.h"
 #include "websocket/upgrade_transport.h"
 
 namespace pennywort::websocket {
@@ -28,12 +29,12 @@ struct receive_state {
     }
     // Waits that long, or until stop().
     void pause(std::chrono::microseconds time) {
-        std::unique_lock lock(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
         m_stopped.wait_for(lock, time, [this] { return !is_running; });
     }
     // As long as this is held, socket() waits, and with it the receive thread at its begin; and so
     // does the owner's destructor.
-    std::unique_lock<std::mutex> held() const { return std::unique_lock(m_mutex); }
+    std::unique_lock<std::mutex> held() const { return std::unique_lock<std::mutex>(m_mutex); }
     // Send may come from any thread while another one opens or closes.
     std::shared_ptr<upgraded_socket> socket() const {
         const std::lock_guard lock(m_mutex);
@@ -45,7 +46,7 @@ struct receive_state {
     }
 
 private:
-    mutable std::mutex m_mutex;
+    mutable run::ready_mutex m_mutex;
     std::condition_variable m_stopped;
     std::shared_ptr<upgraded_socket> m_socket;
 };

@@ -58,6 +58,8 @@ public:
     virtual close_report query_close_status() = 0;
     // Ends the connection at once, and every wait for it.
     virtual void drop() noexcept = 0;
+    // Behind a loss: why, in words; empty where nothing is known.
+    virtual std::string fault() const { return {}; }
 
 protected:
     upgraded_socket() = default;
@@ -75,6 +77,8 @@ public:
     virtual bool receive_response() = 0;
     // Null when the server has not upgraded.
     virtual std::shared_ptr<upgraded_socket> complete_upgrade() = 0;
+    // Behind a step that has failed: why, in words; empty where nothing is known.
+    virtual std::string fault() const { return {}; }
 
 protected:
     transport_request() = default;

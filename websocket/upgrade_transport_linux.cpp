@@ -29,6 +29,7 @@ public:
     }
     close_report query_close_status() override { return m_link->goodbye(); }
     void drop() noexcept override { m_link->drop(); }
+    std::string fault() const override { return m_link->fault(); }
 
 private:
     const std::shared_ptr<driven_link> m_link;
@@ -50,6 +51,9 @@ public:
     bool receive_response() override { return true; }
     std::shared_ptr<upgraded_socket> complete_upgrade() override {
         return m_is_open ? std::make_shared<beast_upgraded_socket>(m_link) : nullptr;
+    }
+    std::string fault() const override {
+        return m_link == nullptr ? std::string() : m_link->fault();
     }
 
 private:

@@ -8,11 +8,14 @@
 #include <array>
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "core/limits.h"
+#include "core/run/ready_mutex.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"
+#include "websocket/fault_words.h"
 
 namespace pennywort::websocket {
 
@@ -39,6 +42,26 @@ bool checked(BOOL result, const char* call) {
 bool checked_code(DWORD error, const char* call) {
     if (error != NO_ERROR) trace(call, error);
     return error == NO_ERROR;
+}
+
+std::string words_of(DWORD error) {
+    switch (error) {
+        case NO_ERROR:
+            return {};
+        case ERROR_WINHTTP_NAME_NOT_RESOLVED:
+            return k_unknown_host;
+        case ERROR_WINHTTP_CANNOT_CONNECT:
+            return k_nobody_listens;
+        case ERROR_WINHTTP_SECURE_FAILURE:
+        case ERROR_WINHTTP_SECURE_CHANNEL_ERROR:
+            return k_bad_certificate;
+        case ERROR_WINHTTP_TIMEOUT:
+            return k_silent;
+        case ERROR_WINHTTP_CONNECTION_ERROR:
+            return k_no_goodbye;
+        default:
+            return "error " + std::to_string(error) + " of WinHTTP";
+    }
 }
 
 // Owned. Another thread may close it to end what waits in it.
@@ -78,13 +101,15 @@ public:
     bool close(std::uint16_t code) override;
     close_report query_close_status() override;
     void drop() noexcept override { m_socket.close(); }
+    // The one error that is told as a loss.
+    std::string fault() const override { return words_of(ERROR_WINHTTP_CONNECTION_ERROR); }
 
 private:
     bool send(WINHTTP_WEB_SOCKET_BUFFER_TYPE type, std::string_view bytes);
 
     handle m_socket;
     // WinHTTP takes one message at a time.
-    std::mutex m_send_mutex;
+    run::ready_mutex m_send_mutex;
 };
 
 winhttp_socket::winhttp_socket(HINTERNET request, std::chrono::milliseconds closing_time)
@@ -154,13 +179,12 @@ public:
                add_headers();
     }
     bool send() override {
-        return checked(::WinHttpSendRequest(m_request.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0,
-                                            WINHTTP_NO_REQUEST_DATA, 0, 0, 0),
-                       "WinHttpSendRequest");
+        return taken(::WinHttpSendRequest(m_request.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0,
+                                          WINHTTP_NO_REQUEST_DATA, 0, 0, 0),
+                     "WinHttpSendRequest");
     }
     bool receive_response() override {
-        return checked(::WinHttpReceiveResponse(m_request.get(), nullptr),
-                       "WinHttpReceiveResponse");
+        return taken(::WinHttpReceiveResponse(m_request.get(), nullptr), "WinHttpReceiveResponse");
     }
     std::shared_ptr<upgraded_socket> complete_upgrade() override {
         if (!has_switched()) return nullptr;
@@ -168,8 +192,19 @@ public:
         auto socket = std::make_shared<winhttp_socket>(m_request.get(), m_settings.closing_time);
         return socket->is_open() ? std::move(socket) : nullptr;
     }
+    std::string fault() const override {
+        return m_status == 0 ? words_of(m_error) : k_server_answers + std::to_string(m_status);
+    }
 
 private:
+    // As checked(), and keeps the error for fault().
+    bool taken(BOOL result, const char* call) {
+        const DWORD error = ::GetLastError();
+        if (result != FALSE) return true;
+        trace(call, error);
+        m_error = error;
+        return false;
+    }
     // The socket takes it over from the request. Without this a feed that is silent for longer than
     // the opening may take would fail.
     void unbind_receiving() {
@@ -179,7 +214,7 @@ private:
                 "WinHttpSetOption (receive timeout)");
     }
     // Wine upgrades whatever the server has said.
-    bool has_switched() const {
+    bool has_switched() {
         DWORD status = 0;
         DWORD size = sizeof status;
         const BOOL is_known = ::WinHttpQueryHeaders(
@@ -189,6 +224,7 @@ private:
         if (status == HTTP_STATUS_SWITCH_PROTOCOLS) return true;
         zTraceManager::Default()->TraceNote("cWebSocket_WinHttp: no upgrade (status=%lu)\n",
                                             status);
+        m_status = status;
         return false;
     }
     bool add(const std::string& line) {
@@ -206,6 +242,8 @@ private:
 
     handle m_request;
     const transport_settings& m_settings;
+    DWORD m_error = NO_ERROR;
+    DWORD m_status = 0;  // of an answer that is no upgrade
 };
 
 class winhttp_connection final : public transport_connection {

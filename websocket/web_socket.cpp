@@ -98,6 +98,15 @@ void cWebSocket::SetGoodbyeHandler(std::function<void(std::int32_t, const char*)
     });
 }
 
+void cWebSocket::SetFaultHandler(std::function<void(const char*)> handler) {
+    guarded(k_class, "SetFaultHandler", [&] {
+        if (m_extras == nullptr) m_extras = std::make_shared<extras>();
+        m_extras->fault_handler.swap(handler);
+    });
+}
+
+std::size_t cWebSocket::WaitingBytes() const { return waiting_bytes(); }
+
 void cWebSocket::SendBinary(const void* data, std::size_t size) { send_binary(data, size); }
 
 void cWebSocket::SetOptions(const cWebSocketOptions& options) {
@@ -107,6 +116,7 @@ void cWebSocket::SetOptions(const cWebSocketOptions& options) {
         if (m_extras != nullptr) {
             changed->binary_handler.swap(m_extras->binary_handler);
             changed->goodbye_handler.swap(m_extras->goodbye_handler);
+            changed->fault_handler.swap(m_extras->fault_handler);
         }
         m_extras = std::move(changed);
     });
@@ -155,9 +165,16 @@ void cWebSocket::SignalGoodbye(std::int32_t code, const char* reason) {
     if (kept != nullptr) call(kept->goodbye_handler, code, reason);
 }
 
+void cWebSocket::SignalFault(const char* why) {
+    const auto kept = m_extras;
+    if (kept != nullptr && *why != 0) call(kept->fault_handler, why);
+}
+
 bool cWebSocket::ReceiveBinary(const void* data, std::size_t size) {
     const auto kept = m_extras;
     return kept != nullptr && call(kept->binary_handler, data, size);
 }
 
 void cWebSocket::send_binary(const void*, std::size_t) { SignalError(Error::SendFailed); }
+
+std::size_t cWebSocket::waiting_bytes() const { return 0; }

@@ -26,6 +26,7 @@ namespace {
 constexpr char k_class[] = "cWebSocket_WinHttp";
 constexpr std::size_t k_piece_bytes = 512;
 constexpr std::chrono::microseconds k_pause_after_error{1'000'000};
+constexpr char k_too_long[] = "a message is longer than it may be";
 
 // Asks for the upgrade; false when it was not even answered. The socket may be null all the same.
 bool upgrade(transport_request& request, std::shared_ptr<upgraded_socket>& socket) {
@@ -71,8 +72,10 @@ cWebSocket_WinHttp::~cWebSocket_WinHttp() {
 void cWebSocket_WinHttp::Open(const char* url, double timeout) {
     Close();
     const auto state = m_running;
-    const bool is_open = guarded_or(
-        false, k_class, "Open", [&] { return open_handles(url == nullptr ? "" : url, timeout); });
+    std::string why;
+    const bool is_open = guarded_or(false, k_class, "Open", [&] {
+        return open_handles(url == nullptr ? "" : url, timeout, why);
+    });
     if (is_open) {
         opened_call tell;
         {
@@ -82,12 +85,14 @@ void cWebSocket_WinHttp::Open(const char* url, double timeout) {
         tell();
         return;
     }
-    SignalError(Error::ConnectFailed);
+    SignalFault(why.c_str());
+    if (state->has_owner) SignalError(Error::ConnectFailed);
     if (state->has_owner) Close();
 }
 
-bool cWebSocket_WinHttp::open_handles(const char* url, double timeout) {
+bool cWebSocket_WinHttp::open_handles(const char* url, double timeout, std::string& why) {
     const auto parts = split_url(url);
+    if (!parts) why = "the URL is not understood";
     if (!parts) return false;
     const cWebSocketOptions options = Options();
     m_is_secure = parts->is_secure();
@@ -96,8 +101,12 @@ bool cWebSocket_WinHttp::open_handles(const char* url, double timeout) {
     m_connection_handle = m_session_handle->connect(parts->host, parts->port_to_use());
     if (m_connection_handle == nullptr) return false;
     const auto request = m_connection_handle->open_request(parts->path, m_is_secure);
-    if (request == nullptr || !upgrade(*request, m_web_socket_handle)) return false;
-    if (m_web_socket_handle == nullptr && options.isUpgradeChecked) return false;
+    if (request == nullptr) return false;
+    const bool is_answered = upgrade(*request, m_web_socket_handle);
+    if (!is_answered || (m_web_socket_handle == nullptr && options.isUpgradeChecked)) {
+        why = request->fault();
+        return false;
+    }
     start_thread();
     return true;
 }
@@ -125,8 +134,9 @@ void cWebSocket_WinHttp::run(receive_state& state, incoming_messages& incoming) 
         const received_piece piece = receive_from(socket.get(), buffer);
         if (!state.is_running) return;
         if (piece.status == receive_status::connection_lost) {
-            SignalError(Error::ConnectionLost);
-            return;
+            std::string why;
+            guarded(k_class, "the loss", [&] { why = socket->fault(); });
+            return tell_loss(state, why.c_str());
         }
         if (piece.status != receive_status::ok) {
             state.pause(k_pause_after_error);
@@ -141,15 +151,21 @@ void cWebSocket_WinHttp::run(receive_state& state, incoming_messages& incoming) 
         });
         if (is_taken) continue;
         socket->drop();
-        SignalError(Error::ConnectionLost);
-        return;
+        return tell_loss(state, k_too_long);
     }
+}
+
+// The first of the two handlers may destroy this socket.
+void cWebSocket_WinHttp::tell_loss(receive_state& state, const char* why) {
+    SignalFault(why);
+    if (state.has_owner) SignalError(Error::ConnectionLost);
 }
 
 void cWebSocket_WinHttp::tell_goodbye(upgraded_socket& socket) {
     if (!has_goodbye_handler()) return;
     close_report goodbye;
     guarded(k_class, "the goodbye", [&] { goodbye = socket.query_close_status(); });
+    if (goodbye.code == 0) goodbye.code = k_close_no_status;
     SignalGoodbye(goodbye.code, goodbye.reason.c_str());
 }
 

@@ -63,13 +63,15 @@ void page_feed::listen() {
         inbox->happened(news::opened, {});
     });
     m_socket->SetMessageHandler([inbox = m_inbox](const char* text) { inbox->received(text); });
+    m_socket->SetFaultHandler([inbox = m_inbox](const char* why) { inbox->keep_why(why); });
     m_socket->SetErrorHandler([inbox = m_inbox](cWebSocket::Error error) {
-        inbox->happened(news::lost, words_of(error));
+        inbox->happened(news::lost, words_of(error, inbox->take_why()));
     });
-    m_socket->SetClosedHandler([inbox = m_inbox](std::optional<cWebSocket::Error> error,
-                                                 bool was_clean) {
-        inbox->happened(was_clean ? news::closed : news::lost, words_of_close(error, was_clean));
-    });
+    m_socket->SetClosedHandler(
+        [inbox = m_inbox](std::optional<cWebSocket::Error> error, bool was_clean) {
+            inbox->happened(was_clean ? news::closed : news::lost,
+                            words_of_close(error, was_clean, inbox->take_why()));
+        });
 }
 
 void page_feed::open() {
@@ -79,6 +81,16 @@ void page_feed::open() {
 void page_feed::inbox::happened(news what, std::string words) {
     const std::lock_guard lock(m_mutex);
     m_news.emplace_back(what, std::move(words));
+}
+
+void page_feed::inbox::keep_why(std::string why) {
+    const std::lock_guard lock(m_mutex);
+    m_why.swap(why);
+}
+
+std::string page_feed::inbox::take_why() {
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_why, {});
 }
 
 // A page wants to know how things stand now, so the oldest message goes first.

@@ -74,6 +74,8 @@ private:
     class inbox {
     public:
         void happened(news what, std::string words);
+        void keep_why(std::string why);
+        std::string take_why();
         void received(std::string message);
         std::deque<std::pair<news, std::string>> take_news();
         bool take_message(std::string& message);
@@ -81,6 +83,7 @@ private:
 
     private:
         std::mutex m_mutex;
+        std::string m_why;
         std::deque<std::pair<news, std::string>> m_news;
         std::deque<std::string> m_messages;
         std::size_t m_message_bytes = 0;

@@ -5,6 +5,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <cmath>
+#include <cstdio>
 #include <iostream>
 #include <thread>
 
@@ -29,10 +30,30 @@ std::string take_seconds(const char* option, const std::string& text, bool may_b
     return {};
 }
 
+// False at the end of the input. A line that is longer than a message may be is not kept.
+bool read_line(std::string& line, bool& is_whole) {
+    std::streambuf& input = *std::cin.rdbuf();
+    line.clear();
+    is_whole = true;
+    for (int byte = input.sbumpc(); byte != EOF; byte = input.sbumpc()) {
+        if (byte == '\n') return true;
+        is_whole = is_whole && line.size() < k_max_websocket_message_bytes;
+        if (is_whole) line.push_back(static_cast<char>(byte));
+    }
+    return !line.empty();
+}
+
 // The thread may wait for input when the program ends, so that it owns nothing but the session.
 void read_input(const std::shared_ptr<ws_session>& session) {
+    // With a buffer of its own, the stream reads ten times as fast.
+    std::ios::sync_with_stdio(false);
     std::thread([session] {
-        for (std::string line; std::getline(std::cin, line);) {
+        bool is_whole = true;
+        for (std::string line; read_line(line, is_whole);) {
+            if (!is_whole) {
+                session->refuse_line("it is longer than 256 MiB");
+                continue;
+            }
             if (line.ends_with('\r')) line.pop_back();
             session->send(line);
         }

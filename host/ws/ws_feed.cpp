@@ -26,6 +26,24 @@ std::shared_ptr<cWebSocket> make_bare(ws_transport transport) {
     return std::make_shared<system_feed>();
 }
 
+std::string words_of_number(cWebSocket::Error error) {
+    switch (error) {
+        case cWebSocket::Error::None:
+            break;
+        case cWebSocket::Error::LibraryError:
+            return "the library reports an error (--verbose says why)";
+        case cWebSocket::Error::ConnectFailed:
+            return "no connection";
+        case cWebSocket::Error::ConnectionLost:
+            return "the connection is lost";
+        case cWebSocket::Error::SendFailed:
+            return "a message was not sent";
+        case cWebSocket::Error::AbnormalClosure:
+            return "no connection, or one that ended without a goodbye";
+    }
+    return "nothing is known of it";
+}
+
 }  // namespace
 
 std::shared_ptr<cWebSocket> make_feed(ws_transport transport) {
@@ -47,22 +65,9 @@ std::string fault_of_feed_url(const std::string& url) {
     return parsed.value.fragment.empty() ? "" : url + ": a WebSocket has no part behind a #";
 }
 
-std::string words_of(cWebSocket::Error error) {
-    switch (error) {
-        case cWebSocket::Error::None:
-            break;
-        case cWebSocket::Error::LibraryError:
-            return "error 1: the library reports an error (--verbose says why)";
-        case cWebSocket::Error::ConnectFailed:
-            return "error 2: no connection";
-        case cWebSocket::Error::ConnectionLost:
-            return "error 3: the connection is lost";
-        case cWebSocket::Error::SendFailed:
-            return "error 4: a message was not sent";
-        case cWebSocket::Error::AbnormalClosure:
-            return "error 5: no connection, or one that ended without a goodbye";
-    }
-    return "error 0";
+std::string words_of(cWebSocket::Error error, const std::string& why) {
+    return "error " + std::to_string(static_cast<int>(error)) + ": " +
+           (why.empty() ? words_of_number(error) : with_codes(why));
 }
 
 std::string words_of_goodbye(std::int32_t code, const std::string& reason) {
@@ -74,9 +79,11 @@ bool is_failure(std::int32_t code) {
     return code != k_normal && code != k_going_away && code != k_no_code;
 }
 
-std::string words_of_close(std::optional<cWebSocket::Error> error, bool was_clean) {
-    const std::string how = was_clean ? "closed" : "closed, not cleanly (--verbose says why)";
-    return error ? how + ", " + words_of(*error) : how;
+std::string words_of_close(std::optional<cWebSocket::Error> error, bool was_clean,
+                           const std::string& why) {
+    if (was_clean) return "closed";
+    if (error) return "closed, " + words_of(*error, why);
+    return "closed, not cleanly" + (why.empty() ? " (--verbose says why)" : ": " + with_codes(why));
 }
 
 }  // namespace pennywort::host

@@ -19,10 +19,12 @@ std::shared_ptr<cWebSocket> make_feed(ws_transport transport);
 // What is wrong with the URL of a WebSocket, in one line; an empty text if nothing is.
 std::string fault_of_feed_url(const std::string& url);
 
-std::string words_of(cWebSocket::Error error);
+// `why` as the fault handler gets it; empty when nothing is known.
+std::string words_of(cWebSocket::Error error, const std::string& why);
 std::string words_of_goodbye(std::int32_t code, const std::string& reason);
 // Whether a server closes with that code because something is wrong.
 bool is_failure(std::int32_t code);
-std::string words_of_close(std::optional<cWebSocket::Error> error, bool was_clean);
+std::string words_of_close(std::optional<cWebSocket::Error> error, bool was_clean,
+                           const std::string& why);
 
 }  // namespace pennywort::host

@@ -3,13 +3,18 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
+#include "core/limits.h"
 #include "core/text/utf8.h"
 #include "host/app/terminal_text.h"
 
 namespace pennywort::host {
 
 namespace {
+
+// How often to look whether the server has taken more.
+constexpr std::chrono::milliseconds k_round{5};
 
 // What no text of a WebSocket is.
 std::string fault_of_line(const std::string& line) {
@@ -24,10 +29,13 @@ bool ws_session::open() {
     if (m_feed == nullptr) return false;
     m_feed->SetOpenedHandler([this](const std::shared_ptr<cWebSocket>&) { opened(); });
     m_feed->SetMessageHandler([this](const char* text) { received(text); });
-    m_feed->SetErrorHandler(
-        [this](cWebSocket::Error error) { ended(state::failed, words_of(error)); });
+    m_feed->SetFaultHandler([this](const char* why) {
+        const std::lock_guard lock(m_mutex);
+        m_why = why;
+    });
+    m_feed->SetErrorHandler([this](cWebSocket::Error error) { failed(error); });
     m_feed->SetClosedHandler([this](std::optional<cWebSocket::Error> error, bool was_clean) {
-        ended(was_clean ? state::closed : state::failed, words_of_close(error, was_clean));
+        closed(error, was_clean);
     });
     m_feed->SetGoodbyeHandler([this](std::int32_t code, const char* reason) {
         // The system transport's receive thread may be faster than its opening.
@@ -74,6 +82,21 @@ void ws_session::ended(state how, const std::string& words) {
     m_changed.notify_all();
 }
 
+std::string ws_session::take_why() {
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_why, {});
+}
+
+void ws_session::failed(cWebSocket::Error error) {
+    ended(state::failed, m_options.url + ": " + words_of(error, take_why()));
+}
+
+void ws_session::closed(std::optional<cWebSocket::Error> error, bool was_clean) {
+    const std::string words = words_of_close(error, was_clean, take_why());
+    if (was_clean) return ended(state::closed, words);
+    ended(state::failed, m_options.url + ": " + words);
+}
+
 void ws_session::tell(const std::string& line) {
     const std::lock_guard lock(m_outputs);
     if (!m_has_outputs) return;
@@ -81,20 +104,30 @@ void ws_session::tell(const std::string& line) {
     std::fflush(m_errors);
 }
 
-void ws_session::send(const std::string& line) {
-    {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_state != state::connecting; });
-        if (is_over()) return;
-    }
-    const std::string wrong = fault_of_line(line);
-    if (wrong.empty()) return m_feed->Send(line.c_str());
-    const std::lock_guard lock(m_mutex);
-    m_has_unsent = true;
-    tell("a line of the input is not sent: " + wrong);
+// What a server is slow to take waits in the input, not in memory.
+bool ws_session::wait_until_few_wait(std::size_t bytes) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_state != state::connecting; });
+    while (!is_over() && m_feed->WaitingBytes() > bytes) m_changed.wait_for(lock, k_round);
+    return !is_over();
 }
 
+void ws_session::send(const std::string& line) {
+    if (!wait_until_few_wait(k_max_waiting_input_bytes)) return;
+    const std::string wrong = fault_of_line(line);
+    if (!wrong.empty()) return refuse_line(wrong.c_str());
+    m_feed->Send(line.c_str());
+}
+
+void ws_session::refuse_line(const char* why) {
+    const std::lock_guard lock(m_mutex);
+    m_has_unsent = true;
+    tell("a line of the input is not sent: " + std::string(why));
+}
+
+// The time to go on begins when all of it is out: the goodbye waits for a few seconds only.
 void ws_session::input_ended() {
+    wait_until_few_wait(0);
     const std::lock_guard lock(m_mutex);
     m_has_input_ended = true;
     m_end_of_input = std::chrono::steady_clock::now();

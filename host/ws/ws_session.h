@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -33,8 +34,10 @@ public:
 
     // False when memory is out.
     bool open();
-    // From the thread that reads: one line of the input, and its end.
+    // From the thread that reads: one line of the input, one that cannot be sent, and the end. They
+    // wait while the server does not take what came before.
     void send(const std::string& line);
+    void refuse_line(const char* why);
     void input_ended();
     // Waits a little; true when the session is over.
     bool wait(std::chrono::milliseconds time);
@@ -49,6 +52,12 @@ private:
     void opened();
     void received(const char* text);
     void ended(state how, const std::string& words);
+    // What the socket has said of its fault, once.
+    std::string take_why();
+    void failed(cWebSocket::Error error);
+    void closed(std::optional<cWebSocket::Error> error, bool was_clean);
+    // False when the session is over.
+    bool wait_until_few_wait(std::size_t bytes);
     std::error_code written(const char* text);
     void tell(const std::string& line);
     bool is_over() const { return m_state == state::closed || m_state == state::failed; }
@@ -64,6 +73,7 @@ private:
     state m_state = state::connecting;
     bool m_has_input_ended = false;
     bool m_has_unsent = false;
+    std::string m_why;
     std::chrono::steady_clock::time_point m_end_of_input;
 };
 

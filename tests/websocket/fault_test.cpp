@@ -18,6 +18,8 @@
 #include "tests/websocket/fault_cases.h"
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
+#include "websocket/driven_link.h"
+#include "websocket/link/link_address.h"
 #include "websocket/link/look_up.h"
 
 namespace {
@@ -446,6 +448,31 @@ TEST_P(BothTransports, AGoodbyeIsToldWithItsCodeAndReasonOnRequest) {
 
 INSTANTIATE_TEST_SUITE_P(All, BothTransports, testing::ValuesIn(k_transports),
                          [](const auto& one) { return std::string(one.param.name); });
+
+// Its caller frees the text as soon as it returns.
+TEST(SystemSend, LooksAtItsTextNoMoreWhenTheConnectionIsDropped) {
+    using namespace pennywort::websocket;
+    for (int i = 0; i < 20; ++i) {
+        gate is_begun;
+        const scripted_peer peer([&](peer_connection& connection) {
+            connection.accept();
+            connection.receive(1);
+            is_begun.open();
+            while (!connection.receive(1 << 16).empty()) {
+            }
+        });
+        auto link = std::make_shared<driven_link>();
+        ASSERT_TRUE(link->open(request_for_url(peer.url(), {})));
+        std::thread sender([&] {
+            const auto text = std::make_unique<std::string>(32 << 20, 'x');
+            link->send(*text, true);
+        });
+        EXPECT_TRUE(is_begun.wait());
+        link->drop();
+        sender.join();
+        link.reset();
+    }
+}
 
 // A resolver that hangs does not know of any time.
 TEST(SystemTimeout, BoundsTheLookUpOfTheNameToo) {

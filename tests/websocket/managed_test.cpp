@@ -7,6 +7,7 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/eventually.h"
@@ -14,6 +15,7 @@
 #include "tests/websocket/fault_cases.h"
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
+#include "websocket/managed/spare_text.h"
 
 namespace {
 
@@ -348,6 +350,80 @@ INSTANTIATE_TEST_SUITE_P(All, ManagedContractHandler, testing::ValuesIn(handler_
                          [](const auto& one) {
                              return std::string(one.param.when) + one.param.what;
                          });
+
+// What long messages leave is of no use then.
+TEST_F(ManagedContract, NoMemoryOfMessagesIsKeptBehindTheLastSocket) {
+    using pennywort::websocket::k_long_text;
+    using pennywort::websocket::spare_text;
+    const scripted_peer peer(echo);
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    m_socket->Send(std::string(1 << 20, 'x').c_str());
+    ASSERT_TRUE(m_events.wait_for(2));
+    m_socket->Close();
+    ASSERT_TRUE(m_events.wait_for(3));
+    m_socket.reset();
+    EXPECT_TRUE(eventually([] {
+        std::string kept = spare_text::take(0, k_long_text);
+        if (kept.capacity() < k_long_text) return true;
+        spare_text::give_back(std::move(kept));
+        return false;
+    }));
+}
+
+TEST_F(ManagedTest, WhatWaitsIsToldAndGoesOut) {
+    gate may_read;
+    const std::string text(32 << 20, 'x');
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        may_read.wait();
+        while (connection.receive(1 << 20).size() == 1 << 20) {
+        }
+    });
+    EXPECT_EQ(m_socket->WaitingBytes(), 0u);
+    m_socket->Open(peer.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(1));
+    m_socket->Send(text.c_str());
+    EXPECT_EQ(m_socket->WaitingBytes(), text.size());
+    may_read.open();
+    EXPECT_TRUE(eventually([&] { return m_socket->WaitingBytes() == 0; }));
+}
+
+// A server that is gone and comes back.
+TEST_F(ManagedTest, ALostConnectionIsOpenedAgain) {
+    std::atomic<int> count{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        if (++count < 3) return connection.reset();
+        connection.send(frames::text("here again"));
+        connection.wait_for_end();
+    });
+    cWebSocketOptions options;
+    options.maxReconnects = 1;
+    options.firstReconnectWait = 0.01;
+    m_socket->SetOptions(options);
+    m_socket->Open(peer.url().c_str(), 0);
+    EXPECT_TRUE(m_events.wait_for_line("message here again")) << m_events.text();
+    EXPECT_EQ(count, 3);
+}
+
+TEST_F(ManagedTest, SaysWhyThereIsNoConnection) {
+    const scripted_peer refuses([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 401 No\r\nContent-Length: 0\r\n\r\n");
+    });
+    m_socket->SetFaultHandler([this](const char* why) { m_events.add(why); });
+    m_socket->Open("ws://127.0.0.1:1/", 0);
+    ASSERT_TRUE(m_events.wait_for(2));
+    m_socket->Open("ws://no-such-name.invalid/", 0);
+    ASSERT_TRUE(m_events.wait_for(4));
+    m_socket->Open(refuses.url().c_str(), 0);
+    ASSERT_TRUE(m_events.wait_for(6));
+    const std::vector<std::string> lines = m_events.lines();
+    EXPECT_TRUE(lines[0].starts_with("nobody listens there")) << lines[0];
+    EXPECT_TRUE(lines[2].starts_with("the host is not found")) << lines[2];
+    EXPECT_EQ(lines[4], "the server answers 401");
+}
 
 TEST_F(ManagedTest, SendsBeyondTheCeilingAreRefused) {
     const scripted_peer peer([](peer_connection& connection) {

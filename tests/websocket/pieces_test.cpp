@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "core/limits.h"
 #include "tests/websocket/sha1.h"
 #include "websocket/managed/socket_life.h"
 #include "websocket/message_text.h"
@@ -121,6 +122,20 @@ TEST(MessageBytes, KeepsNulsAndItsLength) {
     EXPECT_EQ(bytes.take(piece_kind::binary_message, ""), text_state::complete);
     EXPECT_EQ(bytes.bytes(), "");
     EXPECT_EQ(bytes.take(piece_kind::binary_message, "123456"), text_state::too_long);
+}
+
+TEST(MessageText, GivesTheMemoryOfAnUnusuallyLongOneBack) {
+    const std::string longer(k_max_kept_message_bytes + 1, 'x');
+    message_text text(longer.size(), false);
+    message_bytes bytes(longer.size());
+    text.take(piece_kind::text_message, longer);
+    bytes.take(piece_kind::binary_message, longer);
+    EXPECT_GT(text.text().capacity(), k_max_kept_message_bytes);
+    text.take(piece_kind::text_message, "short");
+    bytes.take(piece_kind::binary_message, "short");
+    EXPECT_LE(text.text().capacity(), k_max_kept_message_bytes);
+    EXPECT_LE(bytes.bytes().capacity(), k_max_kept_message_bytes);
+    EXPECT_EQ(text.text() + bytes.bytes(), "shortshort");
 }
 
 using life_state = socket_life::state;

@@ -115,6 +115,32 @@ TEST_F(SharpTest, ABinaryHandlerTakesTheLength) {
     EXPECT_EQ(m_events.text(), "message text");
 }
 
+// The one who asks why hears it before the error or the close.
+TEST_F(SharpTest, AFaultIsToldInWordsOnRequest) {
+    m_socket->SetFaultHandler([this](const char* why) { m_events.add(why); });
+    m_socket->Open("throw", 0);
+    m_socket->Open("ws://a", 0);
+    m_socket->Send("throw");
+    owner()->fault_received("");
+    owner()->fault_received("a reason");
+    owner()->socket_closed(1002, false);
+    EXPECT_EQ(m_events.text(),
+              "bad URL | error 2 | not open | error 1 | a reason | closed unclean");
+}
+
+TEST_F(SharpTest, AFaultHandlerMayDestroyItsSocket) {
+    for (const char* url : {"throw", "ws://a"}) {
+        m_socket = std::make_shared<cWebSocket_Sharp>(std::function<void(std::string)>());
+        m_events.listen_to(*m_socket);
+        m_socket->SetFaultHandler([this](const char*) { m_socket.reset(); });
+        auto* const raw = m_socket.get();
+        raw->Open(url, 0);
+        if (m_socket != nullptr) raw->Send("throw");
+        EXPECT_EQ(m_socket, nullptr);
+    }
+    EXPECT_EQ(m_events.text(), "");
+}
+
 struct close_case {
     int code;
     bool was_clean;

@@ -2,12 +2,14 @@
 // order of the steps, and what the receive thread makes of the pieces.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "tests/support/eventually.h"
 #include "tests/websocket/event_log.h"
@@ -196,6 +198,46 @@ TEST_F(SystemStepsTest, AGoodbyeIsToldOnRequest) {
     EXPECT_TRUE(m_events.wait_for_line("1008 policy"));
 }
 
+// The one who asks why hears it before the error.
+TEST_F(SystemStepsTest, AFaultIsToldInWordsOnRequest) {
+    m_script.fault = "a reason";
+    m_socket->SetFaultHandler([this](const char* why) { m_events.add(why); });
+    for (const char* step : {"request", "response"}) {
+        m_script.failing = step;
+        m_socket->Open("ws://a/", 0);
+    }
+    EXPECT_EQ(m_events.text(), "a reason | error 2 | a reason | error 2");
+    m_socket->Open("nothing", 0);
+    EXPECT_TRUE(m_events.text().ends_with(" | the URL is not understood | error 2"));
+    m_script.failing = "";
+    push(receive_status::connection_lost, piece_kind::close, "");
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("error 3"));
+    const std::vector<std::string> lines = m_events.lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "a reason"), 3);
+}
+
+TEST_F(SystemStepsTest, AFaultHandlerMayDestroyItsSocket) {
+    m_script.fault = "a reason";
+    m_script.failing = "request";
+    m_socket->SetFaultHandler([this](const char*) { m_socket.reset(); });
+    auto* const raw = m_socket.get();
+    raw->Open("ws://a/", 0);
+    EXPECT_EQ(m_socket, nullptr);
+    EXPECT_EQ(m_events.text(), "");
+    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+}
+
+TEST_F(SystemStepsTest, AGoodbyeThatCannotBeHadHasNoCode) {
+    m_script.failing = "query";
+    push(receive_status::ok, piece_kind::close, "");
+    m_socket->SetGoodbyeHandler([this](std::int32_t code, const char* reason) {
+        m_events.add(std::to_string(code) + reason);
+    });
+    m_socket->Open("ws://a/", 0);
+    EXPECT_TRUE(m_events.wait_for_line("1005")) << m_events.text();
+}
+
 TEST_F(SystemStepsTest, AMessageOverTheCeilingEndsTheConnection) {
     cWebSocketOptions options;
     options.maxMessageBytes = 3;
@@ -245,6 +287,62 @@ TEST_F(SystemStepsTest, CloseOnTheReceiveThreadRaisesADeadlock) {
         m_socket->Close();
         EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
     }
+}
+
+// Opening closes first, which nobody can do on the receive thread.
+TEST_F(SystemStepsTest, OpenOnTheReceiveThreadRaisesADeadlockToo) {
+    push_text("again");
+    std::atomic<int> code{0};
+    m_socket->SetMessageHandler([&](const char*) {
+        try {
+            m_socket->Open("ws://b/", 0);
+        } catch (const std::system_error& error) {
+            code = error.code().value();
+        }
+        m_events.add("over");
+    });
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("over"));
+    EXPECT_EQ(code, static_cast<int>(std::errc::resource_deadlock_would_occur));
+    m_socket->Close();
+    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+    EXPECT_EQ(m_script.asked.text().find("connect b"), std::string::npos);
+}
+
+// As in each other handler there, which does not keep the handles from a Close elsewhere.
+TEST_F(SystemStepsTest, CloseInTheHandlerOfALossRaisesADeadlock) {
+    push(receive_status::connection_lost, piece_kind::close, "");
+    std::atomic<int> code{0};
+    m_socket->SetErrorHandler([&](cWebSocket::Error) {
+        try {
+            m_socket->Close();
+        } catch (const std::system_error& error) {
+            code = error.code().value();
+        }
+        m_events.add("over");
+    });
+    m_socket->Open("ws://a/", 0);
+    ASSERT_TRUE(m_events.wait_for_line("over"));
+    EXPECT_EQ(code, static_cast<int>(std::errc::resource_deadlock_would_occur));
+    m_socket->Close();
+    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+}
+
+TEST_F(SystemStepsTest, TheHandlerOfALossMayDestroyItsSocket) {
+    push(receive_status::connection_lost, piece_kind::close, "");
+    gate has_returned;
+    m_socket->SetErrorHandler([&](cWebSocket::Error) {
+        has_returned.wait();
+        m_socket.reset();
+        m_events.add("gone");
+    });
+    auto* const raw = m_socket.get();
+    raw->Open("ws://a/", 0);
+    has_returned.open();
+    ASSERT_TRUE(m_events.wait_for_line("gone"));
+    EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
+        << m_script.asked.text();
+    EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
 }
 
 TEST_F(SystemStepsTest, AHandlerMayDestroyItsSocket) {

@@ -113,4 +113,8 @@ void tls_peer::talk(BIO* connection) {
     char byte = 0;
     while (::BIO_read(connection, &byte, 1) == 1) {
     }
+    SSL* ssl = nullptr;
+    BIO_get_ssl(connection, &ssl);
+    if ((::SSL_get_shutdown(ssl) & SSL_RECEIVED_SHUTDOWN) != 0) ++m_goodbyes;
+    ++m_ends;
 }

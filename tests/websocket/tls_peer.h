@@ -18,6 +18,9 @@ public:
 
     // False when OpenSSL does not play along.
     bool is_ready() const { return m_is_ready; }
+    // How many connections have ended as TLS has it, and how many at all.
+    int goodbyes() const { return m_goodbyes; }
+    int ends() const { return m_ends; }
     std::string url(const std::string& host) const { return "wss://" + host + ":" + m_port + "/"; }
 
 private:
@@ -36,5 +39,7 @@ private:
     std::string m_port;
     bool m_is_ready = false;
     std::atomic<bool> m_is_ending{false};
+    std::atomic<int> m_goodbyes{0};
+    std::atomic<int> m_ends{0};
     std::thread m_thread;
 };

@@ -7,12 +7,15 @@
 #include <memory>
 #include <string>
 
+#include "tests/support/eventually.h"
 #include "tests/websocket/event_log.h"
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
 #include "tests/websocket/tls_peer.h"
 
 namespace {
+
+using pennywort::tests::eventually;
 
 // Sets a variable of the environment for as long as it lives.
 class variable {
@@ -56,6 +59,8 @@ std::string told_by_system(const std::string& url) {
     return has_come && lines.size() == 2 ? lines[1] + " | " + lines[0] : events.text();
 }
 
+std::shared_ptr<cWebSocket> make_system() { return std::make_shared<system_socket>(); }
+
 TEST(Tls, TrustsACertificateWithTheServersName) {
     const std::string file = file_for("name");
     const tls_peer peer("DNS:localhost", file);
@@ -72,6 +77,31 @@ TEST(Tls, TrustsACertificateWithTheServersAddress) {
     const variable trusted("SSL_CERT_FILE", file);
     EXPECT_EQ(told_by_managed(peer.url("127.0.0.1")), "opened | message over TLS | closed clean");
     EXPECT_EQ(told_by_managed(peer.url("localhost")), "error 5");
+}
+
+TEST(Tls, SaysGoodbyeAsTlsHasIt) {
+    const std::string file = file_for("goodbye");
+    const tls_peer peer("DNS:localhost", file);
+    ASSERT_TRUE(peer.is_ready());
+    const variable trusted("SSL_CERT_FILE", file);
+    EXPECT_EQ(told_by_managed(peer.url("localhost")), "opened | message over TLS | closed clean");
+    EXPECT_EQ(told_by_system(peer.url("localhost")), "opened | message over TLS");
+    EXPECT_TRUE(eventually([&] { return peer.ends() == 2; }));
+    EXPECT_EQ(peer.goodbyes(), 2);
+}
+
+// Both transports, in the words of the fault handler.
+TEST(Tls, SaysWhatIsWrongWithACertificate) {
+    const tls_peer peer("DNS:localhost", file_for("wrong"));
+    ASSERT_TRUE(peer.is_ready());
+    for (const auto& socket : {cWebSocket::Factory(), make_system()}) {
+        event_log events;
+        socket->SetFaultHandler([&](const char* why) { events.add(why); });
+        socket->Open(peer.url("localhost").c_str(), 0);
+        ASSERT_TRUE(events.wait_for(1));
+        EXPECT_TRUE(events.text().starts_with("the server's certificate is not accepted (self"))
+            << events.text();
+    }
 }
 
 TEST(Tls, RefusesAnotherName) {

@@ -24,6 +24,7 @@ namespace pennywort::websocket {
 // What the transport is told to do, and what it was asked.
 struct script {
     std::string failing;
+    std::string fault;  // why, where something fails
     std::deque<std::pair<received_piece, std::string>> pieces;
     event_log asked;
     std::atomic<int> receives{0};
@@ -65,10 +66,10 @@ public:
         return m_script.step("close " + std::to_string(code));
     }
     close_report query_close_status() override {
-        m_script.step("query");
-        return {1008, "policy"};
+        return m_script.step("query") ? close_report{1008, "policy"} : close_report();
     }
     void drop() noexcept override { end(); }
+    std::string fault() const override { return m_script.fault; }
 
 private:
     void end() {
@@ -96,6 +97,7 @@ public:
     std::shared_ptr<upgraded_socket> complete_upgrade() override {
         return m_script.step("upgrade") ? std::make_shared<told_socket>(m_script) : nullptr;
     }
+    std::string fault() const override { return m_script.fault; }
 
 private:
     script& m_script;

@@ -1,6 +1,8 @@
 // ws_program_test_linux.cpp - "pennywort ws" from its user's side.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <memory>
 #include <string>
 #include <utility>
@@ -183,11 +185,75 @@ TEST(WsProgram, SaysWhyThereIsNoConnection) {
             folder.run("pennywort ws " + std::string(arguments) + " </dev/null");
         EXPECT_EQ(run.status, 1) << arguments;
         EXPECT_EQ(run.output, "");
-        EXPECT_NE(run.errors.find("no connection"), std::string::npos) << run.errors;
+        EXPECT_NE(run.errors.find("pennywort: ws://127.0.0.1:1/: error "), std::string::npos);
+        EXPECT_NE(run.errors.find(": nobody listens there (Connection refused)\n"),
+                  std::string::npos)
+            << run.errors;
         const program_run told =
             folder.run("pennywort ws " + std::string(arguments) + " --verbose </dev/null");
         EXPECT_NE(told.errors.find("refused"), std::string::npos) << told.errors;
     }
+}
+
+TEST(WsProgram, SaysWhichHostIsNotFoundAndWhichStatusAServerHas) {
+    const scripted_peer refuses([](peer_connection& connection) {
+        connection.receive_head();
+        connection.send("HTTP/1.1 401 No\r\nContent-Length: 0\r\n\r\n");
+    });
+    const program_folder folder;
+    for (const char* transport : {" --managed", " --system"}) {
+        const program_run none = folder.run("pennywort ws ws://no.such.invalid/" +
+                                            std::string(transport) + " </dev/null");
+        EXPECT_EQ(none.status, 1);
+        EXPECT_TRUE(none.errors.starts_with("pennywort: ws://no.such.invalid/: error "));
+        EXPECT_NE(none.errors.find("the host is not found"), std::string::npos) << none.errors;
+        const program_run refused =
+            folder.run("pennywort ws " + refuses.url() + transport + " </dev/null");
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_TRUE(refused.errors.starts_with("pennywort: " + refuses.url() + ": "));
+        EXPECT_NE(refused.errors.find(": the server answers 401\n"), std::string::npos)
+            << refused.errors;
+    }
+}
+
+// More than may wait to be sent, to a server that is slower than the input.
+TEST(WsProgram, MoreInputThanMayWaitGoesOutWhole) {
+    constexpr std::size_t k_line = 10'000'000;
+    constexpr std::size_t k_all = 30 * (k_line + 14);  // with the heads of the frames
+    std::atomic<std::size_t> taken{0};
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        for (std::size_t now = 1; taken < k_all && now > 0; taken += now) {
+            now = connection.receive(std::min<std::size_t>(1 << 20, k_all - taken)).size();
+        }
+        connection.receive_frame();
+        connection.send(frames::close(1000));
+        connection.wait_for_end();
+    });
+    const program_folder folder;
+    for (const char* transport : {"", "--system"}) {
+        taken = 0;
+        const program_run run = folder.run(
+            "head -c 300000000 /dev/zero | tr '\\0' x | fold -w 10000000 | pennywort ws " +
+            peer.url() + " --linger 0 " + transport);
+        EXPECT_EQ(run.status, 0) << run.errors;
+        EXPECT_EQ(run.errors, "pennywort: opened\npennywort: closed\n");
+        EXPECT_EQ(taken, k_all);
+    }
+}
+
+TEST(WsProgram, ALineThatIsLongerThanAMessageIsToldAndNotSent) {
+    const scripted_peer peer(echo);
+    const program_folder folder;
+    const program_run run = folder.run(
+        "(head -c 300000000 /dev/zero | tr '\\0' x; printf '\\ngood\\n') | pennywort ws " +
+        peer.url());
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.output, "good\n");
+    EXPECT_EQ(run.errors,
+              "pennywort: opened\n"
+              "pennywort: a line of the input is not sent: it is longer than 256 MiB\n"
+              "pennywort: closed\n");
 }
 
 TEST(WsProgram, AnOutputThatTakesNothingIsAFailureAndAReaderThatLeavesIsNone) {

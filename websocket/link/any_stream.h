@@ -81,10 +81,15 @@ public:
 
     template <typename handler>
     friend void async_teardown(beast::role_type, any_stream& stream, handler&& done) {
-        error_code ignored;
-        stream.m_socket.shutdown(tcp_socket::shutdown_send, ignored);
-        net::post(stream.get_executor(),
-                  [taken = std::forward<handler>(done)]() mutable { taken(error_code()); });
+        auto end = [&stream, taken = std::forward<handler>(done)](error_code = {}) mutable {
+            error_code ignored;
+            stream.m_socket.shutdown(tcp_socket::shutdown_send, ignored);
+            taken(error_code());
+        };
+        if (!stream.m_tls) return net::post(stream.get_executor(), std::move(end));
+        // TLS has a goodbye of its own, and the peer's is not waited for: WebSocket's has come.
+        SSL_set_shutdown(stream.m_tls->native_handle(), SSL_RECEIVED_SHUTDOWN);
+        stream.m_tls->async_shutdown(std::move(end));
     }
     friend void teardown(beast::role_type, any_stream& stream, error_code& error) {
         stream.m_socket.shutdown(tcp_socket::shutdown_send, error);

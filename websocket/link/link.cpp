@@ -17,6 +17,7 @@
 #include "core/text/ascii.h"
 #include "loam/trace.h"
 #include "websocket/close_codes.h"
+#include "websocket/fault_words.h"
 #include "websocket/link/any_stream.h"
 #include "websocket/link/look_up.h"
 #include "websocket/link/loop_state.h"
@@ -40,6 +41,11 @@ constexpr std::size_t k_long_write_bytes = 64 * 1024;
 
 milliseconds or_else(milliseconds asked, milliseconds otherwise) {
     return asked.count() > 0 ? asked : otherwise;
+}
+
+bool is_unknown_name(error_code error) {
+    return error == net::error::host_not_found || error == net::error::host_not_found_try_again ||
+           error == net::error::no_data;
 }
 
 // Of an upgrade that failed: whether there was an answer, and it was wrong. What is no HTTP is
@@ -118,6 +124,7 @@ public:
     void bound_by_goodbye() noexcept override;
     void close(std::uint16_t code) noexcept override;
     void drop() noexcept override;
+    void keep(std::shared_ptr<const void> what) noexcept override { m_kept = std::move(what); }
 
     bool has_ended() const noexcept { return m_has_ended; }
     void end_without_memory() noexcept { end({link_fault::no_memory, 0, {}}); }
@@ -143,6 +150,7 @@ private:
 
     void look_up();
     void look_up_here(const std::string& host, const std::string& service);
+    std::string words_of_way(error_code error) const;
     void looked_up(error_code error, endpoints found);
     void connected(error_code error, tcp::endpoint to);
     void connect_sent(error_code error, std::size_t size);
@@ -168,6 +176,8 @@ private:
     link_result result_of(error_code error);
     void end(const link_result& result) noexcept;
 
+    // First, so that it goes last: the loop may go with it.
+    std::shared_ptr<const void> m_kept;
     std::weak_ptr<link_listener> m_listener;
     // Before the stream: the loop's first timer takes memory. A stream enters itself in a list of
     // the loop and makes a timer then; were that to fail, the list would hold what is gone.
@@ -178,6 +188,7 @@ private:
     loop_clock::time_point m_opening_end = loop_clock::time_point::max();
     milliseconds m_closing_time{0};
     std::shared_ptr<net::ssl::context> m_tls;
+    tls_stream* m_tls_stream = nullptr;  // the transport's
     std::unique_ptr<proxy_exchange> m_proxy;
     ws::response_type m_response;
     bool m_has_ended = false;
@@ -218,13 +229,23 @@ void beast_link::look_up_here(const std::string& host, const std::string& servic
     looked_up(found.error, found.addresses);
 }
 
+std::string beast_link::words_of_way(error_code error) const {
+    std::string words = m_request.proxy ? "no way to the proxy: " : "";
+    if (is_unknown_name(error)) {
+        words += k_unknown_host;
+    } else {
+        words += error == net::error::connection_refused ? k_nobody_listens : k_no_way;
+    }
+    return words + " (" + error.message() + ")";
+}
+
 void beast_link::looked_up(error_code error, endpoints found) {
-    if (error) return fail(link_fault::unreachable, error);
+    if (error) return fail(link_fault::unreachable, words_of_way(error));
     net::async_connect(transport().socket(), found, then(&beast_link::connected));
 }
 
 void beast_link::connected(error_code error, tcp::endpoint) {
-    if (error) return fail(link_fault::unreachable, error);
+    if (error) return fail(link_fault::unreachable, words_of_way(error));
     error_code ignored;
     transport().socket().set_option(tcp::no_delay(true), ignored);
     transport().begin_transfer();
@@ -262,11 +283,12 @@ void beast_link::connection_stands() {
     if (m_tls == nullptr) return fail(link_fault::tls, "OpenSSL cannot be set up");
     tls_stream& stream = transport().begin_tls(*m_tls);
     if (!expect_server(stream, m_request.host)) return fail(link_fault::tls, "bad server name");
+    m_tls_stream = &stream;
     stream.async_handshake(net::ssl::stream_base::client, then(&beast_link::tls_agreed));
 }
 
 void beast_link::tls_agreed(error_code error) {
-    if (error) return fail(link_fault::tls, error);
+    if (error) return fail(link_fault::tls, words_of_refusal(*m_tls_stream, error));
     upgrade();
 }
 
@@ -315,7 +337,7 @@ void beast_link::upgraded(error_code error) {
 void beast_link::fail_open(error_code error) {
     const unsigned status = m_response.result_int();
     if (error == ws::error::upgrade_declined && status != 0) {
-        return fail(link_fault::refused, "the server answers " + std::to_string(status));
+        return fail(link_fault::refused, k_server_answers + std::to_string(status));
     }
     fail(is_bad_answer(error) ? link_fault::refused : link_fault::lost, error);
 }
@@ -402,7 +424,7 @@ void beast_link::bound_by(milliseconds most) {
 
 void beast_link::time_over(error_code error) {
     if (error) return;
-    fail(link_fault::timed_out, "the peer is silent");
+    fail(link_fault::timed_out, k_silent);
 }
 
 // Beast knows which codes below 5000 may be sent, and lets all others pass.
@@ -422,6 +444,7 @@ link_result beast_link::result_of(error_code error) {
     if (error == ws::error::bad_frame_payload) {
         return {link_fault::protocol, k_close_bad_payload, error.message()};
     }
+    if (error == net::error::eof) return {link_fault::lost, k_close_abnormal, k_no_goodbye};
     const bool is_broken = error == ws::condition::protocol_violation;
     return {is_broken ? link_fault::protocol : link_fault::lost,
             is_broken ? k_close_protocol_error : k_close_abnormal, error.message()};

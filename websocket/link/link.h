@@ -98,7 +98,8 @@ public:
     virtual void open(link_request request) noexcept = 0;
     // The memory has to stay until the link has received or ended.
     virtual void receive(std::span<char> into) noexcept = 0;
-    // One message. The bytes have to stay until it is sent or the link has ended; one at a time.
+    // One message. The bytes have to stay until it is sent, or else until the link is gone; one at
+    // a time.
     virtual void send(std::string_view bytes, bool is_text) noexcept = 0;
     // Nobody is told whether it went out.
     virtual void ping() noexcept = 0;
@@ -107,6 +108,9 @@ public:
     // 0: without a code. May come while a receive is under way, which then receives nothing.
     virtual void close(std::uint16_t code) noexcept = 0;
     virtual void drop() noexcept = 0;
+    // Keeps it until nothing is under way any more: also behind drop() a send that has been begun
+    // may look at its bytes once more.
+    virtual void keep(std::shared_ptr<const void> what) noexcept = 0;
 
 protected:
     link() = default;

@@ -8,6 +8,8 @@
 #include <boost/asio/ip/address.hpp>
 #include <mutex>
 
+#include "websocket/fault_words.h"
+
 namespace pennywort::websocket {
 
 namespace {
@@ -48,6 +50,12 @@ std::shared_ptr<net::ssl::context> tls_context() {
 void prepare_tls() noexcept { OPENSSL_init_crypto(0, nullptr); }
 
 void end_tls_of_thread() noexcept { OPENSSL_thread_stop(); }
+
+std::string words_of_refusal(tls_stream& stream, error_code error) {
+    const long verdict = SSL_get_verify_result(stream.native_handle());
+    if (verdict == X509_V_OK) return "no agreement on TLS (" + error.message() + ")";
+    return k_bad_certificate + (" (" + std::string(X509_verify_cert_error_string(verdict)) + ")");
+}
 
 bool expect_server(tls_stream& stream, const std::string& host) {
     SSL* const ssl = stream.native_handle();

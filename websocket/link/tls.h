@@ -19,6 +19,9 @@ void prepare_tls() noexcept;
 // Frees what OpenSSL keeps for the calling thread.
 void end_tls_of_thread() noexcept;
 
+// Why there is no agreement: what is wrong with the certificate, where it is that.
+std::string words_of_refusal(tls_stream& stream, error_code error);
+
 // False when OpenSSL does not take the name.
 bool expect_server(tls_stream& stream, const std::string& host);
 

@@ -101,8 +101,12 @@ public:
         m_engine->post(
             [self = shared_from_this(), what = std::move(what)]() mutable { what(*self); });
     }
-    // From any thread; throws when a message cannot be sent now.
+    // From any thread; the first throws when a message cannot be sent now.
     void reserve(std::size_t bytes);
+
+    std::size_t waiting() const {
+        return m_life.now() == socket_life::state::closed ? 0 : m_waiting.load();
+    }
 
     void connect() noexcept;
     void close() noexcept;
@@ -122,6 +126,7 @@ private:
     void say_goodbye() noexcept;
     void deliver(bool is_binary) noexcept;
     void run_out() noexcept { link_ended({link_fault::no_memory, 0, {}}); }
+    void tell_fault(const std::string& why) noexcept;
     void tell(socket_life::ending ending) noexcept;
 
     const std::shared_ptr<engine> m_engine;
@@ -236,7 +241,13 @@ void beast_connection::link_ended(const link_result& result) noexcept {
     if (is_goodbye && m_life.is_open()) {
         if (const auto owner = m_owner.lock()) owner->goodbye_received(code, result.text);
     }
+    if (!is_goodbye) tell_fault(result.text);
     tell(is_goodbye ? m_life.said_goodbye(code) : m_life.failed(code));
+}
+
+void beast_connection::tell_fault(const std::string& why) noexcept {
+    if (m_life.now() == socket_life::state::closed) return;
+    if (const auto owner = m_owner.lock()) owner->fault_received(why);
 }
 
 void beast_connection::tell(socket_life::ending ending) noexcept {
@@ -244,7 +255,11 @@ void beast_connection::tell(socket_life::ending ending) noexcept {
     const auto self = shared_from_this();
     m_self.reset();
     const auto link = std::move(m_link);
-    if (link != nullptr) link->drop();
+    if (link != nullptr) {
+        link->drop();
+        // The message that is being sent is ours.
+        link->keep(self);
+    }
     if (const auto owner = m_owner.lock()) owner->socket_closed(ending.code, ending.was_clean);
 }
 
@@ -268,6 +283,7 @@ public:
         send({is_valid_text(text) ? spare_text::copy_of(text) : valid_text(text), true});
     }
     void send_binary(std::string_view bytes) override { send({spare_text::copy_of(bytes), false}); }
+    std::size_t waiting_bytes() const noexcept override { return m_connection->waiting(); }
 
 private:
     void send(outgoing message) {

@@ -3,12 +3,14 @@
 
 #include <fmt/format.h>
 
+#include <mutex>
 #include <utility>
 
 #include "core/run/guarded.h"
 #include "loam/trace.h"
 #include "websocket/close_codes.h"
 #include "websocket/managed/managed_maker.h"
+#include "websocket/managed/spare_text.h"
 #include "websocket/managed/thrown_text.h"
 
 using pennywort::run::guarded;
@@ -42,6 +44,9 @@ public:
     }
     void goodbye_received(std::uint16_t code, const std::string& reason) noexcept override {
         if (const auto impl = locked()) impl->goodbye_received(code, reason);
+    }
+    void fault_received(const std::string& why) noexcept override {
+        if (const auto impl = locked()) impl->fault_received(why);
     }
     void socket_closed(std::uint16_t code, bool was_clean) noexcept override {
         if (const auto impl = locked()) impl->socket_closed(this, m_number, code, was_clean);
@@ -145,6 +150,7 @@ void cWebSocket_Sharp::Impl::attempt(operation what) {
     // On the caller's thread, who holds the socket: not under the lock that an event may hold while
     // it waits for this thread.
     guarded(k_class, "OnError", [&] {
+        if (const auto call = onFault) call(why);
         if (const auto call = onError) call(why, std::nullopt);
     });
 }
@@ -159,6 +165,11 @@ void cWebSocket_Sharp::Impl::SendBinary(std::string_view bytes) {
 
 void cWebSocket_Sharp::Impl::SendPing() {
     attempt([&](managed_socket& socket) { socket.ping(); });
+}
+
+std::size_t cWebSocket_Sharp::Impl::waiting_bytes() const {
+    const auto socket = current();
+    return socket == nullptr ? 0 : socket->waiting_bytes();
 }
 
 // Each event calls a copy: the handler may destroy the socket, and with it what is bound here.
@@ -177,7 +188,7 @@ void cWebSocket_Sharp::Impl::message_received(std::string bytes, bool is_binary)
     const std::lock_guard lock(m_event_mutex);
     guarded(k_class, "OnMessage", [&] {
         const auto binary = onBinary;
-        if (is_binary && binary && binary(bytes)) return;
+        if (is_binary && binary && binary(bytes)) return spare_text::give_back(std::move(bytes));
         if (const auto call = onMessage) call(std::move(bytes));
     });
 }
@@ -195,6 +206,13 @@ void cWebSocket_Sharp::Impl::goodbye_received(std::uint16_t code,
     const std::lock_guard lock(m_event_mutex);
     guarded(k_class, "the goodbye", [&] {
         if (const auto call = onGoodbye) call(code, reason.c_str());
+    });
+}
+
+void cWebSocket_Sharp::Impl::fault_received(const std::string& why) noexcept {
+    const std::lock_guard lock(m_event_mutex);
+    guarded(k_class, "the fault", [&] {
+        if (const auto call = onFault) call(why);
     });
 }
 
@@ -227,6 +245,7 @@ void cWebSocket_Sharp::Impl::release() noexcept {
     onError = nullptr;
     onBinary = nullptr;
     onGoodbye = nullptr;
+    onFault = nullptr;
 }
 
 std::shared_ptr<managed_socket> cWebSocket_Sharp::Impl::current() const {

@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "core/run/ready_mutex.h"
 #include "loam/shared_object.h"
 #include "websocket.h"
 #include "websocket/managed/managed_socket.h"
@@ -39,11 +39,13 @@ public:
     void Send(std::string_view text);
     void SendBinary(std::string_view bytes);
     void SendPing();
+    std::size_t waiting_bytes() const;
 
     void socket_opened(number of) noexcept;
     void message_received(std::string bytes, bool is_binary) noexcept;
     void error_received(const std::string& text) noexcept;
     void goodbye_received(std::uint16_t code, const std::string& reason) noexcept;
+    void fault_received(const std::string& why) noexcept;
     void socket_closed(const managed_owner* events, number of, std::uint16_t code,
                        bool was_clean) noexcept;
 
@@ -77,9 +79,10 @@ public:
     // Takes a binary message with its length; false to leave it to onMessage.
     std::function<bool(const std::string&)> onBinary;
     std::function<void(std::int32_t, const char*)> onGoodbye;
+    std::function<void(const std::string&)> onFault;
 
 private:
-    mutable std::mutex m_socket_mutex;
+    mutable pennywort::run::ready_mutex m_socket_mutex;
     // Of what is asked for: under the same lock.
     number m_number = 0;
     managed_request m_request;
@@ -88,5 +91,5 @@ private:
     pennywort::websocket::back_off m_back_off;
     pennywort::websocket::delayed_work m_again;
     // Its own thread may take it again: a handler may destroy its socket.
-    std::recursive_mutex m_event_mutex;
+    pennywort::run::ready_recursive_mutex m_event_mutex;
 };

@@ -25,6 +25,8 @@ public:
     virtual void error_received(const std::string& text) noexcept = 0;
     // The peer says goodbye first; the close follows. Not every binding tells.
     virtual void goodbye_received(std::uint16_t /*code*/, const std::string& /*reason*/) noexcept {}
+    // Why the connection has failed, in words; the close follows. Not every binding tells.
+    virtual void fault_received(const std::string& /*why*/) noexcept {}
     // Once, and nothing after it. `code` is the peer's, or 1005 for a close of our own, 1002 for a
     // handshake or a frame against the protocol, 1006 for a connection that failed or was lost.
     virtual void socket_closed(std::uint16_t code, bool was_clean) noexcept = 0;
@@ -62,6 +64,8 @@ public:
     virtual void send_text(std::string_view text) = 0;
     virtual void send_binary(std::string_view bytes) = 0;
     virtual void ping() = 0;
+    // What was to be sent and has not been; 0 where sending waits.
+    virtual std::size_t waiting_bytes() const noexcept { return 0; }
 
 protected:
     managed_socket() = default;

@@ -6,9 +6,11 @@
 #include <utility>
 
 #include "core/run/guarded.h"
+#include "core/run/ready_mutex.h"
 #include "loam/library.h"
 #include "websocket/managed/mono_api.h"
 #include "websocket/managed/mono_library.h"
+#include "websocket/managed/spare_text.h"
 #include "websocket_impl_assembly.h"
 
 namespace pennywort::websocket {
@@ -33,7 +35,7 @@ void attach_to(MonoDomain* domain) {
 std::string utf8_of(MonoString* text) {
     if (text == nullptr) return {};
     char* const bytes = g_mono.string_to_utf8(text);
-    std::string copy = bytes == nullptr ? "" : bytes;
+    std::string copy = bytes == nullptr ? "" : spare_text::copy_of(bytes);
     g_mono.free(bytes);
     return copy;
 }
@@ -63,8 +65,8 @@ void told_received(std::int64_t number, MonoArray* bytes) noexcept {
         const auto owner = g_events->owner_of(number);
         if (owner == nullptr) return;
         const std::size_t size = g_mono.array_length(bytes);
-        std::string copy(size == 0 ? "" : g_mono.array_addr_with_size(bytes, 1, 0), size);
-        owner->message_received(std::move(copy), true);
+        const char* const first = size == 0 ? "" : g_mono.array_addr_with_size(bytes, 1, 0);
+        owner->message_received(spare_text::copy_of({first, size}), true);
     });
 }
 
@@ -247,7 +249,7 @@ std::unique_ptr<mono_object> opened_runtime::make(std::int64_t owner, const std:
 
 // A runtime can be started once in a process; what could not be had is not tried again.
 mono_runtime& mono_runtime::of(const std::string& assembly, mono_events& events) {
-    static std::mutex mutex;
+    static run::ready_mutex mutex;
     static opened_runtime* opened = nullptr;
     static std::string fault;
     const std::lock_guard lock(mutex);

@@ -8,8 +8,10 @@
 #include <utility>
 
 #include "core/run/environment.h"
+#include "core/run/ready_mutex.h"
 #include "websocket/link/valid_text.h"
 #include "websocket/managed/mono_runtime.h"
+#include "websocket/managed/spare_text.h"
 
 namespace pennywort::websocket {
 
@@ -28,13 +30,15 @@ public:
         const auto found = m_owners.find(number);
         return found == m_owners.end() ? nullptr : found->second.lock();
     }
+    // Nobody uses what long messages have left when there is no socket.
     void forget(std::int64_t number) override {
         const std::lock_guard lock(m_mutex);
         m_owners.erase(number);
+        if (m_owners.empty()) spare_text::drop_all();
     }
 
 private:
-    std::mutex m_mutex;
+    run::ready_mutex m_mutex;
     std::map<std::int64_t, std::weak_ptr<managed_owner>> m_owners;
     std::int64_t m_last = 0;
 };

@@ -9,6 +9,8 @@
 #include <mutex>
 #include <optional>
 
+#include "core/run/ready_mutex.h"
+
 namespace pennywort::websocket {
 
 // How long to wait before the next attempt. No clock.
@@ -48,16 +50,16 @@ private:
     struct ticket {
         // Waits that long, unless it is cancelled meanwhile.
         bool is_cancelled_within(std::chrono::milliseconds time) {
-            std::unique_lock lock(mutex);
+            std::unique_lock<std::mutex> lock(mutex);
             return changed.wait_for(lock, time, [this] { return is_cancelled; });
         }
 
-        std::mutex mutex;
+        run::ready_mutex mutex;
         std::condition_variable changed;
         bool is_cancelled = false;
     };
 
-    std::mutex m_mutex;
+    run::ready_mutex m_mutex;
     std::shared_ptr<ticket> m_ticket;
 };
 

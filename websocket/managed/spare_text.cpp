@@ -6,13 +6,17 @@
 #include <mutex>
 
 #include "core/limits.h"
+#include "core/run/guarded.h"
+#include "core/run/ready_mutex.h"
 
 namespace pennywort::websocket {
 
 namespace {
 
+constexpr char k_class[] = "cWebSocket_Sharp";
+
 struct kept_texts {
-    std::mutex mutex;
+    run::ready_mutex mutex;
     // One message that comes in, one in the handler, two that are on their way out.
     std::array<std::string, k_max_spare_texts> texts;
 };
@@ -66,17 +70,21 @@ std::string spare_text::copy_of(std::string_view text) {
 // The shortest of those that are kept makes room.
 void spare_text::give_back(std::string text) noexcept {
     if (text.capacity() < k_long_text || text.capacity() > k_max_spare_text_bytes) return;
-    const std::lock_guard lock(kept().mutex);
-    auto& texts = kept().texts;
-    const auto shortest = std::min_element(
-        texts.begin(), texts.end(),
-        [](const auto& one, const auto& other) { return one.capacity() < other.capacity(); });
-    if (shortest->capacity() < text.capacity()) shortest->swap(text);
+    run::guarded(k_class, "keeping memory", [&] {
+        const std::lock_guard lock(kept().mutex);
+        auto& texts = kept().texts;
+        const auto shortest = std::min_element(
+            texts.begin(), texts.end(),
+            [](const auto& one, const auto& other) { return one.capacity() < other.capacity(); });
+        if (shortest->capacity() < text.capacity()) shortest->swap(text);
+    });
 }
 
 void spare_text::drop_all() noexcept {
-    const std::lock_guard lock(kept().mutex);
-    for (std::string& one : kept().texts) std::string().swap(one);
+    run::guarded(k_class, "giving memory back", [] {
+        const std::lock_guard lock(kept().mutex);
+        for (std::string& one : kept().texts) std::string().swap(one);
+    });
 }
 
 }  // namespace pennywort::websocket

@@ -66,6 +66,7 @@ void cWebSocket_Sharp::bind_events() {
     m_impl->onGoodbye = [this](std::int32_t code, const char* reason) {
         SignalGoodbye(code, reason);
     };
+    m_impl->onFault = [this](const std::string& why) { SignalFault(why.c_str()); };
     m_impl->onError = [this](const std::string&, std::optional<Error> error) {
         SignalError(error.value_or(Error::LibraryError));
     };
@@ -87,7 +88,12 @@ void cWebSocket_Sharp::Open(const char* url, double timeout) {
     guarded(k_class, "the log function", [&] {
         if (m_log) m_log("cWebSocket_Sharp::Open - Exception" + why);
     });
-    SignalError(Error::ConnectFailed);
+    // A copy has no events of its own. The handler may destroy this socket.
+    const bool has_events = impl->owner == this;
+    guarded(k_class, "the fault", [&] {
+        if (const auto call = impl->onFault; has_events && call) call(why);
+    });
+    if (!has_events || impl->onError) SignalError(Error::ConnectFailed);
 }
 
 void cWebSocket_Sharp::Send(const char* text) {
@@ -98,6 +104,11 @@ void cWebSocket_Sharp::Send(const char* text) {
 void cWebSocket_Sharp::send_binary(const void* data, std::size_t size) {
     const auto impl = m_impl;
     impl->SendBinary({static_cast<const char*>(data), size});
+}
+
+std::size_t cWebSocket_Sharp::waiting_bytes() const {
+    const auto impl = m_impl;
+    return impl->waiting_bytes();
 }
 
 void cWebSocket_Sharp::SendPing() {

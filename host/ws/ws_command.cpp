@@ -4,9 +4,11 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <string_view>
 #include <thread>
 
 #include "core/limits.h"
@@ -30,26 +32,49 @@ std::string take_seconds(const char* option, const std::string& text, bool may_b
     return {};
 }
 
-// False at the end of the input. A line that is longer than a message may be is not kept.
-bool read_line(std::string& line, bool& is_whole) {
-    std::streambuf& input = *std::cin.rdbuf();
-    line.clear();
-    is_whole = true;
-    for (int byte = input.sbumpc(); byte != EOF; byte = input.sbumpc()) {
-        if (byte == '\n') return true;
-        is_whole = is_whole && line.size() < k_max_websocket_message_bytes;
-        if (is_whole) line.push_back(static_cast<char>(byte));
+// The lines of standard input, which are taken as they come.
+class input_lines {
+public:
+    // False at the end of the input. A line that is longer than a message may be is not kept whole.
+    bool read(std::string& line, bool& is_whole) {
+        line.clear();
+        is_whole = true;
+        while (!m_rest.empty() || receive()) {
+            const std::size_t end = m_rest.find('\n');
+            take(m_rest.substr(0, end), line, is_whole);
+            m_rest.remove_prefix(std::min(m_rest.size(), end) + (end == m_rest.npos ? 0 : 1));
+            if (end != m_rest.npos) return true;
+        }
+        return !line.empty();
     }
-    return !line.empty();
-}
+
+private:
+    static void take(std::string_view piece, std::string& line, bool& is_whole) {
+        is_whole = is_whole && piece.size() <= k_max_websocket_message_bytes - line.size();
+        if (is_whole) line += piece;
+    }
+    bool receive() {
+        std::streambuf& input = *std::cin.rdbuf();
+        if (input.sgetc() == EOF) return false;
+        const auto there = std::max<std::streamsize>(1, input.in_avail());
+        m_received.resize(static_cast<std::size_t>(there));
+        m_received.resize(static_cast<std::size_t>(input.sgetn(m_received.data(), there)));
+        m_rest = m_received;
+        return !m_rest.empty();
+    }
+
+    std::string m_received;
+    std::string_view m_rest;
+};
 
 // The thread may wait for input when the program ends, so that it owns nothing but the session.
 void read_input(const std::shared_ptr<ws_session>& session) {
     // With a buffer of its own, the stream reads ten times as fast.
     std::ios::sync_with_stdio(false);
     std::thread([session] {
+        input_lines input;
         bool is_whole = true;
-        for (std::string line; read_line(line, is_whole);) {
+        for (std::string line; input.read(line, is_whole);) {
             if (!is_whole) {
                 session->refuse_line("it is longer than 256 MiB");
                 continue;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -35,7 +36,20 @@ constexpr auto k_turn_limit = 30'000ms;
 constexpr int k_max_loads = 3;
 // The first wakes a worker, and its timers come after that message.
 constexpr int k_wakes = 2;
-constexpr std::int64_t k_millisecond = 1000;
+// Pages are told the time in steps of this, in microseconds.
+constexpr std::int64_t k_grain = 100;
+constexpr double k_grain_ms = 0.1;
+// From the moment at which the clock stops to the page's time 0, at least.
+constexpr std::int64_t k_lead_us = 2000;
+constexpr double k_lead_s = 0.002;
+// The day is told in parts of a second that are no whole microseconds.
+constexpr std::int64_t k_spare_us = 2;
+constexpr auto k_trial_limit = 200ms;
+constexpr int k_max_trials = 9;
+// For as long a page may be busy with its turn without being asked whether it is; then twice that,
+// and so on, to the other.
+constexpr auto k_first_patience = 100ms;
+constexpr auto k_last_patience = 2'000ms;
 // The browser cuts a budget off to whole microseconds; no rounding is to cost one.
 constexpr double k_spare_ms = 0.0001;
 
@@ -52,7 +66,11 @@ std::string value_of(const json& result) {
 constexpr const char* k_hangs =
     "the page hangs: one of its scripts has not come to an end within 30 s";
 
-constexpr const char* k_turn = "new Promise(requestAnimationFrame)";
+// Goes on asking: the browser would take a page that wants no frame off its list, and a frame that
+// is begun while it comes back would pass the page by.
+constexpr const char* k_turn =
+    "new Promise(done => requestAnimationFrame(at => {"
+    " requestAnimationFrame(() => 0); done(at); }))";
 
 }  // namespace
 
@@ -66,6 +84,7 @@ page_timeline::page_timeline(timeline_port& port, double day, page_start start)
     : m_port(port),
       m_day(day),
       m_start(std::move(start)),
+      m_lead_us(k_lead_us),
       m_inspector([&port](const std::string& message) { port.send_to_inspector(message); },
                   [this](const std::string& method, const json& params) { hear(method, params); }) {
 }
@@ -97,17 +116,29 @@ void page_timeline::hear(const std::string& method, const json& params) {
         m_has_films = m_has_films || message_text(params, "/name") == page_scripts::k_film_binding;
     } else if (method == "Page.frameNavigated") {
         const bool is_main = message_part(params, "/frame/parentId").is_null();
-        m_has_begun = m_has_begun || (m_phase == phase::loading && is_main);
+        if (m_phase == phase::loading && is_main) page_begins();
     } else if (method == "Page.domContentEventFired") {
         const bool is_start = m_start.when == page_start::at::dom && m_has_begun;
         if (m_phase == phase::loading && is_start) m_has_come = true;
     } else if (method == "Target.attachedToTarget") {
         if (message_text(params, "/targetInfo/type") == "worker") {
-            m_workers.push_back(message_text(params, "/sessionId"));
+            worker_begins(message_text(params, "/sessionId"));
         }
     } else if (method == "Target.detachedFromTarget") {
         std::erase(m_workers, message_text(params, "/sessionId"));
     }
+}
+
+// In another process its clock is yet to be told.
+void page_timeline::page_begins() {
+    m_has_begun = true;
+    let_tasks_run();
+}
+
+// What it says of itself is the host's to hear; nobody waits for that.
+void page_timeline::worker_begins(const std::string& session) {
+    m_workers.push_back(session);
+    m_inspector.call("Runtime.enable", json::object(), {}, session);
 }
 
 // --- what is asked for
@@ -115,14 +146,15 @@ void page_timeline::hear(const std::string& method, const json& params) {
 void page_timeline::ask_load() {
     drop_wishes();
     forget_calls();
-    m_unseen = 0;
+    m_unseen = m_unseen_us = 0;
     m_last_us = -1;
     m_loads = 0;
+    m_lead_us = k_lead_us;
     m_has_films = false;
     m_was_forced = false;
     m_workers.clear();
     // A process that has ended has no clock to stop. The next one's will be found to be another.
-    if (m_phase == phase::failed) return rest();
+    if (m_phase == phase::failed) return m_trials = k_max_trials, rest();
     // Before that it is loaded in its turn.
     if (m_phase >= phase::loading) stop();
 }
@@ -159,7 +191,7 @@ void page_timeline::let_tasks_run() {
 void page_timeline::stop_clock(phase next) {
     await(next);
     json policy{{"policy", "pause"}};
-    if (!std::exchange(m_has_day, true)) policy["initialVirtualTime"] = m_day;
+    if (!std::exchange(m_has_day, true)) policy["initialVirtualTime"] = m_day - k_lead_s;
     call("Emulation.setVirtualTimePolicy", policy);
     ++m_open_calls;
     m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
@@ -197,8 +229,13 @@ void page_timeline::evaluate(const char* expression) {
 // Asked for before the clock moves, so that it stands in the page before the frame begins.
 void page_timeline::ask_for_turn() {
     m_has_turned = false;
+    m_turn_ms = std::numeric_limits<double>::quiet_NaN();
     m_inspector.call("Runtime.evaluate", {{"expression", k_turn}, {"awaitPromise", true}},
-                     [this](const json&) { m_has_turned = true; });
+                     [this](const json& result) {
+                         m_has_turned = true;
+                         const json& told = message_part(result, "/result/value");
+                         if (told.is_number()) m_turn_ms = told.get<double>();
+                     });
 }
 
 // --- phases
@@ -219,7 +256,10 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::answers, k_call_limit, "the page's inspector does not answer", &self::stop},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::align},
         {wait::event, k_move_limit, "the page's clock does not move", &self::rest},
-        {wait::time, k_rest, "", &self::load},
+        {wait::time, k_rest, "", &self::begin_trial},
+        {wait::time, k_tick_interval, "", &self::try_grain},
+        {wait::turn, k_trial_limit, "", &self::judge_grain},
+        {wait::answers, k_call_limit, "the page's inspector does not answer", &self::load},
         {wait::event, k_ever, "", &self::check},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::stand},
         {wait::wishes, k_ever, "", &self::freeze},
@@ -250,6 +290,7 @@ void page_timeline::await(phase next) {
 void page_timeline::step(time now) {
     m_now = now;
     if (m_phase == phase::loading) look_for_start();
+    if (m_phase == phase::turning && !m_has_turned) tick_again();
     while (go_on()) {
     }
 }
@@ -291,6 +332,7 @@ void page_timeline::late(const row& current) {
         forget_calls();
         return (this->*current.next)();
     }
+    if (m_phase == phase::hearing) return try_next_grain();
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
     m_was_forced = true;
     m_inspector.call("Emulation.setVirtualTimePolicy", {{"policy", "advance"}});
@@ -344,17 +386,64 @@ void page_timeline::prepare() {
     call("Page.addScriptToEvaluateOnNewDocument", {{"source", page_scripts::k_film_driver}});
 }
 
-// The page's clocks are rounded by a grid of their own, and would tremble otherwise.
+// The page's clocks are rounded by a grid of their own, and would tremble otherwise. The first
+// point of it behind the lead: so the day is less than a step of it late, and its milliseconds are
+// right at each other point.
 void page_timeline::align() {
     m_clock = m_told;
-    move_to((m_clock / k_millisecond + 1) * k_millisecond, phase::aligning);
+    m_trials = 0;
+    const std::int64_t from = m_told + m_lead_us + k_spare_us;
+    move_to((from + k_grain - 1) / k_grain * k_grain, phase::aligning);
+}
+
+// Between two steps of what it tells, the browser goes over to the next at a point that it has
+// chosen by lot for each. That before the page's time must lie before the unseen frames, or the
+// page would take them to be a step earlier. So the page that is there is shown two frames, at the
+// step before and just before the unseen ones.
+void page_timeline::begin_trial() {
+    if (m_trials == k_max_trials) {
+        let_tasks_run();
+        return load();
+    }
+    m_is_on_grid = true;
+    ++m_trials;
+    m_tick_limit = m_now + k_trial_limit;
+    ask_for_turn();
+    try_grain();
+}
+
+void page_timeline::try_grain() {
+    const std::int64_t at = m_clock - (m_is_on_grid ? k_grain : k_unseen_us + 1);
+    if (m_port.begin_frame(at * 1000)) return await(phase::hearing);
+    if (m_now >= m_tick_limit) return let();
+    await(phase::trying);
+}
+
+void page_timeline::judge_grain() {
+    if (std::isnan(m_turn_ms)) return let();
+    if (std::exchange(m_is_on_grid, false)) {
+        m_grid_ms = m_turn_ms;
+        ask_for_turn();
+        return try_grain();
+    }
+    const bool is_next_step = m_turn_ms - m_grid_ms > k_grain_ms / 2;
+    is_next_step ? let() : try_next_grain();
+}
+
+// Also where the page had no turn: it may be busy, or have been passed by.
+void page_timeline::try_next_grain() { move_to(m_clock + k_grain, phase::aligning); }
+
+// Heard before the page is asked for: a page gets an inspector of its own, which begins as the
+// browser has heard of the last one, and would keep the tasks of the page back.
+void page_timeline::let() {
+    await(phase::letting);
+    let_tasks_run();
 }
 
 void page_timeline::load() {
     await(phase::loading);
     m_has_begun = false;
     m_look_at = m_now;
-    let_tasks_run();
     m_port.load_page();
 }
 
@@ -380,6 +469,8 @@ void page_timeline::look_for_start() {
 // it is loaded once more, in that process.
 void page_timeline::stand() {
     const bool is_same_clock = m_told == m_clock;
+    // Its day begins where that of the first process stood.
+    m_lead_us = 0;
     if (!is_same_clock && ++m_loads < k_max_loads) return align();
     if (!is_same_clock) return fail("the page has another process after each load");
     await(phase::standing);
@@ -466,20 +557,39 @@ void page_timeline::try_tick() {
         return await(phase::ticking);
     }
     settle(frame_end::unchanged);
-    await(phase::turning);
+    await_turn();
     m_has_painted = false;
-    if (is_unseen()) return;
+    if (is_unseen()) return void(++m_unseen_us);
     ++m_begun;
     m_has_taken = true;
     m_taken = std::move(m_waiting.front().told);
     m_waiting.pop_front();
 }
 
-// The unseen ones begin at the page's time 0, so that what begins with them begins then; the first
-// one follows within microseconds, as times must rise.
 std::int64_t page_timeline::stamp() const {
-    const std::int64_t at = is_unseen() ? m_zero + m_unseen : std::max(m_clock, m_zero + k_unseen);
+    const std::int64_t at = is_unseen() ? m_zero - k_unseen_us + m_unseen_us : m_clock + m_repeats;
     return at * 1000;
+}
+
+void page_timeline::await_turn() {
+    await(phase::turning);
+    m_repeats = 0;
+    m_patience = k_first_patience;
+    m_due = m_again_at = m_now + m_patience;
+}
+
+// A frame that was begun while the page was not yet on the browser's list, or was taken off it, is
+// over without a turn of the page. The browser takes another only where that is so: while the page
+// is busy, it takes none.
+void page_timeline::tick_again() {
+    if (m_now < m_again_at) return;
+    m_patience = std::min<std::chrono::milliseconds>(2 * m_patience, k_last_patience);
+    m_due = m_again_at = m_now + m_patience;
+    if (is_unseen() && m_unseen_us == k_unseen_us) return;
+    ++m_repeats;
+    const bool is_taken = m_port.begin_frame(stamp());
+    if (is_taken && is_unseen()) ++m_unseen_us;
+    if (!is_taken) --m_repeats;
 }
 
 void page_timeline::close_frame() {

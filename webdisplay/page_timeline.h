@@ -117,7 +117,10 @@ private:
         stopping,   // the clock is stopped
         aligning,   // and moved to a whole millisecond
         resting,    // until the machine's clock has passed it
-        loading,    // tasks of the page run and no time passes
+        trying,     // the browser is to take a frame that shows how the page rounds its time
+        hearing,    // what the page takes its time to be
+        letting,    // tasks of the page are to run while no time passes
+        loading,    // they do, and the page comes
         checking,   // whether the page still has the same clock
         standing,   // loaded, as while loading
         freezing,   // the clock is stopped for the first frame
@@ -150,6 +153,9 @@ private:
     // A new page's first frame may be over before it is drawn, and what it shows may have to be
     // fetched first. So there are frames before it that nobody sees.
     static constexpr int k_unseen = 3;
+    // Times must rise, so those are stamped with the microseconds before the page's time 0, which
+    // the page rounds up to it: one for each time that the browser takes one.
+    static constexpr int k_unseen_us = 10;
 
     static const row& row_of(phase which);
     void await(phase next);
@@ -163,6 +169,8 @@ private:
     bool has_page() const { return m_phase >= phase::standing && m_phase < phase::failed; }
 
     void hear(const std::string& method, const nlohmann::json& params);
+    void page_begins();
+    void worker_begins(const std::string& session);
     void call(const char* method, const nlohmann::json& params, const std::string& session = {});
     void stop_clock(phase next);
     void let_tasks_run();
@@ -178,6 +186,11 @@ private:
     void stop() { stop_clock(phase::stopping); }
     void align();
     void rest() { await(phase::resting); }
+    void begin_trial();
+    void try_grain();
+    void judge_grain();
+    void try_next_grain();
+    void let();
     void load();
     void look_for_start();
     void check() { stop_clock(phase::checking); }
@@ -193,12 +206,15 @@ private:
     void hold() { stop_clock(phase::holding); }
     void tick();
     void try_tick();
+    void await_turn();
+    void tick_again();
     void close_frame();
     void return_to_frames();
 
     timeline_port& m_port;
     const double m_day;
     const page_start m_start;
+    std::int64_t m_lead_us;  // from where the clock stops to the page's time 0, at least
     page_inspector m_inspector;
     phase m_phase = phase::nothing;
     time m_now{};
@@ -214,6 +230,10 @@ private:
     bool m_has_taken = false;
     bool m_has_painted = false;
     bool m_has_turned = false;
+    double m_turn_ms = 0;  // the time that the page was told in its turn; NaN for none
+    time m_again_at{};  // when the browser is to take the frame once more, without a turn by then
+    std::chrono::milliseconds m_patience{};
+    int m_repeats = 0;  // how often it has, of one frame
 
     bool m_has_day = false;     // whether the page has
     int m_open_calls = 0;       // answers that the phase waits for
@@ -228,9 +248,13 @@ private:
     std::int64_t m_told = 0;   // the same, as the page has said last
     std::int64_t m_zero = 0;   // the same at the page's time 0
     std::int64_t m_last_us = -1;
-    int m_unseen = 0;  // how many of those have been
+    int m_unseen = 0;     // how many of those have been
+    int m_unseen_us = 0;  // and how many stamps they took
     int m_blanks = 0;
     int m_loads = 0;
+    int m_trials = 0;
+    bool m_is_on_grid = false;  // the frame of the trial under way
+    double m_grid_ms = 0;       // what the page took the one before to be
     int m_wakes = 0;
     bool m_has_films = false;
     std::vector<std::string> m_workers;

@@ -45,6 +45,9 @@ constexpr const char* k_page_clock_switches[] = {
     "disable-site-isolation-trials",
 };
 
+// Else the picture of a page from a server waits for its first text, half a second of its time.
+constexpr const char* k_page_clock_refusal = "PaintHolding";
+
 // What outlives a manager: settings made before one exists, and a runtime that was left running.
 struct process_state {
     cWebDisplayCEFBrowserManager* manager = nullptr;
@@ -91,6 +94,7 @@ std::vector<command_line_switch> all_switches() {
     }
     if (process().script_flags.empty()) return all;
     for (const char* name : k_page_clock_switches) all.push_back({name, ""});
+    join(all, "disable-features", k_page_clock_refusal, ',');
     join(all, "js-flags", process().script_flags, ' ');
     return all;
 }

@@ -213,6 +213,8 @@ void render_session::follow_page(page_display& display) {
     display.look_whether_closed();
     if (m_page->has_failed()) return fail(m_page->failure());
     if (!display.refused().empty()) return fail(display.refused() + ": not known to the browser");
+    if (is_exact() && !m_page->is_ready() && m_frame_fault.empty())
+        m_frame_fault = display.frame_fault();
     if (has_waited_for_reason()) return fail(m_options.urls[m_page_number] + ": " + m_frame_fault);
     if (m_page->is_ready() && !m_is_counting && !m_is_moving && has_feed() && has_area(display)) {
         if (!m_page->script_result().empty()) {

@@ -43,7 +43,7 @@ void page::inspect(const std::string& message) {
     });
     if (runtime::the().script().inspector_is_silent) return;
     const json& params = call.at("params");
-    if (params.value("expression", "") == "new Promise(requestAnimationFrame)") {
+    if (params.value("expression", "").find("requestAnimationFrame(at") != std::string::npos) {
         m_turns.push_back(answer_to(call));
         return;
     }

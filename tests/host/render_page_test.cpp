@@ -314,6 +314,17 @@ TEST_F(RenderPage, SaysEachOfItsFaultsWithItsPlaceAndTheSummaryCountsThem) {
     EXPECT_EQ(run.errors.find("console.log"), std::string::npos) << run.errors;
 }
 
+TEST_F(RenderPage, WhoseWorkerSpeaksIsHeardToo) {
+    folder.write("page.html",
+                 "<!doctype html><script>new Worker(URL.createObjectURL(new Blob([\"console.error("
+                 "'no feed'); setTimeout(() => nosuch(), 40)\"])))</script>");
+    const auto run =
+        folder.run("pennywort render page.html --frames 9 --strict --verbose -o a.y4m");
+    EXPECT_EQ(run.status, 4) << run.errors;
+    EXPECT_NE(run.errors.find("console.error: no feed\n"), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("nosuch is not defined\n"), std::string::npos) << run.errors;
+}
+
 TEST_F(RenderPage, WhoseFilmNeedsALicenceIsToldSoByName) {
     folder.write("film.html", "<!doctype html><video src=film.mp4 autoplay muted></video>");
     const auto run = folder.run(

@@ -161,5 +161,60 @@ TEST_F(PageClock, AFrameAtWhichNothingChangesIsToldWithTheNext) {
     EXPECT_EQ(page.frames.centre(), k_red);
 }
 
+// Each in its own time: the second one is moved twice as far a frame.
+TEST_F(PageClock, TwoAtOnceHaveEachTheirOwnTime) {
+    constexpr int k_frames = 25;
+    shown_page one(settings(page_url(k_clocks)));
+    shown_page other(settings(page_url(k_clocks)));
+    ASSERT_TRUE(one.wait_until_loaded()) << fault(one);
+    ASSERT_TRUE(other.wait_until_loaded()) << fault(other);
+    film first(one);
+    film second(other);
+    std::vector<rows> of_first;
+    std::vector<rows> of_second;
+    for (int n = 0; n < k_frames; ++n) {
+        first.ask(n * k_frame_us);
+        second.ask(2 * n * k_frame_us);
+        ASSERT_TRUE(first.wait_for_ends(n + 1)) << n << fault(one);
+        ASSERT_TRUE(second.wait_for_ends(n + 1)) << n << fault(other);
+        of_first.push_back(read_rows(one.frames));
+        of_second.push_back(read_rows(other.frames));
+    }
+    for (int n = 0; n < k_frames; ++n) {
+        SCOPED_TRACE("frame " + std::to_string(n));
+        for (const int clock : {k_stamp, k_now, k_day, k_timeline, k_css}) {
+            EXPECT_EQ(of_first[n][clock] - of_first[0][clock], 200L * n) << "clock " << clock;
+            EXPECT_EQ(of_second[n][clock] - of_second[0][clock], 400L * n) << "clock " << clock;
+        }
+    }
+}
+
+TEST_F(PageClock, APageInTheDaysTimeGoesOnBesideIt) {
+    constexpr int k_frames = 25;
+    page_settings in_the_days_time = settings(page_url(k_clocks));
+    in_the_days_time.page_clock = false;
+    shown_page live(in_the_days_time);
+    ASSERT_TRUE(live.wait_until_loaded());
+    shown_page page(settings(page_url(k_clocks)));
+    ASSERT_TRUE(page.wait_until_loaded()) << fault(page);
+    const long pictures = live.frames.count();
+    ASSERT_TRUE(wait_for([&] { return live.frames.count() > pictures + 2; }));
+    const long live_before = read_row(live.frames, k_now);
+    const auto begun = std::chrono::steady_clock::now();
+    const std::vector<rows> shot = shoot(page, k_frames);
+    // A time of its own that the page by its own clock is not to share: it is moved by half a
+    // second, and that takes no such time.
+    ASSERT_TRUE(wait_for([&] { return read_row(live.frames, k_now) > live_before + 2000; }));
+    const std::chrono::duration<double, std::milli> passed =
+        std::chrono::steady_clock::now() - begun;
+    EXPECT_LT(read_row(live.frames, k_now) - live_before, 10 * (passed.count() + 500));
+    ASSERT_EQ(shot.size(), static_cast<std::size_t>(k_frames));
+    for (int n = 0; n < k_frames; ++n) {
+        for (const int clock : {k_stamp, k_now, k_day, k_timeline, k_css}) {
+            EXPECT_EQ(shot[n][clock] - shot[0][clock], 200L * n) << "frame " << n << " " << clock;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace pennywort::runtime_test

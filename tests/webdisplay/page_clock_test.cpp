@@ -62,11 +62,13 @@ TEST_F(PageClockTest, EachFrameIsStampedWithItsOwnMoment) {
     const auto times = fake().browser(1).begin_times;
     ASSERT_GE(times.size(), 13u);
     // The first one follows three that nobody sees, a microsecond apart.
-    const std::size_t zero = times.size() - 13;
-    const auto from_zero = [&](std::size_t n) { return times[zero + n] - times[zero]; };
-    for (int n = 0; n < 4; ++n) EXPECT_EQ(from_zero(n), 1000 * n) << n;
+    const std::size_t zero = times.size() - 10;
+    const auto from_zero = [&](std::size_t n) { return times[n] - times[zero]; };
+    for (std::size_t n = 0; n < 3; ++n) {
+        EXPECT_EQ(from_zero(zero - 3 + n), -10'000 + 1000 * static_cast<std::int64_t>(n)) << n;
+    }
     for (int n = 1; n < 10; ++n) {
-        EXPECT_EQ(from_zero(3 + n), 40'000'000LL * n) << n;
+        EXPECT_EQ(from_zero(zero + static_cast<std::size_t>(n)), 40'000'000LL * n) << n;
     }
     EXPECT_TRUE(s.seen.all_on_display_thread);
 }
@@ -241,6 +243,7 @@ TEST_F(PageClockTest, ItsSwitchesReachTheRuntime) {
     EXPECT_TRUE(has_switch("enable-features", "DisplaySchedulerAsClient"));
     EXPECT_TRUE(has_switch("run-all-compositor-stages-before-draw", ""));
     EXPECT_TRUE(has_switch("disable-site-isolation-trials", ""));
+    EXPECT_TRUE(has_switch("disable-features", "PaintHolding"));
     EXPECT_TRUE(has_switch("js-flags", "--random-seed=7"));
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -31,6 +32,7 @@ public:
     bool begin_frame(std::int64_t nanoseconds) override {
         if (refuses > 0) return --refuses, false;
         stamps.push_back(nanoseconds);
+        if (passed_by > 0) return --passed_by, true;
         is_in_frame = true;
         return true;
     }
@@ -43,7 +45,10 @@ public:
         std::vector<std::string> answers;
         for (const json& call : std::exchange(outbox, {})) answer(call, answers);
         if (std::exchange(is_in_frame, false)) {
-            for (const int id : std::exchange(turns, {})) answers.push_back(result(id));
+            const json told{{"type", "number"}, {"value", told_ms()}};
+            for (const int id : std::exchange(turns, {})) {
+                answers.push_back(result(id, {{"result", told}}));
+            }
         }
         return answers;
     }
@@ -62,12 +67,25 @@ public:
     int loads = 0;
     int stands = 0;
     int refuses = 0;
+    int passed_by = 0;  // frames that are taken and do not come to the page
+    // Where in a step of what it tells a page goes over to the next, by that next one.
+    std::map<std::int64_t, int> goes_over_at;
     double clock_ms = k_start_ms;
     bool is_in_frame = false;
     bool holds_time = false;   // as a fetch that never ends does
     bool is_true = false;      // what a page's start waits for
     std::string silent_at;     // a method that is not answered
     std::string says_at_load;  // an event that comes with the first answer
+
+    // What the page takes the last frame's time to be.
+    double told_ms() const {
+        const std::int64_t us = stamps.back() / 1000;
+        const std::int64_t step = us / 100 * 100;
+        const auto chosen = goes_over_at.find(step + 100);
+        const std::int64_t over = chosen == goes_over_at.end() ? 50 : chosen->second;
+        const bool is_over = us - step >= over && us != step;
+        return static_cast<double>(is_over ? step + 100 : step) / 1000;
+    }
 
 private:
     static std::string result(int id, const json& what = json::object()) {
@@ -79,7 +97,7 @@ private:
         if (method == silent_at) return;
         const int id = call["id"];
         const json& params = call["params"];
-        if (params.value("expression", "") == "new Promise(requestAnimationFrame)") {
+        if (params.value("expression", "").find("requestAnimationFrame(at") != std::string::npos) {
             return turns.push_back(id);
         }
         if (method == "Performance.getMetrics") {
@@ -158,6 +176,12 @@ protected:
                                  [this](const std::string& value) { values.push_back(value); }));
         turn();
     }
+    // The stamps of a page's unseen frames and of the first one behind them.
+    void expect_stamps_around(std::int64_t zero_us) {
+        ASSERT_EQ(page.stamps.size(), 4u);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(page.stamps[i], (zero_us - 10 + i) * 1000) << i;
+        EXPECT_EQ(page.stamps[3], zero_us * 1000);
+    }
     double policy_budget() const { return page.calls.back()["params"].value("budget", 0.0); }
 
     tests::fake_clock clock;
@@ -171,17 +195,17 @@ constexpr auto k_painted = frame_end::painted;
 constexpr auto k_unchanged = frame_end::unchanged;
 constexpr auto k_failed = frame_end::failed;
 
-TEST_F(PageTimeline, TheClockStandsOnAWholeMillisecondBeforeAPageIsLoaded) {
+TEST_F(PageTimeline, TheClockStandsOnThePagesGridBeforeAPageIsLoaded) {
     prepare();
     EXPECT_EQ(page.loads, 1);
-    EXPECT_NEAR(page.clock_ms, 5001, 1e-9);
+    EXPECT_NEAR(page.clock_ms, 5002.3, 1e-9);
     EXPECT_TRUE(timeline.is_loadable());
     EXPECT_EQ(page.count_of("Page.addScriptToEvaluateOnNewDocument"), 1u);
     const auto first = std::find_if(page.calls.begin(), page.calls.end(), [](const json& call) {
         return call["params"].contains("initialVirtualTime");
     });
     ASSERT_NE(first, page.calls.end());
-    EXPECT_EQ((*first)["params"]["initialVirtualTime"], 1'700'000'000.0);
+    EXPECT_EQ((*first)["params"]["initialVirtualTime"], 1'699'999'999.998);
 }
 
 TEST_F(PageTimeline, ABrowserThatShowsNothingIsTickedOnAndThenPreparedAllTheSame) {
@@ -189,15 +213,15 @@ TEST_F(PageTimeline, ABrowserThatShowsNothingIsTickedOnAndThenPreparedAllTheSame
     turn();
     for (int i = 0; i < 110; ++i) pass(20ms);
     pass(5ms);
-    EXPECT_EQ(page.stamps.size(), 100u);
+    EXPECT_EQ(page.stamps.size(), 102u) << "and two of the trial";
     EXPECT_EQ(page.loads, 1);
 }
 
 TEST_F(PageTimeline, APageThatHasLoadedStandsAtItsTimeZero) {
     stand();
-    EXPECT_NEAR(page.clock_ms, 5001, 1e-9);
+    EXPECT_NEAR(page.clock_ms, 5002.3, 1e-9);
     pass(1h);
-    EXPECT_NEAR(page.clock_ms, 5001, 1e-9);
+    EXPECT_NEAR(page.clock_ms, 5002.3, 1e-9);
     EXPECT_EQ(page.loads, 1);
 }
 
@@ -209,7 +233,7 @@ TEST_F(PageTimeline, APageWithAnotherClockIsLoadedOnceMore) {
     EXPECT_TRUE(timeline.is_loading_again());
     pass(5ms);
     EXPECT_EQ(page.loads, 2);
-    EXPECT_NEAR(page.clock_ms, 9124, 1e-9);
+    EXPECT_NEAR(page.clock_ms, 9123.5, 1e-9);
     load();
     EXPECT_EQ(page.stands, 1);
 }
@@ -226,15 +250,129 @@ TEST_F(PageTimeline, OneWhoseClockIsAnotherEachTimeFails) {
     EXPECT_FALSE(page.faults.empty());
 }
 
-TEST_F(PageTimeline, UnseenFramesBeginWithThePagesTime) {
+TEST_F(PageTimeline, UnseenFramesLieJustBeforeThePagesTime) {
     stand();
     page.stamps.clear();
     ask(0);
-    EXPECT_EQ(page.stamps, (std::vector<std::int64_t>{5'001'000'000, 5'001'001'000, 5'001'002'000,
-                                                      5'001'003'000}));
+    expect_stamps_around(5'002'300);
     EXPECT_TRUE(ends.empty());
     paint();
     EXPECT_EQ(ends, std::vector{k_painted});
+}
+
+TEST_F(PageTimeline, ATimeThatThePageWouldTakeForAnEarlierOneIsLeftFree) {
+    page.goes_over_at = {{5'002'300, 95}, {5'002'400, 90}, {5'002'500, 89}};
+    prepare();
+    for (int i = 0; i < 2; ++i) pass(5ms);
+    EXPECT_EQ(page.loads, 1);
+    load();
+    page.stamps.clear();
+    ask(0);
+    EXPECT_NEAR(page.clock_ms, 5002.5, 1e-9);
+    expect_stamps_around(5'002'500);
+    for (const std::int64_t stamp : page.stamps) {
+        page.stamps = {stamp};
+        EXPECT_NEAR(page.told_ms(), 5002.5, 1e-9) << "at " << stamp;
+    }
+}
+
+TEST_F(PageTimeline, OneThatRoundsByNoRuleIsLoadedAllTheSame) {
+    for (int us = 5'000'000; us < 5'010'000; us += 100) page.goes_over_at[us] = 100;
+    prepare();
+    for (int i = 0; i < 30; ++i) pass(5ms);
+    EXPECT_EQ(page.loads, 1);
+    EXPECT_NEAR(page.clock_ms, 5003.2, 1e-9);
+}
+
+// A page's own inspector begins as the browser has heard of the last one.
+TEST_F(PageTimeline, APageIsAskedForWhenItsTasksAreHeardToRunAndTheyAreLetRunOnceMore) {
+    timeline.browser_arrived();
+    turn();
+    pass(20ms);
+    timeline.painted();
+    const auto is_let_run = [&](const json& call) {
+        return call["params"].value("policy", "") == "pauseIfNetworkFetchesPending" &&
+               !call["params"].contains("budget");
+    };
+    const auto lets = [&] {
+        return std::count_if(page.calls.begin(), page.calls.end(), is_let_run);
+    };
+    for (int i = 0; i < 100 && lets() == 0; ++i) {
+        for (const auto& one : page.take_answers()) timeline.message_came(one);
+        timeline.step(clock.now());
+        clock.advance(1ms);
+    }
+    EXPECT_EQ(lets(), 1);
+    EXPECT_EQ(page.loads, 0);
+    turn();
+    EXPECT_EQ(page.loads, 1);
+    timeline.message_came(R"({"method":"Page.frameNavigated","params":{"frame":{"id":"a"}}})");
+    EXPECT_EQ(lets(), 2);
+    turn();
+    load();
+    EXPECT_EQ(page.stands, 1);
+}
+
+// The trial's frame is lost, and another point of the grid is tried.
+TEST_F(PageTimeline, APageWithoutATurnIsTriedAgain) {
+    timeline.browser_arrived();
+    turn();
+    pass(20ms);
+    paint();
+    page.passed_by = 1;
+    pass(5ms);
+    EXPECT_EQ(page.loads, 0);
+    pass(200ms);
+    pass(5ms);
+    EXPECT_EQ(page.loads, 1);
+    EXPECT_NEAR(page.clock_ms, 5002.4, 1e-9);
+}
+
+// The browser has taken the frame, and the page was not on its list yet.
+TEST_F(PageTimeline, AFrameThatPassesThePageByIsBegunAgain) {
+    stand();
+    page.stamps.clear();
+    page.passed_by = 2;
+    ask(0);
+    EXPECT_EQ(page.stamps.size(), 1u);
+    pass(99ms);
+    EXPECT_EQ(page.stamps.size(), 1u);
+    pass(1ms);
+    pass(200ms);
+    EXPECT_EQ(page.stamps.size(), 6u) << "two that are lost, three unseen, the first";
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(page.stamps[i], (5'002'300 - 10 + i) * 1000LL) << i;
+    EXPECT_EQ(page.stamps.back(), 5'002'300'000);
+    paint();
+    page.passed_by = 1;
+    ask(20'000);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(100ms);
+    EXPECT_EQ(page.stamps.back(), 5'022'301'000);
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+TEST_F(PageTimeline, APageThatIsBusyWithItsTurnHasThatOneOnly) {
+    stand();
+    ask(0);
+    paint();
+    page.silent_at = "Runtime.evaluate";
+    ask(20'000);
+    const auto stamps = page.stamps.size();
+    page.refuses = 1'000'000;
+    pass(10s);
+    EXPECT_EQ(page.stamps.size(), stamps);
+    EXPECT_LT(1'000'000 - page.refuses, 20) << "and is not asked all the time";
+    EXPECT_TRUE(page.faults.empty());
+}
+
+TEST_F(PageTimeline, OneThatIsAlwaysPassedByFails) {
+    stand();
+    page.passed_by = 1'000'000;
+    ask(0);
+    for (int i = 0; i < 40; ++i) pass(1s);
+    EXPECT_EQ(ends, std::vector{k_failed});
+    EXPECT_LT(page.stamps.back(), 5'002'300'000) << "nothing of it is the page's time 0 yet";
 }
 
 TEST_F(PageTimeline, EachFrameIsStampedWithItsOwnMoment) {
@@ -245,11 +383,11 @@ TEST_F(PageTimeline, EachFrameIsStampedWithItsOwnMoment) {
         paint();
     }
     EXPECT_EQ(ends, std::vector<frame_end>(100, k_painted));
-    const std::int64_t zero = page.stamps[0];
+    const std::int64_t zero = page.stamps[3];
     for (int n = 1; n < 100; ++n) {
         EXPECT_EQ(page.stamps[3 + n] - zero, std::llround(n * 1e6 / 59.94) * 1000) << n;
     }
-    EXPECT_NEAR(page.clock_ms - 5001, std::round(99 * 1e6 / 59.94) / 1000, 1e-6);
+    EXPECT_NEAR(page.clock_ms - 5002.3, std::round(99 * 1e6 / 59.94) / 1000, 1e-6);
 }
 
 TEST_F(PageTimeline, APictureBeforeThePagesTurnIsToldAfterIt) {
@@ -351,7 +489,7 @@ TEST_F(PageTimeline, AFetchThatIsMeantToStayOpenHoldsItOnce) {
         paint();
         EXPECT_EQ(ends.size(), static_cast<std::size_t>(n) + 1);
     }
-    EXPECT_NEAR(page.clock_ms, 5001 + 80, 1e-3) << "and each frame is at its moment";
+    EXPECT_NEAR(page.clock_ms, 5002.3 + 80, 1e-3) << "and each frame is at its moment";
 }
 
 TEST_F(PageTimeline, AnotherPageIsGivenTheTimeAnew) {
@@ -514,6 +652,8 @@ TEST_F(PageTimeline, WorkersAreWokenTwiceBeforeEachFrame) {
         return std::count_if(page.calls.begin(), page.calls.end(),
                              [](const json& call) { return call.value("sessionId", "") == "w1"; });
     };
+    EXPECT_EQ(woken(), 1) << "it is asked to say what it logs";
+    EXPECT_EQ(page.calls.back()["method"], "Runtime.enable");
     ask(0);
     paint();
     const auto before = woken();
@@ -545,6 +685,21 @@ TEST_F(PageTimeline, FilmsArePlacedBeforeEachFrameOnceThereIsOne) {
     paint();
     EXPECT_EQ(placed() - before, 1);
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+TEST_F(PageTimeline, AFilmThatStallsFailsTheFrame) {
+    stand();
+    ask(0);
+    paint();
+    timeline.message_came(
+        R"({"method":"Runtime.bindingCalled","params":{"name":"thinternalFilms"}})");
+    page.silent_at = "Runtime.evaluate";
+    ask(20'000);
+    pass(29s);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(1s);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_failed}));
+    EXPECT_EQ(page.faults, std::vector<std::string>{"a film of the page does not follow"});
 }
 
 TEST_F(PageTimeline, AValueIsAskedForBetweenTwoFramesAndNoTimePasses) {

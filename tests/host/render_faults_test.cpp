@@ -1,0 +1,208 @@
+// tests/host/render_faults_test.cpp - the program on the real browser runtime: what goes wrong in a
+// page in the middle of its film.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/host/render_fixture.h"
+
+namespace pennywort::host {
+namespace {
+
+constexpr std::size_t k_width = 64;
+constexpr std::size_t k_height = 8;
+
+// A white bar that moves by a pixel each turn of requestAnimationFrame, from the left side on.
+std::string page_with(const char* script, const char* background = "#000") {
+    return std::string("<!doctype html><style>body{margin:0;background:") + background +
+           "}div{position:absolute;left:0;top:0;width:1px;height:8px;background:#fff}</style>"
+           "<div id=bar></div><script>let n = 0; (function next() { bar.style.left = n++ + 'px';"
+           "requestAnimationFrame(next); " +
+           script;
+}
+
+constexpr const char* k_server = R"py(
+import http.server, sys, time
+class handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = 'HTTP/1.1'
+    def log_message(self, *a): pass
+    def do_GET(self):
+        if 'late' in self.path: time.sleep(0.4)
+        body = b'60' if 'late' in self.path else open(self.path.split('/')[-1] + '.html', 'rb').read()
+        self.send_response(200)
+        self.send_header('Content-Type', 'text/plain' if 'late' in self.path else 'text/html')
+        self.send_header('Access-Control-Allow-Origin', '*')
+        self.send_header('Content-Length', str(len(body))); self.end_headers()
+        self.wfile.write(body)
+server = http.server.ThreadingHTTPServer(('127.0.0.1', 0), handler)
+print(server.server_port, flush=True)
+server.serve_forever()
+)py";
+
+class RenderFaults : public RenderFixture {
+protected:
+    RenderFaults() { folder.write("server.py", k_server); }
+
+    // $port is the server's, which answers to two names.
+    program_run served(const std::string& script) const {
+        return folder.run(
+            "python3 server.py > port & server=$!\n"
+            "trap 'kill $server' EXIT\n"
+            "until [ -s port ]; do sleep 0.05; done\n"
+            "port=$(cat port); at=http://127.0.0.1:$port\n" +
+            script);
+    }
+    // Where the bar stands in each frame; -1 for one without it.
+    std::vector<int> bars(const std::string& name) const {
+        const std::string film = folder.read(name);
+        std::vector<int> all;
+        for (std::size_t at = 0; at + k_width * k_height * 4 <= film.size();
+             at += k_width * k_height * 4) {
+            int x = 0;
+            const auto is_white = [&](int column) {
+                const std::size_t pixel = at + (4 * k_width + std::size_t(column)) * 4;
+                return film.compare(pixel, 3, "\xFF\xFF\xFF") == 0;
+            };
+            while (x < int(k_width) && !is_white(x)) ++x;
+            all.push_back(x < int(k_width) ? x : -1);
+        }
+        return all;
+    }
+    // Blue, green and red of the picture's last pixel.
+    colour ground(const std::string& name, std::size_t frame) const {
+        const std::string film = folder.read(name);
+        const std::size_t at = (frame + 1) * k_width * k_height * 4 - 4;
+        if (at + 4 > film.size()) return {};
+        const auto byte = [&](std::size_t i) {
+            return int(static_cast<unsigned char>(film[at + i]));
+        };
+        return {byte(0), byte(1), byte(2)};
+    }
+    // Twice, and equal.
+    program_run film_of(const std::string& page, const std::string& more = {}) const {
+        return served("film=\"pennywort render " + page + " --size 64x8 --frames 40 " + more +
+                      "\"\n$film -o a.bgra && $film -o b.bgra && cmp a.bgra b.bgra");
+    }
+};
+
+TEST_F(RenderFaults, APageThatThrowsInEachFrameGoesOnAndIsToldOnce) {
+    folder.write("page.html", page_with("throw new Error('no data'); })()</script>"));
+    const auto run = film_of("page.html");
+    ASSERT_EQ(run.status, 0) << run.output << run.errors;
+    const auto told = run.errors.find("Uncaught Error: no data");
+    ASSERT_NE(told, std::string::npos) << run.errors;
+    const auto all = bars("a.bgra");
+    ASSERT_EQ(all.size(), 40u);
+    for (int n = 0; n < 40; ++n) EXPECT_EQ(all[n], all[0] + n) << n;
+}
+
+TEST_F(RenderFaults, APageThatNeverAsksForAFrameIsShownAsItIs) {
+    folder.write("page.html",
+                 "<!doctype html><style>body{background:#00f}</style><script>"
+                 "setTimeout(() => document.body.style.background = '#f00', 200)</script>");
+    const auto run = film_of("page.html");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    for (std::size_t n = 0; n < 40; ++n) {
+        EXPECT_EQ(ground("a.bgra", n), n < 10 ? (colour{255, 0, 0}) : (colour{0, 0, 255})) << n;
+    }
+}
+
+// The page's time stands meanwhile: what it has fetched is there in the frame that asked for it or
+// in the next.
+TEST_F(RenderFaults, APageThatWaitsForTheNetworkInTheMiddleLosesNoFrame) {
+    folder.write("page.html",
+                 page_with("if (n === 20) fetch(place + '/late').then(r => r.text()).then(t => "
+                           "document.body.style.background = '#f00'); })()</script>"));
+    const auto run = served(
+        "sed \"s|fetch(place|fetch('$at'|\" page.html > fetches.html\n"
+        "film='pennywort render fetches.html --size 64x8 --frames 40'\n"
+        "$film -o a.bgra && $film -o b.bgra && cmp a.bgra b.bgra");
+    ASSERT_EQ(run.status, 0) << run.output << run.errors;
+    const auto all = bars("a.bgra");
+    ASSERT_EQ(all.size(), 40u);
+    for (int n = 0; n < 40; ++n) EXPECT_EQ(all[n], all[0] + n) << n;
+    const auto asked = static_cast<std::size_t>(19 - all[0]);
+    EXPECT_EQ(ground("a.bgra", asked - 1), (colour{0, 0, 0}));
+    EXPECT_EQ(ground("a.bgra", asked + 2), (colour{0, 0, 255}));
+}
+
+TEST_F(RenderFaults, APageThatOpensAWindowGoesOn) {
+    folder.write("page.html", page_with("if (n === 20) open('other.html'); })()</script>"));
+    folder.write("other.html", "<!doctype html><style>body{background:#f00}</style>");
+    const auto run = film_of("page.html");
+    ASSERT_EQ(run.status, 0) << run.output << run.errors;
+    const auto all = bars("a.bgra");
+    ASSERT_EQ(all.size(), 40u);
+    for (int n = 0; n < 40; ++n) EXPECT_EQ(all[n], all[0] + n) << n;
+}
+
+// A page that moves on: what it was, and what it becomes, 200 ms of its time later.
+struct move_case {
+    const char* name;
+    const char* url;
+    const char* way;  // by which it moves on
+};
+void PrintTo(const move_case& c, std::ostream* out) { *out << c.name; }
+
+class RenderedMove : public RenderFaults, public testing::WithParamInterface<move_case> {};
+
+TEST_P(RenderedMove, GoesOnWithTheNextPage) {
+    folder.write("page.html", page_with(("})(); setTimeout(() => { const port = location.port; " +
+                                         std::string(GetParam().way) + " }, 200)</script>")
+                                            .c_str()));
+    folder.write("page2.html", page_with("})()</script>", "#f00"));
+    const auto run = served(std::string("pennywort render ") + GetParam().url +
+                            " --size 64x8 --frames 60 -o a.bgra");
+    ASSERT_EQ(run.status, 0) << run.output << run.errors;
+    const auto all = bars("a.bgra");
+    ASSERT_EQ(all.size(), 60u);
+    const auto moved = std::find_if(all.begin() + 1, all.end(),
+                                    [&](const int& x) { return x >= 0 && x < *(&x - 1); }) -
+                       all.begin();
+    EXPECT_GE(moved, 10);
+    EXPECT_LE(moved, 14) << "the page's time stands while the next one loads";
+    // The next one has its own turns from there on, one a frame.
+    for (auto n = moved + 1; n < 60 && all[n] > all[n - 1]; ++n) EXPECT_EQ(all[n], all[n - 1] + 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(To, RenderedMove,
+                         testing::Values(move_case{"AFile", "page.html",
+                                                   "location = 'page2.html';"},
+                                         move_case{"Itself", "page.html", "location.reload();"}),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+// A page without a text: the browser would wait half a second of its time for one.
+TEST_F(RenderFaults, APageFromAServerIsThereInItsFirstFrame) {
+    folder.write("page.html", "<!doctype html><style>body{background:#f00}</style>");
+    const auto run = served("pennywort render $at/page --size 64x8 --frames 3 -o a.bgra");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    for (std::size_t n = 0; n < 3; ++n) EXPECT_EQ(ground("a.bgra", n), (colour{0, 0, 255})) << n;
+}
+
+TEST_F(RenderFaults, APageThatAsksForTheTimeForEverIsToldWithTheFrame) {
+    folder.write("page.html", page_with("})(); setTimeout(() => { const end = performance.now() + "
+                                        "1000; while (performance.now() < end); }, 200)"
+                                        "</script>"));
+    expect_failure("pennywort render page.html --size 64x8 --frames 40 -o a.bgra",
+                   "frame 10, at 0.200 s: the page hangs: one of its scripts has not come to an "
+                   "end within 30 s");
+    EXPECT_EQ(bars("a.bgra").size(), 10u) << "what came before is there";
+}
+
+TEST_F(RenderFaults, ThePageOfTheLargestSideIsRendered) {
+    folder.write("page.html", "<!doctype html><style>html{background:#20c840}</style>");
+    for (const char* size : {"16384x16", "16x16384"}) {
+        const auto run = folder.run(std::string("pennywort render page.html --frames 2 -o f-%d.png "
+                                                "--size ") +
+                                    size);
+        ASSERT_EQ(run.status, 0) << size << run.errors;
+        EXPECT_EQ(size_of("f-2.png"), size);
+        EXPECT_EQ(pixel("f-2.png", 15, 15), (colour{0x40, 0xC8, 0x20, 0xFF}));
+    }
+}
+
+}  // namespace
+}  // namespace pennywort::host

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/live/live_command.h"
 #include "host/render/render_command.h"
 #include "tests/host/temporary_folder.h"
 
@@ -249,6 +250,17 @@ TEST(CommandLine, OptionsMayStandBeforeThePages) {
     ASSERT_TRUE(options);
     EXPECT_EQ(options->urls.size(), 2u);
     EXPECT_TRUE(options->json);
+}
+
+TEST(CommandLine, PagesOfLiveAreSilentOnlyIfTheyAreToBe) {
+    for (const bool is_muted : {false, true}) {
+        strings arguments{"live", k_page};
+        if (is_muted) arguments.emplace_back("--mute");
+        const auto line = parse_command_line(arguments);
+        const auto* const chosen = dynamic_cast<const live_command*>(line.chosen.get());
+        ASSERT_NE(chosen, nullptr) << line.text;
+        EXPECT_EQ(chosen->options().is_muted, is_muted);
+    }
 }
 
 TEST(CommandLine, OnlyAWholeNumericAddressIsListenedOn) {

@@ -194,8 +194,11 @@ TEST(MatroskaStream, IsReadWithItsFramesItsRateAndItsColours) {
         const auto about = output_of("cat " + name +
                                      " | ffprobe -v error -count_frames "
                                      "-show_streams -show_frames -");
-        for (const char* part : {"codec_name=rawvideo", "pix_fmt=bgra", "width=33", "height=17",
-                                 "nb_read_frames=5", "pts_time=0.066733"}) {
+        // With its matrix, which is none, its range and what its colours are: nobody guesses.
+        for (const char* part :
+             {"codec_name=rawvideo", "pix_fmt=bgra", "width=33", "height=17", "nb_read_frames=5",
+              "pts_time=0.066733", "color_range=pc", "color_space=gbr",
+              "color_transfer=iec61966-2-1", "color_primaries=bt709"}) {
             EXPECT_NE(about.find(part), std::string::npos) << part << " is not in\n" << about;
         }
         const auto pixels = output_of(

@@ -224,6 +224,14 @@ TEST(WavWriter, AFullDiskIsTold) {
     for (int i = 0; i < 3 && result.ok(); ++i) result = writer->hear(second);
     const auto finished = writer->finish();
     expect_no_space(result.ok() ? finished : result);
+    // Its head speaks of what is there.
+    const std::string file = folder.read("disk/a.wav");
+    ASSERT_GT(file.size(), 8u);
+    std::size_t length = 0;
+    for (std::size_t i = 4; i > 0; --i) {
+        length = length << 8 | static_cast<unsigned char>(file[3 + i]);
+    }
+    EXPECT_LE(length + 8, file.size());
 }
 
 TEST(MatroskaWriter, AFullPipeIsTold) {

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "core/limits.h"
 #include "core/text/numbers.h"
@@ -67,6 +68,12 @@ private:
     std::string_view m_rest;
 };
 
+void send_line(ws_session& session, std::string line, bool is_whole) {
+    if (!is_whole) return session.refuse_line("it is longer than 256 MiB");
+    if (line.ends_with('\r')) line.pop_back();
+    session.send(line);
+}
+
 // The thread may wait for input when the program ends, so that it owns nothing but the session.
 void read_input(const std::shared_ptr<ws_session>& session) {
     // With a buffer of its own, the stream reads ten times as fast.
@@ -75,12 +82,7 @@ void read_input(const std::shared_ptr<ws_session>& session) {
         input_lines input;
         bool is_whole = true;
         for (std::string line; input.read(line, is_whole);) {
-            if (!is_whole) {
-                session->refuse_line("it is longer than 256 MiB");
-                continue;
-            }
-            if (line.ends_with('\r')) line.pop_back();
-            session->send(line);
+            send_line(*session, std::move(line), is_whole);
         }
         session->input_ended();
     }).detach();

@@ -97,6 +97,8 @@ void page_timeline::browser_arrived() {
 
 void page_timeline::painted() {
     m_has_painted = true;
+    // The frame before is over with its picture; else that is found out by trying.
+    if (m_phase == phase::ticking) m_due = m_limit = m_now;
     // In its turn it is not over; later, that of the next frame may have been asked for already.
     if (m_phase != phase::turning) settle(frame_end::painted);
 }

@@ -435,6 +435,16 @@ TEST_F(PageTimeline, AFrameThatIsRefusedIsBegunAgain) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
+TEST_F(PageTimeline, TheNextFrameIsBegunWithThePictureOfTheOneBefore) {
+    stand();
+    ask(0);
+    page.refuses = 1;
+    ask(20'000);
+    const auto stamps = page.stamps.size();
+    paint();
+    EXPECT_EQ(page.stamps.size(), stamps + 1) << "without waiting for a tick";
+}
+
 // The browser draws a frame to its end before it takes the next, which is tried meanwhile.
 TEST_F(PageTimeline, APictureMayComeWhileTheNextFrameIsRefused) {
     stand();

@@ -10,6 +10,7 @@
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/text.h"
 #include "webdisplay/page_clock.h"
+#include "webdisplay/page_file.h"
 
 namespace pennywort::webdisplay {
 
@@ -129,6 +130,15 @@ void page_driver::page_stands() {
 
 void page_driver::page_fails(const std::string& why) {
     if (m_events.failed) m_events.failed(why);
+}
+
+void page_driver::page_sounds(const page_samples& heard) {
+    if (m_events.sounds) m_events.sounds(heard);
+}
+
+// A page of a site may not have this machine's files.
+std::string page_driver::bytes_of_file(const std::string& url) {
+    return m_loaded_url.compare(0, 5, "file:") == 0 ? bytes_of_file_url(url) : std::string();
 }
 
 // Not within the runtime's callback, in which frames could not begin.

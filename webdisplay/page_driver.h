@@ -23,6 +23,8 @@ struct page_driver_events {
     std::function<void()> page_stands;
     // The page does not follow its clock any more; why. Comes at once.
     std::function<void(const std::string& why)> failed;
+    // What the page sounds like.
+    std::function<void(const page_samples& heard)> sounds;
 };
 
 // Belongs to the display thread. The runtime holds it as the inspector's observer until `close`.
@@ -64,6 +66,8 @@ private:
     void load_again();
     void page_stands() override;
     void page_fails(const std::string& why) override;
+    void page_sounds(const page_samples& heard) override;
+    std::string bytes_of_file(const std::string& url) override;
 
     void step_soon();
     void step();

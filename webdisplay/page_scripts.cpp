@@ -5,63 +5,125 @@
 
 namespace pennywort::webdisplay::page_scripts {
 
-const char* const k_film_driver = R"js((() => {
+const char* const k_film_driver = R"js(
   const media = HTMLMediaElement.prototype;
   const play = media.play, pause = media.pause;
-  const clock = Object.getOwnPropertyDescriptor(media, 'currentTime');
-  const is_paused = Object.getOwnPropertyDescriptor(media, 'paused').get;
-  const has_ended = Object.getOwnPropertyDescriptor(media, 'ended').get;
-  const tell = self.thinternalFilms;
-  const films = new Map();  // each film that runs: the page's time when it began, and its own then
-  let is_told = false;
+  const property = name => Object.getOwnPropertyDescriptor(media, name);
+  const clock = property('currentTime'), speed = property('playbackRate');
+  const auto = property('autoplay');
+  const is_paused = property('paused').get, has_ended = property('ended').get;
+  const films = new Map();  // each film and sound that runs: since when, and from where in it
+  const stood = new WeakMap();  // where each one was stopped
+  const over = new WeakSet();   // sounds at their end, which the browser knows nothing of
+  const is_film = one => one instanceof HTMLVideoElement;
   const fire = (film, name) => film.dispatchEvent(new Event(name));
+  const seconds_of = (film, run) => {
+    const time = run.from + (hub.now() - run.begun) / rate * run.speed;
+    if (!(time >= film.duration)) return time;
+    return film.loop ? time % film.duration : film.duration;
+  };
+  // The browser's own clock of a film is put a little past the time that is meant.
+  function time_of(film) {
+    const run = films.get(film), own = clock.get.call(film), left = stood.get(film);
+    if (run) return seconds_of(film, run);
+    return left !== undefined && (!is_film(film) || Math.abs(own - left) < 0.001) ? left : own;
+  }
+  function begin(film, from) {
+    const begun = hub.now();
+    films.set(film, {begun, from, speed: film.playbackRate, heard: Math.round(begun)});
+    over.delete(film);
+    stood.delete(film);
+  }
+  function end(film) {
+    const run = films.get(film);
+    if (!run) return;
+    stood.set(film, seconds_of(film, run));
+    films.delete(film);
+    hub.end(film, run);
+  }
   function run(film) {
-    if (films.has(film)) return;
-    if (!is_told && tell) { is_told = true; tell(''); }
-    const ended = has_ended.call(film);
-    films.set(film, {since: performance.now(), from: ended ? 0 : clock.get.call(film)});
+    // A stream has no time of its own to be put to.
+    if (film.srcObject && !is_film(film)) {
+      hub.say('a stream (srcObject) is not in the film');
+      return play.call(film);
+    }
+    const running = films.get(film);
+    if (running && !(running.is_ready && film.readyState < 1)) return;
+    hub.rouse();
+    if (hub.is_apart && !film.muted) hub.say();
+    const is_over = over.has(film) || has_ended.call(film);
+    const is_new = Boolean(running) || film.readyState < 1;
+    end(film);
+    begin(film, is_over || is_new ? 0 : time_of(film));
     film.autoplay = false;
+    if (film.preload === 'none') film.preload = 'auto';
     pause.call(film);
+    film.addEventListener('emptied', () => {
+      if (films.get(film)?.is_ready) end(film);
+    }, {once: true});
     fire(film, 'play');
     fire(film, 'playing');
   }
   function stand(film) {
-    if (!films.delete(film)) return pause.call(film);
+    if (!films.has(film)) return pause.call(film);
+    end(film);
     fire(film, 'pause');
   }
   media.play = function () {
-    if (!(this instanceof HTMLVideoElement)) return play.call(this);
-    run(this);
-    return Promise.resolve();
+    if (!(this instanceof HTMLMediaElement)) return play.call(this);
+    return run(this) || Promise.resolve();
   };
   media.pause = function () { stand(this); };
   Object.defineProperty(media, 'paused', {configurable: true, get() {
     return !films.has(this) && is_paused.call(this);
   }});
+  Object.defineProperty(media, 'ended', {configurable: true, get() {
+    return over.has(this) || has_ended.call(this);
+  }});
   Object.defineProperty(media, 'currentTime', {configurable: true, get() {
-    return clock.get.call(this);
+    return is_film(this) ? clock.get.call(this) : time_of(this);
   }, set(time) {
     clock.set.call(this, time);
-    const film = films.get(this);
-    if (film) { film.since = performance.now(); film.from = Number(time); film.at = undefined; }
+    const was_running = films.has(this);
+    end(this);
+    over.delete(this);
+    stood.delete(this);
+    if (was_running) begin(this, Number(time));
+  }});
+  Object.defineProperty(media, 'playbackRate', {configurable: true, get() {
+    return speed.get.call(this);
+  }, set(value) {
+    const from = films.has(this) ? time_of(this) : undefined;
+    end(this);
+    speed.set.call(this, value);
+    if (from !== undefined) begin(this, from);
+  }});
+  Object.defineProperty(media, 'autoplay', {configurable: true, get() {
+    return auto.get.call(this);
+  }, set(value) {
+    auto.set.call(this, value);
+    if (value) run(this);
   }});
   const look = root => {
     if (root.nodeType !== 1 && root.nodeType !== 9) return;
-    if (root instanceof HTMLVideoElement && root.autoplay) run(root);
-    for (const film of root.querySelectorAll('video[autoplay]')) run(film);
+    if (root instanceof HTMLMediaElement && root.autoplay) run(root);
+    for (const film of root.querySelectorAll('video[autoplay],audio[autoplay]')) run(film);
   };
   new MutationObserver(all => all.forEach(one => one.addedNodes.forEach(look)))
     .observe(document, {childList: true, subtree: true});
   function place(film, run) {
-    if (!film.isConnected || film.readyState < 1) return null;
-    let time = run.from + (performance.now() - run.since) / 1000 * film.playbackRate;
-    if (time >= film.duration && film.loop) time %= film.duration;
+    if (film.readyState < 1 || (is_film(film) && !film.isConnected)) return null;
+    run.is_ready = true;
+    const time = Math.round(seconds_of(film, run) * 1e6) / 1e6;
     if (time >= film.duration) {
-      time = film.duration;
-      films.delete(film);
+      end(film);
+      if (!is_film(film)) over.add(film);
       queueMicrotask(() => { fire(film, 'pause'); fire(film, 'ended'); });
     }
-    time = Math.round(time * 1e6) / 1e6;
+    if (!is_film(film)) {
+      if (Math.abs(time - (run.said ?? -1)) >= 0.25) fire(film, 'timeupdate'), run.said = time;
+      return null;
+    }
     if (run.at === time) return null;
     run.at = time;
     return new Promise(done => {
@@ -71,9 +133,9 @@ const char* const k_film_driver = R"js((() => {
       clock.set.call(film, time + 0.0005);
     });
   }
-  Object.defineProperty(self, 'thinternal films', {value: () =>
+  hub.join({self, films, place: () =>
     Promise.all([...films].map(([film, run]) => place(film, run)))});
-})();)js";
+)js";
 
 const char* const k_settled = R"js(Promise.all([
   document.fonts.ready,
@@ -102,6 +164,19 @@ std::string base64(std::string_view bytes) {
 }
 
 }  // namespace
+
+std::string page_driver_script() {
+    return joined({"(() => {", k_sound_driver, k_film_driver, "})();"});
+}
+
+std::string films_at(std::int64_t microseconds) {
+    return joined({"window['thinternal films'](", std::to_string(microseconds), ")"});
+}
+
+std::string file_part(const std::string& url_as_json, std::size_t total, std::string_view bytes) {
+    return joined({"window['thinternal file'](", url_as_json, ",", std::to_string(total), ",'",
+                   base64(bytes), "')"});
+}
 
 std::string style_sheet(std::string_view css) {
     return joined(

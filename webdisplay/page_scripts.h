@@ -2,6 +2,8 @@
 // them.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -59,13 +61,20 @@ inline constexpr std::string_view k_no_printing =
     "if (String(command).toLowerCase() === 'print') return false;"
     "return run.apply(this, arguments);};})()";
 
-// Only for a page by its own clock. A film does not play by that clock, so it is kept paused and
-// put to each frame's moment: the driver stands in each document before its own scripts, and calls
-// the binding when there is the first film to drive; the other is run before each frame and waited
-// for.
+// Only for a page by its own clock. Films do not play by that clock, nor does anything sound by it:
+// films are kept paused and put to each frame's moment, contexts of sound are replaced by such as
+// render off line, and what is heard is mixed by script. The driver stands in each document before
+// its own scripts, and calls the binding when there is the first thing to drive, with nothing, or
+// with "file " and the URL of a file whose bytes it needs.
 inline constexpr const char* k_film_binding = "thinternalFilms";
+inline constexpr std::string_view k_file_wish = "file ";
+extern const char* const k_sound_driver;
 extern const char* const k_film_driver;
-inline constexpr const char* k_place_films = "window['thinternal films']()";
+std::string page_driver_script();
+// Run before each frame and waited for. Its value is what is heard: see page_samples.
+std::string films_at(std::int64_t microseconds);
+// Hands it the next bytes of such a file of `total`; none at all where it cannot be read.
+std::string file_part(const std::string& url_as_json, std::size_t total, std::string_view bytes);
 // What the page has asked for so far and shows nothing without: fonts, images, films.
 extern const char* const k_settled;
 // The same for a page whose start waits for nothing that is on its way.

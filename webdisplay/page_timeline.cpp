@@ -115,7 +115,9 @@ void page_timeline::hear(const std::string& method, const json& params) {
     if (method == "Emulation.virtualTimeBudgetExpired") {
         if (m_phase == phase::aligning || m_phase == phase::moving) m_has_come = true;
     } else if (method == "Runtime.bindingCalled") {
-        m_has_films = m_has_films || message_text(params, "/name") == page_scripts::k_film_binding;
+        if (message_text(params, "/name") == page_scripts::k_film_binding) {
+            hear_binding(message_text(params, "/payload"));
+        }
     } else if (method == "Page.frameNavigated") {
         const bool is_main = message_part(params, "/frame/parentId").is_null();
         if (m_phase == phase::loading && is_main) page_begins();
@@ -141,6 +143,26 @@ void page_timeline::page_begins() {
 void page_timeline::worker_begins(const std::string& session) {
     m_workers.push_back(session);
     m_inspector.call("Runtime.enable", json::object(), {}, session);
+}
+
+void page_timeline::hear_binding(const std::string& payload) {
+    m_has_films = true;
+    const std::string_view wish = page_scripts::k_file_wish;
+    if (payload.compare(0, wish.size(), wish) == 0) hand_file(payload.substr(wish.size()));
+}
+
+// In parts, since each becomes one message.
+void page_timeline::hand_file(const std::string& url) {
+    constexpr std::size_t k_part = 3 << 18;
+    const std::string bytes = m_port.bytes_of_file(url);
+    const std::string named = json(url).dump(-1, ' ', true, json::error_handler_t::replace);
+    std::string_view left = bytes;
+    do {
+        const std::string part =
+            page_scripts::file_part(named, bytes.size(), left.substr(0, k_part));
+        left.remove_prefix(std::min(k_part, left.size()));
+        m_inspector.call("Runtime.evaluate", {{"expression", part}});
+    } while (!left.empty());
 }
 
 // --- what is asked for
@@ -335,6 +357,7 @@ void page_timeline::late(const row& current) {
         return (this->*current.next)();
     }
     if (m_phase == phase::hearing) return try_next_grain();
+    if (m_phase == phase::placing && !std::exchange(m_is_hurried, true)) return hurry();
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
     m_was_forced = true;
     m_inspector.call("Emulation.setVirtualTimePolicy", {{"policy", "advance"}});
@@ -385,7 +408,7 @@ void page_timeline::prepare() {
     call("Target.setAutoAttach",
          {{"autoAttach", true}, {"waitForDebuggerOnStart", false}, {"flatten", true}});
     call("Runtime.addBinding", {{"name", page_scripts::k_film_binding}});
-    call("Page.addScriptToEvaluateOnNewDocument", {{"source", page_scripts::k_film_driver}});
+    call("Page.addScriptToEvaluateOnNewDocument", {{"source", page_scripts::page_driver_script()}});
 }
 
 // The page's clocks are rounded by a grid of their own, and would tremble otherwise. The first
@@ -540,11 +563,32 @@ void page_timeline::wake() {
     }
 }
 
+// The frames that nobody sees tell the page's driver where its time begins.
 void page_timeline::place() {
-    if (!m_has_films) return tick();
+    if (!m_has_films && !is_unseen()) return tick();
     await(phase::placing);
+    m_is_hurried = false;
     let_tasks_run();
-    evaluate(page_scripts::k_place_films);
+    place_films();
+}
+
+void page_timeline::place_films() {
+    ++m_open_calls;
+    m_inspector.call("Runtime.evaluate",
+                     {{"expression", page_scripts::films_at(m_clock - m_zero)},
+                      {"awaitPromise", true},
+                      {"returnByValue", true}},
+                     [this](const json& result) {
+                         --m_open_calls;
+                         const auto heard = page_samples_of(value_of(result));
+                         if (heard) m_port.page_sounds(*heard);
+                     });
+}
+
+// What a film or a sound is waited for may never come. Asked for once more, they go on without it.
+void page_timeline::hurry() {
+    place_films();
+    m_due = m_limit = m_now + k_move_limit;
 }
 
 void page_timeline::tick() {

@@ -15,6 +15,7 @@
 
 #include "core/run/clock.h"
 #include "webdisplay/page_inspector.h"
+#include "webdisplay/page_samples.h"
 
 namespace pennywort::webdisplay {
 
@@ -55,6 +56,11 @@ public:
     virtual void page_stands() = 0;
     // The page does not follow any more; why. Comes before its frames are told that they failed.
     virtual void page_fails(const std::string& why) = 0;
+    // What the page sounds like for a while that is over. What was never told is silence; when a
+    // frame is over, all is told but the last 4 ms before its moment.
+    virtual void page_sounds(const page_samples& heard) = 0;
+    // The bytes of a file of this machine that the page plays; empty where it may have none.
+    virtual std::string bytes_of_file(const std::string& url) = 0;
 };
 
 class page_timeline {
@@ -130,7 +136,7 @@ private:
         asking,     // nor is one, and the page is asked for values
         moving,     // the clock moves to the frame's time
         waking,     // workers find their timers due
-        placing,    // films are put to the frame's time
+        placing,    // films are put to the frame's time, and what was heard until then comes
         holding,    // the clock is stopped again
         ticking,    // the browser is to take the frame
         turning,    // the page is to have its turn
@@ -203,6 +209,10 @@ private:
     void tell_values();
     void wake();
     void place();
+    void place_films();
+    void hurry();
+    void hand_file(const std::string& url);
+    void hear_binding(const std::string& payload);
     void hold() { stop_clock(phase::holding); }
     void tick();
     void try_tick();
@@ -257,6 +267,7 @@ private:
     double m_grid_ms = 0;       // what the page took the one before to be
     int m_wakes = 0;
     bool m_has_films = false;
+    bool m_is_hurried = false;  // they are not to wait for what is still to come
     std::vector<std::string> m_workers;
 };
 

@@ -68,9 +68,16 @@ long in_pixels(long side, double scale) {
 }
 
 // Of a silent page nobody hears anything.
+std::shared_ptr<sound_port> port_of(const display_state& state) {
+    return state.is_muted ? nullptr : state.sound;
+}
+
+// What of a page by its own clock sounds by the machine's belongs nowhere, least of all into the
+// room.
 cef::own<page_sound> sound_of(const display_state& state) {
-    const bool is_heard = state.sound && !state.is_muted;
-    return cef::own<page_sound>(is_heard ? new page_sound(state.sound) : nullptr);
+    auto port = port_of(state);
+    if (port != nullptr && state.is_on_page_clock) port = std::make_shared<sound_port>();
+    return cef::own<page_sound>(port != nullptr ? new page_sound(std::move(port)) : nullptr);
 }
 
 void mute(cef_browser_t* browser) {
@@ -137,7 +144,8 @@ webdisplay_browser_client::webdisplay_browser_client(cWebDisplayCEFBrowser* owne
       m_is_on_page_clock(owner->m_state->is_on_page_clock && owner->m_windowless),
       m_page_day(owner->m_state->page_day),
       m_page_start(owner->m_state->page_start),
-      m_scale(owner->m_state->scale) {
+      m_scale(owner->m_state->scale),
+      m_own_sound(port_of(*owner->m_state)) {
     // As in shared_life. Tried first: the display's own lock is held here, and elsewhere that comes
     // behind this one. Nobody else has this one yet, so only for want of memory it cannot be had.
     const std::unique_lock<std::recursive_mutex> made(m_owner_lock, std::try_to_lock);
@@ -343,6 +351,7 @@ void webdisplay_browser_client::OnBeforeClose(cef_browser_t* browser) {
     m_alive.CompareAndSet(1, 0);
     if (m_driver) m_driver->close();
     m_driver = {};
+    end_sound();
     drop_line();
     m_life.end();
     run::guarded("cWebDisplayCEFBrowser", "Close", [&] { close_popups(); });

@@ -127,6 +127,8 @@ private:
     void first_call_answered();
     void page_stands();
     void page_stopped(const std::string& why);
+    void page_sounds(const page_samples& heard);
+    void end_sound();
 
     bool is_alive() const { return m_alive.Get() == 1; }
     void popup_created(cef_browser_t* browser);
@@ -178,7 +180,9 @@ private:
     bool m_waits_for_calls = false;  // with the first page
     // Only of a page by its own clock; UI thread.
     cef::own<page_driver> m_driver;
-    std::vector<unsigned char> m_unseen;  // the picture before the first frame
+    std::vector<unsigned char> m_unseen;            // the picture before the first frame
+    const std::shared_ptr<sound_port> m_own_sound;  // null where nobody wants it
+    bool m_is_sounding = false;
     int m_unseen_width = 0;
     int m_unseen_height = 0;
 };

@@ -20,11 +20,13 @@ void webdisplay_browser_client::make_driver() {
     if (!m_is_on_page_clock) return;
     page_driver_events events;
     events.load_next = [this] {
+        end_sound();
         const owner_use owner(*this);
         if (owner) owner->LoadNextUrl();
     };
     events.page_stands = [this] { page_stands(); };
     events.failed = [this](const std::string& why) { page_stopped(why); };
+    if (m_own_sound) events.sounds = [this](const page_samples& heard) { page_sounds(heard); };
     m_driver = cef::own<page_driver>(
         new page_driver(page_day(), page_start::of(m_page_start), std::move(events)));
 }
@@ -82,6 +84,18 @@ bool webdisplay_browser_client::show_unseen() {
     const std::vector<unsigned char> picture = std::exchange(m_unseen, {});
     owner->BrowserPainted(picture.data(), m_unseen_width, m_unseen_height, false);
     return true;
+}
+
+void webdisplay_browser_client::page_sounds(const page_samples& heard) {
+    constexpr long k_sides = 2;
+    constexpr long k_rate = k_page_samples_of_a_millisecond * 1000;
+    const float* const sides[k_sides] = {heard.left(), heard.right()};
+    if (!std::exchange(m_is_sounding, true)) m_own_sound->started(k_sides, k_rate);
+    m_own_sound->packet(sides, static_cast<long>(heard.frames()), heard.milliseconds);
+}
+
+void webdisplay_browser_client::end_sound() {
+    if (std::exchange(m_is_sounding, false)) m_own_sound->stopped();
 }
 
 void webdisplay_browser_client::page_stopped(const std::string& why) {

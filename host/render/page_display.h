@@ -52,6 +52,8 @@ public:
     // Only of a page by its own clock: moves it on by one frame, the first one to its beginning.
     // `told` hears when the picture of that moment is there, or that it will not be.
     void advance(std::function<void(bool is_there)> told);
+    // Frames of this page that were asked for so far.
+    std::uint64_t advanced() const { return m_advanced; }
     // Why it was not; empty if nothing is known.
     std::string frame_fault() const;
 

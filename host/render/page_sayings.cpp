@@ -30,6 +30,9 @@ std::int64_t number_at(const json& value, const char* place) {
     return found.is_number_integer() ? found.get<std::int64_t>() : -1;
 }
 
+// What the driver of a page by its own clock begins its warnings with.
+constexpr std::string_view k_sound_mark = "sound: ";
+
 std::string file_name(const std::string& url) {
     const std::string bare = url.substr(0, url.find_first_of("?#"));
     const auto name = bare.substr(bare.find_last_of('/') + 1);
@@ -96,6 +99,10 @@ saying_kind kind_of_level(const std::string& level) {
 std::optional<page_saying> console_saying(const json& event) {
     const std::string type = text_at(event, "/type");
     if (type == "clear" || type == "endGroup") return {};
+    const std::string first = text_at(event, "/args/0/value");
+    if (type == "warning" && first.compare(0, k_sound_mark.size(), k_sound_mark) == 0) {
+        return page_saying{saying_kind::sound, shortened(first)};
+    }
     std::string line;
     for (const json& argument : part(event, "/args")) {
         line += (line.empty() ? "" : " ") + argument_text(argument);
@@ -174,6 +181,7 @@ void saying_counts::count(saying_kind kind) {
             ++console_warnings;
             break;
         case saying_kind::console:
+        case saying_kind::sound:
             break;
     }
 }

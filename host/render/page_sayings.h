@@ -17,6 +17,7 @@ enum class saying_kind {
     rejection,        // of a promise that nobody minds
     failed_resource,
     media,  // a film or a sound that this browser cannot play
+    sound,  // what of the page's sound an exact film cannot have
 };
 
 struct page_saying {

@@ -15,7 +15,8 @@ namespace pennywort::host {
 class page_sound_receiver : public cBrowserAudioReceiverInterface {
 public:
     // The day of the runtime begins with it, and is not set again: so is this one taken once.
-    page_sound_receiver(recorder& frames, const run::monotonic_clock& clock);
+    // `is_exact`: the page lives by its own time.
+    page_sound_receiver(recorder& frames, const run::monotonic_clock& clock, bool is_exact);
 
     // Whether the page has said anything so far. Any thread.
     bool has_sounded() const { return m_has_sounded; }
@@ -28,6 +29,7 @@ public:
 private:
     recorder& m_frames;
     const run::monotonic_clock::time m_day_began;
+    const bool m_is_exact;
     std::atomic<bool> m_has_sounded{false};
 };
 

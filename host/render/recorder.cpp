@@ -46,14 +46,15 @@ static std::unique_ptr<picture_pool> pool_for(long width, long height) {
 }
 
 recorder::recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
-                   bool is_exact, bool has_sound)
+                   bool is_exact, bool has_sound, std::uint64_t before)
     : m_width(width),
       m_height(height),
       m_rate(rate),
       m_interval(rate.time_of(1)),
       m_writer(writer),
       m_is_exact(is_exact),
-      m_has_sound(has_sound && writer != nullptr && !is_exact),
+      m_has_sound(has_sound && writer != nullptr),
+      m_before(before),
       m_pool(pool_for(width, height)),
       m_token(std::make_shared<const picture>(1, 1)),
       m_pacer(m_interval, frame_pacer::lag_for(m_interval)) {}
@@ -128,6 +129,10 @@ void recorder::take(const tick_result& result, time_point sent) {
 
 // Of the first sample behind so many frames: counted anew each time, so that no error adds up.
 std::int64_t recorder::sound_position(std::uint64_t frames) const {
+    return samples_of(m_before + frames) - samples_of(m_before);
+}
+
+std::int64_t recorder::samples_of(std::uint64_t frames) const {
     const auto time = m_rate.time_of(frames);
     using samples = std::chrono::duration<std::int64_t, std::ratio<1, k_sound_rate>>;
     return std::chrono::round<samples>(time).count();
@@ -135,16 +140,31 @@ std::int64_t recorder::sound_position(std::uint64_t frames) const {
 
 void recorder::hand_out_sound() {
     std::vector<float> ready;
-    m_sound.take(sound_position(m_counts.frames), ready);
+    // Of the last two frames of an exact page not all is told.
+    constexpr std::uint64_t k_untold = 2;
+    if (!m_is_exact) {
+        m_sound.take(sound_position(m_counts.frames), ready);
+    } else if (m_counts.frames > k_untold) {
+        m_exact_sound.take(sound_position(m_counts.frames - k_untold), ready);
+    }
     m_writer->hear(std::move(ready));
 }
 
 void recorder::heard(const float* const* samples, long channels, long frames, time_point at) {
-    if (!m_has_sound) return;
+    if (!m_has_sound || m_is_exact) return;
     guarded([&] {
         const std::lock_guard hold(m_lock);
         // The film has a picture at its tick, which it was not painted with.
         m_sound.packet(samples, channels, frames, at - m_pacer.mean());
+    });
+}
+
+void recorder::heard_exactly(const float* const* samples, long channels, long frames,
+                             std::int64_t at) {
+    if (!m_has_sound || !m_is_exact) return;
+    guarded([&] {
+        const std::lock_guard hold(m_lock);
+        m_exact_sound.hear(samples, channels, frames, at);
     });
 }
 
@@ -155,7 +175,7 @@ void recorder::fell_silent() {
 
 bool recorder::is_waiting_for_sound() const {
     const std::lock_guard hold(m_lock);
-    return m_has_sound && m_sound.is_missing(sound_position(m_counts.frames));
+    return m_has_sound && !m_is_exact && m_sound.is_missing(sound_position(m_counts.frames));
 }
 
 void recorder::end_sound() {
@@ -163,7 +183,8 @@ void recorder::end_sound() {
     guarded([&] {
         const std::lock_guard hold(m_lock);
         std::vector<float> rest;
-        m_sound.finish(sound_position(m_counts.frames), rest);
+        const std::int64_t end = sound_position(m_counts.frames);
+        m_is_exact ? m_exact_sound.finish(end, rest) : m_sound.finish(end, rest);
         m_writer->hear(std::move(rest));
     });
 }
@@ -196,9 +217,10 @@ bool recorder::has_room() const {
     return m_writer == nullptr || m_counts.frames < m_writer->written() + k_waiting;
 }
 
-void recorder::begin(std::uint64_t frames) {
+void recorder::begin(std::uint64_t frames, std::uint64_t page_frame) {
     end_sound();
     const std::lock_guard hold(m_lock);
+    m_exact_sound.begin(sound_position(m_counts.frames), samples_of(page_frame));
     m_first = m_ticks;
     m_end = m_first + frames;
     m_last_picture = {};

@@ -15,6 +15,7 @@
 #include "host/output/frame_rate.h"
 #include "host/output/picture.h"
 #include "host/output/writer_thread.h"
+#include "host/render/exact_sound.h"
 #include "host/render/frame_pacer.h"
 #include "host/render/sound_track.h"
 
@@ -54,9 +55,10 @@ public:
     // Without a writer pictures are counted but not kept. The writer must outlive the recorder's
     // last tick.
     // `is_exact`: the pictures between two ticks belong to the second one, and to no other.
-    // `has_sound`: so do they with what the page says.
+    // `has_sound`: so do they with what the page says. `before`: frames of the whole film before
+    // this piece of it, so that pieces have as many samples together as the whole.
     recorder(long width, long height, const frame_rate& rate, writer_thread* writer,
-             bool is_exact = false, bool has_sound = false);
+             bool is_exact = false, bool has_sound = false, std::uint64_t before = 0);
 
     // From the next picture on. Between two pages' frames, on the display thread.
     void resize(long width, long height);
@@ -70,14 +72,18 @@ public:
     // What the page says, of which `at` is the time that the runtime gives it. From any thread.
     void heard(const float* const* samples, long channels, long frames, time_point at);
     void fell_silent();
+    // The same of an exact film: `at` is the place of the first of these samples in the page's own
+    // time. It comes before the tick of the frame that is two frames later.
+    void heard_exactly(const float* const* samples, long channels, long frames, std::int64_t at);
     // Whether one of these found no memory. Then a frame is missing, and the run is to end.
     bool has_no_memory() const { return m_has_no_memory; }
 
     // Whether the writer has room for one more picture without leaving one out.
     bool has_room() const;
 
-    // The next `frames` ticks are output frames.
-    void begin(std::uint64_t frames);
+    // The next `frames` ticks are output frames. `page_frame`: the number of the first of them in
+    // its page, of an exact film.
+    void begin(std::uint64_t frames, std::uint64_t page_frame = 0);
     // Output frames end with the tick that is decided now.
     void end();
     // Whether sound of the frames so far is still on its way.
@@ -101,6 +107,7 @@ private:
     void arrived(picture_ptr kept, time_point at);
     void take(const tick_result& result, time_point sent);
     void count(const tick_result& result, time_point now);
+    std::int64_t samples_of(std::uint64_t frames) const;
     std::int64_t sound_position(std::uint64_t frames) const;
     void hand_out_sound();
 
@@ -111,6 +118,7 @@ private:
     writer_thread* const m_writer;
     const bool m_is_exact;
     const bool m_has_sound;
+    const std::uint64_t m_before;
     std::unique_ptr<picture_pool> m_pool;
     const picture_ptr m_token;  // stands for every picture where none is kept
     std::atomic<std::uint64_t> m_pictures{0};
@@ -120,6 +128,7 @@ private:
     mutable std::mutex m_lock;  // guards what follows
     frame_pacer m_pacer;
     sound_track m_sound;
+    exact_sound m_exact_sound;
     picture_ptr m_next;  // of an exact one: since the last tick
     std::uint64_t m_ticks = 0;
     std::uint64_t m_first = 0;  // output frames are the ticks from here...

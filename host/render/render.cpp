@@ -84,6 +84,8 @@ private:
     bool has_area(page_display& display);
     void begin_frames(const page_display& display);
     void begin_counting_at(std::uint64_t over);
+    std::uint64_t frames_to_move() const;
+    bool has_all_of_page() const;
     void frame_ended(page_display& display, bool is_there);
     std::string frame_fault_text(const std::string& why) const;
     void complete_output();
@@ -118,6 +120,7 @@ private:
     bool m_is_moving = false;    // an exact page: frames are asked for, output or not
     std::uint64_t m_asked = 0;   // frames of an exact page, and those of them that are over
     std::uint64_t m_over = 0;
+    std::uint64_t m_lived = 0;  // frames of an exact page before those
     std::string m_frame_fault;  // of the first of them that failed
     time_point m_frame_failed{};
     bool m_has_shown_all = false;
@@ -147,6 +150,9 @@ void render_session::tell_once(const std::string& line) {
 }
 
 void render_session::hear_page(const page_saying& said) {
+    if (said.kind == saying_kind::sound) {
+        return m_options.format.has_sound ? tell_once("page: " + said.line) : void();
+    }
     m_sayings.count(said.kind);
     const bool is_fault = said.kind == saying_kind::error || said.kind == saying_kind::rejection ||
                           said.kind == saying_kind::media;
@@ -221,7 +227,7 @@ void render_session::follow_page(page_display& display) {
             hear_news("script: " + m_page->script_result());
         }
         begin_frames(display);
-    } else if (m_page->is_ready() && m_is_counting && m_recorder->is_done()) {
+    } else if (m_page->is_ready() && m_is_counting && has_all_of_page()) {
         m_missed += display.missed() - m_missed_before;
         m_missed_before = display.missed();
         m_page->end(m_clock.now());
@@ -250,6 +256,7 @@ bool render_session::has_area(page_display& display) {
 void render_session::begin_frames(const page_display& display) {
     m_missed_before = display.missed();
     m_asked = m_over = 0;
+    m_lived = display.advanced();
     m_is_moving = is_exact();
     begin_counting_at(0);
 }
@@ -258,8 +265,20 @@ void render_session::begin_frames(const page_display& display) {
 // then, changed by it or not.
 void render_session::begin_counting_at(std::uint64_t over) {
     if (over != m_options.first_frame) return;
-    m_recorder->begin(m_options.frames_per_page);
+    m_recorder->begin(m_options.frames_per_page, m_lived + over);
     m_is_counting = true;
+}
+
+// One more frame than the film has, since the end of one at which nothing changes is known with the
+// next. And two more for the sound of the last, which the page tells when they come.
+std::uint64_t render_session::frames_to_move() const {
+    const std::uint64_t last = m_options.first_frame + m_options.frames_per_page;
+    return last + (m_options.format.has_sound ? 3 : 1);
+}
+
+bool render_session::has_all_of_page() const {
+    const bool is_heard = !is_exact() || !m_options.format.has_sound;
+    return m_recorder->is_done() && (is_heard || m_over + 1 >= frames_to_move());
 }
 
 bool render_session::has_waited_for_reason() {
@@ -281,7 +300,7 @@ void render_session::leave_page(page_display& display) {
 void render_session::show_pages() {
     m_recorder = std::make_unique<recorder>(m_options.format.width, m_options.format.height,
                                             m_options.format.rate, m_writer.get(), is_exact(),
-                                            m_options.format.has_sound);
+                                            m_options.format.has_sound, m_options.first_frame);
     page_display display(
         m_options, *m_recorder, m_clock, [this](const std::string& line) { hear_news(line); },
         [this](const page_saying& said) { hear_page(said); });
@@ -332,10 +351,8 @@ void render_session::tell_of_sound(const page_display& display) {
     if (m_has_told_of_sound || m_options.format.has_sound || is_measured) return;
     if (!display.has_sounded()) return;
     m_has_told_of_sound = true;
-    const char* const why =
-        !holds_sound(m_options.output.kind) ? " holds none" : " is exact: only --live records it";
-    m_progress.say("pennywort: the page has sound, and " + m_options.output.path + why +
-                   " (--mute hides this line)");
+    m_progress.say("pennywort: the page has sound, and " + m_options.output.path +
+                   " holds none (--mute hides this line)");
 }
 
 const char* render_session::doing() const {
@@ -367,13 +384,11 @@ void render_session::follow_feed(page_display& display) {
     if (m_feed->has_failed()) fail(m_feed->failure());
 }
 
-// One more than the page has, since the end of a frame at which nothing changes is known with the
-// next; and no further ahead than the writer is behind, so that none has to be left out.
+// No further ahead than the writer is behind, so that none has to be left out.
 void render_session::ask_frames(page_display& display) {
     if (!m_is_moving || !m_page->is_ready()) return;
     constexpr std::uint64_t k_ahead = 2;
-    const std::uint64_t last = m_options.first_frame + m_options.frames_per_page;
-    while (m_asked <= last && m_asked < m_over + k_ahead && m_recorder->has_room() &&
+    while (m_asked < frames_to_move() && m_asked < m_over + k_ahead && m_recorder->has_room() &&
            m_failure.empty() && m_frame_fault.empty()) {
         ++m_asked;
         display.advance([this, &display](bool is_there) { frame_ended(display, is_there); });
@@ -382,7 +397,9 @@ void render_session::ask_frames(page_display& display) {
 
 void render_session::frame_ended(page_display& display, bool is_there) {
     // The one behind the last fails when its page is left.
-    if (!m_is_moving || (m_is_counting && m_recorder->is_done())) return;
+    if (!m_is_moving || (m_is_counting && has_all_of_page())) return;
+    // Nor does the film need more than its sound of those behind it.
+    if (!is_there && m_is_counting && m_recorder->is_done()) return void(m_over = frames_to_move());
     // The page itself may have more to say of it, a moment later.
     if (!is_there && m_frame_fault.empty()) m_frame_fault = frame_fault_text(display.frame_fault());
     if (!is_there) return;

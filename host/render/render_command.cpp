@@ -250,10 +250,9 @@ std::string render_command::take_clock() {
     const bool is_exact = m_raw.is_exact || (is_for_file && !is_live);
     const page_clock in_the_days_time = runs_free ? page_clock::page : page_clock::host;
     m_options.clock = is_exact ? page_clock::own : in_the_days_time;
-    m_options.format.has_sound =
-        !is_exact && !m_options.is_muted && holds_sound(m_options.output.kind);
+    m_options.format.has_sound = !m_options.is_muted && holds_sound(m_options.output.kind);
     if (m_options.output.kind == output_kind::wav && !m_options.format.has_sound) {
-        return m_options.output.path + " holds sound alone, which wants --live and no --mute";
+        return m_options.output.path + " holds sound alone: --mute leaves nothing";
     }
     return {};
 }

@@ -39,6 +39,10 @@ public:
     void load_page() override { ++loads; }
     void page_stands() override { ++stands; }
     void page_fails(const std::string& why) override { faults.push_back(why); }
+    void page_sounds(const page_samples& samples) override { heard.push_back(samples); }
+    std::string bytes_of_file(const std::string& url) override {
+        return url == "file:///a" ? file : std::string();
+    }
 
     // What the page sends back for all that has come; empty when it has nothing to say.
     std::vector<std::string> take_answers() {
@@ -76,6 +80,10 @@ public:
     bool is_true = false;      // what a page's start waits for
     std::string silent_at;     // a method that is not answered
     std::string says_at_load;  // an event that comes with the first answer
+    std::vector<page_samples> heard;
+    std::string sounds;  // what its driver says at each frame
+    bool hangs = false;  // its driver says nothing
+    std::string file;
 
     // What the page takes the last frame's time to be.
     double told_ms() const {
@@ -104,6 +112,10 @@ private:
             answers.push_back(
                 result(id, {{"metrics", {{{"name", "Timestamp"}, {"value", clock_ms / 1000}}}}}));
             return;
+        }
+        if (params.value("expression", "").find("thinternal films") != std::string::npos) {
+            const json value{{"result", {{"type", "string"}, {"value", sounds}}}};
+            return hangs ? void() : answers.push_back(result(id, value));
         }
         if (params.contains("returnByValue")) {
             const std::string expression = params["expression"];
@@ -708,8 +720,88 @@ TEST_F(PageTimeline, AFilmThatStallsFailsTheFrame) {
     pass(29s);
     EXPECT_EQ(ends.size(), 1u);
     pass(1s);
+    EXPECT_EQ(ends.size(), 1u) << "it is asked for once more";
+    pass(30s);
     EXPECT_EQ(ends, (std::vector{k_painted, k_failed}));
     EXPECT_EQ(page.faults, std::vector<std::string>{"a film of the page does not follow"});
+}
+
+// --- what a page by its own clock sounds like
+
+class SoundingTimeline : public PageTimeline {
+protected:
+    void say(const std::string& payload) {
+        const json params{{"name", "thinternalFilms"}, {"payload", payload}};
+        timeline.message_came(json{{"method", "Runtime.bindingCalled"}, {"params", params}}.dump());
+        turn();
+    }
+    std::vector<std::string> expressions_with(const std::string& part) const {
+        std::vector<std::string> found;
+        for (const json& call : page.calls) {
+            const std::string expression = call["params"].value("expression", "");
+            if (expression.find(part) != std::string::npos) found.push_back(expression);
+        }
+        return found;
+    }
+    void sound() {
+        stand();
+        say("");
+        ask(0);
+        paint();
+    }
+};
+
+TEST_F(SoundingTimeline, IsToldTheMomentOfEachFrameAndSaysWhatWasHeardUntilThen) {
+    sound();
+    EXPECT_EQ(expressions_with("films"),
+              std::vector<std::string>(4, "window['thinternal films'](0)"))
+        << "of three frames that nobody sees, and the first";
+    EXPECT_TRUE(page.heard.empty());
+    page.sounds = "96:AACAPwAAAL8=";
+    ask(16'700);
+    paint();
+    EXPECT_EQ(expressions_with("films").back(), "window['thinternal films'](16700)");
+    ASSERT_EQ(page.heard.size(), 1u);
+    EXPECT_EQ(page.heard[0].milliseconds, 2);
+    EXPECT_EQ(page.heard[0].samples, (std::vector<float>{1, -0.5f}));
+    page.sounds = "nonsense";
+    ask(33'400);
+    paint();
+    EXPECT_EQ(page.heard.size(), 1u);
+    EXPECT_EQ(ends.size(), 3u);
+}
+
+TEST_F(SoundingTimeline, WhatNeverComesIsLeftBehindOnceAndThenFails) {
+    sound();
+    page.hangs = true;
+    ask(20'000);
+    pass(29s);
+    const auto before = expressions_with("films").size();
+    pass(1s);
+    EXPECT_EQ(expressions_with("films").size(), before + 1) << "asked for once more";
+    EXPECT_TRUE(page.faults.empty());
+    pass(30s);
+    EXPECT_EQ(page.faults, std::vector<std::string>{"a film of the page does not follow"});
+}
+
+TEST_F(SoundingTimeline, IsHandedTheFileThatItPlays) {
+    sound();
+    page.file = "abc";
+    say("file file:///a");
+    say("file file:///b'\"");
+    EXPECT_EQ(expressions_with("thinternal file'"),
+              (std::vector<std::string>{"window['thinternal file'](\"file:///a\",3,'YWJj')",
+                                        "window['thinternal file'](\"file:///b'\\\"\",0,'')"}));
+}
+
+TEST_F(SoundingTimeline, ALongFileComesInPieces) {
+    sound();
+    page.file = std::string((6 << 18) + 1, 'x');
+    say("file file:///a");
+    const auto parts = expressions_with("thinternal file'");
+    ASSERT_EQ(parts.size(), 3u);
+    EXPECT_EQ(parts[0].size(), parts[1].size());
+    EXPECT_EQ(parts[2], "window['thinternal file'](\"file:///a\",1572865,'eA==')");
 }
 
 TEST_F(PageTimeline, AValueIsAskedForBetweenTwoFramesAndNoTimePasses) {

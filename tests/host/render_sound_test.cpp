@@ -1,0 +1,214 @@
+// tests/host/render_sound_test.cpp - the program on the real browser runtime: what pages say in
+// exact films, sample by sample.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/host/render_fixture.h"
+
+namespace pennywort::host {
+namespace {
+
+// White in the frame of 0.5 s, with a tone of 1 kHz and 2 s that begins with it.
+constexpr const char* k_beep =
+    "<!doctype html><style>body{margin:0;background:#000}</style><body><script>"
+    "const context = new AudioContext(); let from, is_told = false;"
+    "requestAnimationFrame(function next(stamp) { if (from === undefined) from = stamp;"
+    "const is_white = Math.abs(stamp - from - 500) < 1;"
+    "document.body.style.background = is_white ? '#fff' : '#000';"
+    "if (is_white && !is_told) { is_told = true; const tone = context.createOscillator();"
+    "tone.frequency.value = 1000; tone.connect(context.destination); tone.start();"
+    "tone.stop(context.currentTime + 2); } requestAnimationFrame(next); })</script>";
+
+// Plays half a volume of a tone from 0.5 s on, which begins between two frames of 24 a second.
+constexpr const char* k_player =
+    "<!doctype html><body><script>const asked = new URLSearchParams(location.search);"
+    "const one = new Audio(asked.get('src')); one.loop = asked.has('loop');"
+    "one.playbackRate = Number(asked.get('rate') || 1); one.volume = 0.5;"
+    "one.onended = () => console.log('ended', performance.now());"
+    "setTimeout(() => one.play(), 500);"
+    "if (asked.has('pause')) { setTimeout(() => one.pause(), 705);"
+    "setTimeout(() => one.play(), 1000); }</script>";
+
+using span = std::pair<std::size_t, std::size_t>;
+using spans = std::vector<span>;
+
+class ExactFilmSound : public RenderFixture {
+protected:
+    ExactFilmSound() {
+        folder.write("beep.html", k_beep);
+        folder.write("player.html", k_player);
+        // A second of 500 Hz. Its first sample is not 0, so that it is seen where it begins.
+        folder.run(
+            "ffmpeg -v error -f lavfi -i \"aevalsrc='0.5*cos(2*PI*500*t)':s=48000:d=1\" "
+            "-c:a pcm_f32le tone.wav; ffmpeg -v error -i tone.wav -c:a libopus tone.ogg");
+    }
+    // Its left side; both are alike.
+    std::vector<float> heard(const std::string& film) const {
+        folder.run("ffmpeg -v error -y -i " + film + " -f f32le -ar 48000 -ac 2 samples");
+        const std::string bytes = folder.read("samples");
+        std::vector<float> both(bytes.size() / sizeof(float));
+        std::memcpy(both.data(), bytes.data(), both.size() * sizeof(float));
+        std::vector<float> left;
+        for (std::size_t i = 0; i + 1 < both.size(); i += 2) {
+            EXPECT_EQ(both[i], both[i + 1]) << i;
+            left.push_back(both[i]);
+        }
+        return left;
+    }
+    // From the first to behind the last sample of each piece without a millisecond of silence.
+    static spans sounding(const std::vector<float>& samples) {
+        spans found;
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            if (std::abs(samples[i]) < 1e-4f) continue;
+            if (found.empty() || i > found.back().second + 48) found.push_back({i, i});
+            found.back().second = i + 1;
+        }
+        return found;
+    }
+    std::string play(const std::string& query, const std::string& more = "--seconds 3") {
+        const auto run = folder.run("pennywort render 'player.html?" + query +
+                                    "' --size 16x16 -o a.wav " + more);
+        EXPECT_EQ(run.status, 0) << run.errors;
+        return run.errors;
+    }
+    static double furthest(const std::vector<float>& samples, span piece, double hertz,
+                           double level, double phase) {
+        double most = 0;
+        for (std::size_t i = piece.first; i < piece.second; ++i) {
+            const double at = 2 * std::acos(-1) * hertz * double(i - piece.first) / 48'000;
+            most = std::max(most, std::abs(samples[i] - level * std::sin(at + phase)));
+        }
+        return most;
+    }
+    static double quarter() { return std::acos(-1) / 2; }
+};
+
+TEST_F(ExactFilmSound, ATonesSamplesAreThoseOfItsFrame) {
+    expect_fine("pennywort render beep.html --size 16x16 --seconds 3 -o a.wav");
+    const auto samples = heard("a.wav");
+    EXPECT_EQ(samples.size(), 3u * 48'000);
+    const auto found = sounding(samples);
+    ASSERT_EQ(found.size(), 1u);
+    // Of a sine the first sample is 0, and so is the last.
+    EXPECT_EQ(found[0], span(24'001, 120'000));
+    EXPECT_LT(furthest(samples, {24'000, 120'000}, 1000, 1, 0), 0.001);
+}
+
+TEST_F(ExactFilmSound, TwoRunsAreEqualAndTheFlashIsWhereTheToneIs) {
+    for (const char* film : {"a.wav", "b.wav"}) {
+        expect_fine(std::string("pennywort render beep.html --date 2026-01-01 --size 16x16 "
+                                "--fps 59.94 --seconds 2 -o ") +
+                    film);
+    }
+    EXPECT_TRUE(folder.read("a.wav") == folder.read("b.wav"));
+    const auto samples = heard("a.wav");
+    // As many as 120 frames last: 120 * 48000 * 1001 / 60000.
+    EXPECT_EQ(samples.size(), 96'096u);
+    expect_fine("pennywort render beep.html --size 16x16 --fps 50 --seconds 1 -o c.mkv");
+    folder.run("ffmpeg -v error -i c.mkv -f rawvideo -pix_fmt gray frames");
+    const std::string frames = folder.read("frames");
+    ASSERT_EQ(frames.size(), 50u * 16 * 16);
+    for (std::size_t n = 0; n < 50; ++n) {
+        EXPECT_EQ(static_cast<unsigned char>(frames[n * 256]) > 127, n == 25) << n;
+    }
+    const auto found = sounding(heard("c.mkv"));
+    ASSERT_FALSE(found.empty());
+    EXPECT_EQ(found[0].first, 24'001u);
+}
+
+TEST_F(ExactFilmSound, ASoundFileBeginsWhereItIsPlayed) {
+    const std::string said = play("src=tone.wav", "--fps 24 --seconds 3 --verbose");
+    EXPECT_NE(said.find("console.log: ended 15"), std::string::npos) << said;
+    const auto samples = heard("a.wav");
+    EXPECT_EQ(samples.size(), 144'000u);
+    ASSERT_EQ(sounding(samples), (spans{{24'000, 72'000}}));
+    EXPECT_LT(furthest(samples, {24'000, 72'000}, 500, 0.25, quarter()), 1e-6);
+}
+
+TEST_F(ExactFilmSound, ItLoopsWithoutASeam) {
+    play("src=tone.wav&loop");
+    const auto samples = heard("a.wav");
+    ASSERT_EQ(sounding(samples), (spans{{24'000, 144'000}}));
+    EXPECT_LT(furthest(samples, {24'000, 144'000}, 500, 0.25, quarter()), 1e-6);
+}
+
+TEST_F(ExactFilmSound, AtTwiceItsRateItLastsHalfAsLong) {
+    const std::string said = play("src=tone.wav&rate=2");
+    EXPECT_NE(said.find("its pitch goes with its rate of 2"), std::string::npos) << said;
+    const auto samples = heard("a.wav");
+    ASSERT_EQ(sounding(samples), (spans{{24'000, 48'000}}));
+    EXPECT_LT(furthest(samples, {24'000, 48'000}, 1000, 0.25, quarter()), 1e-6);
+}
+
+TEST_F(ExactFilmSound, APauseIsASilenceAndItGoesOnWhereItStood) {
+    play("src=tone.wav&pause");
+    const auto samples = heard("a.wav");
+    ASSERT_EQ(sounding(samples), (spans{{24'000, 33'840}, {48'000, 86'160}}));
+    const double left = 2 * std::acos(-1) * 500 * 9840 / 48'000;
+    EXPECT_LT(furthest(samples, {48'000, 86'160}, 500, 0.25, quarter() + left), 1e-6);
+}
+
+TEST_F(ExactFilmSound, ACompressedFileIsHeardAsItIsDecoded) {
+    play("src=tone.ogg");
+    const auto found = sounding(heard("a.wav"));
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].first, 24'000u);
+    EXPECT_NEAR(double(found[0].second), 72'000, 480);
+}
+
+TEST_F(ExactFilmSound, PiecesOfAFilmAreItsPieces) {
+    play("src=tone.wav", "--fps 29.97 --date 2026-01-01 --seconds 3");
+    const auto whole = heard("a.wav");
+    std::vector<float> pieces;
+    for (const char* piece : {"--from 0 --to 1", "--from 1 --to 3"}) {
+        play("src=tone.wav", std::string("--fps 29.97 --date 2026-01-01 ") + piece);
+        const auto one = heard("a.wav");
+        pieces.insert(pieces.end(), one.begin(), one.end());
+    }
+    EXPECT_EQ(whole.size(), 144'144u);
+    EXPECT_EQ(pieces, whole);
+}
+
+TEST_F(ExactFilmSound, WhatCannotBeInItIsToldOnceEach) {
+    folder.write("streams.html",
+                 "<!doctype html><body><script>const context = new AudioContext();"
+                 "const one = new Audio('tone.wav'); context.createMediaElementSource(one);"
+                 "context.createMediaStreamDestination(); context.createMediaStreamDestination();"
+                 "new Audio('http://127.0.0.1:1/a.wav').play();"
+                 "new Audio('nosuch.wav').play().catch(() => 0);</script>"
+                 "<iframe src=\"data:text/html,<script>new AudioContext()</script>\"></iframe>");
+    const auto run = folder.run("pennywort render streams.html --size 16x16 --seconds 1 -o a.wav");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    for (const char* line :
+         {"sound: createMediaElementSource: ", "sound: createMediaStreamDestination: ",
+          "127.0.0.1:1/a.wav is not in the film: ", "nosuch.wav is not in the film: ",
+          "sound: what a frame of another site says is not in the film"}) {
+        const auto at = run.errors.find(line);
+        EXPECT_NE(at, std::string::npos) << line << "\n" << run.errors;
+        EXPECT_EQ(run.errors.find(line, at + 1), std::string::npos) << line;
+    }
+    EXPECT_TRUE(sounding(heard("a.wav")).empty());
+}
+
+TEST_F(ExactFilmSound, IsLeftOutOrToldWhereTheFilmHasNone) {
+    auto run = folder.run("pennywort render beep.html --size 16x16 --seconds 1 -o a.y4m");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_NE(run.errors.find("the page has sound, and a.y4m holds none"), std::string::npos)
+        << run.errors;
+    run = folder.run(
+        "pennywort render beep.html --mute --size 16x16 --seconds 1 -o a.mkv\n"
+        "ffprobe -v error -show_entries stream=codec_type -of csv a.mkv");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.errors.find("sound"), std::string::npos) << run.errors;
+    EXPECT_EQ(run.output.find("audio"), std::string::npos) << run.output;
+    run = folder.run("pennywort render beep.html --mute --seconds 1 -o a.wav");
+    EXPECT_EQ(run.status, 2) << run.errors;
+}
+
+}  // namespace
+}  // namespace pennywort::host

@@ -423,7 +423,8 @@ const char* const k_sound_driver = R"js(
       createMediaStreamDestination() {
         hub.say('createMediaStreamDestination: what goes there is not in the film');
         const node = new GainNode(this);
-        Object.defineProperty(node, 'stream', {value: new MediaStream()});
+        const {stream} = new online().createMediaStreamDestination();
+        Object.defineProperty(node, 'stream', {value: stream});
         return node;
       }
     }}.AudioContext;

@@ -115,8 +115,8 @@ void render_command::add_flags(CLI::App& parser) {
                     "--endless and a measurement have it without");
     parser.add_flag("--free-run", m_raw.is_free_running, "The same as --host-clock off");
     parser.add_flag("--mute", m_options.is_muted,
-                    "The page is silent, and so is its film (with --live .mov, .mp4, .mkv, .webm, "
-                    ".wav and matroska have sound)");
+                    "The page is silent, and so is its film (.mov, .mp4, .mkv, .webm, .wav and "
+                    "matroska have sound)");
     parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
     parser.add_flag("--json", m_options.json, "Print one last line of what happened");
     parser.add_flag("--verbose", m_options.verbose,

@@ -2,6 +2,7 @@
 // exact films, sample by sample.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>

@@ -46,7 +46,7 @@ TEST_F(ExactSound, IsAtItsPlaceWhateverPiecesItComesIn) {
         sound.begin(0, 0);
         floats all;
         for (std::int64_t at = 0; at < 960; at += piece) {
-            hear(at, std::min<long>(piece, 960 - at));
+            hear(at, std::min<long>(piece, static_cast<long>(960 - at)));
             if (at % 7 == 0) sound.take(at, all);
         }
         sound.finish(960, all);

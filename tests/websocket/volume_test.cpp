@@ -38,8 +38,10 @@ std::size_t running_threads() {
 // Of all threads. A sanitizer's own memory has no such count, and finds what is lost itself.
 std::size_t bytes_in_use() { return ::mallinfo2().uordblks; }
 
-// Less than a byte for each socket of the tests below.
-constexpr std::size_t k_most_bytes_left = 8 << 10;
+// The least that can be lost takes 32 bytes of the heap: 288,000 for the sockets of the tests
+// below. What each thread keeps at hand of what it has freed counts as in use, and is some KiB
+// either way.
+constexpr std::size_t k_most_bytes_left = 64 << 10;
 
 TEST(Volume, AThousandSocketsTalkAtOnce) {
     constexpr int k_at_once = 1000;

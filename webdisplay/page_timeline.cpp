@@ -631,7 +631,8 @@ void page_timeline::tick_again() {
     if (m_now < m_again_at) return;
     m_patience = std::min<std::chrono::milliseconds>(2 * m_patience, k_last_patience);
     m_due = m_again_at = m_now + m_patience;
-    if (is_unseen() && m_unseen_us == k_unseen_us) return;
+    // Each frame that is still to come needs a moment of its own.
+    if (is_unseen() && m_unseen_us >= k_unseen_us - (k_unseen - m_unseen)) return;
     ++m_repeats;
     const bool is_taken = m_port.begin_frame(stamp());
     if (is_taken && is_unseen()) ++m_unseen_us;

@@ -31,6 +31,8 @@ using pennywort::webdisplay::webdisplay_cef_state;
 
 namespace {
 
+constexpr char k_class[] = "cWebDisplayBrowser";
+
 using browser_ref = cef::ref<cef_browser_t>;
 using host_ref = cef::ref<cef_browser_host_t>;
 using frame_ref = cef::ref<cef_frame_t>;
@@ -64,13 +66,17 @@ bool run_on_ui(const std::function<void()>& work) {
 
 page_timeline::receiver frame_receiver(std::function<void(cWebDisplayPageFrame)> told) {
     return [told = std::move(told)](frame_end how) {
-        if (told) told(static_cast<cWebDisplayPageFrame>(how));
+        if (!told) return;
+        // What a host throws must not keep the browser's end from being told.
+        run::guarded(k_class, "a frame's receiver",
+                     [&] { told(static_cast<cWebDisplayPageFrame>(how)); });
     };
 }
 
 page_timeline::value_receiver value_receiver(std::function<void(const zString&)> told) {
     return [told = std::move(told)](const std::string& value) {
-        if (told) told(zString(value));
+        if (!told) return;
+        run::guarded(k_class, "a value's receiver", [&] { told(zString(value)); });
     };
 }
 

@@ -41,6 +41,7 @@ std::string bytes_of_file(const std::string& url) {
     const std::string bare = url.substr(0, url.find_first_of("?#")).substr(k_file.size());
     std::string path = text::percent_decoded_as_browsers_do(bare);
     if (path.size() > 2 && path[2] == ':') path.erase(0, 1);  // a drive
+    if (path.starts_with("//") || path.starts_with("/\\") || path.starts_with("\\")) return {};
     // A page may name anything, and a pipe would not come to an end.
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(file_path(path), ignored)) return {};
@@ -82,12 +83,12 @@ std::string lacking_formats(std::string_view bytes) {
     return names;
 }
 
-std::optional<std::string> media_fault(const std::string& payload) {
+std::optional<std::string> media_fault(const std::string& payload, bool is_of_file) {
     const json told = json::parse(payload, nullptr, false);
     if (!told.is_object()) return {};
     const std::string url = text_of(told, "url");
     std::string formats = lacking_formats(text_of(told, "type"));
-    if (formats.empty()) formats = lacking_formats(bytes_of_file(url));
+    if (formats.empty() && is_of_file) formats = lacking_formats(bytes_of_file(url));
     const bool is_known = !formats.empty();
     if (!is_known && !has_ending(url)) return {};
     if (!is_known) formats = "H.264, HEVC or AAC, by its name,";

@@ -18,8 +18,9 @@ extern const char* const k_media_watch;
 std::string lacking_formats(std::string_view bytes);
 
 // What the binding was called with. A line for a film or a sound in such a format, with its name;
-// nothing for one that failed for another reason. Looks into the file where it is one of this
-// machine.
-std::optional<std::string> media_fault(const std::string& payload);
+// nothing for one that failed for another reason. Looks into a file of this machine where the page
+// is one too: any page can call the binding, with any name, and a share of another machine would be
+// told who asks.
+std::optional<std::string> media_fault(const std::string& payload, bool is_of_file);
 
 }  // namespace pennywort::host

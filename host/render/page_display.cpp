@@ -1,6 +1,7 @@
 // host/render/page_display.cpp - see the header for the contract.
 #include "host/render/page_display.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -62,6 +63,11 @@ bool is_script_error(std::string_view message) {
 
 std::string text_of(const zString& text) { return std::string(text.View()); }
 
+// The browser rounds in its own way.
+bool is_about(long pixels, double side) { return std::abs(static_cast<double>(pixels) - side) < 1; }
+
+bool is_of_file(std::string_view url) { return url.starts_with("file:"); }
+
 }  // namespace
 
 page_display::page_display(const render_options& options, recorder& frames,
@@ -104,6 +110,7 @@ bool page_display::show(const std::string& url, page_run& run) {
     m_run = &run;
     m_advanced = 0;
     m_unseen_us = 0;
+    m_is_of_file = is_of_file(url);
     if (m_is_open) {
         m_browser->LoadUrl(url.c_str());
     } else {
@@ -184,8 +191,8 @@ void page_display::ask_page(const std::string& expression,
 void page_display::resize_page(long width, long height) { m_browser->SetSize(width, height); }
 
 bool page_display::has_picture_of(long width, long height) const {
-    return m_last.width == std::lround(static_cast<double>(width) * m_scale) &&
-           m_last.height == std::lround(static_cast<double>(height) * m_scale);
+    return is_about(m_last.width, static_cast<double>(width) * m_scale) &&
+           is_about(m_last.height, static_cast<double>(height) * m_scale);
 }
 
 void page_display::set_area(const pixel_area& area) {
@@ -194,9 +201,11 @@ void page_display::set_area(const pixel_area& area) {
 }
 
 void page_display::paint_part() {
-    const bool is_inside =
-        m_area.x + m_area.width <= m_last.width && m_area.y + m_area.height <= m_last.height;
-    if (m_area.width == 0 || !is_inside) return;
+    if (m_area.width == 0) return;
+    // The browser may have rounded the last pixel of a scaled page away.
+    m_area.width = std::min(m_area.width, m_last.width - m_area.x);
+    m_area.height = std::min(m_area.height, m_last.height - m_area.y);
+    if (m_area.width <= 0 || m_area.height <= 0) return;
     std::vector<std::uint32_t> part;
     part.reserve(static_cast<std::size_t>(m_area.width) * static_cast<std::size_t>(m_area.height));
     for (long y = m_area.y; y < m_area.y + m_area.height; ++y) {
@@ -240,6 +249,7 @@ void page_display::PageLoadFailed(const zString& url, const zString& error) {
 }
 
 void page_display::PageLoaded(const zString& url) {
+    m_is_of_file = is_of_file(url.View());
     m_news("loaded: " + text_of(url));
     if (m_run != nullptr) m_run->page_loaded();
 }
@@ -257,7 +267,8 @@ void page_display::InspectorEvent(const zString& method, const zString& paramete
     if (method.View() == k_dialog_event) {
         m_browser->CallInspector("Page.handleJavaScriptDialog", R"({"accept":true})", {});
     }
-    if (const auto said = saying_of(method.View(), parameters.View())) m_heard(*said);
+    const auto said = saying_of(method.View(), parameters.View(), m_is_of_file);
+    if (said) m_heard(*said);
 }
 
 }  // namespace pennywort::host

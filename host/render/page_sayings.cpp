@@ -153,9 +153,9 @@ std::optional<page_saying> dialog_saying(const json& event) {
                                  text_at(event, "/type") + ": " + text_at(event, "/message"))};
 }
 
-std::optional<page_saying> binding_saying(const json& event) {
+std::optional<page_saying> binding_saying(const json& event, bool is_of_file) {
     if (text_at(event, "/name") != k_media_binding) return {};
-    const auto fault = media_fault(text_at(event, "/payload"));
+    const auto fault = media_fault(text_at(event, "/payload"), is_of_file);
     if (!fault) return {};
     return page_saying{saying_kind::media, *fault};
 }
@@ -207,16 +207,18 @@ std::string saying_counts::text() const {
     return text;
 }
 
-std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters) {
+std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,
+                                     bool is_of_file) {
     std::optional<page_saying> (*reader)(const json&) = nullptr;
     if (method == "Runtime.consoleAPICalled") reader = console_saying;
     if (method == "Runtime.exceptionThrown") reader = exception_saying;
     if (method == "Log.entryAdded") reader = log_saying;
-    if (method == "Runtime.bindingCalled") reader = binding_saying;
     if (method == k_dialog_event) reader = dialog_saying;
-    if (reader == nullptr) return {};
+    const bool is_binding = method == "Runtime.bindingCalled";
+    if (reader == nullptr && !is_binding) return {};
     const json event = json::parse(parameters, nullptr, false);
-    return event.is_object() ? reader(event) : std::nullopt;
+    if (!event.is_object()) return {};
+    return is_binding ? binding_saying(event, is_of_file) : reader(event);
 }
 
 }  // namespace pennywort::host

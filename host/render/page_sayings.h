@@ -44,7 +44,9 @@ struct saying_counts {
 inline constexpr std::string_view k_dialog_event = "Page.javascriptDialogOpening";
 
 // An event of the inspector, with its parameters as JSON. Nothing for one that says nothing of the
-// page, and for what is no such event.
-std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters);
+// page, and for what is no such event. `is_of_file`: the page is a file of this machine, whose
+// films may be looked into.
+std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,
+                                     bool is_of_file = false);
 
 }  // namespace pennywort::host

@@ -432,6 +432,7 @@ void render_session::complete_output() {
     // A file without a frame cannot be completed. The user knows already why it has none.
     const bool known = nothing && (!m_failure.empty() || m_interrupt.status() != 0);
     if (!finished.ok() && !wanted && !known) fail(finished.text());
+    if (finished.ok() && nothing && !known) fail("the page has painted nothing");
 }
 
 void render_session::discard_output() {

@@ -28,16 +28,31 @@ TEST(MediaFault, AFileOfThisMachineIsLookedInto) {
     const temporary_folder folder;
     // Behind what is read of its beginning.
     folder.write("a film.mp4", std::string(9 << 20, 'x') + "hvc1");
-    const auto told = media_fault(payload("file://" + folder.path("a%20film.mp4") + "?x#y"));
+    const auto told = media_fault(payload("file://" + folder.path("a%20film.mp4") + "?x#y"), true);
     ASSERT_TRUE(told);
     EXPECT_NE(told->find("it is HEVC and cannot be played"), std::string::npos) << *told;
 }
 
+// A page of the net may name a file too, and a share of another machine is asked for with the
+// user's name.
+TEST(MediaFault, NoFileIsLookedIntoForAPageOfTheNetNorOneOfAnotherMachine) {
+    const temporary_folder folder;
+    folder.write("film", "hvc1");
+    const std::string name = "file://" + folder.path("film");
+    EXPECT_TRUE(media_fault(payload(name), true));
+    EXPECT_FALSE(media_fault(payload(name), false));
+    for (const char* more : {"//", "%2F%2F"}) {
+        EXPECT_FALSE(
+            media_fault(payload("file://" + std::string(more) + folder.path("film")), true))
+            << more;
+    }
+}
+
 TEST(MediaFault, ATypeOrANameSaysItWhereNothingElseDoes) {
-    auto told = media_fault(payload("http://a/film", "video/mp4; codecs=avc1.4d401e"));
+    auto told = media_fault(payload("http://a/film", "video/mp4; codecs=avc1.4d401e"), true);
     ASSERT_TRUE(told);
     EXPECT_NE(told->find("it is H.264 and"), std::string::npos) << *told;
-    told = media_fault(payload("http://a/film.MP4?v=2"));
+    told = media_fault(payload("http://a/film.MP4?v=2"), true);
     ASSERT_TRUE(told);
     EXPECT_NE(told->find("by its name"), std::string::npos) << *told;
 }
@@ -49,7 +64,7 @@ TEST(MediaFault, WhatFailedForAnotherReasonIsNotCalledSo) {
          {payload("file://" + folder.path("film.webm")), payload("http://a/film.webm"), payload(""),
           payload("file:///"), payload("file:///dev/zero"), std::string("{"), std::string("[]"),
           std::string(R"({"url":1,"type":null})")}) {
-        EXPECT_FALSE(media_fault(text)) << text;
+        EXPECT_FALSE(media_fault(text, true)) << text;
     }
 }
 

@@ -1,6 +1,7 @@
 // page_clock_test.cpp - a display whose page lives by a clock of its own, on the fake runtime.
 #include <algorithm>
 #include <chrono>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -199,6 +200,28 @@ TEST_F(PageClockTest, ClosingInTheMiddleFailsWhatWaits) {
     EXPECT_EQ(m_ends, std::vector<cWebDisplayPageFrame>(5, k_failed));
     EXPECT_FALSE(ask(s, 200'000));
     EXPECT_EQ(fake().browser(1).inspector_observers, 0);
+}
+
+// The browser's end comes to the display nevertheless: it opens again at once.
+TEST_F(PageClockTest, AReceiverThatThrowsWhenItClosesHoldsNothingUp) {
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    int told = 0;
+    const auto throwing = [&](auto&&...) {
+        ++told;
+        throw std::runtime_error("the host's own");
+    };
+    ASSERT_TRUE(s->AdvancePage(0, throwing));
+    ASSERT_TRUE(s->AskPage("1", throwing));
+    ASSERT_TRUE(s->AdvancePage(40'000, throwing));
+    s->Close();
+    EXPECT_EQ(told, 3);
+    cWebDisplayPageStatus status;
+    s->GetPageStatus(status);
+    EXPECT_NE(status.phase, cWebDisplayPagePhase::Loaded);
+    EXPECT_TRUE(s->Open());
+    EXPECT_TRUE(loop_until([] { return fake().creates() == 2; }));
 }
 
 // Closed at each step on the way to its first frames.

@@ -111,6 +111,7 @@ bool page_display::show(const std::string& url, page_run& run) {
     m_advanced = 0;
     m_unseen_us = 0;
     m_is_of_file = is_of_file(url);
+    m_told.page_asked_for();
     if (m_is_open) {
         m_browser->LoadUrl(url.c_str());
     } else {
@@ -250,6 +251,7 @@ void page_display::PageLoadFailed(const zString& url, const zString& error) {
 
 void page_display::PageLoaded(const zString& url) {
     m_is_of_file = is_of_file(url.View());
+    m_told.page_came();
     m_news("loaded: " + text_of(url));
     if (m_run != nullptr) m_run->page_loaded();
 }
@@ -267,8 +269,9 @@ void page_display::InspectorEvent(const zString& method, const zString& paramete
     if (method.View() == k_dialog_event) {
         m_browser->CallInspector("Page.handleJavaScriptDialog", R"({"accept":true})", {});
     }
+    if (is_page_begun(method.View(), parameters.View())) m_told.page_begins();
     const auto said = saying_of(method.View(), parameters.View(), m_is_of_file);
-    if (said) m_heard(*said);
+    if (said && m_told.is_new(*said)) m_heard(*said);
 }
 
 }  // namespace pennywort::host

@@ -1,7 +1,9 @@
 // host/render/page_sayings.cpp - see the header for the contract.
 #include "host/render/page_sayings.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "host/render/media_fault.h"
 
@@ -205,6 +207,40 @@ std::string saying_counts::text() const {
         text += std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
     }
     return text;
+}
+
+void told_sayings::page_asked_for() { m_is_awaited = true; }
+
+void told_sayings::page_begins() {
+    if (std::exchange(m_is_awaited, false)) {
+        page_came();
+        m_has_come = false;
+    } else if (!m_has_come) {
+        m_before = std::exchange(m_said, {});
+    }
+}
+
+void told_sayings::page_came() {
+    m_has_come = true;
+    m_said.clear();
+    m_before.clear();
+}
+
+bool told_sayings::is_new(const page_saying& said) {
+    // A page that says more before it has come is not followed so far.
+    constexpr std::size_t k_most = 1000;
+    if (m_has_come) return true;
+    if (m_said.size() < k_most) m_said.push_back(said);
+    const auto told = std::find(m_before.begin(), m_before.end(), said);
+    if (told == m_before.end()) return true;
+    m_before.erase(told);
+    return false;
+}
+
+bool is_page_begun(std::string_view method, std::string_view parameters) {
+    if (method != "Page.frameNavigated") return false;
+    const json event = json::parse(parameters, nullptr, false);
+    return event.is_object() && !part(event, "/frame").contains("parentId");
 }
 
 std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,

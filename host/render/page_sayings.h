@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace pennywort::host {
 
@@ -23,6 +24,7 @@ enum class saying_kind {
 struct page_saying {
     saying_kind kind = saying_kind::console;
     std::string line;  // with its place: "page.html:3:5: Uncaught Error: no such team"
+    friend bool operator==(const page_saying&, const page_saying&) = default;
 };
 
 // Of all pages of a run.
@@ -39,6 +41,28 @@ struct saying_counts {
     // "2 uncaught errors, 1 failed resource"; empty if there was nothing.
     std::string text() const;
 };
+
+// A page by its own clock is loaded once more where the browser gives it another process. What it
+// said the first time has been told, and is not told again.
+class told_sayings {
+public:
+    // What the page before it says until this one begins is news.
+    void page_asked_for();
+    // The page begins, maybe once more.
+    void page_begins();
+    // It has come; whatever it says from now on is news.
+    void page_came();
+    bool is_new(const page_saying& said);
+
+private:
+    bool m_is_awaited = false;
+    bool m_has_come = true;
+    std::vector<page_saying> m_said;    // by the page that is being loaded
+    std::vector<page_saying> m_before;  // by the one before, if that was given up
+};
+
+// Whether the event tells that the document of the page itself, and of no frame, has begun.
+bool is_page_begun(std::string_view method, std::string_view parameters);
 
 // The page has opened a dialog (alert, confirm), and waits.
 inline constexpr std::string_view k_dialog_event = "Page.javascriptDialogOpening";

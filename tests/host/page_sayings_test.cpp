@@ -163,5 +163,45 @@ TEST(PageSayings, AreCounted) {
               "console warning");
 }
 
+TEST(ToldSayings, WhatAPageSaysAgainWhenItIsLoadedOnceMoreIsNoNews) {
+    const page_saying error{saying_kind::error, "a.html:1: nosuch"};
+    const page_saying line{saying_kind::console, "two"};
+    told_sayings told;
+    told.page_asked_for();
+    told.page_begins();
+    EXPECT_TRUE(told.is_new(error));
+    EXPECT_TRUE(told.is_new(error)) << "said twice";
+    told.page_begins();
+    EXPECT_FALSE(told.is_new(error));
+    EXPECT_TRUE(told.is_new(line));
+    EXPECT_FALSE(told.is_new(error));
+    EXPECT_TRUE(told.is_new(error)) << "a third time";
+    told.page_begins();
+    EXPECT_FALSE(told.is_new(line));
+    told.page_came();
+    EXPECT_TRUE(told.is_new(line));
+    told.page_begins();
+    EXPECT_TRUE(told.is_new(line)) << "it has moved on";
+}
+
+TEST(ToldSayings, WhatThePageBeforeSaysIsItsOwn) {
+    const page_saying line{saying_kind::console, "tick"};
+    told_sayings told;
+    EXPECT_TRUE(told.is_new(line));
+    told.page_asked_for();
+    EXPECT_TRUE(told.is_new(line));
+    told.page_begins();
+    EXPECT_TRUE(told.is_new(line));
+    told.page_begins();
+    EXPECT_FALSE(told.is_new(line));
+}
+
+TEST(ToldSayings, ThePageItselfBeginsAndNoFrameOfIt) {
+    EXPECT_TRUE(is_page_begun("Page.frameNavigated", R"({"frame":{"id":"1","url":"a"}})"));
+    EXPECT_FALSE(is_page_begun("Page.frameNavigated", R"({"frame":{"id":"2","parentId":"1"}})"));
+    EXPECT_FALSE(is_page_begun("Page.frameNavigated", "{"));
+    EXPECT_FALSE(is_page_begun("Page.frameAttached", R"({"frame":{"id":"1"}})"));
+}
+
 }  // namespace
 }  // namespace pennywort::host

@@ -39,6 +39,13 @@ received_piece receive_from(upgraded_socket* socket, std::span<char> into) {
     return socket == nullptr ? received_piece() : socket->receive(into);
 }
 
+// Empty without the memory for it.
+std::string fault_of(const upgraded_socket& socket) {
+    std::string why;
+    guarded(k_class, "the loss", [&] { why = socket.fault(); });
+    return why;
+}
+
 std::size_t longest_message(const cWebSocketOptions& options) {
     return options.maxMessageBytes > 0 ? std::size_t(options.maxMessageBytes)
                                        : pennywort::k_max_websocket_message_bytes;
@@ -134,9 +141,7 @@ void cWebSocket_WinHttp::run(receive_state& state, incoming_messages& incoming) 
         const received_piece piece = receive_from(socket.get(), buffer);
         if (!state.is_running) return;
         if (piece.status == receive_status::connection_lost) {
-            std::string why;
-            guarded(k_class, "the loss", [&] { why = socket->fault(); });
-            return tell_loss(state, why.c_str());
+            return tell_loss(state, fault_of(*socket).c_str());
         }
         if (piece.status != receive_status::ok) {
             state.pause(k_pause_after_error);

@@ -91,16 +91,17 @@ void area_finder::take_first(const std::string& answer) {
 }
 
 void area_finder::show_larger(int shown) {
-    m_port.show_unseen([this, shown](bool is_there) {
-        if (!is_there || shown >= k_most_unseen) {
-            m_failure = asked_for() + ": the page does not take the size that it needs";
-        } else if (!m_port.has_picture_of(m_width, m_height)) {
-            show_larger(shown + 1);
-        } else {
-            m_port.ask_page(area_question(m_wish.element),
-                            [this](const std::string& again) { take_second(again); });
-        }
-    });
+    m_port.show_unseen([this, shown](bool is_there) { shown_larger(shown, is_there); });
+}
+
+void area_finder::shown_larger(int shown, bool is_there) {
+    if (!is_there || shown >= k_most_unseen) {
+        m_failure = asked_for() + ": the page does not take the size that it needs";
+        return;
+    }
+    if (!m_port.has_picture_of(m_width, m_height)) return show_larger(shown + 1);
+    m_port.ask_page(area_question(m_wish.element),
+                    [this](const std::string& again) { take_second(again); });
 }
 
 // A page whose heights follow its window is higher now; what it was asked for first holds.

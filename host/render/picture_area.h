@@ -62,6 +62,7 @@ public:
 private:
     void take_first(const std::string& answer);
     void show_larger(int shown);
+    void shown_larger(int shown, bool is_there);
     void take_second(const std::string& answer);
     void found(const page_area& area);
     bool fits(const page_area& area);

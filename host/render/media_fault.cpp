@@ -8,8 +8,7 @@
 #include <utility>
 
 #include "core/text/ascii.h"
-#include "core/text/percent.h"
-#include "host/system/file_path.h"
+#include "core/text/file_url.h"
 
 namespace pennywort::host {
 
@@ -36,16 +35,11 @@ std::string text_of(const json& value, const char* name) {
 }
 
 std::string bytes_of_file(const std::string& url) {
-    constexpr std::string_view k_file = "file://";
-    if (url.substr(0, k_file.size()) != k_file) return {};
-    const std::string bare = url.substr(0, url.find_first_of("?#")).substr(k_file.size());
-    std::string path = text::percent_decoded_as_browsers_do(bare);
-    if (path.size() > 2 && path[2] == ':') path.erase(0, 1);  // a drive
-    if (path.starts_with("//") || path.starts_with("/\\") || path.starts_with("\\")) return {};
+    const auto path = text::path_of_file_url(url);
     // A page may name anything, and a pipe would not come to an end.
     std::error_code ignored;
-    if (!std::filesystem::is_regular_file(file_path(path), ignored)) return {};
-    std::ifstream file(file_path(path), std::ios::binary | std::ios::ate);
+    if (!path || !std::filesystem::is_regular_file(*path, ignored)) return {};
+    std::ifstream file(*path, std::ios::binary | std::ios::ate);
     const std::streamoff size = file ? std::streamoff(file.tellg()) : 0;
     std::string bytes(static_cast<std::size_t>(std::min(size, 2 * k_looked_at)), '\0');
     const auto half = static_cast<std::streamoff>(bytes.size()) / 2;

@@ -52,6 +52,8 @@ TEST(PageFile, APlainFileIsRead) {
         url += byte == ' ' ? "%20" : byte == '#' ? "%23" : std::string(1, byte);
     }
     EXPECT_EQ(bytes_of_file_url(url + "?x#t=1"), std::string("a\0\r\nb", 5));
+    const std::string share = "file:///" + url.substr(std::string("file://").size());
+    EXPECT_EQ(bytes_of_file_url(share), "") << "another machine's";
     std::filesystem::resize_file(path, k_max_page_file_bytes + 1);
     EXPECT_EQ(bytes_of_file_url(url), "");
     std::filesystem::remove(path);

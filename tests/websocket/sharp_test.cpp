@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -36,6 +35,18 @@ protected:
     ~SharpTest() override { current_managed_maker() = &managed_socket::make; }
 
     std::shared_ptr<managed_owner> owner() const { return m_last->owner.lock(); }
+
+    // Counts the sockets that are connected. m_last is behind the count, also from another thread.
+    std::shared_ptr<std::atomic<int>> count_connects() {
+        const auto count = std::make_shared<std::atomic<int>>(0);
+        current_managed_maker() = [this, count](const managed_request&,
+                                                const std::weak_ptr<managed_owner>& to) {
+            const auto one = m_last = std::make_shared<told_managed_socket>(to);
+            one->at_connect = [count] { ++*count; };
+            return one;
+        };
+        return count;
+    }
 
     std::shared_ptr<told_managed_socket> m_last;
     std::shared_ptr<cWebSocket> m_socket;
@@ -229,26 +240,16 @@ TEST_F(SharpTest, ALossIsMadeGoodOnRequest) {
     options.maxReconnects = 2;
     options.firstReconnectWait = 0;
     m_socket->SetOptions(options);
-    std::mutex mutex;
-    std::vector<std::shared_ptr<told_managed_socket>> made;
-    current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
-        const std::lock_guard lock(mutex);
-        made.push_back(std::make_shared<told_managed_socket>(to));
-        return made.back();
-    };
-    const auto count = [&] {
-        const std::lock_guard lock(mutex);
-        return made.size();
-    };
+    const auto connects = count_connects();
     m_socket->Open("ws://a", 0);
-    for (std::size_t i = 0; i < 2; ++i) {
-        made[i]->owner.lock()->socket_closed(1006, false);
-        ASSERT_TRUE(tests::eventually([&] { return count() == i + 2; }));
+    for (int i = 0; i < 2; ++i) {
+        owner()->socket_closed(1006, false);
+        ASSERT_TRUE(tests::eventually([&] { return *connects == i + 2; }));
     }
     // An opening begins the count anew.
-    made[2]->owner.lock()->socket_opened();
-    made[2]->owner.lock()->socket_closed(1006, false);
-    ASSERT_TRUE(tests::eventually([&] { return count() == 4; }));
+    owner()->socket_opened();
+    owner()->socket_closed(1006, false);
+    ASSERT_TRUE(tests::eventually([&] { return *connects == 4; }));
     EXPECT_EQ(m_events.text(), "error 5 | error 5 | opened | error 5");
 }
 
@@ -258,19 +259,21 @@ TEST_F(SharpTest, AGoodbyeAndACloseAreNoLoss) {
     options.maxReconnects = -1;
     options.firstReconnectWait = 0;
     std::atomic<int> made_first{0};
-    std::atomic<int> made_other{0};
+    const auto connects_other = std::make_shared<std::atomic<int>>(0);
     std::weak_ptr<managed_owner> first;
     std::weak_ptr<managed_owner> other;
     current_managed_maker() = [&](const managed_request& request,
                                   const std::weak_ptr<managed_owner>& to) {
         const bool is_first = request.url == "ws://first";
         (is_first ? first : other) = to;
-        ++(is_first ? made_first : made_other);
-        return std::make_shared<told_managed_socket>(to);
+        const auto one = std::make_shared<told_managed_socket>(to);
+        if (is_first) ++made_first;
+        if (!is_first) one->at_connect = [connects_other] { ++*connects_other; };
+        return one;
     };
     const auto fence = cWebSocket::Factory();
     for (const bool is_closed : {false, true}) {
-        made_first = made_other = 0;
+        made_first = *connects_other = 0;
         m_socket->SetOptions(options);
         fence->SetOptions(options);
         m_socket->Open("ws://first", 0);
@@ -279,7 +282,7 @@ TEST_F(SharpTest, AGoodbyeAndACloseAreNoLoss) {
         fence->Open("ws://other", 0);
         for (int i = 1; i < 20; ++i) {
             other.lock()->socket_closed(1006, false);
-            ASSERT_TRUE(tests::eventually([&] { return made_other == i + 1; }));
+            ASSERT_TRUE(tests::eventually([&] { return *connects_other == i + 1; }));
         }
         EXPECT_EQ(made_first, 1) << is_closed;
     }
@@ -290,12 +293,7 @@ TEST_F(SharpTest, TheEndOfAnEarlierConnectionOpensNone) {
     options.maxReconnects = -1;
     options.firstReconnectWait = 0;
     m_socket->SetOptions(options);
-    std::atomic<int> made{0};
-    current_managed_maker() = [&](const managed_request&, const std::weak_ptr<managed_owner>& to) {
-        const auto one = m_last = std::make_shared<told_managed_socket>(to);
-        ++made;
-        return one;
-    };
+    const auto connects = count_connects();
     m_socket->Open("ws://a", 0);
     const auto first = m_last;
     m_socket->Open("ws://b", 0);
@@ -303,9 +301,9 @@ TEST_F(SharpTest, TheEndOfAnEarlierConnectionOpensNone) {
     first->owner.lock()->socket_closed(1005, false);
     // A loss of the second is made good, once: nothing else waits.
     second->owner.lock()->socket_closed(1006, false);
-    ASSERT_TRUE(tests::eventually([&] { return made == 3; }));
+    ASSERT_TRUE(tests::eventually([&] { return *connects == 3; }));
     m_socket->Close();
-    EXPECT_EQ(made, 3);
+    EXPECT_EQ(*connects, 3);
     EXPECT_EQ(second->calls, "connect");
 }
 

@@ -96,6 +96,10 @@ inline constexpr std::chrono::seconds k_max_websocket_connect{60};
 inline constexpr std::chrono::seconds k_max_websocket_upgrade{30};
 inline constexpr std::chrono::seconds k_max_websocket_goodbye{5};
 
+// Reads and writes of a loop that succeed at once, in a row, before its other events have their
+// turn: more than a message of a mebibyte takes.
+inline constexpr int k_max_websocket_turns = 32;
+
 // Memory of a message that a connection keeps for the next one; and of long messages, what the
 // process keeps of them: how many, and each.
 inline constexpr std::size_t k_max_kept_message_bytes = 1 << 20;
@@ -179,8 +183,10 @@ inline constexpr std::chrono::milliseconds k_max_message_patience{5000};
 inline constexpr std::chrono::milliseconds k_first_feed_wait{1000};
 inline constexpr std::chrono::milliseconds k_longest_feed_wait{30'000};
 
-// Bytes of the input that wait to be sent: more of it is read when the server has taken these.
+// Bytes of the input that wait to be sent: more of it is read when the server has taken these. And
+// how long it may take none of them while there is more input.
 inline constexpr std::size_t k_max_waiting_input_bytes = std::size_t(16) << 20;
+inline constexpr std::chrono::seconds k_max_input_pause{60};
 
 // --- Host program: pages, encoders and disks that do not keep up
 

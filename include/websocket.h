@@ -100,9 +100,9 @@ public:
     // reason, which is UTF-8 and may be empty. The closed handler comes behind it, where there is
     // one to come. Not with websocket-sharp.
     void SetGoodbyeHandler(std::function<void(std::int32_t code, const char* reason)> handler);
-    // Gets in words why a connection failed or was lost: one line of UTF-8, right before the error
-    // or the close that tells of it. Not called where nothing is known, nor with websocket-sharp
-    // for what it does not say.
+    // Gets in words why a connection failed or was lost, and why cWebSocket_Sharp does not send:
+    // one line of UTF-8, right before the error or the close that tells of it. Not called where
+    // nothing is known, nor with websocket-sharp for what it does not say.
     void SetFaultHandler(std::function<void(const char* why)> handler);
     // Bytes that Send has taken and the connection has not; 0 where Send itself waits. Any thread.
     std::size_t WaitingBytes() const;

@@ -8,7 +8,7 @@
 #include <memory>
 #include <mutex>
 
-#include "core/run/ready_mutex.h"
+#include "loam/ready_mutex.h"
 #include "websocket/upgrade_transport.h"
 
 namespace pennywort::websocket {
@@ -46,7 +46,7 @@ struct receive_state {
     }
 
 private:
-    mutable run::ready_mutex m_mutex;
+    mutable loam::ready_mutex m_mutex;
     std::condition_variable m_stopped;
     std::shared_ptr<upgraded_socket> m_socket;
 };

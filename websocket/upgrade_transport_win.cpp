@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "core/limits.h"
-#include "core/run/ready_mutex.h"
+#include "loam/ready_mutex.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"
 #include "websocket/fault_words.h"
@@ -109,7 +109,7 @@ private:
 
     handle m_socket;
     // WinHTTP takes one message at a time.
-    run::ready_mutex m_send_mutex;
+    loam::ready_mutex m_send_mutex;
 };
 
 winhttp_socket::winhttp_socket(HINTERNET request, std::chrono::milliseconds closing_time)

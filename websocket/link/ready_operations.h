@@ -9,6 +9,8 @@
 #include <memory>
 #include <utility>
 
+#include "core/limits.h"
+
 namespace pennywort::websocket {
 
 // Threads: the one that runs the loop.
@@ -25,7 +27,7 @@ public:
     void run(work&& what) {
         if (m_is_running) return what();
         m_is_running = true;
-        m_turns = k_most_turns;
+        m_turns = k_max_websocket_turns;
         std::exception_ptr thrown;
         call(what, thrown);
         while (m_first != nullptr) {
@@ -48,9 +50,6 @@ public:
     }
 
 private:
-    // More than a message of a mebibyte takes.
-    static constexpr int k_most_turns = 32;
-
     struct operation {
         operation() = default;
         operation(const operation&) = delete;

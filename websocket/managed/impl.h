@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/run/ready_mutex.h"
+#include "loam/ready_mutex.h"
 #include "loam/shared_object.h"
 #include "websocket.h"
 #include "websocket/managed/managed_socket.h"
@@ -82,7 +82,7 @@ public:
     std::function<void(const std::string&)> onFault;
 
 private:
-    mutable pennywort::run::ready_mutex m_socket_mutex;
+    mutable loam::ready_mutex m_socket_mutex;
     // Of what is asked for: under the same lock.
     number m_number = 0;
     managed_request m_request;
@@ -91,5 +91,5 @@ private:
     pennywort::websocket::back_off m_back_off;
     pennywort::websocket::delayed_work m_again;
     // Its own thread may take it again: a handler may destroy its socket.
-    pennywort::run::ready_recursive_mutex m_event_mutex;
+    loam::ready_recursive_mutex m_event_mutex;
 };

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "core/run/guarded.h"
-#include "core/run/ready_mutex.h"
 #include "loam/library.h"
+#include "loam/ready_mutex.h"
 #include "websocket/managed/mono_api.h"
 #include "websocket/managed/mono_library.h"
 #include "websocket/managed/spare_text.h"
@@ -249,7 +249,7 @@ std::unique_ptr<mono_object> opened_runtime::make(std::int64_t owner, const std:
 
 // A runtime can be started once in a process; what could not be had is not tried again.
 mono_runtime& mono_runtime::of(const std::string& assembly, mono_events& events) {
-    static run::ready_mutex mutex;
+    static loam::ready_mutex mutex;
     static opened_runtime* opened = nullptr;
     static std::string fault;
     const std::lock_guard lock(mutex);

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "core/run/environment.h"
-#include "core/run/ready_mutex.h"
+#include "loam/ready_mutex.h"
 #include "websocket/link/valid_text.h"
 #include "websocket/managed/mono_runtime.h"
 #include "websocket/managed/spare_text.h"
@@ -38,7 +38,7 @@ public:
     }
 
 private:
-    run::ready_mutex m_mutex;
+    loam::ready_mutex m_mutex;
     std::map<std::int64_t, std::weak_ptr<managed_owner>> m_owners;
     std::int64_t m_last = 0;
 };

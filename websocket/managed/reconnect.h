@@ -9,7 +9,7 @@
 #include <mutex>
 #include <optional>
 
-#include "core/run/ready_mutex.h"
+#include "loam/ready_mutex.h"
 
 namespace pennywort::websocket {
 
@@ -54,12 +54,12 @@ private:
             return changed.wait_for(lock, time, [this] { return is_cancelled; });
         }
 
-        run::ready_mutex mutex;
+        loam::ready_mutex mutex;
         std::condition_variable changed;
         bool is_cancelled = false;
     };
 
-    run::ready_mutex m_mutex;
+    loam::ready_mutex m_mutex;
     std::shared_ptr<ticket> m_ticket;
 };
 

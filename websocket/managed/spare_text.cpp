@@ -7,7 +7,7 @@
 
 #include "core/limits.h"
 #include "core/run/guarded.h"
-#include "core/run/ready_mutex.h"
+#include "loam/ready_mutex.h"
 
 namespace pennywort::websocket {
 
@@ -16,7 +16,7 @@ namespace {
 constexpr char k_class[] = "cWebSocket_Sharp";
 
 struct kept_texts {
-    run::ready_mutex mutex;
+    loam::ready_mutex mutex;
     // One message that comes in, one in the handler, two that are on their way out.
     std::array<std::string, k_max_spare_texts> texts;
 };

@@ -2,6 +2,8 @@
 // Twins: main_thread_timer_win.cpp, main_thread_timer_linux.cpp.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -28,9 +30,13 @@ public:
     // No tick comes after this, not even one that is due. Display thread; harmless if not started.
     virtual void stop() = 0;
 
-    // Asks for one tick in `delay_ms`, or earlier: a request never puts off one made before it.
+    // Asks for one tick in that long, or earlier: a request never puts off one made before it.
     // Any thread, also before start and after stop.
-    virtual void request(std::int64_t delay_ms) = 0;
+    virtual void request_in(std::chrono::nanoseconds delay) = 0;
+    // The same in the runtime's unit, of which it may name any number.
+    void request(std::int64_t delay_ms) {
+        request_in(std::chrono::milliseconds(std::clamp<std::int64_t>(delay_ms, 0, 60'000)));
+    }
     // Puts off what is asked for from now on until `us` have passed; what has been asked for
     // already stands. Display thread.
     virtual void rest(std::int64_t us) = 0;

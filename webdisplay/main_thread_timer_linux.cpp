@@ -31,7 +31,7 @@ constexpr std::int64_t k_nobody_asked = std::numeric_limits<std::int64_t>::max()
 constexpr std::int64_t k_ns_per_us = 1000;
 constexpr std::int64_t k_ns_per_ms = 1'000'000;
 constexpr std::int64_t k_ns_per_s = 1'000'000'000;
-constexpr std::int64_t k_longest_delay_ms = 60'000;
+constexpr std::int64_t k_longest_delay_ns = 60'000'000'000;
 
 // Of the clock that the timer counts by, too.
 std::int64_t now_ns() {
@@ -76,11 +76,11 @@ public:
         m_source = nullptr;
     }
 
-    void request(std::int64_t delay_ms) override {
+    void request_in(std::chrono::nanoseconds delay) override {
         if (m_periodic.load(std::memory_order_relaxed)) return;
-        delay_ms = std::clamp<std::int64_t>(delay_ms, 0, k_longest_delay_ms);
-        const std::int64_t due =
-            std::max(now_ns() + delay_ms * k_ns_per_ms, m_rest_until_ns.load());
+        const std::int64_t delay_ns =
+            std::clamp<std::int64_t>(delay.count(), 0, k_longest_delay_ns);
+        const std::int64_t due = std::max(now_ns() + delay_ns, m_rest_until_ns.load());
         std::int64_t asked = m_due_ns.load();
         do {
             if (asked <= due) return;

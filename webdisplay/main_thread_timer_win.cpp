@@ -37,7 +37,7 @@ static_assert(WS_DISABLED == 0x08000000);
 constexpr DWORD k_high_resolution = 0x00000002;
 
 constexpr std::int64_t k_nobody_asked = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t k_longest_delay_ms = 60'000;
+constexpr std::int64_t k_longest_delay_ns = 60'000'000'000;
 // When to post again what a full queue did not take.
 constexpr std::int64_t k_full_queue_pause_ms = 5;
 constexpr std::int64_t k_ns_per_us = 1000;
@@ -125,11 +125,12 @@ public:
         check(DestroyWindow(window), "DestroyWindow");
     }
 
-    void request(std::int64_t delay_ms) override {
+    void request_in(std::chrono::nanoseconds delay) override {
         if (m_periodic.load(std::memory_order_relaxed)) return;
-        delay_ms = std::clamp<std::int64_t>(delay_ms, 0, k_longest_delay_ms);
+        const std::int64_t delay_ns =
+            std::clamp<std::int64_t>(delay.count(), 0, k_longest_delay_ns);
         const std::int64_t now = now_ns();
-        const std::int64_t due = std::max(now + delay_ms * k_ns_per_ms, m_rest_until_ns.load());
+        const std::int64_t due = std::max(now + delay_ns, m_rest_until_ns.load());
         std::int64_t asked = m_due_ns.load();
         do {
             if (asked <= due) return;

@@ -1,7 +1,6 @@
 // page_driver.cpp - see the header for the contract.
 #include "webdisplay/page_driver.h"
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <utility>
@@ -159,8 +158,7 @@ void page_driver::step() {
                  [this] { m_timeline.step(m_clock.now()); });
     const auto due = m_timeline.due();
     if (m_timer == nullptr || due == run::monotonic_clock::time::max()) return;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - m_clock.now());
-    m_timer->request(std::max<std::int64_t>(left.count(), 0));
+    m_timer->request_in(due - m_clock.now());
 }
 
 }  // namespace pennywort::webdisplay

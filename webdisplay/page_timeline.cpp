@@ -22,8 +22,9 @@ constexpr auto k_blank_interval = 20ms;
 constexpr int k_max_blanks = 100;
 // A load's beginning is stamped by the browser's own process, with the machine's clock.
 constexpr auto k_rest = 5ms;
-// The browser says nothing when it becomes ready to take a frame at which nothing has changed.
-constexpr auto k_tick_interval = 1ms;
+// The browser says nothing when it becomes ready to take a frame. To ask costs some microseconds,
+// and a whole frame of a light page takes two milliseconds.
+constexpr auto k_tick_interval = 200us;
 constexpr auto k_call_limit = 20'000ms;
 constexpr auto k_settle_limit = 10'000ms;
 constexpr auto k_move_limit = 30'000ms;
@@ -266,14 +267,14 @@ void page_timeline::ask_for_turn() {
 
 struct page_timeline::row {
     wait what;
-    std::chrono::milliseconds limit;
+    std::chrono::microseconds limit;
     const char* fault;
     void (page_timeline::*next)();
 };
 
 const page_timeline::row& page_timeline::row_of(phase which) {
     using self = page_timeline;
-    constexpr auto k_ever = std::chrono::milliseconds::max();
+    constexpr auto k_ever = std::chrono::microseconds::max();
     static constexpr row k_rows[] = {
         {wait::nothing, k_ever, "", nullptr},
         {wait::time, k_blank_interval, "", &self::try_blank},
@@ -308,7 +309,7 @@ void page_timeline::await(phase next) {
     m_phase = next;
     m_has_come = false;
     const auto limit = row_of(next).limit;
-    m_due = m_limit = limit == std::chrono::milliseconds::max() ? time::max() : m_now + limit;
+    m_due = m_limit = limit == std::chrono::microseconds::max() ? time::max() : m_now + limit;
 }
 
 void page_timeline::step(time now) {

@@ -193,7 +193,8 @@ bool webdisplay_browser_client::GetScreenInfo(cef_browser_t* browser, cef_screen
 void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_element_type_t type,
                                         const void* buffer, int width, int height) {
     if (!is_alive() || is_popup(browser)) return;
-    message_pump::frame_painted();
+    // What comes behind a page's own frame is the next one, which nobody may keep waiting.
+    if (!m_driver) message_pump::frame_painted();
     const thread_mark painting(t_is_painting);
     const owner_use owner(*this);
     if (!owner) return;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -65,6 +66,17 @@ TEST_F(MainThreadTimer, ALaterRequestDoesNotPutOffAnEarlierOne) {
     m_timer->request(1);
     m_timer->request(k_never_ms);
     EXPECT_TRUE(ticks_come(1));
+}
+
+// Cut off to milliseconds they would all come at once.
+TEST_F(MainThreadTimer, PartsOfAMillisecondAreWaitedFor) {
+    m_timer->start_on_request(k_never_ms);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int round = 1; round <= 200; ++round) {
+        m_timer->request_in(std::chrono::microseconds(100));
+        ASSERT_TRUE(ticks_come(round)) << round;
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
 }
 
 TEST_F(MainThreadTimer, ARestDoesNotHoldUpTheIdleTick) {

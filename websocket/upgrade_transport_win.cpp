@@ -16,6 +16,7 @@
 #include "loam/trace.h"
 #include "loam/wide_text.h"
 #include "websocket/fault_words.h"
+#include "websocket/winhttp_words.h"
 
 namespace pennywort::websocket {
 
@@ -42,26 +43,6 @@ bool checked(BOOL result, const char* call) {
 bool checked_code(DWORD error, const char* call) {
     if (error != NO_ERROR) trace(call, error);
     return error == NO_ERROR;
-}
-
-std::string words_of(DWORD error) {
-    switch (error) {
-        case NO_ERROR:
-            return {};
-        case ERROR_WINHTTP_NAME_NOT_RESOLVED:
-            return k_unknown_host;
-        case ERROR_WINHTTP_CANNOT_CONNECT:
-            return k_nobody_listens;
-        case ERROR_WINHTTP_SECURE_FAILURE:
-        case ERROR_WINHTTP_SECURE_CHANNEL_ERROR:
-            return k_bad_certificate;
-        case ERROR_WINHTTP_TIMEOUT:
-            return k_silent;
-        case ERROR_WINHTTP_CONNECTION_ERROR:
-            return k_no_goodbye;
-        default:
-            return "error " + std::to_string(error) + " of WinHTTP";
-    }
 }
 
 // Owned. Another thread may close it to end what waits in it.
@@ -102,7 +83,7 @@ public:
     close_report query_close_status() override;
     void drop() noexcept override { m_socket.close(); }
     // The one error that is told as a loss.
-    std::string fault() const override { return words_of(ERROR_WINHTTP_CONNECTION_ERROR); }
+    std::string fault() const override { return words_of_winhttp(ERROR_WINHTTP_CONNECTION_ERROR); }
 
 private:
     bool send(WINHTTP_WEB_SOCKET_BUFFER_TYPE type, std::string_view bytes);
@@ -193,7 +174,8 @@ public:
         return socket->is_open() ? std::move(socket) : nullptr;
     }
     std::string fault() const override {
-        return m_status == 0 ? words_of(m_error) : k_server_answers + std::to_string(m_status);
+        return m_status == 0 ? words_of_winhttp(m_error)
+                             : k_server_answers + std::to_string(m_status);
     }
 
 private:

@@ -53,7 +53,7 @@ void end_tls_of_thread() noexcept { OPENSSL_thread_stop(); }
 
 std::string words_of_refusal(tls_stream& stream, error_code error) {
     const long verdict = SSL_get_verify_result(stream.native_handle());
-    if (verdict == X509_V_OK) return "no agreement on TLS (" + error.message() + ")";
+    if (verdict == X509_V_OK) return k_no_tls + (" (" + error.message() + ")");
     return k_bad_certificate + (" (" + std::string(X509_verify_cert_error_string(verdict)) + ")");
 }
 

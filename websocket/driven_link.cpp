@@ -5,8 +5,10 @@
 #include <new>
 #include <utility>
 
+#include "core/limits.h"
 #include "core/run/guarded.h"
 #include "loam/trace.h"
+#include "websocket/link/link_maker.h"
 
 namespace pennywort::websocket {
 
@@ -50,7 +52,16 @@ template <typename operation>
 void driven_link::begin_here(operation begin) {
     m_has_told = false;
     m_loop.run_here([&] { begin(*m_link); });
-    if (!m_has_told) m_loop.run_one();
+    if (!m_has_told) return run_one();
+    // A thread that sends without a pause would keep the one that receives waiting.
+    if (++m_turns_missed < k_max_websocket_turns) return;
+    m_turns_missed = 0;
+    m_loop.poll();
+}
+
+void driven_link::run_one() {
+    m_turns_missed = 0;
+    m_loop.run_one();
 }
 
 // False without the memory to ask the thread that runs the loop.
@@ -81,13 +92,13 @@ void driven_link::take_turn(lock_type& lock) {
         m_changed.wait_for(lock, k_longest_wait);
         return;
     }
-    run_unlocked(lock, [this] { m_loop.run_one(); });
+    run_unlocked(lock, [this] { run_one(); });
 }
 
 bool driven_link::open(link_request request) {
     m_buffer = std::make_unique_for_overwrite<char[]>(k_first_bytes);
     m_buffer_bytes = k_first_bytes;
-    m_link = link::make(m_loop, weak_from_this());
+    m_link = current_link_maker()(m_loop, weak_from_this());
     lock_type lock(m_mutex);
     run_unlocked(lock, [&] { m_link->open(std::move(request)); });
     wait(lock, [this] { return m_is_open; });

@@ -54,6 +54,7 @@ private:
     template <typename condition>
     void wait(lock_type& lock, condition is_done);
     void take_turn(lock_type& lock);
+    void run_one();
     template <typename work>
     void run_unlocked(lock_type& lock, work what);
     void end_sending(lock_type& lock);
@@ -75,6 +76,8 @@ private:
     std::optional<link_result> m_end;
     // Of the thread that runs the loop: it waits for no event once it has been told of one.
     bool m_has_told = false;
+    // How many operations in a row were done at once, without a turn of the loop.
+    int m_turns_missed = 0;
     bool m_is_driven = false;
     bool m_is_open = false;
     bool m_has_piece = false;

@@ -135,11 +135,14 @@ int ws_command::run(const console& out) {
         return k_exit_failed;
     }
     m_options.is_on_terminal = out.is_on_terminal();
-    const auto session = std::make_shared<ws_session>(m_options, out.output(), out.errors());
-    if (!session->open()) {
+    auto feed = make_feed(m_options.transport);
+    if (feed == nullptr) {
         std::fprintf(out.errors(), "pennywort: out of memory\n");
         return k_exit_failed;
     }
+    const auto session =
+        std::make_shared<ws_session>(m_options, std::move(feed), out.output(), out.errors());
+    session->open();
     read_input(session);
     return talk(*session);
 }

@@ -5,7 +5,6 @@
 #include <system_error>
 #include <utility>
 
-#include "core/limits.h"
 #include "core/text/utf8.h"
 #include "host/app/terminal_text.h"
 
@@ -24,9 +23,7 @@ std::string fault_of_line(const std::string& line) {
 
 }  // namespace
 
-bool ws_session::open() {
-    m_feed = make_feed(m_options.transport);
-    if (m_feed == nullptr) return false;
+void ws_session::open() {
     m_feed->SetOpenedHandler([this](const std::shared_ptr<cWebSocket>&) { opened(); });
     m_feed->SetMessageHandler([this](const char* text) { received(text); });
     m_feed->SetFaultHandler([this](const char* why) {
@@ -43,7 +40,6 @@ bool ws_session::open() {
         ended(is_failure(code) ? state::failed : state::closed, words_of_goodbye(code, reason));
     });
     m_feed->Open(m_options.url.c_str(), m_options.timeout);
-    return true;
 }
 
 void ws_session::opened() {
@@ -105,15 +101,27 @@ void ws_session::tell(const std::string& line) {
 }
 
 // What a server is slow to take waits in the input, not in memory.
-bool ws_session::wait_until_few_wait(std::size_t bytes) {
+bool ws_session::wait_until_few_wait(std::size_t bytes, std::chrono::milliseconds pause) {
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [this] { return m_state != state::connecting; });
-    while (!is_over() && m_feed->WaitingBytes() > bytes) m_changed.wait_for(lock, k_round);
-    return !is_over();
+    taking_watch taking(pause);
+    while (!is_over() && !m_has_input_ended) {
+        const std::size_t waiting = m_feed->WaitingBytes();
+        if (waiting <= bytes) return true;
+        if (taking.has_stopped(waiting, std::chrono::steady_clock::now())) {
+            m_has_unsent = true;
+            tell("the server takes nothing: " + std::to_string(waiting) + " bytes are not sent");
+            end_input();
+        } else {
+            m_changed.wait_for(lock, k_round);
+        }
+    }
+    return false;
 }
 
 void ws_session::send(const std::string& line) {
-    if (!wait_until_few_wait(k_max_waiting_input_bytes)) return;
+    const sending_pace& pace = m_options.pace;
+    if (!wait_until_few_wait(pace.may_wait_before(line.size()), pace.pause)) return;
     const std::string wrong = fault_of_line(line);
     if (!wrong.empty()) return refuse_line(wrong.c_str());
     m_feed->Send(line.c_str());
@@ -127,8 +135,12 @@ void ws_session::refuse_line(const char* why) {
 
 // The time to go on begins when all of it is out: the goodbye waits for a few seconds only.
 void ws_session::input_ended() {
-    wait_until_few_wait(0);
+    wait_until_few_wait(0, m_options.pace.last_pause);
     const std::lock_guard lock(m_mutex);
+    if (!m_has_input_ended) end_input();
+}
+
+void ws_session::end_input() {
     m_has_input_ended = true;
     m_end_of_input = std::chrono::steady_clock::now();
     m_changed.notify_all();

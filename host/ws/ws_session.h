@@ -10,7 +10,10 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
+#include "core/run/clock.h"
+#include "host/ws/sending_pace.h"
 #include "host/ws/ws_feed.h"
 #include "websocket.h"
 
@@ -24,18 +27,21 @@ struct ws_options {
     std::chrono::milliseconds linger{0};  // how long to go on when the input has ended
     // Messages come out as a terminal can show them; otherwise as they are.
     bool is_on_terminal = false;
+    sending_pace pace;
 };
 
 // Shared with the thread that reads the input, which may wait there for ever.
 class ws_session : public std::enable_shared_from_this<ws_session> {
 public:
-    ws_session(const ws_options& options, std::FILE* output, std::FILE* errors)
-        : m_options(options), m_output(output), m_errors(errors) {}
+    // `feed` must not be null; make_feed makes one.
+    ws_session(const ws_options& options, std::shared_ptr<cWebSocket> feed, std::FILE* output,
+               std::FILE* errors)
+        : m_options(options), m_output(output), m_errors(errors), m_feed(std::move(feed)) {}
 
-    // False when memory is out.
-    bool open();
+    void open();
     // From the thread that reads: one line of the input, one that cannot be sent, and the end. They
-    // wait while the server does not take what came before.
+    // wait while the server does not take what came before; where it takes nothing at all, that is
+    // told, and the input ends there.
     void send(const std::string& line);
     void refuse_line(const char* why);
     void input_ended();
@@ -56,8 +62,9 @@ private:
     std::string take_why();
     void failed(cWebSocket::Error error);
     void closed(std::optional<cWebSocket::Error> error, bool was_clean);
-    // False when the session is over.
-    bool wait_until_few_wait(std::size_t bytes);
+    // False when nothing can be sent any more.
+    bool wait_until_few_wait(std::size_t bytes, std::chrono::milliseconds pause);
+    void end_input();
     std::error_code written(const char* text);
     void tell(const std::string& line);
     bool is_over() const { return m_state == state::closed || m_state == state::failed; }
@@ -65,7 +72,7 @@ private:
     const ws_options m_options;
     std::FILE* const m_output;
     std::FILE* const m_errors;
-    std::shared_ptr<cWebSocket> m_feed;
+    const std::shared_ptr<cWebSocket> m_feed;
     std::mutex m_outputs;  // is taken last
     bool m_has_outputs = true;
     mutable std::mutex m_mutex;

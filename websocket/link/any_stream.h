@@ -27,6 +27,18 @@ using loop_executor = net::io_context::executor_type;
 using tcp_socket = net::basic_stream_socket<tcp, loop_executor>;
 using tls_stream = net::ssl::stream<tcp_socket&>;
 
+// Hears how much the system has taken, behind each write.
+class write_listener {
+public:
+    write_listener(const write_listener&) = delete;
+    write_listener& operator=(const write_listener&) = delete;
+    virtual void wrote(std::size_t size) noexcept = 0;
+
+protected:
+    write_listener() = default;
+    ~write_listener() = default;
+};
+
 class any_stream {
 public:
     using executor_type = loop_executor;
@@ -43,6 +55,9 @@ public:
         m_socket.non_blocking(true, error);
         m_is_never_waiting = !error;
     }
+
+    // Null: nobody. To be there as long as the stream is.
+    void tell_of_writes(write_listener* who) noexcept { m_write_listener = who; }
 
     template <typename buffers, typename token>
     auto async_read_some(const buffers& into, token&& handler) {
@@ -63,9 +78,10 @@ public:
         return net::async_initiate<token, void(error_code, std::size_t)>(
             [this](auto&& done, const buffers& what) {
                 if (m_tls) {
-                    m_tls->async_write_some(what, std::forward<decltype(done)>(done));
+                    m_tls->async_write_some(what, told(std::forward<decltype(done)>(done)));
                 } else if (!has_written_now(what, done)) {
-                    m_socket.async_write_some(what, in_turn(std::forward<decltype(done)>(done)));
+                    m_socket.async_write_some(what,
+                                              in_turn(told(std::forward<decltype(done)>(done))));
                 }
             },
             handler, from);
@@ -110,7 +126,20 @@ private:
         if (!m_is_never_waiting || !m_ready.takes_more()) return false;
         error_code error;
         const std::size_t size = m_socket.write_some(what, error);
+        tell(size);
         return has_added(done, error, size);
+    }
+    void tell(std::size_t size) noexcept {
+        if (m_write_listener != nullptr && size > 0) m_write_listener->wrote(size);
+    }
+    // The handler of a write that is not done at once.
+    template <typename handler>
+    auto told(handler&& done) {
+        return [this, whose = std::forward<handler>(done)](error_code error,
+                                                           std::size_t size) mutable {
+            tell(size);
+            std::move(whose)(error, size);
+        };
     }
     template <typename handler>
     bool has_added(handler& done, error_code error, std::size_t size) {
@@ -134,6 +163,7 @@ private:
     ready_operations& m_ready;
     bool m_is_never_waiting = false;
     bool m_is_full = false;
+    write_listener* m_write_listener = nullptr;
     std::optional<tls_stream> m_tls;
 };
 

@@ -112,7 +112,9 @@ private:
     work m_work;
 };
 
-class beast_link final : public link, public std::enable_shared_from_this<beast_link> {
+class beast_link final : public link,
+                         public write_listener,
+                         public std::enable_shared_from_this<beast_link> {
 public:
     beast_link(loop::state& on, std::weak_ptr<link_listener> listener)
         : m_listener(std::move(listener)), m_timer(on.io), m_stream(on), m_resolver(on.io) {}
@@ -125,6 +127,7 @@ public:
     void close(std::uint16_t code) noexcept override;
     void drop() noexcept override;
     void keep(std::shared_ptr<const void> what) noexcept override { m_kept = std::move(what); }
+    void wrote(std::size_t size) noexcept override;
 
     bool has_ended() const noexcept { return m_has_ended; }
     void end_without_memory() noexcept { end({link_fault::no_memory, 0, {}}); }
@@ -364,8 +367,14 @@ void beast_link::send(std::string_view bytes, bool is_text) noexcept {
         m_stream.text(is_text);
         m_stream.write_buffer_bytes(bytes.size() < k_short_write_bytes ? k_short_write_bytes
                                                                        : k_long_write_bytes);
+        transport().tell_of_writes(bytes.size() > k_long_write_bytes ? this : nullptr);
         m_stream.async_write(net::buffer(bytes.data(), bytes.size()), then(&beast_link::sent));
     });
+}
+
+void beast_link::wrote(std::size_t size) noexcept {
+    if (m_has_ended) return;
+    if (const auto listener = m_listener.lock()) listener->link_wrote(size);
 }
 
 void beast_link::sent(error_code error, std::size_t) {

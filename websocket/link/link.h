@@ -77,6 +77,8 @@ public:
 
     virtual void link_opened() noexcept = 0;
     virtual void link_received(const link_piece& piece) noexcept = 0;
+    // The system has taken more of a long message, and of what goes with it.
+    virtual void link_wrote(std::size_t) noexcept {}
     virtual void link_sent() noexcept = 0;
     // For good, whatever was under way. link_fault::closed: both sides have said goodbye.
     virtual void link_ended(const link_result& result) noexcept = 0;

@@ -20,6 +20,8 @@ void loop::run_here(const std::function<void()>& work) { m_state->ready.run(work
 
 void loop::run_one() { m_state->io.run_one(); }
 
+void loop::poll() { m_state->io.poll(); }
+
 void loop::drain() {
     m_state->io.restart();
     m_state->io.poll();

@@ -23,6 +23,8 @@ public:
     // Waits for one event or stop(), and handles it. What it throws comes out here; the link that
     // it happened to has noticed by itself.
     void run_one();
+    // Handles what is ready, unless it has been stopped, and waits for nothing.
+    void poll();
     // Handles what is ready, also after stop(), and waits for nothing.
     void drain();
     // Handles events until stop().

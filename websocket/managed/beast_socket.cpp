@@ -14,6 +14,7 @@
 #include "websocket/close_codes.h"
 #include "websocket/link/link.h"
 #include "websocket/link/link_address.h"
+#include "websocket/link/link_maker.h"
 #include "websocket/link/valid_text.h"
 #include "websocket/managed/engine.h"
 #include "websocket/managed/socket_life.h"
@@ -117,6 +118,7 @@ public:
 
     void link_opened() noexcept override;
     void link_received(const link_piece& piece) noexcept override;
+    void link_wrote(std::size_t size) noexcept override;
     void link_sent() noexcept override;
     void link_ended(const link_result& result) noexcept override;
 
@@ -139,6 +141,8 @@ private:
     std::shared_ptr<beast_connection> m_self;
     message_buffer m_incoming;
     std::deque<outgoing> m_queue;
+    // Of the first one, what counts as waiting.
+    std::size_t m_unsent = 0;
 };
 
 void beast_connection::reserve(std::size_t bytes) {
@@ -153,7 +157,7 @@ void beast_connection::connect() noexcept {
     if (!m_life.connect()) return;
     m_self = shared_from_this();
     const bool is_begun = run::guarded(k_class, "ConnectAsync", [this] {
-        m_link = link::make(m_engine->events(), weak_from_this());
+        m_link = current_link_maker()(m_engine->events(), weak_from_this());
         m_link->open(std::move(m_request));
     });
     if (!is_begun) run_out();
@@ -182,6 +186,7 @@ void beast_connection::send(outgoing message) noexcept {
 
 void beast_connection::send_next() noexcept {
     const outgoing& next = m_queue.front();
+    m_unsent = next.bytes.size();
     m_link->send(next.bytes, next.is_text);
 }
 
@@ -192,8 +197,16 @@ void beast_connection::say_goodbye() noexcept {
     m_link->bound_by_goodbye();
 }
 
+// Heads of frames count too, so that the last byte waits until the message is out.
+void beast_connection::link_wrote(std::size_t size) noexcept {
+    if (m_unsent == 0) return;
+    const std::size_t gone = std::min(size, m_unsent - 1);
+    m_unsent -= gone;
+    m_waiting -= gone;
+}
+
 void beast_connection::link_sent() noexcept {
-    m_waiting -= m_queue.front().bytes.size();
+    m_waiting -= std::exchange(m_unsent, 0);
     spare_text::give_back(std::move(m_queue.front().bytes));
     m_queue.pop_front();
     if (!m_queue.empty()) send_next();

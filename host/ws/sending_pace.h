@@ -1,5 +1,5 @@
-// host/ws/sending_pace.h - how far ahead of a slow server the input is read, and when a server takes
-// nothing at all.
+// host/ws/sending_pace.h - how far ahead of a slow server the input is read, and when a server
+// takes nothing at all.
 #pragma once
 
 #include <algorithm>

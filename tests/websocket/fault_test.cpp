@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <iterator>
 #include <memory>
@@ -143,8 +144,7 @@ TEST_P(BothTransports, AFragmentThatStopsIsNoMessageAndEndsWithClose) {
     const scripted_peer peer([&](peer_connection& connection) {
         connection.accept();
         connection.send(frames::frame(frames::k_text, "begun"));
-        while (connection.receive_frame().opcode != frames::k_close) {
-        }
+        connection.receive_frame();
         connection.send(frames::close(1000));
     });
     m_socket->Open(peer.url().c_str(), 0);
@@ -497,6 +497,31 @@ TEST(SystemTimeout, BoundsTheLookUpOfTheNameToo) {
     may_answer->open();
     EXPECT_TRUE(eventually([&] { return has_answered->load(); }));
     current_name_resolver() = usual;
+}
+
+// The thread that asks the system cannot be ended, nor waited for.
+TEST(SystemTimeoutDeathTest, ALookUpThatHangsDoesNotHoldTheEndOfTheProcess) {
+    using namespace pennywort::websocket;
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto exit_while_it_hangs = [] {
+        const auto never = std::make_shared<gate>();
+        current_name_resolver() = [never](const std::string&,
+                                          const std::string&) -> found_addresses {
+            never->wait();
+            std::_Exit(3);
+        };
+        event_log events;
+        {
+            system_socket socket;
+            events.listen_to(socket);
+            cWebSocketOptions options;
+            options.isTimeoutHonoured = true;
+            socket.SetOptions(options);
+            socket.Open("ws://a-name.invalid/", 0.05);
+        }
+        std::exit(events.text() == "error 2" ? 42 : 2);
+    };
+    EXPECT_EXIT(exit_while_it_hangs(), testing::ExitedWithCode(42), "");
 }
 
 // A blank and what is no ASCII are encoded, and a fragment stays here, as WinHTTP has it.

@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 
+#include "loam/ready_mutex.h"
 #include "tests/support/eventually.h"
 #include "tests/support/failing_memory.h"
 #include "websocket.h"
@@ -49,7 +50,7 @@ public:
             return {receive_status::ok,
                     is_last ? piece_kind::text_message : piece_kind::text_fragment, into.size()};
         }
-        std::unique_lock lock(m_mutex);
+        std::unique_lock<std::mutex> lock(m_mutex);
         m_changed.wait_for(lock, tests::k_patience, [this] { return m_is_over; });
         return {};
     }
@@ -68,7 +69,8 @@ public:
 
 private:
     int m_given = 0;
-    std::mutex m_mutex;
+    // Its first lock may come where no memory can be had, and where nothing may be thrown.
+    loam::ready_mutex m_mutex;
     std::condition_variable m_changed;
     bool m_is_over = false;
 };

@@ -5,7 +5,10 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
+#include <filesystem>
 #include <memory>
+#include <random>
+#include <system_error>
 
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
@@ -13,6 +16,11 @@
 namespace {
 
 constexpr long k_day = 24L * 60 * 60;
+
+std::string new_file() {
+    const std::string name = "websocket-" + std::to_string(std::random_device()()) + ".pem";
+    return (std::filesystem::temp_directory_path() / name).string();
+}
 
 bool add_names(X509* certificate, const std::string& names) {
     X509_EXTENSION* const extension =
@@ -56,13 +64,15 @@ std::string read_head(BIO* connection) {
 
 }  // namespace
 
-tls_peer::tls_peer(const std::string& names, const std::string& certificate_file)
-    : m_context(::SSL_CTX_new(::TLS_server_method())) {
-    m_is_ready = make_certificate(names, certificate_file) && listen();
+tls_peer::tls_peer(const std::string& names)
+    : m_context(::SSL_CTX_new(::TLS_server_method())), m_file(new_file()) {
+    m_is_ready = make_certificate(names) && listen();
     if (m_is_ready) m_thread = std::thread([this] { serve(); });
 }
 
 tls_peer::~tls_peer() {
+    std::error_code ignored;
+    std::filesystem::remove(m_file, ignored);
     if (!m_is_ready) return;
     m_is_ending = true;
     // One more connection ends the wait for one.
@@ -72,10 +82,10 @@ tls_peer::~tls_peer() {
     m_thread.join();
 }
 
-bool tls_peer::make_certificate(const std::string& names, const std::string& file) {
+bool tls_peer::make_certificate(const std::string& names) {
     EVP_PKEY* const key = ::EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
     X509* const certificate = ::X509_new();
-    const bool is_made = fill(certificate, key, names) && write_to(file, certificate) &&
+    const bool is_made = fill(certificate, key, names) && write_to(m_file, certificate) &&
                          ::SSL_CTX_use_certificate(m_context.get(), certificate) == 1 &&
                          ::SSL_CTX_use_PrivateKey(m_context.get(), key) == 1;
     ::X509_free(certificate);

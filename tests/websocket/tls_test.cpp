@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -30,10 +29,6 @@ public:
 private:
     const char* const m_name;
 };
-
-std::string file_for(const std::string& name) {
-    return (std::filesystem::temp_directory_path() / ("websocket-" + name + ".pem")).string();
-}
 
 std::string told_by_managed(const std::string& url) {
     event_log events;
@@ -62,28 +57,25 @@ std::string told_by_system(const std::string& url) {
 std::shared_ptr<cWebSocket> make_system() { return std::make_shared<system_socket>(); }
 
 TEST(Tls, TrustsACertificateWithTheServersName) {
-    const std::string file = file_for("name");
-    const tls_peer peer("DNS:localhost", file);
+    const tls_peer peer("DNS:localhost");
     ASSERT_TRUE(peer.is_ready());
-    const variable trusted("SSL_CERT_FILE", file);
+    const variable trusted("SSL_CERT_FILE", peer.certificate());
     EXPECT_EQ(told_by_managed(peer.url("localhost")), "opened | message over TLS | closed clean");
     EXPECT_EQ(told_by_system(peer.url("localhost")), "opened | message over TLS");
 }
 
 TEST(Tls, TrustsACertificateWithTheServersAddress) {
-    const std::string file = file_for("address");
-    const tls_peer peer("IP:127.0.0.1", file);
+    const tls_peer peer("IP:127.0.0.1");
     ASSERT_TRUE(peer.is_ready());
-    const variable trusted("SSL_CERT_FILE", file);
+    const variable trusted("SSL_CERT_FILE", peer.certificate());
     EXPECT_EQ(told_by_managed(peer.url("127.0.0.1")), "opened | message over TLS | closed clean");
     EXPECT_EQ(told_by_managed(peer.url("localhost")), "error 5");
 }
 
 TEST(Tls, SaysGoodbyeAsTlsHasIt) {
-    const std::string file = file_for("goodbye");
-    const tls_peer peer("DNS:localhost", file);
+    const tls_peer peer("DNS:localhost");
     ASSERT_TRUE(peer.is_ready());
-    const variable trusted("SSL_CERT_FILE", file);
+    const variable trusted("SSL_CERT_FILE", peer.certificate());
     EXPECT_EQ(told_by_managed(peer.url("localhost")), "opened | message over TLS | closed clean");
     EXPECT_EQ(told_by_system(peer.url("localhost")), "opened | message over TLS");
     EXPECT_TRUE(eventually([&] { return peer.ends() == 2; }));
@@ -92,7 +84,7 @@ TEST(Tls, SaysGoodbyeAsTlsHasIt) {
 
 // Both transports, in the words of the fault handler.
 TEST(Tls, SaysWhatIsWrongWithACertificate) {
-    const tls_peer peer("DNS:localhost", file_for("wrong"));
+    const tls_peer peer("DNS:localhost");
     ASSERT_TRUE(peer.is_ready());
     for (const auto& socket : {cWebSocket::Factory(), make_system()}) {
         event_log events;
@@ -105,17 +97,16 @@ TEST(Tls, SaysWhatIsWrongWithACertificate) {
 }
 
 TEST(Tls, RefusesAnotherName) {
-    const std::string file = file_for("other");
-    const tls_peer peer("DNS:other.example", file);
+    const tls_peer peer("DNS:other.example");
     ASSERT_TRUE(peer.is_ready());
-    const variable trusted("SSL_CERT_FILE", file);
+    const variable trusted("SSL_CERT_FILE", peer.certificate());
     EXPECT_EQ(told_by_managed(peer.url("localhost")), "error 5");
     EXPECT_EQ(told_by_system(peer.url("localhost")), "error 2");
     EXPECT_EQ(told_by_managed(peer.url("127.0.0.1")), "error 5");
 }
 
 TEST(Tls, RefusesACertificateOfNobodyKnown) {
-    const tls_peer peer("DNS:localhost", file_for("unknown"));
+    const tls_peer peer("DNS:localhost");
     ASSERT_TRUE(peer.is_ready());
     EXPECT_EQ(told_by_managed(peer.url("localhost")), "error 5");
     EXPECT_EQ(told_by_system(peer.url("localhost")), "error 2");

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <future>
 #include <memory>
 #include <string>
 #include <utility>
@@ -236,6 +237,26 @@ TEST(WsProgram, MoreInputThanMayWaitGoesOutWhole) {
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(run.errors, "pennywort: opened\npennywort: closed\n");
     EXPECT_EQ(taken, k_all);
+}
+
+// The end of the input would wait for ever otherwise.
+TEST(WsProgram, AServerThatTakesNothingIsToldAndLeft) {
+    std::promise<void> is_over;
+    const std::shared_future<void> over = is_over.get_future().share();
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        over.wait_for(tests::k_patience);
+    });
+    const program_folder folder;
+    const program_run run = folder.run("head -c 33554432 /dev/zero | tr '\\0' x | pennywort ws " +
+                                       peer.url() + " --linger 0");
+    is_over.set_value();
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.errors.starts_with("pennywort: opened\npennywort: the server takes nothing: "))
+        << run.errors;
+    EXPECT_TRUE(run.errors.ends_with(" bytes are not sent\npennywort: " + peer.url() +
+                                     ": closed, not cleanly: the server is silent\n"))
+        << run.errors;
 }
 
 TEST(WsProgram, ALineThatIsLongerThanAMessageIsToldAndNotSent) {

@@ -53,6 +53,9 @@ struct cWebSocketOptions {
     // Ceilings in bytes for a message that comes and for what waits to be sent; 0: the library's.
     std::int64_t maxMessageBytes = 0;
     std::int64_t maxWaitingBytes = 0;
+    // cWebSocket_WinHttp: an address of IPv6 in brackets is a host. Otherwise the host of a URL
+    // ends at its first colon, and nobody is found there.
+    bool isIPv6Taken = false;
 };
 
 class PENNYWORT_API cWebSocket : public zSharedObject {

@@ -11,7 +11,7 @@ namespace pennywort::websocket {
 
 struct url_parts {
     std::string scheme;
-    std::string host;       // of a literal IPv6 address without its brackets
+    std::string host;       // of an address in brackets without them, where those count
     std::int32_t port = 0;  // 0: none is written
     std::string path;       // from the first "/" on, with the query; may be empty
 
@@ -22,7 +22,9 @@ struct url_parts {
 };
 
 // Nothing without "://". The host ends at the first ":" of the authority; the digits behind it are
-// the port, whatever follows them. An address in brackets keeps its colons.
+// the port, whatever follows them.
 std::optional<url_parts> split_url(std::string_view url);
+// The same, but an address in brackets is the host, with its colons.
+std::optional<url_parts> split_url_with_ipv6(std::string_view url);
 
 }  // namespace pennywort::websocket

@@ -98,10 +98,10 @@ void cWebSocket_WinHttp::Open(const char* url, double timeout) {
 }
 
 bool cWebSocket_WinHttp::open_handles(const char* url, double timeout, std::string& why) {
-    const auto parts = split_url(url);
+    const cWebSocketOptions options = Options();
+    const auto parts = options.isIPv6Taken ? split_url_with_ipv6(url) : split_url(url);
     if (!parts) why = "the URL is not understood";
     if (!parts) return false;
-    const cWebSocketOptions options = Options();
     m_is_secure = parts->is_secure();
     m_session_handle = current_session_maker()(settings_of(options, timeout));
     if (m_session_handle == nullptr) return false;

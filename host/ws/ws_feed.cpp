@@ -52,6 +52,7 @@ std::shared_ptr<cWebSocket> make_feed(ws_transport transport) {
     cWebSocketOptions options;
     options.isTimeoutHonoured = true;
     options.isUpgradeChecked = true;
+    options.isIPv6Taken = true;
     feed->SetOptions(options);
     return feed;
 }

@@ -38,8 +38,7 @@ constexpr url_case k_urls[] = {
     {"PortWithoutDigits", "ws://host:x/y", "host", 80, "/y", false},
     {"NoHost", "ws:///y", "", 80, "/y", false},
     {"QueryWithoutSlash", "ws://host?q", "host?q", 80, "", false},
-    {"Literal", "ws://[::1]:81/y", "::1", 81, "/y", false},
-    {"LiteralWithoutPort", "wss://[2001:db8::1]", "2001:db8::1", 443, "", true},
+    {"FirstColon", "ws://[::1]:81/y", "[", 80, "/y", false},
     {"OpenBracket", "ws://[a:81/y", "[a", 81, "/y", false},
     {"NoScheme", "://h", "h", 80, "", false},
 };
@@ -63,6 +62,23 @@ TEST(UrlParts, NeedASchemesEnd) {
     for (const char* url : {"", "ws", "ws:/host", "host/x", "ws//host"}) {
         EXPECT_FALSE(split_url(url)) << url;
     }
+}
+
+TEST(UrlParts, AnAddressInBracketsIsAHostWhereItIsTaken) {
+    constexpr url_case k_literals[] = {
+        {"Port", "ws://[::1]:81/y", "::1", 81, "/y", false},
+        {"NoPort", "wss://[2001:db8::1]", "2001:db8::1", 443, "", true},
+        {"OpenBracket", "ws://[a:81/y", "[a", 81, "/y", false},
+        {"Name", "ws://host:81/y", "host", 81, "/y", false},
+    };
+    for (const url_case& c : k_literals) {
+        const auto parts = split_url_with_ipv6(c.url);
+        ASSERT_TRUE(parts) << c.name;
+        EXPECT_EQ(parts->host, c.host) << c.name;
+        EXPECT_EQ(parts->port_to_use(), c.port_to_use) << c.name;
+        EXPECT_EQ(parts->path, c.path) << c.name;
+    }
+    EXPECT_FALSE(split_url_with_ipv6("[::1]/y"));
 }
 
 using text_state = message_text::state;

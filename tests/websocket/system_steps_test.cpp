@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -39,8 +40,43 @@ protected:
         push(receive_status::ok, kind, bytes);
     }
 
+    // In a handler on the receive thread.
+    void destroy_once_opened() {
+        m_has_opened.wait();
+        m_socket.reset();
+        m_events.add("gone");
+    }
+    void open_until_gone() {
+        auto* const raw = m_socket.get();
+        raw->Open("ws://a/", 0);
+        m_has_opened.open();
+        ASSERT_TRUE(m_events.wait_for_line("gone"));
+        EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
+            << m_script.asked.text();
+        EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
+    }
+    // In a handler on the receive thread, too: what `step` throws there.
+    void note_throw_of(const std::function<void()>& step, const std::string& over) {
+        m_code = 0;
+        try {
+            step();
+        } catch (const std::system_error& error) {
+            m_code = error.code().value();
+        }
+        m_events.add(over);
+    }
+    void open_until_over() {
+        m_socket->Open("ws://a/", 0);
+        ASSERT_TRUE(m_events.wait_for_line("over"));
+        EXPECT_EQ(m_code, static_cast<int>(std::errc::resource_deadlock_would_occur));
+        m_socket->Close();
+        EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+    }
+
     script m_script;
     event_log m_events;
+    gate m_has_opened;
+    std::atomic<int> m_code{0};
     std::shared_ptr<system_socket> m_socket = std::make_shared<system_socket>();
 };
 
@@ -101,6 +137,17 @@ TEST_F(SystemStepsTest, AnUpgradeThatFailsIsNoticedOnRequest) {
     m_socket->SetOptions(options);
     m_socket->Open("ws://host/", 0);
     EXPECT_EQ(m_events.text(), "error 2");
+}
+
+TEST_F(SystemStepsTest, AnAddressInBracketsIsAHostOnRequest) {
+    m_socket->Open("ws://[::1]:81/", 0);
+    EXPECT_NE(m_script.asked.text().find("connect [:80 "), std::string::npos);
+    cWebSocketOptions options;
+    options.isIPv6Taken = true;
+    m_socket->SetOptions(options);
+    m_socket->Open("ws://[::1]:81/", 0);
+    EXPECT_NE(m_script.asked.text().find("connect ::1:81 "), std::string::npos);
+    m_socket->Close();
 }
 
 TEST_F(SystemStepsTest, OpeningAgainClosesFirst) {
@@ -266,23 +313,15 @@ TEST_F(SystemStepsTest, SendsOneMessageEach) {
 }
 
 TEST_F(SystemStepsTest, CloseOnTheReceiveThreadRaisesADeadlock) {
-    std::atomic<int> code{0};
-    m_socket->SetMessageHandler([&](const char* text) {
-        try {
-            m_socket->Close();
-        } catch (const std::system_error& error) {
-            code = error.code().value();
-        }
-        m_events.add(text);
-    });
+    m_socket->SetMessageHandler(
+        [this](const char* text) { note_throw_of([this] { m_socket->Close(); }, text); });
     // Often, since the handler may come before Open has returned.
     for (int i = 0; i < 100; ++i) {
         const std::string over = "over " + std::to_string(i);
         push_text(over);
-        code = 0;
         m_socket->Open("ws://a/", 0);
         ASSERT_TRUE(m_events.wait_for_line(over));
-        ASSERT_EQ(code, static_cast<int>(std::errc::resource_deadlock_would_occur)) << i;
+        ASSERT_EQ(m_code, static_cast<int>(std::errc::resource_deadlock_would_occur)) << i;
         EXPECT_FALSE(m_script.asked.text().ends_with("~session"));
         m_socket->Close();
         EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
@@ -292,74 +331,30 @@ TEST_F(SystemStepsTest, CloseOnTheReceiveThreadRaisesADeadlock) {
 // Opening closes first, which nobody can do on the receive thread.
 TEST_F(SystemStepsTest, OpenOnTheReceiveThreadRaisesADeadlockToo) {
     push_text("again");
-    std::atomic<int> code{0};
-    m_socket->SetMessageHandler([&](const char*) {
-        try {
-            m_socket->Open("ws://b/", 0);
-        } catch (const std::system_error& error) {
-            code = error.code().value();
-        }
-        m_events.add("over");
-    });
-    m_socket->Open("ws://a/", 0);
-    ASSERT_TRUE(m_events.wait_for_line("over"));
-    EXPECT_EQ(code, static_cast<int>(std::errc::resource_deadlock_would_occur));
-    m_socket->Close();
-    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+    m_socket->SetMessageHandler(
+        [this](const char*) { note_throw_of([this] { m_socket->Open("ws://b/", 0); }, "over"); });
+    open_until_over();
     EXPECT_EQ(m_script.asked.text().find("connect b"), std::string::npos);
 }
 
 // As in each other handler there, which does not keep the handles from a Close elsewhere.
 TEST_F(SystemStepsTest, CloseInTheHandlerOfALossRaisesADeadlock) {
     push(receive_status::connection_lost, piece_kind::close, "");
-    std::atomic<int> code{0};
-    m_socket->SetErrorHandler([&](cWebSocket::Error) {
-        try {
-            m_socket->Close();
-        } catch (const std::system_error& error) {
-            code = error.code().value();
-        }
-        m_events.add("over");
-    });
-    m_socket->Open("ws://a/", 0);
-    ASSERT_TRUE(m_events.wait_for_line("over"));
-    EXPECT_EQ(code, static_cast<int>(std::errc::resource_deadlock_would_occur));
-    m_socket->Close();
-    EXPECT_TRUE(m_script.asked.text().ends_with("~session"));
+    m_socket->SetErrorHandler(
+        [this](cWebSocket::Error) { note_throw_of([this] { m_socket->Close(); }, "over"); });
+    open_until_over();
 }
 
 TEST_F(SystemStepsTest, TheHandlerOfALossMayDestroyItsSocket) {
     push(receive_status::connection_lost, piece_kind::close, "");
-    gate has_returned;
-    m_socket->SetErrorHandler([&](cWebSocket::Error) {
-        has_returned.wait();
-        m_socket.reset();
-        m_events.add("gone");
-    });
-    auto* const raw = m_socket.get();
-    raw->Open("ws://a/", 0);
-    has_returned.open();
-    ASSERT_TRUE(m_events.wait_for_line("gone"));
-    EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
-        << m_script.asked.text();
-    EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
+    m_socket->SetErrorHandler([this](cWebSocket::Error) { destroy_once_opened(); });
+    open_until_gone();
 }
 
 TEST_F(SystemStepsTest, AHandlerMayDestroyItsSocket) {
     push_text("destroy");
-    gate has_returned;
-    m_socket->SetMessageHandler([&](const char*) {
-        has_returned.wait();
-        m_socket.reset();
-        m_events.add("gone");
-    });
-    auto* const raw = m_socket.get();
-    raw->Open("ws://a/", 0);
-    has_returned.open();
-    ASSERT_TRUE(m_events.wait_for_line("gone"));
-    EXPECT_TRUE(eventually([&] { return m_script.asked.text().ends_with("~socket"); }))
-        << m_script.asked.text();
-    EXPECT_NE(m_script.asked.text().find("~session"), std::string::npos);
+    m_socket->SetMessageHandler([this](const char*) { destroy_once_opened(); });
+    open_until_gone();
 }
 
 // Its opening is not told any more, then.

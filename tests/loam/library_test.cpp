@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <limits>
 #include <memory>
 
@@ -90,6 +92,16 @@ TEST(SharedObject, ReturnsTheOwnersPointer) {
     const shared_thing copy(*owner);
     EXPECT_THROW(const_cast<shared_thing&>(copy).shared_from_this(), std::bad_weak_ptr);
     EXPECT_EQ(owner.use_count(), 1);
+}
+
+// An hour is longer than any correction of the time of day during a run.
+TEST(Time, IsTheTimeOfDay) {
+    using std::chrono::microseconds;
+    using std::chrono::system_clock;
+    const auto of_day =
+        std::chrono::duration_cast<microseconds>(system_clock::now().time_since_epoch());
+    constexpr microseconds k_hour = std::chrono::hours(1);
+    EXPECT_LT(std::abs(zTime::MicroNow() - of_day.count()), k_hour.count());
 }
 
 TEST(Time, NeverGoesBack) {

@@ -7,7 +7,8 @@
 
 class LOAM_API zTime {
 public:
-    // Microseconds since some moment before the process began, from any thread. The clock never
-    // jumps when somebody sets the time of day, so that a correction on air expires nothing.
+    // The current time in microseconds since 1970, from any thread: the time of day at the first
+    // call, and from then on a clock that never jumps. So nothing expires when somebody corrects
+    // the time of day on air.
     static std::int64_t MicroNow();
 };

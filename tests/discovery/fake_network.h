@@ -66,6 +66,14 @@ inline void serve(const char* name, std::uint16_t port = 8080, const std::string
                              static_cast<std::uint16_t>(txt.size())});
 }
 
+// How often something stands in what the library was asked.
+inline int count_of(const std::string& part) {
+    const std::string all = fake_dnssd::calls();
+    int count = 0;
+    for (auto at = all.find(part); at != std::string::npos; at = all.find(part, at + 1)) ++count;
+    return count;
+}
+
 // No wait takes its time: what has not come when it is asked for does not come.
 class FakeNetwork : public testing::Test {
 protected:

@@ -62,13 +62,6 @@ TEST_F(Register, LeavesTheTypeToTheSystem) {
     EXPECT_EQ(bonjour.Service_Register(nullptr, 1, nullptr), 0);
 }
 
-TEST_F(Register, RefusesATypeThatIsNotUtf8) {
-    cBonjour bonjour;
-    EXPECT_EQ(bonjour.Service_Register("_\xFF._tcp.", 1, nullptr), -1);
-    EXPECT_EQ(bonjour.Service_Advertise("caf\xE9", k_http, 1, nullptr, 0), -1);
-    EXPECT_STREQ(fake_dnssd::calls(), "");
-}
-
 TEST_F(Register, FailsWithTheSystem) {
     cBonjour bonjour;
     fake_dnssd::fail("Register", -65540, 1);

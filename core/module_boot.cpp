@@ -26,7 +26,7 @@ void stop_module(const module_steps& steps) {
 namespace {
 
 constexpr std::int32_t k_tag = 0x504E5754;  // 'PNWT'
-// Codes below the first one are the library's as well, and are in no range: so it was laid down.
+// Codes below the first one are the library's as well and belong to no range; hosts know both.
 constexpr std::int32_t k_first_code = -21000;
 constexpr std::int32_t k_last_code = -8999;
 

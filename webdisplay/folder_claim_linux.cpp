@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "core/run/environment.h"
 #include "loam/path.h"
 
 namespace pennywort::webdisplay {
@@ -69,9 +70,8 @@ std::unique_ptr<folder_claim> folder_claim::make(const std::string& folder) {
 }
 
 std::string make_private_folder(const std::string& name) {
-    const char* temporary = std::getenv("TMPDIR");
-    std::string path =
-        child(temporary && *temporary ? temporary : "/tmp", (name + "-XXXXXX").c_str());
+    const std::string temporary = run::environment_variable("TMPDIR");
+    std::string path = child(temporary.empty() ? "/tmp" : temporary, (name + "-XXXXXX").c_str());
     // Without a copy of the path, which might find no memory and leave the folder behind.
     if (mkdtemp(path.data()) == nullptr) path.clear();
     return path;

@@ -14,17 +14,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include "core/limits.h"
+#include "core/run/environment.h"
 #include "loam/path.h"
-#include "loam/thread.h"
-#include "loam/time.h"
 #include "loam/trace.h"
 
 extern "C" char** environ;
@@ -33,19 +30,14 @@ namespace pennywort::webdisplay {
 
 namespace {
 
-std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
 std::string home_folder() {
-    std::string home = environment("HOME");
+    std::string home = run::environment_variable("HOME");
     if (!home.empty()) return home;
     std::vector<char> buffer(16384);
     passwd entry{};
     passwd* found = nullptr;
     getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
-    return found && found->pw_dir ? found->pw_dir : "";
+    return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
 }
 
 struct language_row {
@@ -62,7 +54,7 @@ constexpr std::uint16_t k_other_sublanguage = 2;
 // The variables in the order in which they override each other.
 std::string locale_name() {
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        std::string value = environment(name);
+        std::string value = run::environment_variable(name);
         if (!value.empty()) return value;
     }
     return {};
@@ -100,7 +92,7 @@ bool is_runnable(const std::string& path) {
 // the process if it does not.
 std::string temporary_folder_problem() {
     constexpr std::string_view k_socket = "/org.chromium.Chromium.XXXXXX/SingletonSocket";
-    const std::string named = environment("TMPDIR");
+    const std::string named = run::environment_variable("TMPDIR");
     const std::string folder = named.empty() ? "/tmp" : named;
     const std::string remedy = "; set TMPDIR to a folder that can be written, with a short path";
     if (access(folder.c_str(), W_OK | X_OK) != 0) {
@@ -115,8 +107,8 @@ ui_language user_language() {
     const std::string_view primary = std::string_view(name).substr(0, name.find_first_of("_.@"));
     for (const language_row& row : k_languages) {
         if (row.name != primary) continue;
-        const bool brazil = name.compare(0, 5, "pt_BR") == 0;
-        return {row.primary, brazil ? k_portuguese_brazil : k_other_sublanguage};
+        const bool is_brazil = name.starts_with("pt_BR");
+        return {row.primary, is_brazil ? k_portuguese_brazil : k_other_sublanguage};
     }
     return {};
 }
@@ -130,7 +122,7 @@ std::vector<std::string> names_in(const std::string& folder) {
 }
 
 std::string application_data_folder() {
-    std::string folder = environment("XDG_CONFIG_HOME");
+    std::string folder = run::environment_variable("XDG_CONFIG_HOME");
     if (folder.empty() || folder.front() != '/') {  // a relative one is to be ignored
         const std::string home = home_folder();
         if (home.empty()) return {};

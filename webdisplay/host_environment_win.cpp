@@ -7,11 +7,9 @@
 #include <shellapi.h>
 #include <shlobj.h>
 
-#include <cstdio>
 #include <memory>
 #include <type_traits>
 
-#include "core/limits.h"
 #include "loam/path.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"

@@ -23,7 +23,7 @@ struct live_options {
     bool gpu = false;
     bool verbose = false;
     feed_options feed;
-    bool is_advertised = true;  // where others can reach it
+    bool is_advertised = true;  // by DNS-SD, where others can reach the page
 };
 
 // Runs until Ctrl-C, on the calling thread, which becomes the display thread. Returns the exit

@@ -6,8 +6,8 @@ namespace pennywort::host {
 
 // While one lives, the first Ctrl-C (or the system's polite request to end, or the loss of the
 // terminal or the console window) is only noted, and the program completes its file; the second one
-// ends it at once. A program that was started so that it outlives its terminal does. Where a window
-// was closed, Windows gives a program 5 s. One at a time.
+// ends it at once. A program that was started to outlive its terminal, by nohup for instance, goes
+// on without it. Where a window was closed, Windows gives a program 5 s. One at a time.
 class interrupt_watch {
 public:
     interrupt_watch();

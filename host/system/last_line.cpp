@@ -35,7 +35,7 @@ void last_line::end_line() {
     m_current.clear();
 }
 
-// Whether the line is one: a name, an equals sign and no blank before it.
+// Whether the line was a report: a name and an equals sign behind it, without a blank.
 bool last_line::take_report() {
     if (m_wanted.empty()) return false;
     const std::string_view line = m_current;

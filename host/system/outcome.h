@@ -20,7 +20,7 @@ public:
     // `text` is one line without a full stop, fit to stand behind "pennywort: ".
     static outcome failed(std::string text) { return outcome(kind::failed, std::move(text)); }
     static outcome refused(std::string text) { return outcome(kind::refused, std::move(text)); }
-    // Its text is short enough to need none itself.
+    // Its text is short enough for a string's own place, and needs no memory.
     static outcome no_memory() { return failed("out of memory"); }
     static outcome reader_closed() {
         return outcome(kind::reader_closed, "the reader of the output has closed it");

@@ -18,7 +18,7 @@ struct interface_address {
 // All of them, in the system's order; empty where the system does not tell.
 std::vector<interface_address> interface_addresses();
 
-// Of these, what own_addresses gives.
+// Those among them that own_addresses returns.
 std::vector<std::string> reachable_of(const std::vector<interface_address>& all);
 
 // The numeric addresses by which other machines can reach this one, without loopback and link-local

@@ -10,9 +10,9 @@ namespace pennywort::host {
 // The full path of a program that the user's search path holds; empty if there is none.
 std::string find_program(const std::string& name);
 
-// The part that both systems share: what `program_in` returns for the first of the folders that it
-// does not return an empty text for. The folders are separated by `separator`; they may be empty
-// texts.
+// The part that both systems share: asks `program_in` for each of the folders, which stand in one
+// text with `separator` between them and may be empty, and returns its first text that is not
+// empty; an empty one if there is none.
 template <class search>
 std::string find_in_folders(std::string_view folders, char separator, search program_in) {
     for (;;) {

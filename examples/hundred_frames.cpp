@@ -83,8 +83,8 @@ void show(const char* url) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const bool started = start_runtime();
-    if (started) show(argc > 1 ? argv[1] : k_page);
+    const bool has_started = start_runtime();
+    if (has_started) show(argc > 1 ? argv[1] : k_page);
     cWebDisplayCEFBrowserManager::Shutdown();
-    return started ? 0 : 1;
+    return has_started ? 0 : 1;
 }

@@ -85,10 +85,10 @@ bool has_port(const xt_multiport_v1& settings, std::uint16_t port) {
 truth multiport(const match_info& info, const packet& what) {
     xt_multiport_v1 settings;
     if (info.revision != 1 || !read(info, settings)) return truth::maybe;
-    const bool has = has_port(settings, what.port());
+    const bool is_there = has_port(settings, what.port());
     const bool is_told = settings.flags == XT_MULTIPORT_DESTINATION ||
-                         (settings.flags == XT_MULTIPORT_EITHER && has);
-    return is_told ? inverted_if(settings.invert != 0, certain(has)) : truth::maybe;
+                         (settings.flags == XT_MULTIPORT_EITHER && is_there);
+    return is_told ? inverted_if(settings.invert != 0, certain(is_there)) : truth::maybe;
 }
 
 // The receiver's address is this machine's own.
@@ -114,8 +114,8 @@ truth tcp(const match_info& info, const packet& what) {
     xt_tcp settings;
     if (!read(info, settings)) return truth::maybe;
     const bool is_any_sender = settings.spts[0] == 0 && settings.spts[1] == k_highest_port;
-    const bool has = what.port() >= settings.dpts[0] && what.port() <= settings.dpts[1];
-    truth so = inverted_if((settings.invflags & XT_TCP_INV_DSTPT) != 0, certain(has));
+    const bool is_there = what.port() >= settings.dpts[0] && what.port() <= settings.dpts[1];
+    truth so = inverted_if((settings.invflags & XT_TCP_INV_DSTPT) != 0, certain(is_there));
     so = both(so, inverted_if((settings.invflags & XT_TCP_INV_SRCPT) != 0,
                               is_any_sender ? truth::yes : truth::maybe));
     so = both(so,

@@ -159,14 +159,14 @@ long cHttpSession_winhttp::make_request(const proxy_choice& proxy, const zRecord
 }
 
 bool cHttpSession_winhttp::is_target_known() const {
-    return m_target_url == m_url.View() && m_target_by_scheme == settings().tlsByScheme &&
+    return m_target_url == m_url.View() && m_is_target_by_scheme == settings().tlsByScheme &&
            !m_target_url.empty();
 }
 
 long cHttpSession_winhttp::know_target() {
     if (is_target_known()) return k_ok;
     m_target_url.clear();
-    m_target_by_scheme = settings().tlsByScheme;
+    m_is_target_by_scheme = settings().tlsByScheme;
     const long result = split_url(m_target);
     if (result == k_ok) m_target_url = m_url.View();
     return result;
@@ -191,16 +191,16 @@ long cHttpSession_winhttp::split_url(target& to) const {
 
 // What the user has set is asked for once in a session's life: the answer can take a while.
 proxy_choice cHttpSession_winhttp::user_choice() {
-    if (!m_proxy_cached) {
+    if (!m_is_proxy_cached) {
         if (const std::optional<http::user_proxy> user = m_user_proxy()) {
             m_proxy = user->servers;
             m_proxy_bypass = user->bypass;
             m_proxy_auto_detect = user->is_auto_detected ? 1 : 0;
             m_proxy_auto_config_url = user->auto_config_url;
-            m_proxy_cached = true;
+            m_is_proxy_cached = true;
         }
     }
-    if (!m_proxy_cached) return {false, {}, {}};
+    if (!m_is_proxy_cached) return {false, {}, {}};
     const bool is_automatic = m_proxy_auto_detect != 0 || !m_proxy_auto_config_url.Empty();
     return {is_automatic, std::string(m_proxy.View()), std::string(m_proxy_bypass.View())};
 }

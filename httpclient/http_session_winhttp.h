@@ -104,7 +104,7 @@ private:
     std::int64_t m_content_length = 0;  // 0: not known
     std::unique_ptr<http_transport> m_transport;
     long m_last_result = k_no_request;
-    bool m_proxy_cached = false;
+    bool m_is_proxy_cached = false;
     zString m_proxy;
     zString m_proxy_bypass;
     std::uint32_t m_proxy_auto_detect = 0;
@@ -115,7 +115,7 @@ private:
     // Most sessions ask for one and the same URL again: it is taken apart once.
     target m_target;
     std::string m_target_url;  // whose parts those are; empty: nobody's
-    bool m_target_by_scheme = false;
+    bool m_is_target_by_scheme = false;
 };
 
 }  // namespace pennywort::httpclient

@@ -122,25 +122,25 @@ bool run_routine(void (*routine)(), std::int32_t tag, const char* what) {
     if (routine == nullptr) return true;
     boot_registry& all = registry();
     const bool was_in_routine = std::exchange(all.is_in_routine, true);
-    bool fine = false;
+    bool is_fine = false;
     try {
         routine();
-        fine = true;
+        is_fine = true;
     } catch (const std::exception& error) {
         trace(what, tag, error.what());
     } catch (...) {
         trace(what, tag, "unknown exception");
     }
     all.is_in_routine = was_in_routine;
-    return fine;
+    return is_fine;
 }
 
 bool start_module(const module_entry& entry) {
     boot_registry& all = registry();
     all.set_phase(entry.module, module_phase::starting);
-    const bool fine = run_routine(entry.start, entry.tag, "start");
-    all.set_phase(entry.module, fine ? module_phase::started : module_phase::stopped, !fine);
-    return fine;
+    const bool is_fine = run_routine(entry.start, entry.tag, "start");
+    all.set_phase(entry.module, is_fine ? module_phase::started : module_phase::stopped, !is_fine);
+    return is_fine;
 }
 
 void boot_bare_tag(std::int32_t tag, void (*boot)()) {

@@ -88,10 +88,10 @@ bool turn_once(GMainContext* context, clock::duration at_most) {
     g_main_context_prepare(context, &priority);
     context_turn turn = query(context, priority);
     wait_for(context, turn, at_most);
-    const bool ready = g_main_context_check(context, priority, turn.descriptors.data(),
-                                            static_cast<int>(turn.descriptors.size())) != 0;
-    if (ready) g_main_context_dispatch(context);
-    return ready;
+    const bool is_ready = g_main_context_check(context, priority, turn.descriptors.data(),
+                                               static_cast<int>(turn.descriptors.size())) != 0;
+    if (is_ready) g_main_context_dispatch(context);
+    return is_ready;
 }
 
 class glib_loop final : public loop_state {
@@ -132,11 +132,11 @@ public:
             sleep_micro(microseconds);
             return false;
         }
-        bool done = turn_once(m_context, end - clock::now());
+        bool has_done = turn_once(m_context, end - clock::now());
         // A turn may end early with nothing to do, when another thread has added a source.
-        while (!done && clock::now() < end) done = turn_once(m_context, end - clock::now());
+        while (!has_done && clock::now() < end) has_done = turn_once(m_context, end - clock::now());
         g_main_context_release(m_context);
-        return done;
+        return has_done;
     }
 
     zStatus post(std::function<void()> work) override {

@@ -119,12 +119,12 @@ public:
     bool run_once(std::uint32_t microseconds) override {
         const auto end = clock::now() + std::chrono::microseconds(microseconds);
         held_quit quit;
-        bool done = dispatch_ready(quit);
+        bool has_done = dispatch_ready(quit);
         // A wait may end with nothing to dispatch: another thread may have sent a message.
-        while (!done && clock::now() < end && wait_for_messages(end - clock::now())) {
-            done = dispatch_ready(quit);
+        while (!has_done && clock::now() < end && wait_for_messages(end - clock::now())) {
+            has_done = dispatch_ready(quit);
         }
-        return done;
+        return has_done;
     }
 
     zStatus post(std::function<void()> work) override {
@@ -194,7 +194,7 @@ private:
     }
 
     bool dispatch_ready(held_quit& quit) {
-        bool done = false;
+        bool has_done = false;
         MSG message;
         for (int i = 0; i < k_most_messages; ++i) {
             if (!PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) break;
@@ -204,11 +204,11 @@ private:
             }
             quit.give_back();
             const bool was_work = is_work(message);
-            done = dispatch(message) || done;
+            has_done = dispatch(message) || has_done;
             // Work that posts work must not keep its caller here.
-            if (was_work && done) break;
+            if (was_work && has_done) break;
         }
-        return done;
+        return has_done;
     }
 
     // False when the system cannot wait.

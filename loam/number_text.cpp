@@ -12,8 +12,8 @@ namespace {
 
 // std::from_chars knows no plus sign, and "+-1" must not become a number by dropping one.
 std::string_view without_plus(std::string_view text) {
-    const bool plus = text.size() > 1 && text[0] == '+' && text[1] != '-';
-    return plus ? text.substr(1) : text;
+    const bool has_plus = text.size() > 1 && text[0] == '+' && text[1] != '-';
+    return has_plus ? text.substr(1) : text;
 }
 
 template <typename number>

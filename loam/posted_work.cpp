@@ -25,12 +25,12 @@ bool posted_work::run_some() {
         const std::lock_guard lock(m_mutex);
         left = m_waiting.size();
     }
-    const bool any = left > 0;
+    const bool has_any = left > 0;
     ++m_depth;
     // A nested loop may have taken the rest in between.
     for (std::function<void()> work; left > 0 && (work = take()); --left) call(work);
     --m_depth;
-    return any;
+    return has_any;
 }
 
 void posted_work::close() {

@@ -149,9 +149,9 @@ zString& zString::SplitAtFirst(zString* other, const char* separator) {
     settle();
     const std::string_view cut = counted(separator, k_to_nul);
     const std::size_t at = cut.empty() ? std::string::npos : m_text.find(cut);
-    const bool found = at != std::string::npos;
-    if (other != nullptr) *other = found ? m_text.substr(at + cut.size()) : std::string();
-    if (found) m_text.resize(at);
+    const bool is_found = at != std::string::npos;
+    if (other != nullptr) *other = is_found ? m_text.substr(at + cut.size()) : std::string();
+    if (is_found) m_text.resize(at);
     return *this;
 }
 

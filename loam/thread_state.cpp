@@ -11,7 +11,7 @@ namespace loam {
 thread_state::thread_state(const char* name, zThreadMain* body) : m_name(name), m_body(body) {}
 
 thread_state::~thread_state() {
-    if (m_handle_stored && !m_is_joined) release_native();
+    if (m_has_handle && !m_is_joined) release_native();
 }
 
 std::shared_ptr<thread_state> thread_state::make(const char* name, zThreadMain* body) {
@@ -27,8 +27,8 @@ bool thread_state::start(const std::shared_ptr<thread_state>& state) {
             "zThread::Factory: the system gives no thread (err=%d)\n", error);
         return false;
     }
-    state->m_handle_stored = true;
-    state->m_handle_stored.notify_all();
+    state->m_has_handle = true;
+    state->m_has_handle.notify_all();
     return true;
 }
 
@@ -45,10 +45,10 @@ void thread_state::join() {
 void thread_state::run() {
     const std::shared_ptr<thread_state> self = std::move(m_self);
     m_own_id = std::this_thread::get_id();
-    m_handle_stored.wait(false);
+    m_has_handle.wait(false);
     name_thread(m_name);
     run_body();
-    m_running.store(false, std::memory_order_release);
+    m_is_running.store(false, std::memory_order_release);
 }
 
 void thread_state::trace_exception() const {

@@ -29,7 +29,7 @@ public:
 
     void join();
     bool is_own_thread() const;
-    bool is_running() const { return m_running.load(std::memory_order_acquire); }
+    bool is_running() const { return m_is_running.load(std::memory_order_acquire); }
     // Runs on the new thread: calls the body's Main and notes its end.
     void run();
 
@@ -46,10 +46,10 @@ private:
 
     std::string m_name;
     zThreadMain* m_body;
-    std::atomic<bool> m_running{true};
+    std::atomic<bool> m_is_running{true};
     // The new thread waits for this: when it is the last to go, it gives its own handle back. Not
     // the mutex below: whoever joins holds that until the thread has ended.
-    std::atomic<bool> m_handle_stored{false};
+    std::atomic<bool> m_has_handle{false};
     std::atomic<std::thread::id> m_own_id{};
     ready_mutex m_join_mutex;
     bool m_is_joined = false;

@@ -47,7 +47,7 @@ void thread_state::run_body() {
         m_body->Main(1, arguments);
     } catch (const abi::__forced_unwind&) {
         // pthread_exit: to swallow it would end the process.
-        m_running.store(false, std::memory_order_release);
+        m_is_running.store(false, std::memory_order_release);
         throw;
     } catch (...) {
         trace_exception();

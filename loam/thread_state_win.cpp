@@ -72,10 +72,10 @@ bool wait_on_timer(std::chrono::microseconds time) {
     if (timer == nullptr) return false;
     LARGE_INTEGER due{};
     due.QuadPart = -time.count() * 10;  // negative: from now on, in units of 100 ns
-    const bool set = SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE) != 0;
-    const bool waited = set && WaitForSingleObject(timer, INFINITE) == WAIT_OBJECT_0;
+    const bool is_set = SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE) != 0;
+    const bool has_waited = is_set && WaitForSingleObject(timer, INFINITE) == WAIT_OBJECT_0;
     CloseHandle(timer);
-    return waited;
+    return has_waited;
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ std::atomic<int> g_count{0};
 
 struct live_browser {
     cef::ref<cef_browser_t> browser;
-    bool asked_to_close = false;
+    bool was_asked_to_close = false;
 };
 
 // Touched on the UI thread only. Never destroyed: a runtime that was left running may be gone when
@@ -68,7 +68,7 @@ void close_all() {
     // Collected first, since closing may take a browser out of the list at once.
     std::vector<cef::ref<cef_browser_t>> closing;
     for (auto& entry : browsers()) {
-        if (!std::exchange(entry.asked_to_close, true)) closing.push_back(entry.browser);
+        if (!std::exchange(entry.was_asked_to_close, true)) closing.push_back(entry.browser);
     }
     for (const auto& browser : closing) {
         const cef::ref<cef_browser_host_t> host(browser->get_host(browser.get()));

@@ -56,7 +56,7 @@ public:
     bool is_usable() const { return m_descriptor >= 0; }
 
     void start_periodic(int period_ms) override {
-        m_periodic = true;
+        m_is_periodic = true;
         const timespec period = as_timespec(period_ms * k_ns_per_ms);
         const itimerspec setting{period, period};
         timerfd_settime(m_descriptor, 0, &setting, nullptr);
@@ -77,7 +77,7 @@ public:
     }
 
     void request_in(std::chrono::nanoseconds delay) override {
-        if (m_periodic.load(std::memory_order_relaxed)) return;
+        if (m_is_periodic.load(std::memory_order_relaxed)) return;
         const std::int64_t delay_ns =
             std::clamp<std::int64_t>(delay.count(), 0, k_longest_delay_ns);
         const std::int64_t due = std::max(now_ns() + delay_ns, m_rest_until_ns.load());
@@ -174,7 +174,7 @@ private:
     GSource* m_source = nullptr;
     gint64 m_idle_us = 0;
     gint64 m_idle_at_us = 0;  // when a tick comes that nobody asked for; 0: never
-    std::atomic<bool> m_periodic{false};
+    std::atomic<bool> m_is_periodic{false};
     std::atomic<std::int64_t> m_rest_until_ns{0};
     std::atomic<std::int64_t> m_due_ns{k_nobody_asked};
 };

@@ -106,7 +106,7 @@ public:
     }
 
     void start_periodic(int period_ms) override {
-        m_periodic = true;
+        m_is_periodic = true;
         if (make_window()) set_window_timer(m_window, k_timer, static_cast<UINT>(period_ms));
     }
 
@@ -120,13 +120,13 @@ public:
     void stop() override {
         const HWND window = m_window.exchange(nullptr);
         if (window == nullptr) return;
-        check(KillTimer(window, m_periodic ? k_timer : k_idle_timer), "KillTimer");
+        check(KillTimer(window, m_is_periodic ? k_timer : k_idle_timer), "KillTimer");
         set_window_value(window, GWLP_USERDATA, 0);
         check(DestroyWindow(window), "DestroyWindow");
     }
 
     void request_in(std::chrono::nanoseconds delay) override {
-        if (m_periodic.load(std::memory_order_relaxed)) return;
+        if (m_is_periodic.load(std::memory_order_relaxed)) return;
         const std::int64_t delay_ns =
             std::clamp<std::int64_t>(delay.count(), 0, k_longest_delay_ns);
         const std::int64_t now = now_ns();
@@ -263,7 +263,7 @@ private:
     HANDLE m_alarm = nullptr;
     HANDLE m_wait = nullptr;
     UINT m_idle_ms = 0;
-    std::atomic<bool> m_periodic{false};
+    std::atomic<bool> m_is_periodic{false};
     std::atomic<std::int64_t> m_rest_until_ns{0};
     std::atomic<std::int64_t> m_due_ns{k_nobody_asked};
 };

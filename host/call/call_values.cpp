@@ -219,14 +219,14 @@ bool is_for_xml(const std::string& text) {
 std::string set_value(Value value, const json& from) { return set_at_depth(value, from, 0); }
 
 bool get_value(const Value& value, json& out) {
-    bool flag = false;
+    bool is_true = false;
     switch (value.GetType()) {
         case Type::int32:
         case Type::int64:
         case Type::real:
             return get_number(value, out);
         case Type::boolean:
-            return put(value.AsBool(flag), flag, out);
+            return put(value.AsBool(is_true), is_true, out);
         case Type::text:
             return get_text(value, out);
         case Type::date:

@@ -115,7 +115,7 @@ private:
     outcome m_written = outcome::fine();
     clock::time_point m_start = clock::now();
     clock::time_point m_next_line = m_start;
-    bool m_line_shown = false;
+    bool m_is_line_shown = false;
     bool m_has_head = false;  // of the response
 };
 
@@ -209,12 +209,12 @@ void download::show_progress() {
     std::fprintf(m_out.errors(), "\r\x1b[K%s",
                  fetch_line(received, total, passed.count(), columns).c_str());
     std::fflush(m_out.errors());
-    m_line_shown = true;
+    m_is_line_shown = true;
 }
 
 void download::clear_progress() {
-    if (m_line_shown) std::fputs("\r\x1b[K", m_out.errors());
-    m_line_shown = false;
+    if (m_is_line_shown) std::fputs("\r\x1b[K", m_out.errors());
+    m_is_line_shown = false;
 }
 
 std::string download::words_for(long result) const {

@@ -93,8 +93,8 @@ public:
 // Without it nobody finds the page, or gets in.
 void tell_address(const console& out, const std::string& address) {
     // A terminal takes the line at once, so that only the first of the two calls reports a failure.
-    const bool written = std::fprintf(out.output(), "%s\n", address.c_str()) >= 0;
-    if (std::fflush(out.output()) == 0 && written && out.has_output()) return;
+    const bool is_written = std::fprintf(out.output(), "%s\n", address.c_str()) >= 0;
+    if (std::fflush(out.output()) == 0 && is_written && out.has_output()) return;
     std::fprintf(out.errors(),
                  "pennywort: standard output takes nothing; the control page is at %s\n",
                  address.c_str());
@@ -204,7 +204,7 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     live_pictures pictures;
     live_display display(options, pictures);
     live_control control(display, pictures, {options.urls.begin() + 1, options.urls.end()});
-    const trace_tap traces(control, out, options.verbose);
+    const trace_tap traces(control, out, options.is_verbose);
     if (!display.open(control)) return fail(out, "the display cannot be opened");
     display.look_after();
     const std::string token = is_loopback(options.listen) ? std::string() : random_token();
@@ -237,7 +237,7 @@ int live(const live_options& options, const console& out) {
     auto server = std::make_unique<live_server>(options);
     const zStatus listening = server->status();
     if (listening != 0) return fail(out, listen_failure(options, listening));
-    const browser_runtime browser(pump_pacing::on_request, options.gpu);
+    const browser_runtime browser(pump_pacing::on_request, options.uses_gpu);
     if (!browser.up()) return fail(out, browser_runtime::failure());
     return show(options, out, std::move(server), interrupt);
 }

@@ -18,10 +18,10 @@ struct live_options {
     double frames_per_second = 50;
     std::int32_t port = 8080;  // 0: one that the system chooses
     std::string listen = "127.0.0.1";
-    bool transparent = false;
+    bool is_transparent = false;
     bool is_muted = false;
-    bool gpu = false;
-    bool verbose = false;
+    bool uses_gpu = false;
+    bool is_verbose = false;
     feed_options feed;
     bool is_advertised = true;  // by DNS-SD, where others can reach the page
 };

@@ -60,13 +60,14 @@ void live_command::add_options(CLI::App& parser) {
             "--on-message", m_on_message,
             "JavaScript run for each of them, which is the text 'message'; @FILE for a file")
         ->type_name("JS");
-    parser.add_flag("--transparent", m_options.transparent,
+    parser.add_flag("--transparent", m_options.is_transparent,
                     "Keep the page's alpha, shown over black");
     parser.add_flag("--mute", m_options.is_muted, "Pages are silent");
     parser.add_flag("!--no-advertise", m_options.is_advertised,
                     "Do not tell the local network of the control page");
-    parser.add_flag("--gpu", m_options.gpu, "Use the machine's display and GPU");
-    parser.add_flag("--verbose", m_options.verbose, "Also print traces, and what the browser says");
+    parser.add_flag("--gpu", m_options.uses_gpu, "Use the machine's display and GPU");
+    parser.add_flag("--verbose", m_options.is_verbose,
+                    "Also print traces, and what the browser says");
     refuse_empty_values(parser);
 }
 

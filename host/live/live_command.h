@@ -17,7 +17,7 @@ public:
     const char* footer() const override;
     void add_options(CLI::App& parser) override;
     std::string take_arguments() override;
-    bool is_verbose() const override { return m_options.verbose; }
+    bool is_verbose() const override { return m_options.is_verbose; }
     int run(const console& out) override;
 
     // What the arguments ask for, once they have been taken.

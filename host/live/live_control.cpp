@@ -158,8 +158,8 @@ live_answer live_control::result(std::uint64_t id) const {
     if (found == m_scripts.end()) return refused(404, "there is no script of that id");
     const auto& script = found->second;
     if (script.kind.empty()) {
-        const bool lost = m_clock.now() - script.asked > k_max_script_wait;
-        return with(200, {{"id", id}, {"state", lost ? "lost" : "waiting"}});
+        const bool is_lost = m_clock.now() - script.asked > k_max_script_wait;
+        return with(200, {{"id", id}, {"state", is_lost ? "lost" : "waiting"}});
     }
     return with(200, {{"id", id}, {"state", script.kind}, {"result", script.result}});
 }

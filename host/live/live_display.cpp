@@ -26,7 +26,7 @@ zRecord settings_of(const live_options& options) {
     settings.SetString("web_url", options.urls.front());
     settings.SetInt32("web_width", static_cast<std::int32_t>(options.width));
     settings.SetInt32("web_height", static_cast<std::int32_t>(options.height));
-    settings.SetBool("web_transparent", options.transparent);
+    settings.SetBool("web_transparent", options.is_transparent);
     settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_refuse_printing", true);
     settings.SetInt32("web_max_popups", k_max_popups);

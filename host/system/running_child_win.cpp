@@ -155,8 +155,9 @@ public:
         constexpr DWORD k_flags =
             CREATE_NO_WINDOW | CREATE_SUSPENDED | EXTENDED_STARTUPINFO_PRESENT;
         // Work that gives way to the page makes what it starts give way too.
-        const bool in_background = GetThreadPriority(GetCurrentThread()) < THREAD_PRIORITY_NORMAL;
-        const DWORD priority = in_background ? BELOW_NORMAL_PRIORITY_CLASS : 0;
+        const bool is_in_background =
+            GetThreadPriority(GetCurrentThread()) < THREAD_PRIORITY_NORMAL;
+        const DWORD priority = is_in_background ? BELOW_NORMAL_PRIORITY_CLASS : 0;
         PROCESS_INFORMATION made{};
         if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
                             k_flags | priority, nullptr, nullptr, &m_info.StartupInfo, &made)) {
@@ -282,14 +283,14 @@ child_process::write_result running_child::write_some(const char* bytes, std::si
         GetLastError() != ERROR_IO_PENDING) {
         return child_process::write_result::closed;
     }
-    const bool in_time = WaitForSingleObject(call.hEvent, as_wait(patience)) == WAIT_OBJECT_0;
+    const bool is_in_time = WaitForSingleObject(call.hEvent, as_wait(patience)) == WAIT_OBJECT_0;
     // The buffer is the caller's: a write that is late must be over before he has it back.
-    if (!in_time) CancelIoEx(input, &call);
+    if (!is_in_time) CancelIoEx(input, &call);
     DWORD some = 0;
     const bool is_done = GetOverlappedResult(input, &call, &some, TRUE) != 0;
     taken = some;
     if (is_done) return child_process::write_result::written;
-    return in_time ? child_process::write_result::closed : child_process::write_result::stalled;
+    return is_in_time ? child_process::write_result::closed : child_process::write_result::stalled;
 }
 
 void running_child::close_input() { m_native->input.reset(); }

@@ -1,5 +1,5 @@
-// other_bytes_test_win.cpp - texts that are not UTF-8 are the affair of the system's library. Avahi's
-// cannot take them: other_bytes_test_linux.cpp.
+// other_bytes_test_win.cpp - texts that are not UTF-8 are the affair of the system's library.
+// Avahi's cannot take them: other_bytes_test_linux.cpp.
 #include "tests/discovery/fake_network.h"
 
 namespace pennywort::tests {

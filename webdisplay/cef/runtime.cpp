@@ -20,9 +20,9 @@ namespace {
 constexpr int k_api_version = 13300;
 
 function_table g_functions;
-std::atomic<bool> g_loaded{false};
-std::atomic<bool> g_running{false};
-bool g_start_tried = false;
+std::atomic<bool> g_is_loaded{false};
+std::atomic<bool> g_is_running{false};
+bool g_was_start_tried = false;
 startup_guard* g_guard = nullptr;  // while the runtime starts
 
 std::string find_library(const std::vector<std::string>& folders) {
@@ -112,8 +112,8 @@ bool initialise(cef_settings_t& settings, ref<cef_app_t> app) {
 }  // namespace
 
 const function_table& api() noexcept { return g_functions; }
-bool loaded() noexcept { return g_loaded; }
-bool running() noexcept { return g_running; }
+bool loaded() noexcept { return g_is_loaded; }
+bool running() noexcept { return g_is_running; }
 
 std::vector<std::string> folders(const std::string& program_folder) {
     const std::string root = run::environment_variable("CEF_ROOT");
@@ -122,7 +122,7 @@ std::vector<std::string> folders(const std::string& program_folder) {
 }
 
 outcome<> load(const std::vector<std::string>& folders) {
-    if (g_loaded) return {};
+    if (g_is_loaded) return {};
     const std::string path = find_library(folders);
     if (path.empty()) {
         return broken(std::string("The browser runtime (") + library_name() + ") is not in " +
@@ -137,24 +137,24 @@ outcome<> load(const std::vector<std::string>& folders) {
     if (!step) return step;
     library->Keep();
     g_functions = functions;
-    g_loaded = true;
+    g_is_loaded = true;
     return {};
 }
 
 outcome<> start(cef_settings_t& settings, ref<cef_app_t> app) {
-    if (g_running) return {};
-    if (g_start_tried) {
+    if (g_is_running) return {};
+    if (g_was_start_tried) {
         return broken(
             "The browser runtime was started in this process before; it can be started once "
             "only, so restart the program");
     }
     const std::unique_ptr<startup_guard> guard = startup_guard::make();
-    g_start_tried = true;
+    g_was_start_tried = true;
     g_guard = guard.get();
-    g_running = initialise(settings, std::move(app));
+    g_is_running = initialise(settings, std::move(app));
     g_guard = nullptr;
-    guard->restore(g_running);
-    if (g_running) return {};
+    guard->restore(g_is_running);
+    if (g_is_running) return {};
     return broken("The browser runtime did not start (exit code " +
                   std::to_string(g_functions.cef_get_exit_code()) + "); its log file " +
                   utf8(&settings.log_file) + " says more");
@@ -165,16 +165,16 @@ void hear_wishes_meanwhile() {
 }
 
 void stop() {
-    if (!g_loaded || !g_start_tried) return;
-    g_running = false;
+    if (!g_is_loaded || !g_was_start_tried) return;
+    g_is_running = false;
     g_functions.cef_shutdown();
 }
 
 void work() {
-    if (g_loaded && g_start_tried) g_functions.cef_do_message_loop_work();
+    if (g_is_loaded && g_was_start_tried) g_functions.cef_do_message_loop_work();
 }
 
-bool on_ui_thread() noexcept { return g_running && g_functions.cef_currently_on(TID_UI) != 0; }
+bool on_ui_thread() noexcept { return g_is_running && g_functions.cef_currently_on(TID_UI) != 0; }
 
 int run_helper(int argc, char** argv, cef_app_t* app) {
     const cef_main_args_t args = main_args(argc, argv);

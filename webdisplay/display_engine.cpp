@@ -74,7 +74,7 @@ bool ask_to_close(const webdisplay_cef_state& state) {
 
 webdisplay_cef_state display_engine::state() const {
     const zAutoCritical lock(m_display.m_state_lock.get());
-    return m_display.m_cef_state ? *m_display.m_cef_state : webdisplay_cef_state();
+    return m_display.m_cef_state != nullptr ? *m_display.m_cef_state : webdisplay_cef_state();
 }
 
 // --- opening
@@ -253,7 +253,8 @@ void display_engine::browser_destroyed() {
     std::shared_ptr<zSignal> ended;
     {
         const zAutoCritical lock(m_display.m_state_lock.get());
-        if (m_display.m_cef_state) gone = std::exchange(m_display.m_cef_state->browser, {});
+        if (m_display.m_cef_state != nullptr)
+            gone = std::exchange(m_display.m_cef_state->browser, {});
         ended = m_display.m_close_signal;
     }
     if (ended) ended->Set();
@@ -268,7 +269,7 @@ void display_engine::load_next() {
     webdisplay_cef_state state;
     {
         const zAutoCritical lock(m_display.m_state_lock.get());
-        if (m_display.m_cef_state) state = *m_display.m_cef_state;
+        if (m_display.m_cef_state != nullptr) state = *m_display.m_cef_state;
         // The client loads it when the browser appears.
         if (!state.browser) m_display.m_load_pending = true;
     }

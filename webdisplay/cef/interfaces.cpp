@@ -265,7 +265,7 @@ CefLifeSpanHandler::CefLifeSpanHandler() {
             const ref<cef_frame_t> held_frame(frame);
             // An argument in and out: the popup's client, which we leave as it is, comes counted
             // too.
-            const ref<cef_client_t> held_client(client ? *client : nullptr);
+            const ref<cef_client_t> held_client(client != nullptr ? *client : nullptr);
             return guarded(1, "CefLifeSpanHandler", [&] {
                 auto* owner = decltype(m_struct)::of(self);
                 ref<cef_dictionary_value_t> extra;

@@ -59,10 +59,10 @@ bool is_of_runtime(const GSource* source) {
     const auto* functions = source->source_funcs;
     Dl_info info{};
     if (functions == nullptr || functions->prepare == nullptr) return false;
-    if (!dladdr(reinterpret_cast<void*>(functions->prepare), &info) || !info.dli_fname)
+    if (!dladdr(reinterpret_cast<void*>(functions->prepare), &info) || info.dli_fname == nullptr)
         return false;
     const char* name = std::strrchr(info.dli_fname, '/');
-    return std::strcmp(name ? name + 1 : info.dli_fname, library_name()) == 0;
+    return std::strcmp(name != nullptr ? name + 1 : info.dli_fname, library_name()) == 0;
 }
 
 // The source that carries X events polls the connection to the X server, a socket. It must stay:

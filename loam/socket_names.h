@@ -21,13 +21,19 @@ inline sockaddr* space_of(socket_address& address) {
     return reinterpret_cast<sockaddr*>(address.bytes);
 }
 
+// `made` is of the system's own type for its family.
+template <class Native>
+void put_in(socket_address& address, const Native& made) {
+    std::memcpy(address.bytes, &made, sizeof made);
+    address.size = sizeof made;
+}
+
 inline void fill_ipv6(socket_address& address, const in6_addr& host, std::uint16_t port) {
     sockaddr_in6 target{};
     target.sin6_family = AF_INET6;
     target.sin6_port = htons(port);
     target.sin6_addr = host;
-    std::memcpy(address.bytes, &target, sizeof target);
-    address.size = sizeof target;
+    put_in(address, target);
 }
 
 inline void fill_ipv4(socket_address& address, const in_addr& host, std::uint16_t port) {
@@ -35,8 +41,7 @@ inline void fill_ipv4(socket_address& address, const in_addr& host, std::uint16_
     target.sin_family = AF_INET;
     target.sin_port = htons(port);
     target.sin_addr = host;
-    std::memcpy(address.bytes, &target, sizeof target);
-    address.size = sizeof target;
+    put_in(address, target);
 }
 
 // A socket of IPv6 knows the addresses of IPv4 behind the prefix ::ffff:.

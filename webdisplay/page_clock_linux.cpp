@@ -1,4 +1,5 @@
-// page_clock_linux.cpp - Linux half of page_clock.h. Windows half: page_clock_win.cpp.
+// page_clock_linux.cpp - Linux half of page_clock.h. Windows half: page_clock_win.cpp; what they
+// share: page_clock.cpp.
 #include "webdisplay/page_clock.h"
 
 #include <dlfcn.h>
@@ -12,25 +13,20 @@
 #include <span>
 #include <string_view>
 
+#include "webdisplay/page_moment.h"
+
 namespace pennywort::webdisplay {
 
 namespace {
 
-constexpr std::int64_t k_nanoseconds = 1'000'000'000;
 constexpr std::string_view k_clock = "clock_gettime";
 
-struct moment_state {
-    bool is_set = false;
-    bool was_read = false;
-    std::int64_t nanoseconds = 0;
-};
-thread_local moment_state t_moment;
-
 int page_clock_gettime(clockid_t clock, timespec* out) noexcept {
-    if (!t_moment.is_set || clock != CLOCK_MONOTONIC) return clock_gettime(clock, out);
-    t_moment.was_read = true;
-    out->tv_sec = t_moment.nanoseconds / k_nanoseconds;
-    out->tv_nsec = t_moment.nanoseconds % k_nanoseconds;
+    moment_state& moment = moment_of_thread();
+    if (!moment.is_set || clock != CLOCK_MONOTONIC) return clock_gettime(clock, out);
+    moment.was_read = true;
+    out->tv_sec = moment.nanoseconds / k_nanoseconds_a_second;
+    out->tv_nsec = moment.nanoseconds % k_nanoseconds_a_second;
     return 0;
 }
 
@@ -136,13 +132,5 @@ outcome<> lead_clock_of(const void* address) {
     if (!is_led) return failure{k_failed, "its library does not import clock_gettime"};
     return {};
 }
-
-page_moment::page_moment(std::int64_t nanoseconds) noexcept {
-    t_moment = {true, false, nanoseconds};
-}
-
-page_moment::~page_moment() { t_moment.is_set = false; }
-
-bool page_moment::was_read() const noexcept { return t_moment.was_read; }
 
 }  // namespace pennywort::webdisplay

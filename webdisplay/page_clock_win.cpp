@@ -1,24 +1,18 @@
-// page_clock_win.cpp - Windows half of page_clock.h. Linux half: page_clock_linux.cpp.
+// page_clock_win.cpp - Windows half of page_clock.h. Linux half: page_clock_linux.cpp; what they
+// share: page_clock.cpp.
 #include "webdisplay/page_clock.h"
 
 #include <windows.h>
 
 #include <string_view>
 
+#include "webdisplay/page_moment.h"
+
 namespace pennywort::webdisplay {
 
 namespace {
 
-constexpr std::int64_t k_nanoseconds = 1'000'000'000;
 constexpr std::string_view k_clock = "QueryPerformanceCounter";
-
-// No destructor: the runtime's threads outlive this library's statics.
-struct moment_state {
-    bool is_set = false;
-    bool was_read = false;
-    std::int64_t nanoseconds = 0;
-};
-thread_local moment_state t_moment;
 
 // The same for the whole life of the machine.
 std::int64_t ticks_a_second() {
@@ -30,16 +24,17 @@ std::int64_t ticks_a_second() {
 // In two parts, since the product of a day's nanoseconds and the frequency does not fit.
 std::int64_t ticks_of(std::int64_t nanoseconds) {
     static const std::int64_t frequency = ticks_a_second();
-    const std::int64_t rest = nanoseconds % k_nanoseconds;
+    const std::int64_t rest = nanoseconds % k_nanoseconds_a_second;
     // Rounded up: the reader divides again, and would find a tick less.
-    return nanoseconds / k_nanoseconds * frequency +
-           (rest * frequency + k_nanoseconds - 1) / k_nanoseconds;
+    return nanoseconds / k_nanoseconds_a_second * frequency +
+           (rest * frequency + k_nanoseconds_a_second - 1) / k_nanoseconds_a_second;
 }
 
 BOOL WINAPI page_performance_counter(LARGE_INTEGER* out) {
-    if (!t_moment.is_set) return QueryPerformanceCounter(out);
-    t_moment.was_read = true;
-    out->QuadPart = ticks_of(t_moment.nanoseconds);
+    moment_state& moment = moment_of_thread();
+    if (!moment.is_set) return QueryPerformanceCounter(out);
+    moment.was_read = true;
+    out->QuadPart = ticks_of(moment.nanoseconds);
     return TRUE;
 }
 
@@ -105,13 +100,5 @@ outcome<> lead_clock_of(const void* address) {
     }
     return failure{k_failed, "its library does not import QueryPerformanceCounter"};
 }
-
-page_moment::page_moment(std::int64_t nanoseconds) noexcept {
-    t_moment = {true, false, nanoseconds};
-}
-
-page_moment::~page_moment() { t_moment.is_set = false; }
-
-bool page_moment::was_read() const noexcept { return t_moment.was_read; }
 
 }  // namespace pennywort::webdisplay

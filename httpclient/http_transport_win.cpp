@@ -51,8 +51,9 @@ public:
         const HINTERNET closing = m_handle.exchange(nullptr);
         if (closing == nullptr) return;
         if (::WinHttpCloseHandle(closing) == FALSE) {
+            const DWORD error = ::GetLastError();
             zTraceManager::Default()->TraceNote(
-                "cHttpSession_winhttp: WinHttpCloseHandle failed (err=%lu)\n", ::GetLastError());
+                "cHttpSession_winhttp: WinHttpCloseHandle failed (err=%lu)\n", error);
         }
     }
 

@@ -63,12 +63,12 @@ std::unique_ptr<folder_claim> folder_claim::make(const std::string& folder) {
 std::string make_private_folder(const std::string& name) {
     wchar_t temporary[MAX_PATH + 1];
     const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(temporary)), temporary);
-    zString id;
     if (length == 0 || length > MAX_PATH) {
         const DWORD error = GetLastError();
         trace_failure("GetTempPathW", error);
         return {};
     }
+    zString id;
     if (*zIDGenerator::GenerateUUID(id) == '\0') return {};
     zFSPath path(loam::utf8_text({temporary, length}).c_str());
     path.GoChild((name + "-" + id.CString()).c_str());

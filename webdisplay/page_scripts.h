@@ -75,6 +75,11 @@ std::string page_driver_script();
 std::string films_at(std::int64_t microseconds);
 // Hands it the next bytes of such a file of `total`; none at all where it cannot be read.
 std::string file_part(const std::string& url_as_json, std::size_t total, std::string_view bytes);
+// Waits for the page's turn of requestAnimationFrame, and has the time for its value that the page
+// is told in it. By the browser's own, which is kept in each document before the page's scripts can
+// put theirs in its place: one that goes by a timer would never come while the page's time stands.
+extern const char* const k_turn_keeper;
+inline constexpr const char* k_turn = "window['thinternal turn']()";
 // What the page has asked for so far and shows nothing without: fonts, images, films.
 extern const char* const k_settled;
 // The same for a page whose start waits for nothing that is on its way.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -19,7 +20,6 @@ using namespace std::chrono_literals;
 using json = nlohmann::json;
 
 constexpr auto k_blank_interval = 20ms;
-constexpr int k_max_blanks = 100;
 // A load's beginning is stamped by the browser's own process, with the machine's clock.
 constexpr auto k_rest = 5ms;
 // The browser says nothing when it becomes ready to take a frame. To ask costs some microseconds,
@@ -31,22 +31,13 @@ constexpr auto k_move_limit = 30'000ms;
 constexpr auto k_short_patience = 500ms;
 // Behind a fetch that has not ended, such as one that is meant to stay open.
 constexpr auto k_forced_patience = 20ms;
-constexpr auto k_look_interval = 20ms;
 constexpr auto k_forced_limit = 5'000ms;
 constexpr auto k_turn_limit = 30'000ms;
-constexpr int k_max_loads = 3;
 // The first wakes a worker, and its timers come after that message.
 constexpr int k_wakes = 2;
-// Pages are told the time in steps of this, in microseconds.
-constexpr std::int64_t k_grain = 100;
-constexpr double k_grain_ms = 0.1;
 // From the moment at which the clock stops to the page's time 0, at least.
 constexpr std::int64_t k_lead_us = 2000;
 constexpr double k_lead_s = 0.002;
-// The day is told in parts of a second that are no whole microseconds.
-constexpr std::int64_t k_spare_us = 2;
-constexpr auto k_trial_limit = 200ms;
-constexpr int k_max_trials = 9;
 // For as long a page may be busy with its turn without being asked whether it is; then twice that,
 // and so on, to the other.
 constexpr auto k_first_patience = 100ms;
@@ -66,12 +57,6 @@ std::string value_of(const json& result) {
 // Also where a timer's script holds the page's time.
 constexpr const char* k_hangs =
     "the page hangs: one of its scripts has not come to an end within 30 s";
-
-// Goes on asking: the browser would take a page that wants no frame off its list, and a frame that
-// is begun while it comes back would pass the page by.
-constexpr const char* k_turn =
-    "new Promise(done => requestAnimationFrame(at => {"
-    " requestAnimationFrame(() => 0); done(at); }))";
 
 }  // namespace
 
@@ -122,15 +107,18 @@ void page_timeline::hear(const std::string& method, const json& params) {
     } else if (method == "Page.frameNavigated") {
         const bool is_main = message_part(params, "/frame/parentId").is_null();
         if (m_phase == phase::loading && is_main) page_begins();
+        if (has_page() && is_main) m_has_moved_on = true;
     } else if (method == "Page.domContentEventFired") {
         const bool is_start = m_start.when == page_start::at::dom && m_has_begun;
         if (m_phase == phase::loading && is_start) m_has_come = true;
+    } else if (method == "Page.javascriptDialogOpening") {
+        answer_dialog(message_text(params, "/defaultPrompt"));
     } else if (method == "Target.attachedToTarget") {
         if (message_text(params, "/targetInfo/type") == "worker") {
             worker_begins(message_text(params, "/sessionId"));
         }
     } else if (method == "Target.detachedFromTarget") {
-        std::erase(m_workers, message_text(params, "/sessionId"));
+        worker_ends(message_text(params, "/sessionId"));
     }
 }
 
@@ -140,10 +128,26 @@ void page_timeline::page_begins() {
     let_tasks_run();
 }
 
+// The page stands until somebody says yes, and there is nobody: what listens to its events keeps
+// the browser from answering by itself.
+void page_timeline::answer_dialog(const std::string& suggested) {
+    m_inspector.call("Page.handleJavaScriptDialog", {{"accept", true}, {"promptText", suggested}});
+}
+
 // What it says of itself is the host's to hear; nobody waits for that.
 void page_timeline::worker_begins(const std::string& session) {
     m_workers.push_back(session);
     m_inspector.call("Runtime.enable", json::object(), {}, session);
+}
+
+// One that is being woken will not answer any more.
+void page_timeline::worker_ends(const std::string& session) {
+    std::erase(m_workers, session);
+    worker_woke(session);
+}
+
+void page_timeline::worker_woke(const std::string& session) {
+    if (std::erase(m_woken, session) > 0) --m_open_calls;
 }
 
 void page_timeline::hear_binding(const std::string& payload) {
@@ -176,10 +180,11 @@ void page_timeline::ask_load() {
     m_loads = 0;
     m_lead_us = k_lead_us;
     m_has_films = false;
+    m_has_moved_on = m_is_met = false;
     m_was_forced = false;
     m_workers.clear();
     // A process that has ended has no clock to stop. The next one's will be found to be another.
-    if (m_phase == phase::failed) return m_trials = k_max_trials, rest();
+    if (m_phase == phase::failed) return m_grain.skip(), rest();
     // Before that it is loaded in its turn.
     if (m_phase >= phase::loading) stop();
 }
@@ -201,10 +206,9 @@ bool page_timeline::ask(std::string expression, value_receiver told) {
 
 // --- the inspector
 
-void page_timeline::call(const char* method, const json& params, const std::string& session) {
+void page_timeline::call(const char* method, const json& params) {
     ++m_open_calls;
-    m_inspector.call(
-        method, params, [this](const json&) { --m_open_calls; }, session);
+    m_inspector.call(method, params, [this](const json&) { --m_open_calls; });
 }
 
 // No time passes, unless the policy has a budget of it.
@@ -232,6 +236,7 @@ void page_timeline::stop_clock(phase next) {
 void page_timeline::move_to(std::int64_t microseconds, phase next) {
     await(next);
     m_is_forced = false;
+    m_moved_us = microseconds - m_clock;
     m_inspector.call("Emulation.setVirtualTimePolicy",
                      {{"policy", "pauseIfNetworkFetchesPending"},
                       {"budget", static_cast<double>(microseconds - m_clock) / 1000 + k_spare_ms},
@@ -243,6 +248,7 @@ void page_timeline::move_to(std::int64_t microseconds, phase next) {
 
 void page_timeline::forget_calls() {
     m_inspector.forget();
+    m_woken.clear();
     m_open_calls = 0;
     m_is_looking = false;
 }
@@ -251,12 +257,15 @@ void page_timeline::evaluate(const char* expression) {
     call("Runtime.evaluate", {{"expression", expression}, {"awaitPromise", true}});
 }
 
-// Asked for before the clock moves, so that it stands in the page before the frame begins.
+// Asked for before the clock moves, so that it stands in the page before the frame begins. One that
+// was given up may come all the same, and is not that of a later frame.
 void page_timeline::ask_for_turn() {
     m_has_turned = false;
     m_turn_ms = std::numeric_limits<double>::quiet_NaN();
-    m_inspector.call("Runtime.evaluate", {{"expression", k_turn}, {"awaitPromise", true}},
-                     [this](const json& result) {
+    m_inspector.call("Runtime.evaluate",
+                     {{"expression", page_scripts::k_turn}, {"awaitPromise", true}},
+                     [this, turn = ++m_turn](const json& result) {
+                         if (turn != m_turn) return;
                          m_has_turned = true;
                          const json& told = message_part(result, "/result/value");
                          if (told.is_number()) m_turn_ms = told.get<double>();
@@ -298,6 +307,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::answers, k_call_limit, "a worker of the page does not answer", &self::wake},
         {wait::answers, k_move_limit, "a film of the page does not follow", &self::hold},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::tick},
+        {wait::answers, k_call_limit, "the page's clock does not stop", &self::meet_next_page},
         {wait::time, k_tick_interval, "", &self::try_tick},
         {wait::turn, k_turn_limit, k_hangs, &self::close_frame},
         {wait::nothing, k_ever, "", nullptr},
@@ -390,124 +400,10 @@ void page_timeline::settle(frame_end how) {
     if (told) told(how);
 }
 
-// --- to a page that stands
-
-// The display's own first frame may be over before it is drawn, so it is had before there is a
-// page, at times before the page's.
-void page_timeline::try_blank() {
-    if (m_has_painted || ++m_blanks > k_max_blanks) return prepare();
-    m_port.begin_frame(std::chrono::floor<std::chrono::microseconds>(m_now.time_since_epoch()) /
-                       std::chrono::nanoseconds(1));
-    await(phase::blank);
-}
-
-void page_timeline::prepare() {
-    await(phase::preparing);
-    call("Page.enable", json::object());
-    call("Runtime.enable", json::object());
-    call("Performance.enable", json::object());
-    call("Target.setAutoAttach",
-         {{"autoAttach", true}, {"waitForDebuggerOnStart", false}, {"flatten", true}});
-    call("Runtime.addBinding", {{"name", page_scripts::k_film_binding}});
-    call("Page.addScriptToEvaluateOnNewDocument", {{"source", page_scripts::page_driver_script()}});
-}
-
-// The page's clocks are rounded by a grid of their own, and would tremble otherwise. The first
-// point of it behind the lead: so the day is less than a step of it late, and its milliseconds are
-// right at each other point.
-void page_timeline::align() {
-    m_clock = m_told;
-    m_trials = 0;
-    const std::int64_t from = m_told + m_lead_us + k_spare_us;
-    move_to((from + k_grain - 1) / k_grain * k_grain, phase::aligning);
-}
-
-// Between two steps of what it tells, the browser goes over to the next at a point that it has
-// chosen by lot for each. That before the page's time must lie before the unseen frames, or the
-// page would take them to be a step earlier. So the page that is there is shown two frames, at the
-// step before and just before the unseen ones.
-void page_timeline::begin_trial() {
-    if (m_trials == k_max_trials) {
-        let_tasks_run();
-        return load();
-    }
-    m_is_on_grid = true;
-    ++m_trials;
-    m_tick_limit = m_now + k_trial_limit;
-    ask_for_turn();
-    try_grain();
-}
-
-void page_timeline::try_grain() {
-    const std::int64_t at = m_clock - (m_is_on_grid ? k_grain : k_unseen_us + 1);
-    if (m_port.begin_frame(at * 1000)) return await(phase::hearing);
-    if (m_now >= m_tick_limit) return let();
-    await(phase::trying);
-}
-
-void page_timeline::judge_grain() {
-    if (std::isnan(m_turn_ms)) return let();
-    if (std::exchange(m_is_on_grid, false)) {
-        m_grid_ms = m_turn_ms;
-        ask_for_turn();
-        return try_grain();
-    }
-    const bool is_next_step = m_turn_ms - m_grid_ms > k_grain_ms / 2;
-    is_next_step ? let() : try_next_grain();
-}
-
-// Also where the page had no turn: it may be busy, or have been passed by.
-void page_timeline::try_next_grain() { move_to(m_clock + k_grain, phase::aligning); }
-
-// Heard before the page is asked for: a page gets an inspector of its own, which begins as the
-// browser has heard of the last one, and would keep the tasks of the page back.
-void page_timeline::let() {
-    await(phase::letting);
-    let_tasks_run();
-}
-
-void page_timeline::load() {
-    await(phase::loading);
-    m_has_begun = false;
-    m_look_at = m_now;
-    m_port.load_page();
-}
-
-// What the page before it says, or the empty one, is of no account.
-void page_timeline::look_for_start() {
-    if (m_start.when != page_start::at::truth || m_has_come) return;
-    if (!m_is_looking && m_has_begun && m_now >= m_look_at) {
-        m_is_looking = true;
-        m_look_at = m_now + k_look_interval;
-        m_inspector.call(
-            "Runtime.evaluate",
-            {{"expression", "!!(" + m_start.expression + "\n)"}, {"returnByValue", true}},
-            [this](const json& result) {
-                m_is_looking = false;
-                const bool is_true = message_part(result, "/result/value") == true;
-                if (m_phase == phase::loading && is_true) m_has_come = true;
-            });
-    }
-    m_due = m_now + k_look_interval;
-}
-
-// The page may have been given another process, whose clock has gone on for an unknown while: then
-// it is loaded once more, in that process.
-void page_timeline::stand() {
-    const bool is_same_clock = m_told == m_clock;
-    // Its day begins where that of the first process stood.
-    m_lead_us = 0;
-    if (!is_same_clock && ++m_loads < k_max_loads) return align();
-    if (!is_same_clock) return fail("the page has another process after each load");
-    await(phase::standing);
-    let_tasks_run();
-    m_port.page_stands();
-}
-
 // --- frames
 
 void page_timeline::start() {
-    m_zero = m_clock;
+    m_zero = m_clock = m_told;
     open_frame();
 }
 
@@ -518,9 +414,14 @@ void page_timeline::open_frame() {
     if (m_waiting.empty()) return await(phase::between);
     ask_for_turn();
     m_wakes = 0;
-    const std::int64_t target = is_unseen() ? m_zero : m_zero + m_waiting.front().microseconds;
+    m_frame_us = is_unseen() ? 0 : m_waiting.front().microseconds;
+    const std::int64_t target = m_zero + m_frame_us;
     if (target > m_clock) return move_to(target, phase::moving);
-    // The answer shows that the page has the wish for its turn. Where the clock moves, that does.
+    await_wish();
+}
+
+// The answer shows that the page has the wish for its turn. Where the clock moves, that does.
+void page_timeline::await_wish() {
     await(phase::waking);
     evaluate("0");
 }
@@ -560,13 +461,17 @@ void page_timeline::wake() {
     ++m_wakes;
     await(phase::waking);
     for (const auto& worker : m_workers) {
-        call("Runtime.evaluate", {{"expression", "0"}}, worker);
+        ++m_open_calls;
+        m_woken.push_back(worker);
+        m_inspector.call(
+            "Runtime.evaluate", {{"expression", "0"}},
+            [this, worker](const json&) { worker_woke(worker); }, worker);
     }
 }
 
 // The frames that nobody sees tell the page's driver where its time begins.
 void page_timeline::place() {
-    if (!m_has_films && !is_unseen()) return tick();
+    if (!m_has_films && !is_unseen() && !std::exchange(m_is_met, false)) return tick();
     await(phase::placing);
     m_is_hurried = false;
     let_tasks_run();
@@ -576,7 +481,7 @@ void page_timeline::place() {
 void page_timeline::place_films() {
     ++m_open_calls;
     m_inspector.call("Runtime.evaluate",
-                     {{"expression", page_scripts::films_at(m_clock - m_zero)},
+                     {{"expression", page_scripts::films_at(m_frame_us)},
                       {"awaitPromise", true},
                       {"returnByValue", true}},
                      [this](const json& result) {
@@ -593,8 +498,27 @@ void page_timeline::hurry() {
 }
 
 void page_timeline::tick() {
+    if (std::exchange(m_has_moved_on, false)) return stop_clock(phase::meeting);
     m_tick_limit = m_now + k_call_limit;
     try_tick();
+}
+
+// The page has moved on to another one, of which neither the turn was asked nor anything told.
+void page_timeline::meet_next_page() {
+    m_is_met = true;
+    follow_clock();
+    ask_for_turn();
+    m_wakes = 0;
+    await_wish();
+}
+
+// In the same process the browser gives the next page the time anew that was left for the move, and
+// the clock is ahead by that: the next frame finds it so. Another process has another clock, by
+// which the page goes on where it was.
+void page_timeline::follow_clock() {
+    const std::int64_t ahead = m_told - m_clock;
+    if (std::abs(ahead) > m_moved_us) m_zero += ahead;
+    m_clock = m_told;
 }
 
 // Once it is taken, the frame before it is over.
@@ -614,8 +538,8 @@ void page_timeline::try_tick() {
 }
 
 std::int64_t page_timeline::stamp() const {
-    const std::int64_t at = is_unseen() ? m_zero - k_unseen_us + m_unseen_us : m_clock + m_repeats;
-    return at * 1000;
+    const std::int64_t unseen = m_zero - k_unseen_us + m_unseen_us;
+    return (is_unseen() ? unseen : m_zero + m_frame_us + m_repeats) * 1000;
 }
 
 void page_timeline::await_turn() {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "core/run/clock.h"
+#include "webdisplay/page_grain.h"
 #include "webdisplay/page_inspector.h"
 #include "webdisplay/page_samples.h"
 
@@ -121,7 +122,7 @@ private:
         blank,      // frames by the machine's clock, until the browser shows anything at all
         preparing,  // the inspector is switched on
         stopping,   // the clock is stopped
-        aligning,   // and moved to a whole millisecond
+        aligning,   // and moved to a tenth of a millisecond, 2 ms ahead at least
         resting,    // until the machine's clock has passed it
         trying,     // the browser is to take a frame that shows how the page rounds its time
         hearing,    // what the page takes its time to be
@@ -138,6 +139,7 @@ private:
         waking,     // workers find their timers due
         placing,    // films are put to the frame's time, and what was heard until then comes
         holding,    // the clock is stopped again
+        meeting,    // the same, for the page that has moved on to another one
         ticking,    // the browser is to take the frame
         turning,    // the page is to have its turn
         failed
@@ -161,7 +163,9 @@ private:
     static constexpr int k_unseen = 3;
     // Times must rise, so those are stamped with the microseconds before the page's time 0, which
     // the page rounds up to it: one for each time that the browser takes one.
-    static constexpr int k_unseen_us = 10;
+    static constexpr int k_unseen_us = page_grain::k_unseen_us;
+    // For a frame that shows how the page rounds its time.
+    static constexpr std::chrono::milliseconds k_trial_limit{200};
 
     static const row& row_of(phase which);
     void await(phase next);
@@ -176,8 +180,11 @@ private:
 
     void hear(const std::string& method, const nlohmann::json& params);
     void page_begins();
+    void answer_dialog(const std::string& suggested);
     void worker_begins(const std::string& session);
-    void call(const char* method, const nlohmann::json& params, const std::string& session = {});
+    void worker_ends(const std::string& session);
+    void worker_woke(const std::string& session);
+    void call(const char* method, const nlohmann::json& params);
     void stop_clock(phase next);
     void let_tasks_run();
     void move_to(std::int64_t microseconds, phase next);
@@ -187,12 +194,14 @@ private:
     std::int64_t stamp() const;
     bool is_unseen() const { return m_unseen < k_unseen; }
 
+    // page_timeline_start.cpp
     void try_blank();
     void prepare();
     void stop() { stop_clock(phase::stopping); }
     void align();
     void rest() { await(phase::resting); }
     void begin_trial();
+    void show_grain();
     void try_grain();
     void judge_grain();
     void try_next_grain();
@@ -201,9 +210,12 @@ private:
     void look_for_start();
     void check() { stop_clock(phase::checking); }
     void stand();
+
+    // page_timeline.cpp
     void freeze() { stop_clock(phase::freezing); }
     void start();
     void open_frame();
+    void await_wish();
     void ask_page();
     bool has_question() const;
     void tell_values();
@@ -215,6 +227,8 @@ private:
     void hear_binding(const std::string& payload);
     void hold() { stop_clock(phase::holding); }
     void tick();
+    void meet_next_page();
+    void follow_clock();
     void try_tick();
     void await_turn();
     void tick_again();
@@ -240,7 +254,8 @@ private:
     bool m_has_taken = false;
     bool m_has_painted = false;
     bool m_has_turned = false;
-    double m_turn_ms = 0;  // the time that the page was told in its turn; NaN for none
+    std::uint64_t m_turn = 0;  // the one that was asked for last
+    double m_turn_ms = 0;      // the time that the page was told in its turn; NaN for none
     time m_again_at{};  // when the browser is to take the frame once more, without a turn by then
     std::chrono::milliseconds m_patience{};
     int m_repeats = 0;  // how often it has, of one frame
@@ -254,21 +269,24 @@ private:
     bool m_is_looking = false;  // whether it has come to its start
     time m_look_at{};           // again
     // All in microseconds of the page's own monotonic clock, which is as fine as that.
-    std::int64_t m_clock = 0;  // where it stands
-    std::int64_t m_told = 0;   // the same, as the page has said last
-    std::int64_t m_zero = 0;   // the same at the page's time 0
+    std::int64_t m_clock = 0;     // where it stands
+    std::int64_t m_told = 0;      // the same, as the page has said last
+    std::int64_t m_zero = 0;      // the same at the page's time 0
+    std::int64_t m_moved_us = 0;  // by how much it was moved last
+    std::int64_t m_frame_us = 0;  // of the frame under way
     std::int64_t m_last_us = -1;
     int m_unseen = 0;     // how many of those have been
     int m_unseen_us = 0;  // and how many stamps they took
     int m_blanks = 0;
     int m_loads = 0;
-    int m_trials = 0;
-    bool m_is_on_grid = false;  // the frame of the trial under way
-    double m_grid_ms = 0;       // what the page took the one before to be
+    page_grain m_grain;
     int m_wakes = 0;
+    bool m_has_moved_on = false;  // the page has, to another one
+    bool m_is_met = false;        // that one is yet to be told where its time stands
     bool m_has_films = false;
     bool m_is_hurried = false;  // they are not to wait for what is still to come
     std::vector<std::string> m_workers;
+    std::vector<std::string> m_woken;  // those that have not answered yet
 };
 
 }  // namespace pennywort::webdisplay

@@ -43,6 +43,9 @@ constexpr const char* k_page_clock_switches[] = {
     "disable-threaded-scrolling",
     "disable-image-animation-resync",
     "disable-site-isolation-trials",
+    // The browser would put a page that moves on to another one aside as it is. Half way to that
+    // one, with its time held for what it fetches, it would hold the time of the next one, too.
+    "disable-back-forward-cache",
 };
 
 // Else the picture of a page from a server waits for its first text, half a second of its time.

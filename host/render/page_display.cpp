@@ -76,6 +76,7 @@ page_display::page_display(const render_options& options, recorder& frames,
     : m_format(options.format),
       m_frames(frames),
       m_clock(clock),
+      m_is_in_the_day(options.clock != page_clock::own),
       m_news(std::move(news)),
       m_heard(std::move(heard)),
       m_sound(frames, clock, options.clock == page_clock::own),
@@ -265,8 +266,9 @@ void page_display::JavascriptCallback(const zString& name, const zString& argume
 }
 
 void page_display::InspectorEvent(const zString& method, const zString& parameters) {
-    // The page stands until somebody says yes, and there is nobody.
-    if (method.View() == k_dialog_event) {
+    // The page stands until somebody says yes, and there is nobody. By its own clock the display
+    // has done so.
+    if (m_is_in_the_day && method.View() == k_dialog_event) {
         m_browser->CallInspector("Page.handleJavaScriptDialog", R"({"accept":true})", {});
     }
     if (is_page_begun(method.View(), parameters.View())) m_told.page_begins();

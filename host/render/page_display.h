@@ -105,6 +105,7 @@ private:
     const frame_format m_format;
     recorder& m_frames;
     const run::monotonic_clock& m_clock;
+    const bool m_is_in_the_day;  // and not by a clock of the page's own
     const news_listener m_news;
     const page_listener m_heard;
     page_sound_receiver m_sound;

@@ -144,6 +144,7 @@ struct move_case {
     const char* name;
     const char* url;
     const char* way;  // by which it moves on
+    colour ground;    // of what it becomes
 };
 void PrintTo(const move_case& c, std::ostream* out) { *out << c.name; }
 
@@ -159,20 +160,34 @@ TEST_P(RenderedMove, GoesOnWithTheNextPage) {
     ASSERT_EQ(run.status, 0) << run.output << run.errors;
     const auto all = bars("a.bgra");
     ASSERT_EQ(all.size(), 60u);
-    const auto moved = std::find_if(all.begin() + 1, all.end(),
-                                    [&](const int& x) { return x >= 0 && x < *(&x - 1); }) -
-                       all.begin();
-    EXPECT_GE(moved, 10);
-    EXPECT_LE(moved, 14) << "the page's time stands while the next one loads";
+    const auto moved =
+        std::find_if(all.begin() + 1, all.end(), [&](const int& x) { return x < *(&x - 1); }) -
+        all.begin();
+    ASSERT_GE(moved, 10);
+    ASSERT_LE(moved, 14) << "the page's time stands while the next one loads";
+    EXPECT_GE(all[moved], 0) << "what was shown stays until the next one has painted";
     // The next one has its own turns from there on, one a frame.
-    for (auto n = moved + 1; n < 60 && all[n] > all[n - 1]; ++n) EXPECT_EQ(all[n], all[n - 1] + 1);
+    for (auto n = moved + 1; n < 60; ++n) EXPECT_EQ(all[n], all[n - 1] + 1) << n;
+    for (std::size_t n = 0; n < 60; ++n) {
+        const bool is_next = n >= static_cast<std::size_t>(moved);
+        EXPECT_EQ(ground("a.bgra", n), is_next ? GetParam().ground : (colour{0, 0, 0})) << n;
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(To, RenderedMove,
-                         testing::Values(move_case{"AFile", "page.html",
-                                                   "location = 'page2.html';"},
-                                         move_case{"Itself", "page.html", "location.reload();"}),
-                         [](const auto& one) { return std::string(one.param.name); });
+constexpr const char* k_reload_once =
+    "if (performance.getEntriesByType('navigation')[0].type !== 'reload') location.reload();";
+
+INSTANTIATE_TEST_SUITE_P(
+    To, RenderedMove,
+    testing::Values(move_case{"AFile", "page.html", "location = 'page2.html';", {0, 0, 255}},
+                    move_case{"Itself", "page.html", k_reload_once, {0, 0, 0}},
+                    move_case{"TheSameSite", "$at/page", "location = 'page2';", {0, 0, 255}},
+                    move_case{"ItselfOnAServer", "$at/page", k_reload_once, {0, 0, 0}},
+                    move_case{"AnotherSite",
+                              "$at/page",
+                              "location = `http://localhost:${port}/page2`;",
+                              {0, 0, 255}}),
+    [](const auto& one) { return std::string(one.param.name); });
 
 // A page without a text: the browser would wait half a second of its time for one.
 TEST_F(RenderFaults, APageFromAServerIsThereInItsFirstFrame) {

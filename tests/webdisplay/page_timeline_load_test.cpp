@@ -1,0 +1,243 @@
+// page_timeline_load_test.cpp - the machine that moves a page's time: until a page
+// stands at its time 0.
+#include "tests/webdisplay/page_timeline_fixture.h"
+
+namespace pennywort::webdisplay::timeline_test {
+namespace {
+
+TEST_F(PageTimeline, TheClockStandsOnThePagesGridBeforeAPageIsLoaded) {
+    prepare();
+    EXPECT_EQ(page.loads, 1);
+    EXPECT_NEAR(page.clock_ms, 5002.3, 1e-9);
+    EXPECT_TRUE(timeline.is_loadable());
+    EXPECT_EQ(page.count_of("Page.addScriptToEvaluateOnNewDocument"), 2u);
+    const auto first = std::find_if(page.calls.begin(), page.calls.end(), [](const json& call) {
+        return call["params"].contains("initialVirtualTime");
+    });
+    ASSERT_NE(first, page.calls.end());
+    EXPECT_EQ((*first)["params"]["initialVirtualTime"], 1'699'999'999.998);
+}
+
+TEST_F(PageTimeline, ABrowserThatShowsNothingIsTickedOnAndThenPreparedAllTheSame) {
+    timeline.browser_arrived();
+    turn();
+    for (int i = 0; i < 110; ++i) pass(20ms);
+    pass(5ms);
+    EXPECT_EQ(page.stamps.size(), 102u) << "and two of the trial";
+    EXPECT_EQ(page.loads, 1);
+}
+
+TEST_F(PageTimeline, APageThatHasLoadedStandsAtItsTimeZero) {
+    stand();
+    EXPECT_NEAR(page.clock_ms, 5002.3, 1e-9);
+    pass(1h);
+    EXPECT_NEAR(page.clock_ms, 5002.3, 1e-9);
+    EXPECT_EQ(page.loads, 1);
+}
+
+TEST_F(PageTimeline, APageWithAnotherClockIsLoadedOnceMore) {
+    prepare();
+    page.clock_ms = 9123.4;
+    load();
+    EXPECT_EQ(page.stands, 0);
+    EXPECT_TRUE(timeline.is_loading_again());
+    pass(5ms);
+    EXPECT_EQ(page.loads, 2);
+    EXPECT_NEAR(page.clock_ms, 9123.5, 1e-9);
+    load();
+    EXPECT_EQ(page.stands, 1);
+}
+
+TEST_F(PageTimeline, OneWhoseClockIsAnotherEachTimeFails) {
+    prepare();
+    for (int i = 0; i < 5; ++i) {
+        page.clock_ms += 100.3;
+        load();
+        pass(5ms);
+    }
+    EXPECT_EQ(page.loads, 3);
+    EXPECT_EQ(page.stands, 0);
+    EXPECT_FALSE(page.faults.empty());
+}
+
+TEST_F(PageTimeline, ATimeThatThePageWouldTakeForAnEarlierOneIsLeftFree) {
+    page.goes_over_at = {{5'002'300, 95}, {5'002'400, 90}, {5'002'500, 89}};
+    prepare();
+    for (int i = 0; i < 2; ++i) pass(5ms);
+    EXPECT_EQ(page.loads, 1);
+    load();
+    page.stamps.clear();
+    ask(0);
+    EXPECT_NEAR(page.clock_ms, 5002.5, 1e-9);
+    expect_stamps_around(5'002'500);
+    for (const std::int64_t stamp : page.stamps) {
+        page.stamps = {stamp};
+        EXPECT_NEAR(page.told_ms(), 5002.5, 1e-9) << "at " << stamp;
+    }
+}
+
+TEST_F(PageTimeline, OneThatRoundsByNoRuleIsLoadedAllTheSame) {
+    for (int us = 5'000'000; us < 5'010'000; us += 100) page.goes_over_at[us] = 100;
+    prepare();
+    for (int i = 0; i < 30; ++i) pass(5ms);
+    EXPECT_EQ(page.loads, 1);
+    EXPECT_NEAR(page.clock_ms, 5003.2, 1e-9);
+}
+
+// A page's own inspector begins as the browser has heard of the last one.
+TEST_F(PageTimeline, APageIsAskedForWhenItsTasksAreHeardToRunAndTheyAreLetRunOnceMore) {
+    timeline.browser_arrived();
+    turn();
+    pass(20ms);
+    timeline.painted();
+    const auto is_let_run = [&](const json& call) {
+        return call["params"].value("policy", "") == "pauseIfNetworkFetchesPending" &&
+               !call["params"].contains("budget");
+    };
+    const auto lets = [&] {
+        return std::count_if(page.calls.begin(), page.calls.end(), is_let_run);
+    };
+    for (int i = 0; i < 100 && lets() == 0; ++i) {
+        for (const auto& one : page.take_answers()) timeline.message_came(one);
+        timeline.step(clock.now());
+        clock.advance(1ms);
+    }
+    EXPECT_EQ(lets(), 1);
+    EXPECT_EQ(page.loads, 0);
+    turn();
+    EXPECT_EQ(page.loads, 1);
+    timeline.message_came(R"({"method":"Page.frameNavigated","params":{"frame":{"id":"a"}}})");
+    EXPECT_EQ(lets(), 2);
+    turn();
+    load();
+    EXPECT_EQ(page.stands, 1);
+}
+
+// The trial's frame is lost, and another point of the grid is tried.
+TEST_F(PageTimeline, APageWithoutATurnIsTriedAgain) {
+    prepare_to_try();
+    page.passed_by = 1;
+    pass(5ms);
+    EXPECT_EQ(page.loads, 0);
+    pass(200ms);
+    pass(5ms);
+    EXPECT_EQ(page.loads, 1);
+    EXPECT_NEAR(page.clock_ms, 5002.4, 1e-9);
+}
+
+// It says another time than the frame that is tried then would.
+TEST_F(PageTimeline, ATurnThatComesAfterItsTrialIsNotThatOfTheNext) {
+    prepare_to_try();
+    page.silent_about = "turn";
+    pass(5ms);
+    const int late = page.calls.back()["id"];
+    pass(200ms);
+    pass(5ms);
+    const auto shown = page.stamps.size();
+    say(json{{"id", late}, {"result", {{"result", {{"value", 5002.2}}}}}}.dump());
+    EXPECT_EQ(page.stamps.size(), shown) << "the next trial waits for its own";
+}
+
+TEST_F(PageTimeline, ALostPageFailsWhatWaitsAndAnotherOneBeginsAnew) {
+    stand();
+    ask(0);
+    ask(20'000);
+    timeline.page_lost();
+    turn();
+    EXPECT_EQ(ends, (std::vector{k_unchanged, k_failed}));
+    EXPECT_FALSE(timeline.advance(40'000, {}));
+    timeline.ask_load();
+    turn();
+    pass(5ms);
+    EXPECT_EQ(page.loads, 2);
+    EXPECT_FALSE(timeline.is_loading_again());
+    load();
+    EXPECT_EQ(page.stands, 2);
+    ends.clear();
+    ask(0);
+    paint();
+    EXPECT_EQ(ends, std::vector{k_painted});
+}
+
+TEST_F(PageTimeline, AnotherPageIsGivenTheTimeAnew) {
+    begin();
+    page.holds_time = true;
+    ask(20'000);
+    pass(30s);
+    paint();
+    page.holds_time = false;
+    timeline.ask_load();
+    turn();
+    pass(5ms);
+    load();
+    ask(0);
+    paint();
+    page.holds_time = true;
+    ask(20'000);
+    pass(1s);
+    EXPECT_EQ(ends.size(), 3u);
+}
+
+// --- when a page counts as loaded
+
+class TimelineOfText : public PageTimeline {
+protected:
+    TimelineOfText() : PageTimeline("dom") {}
+};
+
+constexpr const char* k_dom = R"({"method":"Page.domContentEventFired","params":{}})";
+
+TEST_F(TimelineOfText, StandsWhenThePagesOwnTextIsThere) {
+    prepare();
+    say(k_dom);
+    EXPECT_EQ(page.stands, 0) << "that of the empty page";
+    say(R"({"method":"Page.frameNavigated","params":{"frame":{"id":"b","parentId":"a"}}})");
+    say(k_dom);
+    EXPECT_EQ(page.stands, 0) << "that of a frame in it";
+    say(k_navigated);
+    say(k_dom);
+    EXPECT_EQ(page.stands, 1);
+    load();
+    EXPECT_EQ(page.stands, 1) << "the rest of it comes when it comes";
+}
+
+TEST_F(TimelineOfText, StandsAtLatestWhenAllOfThePageIs) {
+    prepare();
+    load();
+    EXPECT_EQ(page.stands, 1);
+}
+
+TEST_F(TimelineOfText, DoesNotWaitLongForWhatThePageFetches) {
+    begin();
+    page.holds_time = true;
+    ask(20'000);
+    pass(499ms);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(1ms);
+    paint();
+    EXPECT_EQ(ends.size(), 2u);
+}
+
+class TimelineOfTruth : public PageTimeline {
+protected:
+    TimelineOfTruth() : PageTimeline("window.isReady") {}
+};
+
+TEST_F(TimelineOfTruth, StandsWhenTheExpressionIsTrue) {
+    page.is_true = true;
+    prepare();
+    load();
+    pass(1s);
+    EXPECT_EQ(page.stands, 0) << "it is not asked of the page before";
+    page.is_true = false;
+    timeline.message_came(k_navigated);
+    pass(1s);
+    EXPECT_EQ(page.stands, 0);
+    EXPECT_EQ(page.calls.back()["params"]["expression"], "!!(window.isReady\n)");
+    page.is_true = true;
+    pass(20ms);
+    EXPECT_EQ(page.stands, 1);
+}
+
+}  // namespace
+}  // namespace pennywort::webdisplay::timeline_test

@@ -46,6 +46,8 @@ protected:
     }
     // Begins it as a link does.
     void begin(const std::function<void()>& what) { m_loop.ready.run(what); }
+    // One event of the system's.
+    void turn() { EXPECT_EQ(m_loop.io.run_one_for(tests::k_patience), 1u); }
     void send_by_peer(const std::string& bytes) {
         net::write(m_peer, net::buffer(bytes));
         ASSERT_TRUE(eventually([&] { return m_stream.socket().available() == bytes.size(); }));
@@ -83,7 +85,7 @@ TEST_F(AnyStream, AWriteIsDoneWithoutATurnOfTheLoop) {
 TEST_F(AnyStream, AWriteOutsideOfTheLoopTakesItsTurn) {
     write();
     EXPECT_TRUE(m_done.empty());
-    m_loop.io.run_one();
+    turn();
     EXPECT_EQ(m_done.size(), 1u);
 }
 
@@ -113,7 +115,7 @@ TEST_F(AnyStream, AReadBehindAFullOneIsDoneWithoutATurnOfTheLoop) {
     };
     begin([this] { read(); });
     EXPECT_TRUE(m_done.empty());
-    m_loop.io.run_one();
+    turn();
     ASSERT_EQ(m_done.size(), 2u);
     EXPECT_FALSE(m_done[1].error);
     EXPECT_EQ(m_done[1].size, 4u);
@@ -126,10 +128,10 @@ TEST_F(AnyStream, AReadBehindAFullOneWaitsWhereNothingHasCome) {
         if (m_done.size() == 1) read();
     };
     begin([this] { read(); });
-    m_loop.io.run_one();
+    turn();
     EXPECT_EQ(m_done.size(), 1u);
     send_by_peer("56");
-    m_loop.io.run_one();
+    turn();
     ASSERT_EQ(m_done.size(), 2u);
     EXPECT_FALSE(m_done[1].error) << m_done[1].error.message();
     EXPECT_EQ(m_done[1].size, 2u);
@@ -145,9 +147,9 @@ TEST_F(AnyStream, AReadBehindAnotherOneTakesItsTurn) {
         }
     };
     begin([this] { read(); });
-    m_loop.io.run_one();
+    turn();
     EXPECT_EQ(m_done.size(), 1u);
-    m_loop.io.run_one();
+    turn();
     EXPECT_EQ(m_done.size(), 2u);
 }
 
@@ -180,7 +182,7 @@ TEST_F(AnyStream, TellsOfWritesThatAreDoneAtOnceAndOfThoseThatWait) {
     ASSERT_EQ(m_done.size(), 1u);
     EXPECT_EQ(heard.total, m_done[0].size);
     write();
-    m_loop.io.run_one();
+    turn();
     ASSERT_EQ(m_done.size(), 2u);
     EXPECT_EQ(heard.total, m_done[0].size + m_done[1].size);
 }

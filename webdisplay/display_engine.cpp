@@ -230,6 +230,7 @@ void display_engine::part_from(const client_ref& client) {
     webdisplay_cef_state*& holder = m_display.m_cef_state;
     if (holder == nullptr || holder->client.get() != client.get()) return;
     const std::unique_ptr<webdisplay_cef_state> left(std::exchange(holder, nullptr));
+    m_display.m_state->calls.browser_gone();
     const std::lock_guard<std::mutex> guard(m_display.m_state->loads_lock);
     m_display.m_state->loads.close();
 }

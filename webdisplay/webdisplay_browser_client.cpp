@@ -60,6 +60,11 @@ std::uint32_t background_of(bool is_transparent, std::uint32_t opaque) {
     return is_transparent ? k_clear_pixel : opaque;
 }
 
+// Of the page, so that its picture is none too large.
+long largest_side(double scale) {
+    return std::max(1L, static_cast<long>(static_cast<double>(k_max_view_side) / scale));
+}
+
 // A side of the picture, for one of the page.
 long in_pixels(long side, double scale) {
     const double pixels = std::clamp(std::round(static_cast<double>(side) * scale), 1.0,
@@ -172,9 +177,10 @@ void webdisplay_browser_client::GetViewRect(cef_browser_t*, cef_rect_t& rect) {
         const owner_use owner(*this);
         if (owner) owner->GetSize(width, height);
     }
-    // The runtime stops at an empty view, and cannot allocate one that is too large.
-    rect = {0, 0, static_cast<int>(std::clamp(width, 1L, k_max_view_side)),
-            static_cast<int>(std::clamp(height, 1L, k_max_view_side))};
+    // The runtime stops at an empty view, and cannot allocate a picture that is too large.
+    const long most = largest_side(m_scale);
+    rect = {0, 0, static_cast<int>(std::clamp(width, 1L, most)),
+            static_cast<int>(std::clamp(height, 1L, most))};
 }
 
 bool webdisplay_browser_client::GetScreenInfo(cef_browser_t* browser, cef_screen_info_t& info) {
@@ -590,65 +596,6 @@ void webdisplay_browser_client::page_lost(const std::string& url) {
     if (owner->m_state->loads.policy().report_lost_page) {
         owner->handle_page_load_failed(url.c_str(), "the page's process has ended");
     }
-}
-
-// Before the page: what the host has asked for so far stands when it is loaded.
-void webdisplay_browser_client::make_line(cef_browser_t* browser) {
-    std::vector<inspector_call> kept;
-    {
-        const owner_use owner(*this);
-        if (!owner || !owner->m_state->has_inspector) return;
-        kept = owner->m_state->calls.take();
-    }
-    m_line = cef::own<inspector_line>(
-        new inspector_line([this](const std::string& method, const std::string& parameters) {
-            const owner_use owner(*this);
-            if (owner) owner->handle_inspector_event(text_of(method), text_of(parameters));
-        }));
-    m_line->browser_arrived(browser);
-    // What the browser begins with has no page yet that could answer.
-    if (is_before_page()) m_first_calls = std::exchange(kept, {});
-    for (const inspector_call& asked : kept) m_line->call(asked);
-}
-
-void webdisplay_browser_client::empty_page_loaded(cef_browser_t* browser) {
-    send_first_calls();
-    if (m_driver) m_driver->browser_arrived(browser);
-}
-
-void webdisplay_browser_client::send_first_calls() {
-    const auto calls = std::exchange(m_first_calls, {});
-    m_open_first_calls += calls.size();
-    for (const inspector_call& asked : calls) {
-        m_line->call({asked.method, asked.parameters, [this, told = asked.told](const auto& text) {
-                          if (told) told(text);
-                          first_call_answered();
-                      }});
-    }
-}
-
-void webdisplay_browser_client::first_call_answered() {
-    if (--m_open_first_calls > 0 || !is_alive()) return;
-    if (!std::exchange(m_waits_for_calls, false)) return;
-    const owner_use owner(*this);
-    if (owner) owner->LoadNextUrl();
-}
-
-void webdisplay_browser_client::drop_line() {
-    {
-        const owner_use owner(*this);
-        if (owner) owner->m_state->calls.browser_gone();
-    }
-    for (const inspector_call& asked : std::exchange(m_first_calls, {})) {
-        if (asked.told) asked.told({});
-    }
-    if (m_line) m_line->close();
-    m_line = {};
-}
-
-void webdisplay_browser_client::call_inspector(const inspector_call& asked) {
-    if (m_line) return m_line->call(asked);
-    if (asked.told) asked.told({});
 }
 
 bool webdisplay_browser_client::may_request(const std::string& url) {

@@ -74,6 +74,23 @@ TEST_F(InspectorTest, ThePageWaitsForTheAnswers) {
     EXPECT_EQ(m_results, strings{""});
 }
 
+// Whatever has come of the browser and its empty page meanwhile.
+TEST_F(InspectorTest, CallsGoOutInTheirOrderAtEveryStep) {
+    start();
+    for (int works = 0; works < 12; ++works) {
+        SCOPED_TRACE(works);
+        m_results.clear();
+        screen s(inspected("http://a/"));
+        ASSERT_TRUE(call(s, "A.first", ""));
+        ASSERT_TRUE(s->Open());
+        loop_works(works);
+        ASSERT_TRUE(call(s, "A.second", ""));
+        ASSERT_TRUE(wait_for_results(2));
+        EXPECT_EQ(fake().browser(fake().browser_count()).inspector_methods,
+                  (strings{"A.first", "A.second"}));
+    }
+}
+
 TEST_F(InspectorTest, ItMayBeClosedAtEveryStep) {
     start();
     for (int works = 0; works < 12; ++works) {
@@ -140,6 +157,11 @@ TEST_F(InspectorTest, AReceiverMayCloseTheDisplay) {
     EXPECT_TRUE(loop_until([] { return fake().browser(1).closed; }));
     EXPECT_EQ(heard.events, strings{"A.b {}"});
     s->SetInspectorReceiver(nullptr);
+    ASSERT_TRUE(call(s, "A.again", "")) << "it waits for the next browser";
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(s->Open());
+    ASSERT_TRUE(wait_for_results(1));
+    EXPECT_EQ(fake().browser(2).inspector_methods, strings{"A.again"});
 }
 
 TEST_F(InspectorTest, CallsThatAreOutComeToNothingWhenTheBrowserGoes) {
@@ -220,6 +242,17 @@ TEST_F(InspectorTest, ThePictureIsLargerByTheScale) {
     EXPECT_EQ(browser.view_scale, 1.5);
     EXPECT_EQ(s.seen.frames.back().width, 96);
     EXPECT_EQ(s.seen.frames.back().height, 54);
+}
+
+TEST_F(InspectorTest, ThePageIsSmallerWhereItsPictureWouldBeTooLarge) {
+    start();
+    zRecord settings = page("http://a/", 20'000, 3);
+    settings.SetDouble("web_scale", 2.5);
+    screen s(settings);
+    show(s);
+    ASSERT_TRUE(loop_until([&] { return !s.seen.frames.empty(); }));
+    EXPECT_EQ(fake().browser(1).view_width, 6553) << "16384 of 2.5";
+    EXPECT_EQ(s.seen.frames.back().width, 16'383);
 }
 
 TEST_F(InspectorTest, TheBackgroundGoesToTheRuntimeUnlessItIsClear) {

@@ -79,8 +79,9 @@ public:
 };
 
 // Receives the sound of a page whose display was made with "web_sound". Called on a thread of the
-// runtime's, AudioStopped on the display thread too, one call at a time; none of them must wait. A
-// receiver may take itself away, and must not close or release its display: see docs/threads.md.
+// runtime's, AudioStopped on the display thread too, one call at a time; none of them must wait.
+// With "web_page_clock" all on the display thread. A receiver may take itself away, and must not
+// close or release its display: see docs/threads.md.
 class PENNYWORT_API cBrowserAudioReceiverInterface {
 public:
     cBrowserAudioReceiverInterface() = default;

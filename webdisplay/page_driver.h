@@ -23,8 +23,9 @@ struct page_driver_events {
     std::function<void()> page_stands;
     // The page does not follow its clock any more; why. Comes at once.
     std::function<void(const std::string& why)> failed;
-    // What the page sounds like.
+    // What the page sounds like; and whether anybody hears it. Without them nobody does.
     std::function<void(const page_samples& heard)> sounds;
+    std::function<bool()> is_heard;
 };
 
 // Belongs to the display thread. The runtime holds it as the inspector's observer until `close`.
@@ -67,6 +68,7 @@ private:
     void page_stands() override;
     void page_fails(const std::string& why) override;
     void page_sounds(const page_samples& heard) override;
+    bool is_heard() override { return m_events.is_heard && m_events.is_heard(); }
     std::string bytes_of_file(const std::string& url) override;
 
     void step_soon();

@@ -17,6 +17,15 @@ std::string message_text(const nlohmann::json& message, const char* place) {
     return text.is_string() ? text.get<std::string>() : std::string();
 }
 
+std::string value_of_result(const nlohmann::json& result) {
+    using nlohmann::json;
+    if (!message_part(result, "/exceptionDetails").is_null()) return {};
+    const json& value = message_part(result, "/result/value");
+    if (value.is_string()) return value.get<std::string>();
+    return value.is_null() ? std::string()
+                           : value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 void page_inspector::call(const char* method, const json& params, receiver answered,
                           const std::string& session) {
     const int id = ++m_last_id;

@@ -15,6 +15,9 @@ const nlohmann::json& message_part(const nlohmann::json& message, const char* pl
 // The same as a text; empty for what is none.
 std::string message_text(const nlohmann::json& message, const char* place);
 
+// What an expression came to, by the result of "Runtime.evaluate"; empty for what has thrown.
+std::string value_of_result(const nlohmann::json& result);
+
 // Not locked: it belongs to the display thread. Knows nothing of the browser.
 class page_inspector {
 public:

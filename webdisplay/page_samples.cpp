@@ -1,9 +1,11 @@
 // page_samples.cpp - see the header for the contract.
 #include "webdisplay/page_samples.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
+#include <functional>
 #include <string>
 
 #include "core/limits.h"
@@ -11,6 +13,9 @@
 namespace pennywort::webdisplay {
 
 namespace {
+
+// Numbers of a script are whole up to here. Nothing that is added to one overflows.
+constexpr std::int64_t k_last_position = std::int64_t(1) << 53;
 
 constexpr std::string_view k_digits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -69,11 +74,24 @@ std::optional<page_samples> page_samples_of(std::string_view text) {
     std::int64_t position = 0;
     const char* const end = text.data() + colon;
     const auto [rest, error] = std::from_chars(text.data(), end, position);
-    const bool is_number = error == std::errc() && rest == end && position >= 0;
+    const bool is_number =
+        error == std::errc() && rest == end && position >= 0 && position <= k_last_position;
     if (!is_number || position % k_page_samples_of_a_millisecond != 0) return {};
     const auto bytes = bytes_of_base64(text.substr(colon + 1));
     if (!bytes || bytes->empty() || bytes->size() % k_both != 0) return {};
     return page_samples{position / k_page_samples_of_a_millisecond, floats_of(*bytes)};
+}
+
+std::optional<page_samples> together(std::optional<page_samples> one,
+                                     std::optional<page_samples> other) {
+    if (!one) return other;
+    if (!other) return one;
+    const bool is_same =
+        one->milliseconds == other->milliseconds && one->samples.size() == other->samples.size();
+    if (!is_same) return other;
+    std::transform(one->samples.begin(), one->samples.end(), other->samples.begin(),
+                   one->samples.begin(), std::plus<>());
+    return one;
 }
 
 }  // namespace pennywort::webdisplay

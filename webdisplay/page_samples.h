@@ -20,8 +20,12 @@ struct page_samples {
 };
 
 // "POSITION:BASE64": the position in samples of 48 kHz, a whole millisecond, and the samples as 32
-// bit floats. Nothing for what is not that, since a page's own scripts may interfere, and for what
-// is longer than k_max_page_sound_seconds.
+// bit floats. Nothing for what is not that, since a page's own scripts may interfere, for what is
+// longer than k_max_page_sound_seconds, and for a position that no script can count to.
 std::optional<page_samples> page_samples_of(std::string_view text);
+
+// Both at once, of one and the same while. Of different ones, as a page may make up, the second.
+std::optional<page_samples> together(std::optional<page_samples> one,
+                                     std::optional<page_samples> other);
 
 }  // namespace pennywort::webdisplay

@@ -177,15 +177,26 @@ std::string base64(std::string_view bytes) {
 }  // namespace
 
 std::string page_driver_script() {
-    return joined({"(() => {", k_sound_driver, k_film_driver, "})();"});
+    return joined({"(() => {", k_sound_common, k_sound_driver, k_film_driver, "})();"});
 }
 
-std::string films_at(std::int64_t microseconds) {
-    return joined({"window['thinternal films'](", std::to_string(microseconds), ")"});
+std::string films_at(std::int64_t microseconds, bool is_heard) {
+    return joined({"window['thinternal films'](", std::to_string(microseconds), ",",
+                   is_heard ? "true" : "false", ")"});
+}
+
+std::string sound_world_script() {
+    return joined({"(() => { if (globalThis.thinternalSound) return;", k_sound_common,
+                   k_sound_world, "})();"});
+}
+
+std::string heard_of(const std::string& order_as_json, bool is_hurried) {
+    return joined(
+        {"thinternalSound.hear(", order_as_json, ",", is_hurried ? "true" : "false", ")"});
 }
 
 std::string file_part(const std::string& url_as_json, std::size_t total, std::string_view bytes) {
-    return joined({"window['thinternal file'](", url_as_json, ",", std::to_string(total), ",'",
+    return joined({"thinternalSound.take_file(", url_as_json, ",", std::to_string(total), ",'",
                    base64(bytes), "')"});
 }
 

@@ -63,16 +63,26 @@ inline constexpr std::string_view k_no_printing =
 
 // Only for a page by its own clock. Films do not play by that clock, nor does anything sound by it:
 // films are kept paused and put to each frame's moment, contexts of sound are replaced by such as
-// render off line, and what is heard is mixed by script. The driver stands in each document before
-// its own scripts, and calls the binding when there is the first thing to drive, with nothing, or
-// with "file " and the URL of a file whose bytes it needs.
+// render off line, and files of sound are mixed by script. The driver stands in each document
+// before its own scripts, and calls the binding when there is the first thing to drive.
 inline constexpr const char* k_film_binding = "thinternalFilms";
-inline constexpr std::string_view k_file_wish = "file ";
+extern const char* const k_sound_common;
 extern const char* const k_sound_driver;
 extern const char* const k_film_driver;
 std::string page_driver_script();
-// Run before each frame and waited for. Its value is what is heard: see page_samples.
-std::string films_at(std::int64_t microseconds);
+// Run before each frame and waited for. Its value is what is heard of the page's own making (see
+// page_samples), and in a second line what is to be heard of files, as an order for the world
+// below; nothing where neither is, or nobody listens.
+std::string films_at(std::int64_t microseconds, bool is_heard);
+
+// Files are heard in a world beside the page's own, with objects that no script of the page can
+// reach. It asks for the bytes of a file of this machine by its own binding.
+inline constexpr const char* k_sound_world_name = "thinternal sound";
+inline constexpr const char* k_file_binding = "thinternalFile";
+extern const char* const k_sound_world;
+std::string sound_world_script();
+// Its value is what is heard of files. A hurried one does not wait for what has not come.
+std::string heard_of(const std::string& order_as_json, bool is_hurried);
 // Hands it the next bytes of such a file of `total`; none at all where it cannot be read.
 std::string file_part(const std::string& url_as_json, std::size_t total, std::string_view bytes);
 // Waits for the page's turn of requestAnimationFrame, and has the time for its value that the page
@@ -80,6 +90,9 @@ std::string file_part(const std::string& url_as_json, std::size_t total, std::st
 // put theirs in its place: one that goes by a timer would never come while the page's time stands.
 extern const char* const k_turn_keeper;
 inline constexpr const char* k_turn = "window['thinternal turn']()";
+
+// What the driver's warnings in the console begin with; no page writes that by chance.
+inline constexpr std::string_view k_sound_mark = "thinternal sound: ";
 // What the page has asked for so far and shows nothing without: fonts, images, films.
 extern const char* const k_settled;
 // The same for a page whose start waits for nothing that is on its way.

@@ -5,41 +5,30 @@
 namespace pennywort::webdisplay::page_scripts {
 
 // Contexts render off line, as far as the page's time goes, and are listened to where they are
-// halted; films and sounds are decoded once and mixed by script. Times are positions: samples of
-// 1/48000 s since the page's time 0.
-//
-// The bytes of a file of this machine are not to come into the hands of the page's own scripts,
-// which may replace whatever the browser has: so all that touches them is taken here before those
-// run, and called without a look at anything that could have been replaced.
+// halted. Films and sounds are only watched here: what is to be heard of them goes to the host as
+// orders, and is fetched, decoded and mixed in a world of its own (page_sound_world.cpp), for no
+// script of a page may hold the samples of another site's file, or of one of this machine. Whatever
+// is here a page may reach and bend, and it finds nothing but what it has made itself. Times are
+// positions: samples of 1/48000 s since the page's time 0.
 const char* const k_sound_driver = R"js(
-  const key = 'thinternal sound', rate = 48000;
+  const key = 'thinternal sound';
   const tell = self.thinternalFilms;
   delete self.thinternalFilms;
   const call = Reflect.apply;
   const offline = self.OfflineAudioContext, online = self.AudioContext;
-  const warn = console.warn.bind(console);
-  const said = new Set();
-  const say = text => {
-    if (said.has(text) || said.size >= 20) return;
-    said.add(text);
-    warn('sound: ' + text);
-  };
 
   function make_hub() {
-    const quantum = 128, packet = 48, longest = 3600 * rate, window_of_ears = 32768;
+    const quantum = 128, packet = 48, window_of_ears = 32768;
     const native = {
       suspend: offline.prototype.suspend, resume: offline.prototype.resume,
-      start: offline.prototype.startRendering, decode: offline.prototype.decodeAudioData,
-      listen: AnalyserNode.prototype.getFloatTimeDomainData, from_base64: Uint8Array.fromBase64,
-      to_base64: Uint8Array.prototype.toBase64, put: Uint8Array.prototype.set,
-      fetch: self.fetch.bind(self), ArrayBuffer, Uint8Array,
-      channel: AudioBuffer.prototype.getChannelData
+      start: offline.prototype.startRendering,
+      listen: AnalyserNode.prototype.getFloatTimeDomainData
     };
     const clock = performance.now.bind(performance);
 
     // --- time
 
-    let told = 0, at = 0, seen = 0, has_begun = false, is_told = false;
+    let at = 0, seen = 0, has_begun = false, is_told = false;
     const now = () => has_begun ? at + (clock() - seen) * rate / 1000 : 0;
     const rouse = () => {
       if (is_told) return;
@@ -48,146 +37,109 @@ const char* const k_sound_driver = R"js(
       tell('');
     };
 
-    // --- what is heard and not handed over yet: from `told` on
-
-    let sides = [new Float32Array(0), new Float32Array(0)];
-    const make_room = until => {
-      if (sides[0].length >= until - told) return;
-      sides = sides.map(side => {
-        const longer = new Float32Array(until - told);
-        longer.set(side);
-        return longer;
-      });
-    };
-    function hand_over(until) {
-      const count = until - told;
-      const both = new Float32Array(count * 2);
-      sides.forEach((side, i) => both.set(side.subarray(0, count), i * count));
-      sides = sides.map(side => side.slice(count));
-      const from = told;
-      told = until;
-      if (both.every(sample => sample === 0)) return '';
-      return from + ':' + call(native.to_base64, new native.Uint8Array(both.buffer), []);
-    }
-
     // --- contexts
 
     let contexts = [];
+    // What a context renders stays in its room until it ends. Each has one for all that it will
+    // ever render, and no other afterwards; so many at once have one of so many seconds.
+    const rooms = [
+      {most: 4, live: 0, seconds: 3600,
+       words: 'an AudioContext is heard for an hour, and no longer'},
+      {most: 12, live: 0, seconds: 600,
+       words: 'an AudioContext beside 4 others is heard for 10 minutes, and no longer'},
+      {most: 112, live: 0, seconds: 60,
+       words: 'an AudioContext beside 16 others is heard for a minute, and no longer'}
+    ];
+    const refused = 'this browser has no room for one more AudioContext, which is not heard';
+    const longest_rest = 600 * rate;
+    // Without a room it is not rendered at all.
+    function with_room(make) {
+      const room = rooms.find(one => one.live < one.most), length = room?.seconds * rate;
+      if (!room) say('of more than 128 AudioContexts at once the further ones are not heard');
+      try {
+        if (room) {
+          const context = make(length);
+          ++room.live;
+          return {room, length, context};
+        }
+      } catch {
+        say(refused);
+      }
+      return {context: make(quantum)};
+    }
+    const give_back = one => {
+      if (one.has_room) --one.room.live;
+      one.has_room = false;
+    };
+    // Its room goes with its end, which it comes to without its nodes, unless that is far.
+    function put_away(one) {
+      one.is_closed = true;
+      const has_rest = one.has_started && !one.is_refused;
+      if (has_rest && one.length - one.done > longest_rest) return;
+      give_back(one);
+      if (!has_rest) return;
+      one.out.disconnect();
+      call(native.resume, one.context, []).catch(() => {});
+    }
     function listen(one, count) {
       let size = 32;
       while (size < count) size *= 2;
+      one.is_loud = false;
       one.ears.forEach((ear, side) => {
         if (ear.fftSize !== size) ear.fftSize = size;
         const heard = new Float32Array(size), into = sides[side];
         call(native.listen, ear, [heard]);
         const first = one.origin + one.done - told - size + count;
-        for (let i = size - count; i < size; ++i) into[first + i] += heard[i];
+        for (let i = size - count; i < size; ++i) {
+          into[first + i] += heard[i];
+          if (heard[i] !== 0) one.is_loud = true;
+        }
       });
     }
+    // False where the browser refuses it: it may have no such room.
+    const render_to = (one, next) => new Promise(done => {
+      const refuse = () => done(false);
+      call(native.suspend, one.context, [(next + 0.5) / rate]).then(() => done(true), refuse);
+      const go = one.has_started ? native.resume : native.start;
+      one.has_started = true;
+      call(go, one.context, []).catch(refuse);
+    });
     async function render(one, until) {
-      const end = one.ends_at ?? until;
-      const goal = Math.min(Math.floor((end - one.origin) / quantum) * quantum, longest - quantum);
+      const end = one.ends_at ?? until, last = one.length - quantum;
+      const goal = Math.min(Math.floor((end - one.origin) / quantum) * quantum, last);
       while (one.done < goal) {
         const next = Math.min(goal, one.done + window_of_ears);
-        const halted = call(native.suspend, one.context, [(next + 0.5) / rate]);
-        const going = call(one.has_started ? native.resume : native.start, one.context, []);
-        one.has_started = true;
-        going.catch(() => {});
-        await halted;
+        if (!await render_to(one, next)) {
+          say(refused);
+          one.is_refused = one.is_closed = true;
+          return;
+        }
         listen(one, next - one.done);
         one.done = next;
       }
-      if (one.done >= longest - quantum) {
-        say('an AudioContext is heard for an hour, and no longer');
-        one.is_closed = true;
+      if (one.done >= last) {
+        if (one.is_loud) say(one.room.words);
+        one.is_over = one.is_closed = true;
       }
       one.is_frozen = one.ends_at !== undefined;
+    }
+    async function render_all(until) {
+      contexts.filter(one => one.self.closed).forEach(give_back);
+      contexts = contexts.filter(one => !one.self.closed);
+      let known = until;
+      for (const one of contexts) {
+        if (!one.is_frozen) await render(one, until);
+        if (one.is_closed || one.is_ending) put_away(one);
+        else if (!one.is_frozen) known = Math.min(known, one.origin + one.done);
+      }
+      contexts = contexts.filter(one => !one.is_closed);
+      return known;
     }
 
     // --- films and sounds
 
-    const frames = [], pieces = [], sources = new Map(), late = new WeakSet();
-    const files = Object.create(null);
+    const frames = [], pieces = [], late = new WeakSet();
     let give_up = () => {};
-
-    const name_of = url => url.startsWith('data:') ? url.slice(0, 40) : url.slice(0, 300);
-    async function fetched(url) {
-      let answer;
-      try {
-        answer = await native.fetch(url);
-      } catch {
-        throw url.startsWith('blob:') ? 'a script makes it piece by piece' :
-          'the page may not fetch it (CORS, or its content security policy)';
-      }
-      if (!answer.ok) throw 'the server says ' + answer.status;
-      const bytes = await answer.arrayBuffer();
-      return {bytes, size: bytes.byteLength};
-    }
-    const read = url => new Promise((done, failed) => {
-      files[url] = {done, failed, bytes: null, size: 0, count: 0};
-      tell('file ' + url);
-    });
-    // What the host has of such a file; nothing where it cannot be read.
-    function take_file(url, total, text) {
-      const file = files[url];
-      if (!file) return;
-      if (!total) return file.failed('it cannot be read, or is longer than 256 MiB');
-      file.size = total;
-      file.bytes = file.bytes || new native.ArrayBuffer(total);
-      const part = native.from_base64(text);
-      call(native.put, new native.Uint8Array(file.bytes), [part, file.count]);
-      file.count += part.length;
-      if (file.count >= total) file.done();
-    }
-    // Whether a film names a format of sound: "A_OPUS" in Matroska, "soun" in MPEG-4.
-    function names_sound(bytes, size) {
-      const edge = 1 << 20, all = new native.Uint8Array(bytes);
-      for (let i = 0; i + 3 < size; ++i) {
-        if (i === edge && size > 2 * edge) i = size - edge;
-        if (all[i] === 65 && all[i + 1] === 95 && all[i + 2] > 64 && all[i + 2] < 91) return true;
-        if (all[i] === 115 && all[i + 1] === 111 && all[i + 2] === 117 && all[i + 3] === 110) {
-          return true;
-        }
-      }
-      return false;
-    }
-    const centre = Math.SQRT1_2;
-    function folded(buffer) {
-      const all = [];
-      for (let i = 0; i < buffer.numberOfChannels; ++i) all.push(call(native.channel, buffer, [i]));
-      if (all.length === 1) return [all[0], all[0]];
-      if (all.length === 6) {
-        return [[0, 4], [1, 5]].map(([front, back]) =>
-          all[front].map((sample, i) => sample + centre * (all[2][i] + all[back][i])));
-      }
-      if (all.length === 4) {
-        return [0, 1].map(side => all[side].map((sample, i) => (sample + all[side + 2][i]) / 2));
-      }
-      return all.slice(0, 2);
-    }
-    async function load(url, is_film) {
-      const is_file = url.slice(0, 5) === 'file:';
-      const held = is_file ? await read(url) : await fetched(url);
-      const {bytes, size} = held || files[url];
-      delete files[url];
-      if (is_film && !names_sound(bytes, size)) return null;
-      try {
-        return folded(await call(native.decode, new offline(2, 1, rate), [bytes]));
-      } catch {
-        throw 'this browser cannot decode it';
-      }
-    }
-    function source_of(film) {
-      const url = film.currentSrc;
-      let source = sources.get(url);
-      if (source) return source;
-      source = {sides: null, is_over: false};
-      const fail = why => say(name_of(url) + ' is not in the film: ' + why);
-      source.coming = load(url, film.localName === 'video')
-        .then(sides => { source.sides = sides; }, fail).then(() => { source.is_over = true; });
-      sources.set(url, source);
-      return source;
-    }
     const level_of = film => film.muted ? 0 : film.volume;
     const turn = () => new Promise(done => {
       const {port1, port2} = new MessageChannel();
@@ -216,7 +168,7 @@ const char* const k_sound_driver = R"js(
     }
     async function prepare(film, run) {
       const has_source = film.srcObject || film.currentSrc || film.src || film.firstElementChild;
-      if (level_of(film) === 0 || run.source || run.is_refused || !has_source) return;
+      if (level_of(film) === 0 || run.url || run.is_refused || !has_source) return;
       const is_there = !film.srcObject && await has_come(film);
       const refusal = refusal_of(film);
       if (refusal) {
@@ -225,11 +177,11 @@ const char* const k_sound_driver = R"js(
       }
       if (!is_there) return;
       run.is_ready = true;
-      run.source = source_of(film);
+      run.url = film.currentSrc;
+      run.length = Math.round(film.duration * rate);
       if (film.playbackRate !== 1 && film.preservesPitch) {
         say(name_of(film.currentSrc) + ': its pitch goes with its rate of ' + film.playbackRate);
       }
-      await run.source.coming;
     }
     const in_time = (film, coming) => late.has(film) ? null : Promise.race([coming,
       new Promise(done => {
@@ -241,68 +193,87 @@ const char* const k_sound_driver = R"js(
       late.add(film);
       say(name_of(film.currentSrc || film.src) + ' comes late, and begins in its middle');
     });
-    function mix(film, run, until) {
-      const from = Math.max(run.heard, told);
+    // What is to be heard of it until then, as page_sound_world.cpp reads it.
+    function order_of([film, run, until]) {
+      const from = Math.max(run.heard, told), level = level_of(film), {speed, url, length} = run;
       run.heard = until;
-      const level = level_of(film), heard = run.source && run.source.sides;
-      if (!heard || level === 0) return;
-      const begun = Math.round(run.begun), speed = run.speed;
+      if (!url || level === 0 || from >= until) return [];
       const first = speed === 1 ? Math.round(run.from * rate) : run.from * rate;
-      const end = Math.round(film.duration * rate);
-      for (let i = from; i < until; ++i) {
-        let place = first + (i - begun) * speed;
-        if (place >= end && !film.loop) return;
-        place %= end;
-        const low = Math.floor(place), part = place - low;
-        const high = low + 1 < end || !film.loop ? low + 1 : 0;
-        for (let side = 0; side < 2; ++side) {
-          const one = heard[side][low] || 0, other = heard[side][high] || 0;
-          sides[side][i - told] += level * (part ? one + part * (other - one) : one);
-        }
-      }
+      return [{url, from, until, level, speed, first, length, begun: Math.round(run.begun),
+               is_film: film.localName === 'video', is_loop: film.loop}];
     }
+    // As far as that can be known without a look at its file.
+    const is_audible = ([film, run]) => level_of(film) > 0 && film.readyState > 0 &&
+      (film.localName === 'audio' || film.webkitAudioDecodedByteCount > 0);
 
     // --- one frame
 
-    const runs = () => frames.filter(one => !one.self.closed).flatMap(one => [...one.films]);
-    async function step(until) {
-      await Promise.all(frames.filter(one => !one.self.closed).map(one => one.place()));
-      const all = [...pieces.map(piece => [piece[0], piece[1]]), ...runs()];
+    const open_frames = () => frames.filter(one => !one.self.closed);
+    const runs = () => open_frames().flatMap(one => [...one.films]);
+    const ran = until => [...pieces, ...runs().map(([film, run]) => [film, run, until])];
+    let ordered = 0;
+    async function step(until, is_heard) {
+      await Promise.all(open_frames().map(one => one.place()));
+      const all = is_heard ? ran(until) : [];
       await Promise.all(all.map(([film, run]) => in_time(film, prepare(film, run))));
       give_up = () => {};
       make_room(until);
-      contexts = contexts.filter(one => !one.self.closed && !one.is_closed);
-      let known = until;
+      const known = await render_all(until);
+      return is_heard ? speak(until, known) : keep_silent(until, known);
+    }
+    const whole = position => Math.max(told, Math.floor(position / packet) * packet);
+    function speak(until, known) {
+      const from = told, orders = ran(until).flatMap(order_of);
+      pieces.length = 0;
+      const to = whole(known), heard = hand_over(to);
+      for (const one of orders) ordered = Math.max(ordered, one.until);
+      const is_bare = orders.length === 0 && ordered <= from;
+      const text = is_bare ? '' : JSON.stringify({from, to, until, orders});
+      return heard || text ? heard + '\n' + text : '';
+    }
+    // Nobody listens. That there would be something to hear is told all the same.
+    function keep_silent(until, known) {
+      const is_loud = contexts.some(one => one.is_loud) || ran(until).some(is_audible);
+      for (const [film, run] of ran(until)) run.heard = until;
+      pieces.length = 0;
+      drop(whole(known));
+      if (is_loud) say('nobody listens');
+      return '';
+    }
+    // Before a document's first frame its time stands, and that frame may be any of the film's.
+    function begin(until) {
+      has_begun = true;
+      if (is_told) told += Math.floor(until / packet) * packet;
       for (const one of contexts) {
-        if (!one.is_frozen) await render(one, until);
-        if (one.is_ending) one.is_closed = true;
-        else if (!one.is_frozen && !one.is_closed) known = Math.min(known, one.origin + one.done);
+        one.origin += until;
+        if (one.ends_at !== undefined) one.ends_at += until;
       }
-      for (const [film, run, end] of pieces.splice(0)) mix(film, run, end);
-      for (const [film, run] of runs()) mix(film, run, until);
-      return hand_over(Math.max(told, Math.floor(known / packet) * packet));
+      for (const piece of pieces) piece[2] += until;
+      for (const [, run] of ran(until)) {
+        run.begun += until;
+        run.heard += until;
+      }
     }
     // Once more for the same frame: what has not come by now is not waited for.
     let busy = null;
-    function drive(microseconds) {
+    function drive(microseconds, is_heard) {
       const until = Math.floor(microseconds * 48 / 1000 + 1e-6);
       if (busy && busy.until === until) {
         give_up();
         return busy.end.then(() => '');
       }
+      if (!has_begun) begin(until);
       at = until;
       seen = clock();
-      has_begun = true;
       if (!is_told) return '';
       const mine = busy = {until};
-      busy.end = step(until).finally(() => { if (busy === mine) busy = null; });
+      busy.end = step(until, is_heard).finally(() => { if (busy === mine) busy = null; });
       return busy.end;
     }
 
     Object.defineProperty(self, 'thinternal films', {value: drive});
-    Object.defineProperty(self, 'thinternal file', {value: take_file});
     return Object.freeze({
-      now, rouse, say, longest,
+      now, rouse, say, with_room,
       add(one) {
         contexts.push(one);
         rouse();
@@ -344,8 +315,10 @@ const char* const k_sound_driver = R"js(
     });
     const AudioContext = {AudioContext: class {
       constructor() {
-        const context = Reflect.construct(offline, [1, hub.longest, rate], new.target);
-        const one = {context, self, origin: Math.round(hub.now()), done: 0, events: new WeakSet()};
+        const make = length => Reflect.construct(offline, [1, length, rate], new.target);
+        const {room, length, context} = hub.with_room(make);
+        const one = {context, self, room, length, has_room: Boolean(room), done: 0,
+                     origin: Math.round(hub.now()), events: new WeakSet()};
         records.set(context, one);
         // The halts of each frame are none of the page's business.
         context.addEventListener('statechange', event => {
@@ -362,7 +335,7 @@ const char* const k_sound_driver = R"js(
           ear.connect(end);
           return ear;
         });
-        hub.add(one);
+        if (room) hub.add(one);
         change(context);
         return context;
       }
@@ -447,6 +420,7 @@ const char* const k_sound_driver = R"js(
         proto[name] = function (...given) {
           const one = records.get(this.context);
           const when = one ? position(one) / rate : 0;
+          if (one && one.is_over) hub.say(one.room.words);
           if (one && !(given[0] < 0 || given[0] > when)) given[0] = when;
           return call(method, this, given);
         };

@@ -45,15 +45,6 @@ constexpr auto k_last_patience = 2'000ms;
 // The browser cuts a budget off to whole microseconds; no rounding is to cost one.
 constexpr double k_spare_ms = 0.0001;
 
-// What an expression came to; empty for what has thrown.
-std::string value_of(const json& result) {
-    if (!message_part(result, "/exceptionDetails").is_null()) return {};
-    const json& value = message_part(result, "/result/value");
-    if (value.is_string()) return value.get<std::string>();
-    return value.is_null() ? std::string()
-                           : value.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
 // Also where a timer's script holds the page's time.
 constexpr const char* k_hangs =
     "the page hangs: one of its scripts has not come to an end within 30 s";
@@ -72,8 +63,8 @@ page_timeline::page_timeline(timeline_port& port, double day, page_start start)
       m_start(std::move(start)),
       m_lead_us(k_lead_us),
       m_inspector([&port](const std::string& message) { port.send_to_inspector(message); },
-                  [this](const std::string& method, const json& params) { hear(method, params); }) {
-}
+                  [this](const std::string& method, const json& params) { hear(method, params); }),
+      m_hearing(m_inspector, port) {}
 
 // --- what comes
 
@@ -98,12 +89,11 @@ void page_timeline::page_lost() {
 }
 
 void page_timeline::hear(const std::string& method, const json& params) {
+    m_hearing.hear(method, params);
     if (method == "Emulation.virtualTimeBudgetExpired") {
         if (m_phase == phase::aligning || m_phase == phase::moving) m_has_come = true;
     } else if (method == "Runtime.bindingCalled") {
-        if (message_text(params, "/name") == page_scripts::k_film_binding) {
-            hear_binding(message_text(params, "/payload"));
-        }
+        if (message_text(params, "/name") == page_scripts::k_film_binding) m_has_films = true;
     } else if (method == "Page.frameNavigated") {
         const bool is_main = message_part(params, "/frame/parentId").is_null();
         if (m_phase == phase::loading && is_main) page_begins();
@@ -148,26 +138,6 @@ void page_timeline::worker_ends(const std::string& session) {
 
 void page_timeline::worker_woke(const std::string& session) {
     if (std::erase(m_woken, session) > 0) --m_open_calls;
-}
-
-void page_timeline::hear_binding(const std::string& payload) {
-    m_has_films = true;
-    const std::string_view wish = page_scripts::k_file_wish;
-    if (payload.compare(0, wish.size(), wish) == 0) hand_file(payload.substr(wish.size()));
-}
-
-// In parts, since each becomes one message.
-void page_timeline::hand_file(const std::string& url) {
-    constexpr std::size_t k_part = 3 << 18;
-    const std::string bytes = m_port.bytes_of_file(url);
-    const std::string named = json(url).dump(-1, ' ', true, json::error_handler_t::replace);
-    std::string_view left = bytes;
-    do {
-        const std::string part =
-            page_scripts::file_part(named, bytes.size(), left.substr(0, k_part));
-        left.remove_prefix(std::min(k_part, left.size()));
-        m_inspector.call("Runtime.evaluate", {{"expression", part}});
-    } while (!left.empty());
 }
 
 // --- what is asked for
@@ -442,7 +412,7 @@ void page_timeline::ask_page() {
                          {{"expression", m_asked[i].expression}, {"returnByValue", true}},
                          [this, i](const json& result) {
                              --m_open_calls;
-                             if (i < m_asked.size()) m_asked[i].value = value_of(result);
+                             if (i < m_asked.size()) m_asked[i].value = value_of_result(result);
                          });
     }
 }
@@ -481,13 +451,12 @@ void page_timeline::place() {
 void page_timeline::place_films() {
     ++m_open_calls;
     m_inspector.call("Runtime.evaluate",
-                     {{"expression", page_scripts::films_at(m_frame_us)},
+                     {{"expression", page_scripts::films_at(m_frame_us, m_port.is_heard())},
                       {"awaitPromise", true},
                       {"returnByValue", true}},
                      [this](const json& result) {
-                         --m_open_calls;
-                         const auto heard = page_samples_of(value_of(result));
-                         if (heard) m_port.page_sounds(*heard);
+                         m_hearing.take(value_of_result(result), m_is_hurried,
+                                        [this] { --m_open_calls; });
                      });
 }
 

@@ -15,6 +15,7 @@
 
 #include "core/run/clock.h"
 #include "webdisplay/page_grain.h"
+#include "webdisplay/page_hearing.h"
 #include "webdisplay/page_inspector.h"
 #include "webdisplay/page_samples.h"
 
@@ -60,6 +61,9 @@ public:
     // What the page sounds like for a while that is over. What was never told is silence; when a
     // frame is over, all is told but the last 4 ms before its moment.
     virtual void page_sounds(const page_samples& heard) = 0;
+    // Whether anybody hears that. Where nobody does, nothing is fetched, decoded or waited for that
+    // is only to be heard.
+    virtual bool is_heard() { return true; }
     // The bytes of a file of this machine that the page plays; empty where it may have none.
     virtual std::string bytes_of_file(const std::string& url) = 0;
 };
@@ -223,8 +227,6 @@ private:
     void place();
     void place_films();
     void hurry();
-    void hand_file(const std::string& url);
-    void hear_binding(const std::string& payload);
     void hold() { stop_clock(phase::holding); }
     void tick();
     void meet_next_page();
@@ -240,6 +242,7 @@ private:
     const page_start m_start;
     std::int64_t m_lead_us;  // from where the clock stops to the page's time 0, at least
     page_inspector m_inspector;
+    page_hearing m_hearing;
     phase m_phase = phase::nothing;
     time m_now{};
     time m_limit = time::max();

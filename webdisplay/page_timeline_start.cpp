@@ -35,6 +35,7 @@ void page_timeline::prepare() {
     call("Target.setAutoAttach",
          {{"autoAttach", true}, {"waitForDebuggerOnStart", false}, {"flatten", true}});
     call("Runtime.addBinding", {{"name", page_scripts::k_film_binding}});
+    m_hearing.prepare();
     // The empty page has its turns in the trials, too.
     call("Page.addScriptToEvaluateOnNewDocument",
          {{"source", page_scripts::k_turn_keeper}, {"runImmediately", true}});

@@ -21,6 +21,11 @@ void sound_port::set_receiver(cBrowserAudioReceiverInterface* receiver) {
     m_is_told = false;
 }
 
+bool sound_port::has_receiver() const {
+    const std::lock_guard<std::recursive_mutex> guard(m_lock);
+    return m_receiver != nullptr;
+}
+
 void sound_port::started(long channels, long sample_rate) {
     const std::lock_guard<std::recursive_mutex> guard(m_lock);
     m_channels = channels;

@@ -13,6 +13,7 @@ class sound_port {
 public:
     // Waits for a call in progress on another thread. The old receiver is told nothing more.
     void set_receiver(cBrowserAudioReceiverInterface* receiver);
+    bool has_receiver() const;
 
     void started(long channels, long sample_rate);
     void packet(const float* const* samples, long frames, std::int64_t milliseconds);
@@ -23,7 +24,7 @@ public:
     static bool is_telling();
 
 private:
-    loam::returned_recursive_mutex m_lock;  // a receiver may take itself away
+    mutable loam::returned_recursive_mutex m_lock;  // a receiver may take itself away
     cBrowserAudioReceiverInterface* m_receiver = nullptr;
     long m_channels = 0;  // 0: the page is silent
     long m_sample_rate = 0;

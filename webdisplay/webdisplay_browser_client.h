@@ -177,7 +177,7 @@ private:
     cef::own<inspector_line> m_line;
     std::vector<inspector_call> m_first_calls;
     std::size_t m_open_first_calls = 0;
-    bool m_keeps_calls = false;  // among those, until the empty page is there
+    bool m_keeps_calls = false;      // among those, until the empty page is there
     bool m_waits_for_calls = false;  // with the first page
     // Only of a page by its own clock; UI thread.
     cef::own<page_driver> m_driver;

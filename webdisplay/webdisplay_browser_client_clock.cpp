@@ -3,6 +3,7 @@
 #include <mutex>
 #include <utility>
 
+#include "core/run/guarded.h"
 #include "loam/trace.h"
 #include "webdisplay/cef/text.h"
 #include "webdisplay/client_owner_use.h"
@@ -26,7 +27,10 @@ void webdisplay_browser_client::make_driver() {
     };
     events.page_stands = [this] { page_stands(); };
     events.failed = [this](const std::string& why) { page_stopped(why); };
-    if (m_own_sound) events.sounds = [this](const page_samples& heard) { page_sounds(heard); };
+    if (m_own_sound) {
+        events.sounds = [this](const page_samples& heard) { page_sounds(heard); };
+        events.is_heard = [this] { return m_own_sound->has_receiver(); };
+    }
     m_driver = cef::own<page_driver>(
         new page_driver(page_day(), page_start::of(m_page_start), std::move(events)));
 }
@@ -95,7 +99,9 @@ void webdisplay_browser_client::page_sounds(const page_samples& heard) {
 }
 
 void webdisplay_browser_client::end_sound() {
-    if (std::exchange(m_is_sounding, false)) m_own_sound->stopped();
+    if (!std::exchange(m_is_sounding, false)) return;
+    // What a host throws must not keep the browser's end from being told.
+    run::guarded("cWebDisplayBrowser", "AudioStopped", [this] { m_own_sound->stopped(); });
 }
 
 void webdisplay_browser_client::page_stopped(const std::string& why) {

@@ -88,7 +88,11 @@ page_display::page_display(const render_options& options, recorder& frames,
     m_browser->SetVideoRenderer(this);
     m_browser->SetPageCallbackReceiver(this);
     m_browser->SetJavascriptCallbackReceiver(this);
-    m_browser->SetAudioReceiver(&m_sound);
+    // In the day's time it tells also what a film lacks that has no sound. A page by its own clock
+    // says that itself, and would fetch its files and wait for them.
+    if (options.clock != page_clock::own || options.format.has_sound) {
+        m_browser->SetAudioReceiver(&m_sound);
+    }
     m_browser->SetInspectorReceiver(this);
     for (const auto& request : inspector_requests(options.page, options.urls)) ask(request);
 }

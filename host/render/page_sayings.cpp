@@ -32,8 +32,11 @@ std::int64_t number_at(const json& value, const char* place) {
     return found.is_number_integer() ? found.get<std::int64_t>() : -1;
 }
 
-// What the driver of a page by its own clock begins its warnings with.
-constexpr std::string_view k_sound_mark = "sound: ";
+// What the driver of a page by its own clock begins its warnings with, and what it says where
+// nobody listens.
+constexpr std::string_view k_mark = "thinternal ";
+constexpr std::string_view k_warning = "thinternal sound: ";
+constexpr std::string_view k_unheard = "thinternal sound: nobody listens";
 
 std::string file_name(const std::string& url) {
     const std::string bare = url.substr(0, url.find_first_of("?#"));
@@ -102,8 +105,9 @@ std::optional<page_saying> console_saying(const json& event) {
     const std::string type = text_at(event, "/type");
     if (type == "clear" || type == "endGroup") return {};
     const std::string first = text_at(event, "/args/0/value");
-    if (type == "warning" && first.compare(0, k_sound_mark.size(), k_sound_mark) == 0) {
-        return page_saying{saying_kind::sound, shortened(first)};
+    if (type == "warning" && first.starts_with(k_warning)) {
+        const auto kind = first == k_unheard ? saying_kind::unheard : saying_kind::sound;
+        return page_saying{kind, shortened(first.substr(k_mark.size()))};
     }
     std::string line;
     for (const json& argument : part(event, "/args")) {
@@ -184,6 +188,7 @@ void saying_counts::count(saying_kind kind) {
             break;
         case saying_kind::console:
         case saying_kind::sound:
+        case saying_kind::unheard:
             break;
     }
 }

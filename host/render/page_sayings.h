@@ -17,8 +17,9 @@ enum class saying_kind {
     error,            // that no script has caught
     rejection,        // of a promise that nobody minds
     failed_resource,
-    media,  // a film or a sound that this browser cannot play
-    sound,  // what of the page's sound an exact film cannot have
+    media,    // a film or a sound that this browser cannot play
+    sound,    // what of the page's sound an exact film cannot have
+    unheard,  // an exact film without sound has a page with some
 };
 
 struct page_saying {

@@ -76,7 +76,7 @@ private:
     bool is_exact() const { return m_options.clock == page_clock::own; }
     void run_loop(page_display& display);
     void wait_for_sound();
-    void tell_of_sound(const page_display& display);
+    void tell_of_sound();
     void open_feed();
     void follow_feed(page_display& display);
     bool has_feed() const { return m_feed == nullptr || m_feed->has_opened(); }
@@ -150,6 +150,7 @@ void render_session::tell_once(const std::string& line) {
 }
 
 void render_session::hear_page(const page_saying& said) {
+    if (said.kind == saying_kind::unheard) return tell_of_sound();
     if (said.kind == saying_kind::sound) {
         return m_options.format.has_sound ? tell_once("page: " + said.line) : void();
     }
@@ -330,7 +331,7 @@ void render_session::run_loop(page_display& display) {
         follow_page(display);
         follow_feed(display);
         ask_frames(display);
-        tell_of_sound(display);
+        if (display.has_sounded()) tell_of_sound();
         show_progress(doing());
     }
 }
@@ -346,11 +347,10 @@ void render_session::wait_for_sound() {
 }
 
 // Tells the user what the film lacks.
-void render_session::tell_of_sound(const page_display& display) {
+void render_session::tell_of_sound() {
     const bool is_measured = m_options.output.kind == output_kind::none;
-    if (m_has_told_of_sound || m_options.format.has_sound || is_measured) return;
-    if (!display.has_sounded()) return;
-    m_has_told_of_sound = true;
+    const bool is_wanted = !m_options.is_muted && !m_options.format.has_sound && !is_measured;
+    if (!is_wanted || std::exchange(m_has_told_of_sound, true)) return;
     m_progress.say("pennywort: the page has sound, and " + m_options.output.path +
                    " holds none (--mute hides this line)");
 }

@@ -69,6 +69,7 @@ struct fake_cef_script {
     bool animate = false;  // each browser paints at its frame rate, or at each begin frame
     bool one_frame_at_a_time = false;  // a begin frame is dropped while another is under way
     bool inspector_is_silent = false;
+    std::string page_sounds_like;                // what a page by its own clock says at each frame
     bool page_answers_next_url = true;           // the page's part of the next-URL script
     std::map<std::string, fake_cef_page> pages;  // others load
     // Called in a task of the UI thread for each script that runs in a page.

@@ -52,7 +52,11 @@ void page::inspect(const std::string& message) {
         return inspector_says(answer_to(call, {{"metrics", json::array({clock})}}));
     }
     if (params.contains("returnByValue")) {
-        const json value{{"type", "string"}, {"value", params.at("expression")}};
+        const std::string expression = params.at("expression");
+        const bool is_frame = expression.find("thinternal films") != std::string::npos;
+        const std::string& sound = runtime::the().script().page_sounds_like;
+        const json value{{"type", "string"},
+                         {"value", is_frame && !sound.empty() ? sound : expression}};
         return inspector_says(answer_to(call, {{"result", value}}));
     }
     inspector_says(answer_to(call));

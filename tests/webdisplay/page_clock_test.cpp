@@ -224,6 +224,110 @@ TEST_F(PageClockTest, AReceiverThatThrowsWhenItClosesHoldsNothingUp) {
     EXPECT_TRUE(loop_until([] { return fake().creates() == 2; }));
 }
 
+// --- its sound
+
+class hearer : public cBrowserAudioReceiverInterface {
+public:
+    void AudioStarted(long, long) override { events.push_back("started"); }
+    void AudioPacket(const float* const*, long, long, std::int64_t milliseconds) override {
+        events.push_back("packet at " + std::to_string(milliseconds));
+    }
+    void AudioStopped() override {
+        events.push_back("stopped");
+        if (throws) throw std::runtime_error("the host's own");
+    }
+
+    strings events;
+    bool throws = false;
+};
+
+class PageClockSoundTest : public PageClockTest {
+protected:
+    static zRecord sounding() {
+        zRecord settings = on_page_clock("http://a/");
+        settings.SetBool("web_sound", true);
+        return settings;
+    }
+    // What the page was asked at its frames, those that nobody sees left out.
+    static strings frames_asked() {
+        strings all;
+        for (const std::string& params : fake().browser(1).inspector_parameters) {
+            const auto at = params.find("thinternal films'](");
+            if (at == std::string::npos) continue;
+            const auto from = params.find('(', at);
+            const std::string asked = params.substr(from, params.find(')', at) - from + 1);
+            if (asked.compare(0, 3, "(0,") != 0) all.push_back(asked);
+        }
+        return all;
+    }
+    void tell_of_films() {
+        bool is_told = false;
+        fake().post([&] {
+            fake().inspector_event(
+                1, R"({"method":"Runtime.bindingCalled","params":{"name":"thinternalFilms"}})");
+            is_told = true;
+        });
+        ASSERT_TRUE(loop_until([&] { return is_told; }));
+    }
+};
+
+TEST_F(PageClockSoundTest, ThePageIsToldAtEachFrameWhetherAnybodyHearsIt) {
+    script().animate = true;
+    start_with_page_clocks();
+    screen s(sounding());
+    hearer hears;
+    show(s);
+    tell_of_films();
+    ASSERT_TRUE(ask(s, 20'000));
+    ASSERT_TRUE(wait_for_ends(1)) << fault(s);
+    s->SetAudioReceiver(&hears);
+    ASSERT_TRUE(ask(s, 40'000));
+    ASSERT_TRUE(wait_for_ends(2)) << fault(s);
+    s->SetAudioReceiver(nullptr);
+    ASSERT_TRUE(ask(s, 60'000));
+    ASSERT_TRUE(wait_for_ends(3)) << fault(s);
+    EXPECT_EQ(frames_asked(), (strings{"(20000,false)", "(40000,true)", "(60000,false)"}));
+}
+
+TEST_F(PageClockSoundTest, NobodyHearsAMutedOne) {
+    script().animate = true;
+    start_with_page_clocks();
+    zRecord settings = sounding();
+    settings.SetBool("web_muted", true);
+    screen s(settings);
+    hearer hears;
+    s->SetAudioReceiver(&hears);
+    show(s);
+    tell_of_films();
+    ASSERT_TRUE(ask(s, 20'000));
+    ASSERT_TRUE(wait_for_ends(1)) << fault(s);
+    EXPECT_EQ(frames_asked(), strings{"(20000,false)"});
+    s->SetAudioReceiver(nullptr);
+}
+
+// The browser's end comes to the display nevertheless: it opens again at once.
+TEST_F(PageClockSoundTest, AReceiverThatThrowsWhenItClosesHoldsNothingUp) {
+    script().animate = true;
+    script().page_sounds_like = "96:AACAPwAAAL8=";
+    start_with_page_clocks();
+    screen s(sounding());
+    hearer hears;
+    hears.throws = true;
+    s->SetAudioReceiver(&hears);
+    show(s);
+    ASSERT_TRUE(ask(s, 0));
+    ASSERT_TRUE(wait_for_ends(1)) << fault(s);
+    s->Close();
+    ASSERT_GE(hears.events.size(), 3u);
+    EXPECT_EQ(hears.events.front(), "started");
+    EXPECT_EQ(hears.events[1], "packet at 2");
+    EXPECT_EQ(hears.events.back(), "stopped");
+    EXPECT_TRUE(s->Open());
+    EXPECT_TRUE(loop_until([] { return fake().creates() == 2; }));
+    s->Close();
+    s->SetAudioReceiver(nullptr);
+}
+
 // Closed at each step on the way to its first frames.
 TEST_F(PageClockTest, ItMayBeClosedAtEveryStep) {
     start_with_page_clocks();

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "core/limits.h"
 #include "webdisplay/page_file.h"
@@ -40,6 +41,23 @@ TEST(PageSamples, AsManyAsTenSecondsAreTakenAndNoMore) {
     const std::string most = "0:" + std::string(frames * 8 / 3 * 4, 'A');
     EXPECT_TRUE(page_samples_of(most));
     EXPECT_FALSE(page_samples_of(most + std::string(64, 'A')));
+}
+
+TEST(PageSamples, APositionIsNoLargerThanAScriptCanCount) {
+    EXPECT_TRUE(page_samples_of("9007199254740960:AACAPwAAAD8="));
+    EXPECT_FALSE(page_samples_of("9007199254741008:AACAPwAAAD8=")) << "beyond 2^53";
+    EXPECT_FALSE(page_samples_of("9223372036854775776:AACAPwAAAD8="));
+}
+
+TEST(PageSamples, TwoOfOneWhileAreHeardAtOnce) {
+    const page_samples one{2, {1, 0.5f}};
+    const page_samples other{2, {0.25f, -0.5f}};
+    EXPECT_FALSE(together({}, {}));
+    EXPECT_EQ(together(one, {})->samples, one.samples);
+    EXPECT_EQ(together({}, other)->samples, other.samples);
+    EXPECT_EQ(together(one, other)->samples, (std::vector<float>{1.25f, 0}));
+    EXPECT_EQ(together(page_samples{3, {1, 1}}, other)->samples, other.samples);
+    EXPECT_EQ(together(page_samples{2, {1, 1, 1, 1}}, other)->samples, other.samples);
 }
 
 // --- files

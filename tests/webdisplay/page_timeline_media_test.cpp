@@ -77,13 +77,13 @@ protected:
 TEST_F(SoundingTimeline, IsToldTheMomentOfEachFrameAndSaysWhatWasHeardUntilThen) {
     sound();
     EXPECT_EQ(expressions_with("films"),
-              std::vector<std::string>(4, "window['thinternal films'](0)"))
+              std::vector<std::string>(4, "window['thinternal films'](0,true)"))
         << "of three frames that nobody sees, and the first";
     EXPECT_TRUE(page.heard.empty());
     page.sounds = "96:AACAPwAAAL8=";
     ask(16'700);
     paint();
-    EXPECT_EQ(expressions_with("films").back(), "window['thinternal films'](16700)");
+    EXPECT_EQ(expressions_with("films").back(), "window['thinternal films'](16700,true)");
     ASSERT_EQ(page.heard.size(), 1u);
     EXPECT_EQ(page.heard[0].milliseconds, 2);
     EXPECT_EQ(page.heard[0].samples, (std::vector<float>{1, -0.5f}));
@@ -109,24 +109,22 @@ TEST_F(SoundingTimeline, WhatNeverComesIsLeftBehindOnceAndThenFails) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_failed}));
 }
 
-TEST_F(SoundingTimeline, IsHandedTheFileThatItPlays) {
+TEST_F(SoundingTimeline, WhatIsHeardOfFilesBelongsToTheFrame) {
     sound();
-    page.file = "abc";
-    say_driver("file file:///a");
-    say_driver("file file:///b'\"");
-    EXPECT_EQ(expressions_with("thinternal file'"),
-              (std::vector<std::string>{"window['thinternal file'](\"file:///a\",3,'YWJj')",
-                                        "window['thinternal file'](\"file:///b'\\\"\",0,'')"}));
-}
-
-TEST_F(SoundingTimeline, ALongFileComesInPieces) {
-    sound();
-    page.file = std::string((6 << 18) + 1, 'x');
-    say_driver("file file:///a");
-    const auto parts = expressions_with("thinternal file'");
-    ASSERT_EQ(parts.size(), 3u);
-    EXPECT_EQ(parts[0].size(), parts[1].size());
-    EXPECT_EQ(parts[2], "window['thinternal file'](\"file:///a\",1572865,'eA==')");
+    page.sounds = "\n{}";
+    ask(20'000);
+    paint();
+    EXPECT_EQ(expressions_with("thinternalSound.hear").size(), 1u);
+    EXPECT_EQ(ends.size(), 2u);
+    page.silent_at = "Page.getFrameTree";
+    ask(40'000);
+    pass(29s);
+    EXPECT_EQ(ends.size(), 2u);
+    const auto before = expressions_with("thinternal films").size();
+    pass(1s);
+    EXPECT_EQ(expressions_with("thinternal films").size(), before + 1) << "asked for once more";
+    pass(30s);
+    EXPECT_EQ(page.faults, std::vector<std::string>{"a film of the page does not follow"});
 }
 
 }  // namespace

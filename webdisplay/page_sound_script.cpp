@@ -51,7 +51,7 @@ const char* const k_sound_driver = R"js(
        words: 'an AudioContext beside 16 others is heard for a minute, and no longer'}
     ];
     const refused = 'this browser has no room for one more AudioContext, which is not heard';
-    const longest_rest = 600 * rate;
+    const longest_rest = 60 * rate;
     // Without a room it is not rendered at all.
     function with_room(make) {
       const room = rooms.find(one => one.live < one.most), length = room?.seconds * rate;
@@ -330,7 +330,8 @@ const char* const k_sound_driver = R"js(
         const end = native_destination.call(context);
         one.out.connect(split);
         one.ears = [0, 1].map(side => {
-          const ear = new AnalyserNode(context);
+          // One that has yet to find out how many channels it has loses its first 128 samples.
+          const ear = new AnalyserNode(context, {channelCount: 1, channelCountMode: 'explicit'});
           split.connect(ear, side);
           ear.connect(end);
           return ear;

@@ -330,7 +330,7 @@ TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
     const auto turns = expressions_with("turn").size();
     ask(20'000);
     EXPECT_EQ(expressions_with("turn").size(), turns + 2) << "that of the next page, too";
-    EXPECT_EQ(expressions_with("films").back(), "window['thinternal films'](20000)");
+    EXPECT_EQ(expressions_with("films").back(), "window['thinternal films'](20000,true)");
     paint();
     const auto calls = static_cast<std::ptrdiff_t>(page.calls.size());
     for (const int us : {40'000, 60'000}) {

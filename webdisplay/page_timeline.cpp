@@ -44,6 +44,7 @@ constexpr auto k_first_patience = 100ms;
 constexpr auto k_last_patience = 2'000ms;
 // The browser cuts a budget off to whole microseconds; no rounding is to cost one.
 constexpr double k_spare_ms = 0.0001;
+constexpr double k_fence_ms = 0.001;
 
 // Also where a timer's script holds the page's time.
 constexpr const char* k_hangs =
@@ -92,12 +93,11 @@ void page_timeline::hear(const std::string& method, const json& params) {
     m_hearing.hear(method, params);
     if (method == "Emulation.virtualTimeBudgetExpired") {
         if (m_phase == phase::aligning || m_phase == phase::moving) m_has_come = true;
+        if (m_phase == phase::loading) let_tasks_run();
     } else if (method == "Runtime.bindingCalled") {
         if (message_text(params, "/name") == page_scripts::k_film_binding) m_has_films = true;
     } else if (method == "Page.frameNavigated") {
-        const bool is_main = message_part(params, "/frame/parentId").is_null();
-        if (m_phase == phase::loading && is_main) page_begins();
-        if (has_page() && is_main) m_has_moved_on = true;
+        if (message_part(params, "/frame/parentId").is_null()) page_begins();
     } else if (method == "Page.domContentEventFired") {
         const bool is_start = m_start.when == page_start::at::dom && m_has_begun;
         if (m_phase == phase::loading && is_start) m_has_come = true;
@@ -112,10 +112,24 @@ void page_timeline::hear(const std::string& method, const json& params) {
     }
 }
 
-// In another process its clock is yet to be told.
+// The one that was asked for, or one that the page in the film has moved on to.
 void page_timeline::page_begins() {
-    m_has_begun = true;
-    let_tasks_run();
+    if (m_phase != phase::loading && !has_page()) return;
+    (m_phase == phase::loading ? m_has_begun : m_has_moved_on) = true;
+    m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
+        read_clock(result);
+        const bool is_another = std::abs(m_told - m_clock) > m_moved_us;
+        if (is_another && (m_phase == phase::loading || has_page())) return fence_clock();
+        if (m_phase == phase::loading) let_tasks_run();
+    });
+}
+
+// In another process the page lives in the day's time until it is told, and without a budget that
+// it has used up its time would run from timer to timer.
+void page_timeline::fence_clock() {
+    m_inspector.call("Emulation.setVirtualTimePolicy", {{"policy", "pauseIfNetworkFetchesPending"},
+                                                        {"budget", k_fence_ms},
+                                                        {"initialVirtualTime", day_here()}});
 }
 
 // The page stands until somebody says yes, and there is nobody: what listens to its events keeps
@@ -147,6 +161,7 @@ void page_timeline::ask_load() {
     forget_calls();
     m_unseen = m_unseen_us = 0;
     m_last_us = -1;
+    m_frame_us = 0;
     m_loads = 0;
     m_lead_us = k_lead_us;
     m_has_films = false;
@@ -183,24 +198,35 @@ void page_timeline::call(const char* method, const json& params) {
 
 // No time passes, unless the policy has a budget of it.
 void page_timeline::let_tasks_run() {
-    call("Emulation.setVirtualTimePolicy", {{"policy", "pauseIfNetworkFetchesPending"}});
+    call("Emulation.setVirtualTimePolicy",
+         {{"policy", "pauseIfNetworkFetchesPending"}, {"initialVirtualTime", day_here()}});
 }
 
 // And asks where it stands: on the page's own monotonic clock, which frames are stamped with.
 void page_timeline::stop_clock(phase next) {
     await(next);
-    json policy{{"policy", "pause"}};
-    if (!std::exchange(m_has_day, true)) policy["initialVirtualTime"] = m_day - k_lead_s;
-    call("Emulation.setVirtualTimePolicy", policy);
+    call("Emulation.setVirtualTimePolicy",
+         {{"policy", "pause"}, {"initialVirtualTime", day_here()}});
+    m_has_day = true;
     ++m_open_calls;
     m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
         --m_open_calls;
-        for (const auto& metric : message_part(result, "/metrics")) {
-            const auto& seconds = message_part(metric, "/value");
-            const bool is_clock = message_text(metric, "/name") == "Timestamp";
-            if (is_clock && seconds.is_number()) m_told = std::llround(seconds.get<double>() * 1e6);
-        }
+        read_clock(result);
     });
+}
+
+void page_timeline::read_clock(const json& result) {
+    for (const auto& metric : message_part(result, "/metrics")) {
+        const auto& seconds = message_part(metric, "/value");
+        const bool is_clock = message_text(metric, "/name") == "Timestamp";
+        if (is_clock && seconds.is_number()) m_told = std::llround(seconds.get<double>() * 1e6);
+    }
+}
+
+// With each call, since a process that the page comes to gets what was said last. One that has a
+// clock of the page's takes no notice.
+double page_timeline::day_here() const {
+    return m_has_day ? m_day + static_cast<double>(m_frame_us) / 1e6 : m_day - k_lead_s;
 }
 
 void page_timeline::move_to(std::int64_t microseconds, phase next) {
@@ -210,7 +236,8 @@ void page_timeline::move_to(std::int64_t microseconds, phase next) {
     m_inspector.call("Emulation.setVirtualTimePolicy",
                      {{"policy", "pauseIfNetworkFetchesPending"},
                       {"budget", static_cast<double>(microseconds - m_clock) / 1000 + k_spare_ms},
-                      {"maxVirtualTimeTaskStarvationCount", k_max_starved_tasks}});
+                      {"maxVirtualTimeTaskStarvationCount", k_max_starved_tasks},
+                      {"initialVirtualTime", day_here()}});
     m_clock = microseconds;
     if (next != phase::moving) return;
     m_due = m_limit = m_now + (m_was_forced ? k_forced_patience : m_start.patience);

@@ -184,6 +184,9 @@ private:
 
     void hear(const std::string& method, const nlohmann::json& params);
     void page_begins();
+    void fence_clock();
+    void read_clock(const nlohmann::json& result);
+    double day_here() const;
     void answer_dialog(const std::string& suggested);
     void worker_begins(const std::string& session);
     void worker_ends(const std::string& session);
@@ -263,7 +266,7 @@ private:
     std::chrono::milliseconds m_patience{};
     int m_repeats = 0;  // how often it has, of one frame
 
-    bool m_has_day = false;     // whether the page has
+    bool m_has_day = false;     // whether the page has, in its first process
     int m_open_calls = 0;       // answers that the phase waits for
     bool m_has_come = false;    // the event that the phase waits for
     bool m_is_forced = false;   // time goes on without what the page fetches

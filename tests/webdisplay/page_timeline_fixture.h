@@ -142,16 +142,19 @@ private:
         if (!moves && !(params["policy"] == "advance" && holds_time)) return;
         // As the browser does: in whole microseconds, what is beyond them cut off.
         clock_ms = std::round(clock_ms * 1000) / 1000 + std::trunc(budget * 1000) / 1000;
-        if (moves_on_ms) move_on(answers);
+        if (moves_on_ms && move_on(answers)) return;
         answers.push_back(json{{"method", "Emulation.virtualTimeBudgetExpired"}}.dump());
     }
 
-    void move_on(std::vector<std::string>& answers) {
-        clock_ms += *std::exchange(moves_on_ms, std::nullopt);
+    // True where it is to another process, which has heard nothing of the move.
+    bool move_on(std::vector<std::string>& answers) {
+        const double ahead = *std::exchange(moves_on_ms, std::nullopt);
+        clock_ms += ahead;
         for (const int id : std::exchange(turns, {})) {
             answers.push_back(json{{"id", id}, {"error", {{"code", -32000}}}}.dump());
         }
         answers.push_back(k_navigated);
+        return std::abs(ahead) > 1000;
     }
 
     double budget = 0;

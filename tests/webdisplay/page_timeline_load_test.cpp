@@ -48,6 +48,37 @@ TEST_F(PageTimeline, APageWithAnotherClockIsLoadedOnceMore) {
     EXPECT_EQ(page.stands, 1);
 }
 
+// It is stopped there as soon as it is heard of, and loads on while no time passes.
+TEST_F(PageTimeline, APageInAnotherProcessIsStoppedThereAndGivenItsDay) {
+    prepare();
+    page.clock_ms = 9123.4;
+    const auto before = static_cast<std::ptrdiff_t>(page.calls.size());
+    say(k_navigated);
+    std::vector<json> policies;
+    std::for_each(page.calls.begin() + before, page.calls.end(), [&](const json& call) {
+        if (call["method"] == "Emulation.setVirtualTimePolicy") policies.push_back(call["params"]);
+    });
+    ASSERT_EQ(policies.size(), 2u);
+    EXPECT_EQ(policies[0]["budget"], 0.001);
+    EXPECT_FALSE(policies[1].contains("budget"));
+    for (const json& one : policies) {
+        EXPECT_EQ(one["policy"], "pauseIfNetworkFetchesPending");
+        EXPECT_EQ(one["initialVirtualTime"], 1'700'000'000.0);
+    }
+    load();
+    EXPECT_TRUE(timeline.is_loading_again());
+}
+
+TEST_F(PageTimeline, EachMoveSaysTheDayForAProcessThatThePageMayComeTo) {
+    begin();
+    ask(20'000);
+    const auto move = std::find_if(page.calls.rbegin(), page.calls.rend(), [](const json& call) {
+        return call["params"].contains("budget");
+    });
+    ASSERT_NE(move, page.calls.rend());
+    EXPECT_EQ((*move)["params"]["initialVirtualTime"], 1'700'000'000.02);
+}
+
 TEST_F(PageTimeline, OneWhoseClockIsAnotherEachTimeFails) {
     prepare();
     for (int i = 0; i < 5; ++i) {
@@ -106,9 +137,8 @@ TEST_F(PageTimeline, APageIsAskedForWhenItsTasksAreHeardToRunAndTheyAreLetRunOnc
     EXPECT_EQ(page.loads, 0);
     turn();
     EXPECT_EQ(page.loads, 1);
-    timeline.message_came(R"({"method":"Page.frameNavigated","params":{"frame":{"id":"a"}}})");
+    say(k_navigated);
     EXPECT_EQ(lets(), 2);
-    turn();
     load();
     EXPECT_EQ(page.stands, 1);
 }
@@ -233,7 +263,7 @@ TEST_F(TimelineOfTruth, StandsWhenTheExpressionIsTrue) {
     timeline.message_came(k_navigated);
     pass(1s);
     EXPECT_EQ(page.stands, 0);
-    EXPECT_EQ(page.calls.back()["params"]["expression"], "!!(window.isReady\n)");
+    EXPECT_EQ(expressions_with("isReady").back(), "!!(window.isReady\n)");
     page.is_true = true;
     pass(20ms);
     EXPECT_EQ(page.stands, 1);

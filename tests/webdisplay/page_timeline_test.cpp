@@ -322,7 +322,8 @@ struct moved_case {
 
 class TimelineOfTwoPages : public PageTimeline, public testing::WithParamInterface<moved_case> {};
 
-// In the same process its clock is ahead by a part of the move; in another it is another clock.
+// In the same process its clock is ahead by a part of the move; in another it is another clock,
+// which is stopped first, a microsecond later.
 TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
     begin();
     page.stamps.clear();
@@ -354,8 +355,8 @@ TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
 INSTANTIATE_TEST_SUITE_P(Ahead, TimelineOfTwoPages,
                          testing::Values(moved_case{0, 0, {20, 20}}, moved_case{7.5, 0, {12.5, 20}},
                                          moved_case{20, 0, {20}}, moved_case{-5, 0, {25, 20}},
-                                         moved_case{1234.5, 1'234'500, {20, 20}},
-                                         moved_case{-1234.5, -1'234'500, {20, 20}}));
+                                         moved_case{1234.5, 1'234'501, {20, 20}},
+                                         moved_case{-1234.5, -1'234'499, {20, 20}}));
 
 TEST_F(PageTimeline, AFrameOfThePageThatMovesOnIsNotThePage) {
     begin();

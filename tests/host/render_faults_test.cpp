@@ -186,6 +186,10 @@ INSTANTIATE_TEST_SUITE_P(
                     move_case{"AnotherSite",
                               "$at/page",
                               "location = `http://localhost:${port}/page2`;",
+                              {0, 0, 255}},
+                    move_case{"AnotherProcess",
+                              "$at/page --switch site-per-process=",
+                              "location = `http://localhost:${port}/page2`;",
                               {0, 0, 255}}),
     [](const auto& one) { return std::string(one.param.name); });
 

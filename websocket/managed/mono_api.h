@@ -34,7 +34,6 @@ struct MonoThread;
     X(MonoMethod*, class_get_method_from_name, (MonoClass * of, const char* name, int count)) \
     X(MonoObject*, runtime_invoke,                                                            \
       (MonoMethod * what, void* object, void** arguments, MonoObject** exception))            \
-    X(MonoString*, object_to_string, (MonoObject * object, MonoObject * *exception))          \
     X(MonoString*, string_new_len, (MonoDomain * domain, const char* text, unsigned size))    \
     X(char*, string_to_utf8, (MonoString * text))                                             \
     X(void, free, (void* memory))                                                             \

@@ -112,6 +112,7 @@ struct methods {
     MonoMethod* send_text = nullptr;
     MonoMethod* send_bytes = nullptr;
     MonoMethod* send_ping = nullptr;
+    MonoMethod* words_of = nullptr;
 };
 
 class managed_object final : public mono_object {
@@ -165,6 +166,7 @@ private:
     void add_calls();
     void load(const std::string& assembly);
     MonoMethod* method(MonoClass* of, const char* name, int count);
+    std::string words_of(MonoObject* exception);
 
     MonoDomain* m_domain = nullptr;
     methods m_methods;
@@ -220,13 +222,23 @@ void opened_runtime::load(const std::string& assembly) {
     if (found == nullptr) throw std::runtime_error(assembly + " is no websocket-sharp.");
     m_methods = {method(found, "Make", 2),      method(found, "Begin", 0),
                  method(found, "Leave", 0),     method(found, "SendText", 1),
-                 method(found, "SendBytes", 1), method(found, "SendOnePing", 0)};
+                 method(found, "SendBytes", 1), method(found, "SendOnePing", 0),
+                 method(found, "WordsOf", 1)};
 }
 
 MonoMethod* opened_runtime::method(MonoClass* of, const char* name, int count) {
     MonoMethod* const found = g_mono.class_get_method_from_name(of, name, count);
     if (found == nullptr) throw std::runtime_error(std::string("There is no method ") + name);
     return found;
+}
+
+std::string opened_runtime::words_of(MonoObject* exception) {
+    void* arguments[] = {exception};
+    MonoObject* another = nullptr;
+    MonoObject* const words =
+        g_mono.runtime_invoke(m_methods.words_of, nullptr, arguments, &another);
+    if (another != nullptr) return "a managed exception";
+    return utf8_of(reinterpret_cast<MonoString*>(words));
 }
 
 std::unique_ptr<mono_object> opened_runtime::make(std::int64_t owner, const std::string& url) {
@@ -237,10 +249,7 @@ std::unique_ptr<mono_object> opened_runtime::make(std::int64_t owner, const std:
     MonoObject* exception = nullptr;
     MonoObject* const made = g_mono.runtime_invoke(m_methods.make, nullptr, arguments, &exception);
     if (exception != nullptr || made == nullptr) {
-        MonoObject* another = nullptr;
-        throw std::invalid_argument(exception == nullptr
-                                        ? "no object"
-                                        : utf8_of(g_mono.object_to_string(exception, &another)));
+        throw std::invalid_argument(exception == nullptr ? "no object" : words_of(exception));
     }
     return std::make_unique<managed_object>(m_domain, m_methods, made);
 }

@@ -24,6 +24,9 @@ namespace Pennywort
             return new WebSocketImpl(owner, url, new string[0]);
         }
 
+        // The runtime's own call for this ends the process where nothing has been said before.
+        public static string WordsOf(Exception error) { return error.ToString(); }
+
         // What the other side calls: one object in, the words of an exception or null out.
         public string Begin() { return Attempt(ConnectAsync); }
         public string Leave() { return Attempt(CloseAsync); }

@@ -91,6 +91,20 @@ TEST_F(InspectorTest, CallsGoOutInTheirOrderAtEveryStep) {
     }
 }
 
+TEST_F(InspectorTest, NoneGoesOutBeforeTheEmptyPageIsThere) {
+    script().pages["about:blank"].never_ends = true;
+    start();
+    screen s(inspected("http://a/"));
+    ASSERT_TRUE(call(s, "A.first", ""));
+    ASSERT_TRUE(s->Open());
+    settle();
+    ASSERT_TRUE(call(s, "A.second", ""));
+    settle();
+    EXPECT_EQ(fake().browser(1).inspector_methods, strings{});
+    s->Close();
+    EXPECT_EQ(m_results, (strings{"", ""}));
+}
+
 TEST_F(InspectorTest, ItMayBeClosedAtEveryStep) {
     start();
     for (int works = 0; works < 12; ++works) {

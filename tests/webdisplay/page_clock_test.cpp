@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/collected_traces.h"
 #include "tests/webdisplay/fake_runtime_test.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/page_clock.h"
@@ -317,7 +318,11 @@ TEST_F(PageClockSoundTest, AReceiverThatThrowsWhenItClosesHoldsNothingUp) {
     show(s);
     ASSERT_TRUE(ask(s, 0));
     ASSERT_TRUE(wait_for_ends(1)) << fault(s);
-    s->Close();
+    {
+        const pennywort::tests::collected_traces traces;
+        s->Close();
+        EXPECT_EQ(traces.text().find("in time"), std::string::npos) << traces.text();
+    }
     ASSERT_GE(hears.events.size(), 3u);
     EXPECT_EQ(hears.events.front(), "started");
     EXPECT_EQ(hears.events[1], "packet at 2");

@@ -132,8 +132,7 @@ void page_timeline::fence_clock() {
                                                         {"initialVirtualTime", day_here()}});
 }
 
-// The page stands until somebody says yes, and there is nobody: what listens to its events keeps
-// the browser from answering by itself.
+// There is nobody who could say yes, and the browser by itself says no.
 void page_timeline::answer_dialog(const std::string& suggested) {
     m_inspector.call("Page.handleJavaScriptDialog", {{"accept", true}, {"promptText", suggested}});
 }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/system/file_names.h"
 #include "host/system/file_path.h"
 
 namespace pennywort::host {
@@ -33,7 +34,7 @@ fs::path place_of(const std::string& path) {
 bool are_one_file(const std::string& one, const std::string& other) {
     std::error_code error;
     if (fs::equivalent(file_path(one), file_path(other), error)) return true;
-    return place_of(one) == place_of(other);
+    return are_one_name(place_of(one), place_of(other));
 }
 
 outcome can_be_written(const std::string& path) {

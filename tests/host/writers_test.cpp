@@ -71,6 +71,18 @@ TEST(OutputFile, TwoNamesOfOneFileAreKnownWhetherItIsThereOrNot) {
     EXPECT_FALSE(are_one_file(folder.path("old.mov"), folder.path("new.mov")));
 }
 
+// The file system is asked with files that are there.
+TEST(OutputFile, TheCaseOfANameCountsWhereItDoesForTheFileSystem) {
+    const temporary_folder folder;
+    const auto path = [&folder](const char* name) { return folder.path(name); };
+    folder.write("probe", "");
+    folder.write("gr\u00FCn", "");
+    EXPECT_EQ(are_one_file(path("new.mov"), path("NEW.mov")), folder.has("PROBE"));
+    EXPECT_EQ(are_one_file(path("no/new.mov"), path("NO/New.mov")), folder.has("PROBE"));
+    EXPECT_EQ(are_one_file(path("\u00FC.mov"), path("\u00DC.mov")), folder.has("gr\u00DCn"));
+    EXPECT_FALSE(are_one_file(path("\u00FC.mov"), path("u.mov")));
+}
+
 TEST(PngWriter, WithoutAFrameThereIsNoFile) {
     const temporary_folder folder;
     png_writer writer(folder.path("a.png"), true);

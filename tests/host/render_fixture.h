@@ -53,6 +53,16 @@ protected:
         png_image_free(&image);
         return size;
     }
+    // What the script does beside a site, which server.py in the folder serves: $at is its address,
+    // $port the port.
+    program_run served(const std::string& script) const {
+        return folder.run(
+            "rm -f port; python3 server.py > port & server=$!\n"
+            "trap 'kill $server' EXIT\n"
+            "until [ -s port ]; do sleep 0.05; done\n"
+            "port=$(cat port); at=http://127.0.0.1:$port\n" +
+            script);
+    }
     static std::string value_of(const std::string& json, const std::string& name) {
         const auto at = json.find("\"" + name + "\":");
         if (at == std::string::npos) return "missing";
@@ -61,6 +71,17 @@ protected:
     }
 
     program_folder folder;
+};
+
+// Changes with every frame, from the first on.
+class MovingPage : public RenderFixture {
+protected:
+    MovingPage() {
+        folder.write("moving.html",
+                     "<!doctype html><style>body{margin:0;background:#204060}</style><script>"
+                     "let n=0;(function next(){document.body&&(document.body.textContent=++n);"
+                     "requestAnimationFrame(next)})()</script>");
+    }
 };
 
 }  // namespace pennywort::host

@@ -1,0 +1,109 @@
+// tests/host/render_exact_test.cpp - the program on the real browser runtime: films by the page's
+// own clock, frame by frame.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+
+#include "tests/host/render_fixture.h"
+
+namespace pennywort::host {
+namespace {
+
+class ExactFilm : public MovingPage {};
+
+// Two runs of a page that moves by every clock it has, one of them beside a busy process: equal to
+// the byte, no frame repeated or missed, and each picture at its own moment.
+TEST_F(ExactFilm, IsTheSameAgainWhateverTheMachineDoes) {
+    folder.write("clocks.html",
+                 "<!doctype html><style>body{margin:0;background:#000}"
+                 "@keyframes run{to{transform:translateX(1000px)}}"
+                 "div{position:absolute;width:1px;height:8px;background:#fff}"
+                 "#css{top:0;animation:run 20s linear both}"
+                 "#date{top:8px}#frame{top:16px}#dice{top:24px}</style>"
+                 "<div id=css></div><div id=date></div><div id=frame></div><div id=dice></div>"
+                 "<script>const put = (id, x) => document.getElementById(id).style.left = x + 'px';"
+                 "let day, at; (function next(stamp) {"
+                 "  if (at === undefined) { day = Date.now(); at = stamp; }"
+                 "  put('date', (Date.now() - day) / 20);"
+                 "  put('frame', Math.round((stamp - at) / 20));"
+                 "  put('dice', Math.floor(Math.random() * 60));"
+                 "  requestAnimationFrame(next); })(performance.now())</script>");
+    const auto run = folder.run(
+        "film='pennywort render clocks.html --exact --size 64x32 --frames 60 --json'\n"
+        "$film -o a.bgra\n"
+        "(while :; do :; done) & busy=$!\n"
+        "$film -o b.bgra\n"
+        "kill $busy");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(value_of(run.output, "repeated"), "0") << run.output;
+    EXPECT_EQ(value_of(run.output, "missed"), "0");
+    const std::string film = folder.read("a.bgra");
+    constexpr std::size_t k_frame = 64 * 32 * 4;
+    ASSERT_EQ(film.size(), 60 * k_frame);
+    EXPECT_EQ(film, folder.read("b.bgra"));
+    const auto is_white = [&](std::size_t frame, std::size_t x, std::size_t y) {
+        return static_cast<unsigned char>(film[frame * k_frame + (y * 64 + x) * 4]) > 200;
+    };
+    for (std::size_t n = 0; n < 60; ++n) {
+        EXPECT_TRUE(is_white(n, n, 4)) << "the animation at frame " << n;
+        EXPECT_TRUE(is_white(n, n, 12)) << "the day at frame " << n;
+        EXPECT_TRUE(is_white(n, n, 20)) << "the stamp at frame " << n;
+    }
+}
+
+TEST_F(ExactFilm, OfSeveralPagesOfAStillOneAndOfOnePicture) {
+    folder.write("still.html", "<!doctype html><style>body{background:#20c840}</style>");
+    auto run = folder.run(
+        "pennywort render still.html moving.html --exact --size 64x48 --frames 10 -o f-%02d.png "
+        "--json");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(value_of(run.output, "frames"), "20");
+    EXPECT_EQ(value_of(run.output, "repeated"), "9") << run.output;
+    EXPECT_EQ(pixel("f-01.png", 5, 5), (colour{0x40, 0xC8, 0x20, 0xFF}));
+    EXPECT_EQ(pixel("f-10.png", 5, 5), (colour{0x40, 0xC8, 0x20, 0xFF}));
+    run = folder.run("pennywort render still.html --exact --size 64x48 -o one.png");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(pixel("one.png", 5, 5), (colour{0x40, 0xC8, 0x20, 0xFF}));
+}
+
+// The bar is as wide as the frames that the page has had: the condition needs time to pass, and a
+// film begins with the frame behind the one that made it true.
+TEST_F(ExactFilm, WaitsInThePagesOwnTime) {
+    folder.write("bar.html",
+                 "<!doctype html><style>body{margin:0;background:#000}div{height:9px;"
+                 "background:#fff}</style><div id=bar></div><script>setTimeout(() => shown = 1, "
+                 "400); let n = 0; var shown = 0; (function next() { bar.style.width = n++ + 'px';"
+                 "requestAnimationFrame(next); })()</script>");
+    const auto run = folder.run(
+        "film='pennywort render bar.html --size 64x32 --frames 3 --wait-for shown'\n"
+        "$film -o a.bgra && $film -o b.bgra");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const std::string film = folder.read("a.bgra");
+    constexpr std::size_t k_frame = 64 * 32 * 4;
+    ASSERT_EQ(film.size(), 3 * k_frame);
+    EXPECT_EQ(film, folder.read("b.bgra"));
+    const auto width = [&](std::size_t frame) {
+        std::size_t x = 0;
+        while (x < 64 && static_cast<unsigned char>(film[frame * k_frame + x * 4]) > 200) ++x;
+        return x;
+    };
+    EXPECT_GE(width(0), 20u) << "400 ms at 50 frames a second";
+    EXPECT_LE(width(0), 26u);
+    EXPECT_EQ(width(1), width(0) + 1);
+    EXPECT_EQ(width(2), width(0) + 2);
+}
+
+TEST_F(ExactFilm, ThatCannotGoOnSaysWhy) {
+    expect_failure("pennywort render http://does-not-exist.invalid/ --exact --frames 1",
+                   "could not be loaded");
+    folder.write("throws.html", "<script>for(;;);</script>");
+    expect_failure("pennywort render throws.html --exact --timeout 3 --frames 1",
+                   "has not loaded within 3 s");
+    const auto wrong = folder.run("pennywort render moving.html --exact --endless -o a.y4m");
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_NE(wrong.errors.find("--exact needs an end"), std::string::npos) << wrong.errors;
+}
+
+}  // namespace
+}  // namespace pennywort::host

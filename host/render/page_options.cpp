@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "core/http/bytes.h"
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
 #include "host/render/page_date.h"
@@ -26,45 +25,8 @@ constexpr std::pair<std::string_view, std::uint32_t> k_colours[] = {
     {"navy", 0x000080},   {"blue", 0x0000FF},   {"teal", 0x008080},   {"aqua", 0x00FFFF},
 };
 
-// "NAME=VALUE", or with another mark; what has none is a name, or a value.
-enum class lone { name, value };
-std::pair<std::string, std::string> parted(const std::string& text, char mark, lone is) {
-    const auto at = text.find(mark);
-    if (at != text.npos) return {text.substr(0, at), text.substr(at + 1)};
-    if (is == lone::name) return {text, {}};
-    return {std::string(), text};
-}
-
 bool has_control(std::string_view text) {
     return std::any_of(text.begin(), text.end(), [](char c) { return text::is_control(c); });
-}
-
-std::string without_blanks_before(std::string text) {
-    text.erase(0, std::min(text.find_first_not_of(' '), text.size()));
-    return text;
-}
-
-std::string take_headers(const std::vector<std::string>& given, named_texts& headers) {
-    for (const auto& text : given) {
-        auto [name, value] = parted(text, ':', lone::name);
-        value = without_blanks_before(std::move(value));
-        if (!http::is_token(name) || text.find(':') == text.npos || has_control(value)) {
-            return "--header " + text + " is no header: NAME: VALUE";
-        }
-        headers.emplace_back(name, value);
-    }
-    return {};
-}
-
-std::string take_cookies(const std::vector<std::string>& given, named_texts& cookies) {
-    for (const auto& text : given) {
-        const auto [name, value] = parted(text, '=', lone::name);
-        const bool is_one = http::is_token(name) && text.find('=') != text.npos &&
-                            !has_control(value) && value.find(';') == value.npos;
-        if (!is_one) return "--cookie " + text + " is no cookie: NAME=VALUE";
-        cookies.emplace_back(name, value);
-    }
-    return {};
 }
 
 }  // namespace
@@ -213,12 +175,18 @@ std::string page_arguments::take_picture(page_settings& settings) const {
 
 std::string page_arguments::take_media(page_settings& settings) const {
     for (const auto& text : m_media) {
-        auto [name, value] = parted(text, '=', lone::value);
+        const auto end = text.find('=');
+        std::string name = text.substr(0, end == text.npos ? 0 : end);
+        std::string value = end == text.npos ? text : text.substr(end + 1);
         const bool is_one = value == "print" || value == "screen" || !name.empty();
         if (!is_one || value.empty()) {
             return "--media " + text +
                    " is not a feature such as prefers-color-scheme=dark, nor print or screen";
         }
+        const bool is_again =
+            std::any_of(settings.media.begin(), settings.media.end(),
+                        [&name](const auto& before) { return before.first == name; });
+        if (is_again) return "--media " + text + ": another value of it is given already";
         settings.media.emplace_back(std::move(name), std::move(value));
     }
     return {};
@@ -240,18 +208,10 @@ std::string page_arguments::take_user(page_settings& settings) const {
 std::string page_arguments::take_network(page_settings& settings) const {
     std::string wrong = take_headers(m_headers, settings.headers);
     if (wrong.empty()) wrong = take_cookies(m_cookies, settings.cookies);
-    if (!wrong.empty()) return wrong;
-    for (const auto& text : m_switches) {
-        auto one = parted(text, '=', lone::name);
-        const bool has_dashes = one.first.substr(0, 1) == "-";
-        if (one.first.empty() || has_dashes) {
-            return "--switch " + text + " is no NAME or NAME=VALUE without dashes";
-        }
-        settings.switches.push_back(std::move(one));
-    }
-    settings.proxy = m_proxy;
+    if (wrong.empty()) wrong = take_switches(m_switches, settings.switches);
+    if (wrong.empty()) wrong = take_proxy(m_proxy, settings.proxy);
     settings.ignores_certificates = m_ignores_certificates;
-    return {};
+    return wrong;
 }
 
 }  // namespace pennywort::host

@@ -3,16 +3,15 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "host/render/network_options.h"
 
 namespace CLI {
 class App;
 }
 
 namespace pennywort::host {
-
-using named_texts = std::vector<std::pair<std::string, std::string>>;
 
 struct page_settings {
     // Only of a page by its own clock: seconds since 1970 at its beginning, 0 for now; and where

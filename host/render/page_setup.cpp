@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/text/ascii.h"
 #include "host/app/json.h"
 #include "host/render/media_fault.h"
 
@@ -21,10 +22,6 @@ public:
 private:
     std::vector<inspector_request> m_all;
 };
-
-bool is_of_a_site(const std::string& url) {
-    return url.substr(0, 7) == "http://" || url.substr(0, 8) == "https://";
-}
 
 void add_media(const page_settings& settings, requests& out) {
     if (settings.media.empty()) return;
@@ -74,6 +71,11 @@ void add_network(const page_settings& settings, const std::vector<std::string>& 
 }
 
 }  // namespace
+
+bool is_of_a_site(const std::string& url) {
+    return text::begins_ignoring_case(url, "http://") ||
+           text::begins_ignoring_case(url, "https://");
+}
 
 named_texts browser_switches(const page_settings& settings) {
     named_texts switches;

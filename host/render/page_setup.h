@@ -12,6 +12,9 @@ namespace pennywort::host {
 // Of the browser's command line. A name alone has an empty value.
 named_texts browser_switches(const page_settings& settings);
 
+// Whether it is a page of the net, which cookies are for.
+bool is_of_a_site(const std::string& url);
+
 struct inspector_request {
     std::string option;  // that asks for it, with what it was given: for a refusal
     std::string method;

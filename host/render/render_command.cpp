@@ -10,6 +10,7 @@
 #include "core/limits.h"
 #include "core/text/numbers.h"
 #include "host/app/option_values.h"
+#include "host/render/page_setup.h"
 #include "host/render/render.h"
 
 namespace pennywort::host {
@@ -311,7 +312,12 @@ std::string render_command::take_feed_options() {
 
 std::string render_command::take_addresses() {
     const std::string wrong = take_pages(m_raw.pages, m_options.urls);
-    if (!wrong.empty() || m_options.urls.size() < 2) return wrong;
+    if (!wrong.empty()) return wrong;
+    const auto& urls = m_options.urls;
+    if (!m_options.page.cookies.empty() && std::none_of(urls.begin(), urls.end(), is_of_a_site)) {
+        return "--cookie is for the sites of the pages, and none of them is of http or https";
+    }
+    if (urls.size() < 2) return {};
     if (m_raw.is_endless) return "--endless shows one page: the next one would never come";
     if (!is_single_picture(m_options.output.kind)) return {};
     return m_options.output.path +

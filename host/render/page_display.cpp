@@ -1,7 +1,6 @@
 // host/render/page_display.cpp - see the header for the contract.
 #include "host/render/page_display.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -196,9 +195,11 @@ void page_display::ask_page(const std::string& expression,
 
 void page_display::resize_page(long width, long height) { m_browser->SetSize(width, height); }
 
-bool page_display::has_picture_of(long width, long height) const {
-    return is_about(m_last.width, static_cast<double>(width) * m_scale) &&
-           is_about(m_last.height, static_cast<double>(height) * m_scale);
+std::optional<picture_size> page_display::picture_of(long width, long height) const {
+    const bool is_of_it = is_about(m_last.width, static_cast<double>(width) * m_scale) &&
+                          is_about(m_last.height, static_cast<double>(height) * m_scale);
+    if (!is_of_it) return {};
+    return picture_size{m_last.width, m_last.height};
 }
 
 void page_display::set_area(const pixel_area& area) {
@@ -208,10 +209,8 @@ void page_display::set_area(const pixel_area& area) {
 
 void page_display::paint_part() {
     if (m_area.width == 0) return;
-    // The browser may have rounded the last pixel of a scaled page away.
-    m_area.width = std::min(m_area.width, m_last.width - m_area.x);
-    m_area.height = std::min(m_area.height, m_last.height - m_area.y);
-    if (m_area.width <= 0 || m_area.height <= 0) return;
+    // One that came before the page had its size.
+    if (m_area.x + m_area.width > m_last.width || m_area.y + m_area.height > m_last.height) return;
     std::vector<std::uint32_t> part;
     part.reserve(static_cast<std::size_t>(m_area.width) * static_cast<std::size_t>(m_area.height));
     for (long y = m_area.y; y < m_area.y + m_area.height; ++y) {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -76,7 +77,7 @@ public:
                   std::function<void(const std::string&)> answer) override;
     void resize_page(long width, long height) override;
     void show_unseen(std::function<void(bool is_there)> told) override;
-    bool has_picture_of(long width, long height) const override;
+    std::optional<picture_size> picture_of(long width, long height) const override;
 
     void run_script(const std::string& body, std::function<void(std::string)> answer) override;
     void ask_next_frame(const std::string& expression,

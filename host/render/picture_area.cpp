@@ -16,6 +16,17 @@ namespace {
 // A page has its new size with its next picture or the one behind it.
 constexpr int k_most_unseen = 50;
 
+// Places in a page are multiples of 1/64 of its pixels. What lies closer to a pixel's edge than
+// this has come there by the rounding of the scale.
+constexpr double k_no_pixel = 1e-3;
+
+long first_pixel(double edge, long most) {
+    return static_cast<long>(std::clamp(std::floor(edge + k_no_pixel), 0.0, double(most)));
+}
+long end_pixel(double edge, long most) {
+    return static_cast<long>(std::clamp(std::ceil(edge - k_no_pixel), 0.0, double(most)));
+}
+
 std::string whole_text(double value) {
     return std::to_string(std::llround(std::ceil(std::min(value, 1e15))));
 }
@@ -41,19 +52,23 @@ std::optional<page_area> area_of(const std::string& answer) {
     return area;
 }
 
-pixel_area pixels_of(const page_area& area, long page_width, long page_height, double scale) {
-    const double right = std::min(area.x + area.width, static_cast<double>(page_width));
-    const double below = std::min(area.y + area.height, static_cast<double>(page_height));
+pixel_area pixels_of(const page_area& area, const picture_size& picture, double scale) {
     pixel_area pixels;
-    pixels.x = static_cast<long>(std::floor(std::max(area.x, 0.0) * scale));
-    pixels.y = static_cast<long>(std::floor(std::max(area.y, 0.0) * scale));
-    pixels.width = static_cast<long>(std::ceil(right * scale)) - pixels.x;
-    pixels.height = static_cast<long>(std::ceil(below * scale)) - pixels.y;
+    pixels.x = first_pixel(area.x * scale, picture.width);
+    pixels.y = first_pixel(area.y * scale, picture.height);
+    pixels.width = end_pixel((area.x + area.width) * scale, picture.width) - pixels.x;
+    pixels.height = end_pixel((area.y + area.height) * scale, picture.height) - pixels.y;
     return pixels;
 }
 
+// The page's first picture has whole pixels.
 area_finder::area_finder(area_port& port, area_wish wish)
-    : m_port(port), m_wish(std::move(wish)), m_width(m_wish.width), m_height(m_wish.height) {}
+    : m_port(port),
+      m_wish(std::move(wish)),
+      m_width(m_wish.width),
+      m_height(m_wish.height),
+      m_picture{std::lround(static_cast<double>(m_width) * m_wish.scale),
+                std::lround(static_cast<double>(m_height) * m_wish.scale)} {}
 
 std::string area_finder::asked_for() const {
     return m_wish.element.empty() ? "--full-page" : "--element " + m_wish.element;
@@ -99,7 +114,9 @@ void area_finder::shown_larger(int shown, bool is_there) {
         m_failure = asked_for() + ": the page does not take the size that it needs";
         return;
     }
-    if (!m_port.has_picture_of(m_width, m_height)) return show_larger(shown + 1);
+    const auto picture = m_port.picture_of(m_width, m_height);
+    if (!picture) return show_larger(shown + 1);
+    m_picture = *picture;
     m_port.ask_page(area_question(m_wish.element),
                     [this](const std::string& again) { take_second(again); });
 }
@@ -118,7 +135,7 @@ void area_finder::take_second(const std::string& answer) {
 }
 
 void area_finder::found(const page_area& area) {
-    m_area = pixels_of(area, m_width, m_height, m_wish.scale);
+    m_area = pixels_of(area, m_picture, m_wish.scale);
     m_is_found = m_area.width > 0 && m_area.height > 0;
     if (!m_is_found) m_failure = asked_for() + ": it has no area that could be shown";
 }

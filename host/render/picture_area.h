@@ -8,6 +8,10 @@
 
 namespace pennywort::host {
 
+struct picture_size {
+    long width = 0, height = 0;
+};
+
 // What finding an area needs of the display that shows the page.
 class area_port {
 public:
@@ -20,8 +24,9 @@ public:
     virtual void resize_page(long width, long height) = 0;
     // One frame that is no output frame. False if it has failed.
     virtual void show_unseen(std::function<void(bool is_there)> told) = 0;
-    // Whether the last picture was that of a page of this size.
-    virtual bool has_picture_of(long width, long height) const = 0;
+    // The size of the last picture, if that was of a page of this size. The browser rounds it in
+    // its own way where the scale makes it no whole number of pixels.
+    virtual std::optional<picture_size> picture_of(long width, long height) const = 0;
 };
 
 // In pixels of the page.
@@ -46,7 +51,7 @@ struct area_wish {
 std::string area_question(const std::string& selector);
 std::optional<page_area> area_of(const std::string& answer);
 // Every pixel that the area touches, as far as the page's picture goes.
-pixel_area pixels_of(const page_area& area, long page_width, long page_height, double scale);
+pixel_area pixels_of(const page_area& area, const picture_size& picture, double scale);
 
 // All on the display thread. Answers that come when it has gone are the port's to drop.
 class area_finder {
@@ -72,6 +77,7 @@ private:
     const area_wish m_wish;
     long m_width;
     long m_height;
+    picture_size m_picture;
     bool m_is_found = false;
     pixel_area m_area;
     std::string m_failure;

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,8 +29,11 @@ public:
         ++frames;
         told(!has_failed);
     }
-    bool has_picture_of(long width, long height) const override {
-        return frames > frames_late && width == wanted_width && height == wanted_height;
+    std::optional<picture_size> picture_of(long width, long height) const override {
+        const bool is_it = frames > frames_late && width == wanted_width && height == wanted_height;
+        if (!is_it) return {};
+        return picture_size{static_cast<long>(rounded(static_cast<double>(width) * scale)),
+                            static_cast<long>(rounded(static_cast<double>(height) * scale))};
     }
 
     std::vector<std::string> answers;
@@ -36,6 +41,8 @@ public:
     long wanted_width = 0, wanted_height = 0;
     int frames = 0;
     int frames_late = 0;
+    double scale = 1;
+    double (*rounded)(double) = std::round;  // as its browser does
     bool has_failed = false;
 };
 
@@ -54,6 +61,7 @@ TEST(PictureArea, ALongPageGetsItsLengthOnceEvenIfItGrowsWithIt) {
     fake_page page;
     page.answers = {"0 0 640 5000", "0 0 640 9000"};
     page.frames_late = 3;
+    page.scale = 2;
     area_finder finder(page, {"", 640, 360, 2});
     finder.begin();
     EXPECT_EQ(page.wanted_width, 640);
@@ -74,8 +82,56 @@ TEST(PictureArea, AnElementIsWhereItIsInTheLargerPage) {
 }
 
 TEST(PictureArea, WhatLiesOutsideThePageIsLeftOut) {
-    EXPECT_EQ(pixels_of({-10, -20, 100, 100}, 640, 360, 1), (pixel_area{0, 0, 90, 80}));
-    EXPECT_EQ(pixels_of({600, 300, 100, 100}, 640, 360, 1.5), (pixel_area{900, 450, 60, 90}));
+    EXPECT_EQ(pixels_of({-10, -20, 100, 100}, {640, 360}, 1), (pixel_area{0, 0, 90, 80}));
+    EXPECT_EQ(pixels_of({600, 300, 100, 100}, {960, 540}, 1.5), (pixel_area{900, 450, 60, 90}));
+}
+
+struct fraction_case {
+    page_area area;
+    double scale;
+    picture_size picture;  // of the whole page
+    pixel_area pixels;
+};
+
+// A scale may leave the page's last pixel in part; the browser drops it or paints it. None of its
+// pictures is to be smaller than the area.
+TEST(PictureArea, OfAScaleThatLeavesPartsOfPixelsIsThatOfThePicture) {
+    constexpr fraction_case k_cases[] = {
+        {{0, 0, 640, 1001}, 1.25, {800, 1251}, {0, 0, 800, 1251}},
+        {{0, 0, 640, 1001}, 1.25, {800, 1252}, {0, 0, 800, 1252}},
+        {{0, 0, 333, 7}, 0.25, {83, 1}, {0, 0, 83, 1}},
+        {{10, 1000, 101, 1}, 1.25, {800, 1251}, {12, 1250, 127, 1}},
+        {{10, 1000, 101, 1}, 1.25, {800, 1252}, {12, 1250, 127, 2}},
+        // 11.000000000000002, 109.99999999999999 and the like are whole.
+        {{10, 10, 100, 100}, 1.1, {704, 396}, {11, 11, 110, 110}},
+        {{30, 30, 70, 70}, 1.1, {704, 396}, {33, 33, 77, 77}},
+        {{0.015625, 0, 10, 10}, 8, {512, 288}, {0, 0, 81, 80}},
+    };
+    for (const auto& one : k_cases) {
+        const auto found = pixels_of(one.area, one.picture, one.scale);
+        EXPECT_EQ(found, one.pixels) << one.scale << ": " << found.x << " " << found.y << " "
+                                     << found.width << " " << found.height;
+    }
+}
+
+TEST(PictureArea, IsFoundHoweverTheBrowserRoundsItsPicture) {
+    for (double (*rounded)(double) :
+         {static_cast<double (*)(double)>(std::floor), static_cast<double (*)(double)>(std::round),
+          static_cast<double (*)(double)>(std::ceil)}) {
+        fake_page page;
+        page.scale = 1.25;
+        page.rounded = rounded;
+        page.answers = {"0 0 640 1001", "0 0 640 1001"};
+        area_finder all(page, {"", 640, 360, 1.25});
+        all.begin();
+        EXPECT_EQ(all.area(), (pixel_area{0, 0, 800, static_cast<long>(rounded(1251.25))}));
+        page.frames = 0;
+        page.answers = {"0 981 20 20", "0 981 20 20"};
+        area_finder element(page, {"#last", 640, 360, 1.25});
+        element.begin();
+        EXPECT_EQ(element.area(),
+                  (pixel_area{0, 1226, 25, static_cast<long>(rounded(1251.25)) - 1226}));
+    }
 }
 
 struct failing_case {

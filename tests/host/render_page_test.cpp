@@ -116,6 +116,23 @@ TEST_F(RenderPage, IsShownInAllItsLengthOrOneElementOfIt) {
     EXPECT_FALSE(folder.has("c.png"));
 }
 
+// 1001 pixels of the page are 1251.25 of its picture.
+TEST_F(RenderPage, IsShownInAllItsLengthWhereTheScaleLeavesAPartOfAPixel) {
+    folder.write("long.html",
+                 "<!doctype html><style>body{margin:0;height:1001px;background:#000}"
+                 "div{position:absolute;left:0;top:961px;width:20px;height:40px;"
+                 "background:#fff}</style><div id=last></div>");
+    const std::string film = "pennywort render long.html --size 100x60 --scale 1.25 ";
+    expect_fine(film + "--full-page -o a.png");
+    const std::string size = size_of("a.png");
+    EXPECT_TRUE(size == "125x1251" || size == "125x1252") << size;
+    EXPECT_EQ(pixel("a.png", 5, 1249), k_white);
+    EXPECT_EQ(pixel("a.png", 30, 1249), k_black);
+    expect_fine(film + "--element '#last' -o b.png");
+    EXPECT_EQ(size_of("b.png"), "25x" + std::to_string(std::stoi(size.substr(4)) - 1201));
+    EXPECT_EQ(pixel("b.png", 12, 25), k_white);
+}
+
 // --- its user
 
 struct world_case {
@@ -202,32 +219,27 @@ server.serve_forever()
 class RenderSite : public RenderFixture {
 protected:
     RenderSite() { folder.write("server.py", k_server); }
-    // $at is the site's address.
-    program_run served(const std::string& script) const {
-        return folder.run(
-            "rm -f port; python3 server.py > port & server=$!\n"
-            "trap 'kill $server' EXIT\n"
-            "until [ -s port ]; do sleep 0.05; done\n"
-            "at=http://127.0.0.1:$(cat port)\n" +
-            script);
-    }
 };
 
 TEST_F(RenderSite, GetsTheHeadersAndCookies) {
     const auto run = served(
-        "pennywort render \"$at/?X-Key=secret&Cookie=session=42&Cookie=theme=dark&"
+        "pennywort render \"$at/?X-Key=secret,%20second&Cookie=session=42&Cookie=theme=dark&"
         "User-Agent=Me/2&Accept-Language=nb\" --size 16x16 --header 'X-Key: secret' "
-        "--cookie session=42 --cookie theme=dark --user-agent Me/2 --locale nb-NO -o a.png");
+        "--header 'x-key: second' --cookie session=42 --cookie theme=dark --user-agent Me/2 "
+        "--locale nb-NO -o a.png");
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(pixel("a.png", 8, 8), k_white);
 }
 
 TEST_F(RenderSite, IsAskedThroughTheProxy) {
-    const auto run = served(
-        "pennywort render http://no-such-host.invalid/?Host=no-such-host --size 16x16 "
-        "--proxy $at -o a.png");
-    EXPECT_EQ(run.status, 0) << run.errors;
-    EXPECT_EQ(pixel("a.png", 8, 8), k_white);
+    for (const char* proxy : {"$at", "$at/", "${at#http://}"}) {
+        const auto run = served(
+            "rm -f a.png; pennywort render http://no-such-host.invalid/?Host=no-such-host --size "
+            "16x16 --proxy " +
+            std::string(proxy) + " -o a.png");
+        EXPECT_EQ(run.status, 0) << proxy << run.errors;
+        EXPECT_EQ(pixel("a.png", 8, 8), k_white) << proxy;
+    }
 }
 
 TEST_F(RenderSite, WhoseImageNeverComesIsShownByOneThatDoesNotWaitForIt) {

@@ -93,7 +93,10 @@ page_display::page_display(const render_options& options, recorder& frames,
         m_browser->SetAudioReceiver(&m_sound);
     }
     m_browser->SetInspectorReceiver(this);
-    for (const auto& request : inspector_requests(options.page, options.urls)) ask(request);
+    const bool is_exact = options.clock == page_clock::own;
+    for (const auto& request : inspector_requests(options.page, options.urls, is_exact)) {
+        ask(request);
+    }
 }
 
 page_display::~page_display() {

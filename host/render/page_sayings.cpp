@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/render/clock_fault.h"
 #include "host/render/media_fault.h"
 
 namespace pennywort::host {
@@ -159,11 +160,17 @@ std::optional<page_saying> dialog_saying(const json& event) {
                                  text_at(event, "/type") + ": " + text_at(event, "/message"))};
 }
 
+std::optional<page_saying> saying_with(saying_kind kind, std::optional<std::string> line) {
+    if (!line) return {};
+    return page_saying{kind, std::move(*line)};
+}
+
 std::optional<page_saying> binding_saying(const json& event, bool is_of_file) {
-    if (text_at(event, "/name") != k_media_binding) return {};
-    const auto fault = media_fault(text_at(event, "/payload"), is_of_file);
-    if (!fault) return {};
-    return page_saying{saying_kind::media, *fault};
+    const std::string name = text_at(event, "/name");
+    const std::string payload = text_at(event, "/payload");
+    if (name == k_clock_binding) return saying_with(saying_kind::clock, clock_fault(payload));
+    if (name != k_media_binding) return {};
+    return saying_with(saying_kind::media, media_fault(payload, is_of_file));
 }
 
 }  // namespace
@@ -189,6 +196,7 @@ void saying_counts::count(saying_kind kind) {
         case saying_kind::console:
         case saying_kind::sound:
         case saying_kind::unheard:
+        case saying_kind::clock:
             break;
     }
 }

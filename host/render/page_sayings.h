@@ -20,6 +20,7 @@ enum class saying_kind {
     media,    // a film or a sound that this browser cannot play
     sound,    // what of the page's sound an exact film cannot have
     unheard,  // an exact film without sound has a page with some
+    clock,    // what of the page does not go by an exact film's time
 };
 
 struct page_saying {

@@ -6,6 +6,7 @@
 
 #include "core/text/ascii.h"
 #include "host/app/json.h"
+#include "host/render/clock_fault.h"
 #include "host/render/media_fault.h"
 
 namespace pennywort::host {
@@ -16,6 +17,11 @@ class requests {
 public:
     void add(std::string option, const char* method, const json& parameters) {
         m_all.push_back({std::move(option), method, json_text(parameters)});
+    }
+    // A script in each document, before its own ones, that tells something by a binding.
+    void watch(const char* binding, const char* script) {
+        add("", "Runtime.addBinding", {{"name", binding}});
+        add("", "Page.addScriptToEvaluateOnNewDocument", {{"source", script}});
     }
     std::vector<inspector_request> take() { return std::move(m_all); }
 
@@ -91,14 +97,15 @@ named_texts browser_switches(const page_settings& settings) {
 }
 
 std::vector<inspector_request> inspector_requests(const page_settings& settings,
-                                                  const std::vector<std::string>& urls) {
+                                                  const std::vector<std::string>& urls,
+                                                  bool is_exact) {
     requests out;
     // Reports what the page says of itself.
     out.add("", "Runtime.enable", json::object());
     out.add("", "Log.enable", json::object());
     out.add("", "Page.enable", json::object());
-    out.add("", "Runtime.addBinding", {{"name", k_media_binding}});
-    out.add("", "Page.addScriptToEvaluateOnNewDocument", {{"source", k_media_watch}});
+    out.watch(k_media_binding, k_media_watch);
+    if (is_exact) out.watch(k_clock_binding, k_clock_watch);
     // A picture has nobody who could scroll it.
     out.add("", "Emulation.setScrollbarsHidden", {{"hidden", true}});
     add_media(settings, out);

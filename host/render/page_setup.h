@@ -22,7 +22,9 @@ struct inspector_request {
 };
 
 // In their order, before the first page is loaded. `urls`: the pages', whose sites get the cookies.
+// `is_exact`: pages live by their own clock.
 std::vector<inspector_request> inspector_requests(const page_settings& settings,
-                                                  const std::vector<std::string>& urls);
+                                                  const std::vector<std::string>& urls,
+                                                  bool is_exact);
 
 }  // namespace pennywort::host

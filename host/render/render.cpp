@@ -130,6 +130,7 @@ private:
     std::string m_failure;
     bool m_is_refused = false;  // by its arguments, which it takes another program to judge
     std::set<std::string> m_script_errors;  // those that have been told
+    std::set<std::string> m_clock_faults;   // of all pages, each told once
     saying_counts m_sayings;
     bool m_has_page_faults = false;
 };
@@ -153,6 +154,10 @@ void render_session::hear_page(const page_saying& said) {
     if (said.kind == saying_kind::unheard) return tell_of_sound();
     if (said.kind == saying_kind::sound) {
         return m_options.format.has_sound ? tell_once("page: " + said.line) : void();
+    }
+    if (said.kind == saying_kind::clock) {
+        if (m_clock_faults.insert(said.line).second) m_progress.say("page: " + said.line);
+        return;
     }
     m_sayings.count(said.kind);
     const bool is_fault = said.kind == saying_kind::error || said.kind == saying_kind::rejection ||

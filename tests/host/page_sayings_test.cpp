@@ -146,6 +146,20 @@ TEST(PageSayings, AnyShapeOfAnEventIsTaken) {
     }
 }
 
+TEST(PageSayings, WhatDoesNotGoByThePagesClockIsKnownByItsNameAlone) {
+    const auto told = [](const std::string& payload) {
+        return saying_of("Runtime.bindingCalled",
+                         R"({"name":"thinternalClock","payload":)" + payload + "}");
+    };
+    ASSERT_TRUE(told(R"("WebSocket")"));
+    EXPECT_EQ(told(R"("WebSocket")")->kind, kind::clock);
+    EXPECT_EQ(told(R"("WebSocket")")->line,
+              "clock: a WebSocket: its messages come at no certain frame");
+    for (const char* other : {R"("")", R"("web")", R"("WebSocket ")", "7", "null"}) {
+        EXPECT_FALSE(told(other)) << other;
+    }
+}
+
 TEST(PageSayings, ALongLineIsCut) {
     const std::string text(100'000, 'x');
     const auto said =
@@ -162,7 +176,7 @@ TEST(PageSayings, AreCounted) {
     counts.count(kind::console_warning);
     EXPECT_EQ(counts.faults(), 0u);
     for (const auto one : {kind::error, kind::error, kind::rejection, kind::failed_resource,
-                           kind::media, kind::console_error}) {
+                           kind::media, kind::console_error, kind::clock, kind::sound}) {
         counts.count(one);
     }
     EXPECT_EQ(counts.faults(), 6u);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "host/render/clock_fault.h"
+
 namespace pennywort::host {
 namespace {
 
@@ -14,7 +16,7 @@ using strings = std::vector<std::string>;
 // Those beside the ones that every page gets, as "method parameters".
 strings told(const page_settings& settings, const strings& urls = {"https://a/", "file:///b"}) {
     strings lines;
-    for (const auto& request : inspector_requests(settings, urls)) {
+    for (const auto& request : inspector_requests(settings, urls, true)) {
         if (!request.option.empty()) lines.push_back(request.method + " " + request.parameters);
     }
     return lines;
@@ -35,11 +37,21 @@ TEST(PageSetup, NothingThatWasNotAskedFor) {
 
 TEST(PageSetup, ScrollbarsAreHiddenAlways) {
     bool is_there = false;
-    for (const auto& request : inspector_requests({}, {})) {
+    for (const auto& request : inspector_requests({}, {}, true)) {
         is_there |= request.method == "Emulation.setScrollbarsHidden";
         EXPECT_EQ(request.option, "") << "nobody has asked for it";
     }
     EXPECT_TRUE(is_there);
+}
+
+TEST(PageSetup, OnlyAPageByItsOwnClockIsWatchedForWhatDoesNotGoByIt) {
+    for (const bool is_exact : {false, true}) {
+        int count = 0;
+        for (const auto& request : inspector_requests({}, {}, is_exact)) {
+            count += request.parameters.find(k_clock_binding) != std::string::npos;
+        }
+        EXPECT_EQ(count, is_exact ? 2 : 0) << "a binding and a script";
+    }
 }
 
 TEST(PageSetup, MediaIsOneCall) {

@@ -122,5 +122,33 @@ TEST_P(RenderClock, MovesByOneFrameAtATime) {
 INSTANTIATE_TEST_SUITE_P(Of, RenderClock, testing::ValuesIn(k_clocks),
                          [](const auto& one) { return std::string(one.param.name); });
 
+// A page that cannot be seen to go by it is told of, once for each kind.
+class RenderedClockFaults : public RenderFixture {};
+
+TEST_F(RenderedClockFaults, AreToldOnceEach) {
+    folder.write("page.html",
+                 "<!doctype html><script>const code = URL.createObjectURL(new Blob(['']));"
+                 "class mine extends Worker {}; new mine(code); new Worker(code);"
+                 "if (!(new Worker(code) instanceof Worker)) throw 'no worker';"
+                 "for (const scheme of ['ws', 'ws']) new WebSocket(scheme + '://127.0.0.1:1/');"
+                 "new EventSource('http://127.0.0.1:1/');"
+                 "if (new Worker(code).constructor !== Worker || WebSocket.OPEN !== 1 || "
+                 "'thinternalClock' in self) throw 'changed'</script>");
+    const std::string film = "pennywort render page.html --size 16x16 --frames 3 -o a.bgra ";
+    for (const char* way : {"", "--verbose "}) {
+        const auto run = folder.run(film + way);
+        EXPECT_EQ(run.status, 0) << run.errors;
+        for (const char* part : {"page: clock: a worker: its messages come up to three frames late",
+                                 "page: clock: a WebSocket: ", "page: clock: an EventSource: "}) {
+            const auto at = run.errors.find(part);
+            EXPECT_NE(at, std::string::npos) << part << "\n" << run.errors;
+            EXPECT_EQ(run.errors.find(part, at + 1), std::string::npos) << part << run.errors;
+        }
+        EXPECT_EQ(run.errors.find("Uncaught"), std::string::npos) << run.errors;
+    }
+    const auto live = folder.run(film + "--live");
+    EXPECT_EQ(live.errors.find("clock: "), std::string::npos) << live.errors;
+}
+
 }  // namespace
 }  // namespace pennywort::host

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/live/live_command.h"
-#include "host/render/render_command.h"
+#include "tests/host/parsed_render.h"
 #include "tests/host/temporary_folder.h"
 
 namespace pennywort::host {
@@ -19,14 +19,6 @@ namespace {
 using strings = std::vector<std::string>;
 
 constexpr const char* k_page = "about:blank";
-
-// What "render" makes of a page and these options; nothing if it refuses them.
-std::optional<render_options> render_of(strings arguments) {
-    const auto line = parse_command_line(arguments);
-    const auto* const chosen = dynamic_cast<const render_command*>(line.chosen.get());
-    EXPECT_NE(chosen, nullptr) << line.text;
-    return chosen == nullptr ? std::nullopt : std::optional(chosen->options());
-}
 
 render_options parse_render(strings more) {
     more.insert(more.begin(), {"render", k_page});

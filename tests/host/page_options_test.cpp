@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/app/command_line.h"
-#include "host/render/render_command.h"
+#include "tests/host/parsed_render.h"
 
 namespace pennywort::host {
 namespace {
@@ -23,10 +22,7 @@ strings with_page(const strings& more) {
 }
 
 render_options options_of(const strings& more) {
-    const auto line = parse_command_line(with_page(more));
-    const auto* const chosen = dynamic_cast<const render_command*>(line.chosen.get());
-    EXPECT_NE(chosen, nullptr) << line.text;
-    return chosen == nullptr ? render_options() : chosen->options();
+    return render_of(with_page(more)).value_or(render_options());
 }
 
 struct refused_case {

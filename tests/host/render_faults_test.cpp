@@ -24,37 +24,17 @@ std::string page_with(const char* script, const char* background = "#000") {
            script;
 }
 
-constexpr const char* k_server = R"py(
-import http.server, sys, time
-class handler(http.server.BaseHTTPRequestHandler):
-    protocol_version = 'HTTP/1.1'
-    def log_message(self, *a): pass
-    def do_GET(self):
-        if 'late' in self.path: time.sleep(0.4)
-        body = b'60' if 'late' in self.path else open(self.path.split('/')[-1] + '.html', 'rb').read()
-        self.send_response(200)
-        self.send_header('Content-Type', 'text/plain' if 'late' in self.path else 'text/html')
-        self.send_header('Access-Control-Allow-Origin', '*')
-        self.send_header('Content-Length', str(len(body))); self.end_headers()
-        self.wfile.write(body)
-server = http.server.ThreadingHTTPServer(('127.0.0.1', 0), handler)
-print(server.server_port, flush=True)
-server.serve_forever()
+constexpr const char* k_site = R"py(
+        if 'late' in self.path:
+            time.sleep(0.4)
+            return self.reply(200, 'text/plain', b'60')
+        self.reply(200, 'text/html', open(self.path.split('/')[-1] + '.html', 'rb').read())
 )py";
 
 class RenderFaults : public RenderFixture {
 protected:
-    RenderFaults() { folder.write("server.py", k_server); }
+    RenderFaults() { write_site(k_site); }
 
-    // $port is the server's, which answers to two names.
-    program_run served(const std::string& script) const {
-        return folder.run(
-            "python3 server.py > port & server=$!\n"
-            "trap 'kill $server' EXIT\n"
-            "until [ -s port ]; do sleep 0.05; done\n"
-            "port=$(cat port); at=http://127.0.0.1:$port\n" +
-            script);
-    }
     // Where the bar stands in each frame; -1 for one without it.
     std::vector<int> bars(const std::string& name) const {
         const std::string film = folder.read(name);

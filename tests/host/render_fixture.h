@@ -16,6 +16,16 @@ namespace pennywort::host {
 // Blue, green, red, alpha.
 using colour = std::vector<int>;
 
+inline const colour k_white{255, 255, 255, 255};
+inline const colour k_black{0, 0, 0, 255};
+
+// White where what the page says is true, black where it is not.
+inline std::string truth_page(const std::string& expression) {
+    return "<!doctype html><style>body{margin:0}</style><script>"
+           "document.documentElement.style.background = (" +
+           expression + ") ? '#fff' : '#000'</script>";
+}
+
 class RenderFixture : public testing::Test {
 protected:
     void expect_failure(const std::string& script, const std::string& part) {
@@ -53,8 +63,28 @@ protected:
         png_image_free(&image);
         return size;
     }
-    // What the script does beside a site, which server.py in the folder serves: $at is its address,
-    // $port the port.
+    // Sets up a site: the body of its do_GET, in Python, which calls self.reply(status, type,
+    // body).
+    void write_site(const std::string& do_get) {
+        folder.write("server.py", R"py(
+import http.server, time, urllib.parse
+class handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = 'HTTP/1.1'
+    def log_message(self, *a): pass
+    def reply(self, status, kind, body):
+        self.send_response(status)
+        self.send_header('Content-Type', kind)
+        self.send_header('Access-Control-Allow-Origin', '*')
+        self.send_header('Content-Length', str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+    def do_GET(self):)py" + do_get + R"py(
+server = http.server.ThreadingHTTPServer(('127.0.0.1', 0), handler)
+print(server.server_port, flush=True)
+server.serve_forever()
+)py");
+    }
+    // What the script does beside that site: $at is its address, $port the port.
     program_run served(const std::string& script) const {
         return folder.run(
             "rm -f port; python3 server.py > port & server=$!\n"

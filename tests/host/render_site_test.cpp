@@ -1,0 +1,103 @@
+// tests/host/render_site_test.cpp - the program on the real browser runtime: pages of a site, which
+// get headers, cookies and proxies, and do not always come.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+
+#include "tests/host/render_fixture.h"
+
+namespace pennywort::host {
+namespace {
+
+// A page that is white where the request had all that the address asks for, and a few that are no
+// page.
+constexpr const char* k_site = R"py(
+        where = urllib.parse.urlparse(self.path)
+        if where.path.endswith('/never'):
+            time.sleep(60); return
+        if where.path.endswith('/nothing'):
+            self.send_response(204); self.send_header('Content-Length', '0'); self.end_headers(); return
+        if where.path.endswith('/file'):
+            return self.reply(200, 'application/octet-stream', b'binary')
+        wanted = urllib.parse.parse_qs(where.query)
+        have = all(value in self.headers.get(name, '') for name, values in wanted.items() for value in values)
+        page = '<!doctype html><style>html{background:%s}</style>' % ('#fff' if have else '#000')
+        self.reply(404 if where.path.endswith('/missing') else 200, 'text/html', page.encode())
+)py";
+
+class RenderSite : public RenderFixture {
+protected:
+    RenderSite() { write_site(k_site); }
+};
+
+TEST_F(RenderSite, GetsTheHeadersAndCookies) {
+    const auto run = served(
+        "pennywort render \"$at/?X-Key=secret,%20second&Cookie=session=42&Cookie=theme=dark&"
+        "User-Agent=Me/2&Accept-Language=nb\" --size 16x16 --header 'X-Key: secret' "
+        "--header 'x-key: second' --cookie session=42 --cookie theme=dark --user-agent Me/2 "
+        "--locale nb-NO -o a.png");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(pixel("a.png", 8, 8), k_white);
+}
+
+TEST_F(RenderSite, IsAskedThroughTheProxy) {
+    for (const char* proxy : {"$at", "$at/", "${at#http://}"}) {
+        const auto run = served(
+            "rm -f a.png; pennywort render http://no-such-host.invalid/?Host=no-such-host --size "
+            "16x16 --proxy " +
+            std::string(proxy) + " -o a.png");
+        EXPECT_EQ(run.status, 0) << proxy << run.errors;
+        EXPECT_EQ(pixel("a.png", 8, 8), k_white) << proxy;
+    }
+}
+
+TEST_F(RenderSite, WhoseImageNeverComesIsShownByOneThatDoesNotWaitForIt) {
+    folder.write("template",
+                 "<!doctype html><style>html{background:#fff}</style><img src=@/never>"
+                 "<script>window.isReady = true</script>");
+    auto run = served(
+        "sed \"s|@|$at|\" template > waits.html\n"
+        "pennywort render waits.html --size 16x16 --timeout 5 -o all.png; echo $?\n"
+        "pennywort render waits.html --size 16x16 --timeout 20 --start dom -o dom.png; echo $?\n"
+        "pennywort render waits.html --size 16x16 --timeout 20 --start window.isReady --frames 5 "
+        "-o truth.png; echo $?");
+    EXPECT_EQ(run.output, "1\n0\n0\n") << run.errors;
+    EXPECT_EQ(pixel("dom.png", 15, 15), k_white);
+    EXPECT_EQ(pixel("truth.png", 15, 15), k_white);
+    EXPECT_NE(run.errors.find("has not loaded within 5 s"), std::string::npos) << run.errors;
+}
+
+TEST_F(RenderSite, ThatHasNoPageIsToldAtOnce) {
+    for (const auto& [path, part] :
+         {std::pair("nothing", "status 204"), std::pair("file", "it is a download")}) {
+        for (const char* way : {"", "--live "}) {
+            const auto run =
+                served(std::string("SECONDS=0; pennywort render $at/") + path + " " + way +
+                       "--frames 2 -o a.png; status=$?; echo $SECONDS; exit $status");
+            EXPECT_EQ(run.status, 1) << path << way;
+            EXPECT_NE(run.errors.find(part), std::string::npos) << way << run.errors;
+            EXPECT_LT(std::stoi(run.output), 15) << "and not only when its time is over";
+        }
+    }
+}
+
+TEST_F(RenderSite, AnErrorPageOfTheServersEndsTheFilmWhereverItComes) {
+    folder.write("moves",
+                 "<!doctype html><style>html{background:#fff}</style>"
+                 "<script>setTimeout(() => location.href = '@/missing', 200)</script>");
+    for (const char* page : {"moves.html", "$at/missing"}) {
+        for (const char* way : {"", "--live "}) {
+            const auto run =
+                served("sed \"s|@|$at|\" moves > moves.html\npennywort render " +
+                       std::string(page) + " " + way + "--size 16x16 --frames 60 -o a.mkv");
+            EXPECT_EQ(run.status, 1) << page << way;
+            EXPECT_NE(run.errors.find("/missing: the server answered with status 404"),
+                      std::string::npos)
+                << page << way << run.errors;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace pennywort::host

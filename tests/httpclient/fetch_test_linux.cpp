@@ -154,7 +154,7 @@ TEST_F(FetchTest, TellsThatABodyBrokeOff) {
         connection.send("HTTP/1.1 200 OK\r\n\r\nhello");
         connection.wait_for_end();
     });
-    const program_run run = fetch(silent.url() + " --timeout 0.3");
+    const program_run run = fetch(silent.url() + " --timeout 3");
     EXPECT_EQ(run.status, 4);
     EXPECT_EQ(run.output, "hello");
     EXPECT_EQ(run.errors,

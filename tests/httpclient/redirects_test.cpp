@@ -219,11 +219,11 @@ TEST_F(RedirectsTest, WithABodyThatDripsAreNotHeldByIt) {
         }
         connection.send("HTTP/1.1 302 Found\r\nLocation: /next\r\nContent-Length: 100\r\n\r\n");
         for (; dripped < k_all && connection.send("x"); ++dripped) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
         connection.wait_for_end();
     });
-    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, 0.5), 0);
+    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, 3), 0);
     EXPECT_EQ(body(), "end");
     EXPECT_LT(dripped_by_then, k_all);
 }

@@ -7,6 +7,7 @@
 #include "tests/httpclient/scripted_peer.h"
 #include "tests/httpclient/session_fixture.h"
 #include "tests/loam/wine.h"
+#include "tests/support/eventually.h"
 
 namespace {
 
@@ -123,9 +124,9 @@ TEST_F(RequestsTest, APostWithoutABodySaysSo) {
 TEST_F(RequestsTest, AnAnnouncedBodyThatIsNotThereIsWaitedForByThePeerAlone) {
     if (runs_under_wine()) GTEST_SKIP() << "Wine waits 90 s for a head, whatever the time-out";
     const scripted_peer peer(recording(5, answer_with("never")));
-    m_session->Configure(cHttpSession::k_post, peer.url().c_str(), 0.2);
+    m_session->Configure(cHttpSession::k_post, peer.url().c_str(), 1);
     EXPECT_EQ(m_session->Request_Begin(&m_sink, nullptr, nullptr, 5), cHttpSession::k_timed_out);
-    EXPECT_TRUE(has_line("Content-Length: 5"));
+    EXPECT_TRUE(pennywort::tests::eventually([&] { return has_line("Content-Length: 5"); }));
 }
 
 TEST_F(RequestsTest, ABadHeaderNameIsRefusedBeforeAnythingIsSent) {

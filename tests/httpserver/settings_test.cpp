@@ -185,7 +185,7 @@ TEST(Settings, AnIdleConnectionIsClosed) {
 // What a handler takes for itself is not the idleness of its peer.
 TEST(Settings, ASlowHandlerDoesNotMakeItsConnectionIdle) {
     cHttpServerSettings settings;
-    settings.idleTimeoutMs = 2500;
+    settings.idleTimeoutMs = 5000;
     const auto slow = make<test_handler>("/slow", "late", [&](zSocket*) {
         zThread::MicroSleep(static_cast<std::uint32_t>(settings.idleTimeoutMs) * 1200);
     });

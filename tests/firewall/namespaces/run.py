@@ -27,7 +27,7 @@ import socket, sys, threading
 reached = set()
 def attempt(address, port):
     try:
-        socket.create_connection((address, port), timeout=1).close()
+        socket.create_connection((address, port), timeout=3).close()
         reached.add(port)
     except OSError:
         pass

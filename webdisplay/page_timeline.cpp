@@ -45,6 +45,9 @@ constexpr auto k_last_patience = 2'000ms;
 // The browser cuts a budget off to whole microseconds; no rounding is to cost one.
 constexpr double k_spare_ms = 0.0001;
 constexpr double k_fence_ms = 0.001;
+// In which a page that is not read yet is given that much time.
+constexpr auto k_read_interval = 20ms;
+constexpr double k_read_ms = 0.1;
 
 // Also where a timer's script holds the page's time.
 constexpr const char* k_hangs =
@@ -99,8 +102,10 @@ void page_timeline::hear(const std::string& method, const json& params) {
     } else if (method == "Page.frameNavigated") {
         if (message_part(params, "/frame/parentId").is_null()) page_begins();
     } else if (method == "Page.domContentEventFired") {
+        m_is_read = true;
         const bool is_start = m_start.when == page_start::at::dom && m_has_begun;
         if (m_phase == phase::loading && is_start) m_has_come = true;
+        if (m_phase == phase::reading) m_has_come = true;
     } else if (method == "Page.javascriptDialogOpening") {
         answer_dialog(message_text(params, "/defaultPrompt"));
     } else if (method == "Target.attachedToTarget") {
@@ -116,6 +121,7 @@ void page_timeline::hear(const std::string& method, const json& params) {
 void page_timeline::page_begins() {
     if (m_phase != phase::loading && !has_page()) return;
     (m_phase == phase::loading ? m_has_begun : m_has_moved_on) = true;
+    m_is_read = false;
     m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
         read_clock(result);
         const bool is_another = std::abs(m_told - m_clock) > m_moved_us;
@@ -304,6 +310,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::answers, k_move_limit, "a film of the page does not follow", &self::hold},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::tick},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::meet_next_page},
+        {wait::event, k_read_interval, "", &self::meet_again},
         {wait::time, k_tick_interval, "", &self::try_tick},
         {wait::turn, k_turn_limit, k_hangs, &self::close_frame},
         {wait::nothing, k_ever, "", nullptr},
@@ -364,6 +371,7 @@ void page_timeline::late(const row& current) {
         return (this->*current.next)();
     }
     if (m_phase == phase::hearing) return try_next_grain();
+    if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
     if (m_phase == phase::placing && !std::exchange(m_is_hurried, true)) return hurry();
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
     m_was_forced = true;
@@ -500,11 +508,29 @@ void page_timeline::tick() {
 
 // The page has moved on to another one, of which neither the turn was asked nor anything told.
 void page_timeline::meet_next_page() {
+    if (!m_is_read) {
+        m_tick_limit = m_now + k_move_limit;
+        return read_on();
+    }
     m_is_met = true;
     follow_clock();
     ask_for_turn();
     m_wakes = 0;
     await_wish();
+}
+
+// A page that comes while the clock is stopped is not read, and would never have its turn. The
+// browser goes on with that only where time moves, fetches or not; so it moves by next to nothing.
+void page_timeline::read_on() {
+    await(phase::reading);
+    call("Emulation.setVirtualTimePolicy",
+         {{"policy", "advance"}, {"budget", k_read_ms}, {"initialVirtualTime", day_here()}});
+}
+
+// Also where a script of it has not come for so long.
+void page_timeline::meet_again() {
+    m_is_read = true;
+    stop_clock(phase::meeting);
 }
 
 // In the same process the browser gives the next page the time anew that was left for the move, and

@@ -144,6 +144,7 @@ private:
         placing,    // films are put to the frame's time, and what was heard until then comes
         holding,    // the clock is stopped again
         meeting,    // the same, for the page that has moved on to another one
+        reading,    // that one is read
         ticking,    // the browser is to take the frame
         turning,    // the page is to have its turn
         failed
@@ -233,6 +234,8 @@ private:
     void hold() { stop_clock(phase::holding); }
     void tick();
     void meet_next_page();
+    void read_on();
+    void meet_again();
     void follow_clock();
     void try_tick();
     void await_turn();
@@ -288,6 +291,7 @@ private:
     page_grain m_grain;
     int m_wakes = 0;
     bool m_has_moved_on = false;  // the page has, to another one
+    bool m_is_read = false;       // all that it begins with is there
     bool m_is_met = false;        // that one is yet to be told where its time stands
     bool m_has_films = false;
     bool m_is_hurried = false;  // they are not to wait for what is still to come

@@ -21,6 +21,7 @@ namespace pennywort::webdisplay::timeline_test {
 using namespace std::chrono_literals;
 using json = nlohmann::json;
 
+constexpr const char* k_read = R"({"method":"Page.domContentEventFired","params":{}})";
 constexpr const char* k_navigated =
     R"({"method":"Page.frameNavigated","params":{"frame":{"id":"a"}}})";
 
@@ -53,7 +54,7 @@ public:
     std::vector<std::string> take_answers() {
         std::vector<std::string> answers;
         for (const json& call : std::exchange(outbox, {})) answer(call, answers);
-        if (std::exchange(is_in_frame, false)) {
+        if (std::exchange(is_in_frame, false) && is_read) {
             const json told{{"type", "number"}, {"value", told_ms()}};
             for (const int id : std::exchange(turns, {})) {
                 answers.push_back(result(id, {{"result", told}}));
@@ -92,6 +93,8 @@ public:
     // The page moves on to another one when its time is moved next: how far its clock is ahead of
     // what was asked for.
     std::optional<double> moves_on_ms;
+    bool is_read = true;        // the page; one that is not has no turns
+    bool is_read_late = false;  // the next one is not read before time moves again
 
     // What the page takes the last frame's time to be.
     double told_ms() const {
@@ -142,6 +145,7 @@ private:
         if (!moves && !(params["policy"] == "advance" && holds_time)) return;
         // As the browser does: in whole microseconds, what is beyond them cut off.
         clock_ms = std::round(clock_ms * 1000) / 1000 + std::trunc(budget * 1000) / 1000;
+        if (!std::exchange(is_read, true)) answers.push_back(k_read);
         if (moves_on_ms && move_on(answers)) return;
         answers.push_back(json{{"method", "Emulation.virtualTimeBudgetExpired"}}.dump());
     }
@@ -154,6 +158,8 @@ private:
             answers.push_back(json{{"id", id}, {"error", {{"code", -32000}}}}.dump());
         }
         answers.push_back(k_navigated);
+        is_read = !is_read_late;
+        if (is_read) answers.push_back(k_read);
         return std::abs(ahead) > 1000;
     }
 

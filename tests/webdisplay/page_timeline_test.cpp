@@ -318,6 +318,7 @@ struct moved_case {
     double ahead_ms;              // the next page's clock, of what was asked for
     std::int64_t shift_us;        // of the stamps from there on
     std::vector<double> budgets;  // of the frames from there on
+    bool is_read_late = false;
 };
 
 class TimelineOfTwoPages : public PageTimeline, public testing::WithParamInterface<moved_case> {};
@@ -328,6 +329,7 @@ TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
     begin();
     page.stamps.clear();
     page.moves_on_ms = GetParam().ahead_ms;
+    page.is_read_late = GetParam().is_read_late;
     const auto turns = expressions_with("turn").size();
     ask(20'000);
     EXPECT_EQ(expressions_with("turn").size(), turns + 2) << "that of the next page, too";
@@ -356,7 +358,8 @@ INSTANTIATE_TEST_SUITE_P(Ahead, TimelineOfTwoPages,
                          testing::Values(moved_case{0, 0, {20, 20}}, moved_case{7.5, 0, {12.5, 20}},
                                          moved_case{20, 0, {20}}, moved_case{-5, 0, {25, 20}},
                                          moved_case{1234.5, 1'234'501, {20, 20}},
-                                         moved_case{-1234.5, -1'234'499, {20, 20}}));
+                                         moved_case{-1234.5, -1'234'499, {20, 20}},
+                                         moved_case{0, 0, {19.9, 20}, true}));
 
 TEST_F(PageTimeline, AFrameOfThePageThatMovesOnIsNotThePage) {
     begin();

@@ -14,7 +14,7 @@ TEST(WsProgram, ALookUpThatHangsHoldsNeitherTheOpeningNorTheEnd) {
     for (const char* transport : {"--managed", "--system"}) {
         const program_run run =
             folder.run("rm -f asked; HANGING_NAMES=asked LD_PRELOAD='" PENNYWORT_HANGING_NAMES
-                       "' timeout 60 '" PENNYWORT_PROGRAM "' ws ws://a.name/ --timeout 0.1 " +
+                       "' timeout 60 '" PENNYWORT_PROGRAM "' ws ws://a.name/ --timeout 3 " +
                        std::string(transport) + " </dev/null");
         EXPECT_EQ(run.status, 1) << transport;
         EXPECT_TRUE(folder.has("asked"));

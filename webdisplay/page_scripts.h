@@ -91,8 +91,6 @@ std::string file_part(const std::string& url_as_json, std::size_t total, std::st
 extern const char* const k_turn_keeper;
 inline constexpr const char* k_turn = "window['thinternal turn']()";
 
-// What the driver's warnings in the console begin with; no page writes that by chance.
-inline constexpr std::string_view k_sound_mark = "thinternal sound: ";
 // What the page has asked for so far and shows nothing without: fonts, images, films.
 extern const char* const k_settled;
 // The same for a page whose start waits for nothing that is on its way.

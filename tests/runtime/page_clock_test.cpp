@@ -109,6 +109,17 @@ protected:
         return std::string(status.frameFault.View());
     }
 
+    // A page that is not red at its beginning, and that no frame fails of.
+    static void expect_red_within_four_frames(shown_page& page) {
+        ASSERT_TRUE(page.wait_until_loaded()) << fault(page);
+        film taken(page);
+        for (int n = 0; n < 5; ++n) taken.ask(n * k_frame_us);
+        ASSERT_TRUE(taken.wait_for_ends(4)) << taken.ends.size() << fault(page);
+        for (const auto end : taken.ends)
+            EXPECT_NE(end, cWebDisplayPageFrame::Failed) << fault(page);
+        EXPECT_EQ(page.frames.centre(), k_red);
+    }
+
     // The rows of so many frames.
     static std::vector<rows> shoot(shown_page& page, int count) {
         std::vector<rows> shot;
@@ -168,12 +179,7 @@ TEST_F(PageClock, APageThatReplacesItsFrameRequestsHasItsTurnsAllTheSame) {
         "window.requestAnimationFrame = turn => setTimeout(() => turn(performance.now()), 16);"
         "requestAnimationFrame(function next() { if (++turns === 3) "
         "document.body.style.background = '#f00'; requestAnimationFrame(next); })</script>")));
-    ASSERT_TRUE(page.wait_until_loaded()) << fault(page);
-    film taken(page);
-    for (int n = 0; n < 5; ++n) taken.ask(n * k_frame_us);
-    ASSERT_TRUE(taken.wait_for_ends(4)) << taken.ends.size() << fault(page);
-    for (const auto end : taken.ends) EXPECT_NE(end, cWebDisplayPageFrame::Failed) << fault(page);
-    EXPECT_EQ(page.frames.centre(), k_red);
+    expect_red_within_four_frames(page);
 }
 
 TEST_F(PageClock, ADialogIsAnsweredWithYes) {
@@ -181,12 +187,7 @@ TEST_F(PageClock, ADialogIsAnsweredWithYes) {
         page_url("<body style='background:#00f'><script>setTimeout(() => { alert('a');"
                  "const is_fine = confirm('b') && prompt('c', 'Oslo') === 'Oslo';"
                  "document.body.style.background = is_fine ? '#f00' : '#0f0'; }, 30)</script>")));
-    ASSERT_TRUE(page.wait_until_loaded()) << fault(page);
-    film taken(page);
-    for (int n = 0; n < 5; ++n) taken.ask(n * k_frame_us);
-    ASSERT_TRUE(taken.wait_for_ends(4)) << taken.ends.size() << fault(page);
-    for (const auto end : taken.ends) EXPECT_NE(end, cWebDisplayPageFrame::Failed) << fault(page);
-    EXPECT_EQ(page.frames.centre(), k_red);
+    expect_red_within_four_frames(page);
 }
 
 // Each in its own time: the second one is moved twice as far a frame.

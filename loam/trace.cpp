@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "loam/environment.h"
+#include "loam/environment_text.h"
 #include "loam/format_text.h"
 #include "loam/native_file.h"
 #include "loam/ready_mutex.h"
@@ -47,7 +47,8 @@ struct sink_call {
 class default_sink {
 public:
     default_sink() {
-        const std::string wish = environment_variable("LOAM_TRACE");
+        unsigned long error_of_wish = 0;  // of use to nobody: where traces go is not known yet
+        const std::string wish = environment_text("LOAM_TRACE", error_of_wish);
         if (wish.empty()) return;
         m_is_on = true;
         int error = 0;

@@ -12,6 +12,7 @@
 #include "core/outcome.h"
 #include "core/run/clock.h"
 #include "core/run/deadline.h"
+#include "core/run/environment.h"
 #include "core/run/guarded.h"
 #include "tests/support/collected_traces.h"
 #include "tests/support/fake_clock.h"
@@ -117,6 +118,13 @@ TEST(Outcome, AFailurePassesThroughOtherTypes) {
     EXPECT_EQ(result.status(), -21313);
     EXPECT_EQ(result.text(), "no route");
     EXPECT_THROW((void)result.value(), std::bad_optional_access);
+}
+
+TEST(Environment, HasWhatIsThere) {
+    const collected_traces traces;
+    EXPECT_NE(run::environment_variable("PATH"), "");
+    EXPECT_EQ(run::environment_variable("PENNYWORT_NO_SUCH_VARIABLE"), "");
+    EXPECT_EQ(traces.text(), "") << "that there is none is no failure";
 }
 
 TEST(Outcome, WithoutAValue) {

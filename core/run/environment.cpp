@@ -1,4 +1,4 @@
-// environment_win.cpp - Windows half of environment.h. Linux half: environment_linux.cpp.
+// environment.cpp - see the header for the contract.
 #include "core/run/environment.h"
 
 #include "loam/environment_text.h"
@@ -7,10 +7,10 @@
 namespace pennywort::run {
 
 std::string environment_variable(const char* name) {
-    DWORD error = 0;
+    unsigned long error = 0;
     std::string value = loam::environment_text(name, error);
     if (error != 0) {
-        zTraceManager::Default()->TraceNote("%s: GetEnvironmentVariableW failed (err=%lu)\n", name,
+        zTraceManager::Default()->TraceNote("%s: the environment cannot be read (err=%lu)\n", name,
                                             error);
     }
     return value;

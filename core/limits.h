@@ -184,7 +184,8 @@ inline constexpr std::chrono::milliseconds k_first_feed_wait{1000};
 inline constexpr std::chrono::milliseconds k_longest_feed_wait{30'000};
 
 // Bytes of the input that wait to be sent: more of it is read when the server has taken these. And
-// how long it may take none of them while there is more input.
+// how long it may take none of them, behind the end of the input too: a server that collects
+// garbage or starts anew is back by then, and whoever waits for the program has not given it up.
 inline constexpr std::size_t k_max_waiting_input_bytes = std::size_t(16) << 20;
 inline constexpr std::chrono::seconds k_max_input_pause{60};
 

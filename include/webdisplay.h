@@ -145,6 +145,7 @@ struct cWebDisplayPageStatus {
     std::uint32_t waiting = 0;  // URLs in the queue, not given to the browser yet
     zString frameFault;         // why the last frame failed that AdvancePage asked for; or empty
     std::uint64_t droppedCalls = 0;  // of hostApp.execute: see "web_max_waiting_calls"
+    bool isWidgetOpening = false;    // it has not painted yet: see "web_merge_widgets"
 };
 
 // A web page and its queue of URLs, whatever engine shows it. Shared by reference count: the maker
@@ -167,6 +168,9 @@ struct cWebDisplayPageStatus {
 //                              a window on the host's screen). Wants CEFChildProcess of ours as
 //                              the helper
 //   "web_max_popups"           windows that the page may have open by script (default, 0: no bound)
+//   "web_merge_widgets"        select lists and pickers of dates and colours that stand open are
+//                              part of the page's picture (default: each is painted by itself,
+//                              with isPopup, and nothing says where it stands)
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
 //   "web_page_clock"           the page lives by a time of its own, which stands at its beginning
 //                              until AdvancePage moves it: its scripts, timers, animations and

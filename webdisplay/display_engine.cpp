@@ -53,7 +53,9 @@ void close_now(const webdisplay_cef_state& state) {
 }
 
 // Nothing closes until the callback has returned.
-bool is_inside_callback() { return message_pump::inside_work() || sound_port::is_telling(); }
+bool is_inside_callback() {
+    return message_pump::inside_work() || sound_port::is_telling() || page_driver::is_stepping();
+}
 
 // A page without handlers of its own is destroyed within the call. Inside a callback the runtime
 // would go on using it, so there the page closes in a task.

@@ -46,6 +46,8 @@ struct display_state {
     bool refuses_downloads = false;
     page_terms terms;
     std::int32_t max_popups = 0;
+    bool merges_widgets = false;
+    std::atomic<bool> widget_is_opening{false};
     bool is_muted = false;
     // Only of a display whose sound the host wants. Shared with the client, whose packets come on a
     // thread that must not wait for a lock held while the host's code runs.

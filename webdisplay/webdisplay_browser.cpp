@@ -156,6 +156,7 @@ cWebDisplayBrowser::cWebDisplayBrowser(const zRecord& settings, double frameRate
     m_state->inspector_receiver_lock = new_lock();
     m_state->refuses_downloads = settings.AsBool("web_refuse_downloads", false);
     m_state->max_popups = settings.AsInt32("web_max_popups", 0);
+    m_state->merges_widgets = settings.AsBool("web_merge_widgets", false);
     m_state->terms.max_waiting_calls = settings.AsInt32("web_max_waiting_calls", 0);
     m_state->terms.refuses_printing = settings.AsBool("web_refuse_printing", false);
     m_state->is_muted = settings.AsBool("web_muted", false);
@@ -383,6 +384,7 @@ void cWebDisplayBrowser::GetPageStatus(cWebDisplayPageStatus& out) const {
             out.frameFault = m_state->frame_fault;
         }
         out.droppedCalls = m_state->dropped_calls;
+        out.isWidgetOpening = m_state->widget_is_opening;
         const std::lock_guard<std::mutex> guard(m_state->url_lock);
         out.waiting = static_cast<std::uint32_t>(m_url_queue.size());
     });

@@ -14,6 +14,9 @@
 #include "webdisplay/page_calls.h"
 #include "webdisplay/page_driver.h"
 #include "webdisplay/page_sound.h"
+#include "webdisplay/popup_widget.h"
+#include "webdisplay/popup_windows.h"
+#include "webdisplay/unseen_frame.h"
 
 namespace pennywort::webdisplay {
 
@@ -49,7 +52,7 @@ public:
     // Forgets the owner; waits for a callback in progress on another thread. Any thread.
     void detach();
     // Closes the windows that the page opened. UI thread.
-    void close_popups();
+    void close_popups() { m_popups.close_all(); }
     // Whether the owner lets the main frame fetch `url`. UI thread.
     bool may_request(const std::string& url);
     // The host's URL is about to be given to the browser. UI thread.
@@ -89,6 +92,8 @@ public:
 
     void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) override;
     bool GetScreenInfo(cef_browser_t* browser, cef_screen_info_t& info) override;
+    void OnPopupShow(cef_browser_t* browser, bool is_shown) override;
+    void OnPopupSize(cef_browser_t* browser, const cef_rect_t& rect) override;
     void OnPaint(cef_browser_t* browser, cef_paint_element_type_t type, const void* buffer,
                  int width, int height) override;
 
@@ -113,6 +118,9 @@ public:
 private:
     class owner_use;
 
+    void show_frame(cWebDisplayCEFBrowser& owner, const void* buffer, int width, int height);
+    void take_widget(cef_browser_t* browser, const void* buffer, int width, int height);
+    void widget_changed(cef_browser_t* browser);
     void take_page_frame(cWebDisplayCEFBrowser& owner, const void* buffer, int width, int height);
     bool show_unseen();
     double page_day() const;
@@ -127,12 +135,12 @@ private:
     void first_call_answered();
     void page_stands();
     void page_stopped(const std::string& why);
+    void note_fault(const std::string& why);
     void page_sounds(const page_samples& heard);
     void end_sound();
 
     bool is_alive() const { return m_alive.Get() == 1; }
     void popup_created(cef_browser_t* browser);
-    void popup_closed(cef_browser_t* browser);
     bool take_over_browser(cWebDisplayCEFBrowser& owner, cef_browser_t* browser, std::string& url);
     unsigned start_asked_for();
     void load_first_page(cef_browser_t* browser, const std::string& pending);
@@ -167,12 +175,14 @@ private:
     shared_life m_life;
     // Outlives the display, for requests that come when it has gone.
     const std::shared_ptr<std::atomic<bool>> m_has_page_receiver;
-    std::vector<cef::ref<cef_browser_t>> m_popups;  // UI thread
+    popup_windows m_popups;
     const bool m_is_on_page_clock;
     const double m_page_day;
     const std::string m_page_start;
     bool m_has_scripts = false;  // the page that is shown has those of the bridge; UI thread
     const double m_scale;
+    const bool m_merges_widgets;
+    popup_widget m_widget;  // UI thread
     // UI thread; only where the host wants one.
     cef::own<inspector_line> m_line;
     std::vector<inspector_call> m_first_calls;
@@ -181,11 +191,9 @@ private:
     bool m_waits_for_calls = false;  // with the first page
     // Only of a page by its own clock; UI thread.
     cef::own<page_driver> m_driver;
-    std::vector<unsigned char> m_unseen;            // the picture before the first frame
+    unseen_frame m_unseen;                          // before the first frame
     const std::shared_ptr<sound_port> m_own_sound;  // null where nobody wants it
     bool m_is_sounding = false;
-    int m_unseen_width = 0;
-    int m_unseen_height = 0;
 };
 
 }  // namespace pennywort::webdisplay

@@ -11,9 +11,16 @@
 
 namespace pennywort::webdisplay {
 
+namespace {
+
+// In seconds: scripts know no later one.
+constexpr double k_last_day = 8.64e12;
+
+}  // namespace
+
 double webdisplay_browser_client::page_day() const {
     using seconds = std::chrono::duration<double>;
-    if (m_page_day > 0) return m_page_day;
+    if (m_page_day > 0 && m_page_day < k_last_day) return m_page_day;
     return seconds(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
@@ -27,6 +34,7 @@ void webdisplay_browser_client::make_driver() {
     };
     events.page_stands = [this] { page_stands(); };
     events.failed = [this](const std::string& why) { page_stopped(why); };
+    events.refused = [this](const std::string& why) { note_fault(why); };
     if (m_own_sound) {
         events.sounds = [this](const page_samples& heard) { page_sounds(heard); };
         events.is_heard = [this] { return m_own_sound->has_receiver(); };
@@ -53,7 +61,10 @@ bool webdisplay_browser_client::may_load() {
 
 void webdisplay_browser_client::advance_page(std::int64_t microseconds,
                                              page_timeline::receiver told) {
-    if (!m_driver) return told ? told(frame_end::failed) : void();
+    if (!m_driver) {
+        note_fault("the browser has gone");
+        return told ? told(frame_end::failed) : void();
+    }
     m_driver->advance(microseconds, [this, told = std::move(told)](frame_end how) {
         if (how == frame_end::unchanged && show_unseen()) how = frame_end::painted;
         if (told) told(how);
@@ -70,24 +81,20 @@ void webdisplay_browser_client::ask_page(std::string expression,
 void webdisplay_browser_client::take_page_frame(cWebDisplayCEFBrowser& owner, const void* buffer,
                                                 int width, int height) {
     if (m_driver->shows_frame()) {
-        m_unseen.clear();
-        owner.BrowserPainted(buffer, width, height, false);
+        m_unseen.forget();
+        show_frame(owner, buffer, width, height);
     } else {
-        const auto* bytes = static_cast<const unsigned char*>(buffer);
-        m_unseen.assign(bytes, bytes + std::size_t(4) * static_cast<std::size_t>(width) *
-                                           static_cast<std::size_t>(height));
-        m_unseen_width = width;
-        m_unseen_height = height;
+        m_unseen.keep(buffer, width, height);
     }
     m_driver->painted();
 }
 
 bool webdisplay_browser_client::show_unseen() {
     const owner_use owner(*this);
-    if (!owner || m_unseen.empty()) return false;
-    const std::vector<unsigned char> picture = std::exchange(m_unseen, {});
-    owner->BrowserPainted(picture.data(), m_unseen_width, m_unseen_height, false);
-    return true;
+    if (!owner) return false;
+    return m_unseen.show([&](const void* buffer, int width, int height) {
+        show_frame(*owner, buffer, width, height);
+    });
 }
 
 void webdisplay_browser_client::page_sounds(const page_samples& heard) {
@@ -107,6 +114,10 @@ void webdisplay_browser_client::end_sound() {
 void webdisplay_browser_client::page_stopped(const std::string& why) {
     zTraceManager::Default()->TraceNote("cWebDisplayBrowser: the page stands still: %s\n",
                                         why.c_str());
+    note_fault(why);
+}
+
+void webdisplay_browser_client::note_fault(const std::string& why) {
     const owner_use owner(*this);
     if (!owner) return;
     const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);

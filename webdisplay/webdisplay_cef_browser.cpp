@@ -10,6 +10,7 @@
 #include "core/statuses.h"
 #include "loam/id_generator.h"
 #include "webdisplay.h"
+#include "webdisplay/browser_calls.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/text.h"
 #include "webdisplay/display_engine.h"
@@ -51,11 +52,8 @@ cef_window_handle_t window_of(const host_ref& host) {
 
 bool run_in_page(const browser_ref& browser, const std::string& script) {
     const frame_ref frame = main_frame_of(browser);
-    if (!frame) return false;
-    const cef::utf16 code(script);
-    const cef::utf16 no_url("");
-    frame->execute_java_script(frame.get(), code.get(), no_url.get(), 0);
-    return true;
+    pennywort::webdisplay::execute(frame.get(), script);
+    return static_cast<bool>(frame);
 }
 
 bool run_on_ui(const std::function<void()>& work) {

@@ -157,7 +157,8 @@ void cWebDisplayCEFBrowserManager::Shutdown() {
     if (process().manager == nullptr) return;
     // While browsers close, the host's own events are dispatched, and one of them may come back
     // here: the end that has begun goes on, under what it stands on.
-    if (message_pump::inside_tick() || process().is_shutting_down) {
+    const bool is_called_back = message_pump::inside_tick() || page_driver::is_stepping();
+    if (is_called_back || process().is_shutting_down) {
         zTraceManager::Default()->TraceNote(
             "cWebDisplayCEFBrowserManager::Shutdown: called from a callback of a display or from "
             "within itself, ignored\n");

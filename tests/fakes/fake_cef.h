@@ -10,6 +10,7 @@
 // written before the runtime is initialised or on that thread.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -67,7 +68,8 @@ struct fake_cef_script {
     bool paint_after_load = true;
     bool loading_outlives_renderer = false;  // a killed renderer's load goes on being called one
     bool animate = false;  // each browser paints at its frame rate, or at each begin frame
-    bool one_frame_at_a_time = false;  // a begin frame is dropped while another is under way
+    bool one_frame_at_a_time = false;    // a begin frame is dropped while another is under way
+    std::atomic<int> frames_to_drop{0};  // begin frames that are dropped without a word
     bool inspector_is_silent = false;
     std::string page_sounds_like;                // what a page by its own clock says at each frame
     bool page_answers_next_url = true;           // the page's part of the next-URL script
@@ -238,6 +240,8 @@ public:
     // At once, on the UI thread. A popup widget's frame has its own size.
     virtual void paint(int browser) = 0;
     virtual void paint_popup_widget(int browser, int width, int height) = 0;
+    virtual void show_popup_widget(int browser, bool is_shown) = 0;
+    virtual void place_popup_widget(int browser, int left, int top) = 0;
     // The page changed; the next begin frame, or step of the loop, paints.
     virtual void change(int browser) = 0;
     // Answers on_process_message_received; false too when the browser is gone.

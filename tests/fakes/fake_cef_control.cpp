@@ -82,6 +82,14 @@ void runtime::paint_popup_widget(int browser, int width, int height) {
     if (const auto found = find(browser)) found->paint_element(PET_POPUP, width, height);
 }
 
+void runtime::show_popup_widget(int browser, bool is_shown) {
+    if (const auto found = find(browser)) found->show_widget(is_shown);
+}
+
+void runtime::place_popup_widget(int browser, int left, int top) {
+    if (const auto found = find(browser)) found->place_widget(left, top);
+}
+
 void runtime::change(int browser) {
     if (const auto found = find(browser)) found->change();
 }

@@ -61,6 +61,8 @@ public:
     void begin_frame();
     void change();
     void paint();
+    void show_widget(bool is_shown);
+    void place_widget(int left, int top);
     void paint_element(cef_paint_element_type_t type, int width, int height);
 
     bool message(const std::string& name, const std::vector<fake_cef_value>& arguments);

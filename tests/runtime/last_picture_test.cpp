@@ -134,7 +134,7 @@ TEST_F(LastPicture, GivesWayToTheBrowsersOwnPageUnlessTheHostAsked) {
     ASSERT_TRUE(page.wait_for_colour(k_blue));
     watch(page);
     fail_to_load(page);
-    EXPECT_FALSE(m_seen.empty());
+    EXPECT_TRUE(wait_for([&] { return !m_seen.empty(); }));
 }
 
 }  // namespace

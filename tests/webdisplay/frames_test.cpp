@@ -29,6 +29,39 @@ TEST_F(FramesTest, FramesOfAWidgetAreMarked) {
     EXPECT_EQ(s.seen.frames[0].height, 10);
 }
 
+TEST_F(FramesTest, AWidgetIsPartOfThePictureWhereTheHostWantsIt) {
+    start();
+    zRecord settings = page("http://a/");
+    settings.SetBool("web_merge_widgets", true);
+    settings.SetDouble("web_scale", 2);
+    screen s(settings);
+    show(s);
+    s.seen.frames.clear();
+    const auto first_pixel_of = [&](std::function<void()> act) {
+        const std::size_t before = s.seen.frames.size();
+        fake().post(std::move(act));
+        EXPECT_TRUE(loop_until([&] { return s.seen.frames.size() > before; }));
+        settle();
+        EXPECT_FALSE(s.seen.frames.back().is_popup);
+        EXPECT_EQ(s.seen.frames.back().width, 128);
+        return s.seen.frames.back().number;
+    };
+    std::uint32_t widget = 0;
+    const auto opened = first_pixel_of([&] {
+        fake().show_popup_widget(1, true);
+        fake().place_popup_widget(1, 0, 0);
+        widget = static_cast<std::uint32_t>(fake().browser(1).paints);
+        fake().paint_popup_widget(1, 20, 10);
+    });
+    EXPECT_EQ(opened, 0xFF000000U | widget);
+    EXPECT_NE(first_pixel_of([] { fake().place_popup_widget(1, 1, 0); }), opened);
+    EXPECT_EQ(first_pixel_of([] { fake().place_popup_widget(1, -9, -4); }), opened)
+        << "two pixels to a point of the page";
+    EXPECT_NE(first_pixel_of([] { fake().place_popup_widget(1, -10, -4); }), opened);
+    EXPECT_EQ(first_pixel_of([] { fake().place_popup_widget(1, 0, 0); }), opened);
+    EXPECT_NE(first_pixel_of([] { fake().show_popup_widget(1, false); }), opened);
+}
+
 TEST_F(FramesTest, NoFrameIsLostOrDoubled) {
     start();
     screen s(page("http://a/"));

@@ -242,6 +242,17 @@ CefRenderHandler::CefRenderHandler() {
             return decltype(m_struct)::of(self)->GetScreenInfo(browser, *info) ? 1 : 0;
         });
     };
+    m_struct->on_popup_show = [](cef_render_handler_t* self, cef_browser_t* browser, int show) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefRenderHandler",
+                [&] { decltype(m_struct)::of(self)->OnPopupShow(browser, show != 0); });
+    };
+    m_struct->on_popup_size = [](cef_render_handler_t* self, cef_browser_t* browser,
+                                 const cef_rect_t* rect) {
+        const ref<cef_browser_t> held(browser);
+        guarded("CefRenderHandler",
+                [&] { decltype(m_struct)::of(self)->OnPopupSize(browser, *rect); });
+    };
     m_struct->on_paint = [](cef_render_handler_t* self, cef_browser_t* browser,
                             cef_paint_element_type_t type, std::size_t, const cef_rect_t*,
                             const void* buffer, int width, int height) {
@@ -253,6 +264,8 @@ CefRenderHandler::CefRenderHandler() {
 }
 
 bool CefRenderHandler::GetScreenInfo(cef_browser_t*, cef_screen_info_t&) { return false; }
+void CefRenderHandler::OnPopupShow(cef_browser_t*, bool) {}
+void CefRenderHandler::OnPopupSize(cef_browser_t*, const cef_rect_t&) {}
 
 CefLifeSpanHandler::CefLifeSpanHandler() {
     m_struct->on_before_popup =

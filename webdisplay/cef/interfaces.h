@@ -93,6 +93,9 @@ public:
     virtual void GetViewRect(cef_browser_t* browser, cef_rect_t& rect) = 0;
     // False leaves the runtime's own, with one pixel of the screen to one of the page.
     virtual bool GetScreenInfo(cef_browser_t* browser, cef_screen_info_t& info);
+    // A popup widget, such as a select list, opens or closes; and where it stands on the page.
+    virtual void OnPopupShow(cef_browser_t* browser, bool is_shown);
+    virtual void OnPopupSize(cef_browser_t* browser, const cef_rect_t& rect);
     virtual void OnPaint(cef_browser_t* browser, cef_paint_element_type_t type, const void* buffer,
                          int width, int height) = 0;
 

@@ -27,7 +27,7 @@ inspector_line::inspector_line(listener heard)
               if (m_host)
                   m_host->send_dev_tools_message(m_host.get(), message.data(), message.size());
           },
-          [this](const std::string& method, const json& parameters) {
+          [this](const std::string& method, const json& parameters, const std::string&) {
               if (m_heard) m_heard(method, text_of(parameters));
           },
           k_first_id) {}

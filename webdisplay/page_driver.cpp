@@ -10,6 +10,7 @@
 #include "webdisplay/cef/text.h"
 #include "webdisplay/page_clock.h"
 #include "webdisplay/page_file.h"
+#include "webdisplay/thread_mark.h"
 
 namespace pennywort::webdisplay {
 
@@ -19,6 +20,8 @@ namespace {
 constexpr int k_idle_ms = 1000;
 
 std::atomic<bool> g_is_allowed{false};
+
+thread_local bool t_is_stepping = false;
 
 }  // namespace
 
@@ -84,7 +87,12 @@ bool page_driver::may_load() {
 }
 
 void page_driver::advance(std::int64_t microseconds, page_timeline::receiver told) {
-    if (!m_timeline.advance(microseconds, told) && told) return told(frame_end::failed);
+    const char* const refusal = m_timeline.refusal_of(microseconds);
+    if (refusal != nullptr) {
+        if (m_events.refused) m_events.refused(refusal);
+        return told ? told(frame_end::failed) : void();
+    }
+    m_timeline.advance(microseconds, std::move(told));
     step_soon();
 }
 
@@ -151,7 +159,10 @@ void page_driver::step_soon() {
     if (!is_posted) m_is_step_posted = false;
 }
 
+bool page_driver::is_stepping() { return t_is_stepping; }
+
 void page_driver::step() {
+    const thread_mark stepping(t_is_stepping);
     m_is_step_posted = false;
     const auto held = cef::own<page_driver>::shared(this);
     run::guarded("cWebDisplayCEFBrowser", "AdvancePage",

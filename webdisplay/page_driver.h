@@ -23,6 +23,8 @@ struct page_driver_events {
     std::function<void()> page_stands;
     // The page does not follow its clock any more; why. Comes at once.
     std::function<void(const std::string& why)> failed;
+    // A frame that was asked for there cannot be; why.
+    std::function<void(const std::string& why)> refused;
     // What the page sounds like; and whether anybody hears it. Without them nobody does.
     std::function<void(const page_samples& heard)> sounds;
     std::function<bool()> is_heard;
@@ -35,6 +37,8 @@ public:
     page_driver(double day, page_start start, page_driver_events events,
                 const run::monotonic_clock& clock = run::monotonic_clock::system());
 
+    // Whether the calling thread moves any page on, and the host may be told of it.
+    static bool is_stepping();
     // The runtime is started so that a page can have its own clock.
     static void allow();
     // With a runtime: makes ready for the first one of the process. A failure says why a page

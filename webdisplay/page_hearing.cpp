@@ -20,6 +20,13 @@ std::string literal(const std::string& text) {
     return json(text).dump(-1, ' ', true, json::error_handler_t::replace);
 }
 
+constexpr const char* k_bent_warning =
+    "console.warn('thinternal sound: a script of the page has changed what films and sounds are "
+    "driven by (Promise, Array, JSON or the like), and they are not in the film as they should "
+    "be')";
+
+bool has_thrown(const json& result) { return !message_part(result, "/exceptionDetails").is_null(); }
+
 }  // namespace
 
 void page_hearing::prepare() {
@@ -33,12 +40,23 @@ void page_hearing::hear(const std::string& method, const json& parameters) {
     if (method == "Runtime.executionContextsCleared") {
         m_world = 0;
     } else if (method == "Page.frameNavigated") {
-        if (message_part(parameters, "/frame/parentId").is_null()) m_world = 0;
+        if (message_part(parameters, "/frame/parentId").is_null()) page_begins();
     } else if (method == "Runtime.bindingCalled") {
         const bool is_file = message_text(parameters, "/name") == page_scripts::k_file_binding;
         const bool is_ours = message_part(parameters, "/executionContextId") == m_world;
         if (is_file && is_ours) hand_file(message_text(parameters, "/payload"));
     }
+}
+
+void page_hearing::page_begins() {
+    m_world = 0;
+    m_has_warned = false;
+}
+
+// Said in the world beside the page's, whose console no script of the page can reach.
+void page_hearing::driver_threw() {
+    if (std::exchange(m_has_warned, true)) return;
+    with_world([this] { evaluate(k_bent_warning, {}); });
 }
 
 void page_hearing::take(const std::string& said, bool is_hurried, std::function<void()> over) {
@@ -61,6 +79,7 @@ void page_hearing::order(const std::string& text, bool is_hurried,
     evaluate(page_scripts::heard_of(literal(text), is_hurried),
              [this, told = std::move(told)](const json& result) {
                  if (result.is_null()) m_world = 0;
+                 if (has_thrown(result)) driver_threw();
                  told(value_of_result(result));
              });
 }

@@ -32,8 +32,11 @@ public:
     // the port is told what is heard. A hurried frame does not wait for files that have not come,
     // nor does then one before it.
     void take(const std::string& said, bool is_hurried, std::function<void()> over);
+    // The page's driver has thrown: the page is warned of it, once.
+    void driver_threw();
 
 private:
+    void page_begins();
     void with_world(std::function<void()> work);
     void make_world(const std::string& frame, std::function<void()> work);
     void evaluate(const std::string& expression, page_inspector::receiver answered);
@@ -43,7 +46,8 @@ private:
 
     page_inspector& m_inspector;
     timeline_port& m_port;
-    std::int64_t m_world = 0;  // the inspector's number for it; 0 before there is one
+    std::int64_t m_world = 0;   // the inspector's number for it; 0 before there is one
+    bool m_has_warned = false;  // this document
 };
 
 }  // namespace pennywort::webdisplay

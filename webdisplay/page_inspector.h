@@ -24,8 +24,9 @@ public:
     using json = nlohmann::json;
     // What came of a call: the member "result" of its answer, or null where the page has refused.
     using receiver = std::function<void(const json& result)>;
-    // An event: its method and its "params".
-    using listener = std::function<void(const std::string& method, const json& params)>;
+    // An event: its method, its "params", and the worker of the page that it is from, if it is.
+    using listener = std::function<void(const std::string& method, const json& params,
+                                        const std::string& session)>;
 
     // `first_id` keeps two of one page apart.
     page_inspector(std::function<void(const std::string& message)> send, listener heard,

@@ -17,6 +17,10 @@ const char* const k_film_driver = R"js(
   const over = new WeakSet();   // sounds at their end, which the browser knows nothing of
   const is_film = one => one instanceof HTMLVideoElement;
   const fire = (film, name) => film.dispatchEvent(new Event(name));
+  // What a film has for its source that comes as it comes, and has no time to be put to.
+  const source = property('srcObject');
+  const is_stream = what => Boolean(self.MediaStream) && what instanceof MediaStream;
+  const coming = new WeakMap();  // films that get theirs when their document has loaded
   const seconds_of = (film, run) => {
     const time = run.from + (hub.now() - run.begun) / rate * run.speed;
     if (!(time >= film.duration)) return time;
@@ -42,10 +46,17 @@ const char* const k_film_driver = R"js(
     hub.end(film, run);
   }
   function run(film) {
-    // A stream has no time of its own to be put to.
-    if (film.srcObject && !is_film(film)) {
+    const stream = film.srcObject;
+    if (stream && !is_film(film)) {
       hub.say('a stream (srcObject) is not in the film');
       return play.call(film);
+    }
+    if (is_stream(stream)) {
+      if (!film.muted && stream.getAudioTracks().length > 0) {
+        hub.say('a stream (srcObject) is not in the film');
+      }
+      const due = coming.get(film)?.due;
+      return due ? due.then(() => play.call(film)) : play.call(film);
     }
     const running = films.get(film);
     if (running && !(running.is_ready && film.readyState < 1)) return;
@@ -104,15 +115,51 @@ const char* const k_film_driver = R"js(
     auto.set.call(this, value);
     if (value) run(this);
   }});
+  // A document has loaded when its films have a picture, and one of a stream may have its first by
+  // what the document draws in a frame, which comes when it has loaded.
+  function put_off(film, stream) {
+    const one = {stream};
+    one.due = new Promise(go_on => {
+      film.ownerDocument.defaultView.addEventListener('load', () => {
+        if (coming.get(film) !== one) return;
+        coming.delete(film);
+        source.set.call(film, stream);
+        go_on();
+      }, {once: true});
+    });
+    coming.set(film, one);
+  }
+  Object.defineProperty(media, 'srcObject', {configurable: true, enumerable: true, get() {
+    return coming.get(this)?.stream ?? source.get.call(this);
+  }, set(stream) {
+    const was_running = films.has(this), home = this.ownerDocument;
+    const is_early = is_film(this) && is_stream(stream) && home.defaultView &&
+      home.readyState !== 'complete';
+    coming.delete(this);
+    if (is_film(this)) end(this);
+    source.set.call(this, is_early ? null : stream);
+    if (is_early) put_off(this, stream);
+    if (was_running && is_film(this) && stream) start(this);
+  }});
+  const start = film => run(film)?.catch(() => 0);
   const look = root => {
     if (root.nodeType !== 1 && root.nodeType !== 9) return;
-    if (root instanceof HTMLMediaElement && root.autoplay) run(root);
-    for (const film of root.querySelectorAll('video[autoplay],audio[autoplay]')) run(film);
+    if (root instanceof HTMLMediaElement && root.autoplay) start(root);
+    for (const film of root.querySelectorAll('video[autoplay],audio[autoplay]')) start(film);
   };
-  new MutationObserver(all => all.forEach(one => one.addedNodes.forEach(look)))
-    .observe(document, {childList: true, subtree: true});
+  // What leaves the document is stopped, unless it has a new place there by now.
+  const leave = root => {
+    if (root.nodeType !== 1) return;
+    for (const film of [root, ...root.querySelectorAll('video,audio')]) {
+      if (films.has(film) && !film.isConnected) stand(film);
+    }
+  };
+  new MutationObserver(all => all.forEach(one => {
+    one.addedNodes.forEach(look);
+    one.removedNodes.forEach(leave);
+  })).observe(document, {childList: true, subtree: true});
   function place(film, run) {
-    if (film.readyState < 1 || (is_film(film) && !film.isConnected)) return null;
+    if (film.readyState < 1) return null;
     run.is_ready = true;
     const time = Math.round(seconds_of(film, run) * 1e6) / 1e6;
     if (time >= film.duration) {
@@ -146,6 +193,42 @@ const char* const k_turn_keeper = R"js((() => {
     next(() => 0);
     done(at);
   }))});
+
+  // While the page rests, its turns are kept for the frame after that.
+  const drop = cancelAnimationFrame, own = window, asked = {__proto__: null};
+  let rests = false, held = [];
+  const wish = one => one.id = next(at => {
+    if (rests) return void(held[held.length] = one);
+    delete asked[one.key];
+    call(one.turn, undefined, [at]);
+  });
+  own.requestAnimationFrame = function requestAnimationFrame(turn) {
+    if (typeof turn !== 'function') return call(ask, own, arguments);
+    const one = {turn, key: 0, id: 0};
+    asked[one.key = wish(one)] = one;
+    return one.key;
+  };
+  own.cancelAnimationFrame = function cancelAnimationFrame(key) {
+    const one = asked[key];
+    if (!one) return call(drop, own, arguments);
+    delete asked[key];
+    one.turn = null;
+    call(drop, own, [one.id]);
+  };
+  function rest(is_to_rest) {
+    rests = is_to_rest;
+    const all = held;
+    if (!rests) {
+      held = [];
+      for (let i = 0; i < all.length; ++i) if (all[i].turn) wish(all[i]);
+    }
+    for (let i = 0; i < own.length; ++i) {
+      try {
+        own[i]['thinternal rest'](is_to_rest);
+      } catch {}  // of another site
+    }
+  }
+  Object.defineProperty(own, 'thinternal rest', {value: rest});
 })();)js";
 
 const char* const k_settled = R"js(Promise.all([

@@ -90,6 +90,9 @@ std::string file_part(const std::string& url_as_json, std::size_t total, std::st
 // put theirs in its place: one that goes by a timer would never come while the page's time stands.
 extern const char* const k_turn_keeper;
 inline constexpr const char* k_turn = "window['thinternal turn']()";
+// For one frame the page's scripts have no turns of requestAnimationFrame; then again.
+inline constexpr const char* k_rest = "window['thinternal rest'](true)";
+inline constexpr const char* k_no_rest = "window['thinternal rest'](false)";
 
 // What the page has asked for so far and shows nothing without: fonts, images, films.
 extern const char* const k_settled;

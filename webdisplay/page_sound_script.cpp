@@ -313,8 +313,39 @@ const char* const k_sound_driver = R"js(
       records.get(context).events.add(event);
       context.dispatchEvent(event);
     });
+    // As the browser refuses them. Its own contexts would take a device, and the rate here is the
+    // film's, whatever is asked for.
+    const hints = ['balanced', 'interactive', 'playback'];
+    function mind(options) {
+      const failed = "Failed to construct 'AudioContext': ";
+      const wrong = (name, why) => new TypeError(failed +
+        `Failed to read the '${name}' property from 'AudioContextOptions': ${why}`);
+      if (options === undefined || options === null) return;
+      if (Object(options) !== options) {
+        throw new TypeError(failed + "The provided value is not of type 'AudioContextOptions'.");
+      }
+      const {latencyHint: hint, sampleRate: asked, sinkId: sink} = options;
+      if (typeof hint === 'number' && !isFinite(hint)) {
+        throw wrong('latencyHint', 'The provided double value is non-finite.');
+      }
+      if (typeof hint !== 'number' && hint !== undefined && !hints.includes(String(hint))) {
+        throw wrong('latencyHint', `The provided value '${hint}' is not a valid enum value of ` +
+          'type AudioContextLatencyCategory.');
+      }
+      const number = asked === undefined ? rate : Math.fround(asked);
+      if (!isFinite(number)) {
+        throw wrong('sampleRate', 'The provided float value is non-finite.');
+      }
+      if (sink === null || (Object(sink) === sink && sink.type !== 'none')) {
+        throw wrong('sinkId', "The provided value is not of type 'AudioSinkOptions'.");
+      }
+      if (number >= 3000 && number <= 768000) return;
+      throw new DOMException(`${failed}The hardware sample rate provided (${number}) is outside ` +
+        'the range [3000, 768000].', 'NotSupportedError');
+    }
     const AudioContext = {AudioContext: class {
-      constructor() {
+      constructor(options) {
+        mind(options);
         const make = length => Reflect.construct(offline, [1, length, rate], new.target);
         const {room, length, context} = hub.with_room(make);
         const one = {context, self, room, length, has_room: Boolean(room), done: 0,
@@ -405,6 +436,8 @@ const char* const k_sound_driver = R"js(
     const base = self.BaseAudioContext.prototype;
     const getter = Object.getOwnPropertyDescriptor(base, 'destination').get;
     const native_destination = {call: context => call(getter, context, [])};
+    Object.defineProperty(AudioContext, 'length', {value: 0});
+    Object.defineProperty(AudioContext.prototype, Symbol.toStringTag, {value: 'AudioContext'});
     Object.setPrototypeOf(AudioContext.prototype, base);
     Object.setPrototypeOf(AudioContext, self.BaseAudioContext);
     for (const name of ['AudioContext', 'webkitAudioContext']) {

@@ -11,9 +11,10 @@ const char* const k_sound_common = R"js(
   const warn = console.warn.bind(console);
   const said = new Set();
   const say = text => {
-    if (said.has(text) || said.size >= 20) return;
+    if (said.has(text) || said.size > 20) return;
     said.add(text);
-    warn('thinternal sound: ' + text);
+    const more = 'more is not in the film than can be told';
+    warn('thinternal sound: ' + (said.size > 20 ? more : text));
   };
   const name_of = url => url.startsWith('data:') ? url.slice(0, 40) : url.slice(0, 300);
 
@@ -41,18 +42,21 @@ const char* const k_sound_common = R"js(
   }
 )js";
 
-// Each file is fetched and decoded once. What it is to be heard from comes from the page, which may
-// send any order: it gets nothing back.
+// What is to be heard of which file comes from the page, which may send any order: it gets nothing
+// back. Of files that are not heard only so many samples are kept, and then those that were heard
+// last; the others are fetched and decoded again when they are needed. A page may have given up the
+// name of what it has made itself (blob:), so that is kept as it came, up to as much again.
 const char* const k_sound_world = R"js(
   const most = 60 * rate;  // of one frame
-  const sources = new Map(), files = new Map();
+  const most_kept = 256 << 20;  // bytes: 11 minutes of two sides
+  const sources = new Map(), files = new Map();  // the first in the order of their use
 
   async function fetched(url) {
     let answer;
     try {
       answer = await fetch(url);
     } catch {
-      throw url.startsWith('blob:') ? 'a script makes it piece by piece' :
+      throw url.startsWith('blob:') ? 'a script makes it piece by piece, or has taken back its name' :
         'the page may not fetch it (CORS, or its content security policy)';
     }
     if (!answer.ok) throw 'the server says ' + answer.status;
@@ -101,9 +105,11 @@ const char* const k_sound_world = R"js(
     }
     return all.slice(0, 2);
   }
-  async function load(url, is_film) {
-    const bytes = url.startsWith('file:') ? await read(url) : await fetched(url);
+  async function load(source, is_film) {
+    const {url} = source, is_file = url.startsWith('file:');
+    const bytes = source.kept?.slice() ?? await (is_file ? read(url) : fetched(url));
     if (is_film && !names_sound(bytes)) return null;
+    if (url.startsWith('blob:')) source.kept ??= bytes.slice();
     try {
       return folded(await new OfflineAudioContext(2, 1, rate).decodeAudioData(bytes.buffer));
     } catch {
@@ -111,14 +117,33 @@ const char* const k_sound_world = R"js(
     }
   }
   function source_of({url, is_film}) {
-    let source = sources.get(url);
-    if (source) return source;
-    source = {url, sides: null, is_over: false, is_late: false};
-    const fail = why => say(name_of(url) + ' is not in the film: ' + why);
-    source.coming = load(url, is_film).then(sides => { source.sides = sides; }, fail)
-      .then(() => { source.is_over = true; });
+    const source = sources.get(url) ?? {url, kept: null};
+    sources.delete(url);
     sources.set(url, source);
+    if (source.coming) return source;
+    Object.assign(source, {sides: null, is_over: false, is_late: false});
+    const fail = why => say(name_of(url) + ' is not in the film: ' + why);
+    source.coming = load(source, is_film).then(sides => { source.sides = sides; }, fail)
+      .then(() => { source.is_over = true; });
     return source;
+  }
+  const size_of = ({sides}) => sides ? new Set(sides).size * sides[0].byteLength : 0;
+  function release(used) {
+    let decoded = 0, kept = 0;
+    for (const source of [...sources.values()].reverse()) {
+      decoded += size_of(source);
+      kept += source.kept?.length ?? 0;
+      if (used.includes(source)) continue;
+      if (decoded > most_kept && source.sides) {
+        decoded -= size_of(source);
+        source.sides = source.coming = null;
+      }
+      if (kept > most_kept && source.kept) {
+        kept -= source.kept.length;
+        source.kept = null;
+      }
+      if (!source.coming && !source.kept) sources.delete(source.url);
+    }
   }
   function mix({from, until, level, speed, first, length, begun, is_loop}, heard) {
     for (let i = Math.max(from, told); i < until; ++i) {
@@ -159,6 +184,7 @@ const char* const k_sound_world = R"js(
     orders.forEach((order, i) => {
       if (all[i].sides) mix({...order, until: Math.min(order.until, until)}, all[i].sides);
     });
+    release(all);
     return to > told ? hand_over(to) : '';
   }
   // Frames one after the other. Once more for the same one: what has not come by now is not waited

@@ -48,6 +48,12 @@ constexpr double k_fence_ms = 0.001;
 // In which a page that is not read yet is given that much time.
 constexpr auto k_read_interval = 20ms;
 constexpr double k_read_ms = 0.1;
+// So often, and for so long, a page may move on to another one within one frame.
+constexpr int k_most_moves = 100;
+constexpr auto k_moves_limit = 60'000ms;
+// Thirty years. Stamps are nanoseconds, and those of a little more than nine times that have no
+// room in their number.
+constexpr std::int64_t k_last_moment_us = 1'000'000'000'000'000;
 
 // Also where a timer's script holds the page's time.
 constexpr const char* k_hangs =
@@ -66,8 +72,12 @@ page_timeline::page_timeline(timeline_port& port, double day, page_start start)
       m_day(day),
       m_start(std::move(start)),
       m_lead_us(k_lead_us),
-      m_inspector([&port](const std::string& message) { port.send_to_inspector(message); },
-                  [this](const std::string& method, const json& params) { hear(method, params); }),
+      m_inspector(
+          [&port](const std::string& message) { port.send_to_inspector(message); },
+          [this](const std::string& method, const json& params, const std::string& session) {
+              hear(method, params);
+              hear_workers(method, params, session);
+          }),
       m_hearing(m_inspector, port) {}
 
 // --- what comes
@@ -108,12 +118,32 @@ void page_timeline::hear(const std::string& method, const json& params) {
         if (m_phase == phase::reading) m_has_come = true;
     } else if (method == "Page.javascriptDialogOpening") {
         answer_dialog(message_text(params, "/defaultPrompt"));
+    }
+}
+
+// Those of the page alone come by themselves, and so do its service workers. One that several pages
+// may share has to be asked for. A worker whose process ends may be started again, and then stands
+// until it is told to run.
+void page_timeline::hear_workers(const std::string& method, const json& params,
+                                 const std::string& session) {
+    const std::string type = message_text(params, "/targetInfo/type");
+    if (method == "Target.targetCreated" && type == "shared_worker") {
+        const std::string target = message_text(params, "/targetInfo/targetId");
+        m_inspector.call("Target.attachToTarget", {{"targetId", target}, {"flatten", true}});
     } else if (method == "Target.attachedToTarget") {
-        if (message_text(params, "/targetInfo/type") == "worker") {
-            worker_begins(message_text(params, "/sessionId"));
+        const std::string its = message_text(params, "/sessionId");
+        if (type == "service_worker" || type == "shared_worker") m_shared.push_back(its);
+        if (type == "worker" || type == "service_worker" || type == "shared_worker") {
+            worker_begins(its);
         }
     } else if (method == "Target.detachedFromTarget") {
         worker_ends(message_text(params, "/sessionId"));
+        std::erase(m_shared, message_text(params, "/sessionId"));
+    } else if (method == "Inspector.targetCrashed") {
+        worker_ends(session);
+    } else if (method == "Inspector.targetReloadedAfterCrash" && !session.empty()) {
+        worker_begins(session);
+        m_inspector.call("Runtime.runIfWaitingForDebugger", json::object(), {}, session);
     }
 }
 
@@ -159,10 +189,21 @@ void page_timeline::worker_woke(const std::string& session) {
     if (std::erase(m_woken, session) > 0) --m_open_calls;
 }
 
+// One may be busy with another page's work, by which no film is to fail.
+bool page_timeline::leave_shared_workers() {
+    const auto is_shared = [this](const std::string& session) {
+        return std::find(m_shared.begin(), m_shared.end(), session) != m_shared.end();
+    };
+    if (m_woken.empty() || !std::all_of(m_woken.begin(), m_woken.end(), is_shared)) return false;
+    const auto left = m_woken;
+    for (const auto& session : left) worker_ends(session);
+    return true;
+}
+
 // --- what is asked for
 
+// The frames that wait hear of it last: a host that asks for the next one then is refused.
 void page_timeline::ask_load() {
-    drop_wishes();
     forget_calls();
     m_unseen = m_unseen_us = 0;
     m_last_us = -1;
@@ -173,16 +214,30 @@ void page_timeline::ask_load() {
     m_has_moved_on = m_is_met = false;
     m_was_forced = false;
     m_workers.clear();
-    // A process that has ended has no clock to stop. The next one's will be found to be another.
-    if (m_phase == phase::failed) return m_grain.skip(), rest();
+    if (m_phase == phase::failed) {
+        // A process that has ended has no clock to stop. The next one's will be found to be
+        // another.
+        m_grain.skip();
+        rest();
+    } else if (m_phase >= phase::loading) {
+        stop();
+    }
     // Before that it is loaded in its turn.
-    if (m_phase >= phase::loading) stop();
+    drop_wishes();
+}
+
+const char* page_timeline::refusal_of(std::int64_t microseconds) const {
+    if (m_phase == phase::failed) return m_fault;
+    if (!has_page()) return "a frame was asked for before its page had loaded";
+    if (microseconds <= m_last_us) return "a frame does not lie behind the one before";
+    if (microseconds > k_last_moment_us) return "a frame lies more than 30 years ahead";
+    if (m_waiting.size() >= k_max_waiting_page_frames)
+        return "too many frames were asked for at once";
+    return nullptr;
 }
 
 bool page_timeline::advance(std::int64_t microseconds, receiver told) {
-    if (!has_page() || microseconds <= m_last_us || m_waiting.size() >= k_max_waiting_page_frames) {
-        return false;
-    }
+    if (refusal_of(microseconds) != nullptr) return false;
     m_waiting.push_back({microseconds, std::move(told)});
     m_last_us = microseconds;
     return true;
@@ -207,12 +262,25 @@ void page_timeline::let_tasks_run() {
          {{"policy", "pauseIfNetworkFetchesPending"}, {"initialVirtualTime", day_here()}});
 }
 
-// And asks where it stands: on the page's own monotonic clock, which frames are stamped with.
+// And asks where it stands: on the page's own monotonic clock, which frames are stamped with. One
+// that runs by the machine's may do so for a while after it was asked, and has to stop first.
 void page_timeline::stop_clock(phase next) {
     await(next);
-    call("Emulation.setVirtualTimePolicy",
-         {{"policy", "pause"}, {"initialVirtualTime", day_here()}});
+    const json params{{"policy", "pause"}, {"initialVirtualTime", day_here()}};
     m_has_day = true;
+    if (next == phase::stopping) {
+        ++m_open_calls;
+        m_inspector.call("Emulation.setVirtualTimePolicy", params, [this](const json&) {
+            --m_open_calls;
+            ask_clock();
+        });
+    } else {
+        call("Emulation.setVirtualTimePolicy", params);
+        ask_clock();
+    }
+}
+
+void page_timeline::ask_clock() {
     ++m_open_calls;
     m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
         --m_open_calls;
@@ -371,6 +439,7 @@ void page_timeline::late(const row& current) {
         return (this->*current.next)();
     }
     if (m_phase == phase::hearing) return try_next_grain();
+    if (m_phase == phase::waking && leave_shared_workers()) return;
     if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
     if (m_phase == phase::placing && !std::exchange(m_is_hurried, true)) return hurry();
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
@@ -381,6 +450,7 @@ void page_timeline::late(const row& current) {
 
 void page_timeline::fail(const char* why) {
     await(phase::failed);
+    m_fault = why;
     m_port.page_fails(why);
     drop_wishes();
 }
@@ -399,9 +469,14 @@ void page_timeline::drop_wishes() {
 }
 
 void page_timeline::settle(frame_end how) {
-    if (!std::exchange(m_has_taken, false)) return;
-    const receiver told = std::exchange(m_taken, {});
+    const receiver told = take_end();
     if (told) told(how);
+}
+
+// Of the frame that the browser has taken last, if that is not over.
+page_timeline::receiver page_timeline::take_end() {
+    m_has_taken = false;
+    return std::exchange(m_taken, {});
 }
 
 // --- frames
@@ -416,8 +491,11 @@ void page_timeline::return_to_frames() { stop_clock(phase::returning); }
 void page_timeline::open_frame() {
     if (has_question()) return ask_page();
     if (m_waiting.empty()) return await(phase::between);
+    if (is_at_rest()) tell_page(page_scripts::k_rest);
     ask_for_turn();
     m_wakes = 0;
+    m_moves = 0;
+    m_frame_began = m_now;
     m_frame_us = is_unseen() ? 0 : m_waiting.front().microseconds;
     const std::int64_t target = m_zero + m_frame_us;
     if (target > m_clock) return move_to(target, phase::moving);
@@ -451,12 +529,12 @@ void page_timeline::ask_page() {
     }
 }
 
-// What they do may be the next wish.
+// What they do may be the next wish, or another page.
 void page_timeline::tell_values() {
+    await(phase::between);
     for (const question& one : std::exchange(m_asked, {})) {
         if (one.told) one.told(one.value);
     }
-    open_frame();
 }
 
 // A worker sleeps by the machine's clock; a message to it wakes it, and it finds its timers due.
@@ -489,6 +567,8 @@ void page_timeline::place_films() {
                       {"awaitPromise", true},
                       {"returnByValue", true}},
                      [this](const json& result) {
+                         const bool has_thrown = result.contains("exceptionDetails");
+                         if (has_thrown && m_has_films) m_hearing.driver_threw();
                          m_hearing.take(value_of_result(result), m_is_hurried,
                                         [this] { --m_open_calls; });
                      });
@@ -501,9 +581,16 @@ void page_timeline::hurry() {
 }
 
 void page_timeline::tick() {
-    if (std::exchange(m_has_moved_on, false)) return stop_clock(phase::meeting);
+    if (std::exchange(m_has_moved_on, false)) return meet();
     m_tick_limit = m_now + k_call_limit;
     try_tick();
+}
+
+// Each of them may move on to the next, or to itself.
+void page_timeline::meet() {
+    const bool is_endless = ++m_moves > k_most_moves || m_now > m_frame_began + k_moves_limit;
+    if (is_endless) return fail("the page moves on to another one, or to itself, without an end");
+    stop_clock(phase::meeting);
 }
 
 // The page has moved on to another one, of which neither the turn was asked nor anything told.
@@ -542,20 +629,25 @@ void page_timeline::follow_clock() {
     m_clock = m_told;
 }
 
-// Once it is taken, the frame before it is over.
+// Once it is taken, the frame before it is over. That is told last: a host may ask for another page
+// then, or for this one to be closed.
 void page_timeline::try_tick() {
     if (!m_port.begin_frame(stamp())) {
         if (m_now >= m_tick_limit) return fail("the browser takes no frame");
         return await(phase::ticking);
     }
-    settle(frame_end::unchanged);
+    const receiver before = take_end();
     await_turn();
     m_has_painted = false;
-    if (is_unseen()) return void(++m_unseen_us);
-    ++m_begun;
-    m_has_taken = true;
-    m_taken = std::move(m_waiting.front().told);
-    m_waiting.pop_front();
+    if (is_unseen()) {
+        ++m_unseen_us;
+    } else {
+        ++m_begun;
+        m_has_taken = true;
+        m_taken = std::move(m_waiting.front().told);
+        m_waiting.pop_front();
+    }
+    if (before) before(frame_end::unchanged);
 }
 
 std::int64_t page_timeline::stamp() const {
@@ -585,7 +677,12 @@ void page_timeline::tick_again() {
     if (!is_taken) --m_repeats;
 }
 
+void page_timeline::tell_page(const char* expression) {
+    m_inspector.call("Runtime.evaluate", {{"expression", expression}});
+}
+
 void page_timeline::close_frame() {
+    if (is_at_rest()) tell_page(page_scripts::k_no_rest);
     if (is_unseen() && ++m_unseen == 1) {
         await(phase::settling);
         let_tasks_run();

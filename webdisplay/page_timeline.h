@@ -93,11 +93,12 @@ public:
 
     // Another page is to be loaded: `load_page` comes when the clock stands. Frames that wait fail.
     void ask_load();
+    // Why there can be no frame at that moment; null where there can.
+    const char* refusal_of(std::int64_t microseconds) const;
     // Moves the page to `microseconds` after its beginning. `told` hears the end of that frame:
     // painted when the picture has been delivered and the page had its turn; unchanged when the
     // browser has taken the next frame, since only then nothing can come any more. False, and
-    // `told` is dropped, where no page stands, the moment does not lie after the one before, or
-    // k_max_waiting_page_frames wait.
+    // `told` is dropped, where there can be none.
     bool advance(std::int64_t microseconds, receiver told);
     // Asks the page for the value of an expression when the frames that were asked for before it
     // are over, and before the next one begins. `told` hears it as a text: empty where it has none,
@@ -165,7 +166,7 @@ private:
 
     // A new page's first frame may be over before it is drawn, and what it shows may have to be
     // fetched first. So there are frames before it that nobody sees.
-    static constexpr int k_unseen = 3;
+    static constexpr int k_unseen = 4;
     // Times must rise, so those are stamped with the microseconds before the page's time 0, which
     // the page rounds up to it: one for each time that the browser takes one.
     static constexpr int k_unseen_us = page_grain::k_unseen_us;
@@ -181,9 +182,12 @@ private:
     void fail(const char* why);
     void drop_wishes();
     void settle(frame_end how);
+    receiver take_end();
     bool has_page() const { return m_phase >= phase::standing && m_phase < phase::failed; }
 
     void hear(const std::string& method, const nlohmann::json& params);
+    void hear_workers(const std::string& method, const nlohmann::json& params,
+                      const std::string& session);
     void page_begins();
     void fence_clock();
     void read_clock(const nlohmann::json& result);
@@ -192,8 +196,10 @@ private:
     void worker_begins(const std::string& session);
     void worker_ends(const std::string& session);
     void worker_woke(const std::string& session);
+    bool leave_shared_workers();
     void call(const char* method, const nlohmann::json& params);
     void stop_clock(phase next);
+    void ask_clock();
     void let_tasks_run();
     void move_to(std::int64_t microseconds, phase next);
     void evaluate(const char* expression);
@@ -201,6 +207,11 @@ private:
     void ask_for_turn();
     std::int64_t stamp() const;
     bool is_unseen() const { return m_unseen < k_unseen; }
+    // In the last one of those the page's scripts draw nothing. A film's own picture may come to
+    // the display after that of the page beside it, which is then drawn a frame late, and so is
+    // each one behind it: until a frame comes in which the page has nothing new.
+    bool is_at_rest() const { return m_unseen == k_unseen - 1; }
+    void tell_page(const char* expression);
 
     // page_timeline_start.cpp
     void try_blank();
@@ -233,6 +244,7 @@ private:
     void hurry();
     void hold() { stop_clock(phase::holding); }
     void tick();
+    void meet();
     void meet_next_page();
     void read_on();
     void meet_again();
@@ -250,6 +262,7 @@ private:
     page_inspector m_inspector;
     page_hearing m_hearing;
     phase m_phase = phase::nothing;
+    const char* m_fault = "";  // why it has failed
     time m_now{};
     time m_limit = time::max();
     time m_due = time::max();
@@ -291,12 +304,15 @@ private:
     page_grain m_grain;
     int m_wakes = 0;
     bool m_has_moved_on = false;  // the page has, to another one
-    bool m_is_read = false;       // all that it begins with is there
-    bool m_is_met = false;        // that one is yet to be told where its time stands
+    int m_moves = 0;              // how often it has in this frame
+    time m_frame_began{};
+    bool m_is_read = false;  // all that it begins with is there
+    bool m_is_met = false;   // that one is yet to be told where its time stands
     bool m_has_films = false;
     bool m_is_hurried = false;  // they are not to wait for what is still to come
     std::vector<std::string> m_workers;
-    std::vector<std::string> m_woken;  // those that have not answered yet
+    std::vector<std::string> m_shared;  // those of them that other pages may have, too
+    std::vector<std::string> m_woken;   // those that have not answered yet
 };
 
 }  // namespace pennywort::webdisplay

@@ -34,6 +34,7 @@ void page_timeline::prepare() {
     call("Performance.enable", json::object());
     call("Target.setAutoAttach",
          {{"autoAttach", true}, {"waitForDebuggerOnStart", false}, {"flatten", true}});
+    call("Target.setDiscoverTargets", {{"discover", true}});
     call("Runtime.addBinding", {{"name", page_scripts::k_film_binding}});
     m_hearing.prepare();
     // The empty page has its turns in the trials, too.

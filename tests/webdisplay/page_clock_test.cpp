@@ -39,10 +39,13 @@ protected:
     bool wait_for_ends(std::size_t count) {
         return loop_until([&] { return m_ends.size() >= count; });
     }
-    static std::string fault(screen& shown) {
+    static cWebDisplayPageStatus status_of(screen& shown) {
         cWebDisplayPageStatus status;
         shown->GetPageStatus(status);
-        return std::string(status.frameFault.View());
+        return status;
+    }
+    static std::string fault(screen& shown) {
+        return std::string(status_of(shown).frameFault.View());
     }
 
     std::vector<cWebDisplayPageFrame> m_ends;
@@ -62,12 +65,12 @@ TEST_F(PageClockTest, EachFrameIsStampedWithItsOwnMoment) {
         EXPECT_EQ(s.seen.frames.size(), static_cast<std::size_t>(n) + 1);
     }
     const auto times = fake().browser(1).begin_times;
-    ASSERT_GE(times.size(), 13u);
-    // The first one follows three that nobody sees, a microsecond apart.
+    ASSERT_GE(times.size(), 14u);
+    // The first one follows four that nobody sees, a microsecond apart.
     const std::size_t zero = times.size() - 10;
     const auto from_zero = [&](std::size_t n) { return times[n] - times[zero]; };
-    for (std::size_t n = 0; n < 3; ++n) {
-        EXPECT_EQ(from_zero(zero - 3 + n), -10'000 + 1000 * static_cast<std::int64_t>(n)) << n;
+    for (std::size_t n = 0; n < 4; ++n) {
+        EXPECT_EQ(from_zero(zero - 4 + n), -10'000 + 1000 * static_cast<std::int64_t>(n)) << n;
     }
     for (int n = 1; n < 10; ++n) {
         EXPECT_EQ(from_zero(zero + static_cast<std::size_t>(n)), 40'000'000LL * n) << n;
@@ -83,6 +86,42 @@ TEST_F(PageClockTest, AStillPageHasOnePictureAndIsUnchangedAfterIt) {
     ASSERT_TRUE(wait_for_ends(3)) << fault(s);
     EXPECT_EQ(m_ends, (std::vector{k_painted, k_unchanged, k_unchanged}));
     EXPECT_EQ(s.seen.frames.size(), 1u);
+}
+
+TEST_F(PageClockTest, AWidgetIsInTheFirstPictureAlthoughThePageStandsStill) {
+    start_with_page_clocks();
+    zRecord settings = on_page_clock("http://a/");
+    settings.SetBool("web_merge_widgets", true);
+    screen s(settings);
+    show(s);
+    std::uint32_t widget = 0;
+    fake().post([&] {
+        fake().show_popup_widget(1, true);
+        EXPECT_TRUE(status_of(s).isWidgetOpening);
+        widget = static_cast<std::uint32_t>(fake().browser(1).paints);
+        fake().paint_popup_widget(1, 20, 10);
+    });
+    settle();
+    EXPECT_FALSE(status_of(s).isWidgetOpening);
+    ASSERT_TRUE(ask(s, 0));
+    ASSERT_TRUE(ask(s, 40'000));
+    ASSERT_TRUE(wait_for_ends(1)) << fault(s);
+    EXPECT_EQ(m_ends[0], k_painted);
+    ASSERT_FALSE(s.seen.frames.empty());
+    EXPECT_EQ(s.seen.frames[0].number, 0xFF000000U | widget);
+    EXPECT_FALSE(s.seen.frames[0].is_popup);
+}
+
+// Its scripts may run as at a user's click, for a host that asks its inspector for that.
+TEST_F(PageClockTest, AClickThatNobodyMadeOpensNoWindowOfTheUsers) {
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    int id = -1;
+    fake().post([&] { id = fake().open_popup(1, "http://popup/", true); });
+    ASSERT_TRUE(loop_until([&] { return id >= 0; }));
+    settle();
+    EXPECT_GT(id, 0) << "it is left to the runtime";
 }
 
 TEST_F(PageClockTest, TheBrowserBeginsEmptyAndThePageIsLoadedWhenItsClockStands) {

@@ -84,7 +84,9 @@ protected:
     quiet_port port;
     page_inspector inspector{
         [this](const std::string& text) { m_sent.push_back(json::parse(text)); },
-        [this](const std::string& method, const json& params) { hearing.hear(method, params); }};
+        [this](const std::string& method, const json& params, const std::string&) {
+            hearing.hear(method, params);
+        }};
     page_hearing hearing{inspector, port};
 };
 
@@ -198,6 +200,30 @@ TEST_F(PageHearing, ALongFileComesInPieces) {
     ASSERT_EQ(parts.size(), 3u);
     EXPECT_EQ(parts[0].size(), parts[1].size());
     EXPECT_EQ(parts[2], R"(7 thinternalSound.take_file("file:///a",1572865,'eA=='))");
+}
+
+// What it is driven by stands in the page's own world, and any script may change it.
+TEST_F(PageHearing, ADriverThatThrowsIsToldOnceInAWorldThatThePageCannotReach) {
+    hearing.driver_threw();
+    make_world(7);
+    ASSERT_EQ(open().size(), 1u);
+    EXPECT_EQ(open()[0].substr(0, 34), "7 console.warn('thinternal sound: ");
+    answer_value("");
+    hearing.driver_threw();
+    EXPECT_EQ(open(), strings{});
+    hear("Page.frameNavigated", {{"frame", {{"id", "F"}}}});
+    hearing.driver_threw();
+    EXPECT_EQ(open(), strings{"Page.getFrameTree"}) << "the next page, too";
+}
+
+TEST_F(PageHearing, AnOrderThatTheWorldCannotReadIsToldToo) {
+    take("\nno order");
+    make_world(7);
+    ASSERT_EQ(open().size(), 1u);
+    answer({{"result", {{"type", "object"}}}, {"exceptionDetails", {{"text", "Uncaught"}}}});
+    EXPECT_EQ(m_ended, 1);
+    ASSERT_EQ(open().size(), 1u);
+    EXPECT_EQ(open()[0].substr(0, 14), "7 console.warn");
 }
 
 }  // namespace

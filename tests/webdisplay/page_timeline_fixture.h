@@ -54,6 +54,7 @@ public:
     std::vector<std::string> take_answers() {
         std::vector<std::string> answers;
         for (const json& call : std::exchange(outbox, {})) answer(call, answers);
+        clock_ms += std::exchange(runs_on_ms, 0);
         if (std::exchange(is_in_frame, false) && is_read) {
             const json told{{"type", "number"}, {"value", told_ms()}};
             for (const int id : std::exchange(turns, {})) {
@@ -81,6 +82,7 @@ public:
     // Where in a step of what it tells a page goes over to the next, by that next one.
     std::map<std::int64_t, int> goes_over_at;
     double clock_ms = k_start_ms;
+    double stops_late_ms = 0;  // so long it runs on when it is stopped first
     bool is_in_frame = false;
     bool holds_time = false;   // as a fetch that never ends does
     bool is_true = false;      // what a page's start waits for
@@ -88,7 +90,9 @@ public:
     std::string silent_about;  // or a part of such expressions
     std::string says_at_load;  // an event that comes with the first answer
     std::vector<page_samples> heard;
-    std::string sounds;  // what its driver says at each frame
+    std::string sounds;              // what its driver says at each frame
+    bool moves_on_for_ever = false;  // within the frame that is asked for next
+    bool is_bent = false;            // its driver throws
     std::string file;
     // The page moves on to another one when its time is moved next: how far its clock is ahead of
     // what was asked for.
@@ -124,22 +128,21 @@ private:
                 result(id, {{"metrics", {{{"name", "Timestamp"}, {"value", clock_ms / 1000}}}}}));
             return;
         }
+        if (expression == "0" && moves_on_for_ever) {
+            answers.push_back(k_navigated);
+            answers.push_back(k_read);
+        }
         if (expression.find("thinternal films") != std::string::npos) {
-            const json value{{"result", {{"type", "string"}, {"value", sounds}}}};
+            json value{{"result", {{"type", "string"}, {"value", sounds}}}};
+            if (is_bent) value["exceptionDetails"] = {{"text", "Uncaught"}};
             return answers.push_back(result(id, value));
         }
         if (params.contains("returnByValue")) {
-            if (expression.substr(0, 3) == "!!(") {
-                const json truth{{"result", {{"type", "boolean"}, {"value", is_true}}}};
-                return answers.push_back(result(id, truth));
-            }
-            const json value{{"result", {{"type", "string"}, {"value", expression}}}};
-            const json thrown{{"result", {{"value", json::object()}}},
-                              {"exceptionDetails", {{"text", "Uncaught"}}}};
-            return answers.push_back(result(id, expression == "throw" ? thrown : value));
+            return answers.push_back(result(id, value_of(expression)));
         }
         answers.push_back(result(id));
         if (method != "Emulation.setVirtualTimePolicy") return;
+        runs_on_ms = std::exchange(stops_late_ms, 0);
         if (params.contains("budget")) budget = params["budget"];
         const bool moves = params.contains("budget") && !holds_time;
         if (!moves && !(params["policy"] == "advance" && holds_time)) return;
@@ -148,6 +151,17 @@ private:
         if (!std::exchange(is_read, true)) answers.push_back(k_read);
         if (moves_on_ms && move_on(answers)) return;
         answers.push_back(json{{"method", "Emulation.virtualTimeBudgetExpired"}}.dump());
+    }
+
+    json value_of(const std::string& expression) const {
+        if (expression.substr(0, 3) == "!!(") {
+            return {{"result", {{"type", "boolean"}, {"value", is_true}}}};
+        }
+        if (expression != "throw") {
+            return {{"result", {{"type", "string"}, {"value", expression}}}};
+        }
+        return {{"result", {{"value", json::object()}}},
+                {"exceptionDetails", {{"text", "Uncaught"}}}};
     }
 
     // True where it is to another process, which has heard nothing of the move.
@@ -164,6 +178,7 @@ private:
     }
 
     double budget = 0;
+    double runs_on_ms = 0;
 };
 
 class PageTimeline : public testing::Test {
@@ -242,9 +257,9 @@ protected:
     }
     // The stamps of a page's unseen frames and of the first one behind them.
     void expect_stamps_around(std::int64_t zero_us) {
-        ASSERT_EQ(page.stamps.size(), 4u);
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(page.stamps[i], (zero_us - 10 + i) * 1000) << i;
-        EXPECT_EQ(page.stamps[3], zero_us * 1000);
+        ASSERT_EQ(page.stamps.size(), 5u);
+        for (int i = 0; i < 4; ++i) EXPECT_EQ(page.stamps[i], (zero_us - 10 + i) * 1000) << i;
+        EXPECT_EQ(page.stamps[4], zero_us * 1000);
     }
     double policy_budget() const { return page.calls.back()["params"].value("budget", 0.0); }
 

@@ -48,6 +48,21 @@ TEST_F(PageTimeline, APageWithAnotherClockIsLoadedOnceMore) {
     EXPECT_EQ(page.stands, 1);
 }
 
+// On a busy machine it did, a fifth of a millisecond. The page was then taken for one in another
+// process, was stopped in its load, and one with frames of its own never loaded.
+TEST_F(PageTimeline, AClockThatRunsOnBeforeItStopsIsNotTakenForAnother) {
+    page.stops_late_ms = 3;
+    prepare();
+    EXPECT_NEAR(page.clock_ms, 5005.3, 1e-9);
+    const auto before = page.count_of("Emulation.setVirtualTimePolicy");
+    say(k_navigated);
+    ASSERT_EQ(page.count_of("Emulation.setVirtualTimePolicy"), before + 1);
+    EXPECT_FALSE(page.calls.back()["params"].contains("budget"));
+    load();
+    EXPECT_EQ(page.stands, 1);
+    EXPECT_EQ(page.loads, 1);
+}
+
 // It is stopped there as soon as it is heard of, and loads on while no time passes.
 TEST_F(PageTimeline, APageInAnotherProcessIsStoppedThereAndGivenItsDay) {
     prepare();
@@ -206,6 +221,29 @@ TEST_F(PageTimeline, AnotherPageIsGivenTheTimeAnew) {
     ask(20'000);
     pass(1s);
     EXPECT_EQ(ends.size(), 3u);
+}
+
+// A host that goes on from frame to frame, and does not know yet that the page is left.
+TEST_F(PageTimeline, AWishInAnswerToAFailureIsNotThatOfTheNextPage) {
+    begin();
+    int refused = 0;
+    const auto wish_again = [&] {
+        if (!timeline.advance(100'000, {})) ++refused;
+        if (!timeline.ask("1", {})) ++refused;
+    };
+    EXPECT_TRUE(timeline.advance(20'000, [&](frame_end) { wish_again(); }));
+    turn();
+    EXPECT_TRUE(timeline.advance(40'000, [&](frame_end) { wish_again(); }));
+    EXPECT_TRUE(timeline.ask("2", [&](const std::string&) { wish_again(); }));
+    timeline.ask_load();
+    turn();
+    EXPECT_EQ(refused, 6);
+    pass(5ms);
+    load();
+    EXPECT_EQ(page.stands, 2);
+    const auto shown = page.stamps.size();
+    pass(1s);
+    EXPECT_EQ(page.stamps.size(), shown) << "nothing has been asked of this page";
 }
 
 // --- when a page counts as loaded

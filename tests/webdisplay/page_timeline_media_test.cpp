@@ -49,6 +49,80 @@ TEST_F(PageTimeline, AWorkerThatEndsWhileItIsWokenIsNotWaitedFor) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
+struct shared_case {
+    const char* type;
+    bool is_asked_for;  // or comes by itself
+};
+class SharedWorkers : public PageTimeline, public testing::WithParamInterface<shared_case> {
+protected:
+    void attach() {
+        const json info{{"type", GetParam().type}, {"targetId", "t1"}};
+        say(json{{"method", "Target.targetCreated"}, {"params", {{"targetInfo", info}}}}.dump());
+        say(json{{"method", "Target.attachedToTarget"},
+                 {"params", {{"sessionId", "s1"}, {"targetInfo", info}}}}
+                .dump());
+    }
+    void say_worker(const char* method) {
+        say(json{{"method", method}, {"params", json::object()}, {"sessionId", "s1"}}.dump());
+    }
+    std::ptrdiff_t woken() const {
+        return std::count_if(page.calls.begin(), page.calls.end(), [](const json& call) {
+            return call.value("sessionId", "") == "s1" && call["method"] == "Runtime.evaluate";
+        });
+    }
+};
+
+TEST_P(SharedWorkers, AreWokenAsThoseOfThePageAre) {
+    begin();
+    attach();
+    EXPECT_EQ(page.count_of("Target.attachToTarget"), GetParam().is_asked_for ? 1u : 0u);
+    ask(20'000);
+    paint();
+    EXPECT_EQ(woken(), 2);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+// It stands at its beginning, since it is looked into.
+TEST_P(SharedWorkers, OneWhoseProcessEndsIsNotWaitedForAndIsToldToRunWhenItComesBack) {
+    begin();
+    attach();
+    page.silent_about = "0";
+    ask(20'000);
+    page.silent_about.clear();
+    say_worker("Inspector.targetCrashed");
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+    ask(40'000);
+    paint();
+    EXPECT_EQ(woken(), 1);
+    say_worker("Inspector.targetReloadedAfterCrash");
+    EXPECT_EQ(page.calls.back()["method"], "Runtime.runIfWaitingForDebugger");
+    EXPECT_EQ(page.calls.back()["sessionId"], "s1");
+    ask(60'000);
+    paint();
+    EXPECT_EQ(woken(), 3);
+}
+
+TEST_P(SharedWorkers, OneThatIsBusyIsLeftBehind) {
+    begin();
+    attach();
+    page.silent_about = "0";
+    ask(20'000);
+    page.silent_about.clear();
+    pass(20s);
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+    EXPECT_TRUE(page.faults.empty());
+    ask(40'000);
+    paint();
+    EXPECT_EQ(woken(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SharedWorkers,
+                         testing::Values(shared_case{"shared_worker", true},
+                                         shared_case{"service_worker", false}),
+                         [](const auto& one) { return std::string(one.param.type); });
+
 TEST_F(PageTimeline, FilmsArePlacedBeforeEachFrameOnceThereIsOne) {
     stand();
     say_driver("");
@@ -77,8 +151,8 @@ protected:
 TEST_F(SoundingTimeline, IsToldTheMomentOfEachFrameAndSaysWhatWasHeardUntilThen) {
     sound();
     EXPECT_EQ(expressions_with("films"),
-              std::vector<std::string>(4, "window['thinternal films'](0,true)"))
-        << "of three frames that nobody sees, and the first";
+              std::vector<std::string>(5, "window['thinternal films'](0,true)"))
+        << "of four frames that nobody sees, and the first";
     EXPECT_TRUE(page.heard.empty());
     page.sounds = "96:AACAPwAAAL8=";
     ask(16'700);
@@ -107,6 +181,27 @@ TEST_F(SoundingTimeline, WhatNeverComesIsLeftBehindOnceAndThenFails) {
     pass(30s);
     EXPECT_EQ(page.faults, std::vector<std::string>{"a film of the page does not follow"});
     EXPECT_EQ(ends, (std::vector{k_painted, k_failed}));
+}
+
+TEST_F(SoundingTimeline, ADriverThatThrowsHoldsNoFrameUpAndIsToldOnce) {
+    sound();
+    page.is_bent = true;
+    for (const int us : {20'000, 40'000}) {
+        ask(us);
+        paint();
+    }
+    EXPECT_EQ(ends, std::vector(3, k_painted));
+    EXPECT_EQ(expressions_with("has changed").size(), 1u);
+}
+
+// Such as where its server lets no script of it run, and there is nothing to drive.
+TEST_F(SoundingTimeline, APageWithoutADriverIsNotWarned) {
+    page.is_bent = true;
+    stand();
+    ask(0);
+    paint();
+    EXPECT_EQ(ends, std::vector{k_painted});
+    EXPECT_TRUE(expressions_with("has changed").empty());
 }
 
 TEST_F(SoundingTimeline, WhatIsHeardOfFilesBelongsToTheFrame) {

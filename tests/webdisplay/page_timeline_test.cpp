@@ -21,6 +21,34 @@ TEST_F(PageTimeline, UnseenFramesLieJustBeforeThePagesTime) {
     EXPECT_EQ(ends, std::vector{k_painted});
 }
 
+// So nothing of it is left undrawn when the first frame begins.
+TEST_F(PageTimeline, ThePageRestsInTheLastUnseenFrame) {
+    stand();
+    const auto at = [&](const char* expression) {
+        std::vector<std::ptrdiff_t> found;
+        for (std::size_t i = 0; i < page.calls.size(); ++i) {
+            const bool is_it = page.calls[i]["params"].value("expression", "") == expression;
+            if (is_it) found.push_back(static_cast<std::ptrdiff_t>(i));
+        }
+        return found;
+    };
+    const auto before = at(page_scripts::k_turn).size();
+    ask(0);
+    paint();
+    ask(20'000);
+    paint();
+    const auto turns = at(page_scripts::k_turn);
+    const auto rest = at("window['thinternal rest'](true)");
+    const auto no_rest = at("window['thinternal rest'](false)");
+    ASSERT_EQ(turns.size() - before, 6u) << "four unseen, and two";
+    ASSERT_EQ(rest.size(), 1u);
+    ASSERT_EQ(no_rest.size(), 1u);
+    EXPECT_LT(turns[before + 2], rest[0]);
+    EXPECT_LT(rest[0], turns[before + 3]);
+    EXPECT_LT(turns[before + 3], no_rest[0]);
+    EXPECT_LT(no_rest[0], turns[before + 4]);
+}
+
 // The browser has taken the frame, and the page was not on its list yet.
 TEST_F(PageTimeline, AFrameThatPassesThePageByIsBegunAgain) {
     stand();
@@ -32,8 +60,8 @@ TEST_F(PageTimeline, AFrameThatPassesThePageByIsBegunAgain) {
     EXPECT_EQ(page.stamps.size(), 1u);
     pass(1ms);
     pass(200ms);
-    EXPECT_EQ(page.stamps.size(), 6u) << "two that are lost, three unseen, the first";
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(page.stamps[i], (5'002'300 - 10 + i) * 1000LL) << i;
+    EXPECT_EQ(page.stamps.size(), 7u) << "two that are lost, four unseen, the first";
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(page.stamps[i], (5'002'300 - 10 + i) * 1000LL) << i;
     EXPECT_EQ(page.stamps.back(), 5'002'300'000);
     paint();
     page.passed_by = 1;
@@ -92,9 +120,9 @@ TEST_F(PageTimeline, EachFrameIsStampedWithItsOwnMoment) {
         paint();
     }
     EXPECT_EQ(ends, std::vector<frame_end>(100, k_painted));
-    const std::int64_t zero = page.stamps[3];
+    const std::int64_t zero = page.stamps[4];
     for (int n = 1; n < 100; ++n) {
-        EXPECT_EQ(page.stamps[3 + n] - zero, std::llround(n * 1e6 / 59.94) * 1000) << n;
+        EXPECT_EQ(page.stamps[4 + n] - zero, std::llround(n * 1e6 / 59.94) * 1000) << n;
     }
     EXPECT_NEAR(page.clock_ms - 5002.3, std::round(99 * 1e6 / 59.94) / 1000, 1e-6);
 }

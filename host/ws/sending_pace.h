@@ -17,13 +17,18 @@ struct sending_pace {
     // takes no more.
     std::size_t read_ahead = k_max_waiting_input_bytes;
     std::size_t most_waiting = k_max_websocket_waiting_bytes;
-    // How long a server may take nothing: while there is more input, and at its end.
+    // How long a server may take nothing.
     std::chrono::milliseconds pause = k_max_input_pause;
-    std::chrono::milliseconds last_pause = k_max_websocket_goodbye;
 
     // A line longer than all that may wait goes out alone.
     std::size_t may_wait_before(std::size_t line_bytes) const {
         return std::min(read_ahead, most_waiting - std::min(most_waiting, line_bytes));
+    }
+    // How long a line may take where nobody sees how much of it is out: one that is longer than may
+    // wait has that time for each such piece.
+    std::chrono::milliseconds longest_send(std::size_t line_bytes) const {
+        const std::size_t pieces = 1 + line_bytes / std::max<std::size_t>(read_ahead, 1);
+        return pause * static_cast<std::int64_t>(pieces);
     }
 };
 

@@ -108,6 +108,10 @@ void ws_command::add_options(CLI::App& parser) {
     parser.add_option("--timeout", m_timeout, "Longest wait for the connection, in seconds")
         ->type_name("S")
         ->capture_default_str();
+    parser
+        .add_option("--stall", m_stall, "Longest wait for a server that takes nothing, in seconds")
+        ->type_name("S")
+        ->capture_default_str();
     parser.add_flag("--managed", m_is_managed, "The asynchronous transport; so it is without this");
     parser.add_flag("--system", m_is_system, "The system's own transport");
     parser.add_flag("--verbose", m_is_verbose, "Also print traces");
@@ -122,6 +126,7 @@ std::string ws_command::take_arguments() {
     std::chrono::milliseconds timeout{0};
     wrong = take_seconds("--timeout", m_timeout, false, timeout);
     if (wrong.empty()) wrong = take_seconds("--linger", m_linger, true, m_options.linger);
+    if (wrong.empty()) wrong = take_seconds("--stall", m_stall, false, m_options.pace.pause);
     if (wrong.empty() && !m_ping.empty()) {
         wrong = take_seconds("--ping", m_ping, false, m_options.ping);
     }

@@ -27,6 +27,7 @@ private:
     std::string m_ping;
     std::string m_linger = "1";
     std::string m_timeout = "30";
+    std::string m_stall = std::to_string(k_max_input_pause.count());
     bool m_is_managed = false;
     bool m_is_system = false;
     bool m_is_verbose = false;

@@ -78,12 +78,19 @@ void ws_session::ended(state how, const std::string& words) {
     m_changed.notify_all();
 }
 
+bool ws_session::is_line_given_up() const {
+    const std::lock_guard lock(m_mutex);
+    return m_is_line_given_up;
+}
+
 std::string ws_session::take_why() {
     const std::lock_guard lock(m_mutex);
     return std::exchange(m_why, {});
 }
 
+// That a line that was given up is not sent has been told.
 void ws_session::failed(cWebSocket::Error error) {
+    if (error == cWebSocket::Error::SendFailed && is_line_given_up()) return;
     ended(state::failed, m_options.url + ": " + words_of(error, take_why()));
 }
 
@@ -101,17 +108,15 @@ void ws_session::tell(const std::string& line) {
 }
 
 // What a server is slow to take waits in the input, not in memory.
-bool ws_session::wait_until_few_wait(std::size_t bytes, std::chrono::milliseconds pause) {
+bool ws_session::wait_until_few_wait(std::size_t bytes) {
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [this] { return m_state != state::connecting; });
-    taking_watch taking(pause);
+    taking_watch taking(m_options.pace.pause);
     while (!is_over() && !m_has_input_ended) {
         const std::size_t waiting = m_feed->WaitingBytes();
         if (waiting <= bytes) return true;
         if (taking.has_stopped(waiting, std::chrono::steady_clock::now())) {
-            m_has_unsent = true;
-            tell("the server takes nothing: " + std::to_string(waiting) + " bytes are not sent");
-            end_input();
+            give_up_server(waiting);
         } else {
             m_changed.wait_for(lock, k_round);
         }
@@ -120,11 +125,37 @@ bool ws_session::wait_until_few_wait(std::size_t bytes, std::chrono::millisecond
 }
 
 void ws_session::send(const std::string& line) {
-    const sending_pace& pace = m_options.pace;
-    if (!wait_until_few_wait(pace.may_wait_before(line.size()), pace.pause)) return;
+    if (!wait_until_few_wait(m_options.pace.may_wait_before(line.size()))) return;
     const std::string wrong = fault_of_line(line);
     if (!wrong.empty()) return refuse_line(wrong.c_str());
+    if (m_options.transport == ws_transport::system) return send_watched(line);
     m_feed->Send(line.c_str());
+}
+
+// The system transport returns when the line is out, and the thread that waits for the end sees to
+// it that this comes about.
+void ws_session::send_watched(const std::string& line) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_line = {line.size(), std::chrono::steady_clock::now()};
+    }
+    m_feed->Send(line.c_str());
+    const std::lock_guard lock(m_mutex);
+    m_line.reset();
+}
+
+void ws_session::watch_line() {
+    if (!m_line || m_is_line_given_up) return;
+    const auto taken = std::chrono::steady_clock::now() - m_line->since;
+    if (taken < m_options.pace.longest_send(m_line->bytes)) return;
+    m_is_line_given_up = true;
+    give_up_server(m_line->bytes);
+}
+
+void ws_session::give_up_server(std::size_t waiting) {
+    m_has_unsent = true;
+    tell("the server takes nothing: " + std::to_string(waiting) + " bytes are not sent");
+    end_input();
 }
 
 void ws_session::refuse_line(const char* why) {
@@ -135,7 +166,7 @@ void ws_session::refuse_line(const char* why) {
 
 // The time to go on begins when all of it is out: the goodbye waits for a few seconds only.
 void ws_session::input_ended() {
-    wait_until_few_wait(0, m_options.pace.last_pause);
+    wait_until_few_wait(0);
     const std::lock_guard lock(m_mutex);
     if (!m_has_input_ended) end_input();
 }
@@ -150,6 +181,7 @@ bool ws_session::wait(std::chrono::milliseconds time) {
     std::unique_lock lock(m_mutex);
     m_changed.wait_for(lock, time, [this] { return is_over(); });
     if (is_over()) return true;
+    watch_line();
     return m_has_input_ended && m_state == state::open &&
            std::chrono::steady_clock::now() - m_end_of_input >= m_options.linger;
 }

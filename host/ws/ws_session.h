@@ -53,7 +53,13 @@ public:
     int status() const;
 
 private:
+    using time_point = std::chrono::steady_clock::time_point;
     enum class state { connecting, open, closed, failed };
+    // One that is being sent by a transport that returns when it is out.
+    struct watched_line {
+        std::size_t bytes;
+        time_point since;
+    };
 
     void opened();
     void received(const char* text);
@@ -63,7 +69,12 @@ private:
     void failed(cWebSocket::Error error);
     void closed(std::optional<cWebSocket::Error> error, bool was_clean);
     // False when nothing can be sent any more.
-    bool wait_until_few_wait(std::size_t bytes, std::chrono::milliseconds pause);
+    bool wait_until_few_wait(std::size_t bytes);
+    void send_watched(const std::string& line);
+    bool is_line_given_up() const;
+    // The next three need the lock.
+    void watch_line();
+    void give_up_server(std::size_t waiting);
     void end_input();
     std::error_code written(const char* text);
     void tell(const std::string& line);
@@ -80,8 +91,10 @@ private:
     state m_state = state::connecting;
     bool m_has_input_ended = false;
     bool m_has_unsent = false;
+    std::optional<watched_line> m_line;
+    bool m_is_line_given_up = false;
     std::string m_why;
-    std::chrono::steady_clock::time_point m_end_of_input;
+    time_point m_end_of_input;
 };
 
 }  // namespace pennywort::host

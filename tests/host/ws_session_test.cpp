@@ -6,19 +6,19 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "tests/support/eventually.h"
+#include "tests/support/scratch_file.h"
 
 namespace pennywort::host {
 namespace {
 
 using std::chrono::milliseconds;
 
-class slow_socket final : public cWebSocket {
+class slow_socket : public cWebSocket {
 public:
     void Open(const char*, double) override { SocketOpened(); }
     void Send(const char* text) override {
@@ -40,28 +40,44 @@ protected:
     }
 };
 
+// Returns when a message is out, which here is never; and it cannot be told how much is.
+class blocked_socket final : public cWebSocket {
+public:
+    void Open(const char*, double) override { SocketOpened(); }
+    void Send(const char*) override {
+        is_inside = true;
+        tests::eventually([this] { return is_closed.load(); });
+        SignalError(Error::SendFailed);
+    }
+    void Close() override { is_closed = true; }
+    void SendPing() override {}
+
+    std::atomic<bool> is_inside{false};
+    std::atomic<bool> is_closed{false};
+};
+
 class WsSession : public testing::Test {
 protected:
     WsSession() {
         m_options.pace.read_ahead = 1000;
         m_options.pace.most_waiting = 5000;
     }
-    ~WsSession() override { std::fclose(m_errors); }
-
-    ws_session& open() {
-        m_session = std::make_shared<ws_session>(m_options, m_socket, m_errors, m_errors);
+    ws_session& open() { return open_with(m_socket); }
+    ws_session& open_with(const std::shared_ptr<cWebSocket>& socket) {
+        m_session = std::make_shared<ws_session>(m_options, socket, m_errors.get(), m_errors.get());
         m_session->open();
         return *m_session;
     }
-    std::string said() const {
-        std::string text(static_cast<std::size_t>(std::ftell(m_errors)), '\0');
-        std::rewind(m_errors);
-        text.resize(std::fread(text.data(), 1, text.size(), m_errors));
-        return text;
+    // That the server was left for want of taking so many bytes.
+    void expect_left(const std::string& bytes) {
+        m_session->close();
+        EXPECT_EQ(m_session->status(), 1);
+        EXPECT_EQ(m_errors.text(), "pennywort: opened\npennywort: the server takes nothing: " +
+                                       bytes + " bytes are not sent\npennywort: closed\n");
     }
 
     ws_options m_options;
-    std::FILE* const m_errors = std::tmpfile();
+    const tests::scratch_file m_errors;
     const std::shared_ptr<slow_socket> m_socket = std::make_shared<slow_socket>();
     std::shared_ptr<ws_session> m_session;
 };
@@ -92,27 +108,56 @@ TEST_F(WsSession, AServerThatTakesNothingEndsTheInput) {
     session.send("nor is this");
     session.input_ended();
     EXPECT_EQ(m_socket->sent, 0);
-    session.close();
-    EXPECT_EQ(session.status(), 1);
-    EXPECT_EQ(said(),
-              "pennywort: opened\npennywort: the server takes nothing: 1001 bytes are not sent\n"
-              "pennywort: closed\n");
+    expect_left("1001");
 }
 
 TEST_F(WsSession, AServerThatTakesNothingBehindTheInputIsLeft) {
-    m_options.pace.last_pause = milliseconds(0);
+    m_options.pace.pause = milliseconds(0);
     ws_session& session = open();
     m_socket->waiting = 7;
     session.send("a line");
     EXPECT_FALSE(session.wait(milliseconds(0)));
     session.input_ended();
     EXPECT_TRUE(session.wait(milliseconds(0)));
-    session.close();
-    EXPECT_EQ(session.status(), 1);
     EXPECT_EQ(m_socket->sent, 1);
-    EXPECT_EQ(said(),
-              "pennywort: opened\npennywort: the server takes nothing: 7 bytes are not sent\n"
-              "pennywort: closed\n");
+    expect_left("7");
+}
+
+TEST_F(WsSession, ALineThatATransportIsInsideForTooLongIsGivenUp) {
+    m_options.transport = ws_transport::system;
+    m_options.pace.pause = milliseconds(0);
+    const auto socket = std::make_shared<blocked_socket>();
+    ws_session& session = open_with(socket);
+    std::thread reader([&] {
+        session.send("a line");
+        session.send("one behind it");
+        session.input_ended();
+    });
+    EXPECT_TRUE(tests::eventually([&] { return socket->is_inside.load(); }));
+    EXPECT_TRUE(session.wait(milliseconds(0)));
+    expect_left("6");
+    reader.join();
+}
+
+TEST_F(WsSession, ALineThatATransportIsInsideMayTakeItsTime) {
+    m_options.transport = ws_transport::system;
+    const auto socket = std::make_shared<blocked_socket>();
+    ws_session& session = open_with(socket);
+    std::thread reader([&] { session.send("a line"); });
+    EXPECT_TRUE(tests::eventually([&] { return socket->is_inside.load(); }));
+    EXPECT_FALSE(session.wait(milliseconds(0)));
+    socket->Close();
+    reader.join();
+    EXPECT_EQ(session.status(), 1) << "it was not sent";
+}
+
+TEST(SendingPace, ALongLineHasItsTimeForEachPiece) {
+    sending_pace pace;
+    pace.pause = milliseconds(10);
+    EXPECT_EQ(pace.longest_send(0), milliseconds(10));
+    EXPECT_EQ(pace.longest_send((std::size_t(16) << 20) - 1), milliseconds(10));
+    EXPECT_EQ(pace.longest_send(std::size_t(16) << 20), milliseconds(20));
+    EXPECT_EQ(pace.longest_send(std::size_t(256) << 20), milliseconds(170));
 }
 
 TEST(SendingPace, ALongerLineHasLessInFrontOfIt) {

@@ -34,6 +34,13 @@ std::string text_of(std::promise<std::string>& told) {
     return has_come ? text.get() : std::string();
 }
 
+// The code that a client answers with when its server says goodbye at once.
+int answer_to_goodbye(peer_connection& connection, int code) {
+    connection.accept();
+    connection.send(frames::close(code));
+    return connection.receive_frame().code();
+}
+
 // What a system socket told when the server closed with that code, and what it answered.
 struct goodbye {
     std::string told;
@@ -43,9 +50,7 @@ struct goodbye {
 goodbye goodbye_of(int code, std::size_t events_to_come) {
     std::atomic<int> answered{-1};
     const scripted_peer peer([&](peer_connection& connection) {
-        connection.accept();
-        connection.send(frames::close(code));
-        answered = connection.receive_frame().code();
+        answered = answer_to_goodbye(connection, code);
         connection.wait_for_end();
     });
     event_log events;
@@ -338,9 +343,7 @@ TEST_P(BothTransports, AGoodbyeWithACodeThatMayNotBeSentIsAFault) {
     for (const int code : codes) {
         std::atomic<int> answered{-1};
         const scripted_peer peer([&](peer_connection& connection) {
-            connection.accept();
-            connection.send(frames::close(code));
-            answered = connection.receive_frame().code();
+            answered = answer_to_goodbye(connection, code);
             connection.wait_for_end();
         });
         event_log events;
@@ -474,6 +477,14 @@ TEST(SystemSend, LooksAtItsTextNoMoreWhenTheConnectionIsDropped) {
     }
 }
 
+// A URL whose name takes longer to look up than there is time.
+void open_in_little_time(cWebSocket& socket) {
+    cWebSocketOptions options;
+    options.isTimeoutHonoured = true;
+    socket.SetOptions(options);
+    socket.Open("ws://a-name.invalid/", 0.05);
+}
+
 // A resolver that hangs does not know of any time.
 TEST(SystemTimeout, BoundsTheLookUpOfTheNameToo) {
     using namespace pennywort::websocket;
@@ -488,10 +499,7 @@ TEST(SystemTimeout, BoundsTheLookUpOfTheNameToo) {
     event_log events;
     system_socket socket;
     events.listen_to(socket);
-    cWebSocketOptions options;
-    options.isTimeoutHonoured = true;
-    socket.SetOptions(options);
-    socket.Open("ws://a-name.invalid/", 0.05);
+    open_in_little_time(socket);
     EXPECT_EQ(events.text(), "error 2");
     EXPECT_FALSE(*has_answered);
     may_answer->open();
@@ -514,10 +522,7 @@ TEST(SystemTimeoutDeathTest, ALookUpThatHangsDoesNotHoldTheEndOfTheProcess) {
         {
             system_socket socket;
             events.listen_to(socket);
-            cWebSocketOptions options;
-            options.isTimeoutHonoured = true;
-            socket.SetOptions(options);
-            socket.Open("ws://a-name.invalid/", 0.05);
+            open_in_little_time(socket);
         }
         std::exit(events.text() == "error 2" ? 42 : 2);
     };

@@ -249,7 +249,7 @@ TEST(WsProgram, AServerThatTakesNothingIsToldAndLeft) {
     });
     const program_folder folder;
     const program_run run = folder.run("head -c 33554432 /dev/zero | tr '\\0' x | pennywort ws " +
-                                       peer.url() + " --linger 0");
+                                       peer.url() + " --linger 0 --stall 1");
     is_over.set_value();
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(run.errors.starts_with("pennywort: opened\npennywort: the server takes nothing: "))
@@ -257,6 +257,26 @@ TEST(WsProgram, AServerThatTakesNothingIsToldAndLeft) {
     EXPECT_TRUE(run.errors.ends_with(" bytes are not sent\npennywort: " + peer.url() +
                                      ": closed, not cleanly: the server is silent\n"))
         << run.errors;
+}
+
+// The system's transport is inside its call then, and is ended there.
+TEST(WsProgram, AServerThatTakesNothingIsLeftByTheSystemsTransportToo) {
+    std::promise<void> is_over;
+    const std::shared_future<void> over = is_over.get_future().share();
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        over.wait_for(tests::k_patience);
+    });
+    const program_folder folder;
+    const program_run run = folder.run(
+        "(head -c 15000000 /dev/zero | tr '\\0' x; echo; echo behind it) | pennywort ws " +
+        peer.url() + " --system --linger 0 --stall 1");
+    is_over.set_value();
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors,
+              "pennywort: opened\n"
+              "pennywort: the server takes nothing: 15000000 bytes are not sent\n"
+              "pennywort: closed\n");
 }
 
 TEST(WsProgram, ALineThatIsLongerThanAMessageIsToldAndNotSent) {
@@ -297,8 +317,9 @@ TEST(WsProgram, RefusesWrongArguments) {
     const program_folder folder;
     for (const char* arguments :
          {"", "ws://a --managed --system", "ws://a --system --ping 1", "http://127.0.0.1:1/",
-          "ws:/a", "ws://a --ping 0", "ws://a --timeout x", "ws://a --linger -1", "ws://",
-          "ws://127.0.0.1:99999/", "ws://127.0.0.1:0/", "'ws://a/#b'", "'ws://a b/'"}) {
+          "ws:/a", "ws://a --ping 0", "ws://a --stall 0", "ws://a --timeout x",
+          "ws://a --linger -1", "ws://", "ws://127.0.0.1:99999/", "ws://127.0.0.1:0/",
+          "'ws://a/#b'", "'ws://a b/'"}) {
         const program_run run =
             folder.run("pennywort ws " + std::string(arguments) + " </dev/null");
         EXPECT_EQ(run.status, 2) << arguments;

@@ -8,10 +8,13 @@
 #include <atomic>
 #include <utility>
 
+#include "httpclient/winhttp_calls_win.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"
 
 namespace pennywort::httpclient {
+
+decltype(&WinHttpReadData) winhttp_calls::read_data = &WinHttpReadData;
 
 namespace {
 
@@ -192,7 +195,7 @@ bool winhttp_transport::bytes_available(std::uint32_t& count) {
 bool winhttp_transport::read(char* into, std::uint32_t size) {
     // What was announced counts as read, however much of it the system says has come.
     DWORD received = 0;
-    return checked(::WinHttpReadData(m_request.get(), into, size, &received));
+    return checked(winhttp_calls::read_data(m_request.get(), into, size, &received));
 }
 
 bool winhttp_transport::query(header_query what, std::string& out) const {

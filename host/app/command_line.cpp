@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/app/option_hint.h"
 #include "host/app/terminal_text.h"
 
 namespace pennywort::host {
@@ -60,6 +61,23 @@ std::string words_of(const CLI::ParseError& wrong) {
     return at == text.npos ? text : text.substr(0, at) + " is given more than once";
 }
 
+std::vector<std::string> option_names(const CLI::App& of) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : of.get_options()) {
+        const auto& own = option->get_lnames();
+        names.insert(names.end(), own.begin(), own.end());
+    }
+    return names;
+}
+
+// An option is told without its value, which may be a secret.
+std::string unknown_option_text(const std::string& word, const std::vector<std::string>& known) {
+    const std::string option = word.substr(0, word.find('='));
+    const std::string name = option.substr(std::min(option.find_first_not_of('-'), option.size()));
+    const std::string meant = meant_option(name, known);
+    return "there is no option " + option + (meant.empty() ? "" : "; perhaps --" + meant);
+}
+
 // The program with all of its commands, each with its options.
 class parser {
 public:
@@ -87,6 +105,15 @@ public:
         const auto is_parsed = [](const CLI::App* one) { return one->parsed(); };
         const auto found = std::find_if(m_parsers.begin(), m_parsers.end(), is_parsed);
         return static_cast<std::size_t>(found - m_parsers.begin());
+    }
+    // Where the arguments hold an option that there is not, what to say of the first one.
+    std::string unknown_option() const {
+        const CLI::App& asked = chosen() < m_parsers.size() ? *m_parsers[chosen()] : m_program;
+        const auto left = asked.remaining();
+        const auto is_option = [](const std::string& word) { return word.substr(0, 1) == "-"; };
+        const auto found = std::find_if(left.begin(), left.end(), is_option);
+        return found == left.end() ? std::string()
+                                   : unknown_option_text(*found, option_names(asked));
     }
     std::string help() const {
         return chosen() < m_parsers.size() ? m_parsers[chosen()]->help("pennywort")
@@ -130,7 +157,9 @@ command_line parse_command_line(const std::vector<std::string>& arguments) {
     } catch (const CLI::CallForVersion&) {
         return saying(std::string(k_version) + "\n");
     } catch (const CLI::ParseError& wrong) {
-        return refusal(with_hint(words_of(wrong), has_command ? arguments[0] + " " : ""));
+        const std::string unknown = program.unknown_option();
+        return refusal(with_hint(unknown.empty() ? words_of(wrong) : unknown,
+                                 has_command ? arguments[0] + " " : ""));
     }
     return running(std::move(all[program.chosen()]));
 }

@@ -209,9 +209,22 @@ function showPhase(state) {
   tell(state);
 }
 
+// The form has what others have set, too, but nobody's numbers change while they are being typed.
+let shownSize = '';
+
+function showSize(state) {
+  const size = state.width + ' x ' + state.height;
+  if (size === shownSize) return;
+  shownSize = size;
+  $('size-now').textContent = size;
+  if ($('size-form').contains(document.activeElement)) return;
+  $('width').value = state.width;
+  $('height').value = state.height;
+}
+
 async function showState() {
   const state = await get('state');
-  $('size-now').textContent = state.width + ' x ' + state.height;
+  showSize(state);
   showPhase(state);
   $('painted').textContent = state.painted;
   $('dropped').textContent = state.dropped;

@@ -63,8 +63,9 @@ void live_command::add_options(CLI::App& parser) {
     parser.add_flag("--transparent", m_options.is_transparent,
                     "Keep the page's alpha, shown over black");
     parser.add_flag("--mute", m_options.is_muted, "Pages are silent");
-    parser.add_flag("!--no-advertise", m_options.is_advertised,
-                    "Do not tell the local network of the control page");
+    parser.add_flag_callback(
+        "--no-advertise", [this] { m_options.is_advertised = false; },
+        "Do not tell the local network of the control page");
     parser.add_flag("--gpu", m_options.uses_gpu, "Use the machine's display and GPU");
     parser.add_flag("--verbose", m_options.is_verbose,
                     "Also print traces, and what the browser says");

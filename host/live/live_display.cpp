@@ -30,6 +30,7 @@ zRecord settings_of(const live_options& options) {
     settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_refuse_printing", true);
     settings.SetInt32("web_max_popups", k_max_popups);
+    settings.SetBool("web_merge_widgets", true);
     settings.SetBool("web_muted", options.is_muted);
     settings.SetBool("web_report_lost_page", true);
     settings.SetBool("web_tell_every_load", true);

@@ -92,11 +92,12 @@ void append_encoder(strings& to, output_kind kind, const frame_format& format) {
     if (!format.film.timecode.empty()) append(to, {"-timecode", format.film.timecode});
 }
 
-// "file:" keeps a name with a colon in it from being taken for a protocol.
+// "file:" keeps a name with a colon in it from being taken for a protocol. Matroska would have
+// numbers by chance in it, and no two runs the same file.
 void append_file(strings& to, const output_target& target) {
     switch (target.kind) {
         case output_kind::mkv:
-            append(to, {"-f", "matroska"});
+            append(to, {"-fflags", "+bitexact", "-f", "matroska"});
             break;
         case output_kind::mov:
             append(to, {"-f", "mov"});
@@ -106,7 +107,7 @@ void append_file(strings& to, const output_target& target) {
             append(to, {"-f", "mp4", "-movflags", "+faststart"});
             break;
         case output_kind::webm:
-            append(to, {"-f", "webm"});
+            append(to, {"-fflags", "+bitexact", "-f", "webm"});
             break;
         case output_kind::gif:
             append(to, {"-f", "gif"});

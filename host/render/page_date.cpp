@@ -7,6 +7,7 @@
 
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
+#include "host/system/zone_time.h"
 
 namespace pennywort::host {
 
@@ -95,12 +96,13 @@ bool read_zone(date_reader& from, moment& out) {
 
 double seconds_of(const moment& at) {
     using namespace std::chrono;
-    if (at.has_zone) {
-        const sys_days day_of(year(at.year) / at.month / at.day);
-        const auto whole = seconds(day_of.time_since_epoch()) + hours(at.hour) +
-                           minutes(at.minute) + seconds(at.second - at.zone_seconds);
-        return static_cast<double>(whole.count()) + at.fraction;
-    }
+    const sys_days day_of(year(at.year) / at.month / at.day);
+    const auto whole = seconds(day_of.time_since_epoch()) + hours(at.hour) + minutes(at.minute) +
+                       seconds(at.second - at.zone_seconds);
+    return static_cast<double>(whole.count()) + at.fraction;
+}
+
+std::optional<double> seconds_in(const std::string& zone, const moment& at) {
     std::tm local{};
     local.tm_year = at.year - 1900;
     local.tm_mon = at.month - 1;
@@ -109,7 +111,10 @@ double seconds_of(const moment& at) {
     local.tm_min = at.minute;
     local.tm_sec = at.second;
     local.tm_isdst = -1;
-    return static_cast<double>(std::mktime(&local)) + at.fraction;
+    if (zone.empty()) return static_cast<double>(std::mktime(&local)) + at.fraction;
+    const auto whole = seconds_in_zone(zone, local);
+    if (!whole) return {};
+    return static_cast<double>(*whole) + at.fraction;
 }
 
 std::optional<double> in_range(double seconds) {
@@ -118,7 +123,7 @@ std::optional<double> in_range(double seconds) {
 
 }  // namespace
 
-std::optional<double> page_date(std::string_view text) {
+std::optional<double> page_date(std::string_view text, const std::string& zone) {
     if (text.substr(0, 1) == "@") {
         const auto seconds = text::decimal(text.substr(1));
         return seconds ? in_range(*seconds) : std::nullopt;
@@ -130,7 +135,8 @@ std::optional<double> page_date(std::string_view text) {
         if (!from.mark('T') && !from.mark(' ')) return {};
         if (!read_time(from, at) || !read_zone(from, at) || !from.at_end()) return {};
     }
-    return in_range(seconds_of(at));
+    const auto seconds = at.has_zone ? std::optional(seconds_of(at)) : seconds_in(zone, at);
+    return seconds ? in_range(*seconds) : std::nullopt;
 }
 
 }  // namespace pennywort::host

@@ -29,6 +29,7 @@ zRecord settings_of(const render_options& options) {
     settings.SetBool("web_refuse_downloads", true);
     settings.SetBool("web_refuse_printing", true);
     settings.SetInt32("web_max_popups", k_max_popups);
+    settings.SetBool("web_merge_widgets", true);
     settings.SetBool("web_tell_every_load", true);
     settings.SetBool("web_fail_on_error_status", true);
     settings.SetString("web_override_css", options.css);
@@ -46,6 +47,9 @@ zRecord settings_of(const render_options& options) {
     settings.SetBool("web_host_clock", options.clock == page_clock::host);
     return settings;
 }
+
+// A list or picker that does not paint in so many holds up no film.
+constexpr int k_widget_frames = 20;
 
 // As fine as a page's clocks are. Between two such moments a page is told now the one and now the
 // other, at random, and two films of it would differ.
@@ -181,6 +185,40 @@ void page_display::run_script(const std::string& body, std::function<void(std::s
     m_browser->ExecuteJavascript(zString(body), 0, std::move(answer));
 }
 
+// Browsers let a page open its lists and pickers within a few seconds of a user's click only, and
+// by the page's clock those last as long as its time stands.
+void page_display::run_users_script(const std::string& body,
+                                    std::function<void(std::string)> answer) {
+    if (m_is_in_the_day) return run_script(body, std::move(answer));
+    const auto clicked = [this, page = m_pages_loaded, body, answer = std::move(answer)](
+                             const zString&) { run_clicked(page, body, answer); };
+    m_browser->CallInspector("Runtime.evaluate", R"({"expression":"0","userGesture":true})",
+                             clicked);
+}
+
+// Not in a page that has come meanwhile, which is asked for itself.
+void page_display::run_clicked(std::uint64_t page, const std::string& body,
+                               const std::function<void(std::string)>& answer) {
+    if (m_run == nullptr || m_pages_loaded != page) return;
+    run_script(body, [this, page, answer](const std::string& text) {
+        await_widget(
+            page, [answer, text] { answer(text); }, k_widget_frames);
+    });
+}
+
+// A list or picker that the script has opened paints within a few frames. The browser notices it
+// with the page's next answer, at the latest.
+void page_display::await_widget(std::uint64_t page, const std::function<void()>& then, int frames) {
+    const auto look = [this, page, then, frames](const std::string&) {
+        if (m_run == nullptr || m_pages_loaded != page) return;
+        cWebDisplayPageStatus status;
+        m_browser->GetPageStatus(status);
+        if (!status.isWidgetOpening || frames == 0) return then();
+        show_unseen([this, page, then, frames](bool) { await_widget(page, then, frames - 1); });
+    };
+    ask_page("1", look);
+}
+
 void page_display::ask_next_frame(const std::string& expression,
                                   std::function<void(std::string)> answer) {
     advance([](bool) {});
@@ -230,9 +268,7 @@ void page_display::GetSize(long& width, long& height) const {
     height = m_format.height;
 }
 
-// An open select list is painted apart from its page, without a place; it is left out.
-void page_display::BrowserPainted(const void* pixels, long width, long height, bool isPopup) {
-    if (isPopup) return;
+void page_display::BrowserPainted(const void* pixels, long width, long height, bool) {
     if (m_is_part) {
         const auto* first = static_cast<const std::uint32_t*>(pixels);
         m_last.pixels.assign(first, first + width * height);
@@ -258,6 +294,7 @@ void page_display::PageLoadFailed(const zString& url, const zString& error) {
 
 void page_display::PageLoaded(const zString& url) {
     m_is_of_file = is_of_file(url.View());
+    ++m_pages_loaded;
     m_told.page_came();
     m_news("loaded: " + text_of(url));
     if (m_run != nullptr) m_run->page_loaded();

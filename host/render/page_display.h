@@ -80,6 +80,8 @@ public:
     std::optional<picture_size> picture_of(long width, long height) const override;
 
     void run_script(const std::string& body, std::function<void(std::string)> answer) override;
+    void run_users_script(const std::string& body,
+                          std::function<void(std::string)> answer) override;
     void ask_next_frame(const std::string& expression,
                         std::function<void(std::string)> answer) override;
     void repaint() override;
@@ -94,6 +96,9 @@ private:
     };
 
     void ask(const inspector_request& request);
+    void run_clicked(std::uint64_t page, const std::string& body,
+                     const std::function<void(std::string)>& answer);
+    void await_widget(std::uint64_t page, const std::function<void()>& then, int frames);
     void paint_part();
 
     void GetSize(long& width, long& height) const override;
@@ -111,6 +116,7 @@ private:
     const page_listener m_heard;
     page_sound_receiver m_sound;
     const double m_scale;
+    std::uint64_t m_pages_loaded = 0;
     const bool m_is_part;  // pictures show a part of the page
     cWebDisplayBrowser* m_browser;
     page_run* m_run = nullptr;

@@ -10,6 +10,7 @@
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
 #include "host/render/page_date.h"
+#include "host/render/page_language.h"
 
 namespace pennywort::host {
 
@@ -58,8 +59,8 @@ void page_arguments::add_time_options(CLI::App& parser) {
     parser
         .add_option("--date", m_date,
                     "Of an exact film: the day and time that its page begins at; now without it. "
-                    "2026-11-22T18:30 in this machine's time, with Z or +01:00 behind it in that "
-                    "zone's")
+                    "2026-11-22T18:30 in the zone of --timezone or of this machine, with Z or "
+                    "+01:00 behind it in that one")
         ->type_name("DATE");
     parser
         .add_option("--seed", m_seed,
@@ -137,6 +138,15 @@ std::string page_arguments::take(bool is_exact, page_settings& settings) const {
     return wrong.empty() ? take_network(settings) : wrong;
 }
 
+std::string page_arguments::complaint_of_date() const {
+    if (!m_timezone.empty() && page_date(m_date)) {
+        return "--date " + m_date + ": this machine does not know the time in " + m_timezone +
+               "; give a time of day with Z or, such as +01:00, its distance behind it";
+    }
+    return "--date " + m_date +
+           " is not a date such as 2026-11-22, 2026-11-22T18:30 or 2026-11-22T18:30:00Z";
+}
+
 std::string page_arguments::take_time(bool is_exact, page_settings& settings) const {
     for (const auto& [option, text] :
          {std::pair("--date", &m_date), {"--seed", &m_seed}, {"--start", &m_start}}) {
@@ -145,11 +155,8 @@ std::string page_arguments::take_time(bool is_exact, page_settings& settings) co
     }
     settings.start = m_start;
     if (!m_date.empty()) {
-        const auto day = page_date(m_date);
-        if (!day) {
-            return "--date " + m_date +
-                   " is not a date such as 2026-11-22, 2026-11-22T18:30 or 2026-11-22T18:30:00Z";
-        }
+        const auto day = page_date(m_date, m_timezone);
+        if (!day) return complaint_of_date();
         settings.day = *day;
     }
     if (!m_seed.empty()) {
@@ -193,10 +200,9 @@ std::string page_arguments::take_media(page_settings& settings) const {
 }
 
 std::string page_arguments::take_user(page_settings& settings) const {
-    const bool is_locale = std::all_of(m_locale.begin(), m_locale.end(), [](char c) {
-        return text::is_letter(c) || text::is_digit(c) || c == '-' || c == '_';
-    });
-    if (!is_locale) return "--locale " + m_locale + " is not a language such as de or de-CH";
+    if (!m_locale.empty() && !is_locale(m_locale)) {
+        return "--locale " + m_locale + " is not a language such as de or de-CH";
+    }
     if (has_control(m_user_agent)) return "--user-agent holds a character that cannot be sent";
     settings.locale = m_locale;
     std::replace(settings.locale.begin(), settings.locale.end(), '_', '-');

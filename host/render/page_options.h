@@ -49,6 +49,7 @@ private:
     void add_picture_options(CLI::App& parser);
     void add_user_options(CLI::App& parser);
     void add_network_options(CLI::App& parser);
+    std::string complaint_of_date() const;
     std::string take_time(bool is_exact, page_settings& settings) const;
     std::string take_picture(page_settings& settings) const;
     std::string take_media(page_settings& settings) const;

@@ -95,12 +95,16 @@ void page_run::load_failed(const std::string& url, const std::string& error) {
     if (m_state == state::loading && is_this_page) page_failed(url, error);
 }
 
-std::shared_ptr<page_run::question> page_run::send(const std::string& body) {
-    auto sent = std::make_shared<question>();
-    m_port.run_script(body, [sent](std::string text) {
+std::function<void(std::string)> page_run::taker_of(std::shared_ptr<question> sent) {
+    return [sent = std::move(sent)](std::string text) {
         sent->answered = true;
         sent->answer = std::move(text);
-    });
+    };
+}
+
+std::shared_ptr<page_run::question> page_run::send(const std::string& body) {
+    auto sent = std::make_shared<question>();
+    m_port.run_script(body, taker_of(sent));
     return sent;
 }
 
@@ -109,14 +113,18 @@ void page_run::ask(const std::string& body, time_point now) {
     m_question = send(body);
 }
 
+void page_run::run_users_script(time_point now) {
+    m_asked = now;
+    auto sent = std::make_shared<question>();
+    m_question = sent;
+    m_port.run_users_script(run_of(m_request.script), taker_of(sent));
+}
+
 void page_run::ask_next_frame(const std::string& body, time_point now) {
     m_asked = now;
     auto sent = std::make_shared<question>();
     m_question = sent;
-    m_port.ask_next_frame("(() => {" + body + "})()", [sent](std::string text) {
-        sent->answered = true;
-        sent->answer = std::move(text);
-    });
+    m_port.ask_next_frame("(() => {" + body + "})()", taker_of(sent));
 }
 
 // Whether it is time for a question: none is open, or the open one has been lost.
@@ -189,7 +197,7 @@ void page_run::step_scripting(time_point now) {
         return enter(state::waiting);
     }
     // Once only: run twice, it would do twice to the page what the user wants done once.
-    if (!m_question) return ask(run_of(m_request.script), now);
+    if (!m_question) return run_users_script(now);
     doubt_question(m_request.script_name, m_request.script, now);
 }
 

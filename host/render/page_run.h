@@ -20,6 +20,9 @@ public:
     // Runs the body of a function in the page; what it returns arrives as text on the display
     // thread, later or, when the page has gone meanwhile, never.
     virtual void run_script(const std::string& body, std::function<void(std::string)> answer) = 0;
+    // The same as a user's click: a page that stands still may open its select lists and pickers.
+    virtual void run_users_script(const std::string& body,
+                                  std::function<void(std::string)> answer) = 0;
     // Of a page that stands still: lets one frame's time pass in it, which is no output frame, and
     // asks it then for the value of an expression. Empty where it has none.
     virtual void ask_next_frame(const std::string& expression,
@@ -105,9 +108,11 @@ private:
     void enter(state next);
     void ask_for_picture();
     void fail(const std::string& text);
+    static std::function<void(std::string)> taker_of(std::shared_ptr<question> sent);
     std::shared_ptr<question> send(const std::string& body);
     void ask(const std::string& body, time_point now);
     void ask_next_frame(const std::string& body, time_point now);
+    void run_users_script(time_point now);
     void doubt_question(const std::string& name, const std::string& script, time_point now);
     bool ask_again(time_point now, std::chrono::milliseconds patience);
     bool take_answer(std::string& text);

@@ -139,17 +139,32 @@ std::optional<page_saying> exception_saying(const json& event) {
                        shortened(place + text + (says_it ? "" : " " + thrown))};
 }
 
+// The browser asks every site for an icon of its tabs, whether a page names one or not.
+bool is_icon_of_site(const std::string& url) {
+    constexpr std::string_view k_icon = "/favicon.ico";
+    const auto host = url.find("://");
+    return host != url.npos && url.find('/', host + 3) == url.size() - k_icon.size() &&
+           url.ends_with(k_icon);
+}
+
+// How fast its drawing goes is the machine's matter.
+bool is_of_driver(const std::string& text) {
+    return text.find("GL Driver Message (OpenGL, Performance,") != text.npos;
+}
+
 std::optional<page_saying> log_saying(const json& event) {
     const json& entry = part(event, "/entry");
     const std::string source = text_at(entry, "/source");
     const std::string text = text_at(entry, "/text");
     // What the browser thinks of the page's style is nothing that the page says.
     if (source == "violation" || source == "deprecation" || source == "recommendation") return {};
+    if (is_of_driver(text)) return {};
     if (source != "network") {
         return page_saying{kind_of_level(text_at(entry, "/level")),
                            shortened(place_of(entry) + text)};
     }
     const std::string url = text_at(entry, "/url");
+    if (is_icon_of_site(url)) return {};
     return page_saying{saying_kind::failed_resource,
                        shortened(url.substr(0, 500) + (url.empty() ? "" : ": ") + text)};
 }

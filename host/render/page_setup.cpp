@@ -91,7 +91,10 @@ named_texts browser_switches(const page_settings& settings) {
         switches.emplace_back("proxy-server", settings.proxy);
     }
     if (settings.ignores_certificates) switches.emplace_back("ignore-certificate-errors", "");
-    if (!settings.locale.empty()) switches.emplace_back("accept-lang", settings.locale);
+    if (!settings.locale.empty()) {
+        switches.emplace_back("accept-lang", settings.locale);
+        switches.emplace_back("lang", settings.locale);
+    }
     switches.insert(switches.end(), settings.switches.begin(), settings.switches.end());
     return switches;
 }

@@ -18,6 +18,7 @@
 #include "host/output/stream_writers.h"
 #include "host/output/writer_thread.h"
 #include "host/render/page_display.h"
+#include "host/render/page_language.h"
 #include "host/render/page_run.h"
 #include "host/render/page_sayings.h"
 #include "host/render/page_setup.h"
@@ -96,6 +97,7 @@ private:
     void hear_news(const std::string& line);
     void hear_page(const page_saying& said);
     void tell_once(const std::string& line);
+    void tell_of_its_world(const std::string& line);
     void mind_sayings();
     render_result result() const;
     void print_json(const render_result& result);
@@ -130,7 +132,7 @@ private:
     std::string m_failure;
     bool m_is_refused = false;  // by its arguments, which it takes another program to judge
     std::set<std::string> m_script_errors;  // those that have been told
-    std::set<std::string> m_clock_faults;   // of all pages, each told once
+    std::set<std::string> m_world_faults;   // of all pages, each told once
     saying_counts m_sayings;
     bool m_has_page_faults = false;
 };
@@ -150,15 +152,21 @@ void render_session::tell_once(const std::string& line) {
     if (m_options.verbose || is_new) m_progress.say(line);
 }
 
+// What the film lacks of it, or does not have at its time. A page may write such lines itself.
+void render_session::tell_of_its_world(const std::string& line) {
+    constexpr std::size_t k_most = 100;
+    if (m_world_faults.size() > k_most || !m_world_faults.insert(line).second) return;
+    const bool is_last = m_world_faults.size() > k_most;
+    m_progress.say(is_last ? "pages have more lines of this kind" : "page: " + line);
+}
+
 void render_session::hear_page(const page_saying& said) {
     if (said.kind == saying_kind::unheard) return tell_of_sound();
     if (said.kind == saying_kind::sound) {
-        return m_options.format.has_sound ? tell_once("page: " + said.line) : void();
-    }
-    if (said.kind == saying_kind::clock) {
-        if (m_clock_faults.insert(said.line).second) m_progress.say("page: " + said.line);
+        if (m_options.format.has_sound) tell_of_its_world(said.line);
         return;
     }
+    if (said.kind == saying_kind::clock) return tell_of_its_world(said.line);
     m_sayings.count(said.kind);
     const bool is_fault = said.kind == saying_kind::error || said.kind == saying_kind::rejection ||
                           said.kind == saying_kind::media;
@@ -431,13 +439,11 @@ void render_session::complete_output() {
         show_progress("writing page ");
     }
     const auto finished = m_writer->finish();
-    const bool nothing = remove_empty_output();
-    const bool wanted = finished.what() == outcome::kind::reader_closed &&
-                        m_options.frames_per_page == render_options::k_endless;
-    // A file without a frame cannot be completed. The user knows already why it has none.
-    const bool known = nothing && (!m_failure.empty() || m_interrupt.status() != 0);
-    if (!finished.ok() && !wanted && !known) fail(finished.text());
-    if (finished.ok() && nothing && !known) fail("the page has painted nothing");
+    output_end end;
+    end.is_empty = remove_empty_output();
+    end.is_endless = m_options.frames_per_page == render_options::k_endless;
+    end.is_told = !m_failure.empty() || m_interrupt.status() != 0;
+    fail(output_fault(finished, end));
 }
 
 void render_session::discard_output() {
@@ -510,6 +516,8 @@ int render_session::report() {
 }
 
 int render_session::run() {
+    const std::string unspoken = speak_as(m_options.page.locale);
+    if (!unspoken.empty()) m_progress.say("pennywort: " + unspoken);
     if (!open_output()) return report();
     m_started = m_clock.now();
     open_feed();

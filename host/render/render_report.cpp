@@ -88,6 +88,14 @@ std::vector<std::string> result_lines(const render_options& options, const rende
 
 }  // namespace
 
+// A file without a frame cannot be completed, and the user may know already why it has none.
+std::string output_fault(const outcome& finished, const output_end& end) {
+    if (end.is_empty && end.is_told) return {};
+    if (finished.ok()) return end.is_empty ? "the page has painted nothing" : "";
+    const bool is_closed = finished.what() == outcome::kind::reader_closed;
+    return is_closed && end.is_endless ? "" : finished.text();
+}
+
 std::string json_report(const render_options& options, const render_result& result) {
     const double seconds = seconds_of(result.counts.counted);
     const double no_number = std::numeric_limits<double>::quiet_NaN();

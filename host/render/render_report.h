@@ -11,6 +11,7 @@
 #include "host/render/page_sayings.h"
 #include "host/render/recorder.h"
 #include "host/render/render_options.h"
+#include "host/system/outcome.h"
 
 namespace pennywort::host {
 
@@ -24,6 +25,15 @@ struct render_result {
     std::optional<run::monotonic_clock::time::duration> first_frame;  // from the runtime's start
     std::string failure;                                              // empty if there was none
 };
+
+struct output_end {
+    bool is_empty = false;  // of frames
+    bool is_endless = false;
+    bool is_told = false;  // the user knows already why the run ends
+};
+
+// What is wrong with an output that has come to its end; empty if nothing is.
+std::string output_fault(const outcome& finished, const output_end& end);
 
 // One object in one line, without a line end.
 std::string json_report(const render_options& options, const render_result& result);

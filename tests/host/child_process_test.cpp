@@ -6,29 +6,22 @@
 
 #include <chrono>
 #include <cstdio>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/host/temporary_folder.h"
+#include "tests/support/eventually.h"
 
 namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto k_patience = 20s;
-const std::vector<char> k_much(8 << 20, 'x');  // more than any pipe holds
+using tests::eventually;
+using tests::k_patience;
 
-bool comes_true(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + k_patience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
+const std::vector<char> k_much(8 << 20, 'x');  // more than any pipe holds
 
 class ChildProcess : public testing::Test {
 protected:
@@ -98,16 +91,16 @@ TEST_F(ChildProcess, OneThatLeavesAnotherBehindHasEndedAllTheSame) {
     EXPECT_TRUE(report.ended);
     EXPECT_EQ(report.status, 4);
     EXPECT_EQ(report.last_line, file);
-    EXPECT_TRUE(comes_true([&] { return !others_bytes().empty(); }));
-    EXPECT_TRUE(comes_true([&] { return std::remove(file.c_str()) == 0; }));
+    EXPECT_TRUE(eventually([&] { return !others_bytes().empty(); }));
+    EXPECT_TRUE(eventually([&] { return std::remove(file.c_str()) == 0; }));
 }
 
 // A program found by its name may be a small one that starts the real one.
 TEST_F(ChildProcess, WhatItHasStartedIsEndedWithIt) {
     start("0", "follow", folder.write("other", ""));
-    ASSERT_TRUE(comes_true([&] { return !others_bytes().empty(); }));
+    ASSERT_TRUE(eventually([&] { return !others_bytes().empty(); }));
     EXPECT_FALSE(child.finish(10ms).ended);
-    EXPECT_TRUE(comes_true([&] {
+    EXPECT_TRUE(eventually([&] {
         const auto before = others_bytes();
         std::this_thread::sleep_for(300ms);
         return others_bytes() == before;

@@ -2,7 +2,6 @@
 // Linux looks for a program. Windows half: child_process_test_win.cpp.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -12,13 +11,12 @@
 #include "host/system/child_process.h"
 #include "host/system/program_search.h"
 #include "tests/host/temporary_folder.h"
+#include "tests/support/eventually.h"
 
 namespace pennywort::host {
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr auto k_patience = 20s;
+using tests::k_patience;
 
 class ChildScript : public testing::Test {
 protected:

@@ -88,6 +88,21 @@ TEST_P(Movie, HasItsFramesItsRateAndItsColours) {
 INSTANTIATE_TEST_SUITE_P(All, Movie, testing::ValuesIn(k_movies),
                          [](const auto& one) { return std::string(one.param.name); });
 
+TEST_F(NeedsFfmpeg, AFilmThatIsMadeTwiceIsTheSameFile) {
+    const std::vector<picture_ptr> frames(5, picture_of(0xFF20C840, k_width, k_height));
+    for (const bool transparent : {false, true}) {
+        for (const char* ending : {".mkv", ".mov", ".webm", ".gif"}) {
+            const std::string first = std::string("first") + ending;
+            const std::string second = std::string("second") + ending;
+            for (const std::string& name : {first, second}) {
+                const auto made = make(target_of(name), movie_format(transparent), frames);
+                ASSERT_TRUE(made.ok()) << made.text();
+            }
+            EXPECT_TRUE(folder.read(first) == folder.read(second)) << ending << transparent;
+        }
+    }
+}
+
 struct rate_case {
     const char* name;
     const char* file;

@@ -25,14 +25,7 @@ render_options options_of(const strings& more) {
     return render_of(with_page(more)).value_or(render_options());
 }
 
-struct refused_case {
-    const char* name;
-    strings arguments;
-    const char* names;  // what the message has to name
-};
-void PrintTo(const refused_case& c, std::ostream* out) { *out << c.name; }
-
-const refused_case k_refused[] = {
+const refused_arguments k_refused[] = {
     {"DateOfALivePage", {"--date", "2026-11-22"}, "--date needs a page by its own clock"},
     {"SeedOfALivePage", {"--live", "-o", "a.mov", "--seed", "3"}, "--seed needs"},
     {"DateThatIsNone", {"--exact", "--date", "soon"}, "--date soon is not a date"},
@@ -44,6 +37,7 @@ const refused_case k_refused[] = {
     {"MediaWithoutValue", {"--media", "prefers-color-scheme="}, "--media prefers-color-scheme="},
     {"MediaThatIsNone", {"--media", "dark"}, "--media dark"},
     {"LocaleThatIsNone", {"--locale", "de CH"}, "--locale de CH"},
+    {"LocaleOfNoLanguage", {"--locale", "123"}, "--locale 123 is not a language"},
     {"UserAgentOfTwoLines", {"--user-agent", "a\nb"}, "--user-agent"},
     {"HeaderWithoutColon", {"--header", "X-Key"}, "--header X-Key"},
     {"HeaderWithoutName", {"--header", ": x"}, "--header : x"},
@@ -85,18 +79,22 @@ const refused_case k_refused[] = {
     {"ToBeforeFrom", {"--exact", "--from", "2", "--to", "2"}, "--to 2 is not a time behind"},
     {"ToAndSeconds", {"--exact", "--to", "2", "--seconds", "1"}, "--to"},
     {"PieceOfTwoPages", {"about:blank", "--exact", "--to", "2"}, "--to is of one page"},
+    {"DateInAZoneThatThereIsNot",
+     {"--exact", "--date", "2026-11-22", "--timezone", "Mars/Phobos"},
+     "this machine does not know the time in Mars/Phobos"},
+    {"NoDateInAZone",
+     {"--exact", "--date", "now", "--timezone", "Mars/Phobos"},
+     "--date now is not a date"},
     {"FullPageOfAFilm", {"--full-page", "-o", "a.mov"}, "are of one picture"},
     {"ElementInTheDaysTime", {"--element", "p", "--live", "-o", "a.png"}, "are of one picture"},
     {"FullPageAndElement", {"--element", "p", "--full-page", "-o", "a.png"}, "exclude each other"},
     {"SeedTooLarge", {"--exact", "--seed", "4294967296"}, "--seed 4294967296"},
 };
 
-class PageOptionsRefused : public testing::TestWithParam<refused_case> {};
+class PageOptionsRefused : public testing::TestWithParam<refused_arguments> {};
 
 TEST_P(PageOptionsRefused, InOneLineThatNamesWhatIsWrong) {
-    const auto line = parse_command_line(with_page(GetParam().arguments));
-    EXPECT_EQ(line.what, command_line::verdict::refuse);
-    EXPECT_NE(line.text.find(GetParam().names), std::string::npos) << line.text;
+    expect_refused(with_page(GetParam().arguments), GetParam().names);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, PageOptionsRefused, testing::ValuesIn(k_refused),
@@ -109,6 +107,14 @@ TEST(PageOptions, ADayAndASeedAreTaken) {
     page = options_of({"--exact"}).page;
     EXPECT_EQ(page.day, 0) << "now";
     EXPECT_EQ(page.seed, 1u);
+}
+
+TEST(PageOptions, ADayThatSaysItsZoneNeedsNoOther) {
+    for (const char* date : {"2026-11-22T18:30Z", "@1795372200"}) {
+        const auto page = options_of({"--exact", "--date", date, "--timezone", "Mars/Phobos"}).page;
+        EXPECT_EQ(page.day, 1795372200) << date;
+        EXPECT_EQ(page.timezone, "Mars/Phobos");
+    }
 }
 
 TEST(PageOptions, TheWorldIsAsBrowsersHaveItWithoutOptions) {

@@ -26,6 +26,11 @@ public:
         scripts.push_back(body);
         open.push_back(std::move(answer));
     }
+    void run_users_script(const std::string& body,
+                          std::function<void(std::string)> answer) override {
+        ++users_scripts;
+        run_script(body, std::move(answer));
+    }
     void ask_next_frame(const std::string& expression,
                         std::function<void(std::string)> answer) override {
         expressions.push_back(expression);
@@ -47,6 +52,7 @@ public:
     std::vector<std::string> scripts;
     std::vector<std::function<void(std::string)>> open;
     int repaints = 0;
+    int users_scripts = 0;
     std::uint64_t painted = 0;
 };
 
@@ -257,6 +263,22 @@ TEST_F(PageRun, AScriptThatNeverAnswersIsRunOnceAndFailsAfterTheTimeout) {
     int runs = 0;
     for (const auto& script : port.scripts) runs += script.find("marker(") != std::string::npos;
     EXPECT_EQ(runs, 1);
+}
+
+// It may open what browsers open at a click only; what we ask the page ourselves does not.
+TEST_F(PageRun, TheUsersScriptAloneCountsAsAClick) {
+    request.script = "marker()";
+    request.wait_for = "true";
+    begin();
+    load();
+    answer("ready");
+    pass(10ms);
+    EXPECT_EQ(port.users_scripts, 1);
+    ASSERT_FALSE(port.scripts.empty());
+    EXPECT_NE(port.scripts.back().find("marker()"), std::string::npos);
+    answer("fine ");
+    pass_slowly(1s);
+    EXPECT_EQ(port.users_scripts, 1);
 }
 
 TEST_F(PageRun, AConditionThatStaysFalseFailsAfterTheTimeout) {

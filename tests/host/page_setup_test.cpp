@@ -69,7 +69,7 @@ TEST(PageSetup, TheUserHasALanguageAZoneAndABrowser) {
     EXPECT_EQ(told(settings),
               (strings{R"(Emulation.setLocaleOverride {"locale":"de_CH"})",
                        R"(Emulation.setTimezoneOverride {"timezoneId":"Europe/Oslo"})"}));
-    EXPECT_EQ(switches_of(settings), strings{"accept-lang=de-CH"});
+    EXPECT_EQ(switches_of(settings), (strings{"accept-lang=de-CH", "lang=de-CH"}));
     settings.timezone.clear();
     settings.user_agent = "Me/1.0";
     EXPECT_EQ(told(settings).back(),

@@ -2,8 +2,11 @@
 // follows the page's own clock, each thing as its pictures show it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <ostream>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "tests/host/render_fixture.h"
 
@@ -94,14 +97,13 @@ TEST_P(RenderClock, MovesByOneFrameAtATime) {
                              "#bar{position:absolute;left:0;top:0;width:1px;height:8px;"
                              "background:#fff}img,svg,canvas,video,iframe{display:block}</style>") +
                      one.body);
-    const auto run = folder.run(
+    expect_fine(
         "count=\"geq=lum='if(eq(X,N),255,0)':cb=128:cr=128\"\n"
         "ffmpeg -v error -f lavfi -i \"nullsrc=s=64x8:r=25:d=2,$count\" count.gif\n"
         "ffmpeg -v error -f lavfi -i \"nullsrc=s=64x8:r=50:d=2,$count\" -c:v libvpx-vp9 -lossless "
         "1 "
         "count.webm\n"
         "pennywort render page.html --size 64x8 --frames 40 --fps 50 -o a.bgra");
-    ASSERT_EQ(run.status, 0) << run.errors;
     const std::string film = folder.read("a.bgra");
     ASSERT_EQ(film.size(), k_frames * k_frame);
     const auto bar = [&](std::size_t frame) {
@@ -122,6 +124,83 @@ TEST_P(RenderClock, MovesByOneFrameAtATime) {
 INSTANTIATE_TEST_SUITE_P(Of, RenderClock, testing::ValuesIn(k_clocks),
                          [](const auto& one) { return std::string(one.param.name); });
 
+// What several pages may share goes by the time of the one that is filmed, as its own workers do.
+class RenderedSharedWorkers : public RenderFixture {};
+
+TEST_F(RenderedSharedWorkers, FollowThePagesTime) {
+    constexpr std::size_t k_frames = 40;
+    constexpr std::size_t k_frame = 64 * 8 * 4;
+    write_site(R"py(
+        if self.path == '/shared.js':
+            return self.reply(200, 'text/javascript',
+                b"onconnect = event => { let n = 0; const port = event.ports[0];"
+                b"setInterval(() => port.postMessage(++n), 20) }")
+        if self.path == '/service.js':
+            return self.reply(200, 'text/javascript', b"onmessage = event => { let n = 0;"
+                b"setInterval(() => event.source.postMessage(++n), 20) }")
+        if self.path != '/': return self.reply(404, 'text/plain', b'')
+        self.reply(200, 'text/html', b"<!doctype html><style>body{margin:0;background:#000}"
+            b"div{position:absolute;left:0;width:1px;height:4px;background:#fff}#b{top:4px}"
+            b"</style><div id=a></div><div id=b></div><script>"
+            b"const shared = new SharedWorker('shared.js');"
+            b"shared.port.onmessage = event => a.style.left = event.data + 'px';"
+            b"const all = navigator.serviceWorker;"
+            b"all.onmessage = event => b.style.left = event.data + 'px';"
+            b"all.register('service.js'); all.ready.then(one => { one.active.postMessage(0);"
+            b"self.is_ready = true; })</script>"))py");
+    const auto run =
+        served("pennywort render $at/ --wait-for self.is_ready --size 64x8 --frames 40 -o a.bgra");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const std::string film = folder.read("a.bgra");
+    ASSERT_EQ(film.size(), k_frames * k_frame);
+    const auto bar = [&](std::size_t frame, std::size_t y) {
+        std::size_t x = 0;
+        const auto is_white = [&](std::size_t at) {
+            return static_cast<unsigned char>(film[frame * k_frame + (y * 64 + at) * 4]) > 128;
+        };
+        while (x < 64 && !is_white(x)) ++x;
+        return x;
+    };
+    constexpr std::size_t k_from = 10;
+    for (const std::size_t y : {2u, 6u}) {
+        const auto gone = static_cast<double>(bar(k_frames - 1, y) - bar(k_from, y));
+        EXPECT_NEAR(gone, static_cast<double>(k_frames - 1 - k_from), 3) << "at line " << y;
+    }
+}
+
+class RenderedStream : public RenderFixture {};
+
+// Its first picture is what the page draws in a frame, and its page has loaded before.
+TEST_F(RenderedStream, DoesNotHoldItsPageAndShowsWhatItBrings) {
+    constexpr std::size_t k_frames = 60;
+    constexpr std::size_t k_frame = 64 * 8 * 4;
+    folder.write("page.html",
+                 "<!doctype html><style>body{margin:0;background:#000;overflow:hidden}"
+                 "canvas,video{display:block}</style><video id=v autoplay muted></video>"
+                 "<canvas id=c width=64 height=8></canvas><script>"
+                 "const pen = c.getContext('2d'); let n = 0; requestAnimationFrame("
+                 "function next() { pen.fillStyle = '#000'; pen.fillRect(0, 0, 64, 8);"
+                 "pen.fillStyle = '#fff'; pen.fillRect(0, 0, ++n, 8); requestAnimationFrame(next);"
+                 "}); const stream = c.captureStream(); v.srcObject = stream;"
+                 "if (v.srcObject !== stream) throw 'another stream'</script>");
+    const auto run =
+        folder.run("pennywort render page.html --size 64x8 --frames 60 --timeout 20 -o a.bgra");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.errors.find("Uncaught"), std::string::npos) << run.errors;
+    const std::string film = folder.read("a.bgra");
+    ASSERT_EQ(film.size(), k_frames * k_frame);
+    std::set<std::size_t> widths;
+    for (std::size_t n = 0; n < k_frames; ++n) {
+        std::size_t x = 0;
+        while (x < 64 && static_cast<unsigned char>(film[n * k_frame + (4 * 64 + x) * 4]) > 128) {
+            ++x;
+        }
+        EXPECT_LE(x, n + 4) << "at frame " << n << ", behind the turns before it";
+        widths.insert(x);
+    }
+    EXPECT_GT(widths.size(), 3u);
+}
+
 // A page that cannot be seen to go by it is told of, once for each kind.
 class RenderedClockFaults : public RenderFixture {};
 
@@ -131,7 +210,11 @@ TEST_F(RenderedClockFaults, AreToldOnceEach) {
                  "class mine extends Worker {}; new mine(code); new Worker(code);"
                  "if (!(new Worker(code) instanceof Worker)) throw 'no worker';"
                  "for (const scheme of ['ws', 'ws']) new WebSocket(scheme + '://127.0.0.1:1/');"
-                 "new EventSource('http://127.0.0.1:1/');"
+                 "new EventSource('http://127.0.0.1:1/'); new BroadcastChannel('a');"
+                 "new SharedWorker(code); new SharedWorker(code);"
+                 "navigator.serviceWorker.register('w.js').catch(() => 0);"
+                 "addEventListener('load', () => { for (const i of [1, 2]) "
+                 "document.createElement('video').srcObject = new MediaStream(); });"
                  "if (new Worker(code).constructor !== Worker || WebSocket.OPEN !== 1 || "
                  "'thinternalClock' in self) throw 'changed'</script>");
     const std::string film = "pennywort render page.html --size 16x16 --frames 3 -o a.bgra ";
@@ -139,7 +222,10 @@ TEST_F(RenderedClockFaults, AreToldOnceEach) {
         const auto run = folder.run(film + way);
         EXPECT_EQ(run.status, 0) << run.errors;
         for (const char* part : {"page: clock: a worker: its messages come up to three frames late",
-                                 "page: clock: a WebSocket: ", "page: clock: an EventSource: "}) {
+                                 "page: clock: a WebSocket: ", "page: clock: an EventSource: ",
+                                 "page: clock: a BroadcastChannel: ",
+                                 "page: clock: a SharedWorker: ", "page: clock: a service worker: ",
+                                 "page: clock: a <video> of a stream (srcObject): "}) {
             const auto at = run.errors.find(part);
             EXPECT_NE(at, std::string::npos) << part << "\n" << run.errors;
             EXPECT_EQ(run.errors.find(part, at + 1), std::string::npos) << part << run.errors;
@@ -148,6 +234,57 @@ TEST_F(RenderedClockFaults, AreToldOnceEach) {
     }
     const auto live = folder.run(film + "--live");
     EXPECT_EQ(live.errors.find("clock: "), std::string::npos) << live.errors;
+}
+
+// Such as the picture on a surface in three dimensions.
+TEST_F(RenderedClockFaults, AFilmOutsideOfTheDocumentIsNone) {
+    folder.write("page.html",
+                 "<!doctype html><style>body{margin:0;background:#000}canvas{display:block}</style>"
+                 "<canvas id=c width=64 height=8></canvas><script>"
+                 "const film = document.createElement('video'), pen = c.getContext('2d');"
+                 "film.muted = true; film.preload = 'auto'; film.src = 'count.webm';"
+                 "film.onloadeddata = () => { self.ready = true;"
+                 "setTimeout(() => film.play(), 200); };"
+                 "requestAnimationFrame(function next() { pen.drawImage(film, 0, 0);"
+                 "requestAnimationFrame(next); })</script>");
+    expect_fine(
+        "count=\"geq=lum='if(eq(X,N),255,0)':cb=128:cr=128\"\n"
+        "ffmpeg -v error -f lavfi -i \"nullsrc=s=64x8:r=50:d=2,$count\" -c:v libvpx-vp9 "
+        "-lossless 1 count.webm\n"
+        "pennywort render page.html --wait-for self.ready --size 64x8 --frames 40 -o a.bgra");
+    const std::string film = folder.read("a.bgra");
+    ASSERT_EQ(film.size(), 40u * 64 * 8 * 4);
+    std::vector<int> bars;
+    for (std::size_t n = 0; n < 40; ++n) {
+        const auto is_white = [&](int x) {
+            return static_cast<unsigned char>(film[((n * 8 + 4) * 64 + std::size_t(x)) * 4]) > 128;
+        };
+        int x = 0;
+        while (x < 64 && !is_white(x)) ++x;
+        bars.push_back(x);
+    }
+    const auto begun = std::find(bars.begin(), bars.end(), 1);
+    ASSERT_LT(begun - bars.begin(), 15) << "it plays within 200 ms";
+    for (auto at = begun; at != bars.end(); ++at) EXPECT_EQ(*at, 1 + (at - begun));
+}
+
+TEST_F(RenderedClockFaults, AFilmThatCannotBePutToAMomentIsToldWhy) {
+    folder.write("page.html", "<!doctype html><video src=film.webm autoplay muted></video>");
+    write_site(R"py(
+        is_film = self.path == '/film.webm'
+        name = 'film.webm' if is_film else 'page.html'
+        self.reply(200, 'video/webm' if is_film else 'text/html', open(name, 'rb').read())
+)py");
+    const auto run = served(
+        "ffmpeg -v error -f lavfi -i testsrc=s=64x48:r=25:d=2 -c:v libvpx-vp9 film.webm\n"
+        "pennywort render page.html --size 64x48 --frames 9 -o a.bgra || exit\n"
+        "echo served >&2; pennywort render $at/ --size 64x48 --frames 9 -o b.bgra");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const auto line = run.errors.find(
+        "page: clock: a <video> whose server sends no ranges of bytes: it cannot be put to a "
+        "moment, and stands still\n");
+    EXPECT_NE(line, std::string::npos) << run.errors;
+    EXPECT_GT(line, run.errors.find("served")) << "the browser moves in a file of its machine's";
 }
 
 }  // namespace

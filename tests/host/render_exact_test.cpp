@@ -75,10 +75,9 @@ TEST_F(ExactFilm, WaitsInThePagesOwnTime) {
                  "background:#fff}</style><div id=bar></div><script>setTimeout(() => shown = 1, "
                  "400); let n = 0; var shown = 0; (function next() { bar.style.width = n++ + 'px';"
                  "requestAnimationFrame(next); })()</script>");
-    const auto run = folder.run(
+    expect_fine(
         "film='pennywort render bar.html --size 64x32 --frames 3 --wait-for shown'\n"
         "$film -o a.bgra && $film -o b.bgra");
-    EXPECT_EQ(run.status, 0) << run.errors;
     const std::string film = folder.read("a.bgra");
     constexpr std::size_t k_frame = 64 * 32 * 4;
     ASSERT_EQ(film.size(), 3 * k_frame);
@@ -92,6 +91,28 @@ TEST_F(ExactFilm, WaitsInThePagesOwnTime) {
     EXPECT_LE(width(0), 26u);
     EXPECT_EQ(width(1), width(0) + 1);
     EXPECT_EQ(width(2), width(0) + 2);
+}
+
+// The bar is as wide as the turns that the page has had. Of the frames before the first one there
+// is one in which it has none.
+TEST_F(ExactFilm, HasFourTurnsAtItsTimeZeroAndNoneThatWasTakenBack) {
+    folder.write("turns.html",
+                 "<!doctype html><style>body{margin:0;background:#000}div{height:9px;"
+                 "background:#fff}</style><div id=bar></div><script>let n = 0;"
+                 "requestAnimationFrame(function next() { bar.style.width = ++n + 'px';"
+                 "cancelAnimationFrame(requestAnimationFrame(() => n += 100));"
+                 "requestAnimationFrame(next); });"
+                 "try { requestAnimationFrame(1); n = 1000 } catch {}"
+                 "if (typeof requestAnimationFrame(() => 0) !== 'number') n = 1000</script>");
+    expect_fine("pennywort render turns.html --size 64x32 --frames 3 -o a.bgra");
+    const std::string film = folder.read("a.bgra");
+    constexpr std::size_t k_frame = 64 * 32 * 4;
+    ASSERT_EQ(film.size(), 3 * k_frame);
+    for (std::size_t n = 0; n < 3; ++n) {
+        std::size_t x = 0;
+        while (x < 64 && static_cast<unsigned char>(film[n * k_frame + x * 4]) > 200) ++x;
+        EXPECT_EQ(x, n + 4) << "at frame " << n;
+    }
 }
 
 TEST_F(ExactFilm, ThatCannotGoOnSaysWhy) {

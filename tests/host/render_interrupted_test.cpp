@@ -10,59 +10,56 @@
 namespace pennywort::host {
 namespace {
 
-class RenderEnded : public MovingPage {};
+using namespace std::string_literals;
+
+class RenderEnded : public MovingPage {
+protected:
+    // What a film of the moving page leaves that is ended once it has frames: `end` does that to
+    // $pid, and `look` looks at what there is then. The status is the program's.
+    program_run ended_film(const std::string& options, const std::string& end,
+                           const std::string& look) const {
+        return folder.run("rm -f log stream [ab][.-]*\n'" PENNYWORT_PROGRAM
+                          "' render moving.html --size 64x48 --seconds 600 " +
+                          options +
+                          " 2>log & pid=$!\n"
+                          "until grep -q ' [1-9][0-9]*/30000 frames' log; do\n"
+                          "  kill -0 $pid 2>/dev/null || break\n"
+                          "  sleep 0.1\n"
+                          "done\n" +
+                          end + "\nwait $pid; status=$?; cat log >&2\n" + look + "\nexit $status");
+    }
+    static constexpr const char* k_count =
+        "ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames "
+        "-of csv=p=0 ";
+};
 
 // The page's process dies while frames are taken: the file is completed, and the failure told.
 TEST_F(RenderEnded, ADeadRendererProcessFailsAndLeavesAPlayableFile) {
-    const auto run = folder.run(
-        "renderers() {\n"
-        "  for p in /proc/[0-9]*; do\n"
-        "    grep -qa -- --type=renderer $p/cmdline 2>/dev/null || continue\n"
-        "    q=${p#/proc/}\n"
-        "    while [ -n \"$q\" ] && [ \"$q\" -gt 1 ]; do\n"
-        "      q=$(awk '/^PPid:/{print $2}' /proc/$q/status 2>/dev/null)\n"
-        "      [ \"$q\" = $1 ] && echo ${p#/proc/} && break\n"
-        "    done\n"
-        "  done\n"
-        "}\n"
-        "'" PENNYWORT_PROGRAM
-        "' render moving.html --size 64x48 --seconds 60 -o a.y4m 2>log & pid=$!\n"
-        "until grep -q frames log; do sleep 0.1; done\n"
-        "kill -KILL $(renderers $pid)\n"
-        "wait $pid; status=$?; cat log >&2\n"
-        "ffprobe -v error -count_frames -show_entries stream=nb_read_frames a.y4m\n"
-        "exit $status");
+    const auto run =
+        ended_film("-o a.y4m",
+                   "renderers() {\n"
+                   "  for p in /proc/[0-9]*; do\n"
+                   "    grep -qa -- --type=renderer $p/cmdline 2>/dev/null || continue\n"
+                   "    q=${p#/proc/}\n"
+                   "    while [ -n \"$q\" ] && [ \"$q\" -gt 1 ]; do\n"
+                   "      q=$(awk '/^PPid:/{print $2}' /proc/$q/status 2>/dev/null)\n"
+                   "      [ \"$q\" = $1 ] && echo ${p#/proc/} && break\n"
+                   "    done\n"
+                   "  done\n"
+                   "}\n"
+                   "kill -KILL $(renderers $pid)",
+                   k_count + "a.y4m"s);
     EXPECT_EQ(run.status, 1) << run.errors;
     EXPECT_NE(run.errors.find("the page's process has ended"), std::string::npos) << run.errors;
-    EXPECT_NE(run.output.find("nb_read_frames="), std::string::npos) << run.output;
-}
-
-TEST_F(RenderEnded, AnInterruptionCompletesTheFile) {
-    const auto run = folder.run(
-        "'" PENNYWORT_PROGRAM
-        "' render moving.html --size 64x48 --seconds 60 -o a.mkv 2>log & pid=$!\n"
-        "until grep -q frames log; do sleep 0.1; done\n"
-        "kill -INT $pid; wait $pid; status=$?; cat log >&2\n"
-        "ffprobe -v error -count_frames -show_entries stream=nb_read_frames a.mkv || exit 99\n"
-        "exit $status");
-    EXPECT_EQ(run.status, 130) << run.errors;
-    EXPECT_NE(run.output.find("nb_read_frames="), std::string::npos) << run.output;
+    EXPECT_GT(std::atoi(run.output.c_str()), 0) << run.output;
 }
 
 TEST_F(RenderEnded, AnInterruptionCompletesEachKindOfFilm) {
-    for (const std::string film :
-         {"a.mp4", "a.webm", "a.gif", "a.mov --key b.mov", "a.mp4 --live", "a.mov --fields"}) {
-        const auto run = folder.run("rm -f log [ab].*\n'" PENNYWORT_PROGRAM
-                                    "' render moving.html --size 64x48 --seconds 60 -o " +
-                                    film +
-                                    " 2>log & pid=$!\n"
-                                    "until grep -q frames log; do sleep 0.1; done\n"
-                                    "kill -INT $pid; wait $pid; status=$?; cat log >&2\n"
-                                    "for film in [ab].*; do\n"
-                                    "  ffprobe -v error -count_frames -select_streams v "
-                                    "-show_entries stream=nb_read_frames "
-                                    "-of csv=p=0 $film || exit 99\n"
-                                    "done\nexit $status");
+    for (const std::string film : {"a.mkv", "a.mp4", "a.webm", "a.gif", "a.mov --key b.mov",
+                                   "a.mp4 --live", "a.mov --fields"}) {
+        const auto run =
+            ended_film("-o " + film, "kill -INT $pid",
+                       "for film in [ab].*; do "s + k_count + "$film || exit 99; done");
         EXPECT_EQ(run.status, 130) << film << run.errors;
         EXPECT_GT(std::atoi(run.output.c_str()), 0) << film << run.output;
         if (film.find("--key") == film.npos) continue;
@@ -77,18 +74,11 @@ TEST_F(RenderEnded, WhatAnInterruptedRunSaysOfItsFilmIsTrue) {
     for (const std::string film :
          {"a.mkv", "a.mov", "a.mp4", "a.webm", "a.gif", "a.y4m", "a-%05d.png", "a.mp4 --live",
           "a.mov --fields", "- --format matroska --exact"}) {
-        const auto run = folder.run(
-            "rm -f log stream a[.-]*\n'" PENNYWORT_PROGRAM
-            "' render moving.html --size 64x48 --seconds 600 --json -o " +
-            film +
-            " >stream 2>log & pid=$!\n"
-            "until grep -q ' [1-9][0-9]*/30000 frames' log; do sleep 0.1; done\n"
-            "kill -INT $pid; wait $pid; status=$?; cat log >&2; cat log stream | grep -a '^{' "
-            ">json\n"
-            "if [ -e a-00001.png ]; then ls a-*.png | wc -l\n"
-            "else ffprobe -v error -count_frames -select_streams v -show_entries "
-            "stream=nb_read_frames -of csv=p=0 $(ls a.* 2>/dev/null || echo stream); fi\n"
-            "exit $status");
+        const auto run = ended_film("--json -o " + film + " >stream", "kill -INT $pid",
+                                    "cat log stream | grep -a '^{' >json\n"
+                                    "if [ -e a-00001.png ]; then ls a-*.png | wc -l\n"
+                                    "else "s +
+                                        k_count + "$(ls a.* 2>/dev/null || echo stream); fi");
         EXPECT_EQ(run.status, 130) << film << run.errors;
         const auto told = std::atoi(value_of(folder.read("json"), "frames").c_str());
         const auto there = std::atoi(run.output.c_str());
@@ -102,31 +92,21 @@ TEST_F(RenderEnded, WhatAnInterruptedRunSaysOfItsFilmIsTrue) {
 }
 
 TEST_F(RenderEnded, ALostTerminalCompletesTheFileToo) {
-    const auto run = folder.run(
-        "'" PENNYWORT_PROGRAM
-        "' render moving.html --size 64x48 --seconds 600 -o a.mp4 2>log & pid=$!\n"
-        "until grep -q ' [1-9][0-9]*/30000 frames' log; do sleep 0.1; done\n"
-        "kill -HUP $pid; kill -HUP $pid 2>/dev/null; wait $pid; status=$?; cat log >&2\n"
-        "ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 a.mp4\n"
-        "exit $status");
+    const auto run =
+        ended_film("-o a.mp4", "kill -HUP $pid; kill -HUP $pid 2>/dev/null", k_count + "a.mp4"s);
     EXPECT_EQ(run.status, 129) << run.errors;
     EXPECT_GT(std::atoi(run.output.c_str()), 0) << run.errors;
 }
 
 TEST_F(RenderEnded, AnFfmpegThatIsKilledEndsTheRunAtOnceAndIsTold) {
     for (const std::string film : {"a.mkv", "a.mov", "a.mp4 --live"}) {
-        const auto run = folder.run(
-            "rm -f log\n'" PENNYWORT_PROGRAM "' render moving.html --size 64x48 --seconds 600 -o " +
-            film +
-            " 2>log & pid=$!\n"
-            "until grep -q ' [1-9][0-9]*/30000 frames' log; do sleep 0.1; "
-            "done\n"
-            "for p in /proc/[0-9]*; do\n"
-            "  q=${p#/proc/}\n"
-            "  [ \"$(awk '/^PPid:/{print $2}' $p/status 2>/dev/null)\" = $pid ] "
-            "&& [ \"$(cat $p/comm)\" = ffmpeg ] && kill -KILL $q\n"
-            "done\n"
-            "wait $pid; status=$?; cat log >&2; exit $status");
+        const auto run = ended_film("-o " + film,
+                                    "for p in /proc/[0-9]*; do\n"
+                                    "  q=${p#/proc/}\n"
+                                    "  [ \"$(awk '/^PPid:/{print $2}' $p/status 2>/dev/null)\" = "
+                                    "$pid ] && [ \"$(cat $p/comm)\" = ffmpeg ] && kill -KILL $q\n"
+                                    "done",
+                                    "");
         EXPECT_EQ(run.status, 1) << film << run.errors;
         EXPECT_NE(
             run.errors.find("ffmpeg could not write " + film.substr(0, 5) + ": exit status 137"),

@@ -160,6 +160,29 @@ TEST_F(RenderPage, SaysEachOfItsFaultsWithItsPlaceAndTheSummaryCountsThem) {
     EXPECT_EQ(run.errors.find("console.log"), std::string::npos) << run.errors;
 }
 
+// As when a script takes the first letters of a name, and the last of them is an emoji.
+TEST_F(RenderPage, WhoseTextsAreCutInTheMiddleOfACharacterIsHeard) {
+    folder.write("cut.html",
+                 "<!doctype html><script>console.error('no \\ud83d');\n"
+                 "setTimeout(() => { throw new Error('cut \\ud83d') }, 10)</script>");
+    const auto run = folder.run("pennywort render cut.html --frames 9 --strict -o a.y4m");
+    EXPECT_EQ(run.status, 4) << run.errors;
+    EXPECT_NE(run.errors.find("1 uncaught error, 1 console error"), std::string::npos)
+        << run.errors;
+}
+
+// Its films and sounds are driven in its own world.
+TEST_F(RenderPage, WhoseScriptsChangeWhatItsSoundIsDrivenByIsTold) {
+    folder.write("bent.html",
+                 "<!doctype html><script>JSON.stringify = () => { throw 1 };"
+                 "new Audio('missing.wav').play(); const context = new AudioContext;"
+                 "Float32Array.prototype.every = () => { throw 1 }</script>");
+    const auto run = folder.run("pennywort render bent.html --frames 9 -o a.mkv");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_NE(run.errors.find("page: sound: a script of the page has changed"), std::string::npos)
+        << run.errors;
+}
+
 TEST_F(RenderPage, WhoseWorkerSpeaksIsHeardToo) {
     folder.write("page.html",
                  "<!doctype html><script>new Worker(URL.createObjectURL(new Blob([\"console.error("

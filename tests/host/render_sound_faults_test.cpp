@@ -90,6 +90,64 @@ const timer = setInterval(() => {
 self.count = 0;
 </script>)html";
 
+// What becomes of each context that may be asked for, as the browser has it or we in its place.
+constexpr const char* k_refusals = R"html(<!doctype html><body><script>
+const wishes = ['', '5', '"x"', 'null', '[]', '{}', '{sampleRate: 1}', '{sampleRate: 2999}',
+  '{sampleRate: 3000}', '{sampleRate: 768000}', '{sampleRate: 768001}', '{sampleRate: NaN}',
+  '{sampleRate: 1e39}', '{sampleRate: null}', '{sampleRate: "44100"}', '{sampleRate: "x"}',
+  '{sampleRate: Symbol()}', '{sampleRate: 5n}', '{latencyHint: "playback"}', '{latencyHint: 0.1}',
+  '{latencyHint: "soon"}', '{latencyHint: null}', '{latencyHint: NaN}', '{latencyHint: "0.1"}',
+  '{sinkId: ""}', '{sinkId: {type: "none"}}', '{sinkId: {type: "x"}}', '{sinkId: {}}',
+  '{sinkId: null}', '{latencyHint: "soon", sampleRate: 1}',
+  '{get sampleRate() { throw new RangeError("mine"); }}'];
+class Mine extends AudioContext { constructor() { super({sampleRate: 1}); } }
+const all = wishes.map(wish => [wish, () => eval('new AudioContext(' + wish + ')')]);
+all.push(['called', () => AudioContext()], ['extended', () => new Mine()]);
+for (const [name, make] of all) {
+  let became;
+  try {
+    const context = make();
+    became = String(context) + ' ' + AudioContext.length + AudioContext.name;
+    context.close();
+  } catch (error) {
+    became = error.constructor.name + ' ' + error.name;
+    if (error.name === 'NotSupportedError') became += ' ' + error.message;
+  }
+  console.log('asked for', name, became);
+}
+</script>)html";
+
+// 131 contexts at once, of a 256th each.
+constexpr const char* k_crowd = R"html(<!doctype html><body><script>
+const all = [];
+for (let i = 0; i < 131; ++i) {
+  const context = new AudioContext(), sound = context.createConstantSource();
+  sound.offset.value = 1 / 256;
+  sound.connect(context.destination);
+  sound.start();
+  all.push(context);
+}
+setTimeout(() => console.log('the last:', all.at(-1).state, all.at(-1).currentTime > 0.09), 100);
+</script>)html";
+
+// Contexts that cannot be had in their full length, or that fail while they are heard.
+constexpr const char* k_small_browser = R"html(<!doctype html><body><script>
+let looks = 0;
+const once = new Proxy(AudioContext, {get(target, name) {
+  if (name === 'prototype' && ++looks === 2) throw new RangeError('no memory');
+  return target[name];
+}});
+const context = location.search === '?failing' ? new AudioContext() : new once();
+const sound = context.createConstantSource();
+sound.connect(context.destination);
+sound.start();
+if (location.search === '?failing') {
+  const suspend = OfflineAudioContext.prototype.suspend;
+  for (let i = 1; i < 400; ++i) suspend.call(context, i * 128 / 48000).catch(() => 0);
+}
+console.log('made:', context.state);
+</script>)html";
+
 constexpr const char* k_server = R"python(
 import http.server, threading
 class Handler(http.server.SimpleHTTPRequestHandler):
@@ -120,6 +178,29 @@ onload = () => {
   };
   one.play();
 };
+</script>)html";
+
+// Plays the same piece of two long files and of the first again, a quarter of a second each, and
+// before the second and the third a short one. With "?blobs" a script has fetched them, and takes
+// back their names when each has been heard.
+constexpr const char* k_albums = R"html(<!doctype html><body><script>
+const is_blob = location.search === '?blobs', names = {};
+async function name_of(file) {
+  if (!is_blob) return file;
+  return URL.createObjectURL(await (await fetch(file)).blob());
+}
+function play(name, at) {
+  const one = new Audio(names[name]);
+  setTimeout(() => one.play(), at);
+  setTimeout(() => one.pause(), at + 250);
+  return one;
+}
+(async () => {
+  for (const one of ['a', 'b', 'tone']) names[one] = await name_of(one + '.wav');
+  const first = play('a', 500), again = play('a', 2000);
+  play('tone', 1000); play('b', 1500); play('tone', 2500);
+  if (is_blob) setTimeout(() => Object.values(names).map(URL.revokeObjectURL), 1750);
+})();
 </script>)html";
 
 TEST_F(ExactFilmSound, NoScriptOfThePageGetsItsSamples) {
@@ -169,6 +250,115 @@ TEST_F(ExactFilmSound, AnOutputWithoutSoundFetchesNoneAndWaitsForNone) {
     EXPECT_NE(folder.read("asked").find("/tone.wav by empty"), std::string::npos)
         << "the film with sound reads it as a whole";
     EXPECT_EQ(run.errors.find("waited for"), std::string::npos) << run.errors;
+}
+
+TEST_F(ExactFilmSound, ContextsAreRefusedToThePageAsTheBrowserDoes) {
+    folder.write("refusals.html", k_refusals);
+    const auto run = folder.run(
+        "film='pennywort render refusals.html --size 16x16 --frames 2 --verbose'\n"
+        "$film --live -o a.wav 2>&1 | grep -o 'asked for.*' > live\n"
+        "$film -o a.wav 2>&1 | grep -o 'asked for.*' > exact\n"
+        "grep -c NotSupportedError live; diff live exact");
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+    EXPECT_EQ(run.output, "5\n");
+}
+
+TEST_F(ExactFilmSound, OfMoreContextsThanCanBeHeardTheOthersAreTold) {
+    folder.write("crowd.html", k_crowd);
+    const auto run =
+        folder.run("pennywort render crowd.html --size 16x16 --frames 15 --verbose -o a.wav");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const std::string line =
+        "page: sound: of more than 128 AudioContexts at once the further ones are not heard\n";
+    const auto at = run.errors.find(line);
+    EXPECT_NE(at, std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find(line, at + 1), std::string::npos) << "once";
+    EXPECT_NE(run.errors.find("the last: running true"), std::string::npos) << run.errors;
+    EXPECT_EQ(heard("a.wav").at(9600), 0.5f) << "128 of them";
+}
+
+TEST_F(ExactFilmSound, AContextThatTheBrowserHasNoRoomForIsTold) {
+    folder.write("small.html", k_small_browser);
+    for (const char* page : {"small.html", "'small.html?failing'"}) {
+        const auto run = folder.run(std::string("pennywort render ") + page +
+                                    " --size 16x16 --frames 5 --verbose -o a.wav");
+        EXPECT_EQ(run.status, 0) << run.errors;
+        EXPECT_NE(run.errors.find("page: sound: this browser has no room for one more "
+                                  "AudioContext, which is not heard\n"),
+                  std::string::npos)
+            << page << run.errors;
+        EXPECT_NE(run.errors.find("made: running"), std::string::npos) << run.errors;
+    }
+}
+
+class LongSounds : public ExactFilmSound {
+protected:
+    LongSounds() {
+        folder.write("albums.html", k_albums);
+        folder.write("server.py", k_server);
+        folder.run(
+            "for name in a b; do ffmpeg -v error -f lavfi -i sine=frequency=300:sample_rate=48000:"
+            "duration=400 -ac 2 -c:a pcm_u8 $name.wav; done");
+    }
+    // The samples of the first, the second and the third that is played of the long ones.
+    std::vector<std::vector<float>> played(const std::string& page) {
+        const auto run = served("pennywort render \"$at/" + page +
+                                "\" --size 16x16 --seconds 3 -o a.mkv --codec ffv1");
+        EXPECT_EQ(run.status, 0) << run.errors;
+        EXPECT_EQ(run.errors.find("sound"), std::string::npos) << run.errors;
+        const auto samples = heard("a.mkv");
+        std::vector<std::vector<float>> found;
+        for (const auto& [from, until] : sounding(samples)) {
+            const auto at = samples.begin();
+            found.emplace_back(at + static_cast<std::ptrdiff_t>(from),
+                               at + static_cast<std::ptrdiff_t>(until));
+        }
+        EXPECT_EQ(found.size(), 5u);
+        found.resize(5);
+        return {found[0], found[2], found[3]};
+    }
+    int asked_for(const std::string& file) const {
+        const std::string log = folder.read("asked"), line = "/" + file + " by empty\n";
+        int count = 0;
+        for (auto at = log.find(line); at != log.npos; at = log.find(line, at + 1)) ++count;
+        return count;
+    }
+};
+
+// 154 MB of samples each.
+TEST_F(LongSounds, AreReleasedAndHeardAgain) {
+    const auto all = played("albums.html");
+    EXPECT_GT(all[0].size(), 11'000u);
+    EXPECT_EQ(all[0], all[1]);
+    EXPECT_EQ(all[0], all[2]);
+    EXPECT_EQ(asked_for("a.wav"), 2) << "the first went when the second came";
+    EXPECT_EQ(asked_for("b.wav"), 1);
+    EXPECT_EQ(asked_for("tone.wav"), 1) << "there was room for it";
+}
+
+TEST_F(LongSounds, OfAScriptAreHeardAgainAlthoughTheirNamesAreGone) {
+    const auto all = played("albums.html?blobs");
+    EXPECT_GT(all[0].size(), 11'000u);
+    EXPECT_EQ(all[0], all[2]);
+}
+
+TEST_F(ExactFilmSound, ThatLacksMoreThanCanBeToldSaysSo) {
+    folder.write("missing.html",
+                 "<!doctype html><body><script>for (let i = 0; i < 25; ++i)"
+                 "{ new Audio('nosuch' + i + '.wav').play().catch(() => 0);"
+                 "setTimeout(() => { throw Error(i) }, 0); }</script>");
+    const auto run = folder.run("pennywort render missing.html --size 16x16 --frames 9 -o a.wav");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const std::string line = ".wav is not in the film: ";
+    int count = 0;
+    for (auto at = run.errors.find(line); at != std::string::npos;
+         at = run.errors.find(line, at + 1)) {
+        ++count;
+    }
+    EXPECT_EQ(count, 20) << run.errors;
+    EXPECT_NE(run.errors.find("page: sound: more is not in the film than can be told\n"),
+              std::string::npos)
+        << run.errors;
 }
 
 }  // namespace

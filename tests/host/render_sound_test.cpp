@@ -97,6 +97,23 @@ TEST_F(ExactFilmSound, PiecesOfAFilmAreItsPieces) {
     EXPECT_EQ(pieces, whole);
 }
 
+// One that is moved goes on, and one that has never been there plays, too.
+TEST_F(ExactFilmSound, WhatLeavesTheDocumentFallsSilent) {
+    folder.write(
+        "leaves.html",
+        "<!doctype html><body><div id=a><audio src=tone.wav></audio></div><div id=b></div>"
+        "<script>const one = document.querySelector('audio'), none = new Audio('tone.wav');"
+        "setTimeout(() => one.play(), 500); setTimeout(() => b.append(one), 600);"
+        "setTimeout(() => { b.textContent = ''; }, 700);"
+        "setTimeout(() => console.log('paused:', one.paused), 740);"
+        "setTimeout(() => none.play(), 1000)</script>");
+    const auto run =
+        folder.run("pennywort render leaves.html --size 16x16 --seconds 2.5 --verbose -o a.wav");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_NE(run.errors.find("paused: true"), std::string::npos) << run.errors;
+    EXPECT_EQ(sounding(heard("a.wav")), (spans{{24'000, 33'600}, {48'000, 96'000}}));
+}
+
 TEST_F(ExactFilmSound, WhatCannotBeInItIsToldOnceEach) {
     folder.write("streams.html",
                  "<!doctype html><body><script>const context = new AudioContext();"

@@ -99,8 +99,7 @@ TEST_F(Render, OpaqueColoursAreExact) {
                  "<!doctype html><body style='margin:0;background:rgb(1,127,254)'>"
                  "<div style='position:absolute;left:50px;top:0;width:50px;height:50px;"
                  "background:rgb(200,33,7)'>");
-    const auto run = folder.run("pennywort render page.html --size 100x60 -o a.png");
-    ASSERT_EQ(run.status, 0) << run.errors;
+    expect_fine("pennywort render page.html --size 100x60 -o a.png");
     EXPECT_EQ(pixel("a.png", 10, 10), (colour{254, 127, 1, 255}));
     EXPECT_EQ(pixel("a.png", 60, 10), (colour{7, 33, 200, 255}));
 }
@@ -109,9 +108,9 @@ TEST_F(Render, TransparentColoursAreStraight) {
     folder.write("page.html",
                  "<!doctype html><body style='margin:0'><div style='position:absolute;"
                  "left:0;top:0;width:50px;height:50px;background:rgba(255,255,255,0.25)'>");
-    const auto run = folder.run("pennywort render page.html --size 100x60 --transparent -o a.png");
-    ASSERT_EQ(run.status, 0) << run.errors;
+    expect_fine("pennywort render page.html --size 100x60 --transparent -o a.png");
     const auto inside = pixel("a.png", 10, 10);
+    ASSERT_EQ(inside.size(), 4u);
     EXPECT_EQ(colour(inside.begin(), inside.begin() + 3), (colour{255, 255, 255}));
     EXPECT_NEAR(inside[3], 64, 1);
     EXPECT_EQ(pixel("a.png", 60, 55), (colour{0, 0, 0, 0}));

@@ -53,6 +53,23 @@ TEST_P(RenderWorld, IsThePagesFromItsFirstScriptOn) {
 INSTANTIATE_TEST_SUITE_P(All, RenderWorld, testing::ValuesIn(k_worlds),
                          [](const auto& one) { return std::string(one.param.name); });
 
+// Nobody clicks in a film; the user's script counts as a click.
+TEST_F(RenderUser, WhoseScriptOpensAListOrAPickerHasItInThePicture) {
+    const colour background{255, 0, 0, 255};
+    for (const std::string element : {"<select><option>one<option>two<option>three</select>",
+                                      "<input type=date>", "<input type=color>"}) {
+        folder.write("page.html",
+                     "<!doctype html><body style='margin:0;background:#00f'>" + element);
+        folder.write("open.js", "document.body.firstChild.showPicker()");
+        const std::string film = "pennywort render page.html --size 320x320 --frames 2 ";
+        expect_fine(film + "-o without-%d.png");
+        expect_fine(film + "--script open.js -o with-%d.png");
+        EXPECT_EQ(pixel("without-1.png", 10, 32), background) << element;
+        EXPECT_NE(pixel("with-1.png", 10, 32), background) << element;
+        EXPECT_NE(pixel("with-2.png", 10, 32), background) << element;
+    }
+}
+
 TEST_F(RenderUser, WhoseZoneIsNotKnownIsNotShown) {
     folder.write("page.html", "<!doctype html><p>text");
     const auto run = folder.run("pennywort render page.html --timezone Mars/Phobos -o a.png");
@@ -61,6 +78,59 @@ TEST_F(RenderUser, WhoseZoneIsNotKnownIsNotShown) {
               std::string::npos)
         << run.errors;
     EXPECT_FALSE(folder.has("a.png"));
+}
+
+// What a page writes for a user: by the browser's own words, by those of Intl, in form fields, in
+// the signs that languages draw in different ways.
+constexpr const char* k_words =
+    "<!doctype html><style>body{margin:0;font-size:12px}</style><input type=date value=2026-11-22>"
+    "<input type=file><input type=submit><input type=number value=1.5><q>quoted</q> "
+    "&#x76F4;&#x9AA8; <details><summary>x</summary></details><p id=out></p><p id=worked></p>"
+    "<script>"
+    "const say = () => [navigator.language, navigator.languages, (1234.5).toLocaleString(),"
+    "new Date().toLocaleString(), new Intl.DateTimeFormat().resolvedOptions().timeZone,"
+    "new Date().getTimezoneOffset(), new Intl.NumberFormat().resolvedOptions().locale,"
+    "['z', '&auml;'].sort(new Intl.Collator().compare)].join(' ');"
+    "out.textContent = say(); const field = document.createElement('input');"
+    "field.required = true; out.append(field.validationMessage);"
+    "new Worker(URL.createObjectURL(new Blob(['postMessage((' + say + ')())'])))"
+    ".onmessage = event => worked.textContent = event.data</script>";
+
+TEST_F(RenderUser, IsTheSameOnAMachineOfAnotherLanguageWhereItsUserIsNamed) {
+    folder.write("words.html", k_words);
+    const auto run = folder.run(
+        "film='pennywort render words.html --size 400x300 --date 2026-11-22T23:00Z "
+        "--locale en-GB --timezone Europe/Oslo --wait-for worked.textContent'\n"
+        "LANG=C.UTF-8 LC_ALL=C.UTF-8 TZ=UTC $film -o a.png\n"
+        "LANG=de_DE.UTF-8 LC_ALL=de_DE.UTF-8 LANGUAGE=de:fr TZ=Asia/Tokyo $film -o b.png\n"
+        "LANG=ja_JP.UTF-8 LC_ALL=ja_JP.UTF-8 TZ=America/New_York $film -o c.png\n"
+        "cmp a.png b.png && cmp a.png c.png");
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+}
+
+TEST_F(RenderUser, HearsTheBrowsersOwnWordsInItsLanguage) {
+    folder.write("field.html", "<!doctype html><input type=file>");
+    const auto run = folder.run(
+        "film='pennywort render field.html --size 300x40 --frames 3'\n"
+        "export LC_ALL=C.UTF-8 LANG= LANGUAGE=\n"
+        "LC_ALL=de_DE.UTF-8 $film -o machine.bgra && $film --locale de-DE -o asked.bgra &&\n"
+        "$film --locale de-DE --live -o live.bgra && $film -o english.bgra &&\n"
+        "cmp machine.bgra asked.bgra && cmp asked.bgra live.bgra &&\n"
+        "! cmp -s asked.bgra english.bgra");
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+}
+
+TEST_F(RenderUser, WhoseLanguageTheBrowserLacksIsToldWhichOneItSpeaks) {
+    folder.write("field.html", "<!doctype html><input type=file>");
+    const auto run = folder.run(
+        "film='pennywort render field.html --size 300x40 --frames 3'\n"
+        "LC_ALL=C.UTF-8 LANGUAGE= $film --locale gsw-CH -o a.bgra &&\n"
+        "LC_ALL=de_DE.UTF-8 LANGUAGE=ja $film --locale gsw-CH -o b.bgra && cmp a.bgra b.bgra");
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+    EXPECT_NE(run.errors.find("pennywort: this browser has no words of its own in gsw-CH: its form "
+                              "fields and messages are in American English"),
+              std::string::npos)
+        << run.errors;
 }
 
 }  // namespace

@@ -48,15 +48,6 @@ protected:
             "ffmpeg -v error -f lavfi -i \"aevalsrc='0.5*cos(2*PI*500*t)':s=48000:d=1\" "
             "-c:a pcm_f32le tone.wav; ffmpeg -v error -i tone.wav -c:a libopus tone.ogg");
     }
-    // $at is the server's address.
-    program_run served(const std::string& script) const {
-        return folder.run(
-            "python3 server.py > port & server=$!\n"
-            "trap 'kill $server' EXIT\n"
-            "until [ -s port ]; do sleep 0.05; done\n"
-            "at=http://127.0.0.1:$(cat port)\n" +
-            script);
-    }
     // Its left side; both are alike.
     std::vector<float> heard(const std::string& film) const {
         folder.run("ffmpeg -v error -y -i " + film + " -f f32le -ar 48000 -ac 2 samples");

@@ -2,13 +2,13 @@
 // line of what another program prints.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "core/limits.h"
 #include "host/render/progress.h"
 #include "host/render/render_report.h"
 #include "host/system/last_line.h"
+#include "tests/support/scratch_file.h"
 
 namespace pennywort::host {
 namespace {
@@ -96,14 +96,10 @@ TEST(Progress, TheBarNeverReachesTheEndOfTheTerminalsLine) {
 
 // A page's own words may be among them.
 TEST(Progress, SaysNothingThatATerminalObeys) {
-    std::FILE* const file = std::tmpfile();
-    ASSERT_NE(file, nullptr);
-    progress(file, 0).say("page: \x1b]0;owned\x07 \x1b[31mX\nsecond \xc2\x9b gr\xc3\xbcn \xff");
-    std::rewind(file);
-    char text[200]{};
-    const std::size_t length = std::fread(text, 1, sizeof text, file);
-    std::fclose(file);
-    EXPECT_EQ(std::string(text, length), "page:  ]0;owned   [31mX second   gr\xc3\xbcn  \n");
+    const tests::scratch_file file;
+    progress(file.get(), 0)
+        .say("page: \x1b]0;owned\x07 \x1b[31mX\nsecond \xc2\x9b gr\xc3\xbcn \xff");
+    EXPECT_EQ(file.text(), "page:  ]0;owned   [31mX second   gr\xc3\xbcn  \n");
 }
 
 TEST(Progress, TheBarFillsWithTheFrames) {
@@ -155,23 +151,13 @@ TEST(Progress, ThePaceIsThatOfTheLastSeconds) {
 // What `progress` prints where there is no terminal.
 class ProgressLines : public testing::Test {
 protected:
-    ~ProgressLines() override {
-        if (m_file != nullptr) std::fclose(m_file);
-    }
-    void SetUp() override { ASSERT_NE(m_file, nullptr); }
+    std::string lines() const { return m_file.text(); }
 
-    std::string lines() {
-        std::rewind(m_file);
-        std::string text(4000, '\0');
-        text.resize(std::fread(text.data(), 1, text.size(), m_file));
-        return text;
-    }
-
-    std::FILE* const m_file = std::tmpfile();
+    const tests::scratch_file m_file;
 };
 
 TEST_F(ProgressLines, APageThatHangsIsToldOnce) {
-    progress shown(m_file, 0);
+    progress shown(m_file.get(), 0);
     progress_state state;
     state.total = 100;
     state.doing = "loading page 1 of 1";
@@ -182,7 +168,7 @@ TEST_F(ProgressLines, APageThatHangsIsToldOnce) {
 }
 
 TEST_F(ProgressLines, APageThatGoesOnIsToldAgain) {
-    progress shown(m_file, 0);
+    progress shown(m_file.get(), 0);
     progress_state state;
     state.total = 100;
     state.doing = "page 1 of 1";

@@ -10,7 +10,7 @@ import {endAll, launch, movingPage, ownHome, pageCalled, start, started} from '.
 import {begin, get, load, post, renderersOf, run, until} from './scripts.mjs';
 
 const [program, pictures] = process.argv.slice(2);
-const patience = 30000;
+const patience = 60000;
 const url = movingPage;
 const good = '20,48,74';  // the ground of page.html
 

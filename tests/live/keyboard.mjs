@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
-const patience = 30000;
+const patience = 60000;
 const longUrl = 'data:text/html,' + 'alongaddressthatnothingbreaks'.repeat(13);
 
 // In the order in which the page is read. A control without an id goes by its text.

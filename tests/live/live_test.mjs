@@ -13,7 +13,7 @@ import {endAll, launch, movingPage, ownHome, pageCalled, start, started} from '.
 import {testBarredEval, testEndWhileAScriptRuns, testLostAnswers, testPagesThatCloseThemselves} from './scripts.mjs';
 
 const [program, pictures] = process.argv.slice(2);
-const patience = 30000;
+const patience = 60000;
 
 // node's own fetch does not let a caller choose its Host.
 function status(address, options) {
@@ -54,6 +54,12 @@ async function testSize(page) {
   await page.press('#height', 'Enter');
   await page.waitForFunction(() => document.getElementById('picture').width === 640, null, {timeout: patience});
   await expectText(page, 'size-now', '640 x 360');
+  await page.evaluate(() => {
+    document.activeElement.blur();
+    return fetch('api/size', {method: 'POST', body: JSON.stringify({width: 800, height: 450})});
+  });
+  await page.waitForFunction(() => ['width', 'height'].map(id => document.getElementById(id).value).join() === '800,450',
+    null, {timeout: patience});
   await page.fill('#width', '1280');
   await page.fill('#height', '720');
   await page.click('#size-form button');

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import {readdirSync, readFileSync} from 'node:fs';
 
-const patience = 30000;
+const patience = 60000;
 
 export const get = async (child, what) => (await fetch(child.address + 'api/' + what)).json();
 

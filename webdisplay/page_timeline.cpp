@@ -25,9 +25,7 @@ constexpr auto k_rest = 5ms;
 // The browser says nothing when it becomes ready to take a frame. To ask costs some microseconds,
 // and a whole frame of a light page takes two milliseconds.
 constexpr auto k_tick_interval = 200us;
-constexpr auto k_call_limit = 20'000ms;
 constexpr auto k_settle_limit = 10'000ms;
-constexpr auto k_move_limit = 30'000ms;
 constexpr auto k_short_patience = 500ms;
 // Behind a fetch that has not ended, such as one that is meant to stay open.
 constexpr auto k_forced_patience = 20ms;
@@ -45,12 +43,8 @@ constexpr auto k_last_patience = 2'000ms;
 // The browser cuts a budget off to whole microseconds; no rounding is to cost one.
 constexpr double k_spare_ms = 0.0001;
 constexpr double k_fence_ms = 0.001;
-// In which a page that is not read yet is given that much time.
+// How often a page that is not read yet is given some time.
 constexpr auto k_read_interval = 20ms;
-constexpr double k_read_ms = 0.1;
-// So often, and for so long, a page may move on to another one within one frame.
-constexpr int k_most_moves = 100;
-constexpr auto k_moves_limit = 60'000ms;
 // Thirty years. Stamps are nanoseconds, and those of a little more than nine times that have no
 // room in their number.
 constexpr std::int64_t k_last_moment_us = 1'000'000'000'000'000;
@@ -76,9 +70,10 @@ page_timeline::page_timeline(timeline_port& port, double day, page_start start)
           [&port](const std::string& message) { port.send_to_inspector(message); },
           [this](const std::string& method, const json& params, const std::string& session) {
               hear(method, params);
-              hear_workers(method, params, session);
+              m_workers.hear(method, params, session);
           }),
-      m_hearing(m_inspector, port) {}
+      m_hearing(m_inspector, port),
+      m_workers(m_inspector) {}
 
 // --- what comes
 
@@ -121,32 +116,6 @@ void page_timeline::hear(const std::string& method, const json& params) {
     }
 }
 
-// Those of the page alone come by themselves, and so do its service workers. One that several pages
-// may share has to be asked for. A worker whose process ends may be started again, and then stands
-// until it is told to run.
-void page_timeline::hear_workers(const std::string& method, const json& params,
-                                 const std::string& session) {
-    const std::string type = message_text(params, "/targetInfo/type");
-    if (method == "Target.targetCreated" && type == "shared_worker") {
-        const std::string target = message_text(params, "/targetInfo/targetId");
-        m_inspector.call("Target.attachToTarget", {{"targetId", target}, {"flatten", true}});
-    } else if (method == "Target.attachedToTarget") {
-        const std::string its = message_text(params, "/sessionId");
-        if (type == "service_worker" || type == "shared_worker") m_shared.push_back(its);
-        if (type == "worker" || type == "service_worker" || type == "shared_worker") {
-            worker_begins(its);
-        }
-    } else if (method == "Target.detachedFromTarget") {
-        worker_ends(message_text(params, "/sessionId"));
-        std::erase(m_shared, message_text(params, "/sessionId"));
-    } else if (method == "Inspector.targetCrashed") {
-        worker_ends(session);
-    } else if (method == "Inspector.targetReloadedAfterCrash" && !session.empty()) {
-        worker_begins(session);
-        m_inspector.call("Runtime.runIfWaitingForDebugger", json::object(), {}, session);
-    }
-}
-
 // The one that was asked for, or one that the page in the film has moved on to.
 void page_timeline::page_begins() {
     if (m_phase != phase::loading && !has_page()) return;
@@ -171,33 +140,6 @@ void page_timeline::fence_clock() {
 // There is nobody who could say yes, and the browser by itself says no.
 void page_timeline::answer_dialog(const std::string& suggested) {
     m_inspector.call("Page.handleJavaScriptDialog", {{"accept", true}, {"promptText", suggested}});
-}
-
-// What it says of itself is the host's to hear; nobody waits for that.
-void page_timeline::worker_begins(const std::string& session) {
-    m_workers.push_back(session);
-    m_inspector.call("Runtime.enable", json::object(), {}, session);
-}
-
-// One that is being woken will not answer any more.
-void page_timeline::worker_ends(const std::string& session) {
-    std::erase(m_workers, session);
-    worker_woke(session);
-}
-
-void page_timeline::worker_woke(const std::string& session) {
-    if (std::erase(m_woken, session) > 0) --m_open_calls;
-}
-
-// One may be busy with another page's work, by which no film is to fail.
-bool page_timeline::leave_shared_workers() {
-    const auto is_shared = [this](const std::string& session) {
-        return std::find(m_shared.begin(), m_shared.end(), session) != m_shared.end();
-    };
-    if (m_woken.empty() || !std::all_of(m_woken.begin(), m_woken.end(), is_shared)) return false;
-    const auto left = m_woken;
-    for (const auto& session : left) worker_ends(session);
-    return true;
 }
 
 // --- what is asked for
@@ -262,22 +204,29 @@ void page_timeline::let_tasks_run() {
          {{"policy", "pauseIfNetworkFetchesPending"}, {"initialVirtualTime", day_here()}});
 }
 
-// And asks where it stands: on the page's own monotonic clock, which frames are stamped with. One
-// that runs by the machine's may do so for a while after it was asked, and has to stop first.
+// The page's day is that of its time 0 from the first one on.
+json page_timeline::pause() {
+    json policy{{"policy", "pause"}, {"initialVirtualTime", day_here()}};
+    m_has_day = true;
+    return policy;
+}
+
+// And asks where it stands: on the page's own monotonic clock, which frames are stamped with.
 void page_timeline::stop_clock(phase next) {
     await(next);
-    const json params{{"policy", "pause"}, {"initialVirtualTime", day_here()}};
-    m_has_day = true;
-    if (next == phase::stopping) {
-        ++m_open_calls;
-        m_inspector.call("Emulation.setVirtualTimePolicy", params, [this](const json&) {
-            --m_open_calls;
-            ask_clock();
-        });
-    } else {
-        call("Emulation.setVirtualTimePolicy", params);
+    call("Emulation.setVirtualTimePolicy", pause());
+    ask_clock();
+}
+
+// For the first time. A clock that runs by the machine's may do so for a while after it was asked,
+// and has to stop before it is looked at.
+void page_timeline::stop() {
+    await(phase::stopping);
+    ++m_open_calls;
+    m_inspector.call("Emulation.setVirtualTimePolicy", pause(), [this](const json&) {
+        --m_open_calls;
         ask_clock();
-    }
+    });
 }
 
 void page_timeline::ask_clock() {
@@ -318,7 +267,7 @@ void page_timeline::move_to(std::int64_t microseconds, phase next) {
 
 void page_timeline::forget_calls() {
     m_inspector.forget();
-    m_woken.clear();
+    m_workers.forget();
     m_open_calls = 0;
     m_is_looking = false;
 }
@@ -416,7 +365,7 @@ bool page_timeline::go_on() {
 bool page_timeline::is_over(wait what) const {
     switch (what) {
         case wait::answers:
-            return m_open_calls == 0;
+            return m_open_calls == 0 && m_workers.are_awake();
         case wait::event:
             return m_has_come;
         case wait::turn:
@@ -439,7 +388,7 @@ void page_timeline::late(const row& current) {
         return (this->*current.next)();
     }
     if (m_phase == phase::hearing) return try_next_grain();
-    if (m_phase == phase::waking && leave_shared_workers()) return;
+    if (m_phase == phase::waking && m_workers.leave_shared()) return;
     if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
     if (m_phase == phase::placing && !std::exchange(m_is_hurried, true)) return hurry();
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
@@ -537,96 +486,17 @@ void page_timeline::tell_values() {
     }
 }
 
-// A worker sleeps by the machine's clock; a message to it wakes it, and it finds its timers due.
 void page_timeline::wake() {
-    if (m_workers.empty() || m_wakes == k_wakes) return place();
+    if (m_workers.is_empty() || m_wakes == k_wakes) return place();
     ++m_wakes;
     await(phase::waking);
-    for (const auto& worker : m_workers) {
-        ++m_open_calls;
-        m_woken.push_back(worker);
-        m_inspector.call(
-            "Runtime.evaluate", {{"expression", "0"}},
-            [this, worker](const json&) { worker_woke(worker); }, worker);
-    }
-}
-
-// The frames that nobody sees tell the page's driver where its time begins.
-void page_timeline::place() {
-    if (!m_has_films && !is_unseen() && !std::exchange(m_is_met, false)) return tick();
-    await(phase::placing);
-    m_is_hurried = false;
-    let_tasks_run();
-    place_films();
-}
-
-void page_timeline::place_films() {
-    ++m_open_calls;
-    m_inspector.call("Runtime.evaluate",
-                     {{"expression", page_scripts::films_at(m_frame_us, m_port.is_heard())},
-                      {"awaitPromise", true},
-                      {"returnByValue", true}},
-                     [this](const json& result) {
-                         const bool has_thrown = result.contains("exceptionDetails");
-                         if (has_thrown && m_has_films) m_hearing.driver_threw();
-                         m_hearing.take(value_of_result(result), m_is_hurried,
-                                        [this] { --m_open_calls; });
-                     });
-}
-
-// What a film or a sound is waited for may never come. Asked for once more, they go on without it.
-void page_timeline::hurry() {
-    place_films();
-    m_due = m_limit = m_now + k_move_limit;
+    m_workers.wake();
 }
 
 void page_timeline::tick() {
     if (std::exchange(m_has_moved_on, false)) return meet();
     m_tick_limit = m_now + k_call_limit;
     try_tick();
-}
-
-// Each of them may move on to the next, or to itself.
-void page_timeline::meet() {
-    const bool is_endless = ++m_moves > k_most_moves || m_now > m_frame_began + k_moves_limit;
-    if (is_endless) return fail("the page moves on to another one, or to itself, without an end");
-    stop_clock(phase::meeting);
-}
-
-// The page has moved on to another one, of which neither the turn was asked nor anything told.
-void page_timeline::meet_next_page() {
-    if (!m_is_read) {
-        m_tick_limit = m_now + k_move_limit;
-        return read_on();
-    }
-    m_is_met = true;
-    follow_clock();
-    ask_for_turn();
-    m_wakes = 0;
-    await_wish();
-}
-
-// A page that comes while the clock is stopped is not read, and would never have its turn. The
-// browser goes on with that only where time moves, fetches or not; so it moves by next to nothing.
-void page_timeline::read_on() {
-    await(phase::reading);
-    call("Emulation.setVirtualTimePolicy",
-         {{"policy", "advance"}, {"budget", k_read_ms}, {"initialVirtualTime", day_here()}});
-}
-
-// Also where a script of it has not come for so long.
-void page_timeline::meet_again() {
-    m_is_read = true;
-    stop_clock(phase::meeting);
-}
-
-// In the same process the browser gives the next page the time anew that was left for the move, and
-// the clock is ahead by that: the next frame finds it so. Another process has another clock, by
-// which the page goes on where it was.
-void page_timeline::follow_clock() {
-    const std::int64_t ahead = m_told - m_clock;
-    if (std::abs(ahead) > m_moved_us) m_zero += ahead;
-    m_clock = m_told;
 }
 
 // Once it is taken, the frame before it is over. That is told last: a host may ask for another page

@@ -18,6 +18,7 @@
 #include "webdisplay/page_hearing.h"
 #include "webdisplay/page_inspector.h"
 #include "webdisplay/page_samples.h"
+#include "webdisplay/page_workers.h"
 
 namespace pennywort::webdisplay {
 
@@ -170,6 +171,8 @@ private:
     // Times must rise, so those are stamped with the microseconds before the page's time 0, which
     // the page rounds up to it: one for each time that the browser takes one.
     static constexpr int k_unseen_us = page_grain::k_unseen_us;
+    static constexpr std::chrono::seconds k_call_limit{20};
+    static constexpr std::chrono::seconds k_move_limit{30};
     // For a frame that shows how the page rounds its time.
     static constexpr std::chrono::milliseconds k_trial_limit{200};
 
@@ -186,19 +189,15 @@ private:
     bool has_page() const { return m_phase >= phase::standing && m_phase < phase::failed; }
 
     void hear(const std::string& method, const nlohmann::json& params);
-    void hear_workers(const std::string& method, const nlohmann::json& params,
-                      const std::string& session);
     void page_begins();
     void fence_clock();
     void read_clock(const nlohmann::json& result);
     double day_here() const;
     void answer_dialog(const std::string& suggested);
-    void worker_begins(const std::string& session);
-    void worker_ends(const std::string& session);
-    void worker_woke(const std::string& session);
-    bool leave_shared_workers();
     void call(const char* method, const nlohmann::json& params);
+    nlohmann::json pause();
     void stop_clock(phase next);
+    void stop();
     void ask_clock();
     void let_tasks_run();
     void move_to(std::int64_t microseconds, phase next);
@@ -216,7 +215,6 @@ private:
     // page_timeline_start.cpp
     void try_blank();
     void prepare();
-    void stop() { stop_clock(phase::stopping); }
     void align();
     void rest() { await(phase::resting); }
     void begin_trial();
@@ -239,21 +237,25 @@ private:
     bool has_question() const;
     void tell_values();
     void wake();
-    void place();
-    void place_films();
-    void hurry();
     void hold() { stop_clock(phase::holding); }
     void tick();
-    void meet();
-    void meet_next_page();
-    void read_on();
-    void meet_again();
-    void follow_clock();
     void try_tick();
     void await_turn();
     void tick_again();
     void close_frame();
     void return_to_frames();
+
+    // page_timeline_films.cpp
+    void place();
+    void place_films();
+    void hurry();
+
+    // page_timeline_moves.cpp
+    void meet();
+    void meet_next_page();
+    void read_on();
+    void meet_again();
+    void follow_clock();
 
     timeline_port& m_port;
     const double m_day;
@@ -261,6 +263,7 @@ private:
     std::int64_t m_lead_us;  // from where the clock stops to the page's time 0, at least
     page_inspector m_inspector;
     page_hearing m_hearing;
+    page_workers m_workers;
     phase m_phase = phase::nothing;
     const char* m_fault = "";  // why it has failed
     time m_now{};
@@ -310,9 +313,6 @@ private:
     bool m_is_met = false;   // that one is yet to be told where its time stands
     bool m_has_films = false;
     bool m_is_hurried = false;  // they are not to wait for what is still to come
-    std::vector<std::string> m_workers;
-    std::vector<std::string> m_shared;  // those of them that other pages may have, too
-    std::vector<std::string> m_woken;   // those that have not answered yet
 };
 
 }  // namespace pennywort::webdisplay

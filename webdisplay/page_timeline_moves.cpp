@@ -1,0 +1,64 @@
+// page_timeline_moves.cpp - the part of page_timeline.h about a page that moves on to another one.
+#include <cmath>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "webdisplay/page_timeline.h"
+
+namespace pennywort::webdisplay {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// So often, and for so long, a page may move on to another one within one frame.
+constexpr int k_most_moves = 100;
+constexpr auto k_moves_limit = 60'000ms;
+constexpr double k_read_ms = 0.1;
+
+}  // namespace
+
+// Each of them may move on to the next, or to itself.
+void page_timeline::meet() {
+    const bool is_endless = ++m_moves > k_most_moves || m_now > m_frame_began + k_moves_limit;
+    if (is_endless) return fail("the page moves on to another one, or to itself, without an end");
+    stop_clock(phase::meeting);
+}
+
+// The page has moved on to another one, of which neither the turn was asked nor anything told.
+void page_timeline::meet_next_page() {
+    if (!m_is_read) {
+        m_tick_limit = m_now + k_move_limit;
+        return read_on();
+    }
+    m_is_met = true;
+    follow_clock();
+    ask_for_turn();
+    m_wakes = 0;
+    await_wish();
+}
+
+// A page that comes while the clock is stopped is not read, and would never have its turn. The
+// browser goes on with that only where time moves, fetches or not; so it moves by next to nothing.
+void page_timeline::read_on() {
+    await(phase::reading);
+    call("Emulation.setVirtualTimePolicy",
+         {{"policy", "advance"}, {"budget", k_read_ms}, {"initialVirtualTime", day_here()}});
+}
+
+// Also where a script of it has not come for so long.
+void page_timeline::meet_again() {
+    m_is_read = true;
+    stop_clock(phase::meeting);
+}
+
+// In the same process the browser gives the next page the time anew that was left for the move, and
+// the clock is ahead by that: the next frame finds it so. Another process has another clock, by
+// which the page goes on where it was.
+void page_timeline::follow_clock() {
+    const std::int64_t ahead = m_told - m_clock;
+    if (std::abs(ahead) > m_moved_us) m_zero += ahead;
+    m_clock = m_told;
+}
+
+}  // namespace pennywort::webdisplay

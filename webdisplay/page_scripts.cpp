@@ -33,10 +33,18 @@ const char* const k_film_driver = R"js(
     return left !== undefined && (!is_film(film) || Math.abs(own - left) < 0.001) ? left : own;
   }
   function begin(film, from) {
-    const begun = hub.now();
-    films.set(film, {begun, from, speed: film.playbackRate, heard: Math.round(begun)});
+    const begun = hub.now(), guess = clock.get.call(film);
+    films.set(film, {begun, from, guess, is_early: film.readyState < 1, come,
+                     speed: film.playbackRate, heard: Math.round(begun)});
     over.delete(film);
     stood.delete(film);
+  }
+  // Where a film begins is known when it has come: its address may say so, and the page may have
+  // set it before there was anything to put there.
+  function come(film) {
+    if (this.is_ready || film.readyState < 1) return;
+    this.is_ready = true;
+    if (this.is_early) this.from += clock.get.call(film) - this.guess;
   }
   function end(film) {
     const run = films.get(film);
@@ -65,7 +73,8 @@ const char* const k_film_driver = R"js(
     const is_over = over.has(film) || has_ended.call(film);
     const is_new = Boolean(running) || film.readyState < 1;
     end(film);
-    begin(film, is_over || is_new ? 0 : time_of(film));
+    const from = is_new ? clock.get.call(film) : time_of(film);
+    begin(film, is_over ? 0 : from);
     film.autoplay = false;
     if (film.preload === 'none') film.preload = 'auto';
     pause.call(film);
@@ -160,7 +169,7 @@ const char* const k_film_driver = R"js(
   })).observe(document, {childList: true, subtree: true});
   function place(film, run) {
     if (film.readyState < 1) return null;
-    run.is_ready = true;
+    run.come(film);
     const time = Math.round(seconds_of(film, run) * 1e6) / 1e6;
     if (time >= film.duration) {
       end(film);

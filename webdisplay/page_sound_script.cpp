@@ -176,7 +176,7 @@ const char* const k_sound_driver = R"js(
         return say(refusal);
       }
       if (!is_there) return;
-      run.is_ready = true;
+      run.come(film);
       run.url = film.currentSrc;
       run.length = Math.round(film.duration * rate);
       if (film.playbackRate !== 1 && film.preservesPitch) {

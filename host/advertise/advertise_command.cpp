@@ -1,9 +1,6 @@
 // host/advertise/advertise_command.cpp - see the header for the contract.
 #include "host/advertise/advertise_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <cstdint>
 
 #include "bonjour.h"
@@ -12,6 +9,7 @@
 #include "core/text/utf8.h"
 #include "host/app/exit_status.h"
 #include "host/app/fail.h"
+#include "host/app/option_parser.h"
 #include "host/discover/service_words.h"
 #include "host/system/interrupt.h"
 #include "loam/message_loop.h"
@@ -45,13 +43,13 @@ another one; where this machine has it, Avahi refuses it.
 Exit status: 0 ended by Ctrl-C, 1 failed, 2 wrong arguments.)";
 }
 
-void advertise_command::add_options(CLI::App& parser) {
+void advertise_command::add_options(option_parser& parser) {
     parser.add_option("type", m_type, "Type of the service: http, _http._tcp, _osc._udp")
-        ->required();
-    parser.add_option("port", m_port, "Port of the service, 1 to 65535")->required();
+        .required();
+    parser.add_option("port", m_port, "Port of the service, 1 to 65535").required();
     parser.add_option("items", m_items, "KEY=VALUE of its TXT record, or KEY alone");
     parser.add_option("--name", m_options.name, "Name of the service; the computer's without it")
-        ->type_name("NAME");
+        .type_name("NAME");
     parser.add_flag("--verbose", m_options.is_verbose, "Also print what the DNS-SD library says");
 }
 

@@ -24,7 +24,7 @@ public:
     const char* name() const override { return "advertise"; }
     const char* summary() const override { return "Tell the local network of a service"; }
     const char* footer() const override;
-    void add_options(CLI::App& parser) override;
+    void add_options(option_parser& parser) override;
     std::string take_arguments() override;
     bool is_verbose() const override { return m_options.is_verbose; }
     int run(const console& out) override;

@@ -9,11 +9,9 @@
 
 #include "host/system/console.h"
 
-namespace CLI {
-class App;
-}
-
 namespace pennywort::host {
+
+class option_parser;
 
 // Used in the order add_options, prepare, take_arguments, run; run once in a process.
 class command {
@@ -30,7 +28,7 @@ public:
     // take_arguments.
     virtual std::string prepare(std::vector<std::string>& words) const;
     // Tells the parser the options. Their texts are stored here while it parses.
-    virtual void add_options(CLI::App& parser) = 0;
+    virtual void add_options(option_parser& parser) = 0;
     // Makes sense of the texts that have been parsed, before anything else begins: reads the files
     // that they name and looks for the pages that are files. Returns what is wrong, in one line;
     // an empty text if nothing is.

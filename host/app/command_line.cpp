@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/app/option_hint.h"
+#include "host/app/option_parser.h"
 #include "host/app/terminal_text.h"
 
 namespace pennywort::host {
@@ -89,7 +90,8 @@ public:
         m_program.footer("See also: " + joined(all, "pennywort ", " --help"));
         for (const auto& one : all) {
             CLI::App& added = *m_program.add_subcommand(one->name(), one->summary());
-            one->add_options(added);
+            option_parser options(added);
+            one->add_options(options);
             added.footer(one->footer());
             m_parsers.push_back(&added);
         }

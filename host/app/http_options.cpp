@@ -1,14 +1,12 @@
 // host/app/http_options.cpp - see the header for the contract.
 #include "host/app/http_options.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <fstream>
 #include <utility>
 
 #include "core/limits.h"
 #include "core/text/numbers.h"
+#include "host/app/option_parser.h"
 #include "host/output/output_file.h"
 #include "host/system/file_path.h"
 #include "httpclient.h"
@@ -77,18 +75,18 @@ bool is_no_connection(int error) {
            error == cHttpSession::k_error_not_trusted;
 }
 
-void http_arguments::add_url(CLI::App& parser, http_options& options, const char* url_is) {
-    parser.add_option("url", options.url, url_is)->required();
+void http_arguments::add_url(option_parser& parser, http_options& options, const char* url_is) {
+    parser.add_option("url", options.url, url_is).required();
 }
 
-void http_arguments::add_options(CLI::App& parser) {
+void http_arguments::add_options(option_parser& parser) {
     parser.add_option("--log", m_log, "Write a transcript of what was sent and received")
-        ->type_name("FILE");
+        .type_name("FILE");
     parser.add_option("--timeout", m_timeout, "Longest wait of each step, in seconds")
-        ->type_name("S")
-        ->capture_default_str();
+        .type_name("S")
+        .shows_default();
     parser.add_option("--cacert", m_ca_file, "Trust these certificates instead of the system's")
-        ->type_name("FILE");
+        .type_name("FILE");
     parser.add_flag("--verbose", m_is_verbose, "Also print traces");
 }
 

@@ -7,12 +7,11 @@
 
 #include "host/system/outcome.h"
 
-namespace CLI {
-class App;
-}
 class cLogger;
 
 namespace pennywort::host {
+
+class option_parser;
 
 struct http_options {
     std::string url;
@@ -25,8 +24,8 @@ struct http_options {
 class http_arguments {
 public:
     // `url_is` stands in the help. Both must outlive the parser.
-    void add_url(CLI::App& parser, http_options& options, const char* url_is);
-    void add_options(CLI::App& parser);
+    void add_url(option_parser& parser, http_options& options, const char* url_is);
+    void add_options(option_parser& parser);
     // Returns what is wrong, in one line; an empty text if nothing is.
     std::string take(http_options& options) const;
     bool is_verbose() const { return m_is_verbose; }

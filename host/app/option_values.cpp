@@ -1,9 +1,6 @@
 // host/app/option_values.cpp - see the header for the contract.
 #include "host/app/option_values.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -16,16 +13,6 @@
 #include "host/system/file_path.h"
 
 namespace pennywort::host {
-
-void refuse_empty_values(CLI::App& parser) {
-    const CLI::Validator has_value(
-        [](std::string& value) { return std::string(value.empty() ? "its value is empty" : ""); },
-        "");
-    for (CLI::Option* const option : parser.get_options()) {
-        const bool takes_value = option->get_items_expected_max() > 0;
-        if (option->nonpositional() && takes_value) option->check(has_value);
-    }
-}
 
 std::string take_size(const std::string& text, frame_format& format) {
     const auto x = text.find_first_of("xX");

@@ -7,15 +7,7 @@
 
 #include "host/output/frame_writer.h"
 
-namespace CLI {
-class App;
-}
-
 namespace pennywort::host {
-
-// Makes the parser refuse options whose value is empty, as that of a variable which a script has
-// not set: the film would be another one than was asked for. Behind all options.
-void refuse_empty_values(CLI::App& parser);
 
 // Each of these returns what is wrong with the option, in one line; an empty text if nothing is.
 

@@ -1,14 +1,12 @@
 // host/call/call_command.cpp - see the header for the contract.
 #include "host/call/call_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <memory>
 #include <utility>
 
 #include "core/text/ascii.h"
+#include "host/app/option_parser.h"
 #include "host/call/call_argument.h"
 #include "host/call/call_values.h"
 #include "loam/xmlrpc.h"
@@ -16,15 +14,6 @@
 namespace pennywort::host {
 
 namespace {
-
-// The arguments of the call are no option of the parser's, which would not name them.
-class usage_with_arguments final : public CLI::Formatter {
-public:
-    std::string make_usage(const CLI::App* parser, std::string name) const override {
-        std::string usage = CLI::Formatter::make_usage(parser, std::move(name));
-        return usage.insert(usage.find_last_not_of('\n') + 1, " [ARG]...");
-    }
-};
 
 // No value begins with a dash but a number.
 bool looks_like_option(const std::string& text) {
@@ -52,13 +41,11 @@ std::string call_command::prepare(std::vector<std::string>& words) const {
     return {};
 }
 
-void call_command::add_options(CLI::App& parser) {
+void call_command::add_options(option_parser& parser) {
     m_http.add_url(parser, m_options.http, "The server");
-    parser.add_option("method", m_method, "What to call")->required();
-    // Not as an option of the parser's: that takes a list in brackets for several values.
-    parser.allow_extras();
-    parser.formatter(std::make_shared<usage_with_arguments>());
-    parser.final_callback([this, &parser] { m_values = parser.remaining(); });
+    parser.add_option("method", m_method, "What to call").required();
+    // Not as an option, which would take a list in brackets for several values.
+    parser.add_words(m_values, "[ARG]...");
     m_http.add_options(parser);
 }
 

@@ -1,9 +1,6 @@
 // host/discover/discover_command.cpp - see the header for the contract.
 #include "host/discover/discover_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -14,6 +11,7 @@
 #include "core/text/numbers.h"
 #include "host/app/exit_status.h"
 #include "host/app/fail.h"
+#include "host/app/option_parser.h"
 #include "host/discover/service_words.h"
 #include "host/system/interrupt.h"
 #include "loam/message_loop.h"
@@ -71,11 +69,11 @@ Each line is a service that was found or is gone: its name, host:port and TXT re
 Ctrl-C ends. Exit status: 0 ended as asked, 1 failed, 2 wrong arguments.)";
 }
 
-void discover_command::add_options(CLI::App& parser) {
+void discover_command::add_options(option_parser& parser) {
     parser.add_option("type", m_type, "Type of the services: http, _http._tcp, _osc._udp")
-        ->required();
+        .required();
     parser.add_option("--seconds", m_seconds, "How long to look; until Ctrl-C without it")
-        ->type_name("N");
+        .type_name("N");
     parser.add_flag("--json", m_options.is_json, "Print each service as a line of JSON");
     parser.add_flag("--local", m_options.is_local,
                     "Only services of this machine; Avahi refuses that");

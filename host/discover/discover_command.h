@@ -22,7 +22,7 @@ public:
     const char* name() const override { return "discover"; }
     const char* summary() const override { return "Show services on the local network"; }
     const char* footer() const override;
-    void add_options(CLI::App& parser) override;
+    void add_options(option_parser& parser) override;
     std::string take_arguments() override;
     bool is_verbose() const override { return m_options.is_verbose; }
     int run(const console& out) override;

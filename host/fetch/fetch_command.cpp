@@ -1,9 +1,6 @@
 // host/fetch/fetch_command.cpp - see the header for the contract.
 #include "host/fetch/fetch_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <array>
 #include <cstdio>
 #include <filesystem>
@@ -13,6 +10,7 @@
 #include <system_error>
 
 #include "core/text/ascii.h"
+#include "host/app/option_parser.h"
 #include "host/fetch/fetch.h"
 #include "host/system/file_path.h"
 #include "host/system/standard_input.h"
@@ -90,21 +88,21 @@ Exit status: 0 done, 1 failed here, 2 wrong arguments, 3 no connection, 4 no res
 129, 130 or 143 interrupted.)";
 }
 
-void fetch_command::add_options(CLI::App& parser) {
+void fetch_command::add_options(option_parser& parser) {
     m_http.add_url(parser, m_options.http, "What to fetch");
-    parser.add_option("-X,--request", m_verb, "GET, POST, PUT, PATCH or DELETE")->type_name("VERB");
+    parser.add_option("-X,--request", m_verb, "GET, POST, PUT, PATCH or DELETE").type_name("VERB");
     parser.add_option("-H,--header", m_headers, "A header, \"Name: value\"; may be repeated")
-        ->type_name("HEADER")
-        ->allow_extra_args(false);
+        .type_name("HEADER")
+        .takes_one();
     parser
         .add_option("-d,--data", m_data,
                     "The body, @FILE, or @- for standard input; makes it a POST")
-        ->type_name("DATA")
-        ->expected(1);
+        .type_name("DATA")
+        .takes_next();
     parser
         .add_option("-o,--output", m_output,
                     "Where the body goes; standard output without it, and for -")
-        ->type_name("FILE");
+        .type_name("FILE");
     m_http.add_options(parser);
 }
 

@@ -17,7 +17,7 @@ public:
     const char* name() const override { return "fetch"; }
     const char* summary() const override { return "Make an HTTP request"; }
     const char* footer() const override;
-    void add_options(CLI::App& parser) override;
+    void add_options(option_parser& parser) override;
     std::string take_arguments() override;
     bool is_verbose() const override { return m_http.is_verbose(); }
     int run(const console& out) override;

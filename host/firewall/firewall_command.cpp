@@ -1,15 +1,13 @@
 // host/firewall/firewall_command.cpp - see the header for the contract.
 #include "host/firewall/firewall_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <cstdio>
 
 #include "core/text/numbers.h"
 #include "firewall.h"
 #include "host/app/exit_status.h"
 #include "host/app/json.h"
+#include "host/app/option_parser.h"
 #include "host/firewall/firewall_words.h"
 
 namespace pennywort::host {
@@ -25,10 +23,11 @@ On Linux the rules can be read by root only, or with CAP_NET_ADMIN.
 Exit status: 0 let in, 3 blocked, 1 could not be told, 2 wrong arguments.)";
 }
 
-void firewall_command::add_options(CLI::App& parser) {
-    parser.add_option("port", m_port_text, "TCP port, 1 to 65535")->required()->type_name("PORT");
-    auto* const ip4 = parser.add_flag("--ipv4", m_is_ip4, "Ask for connections over IPv4 alone");
-    parser.add_flag("--ipv6", m_is_ip6, "Ask for connections over IPv6 alone")->excludes(ip4);
+void firewall_command::add_options(option_parser& parser) {
+    parser.add_option("port", m_port_text, "TCP port, 1 to 65535").required().type_name("PORT");
+    const added_option ip4 =
+        parser.add_flag("--ipv4", m_is_ip4, "Ask for connections over IPv4 alone");
+    parser.add_flag("--ipv6", m_is_ip6, "Ask for connections over IPv6 alone").excludes(ip4);
     parser.add_flag("--json", m_is_json, "Print the answer as one line of JSON");
     parser.add_flag("--verbose", m_is_verbose, "Also print traces");
 }

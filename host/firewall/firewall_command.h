@@ -15,7 +15,7 @@ public:
     const char* name() const override { return "firewall"; }
     const char* summary() const override { return "Say whether the firewall blocks a port"; }
     const char* footer() const override;
-    void add_options(CLI::App& parser) override;
+    void add_options(option_parser& parser) override;
     std::string take_arguments() override;
     bool is_verbose() const override { return m_is_verbose; }
     int run(const console& out) override;

@@ -1,12 +1,9 @@
 // host/live/live_command.cpp - see the header for the contract.
 #include "host/live/live_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
-
 #include "core/http/url.h"
 #include "core/text/numbers.h"
+#include "host/app/option_parser.h"
 #include "host/app/option_values.h"
 
 namespace pennywort::host {
@@ -33,43 +30,41 @@ A control page that others reach is advertised as _http._tcp where there is DNS-
 Exit status: 0 ended by Ctrl-C, 1 failed, 2 wrong arguments.)";
 }
 
-void live_command::add_options(CLI::App& parser) {
+void live_command::add_options(option_parser& parser) {
     parser.add_option("pages", m_pages, "URLs or files: the first is shown, the others are queued")
-        ->required();
+        .required();
     parser.add_option("--port", m_port, "Port of the control page; 0 for one that is free")
-        ->type_name("N")
-        ->capture_default_str();
+        .type_name("N")
+        .shows_default();
     parser
         .add_option("--listen", m_options.listen,
                     "Numeric address to listen on; one that others reach needs a token, which "
                     "stands in the printed address")
-        ->type_name("ADDRESS")
-        ->capture_default_str();
+        .type_name("ADDRESS")
+        .shows_default();
     parser.add_option("--size", m_size, "Width and height in pixels, 1 to 16384")
-        ->type_name("WxH")
-        ->capture_default_str();
-    parser.add_option("--fps", m_fps, "Frame rate, 1 to 240")
-        ->type_name("RATE")
-        ->capture_default_str();
+        .type_name("WxH")
+        .shows_default();
+    parser.add_option("--fps", m_fps, "Frame rate, 1 to 240").type_name("RATE").shows_default();
     parser
         .add_option("--feed", m_feed,
                     "WebSocket whose messages go to the page; one that is lost is opened again")
-        ->type_name("URL");
+        .type_name("URL");
     parser
         .add_option(
             "--on-message", m_on_message,
             "JavaScript run for each of them, which is the text 'message'; @FILE for a file")
-        ->type_name("JS");
+        .type_name("JS");
     parser.add_flag("--transparent", m_options.is_transparent,
                     "Keep the page's alpha, shown over black");
     parser.add_flag("--mute", m_options.is_muted, "Pages are silent");
-    parser.add_flag_callback(
+    parser.add_flag(
         "--no-advertise", [this] { m_options.is_advertised = false; },
         "Do not tell the local network of the control page");
     parser.add_flag("--gpu", m_options.uses_gpu, "Use the machine's display and GPU");
     parser.add_flag("--verbose", m_options.is_verbose,
                     "Also print traces, and what the browser says");
-    refuse_empty_values(parser);
+    parser.refuse_empty_values();
 }
 
 std::string live_command::take_arguments() {

@@ -1,11 +1,8 @@
 // host/output/output_options.cpp - see the header for the contract.
 #include "host/output/output_options.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
-
 #include "core/text/numbers.h"
+#include "host/app/option_parser.h"
 #include "host/output/ffmpeg_words.h"
 #include "host/output/film_codecs.h"
 #include "host/output/film_timecode.h"
@@ -14,26 +11,26 @@
 
 namespace pennywort::host {
 
-void output_options::add_to(CLI::App& parser) {
+void output_options::add_to(option_parser& parser) {
     parser
         .add_option("--codec", m_codec,
                     "h264, hevc, av1, vp9, prores or ffv1, where the kind of file has a choice")
-        ->type_name("NAME");
+        .type_name("NAME");
     parser.add_option("--quality", m_quality, "Of what loses something: 1 (small) to 100 (good)")
-        ->type_name("Q");
+        .type_name("Q");
     parser.add_flag("--fields", m_is_interlaced,
                     "Interlaced: two frames of the page become the fields of one, the top one "
                     "first");
     parser
         .add_option("--key", m_key,
                     "Fill and key: -o gets the colour, this file the alpha as a grey film")
-        ->type_name("FILE");
+        .type_name("FILE");
     parser.add_option("--timecode", m_timecode, "Of the first frame, in .mov, .mp4 and .mkv")
-        ->type_name("HH:MM:SS:FF");
+        .type_name("HH:MM:SS:FF");
     parser
         .add_option("--ffmpeg-options", m_ffmpeg_options,
                     "For the film's ffmpeg, behind ours: '-preset slow -b:v 20M'")
-        ->type_name("TEXT");
+        .type_name("TEXT");
 }
 
 std::string output_options::take_film(film_settings& film) const {

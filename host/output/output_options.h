@@ -7,15 +7,13 @@
 #include "host/output/frame_writer.h"
 #include "host/output/output_target.h"
 
-namespace CLI {
-class App;
-}
-
 namespace pennywort::host {
+
+class option_parser;
 
 class output_options {
 public:
-    void add_to(CLI::App& parser);
+    void add_to(option_parser& parser);
 
     // Takes what was given into `format`, which is the page's, and `key`. `output` is already what
     // -o asks for. What is wrong, in one line; empty if nothing is.

@@ -1,14 +1,12 @@
 // host/render/page_options.cpp - see the header for the contract.
 #include "host/render/page_options.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <string_view>
 
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
+#include "host/app/option_parser.h"
 #include "host/render/page_date.h"
 #include "host/render/page_language.h"
 
@@ -48,86 +46,86 @@ bool take_colour(const std::string& text, std::uint32_t& colour) {
     return true;
 }
 
-void page_arguments::add_options(CLI::App& parser) {
+void page_arguments::add_options(option_parser& parser) {
     add_time_options(parser);
     add_picture_options(parser);
     add_user_options(parser);
     add_network_options(parser);
 }
 
-void page_arguments::add_time_options(CLI::App& parser) {
+void page_arguments::add_time_options(option_parser& parser) {
     parser
         .add_option("--date", m_date,
                     "Of an exact film: the day and time that its page begins at; now without it. "
                     "2026-11-22T18:30 in the zone of --timezone or of this machine, with Z or "
                     "+01:00 behind it in that one")
-        ->type_name("DATE");
+        .type_name("DATE");
     parser
         .add_option("--seed", m_seed,
                     "Of an exact film: the number that Math.random begins with; 1 without it")
-        ->type_name("N");
+        .type_name("N");
     parser
         .add_option("--start", m_start,
                     "Of an exact film: its page's time begins when all of the page is there (load, "
                     "as without it), when its text is (dom), or when an expression is true")
-        ->type_name("load|dom|JS");
+        .type_name("load|dom|JS");
 }
 
-void page_arguments::add_picture_options(CLI::App& parser) {
+void page_arguments::add_picture_options(option_parser& parser) {
     parser
         .add_option("--background", m_background,
                     "Behind a page that has no background: #RRGGBB or a name of HTML; white "
                     "without it")
-        ->type_name("COLOUR");
+        .type_name("COLOUR");
     parser
         .add_option(
             "--scale", m_scale,
             "Pixels of the picture to one of the page, each way, 0.25 to 8: --size 1280x720 "
             "--scale 2 gives 2560x1440")
-        ->type_name("X")
-        ->capture_default_str();
+        .type_name("X")
+        .shows_default();
     parser.add_flag("--full-page", m_is_full, "A picture of all of the page, as long as it is");
     parser.add_option("--element", m_element, "A picture of the first element that it fits")
-        ->type_name("SELECTOR");
+        .type_name("SELECTOR");
     parser
         .add_option("--media", m_media,
                     "A feature that style sheets ask for, such as prefers-color-scheme=dark, or "
                     "print; may be given several times")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false);
+        .type_name("NAME=VALUE")
+        .takes_one();
 }
 
-void page_arguments::add_user_options(CLI::App& parser) {
+void page_arguments::add_user_options(option_parser& parser) {
     parser
         .add_option("--locale", m_locale,
                     "The user's language, such as de-CH; the machine's without it")
-        ->type_name("LOCALE");
+        .type_name("LOCALE");
     parser
         .add_option("--timezone", m_timezone,
                     "The user's time zone, such as Europe/Oslo; the machine's without it")
-        ->type_name("ZONE");
+        .type_name("ZONE");
     parser.add_option("--user-agent", m_user_agent, "What the browser calls itself")
-        ->type_name("TEXT");
+        .type_name("TEXT");
 }
 
-void page_arguments::add_network_options(CLI::App& parser) {
+void page_arguments::add_network_options(option_parser& parser) {
     parser.add_option("--header", m_headers, "Sent with each request of the page, to every site")
-        ->type_name("'NAME: VALUE'")
-        ->allow_extra_args(false);
+        .type_name("'NAME: VALUE'")
+        .takes_one();
     parser.add_option("--cookie", m_cookies, "Of the pages' own sites")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false);
+        .type_name("NAME=VALUE")
+        .takes_one();
     parser
         .add_option("--proxy", m_proxy,
                     "http://HOST:PORT or socks5://HOST:PORT, or none; the system's without it")
-        ->type_name("URL");
+        .type_name("URL");
     parser.add_flag("--ignore-certificate-errors", m_ignores_certificates,
                     "Trust every server, whoever it is");
     parser
         .add_option("--switch", m_switches,
                     "Of the browser's command line, without dashes; at one's own risk")
-        ->type_name("NAME[=VALUE]")
-        ->allow_extra_args(false);
+        .type_name("NAME[=VALUE]")
+        .takes_one();
 }
 
 std::string page_arguments::take(bool is_exact, page_settings& settings) const {

@@ -7,11 +7,9 @@
 
 #include "host/render/network_options.h"
 
-namespace CLI {
-class App;
-}
-
 namespace pennywort::host {
+
+class option_parser;
 
 struct page_settings {
     // Only of a page by its own clock: seconds since 1970 at its beginning, 0 for now; and where
@@ -39,16 +37,16 @@ struct page_settings {
 // The options as they are written. Used as a command is: add_options, then take.
 class page_arguments {
 public:
-    void add_options(CLI::App& parser);
+    void add_options(option_parser& parser);
     // What is wrong, in one line; an empty text if nothing is. `is_exact`: pages live by their own
     // clock.
     std::string take(bool is_exact, page_settings& settings) const;
 
 private:
-    void add_time_options(CLI::App& parser);
-    void add_picture_options(CLI::App& parser);
-    void add_user_options(CLI::App& parser);
-    void add_network_options(CLI::App& parser);
+    void add_time_options(option_parser& parser);
+    void add_picture_options(option_parser& parser);
+    void add_user_options(option_parser& parser);
+    void add_network_options(option_parser& parser);
     std::string complaint_of_date() const;
     std::string take_time(bool is_exact, page_settings& settings) const;
     std::string take_picture(page_settings& settings) const;

@@ -1,14 +1,12 @@
 // host/render/render_command.cpp - see the header for the contract.
 #include "host/render/render_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cmath>
 
 #include "core/limits.h"
 #include "core/text/numbers.h"
+#include "host/app/option_parser.h"
 #include "host/app/option_values.h"
 #include "host/render/page_setup.h"
 #include "host/render/render.h"
@@ -32,81 +30,81 @@ Exit status: 0 done, 1 failed, 2 wrong arguments, 4 done, but --strict minds
 what the page says, 129, 130 or 143 interrupted (the file is complete).)";
 }
 
-void render_command::add_options(CLI::App& parser) {
+void render_command::add_options(option_parser& parser) {
     add_page_options(parser);
     m_page.add_options(parser);
     add_feed_options(parser);
     add_output_options(parser);
     add_flags(parser);
-    refuse_empty_values(parser);
+    parser.refuse_empty_values();
 }
 
-void render_command::add_page_options(CLI::App& parser) {
-    parser.add_option("pages", m_raw.pages, "URLs or files, shown one after another")->required();
+void render_command::add_page_options(option_parser& parser) {
+    parser.add_option("pages", m_raw.pages, "URLs or files, shown one after another").required();
     parser.add_option("--size", m_raw.size, "Width and height in pixels, 1 to 16384")
-        ->type_name("WxH")
-        ->capture_default_str();
+        .type_name("WxH")
+        .shows_default();
     parser.add_option("--fps", m_raw.fps, "Frame rate, 1 to 240: 50, 59.94, 30000/1001")
-        ->type_name("RATE")
-        ->capture_default_str();
-    parser.add_option("--frames", m_raw.frames, "Output frames of each page")->type_name("N");
+        .type_name("RATE")
+        .shows_default();
+    parser.add_option("--frames", m_raw.frames, "Output frames of each page").type_name("N");
     parser.add_option("--seconds", m_raw.seconds, "The same as a time; 10 without either")
-        ->type_name("S");
+        .type_name("S");
     parser
         .add_option("--from", m_raw.from,
                     "Of an exact film: begin so many seconds into it; the page lives through them "
                     "unseen")
-        ->type_name("S");
+        .type_name("S");
     parser.add_option("--to", m_raw.to, "The end of the film as a time of it, instead of a length")
-        ->type_name("S");
+        .type_name("S");
     parser.add_flag("--endless", m_raw.is_endless,
                     "Go on until Ctrl-C, or until the reader closes");
     parser.add_flag("--transparent", m_options.format.transparent, "Keep the page's alpha");
-    parser.add_option("--css", m_raw.css, "Style sheet put into each page")->type_name("FILE");
+    parser.add_option("--css", m_raw.css, "Style sheet put into each page").type_name("FILE");
     parser.add_option("--script", m_raw.script, "JavaScript run in each page once it has loaded")
-        ->type_name("FILE");
+        .type_name("FILE");
     parser
         .add_option("--wait-for", m_raw.wait_for,
                     "Expression that has to be true before frames count")
-        ->type_name("JS");
+        .type_name("JS");
     parser.add_option("--timeout", m_raw.timeout, "Longest wait for a page, in seconds")
-        ->type_name("S")
-        ->capture_default_str();
+        .type_name("S")
+        .shows_default();
 }
 
-void render_command::add_feed_options(CLI::App& parser) {
+void render_command::add_feed_options(option_parser& parser) {
     parser.add_option("--feed", m_raw.feed, "WebSocket whose messages go to the page")
-        ->type_name("URL");
+        .type_name("URL");
     parser
         .add_option(
             "--on-message", m_raw.on_message,
             "JavaScript run for each of them, which is the text 'message'; @FILE for a file")
-        ->type_name("JS");
+        .type_name("JS");
 }
 
-void render_command::add_output_options(CLI::App& parser) {
+void render_command::add_output_options(option_parser& parser) {
     parser
         .add_option(
             "-o,--output", m_raw.output,
             "out.mov, .mp4, .mkv, .webm, .gif, .wav, .y4m or .raw; out.png, .jpg or .webp (the "
             "last frame), f-%05d.png; - for a pipe; without it only measure")
-        ->type_name("NAME");
+        .type_name("NAME");
     parser
         .add_option("--format", m_raw.format,
                     "matroska (RGB, for players), y4m or raw (BGRA), where the name does not say "
                     "it")
-        ->type_name("FORMAT");
+        .type_name("FORMAT");
     m_output_options.add_to(parser);
     parser.add_option("--pacing", m_raw.pacing, "What drives the browser: request or timer")
-        ->type_name("HOW")
-        ->capture_default_str();
+        .type_name("HOW")
+        .shows_default();
     parser
         .add_option("--host-clock", m_raw.host_clock,
                     "Of --live. on: the page's clock ticks once per frame; off: it runs free")
-        ->type_name("on|off");
+        .type_name("on|off");
 }
 
-void render_command::add_flags(CLI::App& parser) {
+void render_command::add_flags(option_parser& parser) {
     parser.add_flag(
         "--exact", m_raw.is_exact,
         "The page's time is its own: each frame at its moment, none repeated or missed, "

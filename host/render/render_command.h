@@ -16,7 +16,7 @@ public:
     const char* name() const override { return "render"; }
     const char* summary() const override { return "Show web pages and write their frames"; }
     const char* footer() const override;
-    void add_options(CLI::App& parser) override;
+    void add_options(option_parser& parser) override;
     std::string take_arguments() override;
     bool is_verbose() const override { return m_options.verbose; }
     bool hears_browser() const override { return m_options.hears_browser; }
@@ -51,10 +51,10 @@ private:
         bool is_live = false;
     };
 
-    void add_page_options(CLI::App& parser);
-    void add_feed_options(CLI::App& parser);
-    void add_output_options(CLI::App& parser);
-    void add_flags(CLI::App& parser);
+    void add_page_options(option_parser& parser);
+    void add_feed_options(option_parser& parser);
+    void add_output_options(option_parser& parser);
+    void add_flags(option_parser& parser);
     std::string take_picture_format();
     std::string take_output();
     std::string take_film();

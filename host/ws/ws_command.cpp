@@ -1,9 +1,6 @@
 // host/ws/ws_command.cpp - see the header for the contract.
 #include "host/ws/ws_command.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -15,6 +12,7 @@
 #include "core/limits.h"
 #include "core/text/numbers.h"
 #include "host/app/exit_status.h"
+#include "host/app/option_parser.h"
 #include "host/system/interrupt.h"
 
 namespace pennywort::host {
@@ -99,19 +97,19 @@ Exit status: 0 closed, 1 no connection, one that was lost or that the server end
 a line that was not sent, 2 wrong arguments, 129, 130 or 143 interrupted.)";
 }
 
-void ws_command::add_options(CLI::App& parser) {
-    parser.add_option("url", m_options.url, "ws or wss URL")->required();
-    parser.add_option("--ping", m_ping, "Send a ping every so many seconds")->type_name("S");
+void ws_command::add_options(option_parser& parser) {
+    parser.add_option("url", m_options.url, "ws or wss URL").required();
+    parser.add_option("--ping", m_ping, "Send a ping every so many seconds").type_name("S");
     parser.add_option("--linger", m_linger, "How long to go on after the end of the input")
-        ->type_name("S")
-        ->capture_default_str();
+        .type_name("S")
+        .shows_default();
     parser.add_option("--timeout", m_timeout, "Longest wait for the connection, in seconds")
-        ->type_name("S")
-        ->capture_default_str();
+        .type_name("S")
+        .shows_default();
     parser
         .add_option("--stall", m_stall, "Longest wait for a server that takes nothing, in seconds")
-        ->type_name("S")
-        ->capture_default_str();
+        .type_name("S")
+        .shows_default();
     parser.add_flag("--managed", m_is_managed, "The asynchronous transport; so it is without this");
     parser.add_flag("--system", m_is_system, "The system's own transport");
     parser.add_flag("--verbose", m_is_verbose, "Also print traces");

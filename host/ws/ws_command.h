@@ -14,7 +14,7 @@ public:
     const char* name() const override { return "ws"; }
     const char* summary() const override { return "Talk to a WebSocket, a line for each message"; }
     const char* footer() const override;
-    void add_options(CLI::App& parser) override;
+    void add_options(option_parser& parser) override;
     std::string take_arguments() override;
     bool is_verbose() const override { return m_is_verbose; }
     int run(const console& out) override;

@@ -14,6 +14,7 @@
 #include "host/app/option_parser.h"
 #include "host/discover/service_words.h"
 #include "host/system/interrupt.h"
+#include "host/system/output_reader.h"
 #include "loam/message_loop.h"
 #include "loam/observer.h"
 
@@ -41,7 +42,10 @@ public:
           m_observer(m_code, [this](const zRecord& record, std::uint64_t) { print(record); }) {}
 
     std::int32_t code() const { return m_code; }
-    bool has_failed() const { return m_has_failed; }
+    // A reader that has closed the output wants no more of it, which is no failure. It may have
+    // left behind the last service that there is: no line would tell.
+    bool is_wanted() const { return !m_has_failed && has_reader(m_out.output()); }
+    bool has_failed() const { return m_has_failed && has_reader(m_out.output()); }
 
 private:
     void print(const zRecord& record) {
@@ -66,7 +70,8 @@ const char* discover_command::footer() const {
   pennywort discover http
   pennywort discover _ndi._tcp --seconds 3 --json
 Each line is a service that was found or is gone: its name, host:port and TXT record.
-Ctrl-C ends. Exit status: 0 ended as asked, 1 failed, 2 wrong arguments.)";
+Ctrl-C ends, and so does a reader of the output that closes it.
+Exit status: 0 ended as asked, 1 failed, 2 wrong arguments.)";
 }
 
 void discover_command::add_options(option_parser& parser) {
@@ -103,7 +108,7 @@ int discover_command::run(const console& out) {
             : bonjour.StartObservingOnce(printer.code(), m_options.type.c_str(), flags);
     if (status != 0) return fail(out, dnssd_failure(bonjour));
     const run::deadline end = end_of(m_options);
-    while (interrupt.status() == 0 && !end.has_passed() && !printer.has_failed()) {
+    while (interrupt.status() == 0 && !end.has_passed() && printer.is_wanted()) {
         if (bonjour.HasLostDaemon()) return fail(out, "the DNS-SD daemon has ended");
         const auto left = std::min<std::int64_t>(k_loop_microseconds, end.left_us());
         zMessageLoop::RunOnce(static_cast<std::uint32_t>(left));

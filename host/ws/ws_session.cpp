@@ -7,6 +7,7 @@
 
 #include "core/text/utf8.h"
 #include "host/app/terminal_text.h"
+#include "host/system/output_reader.h"
 
 namespace pennywort::host {
 
@@ -14,6 +15,8 @@ namespace {
 
 // How often to look whether the server has taken more.
 constexpr std::chrono::milliseconds k_round{5};
+
+constexpr char k_reader_left[] = "the reader of the output has closed it";
 
 // What no text of a WebSocket is.
 std::string fault_of_line(const std::string& line) {
@@ -54,15 +57,14 @@ void ws_session::opened() {
 void ws_session::received(const char* text) {
     const std::error_code why = written(text);
     if (!why) return;
-    if (why == std::errc::broken_pipe) {
-        return ended(state::closed, "the reader of the output has closed it");
-    }
+    if (why == std::errc::broken_pipe) return ended(state::closed, k_reader_left);
     ended(state::failed, "cannot write standard output: " + why.message());
 }
 
 std::error_code ws_session::written(const char* text) {
     const std::lock_guard lock(m_outputs);
     if (!m_has_outputs) return {};
+    m_has_written = true;
     errno = 0;
     const std::string line = m_options.is_on_terminal ? with_codes(text) : std::string(text);
     const bool is_written = std::fputs(line.c_str(), m_output) >= 0 &&
@@ -177,7 +179,15 @@ void ws_session::end_input() {
     m_changed.notify_all();
 }
 
+// One that leaves behind a message, while no other one comes. Who has read none may not want any,
+// and has lines to send. Whoever writes just now learns it there.
+bool ws_session::has_lost_reader() {
+    const std::unique_lock lock(m_outputs, std::try_to_lock);
+    return lock && m_has_written && !has_reader(m_output);
+}
+
 bool ws_session::wait(std::chrono::milliseconds time) {
+    if (has_lost_reader()) ended(state::closed, k_reader_left);
     std::unique_lock lock(m_mutex);
     m_changed.wait_for(lock, time, [this] { return is_over(); });
     if (is_over()) return true;

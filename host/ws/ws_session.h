@@ -78,6 +78,7 @@ private:
     void end_input();
     std::error_code written(const char* text);
     void tell(const std::string& line);
+    bool has_lost_reader();
     bool is_over() const { return m_state == state::closed || m_state == state::failed; }
 
     const ws_options m_options;
@@ -86,6 +87,7 @@ private:
     const std::shared_ptr<cWebSocket> m_feed;
     std::mutex m_outputs;  // is taken last
     bool m_has_outputs = true;
+    bool m_has_written = false;
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     state m_state = state::connecting;

@@ -393,9 +393,13 @@ TEST(AvahiProgram, SaysWhyItIsRefused) {
 TEST(AvahiProgram, ADiscoveryEndsWithItsReader) {
     shell other(peer("publish _http._tcp. 1 2 Camera"));
     ASSERT_TRUE(other.says("ready")) << other.text();
-    shell reader(PENNYWORT_PROGRAM " discover http --each | head -n 1");
+    // A line for each service, and none after them.
+    shell reader("{ " PENNYWORT_PROGRAM " discover http; echo $? >&2; } | head -n 2");
     EXPECT_TRUE(reader.ends());
-    EXPECT_TRUE(reader.text().starts_with("found Camera")) << reader.text();
+    for (const char* line : {"found Camera0 host-b.local:1\n", "found Camera1 host-b.local:1\n"}) {
+        EXPECT_NE(reader.text().find(line), std::string::npos) << reader.text();
+    }
+    EXPECT_TRUE(reader.text().ends_with("\n0\n")) << reader.text();
 }
 
 // With the real browser runtime.

@@ -313,6 +313,44 @@ TEST(WsProgram, AnOutputThatTakesNothingIsAFailureAndAReaderThatLeavesIsNone) {
     }
 }
 
+TEST(WsProgram, AReaderThatLeavesBehindTheLastMessageEndsIt) {
+    const scripted_peer peer([](peer_connection& connection) {
+        connection.accept();
+        connection.send(frames::text("hello"));
+        connection.receive_frame();
+        connection.send(frames::close(1000));
+        connection.wait_for_end();
+    });
+    const program_folder folder;
+    for (const char* transport : {"", "--system"}) {
+        const program_run run = folder.run("rm -f input; mkfifo input; pennywort ws " + peer.url() +
+                                           " " + transport + " <>input | head -n 1");
+        EXPECT_EQ(run.status, 0) << run.errors;
+        EXPECT_EQ(run.output, "hello\n");
+        EXPECT_EQ(run.errors,
+                  "pennywort: opened\npennywort: the reader of the output has closed it\n");
+    }
+}
+
+// It may have lines to send. Each ping is a turn in which the program has looked.
+TEST(WsProgram, AReaderThatWantsNoMessageEndsNothing) {
+    const program_folder folder;
+    const scripted_peer peer([&](peer_connection& connection) {
+        connection.accept();
+        while (!folder.has("gone") && connection.receive_frame().opcode == frames::k_ping) {
+        }
+        bool goes_on = true;
+        for (int i = 0; i < 3; ++i) {
+            goes_on = goes_on && connection.receive_frame().opcode == frames::k_ping;
+        }
+        connection.close(goes_on ? 1000 : 1008);
+    });
+    const program_run run = folder.run("mkfifo input; pennywort ws " + peer.url() +
+                                       " --ping 0.05 <>input | { exec <&-; touch gone; }");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.errors, "pennywort: opened\npennywort: closed by the server with 1000\n");
+}
+
 TEST(WsProgram, RefusesWrongArguments) {
     const program_folder folder;
     for (const char* arguments :

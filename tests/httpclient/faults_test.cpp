@@ -16,7 +16,14 @@ namespace {
 
 constexpr double k_short = 0.1;
 
-using FaultsTest = SessionTest;
+class FaultsTest : public SessionTest {
+protected:
+    // A busy machine may bring the head too late, for once.
+    bool begins_in_short_time(const std::string& url) {
+        return pennywort::tests::eventually(
+            [&] { return request(cHttpSession::k_get, url, {}, nullptr, k_short) == 0; });
+    }
+};
 
 // A port on which nobody listens. One that a peer of ours has given up is soon another test's.
 constexpr char k_nobodys_url[] = "http://127.0.0.1:1/";
@@ -63,7 +70,7 @@ TEST_F(FaultsTest, APeerThatStopsInTheBodyTimesOut) {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello");
         connection.wait_for_end();
     });
-    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, k_short), 0);
+    EXPECT_TRUE(begins_in_short_time(peer.url()));
     EXPECT_EQ(body(), "hello");
     EXPECT_EQ(status(), cHttpSession::k_incomplete);
 }
@@ -208,7 +215,7 @@ TEST_F(FaultsTest, ABodyThatStaysAwayIsToldWhereThatIsSet) {
         connection.send("HTTP/1.1 200 OK\r\n\r\nhello");
         connection.wait_for_end();
     });
-    EXPECT_EQ(request(cHttpSession::k_get, peer.url(), {}, nullptr, k_short), 0);
+    EXPECT_TRUE(begins_in_short_time(peer.url()));
     EXPECT_EQ(body(), "hello");
     EXPECT_EQ(status(), cHttpSession::k_timed_out);
 }
@@ -354,7 +361,8 @@ TEST_F(FaultsTest, AThousandSessionsLeaveNothing) {
     }
     m_session = cHttpSession::Factory();
     // What one thread has kept for the next request, on both sides.
-    EXPECT_LE(open_descriptors(), before + 4);
+    EXPECT_TRUE(pennywort::tests::eventually([&] { return open_descriptors() <= before + 4; }))
+        << open_descriptors() << " of " << before;
 }
 
 TEST_F(FaultsTest, SessionsOnSeveralThreadsDoNotDisturbEachOther) {

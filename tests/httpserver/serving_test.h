@@ -7,6 +7,7 @@
 
 #include "tests/httpserver/test_client.h"
 #include "tests/httpserver/test_handler.h"
+#include "tests/support/eventually.h"
 
 // Connections that were reset wait to be accepted as well, so a test of many wants room for them.
 inline cHttpServerSettings room_for_many() {
@@ -38,9 +39,8 @@ protected:
     void expect_serving() { EXPECT_EQ(get(port(), "/after"), plain_answer("fine")); }
 
     void wait_until_open(std::int64_t count) const {
-        constexpr int k_most_looks = 60'000;
-        for (int i = 0; i < k_most_looks && counts().open != count; ++i) zThread::MicroSleep(500);
-        ASSERT_EQ(counts().open, count);
+        ASSERT_TRUE(pennywort::tests::eventually([&] { return counts().open == count; }))
+            << counts().open;
     }
     void wait_until_all_are_closed() const { wait_until_open(0); }
 

@@ -15,6 +15,7 @@
 #include "loam/thread.h"
 #include "tests/httpserver/test_client.h"
 #include "tests/httpserver/test_handler.h"
+#include "tests/support/eventually.h"
 #include "tests/support/fake_clock.h"
 
 namespace {
@@ -115,10 +116,8 @@ protected:
         const auto wanted = before + static_cast<std::int64_t>(one.sent.size());
         ASSERT_TRUE(client.send(one.sent)) << one.name;
         ASSERT_EQ(client.receive(one.told.size()), one.told) << one.name;
-        constexpr int k_most_rounds = 10'000;
-        for (int i = 0; i < k_most_rounds && m_loop.counts().bytes_received.get() < wanted; ++i) {
-            zThread::MicroSleep(500);
-        }
+        pennywort::tests::eventually(
+            [&] { return m_loop.counts().bytes_received.get() >= wanted; });
         ASSERT_EQ(m_loop.counts().bytes_received.get(), wanted) << one.name;
     }
     // Moves time on until the server has ended `client`, or for so long that it never will.
@@ -165,6 +164,21 @@ TEST_P(EachStageTest, AStalledPeerIsGivenUpWhenItsTimeIsOver) {
 
 INSTANTIATE_TEST_SUITE_P(Strict, EachStageTest, testing::ValuesIn(stages()),
                          [](const auto& one) { return std::string(one.param.name); });
+
+// What a handler takes for itself is not the idleness of its peer.
+TEST_F(StagesTest, ASlowHandlerDoesNotMakeItsConnectionIdle) {
+    const auto slow = make<test_handler>("/slow", "late", [this](zSocket*) {
+        m_clock.advance(std::chrono::milliseconds(2 * k_idle_ms));
+    });
+    m_loop.handlers().add(*slow);
+    test_client client(port());
+    client.send(get_request("/slow"));
+    EXPECT_EQ(body_of(client.receive_answer()), "late");
+    expect_serving_on();
+    EXPECT_FALSE(client.has_anything());
+    client.send(get_request("/quick"));
+    EXPECT_EQ(body_of(client.receive_answer()), "fine");
+}
 
 // What the peer does not take fills the system's buffers first.
 TEST_F(StagesTest, APeerThatTakesNoMoreOfItsAnswerIsGivenUp) {

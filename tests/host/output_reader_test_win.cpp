@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "host/system/output_reader.h"
-#include "loam/id_generator.h"
 #include "tests/support/scratch_file.h"
 
 namespace pennywort::host {
@@ -37,9 +37,8 @@ TEST(OutputReader, APipeIsReadUntilItsReaderHasClosedIt) {
 
 // An empty write would be a message.
 TEST(OutputReader, APipeOfMessagesGetsNone) {
-    zString id;
     const std::string name =
-        std::string("\\\\.\\pipe\\pennywort-") + zIDGenerator::GenerateUUID(id);
+        "\\\\.\\pipe\\pennywort-reader-" + std::to_string(GetCurrentProcessId());
     const HANDLE reader =
         CreateNamedPipeA(name.c_str(), PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE | PIPE_NOWAIT, 1,
                          4096, 4096, 0, nullptr);

@@ -116,6 +116,7 @@ TEST_F(HostClock, EachAwaitedTickIsOneStepOfThePage) {
 TEST_F(HostClock, AStaticPageGivesNoPicturesHoweverOftenItTicks) {
     shown_page page(settings(colour_url("#00f")));
     ASSERT_TRUE(tick_until_at_rest(page, k_blue)) << page.frames.count();
+    ASSERT_TRUE(page.comes_to_rest());
     const long before = page.frames.count();
     for (int tick = 0; tick < 50; ++tick) {
         page->NextFrame();
@@ -130,6 +131,7 @@ TEST_F(HostClock, AStaticPageGivesNoPicturesHoweverOftenItTicks) {
 TEST_F(HostClock, AChangeOfAStaticPageIsThePictureOfTheNextTick) {
     shown_page page(settings(colour_url("#00f")));
     ASSERT_TRUE(tick_until_at_rest(page, k_blue)) << page.frames.count();
+    ASSERT_TRUE(page.comes_to_rest());
     const long before = page.frames.count();
     EXPECT_EQ(page.ask("document.body.style.background = '#0f0'; return 1"), "1");
     run_loop_for(200);

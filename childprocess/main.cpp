@@ -3,9 +3,9 @@
 #include <string>
 
 #include "childprocess/page_bridge.h"
+#include "core/run/folders.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/helper_trial.h"
-#include "webdisplay/host_environment.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ int fail(bool is_tried, const std::string& why) {
 
 int main(int argc, char** argv) {
     const bool is_tried = argc == 2 && argv[1] == pennywort::webdisplay::k_self_check;
-    const auto loaded = cef::load(cef::folders(pennywort::webdisplay::program_folder()));
+    const auto loaded = cef::load(cef::folders(pennywort::run::program_folder()));
     if (!loaded) return fail(is_tried, loaded.text());
     if (is_tried) return 0;
     const cef::own<child_app> app(new child_app);

@@ -1,15 +1,12 @@
-// host_environment.h - the program, the user's language and folders, and the system's way to open a
-// URL. Twins: host_environment_win.cpp, host_environment_linux.cpp. Paths and texts are UTF-8.
+// host_environment.h - helper programs, the user's language and folders, and the system's way to
+// open a URL. Twins: host_environment_win.cpp, host_environment_linux.cpp. Paths and texts are
+// UTF-8.
 #pragma once
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace pennywort::webdisplay {
-
-// Folder of this process's program, without a separator at the end.
-std::string program_folder();
 
 // Name of the runtime's helper program, which stands beside the host's.
 const char* child_process_name() noexcept;
@@ -28,10 +25,6 @@ struct ui_language {
     std::uint16_t sublanguage = 0x01;
 };
 ui_language user_language();
-
-// The names of what a folder holds; none where it cannot be read. The standard library's own way
-// ends the process where memory runs out in it.
-std::vector<std::string> names_in(const std::string& folder);
 
 // The user's folder for application data that roams, created if need be; empty if there is none.
 std::string application_data_folder();

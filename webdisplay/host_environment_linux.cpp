@@ -2,7 +2,6 @@
 // host_environment_win.cpp.
 #include "webdisplay/host_environment.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
@@ -15,7 +14,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -72,14 +70,6 @@ void reap(pid_t child) {
 
 }  // namespace
 
-std::string program_folder() {
-    std::vector<char> path(4096);
-    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
-    if (length <= 0) return ".";
-    zFSPath program(std::string(path.data(), static_cast<std::size_t>(length)).c_str());
-    return program.GoParent();
-}
-
 const char* child_process_name() noexcept { return "CEFChildProcess"; }
 
 bool is_runnable(const std::string& path) {
@@ -111,14 +101,6 @@ ui_language user_language() {
         return {row.primary, is_brazil ? k_portuguese_brazil : k_other_sublanguage};
     }
     return {};
-}
-
-std::vector<std::string> names_in(const std::string& folder) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), &closedir);
-    std::vector<std::string> names;
-    if (open == nullptr) return names;
-    while (const dirent* entry = readdir(open.get())) names.emplace_back(entry->d_name);
-    return names;
 }
 
 std::string application_data_folder() {

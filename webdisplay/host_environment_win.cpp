@@ -7,40 +7,10 @@
 #include <shellapi.h>
 #include <shlobj.h>
 
-#include <memory>
-#include <type_traits>
-
-#include "loam/path.h"
 #include "loam/trace.h"
 #include "loam/wide_text.h"
 
 namespace pennywort::webdisplay {
-
-namespace {
-
-void close_search(HANDLE search) {
-    if (FindClose(search)) return;
-    const DWORD error = GetLastError();
-    zTraceManager::Default()->TraceNote(
-        "cWebDisplayCEFBrowserManager: FindClose - failed (err=%lu)\n", error);
-}
-
-// The system's own limit of the calls below.
-constexpr DWORD k_path_units = 260;
-
-}  // namespace
-
-std::string program_folder() {
-    wchar_t path[k_path_units];
-    const DWORD length = GetModuleFileNameW(nullptr, path, k_path_units);
-    if (length == 0 || length == k_path_units) {
-        const DWORD error = GetLastError();
-        zTraceManager::Default()->TraceNote(
-            "cWebDisplayCEFBrowserManager: GetModuleFileNameW - failed (err=%lu)\n", error);
-    }
-    zFSPath program(loam::utf8_text({path, length}).c_str());
-    return program.GoParent();
-}
 
 const char* child_process_name() noexcept { return "CEFChildProcess.exe"; }
 
@@ -57,21 +27,6 @@ ui_language user_language() {
     const LANGID language = GetUserDefaultUILanguage();
     return {static_cast<std::uint16_t>(PRIMARYLANGID(language)),
             static_cast<std::uint16_t>(SUBLANGID(language))};
-}
-
-// A folder that is missing is the caller's to tell.
-std::vector<std::string> names_in(const std::string& folder) {
-    using open_search = std::unique_ptr<std::remove_pointer_t<HANDLE>, void (*)(HANDLE)>;
-    std::vector<std::string> names;
-    WIN32_FIND_DATAW found{};
-    const std::wstring pattern = loam::wide_text(folder) + L"\\*";
-    const HANDLE search = FindFirstFileW(pattern.c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return names;
-    const open_search closed(search, &close_search);
-    do {
-        names.push_back(loam::utf8_text(found.cFileName));
-    } while (FindNextFileW(search, &found));
-    return names;
 }
 
 std::string application_data_folder() {

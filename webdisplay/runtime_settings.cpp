@@ -5,6 +5,7 @@
 #include <iterator>
 #include <vector>
 
+#include "core/run/folders.h"
 #include "loam/path.h"
 #include "webdisplay/cef/data_file.h"
 
@@ -33,7 +34,7 @@ std::string child(const std::string& folder, const char* name) {
 
 // The names of all locales in a folder.
 std::vector<std::string> locales_in(const std::string& folder) {
-    std::vector<std::string> names = names_in(folder);
+    std::vector<std::string> names = run::names_in(folder);
     std::erase_if(names, [](const std::string& name) { return !name.ends_with(".pak"); });
     return names;
 }
@@ -85,7 +86,7 @@ const char* runtime_locale(ui_language language) noexcept {
 
 runtime_paths runtime_paths::find() {
     runtime_paths paths;
-    const std::string program = program_folder();
+    const std::string program = run::program_folder();
     const std::string data = application_data_folder();
     if (!data.empty()) {
         const std::string cache = child(data, "TarnhelmCache");

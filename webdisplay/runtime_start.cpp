@@ -4,10 +4,10 @@
 #include <string>
 #include <utility>
 
+#include "core/run/folders.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/cef/runtime_system.h"
 #include "webdisplay/helper_trial.h"
-#include "webdisplay/host_environment.h"
 #include "webdisplay/runtime_settings.h"
 
 namespace pennywort::webdisplay {
@@ -19,7 +19,7 @@ namespace {
 outcome<> load_runtime(const std::string& helper) {
     const helper_trial trial = try_helper(helper);
     if (trial.end != helper_end::crashed) {
-        outcome<> loaded = cef::load(cef::folders(program_folder()));
+        outcome<> loaded = cef::load(cef::folders(run::program_folder()));
         if (!loaded) return loaded;
     }
     if (trial.end == helper_end::fine) return {};

@@ -2,13 +2,13 @@
 #include "host/render/page_language.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
+#include "core/run/folders.h"
 #include "core/text/ascii.h"
 #include "host/system/browser_language.h"
+#include "loam/path.h"
 
 namespace pennywort::host {
 
@@ -18,15 +18,11 @@ namespace {
 constexpr std::pair<std::string_view, std::string_view> k_other_names[] = {
     {"no", "nb"}, {"tl", "fil"}, {"iw", "he"}, {"in", "id"}};
 
-// Those of a folder that cannot be read are none: the browser does not start there, and says so.
-std::vector<std::string> packs_in(const std::filesystem::path& folder) {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end;
-         at.increment(error)) {
-        names.push_back(at->path().filename().string());
-    }
-    return names;
+// It need not be there: the browser does not start then, and says so.
+std::string browser_words_folder() {
+    zFSPath folder(run::program_folder().c_str());
+    folder.GoChild("rsrc");
+    return folder.GoChild("ChromeLocales");
 }
 
 }  // namespace
@@ -56,7 +52,7 @@ bool has_words_of(const std::string& locale, const std::vector<std::string>& pac
 std::string speak_as(const std::string& locale) {
     if (locale.empty()) return {};
     choose_browser_language(locale);
-    const auto packs = packs_in(browser_words_folder());
+    const auto packs = run::names_in(browser_words_folder());
     if (packs.empty() || has_words_of(locale, packs)) return {};
     return "this browser has no words of its own in " + locale +
            ": its form fields and messages are in American English";

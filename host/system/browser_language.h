@@ -3,7 +3,6 @@
 // browser_language_win.cpp.
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 namespace pennywort::host {
@@ -11,8 +10,5 @@ namespace pennywort::host {
 // From now on, for browsers of this process. Before it has other threads, which may read the
 // environment meanwhile. `locale` is one such as "de-CH".
 void choose_browser_language(const std::string& locale);
-
-// The folder with the packs of the browser's words, one for each language; it need not be there.
-std::filesystem::path browser_words_folder();
 
 }  // namespace pennywort::host

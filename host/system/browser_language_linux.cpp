@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <system_error>
 
 namespace pennywort::host {
 
@@ -14,12 +13,6 @@ void choose_browser_language(const std::string& locale) {
     std::string name = locale;
     std::replace(name.begin(), name.end(), '-', '_');
     for (const char* variable : {"LANGUAGE", "FC_LANG"}) ::setenv(variable, name.c_str(), 1);
-}
-
-std::filesystem::path browser_words_folder() {
-    std::error_code ignored;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-    return program.parent_path() / "rsrc" / "ChromeLocales";
 }
 
 }  // namespace pennywort::host

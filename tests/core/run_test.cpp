@@ -1,6 +1,7 @@
 // run_test.cpp - core/run and core/outcome.h.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <limits>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "core/run/clock.h"
 #include "core/run/deadline.h"
 #include "core/run/environment.h"
+#include "core/run/folders.h"
 #include "core/run/guarded.h"
 #include "tests/support/collected_traces.h"
 #include "tests/support/fake_clock.h"
@@ -125,6 +127,22 @@ TEST(Environment, HasWhatIsThere) {
     EXPECT_NE(run::environment_variable("PATH"), "");
     EXPECT_EQ(run::environment_variable("PENNYWORT_NO_SUCH_VARIABLE"), "");
     EXPECT_EQ(traces.text(), "") << "that there is none is no failure";
+}
+
+TEST(Folders, TheProgramsHoldsTheProgram) {
+    const auto names = run::names_in(run::program_folder());
+    EXPECT_TRUE(std::any_of(names.begin(), names.end(),
+                            [](const std::string& name) { return name.starts_with("core_test"); }));
+    const auto is_the_folder_itself = [](const std::string& name) {
+        return name == "." || name == "..";
+    };
+    EXPECT_TRUE(std::none_of(names.begin(), names.end(), is_the_folder_itself));
+}
+
+TEST(Folders, ThatAreMissingHoldNothing) {
+    const collected_traces traces;
+    EXPECT_TRUE(run::names_in(run::program_folder() + "/no such folder").empty());
+    EXPECT_EQ(traces.text(), "") << "it is the caller's to tell";
 }
 
 TEST(Outcome, WithoutAValue) {

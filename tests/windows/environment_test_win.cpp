@@ -10,6 +10,7 @@
 #include <string>
 
 #include "core/run/environment.h"
+#include "core/run/folders.h"
 #include "loam/wide_text.h"
 #include "tests/webdisplay/test_process.h"
 #include "webdisplay/cache_folder.h"
@@ -76,9 +77,9 @@ TEST_F(WindowsEnvironment, OnlyAProgramMayBeRun) {
 TEST_F(WindowsEnvironment, TheProgramsFolderIsTheOneOfItsFile) {
     wchar_t program[MAX_PATH];
     GetModuleFileNameW(nullptr, program, MAX_PATH);
-    EXPECT_EQ(program_folder(), loam::utf8_text(fs::path(program).parent_path().native()));
-    EXPECT_EQ(runtime_paths::find().child_process, program_folder() + "\\CEFChildProcess.exe");
-    EXPECT_EQ(runtime_paths::find().locales, program_folder() + "\\rsrc\\ChromeLocales");
+    EXPECT_EQ(run::program_folder(), loam::utf8_text(fs::path(program).parent_path().native()));
+    EXPECT_EQ(runtime_paths::find().child_process, run::program_folder() + "\\CEFChildProcess.exe");
+    EXPECT_EQ(runtime_paths::find().locales, run::program_folder() + "\\rsrc\\ChromeLocales");
 }
 
 TEST_F(WindowsEnvironment, TheLanguageIsTheOneOfTheUsersInterface) {

@@ -11,51 +11,17 @@
 #include "bonjour.h"
 #include "discovery/socket_events.h"
 #include "loam/message_loop.h"
-#include "loam/observer.h"
-#include "loam/record.h"
+#include "tests/discovery/listener.h"
 #include "tests/fakes/fake_dnssd.h"
 #include "tests/support/collected_traces.h"
 
 namespace pennywort::tests {
-
-constexpr char k_http[] = "_http._tcp.";
-constexpr std::uint64_t k_what = 0x77686174;
-constexpr std::int32_t k_found = 0x63426A2B;
-constexpr std::int32_t k_gone = 0x63426A2D;
 
 // Does whatever is ready on this thread's loop.
 inline void run_loop() {
     while (zMessageLoop::RunOnce(0)) {
     }
 }
-
-// Hears what is found and what is gone.
-class listener {
-public:
-    listener()
-        : m_id(zObserverHandler::NewCode()),
-          m_handler(m_id,
-                    [this](const zRecord& record, std::uint64_t) { m_heard.push_back(record); }) {}
-
-    std::int32_t id() const { return m_id; }
-    const std::vector<zRecord>& heard() const { return m_heard; }
-    // "+name" and "-name" for each, with a space between.
-    std::string names() const {
-        std::string all;
-        for (const zRecord& one : m_heard) {
-            all += (all.empty() ? "" : " ");
-            all += one.AsInt32(k_what, 0) == k_found ? '+' : '-';
-            all += one.AsString("name", "");
-        }
-        return all;
-    }
-    void forget() { m_heard.clear(); }
-
-private:
-    std::int32_t m_id;
-    std::vector<zRecord> m_heard;
-    zObserverHandler m_handler;
-};
 
 inline bool tell(const char* name, bool is_added = true, std::uint32_t interface_index = 2) {
     return fake_dnssd::tell(k_http,
@@ -79,7 +45,9 @@ class FakeNetwork : public testing::Test {
 protected:
     void SetUp() override {
         fake_dnssd::reset();
-        discovery::event_calls_in_use().wait = [](int socket, int) {
+        s_waits = 0;
+        discovery::event_calls_in_use().wait = [](int socket, int ms) {
+            s_waits += ms > 0 ? 1 : 0;
             return discovery::wait_for_arrival(socket, 0);
         };
     }
@@ -89,6 +57,11 @@ protected:
         EXPECT_EQ(fake_dnssd::waits(), 0) << "the library would have waited";
         discovery::event_calls_in_use() = {};
     }
+    // How often something was given time to come.
+    static int waits() { return s_waits; }
+
+private:
+    inline static int s_waits = 0;
 };
 
 }  // namespace pennywort::tests

@@ -409,26 +409,20 @@ TEST_F(Observe, OnceIsTriedAgainWhereALookUpFailed) {
 // A library may tell of many services in one result, and each that is silent takes 2 s. The next
 // one is asked for meanwhile.
 TEST_F(Observe, OnceWaitsForOneServiceATurnOfTheLoop) {
-    static int s_waits;
-    s_waits = 0;
-    discovery::event_calls_in_use().wait = [](int socket, int ms) {
-        s_waits += ms > 0 ? 1 : 0;
-        return discovery::wait_for_arrival(socket, 0);
-    };
     cBonjour bonjour;
     bonjour.StartObservingOnce(1, k_http, 0);
     fake_dnssd::tell_all_in_one_result();
     for (const char* const name : {"a", "b", "c", "d", "e"}) tell(name);
     const collected_traces traces;
-    int waits = 0;
+    int before = 0;
     while (zMessageLoop::RunOnce(0)) {
-        EXPECT_LE(s_waits, waits + 1);
-        waits = s_waits;
-        if (waits > 0) {
-            EXPECT_EQ(count_of("Resolve"), std::min(waits + 1, 5));
+        EXPECT_LE(waits(), before + 1);
+        before = waits();
+        if (before > 0) {
+            EXPECT_EQ(count_of("Resolve"), std::min(before + 1, 5));
         }
     }
-    EXPECT_EQ(waits, 5);
+    EXPECT_EQ(before, 5);
     EXPECT_EQ(count_of("Resolve"), 5);
     EXPECT_EQ(count_of("ProcessResult"), 1);
 }

@@ -85,6 +85,14 @@ protected:
         paint();
         ASSERT_TRUE(run->is_ready());
     }
+    // Up to the script, which waits for its answer.
+    void begin_script(const std::string& script) {
+        request.script = script;
+        request.script_name = "a.js";
+        begin();
+        load();
+        answer("ready");
+    }
     bool failure_has(const std::string& part) const {
         return run->has_failed() && run->failure().find(part) != std::string::npos &&
                run->failure().find('\n') == std::string::npos;
@@ -186,11 +194,7 @@ TEST_F(PageRun, APageThatDoesNotAnswerIsAskedAgainAndFailsAfterTheTimeout) {
 }
 
 TEST_F(PageRun, AScriptThatThrowsFailsWithWhatItThrew) {
-    request.script = "throw 1";
-    request.script_name = "a.js";
-    begin();
-    load();
-    answer("ready");
+    begin_script("throw 1");
     answer("throws Error: bad");
     EXPECT_TRUE(failure_has("a.js: Error: bad")) << run->failure();
 }
@@ -199,11 +203,7 @@ class PageRunScript : public PageRun {
 protected:
     // Up to the question that the page has not answered for a while.
     void begin_doubt() {
-        request.script = "marker(";
-        request.script_name = "a.js";
-        begin();
-        load();
-        answer("ready");
+        begin_script("marker(");
         pass_slowly(1s);
         ASSERT_TRUE(port.alive);
     }
@@ -253,11 +253,7 @@ TEST_F(PageRun, AConditionThatIsNoneFailsAtOnce) {
 }
 
 TEST_F(PageRun, AScriptThatNeverAnswersIsRunOnceAndFailsAfterTheTimeout) {
-    request.script = "marker(";
-    request.script_name = "a.js";
-    begin();
-    load();
-    answer("ready");
+    begin_script("marker(");
     pass_slowly(30s);
     EXPECT_TRUE(failure_has("a.js has not ended")) << run->failure();
     int runs = 0;
@@ -267,11 +263,8 @@ TEST_F(PageRun, AScriptThatNeverAnswersIsRunOnceAndFailsAfterTheTimeout) {
 
 // It may open what browsers open at a click only; what we ask the page ourselves does not.
 TEST_F(PageRun, TheUsersScriptAloneCountsAsAClick) {
-    request.script = "marker()";
     request.wait_for = "true";
-    begin();
-    load();
-    answer("ready");
+    begin_script("marker()");
     pass(10ms);
     EXPECT_EQ(port.users_scripts, 1);
     ASSERT_FALSE(port.scripts.empty());
@@ -361,10 +354,7 @@ TEST_F(PageRun, TheScriptRunsAfterTheFontsAndBeforeTheCondition) {
 }
 
 TEST_F(PageRun, APageThatLoadsAnotherOneIsPreparedAgain) {
-    request.script = "return 1";
-    begin();
-    load();
-    answer("ready");
+    begin_script("return 1");
     answer("fine 1");
     run->page_loaded();
     answer("ready");

@@ -2,57 +2,15 @@
 // own, and when, on the fake runtime.
 #include <cstdint>
 #include <limits>
-#include <map>
 #include <string>
 #include <thread>
 #include <utility>
 
-#include "tests/webdisplay/fake_runtime_test.h"
+#include "tests/webdisplay/page_clock_fixture.h"
 
 namespace {
 
-constexpr auto k_painted = cWebDisplayPageFrame::Painted;
-constexpr auto k_unchanged = cWebDisplayPageFrame::Unchanged;
-constexpr auto k_failed = cWebDisplayPageFrame::Failed;
-
-class PageClockHost : public FakeRuntimeTest {
-protected:
-    using ends = std::vector<cWebDisplayPageFrame>;
-
-    void start_with_page_clocks() {
-        script().one_frame_at_a_time = true;
-        cWebDisplayCEFBrowserManager::EnablePageClock(7);
-        start();
-    }
-    static zRecord on_page_clock(const char* url) {
-        zRecord settings = page(url);
-        settings.SetBool("web_page_clock", true);
-        return settings;
-    }
-    bool ask(screen& shown, std::int64_t microseconds) {
-        return shown->AdvancePage(microseconds, [this](cWebDisplayPageFrame how) { told(how); });
-    }
-    void told(cWebDisplayPageFrame how) {
-        m_ends.push_back(how);
-        const auto work = m_work.extract(m_ends.size());
-        if (work) work.mapped()();
-    }
-    // The host does this when it is told of so many frames.
-    void when_told(std::size_t count, std::function<void()> work) {
-        m_work.emplace(count, std::move(work));
-    }
-    bool wait_for_ends(std::size_t count) {
-        return loop_until([&] { return m_ends.size() >= count; });
-    }
-    static std::string fault(screen& shown) {
-        cWebDisplayPageStatus status;
-        shown->GetPageStatus(status);
-        return std::string(status.frameFault.View());
-    }
-
-    ends m_ends;
-    std::map<std::size_t, std::function<void()>> m_work;
-};
+class PageClockHost : public PageClockFixture {};
 
 // --- in the end of a frame, with and without a picture
 

@@ -4,22 +4,15 @@
 #include <functional>
 
 #include "tests/support/failing_memory.h"
-#include "tests/webdisplay/fake_runtime_test.h"
+#include "tests/webdisplay/page_clock_fixture.h"
 
 namespace {
 
-class PageClockMemory : public FakeRuntimeTest {
+class PageClockMemory : public PageClockFixture {
 protected:
     void start_with_page() {
         script().animate = true;
-        script().one_frame_at_a_time = true;
-        cWebDisplayCEFBrowserManager::EnablePageClock(7);
-        start();
-    }
-    static zRecord exact_page() {
-        zRecord settings = page("http://a/");
-        settings.SetBool("web_page_clock", true);
-        return settings;
+        start_with_page_clocks();
     }
     // `ask` returns whether it was taken. What was is told once, and then the page goes on.
     void expect_told_or_refused(screen& shown, const std::function<bool()>& ask) {
@@ -36,9 +29,8 @@ protected:
         EXPECT_EQ(m_told, taken);
         EXPECT_GE(taken, 2) << "the first and the last have all their memory";
         bool is_painted = false;
-        ASSERT_TRUE(shown->AdvancePage(m_moment += 20'000, [&](cWebDisplayPageFrame how) {
-            is_painted = how == cWebDisplayPageFrame::Painted;
-        }));
+        ASSERT_TRUE(shown->AdvancePage(
+            m_moment += 20'000, [&](cWebDisplayPageFrame how) { is_painted = how == k_painted; }));
         EXPECT_TRUE(loop_until([&] { return is_painted; }));
     }
 
@@ -48,7 +40,7 @@ protected:
 
 TEST_F(PageClockMemory, AFrameIsToldOrRefused) {
     start_with_page();
-    screen s(exact_page());
+    screen s(on_page_clock("http://a/"));
     show(s);
     const std::function<void(cWebDisplayPageFrame)> told = [this](cWebDisplayPageFrame) {
         ++m_told;
@@ -58,7 +50,7 @@ TEST_F(PageClockMemory, AFrameIsToldOrRefused) {
 
 TEST_F(PageClockMemory, AQuestionIsToldOrRefused) {
     start_with_page();
-    screen s(exact_page());
+    screen s(on_page_clock("http://a/"));
     show(s);
     const zString question("a question that does not fit into a text of its own");
     const std::function<void(const zString&)> told = [this](const zString&) { ++m_told; };

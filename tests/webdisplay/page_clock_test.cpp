@@ -6,50 +6,15 @@
 #include <thread>
 
 #include "tests/support/collected_traces.h"
-#include "tests/webdisplay/fake_runtime_test.h"
+#include "tests/webdisplay/page_clock_fixture.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/page_clock.h"
 
 namespace {
 
 using strings = std::vector<std::string>;
-constexpr auto k_painted = cWebDisplayPageFrame::Painted;
-constexpr auto k_unchanged = cWebDisplayPageFrame::Unchanged;
-constexpr auto k_failed = cWebDisplayPageFrame::Failed;
 
-class PageClockTest : public FakeRuntimeTest {
-protected:
-    void start_with_page_clocks() {
-        script().one_frame_at_a_time = true;
-        cWebDisplayCEFBrowserManager::EnablePageClock(7);
-        start();
-    }
-
-    static zRecord on_page_clock(const char* url) {
-        zRecord settings = page(url);
-        settings.SetBool("web_page_clock", true);
-        return settings;
-    }
-
-    // Asks for a frame; how it ended goes to m_ends.
-    bool ask(screen& shown, std::int64_t microseconds) {
-        return shown->AdvancePage(microseconds,
-                                  [this](cWebDisplayPageFrame how) { m_ends.push_back(how); });
-    }
-    bool wait_for_ends(std::size_t count) {
-        return loop_until([&] { return m_ends.size() >= count; });
-    }
-    static cWebDisplayPageStatus status_of(screen& shown) {
-        cWebDisplayPageStatus status;
-        shown->GetPageStatus(status);
-        return status;
-    }
-    static std::string fault(screen& shown) {
-        return std::string(status_of(shown).frameFault.View());
-    }
-
-    std::vector<cWebDisplayPageFrame> m_ends;
-};
+class PageClockTest : public PageClockFixture {};
 
 TEST_F(PageClockTest, EachFrameIsStampedWithItsOwnMoment) {
     script().animate = true;
@@ -133,8 +98,7 @@ TEST_F(PageClockTest, TheBrowserBeginsEmptyAndThePageIsLoadedWhenItsClockStands)
     EXPECT_EQ(browser.loads, strings{"http://a/"});
     EXPECT_TRUE(browser.external_begin_frame);
     EXPECT_EQ(browser.inspector_observers, 1);
-    cWebDisplayPageStatus status;
-    s->GetPageStatus(status);
+    const cWebDisplayPageStatus status = status_of(s);
     EXPECT_EQ(status.phase, cWebDisplayPagePhase::Loaded);
     EXPECT_EQ(std::string(status.url.View()), "http://a/");
 }
@@ -257,8 +221,7 @@ TEST_F(PageClockTest, AReceiverThatThrowsWhenItClosesHoldsNothingUp) {
     ASSERT_TRUE(s->AdvancePage(40'000, throwing));
     s->Close();
     EXPECT_EQ(told, 3);
-    cWebDisplayPageStatus status;
-    s->GetPageStatus(status);
+    const cWebDisplayPageStatus status = status_of(s);
     EXPECT_NE(status.phase, cWebDisplayPagePhase::Loaded);
     EXPECT_TRUE(s->Open());
     EXPECT_TRUE(loop_until([] { return fake().creates() == 2; }));

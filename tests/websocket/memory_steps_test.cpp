@@ -14,6 +14,7 @@
 #include "loam/ready_mutex.h"
 #include "tests/support/eventually.h"
 #include "tests/support/failing_memory.h"
+#include "tests/websocket/counted_events.h"
 #include "websocket.h"
 #include "websocket/managed/managed_maker.h"
 #include "websocket/session_maker.h"
@@ -24,20 +25,6 @@ namespace {
 using tests::eventually;
 
 constexpr char k_long_text[] = "a message that is too long for the text itself";
-
-struct counts {
-    std::atomic<int> opened{0};
-    std::atomic<int> messages{0};
-    std::atomic<int> ends{0};
-};
-
-// Handlers that fit into their function take no memory.
-void count_events(cWebSocket& socket, counts& into) {
-    socket.SetOpenedHandler([&into](const std::shared_ptr<cWebSocket>&) { ++into.opened; });
-    socket.SetMessageHandler([&into](const char*) { ++into.messages; });
-    socket.SetErrorHandler([&into](cWebSocket::Error) { ++into.ends; });
-    socket.SetClosedHandler([&into](std::optional<cWebSocket::Error>, bool) { ++into.ends; });
-}
 
 // The socket of a peer that sends a text of two pieces and one of six, and no more.
 class quiet_upgraded_socket final : public upgraded_socket {
@@ -119,7 +106,7 @@ protected:
 
 TEST_F(WebSocketStepsMemory, TheSystemTransportsCallersRunOutOfIt) {
     bool is_made = false;
-    counts told;
+    event_counts told;
     const int failures = with_each_allocation_failing(
         [&] {
             is_made = false;
@@ -141,7 +128,7 @@ TEST_F(WebSocketStepsMemory, TheSystemTransportsCallersRunOutOfIt) {
 
 TEST_F(WebSocketStepsMemory, TheReceiveThreadRunsOutOfIt) {
     struct one_run {
-        counts told;
+        event_counts told;
         int count = 0;
         std::atomic<bool> has_failed{true};
     };
@@ -204,7 +191,7 @@ TEST_F(WebSocketStepsMemory, TheAsynchronousTransportRunsOutOfIt) {
         return std::make_shared<quiet_managed_socket>();
     };
     bool is_made = false;
-    counts told;
+    event_counts told;
     const int failures = with_each_allocation_failing(
         [&] {
             is_made = false;

@@ -9,6 +9,7 @@
 
 #include "tests/support/eventually.h"
 #include "tests/support/failing_memory.h"
+#include "tests/websocket/counted_events.h"
 #include "tests/websocket/frames.h"
 #include "tests/websocket/scripted_peer.h"
 #include "websocket.h"
@@ -16,6 +17,8 @@
 namespace {
 
 using pennywort::tests::eventually;
+using pennywort::websocket::count_events;
+using pennywort::websocket::event_counts;
 
 // More than one message takes on the binding's thread.
 constexpr int k_most_allocations = 40;
@@ -33,27 +36,13 @@ void echo_once(peer_connection& connection) {
     connection.send(frames::close(1000));
 }
 
-struct counts {
-    std::atomic<int> opened{0};
-    std::atomic<int> messages{0};
-    std::atomic<int> ends{0};
-};
-
-// Handlers that fit into their function take no memory.
-void count_events(cWebSocket& socket, counts& into) {
-    socket.SetOpenedHandler([&into](const std::shared_ptr<cWebSocket>&) { ++into.opened; });
-    socket.SetMessageHandler([&into](const char*) { ++into.messages; });
-    socket.SetErrorHandler([&into](cWebSocket::Error) { ++into.ends; });
-    socket.SetClosedHandler([&into](std::optional<cWebSocket::Error>, bool) { ++into.ends; });
-}
-
 TEST(WebSocketMemory, TheHostsThreadRunsOutOfIt) {
     const scripted_peer peer(echo_once);
     const std::string url = peer.url();
     bool has_hung = false;
     const int failures = with_each_allocation_failing(
         [&] {
-            counts told;
+            event_counts told;
             const auto socket = cWebSocket::Factory();
             if (socket == nullptr) return;
             count_events(*socket, told);
@@ -71,7 +60,7 @@ TEST(WebSocketMemory, TheBindingsThreadRunsOutOfIt) {
     const scripted_peer peer(echo_once);
     int ran_out = 0;
     for (int count = 0; count < k_most_allocations; ++count) {
-        counts told;
+        event_counts told;
         std::atomic<bool> has_failed{false};
         {
             const auto socket = cWebSocket::Factory();
@@ -108,7 +97,7 @@ TEST(WebSocketMemory, TheSystemTransportRunsOutOfIt) {
     bool has_hung = false;
     const int failures = with_each_allocation_failing(
         [&] {
-            counts told;
+            event_counts told;
             // Without memory for the socket itself there is none.
             std::unique_ptr<quiet_socket> socket;
             try {

@@ -87,42 +87,40 @@ std::ostream& operator<<(std::ostream& out, const left_over& what) {
 }
 
 // Two rounds that have been warm leave the next ones nothing to keep.
-TEST(Volume, TenThousandOneAfterAnotherLeaveNothing) {
+template <class Use>
+void expect_nothing_left_of(Use use_one) {
     left_over before;
     for (int round = 0; round < k_rounds; ++round) {
         if (round == 2) before = left_over::now();
         const scripted_peer peer(greet_and_answer);
-        for (int i = 0; i < k_sockets; ++i) {
-            event_log events;
-            const auto socket = cWebSocket::Factory();
-            events.listen_to(*socket);
-            socket->Open(peer.url().c_str(), 0);
-            ASSERT_TRUE(events.wait_for(2));
-            socket->Close();
-            ASSERT_TRUE(events.wait_for(3));
-            ASSERT_EQ(events.text(), "opened | message hello | closed clean");
-        }
+        for (int i = 0; i < k_sockets; ++i) ASSERT_NO_FATAL_FAILURE(use_one(peer.url()));
     }
     EXPECT_TRUE(eventually([&] { return left_over::now().is_no_more_than(before); }))
         << left_over::now() << " of " << before;
 }
 
+TEST(Volume, TenThousandOneAfterAnotherLeaveNothing) {
+    expect_nothing_left_of([](const std::string& url) {
+        event_log events;
+        const auto socket = cWebSocket::Factory();
+        events.listen_to(*socket);
+        socket->Open(url.c_str(), 0);
+        ASSERT_TRUE(events.wait_for(2));
+        socket->Close();
+        ASSERT_TRUE(events.wait_for(3));
+        ASSERT_EQ(events.text(), "opened | message hello | closed clean");
+    });
+}
+
 TEST(Volume, TenThousandSystemSocketsOneAfterAnotherLeaveNothing) {
-    left_over before;
-    for (int round = 0; round < k_rounds; ++round) {
-        if (round == 2) before = left_over::now();
-        const scripted_peer peer(greet_and_answer);
-        for (int i = 0; i < k_sockets; ++i) {
-            event_log events;
-            system_socket socket;
-            events.listen_to(socket);
-            socket.Open(peer.url().c_str(), 0);
-            ASSERT_TRUE(events.wait_for(2));
-            socket.Close();
-        }
-    }
-    EXPECT_TRUE(eventually([&] { return left_over::now().is_no_more_than(before); }))
-        << left_over::now() << " of " << before;
+    expect_nothing_left_of([](const std::string& url) {
+        event_log events;
+        system_socket socket;
+        events.listen_to(socket);
+        socket.Open(url.c_str(), 0);
+        ASSERT_TRUE(events.wait_for(2));
+        socket.Close();
+    });
 }
 
 bool has_websocket_thread() {

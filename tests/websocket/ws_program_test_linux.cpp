@@ -239,18 +239,27 @@ TEST(WsProgram, MoreInputThanMayWaitGoesOutWhole) {
     EXPECT_EQ(taken, k_all);
 }
 
+// It opens, and reads nothing as long as it lives.
+class server_that_takes_nothing {
+public:
+    ~server_that_takes_nothing() { m_is_over.set_value(); }
+    std::string url() const { return m_peer.url(); }
+
+private:
+    std::promise<void> m_is_over;
+    std::shared_future<void> m_over = m_is_over.get_future().share();
+    scripted_peer m_peer{[this](peer_connection& connection) {
+        connection.accept();
+        m_over.wait_for(tests::k_patience);
+    }};
+};
+
 // The end of the input would wait for ever otherwise.
 TEST(WsProgram, AServerThatTakesNothingIsToldAndLeft) {
-    std::promise<void> is_over;
-    const std::shared_future<void> over = is_over.get_future().share();
-    const scripted_peer peer([&](peer_connection& connection) {
-        connection.accept();
-        over.wait_for(tests::k_patience);
-    });
+    const server_that_takes_nothing peer;
     const program_folder folder;
     const program_run run = folder.run("head -c 33554432 /dev/zero | tr '\\0' x | pennywort ws " +
                                        peer.url() + " --linger 0 --stall 1");
-    is_over.set_value();
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(run.errors.starts_with("pennywort: opened\npennywort: the server takes nothing: "))
         << run.errors;
@@ -261,17 +270,11 @@ TEST(WsProgram, AServerThatTakesNothingIsToldAndLeft) {
 
 // The system's transport is inside its call then, and is ended there.
 TEST(WsProgram, AServerThatTakesNothingIsLeftByTheSystemsTransportToo) {
-    std::promise<void> is_over;
-    const std::shared_future<void> over = is_over.get_future().share();
-    const scripted_peer peer([&](peer_connection& connection) {
-        connection.accept();
-        over.wait_for(tests::k_patience);
-    });
+    const server_that_takes_nothing peer;
     const program_folder folder;
     const program_run run = folder.run(
         "(head -c 15000000 /dev/zero | tr '\\0' x; echo; echo behind it) | pennywort ws " +
         peer.url() + " --system --linger 0 --stall 1");
-    is_over.set_value();
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.errors,
               "pennywort: opened\n"

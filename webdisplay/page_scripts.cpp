@@ -38,6 +38,7 @@ const char* const k_film_driver = R"js(
                      speed: film.playbackRate, heard: Math.round(begun)});
     over.delete(film);
     stood.delete(film);
+    if (is_film(film)) hub.move();
   }
   // Where a film begins is known when it has come: its address may say so, and the page may have
   // set it before there was anything to put there.
@@ -167,6 +168,28 @@ const char* const k_film_driver = R"js(
     one.addedNodes.forEach(look);
     one.removedNodes.forEach(leave);
   })).observe(document, {childList: true, subtree: true});
+  // That the browser has sought does not say that it shows what it has found: that comes with a
+  // frame. A film without a picture in the frame before, hidden or without any, has none to wait
+  // for until there is one again.
+  const ask_picture = HTMLVideoElement.prototype.requestVideoFrameCallback;
+  function await_picture(film, run) {
+    run.is_blind = Boolean(run.show);
+    run.picture = new Promise(done => { run.show = done; });
+    if (!run.is_asked) look_at(film, run);
+  }
+  function look_at(film, run) {
+    run.is_asked = true;
+    ask_picture.call(film, (_, {mediaTime}) => {
+      run.is_asked = false;
+      // The picture that a film comes with is another one than that which it was put to.
+      const is_it = Math.abs(run.at - mediaTime) < 0.25 || run.seen === mediaTime;
+      run.seen = mediaTime;
+      if (!is_it) return films.get(film) === run && look_at(film, run);
+      run.is_blind = false;
+      run.show?.();
+      run.show = null;
+    });
+  }
   function place(film, run) {
     if (film.readyState < 1) return null;
     run.come(film);
@@ -180,8 +203,10 @@ const char* const k_film_driver = R"js(
       if (Math.abs(time - (run.said ?? -1)) >= 0.25) fire(film, 'timeupdate'), run.said = time;
       return null;
     }
+    hub.show(run);
     if (run.at === time) return null;
     run.at = time;
+    await_picture(film, run);
     return new Promise(done => {
       film.addEventListener('seeked', done, {once: true});
       film.addEventListener('error', done, {once: true});

@@ -64,8 +64,10 @@ inline constexpr std::string_view k_no_printing =
 // Only for a page by its own clock. Films do not play by that clock, nor does anything sound by it:
 // films are kept paused and put to each frame's moment, contexts of sound are replaced by such as
 // render off line, and files of sound are mixed by script. The driver stands in each document
-// before its own scripts, and calls the binding when there is the first thing to drive.
+// before its own scripts, and calls the binding when there is the first thing to drive; with
+// `k_film_moves` when pictures of films begin to move.
 inline constexpr const char* k_film_binding = "thinternalFilms";
+inline constexpr const char* k_film_moves = "film";
 extern const char* const k_sound_common;
 extern const char* const k_sound_driver;
 extern const char* const k_film_driver;
@@ -74,6 +76,9 @@ std::string page_driver_script();
 // page_samples), and in a second line what is to be heard of files, as an order for the world
 // below; nothing where neither is, or nobody listens.
 std::string films_at(std::int64_t microseconds, bool is_heard);
+// Waits, after that, for a frame in which the films' pictures are shown. False where none moves any
+// more.
+inline constexpr const char* k_shown = "window['thinternal shown']()";
 
 // Files are heard in a world beside the page's own, with objects that no script of the page can
 // reach. It asks for the bytes of a file of this machine by its own binding.

@@ -37,6 +37,18 @@ const char* const k_sound_driver = R"js(
       tell('');
     };
 
+    // --- pictures of films
+
+    let moves = false, shown = [];  // those that are put to the moment of the frame
+    const move = () => {
+      if (!moves) tell('film');
+      moves = true;
+    };
+    const runs_film = () => runs().some(([film]) => film.localName === 'video');
+    // When they are shown; and whether there is any to come in the next frame.
+    const await_shown = () => Promise.all(shown.map(run => run.is_blind || run.picture))
+      .then(() => moves = shown.length > 0 || runs_film());
+
     // --- contexts
 
     let contexts = [];
@@ -213,6 +225,7 @@ const char* const k_sound_driver = R"js(
     const ran = until => [...pieces, ...runs().map(([film, run]) => [film, run, until])];
     let ordered = 0;
     async function step(until, is_heard) {
+      shown = [];
       await Promise.all(open_frames().map(one => one.place()));
       const all = is_heard ? ran(until) : [];
       await Promise.all(all.map(([film, run]) => in_time(film, prepare(film, run))));
@@ -272,8 +285,10 @@ const char* const k_sound_driver = R"js(
     }
 
     Object.defineProperty(self, 'thinternal films', {value: drive});
+    Object.defineProperty(self, 'thinternal shown', {value: await_shown});
     return Object.freeze({
-      now, rouse, say, with_room,
+      now, rouse, say, with_room, move,
+      show(run) { shown.push(run); },
       add(one) {
         contexts.push(one);
         rouse();
@@ -295,7 +310,7 @@ const char* const k_sound_driver = R"js(
     Object.defineProperty(self, key, {value: made});
     return made;
   })() || {
-    now: () => performance.now() * rate / 1000, rouse() {}, join() {}, end() {}, is_apart: true,
+    now: () => performance.now() * rate / 1000, rouse() {}, join() {}, end() {}, move() {}, is_apart: true,
     say() { say('what a frame of another site says is not in the film'); }
   };
 

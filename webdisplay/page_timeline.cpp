@@ -30,16 +30,11 @@ constexpr auto k_short_patience = 500ms;
 // Behind a fetch that has not ended, such as one that is meant to stay open.
 constexpr auto k_forced_patience = 20ms;
 constexpr auto k_forced_limit = 5'000ms;
-constexpr auto k_turn_limit = 30'000ms;
 // The first wakes a worker, and its timers come after that message.
 constexpr int k_wakes = 2;
 // From the moment at which the clock stops to the page's time 0, at least.
 constexpr std::int64_t k_lead_us = 2000;
 constexpr double k_lead_s = 0.002;
-// For as long a page may be busy with its turn without being asked whether it is; then twice that,
-// and so on, to the other.
-constexpr auto k_first_patience = 100ms;
-constexpr auto k_last_patience = 2'000ms;
 // The browser cuts a budget off to whole microseconds; no rounding is to cost one.
 constexpr double k_spare_ms = 0.0001;
 constexpr double k_fence_ms = 0.001;
@@ -84,7 +79,7 @@ void page_timeline::browser_arrived() {
 void page_timeline::painted() {
     m_has_painted = true;
     // The frame before is over with its picture; else that is found out by trying.
-    if (m_phase == phase::ticking) m_due = m_limit = m_now;
+    if (m_phase == phase::ticking || m_phase == phase::clearing) m_due = m_limit = m_now;
     // In its turn it is not over; later, that of the next frame may have been asked for already.
     if (m_phase != phase::turning) settle(frame_end::painted);
 }
@@ -103,7 +98,7 @@ void page_timeline::hear(const std::string& method, const json& params) {
         if (m_phase == phase::aligning || m_phase == phase::moving) m_has_come = true;
         if (m_phase == phase::loading) let_tasks_run();
     } else if (method == "Runtime.bindingCalled") {
-        if (message_text(params, "/name") == page_scripts::k_film_binding) m_has_films = true;
+        if (message_text(params, "/name") == page_scripts::k_film_binding) films_begin(params);
     } else if (method == "Page.frameNavigated") {
         if (message_part(params, "/frame/parentId").is_null()) page_begins();
     } else if (method == "Page.domContentEventFired") {
@@ -120,6 +115,7 @@ void page_timeline::hear(const std::string& method, const json& params) {
 void page_timeline::page_begins() {
     if (m_phase != phase::loading && !has_page()) return;
     (m_phase == phase::loading ? m_has_begun : m_has_moved_on) = true;
+    m_has_moving_films = false;
     m_is_read = false;
     m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
         read_clock(result);
@@ -152,7 +148,7 @@ void page_timeline::ask_load() {
     m_frame_us = 0;
     m_loads = 0;
     m_lead_us = k_lead_us;
-    m_has_films = false;
+    m_has_films = m_has_moving_films = false;
     m_has_moved_on = m_is_met = false;
     m_was_forced = false;
     m_workers.clear();
@@ -324,7 +320,10 @@ const page_timeline::row& page_timeline::row_of(phase which) {
          &self::tell_values},
         {wait::event, k_move_limit, k_hangs, &self::wake},
         {wait::answers, k_call_limit, "a worker of the page does not answer", &self::wake},
-        {wait::answers, k_move_limit, "a film of the page does not follow", &self::hold},
+        {wait::answers, k_call_limit, "the page's inspector does not answer", &self::clear},
+        {wait::time, k_tick_interval, "", &self::try_clear},
+        {wait::answers, k_move_limit, "a film of the page does not follow", &self::show},
+        {wait::pictures, k_ever, k_hangs, &self::end_quiet},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::tick},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::meet_next_page},
         {wait::event, k_read_interval, "", &self::meet_again},
@@ -374,6 +373,8 @@ bool page_timeline::is_over(wait what) const {
             return m_phase == phase::blank ? m_has_painted || is_late() : is_late();
         case wait::wishes:
             return !m_waiting.empty() || has_question();
+        case wait::pictures:
+            return (m_has_shown && m_has_turned) || m_has_moved_on;
         case wait::nothing:
             break;
     }
@@ -391,6 +392,7 @@ void page_timeline::late(const row& current) {
     if (m_phase == phase::waking && m_workers.leave_shared()) return;
     if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
     if (m_phase == phase::placing && !std::exchange(m_is_hurried, true)) return hurry();
+    if (m_phase == phase::showing) return show_again(current.fault);
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
     m_was_forced = true;
     m_inspector.call("Emulation.setVirtualTimePolicy", {{"policy", "advance"}});
@@ -432,6 +434,7 @@ page_timeline::receiver page_timeline::take_end() {
 
 void page_timeline::start() {
     m_zero = m_clock = m_told;
+    m_last_stamp = 0;
     open_frame();
 }
 
@@ -502,7 +505,7 @@ void page_timeline::tick() {
 // Once it is taken, the frame before it is over. That is told last: a host may ask for another page
 // then, or for this one to be closed.
 void page_timeline::try_tick() {
-    if (!m_port.begin_frame(stamp())) {
+    if (!begin_frame(stamp())) {
         if (m_now >= m_tick_limit) return fail("the browser takes no frame");
         return await(phase::ticking);
     }
@@ -522,7 +525,13 @@ void page_timeline::try_tick() {
 
 std::int64_t page_timeline::stamp() const {
     const std::int64_t unseen = m_zero - k_unseen_us + m_unseen_us;
-    return (is_unseen() ? unseen : m_zero + m_frame_us + m_repeats) * 1000;
+    return is_unseen() ? unseen : m_zero + m_frame_us + m_repeats;
+}
+
+bool page_timeline::begin_frame(std::int64_t microseconds) {
+    if (!m_port.begin_frame(microseconds * 1000)) return false;
+    m_last_stamp = microseconds;
+    return true;
 }
 
 void page_timeline::await_turn() {
@@ -542,7 +551,7 @@ void page_timeline::tick_again() {
     // Each frame that is still to come needs a moment of its own.
     if (is_unseen() && m_unseen_us >= k_unseen_us - (k_unseen - m_unseen)) return;
     ++m_repeats;
-    const bool is_taken = m_port.begin_frame(stamp());
+    const bool is_taken = begin_frame(stamp());
     if (is_taken && is_unseen()) ++m_unseen_us;
     if (!is_taken) --m_repeats;
 }

@@ -143,7 +143,10 @@ private:
         asking,     // nor is one, and the page is asked for values
         moving,     // the clock moves to the frame's time
         waking,     // workers find their timers due
+        quieting,   // the page is to have no turns in frames that nobody sees
+        clearing,   // the browser is to take such a frame: the one before it has been drawn
         placing,    // films are put to the frame's time, and what was heard until then comes
+        showing,    // their pictures come to the display, in frames that nobody sees
         holding,    // the clock is stopped again
         meeting,    // the same, for the page that has moved on to another one
         reading,    // that one is read
@@ -152,7 +155,7 @@ private:
         failed
     };
     // What ends a phase.
-    enum class wait { nothing, time, answers, event, wishes, turn };
+    enum class wait { nothing, time, answers, event, wishes, turn, pictures };
     struct row;
     struct frame {
         std::int64_t microseconds = 0;
@@ -173,6 +176,11 @@ private:
     static constexpr int k_unseen_us = page_grain::k_unseen_us;
     static constexpr std::chrono::seconds k_call_limit{20};
     static constexpr std::chrono::seconds k_move_limit{30};
+    static constexpr std::chrono::seconds k_turn_limit{30};
+    // For as long a page may be busy with its turn without being asked whether it is; then twice
+    // that, and so on, to the other.
+    static constexpr std::chrono::milliseconds k_first_patience{100};
+    static constexpr std::chrono::milliseconds k_last_patience{2000};
     // For a frame that shows how the page rounds its time.
     static constexpr std::chrono::milliseconds k_trial_limit{200};
 
@@ -205,6 +213,7 @@ private:
     void forget_calls();
     void ask_for_turn();
     std::int64_t stamp() const;
+    bool begin_frame(std::int64_t microseconds);
     bool is_unseen() const { return m_unseen < k_unseen; }
     // In the last one of those the page's scripts draw nothing. A film's own picture may come to
     // the display after that of the page beside it, which is then drawn a frame late, and so is
@@ -246,9 +255,20 @@ private:
     void return_to_frames();
 
     // page_timeline_films.cpp
+    void films_begin(const nlohmann::json& called);
     void place();
+    void quiet();
+    void clear();
+    void try_clear();
+    void put();
     void place_films();
     void hurry();
+    void show();
+    void await_pictures();
+    void show_again(const char* hangs);
+    void end_quiet();
+    std::int64_t unseen_moment() const;
+    bool has_unseen_moment() const { return unseen_moment() < m_zero + m_frame_us; }
 
     // page_timeline_moves.cpp
     void meet();
@@ -312,7 +332,14 @@ private:
     bool m_is_read = false;  // all that it begins with is there
     bool m_is_met = false;   // that one is yet to be told where its time stands
     bool m_has_films = false;
-    bool m_is_hurried = false;  // they are not to wait for what is still to come
+    bool m_has_moving_films = false;  // some of them have pictures, which move
+    bool m_is_quiet = false;          // the page rests, for the films of the frame
+    bool m_is_put = false;            // they are at its time
+    bool m_has_shown = false;         // and their pictures are shown
+    std::uint64_t m_shown = 0;        // how often that was asked
+    std::chrono::milliseconds m_pause{};
+    std::int64_t m_last_stamp = 0;  // in microseconds, of a frame that the browser has taken
+    bool m_is_hurried = false;      // they are not to wait for what is still to come
 };
 
 }  // namespace pennywort::webdisplay

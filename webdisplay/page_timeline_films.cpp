@@ -1,5 +1,6 @@
 // page_timeline_films.cpp - the part of page_timeline.h about films and sounds, which are put to
 // the moment of each frame.
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -10,13 +11,60 @@ namespace pennywort::webdisplay {
 
 namespace {
 
+using namespace std::chrono_literals;
 using json = nlohmann::json;
+
+// For so long a picture is waited for in a frame; in the next one twice as long, and so on.
+constexpr auto k_first_pause = 1ms;
 
 }  // namespace
 
-// The frames that nobody sees tell the page's driver where its time begins.
+void page_timeline::films_begin(const json& called) {
+    m_has_films = true;
+    if (message_text(called, "/payload") == page_scripts::k_film_moves) m_has_moving_films = true;
+}
+
+// The frames that nobody sees tell the page's driver where its time begins. Where films move, each
+// frame has some of its own before it: a film is put to its place between two frames, or the one
+// before could have its picture too, and its picture comes to the display with a frame.
 void page_timeline::place() {
     if (!m_has_films && !is_unseen() && !std::exchange(m_is_met, false)) return tick();
+    m_is_put = false;
+    m_is_quiet = m_has_moving_films && !is_unseen() && has_unseen_moment();
+    if (!m_is_quiet) return put();
+    m_pause = k_first_pause;
+    tell_page(page_scripts::k_rest);
+    quiet();
+}
+
+// The answer shows that the page rests, and has the wish for its turn.
+void page_timeline::quiet() {
+    await(phase::quieting);
+    evaluate("0");
+}
+
+void page_timeline::clear() {
+    m_tick_limit = m_now + k_call_limit;
+    try_clear();
+}
+
+// As in try_tick.
+void page_timeline::try_clear() {
+    if (m_has_moved_on) return hold();
+    if (!begin_frame(unseen_moment())) {
+        if (m_now >= m_tick_limit) return fail("the browser takes no frame");
+        return await(phase::clearing);
+    }
+    const receiver before = take_end();
+    if (std::exchange(m_is_put, true)) {
+        await_pictures();
+    } else {
+        put();
+    }
+    if (before) before(frame_end::unchanged);
+}
+
+void page_timeline::put() {
     await(phase::placing);
     m_is_hurried = false;
     let_tasks_run();
@@ -41,6 +89,58 @@ void page_timeline::place_films() {
 void page_timeline::hurry() {
     place_films();
     m_due = m_limit = m_now + k_move_limit;
+}
+
+// One that has been given up may be answered all the same, and not for a later frame.
+void page_timeline::show() {
+    if (!m_is_quiet) return hold();
+    m_has_shown = false;
+    m_inspector.call(
+        "Runtime.evaluate",
+        {{"expression", page_scripts::k_shown}, {"awaitPromise", true}, {"returnByValue", true}},
+        [this, shown = ++m_shown](const json& result) {
+            if (shown != m_shown) return;
+            m_has_shown = true;
+            if (message_part(result, "/result/value") == false) m_has_moving_films = false;
+        });
+    await_pictures();
+    m_due = m_limit = m_now;
+}
+
+void page_timeline::await_pictures() {
+    await(phase::showing);
+    m_due = m_limit = m_now + m_pause;
+    m_patience = k_first_patience;
+    m_again_at = m_now + m_patience;
+    m_tick_limit = m_now + k_turn_limit;
+}
+
+// A film may have no picture, and is not waited for beyond the last moment before the frame's. As
+// in tick_again, such a frame may pass the page by.
+void page_timeline::show_again(const char* hangs) {
+    m_due = m_limit = m_now + m_pause;
+    if (m_has_turned) {
+        if (!has_unseen_moment()) return end_quiet();
+        m_pause *= 2;
+        ask_for_turn();
+        return quiet();
+    }
+    if (m_now >= m_tick_limit) return fail(hangs);
+    if (m_now < m_again_at) return;
+    m_patience = std::min<std::chrono::milliseconds>(2 * m_patience, k_last_patience);
+    m_again_at = m_now + m_patience;
+    if (has_unseen_moment()) begin_frame(unseen_moment());
+}
+
+void page_timeline::end_quiet() {
+    if (m_has_moved_on) return hold();
+    tell_page(page_scripts::k_no_rest);
+    ask_for_turn();
+    hold();
+}
+
+std::int64_t page_timeline::unseen_moment() const {
+    return std::max(m_zero + m_frame_us - k_unseen_us, m_last_stamp + 1);
 }
 
 }  // namespace pennywort::webdisplay

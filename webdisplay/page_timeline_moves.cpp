@@ -59,6 +59,7 @@ void page_timeline::follow_clock() {
     const std::int64_t ahead = m_told - m_clock;
     if (std::abs(ahead) > m_moved_us) m_zero += ahead;
     m_clock = m_told;
+    m_last_stamp = 0;
 }
 
 }  // namespace pennywort::webdisplay

@@ -55,6 +55,11 @@ public:
         std::vector<std::string> answers;
         for (const json& call : std::exchange(outbox, {})) answer(call, answers);
         clock_ms += std::exchange(runs_on_ms, 0);
+        if (is_in_frame && !shown.empty() && --shows_at <= 0) {
+            for (const int id : std::exchange(shown, {})) {
+                answers.push_back(result(id, {{"result", {{"value", has_films}}}}));
+            }
+        }
         if (std::exchange(is_in_frame, false) && is_read) {
             const json told{{"type", "number"}, {"value", told_ms()}};
             for (const int id : std::exchange(turns, {})) {
@@ -89,6 +94,9 @@ public:
     std::string silent_at;     // a method that is not answered
     std::string silent_about;  // or a part of such expressions
     std::string says_at_load;  // an event that comes with the first answer
+    int shows_at = 0;  // the frame that has the pictures of films, from when they are asked for
+    bool has_films = true;
+    std::vector<int> shown;
     std::vector<page_samples> heard;
     std::string sounds;              // what its driver says at each frame
     bool moves_on_for_ever = false;  // within the frame that is asked for next
@@ -131,6 +139,10 @@ private:
         if (expression == "0" && moves_on_for_ever) {
             answers.push_back(k_navigated);
             answers.push_back(k_read);
+        }
+        if (expression == page_scripts::k_shown) {
+            if (shows_at > 0) return shown.push_back(id);
+            return answers.push_back(result(id, {{"result", {{"value", has_films}}}}));
         }
         if (expression.find("thinternal films") != std::string::npos) {
             json value{{"result", {{"type", "string"}, {"value", sounds}}}};

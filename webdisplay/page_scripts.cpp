@@ -231,11 +231,40 @@ const char* const k_turn_keeper = R"js((() => {
   // While the page rests, its turns are kept for the frame after that.
   const drop = cancelAnimationFrame, own = window, asked = {__proto__: null};
   let rests = false, held = [];
-  const wish = one => one.id = next(at => {
-    if (rests) return void(held[held.length] = one);
-    delete asked[one.key];
-    call(one.turn, undefined, [at]);
-  });
+
+  // The page cannot tell a frame of another site to rest. Such a one has one turn for each moment,
+  // in the first frame that is drawn for it, and that moment's time.
+  const is_apart = (() => {
+    try {
+      return self !== top && !top['thinternal rest'];
+    } catch {
+      return true;
+    }
+  })();
+  const clock = performance.now.bind(performance), moment = 0.2;
+  let is_marked = false, is_again = false, last = -moment;
+  function mark() {
+    if (is_marked) return;
+    is_marked = true;
+    next(at => {
+      is_marked = false;
+      is_again = at - last < moment;
+      if (!is_again) last = at;
+    });
+  }
+  function time_of(at) {
+    const ahead = is_apart ? clock() - at : 0;
+    return ahead > 0 && ahead < moment ? at + ahead : at;
+  }
+  function wish(one) {
+    if (is_apart) mark();
+    return one.id = next(at => {
+      if (rests) return void(held[held.length] = one);
+      if (is_again) return void wish(one);
+      delete asked[one.key];
+      call(one.turn, undefined, [time_of(at)]);
+    });
+  }
   own.requestAnimationFrame = function requestAnimationFrame(turn) {
     if (typeof turn !== 'function') return call(ask, own, arguments);
     const one = {turn, key: 0, id: 0};

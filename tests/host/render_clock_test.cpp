@@ -85,6 +85,18 @@ constexpr clock_case k_clocks[] = {
      "margin:0;background:black}div{position:absolute;width:1px;height:8px;background:white}"
      "</style><div id=bar></div><script>let n = 0; setInterval(() => bar.style.left = ++n + 'px', "
      "20)</script>\"></iframe>"},
+    // It has frames of its own before those that are seen, in which no page is to have a turn.
+    {"IframeOfAnotherSiteBesideAVideo",
+     "<iframe width=64 height=8 frameborder=0 scrolling=no src=\"data:text/html,<style>body{"
+     "margin:0;background:black}div{position:absolute;width:1px;height:8px;background:white}"
+     "</style><div id=bar></div><script>let n = -1; requestAnimationFrame(function next() {"
+     "bar.style.left = ++n + 'px'; requestAnimationFrame(next); })</script>\"></iframe>"
+     "<video src=count.webm autoplay muted></video>"},
+    {"ScriptsBesideAVideo",
+     "<div id=bar style='z-index:1'></div><video src=count.webm autoplay muted style="
+     "'position:absolute;top:0;clip-path:inset(5px 0 0 0)'></video><script>let n = -4;"
+     "requestAnimationFrame(function next() { bar.style.left = ++n + 'px';"
+     "requestAnimationFrame(next); })</script>"},
     {"WorkersTimers",
      "<div id=bar></div><script>const worker = new Worker(URL.createObjectURL(new Blob(["
      "'let n = 0; setInterval(() => postMessage(++n), 20)'])));"

@@ -188,7 +188,8 @@ const char* const k_sound_driver = R"js(
         return say(refusal);
       }
       if (!is_there) return;
-      run.come(film);
+      run.come?.(film);  // what a script of the page has made up may have no such thing
+      run.is_ready = true;
       run.url = film.currentSrc;
       run.length = Math.round(film.duration * rate);
       if (film.playbackRate !== 1 && film.preservesPitch) {

@@ -57,7 +57,7 @@ public:
         clock_ms += std::exchange(runs_on_ms, 0);
         if (is_in_frame && !shown.empty() && --shows_at <= 0) {
             for (const int id : std::exchange(shown, {})) {
-                answers.push_back(result(id, {{"result", {{"value", has_films}}}}));
+                answers.push_back(shown_to(id));
             }
         }
         if (std::exchange(is_in_frame, false) && is_read) {
@@ -123,6 +123,9 @@ private:
         return json{{"id", id}, {"result", what}}.dump();
     }
 
+    // Whether films move, when their pictures are shown.
+    std::string shown_to(int id) const { return result(id, {{"result", {{"value", has_films}}}}); }
+
     void answer(const json& call, std::vector<std::string>& answers) {
         const std::string method = call["method"];
         if (method == silent_at) return;
@@ -140,10 +143,8 @@ private:
             answers.push_back(k_navigated);
             answers.push_back(k_read);
         }
-        if (expression == page_scripts::k_shown) {
-            if (shows_at > 0) return shown.push_back(id);
-            return answers.push_back(result(id, {{"result", {{"value", has_films}}}}));
-        }
+        const bool shows = expression == page_scripts::k_shown;
+        if (shows) return shows_at > 0 ? shown.push_back(id) : answers.push_back(shown_to(id));
         if (expression.find("thinternal films") != std::string::npos) {
             json value{{"result", {{"type", "string"}, {"value", sounds}}}};
             if (is_bent) value["exceptionDetails"] = {{"text", "Uncaught"}};

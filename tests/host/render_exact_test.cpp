@@ -115,6 +115,18 @@ TEST_F(ExactFilm, HasFourTurnsAtItsTimeZeroAndNoneThatWasTakenBack) {
     }
 }
 
+TEST_F(ExactFilm, IsTheSameInTwoPiecesThatAreMadeAtOnce) {
+    const auto run = folder.run(
+        "film='pennywort render moving.html --size 64x32 --date 2026-12-24'\n"
+        "$film --to 2 -o whole.bgra || exit\n"
+        "$film --to 1 -o first.bgra & first=$!\n"
+        "$film --from 1 --to 2 -o second.bgra & second=$!\n"
+        "wait $first && wait $second && cat first.bgra second.bgra | cmp - whole.bgra &&\n"
+        "! cmp -s first.bgra second.bgra");
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+    EXPECT_EQ(folder.read("whole.bgra").size(), 100u * 64 * 32 * 4);
+}
+
 TEST_F(ExactFilm, ThatCannotGoOnSaysWhy) {
     expect_failure("pennywort render http://does-not-exist.invalid/ --exact --frames 1",
                    "could not be loaded");

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <string>
+
 namespace pennywort::host {
 namespace {
 
@@ -32,6 +35,32 @@ TEST(OutputFault, IsAReaderThatLeavesUnlessOnlyHeEndsTheRun) {
     EXPECT_EQ(output_fault(outcome::reader_closed(), k_endless), "");
     EXPECT_EQ(output_fault(outcome::reader_closed(), k_whole), outcome::reader_closed().text());
     EXPECT_EQ(output_fault(outcome::failed("full"), k_endless), "full");
+}
+
+// 100 frames at 50 a second are 2 s of film.
+std::string film_summary(std::chrono::milliseconds taken) {
+    render_options options;
+    options.clock = page_clock::own;
+    options.output.path = "a.mkv";
+    options.output.kind = output_kind::mkv;
+    render_result result;
+    result.counts.frames = 100;
+    result.counts.repeated = 1;
+    result.counts.counted = taken;
+    const auto lines = summary_lines(options, result);
+    return lines.size() == 1 ? lines[0] : std::to_string(lines.size()) + " lines";
+}
+
+TEST(RenderSummary, SaysHowMuchSoonerOrLaterAFilmIsDoneThanItPlays) {
+    using namespace std::chrono_literals;
+    EXPECT_EQ(film_summary(500ms),
+              "a.mkv: 100 frames, each at its moment; 0.50 s for 2.00 s of film, 4.00 times real "
+              "time; 1 frame the same as the one before");
+    EXPECT_NE(film_summary(8s).find("8.00 s for 2.00 s of film, 0.25 times real time"),
+              std::string::npos)
+        << film_summary(8s);
+    EXPECT_NE(film_summary(0ms).find("0.00 times real time"), std::string::npos)
+        << "no time at all is divided by";
 }
 
 }  // namespace

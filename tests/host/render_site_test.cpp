@@ -68,6 +68,28 @@ TEST_F(RenderSite, WhoseImageNeverComesIsShownByOneThatDoesNotWaitForIt) {
     EXPECT_NE(run.errors.find("has not loaded within 5 s"), std::string::npos) << run.errors;
 }
 
+TEST_F(RenderSite, OfAServerThatNobodyVouchesForIsShownOnlyWhereTheUserTrustsIt) {
+    const std::string plain = folder.read("server.py");
+    const auto end = plain.find("print(server");
+    folder.write("server.py", plain.substr(0, end) + R"py(
+import ssl
+context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+context.load_cert_chain('own.pem', 'own.key')
+server.socket = context.wrap_socket(server.socket, server_side=True)
+)py" + plain.substr(end));
+    expect_fine(
+        "openssl req -x509 -newkey rsa:2048 -nodes -keyout own.key -out own.pem -days 2 "
+        "-subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1");
+    const auto run = served(
+        "film=\"pennywort render https://127.0.0.1:$port/ --size 16x16\"\n"
+        "$film -o refused.png; echo $?\n"
+        "$film --ignore-certificate-errors -o trusted.png; echo $?");
+    EXPECT_EQ(run.output, "1\n0\n") << run.errors;
+    EXPECT_NE(run.errors.find("ERR_CERT_AUTHORITY_INVALID"), std::string::npos) << run.errors;
+    EXPECT_FALSE(folder.has("refused.png"));
+    EXPECT_EQ(pixel("trusted.png", 8, 8), k_white);
+}
+
 TEST_F(RenderSite, ThatHasNoPageIsToldAtOnce) {
     for (const auto& [path, part] :
          {std::pair("nothing", "status 204"), std::pair("file", "it is a download")}) {

@@ -175,8 +175,9 @@ bool display_engine::start_browser(webdisplay_browser_client& client, const std:
         window.windowless_rendering_enabled = 1;
         window.external_begin_frame_enabled =
             m_display.m_state->is_on_host_clock || m_display.m_state->is_on_page_clock ? 1 : 0;
-        // Of a page by its own clock it is only what an animated picture may run ahead by: at the
-        // film's own rate that would be a whole frame.
+        // For a page by its own clock it counts for nothing: the runtime says of each frame that is
+        // asked for that it lasts a sixtieth of a second, and an animated picture runs ahead by
+        // that.
         settings.windowless_frame_rate = m_display.m_state->is_on_page_clock
                                              ? k_page_clock_rate
                                              : whole_frames(m_display.m_frame_rate);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -32,7 +33,7 @@ public:
         return all;
     }
     // How often it heard "+name" or "-name".
-    long count(const std::string& sign) const {
+    std::ptrdiff_t count(const std::string& sign) const {
         return std::count_if(m_heard.begin(), m_heard.end(),
                              [&](const zRecord& one) { return sign_of(one) == sign; });
     }

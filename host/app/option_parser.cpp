@@ -47,7 +47,7 @@ added_option& added_option::takes_one() {
     return *this;
 }
 
-added_option& added_option::takes_next() {
+added_option& added_option::has_one_value() {
     m_option.expected(1);
     return *this;
 }

@@ -27,8 +27,8 @@ public:
     // It takes one value where it stands, also where its variable holds many: what follows is an
     // argument of its own.
     added_option& takes_one();
-    // Its value is what follows, whatever that begins with.
-    added_option& takes_next();
+    // It has exactly one value.
+    added_option& has_one_value();
     // The command line has only one of the two.
     added_option& excludes(const added_option& other);
 

@@ -98,7 +98,7 @@ void fetch_command::add_options(option_parser& parser) {
         .add_option("-d,--data", m_data,
                     "The body, @FILE, or @- for standard input; makes it a POST")
         .type_name("DATA")
-        .takes_next();
+        .has_one_value();
     parser
         .add_option("-o,--output", m_output,
                     "Where the body goes; standard output without it, and for -")

@@ -223,8 +223,16 @@ const char* const k_film_driver = R"js(
 const char* const k_turn_keeper = R"js((() => {
   const ask = requestAnimationFrame, call = Reflect.apply, Own = Promise;
   const next = then => call(ask, window, [then]);
+
+  // Behind a frame for which the page's thread had nothing new, the browser lets an animated image
+  // go ahead of that thread; when it then has something, each waits for the other for ever. So it
+  // has something in each frame that nobody sees: a listener, or none, of an event that hardly any
+  // page listens for.
+  const hears = [addEventListener, removeEventListener], nothing = () => 0;
+  let stirs = 0;
+  const stir = () => call(hears[stirs ^= 1], window, ['pointerrawupdate', nothing]);
   Object.defineProperty(window, 'thinternal turn', {value: () => new Own(done => next(at => {
-    next(() => 0);
+    next(stir);
     done(at);
   }))});
 

@@ -1,8 +1,10 @@
 // host/app/option_values.cpp - see the header for the contract.
 #include "host/app/option_values.h"
 
+#include <array>
+#include <cstddef>
 #include <fstream>
-#include <iterator>
+#include <ios>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -49,7 +51,14 @@ std::string take_pages(const std::vector<std::string>& pages, std::vector<std::s
 bool read_text_file(const std::string& path, std::string& text) {
     std::ifstream file(file_path(path), std::ios::binary);
     if (!file) return false;
-    text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    // By read(), which notes a fault in the stream: a folder can be opened, and what reads it
+    // through the iterators of its buffer throws.
+    text.clear();
+    std::array<char, 64 * 1024> piece;
+    while (file && text.size() <= k_max_text_file_bytes) {
+        file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+        text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
+    }
     return !file.bad() && text.size() <= k_max_text_file_bytes;
 }
 

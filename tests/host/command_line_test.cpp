@@ -60,6 +60,8 @@ const refused_arguments k_refused[] = {
     {"EndlessAndLong", {"render", k_page, "--frames", "1", "--endless"}, "--endless"},
     {"TimeoutZero", {"render", k_page, "--timeout", "0"}, "--timeout 0"},
     {"MissingStyleSheet", {"render", k_page, "--css", "no.css"}, "no.css"},
+    {"StyleSheetThatIsAFolder", {"render", k_page, "--css", "."}, "--css . cannot be read"},
+    {"ScriptThatIsAFolder", {"render", k_page, "--script", "."}, "--script . cannot be read"},
     {"MissingScript", {"render", k_page, "--script", "no.js"}, "no.js"},
     {"UnknownEnding", {"render", k_page, "-o", "film.avi"}, "film.avi"},
     {"BadPattern", {"render", k_page, "-o", "f-%s.png"}, "f-%s.png"},

@@ -151,7 +151,7 @@ void page_timeline::ask_load() {
     m_has_films = m_has_moving_films = false;
     m_has_moved_on = m_is_met = false;
     m_was_forced = false;
-    m_workers.clear();
+    m_workers.next_page();
     if (m_phase == phase::failed) {
         // A process that has ended has no clock to stop. The next one's will be found to be
         // another.

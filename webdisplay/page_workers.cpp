@@ -57,11 +57,17 @@ void page_workers::wake() {
     }
 }
 
+bool page_workers::is_shared(const std::string& session) const {
+    return std::find(m_shared.begin(), m_shared.end(), session) != m_shared.end();
+}
+
+void page_workers::next_page() {
+    std::erase_if(m_all, [this](const std::string& session) { return !is_shared(session); });
+}
+
 bool page_workers::leave_shared() {
-    const auto is_shared = [this](const std::string& session) {
-        return std::find(m_shared.begin(), m_shared.end(), session) != m_shared.end();
-    };
-    if (m_woken.empty() || !std::all_of(m_woken.begin(), m_woken.end(), is_shared)) return false;
+    const auto may_be_left = [this](const std::string& session) { return is_shared(session); };
+    if (m_woken.empty() || !std::all_of(m_woken.begin(), m_woken.end(), may_be_left)) return false;
     const auto left = m_woken;
     for (const auto& session : left) ends(session);
     return true;

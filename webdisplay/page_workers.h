@@ -31,12 +31,14 @@ public:
 
     // Nobody waits for their answers any more.
     void forget() { m_woken.clear(); }
-    // Another page is to come.
-    void clear() { m_all.clear(); }
+    // Another page is to come. Those that it may share stay attached, and nobody tells of them
+    // again.
+    void next_page();
 
 private:
     void begins(const std::string& session);
     void ends(const std::string& session);
+    bool is_shared(const std::string& session) const;
 
     page_inspector& m_inspector;
     std::vector<std::string> m_all;

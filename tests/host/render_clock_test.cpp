@@ -142,13 +142,8 @@ TEST_P(RenderClock, MovesByOneFrameAtATime) {
 INSTANTIATE_TEST_SUITE_P(Of, RenderClock, testing::ValuesIn(k_clocks),
                          [](const auto& one) { return std::string(one.param.name); });
 
-// What several pages may share goes by the time of the one that is filmed, as its own workers do.
-class RenderedSharedWorkers : public RenderFixture {};
-
-TEST_F(RenderedSharedWorkers, FollowThePagesTime) {
-    constexpr std::size_t k_frames = 40;
-    constexpr std::size_t k_frame = 64 * 8 * 4;
-    write_site(R"py(
+// Each of them counts by a timer, and the page shows how far.
+constexpr const char* k_site_of_workers = R"py(
         if self.path == '/shared.js':
             return self.reply(200, 'text/javascript',
                 b"onconnect = event => { let n = 0; const port = event.ports[0];"
@@ -156,7 +151,7 @@ TEST_F(RenderedSharedWorkers, FollowThePagesTime) {
         if self.path == '/service.js':
             return self.reply(200, 'text/javascript', b"onmessage = event => { let n = 0;"
                 b"setInterval(() => event.source.postMessage(++n), 20) }")
-        if self.path != '/': return self.reply(404, 'text/plain', b'')
+        if self.path.split('?')[0] != '/': return self.reply(404, 'text/plain', b'')
         self.reply(200, 'text/html', b"<!doctype html><style>body{margin:0;background:#000}"
             b"div{position:absolute;left:0;width:1px;height:4px;background:#fff}#b{top:4px}"
             b"</style><div id=a></div><div id=b></div><script>"
@@ -165,12 +160,21 @@ TEST_F(RenderedSharedWorkers, FollowThePagesTime) {
             b"const all = navigator.serviceWorker;"
             b"all.onmessage = event => b.style.left = event.data + 'px';"
             b"all.register('service.js'); all.ready.then(one => { one.active.postMessage(0);"
-            b"self.is_ready = true; })</script>"))py");
-    const auto run =
-        served("pennywort render $at/ --wait-for self.is_ready --size 64x8 --frames 40 -o a.bgra");
+            b"self.is_ready = true; })</script>"))py";
+
+// What several pages may share goes by the time of the one that is filmed, as its own workers do. A
+// service worker serves the next page, too.
+class RenderedSharedWorkers : public RenderFixture {};
+
+TEST_F(RenderedSharedWorkers, FollowThePagesTime) {
+    constexpr std::size_t k_frames = 40;
+    constexpr std::size_t k_frame = 64 * 8 * 4;
+    write_site(k_site_of_workers);
+    const auto run = served(
+        "pennywort render $at/ $at/?2 --wait-for self.is_ready --size 64x8 --frames 40 -o a.bgra");
     EXPECT_EQ(run.status, 0) << run.errors;
     const std::string film = folder.read("a.bgra");
-    ASSERT_EQ(film.size(), k_frames * k_frame);
+    ASSERT_EQ(film.size(), 2 * k_frames * k_frame);
     const auto bar = [&](std::size_t frame, std::size_t y) {
         std::size_t x = 0;
         const auto is_white = [&](std::size_t at) {
@@ -180,9 +184,13 @@ TEST_F(RenderedSharedWorkers, FollowThePagesTime) {
         return x;
     };
     constexpr std::size_t k_from = 10;
-    for (const std::size_t y : {2u, 6u}) {
-        const auto gone = static_cast<double>(bar(k_frames - 1, y) - bar(k_from, y));
-        EXPECT_NEAR(gone, static_cast<double>(k_frames - 1 - k_from), 3) << "at line " << y;
+    for (const std::size_t first : {std::size_t{0}, k_frames}) {
+        for (const std::size_t y : {2u, 6u}) {
+            const auto gone =
+                static_cast<double>(bar(first + k_frames - 1, y) - bar(first + k_from, y));
+            EXPECT_NEAR(gone, static_cast<double>(k_frames - 1 - k_from), 3)
+                << "at line " << y << " of the page that begins with frame " << first;
+        }
     }
 }
 

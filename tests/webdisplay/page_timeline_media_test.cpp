@@ -82,6 +82,25 @@ TEST_P(SharedWorkers, AreWokenAsThoseOfThePageAre) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
+// It stays attached, and nobody tells of it again.
+TEST_P(SharedWorkers, OneThatTheNextPageHasTooIsWokenForItAndOneOfThePagesOwnIsNot) {
+    begin();
+    say(R"({"method":"Target.attachedToTarget","params":{"sessionId":"own",
+        "targetInfo":{"type":"worker"}}})");
+    attach();
+    timeline.ask_load();
+    turn();
+    pass(5ms);
+    load();
+    ask(0);
+    paint();
+    page.calls.clear();
+    ask(20'000);
+    paint();
+    EXPECT_EQ(woken(), 2);
+    for (const json& call : page.calls) EXPECT_NE(call.value("sessionId", ""), "own");
+}
+
 // It stands at its beginning, since it is looked into.
 TEST_P(SharedWorkers, OneWhoseProcessEndsIsNotWaitedForAndIsToldToRunWhenItComesBack) {
     begin();

@@ -24,6 +24,9 @@ int say(const std::string& text) {
     return pennywort::host::k_exit_failed;
 }
 
+// What the library finds out of a plug-in that no browser has any more.
+constexpr std::string_view k_of_no_use = "Flash Plugin Detected";
+
 // While it lives, traces go to standard error. A user who has named a file for them looks there
 // instead.
 class heard_traces {
@@ -31,6 +34,7 @@ public:
     explicit heard_traces(std::FILE* errors) {
         zTraceManager::Default()->SetSink([errors](const char* message) {
             const std::string_view text(message);
+            if (text.starts_with(k_of_no_use)) return;
             std::fputs(message, errors);
             if (!text.ends_with('\n')) std::fputc('\n', errors);
         });

@@ -314,8 +314,12 @@ void page_display::InspectorEvent(const zString& method, const zString& paramete
     if (m_is_in_the_day && method.View() == k_dialog_event) {
         m_browser->CallInspector("Page.handleJavaScriptDialog", R"({"accept":true})", {});
     }
-    if (is_page_begun(method.View(), parameters.View())) m_told.page_begins();
-    const auto said = saying_of(method.View(), parameters.View(), m_is_of_file);
+    if (is_page_begun(method.View(), parameters.View())) {
+        m_told.page_begins();
+        m_media_types.page_begins();
+    }
+    m_media_types.hear(method.View(), parameters.View());
+    const auto said = saying_of(method.View(), parameters.View(), m_is_of_file, m_media_types);
     if (said && m_told.is_new(*said)) m_heard(*said);
 }
 

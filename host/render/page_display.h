@@ -122,6 +122,7 @@ private:
     page_run* m_run = nullptr;
     bool m_is_open = false;
     told_sayings m_told;
+    media_types m_media_types;
     std::atomic<bool> m_is_of_file{false};  // the page is a file of this machine
     std::string m_refused;
     std::uint64_t m_advanced = 0;  // frames of this page

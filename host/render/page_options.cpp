@@ -116,8 +116,10 @@ void page_arguments::add_network_options(option_parser& parser) {
         .type_name("NAME=VALUE")
         .takes_one();
     parser
-        .add_option("--proxy", m_proxy,
-                    "http://HOST:PORT or socks5://HOST:PORT, or none; the system's without it")
+        .add_option(
+            "--proxy", m_proxy,
+            "http://, https://, socks4:// or socks5://HOST:PORT, HOST:PORT for http, or none; the "
+            "system's without it")
         .type_name("URL");
     parser.add_flag("--ignore-certificate-errors", m_ignores_certificates,
                     "Trust every server, whoever it is");

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "host/render/clock_fault.h"
-#include "host/render/media_fault.h"
 
 namespace pennywort::host {
 
@@ -180,12 +179,13 @@ std::optional<page_saying> saying_with(saying_kind kind, std::optional<std::stri
     return page_saying{kind, std::move(*line)};
 }
 
-std::optional<page_saying> binding_saying(const json& event, bool is_of_file) {
+std::optional<page_saying> binding_saying(const json& event, bool is_of_file,
+                                          const media_types& types) {
     const std::string name = text_at(event, "/name");
     const std::string payload = text_at(event, "/payload");
     if (name == k_clock_binding) return saying_with(saying_kind::clock, clock_fault(payload));
     if (name != k_media_binding) return {};
-    return saying_with(saying_kind::media, media_fault(payload, is_of_file));
+    return saying_with(saying_kind::media, media_fault(payload, is_of_file, types));
 }
 
 }  // namespace
@@ -272,7 +272,7 @@ bool is_page_begun(std::string_view method, std::string_view parameters) {
 }
 
 std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,
-                                     bool is_of_file) {
+                                     bool is_of_file, const media_types& types) {
     std::optional<page_saying> (*reader)(const json&) = nullptr;
     if (method == "Runtime.consoleAPICalled") reader = console_saying;
     if (method == "Runtime.exceptionThrown") reader = exception_saying;
@@ -282,7 +282,7 @@ std::optional<page_saying> saying_of(std::string_view method, std::string_view p
     if (reader == nullptr && !is_binding) return {};
     const json event = json::parse(parameters, nullptr, false);
     if (!event.is_object()) return {};
-    return is_binding ? binding_saying(event, is_of_file) : reader(event);
+    return is_binding ? binding_saying(event, is_of_file, types) : reader(event);
 }
 
 }  // namespace pennywort::host

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/render/media_fault.h"
+
 namespace pennywort::host {
 
 enum class saying_kind {
@@ -71,8 +73,8 @@ inline constexpr std::string_view k_dialog_event = "Page.javascriptDialogOpening
 
 // An event of the inspector, with its parameters as JSON. Nothing for one that says nothing of the
 // page, and for what is no such event. `is_of_file`: the page is a file of this machine, whose
-// films may be looked into.
+// films may be looked into. `types`: of the films and sounds that have come.
 std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,
-                                     bool is_of_file = false);
+                                     bool is_of_file = false, const media_types& types = {});
 
 }  // namespace pennywort::host

@@ -64,7 +64,6 @@ void add_network(const page_settings& settings, const std::vector<std::string>& 
     if (!settings.headers.empty()) {
         json headers = json::object();
         for (const auto& [name, value] : settings.headers) headers[name] = value;
-        out.add("", "Network.enable", json::object());
         out.add("--header", "Network.setExtraHTTPHeaders", {{"headers", headers}});
     }
     for (const auto& [name, value] : settings.cookies) {
@@ -107,6 +106,8 @@ std::vector<inspector_request> inspector_requests(const page_settings& settings,
     out.add("", "Runtime.enable", json::object());
     out.add("", "Log.enable", json::object());
     out.add("", "Page.enable", json::object());
+    // Says of what type a film is that cannot be played. What comes is not kept for anybody.
+    out.add("", "Network.enable", {{"maxTotalBufferSize", 0}, {"maxResourceBufferSize", 0}});
     out.watch(k_media_binding, k_media_watch);
     if (is_exact) out.watch(k_clock_binding, k_clock_watch);
     // A picture has nobody who could scroll it.

@@ -57,6 +57,45 @@ TEST(MediaFault, ATypeOrANameSaysItWhereNothingElseDoes) {
     EXPECT_NE(told->find("by its name"), std::string::npos) << *told;
 }
 
+std::string answered(const std::string& id, const std::string& url, const std::string& type,
+                     int status = 200) {
+    return R"({"requestId":")" + id + R"(","type":"Media","response":{"status":)" +
+           std::to_string(status) + R"(,"mimeType":")" + type + R"(","url":")" + url + R"("}})";
+}
+
+TEST(MediaFault, AServersTypeSaysItWhereTheNameDoesNot) {
+    media_types types;
+    types.hear("Network.requestWillBeSent",
+               R"({"requestId":"7","type":"Media","request":{"url":"http://a/clip"}})");
+    types.hear("Network.requestWillBeSent",
+               R"({"requestId":"7","type":"Media","request":{"url":"http://b/elsewhere"}})");
+    types.hear("Network.responseReceived", answered("7", "http://b/elsewhere", "Video/MP4"));
+    types.hear("Network.responseReceived", answered("8", "http://a/other", "audio/midi"));
+    types.hear("Network.responseReceived", answered("9", "http://a/none", "video/mp4", 404));
+    auto told = media_fault(payload("http://a/clip#t=1"), false, types);
+    ASSERT_TRUE(told);
+    EXPECT_NE(told->find("clip#t=1: it is H.264, HEVC or AAC, by its type (video/mp4), and"),
+              std::string::npos)
+        << *told;
+    told = media_fault(payload("http://a/other"), false, types);
+    ASSERT_TRUE(told) << "it has come";
+    EXPECT_NE(told->find("it is audio/midi and cannot be played"), std::string::npos) << *told;
+    EXPECT_FALSE(media_fault(payload("http://a/none"), false, types)) << "that is told elsewhere";
+    types.page_begins();
+    EXPECT_FALSE(media_fault(payload("http://a/clip"), false, types));
+}
+
+TEST(MediaFault, NothingThatAPageSendsBreaksTheTypes) {
+    media_types types;
+    for (const char* text : {"", "\"Media\"", R"(["Media"])", R"({"type":"Media"})",
+                             R"({"type":"Media","response":"x","requestId":5})",
+                             R"({"type":"Media","response":{"status":"200","url":{}}})"}) {
+        EXPECT_NO_THROW(types.hear("Network.responseReceived", text)) << text;
+        EXPECT_NO_THROW(types.hear("Network.requestWillBeSent", text)) << text;
+    }
+    EXPECT_EQ(types.of(""), "");
+}
+
 TEST(MediaFault, WhatFailedForAnotherReasonIsNotCalledSo) {
     const temporary_folder folder;
     folder.write("film.webm", "no film");

@@ -204,6 +204,45 @@ TEST_F(RenderPage, WhoseFilmNeedsALicenceIsToldSoByName) {
         << run.errors;
 }
 
+// No name of theirs says it, and the second is elsewhere than the page has it.
+constexpr const char* k_site_of_films = R"py(
+        def film(name, kind): self.reply(200, kind, open(name, 'rb').read())
+        if self.path == '/clip': return film('film.mp4', 'video/mp4')
+        if self.path == '/good': return film('film.webm', 'video/webm')
+        if self.path == '/moved':
+            self.send_response(302); self.send_header('Location', '/clip')
+            self.send_header('Content-Length', '0'); self.end_headers(); return
+        pages = {'/src': '<video src=/clip>', '/moves': '<video src=/moved>',
+                 '/source': '<video><source src=/clip type=video/mp4></video>',
+                 '/other': '<video><source src=/clip type=video/mp4><source src=/good></video>',
+                 '/none': '<video src=/missing>'}
+        page = pages.get(self.path)
+        self.reply(200 if page else 404, 'text/html', ('<!doctype html>' + (page or '')).encode())
+)py";
+
+TEST_F(RenderPage, WhoseServedFilmNeedsALicenceIsToldSoByItsType) {
+    write_site(k_site_of_films);
+    expect_fine(
+        "ffmpeg -v error -f lavfi -i testsrc=s=64x48:d=1 -pix_fmt yuv420p -c:v libx264 film.mp4\n"
+        "ffmpeg -v error -f lavfi -i testsrc=s=64x48:d=1 -c:v libvpx-vp9 film.webm");
+    for (const auto& [page, film] :
+         {std::pair("src", "/clip"), std::pair("moves", "/moved"), std::pair("source", "/clip")}) {
+        const auto run = served(std::string("pennywort render $at/") + page +
+                                " --frames 9 --strict --verbose --json -o a.y4m");
+        EXPECT_EQ(run.status, 4) << page << run.errors;
+        EXPECT_NE(run.errors.find(std::string(film) +
+                                  ": it is H.264, HEVC or AAC, by its type (video/mp4), and "),
+                  std::string::npos)
+            << page << run.errors;
+        EXPECT_EQ(value_of(run.output, "failed_resources"), "1") << page << run.errors;
+    }
+    const auto other = served("pennywort render $at/other --frames 9 --strict -o a.y4m");
+    EXPECT_EQ(other.status, 0) << "it plays from its second source" << other.errors;
+    const auto none = served("pennywort render $at/none --frames 9 --strict --verbose -o a.y4m");
+    EXPECT_EQ(none.status, 4) << none.errors;
+    EXPECT_EQ(none.errors.find("H.264"), std::string::npos) << none.errors;
+}
+
 TEST_F(RenderPage, ThatOpensADialogIsAnsweredAndGoesOn) {
     folder.write(
         "asks.html",
@@ -216,6 +255,14 @@ TEST_F(RenderPage, ThatOpensADialogIsAnsweredAndGoesOn) {
         EXPECT_NE(run.errors.find("asks.html: alert: no data"), std::string::npos) << run.errors;
         EXPECT_EQ(pixel("a.png", 8, 8), k_white) << way;
     }
+}
+
+TEST_F(RenderPage, IsNotSearchedForPlugInsBeforeTheUser) {
+    folder.write("plain.html", "<!doctype html>");
+    const auto run = folder.run("pennywort render plain.html --frames 9 --verbose -o a.y4m");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_NE(run.errors.find("loaded: "), std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find("Flash"), std::string::npos) << run.errors;
 }
 
 TEST_F(RenderPage, WithoutAFaultIsFineByTheStrictestEye) {

@@ -15,6 +15,8 @@ using namespace std::chrono_literals;
 constexpr int k_most_moves = 100;
 constexpr auto k_moves_limit = 60'000ms;
 constexpr double k_read_ms = 0.1;
+// For so long it is not given time while it fetches something.
+constexpr auto k_read_patience = 1'000ms;
 
 }  // namespace
 
@@ -39,11 +41,15 @@ void page_timeline::meet_next_page() {
 }
 
 // A page that comes while the clock is stopped is not read, and would never have its turn. The
-// browser goes on with that only where time moves, fetches or not; so it moves by next to nothing.
+// browser goes on with that only where time moves; so it moves by next to nothing. Where it moves
+// whatever is being fetched, the browser gives the page 10 ms, which is the last resort.
 void page_timeline::read_on() {
     await(phase::reading);
+    const bool is_held = m_now >= m_tick_limit - k_move_limit + k_read_patience;
     call("Emulation.setVirtualTimePolicy",
-         {{"policy", "advance"}, {"budget", k_read_ms}, {"initialVirtualTime", day_here()}});
+         {{"policy", is_held ? "advance" : "pauseIfNetworkFetchesPending"},
+          {"budget", k_read_ms},
+          {"initialVirtualTime", day_here()}});
 }
 
 // Also where a script of it has not come for so long.

@@ -107,6 +107,7 @@ public:
     std::optional<double> moves_on_ms;
     bool is_read = true;        // the page; one that is not has no turns
     bool is_read_late = false;  // the next one is not read before time moves again
+    bool next_holds_time = false;
 
     // What the page takes the last frame's time to be.
     double told_ms() const {
@@ -186,6 +187,7 @@ private:
         }
         answers.push_back(k_navigated);
         is_read = !is_read_late;
+        holds_time = next_holds_time;
         if (is_read) answers.push_back(k_read);
         return std::abs(ahead) > 1000;
     }

@@ -389,6 +389,29 @@ INSTANTIATE_TEST_SUITE_P(Ahead, TimelineOfTwoPages,
                                          moved_case{-1234.5, -1'234'499, {20, 20}},
                                          moved_case{0, 0, {19.9, 20}, true}));
 
+// Else the browser would put its clock ahead by 10 ms.
+TEST_F(PageTimeline, ThePageThatIsMovedOnToIsGivenTimeBesideItsFetchesOnlyAfterASecond) {
+    begin();
+    page.moves_on_ms = 0;
+    page.is_read_late = page.next_holds_time = true;
+    const auto count_of = [&](const char* policy) {
+        return std::count_if(page.calls.begin(), page.calls.end(), [&](const json& call) {
+            const json& params = call["params"];
+            return params.value("budget", 0.0) == 0.1 && params["policy"] == policy;
+        });
+    };
+    ask(20'000);
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(count_of("advance"), 0) << i;
+        pass(20ms);
+    }
+    EXPECT_EQ(count_of("pauseIfNetworkFetchesPending"), 50);
+    EXPECT_EQ(count_of("advance"), 1);
+    page.holds_time = false;
+    paint();
+    EXPECT_EQ(ends, std::vector(2, k_painted));
+}
+
 TEST_F(PageTimeline, AFrameOfThePageThatMovesOnIsNotThePage) {
     begin();
     const auto turns = expressions_with("turn").size();

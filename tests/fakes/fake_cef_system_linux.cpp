@@ -109,6 +109,9 @@ bool is_alive(const std::string& owner) {
 }  // namespace
 
 void system_effects::drop_handlers() {
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
     for (int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
 }
 

@@ -78,6 +78,36 @@ TEST_F(ProcessTest, AWishToEndThatComesBeforeTheRuntimesHandlersReachesTheHost) 
     EXPECT_EQ(g_wishes_heard, 2);
 }
 
+bool holds_back(int number) {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return sigismember(&mask, number) == 1;
+}
+
+// A host whose own thread waits for a signal holds it back on the others. The runtime lets each
+// through as its start begins, and the threads that it makes would take them.
+TEST_F(ProcessTest, TheSignalsThatTheHostHoldsBackAreHeldBackWhileTheRuntimeStarts) {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
+    bool was_held = false;
+    bool is_another_held = true;
+    script().during_start = [&] {
+        was_held = holds_back(SIGTERM);
+        is_another_held = holds_back(SIGINT);
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    };
+    start();
+    EXPECT_TRUE(was_held);
+    EXPECT_FALSE(is_another_held);
+    EXPECT_TRUE(holds_back(SIGTERM));
+    EXPECT_FALSE(holds_back(SIGINT));
+    pthread_sigmask(SIG_UNBLOCK, &held, nullptr);
+}
+
 TEST_F(ProcessTest, AHostHearsNoWishThatNobodyHas) {
     signal(SIGINT, hear_wish);
     signal(SIGHUP, SIG_IGN);

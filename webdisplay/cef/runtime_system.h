@@ -31,16 +31,17 @@ cef_main_args_t main_args(int argc, char** argv) noexcept;
 bool uses_external_pump() noexcept;
 
 // Keeps what the runtime's start changes in the process and the host relies on: made before it,
-// and `restore` called after it. Signal handlers go back, a wish to end that the runtime kept to
-// itself is passed on to them, and event sources that would spin the host's loop go away. The
-// environment is prepared so that no other thread moves it.
+// and `restore` called after it. Signal handlers and the thread's blocked signals go back, a wish
+// to end that the runtime kept to itself is passed on to them, and event sources that would spin
+// the host's loop go away. The environment is prepared so that no other thread moves it.
 class startup_guard {
 public:
     static std::unique_ptr<startup_guard> make();
     virtual ~startup_guard() = default;
-    // The runtime has taken the process's handlers away, and sets its own only a tenth of a second
-    // later; a wish to end that comes in between would end the process at once. Called as early as
-    // the runtime lets us.
+    // The runtime has taken the process's handlers away and lets each signal through, and sets its
+    // own handlers only a tenth of a second later; a wish to end that comes in between would end
+    // the process at once. Called as early as the runtime lets us: the threads that the runtime
+    // makes from here on hold back what the host's thread does.
     virtual void hear_meanwhile() = 0;
     virtual void restore(bool is_started) = 0;
 };

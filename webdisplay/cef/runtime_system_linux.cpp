@@ -93,6 +93,12 @@ void destroy_pump_sources(guint first, guint last) {
     }
 }
 
+sigset_t current_mask() {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return mask;
+}
+
 // The runtime sets this variable on a thread of its own while it starts. A new variable moves the
 // whole environment, and whoever reads it on another thread at that moment reads what was freed;
 // one that is there already is replaced in its place.
@@ -101,16 +107,19 @@ void settle_environment() { setenv("FC_FONTATIONS", "1", 0); }
 class linux_startup_guard final : public startup_guard {
 public:
     void hear_meanwhile() override {
+        pthread_sigmask(SIG_SETMASK, &m_mask, nullptr);
         for (const int number : k_wishes_to_end) sigaction(number, &m_handlers[number], nullptr);
     }
 
     void restore(bool is_started) override {
         restore_handlers(m_handlers, is_started);
+        pthread_sigmask(SIG_SETMASK, &m_mask, nullptr);
         destroy_pump_sources(m_first_source, next_source_id());
     }
 
 private:
     std::array<struct sigaction, 32> m_handlers = current_handlers();
+    sigset_t m_mask = current_mask();
     guint m_first_source = next_source_id();
 };
 

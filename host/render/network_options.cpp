@@ -16,16 +16,27 @@ namespace {
 // A request has one of these at most, and its value is no list: two with a comma between would be
 // read as one that is wrong.
 constexpr std::string_view k_single_headers[] = {
-    "authorization", "content-length", "content-type",        "date",     "expect",
-    "from",          "host",           "if-modified-since",   "if-range", "if-unmodified-since",
-    "max-forwards",  "origin",         "proxy-authorization", "range",    "referer",
+    "authorization", "content-type",        "date",         "expect", "from",  "if-modified-since",
+    "if-range",      "if-unmodified-since", "max-forwards", "origin", "range", "referer",
     "user-agent"};
+
+// A request that has one of these is none to the browser.
+constexpr std::string_view k_browsers_headers[] = {
+    "content-length", "cookie2",          "host", "keep-alive", "set-cookie", "te", "trailer",
+    "upgrade",        "transfer-encoding"};
 
 constexpr std::string_view k_proxy_schemes[] = {"http", "https", "socks4", "socks5"};
 
 bool is_one_of(std::string_view text, const std::string_view* begin, const std::string_view* end) {
     return std::any_of(
         begin, end, [text](std::string_view one) { return text::equal_ignoring_case(text, one); });
+}
+
+bool is_browsers_own(std::string_view name, std::string_view value) {
+    return is_one_of(name, std::begin(k_browsers_headers), std::end(k_browsers_headers)) ||
+           text::begins_ignoring_case(name, "proxy-") ||
+           (text::equal_ignoring_case(name, "connection") &&
+            text::equal_ignoring_case(value, "upgrade"));
 }
 
 std::pair<std::string, std::string> parted(const std::string& text, char mark) {
@@ -79,6 +90,9 @@ std::string take_headers(const std::vector<std::string>& given, named_texts& hea
         const bool is_one = http::is_token(name) && text.find(':') != text.npos;
         if (!is_one || !http::is_value(value)) {
             return "--header " + text + " is no header: NAME: VALUE";
+        }
+        if (is_browsers_own(name, value)) {
+            return "--header " + text + ": the browser writes this one itself";
         }
         std::string wrong = add_header(name, value, headers);
         if (!wrong.empty()) return wrong;

@@ -24,6 +24,47 @@ constexpr std::pair<std::string_view, std::uint32_t> k_colours[] = {
     {"navy", 0x000080},   {"blue", 0x0000FF},   {"teal", 0x008080},   {"aqua", 0x00FFFF},
 };
 
+struct media_feature {
+    std::string_view name;
+    std::string_view values;  // a blank between
+};
+
+// What the browser takes in the place of the machine's, by its own matchMedia. It says nothing of
+// the others, and of other values, and goes on with the machine's.
+constexpr media_feature k_media_features[] = {
+    {"prefers-color-scheme", "light dark"},
+    {"prefers-reduced-motion", "no-preference reduce"},
+    {"prefers-contrast", "no-preference more less custom"},
+    {"prefers-reduced-transparency", "no-preference reduce"},
+    {"forced-colors", "none active"},
+    {"color-gamut", "srgb p3 rec2020"},
+};
+
+bool has_word(std::string_view words, std::string_view word) {
+    while (!words.empty()) {
+        const auto end = std::min(words.find(' '), words.size());
+        if (words.substr(0, end) == word) return true;
+        words.remove_prefix(std::min(end + 1, words.size()));
+    }
+    return false;
+}
+
+// What is wrong with a feature of style sheets; empty if nothing is.
+std::string complaint_of_feature(const std::string& name, const std::string& value) {
+    std::string known;
+    for (const auto& feature : k_media_features) {
+        known += (known.empty() ? "" : ", ") + std::string(feature.name);
+        if (feature.name != name) continue;
+        if (has_word(feature.values, value)) return {};
+        std::string values(feature.values);
+        for (auto at = values.find(' '); at != values.npos; at = values.find(' ', at + 2)) {
+            values.replace(at, 1, ", ");
+        }
+        return "--media " + name + "=" + value + ": " + name + " is one of " + values;
+    }
+    return "--media " + name + "=" + value + ": the browser knows print, screen, " + known;
+}
+
 bool has_control(std::string_view text) {
     return std::any_of(text.begin(), text.end(), [](char c) { return text::is_control(c); });
 }
@@ -189,6 +230,10 @@ std::string page_arguments::take_media(page_settings& settings) const {
         if (!is_one || value.empty()) {
             return "--media " + text +
                    " is not a feature such as prefers-color-scheme=dark, nor print or screen";
+        }
+        if (!name.empty()) {
+            std::string wrong = complaint_of_feature(name, value);
+            if (!wrong.empty()) return wrong;
         }
         const bool is_again =
             std::any_of(settings.media.begin(), settings.media.end(),

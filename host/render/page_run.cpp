@@ -224,6 +224,7 @@ void page_run::step_waiting(time_point now) {
     std::string answer;
     if (take_answer(answer)) {
         m_answered = now;
+        m_is_evaluated = true;
         if (answer == "ready") {
             return enter(m_request.stands_still ? state::ready : state::drawing);
         }
@@ -298,9 +299,10 @@ std::string page_run::timeout_text() const {
                    "; perhaps it is no JavaScript";
         case state::waiting: {
             if (m_request.wait_for.empty()) break;
+            const bool may_be_none = m_question && !m_is_evaluated;
             const std::string reason = !m_thrown.empty()
                                            ? "; it throws " + m_thrown
-                                           : (m_question ? "; perhaps it is no JavaScript" : "");
+                                           : (may_be_none ? "; perhaps it is no JavaScript" : "");
             return "--wait-for " + m_request.wait_for + " has not become true" + within() + reason;
         }
         case state::drawing:

@@ -136,6 +136,7 @@ private:
     std::shared_ptr<question> m_doubted;  // the question that may be no JavaScript
     std::shared_ptr<question> m_doubt;    // what was asked about it
     bool m_moves = false;                 // time passes in a page that stood still
+    bool m_is_evaluated = false;          // so the condition is JavaScript
     bool m_is_parsing = false;            // m_doubt is about its text
     time_point m_asked{};
     time_point m_answered{};

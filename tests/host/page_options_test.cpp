@@ -36,12 +36,28 @@ const refused_arguments k_refused[] = {
     {"ScaleOfTooManyPixels", {"--size", "9000x60", "--scale", "2"}, "--size 9000x60 times --scale"},
     {"MediaWithoutValue", {"--media", "prefers-color-scheme="}, "--media prefers-color-scheme="},
     {"MediaThatIsNone", {"--media", "dark"}, "--media dark"},
+    {"MediaOfNoSuchName",
+     {"--media", "prefer-color-scheme=dark"},
+     "--media prefer-color-scheme=dark: the browser knows print, screen, prefers-color-scheme, "},
+    {"MediaOfNoSuchValue",
+     {"--media", "prefers-color-scheme=green"},
+     "--media prefers-color-scheme=green: prefers-color-scheme is one of light, dark"},
+    {"MediaOfHalfAValue",
+     {"--media", "prefers-contrast=m"},
+     "prefers-contrast is one of no-preference, more, less, custom"},
+    {"MediaThatTheBrowserLeaves", {"--media", "hover=none"}, "--media hover=none: the browser"},
     {"LocaleThatIsNone", {"--locale", "de CH"}, "--locale de CH"},
     {"LocaleOfNoLanguage", {"--locale", "123"}, "--locale 123 is not a language"},
     {"UserAgentOfTwoLines", {"--user-agent", "a\nb"}, "--user-agent"},
     {"HeaderWithoutColon", {"--header", "X-Key"}, "--header X-Key"},
     {"HeaderWithoutName", {"--header", ": x"}, "--header : x"},
     {"HeaderOfTwoLines", {"--header", "A: b\r\nC: d"}, "--header A: b"},
+    {"HeaderOfTheConnection",
+     {"--header", "Host: evil"},
+     "--header Host: evil: the browser writes this one itself"},
+    {"HeaderOfTheLength", {"--header", "content-length: 1"}, "--header content-length: 1: the"},
+    {"HeaderOfAnotherProtocol", {"--header", "Connection: Upgrade"}, "--header Connection: Upg"},
+    {"HeaderOfTheProxy", {"--header", "Proxy-Anything: 1"}, "--header Proxy-Anything: 1: the"},
     {"HeaderOfAControl", {"--header", "A: b\x7F"}, "--header A: b"},
     {"HeaderThatIsNoListTwice",
      {"--header", "Authorization: a", "--header", "authorization: b"},
@@ -54,8 +70,8 @@ const refused_arguments k_refused[] = {
     {"CookieTwice", {"--cookie", "a=b", "--cookie", "a=c"}, "--cookie a is given twice"},
     {"CookieOfNoSite", {"--cookie", "a=b", "data:,second"}, "none of them is of http or https"},
     {"MediaTwice",
-     {"--media", "hover=none", "--media", "hover=hover"},
-     "--media hover=hover: another value of it is given"},
+     {"--media", "forced-colors=none", "--media", "forced-colors=active"},
+     "--media forced-colors=active: another value of it is given"},
     {"MediaOfTwoKinds", {"--media", "print", "--media", "screen"}, "--media screen: another"},
     {"SwitchWithDashes", {"--switch", "--lang=de"}, "--switch"},
     {"SwitchTwice", {"--switch", "a=b", "--switch", "a"}, "--switch a is given twice"},
@@ -135,11 +151,12 @@ TEST(PageOptions, AScaleMakesThePictureLargerAndNotThePage) {
 }
 
 TEST(PageOptions, ThoseOfAListMayBeGivenSeveralTimesAndTakeNoPage) {
-    const auto options = options_of({"--media", "a=1", "--media", "print", "--header", "A: b:c",
-                                     "--header", "B:", "--cookie", "a=b=c", "--switch", "x",
-                                     "--switch", "y=z=1", "data:,second", "HTTP://third/"});
+    const auto options =
+        options_of({"--media", "forced-colors=active", "--media", "print", "--header", "A: b:c",
+                    "--header", "B:", "--cookie", "a=b=c", "--switch", "x", "--switch", "y=z=1",
+                    "data:,second", "HTTP://third/"});
     EXPECT_EQ(options.urls.size(), 3u);
-    EXPECT_EQ(options.page.media, (named_texts{{"a", "1"}, {"", "print"}}));
+    EXPECT_EQ(options.page.media, (named_texts{{"forced-colors", "active"}, {"", "print"}}));
     EXPECT_EQ(options.page.headers, (named_texts{{"A", "b:c"}, {"B", ""}}));
     EXPECT_EQ(options.page.cookies, (named_texts{{"a", "b=c"}}));
     EXPECT_EQ(options.page.switches, (named_texts{{"x", ""}, {"y", "z=1"}}));

@@ -285,6 +285,7 @@ TEST_F(PageRun, AConditionThatStaysFalseFailsAfterTheTimeout) {
     }
     pass_slowly(30s);
     EXPECT_TRUE(failure_has("--wait-for window.done has not become true")) << run->failure();
+    EXPECT_FALSE(failure_has("JavaScript")) << "it has been evaluated";
 }
 
 TEST_F(PageRun, AConditionThatThrowsIsTriedAgainAndTold) {

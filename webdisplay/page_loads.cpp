@@ -17,7 +17,7 @@ constexpr int k_first_error_status = 400;
 void page_loads::start_over() {
     m_is_empty = m_phase == load_phase::closed;
     m_phase = m_phase_before = load_phase::none;
-    m_holds_picture = false;
+    m_holds_picture = m_doubts_picture = m_shows_failure = false;
     if (m_is_empty) hold_picture();
     for (std::string* text : {&m_asked_url, &m_url, &m_failed_url, &m_error}) text->clear();
 }
@@ -52,6 +52,8 @@ bool page_loads::begin(std::string url, int status) {
         return false;
     }
     if (!m_url.empty()) hold_picture();
+    // Before it has painted, the next one may begin.
+    if (std::exchange(m_shows_failure, false)) m_doubts_picture = m_policy.keep_last_picture;
     m_url = std::move(url);
     m_asked_url.clear();
     m_failed_url.clear();
@@ -77,6 +79,7 @@ void page_loads::fail(std::string url, std::string error) {
     m_url = m_failed_url;
     m_asked_url.clear();
     m_phase = load_phase::failed;
+    m_shows_failure = true;
     hold_picture();
 }
 
@@ -113,15 +116,17 @@ bool page_loads::has_page_to_show() const {
 
 bool page_loads::admits(bool has_painted) {
     if (!m_holds_picture) return true;
-    const bool is_admitted = has_painted && has_page_to_show();
-    m_has_held_back = !is_admitted;
-    if (is_admitted && ++m_painted_frames >= k_certain_frames) m_holds_picture = false;
-    return is_admitted;
+    const bool is_of_page = has_painted && has_page_to_show();
+    if (is_of_page && ++m_painted_frames >= k_certain_frames) {
+        m_holds_picture = m_doubts_picture = false;
+    }
+    m_has_held_back = !is_of_page || m_doubts_picture;
+    return !m_has_held_back;
 }
 
 bool page_loads::release_picture() {
     if (!has_page_to_show()) return false;
-    m_holds_picture = false;
+    m_holds_picture = m_doubts_picture = false;
     return std::exchange(m_has_held_back, false);
 }
 

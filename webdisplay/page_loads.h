@@ -81,6 +81,9 @@ public:
     // the background, which is all that there is of a page at first. Frames of the page before may
     // still come when another has begun, so it takes some until the next one is taken to be seen.
     bool admits(bool has_painted);
+    // Whether those would show a page that has failed: none of them is admitted then. The page is
+    // to say itself when it has painted, since it may come to rest with fewer.
+    bool doubts_picture() const { return m_doubts_picture; }
     // The page says that it has painted. Whether there is a frame of it that was held back.
     bool release_picture();
 
@@ -104,6 +107,8 @@ private:
     std::atomic<load_phase> m_phase{load_phase::none};
     std::atomic<bool> m_holds_picture{false};
     bool m_has_held_back = false;
+    bool m_doubts_picture = false;
+    bool m_shows_failure = false;                  // the browser, and not the host
     int m_painted_frames = 0;                      // since the picture was held last
     load_phase m_phase_before = load_phase::none;  // of what is shown while another is asked for
     unsigned m_ticket = 0;

@@ -72,12 +72,18 @@ void webdisplay_browser_client::OnLoadStart(cef_browser_t* browser, cef_frame_t*
     const std::string url = cef::utf8_of(frame->get_url(frame));
     if (m_driver) m_driver->page_begun(url);
     std::string error;
+    bool is_doubted = false;
     {
         const bool is_status_asked = owner->m_state->loads.policy().fail_on_error_status;
         const int status = is_status_asked ? sent_status(browser) : 0;
         const std::lock_guard<std::mutex> guard(owner->m_state->loads_lock);
-        if (owner->m_state->loads.begin(url, status)) return;
-        error = owner->m_state->loads.error();
+        if (!owner->m_state->loads.begin(url, status)) error = owner->m_state->loads.error();
+        is_doubted = owner->m_state->loads.doubts_picture();
+    }
+    if (error.empty()) {
+        // It may take long to load, or for ever.
+        if (is_doubted) execute_on_page(browser, page_scripts::k_paint_watch);
+        return;
     }
     if (m_driver) m_driver->page_lost();
     show_something(*owner);

@@ -2,6 +2,7 @@
 // page goes away under them.
 #include "loam/trace.h"
 #include "tests/webdisplay/fake_runtime_test.h"
+#include "webdisplay/page_scripts.h"
 
 namespace {
 
@@ -203,6 +204,24 @@ protected:
         script().pages["http://gone/"].status = 404;
     }
 };
+
+// Frames of the failed one may still come, and it may take long to load, or for ever.
+TEST_F(ErrorStatusTest, ThePageBehindItIsAskedToSayWhenItHasPaintedAsSoonAsItBegins) {
+    start();
+    screen s(minding("http://a/"));
+    show(s);
+    const auto watches = [&] {
+        return count_of(scripts_of(1),
+                        std::string(pennywort::webdisplay::page_scripts::k_paint_watch));
+    };
+    s->LoadUrl("http://gone/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.events.size() == 2; }));
+    const auto before = watches();
+    s->LoadUrl("http://b/");
+    ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); }));
+    settle();
+    EXPECT_EQ(watches() - before, 2) << "when it begins, and when it has loaded";
+}
 
 TEST_F(ErrorStatusTest, IsAFailureAndNothingOfThePageIsShown) {
     script().animate = true;

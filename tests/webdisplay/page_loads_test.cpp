@@ -249,12 +249,13 @@ constexpr frame_case k_frames[] = {
     {"AsBEAsBEA", true, false},
     {"AsF", false, false},
     {"AsFA", false, false},
-    {"AsFAsB", true, false},
-    {"AsFAsBE", true, false},
+    // One after another that failed: what comes may show that.
+    {"AsFAsB", false, false},
+    {"AsFAsBE", false, false},
     {"AsBEL", false, false},
     {"AsBELA", false, false},
     {"AsBELAB", true, false},
-    {"AsFAsBEA", true, false},
+    {"AsFAsBEA", false, false},
     // The empty page of a new browser, before one is asked for and after that.
     {"AsBECN", false, false},
     {"AsBECNBE", false, false},
@@ -279,17 +280,39 @@ INSTANTIATE_TEST_SUITE_P(All, PageFramesTest, testing::ValuesIn(k_frames),
 
 // The first may be of the page before.
 TEST(PageLoads, AfterSomePaintedFramesEveryFrameIsAdmitted) {
-    for (const char* events : {"AsFAsB", "AsBEAsB"}) {
+    page_loads loads(k_keeps);
+    play(loads, "AsBEAsB");
+    for (int i = 0; i < 9; ++i) EXPECT_TRUE(loads.admits(true));
+    EXPECT_FALSE(loads.admits(false));
+    EXPECT_TRUE(loads.admits(true));
+    EXPECT_TRUE(loads.admits(false));
+    play(loads, "AsB");
+    EXPECT_TRUE(loads.admits(true));
+    EXPECT_FALSE(loads.admits(false)) << "of the next page the first ones count again";
+}
+
+// Of the page that its server sent with an error status there is as much to see as of any other.
+TEST(PageLoads, NoFrameOfAFailedPageIsAdmittedWhenAnotherHasBegun) {
+    for (const char* events : {"AsFAsB", "AsBEAsFAsBE", "AsFAsBAsB"}) {
         page_loads loads(k_keeps);
         play(loads, events);
-        for (int i = 0; i < 9; ++i) EXPECT_TRUE(loads.admits(true));
-        EXPECT_FALSE(loads.admits(false)) << events;
-        EXPECT_TRUE(loads.admits(true));
+        EXPECT_TRUE(loads.doubts_picture());
+        for (int i = 0; i < 9; ++i) EXPECT_FALSE(loads.admits(true)) << events;
+        EXPECT_TRUE(loads.admits(true)) << events;
         EXPECT_TRUE(loads.admits(false)) << events;
+        EXPECT_FALSE(loads.doubts_picture());
         play(loads, "AsB");
-        EXPECT_TRUE(loads.admits(true));
-        EXPECT_FALSE(loads.admits(false)) << "of the next page the first ones count again";
+        EXPECT_TRUE(loads.admits(true)) << "the page before that one has not failed";
     }
+}
+
+TEST(PageLoads, APageBehindAFailedOneIsShownWhenItSaysThatItHasPainted) {
+    page_loads loads(k_keeps);
+    play(loads, "AsFAsB");
+    EXPECT_FALSE(loads.admits(true));
+    EXPECT_TRUE(loads.release_picture()) << "it may have come to rest";
+    EXPECT_FALSE(loads.doubts_picture());
+    EXPECT_TRUE(loads.admits(true));
 }
 
 TEST(PageLoads, APageThatSaysItHasPaintedIsShownAndAFailedOneIsNot) {

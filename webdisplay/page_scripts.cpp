@@ -65,7 +65,7 @@ const char* const k_film_driver = R"js(
         hub.say('a stream (srcObject) is not in the film');
       }
       const due = coming.get(film)?.due;
-      return due ? due.then(() => play.call(film)) : play.call(film);
+      return due ? after(due, () => play.call(film)) : play.call(film);
     }
     const running = films.get(film);
     if (running && !(running.is_ready && film.readyState < 1)) return;
@@ -151,7 +151,10 @@ const char* const k_film_driver = R"js(
     if (is_early) put_off(this, stream);
     if (was_running && is_film(this) && stream) start(this);
   }});
-  const start = film => run(film)?.catch(() => 0);
+  const start = film => {
+    const begun = run(film);
+    if (begun) after(begun, () => 0, () => 0);
+  };
   const look = root => {
     if (root.nodeType !== 1 && root.nodeType !== 9) return;
     if (root instanceof HTMLMediaElement && root.autoplay) start(root);
@@ -208,14 +211,14 @@ const char* const k_film_driver = R"js(
     run.at = time;
     await_picture(film, run);
     return new Promise(done => {
-      film.addEventListener('seeked', done, {once: true});
-      film.addEventListener('error', done, {once: true});
+      film.addEventListener('seeked', () => done(), {once: true});
+      film.addEventListener('error', () => done(), {once: true});
       // Past the beginning of the film's frame, which is no whole microsecond in most films.
       clock.set.call(film, time + 0.0005);
     });
   }
   hub.join({self, films, place: () =>
-    Promise.all([...films].map(([film, run]) => place(film, run)))});
+    all([...films].map(([film, run]) => place(film, run)))});
 )js";
 
 // Goes on asking: the browser would take a page that wants no frame off its list, and a frame that
@@ -300,17 +303,55 @@ const char* const k_turn_keeper = R"js((() => {
     }
   }
   Object.defineProperty(own, 'thinternal rest', {value: rest});
+
+  // What is awaited may bring an object, which never comes where a script of the page has put a
+  // `then` of its own on all objects.
+  const then = Own.prototype.then, everything = Object.prototype;
+  function settled(waits_for_all) {
+    let open = 1, done;
+    const come = () => { if (--open === 0) done(0); };
+    const await_promise = one => { ++open; call(then, one, [come, come]); };
+    const await_event = (target, names) => {
+      let is_open = true;
+      const end = () => { if (is_open) come(); is_open = false; };
+      ++open;
+      for (let i = 0; i < names.length; ++i) target.addEventListener(names[i], end, {once: true});
+    };
+    const {images, fonts} = document, films = document.querySelectorAll('video');
+    const ready = waits_for_all && fonts.ready;
+    if (ready && !('then' in everything)) await_promise(ready);
+    else if (ready && fonts.status === 'loading') await_event(fonts, ['loadingdone']);
+    for (let i = 0; i < images.length; ++i) {
+      if (waits_for_all || images[i].complete) await_promise(images[i].decode());
+    }
+    for (let i = 0; waits_for_all && i < films.length; ++i) {
+      const film = films[i], is_there = film.readyState >= 3 || film.error || !film.currentSrc;
+      if (!is_there) await_event(film, ['canplay', 'error']);
+    }
+    return new Own(end => { done = end; come(); });
+  }
+  Object.defineProperty(own, 'thinternal settled', {value: settled});
 })();)js";
 
-const char* const k_settled = R"js(Promise.all([
-  document.fonts.ready,
-  ...[...document.images].map(image => image.decode().catch(() => 0)),
-  ...[...document.querySelectorAll('video')].map(film =>
-    film.readyState >= 3 || film.error || !film.currentSrc ? 0 : new Promise(done => {
-      film.addEventListener('canplay', done, {once: true});
-      film.addEventListener('error', done, {once: true});
-    }))
-]).then(() => 0))js";
+// A style sheet that is named by another one holds that back, too.
+const char* const k_blocked_by = R"js((() => {
+  const has_come = url => performance.getEntriesByName(url).length > 0;
+  const is_awaited = (url, media) =>
+    Boolean(url) && !has_come(url) && matchMedia(media || 'all').matches;
+  for (const link of document.querySelectorAll('link[rel~=stylesheet]')) {
+    if (!link.disabled && !link.sheet && is_awaited(link.href, link.media)) return link.href;
+  }
+  for (const sheet of document.styleSheets) {
+    let rules = [];
+    try { rules = sheet.cssRules; } catch {}  // of another site
+    for (const rule of rules) {
+      if (!(rule instanceof CSSImportRule) || rule.styleSheet) continue;
+      const url = new URL(rule.href, sheet.href || document.baseURI).href;
+      if (is_awaited(url, rule.media.mediaText)) return url;
+    }
+  }
+  return '';
+})())js";
 
 namespace {
 

@@ -99,12 +99,13 @@ inline constexpr const char* k_turn = "window['thinternal turn']()";
 inline constexpr const char* k_rest = "window['thinternal rest'](true)";
 inline constexpr const char* k_no_rest = "window['thinternal rest'](false)";
 
+// The address of a style sheet that the page waits for before it draws anything; empty without one.
+extern const char* const k_blocked_by;
+
 // What the page has asked for so far and shows nothing without: fonts, images, films.
-extern const char* const k_settled;
+inline constexpr const char* k_settled = "window['thinternal settled'](true)";
 // The same for a page whose start waits for nothing that is on its way.
-inline constexpr const char* k_settled_so_far =
-    "Promise.all([...document.images].filter(image => image.complete)"
-    ".map(image => image.decode().catch(() => 0))).then(() => 0)";
+inline constexpr const char* k_settled_so_far = "window['thinternal settled'](false)";
 
 static_assert(k_flash_probe.size() == 349 && k_focus_listener.size() == 535 &&
               k_blur_listener.size() == 94 && k_error_hook.size() == 79 && k_next_url.size() == 43);

@@ -15,6 +15,23 @@ const char* const k_sound_driver = R"js(
   const tell = self.thinternalFilms;
   delete self.thinternalFilms;
   const call = Reflect.apply;
+  // The page's scripts may put anything in the place of these and of what is in them.
+  const kept = source =>
+    Object.defineProperties({__proto__: null}, Object.getOwnPropertyDescriptors(source));
+  const Promise = self.Promise, Math = kept(self.Math), JSON = kept(self.JSON);
+  const isFinite = self.isFinite, {then} = Promise.prototype;
+  const after = (promise, done, failed) => call(then, promise, [done, failed]);
+  // Promises here have no objects for values: whatever the page has put on all of them for `then`
+  // would be called, and decide when they are kept.
+  const all = list => new Promise((done, failed) => {
+    let open = list.length;
+    const come = () => { if (--open <= 0) done(); };
+    if (open === 0) done();
+    for (let i = 0; i < list.length; ++i) {
+      if (list[i] && typeof list[i] === 'object') after(list[i], come, failed);
+      else come();
+    }
+  });
   const offline = self.OfflineAudioContext, online = self.AudioContext;
 
   function make_hub() {
@@ -46,8 +63,8 @@ const char* const k_sound_driver = R"js(
     };
     const runs_film = () => runs().some(([film]) => film.localName === 'video');
     // When they are shown; and whether there is any to come in the next frame.
-    const await_shown = () => Promise.all(shown.map(run => run.is_blind || run.picture))
-      .then(() => moves = shown.length > 0 || runs_film());
+    const await_shown = () => after(all(shown.map(run => run.is_blind || run.picture)),
+                                    () => moves = shown.length > 0 || runs_film());
 
     // --- contexts
 
@@ -91,7 +108,7 @@ const char* const k_sound_driver = R"js(
       give_back(one);
       if (!has_rest) return;
       one.out.disconnect();
-      call(native.resume, one.context, []).catch(() => {});
+      after(call(native.resume, one.context, []), () => {}, () => {});
     }
     function listen(one, count) {
       let size = 32;
@@ -111,10 +128,10 @@ const char* const k_sound_driver = R"js(
     // False where the browser refuses it: it may have no such room.
     const render_to = (one, next) => new Promise(done => {
       const refuse = () => done(false);
-      call(native.suspend, one.context, [(next + 0.5) / rate]).then(() => done(true), refuse);
+      after(call(native.suspend, one.context, [(next + 0.5) / rate]), () => done(true), refuse);
       const go = one.has_started ? native.resume : native.start;
       one.has_started = true;
-      call(go, one.context, []).catch(refuse);
+      after(call(go, one.context, []), () => {}, refuse);
     });
     async function render(one, until) {
       const end = one.ends_at ?? until, last = one.length - quantum;
@@ -160,7 +177,7 @@ const char* const k_sound_driver = R"js(
     });
     const change_of = film => new Promise(done => {
       for (const name of ['loadedmetadata', 'error', 'emptied', 'abort']) {
-        film.addEventListener(name, done, {once: true, capture: true});
+        film.addEventListener(name, () => done(), {once: true, capture: true});
       }
     });
     async function has_come(film) {
@@ -196,12 +213,11 @@ const char* const k_sound_driver = R"js(
         say(name_of(film.currentSrc) + ': its pitch goes with its rate of ' + film.playbackRate);
       }
     }
-    const in_time = (film, coming) => late.has(film) ? null : Promise.race([coming,
-      new Promise(done => {
-        const before = give_up;
-        give_up = () => { before(); done(true); };
-      })
-    ]).then(is_late => {
+    const in_time = (film, coming) => late.has(film) ? null : after(new Promise((done, failed) => {
+      const before = give_up;
+      give_up = () => { before(); done(true); };
+      after(coming, () => done(), failed);
+    }), is_late => {
       if (is_late !== true) return;
       late.add(film);
       say(name_of(film.currentSrc || film.src) + ' comes late, and begins in its middle');
@@ -227,9 +243,9 @@ const char* const k_sound_driver = R"js(
     let ordered = 0;
     async function step(until, is_heard) {
       shown = [];
-      await Promise.all(open_frames().map(one => one.place()));
-      const all = is_heard ? ran(until) : [];
-      await Promise.all(all.map(([film, run]) => in_time(film, prepare(film, run))));
+      await all(open_frames().map(one => one.place()));
+      const heard = is_heard ? ran(until) : [];
+      await all(heard.map(([film, run]) => in_time(film, prepare(film, run))));
       give_up = () => {};
       make_room(until);
       const known = await render_all(until);
@@ -274,14 +290,16 @@ const char* const k_sound_driver = R"js(
       const until = Math.floor(microseconds * 48 / 1000 + 1e-6);
       if (busy && busy.until === until) {
         give_up();
-        return busy.end.then(() => '');
+        return after(busy.end, () => '');
       }
       if (!has_begun) begin(until);
       at = until;
       seen = clock();
       if (!is_told) return '';
       const mine = busy = {until};
-      busy.end = step(until, is_heard).finally(() => { if (busy === mine) busy = null; });
+      const end = () => { if (busy === mine) busy = null; };
+      busy.end = after(step(until, is_heard), said => { end(); return said; },
+                       fault => { end(); throw fault; });
       return busy.end;
     }
 

@@ -203,6 +203,45 @@ function play(name, at) {
 })();
 </script>)html";
 
+// Films, sounds and a context; with a question in its address, first something is put in the place
+// of what scripts are made of.
+constexpr const char* k_bent = R"html(<!doctype html><style>body{margin:0}</style><script>
+const bends = {
+  '?promises': () => {
+    for (const name of ['all', 'race', 'resolve']) Promise[name] = () => new Promise(() => 0);
+    for (const name of ['catch', 'finally']) Promise.prototype[name] = () => { throw name; };
+  },
+  '?then': () => { Object.prototype.then = function () {}; },
+  '?numbers': () => {
+    for (const name of ['floor', 'round', 'max', 'min', 'abs']) Math[name] = () => NaN;
+    self.isFinite = () => false;
+    JSON.stringify = () => '';
+  }
+};
+bends[location.search]?.();
+const one = new Audio('tone.wav'), context = new AudioContext();
+setTimeout(() => one.play(), 200);
+const sound = context.createConstantSource();
+sound.offset.value = 0.25;
+sound.connect(context.destination);
+sound.start(1.5);
+sound.stop(1.6);
+</script><video src=film.webm autoplay muted></video>)html";
+
+TEST_F(ExactFilmSound, WhatAPageReplacesIsNotWhatItsFilmIsMadeBy) {
+    folder.write("bent.html", k_bent);
+    const auto run = folder.run(
+        "ffmpeg -v error -f lavfi -i testsrc2=s=64x48:r=25:d=2 -c:v libvpx film.webm\n"
+        "for bent in '' '?promises' '?then' '?numbers'; do\n"
+        "film=\"pennywort render bent.html$bent --size 64x48 --fps 25 --seconds 2\"\n"
+        "$film -o \"a$bent.wav\" && $film --mute -o \"a$bent.bgra\" &&\n"
+        "cmp a.wav \"a$bent.wav\" && cmp a.bgra \"a$bent.bgra\" || exit; done");
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+    EXPECT_EQ(run.errors.find("sound:"), std::string::npos) << run.errors;
+    const spans wanted{{9'600, 57'600}, {72'000, 76'800}};
+    EXPECT_EQ(sounding(heard("a.wav")), wanted);
+}
+
 TEST_F(ExactFilmSound, NoScriptOfThePageGetsItsSamples) {
     folder.write("thief.html", k_thief);
     for (const char* page : {"thief.html", "'thief.html?frames'"}) {

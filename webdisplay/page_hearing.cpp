@@ -25,6 +25,10 @@ constexpr const char* k_bent_warning =
     "driven by (Promise, Array, JSON or the like), and they are not in the film as they should "
     "be')";
 
+constexpr const char* k_worker_warning =
+    "console.warn('thinternal clock: a worker has been busy for 20 s of one frame and is left "
+    "behind: until it is done, the film goes on without it')";
+
 bool has_thrown(const json& result) { return !message_part(result, "/exceptionDetails").is_null(); }
 
 }  // namespace
@@ -50,14 +54,18 @@ void page_hearing::hear(const std::string& method, const json& parameters) {
 
 void page_hearing::page_begins() {
     m_world = 0;
-    m_has_warned = false;
+    m_has_warned = m_has_told_worker = false;
 }
 
 // Said in the world beside the page's, whose console no script of the page can reach.
-void page_hearing::driver_threw() {
-    if (std::exchange(m_has_warned, true)) return;
-    with_world([this] { evaluate(k_bent_warning, {}); });
+void page_hearing::warn(const char* script, bool& has_warned) {
+    if (std::exchange(has_warned, true)) return;
+    with_world([this, script] { evaluate(script, {}); });
 }
+
+void page_hearing::driver_threw() { warn(k_bent_warning, m_has_warned); }
+
+void page_hearing::worker_left() { warn(k_worker_warning, m_has_told_worker); }
 
 void page_hearing::take(const std::string& said, bool is_hurried, std::function<void()> over) {
     const std::size_t end = std::min(said.find('\n'), said.size());

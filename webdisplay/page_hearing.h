@@ -34,9 +34,12 @@ public:
     void take(const std::string& said, bool is_hurried, std::function<void()> over);
     // The page's driver has thrown: the page is warned of it, once.
     void driver_threw();
+    // A worker of the page's own has been left behind: the page is warned of that, once.
+    void worker_left();
 
 private:
     void page_begins();
+    void warn(const char* script, bool& has_warned);
     void with_world(std::function<void()> work);
     void make_world(const std::string& frame, std::function<void()> work);
     void evaluate(const std::string& expression, page_inspector::receiver answered);
@@ -48,6 +51,7 @@ private:
     timeline_port& m_port;
     std::int64_t m_world = 0;   // the inspector's number for it; 0 before there is one
     bool m_has_warned = false;  // this document
+    bool m_has_told_worker = false;
 };
 
 }  // namespace pennywort::webdisplay

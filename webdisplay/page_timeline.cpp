@@ -165,7 +165,7 @@ void page_timeline::ask_load() {
 }
 
 const char* page_timeline::refusal_of(std::int64_t microseconds) const {
-    if (m_phase == phase::failed) return m_fault;
+    if (m_phase == phase::failed) return m_fault.c_str();
     if (!has_page()) return "a frame was asked for before its page had loaded";
     if (microseconds <= m_last_us) return "a frame does not lie behind the one before";
     if (microseconds > k_last_moment_us) return "a frame lies more than 30 years ahead";
@@ -319,7 +319,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::answers, k_call_limit, "the page does not say what it was asked",
          &self::tell_values},
         {wait::event, k_move_limit, k_hangs, &self::wake},
-        {wait::answers, k_call_limit, "a worker of the page does not answer", &self::wake},
+        {wait::answers, k_call_limit, "the page's inspector does not answer", &self::wake},
         {wait::answers, k_call_limit, "the page's inspector does not answer", &self::clear},
         {wait::time, k_tick_interval, "", &self::try_clear},
         {wait::answers, k_move_limit, "a film of the page does not follow", &self::show},
@@ -329,6 +329,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::event, k_read_interval, "", &self::meet_again},
         {wait::time, k_tick_interval, "", &self::try_tick},
         {wait::turn, k_turn_limit, k_hangs, &self::close_frame},
+        {wait::answers, k_doubt_limit, k_hangs, &self::tell_doubt},
         {wait::nothing, k_ever, "", nullptr},
     };
     return k_rows[static_cast<std::size_t>(which)];
@@ -389,7 +390,8 @@ void page_timeline::late(const row& current) {
         return (this->*current.next)();
     }
     if (m_phase == phase::hearing) return try_next_grain();
-    if (m_phase == phase::waking && m_workers.leave_shared()) return;
+    if (m_phase == phase::turning) return doubt();
+    if (m_phase == phase::waking && !m_workers.are_awake()) return leave_workers();
     if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
     if (m_phase == phase::placing && !std::exchange(m_is_hurried, true)) return hurry();
     if (m_phase == phase::showing) return show_again(current.fault);
@@ -399,7 +401,7 @@ void page_timeline::late(const row& current) {
     m_due = m_limit = m_now + k_forced_limit;
 }
 
-void page_timeline::fail(const char* why) {
+void page_timeline::fail(const std::string& why) {
     await(phase::failed);
     m_fault = why;
     m_port.page_fails(why);
@@ -494,6 +496,10 @@ void page_timeline::wake() {
     ++m_wakes;
     await(phase::waking);
     m_workers.wake();
+}
+
+void page_timeline::leave_workers() {
+    if (m_workers.leave()) m_hearing.worker_left();
 }
 
 void page_timeline::tick() {

@@ -152,6 +152,7 @@ private:
         reading,    // that one is read
         ticking,    // the browser is to take the frame
         turning,    // the page is to have its turn
+        doubting,   // it has had none, and is asked for what it waits
         failed
     };
     // What ends a phase.
@@ -177,6 +178,7 @@ private:
     static constexpr std::chrono::seconds k_call_limit{20};
     static constexpr std::chrono::seconds k_move_limit{30};
     static constexpr std::chrono::seconds k_turn_limit{30};
+    static constexpr std::chrono::seconds k_doubt_limit{2};
     // For as long a page may be busy with its turn without being asked whether it is; then twice
     // that, and so on, to the other.
     static constexpr std::chrono::milliseconds k_first_patience{100};
@@ -190,7 +192,7 @@ private:
     bool is_over(wait what) const;
     bool is_late() const { return m_now >= m_limit; }
     void late(const row& current);
-    void fail(const char* why);
+    void fail(const std::string& why);
     void drop_wishes();
     void settle(frame_end how);
     receiver take_end();
@@ -236,6 +238,8 @@ private:
     void look_for_start();
     void check() { stop_clock(phase::checking); }
     void stand();
+    void doubt();
+    void tell_doubt();
 
     // page_timeline.cpp
     void freeze() { stop_clock(phase::freezing); }
@@ -246,6 +250,7 @@ private:
     bool has_question() const;
     void tell_values();
     void wake();
+    void leave_workers();
     void hold() { stop_clock(phase::holding); }
     void tick();
     void try_tick();
@@ -285,7 +290,7 @@ private:
     page_hearing m_hearing;
     page_workers m_workers;
     phase m_phase = phase::nothing;
-    const char* m_fault = "";  // why it has failed
+    std::string m_fault;  // why it has failed
     time m_now{};
     time m_limit = time::max();
     time m_due = time::max();
@@ -340,6 +345,7 @@ private:
     std::chrono::milliseconds m_pause{};
     std::int64_t m_last_stamp = 0;  // in microseconds, of a frame that the browser has taken
     bool m_is_hurried = false;      // they are not to wait for what is still to come
+    std::string m_blocked_by;       // what the page draws nothing without
 };
 
 }  // namespace pennywort::webdisplay

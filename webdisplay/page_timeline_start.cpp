@@ -131,4 +131,28 @@ void page_timeline::stand() {
     m_port.page_stands();
 }
 
+// A page that draws nothing has no turns, and may be busy with a script or wait for what it is not
+// drawn without. Only one that is not busy answers.
+void page_timeline::doubt() {
+    await(phase::doubting);
+    m_blocked_by.clear();
+    ++m_open_calls;
+    m_inspector.call("Runtime.evaluate",
+                     {{"expression", page_scripts::k_blocked_by}, {"returnByValue", true}},
+                     [this](const json& result) {
+                         --m_open_calls;
+                         m_blocked_by = value_of_result(result);
+                     });
+}
+
+void page_timeline::tell_doubt() {
+    if (m_has_turned) return close_frame();
+    if (m_blocked_by.empty()) {
+        return fail("the page has had no turn to draw within 30 s, though no script of it is busy");
+    }
+    fail(
+        "the page draws nothing before its style sheet is there, which has not come within 30 s: " +
+        m_blocked_by);
+}
+
 }  // namespace pennywort::webdisplay

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace pennywort::webdisplay {
 
@@ -44,8 +45,7 @@ void page_workers::begins(const std::string& session) {
 
 // One that is being woken will not answer any more.
 void page_workers::ends(const std::string& session) {
-    std::erase(m_all, session);
-    std::erase(m_woken, session);
+    for (auto* some : {&m_all, &m_woken, &m_left}) std::erase(*some, session);
 }
 
 void page_workers::wake() {
@@ -53,24 +53,39 @@ void page_workers::wake() {
         m_woken.push_back(worker);
         m_inspector.call(
             "Runtime.evaluate", {{"expression", "0"}},
-            [this, worker](const json&) { std::erase(m_woken, worker); }, worker);
+            [this, worker](const json&) { answers(worker); }, worker);
     }
+}
+
+void page_workers::answers(const std::string& session) {
+    std::erase(m_woken, session);
+    if (std::erase(m_left, session) > 0) m_all.push_back(session);
 }
 
 bool page_workers::is_shared(const std::string& session) const {
     return std::find(m_shared.begin(), m_shared.end(), session) != m_shared.end();
 }
 
-void page_workers::next_page() {
-    std::erase_if(m_all, [this](const std::string& session) { return !is_shared(session); });
+bool page_workers::leave() {
+    bool has_own = false;
+    for (const auto& session : std::exchange(m_woken, {})) {
+        has_own |= !is_shared(session);
+        std::erase(m_all, session);
+        m_left.push_back(session);
+    }
+    return has_own;
 }
 
-bool page_workers::leave_shared() {
-    const auto may_be_left = [this](const std::string& session) { return is_shared(session); };
-    if (m_woken.empty() || !std::all_of(m_woken.begin(), m_woken.end(), may_be_left)) return false;
-    const auto left = m_woken;
-    for (const auto& session : left) ends(session);
-    return true;
+// Whether one that was left has come to an end is not heard then.
+void page_workers::forget() {
+    m_woken.clear();
+    for (const auto& session : std::exchange(m_left, {})) m_all.push_back(session);
+}
+
+void page_workers::next_page() {
+    for (auto* some : {&m_all, &m_left}) {
+        std::erase_if(*some, [this](const std::string& session) { return !is_shared(session); });
+    }
 }
 
 }  // namespace pennywort::webdisplay

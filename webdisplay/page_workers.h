@@ -24,13 +24,13 @@ public:
     // A message to each of them, which it is to answer.
     void wake();
     bool are_awake() const { return m_woken.empty(); }
-    // Goes on without those that have not answered. False, and nothing is done, where one of them
-    // is the page's own: any other may be busy with another page's work, by which no film is to
-    // fail.
-    bool leave_shared();
+    // Goes on without those that have not answered, each of them until it does: by a worker that is
+    // busy, maybe with another page's work, no film is to fail. Whether there is one of the page's
+    // own.
+    bool leave();
 
     // Nobody waits for their answers any more.
-    void forget() { m_woken.clear(); }
+    void forget();
     // Another page is to come. Those that it may share stay attached, and nobody tells of them
     // again.
     void next_page();
@@ -38,12 +38,14 @@ public:
 private:
     void begins(const std::string& session);
     void ends(const std::string& session);
+    void answers(const std::string& session);
     bool is_shared(const std::string& session) const;
 
     page_inspector& m_inspector;
     std::vector<std::string> m_all;
     std::vector<std::string> m_shared;  // those of them that other pages may have, too
     std::vector<std::string> m_woken;   // those that have not answered yet
+    std::vector<std::string> m_left;    // those that are not waited for
 };
 
 }  // namespace pennywort::webdisplay

@@ -36,6 +36,7 @@ std::int64_t number_at(const json& value, const char* place) {
 // nobody listens.
 constexpr std::string_view k_mark = "thinternal ";
 constexpr std::string_view k_warning = "thinternal sound: ";
+constexpr std::string_view k_clock_warning = "thinternal clock: ";
 constexpr std::string_view k_unheard = "thinternal sound: nobody listens";
 
 std::string file_name(const std::string& url) {
@@ -108,6 +109,9 @@ std::optional<page_saying> console_saying(const json& event) {
     if (type == "warning" && first.starts_with(k_warning)) {
         const auto kind = first == k_unheard ? saying_kind::unheard : saying_kind::sound;
         return page_saying{kind, shortened(first.substr(k_mark.size()))};
+    }
+    if (type == "warning" && first.starts_with(k_clock_warning)) {
+        return page_saying{saying_kind::clock, shortened(first.substr(k_mark.size()))};
     }
     std::string line;
     for (const json& argument : part(event, "/args")) {

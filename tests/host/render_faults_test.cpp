@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -189,6 +190,101 @@ TEST_F(RenderFaults, APageThatAsksForTheTimeForEverIsToldWithTheFrame) {
                    "frame 10, at 0.200 s: the page hangs: one of its scripts has not come to an "
                    "end within 30 s");
     EXPECT_EQ(bars("a.bgra").size(), 10u) << "what came before is there";
+}
+
+// The page's text is there, and no script of it is to blame.
+TEST_F(RenderFaults, APageWhoseStyleSheetNeverComesIsToldWithItsAddress) {
+    write_site(R"py(
+        if 'hangs' in self.path: time.sleep(1000)
+        self.reply(200, 'text/html', b'<!doctype html><link rel=stylesheet href=/hangs.css>text')
+)py");
+    const auto run = served(
+        "pennywort render $at/ --start dom --size 64x8 --frames 3 -o a.bgra; status=$?\n"
+        "echo $at; exit $status");
+    EXPECT_EQ(run.status, 1) << run.errors;
+    const std::string at = run.output.substr(0, run.output.find('\n'));
+    EXPECT_NE(run.errors.find("frame 0, at 0.000 s: the page draws nothing before its style sheet "
+                              "is there, which has not come within 30 s: " +
+                              at + "/hangs.css\n"),
+              std::string::npos)
+        << run.errors;
+}
+
+TEST_F(RenderFaults, AFilmThatStallsInItsMiddleEndsTheRunWithAWholeFileUpToThere) {
+    folder.write(
+        "page.html",
+        "<!doctype html><style>body{margin:0}video{display:block;width:64px;height:8px}</style>"
+        "<video src=/film.webm autoplay muted></video>");
+    write_site(R"py(
+        if self.path != '/film.webm':
+            return self.reply(200, 'text/html', open('page.html', 'rb').read())
+        film = open('film.webm', 'rb').read()
+        wanted = self.headers.get('Range', 'bytes=0-')
+        first, there = int(wanted[6:].split('-')[0]), len(film) // 2
+        self.send_response(206)
+        self.send_header('Content-Type', 'video/webm')
+        self.send_header('Accept-Ranges', 'bytes')
+        self.send_header('Content-Range', f'bytes {first}-{len(film) - 1}/{len(film)}')
+        self.send_header('Content-Length', str(len(film) - first))
+        self.end_headers()
+        self.wfile.write(film[first:there])
+        self.wfile.flush()
+        time.sleep(1000)
+)py");
+    const auto run = served(
+        "ffmpeg -v error -f lavfi -i testsrc2=s=320x240:r=25:d=8 -c:v libvpx -g 25 -b:v 4M "
+        "-cues_to_front 1 film.webm\n"
+        "pennywort render $at/ --size 64x8 --fps 25 --seconds 8 -o a.bgra");
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_NE(run.errors.find("s: a film of the page does not follow\n"), std::string::npos)
+        << run.errors;
+    const std::size_t bytes = folder.read("a.bgra").size();
+    EXPECT_EQ(bytes % (k_width * k_height * 4), 0u) << "whole frames";
+    EXPECT_GT(bytes, 25 * k_width * k_height * 4);
+    EXPECT_LT(bytes, 150 * k_width * k_height * 4);
+}
+
+TEST_F(RenderFaults, APageThatPaintsNothingIsOne) {
+    folder.write("page.html",
+                 "<!doctype html><script>self.requestAnimationFrame = () => 0</script>");
+    expect_failure("pennywort render page.html --live --timeout 3 --frames 3 -o a.mkv",
+                   "page.html: the page has painted nothing within 3 s\n");
+    EXPECT_FALSE(std::filesystem::exists(folder.path("a.mkv"))) << "there is no frame in it";
+}
+
+// It asks the site, which answers when the page asks, too, and that one when the worker is back.
+TEST_F(RenderFaults, AWorkerThatIsBusyIsLeftBehindAndFollowsAgainWhenItIsDone) {
+    write_site(R"py(
+        self.server.asked = getattr(self.server, 'asked', set()) | {self.path}
+        awaited = {'/waits': '/go', '/go': '/back'}.get(self.path, self.path)
+        while awaited not in self.server.asked: time.sleep(0.01)
+        if self.path != '/': return self.reply(200, 'text/plain', b'')
+        self.reply(200, 'text/html', open('page.html', 'rb').read())
+)py");
+    folder.write("page.html",
+                 "<!doctype html><style>body{margin:0;background:#000}div{position:absolute;left:0;"
+                 "top:0;width:1px;height:8px;background:#fff}</style><div id=bar></div><script>"
+                 "const worker = new Worker(URL.createObjectURL(new Blob([`onmessage = event => {"
+                 "const asked = new XMLHttpRequest(); asked.open('GET', event.data, false);"
+                 "asked.send(); asked.open('GET', event.data.replace('waits', 'back'), false);"
+                 "asked.send(); let n = 0; setInterval(() => postMessage(++n), 20); }`])));"
+                 "worker.onmessage = event => bar.style.left = event.data + 'px'; let n = 0;"
+                 "requestAnimationFrame(function next() { ++n;"
+                 "if (n === 10) worker.postMessage(location.origin + '/waits');"
+                 "if (n === 20) fetch('/go'); requestAnimationFrame(next); })</script>");
+    const auto run = served("pennywort render $at/ --size 64x8 --frames 60 -o a.bgra");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    const std::string line =
+        "page: clock: a worker has been busy for 20 s of one frame and is left behind: until it is "
+        "done, the film goes on without it\n";
+    const auto told = run.errors.find(line);
+    ASSERT_NE(told, std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find(line, told + 1), std::string::npos) << "once";
+    const auto all = bars("a.bgra");
+    ASSERT_EQ(all.size(), 60u);
+    EXPECT_EQ(all[15], 0);
+    EXPECT_GT(all[59], 10);
+    EXPECT_NEAR(all[59] - all[45], 14, 3) << "by the page's time";
 }
 
 TEST_F(RenderFaults, ThePageOfTheLargestSideIsRendered) {

@@ -101,6 +101,7 @@ public:
     std::string sounds;              // what its driver says at each frame
     bool moves_on_for_ever = false;  // within the frame that is asked for next
     bool is_bent = false;            // its driver throws
+    std::string blocked_by;          // what it is not drawn without
     std::string file;
     // The page moves on to another one when its time is moved next: how far its clock is ahead of
     // what was asked for.
@@ -150,6 +151,10 @@ private:
             json value{{"result", {{"type", "string"}, {"value", sounds}}}};
             if (is_bent) value["exceptionDetails"] = {{"text", "Uncaught"}};
             return answers.push_back(result(id, value));
+        }
+        if (expression == page_scripts::k_blocked_by) {
+            const json value{{"type", "string"}, {"value", blocked_by}};
+            return answers.push_back(result(id, {{"result", value}}));
         }
         if (params.contains("returnByValue")) {
             return answers.push_back(result(id, value_of(expression)));

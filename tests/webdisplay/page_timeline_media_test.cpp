@@ -49,6 +49,46 @@ TEST_F(PageTimeline, AWorkerThatEndsWhileItIsWokenIsNotWaitedFor) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
+// One that is busy for longer than anybody waits is told of once, and follows again when it is
+// done.
+TEST_F(PageTimeline, AWorkerOfThePageThatIsBusyIsLeftBehindUntilItAnswers) {
+    begin();
+    say(R"({"method":"Target.attachedToTarget","params":{"sessionId":"w1",
+        "targetInfo":{"type":"worker"}}})");
+    const auto asked = [&] {
+        std::vector<int> ids;
+        for (const json& call : page.calls) {
+            const bool is_of_it = call.value("sessionId", "") == "w1";
+            if (is_of_it && call["method"] == "Runtime.evaluate") ids.push_back(call["id"]);
+        }
+        return ids;
+    };
+    page.silent_about = "0";
+    ask(20'000);
+    page.silent_about.clear();
+    pass(19s);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(1s);
+    paint();
+    ask(40'000);
+    paint();
+    EXPECT_EQ(ends, std::vector(3, k_painted));
+    EXPECT_TRUE(page.faults.empty());
+    ASSERT_EQ(asked().size(), 1u) << "it is not asked while it is busy";
+    EXPECT_EQ(expressions_with("a worker has been busy").size(), 1u);
+    say(json{{"id", asked()[0]}, {"result", json::object()}}.dump());
+    ask(60'000);
+    paint();
+    EXPECT_EQ(asked().size(), 3u) << "it follows again";
+    page.silent_about = "0";
+    ask(80'000);
+    page.silent_about.clear();
+    pass(20s);
+    paint();
+    EXPECT_EQ(ends, std::vector(5, k_painted));
+    EXPECT_EQ(expressions_with("a worker has been busy").size(), 1u) << "told once";
+}
+
 struct shared_case {
     const char* type;
     bool is_asked_for;  // or comes by itself
@@ -135,6 +175,7 @@ TEST_P(SharedWorkers, OneThatIsBusyIsLeftBehind) {
     ask(40'000);
     paint();
     EXPECT_EQ(woken(), 1);
+    EXPECT_TRUE(expressions_with("a worker has been busy").empty()) << "it is not the page's";
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, SharedWorkers,

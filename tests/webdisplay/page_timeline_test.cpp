@@ -110,6 +110,48 @@ TEST_F(PageTimeline, OneThatIsAlwaysPassedByFails) {
     for (int i = 0; i < 40; ++i) pass(1s);
     EXPECT_EQ(ends, std::vector{k_failed});
     EXPECT_LT(page.stamps.back(), 5'002'300'000) << "nothing of it is the page's time 0 yet";
+    EXPECT_EQ(page.faults, std::vector<std::string>{
+                               "the page has had no turn to draw within 30 s, though no script of "
+                               "it is busy"});
+}
+
+TEST_F(PageTimeline, OneThatIsNotDrawnWithoutAStyleSheetFailsByItsName) {
+    stand();
+    page.passed_by = 1'000'000;
+    page.blocked_by = "http://a/b.css";
+    ask(0);
+    for (int i = 0; i < 40; ++i) pass(1s);
+    EXPECT_EQ(ends, std::vector{k_failed});
+    EXPECT_EQ(page.faults, std::vector<std::string>{
+                               "the page draws nothing before its style sheet is there, which has "
+                               "not come within 30 s: http://a/b.css"});
+}
+
+TEST_F(PageTimeline, OneWhoseScriptIsBusyDoesNotSayWhatItWaitsFor) {
+    stand();
+    page.passed_by = 1'000'000;
+    page.silent_about = page_scripts::k_blocked_by;
+    ask(0);
+    for (int i = 0; i < 40; ++i) pass(1s);
+    EXPECT_EQ(ends, std::vector{k_failed});
+    ASSERT_EQ(page.faults.size(), 1u);
+    EXPECT_NE(page.faults[0].find("one of its scripts"), std::string::npos) << page.faults[0];
+}
+
+TEST_F(PageTimeline, ATurnThatComesWhileThePageIsAskedForWhatItWaitsIsOne) {
+    begin();
+    page.passed_by = 1'000'000;
+    page.silent_about = page_scripts::k_blocked_by;
+    ask(20'000);
+    pass(30s);
+    const json asked = page.calls.back();
+    ASSERT_EQ(asked["params"]["expression"], page_scripts::k_blocked_by);
+    const json none{{"result", {{"type", "string"}, {"value", ""}}}};
+    for (const int id : page.turns) say(json{{"id", id}, {"result", json::object()}}.dump());
+    say(json{{"id", asked["id"]}, {"result", none}}.dump());
+    EXPECT_TRUE(page.faults.empty());
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
 TEST_F(PageTimeline, EachFrameIsStampedWithItsOwnMoment) {
@@ -236,6 +278,7 @@ TEST_F(PageTimeline, APageThatNeverComesToItsFrameFails) {
     pass(29s);
     EXPECT_EQ(ends.size(), 1u);
     pass(2s);
+    pass(2s);
     EXPECT_EQ(ends.back(), k_failed);
     EXPECT_FALSE(page.faults.empty());
 }
@@ -243,7 +286,7 @@ TEST_F(PageTimeline, APageThatNeverComesToItsFrameFails) {
 TEST_F(PageTimeline, WhatTheFirstFrameAsksForIsWaitedForButNotForEver) {
     stand();
     page.stamps.clear();
-    page.silent_about = "document.fonts";
+    page.silent_about = page_scripts::k_settled;
     ask(0);
     pass(9'999ms);
     EXPECT_EQ(page.stamps.size(), 1u);

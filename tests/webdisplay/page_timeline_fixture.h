@@ -152,10 +152,6 @@ private:
             if (is_bent) value["exceptionDetails"] = {{"text", "Uncaught"}};
             return answers.push_back(result(id, value));
         }
-        if (expression == page_scripts::k_blocked_by) {
-            const json value{{"type", "string"}, {"value", blocked_by}};
-            return answers.push_back(result(id, {{"result", value}}));
-        }
         if (params.contains("returnByValue")) {
             return answers.push_back(result(id, value_of(expression)));
         }
@@ -175,6 +171,9 @@ private:
     json value_of(const std::string& expression) const {
         if (expression.substr(0, 3) == "!!(") {
             return {{"result", {{"type", "boolean"}, {"value", is_true}}}};
+        }
+        if (expression == page_scripts::k_blocked_by) {
+            return {{"result", {{"type", "string"}, {"value", blocked_by}}}};
         }
         if (expression != "throw") {
             return {{"result", {{"type", "string"}, {"value", expression}}}};

@@ -39,7 +39,7 @@ struct value_case {
 };
 void PrintTo(const value_case& c, std::ostream* out) { *out << c.name; }
 
-const value_case k_cases[] = {
+const value_case k_value_cases[] = {
     {"Empty", "", {}},
     {"OnlyBlanks", " \t\r\n", {"-=- 4"}},
     {"ATokenAloneIsAName", "text/xml", {"text/xml=- 8"}},
@@ -68,7 +68,7 @@ TEST_P(HeaderEntryTest, GivesOneEntryAfterTheOther) {
     EXPECT_EQ(entries(GetParam().value), GetParam().want);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, HeaderEntryTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, HeaderEntryTest, testing::ValuesIn(k_value_cases),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 struct answer {

@@ -39,7 +39,7 @@ struct block_case {
 };
 void PrintTo(const block_case& c, std::ostream* out) { *out << c.name; }
 
-const block_case k_cases[] = {
+const block_case k_block_cases[] = {
     {"Nothing", "", 0, {}},
     {"OnlyTheBlankLine", "\r\n", 0, {}},
     {"BlankLineAndABody", "\r\nA: b\r\n", 0, {}},
@@ -101,7 +101,7 @@ TEST_P(HeaderParseTest, CutAnywhereItEndsThere) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, HeaderParseTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, HeaderParseTest, testing::ValuesIn(k_block_cases),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(HeaderParse, PassesOverNamesOf255BytesAndTakes254) {

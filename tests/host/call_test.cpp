@@ -28,7 +28,7 @@ struct json_case {
 };
 void PrintTo(const json_case& c, std::ostream* out) { *out << c.name; }
 
-constexpr json_case k_cases[] = {
+constexpr json_case k_json_cases[] = {
     {"Null", "null", "nil"},
     {"True", "true", "boolean'1'"},
     {"Int", "-7", "i4'-7'"},
@@ -59,7 +59,7 @@ TEST_P(CallValues, GoThereAndBack) {
     EXPECT_EQ(back, json::parse(GetParam().text));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, CallValues, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, CallValues, testing::ValuesIn(k_json_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
 // Whatever a server sends can be sent back.

@@ -25,7 +25,7 @@ render_options parse_render(strings more) {
     return render_of(more).value_or(render_options());
 }
 
-const refused_arguments k_refused[] = {
+const refused_arguments k_refused_lines[] = {
     {"Nothing", {}, "no command is named: render, live"},
     {"UnknownCommand", {"rendr"}, "rendr"},
     {"NoPage", {"render"}, "pages"},
@@ -114,7 +114,7 @@ TEST_P(CommandLineRefusal, IsOneLineThatNamesWhatIsWrong) {
     expect_refused(GetParam().arguments, GetParam().names);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, CommandLineRefusal, testing::ValuesIn(k_refused),
+INSTANTIATE_TEST_SUITE_P(All, CommandLineRefusal, testing::ValuesIn(k_refused_lines),
                          [](const auto& one) { return std::string(one.param.name); });
 
 // It may be a secret that was to stand elsewhere.

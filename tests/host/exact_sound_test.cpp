@@ -104,15 +104,17 @@ TEST_F(ExactSound, OneChannelGivesBothAndOfMoreTheFirstTwoCount) {
 
 // --- with the frames
 
-struct rate_case {
+struct sound_rate_case {
     const char* rate;
     std::uint64_t before;  // frames of the film before the piece
     std::uint64_t frames;
     std::int64_t samples;
 };
-void PrintTo(const rate_case& c, std::ostream* out) { *out << c.rate << " from " << c.before; }
+void PrintTo(const sound_rate_case& c, std::ostream* out) {
+    *out << c.rate << " from " << c.before;
+}
 
-class ExactRecorder : public testing::TestWithParam<rate_case> {
+class ExactRecorder : public testing::TestWithParam<sound_rate_case> {
 protected:
     // What the page has told when a frame is over: all but the last 4 ms before it.
     void tell_before(recorder& frames, std::uint64_t frame, const frame_rate& rate) {
@@ -129,7 +131,7 @@ protected:
 };
 
 TEST_P(ExactRecorder, GivesAsManySamplesAsTheFramesLast) {
-    const rate_case& one = GetParam();
+    const sound_rate_case& one = GetParam();
     const frame_rate rate = *frame_rate::parse(one.rate);
     const auto log = std::make_shared<writer_log>();
     writer_thread writer(std::make_unique<fake_writer>(log));
@@ -150,13 +152,13 @@ TEST_P(ExactRecorder, GivesAsManySamplesAsTheFramesLast) {
 }
 
 // Two pieces have as many as the whole, which alone may be a sample more or less.
-constexpr rate_case k_rates[] = {
+constexpr sound_rate_case k_sound_rates[] = {
     {"50", 0, 250, 240'000},      {"23.976", 0, 1, 2002},     {"23.976", 0, 1000, 2'002'000},
     {"59.94", 0, 1, 801},         {"59.94", 0, 7, 5606},      {"59.94", 0, 3, 2402},
     {"59.94", 3, 4, 5606 - 2402}, {"29.97", 0, 300, 480'480}, {"240", 0, 240, 48'000},
     {"1", 0, 3, 144'000},
 };
-INSTANTIATE_TEST_SUITE_P(Of, ExactRecorder, testing::ValuesIn(k_rates));
+INSTANTIATE_TEST_SUITE_P(Of, ExactRecorder, testing::ValuesIn(k_sound_rates));
 
 TEST(ExactRecorderPages, EachPageBeginsWithItsOwnSound) {
     const auto log = std::make_shared<writer_log>();

@@ -3,15 +3,19 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <ostream>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "host/output/film_codecs.h"
 #include "host/output/film_timecode.h"
 #include "tests/host/film_fixture.h"
+#include "tests/support/effort.h"
 
 namespace pennywort::host {
 namespace {
@@ -181,8 +185,10 @@ std::string value_in(const std::string& described_stream, const std::string& nam
 // A rate that is one thousandth too high is 3.6 s an hour.
 TEST_P(FilmRate, IsTheOneThatWasAskedFor) {
     const auto& c = GetParam();
+    const char* const rates[] = {"119.88", "33.333",      "23.976", "29.97", "47.95",
+                                 "59.94",  "120000/1001", "50",     "12.5"};
     for (const char* text :
-         {"23.976", "29.97", "47.95", "59.94", "119.88", "120000/1001", "50", "33.333", "12.5"}) {
+         std::span(rates).first(tests::effort(std::size(rates), std::size_t{2}))) {
         const auto format = format_at(*frame_rate::parse(text));
         const auto target = target_of(c.file);
         if (!is_possible(target, format)) continue;

@@ -85,11 +85,11 @@ TEST(FirewallWords, AskAboutTheRightPort) {
     EXPECT_EQ(report.family, k_ip6);
 }
 
-struct refused_case {
+struct words_case {
     const char* port;
     const char* words;
 };
-constexpr refused_case k_refused[] = {
+constexpr words_case k_refused_words[] = {
     {"0", "0 is not a port from 1 to 65535"},
     {"65536", "65536 is not a port from 1 to 65535"},
     {"http", "http is not a port from 1 to 65535"},
@@ -97,7 +97,7 @@ constexpr refused_case k_refused[] = {
 };
 
 TEST(FirewallCommand, RefusesWhatIsNoPort) {
-    for (const refused_case& c : k_refused) {
+    for (const words_case& c : k_refused_words) {
         const command_line line = parse_command_line({"firewall", c.port});
         EXPECT_EQ(line.what, command_line::verdict::refuse);
         EXPECT_EQ(line.text, c.words);

@@ -51,7 +51,7 @@ struct pace_case {
 };
 void PrintTo(const pace_case& c, std::ostream* out) { *out << c.name; }
 
-const pace_case k_cases[] = {
+const pace_case k_pace_cases[] = {
     {"NoPicture", {}, "------", "0"},
     {"EveryTickInTime", {8, 28, 48, 68, 88, 108}, "abcdef", "0"},
     // It came after the next tick was sent, and is its own tick's all the same.
@@ -77,7 +77,7 @@ TEST_P(FramePacerTest, GivesEachPictureItsTick) {
     EXPECT_EQ(left_out, GetParam().left_out);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FramePacerTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, FramePacerTest, testing::ValuesIn(k_pace_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 // A page that keeps up with a time from tick to picture that wanders about the length of a tick:

@@ -22,16 +22,16 @@ INSTANTIATE_TEST_SUITE_P(All, FrameRateRefusal,
                                          "50.0/1", "60000/-1001", "1.0000001", "9999999/100000",
                                          "99999999999999999999", "50,5"));
 
-struct rate_case {
+struct text_rate_case {
     const char* name;
     const char* text;
     std::int64_t numerator;
     std::int64_t denominator;
     const char* written;
 };
-void PrintTo(const rate_case& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const text_rate_case& c, std::ostream* out) { *out << c.name; }
 
-constexpr rate_case k_rates[] = {
+constexpr text_rate_case k_text_rates[] = {
     {"Whole", "50", 50, 1, "50"},
     {"Lowest", "1", 1, 1, "1"},
     {"Highest", "240", 240, 1, "240"},
@@ -46,7 +46,7 @@ constexpr rate_case k_rates[] = {
     {"SixDecimals", "1.000001", 1000001, 1000000, "1000001/1000000"},
 };
 
-class FrameRateTest : public testing::TestWithParam<rate_case> {};
+class FrameRateTest : public testing::TestWithParam<text_rate_case> {};
 
 TEST_P(FrameRateTest, IsReadAsAnExactFraction) {
     const auto rate = frame_rate::parse(GetParam().text);
@@ -56,7 +56,7 @@ TEST_P(FrameRateTest, IsReadAsAnExactFraction) {
     EXPECT_EQ(rate->text(), GetParam().written);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FrameRateTest, testing::ValuesIn(k_rates),
+INSTANTIATE_TEST_SUITE_P(All, FrameRateTest, testing::ValuesIn(k_text_rates),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(FrameRate, WhatIsWrittenIsReadAsTheSameRateUnlessItsTermsAreTooLong) {

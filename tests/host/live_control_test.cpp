@@ -52,15 +52,15 @@ protected:
     live_control control{port, pictures, {"http://one", "http://two"}, clock};
 };
 
-struct refused_case {
+struct command_case {
     const char* name;
     const char* path;
     const char* body;
     const char* names;
 };
-void PrintTo(const refused_case& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const command_case& c, std::ostream* out) { *out << c.name; }
 
-constexpr refused_case k_refused[] = {
+constexpr command_case k_refused_commands[] = {
     {"NoJson", "/api/load", "url", "JSON"},
     {"NoUrl", "/api/load", "{}", "url"},
     {"UrlIsNumber", "/api/load", "{\"url\":1}", "url"},
@@ -87,7 +87,7 @@ constexpr refused_case k_refused[] = {
     {"NegativeIndex", "/api/remove", "{\"index\":-1}", "index"},
 };
 
-class RefusedCommand : public LiveControl, public testing::WithParamInterface<refused_case> {};
+class RefusedCommand : public LiveControl, public testing::WithParamInterface<command_case> {};
 
 TEST_P(RefusedCommand, IsToldAndNotCarriedOut) {
     const auto answer = post(GetParam().path, GetParam().body);
@@ -97,7 +97,7 @@ TEST_P(RefusedCommand, IsToldAndNotCarriedOut) {
     EXPECT_TRUE(port.notes.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, RefusedCommand, testing::ValuesIn(k_refused),
+INSTANTIATE_TEST_SUITE_P(All, RefusedCommand, testing::ValuesIn(k_refused_commands),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST_F(LiveControl, UnknownPathsAndWrongMethodsAreRefused) {

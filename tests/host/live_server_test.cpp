@@ -116,11 +116,11 @@ TEST_F(LiveServer, BadJsonIsAnsweredWith400) {
 
 // Far more than the system's buffers hold between the two.
 TEST_F(LiveServer, AClientThatStallsOnAPictureStopsNeitherOthersNorTheDisplay) {
-    constexpr long k_side = 3000;
-    std::vector<std::uint32_t> noise(k_side * k_side);
+    constexpr long k_noise_side = 3000;
+    std::vector<std::uint32_t> noise(k_noise_side * k_noise_side);
     std::uint32_t seed = 1;
     for (auto& pixel : noise) pixel = seed = seed * 1664525u + 1013904223u;
-    pictures.painted(noise.data(), k_side, k_side);
+    pictures.painted(noise.data(), k_noise_side, k_noise_side);
     const std::string host = "Host: " + own_host() + "\r\n";
     std::uint64_t number = 0;
     ASSERT_TRUE(tests::eventually([&] { return pictures.take(0, number) != nullptr; }));
@@ -130,7 +130,7 @@ TEST_F(LiveServer, AClientThatStallsOnAPictureStopsNeitherOthersNorTheDisplay) {
         stalled.back()->send("GET /api/picture HTTP/1.1\r\n" + host + "\r\n");
     }
     for (int i = 0; i < 20; ++i) {
-        pictures.painted(noise.data(), k_side, k_side);
+        pictures.painted(noise.data(), k_noise_side, k_noise_side);
         EXPECT_EQ(status("GET /api/state", host), "200");
     }
     EXPECT_EQ(pictures.counts().painted, 21u);

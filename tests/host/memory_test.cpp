@@ -13,6 +13,7 @@
 #include "host/render/recorder.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
+#include "tests/support/effort.h"
 #include "tests/support/failing_memory.h"
 
 namespace pennywort::host {
@@ -21,7 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 using colours = std::vector<std::uint32_t>;
 
-constexpr std::uint64_t k_frames = 200;
+constexpr std::uint64_t k_recorded = tests::effort(200, 80);
 
 // One run: pictures and ticks on this thread, the writer on its own.
 struct recording {
@@ -32,7 +33,7 @@ struct recording {
 
     void take_frames() {
         auto now = recorder::time_point() + 1000s;
-        frames.begin(k_frames);
+        frames.begin(k_recorded);
         for (std::uint32_t i = 1; !frames.is_done() && !frames.has_no_memory(); ++i) {
             const std::uint32_t pixels[8] = {i, i, i, i, i, i, i, i};
             frames.tick(now);
@@ -54,8 +55,8 @@ TEST(RecorderMemory, AFrameThatFindsNoneIsToldAndNoneIsLostInSilence) {
             one.take_frames();
             one.frames.end_sound();
             is_told = one.frames.has_no_memory();
-            is_whole = one.writer.finish().ok() && one.writer.written() == k_frames &&
-                       one.log->heard.size() == k_frames * 960 * 2;
+            is_whole = one.writer.finish().ok() && one.writer.written() == k_recorded &&
+                       one.log->heard.size() == k_recorded * 960 * 2;
         } catch (const std::bad_alloc&) {
             is_told = true;  // the program ends with its line
         } catch (const std::system_error&) {

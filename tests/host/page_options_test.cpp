@@ -25,7 +25,7 @@ render_options options_of(const strings& more) {
     return render_of(with_page(more)).value_or(render_options());
 }
 
-const refused_arguments k_refused[] = {
+const refused_arguments k_refused_pages[] = {
     {"DateOfALivePage", {"--date", "2026-11-22"}, "--date needs a page by its own clock"},
     {"SeedOfALivePage", {"--live", "-o", "a.mov", "--seed", "3"}, "--seed needs"},
     {"DateThatIsNone", {"--exact", "--date", "soon"}, "--date soon is not a date"},
@@ -113,7 +113,7 @@ TEST_P(PageOptionsRefused, InOneLineThatNamesWhatIsWrong) {
     expect_refused(with_page(GetParam().arguments), GetParam().names);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, PageOptionsRefused, testing::ValuesIn(k_refused),
+INSTANTIATE_TEST_SUITE_P(All, PageOptionsRefused, testing::ValuesIn(k_refused_pages),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(PageOptions, ADayAndASeedAreTaken) {

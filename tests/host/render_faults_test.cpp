@@ -13,8 +13,8 @@
 namespace pennywort::host {
 namespace {
 
-constexpr std::size_t k_width = 64;
-constexpr std::size_t k_height = 8;
+constexpr std::size_t k_page_width = 64;
+constexpr std::size_t k_page_height = 8;
 
 // A white bar that moves by a pixel each turn of requestAnimationFrame, from the left side on.
 std::string page_with(const char* script, const char* background = "#000") {
@@ -25,7 +25,7 @@ std::string page_with(const char* script, const char* background = "#000") {
            script;
 }
 
-constexpr const char* k_site = R"py(
+constexpr const char* k_faulty_site = R"py(
         if 'late' in self.path:
             time.sleep(0.4)
             return self.reply(200, 'text/plain', b'60')
@@ -34,28 +34,28 @@ constexpr const char* k_site = R"py(
 
 class RenderFaults : public RenderFixture {
 protected:
-    RenderFaults() { write_site(k_site); }
+    RenderFaults() { write_site(k_faulty_site); }
 
     // Where the bar stands in each frame; -1 for one without it.
     std::vector<int> bars(const std::string& name) const {
         const std::string film = folder.read(name);
         std::vector<int> all;
-        for (std::size_t at = 0; at + k_width * k_height * 4 <= film.size();
-             at += k_width * k_height * 4) {
+        for (std::size_t at = 0; at + k_page_width * k_page_height * 4 <= film.size();
+             at += k_page_width * k_page_height * 4) {
             int x = 0;
             const auto is_white = [&](int column) {
-                const std::size_t pixel = at + (4 * k_width + std::size_t(column)) * 4;
+                const std::size_t pixel = at + (4 * k_page_width + std::size_t(column)) * 4;
                 return film.compare(pixel, 3, "\xFF\xFF\xFF") == 0;
             };
-            while (x < int(k_width) && !is_white(x)) ++x;
-            all.push_back(x < int(k_width) ? x : -1);
+            while (x < int(k_page_width) && !is_white(x)) ++x;
+            all.push_back(x < int(k_page_width) ? x : -1);
         }
         return all;
     }
     // Blue, green and red of the picture's last pixel.
     colour ground(const std::string& name, std::size_t frame) const {
         const std::string film = folder.read(name);
-        const std::size_t at = (frame + 1) * k_width * k_height * 4 - 4;
+        const std::size_t at = (frame + 1) * k_page_width * k_page_height * 4 - 4;
         if (at + 4 > film.size()) return {};
         const auto byte = [&](std::size_t i) {
             return int(static_cast<unsigned char>(film[at + i]));

@@ -91,7 +91,7 @@ self.count = 0;
 </script>)html";
 
 // What becomes of each context that may be asked for, as the browser has it or we in its place.
-constexpr const char* k_refusals = R"html(<!doctype html><body><script>
+constexpr const char* k_refusing_page = R"html(<!doctype html><body><script>
 const wishes = ['', '5', '"x"', 'null', '[]', '{}', '{sampleRate: 1}', '{sampleRate: 2999}',
   '{sampleRate: 3000}', '{sampleRate: 768000}', '{sampleRate: 768001}', '{sampleRate: NaN}',
   '{sampleRate: 1e39}', '{sampleRate: null}', '{sampleRate: "44100"}', '{sampleRate: "x"}',
@@ -292,7 +292,7 @@ TEST_F(ExactFilmSound, AnOutputWithoutSoundFetchesNoneAndWaitsForNone) {
 }
 
 TEST_F(ExactFilmSound, ContextsAreRefusedToThePageAsTheBrowserDoes) {
-    folder.write("refusals.html", k_refusals);
+    folder.write("refusals.html", k_refusing_page);
     const auto run = folder.run(
         "film='pennywort render refusals.html --size 16x16 --frames 2 --verbose'\n"
         "$film --live -o a.wav 2>&1 | grep -o 'asked for.*' > live\n"

@@ -14,17 +14,17 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr long k_packet = 480;  // 10 ms
-const sound_track::time_point k_start{1000s};
+const sound_track::time_point k_sound_start{1000s};
 
 class SoundTrack : public testing::Test {
 protected:
-    void SetUp() override { track.begin(0, k_start); }
+    void SetUp() override { track.begin(0, k_sound_start); }
     // 10 ms of one value.
     void packet(float value, std::chrono::microseconds at, long frames = k_packet) {
         const std::vector<float> left(static_cast<std::size_t>(frames), value);
         const std::vector<float> right(static_cast<std::size_t>(frames), -value);
         const std::array<const float*, 2> both{left.data(), right.data()};
-        track.packet(both.data(), 2, frames, k_start + at);
+        track.packet(both.data(), 2, frames, k_sound_start + at);
     }
     // Of the left channel, from the first sample of the film on.
     std::vector<float> all(std::int64_t samples) {
@@ -144,7 +144,7 @@ TEST_F(SoundTrack, OfTheNextPageStandsBehindThatOfTheFirst) {
     packet(1, 0ms);
     track.finish(4800, out);
     packet(9, 20ms);  // between two pages nothing counts
-    track.begin(4800, k_start + 5s);
+    track.begin(4800, k_sound_start + 5s);
     packet(2, 5s + 10ms);
     const auto samples = all(9600);
     ASSERT_EQ(samples.size(), 9600u);
@@ -165,7 +165,7 @@ TEST_F(SoundTrack, APacketOfAnotherDayIsNone) {
 TEST_F(SoundTrack, OneChannelIsBoth) {
     const std::vector<float> mono(10, 0.5f);
     const float* const only = mono.data();
-    track.packet(&only, 1, 10, k_start);
+    track.packet(&only, 1, 10, k_sound_start);
     track.finish(10, out);
     EXPECT_EQ(out, std::vector<float>(20, 0.5f));
 }

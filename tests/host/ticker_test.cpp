@@ -14,35 +14,35 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const tick_schedule::time_point k_start = tick_schedule::time_point() + 1000s;
+const tick_schedule::time_point k_first_tick = tick_schedule::time_point() + 1000s;
 
 TEST(TickSchedule, NothingIsDueBeforeItsTime) {
-    tick_schedule schedule(*frame_rate::parse("50"), k_start);
-    EXPECT_EQ(schedule.take_due(k_start - 1ns), 0u);
-    EXPECT_EQ(schedule.take_due(k_start), 1u);
-    EXPECT_EQ(schedule.take_due(k_start + 20ms - 1ns), 0u);
-    EXPECT_EQ(schedule.take_due(k_start + 20ms), 1u);
+    tick_schedule schedule(*frame_rate::parse("50"), k_first_tick);
+    EXPECT_EQ(schedule.take_due(k_first_tick - 1ns), 0u);
+    EXPECT_EQ(schedule.take_due(k_first_tick), 1u);
+    EXPECT_EQ(schedule.take_due(k_first_tick + 20ms - 1ns), 0u);
+    EXPECT_EQ(schedule.take_due(k_first_tick + 20ms), 1u);
 }
 
 TEST(TickSchedule, ATickThatIsLateMakesNoOtherLate) {
-    tick_schedule schedule(*frame_rate::parse("50"), k_start);
-    EXPECT_EQ(schedule.take_due(k_start + 19ms), 1u);
-    EXPECT_EQ(schedule.next(), k_start + 20ms);
-    EXPECT_EQ(schedule.take_due(k_start + 39ms), 1u);
-    EXPECT_EQ(schedule.next(), k_start + 40ms);
+    tick_schedule schedule(*frame_rate::parse("50"), k_first_tick);
+    EXPECT_EQ(schedule.take_due(k_first_tick + 19ms), 1u);
+    EXPECT_EQ(schedule.next(), k_first_tick + 20ms);
+    EXPECT_EQ(schedule.take_due(k_first_tick + 39ms), 1u);
+    EXPECT_EQ(schedule.next(), k_first_tick + 40ms);
 }
 
 TEST(TickSchedule, TicksThatWereMissedAreDueTogether) {
-    tick_schedule schedule(*frame_rate::parse("50"), k_start);
-    EXPECT_EQ(schedule.take_due(k_start + 100ms), 6u);
-    EXPECT_EQ(schedule.next(), k_start + 120ms);
+    tick_schedule schedule(*frame_rate::parse("50"), k_first_tick);
+    EXPECT_EQ(schedule.take_due(k_first_tick + 100ms), 6u);
+    EXPECT_EQ(schedule.next(), k_first_tick + 120ms);
 }
 
 TEST(TickSchedule, ADayOfNtscTicksEndsOnTheNanosecond) {
-    tick_schedule schedule(*frame_rate::parse("59.94"), k_start);
+    tick_schedule schedule(*frame_rate::parse("59.94"), k_first_tick);
     std::uint64_t due = 0;
     for (int second = 1; second <= 1001 * 86; ++second)
-        due += schedule.take_due(k_start + second * 1s);
+        due += schedule.take_due(k_first_tick + second * 1s);
     EXPECT_EQ(due, 60000u * 86 + 1);
 }
 

@@ -31,7 +31,7 @@ const std::string k_tag = etag_of(k_file);
 const std::string k_weak = "W/" + k_tag;
 const std::string k_list = "\"x\", " + k_tag;
 
-const reply_case k_cases[] = {
+const reply_case k_reply_cases[] = {
     {"Plain", {}, 200, 0, 100},
     {"NoneMatchOther", {.if_none_match = "\"x\""}, 200, 0, 100},
     {"NoneMatchSame", {.if_none_match = k_tag}, 304, 0, 0},
@@ -78,7 +78,7 @@ TEST_P(FileReplyTest, FollowsTheStandard) {
     EXPECT_EQ(reply.length, c.length);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FileReplyTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, FileReplyTest, testing::ValuesIn(k_reply_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(FileReply, AnEmptyFileHasNoRange) {

@@ -16,7 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int32_t k_buffer = 4096;
 constexpr std::int32_t k_stall_ms = 50;  // meant to pass
 
 void write(const fs::path& path, const std::string& text) {

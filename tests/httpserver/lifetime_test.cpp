@@ -20,8 +20,7 @@
 
 namespace {
 
-constexpr std::int32_t k_buffer = 4096;
-constexpr std::uint32_t k_long_us = 30'000'000;  // a bound for what comes at once
+constexpr std::uint32_t k_bound_us = 30'000'000;  // a bound for what comes at once
 
 TEST(Lifetime, AHundredServersLeaveNoDescriptor) {
     { const cHttpServer warm(0, k_buffer); }
@@ -105,7 +104,7 @@ TEST(Lifetime, AHandlerMayDeleteItsServer) {
     test_client client(port);
     client.send(get_request("/"));
     EXPECT_EQ(client.receive_answer(), plain_answer("last words"));
-    EXPECT_EQ(gone->Wait(k_long_us), 0);
+    EXPECT_EQ(gone->Wait(k_bound_us), 0);
     EXPECT_TRUE(client.is_ended());
     EXPECT_TRUE(idle.is_ended());
 }
@@ -121,7 +120,7 @@ TEST(Lifetime, AHandlerThatOnlyItsServerHoldsMayDeleteIt) {
     server->InstallHandler(*handler);
     handler->Release();
     EXPECT_EQ(get(server->ListenPort(), "/"), plain_answer("last words"));
-    EXPECT_EQ(gone->Wait(k_long_us), 0);
+    EXPECT_EQ(gone->Wait(k_bound_us), 0);
 }
 
 // A body that deletes its server at one of its moments.
@@ -186,7 +185,7 @@ TEST(Lifetime, ABodyMayDeleteItsServer) {
         test_client idle(port);
         test_client client(port);
         client.send(get_request("/"));
-        ASSERT_EQ(gone->Wait(k_long_us), 0) << when;
+        ASSERT_EQ(gone->Wait(k_bound_us), 0) << when;
         EXPECT_TRUE(client.is_ended()) << when;
         EXPECT_TRUE(idle.is_ended()) << when;
     }
@@ -208,7 +207,7 @@ TEST(Lifetime, ABodyMayDeleteItsServerWhenItsPeerHasGone) {
     client.send(get_request("/"));
     client.receive(100000);
     client.reset();
-    EXPECT_EQ(gone->Wait(k_long_us), 0);
+    EXPECT_EQ(gone->Wait(k_bound_us), 0);
     EXPECT_TRUE(idle.is_ended());
 }
 
@@ -233,7 +232,7 @@ TEST(Lifetime, AServerMayBeDeletedInTheQuestionWhetherAHandlerCan) {
     server->InstallHandler(*handler);
     test_client client(server->ListenPort());
     client.send(get_request("/"));
-    EXPECT_EQ(gone->Wait(k_long_us), 0);
+    EXPECT_EQ(gone->Wait(k_bound_us), 0);
     EXPECT_TRUE(client.is_ended());
 }
 
@@ -249,7 +248,7 @@ TEST(Lifetime, DestructionWaitsForTheHandlerThatRuns) {
     server->InstallHandler(*handler);
     test_client client(server->ListenPort());
     client.send(get_request("/"));
-    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    ASSERT_EQ(inside->Wait(k_bound_us), 0);
     server.reset();
     EXPECT_TRUE(has_finished);
 }
@@ -278,7 +277,7 @@ TEST(Lifetime, ARequestIsOfferedToTheEndAlthoughItsServerGoes) {
     server->InstallHandler(*second);
     test_client client(server->ListenPort());
     client.send(get_request("/"));
-    ASSERT_EQ(inside->Wait(k_long_us), 0);
+    ASSERT_EQ(inside->Wait(k_bound_us), 0);
     server.reset();
     EXPECT_EQ(client.receive_answer(), plain_answer("fine"));
 }

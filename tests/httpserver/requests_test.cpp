@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr std::int32_t k_buffer = 4096;
-
 struct request_case {
     const char* name;
     std::string bytes;
@@ -26,7 +24,7 @@ constexpr std::int32_t k_get = cHttpHandler::k_get;
 constexpr std::int32_t k_post = cHttpHandler::k_post;
 constexpr std::int32_t k_put = cHttpHandler::k_put;
 
-const request_case k_cases[] = {
+const request_case k_request_cases[] = {
     {"PathExtensionAndQuery", "GET /a/b.html?x=1 HTTP/1.1\r\n\r\n", k_get, "/a/b.html", "html",
      "x=1", ""},
     {"MethodInSmallLetters", "get / HTTP/1.1\r\n\r\n", k_get, "/", "", "", ""},
@@ -102,7 +100,7 @@ TEST_P(RequestTest, GivesItsPartsToTheHandler) {
     expect_call();
 }
 
-INSTANTIATE_TEST_SUITE_P(All, RequestTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, RequestTest, testing::ValuesIn(k_request_cases),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 class RequestsTest : public testing::Test {

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr std::int32_t k_buffer = 4096;
-
 // A server with settings and a handler that takes everything.
 struct serving {
     explicit serving(const cHttpServerSettings& settings) : server(0, k_buffer, settings) {

@@ -24,9 +24,8 @@ using namespace std::chrono_literals;
 using pennywort::httpserver::server_loop;
 using pennywort::tests::fake_clock;
 
-constexpr std::int32_t k_buffer = 4096;
 constexpr std::int32_t k_idle_ms = 400;
-constexpr std::int32_t k_stall_ms = 200;
+constexpr std::int32_t k_stalled_ms = 200;
 
 struct stage_case {
     const char* name;
@@ -59,14 +58,14 @@ cHttpServerSettings strict_settings() {
     cHttpServerSettings wanted;
     wanted.isStrict = true;
     wanted.idleTimeoutMs = k_idle_ms;
-    wanted.stallTimeoutMs = k_stall_ms;
+    wanted.stallTimeoutMs = k_stalled_ms;
     return wanted;
 }
 
-class endless_body final : public cHttpBody {
+class long_body final : public cHttpBody {
 public:
-    explicit endless_body(std::atomic<bool>& has_ended) : m_has_ended(has_ended) {}
-    ~endless_body() override { m_has_ended = true; }
+    explicit long_body(std::atomic<bool>& has_ended) : m_has_ended(has_ended) {}
+    ~long_body() override { m_has_ended = true; }
     std::int64_t Size() override { return 0x7fffffff; }
     std::int32_t ReadAt(std::int64_t, char* into, std::int32_t size) override {
         std::fill_n(into, size, 'e');
@@ -134,7 +133,7 @@ protected:
     std::atomic<bool> m_has_body_ended{false};
     held<test_handler> m_quick = make<test_handler>("/quick");
     held<body_handler> m_pieces = make<body_handler>(
-        "/pieces", 0x7fffffff, [this] { return std::make_unique<endless_body>(m_has_body_ended); });
+        "/pieces", 0x7fffffff, [this] { return std::make_unique<long_body>(m_has_body_ended); });
     server_loop m_loop{nullptr, 0, k_buffer, strict_settings(), m_clock};
     std::unique_ptr<zThread> m_thread;
 };
@@ -189,7 +188,7 @@ TEST_F(StagesTest, APeerThatTakesNoMoreOfItsAnswerIsGivenUp) {
     EXPECT_FALSE(m_has_body_ended);
     constexpr int k_most_steps = 1000;
     for (int i = 0; i < k_most_steps && !m_has_body_ended; ++i) {
-        m_clock.advance(std::chrono::milliseconds(k_stall_ms));
+        m_clock.advance(std::chrono::milliseconds(k_stalled_ms));
         expect_serving();
     }
     EXPECT_TRUE(m_has_body_ended);

@@ -15,16 +15,16 @@ using namespace std::string_view_literals;
 
 constexpr std::int64_t k_most = 200;
 
-struct request_case {
+struct strict_case {
     const char* name;
     std::string_view bytes;
     std::int32_t refusal;       // 0: complete
     std::string_view resource;  // and what follows of a complete one
     std::string_view body;
 };
-void PrintTo(const request_case& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const strict_case& c, std::ostream* out) { *out << c.name; }
 
-constexpr request_case k_cases[] = {
+constexpr strict_case k_strict_cases[] = {
     {"Get", "GET /a?b HTTP/1.1\r\nHost: h\r\n\r\n", 0, "/a?b", ""},
     {"Head", "HEAD / HTTP/1.1\r\nHost: h\r\n\r\n", 0, "/", ""},
     {"Put", "PUT / HTTP/1.1\r\nHost: h:80\r\nContent-Length: 3\r\n\r\na\0c"sv, 0, "/", "a\0c"sv},
@@ -83,7 +83,7 @@ constexpr request_case k_cases[] = {
     {"OtherExpectation", "PUT / HTTP/1.1\r\nHost: h\r\nExpect: coffee\r\n\r\n", 417, "", ""},
 };
 
-void expect(const strict_request& request, const request_case& c) {
+void expect(const strict_request& request, const strict_case& c) {
     EXPECT_EQ(request.refusal(), c.refusal);
     EXPECT_EQ(request.status(), c.refusal == 0 ? state::complete : state::refused);
     if (c.refusal != 0) return;
@@ -91,10 +91,10 @@ void expect(const strict_request& request, const request_case& c) {
     EXPECT_EQ(request.body(), c.body);
 }
 
-class StrictRequestTest : public testing::TestWithParam<request_case> {};
+class StrictRequestTest : public testing::TestWithParam<strict_case> {};
 
 TEST_P(StrictRequestTest, GivesTheSameAtEverySplit) {
-    const request_case& c = GetParam();
+    const strict_case& c = GetParam();
     strict_request request(k_most);
     for (std::size_t split = 0; split <= c.bytes.size(); ++split) {
         SCOPED_TRACE(testing::Message() << "split at " << split);
@@ -105,7 +105,7 @@ TEST_P(StrictRequestTest, GivesTheSameAtEverySplit) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, StrictRequestTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, StrictRequestTest, testing::ValuesIn(k_strict_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(StrictRequest, StopsAtTheEndOfTheFirst) {

@@ -15,10 +15,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int32_t k_buffer = 4096;
 constexpr const char* k_host = "Host: h\r\n\r\n";
 
-std::string first_line(const std::string& answer) { return answer.substr(0, answer.find("\r\n")); }
+std::string status_line(const std::string& answer) { return answer.substr(0, answer.find("\r\n")); }
 bool has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
@@ -93,7 +92,7 @@ TEST_F(StrictTest, GivesTheRequestAndSendsTheAnswerOfAHandler) {
     const std::string answer =
         ask(std::string("POST /echo?q HTTP/1.1\r\nX-WORD: w\r\nContent-Length: 3\r\n") + k_host +
             "abc");
-    EXPECT_EQ(first_line(answer), "HTTP/1.1 200 OK");
+    EXPECT_EQ(status_line(answer), "HTTP/1.1 200 OK");
     EXPECT_EQ(body_of(answer), "POST q w abc");
     for (const char* part : {"\r\nDate: ", "\r\nX-Kind: echo\r\n", "\r\nContent-Length: 12\r\n",
                              "\r\nConnection: Keep-Alive\r\n", "\r\nServer: "}) {
@@ -128,7 +127,7 @@ TEST_F(StrictTest, CutsTheBodyOfAHandlerThatKnowsNothingOfHead) {
     test_client client(m_server.ListenPort());
     client.send(std::string("HEAD /raw HTTP/1.1\r\nConnection: close\r\n") + k_host);
     const std::string answer = client.receive(100'000);
-    EXPECT_EQ(first_line(answer), "HTTP/1.1 200 OK");
+    EXPECT_EQ(status_line(answer), "HTTP/1.1 200 OK");
     EXPECT_TRUE(has(answer, "\r\nContent-Length: 4\r\n"));
     EXPECT_TRUE(has(answer, "\r\nDate: "));
     EXPECT_TRUE(has(answer, "\r\nConnection: close\r\n"));
@@ -162,7 +161,7 @@ TEST_F(StrictTest, RefusesATooLongBodyBeforeItComes) {
     const std::string answer = ask(
         std::string("POST /echo HTTP/1.1\r\nExpect: 100-continue\r\nContent-Length: 200000\r\n") +
         k_host);
-    EXPECT_EQ(first_line(answer), "HTTP/1.1 413 Content Too Large");
+    EXPECT_EQ(status_line(answer), "HTTP/1.1 413 Content Too Large");
 }
 
 TEST_F(StrictTest, EndsTheConnectionWhereTheRequestAsksForIt) {
@@ -178,17 +177,17 @@ TEST_F(StrictTest, EndsTheConnectionWhereTheRequestAsksForIt) {
     test_client kept(m_server.ListenPort());
     for (int i = 0; i < 2; ++i) {
         kept.send("GET /echo HTTP/1.0\r\nConnection: keep-alive\r\n\r\n");
-        EXPECT_EQ(first_line(kept.receive_answer()), "HTTP/1.1 200 OK");
+        EXPECT_EQ(status_line(kept.receive_answer()), "HTTP/1.1 200 OK");
     }
 }
 
 TEST_F(StrictTest, TellsWhichMethodsAreAllowed) {
     const std::string answer = ask(std::string("PUT /echo HTTP/1.1\r\n") + k_host);
-    EXPECT_EQ(first_line(answer), "HTTP/1.1 405 Method Not Allowed");
+    EXPECT_EQ(status_line(answer), "HTTP/1.1 405 Method Not Allowed");
     EXPECT_TRUE(has(answer, "\r\nAllow: GET, HEAD, POST\r\n"));
-    EXPECT_EQ(first_line(ask(std::string("GET /none HTTP/1.1\r\n") + k_host)),
+    EXPECT_EQ(status_line(ask(std::string("GET /none HTTP/1.1\r\n") + k_host)),
               "HTTP/1.1 404 Not Found");
-    EXPECT_EQ(first_line(ask(std::string("TRACE /echo HTTP/1.1\r\n") + k_host)),
+    EXPECT_EQ(status_line(ask(std::string("TRACE /echo HTTP/1.1\r\n") + k_host)),
               "HTTP/1.1 501 Not Implemented");
 }
 
@@ -200,7 +199,7 @@ TEST_F(StrictTest, AlwaysAnswersOrEnds) {
         return cHttpHandler::SendString(socket, "ab");
     });
     for (const char* path : {"/silent", "/throws"}) {
-        EXPECT_EQ(first_line(ask(std::string("GET ") + path + " HTTP/1.1\r\n" + k_host)),
+        EXPECT_EQ(status_line(ask(std::string("GET ") + path + " HTTP/1.1\r\n" + k_host)),
                   "HTTP/1.1 500 Internal Server Error");
     }
     test_client client(m_server.ListenPort());
@@ -243,7 +242,7 @@ TEST_F(StrictTest, EndsAnAnswerWithoutABodyAtItsHead) {
                                         "HTTP/1.1 204 No Content\r\nContent-Length: 2\r\n\r\nab");
     });
     const std::string answer = ask(std::string("GET /nothing HTTP/1.1\r\n") + k_host);
-    EXPECT_EQ(first_line(answer), "HTTP/1.1 204 No Content");
+    EXPECT_EQ(status_line(answer), "HTTP/1.1 204 No Content");
     EXPECT_FALSE(has(answer, "Content-Length"));
     EXPECT_EQ(body_of(answer), "");
 }
@@ -421,7 +420,7 @@ TEST_F(StrictTest, AFullServerDropsWhoTakesNothingOfAnAnswer) {
     test_client second(server.ListenPort());
     for (test_client* one : {&first, &second}) {
         one->send(std::string("GET /long HTTP/1.1\r\n") + k_host);
-        EXPECT_EQ(first_line(one->receive(17)), "HTTP/1.1 200 OK");
+        EXPECT_EQ(status_line(one->receive(17)), "HTTP/1.1 200 OK");
     }
     test_client third(server.ListenPort());
     third.send(std::string("GET / HTTP/1.1\r\n") + k_host);
@@ -444,7 +443,7 @@ TEST_F(StrictTest, RefusesAStatusThatIsNone) {
     m_server.InstallHandler(*handler);
     for (const std::int32_t status : {0, -1, 100, 199, 1000}) {
         handler->status = status;
-        EXPECT_EQ(first_line(ask(std::string("GET /status HTTP/1.1\r\n") + k_host)),
+        EXPECT_EQ(status_line(ask(std::string("GET /status HTTP/1.1\r\n") + k_host)),
                   "HTTP/1.1 500 Internal Server Error");
     }
 }
@@ -468,24 +467,24 @@ TEST_F(StrictTest, SendsFilesWithRangesAndConditions) {
     const std::size_t at = whole.find("\r\nETag: ") + 8;
     const std::string tag = whole.substr(at, whole.find("\r\n", at) - at);
     const std::string part = get_with("/a.mp4", "Range: bytes=2-4\r\nIf-Range: " + tag + "\r\n");
-    EXPECT_EQ(first_line(part), "HTTP/1.1 206 Partial Content");
+    EXPECT_EQ(status_line(part), "HTTP/1.1 206 Partial Content");
     EXPECT_TRUE(has(part, "\r\nContent-Range: bytes 2-4/10\r\n"));
     EXPECT_EQ(body_of(part), "234");
     // The end tells that there is no body; the length alone would have it waited for.
-    EXPECT_EQ(first_line(ask(std::string("HEAD /a.mp4 HTTP/1.1\r\nConnection: close\r\n"
-                                         "Range: bytes=2-4\r\n") +
-                             k_host)),
+    EXPECT_EQ(status_line(ask(std::string("HEAD /a.mp4 HTTP/1.1\r\nConnection: close\r\n"
+                                          "Range: bytes=2-4\r\n") +
+                              k_host)),
               "HTTP/1.1 200 OK");
     EXPECT_TRUE(has(get_with("/a.mp4", "Range: bytes=10-\r\n"), "Content-Range: bytes */10\r\n"));
     const std::string same = get_with("/a.mp4", "If-None-Match: " + tag + "\r\n");
-    EXPECT_EQ(first_line(same), "HTTP/1.1 304 Not Modified");
+    EXPECT_EQ(status_line(same), "HTTP/1.1 304 Not Modified");
     EXPECT_FALSE(has(same, "Content-Length"));
     const std::string moved = get_with("/sub?x", "");
-    EXPECT_EQ(first_line(moved), "HTTP/1.1 301 Moved Permanently");
+    EXPECT_EQ(status_line(moved), "HTTP/1.1 301 Moved Permanently");
     EXPECT_TRUE(has(moved, "\r\nLocation: /sub/?x\r\n"));
     EXPECT_TRUE(has(get_with("//sub", ""), "\r\nLocation: /sub/\r\n"));
     EXPECT_EQ(body_of(get_with("/sub/", "")), "sub");
-    EXPECT_EQ(first_line(get_with("/nothing", "")), "HTTP/1.1 404 Not Found");
+    EXPECT_EQ(status_line(get_with("/nothing", "")), "HTTP/1.1 404 Not Found");
     std::error_code ignored;
     fs::remove_all(root, ignored);
 }

@@ -1,6 +1,7 @@
 // test_handler.h - handlers that tests script.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -9,6 +10,9 @@
 #include <vector>
 
 #include "httpserver.h"
+
+// A server's buffer that is full soon.
+inline constexpr std::int32_t k_buffer = 4096;
 
 // What a handler was given.
 struct seen_call {

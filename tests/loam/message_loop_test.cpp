@@ -11,10 +11,9 @@
 #include <vector>
 
 #include "loam/signal.h"
+#include "tests/loam/bounds.h"
 
 namespace {
-
-constexpr std::uint32_t k_long_us = 30'000'000;  // a bound for what comes at once
 
 // A loop of an earlier test may have left a quit behind only if it is broken.
 class MessageLoopTest : public testing::Test {

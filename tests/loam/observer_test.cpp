@@ -14,11 +14,11 @@
 
 #include "loam/message_loop.h"
 #include "loam/signal.h"
+#include "tests/loam/bounds.h"
 
 namespace {
 
 constexpr std::uint64_t k_what = 0x77686174;
-constexpr std::uint32_t k_long_us = 30'000'000;
 
 // A payload that tells when it goes.
 class tracked_record : public zRecord {

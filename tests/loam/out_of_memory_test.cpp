@@ -30,12 +30,12 @@
 #include "loam/thread.h"
 #include "loam/trace.h"
 #include "loam/url_string.h"
+#include "tests/loam/bounds.h"
 #include "tests/support/failing_memory.h"
 
 namespace {
 
-constexpr int k_most_failures = 10000;  // more than any path here takes
-constexpr std::int32_t k_long_ms = 30000;
+constexpr int k_most_failures = 10000;    // more than any path here takes
 const std::string k_long_text(100, 't');  // longer than what a string holds in itself
 
 // Runs `step` with one more allocation each time, until it takes no more; before each time

@@ -14,14 +14,14 @@
 
 namespace {
 
-constexpr std::uint64_t k_what = 0x77686174;
+constexpr std::uint64_t k_number = 0x77686174;
 
 TEST(Record, MissingVariablesReadAsTheDefault) {
     const zRecord record;
     char scratch[64];
     EXPECT_TRUE(record.AsBool("x", true));
     EXPECT_EQ(record.AsInt32("x", -3), -3);
-    EXPECT_EQ(record.AsInt64(k_what, 1LL << 40), 1LL << 40);
+    EXPECT_EQ(record.AsInt64(k_number, 1LL << 40), 1LL << 40);
     EXPECT_EQ(record.AsString("x", "none"), "none");
     EXPECT_STREQ(record.AsCString("x", "none", &scratch), "none");
     EXPECT_EQ(record.AsCString("x", nullptr, &scratch), nullptr);
@@ -41,13 +41,13 @@ TEST(Record, NullNamesAreRefusedAndChangeNothing) {
 TEST(Record, NamesAndIdentifiersNeverMeet) {
     zRecord record;
     record.SetInt32("what", 1, 0);
-    record.SetInt32(k_what, 2, 0);
+    record.SetInt32(k_number, 2, 0);
     EXPECT_EQ(record.VariableCount(), 2u);
     EXPECT_EQ(record.AsInt32("what", 0), 1);
-    EXPECT_EQ(record.AsInt32(k_what, 0), 2);
+    EXPECT_EQ(record.AsInt32(k_number, 0), 2);
     EXPECT_STREQ(record.VariableName(1), "");
     EXPECT_EQ(record.VariableID(0), 0u);
-    EXPECT_EQ(record.VariableID(1), k_what);
+    EXPECT_EQ(record.VariableID(1), k_number);
 }
 
 TEST(Record, ReplacingKeepsThePlaceAndMayChangeTheType) {
@@ -260,21 +260,23 @@ public:
 protected:
     void variable_changing(std::uint64_t id, bool exists, bool removing) override {
         changes.push_back({id, exists, removing});
-        value_seen = AsInt32(k_what, -1);
+        value_seen = AsInt32(k_number, -1);
     }
 };
 
 TEST(Record, ADerivedClassHearsOfEachChangeBeforeIt) {
     watching_record record;
-    record.SetInt32(k_what, 1, 0);
+    record.SetInt32(k_number, 1, 0);
     EXPECT_EQ(record.value_seen, -1);
-    record.SetInt32(k_what, 2, 0);
+    record.SetInt32(k_number, 2, 0);
     EXPECT_EQ(record.value_seen, 1);
     record.SetInt32("named", 3, 0);
-    EXPECT_TRUE(record.RemoveID(k_what));
-    EXPECT_FALSE(record.RemoveID(k_what));
-    const std::vector<watching_record::change> want = {
-        {k_what, false, false}, {k_what, true, false}, {0, false, false}, {k_what, true, true}};
+    EXPECT_TRUE(record.RemoveID(k_number));
+    EXPECT_FALSE(record.RemoveID(k_number));
+    const std::vector<watching_record::change> want = {{k_number, false, false},
+                                                       {k_number, true, false},
+                                                       {0, false, false},
+                                                       {k_number, true, true}};
     EXPECT_EQ(record.changes, want);
 }
 

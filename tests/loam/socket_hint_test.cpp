@@ -5,10 +5,9 @@
 #include <string>
 
 #include "loam/socket.h"
+#include "tests/loam/bounds.h"
 
 namespace {
-
-constexpr std::int32_t k_long_ms = 30000;  // a bound for what comes at once
 
 // A connection whose one end sends, and the other receives.
 class HintTest : public testing::Test {

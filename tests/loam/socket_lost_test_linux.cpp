@@ -10,10 +10,10 @@
 #include <string>
 
 #include "loam/socket.h"
+#include "tests/loam/bounds.h"
 
 namespace {
 
-constexpr std::int32_t k_long_ms = 30000;  // a bound for what comes at once
 constexpr unsigned k_give_up_ms = 50;
 
 // The number that the system gives to the next descriptor, which is the lowest that is free.

@@ -14,10 +14,9 @@
 #include "loam/critical.h"
 #include "loam/ref_count.h"
 #include "loam/signal.h"
+#include "tests/loam/bounds.h"
 
 namespace {
-
-constexpr std::uint32_t k_long_us = 30'000'000;  // a bound for what comes at once
 
 class body : public zThreadMain {
 public:

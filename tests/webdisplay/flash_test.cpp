@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::uint64_t k_what = 0x77686174;
+constexpr std::uint64_t k_flash = 0x77686174;
 
 class FlashTest : public testing::Test {
 protected:
@@ -50,7 +50,7 @@ protected:
 private:
     std::string m_told;
     zObserverHandler m_observer{m_code, [this](const zRecord& payload, std::uint64_t) {
-                                    m_told += payload.AsInt32(k_what, 0) == 77 ? 'n' : 'N';
+                                    m_told += payload.AsInt32(k_flash, 0) == 77 ? 'n' : 'N';
                                 }};
 };
 

@@ -11,20 +11,20 @@
 namespace {
 
 // Texts that do not fit into a string itself.
-const std::string k_url = "http://host.example/" + std::string(40, 'p');
+const std::string k_host_url = "http://host.example/" + std::string(40, 'p');
 const std::string k_key(40, 'k');
 const std::string k_result(40, 'r');
 
 TEST(DisplayMemory, AUrlIsQueuedOrNot) {
     const released<model_display> display(new model_display);
     int queued = 0;
-    const int failures = with_each_allocation_failing([&] { display->LoadUrl(k_url.c_str()); },
+    const int failures = with_each_allocation_failing([&] { display->LoadUrl(k_host_url.c_str()); },
                                                       [&] {
                                                           const std::string url =
                                                               display->PopNextURL();
                                                           if (url.empty()) return;
                                                           ++queued;
-                                                          EXPECT_EQ(url, k_url);
+                                                          EXPECT_EQ(url, k_host_url);
                                                           EXPECT_EQ(display->PeekNextURL(), "");
                                                       });
     EXPECT_GT(failures, 0);

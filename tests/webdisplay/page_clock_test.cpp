@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/support/collected_traces.h"
+#include "tests/support/effort.h"
 #include "tests/webdisplay/page_clock_fixture.h"
 #include "webdisplay/cef/runtime.h"
 #include "webdisplay/page_clock.h"
@@ -338,7 +339,7 @@ TEST_F(PageClockSoundTest, AReceiverThatThrowsWhenItClosesHoldsNothingUp) {
 // Closed at each step on the way to its first frames.
 TEST_F(PageClockTest, ItMayBeClosedAtEveryStep) {
     start_with_page_clocks();
-    for (int works = 0; works < 60; ++works) {
+    for (int works = 0; works < 60; works += pennywort::tests::effort(1, 4)) {
         SCOPED_TRACE(works);
         screen s(on_page_clock("http://a/"));
         EXPECT_TRUE(s->Open());

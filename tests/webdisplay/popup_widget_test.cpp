@@ -12,7 +12,7 @@ namespace pennywort::webdisplay {
 namespace {
 
 using pixels = std::vector<std::uint32_t>;
-constexpr std::uint32_t k_page = 0xFF102030;
+constexpr std::uint32_t k_page_pixel = 0xFF102030;
 constexpr std::uint32_t k_list = 0xFFFFFFFF;
 
 class PopupWidget : public testing::Test {
@@ -38,7 +38,7 @@ protected:
     }
 
     popup_widget m_widget;
-    const pixels m_page = pixels(12, k_page);
+    const pixels m_page = pixels(12, k_page_pixel);
 };
 
 TEST_F(PopupWidget, LiesWhereItStands) {

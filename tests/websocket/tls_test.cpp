@@ -54,7 +54,7 @@ std::string told_by_system(const std::string& url) {
     return has_come && lines.size() == 2 ? lines[1] + " | " + lines[0] : events.text();
 }
 
-std::shared_ptr<cWebSocket> make_system() { return std::make_shared<system_socket>(); }
+std::shared_ptr<cWebSocket> make_tls_system() { return std::make_shared<system_socket>(); }
 
 TEST(Tls, TrustsACertificateWithTheServersName) {
     const tls_peer peer("DNS:localhost");
@@ -86,7 +86,7 @@ TEST(Tls, SaysGoodbyeAsTlsHasIt) {
 TEST(Tls, SaysWhatIsWrongWithACertificate) {
     const tls_peer peer("DNS:localhost");
     ASSERT_TRUE(peer.is_ready());
-    for (const auto& socket : {cWebSocket::Factory(), make_system()}) {
+    for (const auto& socket : {cWebSocket::Factory(), make_tls_system()}) {
         event_log events;
         socket->SetFaultHandler([&](const char* why) { events.add(why); });
         socket->Open(peer.url("localhost").c_str(), 0);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/httpserver/descriptors.h"
+#include "tests/support/effort.h"
 #include "tests/support/eventually.h"
 #include "tests/websocket/event_log.h"
 #include "tests/websocket/frames.h"
@@ -20,6 +21,7 @@
 
 namespace {
 
+using pennywort::tests::effort;
 using pennywort::tests::eventually;
 
 void greet_and_answer(peer_connection& connection) {
@@ -67,7 +69,7 @@ TEST(Volume, AThousandSocketsTalkAtOnce) {
 }
 
 constexpr int k_rounds = 20;
-constexpr int k_sockets = 500;
+constexpr int k_sockets = effort(500, 50);
 
 // What the process has.
 struct left_over {

@@ -29,7 +29,7 @@ constexpr std::string_view k_ordinal_element = std::string_view("\xFE\xFF\0<\0\x
 constexpr std::string_view k_ordinal_attribute =
     "<?xml version='1.0' encoding='ISO-8859-1'?><a><b \xAA='1'/></a>";
 
-const fault_case k_cases[] = {
+const fault_case k_fault_cases[] = {
     {"Nothing", "", zXML::k_malformed},
     {"WhiteSpace", " \n", zXML::k_malformed},
     {"Text", "text", zXML::k_malformed},
@@ -89,7 +89,7 @@ TEST_P(Faults, HaveTheirStatusAndLeaveNothing) {
     EXPECT_TRUE(is_empty(record));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Faults, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, Faults, testing::ValuesIn(k_fault_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
 TEST(Faults, OfAnElementInside) {

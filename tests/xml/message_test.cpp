@@ -26,7 +26,7 @@ struct kind_case {
 };
 void PrintTo(const kind_case& c, std::ostream* out) { *out << c.name; }
 
-const kind_case k_cases[] = {
+const kind_case k_kind_cases[] = {
     {"Call", "<methodCall><methodName>a.b</methodName><params/></methodCall>", Kind::call},
     {"CallWithoutParams", "<methodCall><methodName>a.b</methodName></methodCall>", Kind::call},
     {"CallWithoutAName", "<methodCall><params/></methodCall>", Kind::other},
@@ -61,7 +61,7 @@ TEST_P(Kinds, AreTold) {
     EXPECT_EQ(message.MethodName(), GetParam().want == Kind::call ? "a.b" : "");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Kinds, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, Kinds, testing::ValuesIn(k_kind_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
 TEST(Message, OfAnEmptyRecordIsNone) {

@@ -109,7 +109,7 @@ struct value_case {
 };
 void PrintTo(const value_case& c, std::ostream* out) { *out << c.name; }
 
-const value_case k_cases[] = {
+const value_case k_value_cases[] = {
     {"I4", "<i4>-12</i4>", "int32 -12"},
     {"Int", "<int>12</int>", "int32 12"},
     {"IntWithSpaces", "<int>\n +7 </int>", "int32 7"},
@@ -178,7 +178,7 @@ TEST_P(Received, IsWhatItsTypeSays) {
     EXPECT_EQ(read(one.value), GetParam().want);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Received, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, Received, testing::ValuesIn(k_value_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
 TEST(Sent, IntegersComeBack) {

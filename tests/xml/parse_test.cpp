@@ -23,7 +23,7 @@ struct document_case {
 };
 void PrintTo(const document_case& c, std::ostream* out) { *out << c.name; }
 
-const document_case k_cases[] = {
+const document_case k_document_cases[] = {
     {"Empty", "<a/>", "a"},
     {"EmptyInTwoTags", "<a></a>", "a"},
     {"Text", "<a>text</a>", "a'text'"},
@@ -51,7 +51,7 @@ class Documents : public testing::TestWithParam<document_case> {};
 
 TEST_P(Documents, BecomeTheirTree) { EXPECT_EQ(parsed(GetParam().text), GetParam().want); }
 
-INSTANTIATE_TEST_SUITE_P(All, Documents, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, Documents, testing::ValuesIn(k_document_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
 // Each character as two bytes.

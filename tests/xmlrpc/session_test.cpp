@@ -19,7 +19,7 @@ using pennywort::tests::is_empty;
 using pennywort::tests::xml_shape;
 
 constexpr double k_patient = 30.0;
-constexpr std::string_view k_response =
+constexpr std::string_view k_answer =
     "<methodResponse><params><param><value><i4>7</i4></value></param></params></methodResponse>";
 
 std::string answer(std::string_view first_line, std::string_view type, std::string_view body) {
@@ -58,7 +58,7 @@ TEST_F(SessionTest, CallsAndGetsItsResult) {
             head = connection.receive_head();
             const std::size_t at = head.find("Content-Length: ");
             body = connection.receive(std::stoul(head.substr(at + 16)));
-            connection.send(answer("200 OK", "text/xml", k_response));
+            connection.send(answer("200 OK", "text/xml", k_answer));
             connection.wait_for_end();
         });
         ASSERT_EQ(call(peer), 0);
@@ -79,13 +79,13 @@ TEST_F(SessionTest, AnswersThatAreNoXmlRpc) {
     EXPECT_EQ(call_answered(answer("200 OK", "text/plain", "words")), zXML::k_malformed);
     EXPECT_EQ(call_answered(answer("200 OK", "text/xml", "")), zXML::k_malformed);
     EXPECT_EQ(call_answered(answer("404 Not Found", "text/html", "<html></html>")), -29404);
-    EXPECT_EQ(call_answered(answer("500 Broken", "text/xml", k_response)), -29500);
+    EXPECT_EQ(call_answered(answer("500 Broken", "text/xml", k_answer)), -29500);
     EXPECT_TRUE(is_empty(m_out));
 }
 
 TEST_F(SessionTest, ABodyInChunksIsParsedWithoutItsLength) {
     std::string chunks;
-    for (const char c : k_response) chunks += std::string("1\r\n") + c + "\r\n";
+    for (const char c : k_answer) chunks += std::string("1\r\n") + c + "\r\n";
     EXPECT_EQ(call_answered("HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n"
                             "Transfer-Encoding: chunked\r\n\r\n" +
                             chunks + "0\r\n\r\n"),
@@ -95,7 +95,7 @@ TEST_F(SessionTest, ABodyInChunksIsParsedWithoutItsLength) {
 
 TEST_F(SessionTest, AMultipartAnswerIsTakenApartByTheReader) {
     const std::string image("\x89PNG\r\n\0\xFF--B-", 12);
-    const std::string body = "--B\r\nContent-Type: text/xml\r\n\r\n" + std::string(k_response) +
+    const std::string body = "--B\r\nContent-Type: text/xml\r\n\r\n" + std::string(k_answer) +
                              "\r\n--B\r\nContent-Type: image/png\r\nContent-ID: <i>\r\n\r\n" +
                              image + "\r\n--B--";
     ASSERT_EQ(call_answered(answer("200 OK", "multipart/related; boundary=B", body)),
@@ -118,7 +118,7 @@ TEST_F(SessionTest, AMultipartAnswerIsTakenApartByTheReader) {
 }
 
 TEST_F(SessionTest, OneObjectCallsAgainAndAgain) {
-    const scripted_peer peer(answering(answer("200 OK", "text/xml", k_response)));
+    const scripted_peer peer(answering(answer("200 OK", "text/xml", k_answer)));
     for (int i = 0; i < 20; ++i) {
         m_body.ResizeTo(0, 0);
         m_out.MakeEmpty();

@@ -36,7 +36,7 @@ message_head answer_with(const std::string& headers, const char* status = "200")
                   std::string("HTTP/1.1 ") + status + " x\r\n" + headers + "\r\n");
 }
 
-constexpr length_case k_cases[] = {
+constexpr length_case k_length_cases[] = {
     {"Nothing", "", body_kind::none, 0, body_fault::none},
     {"Zero", "Content-Length: 0\r\n", body_kind::counted, 0, body_fault::none},
     {"Some", "content-length:  12 \r\n", body_kind::counted, 12, body_fault::none},
@@ -75,7 +75,7 @@ TEST_P(BodyLengthTest, OfARequest) {
     EXPECT_EQ(plan.fault, c.fault);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, BodyLengthTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, BodyLengthTest, testing::ValuesIn(k_length_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(BodyLength, ChunkedIsUnknownToTheOlderVersion) {

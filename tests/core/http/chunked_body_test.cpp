@@ -23,7 +23,7 @@ struct chunked_case {
 };
 void PrintTo(const chunked_case& c, std::ostream* out) { *out << c.name; }
 
-constexpr chunked_case k_cases[] = {
+constexpr chunked_case k_chunked_cases[] = {
     {"Empty", "0\r\n\r\n", state::complete, "", 5},
     {"One", "3\r\nabc\r\n0\r\n\r\n", state::complete, "abc", 13},
     {"Two", "1\r\na\r\n2\r\nbc\r\n0\r\n\r\nGET", state::complete, "abc", 18},
@@ -84,7 +84,7 @@ TEST_P(ChunkedBodyTest, GivesTheSameAtEverySplit) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ChunkedBodyTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, ChunkedBodyTest, testing::ValuesIn(k_chunked_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(ChunkedBody, GivesTheTrailers) {

@@ -58,7 +58,7 @@ head_case bad(const char* name, head_kind kind, const head_policy& policy, std::
 
 using namespace std::string_view_literals;
 
-const head_case k_cases[] = {
+const head_case k_head_cases[] = {
     good("Shortest", k_request, k_strict, "GET / HTTP/1.1\r\n\r\n", "GET / 1;"),
     good("Headers", k_request, k_strict, "PUT /a?b HTTP/1.0\r\nHost: x\r\nA:b \t\r\nA:\r\n\r\n",
          "PUT /a?b 0;Host=x;A=b;A=;"),
@@ -175,7 +175,7 @@ TEST_P(HeadParserTest, GivesTheSameByteByByte) {
     expect(parser, c, used);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, HeadParserTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, HeadParserTest, testing::ValuesIn(k_head_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(HeadParser, ResetForgetsEverything) {

@@ -19,7 +19,7 @@ struct bypass_case {
 };
 void PrintTo(const bypass_case& c, std::ostream* out) { *out << c.name; }
 
-const bypass_case k_cases[] = {
+const bypass_case k_bypass_cases[] = {
     {"Nothing", "example.org", "", false},
     {"Separators", "example.org", " ,;\t", false},
     {"Everything", "example.org", "*", true},
@@ -79,7 +79,7 @@ TEST_P(ProxyBypass, HoldsItsHosts) {
     EXPECT_EQ(is_bypassed(c.host, 81, c.bypass), c.want);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ProxyBypass, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, ProxyBypass, testing::ValuesIn(k_bypass_cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
 TEST(ProxyServer, IsTheOneOfTheScheme) {

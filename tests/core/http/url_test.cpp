@@ -22,7 +22,7 @@ void PrintTo(const url_case& c, std::ostream* out) { *out << c.name; }
 
 using namespace std::string_view_literals;
 
-constexpr url_case k_cases[] = {
+constexpr url_case k_url_cases[] = {
     {"Plain", "http://host/a/b", url_fault::none, "http|host|80|/a/b||host"},
     {"NoPath", "https://host", url_fault::none, "https|host|443|/||host"},
     {"QueryWithoutPath", "ws://h?a=/b", url_fault::none, "ws|h|80|/?a=/b||h"},
@@ -93,7 +93,7 @@ TEST_P(UrlTest, IsTakenApartOrRefused) {
               c.parts);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, UrlTest, testing::ValuesIn(k_cases),
+INSTANTIATE_TEST_SUITE_P(All, UrlTest, testing::ValuesIn(k_url_cases),
                          [](const auto& one) { return std::string(one.param.name); });
 
 TEST(Url, MayNameAUserWhereThatIsAllowed) {

@@ -1,7 +1,7 @@
 # One interface target with the warnings that every file of ours is held to.
 add_library(pennywort_warnings INTERFACE)
 target_compile_options(pennywort_warnings INTERFACE
-  $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
+  $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall -Wextra -Wpedantic $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow> -Wconversion -Wno-sign-conversion
     -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wundef>
   $<$<CXX_COMPILER_ID:MSVC>:/W4 /permissive->)
 if(PENNYWORT_WERROR)

@@ -239,9 +239,9 @@ TEST_F(RenderFaults, AFilmThatStallsInItsMiddleEndsTheRunWithAWholeFileUpToThere
     EXPECT_NE(run.errors.find("s: a film of the page does not follow\n"), std::string::npos)
         << run.errors;
     const std::size_t bytes = folder.read("a.bgra").size();
-    EXPECT_EQ(bytes % (k_width * k_height * 4), 0u) << "whole frames";
-    EXPECT_GT(bytes, 25 * k_width * k_height * 4);
-    EXPECT_LT(bytes, 150 * k_width * k_height * 4);
+    EXPECT_EQ(bytes % (k_page_width * k_page_height * 4), 0u) << "whole frames";
+    EXPECT_GT(bytes, 25 * k_page_width * k_page_height * 4);
+    EXPECT_LT(bytes, 150 * k_page_width * k_page_height * 4);
 }
 
 TEST_F(RenderFaults, APageThatPaintsNothingIsOne) {

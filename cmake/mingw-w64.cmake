@@ -10,7 +10,10 @@ set(CMAKE_CXX_COMPILER ${triple}-g++-posix)
 set(CMAKE_RC_COMPILER ${triple}-windres)
 
 # A cached variable, because try_compile reads this file again without the preset.
-set(PENNYWORT_WINDOWS_DEPS ${CMAKE_CURRENT_LIST_DIR}/../build/mingw-deps CACHE PATH
+# A path without "..", or what is found below it would be spelled otherwise the second time, and all
+# be compiled again.
+cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH pennywort_root)
+set(PENNYWORT_WINDOWS_DEPS ${pennywort_root}/build/mingw-deps CACHE PATH
   "The folder that scripts/build-windows-deps fills")
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES PENNYWORT_WINDOWS_DEPS)
 set(CMAKE_FIND_ROOT_PATH ${PENNYWORT_WINDOWS_DEPS})

@@ -5,7 +5,9 @@
 #include <signal.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
+#include <ctime>
 #include <iterator>
 #include <thread>
 
@@ -51,11 +53,23 @@ void note(int number) {
 // Whoever has started us to outlive the terminal, as nohup does, means it.
 bool outlives_terminal() { return g_before[k_count - 1].sa_handler == SIG_IGN; }
 
+void hear(int number) {
+    if (number != SIGHUP || !outlives_terminal()) note(number);
+}
+
 void listen() {
     const sigset_t all = wishes_to_end();
     int number = 0;
-    while (::sigwait(&all, &number) == 0 && !g_is_over) {
-        if (number != SIGHUP || !outlives_terminal()) note(number);
+    while (::sigwait(&all, &number) == 0 && !g_is_over) hear(number);
+}
+
+// What has come meanwhile would end the program as soon as it is let through.
+void hear_the_last() {
+    const sigset_t all = wishes_to_end();
+    constexpr timespec at_once{};
+    for (int number = 0; number >= 0 || errno == EINTR;) {
+        number = ::sigtimedwait(&all, nullptr, &at_once);
+        if (number > 0) hear(number);
     }
 }
 
@@ -97,6 +111,7 @@ interrupt_watch::~interrupt_watch() {
     g_is_over = true;
     ::pthread_kill(g_listener.native_handle(), SIGTERM);
     g_listener.join();
+    hear_the_last();
     set_handlers_back();
     ::pthread_sigmask(SIG_SETMASK, &g_mask_before, nullptr);
 }

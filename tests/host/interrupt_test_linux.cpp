@@ -101,6 +101,16 @@ TEST(Interrupt, TheSignalsThatAThreadHoldsBackAreAsTheyWere) {
 }
 
 // The system and the shell both tell of a terminal that is gone.
+// Or it would end the program, whose film is whole by then.
+TEST(Interrupt, OneThatComesAtTheEndOfTheWatchIsTaken) {
+    for (int i = 0; i < 200; ++i) {
+        const interrupt_watch watch;
+        wish(SIGHUP);
+        ASSERT_TRUE(hears(watch));
+        wish(SIGHUP);
+    }
+}
+
 TEST(Interrupt, ALostTerminalIsNotedHoweverOftenItIsTold) {
     const interrupt_watch watch;
     for (int i = 0; i < 3; ++i) {

@@ -2,6 +2,7 @@
 #include "host/render/page_options.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #include "core/text/ascii.h"
@@ -49,20 +50,31 @@ bool has_word(std::string_view words, std::string_view word) {
     return false;
 }
 
+// Words with spaces between them, as a list.
+std::string list_of(std::string words) {
+    for (auto at = words.find(' '); at != words.npos; at = words.find(' ', at + 2)) {
+        words.replace(at, 1, ", ");
+    }
+    return words;
+}
+
+std::string known_features() {
+    std::string known;
+    for (const auto& feature : k_media_features) known.append(feature.name).append(" ");
+    known.pop_back();
+    return list_of(known);
+}
+
 // What is wrong with a feature of style sheets; empty if nothing is.
 std::string complaint_of_feature(const std::string& name, const std::string& value) {
-    std::string known;
-    for (const auto& feature : k_media_features) {
-        known += (known.empty() ? "" : ", ") + std::string(feature.name);
-        if (feature.name != name) continue;
-        if (has_word(feature.values, value)) return {};
-        std::string values(feature.values);
-        for (auto at = values.find(' '); at != values.npos; at = values.find(' ', at + 2)) {
-            values.replace(at, 1, ", ");
-        }
-        return "--media " + name + "=" + value + ": " + name + " is one of " + values;
+    const auto feature = std::find_if(std::begin(k_media_features), std::end(k_media_features),
+                                      [&](const auto& one) { return one.name == name; });
+    const std::string given = "--media " + name + "=" + value + ": ";
+    if (feature == std::end(k_media_features)) {
+        return given + "the browser knows print, screen, " + known_features();
     }
-    return "--media " + name + "=" + value + ": the browser knows print, screen, " + known;
+    if (has_word(feature->values, value)) return {};
+    return given + name + " is one of " + list_of(std::string(feature->values));
 }
 
 bool has_control(std::string_view text) {

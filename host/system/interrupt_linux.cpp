@@ -66,9 +66,9 @@ void listen() {
 // What has come meanwhile would end the program as soon as it is let through.
 void hear_the_last() {
     const sigset_t all = wishes_to_end();
-    constexpr timespec at_once{};
+    constexpr timespec k_at_once{};
     for (int number = 0; number >= 0 || errno == EINTR;) {
-        number = ::sigtimedwait(&all, nullptr, &at_once);
+        number = ::sigtimedwait(&all, nullptr, &k_at_once);
         if (number > 0) hear(number);
     }
 }
@@ -109,7 +109,7 @@ interrupt_watch::interrupt_watch() {
 
 interrupt_watch::~interrupt_watch() {
     g_is_over = true;
-    ::pthread_kill(g_listener.native_handle(), SIGTERM);
+    ::pthread_kill(g_listener.native_handle(), SIGINT);
     g_listener.join();
     hear_the_last();
     set_handlers_back();

@@ -1,4 +1,5 @@
 # One interface target with the warnings that every file of ours is held to.
+# Where files are compiled as one, a name of one would be called a shadow of another's.
 add_library(pennywort_warnings INTERFACE)
 target_compile_options(pennywort_warnings INTERFACE
   $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall -Wextra -Wpedantic $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow> -Wconversion -Wno-sign-conversion

@@ -11,8 +11,8 @@
 
 namespace pennywort::tests {
 
-// `all`, or `some` under a sanitizer: that takes several times as long and sees a fault at its first
-// occurrence, where the plain build needs many to see what they leave.
+// `all`, or `some` under a sanitizer: that takes several times as long and sees a fault at its
+// first occurrence, where the plain build needs many to see what they leave.
 template <typename number>
 constexpr number effort([[maybe_unused]] number all, [[maybe_unused]] number some) {
 #ifdef PENNYWORT_TESTS_ARE_SANITIZED

@@ -10,6 +10,7 @@
 #include "host/output/movie_writer.h"
 #include "host/output/output_target.h"
 #include "host/output/png_writers.h"
+#include "host/output/replacing_writer.h"
 #include "host/output/still_writer.h"
 #include "host/output/stream_writers.h"
 #include "host/output/wav_writer.h"
@@ -29,9 +30,8 @@ sink_opener opener_of(const output_target& target, std::FILE* standard_output) {
     };
 }
 
-}  // namespace
-
-std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
+// Writes to the very name that the target has.
+std::unique_ptr<frame_writer> make_plain_writer(const output_target& target,
                                                 const frame_format& format,
                                                 std::FILE* standard_output) {
     switch (target.kind) {
@@ -54,6 +54,21 @@ std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
     auto movie = std::make_unique<movie_writer>(target, format, k_max_encoder_pause);
     if (!is_single_picture(target.kind)) return movie;
     return std::make_unique<still_writer>(std::move(movie), target.path);
+}
+
+}  // namespace
+
+// The pictures of a series are each whole on their own.
+std::unique_ptr<frame_writer> make_frame_writer(const output_target& target,
+                                                const frame_format& format,
+                                                std::FILE* standard_output) {
+    if (is_series(target.kind) || target.to_standard_output()) {
+        return make_plain_writer(target, format, standard_output);
+    }
+    return std::make_unique<replacing_writer>(
+        target, [format, standard_output](const output_target& made) {
+            return make_plain_writer(made, format, standard_output);
+        });
 }
 
 frame_format film_format_of(const frame_format& page) {

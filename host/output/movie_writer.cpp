@@ -142,7 +142,7 @@ outcome movie_writer::finish() {
     const auto report = m_child.finish(m_patience);
     if (!report.ended) return outcome::failed("ffmpeg does not end; " + m_path + " is not whole");
     if (report.status != 0 || tells_of_lost_bytes(report.last_line)) {
-        return outcome::failed(failed_with(report).text() + fate_of_file());
+        return failed_with(report);
     }
     auto checked = check_output(report);
     return checked.ok() ? check_count(report) : checked;
@@ -163,17 +163,6 @@ outcome movie_writer::failed_with(const child_process::exit_report& report) cons
                                    ? "exit status " + std::to_string(report.status)
                                    : report.last_line;
     return outcome::failed("ffmpeg could not write " + m_path + ": " + reason);
-}
-
-// Of a film without its index nothing can be had any more.
-std::string movie_writer::fate_of_file() const {
-    const bool has_index = m_target.kind == output_kind::mp4 || m_target.kind == output_kind::mov;
-    std::error_code error;
-    if (!has_index || !std::filesystem::is_regular_file(file_path(m_path), error)) return {};
-    const auto size = std::filesystem::file_size(file_path(m_path), error);
-    std::ifstream film(file_path(m_path), std::ios::binary);
-    if (error || is_whole_film(m_target.kind, film, size)) return {};
-    return "; what there is of it cannot be played";
 }
 
 outcome movie_writer::check_output(const child_process::exit_report& report) const {

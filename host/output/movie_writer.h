@@ -40,7 +40,6 @@ private:
     outcome send(const std::string& head, const void* bytes, std::size_t count);
     outcome give_up();
     outcome failed_with(const child_process::exit_report& report) const;
-    std::string fate_of_file() const;
     outcome check_output(const child_process::exit_report& report) const;
     outcome check_count(const child_process::exit_report& report) const;
     outcome check_series(const child_process::exit_report& report) const;

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
@@ -27,7 +26,6 @@
 #include "host/render/recorder.h"
 #include "host/render/render_report.h"
 #include "host/render/ticker.h"
-#include "host/system/file_path.h"
 #include "host/system/interrupt.h"
 #include "host/ws/page_feed.h"
 #include "host/ws/ws_feed.h"
@@ -46,16 +44,6 @@ constexpr std::uint32_t k_loop_microseconds = 10'000;
 page_time time_of(page_clock clock) {
     if (clock == page_clock::own) return page_time::its_own;
     return clock == page_clock::host ? page_time::ticks_of_ours : page_time::the_days;
-}
-
-// Removes what its writer began before there was a frame. A picture is begun with its frame.
-void remove_begun(const output_target& output) {
-    const bool is_picture = is_single_picture(output.kind) || is_series(output.kind);
-    std::error_code ignored;
-    const auto path = file_path(output.path);
-    if (!is_picture && std::filesystem::is_regular_file(path, ignored)) {
-        std::filesystem::remove(path, ignored);
-    }
 }
 
 class render_session {
@@ -91,7 +79,6 @@ private:
     std::string frame_fault_text(const std::string& why) const;
     void complete_output();
     void discard_output();
-    bool remove_empty_output() const;
     const char* doing() const;
     void show_progress(const char* doing);
     void hear_news(const std::string& line);
@@ -440,23 +427,15 @@ void render_session::complete_output() {
     }
     const auto finished = m_writer->finish();
     output_end end;
-    end.is_empty = remove_empty_output();
+    end.is_empty = m_writer->written() == 0;
     end.is_endless = m_options.frames_per_page == render_options::k_endless;
     end.is_told = !m_failure.empty() || m_interrupt.status() != 0;
     fail(output_fault(finished, end));
 }
 
+// Nothing was shown: what was there stays.
 void render_session::discard_output() {
-    if (!m_writer) return;
-    static_cast<void>(m_writer->finish());
-    remove_empty_output();
-}
-
-bool render_session::remove_empty_output() const {
-    if (m_writer->written() > 0) return false;
-    remove_begun(m_options.output);
-    if (m_options.key) remove_begun(*m_options.key);
-    return true;
+    if (m_writer) static_cast<void>(m_writer->finish());
 }
 
 void render_session::show_progress(const char* doing) {

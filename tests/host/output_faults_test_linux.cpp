@@ -4,10 +4,12 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <random>
@@ -220,6 +222,7 @@ TEST(WavWriter, AFullDiskIsTold) {
     if (!disk.is_there()) GTEST_SKIP() << "needs the right to mount";
     const auto writer = make_frame_writer(target_of(folder.path("disk/a.wav")), {}, nullptr);
     outcome result = writer->begin();
+    if (result.ok()) result = writer->show(picture_of(1));
     const std::vector<float> second(std::size_t(k_sound_rate) * k_sound_channels);
     for (int i = 0; i < 3 && result.ok(); ++i) result = writer->hear(second);
     const auto finished = writer->finish();
@@ -242,6 +245,109 @@ TEST(MatroskaWriter, AFullPipeIsTold) {
     outcome result = writer->begin();
     if (result.ok()) result = writer->show(picture_of(1, 64, 64));
     expect_no_space(result);
+}
+
+// The names in it, and the text of each file.
+std::map<std::string, std::string> files_of(const temporary_folder& folder) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        const std::string name = entry.path().filename().string();
+        files[name] = entry.is_regular_file() ? folder.read(name) : "";
+    }
+    return files;
+}
+
+using files = std::map<std::string, std::string>;
+
+outcome make_raw(const std::string& path) {
+    const auto writer = make_frame_writer(target_of(path), format_of(1, 1), nullptr);
+    outcome result = writer->begin();
+    if (result.ok()) result = writer->show(picture_of(0x44332211));
+    outcome finished = writer->finish();
+    return result.ok() ? finished : result;
+}
+
+TEST_P(FilmWithoutRoom, LeavesTheFileThatItWasToReplace) {
+    ASSERT_TRUE(make_film(folder.path(name), 12).ok());
+    const auto size = std::filesystem::file_size(folder.path(name));
+    const files before{{name, "good"}};
+    folder.write(name, "good");
+    const file_limit limit(static_cast<rlim_t>(size / 2));
+    const auto made = make_film(folder.path(name), 12);
+    EXPECT_NE(made.text().find("; the file that was there stays"), std::string::npos)
+        << made.text();
+    EXPECT_EQ(made.text().find("part-"), std::string::npos) << made.text();
+    EXPECT_EQ(files_of(folder), before);
+}
+
+TEST(ReplacingWriter, WritesWhereALinkLeads) {
+    const temporary_folder folder, other;
+    other.write("old.raw", "old");
+    std::filesystem::create_symlink(other.path("old.raw"), folder.path("link.raw"));
+    std::filesystem::create_symlink(other.path("new.raw"), folder.path("to-new.raw"));
+    for (const char* name : {"link.raw", "to-new.raw"}) {
+        EXPECT_TRUE(make_raw(folder.path(name)).ok());
+        EXPECT_TRUE(std::filesystem::is_symlink(folder.path(name)));
+    }
+    const std::string pixel = "\x11\x22\x33\x44";
+    EXPECT_EQ(files_of(other), (files{{"old.raw", pixel}, {"new.raw", pixel}}));
+}
+
+TEST(ReplacingWriter, GivesTheRightsThatTheUsersFilesHaveOrTheFileHad) {
+    using std::filesystem::perms;
+    const temporary_folder folder;
+    const auto before = umask(027);
+    folder.write("old.raw", "old");
+    std::filesystem::permissions(folder.path("old.raw"), perms(0604));
+    EXPECT_TRUE(make_raw(folder.path("new.raw")).ok());
+    EXPECT_TRUE(make_raw(folder.path("old.raw")).ok());
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(folder.path("new.raw")).permissions(), perms(0640));
+    EXPECT_EQ(std::filesystem::status(folder.path("old.raw")).permissions(), perms(0604));
+}
+
+TEST(ReplacingWriter, WritesIntoAFileThatTheProgramHasOpen) {
+    const temporary_folder folder;
+    std::FILE* const open = std::fopen(folder.write("a.raw", "old").c_str(), "r");
+    ASSERT_NE(open, nullptr);
+    const std::string name = "/dev/fd/" + std::to_string(fileno(open));
+    auto target = target_of("a.raw");
+    target.path = name;
+    const auto writer = make_frame_writer(target, format_of(1, 1), nullptr);
+    ASSERT_TRUE(writer->begin().ok());
+    EXPECT_TRUE(writer->show(picture_of(0x44332211)).ok());
+    EXPECT_TRUE(writer->finish().ok());
+    char bytes[5] = {};
+    EXPECT_EQ(std::fread(bytes, 1, 4, open), 4u) << "another file is in its place";
+    EXPECT_STREQ(bytes, "\x11\x22\x33\x44");
+    std::fclose(open);
+}
+
+// A file that is mounted by itself, as into a container: no other one can take its place.
+TEST(ReplacingWriter, WritesIntoAFileWhosePlaceCannotBeTaken) {
+    const temporary_folder folder;
+    const std::string shown = folder.write("shown.raw", "old");
+    const std::string mounted = folder.write("mounted.raw", "old");
+    if (mount(shown.c_str(), mounted.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+        GTEST_SKIP() << "needs the right to mount";
+    }
+    const auto made = make_raw(mounted);
+    EXPECT_EQ(umount2(mounted.c_str(), MNT_DETACH), 0);
+    EXPECT_TRUE(made.ok()) << made.text();
+    EXPECT_EQ(files_of(folder), (files{{"shown.raw", "\x11\x22\x33\x44"}, {"mounted.raw", "old"}}));
+}
+
+TEST(ReplacingWriter, LeavesDevicesAndPipesWhereTheyAre) {
+    const temporary_folder folder;
+    ASSERT_EQ(mkfifo(folder.path("pipe.raw").c_str(), 0600), 0);
+    std::FILE* const reader = popen(("cat '" + folder.path("pipe.raw") + "'").c_str(), "r");
+    ASSERT_NE(reader, nullptr);
+    EXPECT_TRUE(make_raw(folder.path("pipe.raw")).ok());
+    char bytes[5] = {};
+    EXPECT_EQ(std::fread(bytes, 1, 4, reader), 4u);
+    EXPECT_STREQ(bytes, "\x11\x22\x33\x44");
+    pclose(reader);
+    EXPECT_EQ(files_of(folder), (files{{"pipe.raw", ""}}));
 }
 
 // What the program does with the signal before it writes.

@@ -24,13 +24,13 @@ struct code_registry {
 };
 
 // Never destroyed: modules use it while static objects come and go.
-code_registry& registry() {
+code_registry& registered_ranges() {
     static auto* the_registry = new code_registry;
     return *the_registry;
 }
 
 zStatus registered(std::int32_t first, std::int32_t last, std::string_view label) {
-    code_registry& all = registry();
+    code_registry& all = registered_ranges();
     const std::lock_guard lock(all.mutex);
     const auto met = std::find_if(all.ranges.begin(), all.ranges.end(), [&](const code_range& r) {
         return r.first <= last && first <= r.last;
@@ -52,7 +52,7 @@ zStatus zErrCodeManager::RegisterCodeRange(std::int32_t first, std::int32_t last
 }
 
 const char* zErrCodeManager::LabelFor(std::int32_t code) {
-    code_registry& all = registry();
+    code_registry& all = registered_ranges();
     const std::lock_guard lock(all.mutex);
     for (const code_range& range : all.ranges) {
         if (range.first <= code && code <= range.last) return range.label.c_str();

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr char k_related[] = "multipart/related";
+constexpr char k_media_type[] = "multipart/related";
 constexpr char k_line_end[] = "\r\n";
 
 // A text that could not be made leaves `out` as it was.
@@ -32,7 +32,7 @@ std::int64_t length_of_headers(const cMultipartRecord::Section& section) {
 cMultipartWriter::cMultipartWriter(zRecord& record) : m_record(&record) {}
 
 const char* cMultipartWriter::GetHttpHeader(zString& out, bool endHeaders) {
-    const cMultipartRecord message(*m_record, k_related);
+    const cMultipartRecord message(*m_record, k_media_type);
     std::string text = "MIME-Version: 1.0\r\nContent-Type: " + message.GetContentType("") +
                        ";boundary=" + message.GetBoundary() +
                        "\r\nContent-Length: " + std::to_string(ContentLength()) + k_line_end;
@@ -41,7 +41,7 @@ const char* cMultipartWriter::GetHttpHeader(zString& out, bool endHeaders) {
 }
 
 const char* cMultipartWriter::GetSectionHeader(zString& out, std::int32_t index) {
-    const cMultipartRecord message(*m_record, k_related);
+    const cMultipartRecord message(*m_record, k_media_type);
     std::string text = "--" + message.GetBoundary() + k_line_end;
     cMultipartRecord::Section section;
     message.GetSection(section, index);
@@ -57,12 +57,12 @@ const char* cMultipartWriter::GetSectionHeader(zString& out, std::int32_t index)
 const char* cMultipartWriter::GetSectionFooter() const { return k_line_end; }
 
 const char* cMultipartWriter::GetMessageFooter(zString& out) {
-    const cMultipartRecord message(*m_record, k_related);
+    const cMultipartRecord message(*m_record, k_media_type);
     return replaced(out, "--" + message.GetBoundary() + "--");
 }
 
 std::int32_t cMultipartWriter::ContentLength() {
-    const cMultipartRecord message(*m_record, k_related);
+    const cMultipartRecord message(*m_record, k_media_type);
     const auto boundary = static_cast<std::int64_t>(message.GetBoundary().size());
     std::int64_t total = boundary + 6;
     for (std::int32_t i = 0; i < message.SectionCount(); ++i) {

@@ -17,7 +17,7 @@ namespace pennywort::webdisplay {
 namespace {
 
 // Nothing is due that late; the timer wants a period.
-constexpr int k_idle_ms = 1000;
+constexpr int k_nothing_due_ms = 1000;
 
 std::atomic<bool> g_is_allowed{false};
 
@@ -31,7 +31,7 @@ page_driver::page_driver(double day, page_start start, page_driver_events events
       m_clock(clock),
       m_timer(main_thread_timer::make([this] { step(); })),
       m_timeline(*this, day, std::move(start)) {
-    if (m_timer != nullptr) m_timer->start_on_request(k_idle_ms);
+    if (m_timer != nullptr) m_timer->start_on_request(k_nothing_due_ms);
 }
 
 void page_driver::allow() { g_is_allowed = true; }

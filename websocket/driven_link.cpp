@@ -8,13 +8,13 @@
 #include "core/limits.h"
 #include "core/run/guarded.h"
 #include "loam/trace.h"
+#include "websocket/class_names.h"
 #include "websocket/link/link_maker.h"
 
 namespace pennywort::websocket {
 
 namespace {
 
-constexpr char k_class[] = "cWebSocket_WinHttp";
 constexpr std::size_t k_first_bytes = 4 * 1024;
 // For a message that is longer: as much of it as comes at once.
 constexpr std::size_t k_long_bytes = 128 * 1024;
@@ -31,7 +31,7 @@ piece_kind kind_of(bool is_text, bool is_last) {
 driven_link::~driven_link() {
     if (m_link == nullptr) return;
     m_link->drop();
-    run::guarded(k_class, "the end", [this] { m_loop.drain(); });
+    run::guarded(k_class_winhttp, "the end", [this] { m_loop.drain(); });
     m_link.reset();
 }
 
@@ -67,7 +67,7 @@ void driven_link::run_one() {
 // False without the memory to ask the thread that runs the loop.
 template <typename operation>
 bool driven_link::hand_over(operation begin) noexcept {
-    return run::guarded(k_class, "an operation",
+    return run::guarded(k_class_winhttp, "an operation",
                         [&] { m_loop.post([this, begin] { begin(*m_link); }); });
 }
 
@@ -75,7 +75,7 @@ template <typename work>
 void driven_link::run_unlocked(lock_type& lock, work what) {
     m_is_driven = true;
     lock.unlock();
-    run::guarded(k_class, "the loop", what);
+    run::guarded(k_class_winhttp, "the loop", what);
     lock.lock();
     m_is_driven = false;
     m_changed.notify_all();
@@ -229,7 +229,7 @@ void driven_link::link_ended(const link_result& result) noexcept {
     m_end.emplace();
     m_end->fault = result.fault;
     m_end->code = result.code;
-    run::guarded(k_class, "the end's words", [&] { m_end->text = result.text; });
+    run::guarded(k_class_winhttp, "the end's words", [&] { m_end->text = result.text; });
     zTraceManager::Default()->TraceNote("cWebSocket_WinHttp: the connection has ended: %s\n",
                                         result.text.c_str());
 }

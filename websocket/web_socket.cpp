@@ -4,20 +4,20 @@
 
 #include "core/run/guarded.h"
 #include "websocket.h"
+#include "websocket/class_names.h"
 #include "websocket/extras.h"
 
 using pennywort::run::guarded;
 using pennywort::websocket::extras;
+using pennywort::websocket::k_class_base;
 
 namespace {
-
-constexpr char k_class[] = "cWebSocket";
 
 // A handler may replace itself or destroy the socket that holds it, so a copy of it runs.
 template <typename function, typename... arguments>
 bool call(const function& handler, const arguments&... passed) {
     if (!handler) return false;
-    guarded(k_class, "a handler", [&] {
+    guarded(k_class_base, "a handler", [&] {
         const function running = handler;
         running(passed...);
     });
@@ -42,7 +42,7 @@ std::shared_ptr<extras> copy_of(const std::shared_ptr<extras>& other) {
 
 std::shared_ptr<cWebSocket> cWebSocket::Factory() {
     std::shared_ptr<cWebSocket> made;
-    guarded(k_class, "Factory",
+    guarded(k_class_base, "Factory",
             [&] { made = std::make_shared<cWebSocket_Sharp>(std::function<void(std::string)>()); });
     return made;
 }
@@ -85,21 +85,21 @@ void cWebSocket::SetClosedHandler(std::function<void(std::optional<Error>, bool)
 }
 
 void cWebSocket::SetBinaryHandler(std::function<void(const void*, std::size_t)> handler) {
-    guarded(k_class, "SetBinaryHandler", [&] {
+    guarded(k_class_base, "SetBinaryHandler", [&] {
         if (m_extras == nullptr) m_extras = std::make_shared<extras>();
         m_extras->binary_handler.swap(handler);
     });
 }
 
 void cWebSocket::SetGoodbyeHandler(std::function<void(std::int32_t, const char*)> handler) {
-    guarded(k_class, "SetGoodbyeHandler", [&] {
+    guarded(k_class_base, "SetGoodbyeHandler", [&] {
         if (m_extras == nullptr) m_extras = std::make_shared<extras>();
         m_extras->goodbye_handler.swap(handler);
     });
 }
 
 void cWebSocket::SetFaultHandler(std::function<void(const char*)> handler) {
-    guarded(k_class, "SetFaultHandler", [&] {
+    guarded(k_class_base, "SetFaultHandler", [&] {
         if (m_extras == nullptr) m_extras = std::make_shared<extras>();
         m_extras->fault_handler.swap(handler);
     });
@@ -110,7 +110,7 @@ std::size_t cWebSocket::WaitingBytes() const { return waiting_bytes(); }
 void cWebSocket::SendBinary(const void* data, std::size_t size) { send_binary(data, size); }
 
 void cWebSocket::SetOptions(const cWebSocketOptions& options) {
-    guarded(k_class, "SetOptions", [&] {
+    guarded(k_class_base, "SetOptions", [&] {
         auto changed = std::make_shared<extras>();
         changed->options = options;
         if (m_extras != nullptr) {
@@ -132,7 +132,7 @@ void cWebSocket::SocketOpened() { next_opened_call()(); }
 
 cWebSocket::opened_call cWebSocket::next_opened_call() noexcept {
     opened_call next;
-    guarded(k_class, "the opened handler", [&] {
+    guarded(k_class_base, "the opened handler", [&] {
         if (!m_opened_handler) return;
         next.socket = pointer_to(*this);
         next.handler = m_opened_handler;

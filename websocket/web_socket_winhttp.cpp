@@ -10,6 +10,7 @@
 #include "core/limits.h"
 #include "core/run/guarded.h"
 #include "websocket.h"
+#include "websocket/class_names.h"
 #include "websocket/close_codes.h"
 #include "websocket/message_text.h"
 #include "websocket/receive_state.h"
@@ -23,7 +24,6 @@ using namespace pennywort::websocket;
 
 namespace {
 
-constexpr char k_class[] = "cWebSocket_WinHttp";
 constexpr std::size_t k_piece_bytes = 512;
 constexpr std::chrono::microseconds k_pause_after_error{1'000'000};
 constexpr char k_too_long[] = "a message is longer than it may be";
@@ -42,7 +42,7 @@ received_piece receive_from(upgraded_socket* socket, std::span<char> into) {
 // Empty without the memory for it.
 std::string fault_of(const upgraded_socket& socket) {
     std::string why;
-    guarded(k_class, "the loss", [&] { why = socket.fault(); });
+    guarded(k_class_winhttp, "the loss", [&] { why = socket.fault(); });
     return why;
 }
 
@@ -63,7 +63,7 @@ cWebSocket_WinHttp::cWebSocket_WinHttp() : m_running(std::make_shared<receive_st
 cWebSocket_WinHttp::~cWebSocket_WinHttp() {
     const auto state = m_running;
     state->lose_owner();
-    guarded(k_class, "the destructor", [this] {
+    guarded(k_class_winhttp, "the destructor", [this] {
         end_connection();
         // In a handler nobody can wait for the thread that the handler runs on: it ends by itself.
         if (m_receive_thread.get_id() == std::this_thread::get_id()) {
@@ -80,7 +80,7 @@ void cWebSocket_WinHttp::Open(const char* url, double timeout) {
     Close();
     const auto state = m_running;
     std::string why;
-    const bool is_open = guarded_or(false, k_class, "Open", [&] {
+    const bool is_open = guarded_or(false, k_class_winhttp, "Open", [&] {
         return open_handles(url == nullptr ? "" : url, timeout, why);
     });
     if (is_open) {
@@ -127,7 +127,7 @@ void cWebSocket_WinHttp::start_thread() {
         const std::size_t longest = longest_message(options);
         incoming_messages incoming{message_text(longest, options.isDeflateOffered),
                                    message_bytes(longest)};
-        guarded(k_class, "the receive thread", [&] { run(*state, incoming); });
+        guarded(k_class_winhttp, "the receive thread", [&] { run(*state, incoming); });
     });
 }
 
@@ -151,7 +151,7 @@ void cWebSocket_WinHttp::run(receive_state& state, incoming_messages& incoming) 
             tell_goodbye(*socket);
             continue;
         }
-        const bool is_taken = guarded_or(false, k_class, "a message", [&] {
+        const bool is_taken = guarded_or(false, k_class_winhttp, "a message", [&] {
             return deliver(piece, {buffer.data(), piece.size}, incoming);
         });
         if (is_taken) continue;
@@ -169,7 +169,7 @@ void cWebSocket_WinHttp::tell_loss(receive_state& state, const char* why) {
 void cWebSocket_WinHttp::tell_goodbye(upgraded_socket& socket) {
     if (!has_goodbye_handler()) return;
     close_report goodbye;
-    guarded(k_class, "the goodbye", [&] { goodbye = socket.query_close_status(); });
+    guarded(k_class_winhttp, "the goodbye", [&] { goodbye = socket.query_close_status(); });
     if (goodbye.code == 0) goodbye.code = k_close_no_status;
     SignalGoodbye(goodbye.code, goodbye.reason.c_str());
 }
@@ -193,7 +193,7 @@ bool cWebSocket_WinHttp::deliver(const received_piece& piece, std::string_view b
 
 void cWebSocket_WinHttp::Send(const char* text) {
     const std::string_view bytes = text == nullptr ? std::string_view() : text;
-    const bool is_sent = guarded_or(false, k_class, "Send", [&] {
+    const bool is_sent = guarded_or(false, k_class_winhttp, "Send", [&] {
         const auto socket = m_running->socket();
         return socket != nullptr && socket->send_text(bytes);
     });
@@ -201,7 +201,7 @@ void cWebSocket_WinHttp::Send(const char* text) {
 }
 
 void cWebSocket_WinHttp::send_binary(const void* data, std::size_t size) {
-    const bool is_sent = guarded_or(false, k_class, "SendBinary", [&] {
+    const bool is_sent = guarded_or(false, k_class_winhttp, "SendBinary", [&] {
         const auto socket = m_running->socket();
         return socket != nullptr && socket->send_binary({static_cast<const char*>(data), size});
     });
@@ -211,8 +211,9 @@ void cWebSocket_WinHttp::send_binary(const void* data, std::size_t size) {
 void cWebSocket_WinHttp::end_connection() {
     m_running->stop();
     if (m_web_socket_handle == nullptr) return;
-    const bool is_closed = guarded_or(
-        false, k_class, "Close", [this] { return m_web_socket_handle->close(k_close_normal); });
+    const bool is_closed = guarded_or(false, k_class_winhttp, "Close", [this] {
+        return m_web_socket_handle->close(k_close_normal);
+    });
     if (is_closed) m_web_socket_handle->query_close_status();
 }
 

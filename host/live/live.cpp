@@ -37,7 +37,7 @@ constexpr std::uint32_t k_loop_microseconds = 20'000;
 constexpr std::int32_t k_receive_bytes = 64 * 1024;
 constexpr std::int32_t k_idle_ms = 60'000;
 
-cHttpServerSettings settings_of(const live_options& options) {
+cHttpServerSettings server_settings_of(const live_options& options) {
     cHttpServerSettings settings;
     settings.bindAddress = zString(options.listen);
     settings.backlog = k_max_control_connections;
@@ -121,7 +121,7 @@ class live_server {
 public:
     explicit live_server(const live_options& options)
         : m_start(new live_start_handler, [](live_start_handler* one) { one->Release(); }),
-          m_server(options.port, k_receive_bytes, settings_of(options)) {
+          m_server(options.port, k_receive_bytes, server_settings_of(options)) {
         m_server.InstallHandler(*m_start);
     }
 

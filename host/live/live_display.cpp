@@ -21,7 +21,7 @@ constexpr unsigned long k_probe_timeout = 10'000;
 
 std::string text_of(const zString& text) { return std::string(text.View()); }
 
-zRecord settings_of(const live_options& options) {
+zRecord display_settings_of(const live_options& options) {
     zRecord settings;
     settings.SetString("web_url", options.urls.front());
     settings.SetInt32("web_width", static_cast<std::int32_t>(options.width));
@@ -64,7 +64,7 @@ live_display::live_display(const live_options& options, live_pictures& pictures,
     : m_loop(zMessageLoop::Current()),
       m_self(std::make_shared<live_display*>(this)),
       m_pictures(pictures),
-      m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
+      m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(display_settings_of(options),
                                                             options.frames_per_second)),
       m_clock(clock),
       m_state(options.urls.front(), clock.now()) {

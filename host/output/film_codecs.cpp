@@ -6,13 +6,11 @@
 #include <span>
 #include <utility>
 
+#include "host/output/word_list.h"
+
 namespace pennywort::host {
 
 namespace {
-
-using strings = std::vector<std::string>;
-
-void append(strings& to, const strings& more) { to.insert(to.end(), more.begin(), more.end()); }
 
 // A quality from 1 to 100 on an encoder's own scale, which ends at `worst`. The best of each scale
 // is left out: H.264 becomes another profile there, which few players know.

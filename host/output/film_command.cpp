@@ -5,14 +5,11 @@
 
 #include "host/output/film_codecs.h"
 #include "host/output/matroska_stream.h"
+#include "host/output/word_list.h"
 
 namespace pennywort::host {
 
 namespace {
-
-using strings = std::vector<std::string>;
-
-void append(strings& to, const strings& more) { to.insert(to.end(), more.begin(), more.end()); }
 
 // Frames without times of their own have the rate that -r says: by another option of the format it
 // would be a guess of ffmpeg's, which takes 119.88 for 120. Each line that ffmpeg says stands for

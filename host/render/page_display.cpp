@@ -17,7 +17,7 @@ namespace pennywort::host {
 
 namespace {
 
-zRecord settings_of(const render_options& options) {
+zRecord display_settings_of(const render_options& options) {
     zRecord settings;
     settings.SetString("web_url", options.urls.front());
     settings.SetInt32("web_width", static_cast<std::int32_t>(options.page_width));
@@ -85,7 +85,7 @@ page_display::page_display(const render_options& options, recorder& frames,
       m_sound(frames, clock, options.clock == page_clock::own),
       m_scale(options.page.scale),
       m_is_part(options.page.is_full || !options.page.element.empty()),
-      m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(settings_of(options),
+      m_browser(cWebDisplayCEFBrowserManager::CreateBrowser(display_settings_of(options),
                                                             options.format.rate.value())) {
     if (m_browser == nullptr) throw std::bad_alloc();
     m_browser->SetVideoRenderer(this);

@@ -14,7 +14,7 @@ namespace pennywort::host {
 namespace {
 
 // How often to look whether the server has taken more.
-constexpr std::chrono::milliseconds k_round{5};
+constexpr std::chrono::milliseconds k_look_again{5};
 
 constexpr char k_reader_left[] = "the reader of the output has closed it";
 
@@ -120,7 +120,7 @@ bool ws_session::wait_until_few_wait(std::size_t bytes) {
         if (taking.has_stopped(waiting, std::chrono::steady_clock::now())) {
             give_up_server(waiting);
         } else {
-            m_changed.wait_for(lock, k_round);
+            m_changed.wait_for(lock, k_look_again);
         }
     }
     return false;

@@ -11,6 +11,7 @@
 
 #include "core/run/guarded.h"
 #include "loam/trace.h"
+#include "websocket/class_names.h"
 #include "websocket/close_codes.h"
 #include "websocket/link/link.h"
 #include "websocket/link/link_address.h"
@@ -24,7 +25,6 @@ namespace pennywort::websocket {
 
 namespace {
 
-constexpr char k_class[] = "cWebSocket_Sharp";
 // Of what an idle socket keeps for the next message: before and after the first one that is longer.
 constexpr std::size_t k_kept_by_all = 512;
 constexpr std::size_t k_kept_by_talkers = 2048;
@@ -156,7 +156,7 @@ void beast_connection::reserve(std::size_t bytes) {
 void beast_connection::connect() noexcept {
     if (!m_life.connect()) return;
     m_self = shared_from_this();
-    const bool is_begun = run::guarded(k_class, "ConnectAsync", [this] {
+    const bool is_begun = run::guarded(k_class_sharp, "ConnectAsync", [this] {
         m_link = current_link_maker()(m_engine->events(), weak_from_this());
         m_link->open(std::move(m_request));
     });
@@ -179,7 +179,7 @@ void beast_connection::close() noexcept {
 void beast_connection::send(outgoing message) noexcept {
     if (!m_life.is_open()) return;
     const bool is_queued =
-        run::guarded(k_class, "Send", [&] { m_queue.push_back(std::move(message)); });
+        run::guarded(k_class_sharp, "Send", [&] { m_queue.push_back(std::move(message)); });
     if (!is_queued) return run_out();
     if (m_queue.size() == 1) send_next();
 }
@@ -222,7 +222,7 @@ void beast_connection::link_opened() noexcept {
 
 void beast_connection::receive(std::size_t to_come) noexcept {
     std::span<char> space;
-    if (!run::guarded(k_class, "the receiving", [&] { space = m_incoming.space(to_come); })) {
+    if (!run::guarded(k_class_sharp, "the receiving", [&] { space = m_incoming.space(to_come); })) {
         return run_out();
     }
     m_link->receive(space);
@@ -239,7 +239,7 @@ void beast_connection::link_received(const link_piece& piece) noexcept {
 
 void beast_connection::deliver(bool is_binary) noexcept {
     std::string message;
-    if (!run::guarded(k_class, "a message", [&] { message = m_incoming.release(); })) {
+    if (!run::guarded(k_class_sharp, "a message", [&] { message = m_incoming.release(); })) {
         return run_out();
     }
     if (!m_life.is_open()) return;

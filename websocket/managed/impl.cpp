@@ -8,6 +8,7 @@
 
 #include "core/run/guarded.h"
 #include "loam/trace.h"
+#include "websocket/class_names.h"
 #include "websocket/close_codes.h"
 #include "websocket/managed/managed_maker.h"
 #include "websocket/managed/spare_text.h"
@@ -17,8 +18,6 @@ using pennywort::run::guarded;
 using namespace pennywort::websocket;
 
 namespace {
-
-constexpr char k_class[] = "cWebSocket_Sharp";
 
 // Hosts get a value alone.
 void trace_error(const std::string& why) {
@@ -115,7 +114,7 @@ void cWebSocket_Sharp::Impl::open_again(number as) noexcept {
 }
 
 void cWebSocket_Sharp::Impl::plan_again(number as) noexcept {
-    guarded(k_class, "opening again", [this, as] {
+    guarded(k_class_sharp, "opening again", [this, as] {
         std::optional<std::chrono::milliseconds> wait;
         {
             const std::lock_guard lock(m_socket_mutex);
@@ -137,7 +136,7 @@ void cWebSocket_Sharp::Impl::Close() {
         ++m_number;
         m_socket.swap(socket);
     }
-    if (socket != nullptr) guarded(k_class, "Close", [&] { socket->close_async(); });
+    if (socket != nullptr) guarded(k_class_sharp, "Close", [&] { socket->close_async(); });
 }
 
 template <typename operation>
@@ -149,7 +148,7 @@ void cWebSocket_Sharp::Impl::attempt(operation what) {
     trace_error(why);
     // On the caller's thread, who holds the socket: not under the lock that an event may hold while
     // it waits for this thread.
-    guarded(k_class, "OnError", [&] {
+    guarded(k_class_sharp, "OnError", [&] {
         if (const auto call = onFault) call(why);
         if (const auto call = onError) call(why, std::nullopt);
     });
@@ -179,14 +178,14 @@ void cWebSocket_Sharp::Impl::socket_opened(number of) noexcept {
         const std::lock_guard requested(m_socket_mutex);
         if (of == m_number) m_back_off.reset();
     }
-    guarded(k_class, "OnOpen", [&] {
+    guarded(k_class_sharp, "OnOpen", [&] {
         if (const auto call = onOpened) call();
     });
 }
 
 void cWebSocket_Sharp::Impl::message_received(std::string bytes, bool is_binary) noexcept {
     const std::lock_guard lock(m_event_mutex);
-    guarded(k_class, "OnMessage", [&] {
+    guarded(k_class_sharp, "OnMessage", [&] {
         const auto binary = onBinary;
         if (is_binary && binary && binary(bytes)) return spare_text::give_back(std::move(bytes));
         if (const auto call = onMessage) call(std::move(bytes));
@@ -196,7 +195,7 @@ void cWebSocket_Sharp::Impl::message_received(std::string bytes, bool is_binary)
 void cWebSocket_Sharp::Impl::error_received(const std::string& text) noexcept {
     trace_error(text);
     const std::lock_guard lock(m_event_mutex);
-    guarded(k_class, "OnError", [&] {
+    guarded(k_class_sharp, "OnError", [&] {
         if (const auto call = onError) call(text, std::nullopt);
     });
 }
@@ -204,14 +203,14 @@ void cWebSocket_Sharp::Impl::error_received(const std::string& text) noexcept {
 void cWebSocket_Sharp::Impl::goodbye_received(std::uint16_t code,
                                               const std::string& reason) noexcept {
     const std::lock_guard lock(m_event_mutex);
-    guarded(k_class, "the goodbye", [&] {
+    guarded(k_class_sharp, "the goodbye", [&] {
         if (const auto call = onGoodbye) call(code, reason.c_str());
     });
 }
 
 void cWebSocket_Sharp::Impl::fault_received(const std::string& why) noexcept {
     const std::lock_guard lock(m_event_mutex);
-    guarded(k_class, "the fault", [&] {
+    guarded(k_class_sharp, "the fault", [&] {
         if (const auto call = onFault) call(why);
     });
 }
@@ -222,7 +221,7 @@ void cWebSocket_Sharp::Impl::socket_closed(const managed_owner* events, number o
     std::optional<Error> error;
     if (code == k_close_abnormal) error = Error::AbnormalClosure;
     const std::lock_guard lock(m_event_mutex);
-    guarded(k_class, "OnClose", [&] { SocketClosed(error, was_clean); });
+    guarded(k_class_sharp, "OnClose", [&] { SocketClosed(error, was_clean); });
     if (!was_clean) plan_again(of);
 }
 

@@ -8,6 +8,7 @@
 #include "core/run/guarded.h"
 #include "loam/library.h"
 #include "loam/ready_mutex.h"
+#include "websocket/class_names.h"
 #include "websocket/managed/mono_api.h"
 #include "websocket/managed/mono_library.h"
 #include "websocket/managed/spare_text.h"
@@ -17,7 +18,6 @@ namespace pennywort::websocket {
 
 namespace {
 
-constexpr char k_class[] = "cWebSocket_Sharp";
 // The array has a byte more than the assembly.
 constexpr std::size_t k_assembly_bytes = sizeof k_pennywort_websocket_dll - 1;
 constexpr char k_framework[] = "v4.0.30319";
@@ -41,13 +41,13 @@ std::string utf8_of(MonoString* text) {
 }
 
 void told_opened(std::int64_t number) noexcept {
-    run::guarded(k_class, "OnOpen", [&] {
+    run::guarded(k_class_sharp, "OnOpen", [&] {
         if (const auto owner = g_events->owner_of(number)) owner->socket_opened();
     });
 }
 
 void told_closed(std::int64_t number, std::uint16_t code, std::uint8_t was_clean) noexcept {
-    run::guarded(k_class, "OnClose", [&] {
+    run::guarded(k_class_sharp, "OnClose", [&] {
         const auto owner = g_events->owner_of(number);
         g_events->forget(number);
         if (owner != nullptr) owner->socket_closed(code, was_clean != 0);
@@ -55,13 +55,13 @@ void told_closed(std::int64_t number, std::uint16_t code, std::uint8_t was_clean
 }
 
 void told_failed(std::int64_t number, MonoString* text) noexcept {
-    run::guarded(k_class, "OnError", [&] {
+    run::guarded(k_class_sharp, "OnError", [&] {
         if (const auto owner = g_events->owner_of(number)) owner->error_received(utf8_of(text));
     });
 }
 
 void told_received(std::int64_t number, MonoArray* bytes) noexcept {
-    run::guarded(k_class, "OnMessage", [&] {
+    run::guarded(k_class_sharp, "OnMessage", [&] {
         const auto owner = g_events->owner_of(number);
         if (owner == nullptr) return;
         const std::size_t size = g_mono.array_length(bytes);
@@ -71,7 +71,7 @@ void told_received(std::int64_t number, MonoArray* bytes) noexcept {
 }
 
 void told_text(std::int64_t number, MonoString* text) noexcept {
-    run::guarded(k_class, "OnMessage", [&] {
+    run::guarded(k_class_sharp, "OnMessage", [&] {
         const auto owner = g_events->owner_of(number);
         if (owner != nullptr) owner->message_received(utf8_of(text), false);
     });

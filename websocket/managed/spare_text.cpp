@@ -8,12 +8,11 @@
 #include "core/limits.h"
 #include "core/run/guarded.h"
 #include "loam/ready_mutex.h"
+#include "websocket/class_names.h"
 
 namespace pennywort::websocket {
 
 namespace {
-
-constexpr char k_class[] = "cWebSocket_Sharp";
 
 struct kept_texts {
     loam::ready_mutex mutex;
@@ -70,7 +69,7 @@ std::string spare_text::copy_of(std::string_view text) {
 // The shortest of those that are kept makes room.
 void spare_text::give_back(std::string text) noexcept {
     if (text.capacity() < k_long_text || text.capacity() > k_max_spare_text_bytes) return;
-    run::guarded(k_class, "keeping memory", [&] {
+    run::guarded(k_class_sharp, "keeping memory", [&] {
         const std::lock_guard lock(kept().mutex);
         auto& texts = kept().texts;
         const auto shortest = std::min_element(
@@ -81,7 +80,7 @@ void spare_text::give_back(std::string text) noexcept {
 }
 
 void spare_text::drop_all() noexcept {
-    run::guarded(k_class, "giving memory back", [] {
+    run::guarded(k_class_sharp, "giving memory back", [] {
         const std::lock_guard lock(kept().mutex);
         for (std::string& one : kept().texts) std::string().swap(one);
     });

@@ -5,6 +5,7 @@
 #include "core/run/guarded.h"
 #include "loam/trace.h"
 #include "websocket.h"
+#include "websocket/class_names.h"
 #include "websocket/managed/impl.h"
 #include "websocket/managed/spare_text.h"
 #include "websocket/managed/thrown_text.h"
@@ -14,8 +15,6 @@ using pennywort::run::guarded;
 using namespace pennywort::websocket;
 
 namespace {
-
-constexpr char k_class[] = "cWebSocket_Sharp";
 
 managed_request request_of(const char* url, const cWebSocketOptions& options, double timeout) {
     managed_request request;
@@ -85,12 +84,12 @@ void cWebSocket_Sharp::Open(const char* url, double timeout) {
     if (succeeds([&] { impl->Open(request_of(url, Options(), timeout)); }, why)) return;
     if (!m_log)
         zTraceManager::Default()->TraceNote("cWebSocket_Sharp: Open failed (%s)\n", why.c_str());
-    guarded(k_class, "the log function", [&] {
+    guarded(k_class_sharp, "the log function", [&] {
         if (m_log) m_log("cWebSocket_Sharp::Open - Exception" + why);
     });
     // A copy has no events of its own. The handler may destroy this socket.
     const bool has_events = impl->owner == this;
-    guarded(k_class, "the fault", [&] {
+    guarded(k_class_sharp, "the fault", [&] {
         if (const auto call = impl->onFault; has_events && call) call(why);
     });
     if (!has_events || impl->onError) SignalError(Error::ConnectFailed);

@@ -32,3 +32,21 @@ function(pennywort_works_without_descriptors target)
     target_compile_options(${target} PRIVATE -fno-sanitize=vptr)
   endif()
 endfunction()
+
+# pennywort_joins_files(<target>): parses what the files include once for eight of them, where
+# PENNYWORT_JOIN_FILES is on: names that no header has are to differ among them, which dev does not see.
+# What stands on the system's own headers stays apart: one of these takes the names of another's.
+option(PENNYWORT_JOIN_FILES "Compile several files as one" OFF)
+function(pennywort_joins_files target)
+  if(NOT PENNYWORT_JOIN_FILES)
+    return()
+  endif()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+  # The files are included by their whole paths, which would be another text for ccache in each clone.
+  target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  get_target_property(files ${target} SOURCES)
+  list(FILTER files INCLUDE REGEX "_(linux|win)[.]cpp$|/firewall/")
+  if(files)
+    set_property(SOURCE ${files} TARGET_DIRECTORY ${target} PROPERTY SKIP_UNITY_BUILD_INCLUSION ON)
+  endif()
+endfunction()

@@ -22,24 +22,6 @@ function(pennywort_quickly_compiled target)
     $<$<AND:$<CXX_COMPILER_ID:GNU,Clang>,$<NOT:$<CONFIG:Debug>>>:-O0>)
 endfunction()
 
-# pennywort_joins_files(<target>): parses what a program's files include once for eight of them, where
-# PENNYWORT_JOIN_TESTS is on. What stands on the system's own headers stays apart: one of these takes the
-# names of another's.
-option(PENNYWORT_JOIN_TESTS "Compile several files of a test program as one" OFF)
-function(pennywort_joins_files target)
-  if(NOT PENNYWORT_JOIN_TESTS)
-    return()
-  endif()
-  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
-  # The files are included by their whole paths, which would be another text for ccache in each clone.
-  target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
-  get_target_property(files ${target} SOURCES)
-  list(FILTER files INCLUDE REGEX "_(linux|win)[.]cpp$")
-  if(files)
-    set_property(SOURCE ${files} TARGET_DIRECTORY ${target} PROPERTY SKIP_UNITY_BUILD_INCLUSION ON)
-  endif()
-endfunction()
-
 # pennywort_test_programs(<directory>): gives each program below this directory whose name ends with
 # _test the headers that were parsed before. Clang reads them again with each file or eight of them.
 function(pennywort_test_programs directory)

@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
-"""Measures pages by their own clock: frames a second beside the probe and beside Playwright, and wrong frames of 10,000.
+"""Measures pages by their own clock: frames a second beside the probe and beside Playwright, wrong frames of 10,000, and sound.
 
-usage: bench/offline.py [--rounds N] [--page NAME]... [--size WxH]... [--exact] [--programs DIR] [--yardstick DIR] [--playwright PYTHON] [--out FILE]
+usage: bench/offline.py [--only speed|exact|sound]... [--rounds N] [--page NAME]... [--size WxH]... [--programs DIR] [--yardstick DIR] [--playwright PYTHON] [--out FILE]
 
-Speed: our page_clock_bench, the probe of the yardstick's folder, and headless Chromium driven by Playwright with one screenshot a
-frame; in turn, and each round turns their order round; figures are medians. The pictures are taken and dropped by all three.
---exact: pennywort render of a page that writes its clocks into its picture, 10,000 frames, alone and beside two busy
-processes; a frame is wrong that differs in any clock from its number by the rate. Each run is kept in --out, which later ones add to;
-the table of all of them is printed.
+speed: our page_clock_bench, the probe of the yardstick's folder, and headless Chromium driven by Playwright with one screenshot a
+frame: the pictures are taken and dropped by all three; and pennywort render, which writes a film (mkv). In turn, and each round
+turns their order round; figures are medians. A start counts for none of them.
+exact: pennywort render of a page that writes its clocks into its picture, 10,000 frames, alone and beside two busy
+processes; a frame is wrong that differs in any clock from its number by the rate.
+sound: bench/sound.py --clock exact, 10 minutes. All three without --only. Each run is kept in --out, which later ones add to; the
+table of all of them is printed.
 """
 import argparse
 import hashlib
@@ -29,6 +31,8 @@ FRAMES = {"1280x720": 400, "1920x1080": 250, "3840x2160": 100}
 RATE = 50
 EXACT_FRAMES, EXACT_WIDTH, EXACT_HEIGHT, CLOCKS = 10_000, 240, 64, 6
 DAY = 1_700_000_000
+MEASURED = ("speed", "exact", "sound")
+CONTENDERS = ("ours", "film", "probe", "playwright")
 
 
 def options():
@@ -37,7 +41,7 @@ def options():
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--page", action="append", choices=PAGES)
     parser.add_argument("--size", action="append")
-    parser.add_argument("--exact", action="store_true", help="count wrong frames instead")
+    parser.add_argument("--only", action="append", choices=MEASURED, help="all of them without")
     parser.add_argument("--frames", type=int, default=EXACT_FRAMES, help="of the film whose wrong frames are counted")
     parser.add_argument("--busy", type=int, action="append", help="processes beside it; 0 and 2 without")
     parser.add_argument("--programs", type=pathlib.Path, default=ROOT / "build/release/bin")
@@ -82,6 +86,14 @@ def ours(args, url, size):
     return json.loads(said)["frames_s"]
 
 
+def film(args, url, size):
+    with tempfile.TemporaryDirectory(prefix="pennywort_bench_") as folder:
+        said = run([args.programs / "pennywort", "render", url, "--exact", "--json", "--frames", FRAMES[size], "--size", size, "--fps",
+                    RATE, "-o", pathlib.Path(folder) / "film.mkv"])
+    told = json.loads(said.splitlines()[-1])
+    return round(told["frames"] / told["seconds"], 1)
+
+
 def probe(args, url, size):
     library = (args.programs / "libcef.so").resolve().parent
     said = run([args.probe, library, url, "--frames", FRAMES[size], "--size", size, "--fps", RATE])
@@ -94,7 +106,7 @@ def shots(args, url, size):
 
 
 def measure_speed(args, results):
-    contenders = [("ours", ours), ("probe", probe), ("playwright", shots)]
+    contenders = list(zip(CONTENDERS, (ours, film, probe, shots)))
     for page in args.page or PAGES:
         for size in args.size or SIZES:
             kept = results["speed"].setdefault(f"{page} {size}", {name: [] for name, _ in contenders})
@@ -145,18 +157,15 @@ def count_wrong(args, busy):
             "said": said[-1] if said else ""}
 
 
-def median(values):
-    return statistics.median(values) if values else None
-
-
 def table(results):
     lines = []
     if results["speed"]:
-        lines += ["| page, size | ours, frames/s | the probe | ratio | Playwright, one screenshot a frame | ratio | runs |",
-                  "|---|---|---|---|---|---|---|"]
+        lines += ["| page, size | library, frames/s | the probe | ratio | Playwright, one screenshot a frame | ratio | program, a film | of the probe | "
+                  "of Playwright | runs |", "|---|---|---|---|---|---|---|---|---|---|"]
     for name, runs in results["speed"].items():
-        our, its, theirs = (median(runs[one]) for one in ("ours", "probe", "playwright"))
-        lines.append(f"| {name} | {our:.1f} | {its:.1f} | {our / its:.2f} | {theirs:.1f} | {our / theirs:.1f} | {len(runs['ours'])} |")
+        our, whole, its, theirs = (statistics.median(runs[one]) for one in CONTENDERS)
+        lines.append(f"| {name} | {our:.1f} | {its:.1f} | {our / its:.2f} | {theirs:.1f} | {our / theirs:.1f} | {whole:.1f} | "
+                     f"{whole / its:.2f} | {whole / theirs:.1f} | {len(runs['ours'])} |")
     if results["exact"]:
         lines += ["", "| beside | frames | wrong | sum of all | |", "|---|---|---|---|---|"]
     for one in results["exact"]:
@@ -168,17 +177,18 @@ def main():
     args = options()
     args.out.parent.mkdir(parents=True, exist_ok=True)
     results = json.loads(args.out.read_text()) if args.out.exists() else {"speed": {}, "exact": []}
-    if args.exact:
-        for busy in args.busy or [0, 2]:
-            results["exact"].append(count_wrong(args, busy))
-            args.out.write_text(json.dumps(results, indent=1) + "\n")
-    else:
+    only = args.only or MEASURED
+    if "speed" in only:
         args.probe = build_probe(args.yardstick, args.out.parent)
         if args.probe is None:
             sys.exit("the probe is not in the folder that --yardstick names")
         measure_speed(args, results)
+    for busy in (args.busy or [0, 2]) if "exact" in only else []:
+        results["exact"].append(count_wrong(args, busy))
     args.out.write_text(json.dumps(results, indent=1) + "\n")
-    print(table(results))
+    print(table(results), flush=True)
+    if "sound" in only:
+        subprocess.run([sys.executable, HERE / "sound.py", "--clock", "exact", "--programs", args.programs], check=True)
 
 
 if __name__ == "__main__":

@@ -306,6 +306,39 @@ TEST(PageLoads, NoFrameOfAFailedPageIsAdmittedWhenAnotherHasBegun) {
     }
 }
 
+TEST(PageLoads, AHostThatGetsEveryPictureDoubtsNone) {
+    page_loads loads;
+    play(loads, "AsFAsB");
+    EXPECT_FALSE(loads.doubts_picture());
+}
+
+// Whether the one before has failed, or the page behind it has not been seen yet.
+TEST(PageLoads, TheFirstPageOfANewBrowserIsNotDoubted) {
+    for (const char* events : {"AsFCNSB", "AsFAsBCNSB", "AsFNSB", "AsFAsBNSB"}) {
+        page_loads loads(k_keeps);
+        play(loads, events);
+        EXPECT_FALSE(loads.doubts_picture()) << events;
+        EXPECT_TRUE(loads.admits(true)) << events;
+    }
+}
+
+TEST(PageLoads, FramesOfTheEmptyPageAreNotCountedAsThoseOfTheFirst) {
+    page_loads loads(k_keeps);
+    play(loads, "AsBECN");
+    for (int i = 0; i < 9; ++i) EXPECT_FALSE(loads.admits(true));
+    play(loads, "SB");
+    EXPECT_TRUE(loads.admits(true));
+    EXPECT_FALSE(loads.admits(false));
+}
+
+TEST(PageLoads, WhatWasHeldBackOfThePageBeforeIsNotReleasedByTheNext) {
+    page_loads loads(k_keeps);
+    play(loads, "AsBEAsB");
+    EXPECT_FALSE(loads.admits(false));
+    play(loads, "AsB");
+    EXPECT_FALSE(loads.release_picture());
+}
+
 TEST(PageLoads, APageBehindAFailedOneIsShownWhenItSaysThatItHasPainted) {
     page_loads loads(k_keeps);
     play(loads, "AsFAsB");

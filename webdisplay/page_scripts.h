@@ -79,6 +79,8 @@ std::string films_at(std::int64_t microseconds, bool is_heard);
 // Waits, after that, for a frame in which the films' pictures are shown. False where none moves any
 // more.
 inline constexpr const char* k_shown = "window['thinternal shown']()";
+// The address of a film that was put to a moment and has not come there; empty without one.
+inline constexpr const char* k_stalled = "window['thinternal stalled']()";
 
 // Files are heard in a world beside the page's own, with objects that no script of the page can
 // reach. It asks for the bytes of a file of this machine by its own binding.

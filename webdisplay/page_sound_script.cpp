@@ -305,6 +305,8 @@ const char* const k_sound_driver = R"js(
 
     Object.defineProperty(self, 'thinternal films', {value: drive});
     Object.defineProperty(self, 'thinternal shown', {value: await_shown});
+    Object.defineProperty(self, 'thinternal stalled', {value: () =>
+      runs().find(([film]) => film.seeking)?.[0].currentSrc ?? ''});
     return Object.freeze({
       now, rouse, say, with_room, move,
       show(run) { shown.push(run); },

@@ -322,7 +322,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::answers, k_call_limit, "the page's inspector does not answer", &self::wake},
         {wait::answers, k_call_limit, "the page's inspector does not answer", &self::clear},
         {wait::time, k_tick_interval, "", &self::try_clear},
-        {wait::answers, k_move_limit, "a film of the page does not follow", &self::show},
+        {wait::answers, k_move_limit, "", &self::show},
         {wait::pictures, k_ever, k_hangs, &self::end_quiet},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::tick},
         {wait::answers, k_call_limit, "the page's clock does not stop", &self::meet_next_page},
@@ -330,6 +330,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::time, k_tick_interval, "", &self::try_tick},
         {wait::turn, k_turn_limit, k_hangs, &self::close_frame},
         {wait::answers, k_doubt_limit, k_hangs, &self::tell_doubt},
+        {wait::answers, k_doubt_limit, "", &self::tell_stalled},
         {wait::nothing, k_ever, "", nullptr},
     };
     return k_rows[static_cast<std::size_t>(which)];
@@ -393,7 +394,8 @@ void page_timeline::late(const row& current) {
     if (m_phase == phase::turning) return doubt();
     if (m_phase == phase::waking && !m_workers.are_awake()) return leave_workers();
     if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
-    if (m_phase == phase::placing && !std::exchange(m_is_hurried, true)) return hurry();
+    if (m_phase == phase::placing) return m_is_hurried ? ask_stalled() : hurry();
+    if (m_phase == phase::naming) return tell_stalled();
     if (m_phase == phase::showing) return show_again(current.fault);
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
     m_was_forced = true;

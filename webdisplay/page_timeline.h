@@ -153,6 +153,7 @@ private:
         ticking,    // the browser is to take the frame
         turning,    // the page is to have its turn
         doubting,   // it has had none, and is asked for what it waits
+        naming,     // it is asked which of its films does not follow
         failed
     };
     // What ends a phase.
@@ -272,6 +273,8 @@ private:
     void await_pictures();
     void show_again(const char* hangs);
     void end_quiet();
+    void ask_stalled();
+    void tell_stalled();
     std::int64_t unseen_moment() const;
     bool has_unseen_moment() const { return unseen_moment() < m_zero + m_frame_us; }
 
@@ -346,6 +349,7 @@ private:
     std::int64_t m_last_stamp = 0;  // in microseconds, of a frame that the browser has taken
     bool m_is_hurried = false;      // they are not to wait for what is still to come
     std::string m_blocked_by;       // what the page draws nothing without
+    std::string m_stalled;          // the film that does not follow
 };
 
 }  // namespace pennywort::webdisplay

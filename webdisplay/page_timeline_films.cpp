@@ -87,8 +87,29 @@ void page_timeline::place_films() {
 
 // What a film or a sound is waited for may never come. Asked for once more, they go on without it.
 void page_timeline::hurry() {
+    m_is_hurried = true;
     place_films();
     m_due = m_limit = m_now + k_move_limit;
+}
+
+// What was asked before is not answered any more. A page that does not answer this either has no
+// name to tell.
+void page_timeline::ask_stalled() {
+    forget_calls();
+    await(phase::naming);
+    m_stalled.clear();
+    ++m_open_calls;
+    m_inspector.call("Runtime.evaluate",
+                     {{"expression", page_scripts::k_stalled}, {"returnByValue", true}},
+                     [this](const json& result) {
+                         --m_open_calls;
+                         m_stalled = value_of_result(result);
+                     });
+}
+
+void page_timeline::tell_stalled() {
+    const char* const fault = "a film of the page does not follow";
+    fail(m_stalled.empty() ? fault : std::string(fault) + ": " + m_stalled);
 }
 
 // One that has been given up may be answered all the same, and not for a later frame.

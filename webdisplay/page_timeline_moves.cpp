@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "webdisplay/page_scripts.h"
 #include "webdisplay/page_timeline.h"
 
 namespace pennywort::webdisplay {
@@ -27,7 +28,8 @@ void page_timeline::meet() {
     stop_clock(phase::meeting);
 }
 
-// The page has moved on to another one, of which neither the turn was asked nor anything told.
+// The page has moved on to another one, of which neither the turn was asked nor anything told: but
+// where the page before was to rest, that may have come to this one.
 void page_timeline::meet_next_page() {
     if (!m_is_read) {
         m_tick_limit = m_now + k_move_limit;
@@ -35,6 +37,7 @@ void page_timeline::meet_next_page() {
     }
     m_is_met = true;
     follow_clock();
+    tell_page(page_scripts::k_no_rest);
     ask_for_turn();
     m_wakes = 0;
     await_wish();

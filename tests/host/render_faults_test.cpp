@@ -234,9 +234,12 @@ TEST_F(RenderFaults, AFilmThatStallsInItsMiddleEndsTheRunWithAWholeFileUpToThere
     const auto run = served(
         "ffmpeg -v error -f lavfi -i testsrc2=s=320x240:r=25:d=8 -c:v libvpx -g 25 -b:v 4M "
         "-cues_to_front 1 film.webm\n"
-        "pennywort render $at/ --size 64x8 --fps 25 --seconds 8 -o a.bgra");
+        "pennywort render $at/ --size 64x8 --fps 25 --seconds 8 -o a.bgra; status=$?\n"
+        "echo $at; exit $status");
     EXPECT_EQ(run.status, 1) << run.errors;
-    EXPECT_NE(run.errors.find("s: a film of the page does not follow\n"), std::string::npos)
+    const std::string at = run.output.substr(0, run.output.find('\n'));
+    EXPECT_NE(run.errors.find("s: a film of the page does not follow: " + at + "/film.webm\n"),
+              std::string::npos)
         << run.errors;
     const std::size_t bytes = folder.read("a.bgra").size();
     EXPECT_EQ(bytes % (k_page_width * k_page_height * 4), 0u) << "whole frames";
@@ -297,6 +300,19 @@ TEST_F(RenderFaults, ThePageOfTheLargestSideIsRendered) {
         EXPECT_EQ(size_of("f-2.png"), size);
         EXPECT_EQ(pixel("f-2.png", 15, 15), (colour{0x40, 0xC8, 0x20, 0xFF}));
     }
+}
+
+// A gibibyte a picture.
+TEST_F(RenderFaults, ThePageOfTheLargestSidesIsRendered) {
+    folder.write("page.html",
+                 "<!doctype html><style>html{background:#20c840}div{position:absolute;right:0;"
+                 "bottom:0;width:1px;height:1px;background:#000}</style><div></div>");
+    const auto run =
+        folder.run("pennywort render page.html --size 16384x16384 --timeout 200 -o a.png");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(size_of("a.png"), "16384x16384");
+    EXPECT_EQ(pixel("a.png", 16'382, 16'383), (colour{0x40, 0xC8, 0x20, 0xFF}));
+    EXPECT_EQ(pixel("a.png", 16'383, 16'383), k_black);
 }
 
 }  // namespace

@@ -102,6 +102,7 @@ public:
     bool moves_on_for_ever = false;  // within the frame that is asked for next
     bool is_bent = false;            // its driver throws
     std::string blocked_by;          // what it is not drawn without
+    std::string stalled;             // the film that does not come
     std::string file;
     // The page moves on to another one when its time is moved next: how far its clock is ahead of
     // what was asked for.
@@ -123,6 +124,10 @@ public:
 private:
     static std::string result(int id, const json& what = json::object()) {
         return json{{"id", id}, {"result", what}}.dump();
+    }
+
+    static json text(const std::string& value) {
+        return {{"result", {{"type", "string"}, {"value", value}}}};
     }
 
     // Whether films move, when their pictures are shown.
@@ -172,12 +177,9 @@ private:
         if (expression.substr(0, 3) == "!!(") {
             return {{"result", {{"type", "boolean"}, {"value", is_true}}}};
         }
-        if (expression == page_scripts::k_blocked_by) {
-            return {{"result", {{"type", "string"}, {"value", blocked_by}}}};
-        }
-        if (expression != "throw") {
-            return {{"result", {{"type", "string"}, {"value", expression}}}};
-        }
+        if (expression == page_scripts::k_blocked_by) return text(blocked_by);
+        if (expression == page_scripts::k_stalled) return text(stalled);
+        if (expression != "throw") return text(expression);
         return {{"result", {{"value", json::object()}}},
                 {"exceptionDetails", {{"text", "Uncaught"}}}};
     }
@@ -241,6 +243,13 @@ protected:
         prepare();
         load();
         ASSERT_EQ(page.stands, 1);
+    }
+    // Another one is asked for, and stands.
+    void go_to_next_page() {
+        timeline.ask_load();
+        turn();
+        pass(5ms);
+        load();
     }
     // To the first frame's picture.
     void begin() {

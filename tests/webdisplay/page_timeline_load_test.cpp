@@ -211,10 +211,7 @@ TEST_F(PageTimeline, AnotherPageIsGivenTheTimeAnew) {
     pass(30s);
     paint();
     page.holds_time = false;
-    timeline.ask_load();
-    turn();
-    pass(5ms);
-    load();
+    go_to_next_page();
     ask(0);
     paint();
     page.holds_time = true;

@@ -128,10 +128,7 @@ TEST_P(SharedWorkers, OneThatTheNextPageHasTooIsWokenForItAndOneOfThePagesOwnIsN
     say(R"({"method":"Target.attachedToTarget","params":{"sessionId":"own",
         "targetInfo":{"type":"worker"}}})");
     attach();
-    timeline.ask_load();
-    turn();
-    pass(5ms);
-    load();
+    go_to_next_page();
     ask(0);
     paint();
     page.calls.clear();
@@ -371,6 +368,23 @@ TEST_F(MovingFilm, APageThatMovesOnIsNotWaitedFor) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
+// The wish that the page rest is on its way when the next one begins, and comes to that.
+TEST_F(MovingFilm, ThePageThatItsPageMovesOnToDoesNotRest) {
+    play();
+    page.silent_about = "0";
+    ask(20'000);
+    ASSERT_EQ(order().back(), "rest'](true");
+    const int asked = page.calls.back()["id"];
+    page.silent_about.clear();
+    say(k_navigated);
+    say(k_read);
+    say(json{{"id", asked}, {"result", json::object()}}.dump());
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+    EXPECT_EQ(order(),
+              (std::vector<std::string>{"turn", "rest'](true", "rest'](false", "turn", "films"}));
+}
+
 TEST_F(MovingFilm, OneThatIsOnlyHeardCostsNoFrame) {
     begin();
     say_driver("");
@@ -424,6 +438,35 @@ TEST_F(SoundingTimeline, WhatNeverComesIsLeftBehindOnceAndThenFails) {
     EXPECT_TRUE(page.faults.empty());
     EXPECT_EQ(ends.size(), 1u);
     pass(30s);
+    EXPECT_EQ(page.faults, std::vector<std::string>{"a film of the page does not follow"});
+    EXPECT_EQ(ends, (std::vector{k_painted, k_failed}));
+}
+
+TEST_F(SoundingTimeline, AFilmThatStallsIsToldWithItsAddress) {
+    sound();
+    page.stalled = "http://a/b.webm";
+    page.silent_about = "thinternal films";
+    ask(20'000);
+    pass(30s);
+    EXPECT_TRUE(expressions_with("stalled").empty()) << "it may still come";
+    pass(30s);
+    EXPECT_EQ(page.faults,
+              std::vector<std::string>{"a film of the page does not follow: http://a/b.webm"});
+    EXPECT_EQ(ends, (std::vector{k_painted, k_failed}));
+}
+
+// As where a script of it is busy. What it says later is of no account.
+TEST_F(SoundingTimeline, APageThatDoesNotSayWhichFilmStallsIsNotAwaited) {
+    sound();
+    page.silent_about = "thinternal";
+    ask(20'000);
+    pass(30s);
+    pass(30s);
+    const int asked = page.calls.back()["id"];
+    EXPECT_EQ(page.calls.back()["params"]["expression"], page_scripts::k_stalled);
+    EXPECT_TRUE(page.faults.empty());
+    pass(2s);
+    say(json{{"id", asked}, {"result", {{"result", {{"value", "http://a/b.webm"}}}}}}.dump());
     EXPECT_EQ(page.faults, std::vector<std::string>{"a film of the page does not follow"});
     EXPECT_EQ(ends, (std::vector{k_painted, k_failed}));
 }

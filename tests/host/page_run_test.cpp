@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -449,6 +451,52 @@ TEST_F(PageRun, APageWhoseProcessEndsWhileItsFramesCountFailsAtOnce) {
     run->page_lost();
     EXPECT_TRUE(failure_has("the page's process has ended")) << run->failure();
 }
+
+// How a page may come to its end, and how far it has come by then.
+struct gone_case {
+    const char* name;
+    void (*goes)(page_run&);
+    const char* part;
+    int last_stage = 5;
+};
+void PrintTo(const gone_case& c, std::ostream* out) { *out << c.name; }
+
+constexpr gone_case k_gone[] = {
+    {"Closed", [](page_run& run) { run.page_closed(); }, "the page has closed itself"},
+    {"ProcessEnded", [](page_run& run) { run.page_lost(); }, "the page's process has ended"},
+    {"Failed", [](page_run& run) { run.page_failed(k_url, "ERR_FAILED"); }, "ERR_FAILED"},
+    {"Download", [](page_run& run) { run.load_failed(k_url, "it is a download"); },
+     "it is a download", 0},
+    {"NoPage", [](page_run& run) { run.load_failed(k_url, "status 204"); }, "status 204", 0},
+};
+
+class PageRunGone : public PageRun, public testing::WithParamInterface<gone_case> {
+protected:
+    // On its way, settling, drawing twice, ready, at its end.
+    void come_to(int stage) {
+        port = {};
+        begin();
+        if (stage > 0) load();
+        for (int i = 1; i < std::min(stage, 4); ++i) answer("ready");
+        if (stage < 4) return;
+        paint();
+        paint();
+        ASSERT_TRUE(run->is_ready());
+        if (stage > 4) run->end(now);
+    }
+};
+
+// Neither a step nor an answer comes after it, and no time passes.
+TEST_P(PageRunGone, FailsAtOnceHoweverFarItHasCome) {
+    for (int stage = 0; stage <= GetParam().last_stage; ++stage) {
+        come_to(stage);
+        EXPECT_FALSE(run->has_failed()) << stage;
+        GetParam().goes(*run);
+        EXPECT_TRUE(failure_has(GetParam().part)) << stage << run->failure();
+    }
+}
+INSTANTIATE_TEST_SUITE_P(By, PageRunGone, testing::ValuesIn(k_gone),
+                         [](const auto& one) { return std::string(one.param.name); });
 
 // Its frames are all taken: what becomes of it afterwards is no fault of the film.
 TEST_F(PageRun, APageThatHasEndedMayFail) {

@@ -67,7 +67,7 @@ protected:
     // body).
     void write_site(const std::string& do_get) {
         folder.write("server.py", R"py(
-import http.server, time, urllib.parse
+import http.server, threading, time, urllib.parse
 class handler(http.server.BaseHTTPRequestHandler):
     protocol_version = 'HTTP/1.1'
     def log_message(self, *a): pass

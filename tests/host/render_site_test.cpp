@@ -2,6 +2,7 @@
 // get headers, cookies and proxies, and do not always come.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -15,7 +16,10 @@ namespace {
 constexpr const char* k_site = R"py(
         where = urllib.parse.urlparse(self.path)
         if where.path.endswith('/never'):
-            time.sleep(60); return
+            open('asked', 'a').write(where.path)
+            threading.Event().wait()
+        if where.path == '/waits':
+            return self.reply(200, 'text/html', open('waits.html', 'rb').read())
         if where.path.endswith('/nothing'):
             self.send_response(204); self.send_header('Content-Length', '0'); self.end_headers(); return
         if where.path.endswith('/file'):
@@ -52,21 +56,39 @@ TEST_F(RenderSite, IsAskedThroughTheProxy) {
     }
 }
 
-TEST_F(RenderSite, WhoseImageNeverComesIsShownByOneThatDoesNotWaitForIt) {
-    folder.write("template",
-                 "<!doctype html><style>html{background:#fff}</style><img src=@/never>"
-                 "<script>window.isReady = true</script>");
-    auto run = served(
-        "sed \"s|@|$at|\" template > waits.html\n"
-        "pennywort render waits.html --size 16x16 --timeout 5 -o all.png; echo $?\n"
-        "pennywort render waits.html --size 16x16 --timeout 20 --start dom -o dom.png; echo $?\n"
-        "pennywort render waits.html --size 16x16 --timeout 20 --start window.isReady --frames 5 "
-        "-o truth.png; echo $?");
-    EXPECT_EQ(run.output, "1\n0\n0\n") << run.errors;
+struct never_case {
+    const char* name;
+    const char* body;
+};
+void PrintTo(const never_case& c, std::ostream* out) { *out << c.name; }
+
+class RenderWithout : public RenderSite, public testing::WithParamInterface<never_case> {};
+
+// The default is to wait for all that a page names.
+TEST_P(RenderWithout, WhatNeverComesAPageIsShownByOneThatDoesNotWaitForIt) {
+    folder.write("waits.html", std::string("<!doctype html><style>html{background:#fff}</style>"
+                                           "<script>window.isReady = true</script>") +
+                                   GetParam().body);
+    const auto run = served(
+        "film=\"pennywort render $at/waits --size 16x16\"\n"
+        "$film --timeout 5 -o all.png; echo $?\n"
+        "rm asked; $film --timeout 60 --start dom -o dom.png; echo $?; cat asked; echo\n"
+        "rm asked; $film --timeout 60 --start window.isReady --frames 5 -o truth.png; echo $?\n"
+        "cat asked");
+    EXPECT_EQ(run.output, "1\n0\n/never\n0\n/never") << run.errors;
     EXPECT_EQ(pixel("dom.png", 15, 15), k_white);
     EXPECT_EQ(pixel("truth.png", 15, 15), k_white);
     EXPECT_NE(run.errors.find("has not loaded within 5 s"), std::string::npos) << run.errors;
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    As, RenderWithout,
+    testing::Values(never_case{"AnImage", "<img src=/never>"},
+                    never_case{"AFont",
+                               "<style>@font-face{font-family:late;src:url(/never)}</style>"
+                               "<p style='font-family:late'>text"},
+                    never_case{"AFrame", "<iframe src=/never width=8 height=8></iframe>"}),
+    [](const auto& one) { return std::string(one.param.name); });
 
 TEST_F(RenderSite, OfAServerThatNobodyVouchesForIsShownOnlyWhereTheUserTrustsIt) {
     const std::string plain = folder.read("server.py");

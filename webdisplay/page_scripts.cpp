@@ -304,6 +304,27 @@ const char* const k_turn_keeper = R"js((() => {
   }
   Object.defineProperty(own, 'thinternal rest', {value: rest});
 
+  // A script that changes the view by a transition, for as long as it has not ended. What it brings
+  // is had once only, and what it throws is told as ever.
+  const begin = Document.prototype.startViewTransition;
+  let changes = 0;
+  const end = () => { --changes; };
+  const watched = change => typeof change !== 'function' ? change : () => {
+    ++changes;
+    const changed = new Own(done => done(call(change, undefined, [])));
+    call(then, changed, [end, end]);
+    return changed;
+  };
+  const wished = wish => {
+    if (typeof wish === 'function') return watched(wish);
+    if (typeof wish !== 'object' || wish === null) return wish;
+    return {__proto__: wish, update: watched(wish.update)};
+  };
+  if (begin) Document.prototype.startViewTransition = function startViewTransition(wish) {
+    return call(begin, this, arguments.length > 0 ? [wished(wish)] : []);
+  };
+  Object.defineProperty(own, 'thinternal held', {value: () => changes > 0});
+
   // What is awaited may bring an object, which never comes where a script of the page has put a
   // `then` of its own on all objects.
   const then = Own.prototype.then, everything = Object.prototype;

@@ -101,6 +101,9 @@ inline constexpr const char* k_turn = "window['thinternal turn']()";
 inline constexpr const char* k_rest = "window['thinternal rest'](true)";
 inline constexpr const char* k_no_rest = "window['thinternal rest'](false)";
 
+// Whether the page has none until a script that it changes its view with has ended.
+inline constexpr const char* k_held = "window['thinternal held']()";
+
 // The address of a style sheet that the page waits for before it draws anything; empty without one.
 extern const char* const k_blocked_by;
 

@@ -275,7 +275,7 @@ void page_timeline::evaluate(const char* expression) {
 // Asked for before the clock moves, so that it stands in the page before the frame begins. One that
 // was given up may come all the same, and is not that of a later frame.
 void page_timeline::ask_for_turn() {
-    m_has_turned = false;
+    m_has_turned = m_is_held = false;
     m_turn_ms = std::numeric_limits<double>::quiet_NaN();
     m_inspector.call("Runtime.evaluate",
                      {{"expression", page_scripts::k_turn}, {"awaitPromise", true}},
@@ -370,7 +370,7 @@ bool page_timeline::is_over(wait what) const {
         case wait::event:
             return m_has_come;
         case wait::turn:
-            return m_has_turned;
+            return m_has_turned || m_is_held;
         case wait::time:
             return m_phase == phase::blank ? m_has_painted || is_late() : is_late();
         case wait::wishes:
@@ -506,6 +506,7 @@ void page_timeline::leave_workers() {
 
 void page_timeline::tick() {
     if (std::exchange(m_has_moved_on, false)) return meet();
+    m_repeats = 0;
     m_tick_limit = m_now + k_call_limit;
     try_tick();
 }
@@ -544,9 +545,9 @@ bool page_timeline::begin_frame(std::int64_t microseconds) {
 
 void page_timeline::await_turn() {
     await(phase::turning);
-    m_repeats = 0;
     m_patience = k_first_patience;
     m_due = m_again_at = m_now + m_patience;
+    if (m_was_held) ask_whether_held();
 }
 
 // A frame that was begun while the page was not yet on the browser's list, or was taken off it, is
@@ -554,6 +555,7 @@ void page_timeline::await_turn() {
 // is busy, it takes none.
 void page_timeline::tick_again() {
     if (m_now < m_again_at) return;
+    ask_whether_held();
     m_patience = std::min<std::chrono::milliseconds>(2 * m_patience, k_last_patience);
     m_due = m_again_at = m_now + m_patience;
     // Each frame that is still to come needs a moment of its own.
@@ -569,6 +571,7 @@ void page_timeline::tell_page(const char* expression) {
 }
 
 void page_timeline::close_frame() {
+    m_was_held = !m_has_turned;
     if (is_at_rest()) tell_page(page_scripts::k_no_rest);
     if (is_unseen() && ++m_unseen == 1) {
         await(phase::settling);

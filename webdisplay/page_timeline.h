@@ -278,6 +278,9 @@ private:
     std::int64_t unseen_moment() const;
     bool has_unseen_moment() const { return unseen_moment() < m_zero + m_frame_us; }
 
+    // page_timeline_transitions.cpp
+    void ask_whether_held();
+
     // page_timeline_moves.cpp
     void meet();
     void meet_next_page();
@@ -307,6 +310,8 @@ private:
     bool m_has_taken = false;
     bool m_has_painted = false;
     bool m_has_turned = false;
+    bool m_is_held = false;    // the page has no turn in this frame, and waits for its time
+    bool m_was_held = false;   // so it was in the frame before
     std::uint64_t m_turn = 0;  // the one that was asked for last
     double m_turn_ms = 0;      // the time that the page was told in its turn; NaN for none
     time m_again_at{};  // when the browser is to take the frame once more, without a turn by then

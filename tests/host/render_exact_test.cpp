@@ -127,6 +127,40 @@ TEST_F(ExactFilm, IsTheSameInTwoPiecesThatAreMadeAtOnce) {
     EXPECT_EQ(folder.read("whole.bgra").size(), 100u * 64 * 32 * 4);
 }
 
+// Each bar is as wide as the turns that the page has had. One script ends by a timer, and the other
+// one never: the browser gives it up after 4 s of the page's time. Four turns come before time 0.
+TEST_F(ExactFilm, GoesOnWhileAScriptThatChangesTheViewHasNotEnded) {
+    folder.write("change.html",
+                 "<!doctype html><style>body{margin:0;background:#000}::view-transition-group(*),"
+                 "::view-transition-old(*),::view-transition-new(*){animation-duration:0s}"
+                 "div{height:9px;background:#fff}</style><div id=bar></div><script>let n = 0;"
+                 "const change = until => document.startViewTransition(() => until)"
+                 ".updateCallbackDone.catch(() => 0);"
+                 "requestAnimationFrame(function next() { bar.style.width = ++n + 'px';"
+                 "if (n === 8) change(new Promise(done => setTimeout(done, 1000)));"
+                 "if (n === 18) change(new Promise(() => 0));"
+                 "requestAnimationFrame(next); })</script>");
+    expect_fine(
+        "film='pennywort render change.html --size 64x32 --fps 10 --seconds 8'\n"
+        "$film -o a.bgra && $film -o b.bgra");
+    const std::string film = folder.read("a.bgra");
+    constexpr std::size_t k_frame = 64 * 32 * 4;
+    ASSERT_EQ(film.size(), 80 * k_frame);
+    EXPECT_EQ(film, folder.read("b.bgra"));
+    const auto turns = [&](std::size_t frame) {
+        std::size_t x = 0;
+        while (x < 64 && static_cast<unsigned char>(film[frame * k_frame + x * 4]) > 200) ++x;
+        return x;
+    };
+    std::string all;
+    for (std::size_t n = 0; n < 80; ++n) all += std::to_string(turns(n)) + " ";
+    EXPECT_EQ(turns(3), 7u) << all;
+    EXPECT_EQ(turns(12), 8u) << all;
+    EXPECT_GE(turns(20), 12u) << all;
+    EXPECT_EQ(turns(50), 18u) << all;
+    EXPECT_GE(turns(79), 24u) << all;
+}
+
 TEST_F(ExactFilm, ThatCannotGoOnSaysWhy) {
     expect_failure("pennywort render http://does-not-exist.invalid/ --exact --frames 1",
                    "could not be loaded");

@@ -173,5 +173,37 @@ TEST_P(TimelineFault, EachFrameHasOneEnd) {
 INSTANTIATE_TEST_SUITE_P(Each, TimelineFault, testing::ValuesIn(k_faults),
                          [](const auto& one) { return std::string(one.param.name); });
 
+// The browser gives it no turns meanwhile, and what it waits for may be a timer.
+TEST_F(PageTimeline, TimeGoesOnWhileAScriptThatChangesTheViewHasNotEnded) {
+    begin();
+    page.is_held = true;
+    ask(20'000);
+    EXPECT_EQ(ends.size(), 1u);
+    pass(100ms);
+    ask(40'000);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_unchanged}));
+    EXPECT_EQ(page.stamps.back() % 100'000'000, 42'300'000) << "at once, and begun once";
+    page.is_held = false;
+    ask(60'000);
+    EXPECT_EQ(ends, (std::vector{k_painted, k_unchanged, k_unchanged}));
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_unchanged, k_unchanged, k_painted}));
+    EXPECT_TRUE(page.faults.empty());
+    for (int i = 0; i < 40; ++i) pass(1s);
+    EXPECT_TRUE(page.faults.empty());
+}
+
+TEST_F(PageTimeline, APageMayBeHeldBeforeItsFirstFrame) {
+    stand();
+    page.is_held = true;
+    ask(0);
+    for (int i = 0; i < 40; ++i) pass(1s);
+    page.is_held = false;
+    ask(20'000);
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_unchanged, k_painted}));
+    EXPECT_TRUE(page.faults.empty());
+}
+
 }  // namespace
 }  // namespace pennywort::webdisplay::timeline_test

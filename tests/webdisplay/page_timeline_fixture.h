@@ -39,6 +39,7 @@ public:
         if (refuses > 0) return --refuses, false;
         stamps.push_back(nanoseconds);
         if (passed_by > 0) return --passed_by, true;
+        if (is_held) return true;
         is_in_frame = true;
         return true;
     }
@@ -89,6 +90,7 @@ public:
     double clock_ms = k_start_ms;
     double stops_late_ms = 0;  // so long it runs on when it is stopped first
     bool is_in_frame = false;
+    bool is_held = false;      // by a script that changes its view
     bool holds_time = false;   // as a fetch that never ends does
     bool is_true = false;      // what a page's start waits for
     std::string silent_at;     // a method that is not answered
@@ -176,6 +178,9 @@ private:
     json value_of(const std::string& expression) const {
         if (expression.substr(0, 3) == "!!(") {
             return {{"result", {{"type", "boolean"}, {"value", is_true}}}};
+        }
+        if (expression == page_scripts::k_held) {
+            return {{"result", {{"type", "boolean"}, {"value", is_held}}}};
         }
         if (expression == page_scripts::k_blocked_by) return text(blocked_by);
         if (expression == page_scripts::k_stalled) return text(stalled);

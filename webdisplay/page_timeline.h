@@ -236,6 +236,7 @@ private:
     void try_next_grain();
     void let();
     void load();
+    void check_start();
     void look_for_start();
     void check() { stop_clock(phase::checking); }
     void stand();

@@ -16,6 +16,8 @@ constexpr int k_max_blanks = 100;
 constexpr auto k_look_interval = 20ms;
 constexpr int k_max_loads = 3;
 
+std::string truth_of(const std::string& expression) { return "!!(" + expression + "\n)"; }
+
 }  // namespace
 
 // The display's own first frame may be over before it is drawn, so it is had before there is a
@@ -37,10 +39,25 @@ void page_timeline::prepare() {
     call("Target.setDiscoverTargets", {{"discover", true}});
     call("Runtime.addBinding", {{"name", page_scripts::k_film_binding}});
     m_hearing.prepare();
+    if (m_start.when == page_start::at::truth) check_start();
     // The empty page has its turns in the trials, too.
     call("Page.addScriptToEvaluateOnNewDocument",
          {{"source", page_scripts::k_turn_keeper}, {"runImmediately", true}});
     call("Page.addScriptToEvaluateOnNewDocument", {{"source", page_scripts::page_driver_script()}});
+}
+
+// What is no JavaScript never becomes true.
+void page_timeline::check_start() {
+    m_inspector.call(
+        "Runtime.compileScript",
+        {{"expression", truth_of(m_start.expression)}, {"sourceURL", ""}, {"persistScript", false}},
+        [this](const json& result) {
+            const std::string fault =
+                message_text(result, "/exceptionDetails/exception/description");
+            if (fault.empty() || m_phase == phase::failed) return;
+            fail("the expression of the page's start is no JavaScript: " +
+                 fault.substr(0, fault.find('\n')));
+        });
 }
 
 // The page's clocks are rounded by a grid of their own, and would tremble otherwise. Its first
@@ -106,14 +123,13 @@ void page_timeline::look_for_start() {
     if (!m_is_looking && m_has_begun && m_now >= m_look_at) {
         m_is_looking = true;
         m_look_at = m_now + k_look_interval;
-        m_inspector.call(
-            "Runtime.evaluate",
-            {{"expression", "!!(" + m_start.expression + "\n)"}, {"returnByValue", true}},
-            [this](const json& result) {
-                m_is_looking = false;
-                const bool is_true = message_part(result, "/result/value") == true;
-                if (m_phase == phase::loading && is_true) m_has_come = true;
-            });
+        m_inspector.call("Runtime.evaluate",
+                         {{"expression", truth_of(m_start.expression)}, {"returnByValue", true}},
+                         [this](const json& result) {
+                             m_is_looking = false;
+                             const bool is_true = message_part(result, "/result/value") == true;
+                             if (m_phase == phase::loading && is_true) m_has_come = true;
+                         });
     }
     m_due = m_now + k_look_interval;
 }

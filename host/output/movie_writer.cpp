@@ -124,6 +124,7 @@ outcome movie_writer::send(const void* bytes, std::size_t count) {
         case child_process::write_result::closed:
             break;
     }
+    m_has_ended_early = m_is_running;
     const auto end = finish();
     return end.ok() ? outcome::failed("ffmpeg has ended before " + m_path + " was whole") : end;
 }
@@ -153,6 +154,12 @@ outcome movie_writer::finish() {
 outcome movie_writer::check_count(const child_process::exit_report& report) const {
     if (!report.reported || *report.reported >= m_shown) return outcome::fine();
     const bool has_options = !m_format.film.ffmpeg_options.empty();
+    // How many there would have been nobody knows, then.
+    if (m_has_ended_early) {
+        return outcome::failed("ffmpeg has written " + std::to_string(*report.reported) +
+                               " frames into " + m_path + ", and takes no more" +
+                               (has_options ? ": --ffmpeg-options end it" : ""));
+    }
     return outcome::failed("ffmpeg has written " + std::to_string(*report.reported) + " of " +
                            std::to_string(m_shown) + " frames into " + m_path +
                            (has_options ? ": --ffmpeg-options take the others away" : ""));

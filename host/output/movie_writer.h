@@ -52,6 +52,7 @@ private:
     matroska_stream m_stream;  // of a film with sound: one pipe carries both
     child_process m_child;
     bool m_is_running = false;
+    bool m_has_ended_early = false;  // by itself, before the film did
     std::uint64_t m_shown = 0;
     film_pixels m_pixels;
 };

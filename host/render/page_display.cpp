@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "core/limits.h"
+#include "host/app/json.h"
 #include "loam/record.h"
 #include "loam/string.h"
 
@@ -194,6 +195,16 @@ void page_display::run_users_script(const std::string& body,
                              const zString&) { run_clicked(page, body, answer); };
     m_browser->CallInspector("Runtime.evaluate", R"({"expression":"0","userGesture":true})",
                              clicked);
+}
+
+void page_display::ask_fault(const std::string& expression,
+                             std::function<void(std::string)> answer) {
+    const std::string parameters =
+        R"({"returnByValue":true,"expression":)" + json_text("!!(" + expression + "\n)") + "}";
+    m_browser->CallInspector("Runtime.evaluate", zString(parameters),
+                             [answer = std::move(answer)](const zString& result) {
+                                 answer(evaluation_fault(result.View()));
+                             });
 }
 
 // Not in a page that has come meanwhile, which is asked for itself.

@@ -84,6 +84,7 @@ public:
                           std::function<void(std::string)> answer) override;
     void ask_next_frame(const std::string& expression,
                         std::function<void(std::string)> answer) override;
+    void ask_fault(const std::string& expression, std::function<void(std::string)> answer) override;
     void repaint() override;
     std::uint64_t pictures() const override { return m_frames.pictures(); }
 

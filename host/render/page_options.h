@@ -41,6 +41,7 @@ public:
     // What is wrong, in one line; an empty text if nothing is. `is_exact`: pages live by their own
     // clock.
     std::string take(bool is_exact, page_settings& settings) const;
+    bool has_background() const { return !m_background.empty(); }
 
 private:
     void add_time_options(option_parser& parser);

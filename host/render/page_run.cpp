@@ -141,7 +141,10 @@ bool page_run::take_answer(std::string& text) {
 }
 
 void page_run::step(time_point now) {
-    if (m_state < state::ready && now >= m_deadline) return fail(timeout_text());
+    if (m_state < state::ready && now >= m_deadline) {
+        if (!hears_of_start(now)) fail(timeout_text());
+        return;
+    }
     switch (m_state) {
         case state::settling:
             return step_settling(now);
@@ -162,6 +165,23 @@ void page_run::step(time_point now) {
         case state::failed:
             return;
     }
+}
+
+bool page_run::has_condition_at_start() const {
+    return !m_request.start.empty() && m_request.start != "load" && m_request.start != "dom";
+}
+
+// Whether it may still be told why the start has not become true.
+bool page_run::hears_of_start(time_point now) {
+    const bool is_asked = m_request.stands_still && has_condition_at_start();
+    if (m_state != state::loading || !is_asked) return false;
+    if (!m_question) {
+        m_asked = now;
+        auto sent = std::make_shared<question>();
+        m_question = sent;
+        m_port.ask_fault(m_request.start, taker_of(sent));
+    }
+    return !take_answer(m_thrown) && now - m_asked < k_question_patience;
 }
 
 std::string page_run::probe(const std::string& condition) const {
@@ -220,7 +240,27 @@ void page_run::doubt_question(const std::string& name, const std::string& script
     }
 }
 
+// Parsed where the browser hears nothing of it: asked as it is, what is no JavaScript would be an
+// error of the page's.
+void page_run::step_parsing(time_point now) {
+    const std::string body = "return (" + m_request.wait_for + "\n)";
+    std::string answer;
+    if (take_answer(answer)) {
+        m_is_parsed = true;
+        const bool is_told = answer != "blocked";
+        const std::string fault =
+            is_told ? parse_fault("--wait-for " + m_request.wait_for, 0, answer) : "";
+        return fault.empty() ? step_waiting(now) : fail(fault);
+    }
+    if (ask_again(now, k_question_patience)) {
+        ask(parse_check(body), now);
+        if (m_question->answered) step_parsing(now);
+    }
+}
+
 void page_run::step_waiting(time_point now) {
+    const std::string& condition = m_request.wait_for;
+    if (!m_is_parsed && !condition.empty()) return step_parsing(now);
     std::string answer;
     if (take_answer(answer)) {
         m_answered = now;
@@ -231,7 +271,6 @@ void page_run::step_waiting(time_point now) {
         if (!is_answer(answer, "throws", m_thrown)) m_thrown.clear();
         m_moves = m_request.stands_still && !m_request.wait_for.empty();
     }
-    const std::string& condition = m_request.wait_for;
     if (m_moves) {
         if (!m_question) ask_next_frame(probe(condition), now);
         return;
@@ -291,9 +330,10 @@ std::string page_run::within() const { return " within " + in_seconds(m_request.
 std::string page_run::timeout_text() const {
     switch (m_state) {
         case state::loading:
-            if (m_request.start.empty() || m_request.start == "load" || m_request.start == "dom")
+            if (!has_condition_at_start())
                 return m_request.url + ": the page has not loaded" + within();
-            return "--start " + m_request.start + " has not become true" + within();
+            return "--start " + m_request.start + " has not become true" + within() +
+                   (m_thrown.empty() ? "" : "; it throws " + m_thrown);
         case state::scripting:
             return m_request.script_name + " has not ended in the page" + within() +
                    "; perhaps it is no JavaScript";

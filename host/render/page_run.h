@@ -27,6 +27,10 @@ public:
     // asks it then for the value of an expression. Empty where it has none.
     virtual void ask_next_frame(const std::string& expression,
                                 std::function<void(std::string)> answer) = 0;
+    // Of a page that stands still, also while it loads: what an expression throws there. Empty
+    // where it throws nothing.
+    virtual void ask_fault(const std::string& expression,
+                           std::function<void(std::string)> answer) = 0;
     // Asks for a picture even if nothing has changed.
     virtual void repaint() = 0;
     // Pictures painted so far.
@@ -123,7 +127,10 @@ private:
 
     void step_settling(time_point now);
     void step_scripting(time_point now);
+    void step_parsing(time_point now);
     void step_waiting(time_point now);
+    bool has_condition_at_start() const;
+    bool hears_of_start(time_point now);
     void step_drawing(time_point now);
     void step_painting();
     void step_living(time_point now);
@@ -136,6 +143,7 @@ private:
     std::shared_ptr<question> m_doubted;  // the question that may be no JavaScript
     std::shared_ptr<question> m_doubt;    // what was asked about it
     bool m_moves = false;                 // time passes in a page that stood still
+    bool m_is_parsed = false;             // the condition, as far as the page lets it be
     bool m_is_evaluated = false;          // so the condition is JavaScript
     bool m_is_parsing = false;            // m_doubt is about its text
     time_point m_asked{};

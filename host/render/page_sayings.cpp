@@ -289,4 +289,15 @@ std::optional<page_saying> saying_of(std::string_view method, std::string_view p
     return is_binding ? binding_saying(event, is_of_file, types) : reader(event);
 }
 
+std::string evaluation_fault(std::string_view result) {
+    const json answer = json::parse(result, nullptr, false);
+    if (!answer.is_object()) return {};
+    const json& details = part(answer, "/exceptionDetails");
+    if (!details.is_object()) return {};
+    const json& thrown = part(details, "/exception");
+    const std::string text = thrown.is_object() ? argument_text(thrown) : text_at(details, "/text");
+    const bool is_in_page = !text_at(details, "/stackTrace/callFrames/0/url").empty();
+    return shortened((is_in_page ? place_of(details) : std::string()) + first_line(text));
+}
+
 }  // namespace pennywort::host

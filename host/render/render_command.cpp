@@ -259,6 +259,9 @@ std::string render_command::take_clock() {
 std::string render_command::take_page_settings() {
     const std::string wrong = m_page.take(m_options.clock == page_clock::own, m_options.page);
     if (!wrong.empty()) return wrong;
+    if (m_page.has_background() && m_options.format.transparent) {
+        return "--background is behind an opaque page: --transparent and --key have none";
+    }
     const bool is_part = m_options.page.is_full || !m_options.page.element.empty();
     const bool is_picture = is_single_picture(m_options.output.kind);
     if (is_part && (!is_picture || m_options.clock != page_clock::own)) {

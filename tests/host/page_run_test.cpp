@@ -25,6 +25,9 @@ public:
             alive = std::move(answer);
             return;
         }
+        if (body.find("createElement('script')") != std::string::npos && !parsed.empty()) {
+            return answer(parsed);
+        }
         scripts.push_back(body);
         open.push_back(std::move(answer));
     }
@@ -36,6 +39,11 @@ public:
     void ask_next_frame(const std::string& expression,
                         std::function<void(std::string)> answer) override {
         expressions.push_back(expression);
+        open.push_back(std::move(answer));
+    }
+    void ask_fault(const std::string& expression,
+                   std::function<void(std::string)> answer) override {
+        doubted.push_back(expression);
         open.push_back(std::move(answer));
     }
     void repaint() override { ++repaints; }
@@ -50,6 +58,8 @@ public:
     }
 
     std::vector<std::string> expressions;
+    std::vector<std::string> doubted;
+    std::string parsed = "fine";             // what the page says of a condition's text
     std::function<void(std::string)> alive;  // asked whether it lives at all
     std::vector<std::string> scripts;
     std::vector<std::function<void(std::string)>> open;
@@ -205,6 +215,7 @@ class PageRunScript : public PageRun {
 protected:
     // Up to the question that the page has not answered for a while.
     void begin_doubt() {
+        port.parsed.clear();
         begin_script("marker(");
         pass_slowly(1s);
         ASSERT_TRUE(port.alive);
@@ -242,14 +253,15 @@ TEST_F(PageRunScript, OneThatCanBeParsedIsWaitedFor) {
 
 TEST_F(PageRun, AConditionThatIsNoneFailsAtOnce) {
     request.wait_for = "1 +";
+    port.parsed.clear();
     begin();
     load();
     answer("ready");
-    pass_slowly(500ms);
-    ASSERT_TRUE(port.alive);
-    port.alive("alive");
-    pass(10ms);
     answer("2 Uncaught SyntaxError: Unexpected token");
+    for (const auto& script : port.scripts) {
+        EXPECT_EQ(script.find("return (1 +\n) ?"), std::string::npos)
+            << "the browser would take it for a fault of the page's";
+    }
     EXPECT_TRUE(failure_has("--wait-for 1 +")) << run->failure();
     EXPECT_TRUE(failure_has("SyntaxError: Unexpected token")) << run->failure();
 }
@@ -288,6 +300,45 @@ TEST_F(PageRun, AConditionThatStaysFalseFailsAfterTheTimeout) {
     pass_slowly(30s);
     EXPECT_TRUE(failure_has("--wait-for window.done has not become true")) << run->failure();
     EXPECT_FALSE(failure_has("JavaScript")) << "it has been evaluated";
+}
+
+// Its content security policy forbids it.
+TEST_F(PageRun, AConditionThatThePageDoesNotLetBeParsedIsTriedAllTheSame) {
+    request.wait_for = "window.done";
+    port.parsed = "blocked";
+    begin();
+    load();
+    answer("ready");
+    answer("ready");
+    answer("ready");
+    paint();
+    paint();
+    EXPECT_TRUE(run->is_ready());
+}
+
+TEST_F(PageRun, AStartThatThrowsIsTold) {
+    request.stands_still = true;
+    request.start = "a.b";
+    begin();
+    pass_slowly(29s);
+    EXPECT_TRUE(port.doubted.empty()) << "it may become true";
+    pass_slowly(1s);
+    EXPECT_FALSE(run->has_failed());
+    ASSERT_EQ(port.doubted, std::vector<std::string>{"a.b"});
+    answer("page.html:3:9: ReferenceError: a is not defined");
+    EXPECT_TRUE(
+        failure_has("--start a.b has not become true within 30 s; it throws "
+                    "page.html:3:9: ReferenceError: a is not defined"))
+        << run->failure();
+}
+
+TEST_F(PageRun, AStartOfAPageThatSaysNothingFails) {
+    request.stands_still = true;
+    request.start = "a.b";
+    begin();
+    pass_slowly(32s);
+    EXPECT_TRUE(run->has_failed());
+    EXPECT_FALSE(failure_has("throws")) << run->failure();
 }
 
 TEST_F(PageRun, AConditionThatThrowsIsTriedAgainAndTold) {

@@ -245,5 +245,17 @@ TEST(ToldSayings, ThePageItselfBeginsAndNoFrameOfIt) {
     EXPECT_FALSE(is_page_begun("Page.frameAttached", R"({"frame":{"id":"1"}})"));
 }
 
+TEST(EvaluationFault, IsWhatWasThrownWithItsPlaceInThePage) {
+    EXPECT_EQ(evaluation_fault(R"({"result":{"type":"boolean","value":false}})"), "");
+    EXPECT_EQ(evaluation_fault(R"({"exceptionDetails":{"text":"Uncaught","exception":{
+        "className":"ReferenceError","description":"ReferenceError: a is not defined\n  at x"}}})"),
+              "ReferenceError: a is not defined");
+    EXPECT_EQ(evaluation_fault(R"({"exceptionDetails":{"text":"Uncaught","exception":{
+        "type":"string","value":"no team"},"stackTrace":{"callFrames":[
+        {"url":"file:///x/page.html","lineNumber":2,"columnNumber":8}]}}})"),
+              "page.html:3:9: no team");
+    EXPECT_EQ(evaluation_fault("no answer"), "");
+}
+
 }  // namespace
 }  // namespace pennywort::host

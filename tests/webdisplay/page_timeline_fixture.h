@@ -93,6 +93,7 @@ public:
     bool is_held = false;      // by a script that changes its view
     bool holds_time = false;   // as a fetch that never ends does
     bool is_true = false;      // what a page's start waits for
+    std::string no_script;     // why what it is to compile is none
     std::string silent_at;     // a method that is not answered
     std::string silent_about;  // or a part of such expressions
     std::string says_at_load;  // an event that comes with the first answer
@@ -132,6 +133,12 @@ private:
         return {{"result", {{"type", "string"}, {"value", value}}}};
     }
 
+    std::string compiled(int id) const {
+        if (no_script.empty()) return result(id);
+        const json thrown{{"exception", {{"description", no_script}}}};
+        return result(id, {{"exceptionDetails", thrown}});
+    }
+
     // Whether films move, when their pictures are shown.
     std::string shown_to(int id) const { return result(id, {{"result", {{"value", has_films}}}}); }
 
@@ -142,11 +149,11 @@ private:
         const json& params = call["params"];
         const std::string expression = params.value("expression", "");
         if (!silent_about.empty() && expression.find(silent_about) != std::string::npos) return;
+        if (method == "Runtime.compileScript") return answers.push_back(compiled(id));
         if (expression == page_scripts::k_turn) return turns.push_back(id);
         if (method == "Performance.getMetrics") {
-            answers.push_back(
+            return answers.push_back(
                 result(id, {{"metrics", {{{"name", "Timestamp"}, {"value", clock_ms / 1000}}}}}));
-            return;
         }
         if (expression == "0" && moves_on_for_ever) {
             answers.push_back(k_navigated);

@@ -304,5 +304,15 @@ TEST_F(TimelineOfTruth, StandsWhenTheExpressionIsTrue) {
     EXPECT_EQ(page.stands, 1);
 }
 
+TEST_F(TimelineOfTruth, AnExpressionThatIsNoJavaScriptIsToldBeforeThePageIsAskedFor) {
+    page.no_script = "SyntaxError: Unexpected token ')'";
+    prepare();
+    ASSERT_EQ(page.faults.size(), 1u);
+    EXPECT_EQ(page.faults[0],
+              "the expression of the page's start is no JavaScript: "
+              "SyntaxError: Unexpected token ')'");
+    EXPECT_EQ(page.loads, 0);
+}
+
 }  // namespace
 }  // namespace pennywort::webdisplay::timeline_test

@@ -31,6 +31,23 @@ std::string in_seconds(std::chrono::milliseconds time) {
     return text + " s";
 }
 
+// What the browser's own names of failures mean, for the ones that a user meets.
+constexpr std::pair<std::string_view, const char*> k_meanings[] = {
+    {"ERR_HTTP_RESPONSE_CODE_FAILURE", "the server answered with an error and nothing else"},
+    {"ERR_EMPTY_RESPONSE", "the server closed the connection without an answer"},
+    {"ERR_NAME_NOT_RESOLVED", "there is no such host"},
+    {"ERR_CONNECTION_REFUSED", "no server listens there"},
+    {"ERR_FILE_NOT_FOUND", "there is no such file"},
+    {"ERR_TOO_MANY_REDIRECTS", "the server redirects without end"},
+};
+
+std::string in_words(const std::string& error) {
+    for (const auto& [name, meaning] : k_meanings) {
+        if (error.ends_with(name)) return std::string(meaning) + " (" + error + ")";
+    }
+    return error;
+}
+
 // The runtime spells a URL its own way: a slash behind the host, no fragment when it failed.
 std::string_view without_fragment(std::string_view url) {
     url = url.substr(0, url.find('#'));
@@ -79,7 +96,8 @@ void page_run::page_loaded() {
 }
 
 void page_run::page_failed(const std::string& url, const std::string& error) {
-    if (m_state < state::ended) fail("the page could not be loaded: " + url + ": " + error);
+    if (m_state < state::ended)
+        fail("the page could not be loaded: " + url + ": " + in_words(error));
 }
 
 void page_run::page_lost() {

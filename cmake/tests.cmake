@@ -41,3 +41,17 @@ function(pennywort_test_programs directory)
     endif()
   endforeach()
 endfunction()
+
+# pennywort_discovers_tests(<target>): each of its tests is one of ctest's, in a process of its own. Under
+# a sanitizer each suite is: such a process takes a hundred times longer to start than most tests run. Not
+# for a program of which a test needs a process that no other has used.
+function(pennywort_discovers_tests target)
+  if(NOT PENNYWORT_SANITIZE)
+    gtest_discover_tests(${target})
+    return()
+  endif()
+  set(file ${CMAKE_CURRENT_BINARY_DIR}/${target}_suites.cmake)
+  file(GENERATE OUTPUT ${file} CONTENT
+    "set(launcher \"${CMAKE_CROSSCOMPILING_EMULATOR}\")\nset(program \"$<TARGET_FILE:${target}>\")\ninclude(\"${PROJECT_SOURCE_DIR}/cmake/suites.cmake\")\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${file})
+endfunction()

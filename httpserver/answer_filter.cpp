@@ -10,7 +10,7 @@
 namespace pennywort::httpserver {
 namespace {
 
-constexpr std::string_view k_blank_line = "\r\n\r\n";
+constexpr std::string_view k_end_of_head = "\r\n\r\n";
 
 // An answer that passes unchanged is kept up to this length, and its head is looked for in it when
 // somebody asks. That costs less than to look for it each time, since only a handler that has
@@ -84,9 +84,9 @@ void answer_filter::watch(std::string_view bytes) {
 // what comes behind them is not copied.
 std::size_t answer_filter::take_head(std::string_view bytes) {
     const std::size_t before = m_head.size();
-    const std::size_t end = before == 0 ? bytes.find(k_blank_line) : std::string_view::npos;
+    const std::size_t end = before == 0 ? bytes.find(k_end_of_head) : std::string_view::npos;
     if (end != std::string_view::npos) {
-        m_head.assign(bytes, 0, end + k_blank_line.size());
+        m_head.assign(bytes, 0, end + k_end_of_head.size());
         m_is_head_whole = true;
     } else {
         m_head.append(bytes);
@@ -97,11 +97,11 @@ std::size_t answer_filter::take_head(std::string_view bytes) {
 
 // Of the bytes that were searched before only those are searched again in which the end may begin.
 void answer_filter::look_for_end() {
-    const std::size_t from = m_searched - std::min(m_searched, k_blank_line.size() - 1);
-    const std::size_t found = m_head.find(k_blank_line, from);
+    const std::size_t from = m_searched - std::min(m_searched, k_end_of_head.size() - 1);
+    const std::size_t found = m_head.find(k_end_of_head, from);
     m_searched = m_head.size();
     m_is_head_whole = found != std::string::npos || m_head.size() > k_max_head_bytes;
-    if (found != std::string::npos) m_head.resize(found + k_blank_line.size());
+    if (found != std::string::npos) m_head.resize(found + k_end_of_head.size());
 }
 
 void answer_filter::read_head() {

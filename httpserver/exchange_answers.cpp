@@ -3,22 +3,18 @@
 
 #include "core/http/status.h"
 #include "core/limits.h"
-#include "core/run/guarded.h"
 #include "core/statuses.h"
 #include "httpserver/answer.h"
 #include "httpserver/exchanges.h"
+#include "httpserver/guarded.h"
 #include "httpserver/whole_answer.h"
 
 namespace pennywort::httpserver {
 namespace {
 
-constexpr const char* k_class = "cHttpServer";
-
 // Another response follows one of 1xx, and a number without three digits is no status.
 constexpr std::int32_t k_first_final = 200;
 constexpr std::int32_t k_last_status = 999;
-
-bool guarded(const char* what, auto work) { return run::guarded(k_class, what, work); }
 
 // The next bytes of a body, and never more than are left of what its head has told: a file may have
 // grown since, and the peer would take the rest for the next answer. 0 or less: there are none.

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "core/run/guarded.h"
 #include "core/statuses.h"
+#include "httpserver/guarded.h"
 #include "loam/thread.h"
 #include "loam/time.h"
 #include "loam/trace.h"
@@ -13,7 +13,6 @@
 namespace pennywort::httpserver {
 namespace {
 
-constexpr const char* k_class = "cHttpServer";
 constexpr std::int32_t k_round_ms = 1000;
 // While the system has no descriptor left, a connection that waits would end every wait at once.
 constexpr std::int32_t k_accept_pause_ms = 100;
@@ -21,8 +20,6 @@ constexpr std::int32_t k_accept_pause_ms = 100;
 constexpr std::int64_t k_brisk_us = 100;
 
 std::int64_t micro(std::int32_t milliseconds) { return std::int64_t{milliseconds} * 1000; }
-
-bool guarded(const char* what, auto work) { return run::guarded(k_class, what, work); }
 
 }  // namespace
 

@@ -1,16 +1,14 @@
 // page_sound.cpp - see the header for the contract.
 #include "webdisplay/page_sound.h"
 
+#include "webdisplay/browser_calls.h"
+
 namespace pennywort::webdisplay {
 
 namespace {
 
 constexpr int k_sample_rate = 48'000;
 constexpr int k_frames_of_a_packet = k_sample_rate / 100;
-
-// A window that the page opened is heard here too, since it shares the client. Its sound is not the
-// display's: two streams at a time would be torn together into one.
-bool is_popup(cef_browser_t* browser) { return browser->is_popup(browser) != 0; }
 
 }  // namespace
 
@@ -22,6 +20,8 @@ bool page_sound::GetAudioParameters(cef_browser_t*, cef_audio_parameters_t& para
     return true;
 }
 
+// A window that the page opened is heard here too, since it shares the client. Its sound is not the
+// display's: two streams at a time would be torn together into one.
 void page_sound::OnAudioStreamStarted(cef_browser_t* browser,
                                       const cef_audio_parameters_t& parameters, int channels) {
     if (!is_popup(browser)) m_port->started(channels, parameters.sample_rate);

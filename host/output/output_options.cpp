@@ -49,7 +49,7 @@ std::string output_options::take_film(film_settings& film) const {
 namespace {
 
 // The first file of a series.
-std::string file_of(const output_target& target) {
+std::string first_file_of(const output_target& target) {
     return target.pattern ? target.pattern->name_of(1) : target.path;
 }
 
@@ -62,7 +62,7 @@ std::string key_complaint(const output_target& output, const output_target& key)
         return "--key: one of " + output.path + " and " + key.path +
                " holds one picture, and the other a film";
     }
-    if (!output.to_standard_output() && are_one_file(file_of(output), file_of(key))) {
+    if (!output.to_standard_output() && are_one_file(first_file_of(output), first_file_of(key))) {
         return "--key " + key.path + " and -o " + output.path + " are the same file";
     }
     return {};

@@ -4,17 +4,15 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "core/text/ascii.h"
 #include "core/text/file_url.h"
+#include "host/app/json.h"
 
 namespace pennywort::host {
 
 namespace {
-
-using json = nlohmann::json;
 
 // An MPEG-4 file names its formats at its beginning or at its end.
 constexpr std::streamoff k_looked_at = 4 << 20;
@@ -48,7 +46,8 @@ constexpr std::string_view k_types[] = {
 // A page that asks for more of them is not followed so far.
 constexpr std::size_t k_most_known = 2000;
 
-constexpr std::string_view k_endings[] = {".mp4", ".m4v", ".mov", ".m4a", ".aac", ".ts", ".m3u8"};
+constexpr std::string_view k_licensed_endings[] = {".mp4", ".m4v", ".mov", ".m4a",
+                                                   ".aac", ".ts",  ".m3u8"};
 
 std::string text_of(const json& value, const char* name) {
     const auto at = value.find(name);
@@ -73,7 +72,7 @@ std::string bytes_of_file(const std::string& url) {
 
 bool has_ending(const std::string& url) {
     const std::string bare = text::lower(url.substr(0, url.find_first_of("?#")));
-    return std::any_of(std::begin(k_endings), std::end(k_endings),
+    return std::any_of(std::begin(k_licensed_endings), std::end(k_licensed_endings),
                        [&](std::string_view ending) { return bare.ends_with(ending); });
 }
 

@@ -2,16 +2,14 @@
 #include "host/render/page_sayings.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
 
+#include "host/app/json.h"
 #include "host/render/clock_fault.h"
 
 namespace pennywort::host {
 
 namespace {
-
-using json = nlohmann::json;
 
 // A page may log anything; what is longer tells nobody more.
 constexpr std::size_t k_longest_line = 2000;

@@ -6,6 +6,7 @@
 #include <span>
 #include <utility>
 
+#include "core/limits.h"
 #include "host/output/word_list.h"
 
 namespace pennywort::host {
@@ -85,16 +86,20 @@ void append_webp(strings& to, output_kind, const frame_format& format) {
 
 using enum halved_colour;
 
-//                               alpha  quality fields halved  least
-constexpr film_codec k_h264 = {"h264", false, true, true, both, 1, &append_h264};
-constexpr film_codec k_hevc = {"hevc", false, true, false, both, 16, &append_hevc};
-constexpr film_codec k_av1 = {"av1", false, true, false, both, 64, &append_av1};
-constexpr film_codec k_vp9 = {"vp9", true, true, false, none, 1, &append_vp9};
-constexpr film_codec k_ffv1 = {"ffv1", true, false, true, none, 1, &append_ffv1};
-constexpr film_codec k_prores = {"prores", true, true, true, across, 1, &append_prores};
-constexpr film_codec k_gif = {"gif", true, false, false, none, 1, &append_gif};
-constexpr film_codec k_jpeg = {"jpeg", false, true, false, none, 1, &append_jpeg};
-constexpr film_codec k_webp = {"webp", true, true, false, none, 1, &append_webp};
+// Each side has 14 bits in the file.
+constexpr long k_most_of_webp = 16383;
+
+//                               alpha  quality fields halved  least  most
+constexpr film_codec k_h264 = {"h264", false, true, true, both, 1, k_max_view_side, &append_h264};
+constexpr film_codec k_hevc = {"hevc", false, true, false, both, 16, k_max_view_side, &append_hevc};
+constexpr film_codec k_av1 = {"av1", false, true, false, both, 64, k_max_view_side, &append_av1};
+constexpr film_codec k_vp9 = {"vp9", true, true, false, none, 1, k_max_view_side, &append_vp9};
+constexpr film_codec k_ffv1 = {"ffv1", true, false, true, none, 1, k_max_view_side, &append_ffv1};
+constexpr film_codec k_prores = {"prores",        true,          true, true, across, 1,
+                                 k_max_view_side, &append_prores};
+constexpr film_codec k_gif = {"gif", true, false, false, none, 1, k_max_view_side, &append_gif};
+constexpr film_codec k_jpeg = {"jpeg", false, true, false, none, 1, k_max_view_side, &append_jpeg};
+constexpr film_codec k_webp = {"webp", true, true, false, none, 1, k_most_of_webp, &append_webp};
 
 // The usual codec is the first that loses nothing of the page.
 constexpr const film_codec* k_of_mkv[] = {&k_h264, &k_ffv1, &k_hevc, &k_vp9, &k_av1, &k_prores};
@@ -171,6 +176,10 @@ std::string size_complaint(const output_target& target, const film_codec& codec,
     const std::string least = std::to_string(codec.least_side);
     if (std::min(format.width, format.height) < codec.least_side) {
         return holds + "it has to be " + least + "x" + least + " at least";
+    }
+    if (std::max(format.width, format.height) > codec.most_side) {
+        const std::string most = std::to_string(codec.most_side);
+        return holds + "it has to be " + most + "x" + most + " at most";
     }
     if (!is_odd(target, codec, format)) return {};
     if (codec.halved == halved_colour::across) return holds + "the width has to be even";

@@ -24,6 +24,7 @@ struct film_codec {
     bool has_fields;       // can hold two fields in a frame
     halved_colour halved;  // of an opaque film
     long least_side;       // in pixels; the encoder refuses smaller pictures
+    long most_side;        // and larger ones
     // ffmpeg's arguments up to the pixel format.
     void (*append)(std::vector<std::string>& to, output_kind kind, const frame_format& format);
 };

@@ -2,7 +2,9 @@
 #include "host/output/writer_thread.h"
 
 #include <cstring>
+#include <exception>
 #include <new>
+#include <string>
 #include <utility>
 
 #include "core/limits.h"
@@ -82,13 +84,16 @@ void writer_thread::run() {
     complete();
 }
 
-// Without this, a writer that finds no memory for a frame would end the whole program.
+// Without this, a writer that finds no memory for a frame, or no thread, would end the whole
+// program.
 template <class work_type>
 void writer_thread::guarded(work_type work) {
     try {
         work();
     } catch (const std::bad_alloc&) {
         keep(outcome::no_memory());
+    } catch (const std::exception& problem) {
+        keep(outcome::failed(std::string("cannot write: ") + problem.what()));
     }
 }
 

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <system_error>
+
 #include "core/limits.h"
 #include "tests/host/fake_writer.h"
 
@@ -45,6 +48,31 @@ TEST_F(WriterThread, TheFirstFailureIsTheOneThatIsTold) {
     auto writer = make();
     writer->show(picture_of(1));
     EXPECT_EQ(writer->finish().text(), "the disk is full");
+}
+
+// Fails as a series does for which the system has no more threads.
+class throwing_writer : public frame_writer {
+public:
+    explicit throwing_writer(bool throws_at_end) : m_throws_at_end(throws_at_end) {}
+    outcome begin() override { return outcome::fine(); }
+    outcome show(const picture_ptr&) override { return m_throws_at_end ? outcome::fine() : fail(); }
+    outcome finish() override { return m_throws_at_end ? fail() : outcome::fine(); }
+
+private:
+    [[noreturn]] static outcome fail() {
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    }
+    const bool m_throws_at_end;
+};
+
+TEST_F(WriterThread, AnExceptionIsAFailureWithItsWords) {
+    const std::system_error words(std::make_error_code(std::errc::resource_unavailable_try_again));
+    for (const bool throws_at_end : {false, true}) {
+        writer_thread writer(std::make_unique<throwing_writer>(throws_at_end));
+        writer.show(picture_of(1));
+        EXPECT_EQ(writer.finish().text(), std::string("cannot write: ") + words.what());
+        EXPECT_TRUE(writer.has_failed());
+    }
 }
 
 TEST_F(WriterThread, FramesAfterAFailureHoldNoMemory) {

@@ -53,6 +53,12 @@ std::string first_file_of(const output_target& target) {
     return target.pattern ? target.pattern->name_of(1) : target.path;
 }
 
+// "f-%d.png" and "f-%02d.png" have the same name from number 10 on.
+bool may_share_a_name(const output_target& one, const output_target& other) {
+    return one.pattern && other.pattern &&
+           are_one_file(one.pattern->fixed_name(), other.pattern->fixed_name());
+}
+
 // Fill and key are of the same length, and two files.
 std::string key_complaint(const output_target& output, const output_target& key) {
     for (const auto* one : {&output, &key}) {
@@ -64,6 +70,10 @@ std::string key_complaint(const output_target& output, const output_target& key)
     }
     if (!output.to_standard_output() && are_one_file(first_file_of(output), first_file_of(key))) {
         return "--key " + key.path + " and -o " + output.path + " are the same file";
+    }
+    if (may_share_a_name(output, key)) {
+        return "--key " + key.path + " and -o " + output.path +
+               " may come to the same file: their names have to differ in more than numbers";
     }
     return {};
 }

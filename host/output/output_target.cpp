@@ -135,6 +135,14 @@ std::string name_pattern::name_of(std::uint64_t number) const {
     return m_before + std::string(missing, m_filler) + digits + m_behind;
 }
 
+std::string name_pattern::fixed_name() const {
+    constexpr const char* k_may_be_of_number = "0123456789 ";
+    const auto begin = m_before.find_last_not_of(k_may_be_of_number);
+    const auto end = m_behind.find_first_not_of(k_may_be_of_number);
+    return m_before.substr(0, begin == std::string::npos ? 0 : begin + 1) + "%" +
+           (end == std::string::npos ? "" : m_behind.substr(end));
+}
+
 std::optional<std::string> name_pattern::for_ffmpeg() const {
     if (m_filler == ' ' && m_width > 1) return {};
     const std::string width = m_width == 0 ? "" : "0" + std::to_string(m_width);

@@ -47,6 +47,9 @@ public:
     static std::optional<std::string> plain_name(std::string_view text);
 
     std::string name_of(std::uint64_t number) const;
+    // The name without the number and without the digits and blanks beside it: a series has no name
+    // in common with another one that differs in this.
+    std::string fixed_name() const;
     // The same pattern as ffmpeg takes it; nothing where it cannot: it has no blanks before a
     // number.
     std::optional<std::string> for_ffmpeg() const;

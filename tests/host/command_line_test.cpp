@@ -100,6 +100,18 @@ const refused_arguments k_refused_lines[] = {
     {"KeyThatIsTheSeries",
      {"render", k_page, "-o", "f-%d.png", "--key", "no/../f-%d.png"},
      "are the same file"},
+    {"KeyThatBecomesTheSeriesAtTen",
+     {"render", k_page, "-o", "f-%d.png", "--key", "no/../f-%02d.png"},
+     "--key no/../f-%02d.png and -o f-%d.png may come to the same file"},
+    {"KeyThatBecomesTheSeriesWithBlanks",
+     {"render", k_page, "-o", "f-%d.png", "--key", "f-%2d.png"},
+     "may come to the same file"},
+    {"KeyWhoseNumbersAreOfTheSeries",
+     {"render", k_page, "-o", "f-%d.png", "--key", "f-1%d.png"},
+     "may come to the same file"},
+    {"KeyWhoseNumbersAreOfTheSeriesBehind",
+     {"render", k_page, "-o", "f-%d.png", "--key", "f-%d0.png"},
+     "may come to the same file"},
     {"OptionsForFfmpegThatAreAFile",
      {"render", k_page, "-o", "a.mkv", "--ffmpeg-options", "b.mkv"},
      "--ffmpeg-options: 'b.mkv' is neither an option nor the value of one"},
@@ -239,6 +251,9 @@ TEST(CommandLine, AKeyIsOfTheKindOfItsFill) {
                                     {"f.png", "k.png"},
                                     {"-", "k.y4m"},
                                     {"f-%d.png", "k-%d.png"},
+                                    {"f-%d.png", "f-%d-key.png"},
+                                    {"1/f-%d.png", "2/f-%d.png"},
+                                    {"f-%d.png", "f-%02d.jpg"},
                                     {"f.mov", "k-%d.png"}}) {
         EXPECT_TRUE(parse_render({"-o", fill, "--key", key}).key.has_value()) << fill << key;
     }

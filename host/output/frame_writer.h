@@ -29,6 +29,11 @@ public:
     // Only where the format has sound: the next samples, left and right in turn. They belong behind
     // those of the call before, the first of them to the beginning of the first frame.
     virtual outcome hear(std::span<const float>) { return outcome::fine(); }
+    // All of finish but what cannot be taken back: until finish, the output may still have to leave
+    // what it replaces as it was. finish does it where this was not called.
+    virtual outcome complete() { return outcome::fine(); }
+    // What belongs to this output has failed, so that it replaces nothing. Before finish.
+    virtual void other_has_failed() {}
     // Completes the output, so that what was shown can be played, also after show has failed.
     virtual outcome finish() = 0;
 };

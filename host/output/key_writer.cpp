@@ -36,19 +36,38 @@ picture_ptr key_writer::key_of(const picture_ptr& frame) {
     return m_grey;
 }
 
-outcome key_writer::show(const picture_ptr& frame) {
-    auto shown = m_fill->show(frame);
-    return shown.ok() ? m_key->show(key_of(frame)) : shown;
+// An old key would stand beside a new fill, or the other way round. A reader that has closed a pipe
+// is no failure.
+outcome key_writer::of_fill(outcome result) {
+    if (result.what() == outcome::kind::failed) m_key->other_has_failed();
+    return result;
 }
 
-outcome key_writer::hear(std::span<const float> samples) { return m_fill->hear(samples); }
+outcome key_writer::of_key(outcome result) {
+    if (result.what() == outcome::kind::failed) m_fill->other_has_failed();
+    return result;
+}
+
+outcome key_writer::show(const picture_ptr& frame) {
+    // First: where there is no memory for it, neither film has the frame.
+    const picture_ptr key = key_of(frame);
+    auto shown = of_fill(m_fill->show(frame));
+    return shown.ok() ? of_key(m_key->show(key)) : shown;
+}
+
+outcome key_writer::hear(std::span<const float> samples) { return of_fill(m_fill->hear(samples)); }
 
 outcome key_writer::finish() {
     m_source.reset();
     m_grey.reset();
-    auto fill = m_fill->finish();
-    auto key = m_key->finish();
-    return fill.ok() ? key : fill;
+    const auto fill = of_fill(m_fill->complete());
+    const auto key = of_key(m_key->complete());
+    const auto fill_end = m_fill->finish();
+    const auto key_end = m_key->finish();
+    for (const auto& one : {fill, key, fill_end}) {
+        if (!one.ok()) return one;
+    }
+    return key_end;
 }
 
 }  // namespace pennywort::host

@@ -18,11 +18,14 @@ public:
     outcome show(const picture_ptr& frame) override;
     // The sound belongs to the fill.
     outcome hear(std::span<const float> samples) override;
-    // Completes both, whatever became of one of them.
+    // Completes both, whatever became of one of them. After a failure of one neither takes the
+    // place of a file that was there.
     outcome finish() override;
 
 private:
     picture_ptr key_of(const picture_ptr& frame);
+    outcome of_fill(outcome result);
+    outcome of_key(outcome result);
 
     const std::unique_ptr<frame_writer> m_fill;
     const std::unique_ptr<frame_writer> m_key;

@@ -28,6 +28,11 @@ std::string with_name(std::string text, const std::string& part, const std::stri
 replacing_writer::replacing_writer(output_target target, maker make)
     : m_target(std::move(target)), m_make(std::move(make)) {}
 
+replacing_writer::~replacing_writer() {
+    m_inner.reset();  // whoever still writes the part
+    if (!m_is_settled) remove_part();
+}
+
 outcome replacing_writer::begin() {
     if (auto possible = can_be_written(m_target.path); !possible.ok()) return possible;
     std::error_code error;
@@ -54,15 +59,19 @@ outcome replacing_writer::hear(std::span<const float> samples) {
     return told(m_inner->hear(samples));
 }
 
+outcome replacing_writer::complete() {
+    if (m_inner == nullptr || std::exchange(m_is_complete, true)) return outcome::fine();
+    return told(m_inner->finish());
+}
+
 outcome replacing_writer::finish() {
-    if (m_inner == nullptr) return outcome::fine();
-    const auto finished = told(m_inner->finish());
+    const auto completed = complete();
     const auto settled = settle();
-    return finished.ok() ? settled : finished;
+    return completed.ok() ? settled : completed;
 }
 
 outcome replacing_writer::settle() {
-    if (!m_file) return outcome::fine();
+    if (!m_file || std::exchange(m_is_settled, true)) return outcome::fine();
     std::error_code error;
     const bool has_part = fs::exists(file_path(m_file->part), error);
     const bool is_wanted = m_has_frame && !(m_has_failed && m_was_there);

@@ -22,10 +22,14 @@ public:
     using maker = std::function<std::unique_ptr<frame_writer>(const output_target&)>;
 
     replacing_writer(output_target target, maker make);
+    // Without a finish there is no new file.
+    ~replacing_writer() override;
 
     outcome begin() override;
     outcome show(const picture_ptr& frame) override;
     outcome hear(std::span<const float> samples) override;
+    outcome complete() override;
+    void other_has_failed() override { m_has_failed = true; }
     outcome finish() override;
 
 private:
@@ -41,6 +45,8 @@ private:
     bool m_was_there = false;  // a file to replace
     bool m_has_frame = false;
     bool m_has_failed = false;
+    bool m_is_complete = false;
+    bool m_is_settled = false;  // what is left of the part is the user's
 };
 
 }  // namespace pennywort::host

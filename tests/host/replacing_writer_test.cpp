@@ -7,41 +7,49 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <utility>
 
+#include "host/output/key_writer.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
 
 namespace pennywort::host {
 namespace {
 
-// A film of one byte a frame, with an end; the third frame finds no room.
+constexpr int k_never = -1;
+constexpr int k_at_end = 0;
+
+// A film of one byte a frame, with an end; one of its frames, or the end, finds no room.
 class small_film : public frame_writer {
 public:
-    explicit small_film(const std::string& path) : m_path(path) {}
+    small_film(const std::string& path, int lost) : m_path(path), m_lost(lost) {}
     outcome begin() override { return m_sink.open(m_path); }
     outcome show(const picture_ptr&) override {
-        if (++m_frames == 3) return outcome::failed("no room in " + m_path);
-        return m_sink.write("f", 1);
+        return ++m_frames == m_lost ? no_room() : m_sink.write("f", 1);
     }
     outcome finish() override {
         static_cast<void>(m_sink.write("end", 3));
-        return m_sink.close();
+        const auto closed = m_sink.close();
+        return m_lost == k_at_end ? no_room() : closed;
     }
 
 private:
+    outcome no_room() const { return outcome::failed("no room in " + m_path); }
+
     const std::string m_path;
+    const int m_lost;
     byte_sink m_sink;
     int m_frames = 0;
 };
 
 class ReplacedFile : public testing::Test {
 protected:
-    std::unique_ptr<frame_writer> film(const std::string& name = "a.mov") {
+    std::unique_ptr<frame_writer> film(const std::string& name = "a.mov", int lost = 3) {
         output_target target;
         target.kind = output_kind::mov;
         target.path = folder.path(name);
-        return std::make_unique<replacing_writer>(target, [](const output_target& made) {
-            return std::make_unique<small_film>(made.path);
+        return std::make_unique<replacing_writer>(target, [lost](const output_target& made) {
+            return std::make_unique<small_film>(made.path, lost);
         });
     }
     static outcome show(frame_writer& to, int frames) {
@@ -138,6 +146,54 @@ TEST_F(ReplacedFile, TwoThatAreMadeAtOnceAreEachWhole) {
     EXPECT_TRUE(two->finish().ok());
     EXPECT_EQ(folder.read("a.mov"), "fend");
     EXPECT_EQ(names(), set{"a.mov"});
+}
+
+TEST_F(ReplacedFile, StaysAloneWhereTheNewOneIsNotFinished) {
+    folder.write("a.mov", "good");
+    {
+        const auto writer = film();
+        ASSERT_TRUE(writer->begin().ok());
+        EXPECT_TRUE(show(*writer, 2).ok());
+        EXPECT_EQ(names().size(), 2u);
+    }
+    EXPECT_EQ(folder.read("a.mov"), "good");
+    EXPECT_EQ(names(), set{"a.mov"});
+}
+
+TEST_F(ReplacedFile, OfFillAndKeyNeitherIsLeftHalfMadeWhereOneCannotBegin) {
+    {
+        key_writer writer(film("fill.mov"), film("no/such/key.mov"));
+        EXPECT_FALSE(writer.begin().ok());
+    }
+    EXPECT_EQ(names(), set{});
+}
+
+TEST_F(ReplacedFile, OfFillAndKeyBothStayAfterAFailureOfOne) {
+    const std::pair<int, int> cases[] = {
+        {3, k_never}, {k_never, 3}, {k_at_end, k_never}, {k_never, k_at_end}};
+    for (const auto& [lost_fill, lost_key] : cases) {
+        folder.write("fill.mov", "old fill");
+        folder.write("key.mov", "old key");
+        key_writer writer(film("fill.mov", lost_fill), film("key.mov", lost_key));
+        ASSERT_TRUE(writer.begin().ok());
+        const auto shown = show(writer, 3);
+        const auto finished = writer.finish();
+        EXPECT_NE(shown.ok(), finished.ok());
+        EXPECT_EQ(folder.read("fill.mov"), "old fill") << lost_fill << lost_key;
+        EXPECT_EQ(folder.read("key.mov"), "old key") << lost_fill << lost_key;
+        EXPECT_EQ(names(), (set{"fill.mov", "key.mov"}));
+    }
+}
+
+TEST_F(ReplacedFile, OfFillAndKeyBothAreReplacedOnceTheyAreWhole) {
+    folder.write("fill.mov", "old fill");
+    folder.write("key.mov", "old key");
+    key_writer writer(film("fill.mov", k_never), film("key.mov", k_never));
+    ASSERT_TRUE(writer.begin().ok());
+    EXPECT_TRUE(show(writer, 3).ok());
+    EXPECT_TRUE(writer.finish().ok());
+    EXPECT_EQ(folder.read("fill.mov"), "fffend");
+    EXPECT_EQ(folder.read("key.mov"), "fffend");
 }
 
 TEST_F(ReplacedFile, AMissingFolderIsToldBeforeAnythingBegins) {

@@ -128,11 +128,11 @@ void render_command::add_flags(option_parser& parser) {
 }
 
 std::string render_command::take_arguments() {
-    for (const auto take :
-         {&render_command::take_picture_format, &render_command::take_output,
-          &render_command::take_film, &render_command::take_length, &render_command::take_choices,
-          &render_command::take_page_settings, &render_command::take_texts,
-          &render_command::take_feed_options, &render_command::take_addresses}) {
+    for (const auto take : {&render_command::take_picture_format, &render_command::take_output,
+                            &render_command::take_length, &render_command::take_choices,
+                            &render_command::take_page_settings, &render_command::take_picture_size,
+                            &render_command::take_film, &render_command::take_texts,
+                            &render_command::take_feed_options, &render_command::take_addresses}) {
         std::string wrong = (this->*take)();
         if (!wrong.empty()) return wrong;
     }
@@ -157,8 +157,15 @@ std::string render_command::take_output() {
     return {};
 }
 
+// Of the pictures that the page is scaled to.
 std::string render_command::take_film() {
-    return m_output_options.take(m_options.output, m_options.format, m_options.key);
+    const std::string wrong =
+        m_output_options.take(m_options.output, m_options.format, m_options.key);
+    if (!wrong.empty()) return wrong;
+    if (m_page.has_background() && m_options.format.transparent) {
+        return "--background is behind an opaque page: --transparent and --key have none";
+    }
+    return {};
 }
 
 std::string render_command::take_length() {
@@ -259,15 +266,13 @@ std::string render_command::take_clock() {
 std::string render_command::take_page_settings() {
     const std::string wrong = m_page.take(m_options.clock == page_clock::own, m_options.page);
     if (!wrong.empty()) return wrong;
-    if (m_page.has_background() && m_options.format.transparent) {
-        return "--background is behind an opaque page: --transparent and --key have none";
-    }
     const bool is_part = m_options.page.is_full || !m_options.page.element.empty();
     const bool is_picture = is_single_picture(m_options.output.kind);
     if (is_part && (!is_picture || m_options.clock != page_clock::own)) {
-        return "--full-page and --element are of one picture: -o NAME.png, and not --live";
+        return "--full-page and --element are of one picture: -o NAME.png, .jpg or .webp, and not "
+               "--live";
     }
-    return take_picture_size();
+    return {};
 }
 
 // A picture of half a pixel more would be one of the browser's own making.
@@ -276,9 +281,12 @@ std::string render_command::take_picture_size() {
     m_options.page_width = format.width;
     m_options.page_height = format.height;
     const double scale = m_options.page.scale;
+    // 720 times 1.1 is 792.0000000000001.
+    constexpr double k_error = 1e-6;
     for (long* side : {&format.width, &format.height}) {
-        const double pixels = static_cast<double>(*side) * scale;
-        if (pixels != std::floor(pixels) || pixels < 1 || pixels > k_max_view_side) {
+        const double exact = static_cast<double>(*side) * scale;
+        const double pixels = std::round(exact);
+        if (std::abs(pixels - exact) > k_error || pixels < 1 || pixels > k_max_view_side) {
             return "--size " + m_raw.size + " times --scale is no size of whole pixels up to 16384";
         }
         *side = static_cast<long>(pixels);

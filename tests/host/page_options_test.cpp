@@ -38,6 +38,12 @@ const refused_arguments k_refused_pages[] = {
     {"ScaleTooSmall", {"--scale", "0.2"}, "--scale 0.2"},
     {"ScaleOfNoWholePixels", {"--size", "101x60", "--scale", "1.5"}, "--size 101x60 times --scale"},
     {"ScaleOfTooManyPixels", {"--size", "9000x60", "--scale", "2"}, "--size 9000x60 times --scale"},
+    {"ScaleToAnOddFilm",
+     {"--size", "1282x722", "--scale", "0.5", "-o", "a.mp4"},
+     "a.mp4 holds h264, and the picture is 641x361"},
+    {"ScaleToAnOddKey",
+     {"--size", "1282x722", "--scale", "0.5", "-o", "a.mkv", "--key", "b.mp4"},
+     "b.mp4 holds h264, and the picture is 641x361"},
     {"MediaWithoutValue", {"--media", "prefers-color-scheme="}, "--media prefers-color-scheme="},
     {"MediaThatIsNone", {"--media", "dark"}, "--media dark"},
     {"MediaOfNoSuchName",
@@ -147,7 +153,14 @@ TEST(PageOptions, TheWorldIsAsBrowsersHaveItWithoutOptions) {
 }
 
 TEST(PageOptions, AScaleMakesThePictureLargerAndNotThePage) {
-    const auto options = options_of({"--size", "640x360", "--scale", "2.5"});
+    auto options = options_of({"--size", "641x361", "--scale", "2", "-o", "a.mp4"});
+    EXPECT_EQ(options.format.width, 1282) << "an odd page may be an even film";
+    // As binary fractions these come to a little more or less than whole pixels.
+    options = options_of({"--scale", "1.1"});
+    EXPECT_EQ(options.format.height, 792);
+    options = options_of({"--scale", "1.15"});
+    EXPECT_EQ(options.format.width, 1472);
+    options = options_of({"--size", "640x360", "--scale", "2.5"});
     EXPECT_EQ(options.page_width, 640);
     EXPECT_EQ(options.page_height, 360);
     EXPECT_EQ(options.format.width, 1600);

@@ -4,6 +4,7 @@
 
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "host/system/last_line.h"
 #include "host/system/running_child.h"
@@ -15,6 +16,15 @@ struct child_process::state {
     last_line lines;
     std::thread reader;
     bool is_running = false;  // it was started, and its end has not been waited for
+
+    bool waits_while_it_works(std::chrono::milliseconds longest_rest) const {
+        auto before = child.work_done();
+        while (!child.wait_for_end(longest_rest)) {
+            const auto now = child.work_done();
+            if (std::exchange(before, now) == now) return false;
+        }
+        return true;
+    }
 
     void end_now() {
         if (is_running) child.end_now();
@@ -64,9 +74,19 @@ child_process::write_result child_process::write(const void* bytes, std::size_t 
 }
 
 child_process::exit_report child_process::finish(std::chrono::milliseconds patience) {
-    exit_report report;
     m_state->child.close_input();
-    report.ended = m_state->is_running && m_state->child.wait_for_end(patience);
+    return report_of_end(m_state->is_running && m_state->child.wait_for_end(patience));
+}
+
+child_process::exit_report child_process::finish_at_its_pace(
+    std::chrono::milliseconds longest_rest) {
+    m_state->child.close_input();
+    return report_of_end(m_state->is_running && m_state->waits_while_it_works(longest_rest));
+}
+
+child_process::exit_report child_process::report_of_end(bool has_ended) {
+    exit_report report;
+    report.ended = has_ended;
     if (report.ended) {
         report.status = m_state->child.take_status();
         m_state->is_running = false;

@@ -49,8 +49,14 @@ public:
     // Ends the program's input and waits for its end. Once. What it has started and left behind is
     // not waited for.
     exit_report finish(std::chrono::milliseconds patience);
+    // The same, however long it takes the program, as long as it works: it is ended when it, and
+    // what it has started, has taken none of the processor for `longest_rest`, which is found out
+    // within twice that time.
+    exit_report finish_at_its_pace(std::chrono::milliseconds longest_rest);
 
 private:
+    exit_report report_of_end(bool has_ended);
+
     struct state;
     std::unique_ptr<state> m_state;
 };

@@ -14,11 +14,17 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
 #include <system_error>
 #include <utility>
 
 #include "core/limits.h"
 #include "core/run/deadline.h"
+#include "core/text/numbers.h"
 
 // The process's variables have no declaration of their own in a header.
 extern char** environ;
@@ -115,6 +121,21 @@ int status_of(int waited) {
     return WIFSIGNALED(waited) ? 128 + WTERMSIG(waited) : -1;
 }
 
+// From the system's line of one process: the processor time that it has taken, with the children
+// that it has waited for. Nothing where it is of another group.
+std::uint64_t work_in(const std::string& line, pid_t group) {
+    // Behind the name, which may have any characters in it: state, parent, group; and the four
+    // times as the 12th to the 15th of these.
+    std::istringstream rest(line.substr(std::min(line.rfind(')') + 1, line.size())));
+    std::string word;
+    std::uint64_t work = 0;
+    for (int i = 1; i <= 15 && rest >> word; ++i) {
+        if (i == 3 && word != std::to_string(group)) return 0;
+        if (i >= 12) work += text::whole<std::uint64_t>(word).value_or(0);
+    }
+    return work;
+}
+
 }  // namespace
 
 struct running_child::native {
@@ -195,6 +216,20 @@ bool running_child::wait_for_end(milliseconds patience) const {
         const int got = ::poll(&news, 1, static_cast<int>(last.left_ms()));
         if (got >= 0 || errno != EINTR) return got > 0;
     }
+}
+
+// A program found by its name may be a small one that has started the real one.
+std::uint64_t running_child::work_done() const {
+    namespace fs = std::filesystem;
+    std::uint64_t work = 0;
+    std::error_code error;
+    for (fs::directory_iterator one("/proc", error), end; !error && one != end;
+         one.increment(error)) {
+        std::string line;
+        std::getline(std::ifstream(one->path() / "stat"), line);
+        work += work_in(line, m_native->child);
+    }
+    return work;
 }
 
 // The system does not return it again if somebody else in the process has asked for it first.

@@ -186,6 +186,10 @@ DWORD as_wait(milliseconds patience) {
     return static_cast<DWORD>(std::clamp<long long>(patience.count(), 0, INFINITE - 1));
 }
 
+std::uint64_t count_of(const FILETIME& time) {
+    return std::uint64_t(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+}
+
 }  // namespace
 
 struct running_child::native {
@@ -297,6 +301,17 @@ void running_child::close_input() { m_native->input.reset(); }
 
 bool running_child::wait_for_end(milliseconds patience) const {
     return m_native->has_ended(as_wait(patience));
+}
+
+// Of the job, and of the child alone, which is in none where the system has refused it.
+std::uint64_t running_child::work_done() const {
+    JOBOBJECT_BASIC_ACCOUNTING_INFORMATION all{};
+    QueryInformationJobObject(m_native->job.get(), JobObjectBasicAccountingInformation, &all,
+                              sizeof all, nullptr);
+    FILETIME made{}, ended{}, kernel{}, user{};
+    GetProcessTimes(m_native->child.get(), &made, &ended, &kernel, &user);
+    return static_cast<std::uint64_t>(all.TotalUserTime.QuadPart + all.TotalKernelTime.QuadPart) +
+           count_of(kernel) + count_of(user);
 }
 
 int running_child::take_status() {

@@ -2,6 +2,7 @@
 // Linux looks for a program. Windows half: child_process_test_win.cpp.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -53,6 +54,16 @@ TEST_F(ChildScript, GetsItsArgumentsAndEveryByteOfItsInput) {
     EXPECT_EQ(report.status, 0);
     EXPECT_EQ(report.last_line, "one|two words");
     EXPECT_EQ(std::filesystem::file_size(folder.path("copy")), much.size());
+}
+
+// The program itself waits meanwhile, and does nothing.
+TEST_F(ChildScript, WhatItHasStartedWorksForIt) {
+    start(
+        "(end=$(($(date +%s) + 4)); while [ $(date +%s) -lt $end ]; do :; done)\n"
+        "exit 5\n");
+    const auto report = child.finish_at_its_pace(std::chrono::seconds(1));
+    EXPECT_TRUE(report.ended);
+    EXPECT_EQ(report.status, 5);
 }
 
 TEST_F(ChildScript, StartsAndEndsAHundredTimesWithoutLeavingDescriptors) {

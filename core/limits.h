@@ -199,6 +199,9 @@ inline constexpr std::size_t k_max_told_script_errors = 10;
 
 // How long an encoder may take nothing: longer than a busy machine or a slow disk ever makes it.
 inline constexpr std::chrono::seconds k_max_encoder_pause{30};
+// How long an encoder that has all frames may do nothing at all. It waits for the disk then, and a
+// file server may take minutes for what it has promised to write.
+inline constexpr std::chrono::minutes k_max_encoder_rest{10};
 
 // Bytes of pictures that wait to be written; then the next ones are dropped and counted.
 inline constexpr std::size_t k_max_waiting_picture_bytes = std::size_t(768) << 20;

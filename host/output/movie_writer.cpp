@@ -7,6 +7,7 @@
 
 #include "host/output/byte_sink.h"
 #include "host/output/film_check.h"
+#include "host/output/film_codecs.h"
 #include "host/output/film_command.h"
 #include "host/output/output_file.h"
 #include "host/system/file_path.h"
@@ -43,52 +44,67 @@ std::string said(const child_process::exit_report& report) {
 }  // namespace
 
 movie_writer::movie_writer(output_target target, const frame_format& format,
-                           std::chrono::milliseconds patience)
+                           std::chrono::milliseconds patience,
+                           std::chrono::milliseconds longest_rest)
     : m_target(std::move(target)),
       m_format(format),
       m_patience(patience),
+      m_longest_rest(longest_rest),
       m_stream(format),
       m_pixels(format.transparent) {}
 
 movie_writer::movie_writer(output_kind kind, std::string path, const frame_format& format,
-                           std::chrono::milliseconds patience)
-    : movie_writer(output_target{kind, std::move(path), {}}, format, patience) {}
+                           std::chrono::milliseconds patience,
+                           std::chrono::milliseconds longest_rest)
+    : movie_writer(output_target{kind, std::move(path), {}}, format, patience, longest_rest) {}
 
 outcome movie_writer::begin() {
-    const std::string program = find_program("ffmpeg");
-    if (program.empty()) {
+    m_program = find_program("ffmpeg");
+    if (m_program.empty()) {
         return outcome::failed(
             "ffmpeg is not there, and " + m_path +
             " needs it: install ffmpeg where PATH finds it, or write .y4m or .png");
     }
     const std::string first = m_target.pattern ? m_target.pattern->name_of(1) : m_path;
     if (auto possible = can_be_written(first); !possible.ok()) return possible;
-    if (auto tried = try_encoder(program); !tried.ok()) return tried;
-    auto started = m_child.start(film_command(program, m_target, m_format), k_film_report);
+    if (auto tried = try_encoder(); !tried.ok()) return tried;
+    return is_single_picture(m_target.kind) ? outcome::fine() : start();
+}
+
+outcome movie_writer::start() {
+    auto started = m_child.start(film_command(m_program, m_target, m_format), k_film_report);
     m_is_running = started.ok();
     if (!started.ok() || !m_format.has_sound) return started;
     const std::string head = m_stream.begin();
     return send(head.data(), head.size());
 }
 
+// ffmpeg takes the bytes of a picture of another size for several pictures, or for a part of one.
+outcome movie_writer::start_of_size(const picture& frame) {
+    m_format.width = frame.width;
+    m_format.height = frame.height;
+    const std::string wrong = film_complaint(m_target, m_format);
+    return wrong.empty() ? start() : outcome::failed(wrong);
+}
+
 // Without this, an ffmpeg that lacks the encoder would fail at the first frame, long after the
 // browser runtime has started and the page has loaded.
-outcome movie_writer::try_encoder(const std::string& program) const {
+outcome movie_writer::try_encoder() const {
     child_process::exit_report report;
-    auto tried = try_format(program, m_format, report);
+    auto tried = try_format(m_format, report);
     if (tried.ok() || !report.ended || m_format.film.ffmpeg_options.empty()) return tried;
     frame_format ours = m_format;
     ours.film.ffmpeg_options.clear();
     child_process::exit_report without;
-    if (!try_format(program, ours, without).ok()) return tried;
+    if (!try_format(ours, without).ok()) return tried;
     // The first thing that it says is the cause; what follows are its consequences.
     return outcome::refused("--ffmpeg-options: ffmpeg says: " + without_address(report.first_line));
 }
 
-outcome movie_writer::try_format(const std::string& program, const frame_format& format,
+outcome movie_writer::try_format(const frame_format& format,
                                  child_process::exit_report& report) const {
     child_process trial;
-    if (auto begun = trial.start(film_trial_command(program, m_target, format)); !begun.ok()) {
+    if (auto begun = trial.start(film_trial_command(m_program, m_target, format)); !begun.ok()) {
         return begun;
     }
     const std::string frame = film_trial_frame(format);
@@ -99,7 +115,10 @@ outcome movie_writer::try_format(const std::string& program, const frame_format&
 }
 
 outcome movie_writer::show(const picture_ptr& frame) {
-    ++m_shown;
+    const bool is_first = ++m_shown == 1;
+    if (is_first && is_single_picture(m_target.kind)) {
+        if (auto started = start_of_size(*frame); !started.ok()) return started;
+    }
     const std::size_t size = frame->byte_count();
     if (!m_format.has_sound) return send(m_pixels.of(frame), size);
     return send(m_stream.next_frame(size), m_pixels.of(frame), size);
@@ -140,7 +159,9 @@ outcome movie_writer::give_up() {
 outcome movie_writer::finish() {
     m_pixels.forget();
     if (!std::exchange(m_is_running, false)) return outcome::fine();
-    const auto report = m_child.finish(m_patience);
+    // What an encoder still holds of the film may take it longer than all pauses before; so may
+    // the index in front of a long one.
+    const auto report = m_child.finish_at_its_pace(m_longest_rest);
     if (!report.ended) return outcome::failed("ffmpeg does not end; " + m_path + " is not whole");
     if (report.status != 0 || tells_of_lost_bytes(report.last_line)) {
         return failed_with(report);

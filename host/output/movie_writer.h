@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/limits.h"
 #include "host/output/film_pixels.h"
 #include "host/output/frame_writer.h"
 #include "host/output/matroska_stream.h"
@@ -19,23 +20,29 @@ namespace pennywort::host {
 
 class movie_writer : public frame_writer {
 public:
-    // A movie program that takes nothing for `patience` is given up.
+    // A movie program that takes nothing for `patience` is given up, and so is one that does not
+    // work for `longest_rest` when it has all frames.
     movie_writer(output_target target, const frame_format& format,
-                 std::chrono::milliseconds patience);
+                 std::chrono::milliseconds patience,
+                 std::chrono::milliseconds longest_rest = k_max_encoder_rest);
     movie_writer(output_kind kind, std::string path, const frame_format& format,
-                 std::chrono::milliseconds patience);
+                 std::chrono::milliseconds patience,
+                 std::chrono::milliseconds longest_rest = k_max_encoder_rest);
 
     // Tries the encoder with a frame of its own before the film's ffmpeg is started.
     outcome begin() override;
+    // A single picture has the size of what is shown, whatever the format says: it may be all of a
+    // page, or a part of it.
     outcome show(const picture_ptr& frame) override;
     outcome hear(std::span<const float> samples) override;
     // Reads back what ffmpeg has written: it ends with 0 for a film that a full disk has cut off.
     outcome finish() override;
 
 private:
-    outcome try_encoder(const std::string& program) const;
-    outcome try_format(const std::string& program, const frame_format& format,
-                       child_process::exit_report& report) const;
+    outcome try_encoder() const;
+    outcome try_format(const frame_format& format, child_process::exit_report& report) const;
+    outcome start();
+    outcome start_of_size(const picture& frame);
     outcome send(const void* bytes, std::size_t count);
     outcome send(const std::string& head, const void* bytes, std::size_t count);
     outcome give_up();
@@ -47,8 +54,10 @@ private:
 
     const output_target m_target;
     const std::string& m_path = m_target.path;
-    const frame_format m_format;
+    frame_format m_format;
     const std::chrono::milliseconds m_patience;
+    const std::chrono::milliseconds m_longest_rest;
+    std::string m_program;
     matroska_stream m_stream;  // of a film with sound: one pipe carries both
     child_process m_child;
     bool m_is_running = false;

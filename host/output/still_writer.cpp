@@ -34,7 +34,7 @@ outcome still_writer::show(const picture_ptr& frame) {
 outcome still_writer::finish() {
     const picture_ptr last = std::move(m_last);
     if (!last) {
-        // ffmpeg complains of a film without a frame. A file of that name stays as it was.
+        // A file of that name stays as it was.
         static_cast<void>(m_inner->finish());
         return outcome::fine();
     }

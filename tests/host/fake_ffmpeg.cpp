@@ -5,10 +5,14 @@
 //   silent   leaves a film without its end
 //   told     does the same, and says on standard error that there was no room
 //   whole    writes a whole film of the mov kind
+//   works    does the same, and is at work for some seconds before
+//   rests    waits to be ended
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -28,6 +32,16 @@ void take_input() {
     }
 }
 
+void work() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(4);
+    while (std::chrono::steady_clock::now() < end) {
+    }
+}
+
+[[noreturn]] void rest() {
+    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -35,8 +49,11 @@ int main(int argc, char** argv) {
     take_input();
     if (film == "-") return 0;
     const std::string way = way_beside(argv[0]);
+    if (way == "works") work();
+    if (way == "rests") rest();
+    const bool is_whole = way == "whole" || way == "works";
     const std::string path = film.substr(std::string("file:").size());
-    std::ofstream(path, std::ios::binary) << k_frames << (way == "whole" ? k_index : "");
+    std::ofstream(path, std::ios::binary) << k_frames << (is_whole ? k_index : "");
     if (way == "told") {
         std::fprintf(stderr, "Error writing trailer of %s: No space left on device\n",
                      path.c_str());

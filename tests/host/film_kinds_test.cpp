@@ -10,6 +10,7 @@
 #include <ostream>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/output/film_codecs.h"
@@ -288,6 +289,40 @@ TEST_F(Pictures, OfNoFrameLeaveWhatWasThere) {
     const auto made = make(target_of("a.jpg"), movie_format(false), {});
     EXPECT_TRUE(made.ok()) << made.text();
     EXPECT_EQ(folder.read("a.jpg"), "old");
+}
+
+// It may be all of a page, or a part of it, which is known only when it is there.
+TEST_F(Pictures, HaveTheSizeOfWhatIsShown) {
+    for (const char* name : {"a.jpg", "b.webp"}) {
+        for (const auto& [width, height] : {std::pair(100L, 900L), std::pair(10L, 7L)}) {
+            const auto made =
+                make(target_of(name), movie_format(false), {picture_of(0xFF20C840, width, height)});
+            ASSERT_TRUE(made.ok()) << made.text();
+            expect_part(described(folder.path(name)), "width=" + std::to_string(width));
+            expect_part(described(folder.path(name)), "height=" + std::to_string(height));
+            expect_near(pixel_of(folder.path(name), width, height, width - 1, height - 1),
+                        {0x40, 0xC8, 0x20, 0xFF}, 4);
+        }
+    }
+}
+
+TEST_F(Pictures, OfFillAndKeyHaveTheSameSize) {
+    const auto fill = target_of("fill.jpg");
+    const auto key = target_of("key.jpg");
+    const auto writer = make_page_writer(fill, &key, movie_format(true), nullptr);
+    ASSERT_TRUE(writer->begin().ok());
+    EXPECT_TRUE(writer->show(picture_of(0x80402010, 100, 300)).ok());
+    const auto finished = writer->finish();
+    ASSERT_TRUE(finished.ok()) << finished.text();
+    expect_near(pixel_of(fill.path, 100, 300, 99, 299), {0x10, 0x20, 0x40, 0xFF}, 4);
+    expect_near(pixel_of(key.path, 100, 300, 99, 299), {0x80, 0x80, 0x80, 0xFF}, 4);
+}
+
+TEST_F(Pictures, ThatTheirFormatCannotHoldAreToldWithTheSize) {
+    const auto made =
+        make(target_of("a.webp"), movie_format(false), {picture_of(0xFF20C840, 8, 16384)});
+    expect_part(made.text(), "a.webp holds webp, and the picture is 8x16384: it has to be 16383x");
+    EXPECT_FALSE(folder.has("a.webp"));
 }
 
 TEST_F(NeedsFfmpeg, OddSizesKeepTheirSize) {

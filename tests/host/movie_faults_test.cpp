@@ -1,5 +1,5 @@
 // movie_faults_test.cpp - an ffmpeg that ends with 0 although the film has lost its end, as the
-// real one does on a full disk. On both systems.
+// real one does on a full disk; and one that has all frames and takes its time. On both systems.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -18,20 +18,21 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class MovieOnAFullDisk : public testing::Test {
+class MovieEnd : public testing::Test {
 protected:
-    MovieOnAFullDisk() {
+    MovieEnd() {
         // Only one that is called so is a program on Windows.
         const std::string name = "ffmpeg" + file_path(FAKE_FFMPEG).extension().string();
         std::filesystem::copy_file(file_path(FAKE_FFMPEG), file_path(folder.path(name)));
         set_search_path(folder.path());
     }
-    ~MovieOnAFullDisk() override { set_search_path(m_before); }
+    ~MovieEnd() override { set_search_path(m_before); }
 
     // fake_ffmpeg.cpp says what the ways are.
-    outcome finish_one(const std::string& way) {
+    outcome finish_one(const std::string& way, std::chrono::milliseconds longest_rest = 20s) {
         folder.write("way", way);
-        movie_writer mov(output_kind::mov, folder.path("a.mov"), format_of(64, 48), 20s);
+        movie_writer mov(output_kind::mov, folder.path("a.mov"), format_of(64, 48), 20s,
+                         longest_rest);
         if (auto begun = mov.begin(); !begun.ok()) return begun;
         if (auto shown = mov.show(picture_of(1, 64, 48)); !shown.ok()) return shown;
         return mov.finish();
@@ -42,6 +43,8 @@ protected:
 private:
     const std::string m_before = std::getenv("PATH");
 };
+
+using MovieOnAFullDisk = MovieEnd;
 
 TEST_F(MovieOnAFullDisk, IsAFailureWithWhatFfmpegSays) {
     const auto finished = finish_one("told");
@@ -59,6 +62,16 @@ TEST_F(MovieOnAFullDisk, IsAFailureWithoutAWordToo) {
 TEST_F(MovieOnAFullDisk, IsNoneWhereTheFilmIsWhole) {
     const auto finished = finish_one("whole");
     EXPECT_TRUE(finished.ok()) << finished.text();
+}
+
+TEST_F(MovieEnd, IsWaitedForAsLongAsFfmpegWorks) {
+    const auto finished = finish_one("works", 1s);
+    EXPECT_TRUE(finished.ok()) << finished.text();
+}
+
+TEST_F(MovieEnd, OfAnFfmpegThatDoesNothingIsAFailure) {
+    const auto finished = finish_one("rests", 200ms);
+    EXPECT_NE(finished.text().find("ffmpeg does not end; "), std::string::npos) << finished.text();
 }
 
 }  // namespace

@@ -11,7 +11,14 @@
 namespace pennywort::host {
 namespace {
 
-class RenderPage : public RenderFixture {};
+class RenderPage : public RenderFixture {
+protected:
+    // What a picture that loses something makes of a colour.
+    static void expect_near(const colour& got, const colour& wanted) {
+        ASSERT_EQ(got.size(), wanted.size());
+        for (std::size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(got[i], wanted[i], 4) << i;
+    }
+};
 
 TEST_F(RenderPage, BeginsOnTheDayThatIsAskedFor) {
     folder.write("day.html",
@@ -84,6 +91,17 @@ TEST_F(RenderPage, IsDrawnFinerByItsScale) {
     EXPECT_EQ(folder.read("a.bgra").size(), 2u * 150 * 90 * 4);
 }
 
+// None of these is a number that the machine can hold, nor what they make of 1280 and 720.
+TEST_F(RenderPage, IsDrawnFinerByAScaleOfTenths) {
+    folder.write("bare.html", "<!doctype html><p>text");
+    const std::pair<const char*, const char*> cases[] = {
+        {"1.1", "1408x792"}, {"1.15", "1472x828"}, {"0.7", "896x504"}, {"2.3", "2944x1656"}};
+    for (const auto& [scale, size] : cases) {
+        expect_fine(std::string("pennywort render bare.html -o a.png --scale ") + scale);
+        EXPECT_EQ(size_of("a.png"), size) << scale;
+    }
+}
+
 TEST_F(RenderPage, IsShownInAllItsLengthOrOneElementOfIt) {
     folder.write("long.html",
                  "<!doctype html><style>body{margin:0;height:900px;background:#000}"
@@ -104,6 +122,30 @@ TEST_F(RenderPage, IsShownInAllItsLengthOrOneElementOfIt) {
     expect_failure("pennywort render long.html --element .no -o c.png",
                    "--element .no: the page has no such element");
     EXPECT_FALSE(folder.has("c.png"));
+}
+
+// What ffmpeg makes a picture of has to be told its size.
+TEST_F(RenderPage, IsShownInAllItsLengthInEachKindOfPicture) {
+    folder.write("long.html",
+                 "<!doctype html><style>body{margin:0;height:300px;background:#000}"
+                 "div{position:absolute;left:20px;top:200px;width:32px;height:48px;"
+                 "background:#fff}</style><div id=score></div>");
+    const std::string film = "pennywort render long.html --size 100x60 ";
+    for (const std::string ending : {"jpg", "webp"}) {
+        const auto read_back = [&] { expect_fine("ffmpeg -v error -y -i a." + ending + " a.png"); };
+        expect_fine(film + "--full-page -o a." + ending);
+        read_back();
+        EXPECT_EQ(size_of("a.png"), "100x300");
+        expect_near(pixel("a.png", 36, 224), k_white);
+        expect_near(pixel("a.png", 36, 100), k_black);
+        expect_near(pixel("a.png", 90, 224), k_black);
+        expect_fine(film + "--element '#score' -o a." + ending);
+        read_back();
+        EXPECT_EQ(size_of("a.png"), "32x48");
+        expect_near(pixel("a.png", 31, 47), k_white);
+    }
+    expect_fine(film + "--full-page -o a.jpg --key k.jpg && ffmpeg -v error -y -i k.jpg a.png");
+    EXPECT_EQ(size_of("a.png"), "100x300");
 }
 
 // 1001 pixels of the page are 1251.25 of its picture.

@@ -114,10 +114,12 @@ const char* const k_film_driver = R"js(
   Object.defineProperty(media, 'playbackRate', {configurable: true, get() {
     return speed.get.call(this);
   }, set(value) {
-    const from = films.has(this) ? time_of(this) : undefined;
-    end(this);
+    // The browser refuses some, and then all is as it was.
     speed.set.call(this, value);
-    if (from !== undefined) begin(this, from);
+    if (!films.has(this)) return;
+    const from = time_of(this);
+    end(this);
+    begin(this, from);
   }});
   Object.defineProperty(media, 'autoplay', {configurable: true, get() {
     return auto.get.call(this);

@@ -209,7 +209,7 @@ const char* const k_sound_driver = R"js(
       run.is_ready = true;
       run.url = film.currentSrc;
       run.length = Math.round(film.duration * rate);
-      if (film.playbackRate !== 1 && film.preservesPitch) {
+      if (run.speed !== 1 && run.speed !== 0 && film.preservesPitch) {
         say(name_of(film.currentSrc) + ': its pitch goes with its rate of ' + film.playbackRate);
       }
     }
@@ -226,14 +226,14 @@ const char* const k_sound_driver = R"js(
     function order_of([film, run, until]) {
       const from = Math.max(run.heard, told), level = level_of(film), {speed, url, length} = run;
       run.heard = until;
-      if (!url || level === 0 || from >= until) return [];
+      if (!url || level === 0 || speed === 0 || from >= until) return [];
       const first = speed === 1 ? Math.round(run.from * rate) : run.from * rate;
       return [{url, from, until, level, speed, first, length, begun: Math.round(run.begun),
                is_film: film.localName === 'video', is_loop: film.loop}];
     }
     // As far as that can be known without a look at its file.
     const is_audible = ([film, run]) => level_of(film) > 0 && film.readyState > 0 &&
-      (film.localName === 'audio' || film.webkitAudioDecodedByteCount > 0);
+      run.speed !== 0 && (film.localName === 'audio' || film.webkitAudioDecodedByteCount > 0);
 
     // --- one frame
 

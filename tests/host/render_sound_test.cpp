@@ -114,6 +114,30 @@ TEST_F(ExactFilmSound, WhatLeavesTheDocumentFallsSilent) {
     EXPECT_EQ(sounding(heard("a.wav")), (spans{{24'000, 33'600}, {48'000, 96'000}}));
 }
 
+TEST_F(ExactFilmSound, ARateThatTheBrowserRefusesChangesNothing) {
+    folder.write("rate.html",
+                 "<!doctype html><body><script>const one = new Audio('tone.wav');"
+                 "setTimeout(() => one.play(), 500); setTimeout(() => {"
+                 "try { one.playbackRate = 20 } catch (fault) { console.log(fault.name) } }, 700)"
+                 "</script>");
+    const auto run =
+        folder.run("pennywort render rate.html --size 16x16 --seconds 2 --verbose -o a.wav");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_NE(run.errors.find("NotSupportedError"), std::string::npos) << run.errors;
+    EXPECT_EQ(sounding(heard("a.wav")), (spans{{24'000, 72'000}}));
+}
+
+TEST_F(ExactFilmSound, AtNoRateAtAllItIsSilentAndThenGoesOn) {
+    folder.write("rate.html",
+                 "<!doctype html><body><script>const one = new Audio('tone.wav');"
+                 "setTimeout(() => one.play(), 500); setTimeout(() => one.playbackRate = 0, 700);"
+                 "setTimeout(() => one.playbackRate = 1, 1000)</script>");
+    const auto run = folder.run("pennywort render rate.html --size 16x16 --seconds 2 -o a.wav");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.errors.find("sound:"), std::string::npos) << run.errors;
+    EXPECT_EQ(sounding(heard("a.wav")), (spans{{24'000, 33'600}, {48'000, 86'400}}));
+}
+
 TEST_F(ExactFilmSound, WhatCannotBeInItIsToldOnceEach) {
     folder.write("streams.html",
                  "<!doctype html><body><script>const context = new AudioContext();"

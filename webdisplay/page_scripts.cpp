@@ -157,22 +157,67 @@ const char* const k_film_driver = R"js(
     const begun = run(film);
     if (begun) after(begun, () => 0, () => 0);
   };
+  // What is in the shadow of an element is looked for in there: no question to a document finds it.
+  const shadows = new WeakSet(), shadow_of = Object.getOwnPropertyDescriptor(
+    Element.prototype, 'shadowRoot').get;
+  function enter(shadow) {
+    if (!shadow || shadows.has(shadow)) return;
+    shadows.add(shadow);
+    watch(shadow);
+    look(shadow);
+  }
+  const enter_all = root => {
+    for (const one of root.querySelectorAll('*')) enter(call(shadow_of, one, []));
+  };
+  const attach = Element.prototype.attachShadow;
+  Element.prototype.attachShadow = function attachShadow(init) {
+    const shadow = call(attach, this, arguments);
+    enter(shadow);
+    return shadow;
+  };
+  const begin_by_itself = one => {
+    if (one instanceof HTMLMediaElement && one.autoplay) start(one);
+  };
   const look = root => {
-    if (root.nodeType !== 1 && root.nodeType !== 9) return;
-    if (root instanceof HTMLMediaElement && root.autoplay) start(root);
+    if (root.nodeType !== 1 && root.nodeType !== 9 && root.nodeType !== 11) return;
+    begin_by_itself(root);
     for (const film of root.querySelectorAll('video[autoplay],audio[autoplay]')) start(film);
+    if (root.nodeType === 1) enter(call(shadow_of, root, []));
+    enter_all(root);
   };
   // What leaves the document is stopped, unless it has a new place there by now.
+  const is_within = (film, root) => {
+    for (let node = film; node; node = node.parentNode ?? node.host) {
+      if (node === root) return true;
+    }
+    return false;
+  };
   const leave = root => {
     if (root.nodeType !== 1) return;
-    for (const film of [root, ...root.querySelectorAll('video,audio')]) {
-      if (films.has(film) && !film.isConnected) stand(film);
+    for (const film of films.keys()) {
+      if (!film.isConnected && is_within(film, root)) stand(film);
     }
   };
-  new MutationObserver(all => all.forEach(one => {
+  // The parser gives an element its shadow when that element is there already, and says nothing of
+  // it. What it reads next says where it has been.
+  function look_back({target, previousSibling}) {
+    if (document.readyState !== 'loading') return;
+    if (target.nodeType === 1) enter(call(shadow_of, target, []));
+    for (let node = previousSibling; node; node = node.lastElementChild) {
+      if (node.nodeType === 1) enter(call(shadow_of, node, []));
+    }
+  }
+  const watcher = new MutationObserver(all => all.forEach(one => {
+    if (one.type === 'attributes') return begin_by_itself(one.target);
+    look_back(one);
     one.addedNodes.forEach(look);
     one.removedNodes.forEach(leave);
-  })).observe(document, {childList: true, subtree: true});
+  }));
+  const watch = root => watcher.observe(
+    root, {childList: true, subtree: true, attributeFilter: ['autoplay']});
+  watch(document);
+  self.addEventListener('DOMContentLoaded', () => enter_all(document),
+                        {once: true, capture: true});
   // That the browser has sought does not say that it shows what it has found: that comes with a
   // frame. A film without a picture in the frame before, hidden or without any, has none to wait
   // for until there is one again.

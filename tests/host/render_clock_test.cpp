@@ -75,6 +75,21 @@ constexpr clock_case k_clocks[] = {
      "<video id=v muted></video><script>v.src = 'count.webm'; v.currentTime = 0.2; v.play()"
      "</script>",
      0, 1, 10},
+    {"VideoInAShadow",
+     "<div id=host></div><script>host.attachShadow({mode: 'closed'}).innerHTML = "
+     "'<video src=count.webm autoplay muted style=display:block></video>'</script>"},
+    {"VideoInAShadowThatTheTextDeclares",
+     "<div><p><span><template shadowrootmode=open><div><template shadowrootmode=open><video "
+     "src=count.webm autoplay muted style='position:fixed;left:0;top:0'></video></template></div>"
+     "</template></span></div>"},
+    {"VideoThatIsToPlayByItselfAfterItHasCome",
+     "<video id=v src=count.webm muted></video><script>setTimeout(() => "
+     "v.setAttribute('autoplay', ''), 0)</script>"},
+    // Without a film where it is of another site.
+    {"VideoInAnIframe",
+     "<iframe width=64 height=8 frameborder=0 scrolling=no srcdoc=\"<style>body{margin:0;"
+     "background:#000}video{display:block}</style><video id=v src=count.webm muted></video>"
+     "<script>parent.document.title; v.play()</script>\"></iframe>"},
     {"Iframe",
      "<iframe width=64 height=8 frameborder=0 scrolling=no srcdoc=\"<style>body{margin:0;"
      "background:#000}div{position:absolute;width:1px;height:8px;background:#fff}@keyframes "

@@ -36,6 +36,7 @@ const char* const k_film_driver = R"js(
     const begun = hub.now(), guess = clock.get.call(film);
     films.set(film, {begun, from, guess, is_early: film.readyState < 1, come,
                      speed: film.playbackRate, heard: Math.round(begun)});
+    hub.join(home);
     over.delete(film);
     stood.delete(film);
     if (is_film(film)) hub.move();
@@ -258,14 +259,27 @@ const char* const k_film_driver = R"js(
     run.at = time;
     await_picture(film, run);
     return new Promise(done => {
+      run.leave = done;
       film.addEventListener('seeked', () => done(), {once: true});
       film.addEventListener('error', () => done(), {once: true});
       // Past the beginning of the film's frame, which is no whole microsecond in most films.
       clock.set.call(film, time + 0.0005);
     });
   }
-  hub.join({self, films, place: () =>
-    all([...films].map(([film, run]) => place(film, run)))});
+  const home = {self, films, place: () =>
+    all([...films].map(([film, run]) => place(film, run)))};
+  // Behind its document a film that was heard in it is heard up to now, and nobody waits for it.
+  // With the page itself all that is driven goes.
+  if (self !== top) self.addEventListener('pagehide', event => {
+    if (!event.isTrusted || event.persisted) return;
+    for (const [film, run] of [...films]) {
+      if (run.url) end(film);
+      films.delete(film);
+      run.leave?.();
+      run.show?.();
+    }
+    hub.part(home);
+  }, true);
 )js";
 
 // Goes on asking: the browser would take a page that wants no frame off its list, and a frame that

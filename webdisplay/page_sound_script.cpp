@@ -127,7 +127,7 @@ const char* const k_sound_driver = R"js(
     }
     // False where the browser refuses it: it may have no such room.
     const render_to = (one, next) => new Promise(done => {
-      const refuse = () => done(false);
+      const refuse = one.give_up = () => done(false);
       after(call(native.suspend, one.context, [(next + 0.5) / rate]), () => done(true), refuse);
       const go = one.has_started ? native.resume : native.start;
       one.has_started = true;
@@ -139,7 +139,7 @@ const char* const k_sound_driver = R"js(
       while (one.done < goal) {
         const next = Math.min(goal, one.done + window_of_ears);
         if (!await render_to(one, next)) {
-          say(refused);
+          if (!one.is_gone) say(refused);
           one.is_refused = one.is_closed = true;
           return;
         }
@@ -152,12 +152,21 @@ const char* const k_sound_driver = R"js(
       }
       one.is_frozen = one.ends_at !== undefined;
     }
+    // Their document has gone, and what they would still render with it.
+    function leave(is_left) {
+      for (const one of contexts.filter(is_left)) {
+        give_back(one);
+        one.is_gone = true;
+        one.give_up?.();
+      }
+      contexts = contexts.filter(one => !one.is_gone);
+    }
     async function render_all(until) {
-      contexts.filter(one => one.self.closed).forEach(give_back);
-      contexts = contexts.filter(one => !one.self.closed);
+      leave(one => one.self.closed);
       let known = until;
       for (const one of contexts) {
-        if (!one.is_frozen) await render(one, until);
+        if (!one.is_frozen && !one.is_gone) await render(one, until);
+        if (one.is_gone) continue;
         if (one.is_closed || one.is_ending) put_away(one);
         else if (!one.is_frozen) known = Math.min(known, one.origin + one.done);
       }
@@ -167,7 +176,7 @@ const char* const k_sound_driver = R"js(
 
     // --- films and sounds
 
-    const frames = [], pieces = [], late = new WeakSet();
+    const frames = new Set(), pieces = [], late = new WeakSet();
     let give_up = () => {};
     const level_of = film => film.muted ? 0 : film.volume;
     const turn = () => new Promise(done => {
@@ -237,7 +246,7 @@ const char* const k_sound_driver = R"js(
 
     // --- one frame
 
-    const open_frames = () => frames.filter(one => !one.self.closed);
+    const open_frames = () => [...frames].filter(one => !one.self.closed);
     const runs = () => open_frames().flatMap(one => [...one.films]);
     const ran = until => [...pieces, ...runs().map(([film, run]) => [film, run, until])];
     let ordered = 0;
@@ -314,7 +323,11 @@ const char* const k_sound_driver = R"js(
         contexts.push(one);
         rouse();
       },
-      join(frame) { frames.push(frame); },
+      join(frame) { frames.add(frame); },
+      part(frame) {
+        frames.delete(frame);
+        leave(one => one.self === frame.self);
+      },
       end(film, run) { pieces.push([film, run, Math.round(now())]); }
     });
   }

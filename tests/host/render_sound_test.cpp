@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -137,6 +138,58 @@ TEST_F(ExactFilmSound, AtNoRateAtAllItIsSilentAndThenGoesOn) {
     EXPECT_EQ(run.errors.find("sound:"), std::string::npos) << run.errors;
     EXPECT_EQ(sounding(heard("a.wav")), (spans{{24'000, 33'600}, {48'000, 86'400}}));
 }
+
+// Sounds from 0.5 s on, by a file or by a context.
+constexpr const char* k_sounding_frame =
+    "<!doctype html><script>const one = new Audio('tone.wav'); one.loop = true;"
+    "const context = new AudioContext(), tone = context.createConstantSource();"
+    "tone.offset.value = 0.25; tone.connect(context.destination);"
+    "setTimeout(() => location.search === '?file' ? one.play() : tone.start(), 500)</script>";
+
+struct frame_case {
+    const char* name;
+    const char* kind;
+    const char* script;  // of its page, 1 s from its beginning
+    bool goes_on;
+};
+void PrintTo(const frame_case& c, std::ostream* out) { *out << c.name; }
+
+class SoundOfAnIframe : public ExactFilmSound, public testing::WithParamInterface<frame_case> {};
+
+TEST_P(SoundOfAnIframe, IsHeardUntilItMovesOn) {
+    const frame_case& one = GetParam();
+    folder.write("frame.html", k_sounding_frame);
+    folder.write("page.html", std::string("<!doctype html><iframe id=f src=frame.html?") +
+                                  one.kind + "></iframe><script>setTimeout(() => {" + one.script +
+                                  "}, 1000)</script>");
+    folder.write("silent.html", "<!doctype html>");
+    write_site(R"py(
+        name = self.path[1:].split('?')[0]
+        kind = 'audio/wav' if name == 'tone.wav' else 'text/html'
+        self.reply(200, kind, open(name, 'rb').read())
+)py");
+    const auto run = served("pennywort render $at/page.html --size 16x16 --seconds 2 -o a.wav");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.errors.find("sound:"), std::string::npos) << run.errors;
+    const auto found = sounding(heard("a.wav"));
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].first, 24'000u);
+    EXPECT_GE(found[0].second, one.goes_on ? 95'800u : 46'800u);
+    EXPECT_LE(found[0].second, one.goes_on ? 96'000u : 52'800u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, SoundOfAnIframe,
+    testing::Values(frame_case{"AFile", "file", "", true},
+                    frame_case{"AContext", "context", "", true},
+                    frame_case{"AFileToAnotherPage", "file", "f.src = 'silent.html'", false},
+                    frame_case{"AContextToAnotherPage", "context", "f.src = 'silent.html'", false},
+                    frame_case{"AFileToAnotherSite", "file", "f.src = 'data:text/html,a'", false},
+                    frame_case{"AContextToAnotherSite", "context", "f.src = 'data:text/html,a'",
+                               false},
+                    frame_case{"AFileOutOfItsPage", "file", "f.remove()", false},
+                    frame_case{"AContextOutOfItsPage", "context", "f.remove()", false}),
+    [](const auto& one) { return std::string(one.param.name); });
 
 TEST_F(ExactFilmSound, WhatCannotBeInItIsToldOnceEach) {
     folder.write("streams.html",

@@ -12,7 +12,7 @@ namespace pennywort::webdisplay::page_scripts {
 // positions: samples of 1/48000 s since the page's time 0.
 const char* const k_sound_driver = R"js(
   const key = 'thinternal sound';
-  const tell = self.thinternalFilms;
+  const tell = self.thinternalFilms ?? (() => {});
   delete self.thinternalFilms;
   const call = Reflect.apply;
   // The page's scripts may put anything in the place of these and of what is in them.
@@ -34,7 +34,8 @@ const char* const k_sound_driver = R"js(
   });
   const offline = self.OfflineAudioContext, online = self.AudioContext;
 
-  function make_hub() {
+  // A frame of another site has one of its own, for the pictures of its films alone.
+  function make_hub(is_apart) {
     const quantum = 128, packet = 48, window_of_ears = 32768;
     const native = {
       suspend: offline.prototype.suspend, resume: offline.prototype.resume,
@@ -45,13 +46,13 @@ const char* const k_sound_driver = R"js(
 
     // --- time
 
-    let at = 0, seen = 0, has_begun = false, is_told = false;
-    const now = () => has_begun ? at + (clock() - seen) * rate / 1000 : 0;
+    let at = 0, seen = clock(), has_begun = false, is_told = false;
+    const now = () => has_begun || is_apart ? at + (clock() - seen) * rate / 1000 : 0;
     const rouse = () => {
       if (is_told) return;
       is_told = true;
       told = Math.floor(now() / packet) * packet;
-      tell('');
+      tell(is_apart ? 'apart' : '');
     };
 
     // --- pictures of films
@@ -253,6 +254,10 @@ const char* const k_sound_driver = R"js(
     async function step(until, is_heard) {
       shown = [];
       await all(open_frames().map(one => one.place()));
+      if (is_apart) {
+        pieces.length = 0;
+        return '';
+      }
       const heard = is_heard ? ran(until) : [];
       await all(heard.map(([film, run]) => in_time(film, prepare(film, run))));
       give_up = () => {};
@@ -281,16 +286,17 @@ const char* const k_sound_driver = R"js(
     }
     // Before a document's first frame its time stands, and that frame may be any of the film's.
     function begin(until) {
+      const gone = until - now();
       has_begun = true;
-      if (is_told) told += Math.floor(until / packet) * packet;
+      if (is_told) told += Math.floor(gone / packet) * packet;
       for (const one of contexts) {
-        one.origin += until;
-        if (one.ends_at !== undefined) one.ends_at += until;
+        one.origin += gone;
+        if (one.ends_at !== undefined) one.ends_at += gone;
       }
-      for (const piece of pieces) piece[2] += until;
+      for (const piece of pieces) piece[2] += gone;
       for (const [, run] of ran(until)) {
-        run.begun += until;
-        run.heard += until;
+        run.begun += gone;
+        run.heard += gone;
       }
     }
     // Once more for the same frame: what has not come by now is not waited for.
@@ -317,7 +323,8 @@ const char* const k_sound_driver = R"js(
     Object.defineProperty(self, 'thinternal stalled', {value: () =>
       runs().find(([film]) => film.seeking)?.[0].currentSrc ?? ''});
     return Object.freeze({
-      now, rouse, say, with_room, move,
+      now, rouse, with_room, move, is_apart,
+      say: is_apart ? () => say('what a frame of another site says is not in the film') : say,
       show(run) { shown.push(run); },
       add(one) {
         contexts.push(one);
@@ -335,18 +342,14 @@ const char* const k_sound_driver = R"js(
   // --- in each document
 
   const hub = (() => {
+    const is_frame = self !== top;
     try {
-      if (self !== top) return top[key];
-    } catch {
-      return null;  // of another site
-    }
-    const made = make_hub();
-    Object.defineProperty(self, key, {value: made});
+      if (is_frame && top[key]) return top[key];
+    } catch {}  // of another site
+    const made = make_hub(is_frame);
+    if (!is_frame) Object.defineProperty(self, key, {value: made});
     return made;
-  })() || {
-    now: () => performance.now() * rate / 1000, rouse() {}, join() {}, end() {}, move() {}, is_apart: true,
-    say() { say('what a frame of another site says is not in the film'); }
-  };
+  })();
 
   function replace_contexts() {
     const records = new WeakMap();

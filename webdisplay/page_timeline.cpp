@@ -101,6 +101,8 @@ void page_timeline::hear(const std::string& method, const json& params) {
         if (message_text(params, "/name") == page_scripts::k_film_binding) films_begin(params);
     } else if (method == "Page.frameNavigated") {
         if (message_part(params, "/frame/parentId").is_null()) page_begins();
+    } else if (method == "Runtime.executionContextsCleared") {
+        m_apart.clear();
     } else if (method == "Page.domContentEventFired") {
         m_is_read = true;
         const bool is_start = m_start.when == page_start::at::dom && m_has_begun;
@@ -149,6 +151,7 @@ void page_timeline::ask_load() {
     m_loads = 0;
     m_lead_us = k_lead_us;
     m_has_films = m_has_moving_films = false;
+    m_apart.clear();
     m_has_moved_on = m_is_met = false;
     m_was_forced = false;
     m_workers.next_page();
@@ -376,7 +379,7 @@ bool page_timeline::is_over(wait what) const {
         case wait::wishes:
             return !m_waiting.empty() || has_question();
         case wait::pictures:
-            return (m_has_shown && m_has_turned) || m_has_moved_on;
+            return (m_unshown == 0 && m_has_turned) || m_has_moved_on;
         case wait::nothing:
             break;
     }

@@ -263,6 +263,9 @@ private:
 
     // page_timeline_films.cpp
     void films_begin(const nlohmann::json& called);
+    void ask_driver(std::int64_t context, std::string expression,
+                    page_inspector::receiver answered);
+    void ask_drivers_apart(const std::string& expression, const page_inspector::receiver& answered);
     void place();
     void quiet();
     void clear();
@@ -271,6 +274,7 @@ private:
     void place_films();
     void hurry();
     void show();
+    void ask_shown();
     void await_pictures();
     void show_again(const char* hangs);
     void end_quiet();
@@ -346,11 +350,13 @@ private:
     bool m_is_read = false;  // all that it begins with is there
     bool m_is_met = false;   // that one is yet to be told where its time stands
     bool m_has_films = false;
-    bool m_has_moving_films = false;  // some of them have pictures, which move
-    bool m_is_quiet = false;          // the page rests, for the films of the frame
-    bool m_is_put = false;            // they are at its time
-    bool m_has_shown = false;         // and their pictures are shown
-    std::uint64_t m_shown = 0;        // how often that was asked
+    bool m_has_moving_films = false;    // some of them have pictures, which move
+    bool m_is_quiet = false;            // the page rests, for the films of the frame
+    bool m_is_put = false;              // they are at its time
+    std::size_t m_unshown = 0;          // so many drivers have not shown their pictures yet
+    bool m_will_move = false;           // one of them has more to come
+    std::uint64_t m_shown = 0;          // how often that was asked
+    std::vector<std::int64_t> m_apart;  // frames of other sites that have films
     std::chrono::milliseconds m_pause{};
     std::int64_t m_last_stamp = 0;  // in microseconds, of a frame that the browser has taken
     bool m_is_hurried = false;      // they are not to wait for what is still to come

@@ -21,7 +21,32 @@ constexpr auto k_first_pause = 1ms;
 
 void page_timeline::films_begin(const json& called) {
     m_has_films = true;
-    if (message_text(called, "/payload") == page_scripts::k_film_moves) m_has_moving_films = true;
+    const std::string payload = message_text(called, "/payload");
+    const json& context = message_part(called, "/executionContextId");
+    if (payload == page_scripts::k_film_moves) m_has_moving_films = m_will_move = true;
+    if (payload == page_scripts::k_film_apart && context.is_number_integer()) {
+        m_apart.push_back(context.get<std::int64_t>());
+    }
+}
+
+// That of the page, or of one of its frames.
+void page_timeline::ask_driver(std::int64_t context, std::string expression,
+                               page_inspector::receiver answered) {
+    json asked{
+        {"expression", std::move(expression)}, {"awaitPromise", true}, {"returnByValue", true}};
+    if (context != 0) asked["contextId"] = context;
+    m_inspector.call("Runtime.evaluate", asked, std::move(answered));
+}
+
+// A frame that has gone, or moved on to another page, is asked no more.
+void page_timeline::ask_drivers_apart(const std::string& expression,
+                                      const page_inspector::receiver& answered) {
+    for (const std::int64_t context : std::vector(m_apart)) {
+        ask_driver(context, expression, [this, context, answered](const json& result) {
+            if (result.is_null()) std::erase(m_apart, context);
+            answered(result);
+        });
+    }
 }
 
 // The frames that nobody sees tell the page's driver where its time begins. Where films move, each
@@ -72,17 +97,17 @@ void page_timeline::put() {
 }
 
 void page_timeline::place_films() {
-    ++m_open_calls;
-    m_inspector.call("Runtime.evaluate",
-                     {{"expression", page_scripts::films_at(m_frame_us, m_port.is_heard())},
-                      {"awaitPromise", true},
-                      {"returnByValue", true}},
-                     [this](const json& result) {
-                         const bool has_thrown = result.contains("exceptionDetails");
-                         if (has_thrown && m_has_films) m_hearing.driver_threw();
-                         m_hearing.take(value_of_result(result), m_is_hurried,
-                                        [this] { --m_open_calls; });
-                     });
+    m_open_calls += 1 + static_cast<int>(m_apart.size());
+    ask_driver(
+        0, page_scripts::films_at(m_frame_us, m_port.is_heard()), [this](const json& result) {
+            const bool has_thrown = result.contains("exceptionDetails");
+            if (has_thrown && m_has_films) m_hearing.driver_threw();
+            m_hearing.take(value_of_result(result), m_is_hurried, [this] { --m_open_calls; });
+        });
+    ask_drivers_apart(page_scripts::films_at(m_frame_us, false), [this](const json& result) {
+        if (result.contains("exceptionDetails")) m_hearing.driver_threw();
+        --m_open_calls;
+    });
 }
 
 // What a film or a sound is waited for may never come. Asked for once more, they go on without it.
@@ -98,13 +123,13 @@ void page_timeline::ask_stalled() {
     forget_calls();
     await(phase::naming);
     m_stalled.clear();
-    ++m_open_calls;
-    m_inspector.call("Runtime.evaluate",
-                     {{"expression", page_scripts::k_stalled}, {"returnByValue", true}},
-                     [this](const json& result) {
-                         --m_open_calls;
-                         m_stalled = value_of_result(result);
-                     });
+    m_open_calls += 1 + static_cast<int>(m_apart.size());
+    const auto name = [this](const json& result) {
+        --m_open_calls;
+        if (m_stalled.empty()) m_stalled = value_of_result(result);
+    };
+    ask_driver(0, page_scripts::k_stalled, name);
+    ask_drivers_apart(page_scripts::k_stalled, name);
 }
 
 void page_timeline::tell_stalled() {
@@ -115,17 +140,25 @@ void page_timeline::tell_stalled() {
 // One that has been given up may be answered all the same, and not for a later frame.
 void page_timeline::show() {
     if (!m_is_quiet) return hold();
-    m_has_shown = false;
-    m_inspector.call(
-        "Runtime.evaluate",
-        {{"expression", page_scripts::k_shown}, {"awaitPromise", true}, {"returnByValue", true}},
-        [this, shown = ++m_shown](const json& result) {
-            if (shown != m_shown) return;
-            m_has_shown = true;
-            if (message_part(result, "/result/value") == false) m_has_moving_films = false;
-        });
+    ask_shown();
     await_pictures();
     m_due = m_limit = m_now;
+}
+
+// A driver that says nothing of what is to come may have more of it; a frame that has gone has not.
+void page_timeline::ask_shown() {
+    m_unshown = 1 + m_apart.size();
+    m_will_move = false;
+    const auto tell = [this, shown = ++m_shown](bool moves) {
+        if (shown != m_shown) return;
+        m_will_move |= moves;
+        if (--m_unshown == 0 && !m_will_move) m_has_moving_films = false;
+    };
+    const auto value_of = [](const json& result) { return message_part(result, "/result/value"); };
+    ask_driver(0, page_scripts::k_shown,
+               [=](const json& result) { tell(value_of(result) != false); });
+    ask_drivers_apart(page_scripts::k_shown,
+                      [=](const json& result) { tell(value_of(result) == true); });
 }
 
 void page_timeline::await_pictures() {

@@ -30,6 +30,15 @@ constexpr const char* k_sites = R"py(
         self.wfile.write(film[first:])
 )py";
 
+// A film from the beginning on, and one that begins 0.1 s later.
+constexpr const char* k_frame_of_films = R"html(<!doctype html>
+<style>body{margin:0;background:#000;overflow:hidden}video{display:block;position:absolute;
+width:64px;height:8px}#late{top:4px}</style><video src=/count.webm autoplay muted></video>
+<video id=late src=/count.webm muted></video><script>
+setTimeout(() => late.play(), 100);
+try { parent.document.title; document.body.textContent = ''; } catch {}
+</script>)html";
+
 // Four bars of two lines each, one for each clock, that move by a pixel each 20 ms. A frame that
 // may look into its page is of the same site, and shows none.
 constexpr const char* k_frame_of_bars = R"html(<!doctype html>
@@ -57,33 +66,52 @@ struct beside_case {
 };
 void PrintTo(const beside_case& c, std::ostream* out) { *out << c.name; }
 
-class RenderedOtherSite : public RenderFixture, public testing::WithParamInterface<beside_case> {};
+class RenderedOtherSite : public RenderFixture, public testing::WithParamInterface<beside_case> {
+protected:
+    static constexpr std::size_t k_frames = 40;
+    static constexpr std::size_t k_line = 64 * 4;
 
-TEST_P(RenderedOtherSite, FollowsThePagesClockExactly) {
-    constexpr std::size_t k_frames = 40;
-    constexpr std::size_t k_line = 64 * 4;
-    write_site(k_sites);
-    folder.write("frame.html", k_frame_of_bars);
-    const auto run = served(
-        "ffmpeg -v error -f lavfi -i \"nullsrc=s=64x8:r=50:d=2,geq=lum='if(eq(X,N),255,0)':cb=128:"
-        "cr=128\" -c:v libvpx-vp9 -lossless 1 count.webm\n"
-        "pennywort render \"$at/" +
-        std::string(GetParam().body) + "\" --size 64x16 --frames 40 -o a.bgra");
-    ASSERT_EQ(run.status, 0) << run.errors;
-    const std::string film = folder.read("a.bgra");
-    ASSERT_EQ(film.size(), k_frames * 16 * k_line);
-    const auto bar = [&](std::size_t frame, std::size_t line) {
+    // The page's pictures, of 64 x 16.
+    std::string film_with(const std::string& body) {
+        write_site(k_sites);
+        const auto run = served(
+            "ffmpeg -v error -f lavfi -i \"nullsrc=s=64x8:r=50:d=2,geq=lum='if(eq(X,N),255,0)':"
+            "cb=128:cr=128\" -c:v libvpx-vp9 -lossless 1 count.webm\n"
+            "pennywort render \"$at/" +
+            body + "\" --size 64x16 --frames 40 -o a.bgra");
+        EXPECT_EQ(run.status, 0) << run.errors;
+        return folder.read("a.bgra");
+    }
+    static std::size_t bar_in(const std::string& film, std::size_t frame, std::size_t line) {
         const char* const at = film.data() + (frame * 16 + line) * k_line;
         std::size_t x = 0;
         while (x < 64 && static_cast<unsigned char>(at[x * 4]) <= 128) ++x;
         return x;
-    };
+    }
+};
+
+TEST_P(RenderedOtherSite, FollowsThePagesClockExactly) {
+    folder.write("frame.html", k_frame_of_bars);
+    const std::string film = film_with(GetParam().body);
+    ASSERT_EQ(film.size(), k_frames * 16 * k_line);
+    const auto bar = [&](std::size_t frame, std::size_t line) { return bar_in(film, frame, line); };
     for (std::size_t n = 0; n < k_frames; ++n) {
         EXPECT_EQ(bar(n, 1), n) << "the animation at frame " << n;
         EXPECT_EQ(bar(n, 3), n) << "the turns at frame " << n;
         EXPECT_EQ(bar(n, 5), n) << "the timer at frame " << n;
         EXPECT_EQ(bar(n, 7), n) << "the clock at frame " << n;
         EXPECT_EQ(bar(n, 12), GetParam().has_film ? n : 64) << "the film at frame " << n;
+    }
+}
+
+TEST_P(RenderedOtherSite, HasFilmsThatMoveWithIt) {
+    folder.write("frame.html", k_frame_of_films);
+    const std::string film = film_with(GetParam().body);
+    ASSERT_EQ(film.size(), k_frames * 16 * k_line);
+    for (std::size_t n = 0; n < k_frames; ++n) {
+        EXPECT_EQ(bar_in(film, n, 1), n) << "the film at frame " << n;
+        EXPECT_EQ(bar_in(film, n, 6), n < 5 ? 0 : n - 5) << "the late one at frame " << n;
+        EXPECT_EQ(bar_in(film, n, 12), GetParam().has_film ? n : 64) << "the page's at frame " << n;
     }
 }
 

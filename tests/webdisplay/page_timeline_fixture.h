@@ -99,6 +99,8 @@ public:
     std::string says_at_load;  // an event that comes with the first answer
     int shows_at = 0;  // the frame that has the pictures of films, from when they are asked for
     bool has_films = true;
+    bool has_films_apart = true;  // in a frame of another site
+    std::int64_t frame_gone = 0;  // such a one that is there no more
     std::vector<int> shown;
     std::vector<page_samples> heard;
     std::string sounds;              // what its driver says at each frame
@@ -139,8 +141,21 @@ private:
         return result(id, {{"exceptionDetails", thrown}});
     }
 
+    static std::string refusal(int id) {
+        return json{{"id", id}, {"error", {{"code", -32000}}}}.dump();
+    }
+
+    std::string placed(int id) const {
+        json value = text(sounds);
+        if (is_bent) value["exceptionDetails"] = {{"text", "Uncaught"}};
+        return result(id, value);
+    }
+
     // Whether films move, when their pictures are shown.
-    std::string shown_to(int id) const { return result(id, {{"result", {{"value", has_films}}}}); }
+    std::string shown_to(int id, std::int64_t frame = 0) const {
+        const bool moves = frame != 0 ? has_films_apart : has_films;
+        return result(id, {{"result", {{"value", moves}}}});
+    }
 
     void answer(const json& call, std::vector<std::string>& answers) {
         const std::string method = call["method"];
@@ -149,6 +164,8 @@ private:
         const json& params = call["params"];
         const std::string expression = params.value("expression", "");
         if (!silent_about.empty() && expression.find(silent_about) != std::string::npos) return;
+        const std::int64_t frame = params.value("contextId", std::int64_t{0});
+        if (frame != 0 && frame == frame_gone) return answers.push_back(refusal(id));
         if (method == "Runtime.compileScript") return answers.push_back(compiled(id));
         if (expression == page_scripts::k_turn) return turns.push_back(id);
         if (method == "Performance.getMetrics") {
@@ -160,11 +177,10 @@ private:
             answers.push_back(k_read);
         }
         const bool shows = expression == page_scripts::k_shown;
-        if (shows) return shows_at > 0 ? shown.push_back(id) : answers.push_back(shown_to(id));
+        if (shows && shows_at > 0) return shown.push_back(id);
+        if (shows) return answers.push_back(shown_to(id, frame));
         if (expression.find("thinternal films") != std::string::npos) {
-            json value{{"result", {{"type", "string"}, {"value", sounds}}}};
-            if (is_bent) value["exceptionDetails"] = {{"text", "Uncaught"}};
-            return answers.push_back(result(id, value));
+            return answers.push_back(placed(id));
         }
         if (params.contains("returnByValue")) {
             return answers.push_back(result(id, value_of(expression)));
@@ -201,7 +217,7 @@ private:
         const double ahead = *std::exchange(moves_on_ms, std::nullopt);
         clock_ms += ahead;
         for (const int id : std::exchange(turns, {})) {
-            answers.push_back(json{{"id", id}, {"error", {{"code", -32000}}}}.dump());
+            answers.push_back(refusal(id));
         }
         answers.push_back(k_navigated);
         is_read = !is_read_late;
@@ -283,8 +299,9 @@ protected:
         turn();
     }
     // What the page's driver says by its binding.
-    void say_driver(const std::string& payload) {
-        const json params{{"name", "thinternalFilms"}, {"payload", payload}};
+    void say_driver(const std::string& payload, int context = 1) {
+        const json params{
+            {"name", "thinternalFilms"}, {"payload", payload}, {"executionContextId", context}};
         say(json{{"method", "Runtime.bindingCalled"}, {"params", params}}.dump());
     }
     std::vector<std::string> expressions_with(const std::string& part) const {

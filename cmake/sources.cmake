@@ -33,14 +33,12 @@ function(pennywort_works_without_descriptors target)
   endif()
 endfunction()
 
-# pennywort_joins_files(<target>): parses what the files include once for eight of them, where
-# PENNYWORT_JOIN_FILES is on: names that no header has are to differ among them, which dev does not see.
+# pennywort_joins_files(<target>): parses what the files include once for eight of them: names that no
+# header has are to differ among them. Tests always do, the product's files where PENNYWORT_JOIN_FILES is
+# on; elsewhere each of those has to include what it uses.
 # What stands on the system's own headers stays apart: one of these takes the names of another's.
-option(PENNYWORT_JOIN_FILES "Compile several files as one" OFF)
+option(PENNYWORT_JOIN_FILES "Compile several files of the product as one, too" OFF)
 function(pennywort_joins_files target)
-  if(NOT PENNYWORT_JOIN_FILES)
-    return()
-  endif()
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
   # The files are included by their whole paths, which would be another text for ccache in each clone.
   target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)

@@ -1,5 +1,6 @@
-# Read by ctest in a build folder: makes a test of each suite of `program`, which `launcher` runs.
-get_filename_component(target ${program} NAME)
+# Read by ctest in a build folder: makes a test of each suite of `program`, which `launcher` runs. Of
+# the suites of which `may_skip` lists a test for `preset`, each test is one: those are told by their names.
+get_filename_component(target ${program} NAME_WE)
 if(NOT EXISTS ${program})
   # ctest tells of it as of one that it could not run.
   add_test(${target}_NOT_BUILT ${target}_NOT_BUILT)
@@ -10,10 +11,30 @@ execute_process(COMMAND ${launcher} ${program} --gtest_list_tests
 if(NOT status EQUAL 0)
   message(FATAL_ERROR "${program} does not list its tests: ${status}\n${listed}")
 endif()
-# A suite's name ends with a dot; behind it may be the type that it was made with.
-string(REGEX MATCHALL "\n[A-Za-z][^ \n]*[.]" names "\n${listed}")
+file(STRINGS ${may_skip} apart REGEX "^${preset} ")
+list(TRANSFORM apart REPLACE "^${preset} (.*)[.][^.]*$" "\\1")
+set(tests)
+# A suite's name ends with a dot and begins its line; behind it may be the type that it was made with. The
+# names of its tests are indented, and behind them may be what they were made with.
+string(REGEX MATCHALL "\n(  )?[A-Za-z][^ \r\n]*" names "\n${listed}")
 foreach(name IN LISTS names)
-  string(REGEX REPLACE "^\n|[.]$" "" name "${name}")
-  add_test("${name}" ${launcher} ${program} "--gtest_filter=${name}.*")
+  string(REGEX REPLACE "^\n" "" name "${name}")
+  if(name MATCHES "^[^ ].*[.]$")
+    string(REGEX REPLACE "[.]$" "" suite "${name}")
+    list(FIND apart "${suite}" place)
+    if(place EQUAL -1)
+      list(APPEND tests "${suite}")
+    endif()
+  elseif(name MATCHES "^  " AND NOT place EQUAL -1)
+    string(STRIP "${name}" name)
+    list(APPEND tests "${suite}.${name}")
+  endif()
+endforeach()
+foreach(name IN LISTS tests)
+  set(filter "${name}")
+  if(NOT name MATCHES "[.]")
+    set(filter "${name}.*")
+  endif()
+  add_test("${name}" ${launcher} ${program} "--gtest_filter=${filter}")
   set_tests_properties("${name}" PROPERTIES TIMEOUT 900 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
 endforeach()

@@ -43,15 +43,25 @@ function(pennywort_test_programs directory)
 endfunction()
 
 # pennywort_discovers_tests(<target>): each of its tests is one of ctest's, in a process of its own. Under
-# a sanitizer each suite is: such a process takes a hundred times longer to start than most tests run. Not
-# for a program of which a test needs a process that no other has used.
+# a sanitizer and under Wine each suite is: such a process takes a hundred times longer to start than most
+# tests run. Not for a program of which a test needs a process that no other has used.
 function(pennywort_discovers_tests target)
-  if(NOT PENNYWORT_SANITIZE)
+  if(NOT PENNYWORT_SANITIZE AND NOT WIN32)
     gtest_discover_tests(${target})
     return()
   endif()
+  set(preset other)
+  if(WIN32)
+    set(preset mingw)
+  endif()
+  get_target_property(launcher ${target} CROSSCOMPILING_EMULATOR)
   set(file ${CMAKE_CURRENT_BINARY_DIR}/${target}_suites.cmake)
-  file(GENERATE OUTPUT ${file} CONTENT
-    "set(launcher \"${CMAKE_CROSSCOMPILING_EMULATOR}\")\nset(program \"$<TARGET_FILE:${target}>\")\ninclude(\"${PROJECT_SOURCE_DIR}/cmake/suites.cmake\")\n")
+  string(CONCAT script
+    "set(launcher \"${launcher}\")\n"
+    "set(program \"$<TARGET_FILE:${target}>\")\n"
+    "set(preset ${preset})\n"
+    "set(may_skip \"${PROJECT_SOURCE_DIR}/tests/may_skip.txt\")\n"
+    "include(\"${PROJECT_SOURCE_DIR}/cmake/suites.cmake\")\n")
+  file(GENERATE OUTPUT ${file} CONTENT "${script}")
   set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${file})
 endfunction()

@@ -155,7 +155,7 @@ class TimelineFault : public testing::TestWithParam<fault> {};
 
 TEST_P(TimelineFault, EachFrameHasOneEnd) {
     int at = 0;
-    for (;; at += tests::effort(1, 5)) {
+    for (;; at += tests::effort(1, 20)) {
         SCOPED_TRACE(at);
         faulty_film film(GetParam(), at);
         film.live();

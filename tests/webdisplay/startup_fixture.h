@@ -45,7 +45,9 @@ protected:
     }
     // Runs a probe and answers what it wrote.
     std::string run_probe(const fs::path& probe, const std::string& argument = "") const {
-        const fs::path output = m_folder / "output";
+        // Of each run its own: what a run has started may hold its output for a while longer, and
+        // Windows does not let the next one have it then.
+        const fs::path output = m_folder / ("output" + std::to_string(++m_runs));
         const std::string command =
             "\"" + probe.string() + "\" " + argument + " > \"" + output.string() + "\" 2>&1";
         EXPECT_EQ(test_process::run(command), 0) << command;
@@ -57,4 +59,7 @@ protected:
     static bool has(const std::string& text, const std::string& part) {
         return text.find(part) != std::string::npos;
     }
+
+private:
+    mutable int m_runs = 0;
 };

@@ -15,7 +15,7 @@ namespace pennywort::host {
 namespace {
 
 // Languages whose words are in the pack of another name.
-constexpr std::pair<std::string_view, std::string_view> k_other_names[] = {
+constexpr std::pair<std::string_view, std::string_view> k_language_names[] = {
     {"no", "nb"}, {"tl", "fil"}, {"iw", "he"}, {"in", "id"}};
 
 // It need not be there: the browser does not start then, and says so.
@@ -40,7 +40,7 @@ bool is_locale(const std::string& text) {
 
 bool has_words_of(const std::string& locale, const std::vector<std::string>& packs) {
     std::string language = text::lower(locale.substr(0, locale.find('-')));
-    for (const auto& [other, name] : k_other_names) {
+    for (const auto& [other, name] : k_language_names) {
         if (language == other) language = name;
     }
     return std::any_of(packs.begin(), packs.end(), [&language](const std::string& pack) {

@@ -22,7 +22,7 @@ constexpr auto k_doubt_after = 300ms;
 constexpr auto k_alive_interval = 1000ms;
 
 // The first picture may have been under way already when it was asked for.
-constexpr int k_pictures = 2;
+constexpr int k_pictures_awaited = 2;
 
 std::string in_seconds(std::chrono::milliseconds time) {
     const auto tenths = time.count() / 100;
@@ -312,7 +312,7 @@ void page_run::step_drawing(time_point now) {
 
 void page_run::step_painting() {
     if (m_port.pictures() <= m_pictures_before) return;
-    if (++m_pictures_seen == k_pictures) return enter(state::ready);
+    if (++m_pictures_seen == k_pictures_awaited) return enter(state::ready);
     ask_for_picture();
 }
 

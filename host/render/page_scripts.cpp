@@ -23,7 +23,7 @@ struct place {
 };
 
 // "12 text", as the page counts the lines.
-std::optional<place> place_of(const std::string& answer) {
+std::optional<place> place_in(const std::string& answer) {
     const auto blank = answer.find(' ');
     const auto line = text::whole<std::int64_t>(answer.substr(0, blank));
     if (blank == answer.npos || !line) return {};
@@ -83,7 +83,7 @@ std::string run_of(const std::string& script) {
 }
 
 std::string thrown_text(const std::string& name, const std::string& rest) {
-    const auto where = place_of(rest);
+    const auto where = place_in(rest);
     return where ? told_at(name, *where) : name + ": " + rest;
 }
 
@@ -110,7 +110,7 @@ std::string parse_check(const std::string& script) {
 
 std::string parse_fault(const std::string& name, std::int64_t lines, const std::string& answer) {
     if (answer == "fine") return {};
-    auto where = place_of(answer);
+    auto where = place_in(answer);
     if (!where) return name + " is no JavaScript; the page does not let it be said in which line";
     for (const auto noise : k_noise) drop_each(where->text, noise);
     // What is missing at the end is noticed behind it.

@@ -2,6 +2,7 @@
 #include "webdisplay/page_hearing.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
@@ -54,11 +55,11 @@ void page_hearing::hear(const std::string& method, const json& parameters) {
 
 void page_hearing::page_begins() {
     m_world = 0;
-    m_has_warned = m_has_told_worker = false;
+    m_has_warned = m_has_told_worker = m_has_told_fetch = false;
 }
 
 // Said in the world beside the page's, whose console no script of the page can reach.
-void page_hearing::warn(const char* script, bool& has_warned) {
+void page_hearing::warn(const std::string& script, bool& has_warned) {
     if (std::exchange(has_warned, true)) return;
     with_world([this, script] { evaluate(script, {}); });
 }
@@ -66,6 +67,15 @@ void page_hearing::warn(const char* script, bool& has_warned) {
 void page_hearing::driver_threw() { warn(k_bent_warning, m_has_warned); }
 
 void page_hearing::worker_left() { warn(k_worker_warning, m_has_told_worker); }
+
+void page_hearing::fetch_left(std::chrono::milliseconds patience) {
+    char script[200];
+    std::snprintf(script, sizeof script,
+                  "console.warn('thinternal clock: a fetch that does not end, or a busy script, "
+                  "has held the time of the page for %g s, which goes on without it')",
+                  std::chrono::duration<double>(patience).count());
+    warn(script, m_has_told_fetch);
+}
 
 void page_hearing::take(const std::string& said, bool is_hurried, std::function<void()> over) {
     const std::size_t end = std::min(said.find('\n'), said.size());

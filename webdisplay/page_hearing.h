@@ -5,6 +5,7 @@
 // page that plays a file of another site, or of this machine, may not have its samples.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
@@ -36,10 +37,12 @@ public:
     void driver_threw();
     // A worker of the page's own has been left behind: the page is warned of that, once.
     void worker_left();
+    // What it fetches has held its time for as long as it may: the page is warned of that, once.
+    void fetch_left(std::chrono::milliseconds patience);
 
 private:
     void page_begins();
-    void warn(const char* script, bool& has_warned);
+    void warn(const std::string& script, bool& has_warned);
     void with_world(std::function<void()> work);
     void make_world(const std::string& frame, std::function<void()> work);
     void evaluate(const std::string& expression, page_inspector::receiver answered);
@@ -52,6 +55,7 @@ private:
     std::int64_t m_world = 0;   // the inspector's number for it; 0 before there is one
     bool m_has_warned = false;  // this document
     bool m_has_told_worker = false;
+    bool m_has_told_fetch = false;
 };
 
 }  // namespace pennywort::webdisplay

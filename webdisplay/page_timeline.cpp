@@ -44,6 +44,8 @@ constexpr auto k_read_interval = 20ms;
 // room in their number.
 constexpr std::int64_t k_last_moment_us = 1'000'000'000'000'000;
 
+constexpr std::size_t k_longest_told_url = 500;
+
 // Also where a timer's script holds the page's time.
 constexpr const char* k_hangs =
     "the page hangs: one of its scripts has not come to an end within 30 s";
@@ -100,7 +102,9 @@ void page_timeline::hear(const std::string& method, const json& params) {
     } else if (method == "Runtime.bindingCalled") {
         if (message_text(params, "/name") == page_scripts::k_film_binding) films_begin(params);
     } else if (method == "Page.frameNavigated") {
-        if (message_part(params, "/frame/parentId").is_null()) page_begins();
+        if (message_part(params, "/frame/parentId").is_null()) {
+            page_begins(message_text(params, "/frame/id"));
+        }
     } else if (method == "Runtime.executionContextsCleared") {
         m_apart.clear();
     } else if (method == "Page.domContentEventFired") {
@@ -110,11 +114,23 @@ void page_timeline::hear(const std::string& method, const json& params) {
         if (m_phase == phase::reading) m_has_come = true;
     } else if (method == "Page.javascriptDialogOpening") {
         answer_dialog(message_text(params, "/defaultPrompt"));
+    } else {
+        hear_of_next(method, params);
     }
 }
 
+// Where it comes to no page, that has stopped.
+void page_timeline::hear_of_next(const std::string& method, const json& params) {
+    const bool is_asked = method == "Page.frameRequestedNavigation";
+    if (!is_asked && method != "Page.frameStoppedLoading") return;
+    if (message_text(params, "/frameId") != m_frame) return;
+    m_next_page = is_asked ? message_text(params, "/url").substr(0, k_longest_told_url) : "";
+}
+
 // The one that was asked for, or one that the page in the film has moved on to.
-void page_timeline::page_begins() {
+void page_timeline::page_begins(const std::string& main_frame) {
+    m_frame = main_frame;
+    m_next_page.clear();
     if (m_phase != phase::loading && !has_page()) return;
     (m_phase == phase::loading ? m_has_begun : m_has_moved_on) = true;
     m_has_moving_films = false;
@@ -400,8 +416,12 @@ void page_timeline::late(const row& current) {
     if (m_phase == phase::placing) return m_is_hurried ? ask_stalled() : hurry();
     if (m_phase == phase::naming) return tell_stalled();
     if (m_phase == phase::showing) return show_again(current.fault);
+    const bool is_next_late = m_phase == phase::moving && m_is_forced && !m_next_page.empty();
+    if (is_next_late) {
+        return fail("the page moves on to another one, which does not come: " + m_next_page);
+    }
     if (m_phase != phase::moving || std::exchange(m_is_forced, true)) return fail(current.fault);
-    m_was_forced = true;
+    if (!std::exchange(m_was_forced, true)) m_hearing.fetch_left(m_start.patience);
     m_inspector.call("Emulation.setVirtualTimePolicy", {{"policy", "advance"}});
     m_due = m_limit = m_now + k_forced_limit;
 }

@@ -200,7 +200,8 @@ private:
     bool has_page() const { return m_phase >= phase::standing && m_phase < phase::failed; }
 
     void hear(const std::string& method, const nlohmann::json& params);
-    void page_begins();
+    void page_begins(const std::string& main_frame);
+    void hear_of_next(const std::string& method, const nlohmann::json& params);
     void fence_clock();
     void read_clock(const nlohmann::json& result);
     double day_here() const;
@@ -345,6 +346,8 @@ private:
     page_grain m_grain;
     int m_wakes = 0;
     bool m_has_moved_on = false;  // the page has, to another one
+    std::string m_frame;          // the page's own: the inspector's name for it
+    std::string m_next_page;      // where it is about to go; empty if nowhere
     int m_moves = 0;              // how often it has in this frame
     time m_frame_began{};
     bool m_is_read = false;  // all that it begins with is there

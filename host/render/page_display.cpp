@@ -11,6 +11,7 @@
 
 #include "core/limits.h"
 #include "host/app/json.h"
+#include "host/render/fast_forward.h"
 #include "loam/record.h"
 #include "loam/string.h"
 
@@ -149,6 +150,18 @@ void page_display::advance(std::function<void(bool is_there)> told) {
         told(how != cWebDisplayPageFrame::Failed);
     };
     if (!m_browser->AdvancePage(m_unseen_us + moment.count(), ended)) told(false);
+}
+
+void page_display::fast_forward(const picture_size& page) {
+    m_browser->CallInspector("Emulation.setDeviceMetricsOverride",
+                             zString(tiny_picture(page.width, page.height)), {});
+}
+
+void page_display::end_fast_forward(std::function<void(const char* kept)> told) {
+    m_browser->CallInspector("Emulation.clearDeviceMetricsOverride", "", {});
+    m_browser->CallInspector(
+        "DOMSnapshot.captureSnapshot", k_drawing_snapshot,
+        [told = std::move(told)](const zString& snapshot) { told(kept_drawing(snapshot.View())); });
 }
 
 // As little of the page's time as there is, so that its film begins where it would.
@@ -328,9 +341,13 @@ void page_display::InspectorEvent(const zString& method, const zString& paramete
     if (is_page_begun(method.View(), parameters.View())) {
         m_told.page_begins();
         m_media_types.page_begins();
+        m_open_requests.page_begins();
     }
     m_media_types.hear(method.View(), parameters.View());
-    const auto said = saying_of(method.View(), parameters.View(), m_is_of_file, m_media_types);
+    m_open_requests.hear(method.View(), parameters.View());
+    auto said = saying_of(method.View(), parameters.View(), m_is_of_file, m_media_types);
+    const std::string open = said ? m_open_requests.oldest() : std::string();
+    if (said && tells_of_fetch(*said) && !open.empty()) said->line += "; open: " + open;
     if (said && m_told.is_new(*said)) m_heard(*said);
 }
 

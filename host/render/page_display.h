@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/run/clock.h"
+#include "host/render/open_requests.h"
 #include "host/render/page_run.h"
 #include "host/render/page_sayings.h"
 #include "host/render/page_setup.h"
@@ -53,6 +54,10 @@ public:
     // Only of a page by its own clock: moves it on by one frame, the first one to its beginning.
     // `told` hears when the picture of that moment is there, or that it will not be.
     void advance(std::function<void(bool is_there)> told);
+    // Of such a page, of that size: from now on almost nothing of it is drawn, until the other one
+    // is called. `told` hears what in it goes on looking as it did meanwhile; null for nothing.
+    void fast_forward(const picture_size& page);
+    void end_fast_forward(std::function<void(const char* kept)> told);
     // Frames of this page that were asked for so far.
     std::uint64_t advanced() const { return m_advanced; }
     // Why it was not; empty if nothing is known.
@@ -124,6 +129,7 @@ private:
     bool m_is_open = false;
     told_sayings m_told;
     media_types m_media_types;
+    open_requests m_open_requests;
     std::atomic<bool> m_is_of_file{false};  // the page is a file of this machine
     std::string m_refused;
     std::uint64_t m_advanced = 0;  // frames of this page

@@ -287,6 +287,11 @@ std::optional<page_saying> saying_of(std::string_view method, std::string_view p
     return is_binding ? binding_saying(event, is_of_file, types) : reader(event);
 }
 
+bool tells_of_fetch(const page_saying& said) {
+    return said.kind == saying_kind::clock &&
+           said.line.starts_with("clock: a fetch that does not end");
+}
+
 std::string evaluation_fault(std::string_view result) {
     const json answer = json::parse(result, nullptr, false);
     if (!answer.is_object()) return {};

@@ -77,6 +77,9 @@ inline constexpr std::string_view k_dialog_event = "Page.javascriptDialogOpening
 std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,
                                      bool is_of_file = false, const media_types& types = {});
 
+// Whether it is that a fetch holds the page's time no longer, without the name of what is fetched.
+bool tells_of_fetch(const page_saying& said);
+
 // What the evaluation of an expression threw, with its place, of the inspector's answer to it.
 // Empty where it threw nothing.
 std::string evaluation_fault(std::string_view result);

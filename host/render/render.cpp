@@ -62,6 +62,7 @@ private:
     bool has_waited_for_reason();
     void leave_page(page_display& display);
     void tick(page_display& display, time_point now, std::uint64_t due);
+    void fast_forward(page_display& display);
     bool is_exact() const { return m_options.clock == page_clock::own; }
     void run_loop(page_display& display);
     void wait_for_sound();
@@ -109,6 +110,7 @@ private:
     bool m_is_moving = false;    // an exact page: frames are asked for, output or not
     std::uint64_t m_asked = 0;   // frames of an exact page, and those of them that are over
     std::uint64_t m_over = 0;
+    bool m_is_forwarding = false;
     std::uint64_t m_lived = 0;  // frames of an exact page before those
     std::string m_frame_fault;  // of the first of them that failed
     time_point m_frame_failed{};
@@ -262,6 +264,23 @@ void render_session::begin_frames(const page_display& display) {
     begin_counting_at(0);
 }
 
+// What was drawn tiny is drawn anew within the last frames before the film.
+void render_session::fast_forward(page_display& display) {
+    constexpr std::uint64_t k_drawn = 5;
+    const bool is_unseen = m_asked + k_drawn < m_options.first_frame;
+    if (!m_options.is_fast_forward || is_unseen == m_is_forwarding) return;
+    m_is_forwarding = is_unseen;
+    if (is_unseen) {
+        return display.fast_forward({m_options.page_width, m_options.page_height});
+    }
+    display.end_fast_forward([this](const char* kept) {
+        if (kept == nullptr) return;
+        m_progress.say(std::string("pennywort: --fast-forward: the page keeps parts as they were "
+                                   "first drawn (") +
+                       kept + "), which may look otherwise than in the whole film");
+    });
+}
+
 // `over`: the page's frames before it. The one at which output begins shows what the page does
 // then, changed by it or not.
 void render_session::begin_counting_at(std::uint64_t over) {
@@ -390,6 +409,7 @@ void render_session::ask_frames(page_display& display) {
     constexpr std::uint64_t k_ahead = 2;
     while (m_asked < frames_to_move() && m_asked < m_over + k_ahead && m_recorder->has_room() &&
            m_failure.empty() && m_frame_fault.empty()) {
+        fast_forward(display);
         ++m_asked;
         display.advance([this, &display](bool is_there) { frame_ended(display, is_there); });
     }

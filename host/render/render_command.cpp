@@ -55,6 +55,10 @@ void render_command::add_page_options(option_parser& parser) {
                     "Of an exact film: begin so many seconds into it; the page lives through them "
                     "unseen")
         .type_name("S");
+    parser.add_flag("--fast-forward", m_options.is_fast_forward,
+                    "Of --from: do not draw what lies before it, which is much faster where a page "
+                    "is hard to draw. Parts that a page keeps as they were first drawn "
+                    "(will-change) may look otherwise than in the whole film");
     parser.add_option("--to", m_raw.to, "The end of the film as a time of it, instead of a length")
         .type_name("S");
     parser.add_flag("--endless", m_raw.is_endless,
@@ -202,6 +206,7 @@ std::string render_command::take_seconds() {
 
 // One rounding for both ends, so that what ends at a moment and what begins there meet.
 std::string render_command::take_piece() {
+    if (m_options.is_fast_forward && m_raw.from.empty()) return "--fast-forward needs --from";
     if (m_raw.from.empty() && m_raw.to.empty()) return {};
     const char* const given = m_raw.from.empty() ? "--to" : "--from";
     if (m_options.clock != page_clock::own) {

@@ -43,6 +43,7 @@ struct render_options {
     output_target output;
     std::optional<output_target> key;
     page_clock clock = page_clock::host;
+    bool is_fast_forward = false;  // up to `first_frame`: almost nothing is drawn
     pump_pacing pacing = pump_pacing::on_request;
     bool is_muted = false;
     bool gpu = false;

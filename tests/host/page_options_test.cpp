@@ -103,6 +103,7 @@ const refused_arguments k_refused_pages[] = {
     {"ToOfALivePage", {"--to", "1"}, "--to needs a page by its own clock"},
     {"FromNegative", {"--exact", "--from=-1"}, "--from -1"},
     {"ToBeforeFrom", {"--exact", "--from", "2", "--to", "2"}, "--to 2 is not a time behind"},
+    {"FastForwardToNowhere", {"--exact", "--fast-forward"}, "--fast-forward needs --from"},
     {"ToAndSeconds", {"--exact", "--to", "2", "--seconds", "1"}, "--to"},
     {"PieceOfTwoPages", {"about:blank", "--exact", "--to", "2"}, "--to is of one page"},
     {"DateInAZoneThatThereIsNot",

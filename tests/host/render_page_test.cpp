@@ -38,13 +38,18 @@ TEST_F(RenderPage, HasTheDiceOfItsSeed) {
     const auto run = folder.run(
         "film='pennywort render dice.html --size 64x64 --frames 20 --date @1800000000'\n"
         "$film -o a.bgra && $film -o b.bgra && $film --seed 2 -o c.bgra && "
-        "sha256sum a.bgra b.bgra c.bgra");
+        "$film --seed 0 -o d.bgra && $film --seed 0 -o e.bgra && "
+        "$film --seed 4294967295 -o f.bgra && $film --seed 4294967295 -o g.bgra && "
+        "sha256sum ?.bgra");
     ASSERT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(folder.read("a.bgra").size(), 20u * 64 * 64 * 4);
     const std::size_t line = run.output.find('\n') + 1;
     const auto hash = [&](std::size_t n) { return run.output.substr(n * line, 64); };
     EXPECT_EQ(hash(0), hash(1)) << run.output;
     EXPECT_NE(hash(0), hash(2)) << run.output;
+    EXPECT_EQ(hash(3), hash(4)) << run.output;
+    EXPECT_EQ(hash(5), hash(6)) << run.output;
+    EXPECT_NE(hash(3), hash(5)) << run.output;
 }
 
 // --- its picture
@@ -333,10 +338,31 @@ TEST_F(RenderPage, InPiecesIsTheWholeFilm) {
             "$film --to 0.5 -o piece-1.bgra & $film --from 0.5 --to 1.1 -o piece-2.bgra & wait\n"
             "$film --from 1.1 --frames 24 -o piece-3.bgra\n"
             "cat piece-?.bgra > pieces.bgra\n"
-            "cmp whole.bgra pieces.bgra");
+            "cmp whole.bgra pieces.bgra || exit\n"
+            "$film --from 1.1 --frames 24 --fast-forward -o fast.bgra && cmp fast.bgra "
+            "piece-3.bgra");
         EXPECT_EQ(run.status, 0) << page << run.output << run.errors;
         EXPECT_EQ(folder.read("whole.bgra").size(), 90u * 64 * 32 * 4);
+        EXPECT_EQ(run.errors.find("--fast-forward: "), std::string::npos) << run.errors;
     }
+}
+
+// The browser goes on with what it first drew of such an element.
+TEST_F(RenderPage, ThatKeepsWhatWasDrawnTinyIsTold) {
+    folder.write("keeps.html",
+                 "<!doctype html><style>body{margin:0;font:8px serif}div{will-change:transform;"
+                 "transform-origin:0 0}</style><div>text</div><script>requestAnimationFrame("
+                 "function next(at) { document.querySelector('div').style.transform = "
+                 "`scale(${1 + at / 500})`; requestAnimationFrame(next); })</script>");
+    const auto run = folder.run(
+        "film='pennywort render keeps.html --size 64x32 --date 2026-11-22 --from 1 --frames 2'\n"
+        "$film -o drawn.bgra && $film --fast-forward -o fast.bgra && ! cmp -s drawn.bgra "
+        "fast.bgra");
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+    EXPECT_NE(run.errors.find("pennywort: --fast-forward: the page keeps parts as they were first "
+                              "drawn (will-change)"),
+              std::string::npos)
+        << run.errors;
 }
 
 TEST_F(RenderPage, ThatHangsIsToldInOneLineEach) {

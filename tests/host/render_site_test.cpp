@@ -79,6 +79,9 @@ TEST_P(RenderWithout, WhatNeverComesAPageIsShownByOneThatDoesNotWaitForIt) {
     EXPECT_EQ(pixel("dom.png", 15, 15), k_white);
     EXPECT_EQ(pixel("truth.png", 15, 15), k_white);
     EXPECT_NE(run.errors.find("has not loaded within 5 s"), std::string::npos) << run.errors;
+    const auto told = run.errors.find("has held the time of the page for 0.5 s");
+    EXPECT_NE(told, std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("/never\n", told), std::string::npos) << run.errors;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -89,6 +92,17 @@ INSTANTIATE_TEST_SUITE_P(
                                "<p style='font-family:late'>text"},
                     never_case{"AFrame", "<iframe src=/never width=8 height=8></iframe>"}),
     [](const auto& one) { return std::string(one.param.name); });
+
+TEST_F(RenderSite, ThatMovesOnToAPageThatNeverComesIsToldItsAddress) {
+    folder.write("waits.html",
+                 "<!doctype html><script>setTimeout(() => location = '/never', 100)</script>");
+    const auto run =
+        served("pennywort render $at/waits --size 16x16 --start dom --frames 20 -o a.mkv");
+    EXPECT_EQ(run.status, 1);
+    const auto told = run.errors.find("the page moves on to another one, which does not come: ");
+    ASSERT_NE(told, std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("/never", told), std::string::npos) << run.errors;
+}
 
 TEST_F(RenderSite, OfAServerThatNobodyVouchesForIsShownOnlyWhereTheUserTrustsIt) {
     const std::string plain = folder.read("server.py");

@@ -281,6 +281,7 @@ TEST_F(TimelineOfText, DoesNotWaitLongForWhatThePageFetches) {
     pass(1ms);
     paint();
     EXPECT_EQ(ends.size(), 2u);
+    EXPECT_EQ(expressions_with("held the time of the page for 0.5 s").size(), 1u);
 }
 
 class TimelineOfTruth : public PageTimeline {

@@ -246,14 +246,44 @@ TEST_F(PageTimeline, OneThatIsNeverTakenFailsAndSoDoThoseThatWait) {
     EXPECT_FALSE(timeline.advance(60'000, {}));
 }
 
-TEST_F(PageTimeline, AFetchThatNeverEndsIsLeftBehind) {
+// The browser gives no time to a page that is about to go.
+class NextPage : public PageTimeline, public testing::WithParamInterface<bool> {};
+
+TEST_P(NextPage, ThatDoesNotComeFailsByItsAddress) {
+    const bool is_given_up = GetParam();
+    begin();
+    say(k_navigated);
+    const auto tell = [&](const char* what, const char* frame, const char* url) {
+        const json params{{"frameId", frame}, {"url", url}};
+        say(json{{"method", what}, {"params", params}}.dump());
+    };
+    tell("Page.frameRequestedNavigation", "b", "http://a/of-a-frame");
+    tell("Page.frameRequestedNavigation", "a", "http://a/next");
+    tell("Page.frameStoppedLoading", is_given_up ? "a" : "b", "");
+    page.silent_at = "Emulation.setVirtualTimePolicy";
+    ask(20'000);
+    pass(30s);
+    pass(5s);
+    const char* const fault =
+        is_given_up ? "the page hangs: one of its scripts has not come to an end within 30 s"
+                    : "the page moves on to another one, which does not come: http://a/next";
+    EXPECT_EQ(page.faults, std::vector<std::string>{fault});
+}
+
+INSTANTIATE_TEST_SUITE_P(Given, NextPage, testing::Bool(),
+                         [](const auto& one) { return one.param ? "Up" : "Time"; });
+
+TEST_F(PageTimeline, AFetchThatNeverEndsIsLeftBehindAndTold) {
     begin();
     page.holds_time = true;
     ask(20'000);
     EXPECT_EQ(ends.size(), 1u);
-    pass(30s);
+    pass(29s);
+    EXPECT_TRUE(expressions_with("thinternal clock: a fetch").empty());
+    pass(1s);
     paint();
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+    EXPECT_EQ(expressions_with("held the time of the page for 30 s").size(), 1u);
 }
 
 TEST_F(PageTimeline, AFetchThatIsMeantToStayOpenHoldsItOnce) {
@@ -268,6 +298,7 @@ TEST_F(PageTimeline, AFetchThatIsMeantToStayOpenHoldsItOnce) {
         paint();
         EXPECT_EQ(ends.size(), static_cast<std::size_t>(n) + 1);
     }
+    EXPECT_EQ(expressions_with("thinternal clock: a fetch").size(), 1u) << "told once";
     EXPECT_NEAR(page.clock_ms, 5002.3 + 80, 1e-3) << "and each frame is at its moment";
 }
 

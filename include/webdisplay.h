@@ -174,7 +174,8 @@ struct cWebDisplayPageStatus {
 //   "web_host_clock"           the page paints on NextFrame only (default: at the frame rate)
 //   "web_page_clock"           the page lives by a time of its own, which stands at its beginning
 //                              until AdvancePage moves it: its scripts, timers, animations and
-//                              films see no other. Wants EnablePageClock
+//                              films see no other. Wants EnablePageClock. A page whose display
+//                              has a page callback receiver gets no icon (favicon.ico)
 //   "web_page_day"             what the page's clocks say at that beginning, in seconds since 1970
 //                              (default, 0: now)
 //   "web_page_start"           when such a page counts as loaded, and its time may begin: "load"

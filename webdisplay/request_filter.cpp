@@ -10,6 +10,10 @@ namespace pennywort::webdisplay {
 
 cef_return_value_t request_filter::OnBeforeResourceLoad(cef_request_t* request,
                                                         cef::ref<cef_callback_t> callback) {
+    // Nobody sees it, and a fetch that is under way when the page's time is first moved lets that
+    // pass by the timers that are due then.
+    const bool is_icon = request->get_resource_type(request) == RT_FAVICON;
+    if (is_icon && m_client->is_on_page_clock()) return RV_CANCEL;
     const std::string url = cef::utf8_of(request->get_url(request));
     const bool posted = cef::post_to_ui([client = m_client, url, callback] {
         const bool allowed = client->may_request(url);

@@ -63,6 +63,7 @@ public:
     // Whether the browser may be given a page now. One that lives by its own clock may not be
     // before that stands; the owner's LoadNextUrl is called again then. UI thread.
     bool may_load();
+    bool is_on_page_clock() const { return m_is_on_page_clock; }
     // See cWebDisplayBrowser::AdvancePage. UI thread.
     void advance_page(std::int64_t microseconds, page_timeline::receiver told);
     // See cWebDisplayBrowser::AskPage. UI thread.

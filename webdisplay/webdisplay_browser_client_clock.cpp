@@ -55,7 +55,9 @@ void webdisplay_browser_client::page_stands() {
     report_end(*owner, state.browser.get(), cef::utf8_of(frame->get_url(frame.get())));
 }
 
+// What kept the page before from its frames says nothing of the next one.
 bool webdisplay_browser_client::may_load() {
+    if (m_driver) note_fault({});
     return !m_waits_for_calls && (!m_driver || m_driver->may_load());
 }
 

@@ -227,8 +227,12 @@ void cWebDisplayCEFBrowserManager::AddCommandLineSwitch(const char* name, const 
 
 void cWebDisplayCEFBrowserManager::EnableExactTicks() { process().has_exact_ticks = true; }
 
+// To the script engine 0 is a wish for dice that nobody can foresee; in its place stands a number
+// that few would choose.
 void cWebDisplayCEFBrowserManager::EnablePageClock(std::uint32_t randomSeed) {
-    process().script_flags = "--random-seed=" + std::to_string(randomSeed);
+    constexpr std::uint32_t k_in_place_of_0 = 1u << 31;
+    const std::uint32_t seed = randomSeed != 0 ? randomSeed : k_in_place_of_0;
+    process().script_flags = "--random-seed=" + std::to_string(seed);
     EnableExactTicks();
     page_driver::allow();
 }

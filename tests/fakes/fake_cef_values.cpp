@@ -116,7 +116,8 @@ process_message::process_message(std::u16string name, std::vector<fake_cef_value
 page_request::page_request(std::string url, bool main_frame, bool navigation)
     : object("request"), m_url(std::move(url)) {
     const cef_resource_type_t document = main_frame ? RT_MAIN_FRAME : RT_SUB_FRAME;
-    m_type = navigation ? document : RT_SUB_RESOURCE;
+    const bool is_icon = m_url.ends_with("/favicon.ico");
+    m_type = navigation ? document : is_icon ? RT_FAVICON : RT_SUB_RESOURCE;
     get_url = [](cef_request_t* self) { return given_text(wide(of(self).m_url)); };
     get_resource_type = [](cef_request_t* self) { return of(self).m_type; };
 }

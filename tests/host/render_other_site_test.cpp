@@ -55,7 +55,7 @@ requestAnimationFrame(function next() {
   put('now', Math.round((performance.now() - from) / 20));
   requestAnimationFrame(next);
 });
-setTimeout(() => { put('timer', ++ticks); setInterval(() => put('timer', ++ticks), 20); }, 10);
+setInterval(() => put('timer', ++ticks), 20);
 try { parent.document.title; document.body.textContent = ''; } catch {}
 </script>)html";
 

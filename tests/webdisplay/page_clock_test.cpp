@@ -194,6 +194,23 @@ TEST_F(PageClockTest, AFailedLoadAndALostPageFailTheFramesThatWait) {
     s->LoadUrl("http://b/");
     s->LoadNextUrl();
     ASSERT_TRUE(loop_until([&] { return s.seen.heard("loaded http://b/"); })) << fault(s);
+    EXPECT_EQ(fault(s), "") << "that was of the page before";
+}
+
+// It is fetched when its page has come, at a moment of the day's, and holds the page's time.
+TEST_F(PageClockTest, ThePagesIconIsFetchedInTheDaysTimeAlone) {
+    script().pages["http://a/"].resources = {"http://a/favicon.ico", "http://a/b.png"};
+    start_with_page_clocks();
+    for (const bool is_of_the_day : {false, true}) {
+        screen s(is_of_the_day ? page("http://a/") : on_page_clock("http://a/"));
+        show(s);
+        std::vector<bool> allowed;
+        for (const auto& one : fake().requests()) {
+            const bool is_its = one.browser == fake().creates() && one.url != "about:blank";
+            if (is_its) allowed.push_back(one.allowed);
+        }
+        EXPECT_EQ(allowed, (std::vector{true, is_of_the_day, true}));
+    }
 }
 
 TEST_F(PageClockTest, ClosingInTheMiddleFailsWhatWaits) {
@@ -389,6 +406,13 @@ TEST_F(PageClockTest, ExactTicksOfAHostsClockTakeTheFirstTwoOnly) {
     EXPECT_TRUE(has_switch("enable-features", "DisplaySchedulerAsClient"));
     EXPECT_TRUE(has_switch("run-all-compositor-stages-before-draw", ""));
     EXPECT_FALSE(has_switch("disable-site-isolation-trials", ""));
+}
+
+// To the script engine 0 is a wish for dice that nobody can foresee.
+TEST_F(PageClockTest, EachSeedIsOne) {
+    cWebDisplayCEFBrowserManager::EnablePageClock(0);
+    start();
+    EXPECT_TRUE(has_switch("js-flags", "--random-seed=2147483648"));
 }
 
 // The runtime takes the last of equal switches only.

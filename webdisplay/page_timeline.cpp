@@ -44,8 +44,6 @@ constexpr auto k_read_interval = 20ms;
 // room in their number.
 constexpr std::int64_t k_last_moment_us = 1'000'000'000'000'000;
 
-constexpr std::size_t k_longest_told_url = 500;
-
 // Also where a timer's script holds the page's time.
 constexpr const char* k_hangs =
     "the page hangs: one of its scripts has not come to an end within 30 s";
@@ -117,14 +115,6 @@ void page_timeline::hear(const std::string& method, const json& params) {
     } else {
         hear_of_next(method, params);
     }
-}
-
-// Where it comes to no page, that has stopped.
-void page_timeline::hear_of_next(const std::string& method, const json& params) {
-    const bool is_asked = method == "Page.frameRequestedNavigation";
-    if (!is_asked && method != "Page.frameStoppedLoading") return;
-    if (message_text(params, "/frameId") != m_frame) return;
-    m_next_page = is_asked ? message_text(params, "/url").substr(0, k_longest_told_url) : "";
 }
 
 // The one that was asked for, or one that the page in the film has moved on to.

@@ -201,7 +201,6 @@ private:
 
     void hear(const std::string& method, const nlohmann::json& params);
     void page_begins(const std::string& main_frame);
-    void hear_of_next(const std::string& method, const nlohmann::json& params);
     void fence_clock();
     void read_clock(const nlohmann::json& result);
     double day_here() const;
@@ -288,6 +287,7 @@ private:
     void ask_whether_held();
 
     // page_timeline_moves.cpp
+    void hear_of_next(const std::string& method, const nlohmann::json& params);
     void meet();
     void meet_next_page();
     void read_on();

@@ -11,6 +11,7 @@ namespace pennywort::webdisplay {
 namespace {
 
 using namespace std::chrono_literals;
+using json = nlohmann::json;
 
 // So often, and for so long, a page may move on to another one within one frame.
 constexpr int k_most_moves = 100;
@@ -18,8 +19,17 @@ constexpr auto k_moves_limit = 60'000ms;
 constexpr double k_read_ms = 0.1;
 // For so long it is not given time while it fetches something.
 constexpr auto k_read_patience = 1'000ms;
+constexpr std::size_t k_longest_told_url = 500;
 
 }  // namespace
+
+// Where it comes to no page, that has stopped.
+void page_timeline::hear_of_next(const std::string& method, const json& params) {
+    const bool is_asked = method == "Page.frameRequestedNavigation";
+    if (!is_asked && method != "Page.frameStoppedLoading") return;
+    if (message_text(params, "/frameId") != m_frame) return;
+    m_next_page = is_asked ? message_text(params, "/url").substr(0, k_longest_told_url) : "";
+}
 
 // Each of them may move on to the next, or to itself.
 void page_timeline::meet() {

@@ -188,7 +188,7 @@ const char* const k_film_driver = R"js(
   };
   // What leaves the document is stopped, unless it has a new place there by now.
   const is_within = (film, root) => {
-    for (let node = film; node; node = node.parentNode ?? node.host) {
+    for (let node = film; node; node = node.parentNode ?? (node.nodeType === 11 && node.host)) {
       if (node === root) return true;
     }
     return false;
@@ -241,6 +241,8 @@ const char* const k_film_driver = R"js(
       run.show = null;
     });
   }
+  // Those that the browser has not found yet. It gives up where the film gets another source.
+  const sought = new Set();
   function place(film, run) {
     if (film.readyState < 1) return null;
     run.come(film);
@@ -259,9 +261,11 @@ const char* const k_film_driver = R"js(
     run.at = time;
     await_picture(film, run);
     return new Promise(done => {
-      run.leave = done;
-      film.addEventListener('seeked', () => done(), {once: true});
-      film.addEventListener('error', () => done(), {once: true});
+      const leave = () => { sought.delete(leave); done(); };
+      sought.add(leave);
+      for (const what of ['seeked', 'error', 'emptied']) {
+        film.addEventListener(what, leave, {once: true});
+      }
       // Past the beginning of the film's frame, which is no whole microsecond in most films.
       clock.set.call(film, time + 0.0005);
     });
@@ -275,9 +279,9 @@ const char* const k_film_driver = R"js(
     for (const [film, run] of [...films]) {
       if (run.url) end(film);
       films.delete(film);
-      run.leave?.();
       run.show?.();
     }
+    for (const leave of [...sought]) leave();
     hub.part(home);
   }, true);
 )js";

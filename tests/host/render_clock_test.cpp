@@ -309,6 +309,23 @@ TEST_F(RenderedClockFaults, AFilmOutsideOfTheDocumentIsNone) {
     for (auto at = begun; at != bars.end(); ++at) EXPECT_EQ(*at, 1 + (at - begun));
 }
 
+// Such as a list of films does. The browser does not find any more what it was looking for in the
+// one before.
+TEST_F(RenderedClockFaults, AFilmThatGetsAnotherSourceAtItsEndGoesOn) {
+    folder.write("page.html",
+                 "<!doctype html><style>body{margin:0;background:#000}video{display:block}</style>"
+                 "<video id=v src=black.webm autoplay muted></video><script>v.onended = () => {"
+                 "v.onended = null; v.src = 'white.webm'; v.play(); }</script>");
+    expect_fine(
+        "for colour in black white; do ffmpeg -v error -f lavfi -i color=$colour:s=64x8:r=50:d="
+        "$([ $colour = black ] && echo 0.2 || echo 2) -c:v libvpx-vp9 $colour.webm; done\n"
+        "pennywort render page.html --size 64x8 --frames 40 -o a.bgra");
+    const std::string film = folder.read("a.bgra");
+    ASSERT_EQ(film.size(), 40u * 64 * 8 * 4);
+    EXPECT_LT(static_cast<unsigned char>(film[0]), 60);
+    EXPECT_GT(static_cast<unsigned char>(film[film.size() - 64]), 200);
+}
+
 TEST_F(RenderedClockFaults, AFilmThatCannotBePutToAMomentIsToldWhy) {
     folder.write("page.html", "<!doctype html><video src=film.webm autoplay muted></video>");
     write_site(R"py(

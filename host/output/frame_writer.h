@@ -32,7 +32,8 @@ public:
     // All of finish but what cannot be taken back: until finish, the output may still have to leave
     // what it replaces as it was. finish does it where this was not called.
     virtual outcome complete() { return outcome::fine(); }
-    // What belongs to this output has failed, so that it replaces nothing. Before finish.
+    // What belongs to this output has failed, or its own frame before it came here, so that it
+    // replaces nothing. Before finish.
     virtual void other_has_failed() {}
     // Completes the output, so that what was shown can be played, also after show has failed.
     virtual outcome finish() = 0;

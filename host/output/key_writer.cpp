@@ -57,12 +57,17 @@ outcome key_writer::show(const picture_ptr& frame) {
 
 outcome key_writer::hear(std::span<const float> samples) { return of_fill(m_fill->hear(samples)); }
 
+void key_writer::other_has_failed() {
+    m_fill->other_has_failed();
+    m_key->other_has_failed();
+}
+
 outcome key_writer::finish() {
     m_source.reset();
     m_grey.reset();
     const auto fill = of_fill(m_fill->complete());
     const auto key = of_key(m_key->complete());
-    const auto fill_end = m_fill->finish();
+    const auto fill_end = of_fill(m_fill->finish());
     const auto key_end = m_key->finish();
     for (const auto& one : {fill, key, fill_end}) {
         if (!one.ok()) return one;

@@ -18,6 +18,7 @@ public:
     outcome show(const picture_ptr& frame) override;
     // The sound belongs to the fill.
     outcome hear(std::span<const float> samples) override;
+    void other_has_failed() override;
     // Completes both, whatever became of one of them. After a failure of one neither takes the
     // place of a file that was there.
     outcome finish() override;

@@ -17,6 +17,7 @@ public:
     outcome begin() override;
     outcome show(const picture_ptr& frame) override;
     outcome hear(std::span<const float> samples) override;
+    void other_has_failed() override { m_inner->other_has_failed(); }
     outcome finish() override;
 
 private:

@@ -92,8 +92,10 @@ void writer_thread::guarded(work_type work) {
         work();
     } catch (const std::bad_alloc&) {
         keep(outcome::no_memory());
+        m_writer->other_has_failed();
     } catch (const std::exception& problem) {
         keep(outcome::failed(std::string("cannot write: ") + problem.what()));
+        m_writer->other_has_failed();
     }
 }
 

@@ -6,10 +6,12 @@
 
 #include <filesystem>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "host/output/key_writer.h"
+#include "host/output/writer_thread.h"
 #include "tests/host/fake_writer.h"
 #include "tests/host/temporary_folder.h"
 
@@ -40,6 +42,26 @@ private:
     const int m_lost;
     byte_sink m_sink;
     int m_frames = 0;
+};
+
+// A reader behind a pipe hears at the very end that there is no room.
+class full_pipe : public frame_writer {
+public:
+    outcome begin() override { return outcome::fine(); }
+    outcome show(const picture_ptr&) override { return outcome::fine(); }
+    outcome finish() override { return outcome::failed("no room behind the pipe"); }
+};
+
+class film_that_throws : public small_film {
+public:
+    explicit film_that_throws(const std::string& path) : small_film(path, k_never) {}
+    outcome show(const picture_ptr& frame) override {
+        if (std::exchange(m_has_one, true)) throw std::runtime_error("no thread");
+        return small_film::show(frame);
+    }
+
+private:
+    bool m_has_one = false;
 };
 
 class ReplacedFile : public testing::Test {
@@ -183,6 +205,33 @@ TEST_F(ReplacedFile, OfFillAndKeyBothStayAfterAFailureOfOne) {
         EXPECT_EQ(folder.read("key.mov"), "old key") << lost_fill << lost_key;
         EXPECT_EQ(names(), (set{"fill.mov", "key.mov"}));
     }
+}
+
+TEST_F(ReplacedFile, OfAKeyStaysWhereItsFillFailsAtTheVeryEnd) {
+    folder.write("key.mov", "old key");
+    key_writer writer(std::make_unique<full_pipe>(), film("key.mov", k_never));
+    ASSERT_TRUE(writer.begin().ok());
+    EXPECT_TRUE(show(writer, 3).ok());
+    EXPECT_EQ(writer.finish().text(), "no room behind the pipe");
+    EXPECT_EQ(folder.read("key.mov"), "old key");
+    EXPECT_EQ(names(), set{"key.mov"});
+}
+
+TEST_F(ReplacedFile, StaysWhereTheWriterOfTheNewOneThrows) {
+    folder.write("a.mov", "good");
+    output_target target;
+    target.kind = output_kind::mov;
+    target.path = folder.path("a.mov");
+    auto film = std::make_unique<replacing_writer>(target, [](const output_target& made) {
+        return std::make_unique<film_that_throws>(made.path);
+    });
+    ASSERT_TRUE(film->begin().ok());
+    writer_thread writer(std::move(film));
+    writer.show(picture_of(1));
+    writer.show(picture_of(2));
+    EXPECT_EQ(writer.finish().text(), "cannot write: no thread");
+    EXPECT_EQ(folder.read("a.mov"), "good");
+    EXPECT_EQ(names(), set{"a.mov"});
 }
 
 TEST_F(ReplacedFile, OfFillAndKeyBothAreReplacedOnceTheyAreWhole) {

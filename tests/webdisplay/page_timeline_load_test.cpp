@@ -220,6 +220,26 @@ TEST_F(PageTimeline, AnotherPageIsGivenTheTimeAnew) {
     EXPECT_EQ(ends.size(), 3u);
 }
 
+TEST_F(PageTimeline, ThePageThatThePageMovesOnToIsGivenTheTimeAnew) {
+    begin();
+    page.holds_time = true;
+    ask(20'000);
+    pass(30s);
+    paint();
+    const auto times_forced = [&] {
+        return std::count_if(page.calls.begin(), page.calls.end(), [](const json& call) {
+            return call["params"].value("policy", "") == "advance";
+        });
+    };
+    EXPECT_EQ(times_forced(), 1);
+    say(k_navigated);
+    ask(40'000);
+    pass(29s);
+    EXPECT_EQ(times_forced(), 1) << "what it fetches holds it";
+    pass(1s);
+    EXPECT_EQ(times_forced(), 2);
+}
+
 // A host that goes on from frame to frame, and does not know yet that the page is left.
 TEST_F(PageTimeline, AWishInAnswerToAFailureIsNotThatOfTheNextPage) {
     begin();

@@ -50,8 +50,8 @@ public:
     // not waited for.
     exit_report finish(std::chrono::milliseconds patience);
     // The same, however long it takes the program, as long as it works: it is ended when it, and
-    // what it has started, has taken none of the processor for `longest_rest`, which is found out
-    // within twice that time.
+    // what it has started, has taken next to none of the processor for `longest_rest`, which is
+    // found out within twice that time.
     exit_report finish_at_its_pace(std::chrono::milliseconds longest_rest);
 
 private:

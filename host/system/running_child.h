@@ -39,9 +39,9 @@ public:
 
     // Whether the program has ended within `patience`.
     bool wait_for_end(std::chrono::milliseconds patience) const;
-    // The processor time that it has taken so far, with what it has started, in units of the
-    // system's own: more where it has worked meanwhile.
-    std::uint64_t work_done() const;
+    // The processor time that it has taken so far, with what it has started; as fine as the system
+    // counts it.
+    std::chrono::microseconds work_done() const;
     // The status of a program that has ended; -1 if the system does not tell it.
     int take_status();
     // Ends the program, with what it has started, and waits for that.

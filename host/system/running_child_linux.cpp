@@ -219,7 +219,7 @@ bool running_child::wait_for_end(milliseconds patience) const {
 }
 
 // A program found by its name may be a small one that has started the real one.
-std::uint64_t running_child::work_done() const {
+std::chrono::microseconds running_child::work_done() const {
     namespace fs = std::filesystem;
     std::uint64_t work = 0;
     std::error_code error;
@@ -229,7 +229,8 @@ std::uint64_t running_child::work_done() const {
         std::getline(std::ifstream(one->path() / "stat"), line);
         work += work_in(line, m_native->child);
     }
-    return work;
+    return std::chrono::microseconds(work * 1'000'000 /
+                                     static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK)));
 }
 
 // The system does not return it again if somebody else in the process has asked for it first.

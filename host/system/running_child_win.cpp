@@ -304,14 +304,17 @@ bool running_child::wait_for_end(milliseconds patience) const {
 }
 
 // Of the job, and of the child alone, which is in none where the system has refused it.
-std::uint64_t running_child::work_done() const {
+std::chrono::microseconds running_child::work_done() const {
     JOBOBJECT_BASIC_ACCOUNTING_INFORMATION all{};
     QueryInformationJobObject(m_native->job.get(), JobObjectBasicAccountingInformation, &all,
                               sizeof all, nullptr);
     FILETIME made{}, ended{}, kernel{}, user{};
     GetProcessTimes(m_native->child.get(), &made, &ended, &kernel, &user);
-    return static_cast<std::uint64_t>(all.TotalUserTime.QuadPart + all.TotalKernelTime.QuadPart) +
-           count_of(kernel) + count_of(user);
+    const auto of_all =
+        static_cast<std::uint64_t>(all.TotalUserTime.QuadPart + all.TotalKernelTime.QuadPart);
+    constexpr std::uint64_t k_counts_of_a_microsecond = 10;
+    return std::chrono::microseconds((of_all + count_of(kernel) + count_of(user)) /
+                                     k_counts_of_a_microsecond);
 }
 
 int running_child::take_status() {

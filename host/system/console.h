@@ -28,7 +28,8 @@ public:
     // Whether output() goes to a terminal, which obeys some of the characters that it gets.
     bool is_on_terminal() const;
     std::FILE* errors() const { return m_errors; }
-    // The width of the terminal that errors() goes to, in characters; 0 if it goes elsewhere.
+    // The width of the terminal that errors() goes to, in characters; 0 if it goes elsewhere, or to
+    // one that does not obey the sequences of characters that take a line away.
     int terminal_columns() const;
 
 private:

@@ -53,6 +53,34 @@ void give_back(std::FILE* stream, int standard) {
     std::fclose(stream);
 }
 
+// Terminals of this system print such a sequence as it stands until they are asked to obey.
+class obeying_terminal {
+public:
+    void ask(HANDLE terminal) {
+        if (!GetConsoleMode(terminal, &m_before)) return;
+        m_obeys = SetConsoleMode(terminal, m_before | ENABLE_PROCESSED_OUTPUT |
+                                               ENABLE_VIRTUAL_TERMINAL_PROCESSING) != FALSE;
+        if (m_obeys) m_terminal = terminal;
+    }
+    // The terminal is the shell's, too.
+    void give_back() {
+        if (m_obeys) SetConsoleMode(m_terminal, m_before);
+        m_obeys = false;
+    }
+    bool obeys() const { return m_obeys; }
+
+private:
+    HANDLE m_terminal = nullptr;
+    DWORD m_before = 0;
+    bool m_obeys = false;
+};
+
+obeying_terminal g_errors_terminal;
+
+HANDLE handle_of(std::FILE* stream) {
+    return reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+}
+
 }  // namespace
 
 console::console(others on_standard_error)
@@ -60,25 +88,27 @@ console::console(others on_standard_error)
       m_output(own_stream(k_output)),
       m_errors(own_stream(k_errors)) {
     std::setvbuf(m_errors, nullptr, _IONBF, 0);  // this system knows no line buffering
+    g_errors_terminal.ask(handle_of(m_errors));
     discard(k_output);
     if (on_standard_error == others::quiet) discard(k_errors);
 }
 
 console::~console() {
+    g_errors_terminal.give_back();
     give_back(m_output, k_output);
     give_back(m_errors, k_errors);
 }
 
 bool console::is_on_terminal() const {
-    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(m_output)));
     DWORD mode = 0;
-    return GetConsoleMode(handle, &mode) != FALSE;
+    return GetConsoleMode(handle_of(m_output), &mode) != FALSE;
 }
 
 int console::terminal_columns() const {
-    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(m_errors)));
     CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (!GetConsoleScreenBufferInfo(handle, &info)) return 0;
+    if (!g_errors_terminal.obeys() || !GetConsoleScreenBufferInfo(handle_of(m_errors), &info)) {
+        return 0;
+    }
     return info.srWindow.Right - info.srWindow.Left + 1;
 }
 

@@ -20,7 +20,7 @@ namespace {
 
 // How long the loop waits for something to do before it looks whether it is to end: soon enough for
 // who presses Ctrl-C, and seldom enough to cost nothing.
-constexpr std::uint32_t k_loop_microseconds = 200'000;
+constexpr std::uint32_t k_advertising_microseconds = 200'000;
 
 bool add_item(zString& record, const std::string& item) {
     const std::size_t equals = item.find('=');
@@ -84,7 +84,7 @@ int advertise_command::run(const console& out) {
     std::fprintf(out.output(), "advertising %s port %d\n", m_options.type.c_str(), m_options.port);
     std::fflush(out.output());
     while (interrupt.status() == 0 && !bonjour.HasLostDaemon()) {
-        zMessageLoop::RunOnce(k_loop_microseconds);
+        zMessageLoop::RunOnce(k_advertising_microseconds);
     }
     return interrupt.status() != 0
                ? k_exit_fine

@@ -24,7 +24,7 @@ namespace {
 
 // How long the loop waits for something to do before it looks whether it is to end: soon enough for
 // who presses Ctrl-C, and seldom enough to cost nothing.
-constexpr std::uint32_t k_loop_microseconds = 200'000;
+constexpr std::uint32_t k_discovery_microseconds = 200'000;
 
 run::deadline end_of(const discover_options& options) {
     if (options.seconds == 0) return run::deadline::never();
@@ -110,7 +110,7 @@ int discover_command::run(const console& out) {
     const run::deadline end = end_of(m_options);
     while (interrupt.status() == 0 && !end.has_passed() && printer.is_wanted()) {
         if (bonjour.HasLostDaemon()) return fail(out, "the DNS-SD daemon has ended");
-        const auto left = std::min<std::int64_t>(k_loop_microseconds, end.left_us());
+        const auto left = std::min<std::int64_t>(k_discovery_microseconds, end.left_us());
         zMessageLoop::RunOnce(static_cast<std::uint32_t>(left));
     }
     return printer.has_failed() ? fail(out, "standard output takes nothing") : k_exit_fine;

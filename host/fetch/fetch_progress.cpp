@@ -9,8 +9,8 @@ namespace pennywort::host {
 
 namespace {
 
-constexpr std::size_t k_longest_bar = 30;
-constexpr std::size_t k_shortest_bar = 5;
+constexpr std::size_t k_longest_bytes_bar = 30;
+constexpr std::size_t k_shortest_bytes_bar = 5;
 
 std::string time_left(double seconds) {
     const auto whole = static_cast<long long>(std::clamp(seconds, 0.0, 359999.0));
@@ -49,8 +49,8 @@ std::string fetch_line(std::uint64_t received, std::uint64_t total, double secon
         text += "  " + time_left(static_cast<double>(total - received) / rate) + " left";
     }
     const auto width = static_cast<std::size_t>(std::max(columns - 1, 0));
-    if (total > 0 && width >= text.size() + k_shortest_bar + 4) {
-        text = bar(received, total, std::min(width - text.size() - 4, k_longest_bar)) + text;
+    if (total > 0 && width >= text.size() + k_shortest_bytes_bar + 4) {
+        text = bar(received, total, std::min(width - text.size() - 4, k_longest_bytes_bar)) + text;
     }
     return text.substr(0, width);
 }

@@ -32,7 +32,7 @@ namespace pennywort::host {
 namespace {
 
 // How long the loop waits for work before it checks whether to end.
-constexpr std::uint32_t k_loop_microseconds = 20'000;
+constexpr std::uint32_t k_live_loop_microseconds = 20'000;
 
 constexpr std::int32_t k_receive_bytes = 64 * 1024;
 constexpr std::int32_t k_idle_ms = 60'000;
@@ -216,7 +216,7 @@ int show(const live_options& options, const console& out, std::unique_ptr<live_s
     const auto feed = open_feed(options, out, control);
     start_report report(out);
     while (interrupt.status() == 0) {
-        zMessageLoop::RunOnce(k_loop_microseconds);
+        zMessageLoop::RunOnce(k_live_loop_microseconds);
         display.look_after();
         report.look_at(display);
         if (advertised) advertised->look_after();

@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds k_look{500};
 // A probe that is not answered is given up after so long, in milliseconds.
 constexpr unsigned long k_probe_timeout = 10'000;
 
-std::string text_of(const zString& text) { return std::string(text.View()); }
+std::string text_from(const zString& text) { return std::string(text.View()); }
 
 zRecord display_settings_of(const live_options& options) {
     zRecord settings;
@@ -123,9 +123,9 @@ void live_display::see() {
     if (status.phase == cWebDisplayPagePhase::Closed) m_looked = {};
     live_sight sight;
     sight.phase = page_of(status.phase);
-    sight.url = text_of(status.url);
+    sight.url = text_from(status.url);
     if (sight.phase == live_sight::page::failed) sight.failed_url = sight.url;
-    sight.error = text_of(status.error);
+    sight.error = text_from(status.error);
     sight.waiting = status.waiting;
     m_state.seen(sight, m_clock.now());
 }
@@ -273,18 +273,18 @@ void live_display::BrowserPainted(const void* pixels, long width, long height, b
 
 void live_display::PageLoadFailed(const zString& url, const zString& error) {
     see();
-    m_state.told_of_failure(text_of(url), text_of(error), m_clock.now());
-    m_control->events().add("failed", text_of(url) + ": " + text_of(error));
+    m_state.told_of_failure(text_from(url), text_from(error), m_clock.now());
+    m_control->events().add("failed", text_from(url) + ": " + text_from(error));
 }
 
 void live_display::PageLoaded(const zString& url) {
     see();
-    m_control->events().add("loaded", text_of(url));
+    m_control->events().add("loaded", text_from(url));
 }
 
 // Also where errors of the page's scripts arrive: the message, and the script's URL.
 void live_display::JavascriptCallback(const zString& name, const zString& argument, zString&) {
-    m_control->events().add("page", text_of(name) + " " + text_of(argument));
+    m_control->events().add("page", text_from(name) + " " + text_from(argument));
 }
 
 }  // namespace pennywort::host

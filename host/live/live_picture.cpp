@@ -15,7 +15,7 @@ namespace pennywort::host {
 namespace {
 
 // One being painted, the newest, one being encoded, and one between them.
-constexpr std::size_t k_pictures = 4;
+constexpr std::size_t k_picture_count = 4;
 
 // An encoded picture that is older than this is not shown once a newer one has been painted.
 constexpr std::chrono::milliseconds k_fresh{1000};
@@ -68,7 +68,7 @@ live_pictures::~live_pictures() {
 
 std::shared_ptr<picture> live_pictures::room_for(long width, long height) {
     if (!m_pool || width != m_width || height != m_height) {
-        m_pool = std::make_unique<picture_pool>(width, height, k_pictures);
+        m_pool = std::make_unique<picture_pool>(width, height, k_picture_count);
         m_width = width;
         m_height = height;
     }

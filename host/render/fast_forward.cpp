@@ -9,31 +9,31 @@ namespace {
 
 constexpr double k_tiny = 0.05;
 
-const json& part(const json& whole, const char* path) {
+const json& part_of(const json& whole, const char* path) {
     static const json k_none = json::array();
     const json::json_pointer at(path);
     return whole.is_structured() && whole.contains(at) ? whole.at(at) : k_none;
 }
 
 // The text at that place of the snapshot's table.
-std::string_view text_at(const json& texts, const json& index) {
+std::string_view entry_at(const json& texts, const json& index) {
     const bool is_index = index.is_number_unsigned() && index.get<std::size_t>() < texts.size();
     if (!is_index || !texts[index.get<std::size_t>()].is_string()) return {};
     return texts[index.get<std::size_t>()].get_ref<const std::string&>();
 }
 
 bool has_will_change(const json& document, const json& texts) {
-    for (const json& styles : part(document, "/layout/styles")) {
+    for (const json& styles : part_of(document, "/layout/styles")) {
         if (!styles.is_array() || styles.empty()) continue;
-        const auto value = text_at(texts, styles[0]);
+        const auto value = entry_at(texts, styles[0]);
         if (!value.empty() && value != "auto") return true;
     }
     return false;
 }
 
 bool changes_view(const json& document, const json& texts) {
-    for (const json& type : part(document, "/nodes/pseudoType/value")) {
-        if (text_at(texts, type).starts_with("view-transition")) return true;
+    for (const json& type : part_of(document, "/nodes/pseudoType/value")) {
+        if (entry_at(texts, type).starts_with("view-transition")) return true;
     }
     return false;
 }
@@ -55,8 +55,8 @@ std::string tiny_picture(long width, long height) {
 
 const char* kept_drawing(std::string_view snapshot) {
     const json whole = json::parse(snapshot, nullptr, false);
-    const json& texts = part(whole, "/strings");
-    for (const json& document : part(whole, "/documents")) {
+    const json& texts = part_of(whole, "/strings");
+    for (const json& document : part_of(whole, "/documents")) {
         if (has_will_change(document, texts)) return "will-change";
         if (changes_view(document, texts)) return "a view transition";
     }

@@ -19,7 +19,7 @@ constexpr std::int64_t k_far = k_sound_rate * 60 / 1000;
 // for one in silence.
 constexpr double k_drifted = k_sound_rate * 0.008;
 constexpr double k_drifted_in_silence = k_sound_rate * 0.001;
-constexpr double k_smoothing = 64;
+constexpr double k_level_smoothing = 64;
 // Silence that nobody has spoken into for so long is silence.
 constexpr std::int64_t k_certain = k_sound_rate / 2;
 // A packet from further ahead has no time that could be right.
@@ -69,7 +69,7 @@ void sound_track::packet(const float* const* samples, long channels, long frames
     const std::int64_t late = place_of(at) - written();
     if (std::abs(late) > k_absurd) return;
     const bool is_apart = !m_is_placed || std::abs(late) > k_far;
-    m_drift = is_apart ? 0 : m_drift + (static_cast<double>(late) - m_drift) / k_smoothing;
+    m_drift = is_apart ? 0 : m_drift + (static_cast<double>(late) - m_drift) / k_level_smoothing;
     std::int64_t move = is_apart ? late : 0;
     const bool is_far = std::abs(m_drift) > k_drifted;
     if (is_far || (std::abs(m_drift) > k_drifted_in_silence && is_silent(samples[0], frames))) {

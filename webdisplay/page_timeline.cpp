@@ -385,7 +385,7 @@ bool page_timeline::is_over(wait what) const {
         case wait::wishes:
             return !m_waiting.empty() || has_question();
         case wait::pictures:
-            return (m_unshown == 0 && m_has_turned) || m_has_moved_on;
+            return (m_unshown == 0 && m_unmet == 0 && m_has_turned) || m_has_moved_on;
         case wait::nothing:
             break;
     }

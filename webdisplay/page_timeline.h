@@ -176,6 +176,9 @@ private:
     // Times must rise, so those are stamped with the microseconds before the page's time 0, which
     // the page rounds up to it: one for each time that the browser takes one.
     static constexpr int k_unseen_us = page_grain::k_unseen_us;
+    // Frames that nobody sees before the first of a page that the page has moved on to: the browser
+    // shows that page from the second one on, and in that one maybe as it was in the first.
+    static constexpr int k_unmet = 2;
     static constexpr std::chrono::seconds k_call_limit{20};
     static constexpr std::chrono::seconds k_move_limit{30};
     static constexpr std::chrono::seconds k_turn_limit{30};
@@ -356,6 +359,7 @@ private:
     bool m_has_moving_films = false;    // some of them have pictures, which move
     bool m_is_quiet = false;            // the page rests, for the films of the frame
     bool m_is_put = false;              // they are at its time
+    int m_unmet = 0;                    // so many unseen frames the page needs that has come
     std::size_t m_unshown = 0;          // so many drivers have not shown their pictures yet
     bool m_will_move = false;           // one of them has more to come
     std::uint64_t m_shown = 0;          // how often that was asked

@@ -51,11 +51,14 @@ void page_timeline::ask_drivers_apart(const std::string& expression,
 
 // The frames that nobody sees tell the page's driver where its time begins. Where films move, each
 // frame has some of its own before it: a film is put to its place between two frames, or the one
-// before could have its picture too, and its picture comes to the display with a frame.
+// before could have its picture too, and its picture comes to the display with a frame. So has a
+// page that the page has moved on to.
 void page_timeline::place() {
-    if (!m_has_films && !is_unseen() && !std::exchange(m_is_met, false)) return tick();
+    const bool is_met = std::exchange(m_is_met, false);
+    if (!m_has_films && !is_unseen() && !is_met) return tick();
     m_is_put = false;
-    m_is_quiet = m_has_moving_films && !is_unseen() && has_unseen_moment();
+    m_unmet = is_met ? k_unmet : 0;
+    m_is_quiet = (is_met || m_has_moving_films) && !is_unseen() && has_unseen_moment();
     if (!m_is_quiet) return put();
     m_pause = k_first_pause;
     tell_page(page_scripts::k_rest);
@@ -81,6 +84,7 @@ void page_timeline::try_clear() {
         return await(phase::clearing);
     }
     const receiver before = take_end();
+    if (m_unmet > 0) --m_unmet;
     if (std::exchange(m_is_put, true)) {
         await_pictures();
     } else {

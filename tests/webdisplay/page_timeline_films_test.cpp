@@ -171,14 +171,16 @@ TEST_F(MovingFilm, APageThatMovesOnIsNotWaitedFor) {
     page.shows_at = 1'000;
     page.moves_on_ms = 0;
     ask(20'000);
-    pass(1ms);
+    page.shows_at = 0;
+    pass(2ms);
     EXPECT_EQ(moments().back(), 20.0);
     paint();
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
-// The wish that the page rest is on its way when the next one begins, and comes to that.
-TEST_F(MovingFilm, ThePageThatItsPageMovesOnToDoesNotRest) {
+// The wish that the page rest is on its way when the next one begins, and comes to that. It rests
+// itself for two frames that nobody sees.
+TEST_F(MovingFilm, ThePageThatItsPageMovesOnToDoesNotStayAtRest) {
     play();
     page.silent_about = "0";
     ask(20'000);
@@ -188,10 +190,12 @@ TEST_F(MovingFilm, ThePageThatItsPageMovesOnToDoesNotRest) {
     say(k_navigated);
     say(k_read);
     say(json{{"id", asked}, {"result", json::object()}}.dump());
+    pass(1ms);
     paint();
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
-    EXPECT_EQ(order(),
-              (std::vector<std::string>{"turn", "rest'](true", "rest'](false", "turn", "films"}));
+    EXPECT_EQ(order(), (std::vector<std::string>{"turn", "rest'](true", "rest'](false", "turn",
+                                                 "rest'](true", "films", "shown", "turn",
+                                                 "rest'](false", "turn"}));
 }
 
 TEST_F(MovingFilm, OneThatIsOnlyHeardCostsNoFrame) {

@@ -426,7 +426,8 @@ struct moved_case {
 class TimelineOfTwoPages : public PageTimeline, public testing::WithParamInterface<moved_case> {};
 
 // In the same process its clock is ahead by a part of the move; in another it is another clock,
-// which is stopped first, a microsecond later.
+// which is stopped first, a microsecond later. The browser shows it from the second frame that it
+// draws on, in that one maybe as it was before; so it has two that nobody sees.
 TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
     begin();
     page.stamps.clear();
@@ -434,7 +435,9 @@ TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
     page.is_read_late = GetParam().is_read_late;
     const auto turns = expressions_with("turn").size();
     ask(20'000);
-    EXPECT_EQ(expressions_with("turn").size(), turns + 2) << "that of the next page, too";
+    pass(1ms);
+    EXPECT_EQ(expressions_with("turn").size(), turns + 4)
+        << "that of the next page, too, and in two frames that nobody sees";
     EXPECT_EQ(expressions_with("films").back(), "window['thinternal films'](20000,true)");
     paint();
     const auto calls = static_cast<std::ptrdiff_t>(page.calls.size());
@@ -444,7 +447,7 @@ TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
     }
     EXPECT_EQ(ends, std::vector(4, k_painted));
     std::vector<std::int64_t> stamps;
-    for (const int us : {20'000, 40'000, 60'000}) {
+    for (const int us : {20'000 - 10, 20'000 - 9, 20'000, 40'000, 60'000}) {
         stamps.push_back((5'002'300 + GetParam().shift_us + us) * 1000);
     }
     EXPECT_EQ(page.stamps, stamps);

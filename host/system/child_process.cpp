@@ -19,15 +19,35 @@ struct child_process::state {
 
     // A program that hangs may still look twice a second whether it goes on, and say that it is
     // there; that takes it a ten thousandth of the time.
-    bool waits_while_it_works(std::chrono::milliseconds longest_rest) const {
+    bool has_worked(std::chrono::microseconds& before, std::chrono::microseconds in) const {
         constexpr int k_least_share = 2000;
-        const std::chrono::microseconds least = longest_rest;
+        const auto now = child.work_done();
+        return now - std::exchange(before, now) > in / k_least_share;
+    }
+
+    bool waits_while_it_works(std::chrono::milliseconds longest_rest) const {
         auto before = child.work_done();
         while (!child.wait_for_end(longest_rest)) {
-            const auto now = child.work_done();
-            if (now - std::exchange(before, now) <= least / k_least_share) return false;
+            if (!has_worked(before, longest_rest)) return false;
         }
         return true;
+    }
+
+    // What it has done is asked for only where it keeps us waiting.
+    write_result write_while_it_works(const char* bytes, std::size_t count,
+                                      std::chrono::milliseconds longest_rest, std::size_t& taken) {
+        const auto first = longest_rest / 10;
+        auto result = child.write_some(bytes, count, first, taken);
+        if (!takes_nothing(result, taken)) return result;
+        auto before = child.work_done();
+        do {
+            result = child.write_some(bytes, count, longest_rest - first, taken);
+        } while (takes_nothing(result, taken) && has_worked(before, longest_rest - first));
+        return result;
+    }
+    // A write that was cut off after the pipe had taken some bytes is no stall.
+    static bool takes_nothing(write_result result, std::size_t taken) {
+        return result == write_result::stalled && taken == 0;
     }
 
     void end_now() {
@@ -64,12 +84,11 @@ outcome child_process::start(const std::vector<std::string>& command, const std:
 }
 
 child_process::write_result child_process::write(const void* bytes, std::size_t count,
-                                                 std::chrono::milliseconds patience) {
+                                                 std::chrono::milliseconds longest_rest) {
     const char* rest = static_cast<const char*>(bytes);
     while (count > 0) {
         std::size_t taken = 0;
-        const auto result = m_state->child.write_some(rest, count, patience, taken);
-        // A write that was cut off after the pipe had taken some bytes is no stall.
+        const auto result = m_state->write_while_it_works(rest, count, longest_rest, taken);
         if (result != write_result::written && taken == 0) return result;
         rest += taken;
         count -= taken;

@@ -66,6 +66,17 @@ TEST_F(ChildScript, WhatItHasStartedWorksForIt) {
     EXPECT_EQ(report.status, 5);
 }
 
+// As an encoder that has much to do with one picture.
+TEST_F(ChildScript, OneThatTakesNothingForLongIsWaitedForWhileItWorks) {
+    const std::vector<char> much(8 << 20, 'x');
+    start(
+        "end=$(($(date +%s) + 4)); while [ $(date +%s) -lt $end ]; do :; done\n"
+        "cat >/dev/null\nexit 5\n");
+    EXPECT_EQ(child.write(much.data(), much.size(), std::chrono::seconds(1)),
+              child_process::write_result::written);
+    EXPECT_EQ(child.finish(k_patience).status, 5);
+}
+
 TEST_F(ChildScript, StartsAndEndsAHundredTimesWithoutLeavingDescriptors) {
     const auto count = [] {
         const auto open = std::filesystem::directory_iterator("/proc/self/fd");

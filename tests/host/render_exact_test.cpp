@@ -52,6 +52,30 @@ TEST_F(ExactFilm, IsTheSameAgainWhateverTheMachineDoes) {
     }
 }
 
+// What is turned has soft edges, and a film's pictures come sooner or later before each frame.
+TEST_F(ExactFilm, IsTheSameAgainWhereAPageTurnsSomethingBesideAFilm) {
+    folder.write("turns.html",
+                 "<!doctype html><style>body{margin:0;background:#888}"
+                 "@keyframes turn{to{transform:translateX(391.7px) rotate(77deg)}}"
+                 "div{position:absolute;top:100px;width:20px;height:20px;background:purple;"
+                 "animation:turn 4s linear infinite}"
+                 "svg{position:absolute;left:0;top:40px}"
+                 "video{position:absolute;left:100px;top:120px}</style>"
+                 "<svg width=420 height=40><rect width=20 height=20 fill=teal>"
+                 "<animate attributeName=x to=391.7 dur=4s></rect></svg><div></div>"
+                 "<video src=film.webm autoplay muted></video>");
+    const auto run = folder.run(
+        "ffmpeg -v error -f lavfi -i testsrc2=s=160x90:r=25:d=2 -c:v libvpx-vp9 film.webm\n"
+        "for name in a b c; do pennywort render turns.html --size 440x220 --frames 50 "
+        "-o $name.bgra || exit; done");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const std::string film = folder.read("a.bgra");
+    ASSERT_EQ(film.size(), std::size_t{440} * 220 * 4 * 50);
+    for (const char* again : {"b.bgra", "c.bgra"}) {
+        EXPECT_TRUE(film == folder.read(again)) << again;
+    }
+}
+
 TEST_F(ExactFilm, OfSeveralPagesOfAStillOneAndOfOnePicture) {
     folder.write("still.html", "<!doctype html><style>body{background:#20c840}</style>");
     auto run = folder.run(

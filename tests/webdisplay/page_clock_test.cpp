@@ -396,6 +396,7 @@ TEST_F(PageClockTest, ItsSwitchesReachTheRuntime) {
     EXPECT_TRUE(has_switch("run-all-compositor-stages-before-draw", ""));
     EXPECT_TRUE(has_switch("disable-site-isolation-trials", ""));
     EXPECT_TRUE(has_switch("disable-back-forward-cache", ""));
+    EXPECT_TRUE(has_switch("ui-disable-partial-swap", ""));
     EXPECT_TRUE(has_switch("disable-features", "PaintHolding"));
     EXPECT_TRUE(has_switch("js-flags", "--random-seed=7"));
 }

@@ -91,6 +91,13 @@ std::string progress_line(const progress_state& state) {
     return line;
 }
 
+std::string run_up_text(std::uint64_t over, std::uint64_t first, double rate) {
+    char text[64];
+    std::snprintf(text, sizeof text, "  %.1f of %.1f s", static_cast<double>(over) / rate,
+                  static_cast<double>(first) / rate);
+    return text;
+}
+
 progress::progress(std::FILE* out, int columns) : m_out(out), m_columns(columns) {}
 
 progress::~progress() { take_bar_away(); }

@@ -22,6 +22,9 @@ struct progress_state {
     std::string doing;   // "page 1 of 3"
 };
 
+// "  3.0 of 20.0 s": how far a page is that runs up to where its film begins.
+std::string run_up_text(std::uint64_t over, std::uint64_t first, double rate);
+
 // How fast frames come: lately, since a page is not equally heavy everywhere.
 class frame_pace {
 public:

@@ -82,6 +82,7 @@ private:
     void discard_output();
     const char* doing() const;
     void show_progress(const char* doing);
+    bool is_running_up() const { return m_is_moving && !m_is_counting; }
     void hear_news(const std::string& line);
     void hear_page(const page_saying& said);
     void tell_once(const std::string& line);
@@ -376,7 +377,7 @@ void render_session::tell_of_sound() {
 
 const char* render_session::doing() const {
     if (m_is_counting) return "page ";
-    return m_is_moving ? "running up to --from, page " : "loading page ";
+    return is_running_up() ? "running up to --from, page " : "loading page ";
 }
 
 // Before the browser, which takes longer to start than a feed to open.
@@ -443,7 +444,7 @@ void render_session::complete_output() {
     m_writer->request_finish();
     while (!m_writer->has_finished()) {
         zMessageLoop::RunOnce(k_loop_microseconds);
-        show_progress("writing page ");
+        if (m_writer->written() > 0) show_progress("writing page ");
     }
     const auto finished = m_writer->finish();
     output_end end;
@@ -469,6 +470,10 @@ void render_session::show_progress(const char* doing) {
     state.seconds = static_cast<double>(state.frames) / m_options.format.rate.value();
     state.doing =
         doing + std::to_string(m_page_number + 1) + " of " + std::to_string(m_options.urls.size());
+    if (is_running_up()) {
+        const double rate = m_options.format.rate.value();
+        state.doing += run_up_text(m_over, m_options.first_frame, rate);
+    }
     m_progress.show(state, m_clock.now());
 }
 

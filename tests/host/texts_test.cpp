@@ -202,6 +202,12 @@ TEST(Progress, BeforeTheFirstFrameOnlySaysWhatItDoes) {
     EXPECT_EQ(progress_line(state), "loading page 1 of 1");
 }
 
+TEST(Progress, OfAPageThatRunsUpToItsFilmHasBothTimes) {
+    EXPECT_EQ(run_up_text(0, 1000, 50), "  0.0 of 20.0 s");
+    EXPECT_EQ(run_up_text(150, 1000, 50), "  3.0 of 20.0 s");
+    EXPECT_EQ(run_up_text(60, 300, 60000.0 / 1001), "  1.0 of 5.0 s");
+}
+
 render_result some_result() {
     render_result result;
     result.counts.frames = 100;

@@ -30,8 +30,6 @@ constexpr auto k_short_patience = 500ms;
 // Behind a fetch that has not ended, such as one that is meant to stay open.
 constexpr auto k_forced_patience = 20ms;
 constexpr auto k_forced_limit = 5'000ms;
-// The first wakes a worker, and its timers come after that message.
-constexpr int k_wakes = 2;
 // From the moment at which the clock stops to the page's time 0, at least.
 constexpr std::int64_t k_lead_us = 2000;
 constexpr double k_lead_s = 0.002;
@@ -273,6 +271,7 @@ void page_timeline::move_to(std::int64_t microseconds, phase next) {
 void page_timeline::forget_calls() {
     m_inspector.forget();
     m_workers.forget();
+    m_is_let = false;
     m_open_calls = 0;
     m_is_looking = false;
 }
@@ -401,7 +400,7 @@ void page_timeline::late(const row& current) {
     }
     if (m_phase == phase::hearing) return try_next_grain();
     if (m_phase == phase::turning) return doubt();
-    if (m_phase == phase::waking && !m_workers.are_awake()) return leave_workers();
+    if (m_phase == phase::waking && !m_workers.are_awake()) return doubt_workers();
     if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
     if (m_phase == phase::placing) return m_is_hurried ? ask_stalled() : hurry();
     if (m_phase == phase::naming) return tell_stalled();
@@ -504,17 +503,6 @@ void page_timeline::tell_values() {
     for (const question& one : std::exchange(m_asked, {})) {
         if (one.told) one.told(one.value);
     }
-}
-
-void page_timeline::wake() {
-    if (m_workers.is_empty() || m_wakes == k_wakes) return place();
-    ++m_wakes;
-    await(phase::waking);
-    m_workers.wake();
-}
-
-void page_timeline::leave_workers() {
-    if (m_workers.leave()) m_hearing.worker_left();
 }
 
 void page_timeline::tick() {

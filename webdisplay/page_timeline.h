@@ -254,8 +254,6 @@ private:
     void ask_page();
     bool has_question() const;
     void tell_values();
-    void wake();
-    void leave_workers();
     void hold() { stop_clock(phase::holding); }
     void tick();
     void try_tick();
@@ -285,6 +283,10 @@ private:
     void tell_stalled();
     std::int64_t unseen_moment() const;
     bool has_unseen_moment() const { return unseen_moment() < m_zero + m_frame_us; }
+
+    // page_timeline_workers.cpp
+    void wake();
+    void doubt_workers();
 
     // page_timeline_transitions.cpp
     void ask_whether_held();
@@ -348,6 +350,7 @@ private:
     int m_loads = 0;
     page_grain m_grain;
     int m_wakes = 0;
+    bool m_is_let = false;  // the page does what it has to do while its workers are waited for
     bool m_has_moved_on = false;  // the page has, to another one
     std::string m_frame;          // the page's own: the inspector's name for it
     std::string m_next_page;      // where it is about to go; empty if nowhere

@@ -290,6 +290,23 @@ TEST_F(RenderFaults, AWorkerThatIsBusyIsLeftBehindAndFollowsAgainWhenItIsDone) {
     EXPECT_NEAR(all[59] - all[45], 14, 3) << "by the page's time";
 }
 
+// It answers no more, and is no busy one.
+TEST_F(RenderFaults, AWorkerThatClosesItselfIsNotWaitedFor) {
+    folder.write("page.html",
+                 "<!doctype html><style>body{margin:0;background:#000}div{position:absolute;left:0;"
+                 "top:0;width:1px;height:8px;background:#fff}</style><div id=bar></div><script>"
+                 "for (const code of ['close()', 'postMessage(1); setTimeout(close, 60)'])"
+                 " new Worker(URL.createObjectURL(new Blob([code])));"
+                 "let n = -4; requestAnimationFrame(function next() { bar.style.left = ++n + 'px';"
+                 "requestAnimationFrame(next); })</script>");
+    const auto run = folder.run("pennywort render page.html --size 64x8 --frames 30 -o a.bgra");
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.errors.find("a worker has been busy"), std::string::npos) << run.errors;
+    const auto all = bars("a.bgra");
+    ASSERT_EQ(all.size(), 30u);
+    for (std::size_t n = 0; n < all.size(); ++n) EXPECT_EQ(all[n], static_cast<int>(n));
+}
+
 TEST_F(RenderFaults, ThePageOfTheLargestSideIsRendered) {
     folder.write("page.html", "<!doctype html><style>html{background:#20c840}</style>");
     for (const char* size : {"16384x16", "16x16384"}) {

@@ -48,6 +48,38 @@ TEST_F(PageTimeline, AWorkerThatEndsWhileItIsWokenIsNotWaitedFor) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
 }
 
+// One that has closed itself answers no more, and the page ends it as soon as it may do something.
+// Where it does, the clock stands again before the worker is woken for the next time.
+TEST_F(PageTimeline, APageMayEndAWorkerThatHasClosedItself) {
+    begin();
+    say(R"({"method":"Target.attachedToTarget","params":{"sessionId":"w1",
+        "targetInfo":{"type":"worker"}}})");
+    const auto policies = [&] {
+        std::vector<std::string> all;
+        for (const json& call : page.calls) {
+            const bool is_one = call["method"] == "Emulation.setVirtualTimePolicy";
+            const bool has_budget = is_one && call["params"].contains("budget");
+            if (is_one) all.push_back(has_budget ? "moves" : call["params"]["policy"]);
+        }
+        return all;
+    };
+    page.silent_about = "0";
+    ask(20'000);
+    page.silent_about.clear();
+    page.calls.clear();
+    pass(249ms);
+    EXPECT_TRUE(policies().empty()) << "it may be busy";
+    pass(1ms);
+    EXPECT_EQ(policies(), std::vector<std::string>{"pauseIfNetworkFetchesPending"});
+    const auto stamps = page.stamps.size();
+    say(R"({"method":"Target.detachedFromTarget","params":{"sessionId":"w1"}})");
+    EXPECT_EQ(policies(), (std::vector<std::string>{"pauseIfNetworkFetchesPending", "pause"}));
+    EXPECT_EQ(page.stamps.size(), stamps + 1);
+    paint();
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+    EXPECT_TRUE(expressions_with("a worker has been busy").empty());
+}
+
 // One that is busy for longer than anybody waits is told of once, and follows again when it is
 // done.
 TEST_F(PageTimeline, AWorkerOfThePageThatIsBusyIsLeftBehindUntilItAnswers) {
@@ -65,6 +97,7 @@ TEST_F(PageTimeline, AWorkerOfThePageThatIsBusyIsLeftBehindUntilItAnswers) {
     page.silent_about = "0";
     ask(20'000);
     page.silent_about.clear();
+    pass(1s);
     pass(19s);
     EXPECT_EQ(ends.size(), 1u);
     pass(1s);
@@ -82,6 +115,7 @@ TEST_F(PageTimeline, AWorkerOfThePageThatIsBusyIsLeftBehindUntilItAnswers) {
     page.silent_about = "0";
     ask(80'000);
     page.silent_about.clear();
+    pass(1s);
     pass(20s);
     paint();
     EXPECT_EQ(ends, std::vector(5, k_painted));
@@ -164,6 +198,7 @@ TEST_P(SharedWorkers, OneThatIsBusyIsLeftBehind) {
     page.silent_about = "0";
     ask(20'000);
     page.silent_about.clear();
+    pass(1s);
     pass(20s);
     paint();
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));

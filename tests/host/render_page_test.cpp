@@ -52,6 +52,21 @@ TEST_F(RenderPage, HasTheDiceOfItsSeed) {
     EXPECT_NE(hash(3), hash(5)) << run.output;
 }
 
+// The browser's own rule, and its own switch.
+TEST_F(RenderPage, OfAFileReadsFilesWhereTheUserLetsIt) {
+    folder.write("data.json", "{\"colour\":\"#fff\"}");
+    folder.write("part.js", "export const read = () => fetch('data.json').then(r => r.json());");
+    folder.write("reads.html",
+                 "<!doctype html><style>html{background:#000}</style><script type=module>"
+                 "import {read} from './part.js';"
+                 "document.documentElement.style.background = (await read()).colour</script>");
+    const std::string picture = "pennywort render reads.html --size 16x16 --strict";
+    EXPECT_EQ(folder.run(picture + " -o refused.png").status, 4);
+    EXPECT_EQ(pixel("refused.png", 8, 8), k_black);
+    expect_fine(picture + " --switch allow-file-access-from-files -o let.png");
+    EXPECT_EQ(pixel("let.png", 8, 8), k_white);
+}
+
 // --- its picture
 
 TEST_F(RenderPage, WithoutABackgroundIsWhiteUnlessAnotherIsAskedForOrNone) {

@@ -339,12 +339,14 @@ void page_display::InspectorEvent(const zString& method, const zString& paramete
         m_browser->CallInspector("Page.handleJavaScriptDialog", R"({"accept":true})", {});
     }
     if (is_page_begun(method.View(), parameters.View())) {
+        m_address = begun_address(parameters.View());
         m_told.page_begins();
         m_media_types.page_begins();
         m_open_requests.page_begins();
     }
     m_media_types.hear(method.View(), parameters.View());
     m_open_requests.hear(method.View(), parameters.View());
+    if (is_hosts_syntax_error(method.View(), parameters.View(), m_address)) return;
     auto said = saying_of(method.View(), parameters.View(), m_is_of_file, m_media_types);
     const std::string open = said ? m_open_requests.oldest() : std::string();
     if (said && tells_of_fetch(*said) && !open.empty()) said->line += "; open: " + open;

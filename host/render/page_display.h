@@ -131,6 +131,7 @@ private:
     media_types m_media_types;
     open_requests m_open_requests;
     std::atomic<bool> m_is_of_file{false};  // the page is a file of this machine
+    std::string m_address;                  // of the page, as the inspector tells it
     std::string m_refused;
     std::uint64_t m_advanced = 0;  // frames of this page
     std::int64_t m_unseen_us = 0;  // of its time before the first of them

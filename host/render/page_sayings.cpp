@@ -273,6 +273,22 @@ bool is_page_begun(std::string_view method, std::string_view parameters) {
     return event.is_object() && !part(event, "/frame").contains("parentId");
 }
 
+std::string begun_address(std::string_view parameters) {
+    const json event = json::parse(parameters, nullptr, false);
+    return event.is_object() ? text_at(event, "/frame/url") : std::string();
+}
+
+bool is_hosts_syntax_error(std::string_view method, std::string_view parameters,
+                           const std::string& address) {
+    if (method != "Runtime.exceptionThrown") return false;
+    const json event = json::parse(parameters, nullptr, false);
+    if (!event.is_object()) return false;
+    const json& details = part(event, "/exceptionDetails");
+    const std::string url = text_at(details, "/url");
+    return !part(details, "/exception").is_object() && url.substr(0, url.find('#')) == address &&
+           text_at(details, "/text").starts_with("Uncaught SyntaxError: ");
+}
+
 std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,
                                      bool is_of_file, const media_types& types) {
     std::optional<page_saying> (*reader)(const json&) = nullptr;

@@ -68,6 +68,14 @@ private:
 // Whether the event tells that the document of the page itself, and of no frame, has begun.
 bool is_page_begun(std::string_view method, std::string_view parameters);
 
+// The address of that document, without a fragment.
+std::string begun_address(std::string_view parameters);
+// Whether the event tells that a script of the host's own, run in the page of that address, is no
+// JavaScript. The browser gives it the page's address, and keeps what it threw to itself; of a
+// script of the page's at that address it does not.
+bool is_hosts_syntax_error(std::string_view method, std::string_view parameters,
+                           const std::string& address);
+
 // The page has opened a dialog (alert, confirm), and waits.
 inline constexpr std::string_view k_dialog_event = "Page.javascriptDialogOpening";
 

@@ -245,6 +245,21 @@ TEST(ToldSayings, ThePageItselfBeginsAndNoFrameOfIt) {
     EXPECT_FALSE(is_page_begun("Page.frameAttached", R"({"frame":{"id":"1"}})"));
 }
 
+TEST(PageSayings, ASyntaxErrorOfAScriptOfTheHostsHasThePagesAddressAndNothingThrown) {
+    const auto is_hosts = [](const std::string& details) {
+        return is_hosts_syntax_error(k_thrown, "{\"exceptionDetails\":" + details + "}",
+                                     begun_address(R"({"frame":{"url":"a.html"}})"));
+    };
+    EXPECT_TRUE(is_hosts(R"({"text":"Uncaught SyntaxError: x","url":"a.html"})"));
+    EXPECT_TRUE(is_hosts(R"({"text":"Uncaught SyntaxError: x","url":"a.html#top"})"));
+    EXPECT_FALSE(is_hosts(R"({"text":"Uncaught SyntaxError: x","url":"http://b/a.js"})"));
+    EXPECT_FALSE(is_hosts(R"({"text":"Uncaught TypeError: x","url":"a.html"})"));
+    EXPECT_FALSE(
+        is_hosts(R"({"text":"Uncaught","url":"a.html","exception":{"className":"SyntaxError"}})"));
+    EXPECT_FALSE(is_hosts_syntax_error(k_thrown, "{", "a.html"));
+    EXPECT_EQ(begun_address("{"), "");
+}
+
 TEST(EvaluationFault, IsWhatWasThrownWithItsPlaceInThePage) {
     EXPECT_EQ(evaluation_fault(R"({"result":{"type":"boolean","value":false}})"), "");
     EXPECT_EQ(evaluation_fault(R"({"exceptionDetails":{"text":"Uncaught","exception":{

@@ -34,7 +34,11 @@ TEST_F(Render, AScriptThatThrowsFails) {
 
 TEST_F(Render, AScriptThatIsNoneFails) {
     folder.write("bad.js", "let a;\nthis is no script");
-    expect_failure("pennywort render moving.html --script bad.js", "bad.js:2: SyntaxError");
+    const auto run = folder.run("pennywort render moving.html --script bad.js");
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_NE(run.errors.find("bad.js:2: SyntaxError"), std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find("moving.html"), std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find("of the page"), std::string::npos) << run.errors;
     expect_failure("pennywort render moving.html --wait-for 'n <'", "--wait-for n <: SyntaxError");
 }
 

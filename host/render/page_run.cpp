@@ -39,6 +39,9 @@ constexpr std::pair<std::string_view, const char*> k_meanings[] = {
     {"ERR_CONNECTION_REFUSED", "no server listens there"},
     {"ERR_FILE_NOT_FOUND", "there is no such file"},
     {"ERR_TOO_MANY_REDIRECTS", "the server redirects without end"},
+    {"ERR_SSL_PROTOCOL_ERROR", "the server does not speak https there"},
+    {"ERR_UNKNOWN_URL_SCHEME", "browsers know no address that begins so"},
+    {"ERR_UNSAFE_PORT", "browsers do not go to that port"},
 };
 
 std::string in_words(const std::string& error) {

@@ -158,6 +158,13 @@ TEST_F(PageRun, APageThatCannotBeLoadedFailsAtOnce) {
     EXPECT_TRUE(failure_has(": there is no such host (ERR_NAME_NOT_RESOLVED)")) << run->failure();
 }
 
+TEST_F(PageRun, AnAddressThatIsSpeltWrongIsToldInWords) {
+    begin();
+    run->page_failed(k_url, "ERR_SSL_PROTOCOL_ERROR");
+    EXPECT_TRUE(failure_has(": the server does not speak https there (ERR_SSL_PROTOCOL_ERROR)"))
+        << run->failure();
+}
+
 TEST_F(PageRun, AUrlThatTheBrowserDoesNotTakeFailsInAnySpelling) {
     request.url = "https://example.com#top";
     begin();

@@ -573,6 +573,7 @@ void page_timeline::tell_page(const char* expression) {
 
 void page_timeline::close_frame() {
     m_was_held = !m_has_turned;
+    if (std::exchange(m_is_let, false)) call("Emulation.setVirtualTimePolicy", pause());
     if (is_at_rest()) tell_page(page_scripts::k_no_rest);
     if (is_unseen() && ++m_unseen == 1) {
         await(phase::settling);

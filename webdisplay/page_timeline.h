@@ -290,6 +290,7 @@ private:
 
     // page_timeline_transitions.cpp
     void ask_whether_held();
+    void let_film_show();
 
     // page_timeline_moves.cpp
     void hear_of_next(const std::string& method, const nlohmann::json& params);
@@ -350,7 +351,7 @@ private:
     int m_loads = 0;
     page_grain m_grain;
     int m_wakes = 0;
-    bool m_is_let = false;  // the page does what it has to do while its workers are waited for
+    bool m_is_let = false;        // the page does what it has to do, by no time
     bool m_has_moved_on = false;  // the page has, to another one
     std::string m_frame;          // the page's own: the inspector's name for it
     std::string m_next_page;      // where it is about to go; empty if nowhere

@@ -95,6 +95,24 @@ TEST_P(RenderedMoveOf, GoesOnWithTheNextPageAtItsMoment) {
     }
 }
 
+// The film shows itself by a task of its page's, while the browser has that page's frame wait for
+// it; the page before it shows nothing new.
+TEST_F(RenderFixture, APageMovesOnToOneWithAFilm) {
+    folder.write("page.html",
+                 "<!doctype html><body style='background:#0a0'><script>let n = 0;"
+                 "requestAnimationFrame(function next() { document.title = ++n;"
+                 "if (n === 20) location = 'next.html'; requestAnimationFrame(next); })</script>");
+    folder.write("next.html",
+                 "<!doctype html><body style='margin:0;background:#123'><h1 id=t></h1>"
+                 "<video src=film.webm width=160 autoplay muted>"
+                 "</video><script>let n = 0; requestAnimationFrame(function next() {"
+                 "t.textContent = ++n; requestAnimationFrame(next); })</script>");
+    expect_fine(
+        "ffmpeg -v error -f lavfi -i testsrc2=s=320x180:r=25:d=4 -c:v libvpx-vp9 -b:v 400k "
+        "film.webm\n"
+        "pennywort render page.html --size 400x300 --frames 40 -o a.mkv");
+}
+
 INSTANTIATE_TEST_SUITE_P(APage, RenderedMoveOf,
                          testing::Values(moving_case{"WithNeither", "plain"},
                                          moving_case{"ThatSounds", "sounds"},

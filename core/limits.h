@@ -197,7 +197,8 @@ inline constexpr std::chrono::milliseconds k_max_page_silence{10'000};
 // Different errors of its scripts that a page may have printed without being asked for them.
 inline constexpr std::size_t k_max_told_script_errors = 10;
 
-// How long an encoder may take nothing: longer than a busy machine or a slow disk ever makes it.
+// How long an encoder may take nothing while it does next to nothing, too: longer than a slow
+// disk ever makes it.
 inline constexpr std::chrono::seconds k_max_encoder_pause{30};
 // How long an encoder that has all frames may do nothing at all. It waits for the disk then, and a
 // file server may take minutes for what it has promised to write.

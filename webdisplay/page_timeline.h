@@ -176,8 +176,8 @@ private:
     // Times must rise, so those are stamped with the microseconds before the page's time 0, which
     // the page rounds up to it: one for each time that the browser takes one.
     static constexpr int k_unseen_us = page_grain::k_unseen_us;
-    // Frames that nobody sees before the first of a page that the page has moved on to: the browser
-    // shows that page from the second one on, and in that one maybe as it was in the first.
+    // Frames that nobody sees before the first of a page that the page has moved on to: on a busy
+    // machine its first pictures came a frame late in some films without them. Why is not known.
     static constexpr int k_unmet = 2;
     static constexpr std::chrono::seconds k_call_limit{20};
     static constexpr std::chrono::seconds k_move_limit{30};

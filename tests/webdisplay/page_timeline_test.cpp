@@ -426,8 +426,8 @@ struct moved_case {
 class TimelineOfTwoPages : public PageTimeline, public testing::WithParamInterface<moved_case> {};
 
 // In the same process its clock is ahead by a part of the move; in another it is another clock,
-// which is stopped first, a microsecond later. The browser shows it from the second frame that it
-// draws on, in that one maybe as it was before; so it has two that nobody sees.
+// which is stopped first, a microsecond later. It has two frames that nobody sees, since its first
+// pictures may come late.
 TEST_P(TimelineOfTwoPages, GoesOnWithTheNextOneInTheFrameUnderWay) {
     begin();
     page.stamps.clear();

@@ -25,6 +25,14 @@ function(pennywort_compiled_here target)
   endif()
 endfunction()
 
+# pennywort_counted_by_fuzzers(<target>): a fuzzer sees what its inputs reach of this. Counting took a
+# quarter of clang's time for two files, so only what holds the parsers is compiled with it.
+function(pennywort_counted_by_fuzzers target)
+  if(PENNYWORT_FUZZ)
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
+endfunction()
+
 # pennywort_works_without_descriptors(<target>): to look at an object's type clang's sanitizer opens a
 # pipe. Without a descriptor left it would call each live object one of another type.
 function(pennywort_works_without_descriptors target)
@@ -33,13 +41,13 @@ function(pennywort_works_without_descriptors target)
   endif()
 endfunction()
 
-# pennywort_joins_files(<target>): parses what the files include once for eight of them: names that no
-# header has are to differ among them. Tests always do, the product's files where PENNYWORT_JOIN_FILES is
-# on; elsewhere each of those has to include what it uses.
+# pennywort_joins_files(<target> <number>): parses what the files include, and compiles what they take of
+# it, once for this number of them: names that no header has are to differ among them. Tests always do, the
+# product's files where PENNYWORT_JOIN_FILES is on; elsewhere each of those has to include what it uses.
 # What stands on the system's own headers stays apart: one of these takes the names of another's.
 option(PENNYWORT_JOIN_FILES "Compile several files of the product as one, too" OFF)
-function(pennywort_joins_files target)
-  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+function(pennywort_joins_files target number)
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${number})
   # The files are included by their whole paths, which would be another text for ccache in each clone.
   target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
   get_target_property(files ${target} SOURCES)

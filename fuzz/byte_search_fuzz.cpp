@@ -5,8 +5,10 @@
 #include "fuzz/fuzz.h"
 #include "utils.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) return 0;
+namespace {
+
+void look(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) return;
     const std::size_t length = std::min<std::size_t>(*data, size - 1);
     const std::uint8_t* const pattern = data + 1;
     const std::uint8_t* const text = pattern + length;
@@ -16,5 +18,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto* const wanted = std::search(text, end, pattern, text);
     const bool is_there = length > 0 && wanted != end;
     require(found == (is_there ? wanted - text : -1), "the first place is found");
-    return 0;
 }
+
+const fuzz_target k_target("byte_search", look);
+
+}  // namespace

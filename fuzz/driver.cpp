@@ -1,5 +1,5 @@
 // driver.cpp - runs a fuzz target without a fuzzer: the files of a folder, then that many changes
-// of them, the same each time. usage: NAME_fuzz_steps STEPS FOLDER
+// of them, the same each time. usage: fuzz_steps NAME STEPS FOLDER
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -71,20 +71,22 @@ private:
     std::mt19937 m_random{20240601};
 };
 
-void run(const std::string& text) {
+void run(const fuzz_target& target, const std::string& text) {
     // Memory of its own size: a sanitizer notices a look past it.
     const std::vector<std::uint8_t> bytes(text.begin(), text.end());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    target.look(bytes.data(), bytes.size());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) return std::fputs("usage: NAME_fuzz_steps STEPS FOLDER\n", stderr), 2;
-    const auto seeds = seeds_of(argv[2]);
+    if (argc != 4) return std::fputs("usage: fuzz_steps NAME STEPS FOLDER\n", stderr), 2;
+    const fuzz_target* const target = fuzz_target::named(argv[1]);
+    require(target != nullptr, "there is a target of this name");
+    const auto seeds = seeds_of(argv[3]);
     require(!seeds.empty(), "the folder holds inputs to begin with");
-    for (const std::string& seed : seeds) run(seed);
+    for (const std::string& seed : seeds) run(*target, seed);
     changer changes(seeds);
-    for (long step = std::atol(argv[1]); step > 0; --step) run(changes.next());
+    for (long step = std::atol(argv[2]); step > 0; --step) run(*target, changes.next());
     return 0;
 }

@@ -93,9 +93,7 @@ void read_entries(const std::string& value) {
     require(status == 0 || (found == nullptr && length == 0), "what is not there has no value");
 }
 
-}  // namespace
-
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void look(const std::uint8_t* data, std::size_t size) {
     const auto* const text = reinterpret_cast<const char*>(data);
     zRecord headers;
     zRecord plain;
@@ -104,5 +102,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(used >= 0 && static_cast<std::size_t>(used) == wanted, "as many bytes are taken");
     require_same(headers, plain);
     read_entries(std::string(text, size));
-    return 0;
 }
+
+const fuzz_target k_target("header_parse", look);
+
+}  // namespace

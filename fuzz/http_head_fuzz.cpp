@@ -93,9 +93,7 @@ void read_url(std::string_view bytes) {
             "a URL that is put together again is the same");
 }
 
-}  // namespace
-
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void look(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     const std::size_t split = size == 0 ? 0 : data[size / 2] % (size + 1);
     constexpr head_policy k_small{.allows_bare_lf = true, .max_bytes = 40, .max_headers = 3};
@@ -109,5 +107,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     read_url(line);
     const auto seconds = date_from(line, 1700000000);
     if (seconds) date_text(*seconds);
-    return 0;
 }
+
+const fuzz_target k_target("http_head", look);
+
+}  // namespace

@@ -85,9 +85,7 @@ void read_whole_message(std::string_view text) {
     }
 }
 
-}  // namespace
-
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void look(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     zRecord record;
     cMultipartReader reader(record);
@@ -98,5 +96,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(status == wanted.status, "the status is the same");
     require_same(wanted, record);
     read_whole_message(text);
-    return 0;
 }
+
+const fuzz_target k_target("multipart", look);
+
+}  // namespace

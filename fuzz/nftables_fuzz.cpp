@@ -72,11 +72,12 @@ void check(const std::string& messages) {
     }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void look(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     check(bytes);
     check(framed(std::string_view(bytes).substr(0, k_longest)));
-    return 0;
 }
+
+const fuzz_target k_target("nftables", look);
+
+}  // namespace

@@ -63,10 +63,8 @@ void check_servers(const std::string& servers) {
     }
 }
 
-}  // namespace
-
 // A host, a byte of its port, a list of hosts, a list of servers: a line each.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void look(const std::uint8_t* data, std::size_t size) {
     const std::string all(reinterpret_cast<const char*>(data), size);
     std::string_view rest = all;
     const std::string host(next_line(rest));
@@ -74,5 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string bypass(next_line(rest));
     check_bypass(host, port.empty() ? 80 : static_cast<unsigned char>(port.front()), bypass);
     check_servers(std::string(rest));
-    return 0;
 }
+
+const fuzz_target k_target("proxy_rules", look);
+
+}  // namespace

@@ -44,14 +44,15 @@ void check_line(const std::string& line) {
     require(taken.empty() || taken.find_first_of(":;") != taken.npos, "it has a name");
 }
 
-}  // namespace
-
 // A byte that chooses the status, then the location.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) return 0;
+void look(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) return;
     constexpr std::int32_t k_statuses[] = {301, 302, 303, 307, 308};
     const std::string rest(reinterpret_cast<const char*>(data) + 1, size - 1);
     check_redirect(rest, k_statuses[data[0] % 5]);
     check_line(rest);
-    return 0;
 }
+
+const fuzz_target k_target("redirect", look);
+
+}  // namespace

@@ -91,9 +91,7 @@ void read_strictly(std::string_view bytes, std::size_t split) {
     require(whole.resource().substr(0, 1) == "/", "a resource begins with a slash");
 }
 
-}  // namespace
-
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void look(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     // The server drops what follows a NUL.
     const std::string_view text = bytes.substr(0, bytes.find('\0'));
@@ -110,5 +108,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(progress.bytes_examined() <= 40 * text.size() + 64, "the work grows with the bytes");
     read_parts(text);
     read_strictly(bytes, step);
-    return 0;
 }
+
+const fuzz_target k_target("request", look);
+
+}  // namespace

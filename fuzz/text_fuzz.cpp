@@ -99,14 +99,15 @@ void check_trimmed(std::string_view text) {
     require(equal_ignoring_case(text, lower(text)), "case plays no part");
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void look(const std::uint8_t* data, std::size_t size) {
     // In memory of its own size, so that a look past it is noticed.
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     check_utf8(bytes);
     check_percent(bytes);
     check_numbers(bytes);
     check_trimmed(bytes);
-    return 0;
 }
+
+const fuzz_target k_target("text", look);
+
+}  // namespace

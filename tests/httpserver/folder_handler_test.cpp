@@ -23,8 +23,6 @@ void write(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-std::string first_line(const std::string& answer) { return answer.substr(0, answer.find("\r\n")); }
-
 class FolderTest : public testing::Test {
 protected:
     FolderTest() {

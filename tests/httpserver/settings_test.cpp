@@ -34,8 +34,6 @@ cHttpServerSettings strict() {
     return settings;
 }
 
-std::string first_line(const std::string& answer) { return answer.substr(0, answer.find("\r\n")); }
-
 TEST(Settings, AStrictServerRefusesAnUnknownMethodAndCloses) {
     serving one(strict());
     test_client client(one.server.ListenPort());

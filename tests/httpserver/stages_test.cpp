@@ -102,9 +102,6 @@ protected:
     std::int32_t port() { return m_loop.listening.wait_for_port(); }
     // A round of the server at least, by a connection of its own.
     void expect_serving() { EXPECT_EQ(first_line(get(port(), "/quick")), "HTTP/1.1 200 OK"); }
-    static std::string first_line(const std::string& text) {
-        return text.substr(0, text.find("\r\n"));
-    }
     // For two rounds at least, by which a time-out would have had its effect.
     void expect_serving_on() {
         for (int i = 0; i < 3; ++i) expect_serving();

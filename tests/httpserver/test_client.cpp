@@ -71,6 +71,8 @@ bool test_client::is_ended() {
 
 bool test_client::has_anything() { return !m_received.empty() || m_has_ended || wait(0); }
 
+std::string first_line(const std::string& answer) { return answer.substr(0, answer.find("\r\n")); }
+
 std::string body_of(const std::string& answer) {
     const std::size_t end = answer.find(k_blank_line);
     return end == std::string::npos ? "" : answer.substr(end + k_blank_line.size());

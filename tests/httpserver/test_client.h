@@ -38,6 +38,7 @@ private:
     bool m_has_ended = false;
 };
 
+std::string first_line(const std::string& answer);
 // The body of an answer.
 std::string body_of(const std::string& answer);
 // Sends GET for a path on a connection of its own and gives the answer.

@@ -68,7 +68,7 @@ TEST(Volume, AThousandSocketsTalkAtOnce) {
     EXPECT_TRUE(eventually([&] { return open_descriptors() <= before; })) << open_descriptors();
 }
 
-constexpr int k_rounds = 20;
+constexpr int k_volume_rounds = 20;
 constexpr int k_sockets = effort(500, 50);
 
 // What the process has.
@@ -92,7 +92,7 @@ std::ostream& operator<<(std::ostream& out, const left_over& what) {
 template <class Use>
 void expect_nothing_left_of(Use use_one) {
     left_over before;
-    for (int round = 0; round < k_rounds; ++round) {
+    for (int round = 0; round < k_volume_rounds; ++round) {
         if (round == 2) before = left_over::now();
         const scripted_peer peer(greet_and_answer);
         for (int i = 0; i < k_sockets; ++i) ASSERT_NO_FATAL_FAILURE(use_one(peer.url()));

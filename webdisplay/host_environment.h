@@ -18,6 +18,10 @@ bool is_runnable(const std::string& path);
 // can.
 std::string temporary_folder_problem();
 
+// Why this process may have too little of something for the runtime, and what to do; empty if it
+// may have enough.
+std::string allowance_problem();
+
 // The user's language by Windows' numbers of primary languages and sublanguages, on every system:
 // the low ten and the high six bits of a language identifier.
 struct ui_language {

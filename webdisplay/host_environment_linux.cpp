@@ -6,6 +6,7 @@
 #include <pwd.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -68,6 +69,25 @@ void reap(pid_t child) {
     }).detach();
 }
 
+constexpr std::uint64_t k_mebibyte = 1024 * 1024;
+
+// What a shell or a service may take from a program (ulimit), and about the least with which the
+// runtime was seen to show a page of 1920x1080. With less it ends the process by a signal or with
+// status 0, or loses the page's own process, and says nothing of the cause.
+struct allowance {
+    decltype(RLIMIT_NOFILE) resource;
+    rlim_t rlimit::*bound;  // the runtime itself raises how many files are open, up to its maximum
+    rlim_t unit;
+    rlim_t least;
+    const char* what;
+    const char* command;
+};
+constexpr allowance k_allowances[] = {
+    {RLIMIT_NOFILE, &rlimit::rlim_max, 1, 150, "files open at once", "ulimit -n"},
+    {RLIMIT_FSIZE, &rlimit::rlim_cur, k_mebibyte, 8, "MiB in a file", "ulimit -f"},
+    {RLIMIT_AS, &rlimit::rlim_cur, 1024 * k_mebibyte, 80, "GiB of addresses", "ulimit -v"},
+};
+
 }  // namespace
 
 const char* child_process_name() noexcept { return "CEFChildProcess"; }
@@ -90,6 +110,19 @@ std::string temporary_folder_problem() {
     }
     if (folder.size() + k_socket.size() < sizeof(sockaddr_un::sun_path)) return {};
     return "The path of the folder for temporary files, " + folder + ", is too long" + remedy;
+}
+
+std::string allowance_problem() {
+    for (const allowance& one : k_allowances) {
+        rlimit allowed{};
+        if (getrlimit(one.resource, &allowed) != 0) continue;
+        const rlim_t units = allowed.*one.bound / one.unit;
+        if (units >= one.least) continue;
+        return "This program may have only " + std::to_string(units) + " " + one.what +
+               ", and the browser runtime needs " + std::to_string(one.least) +
+               "; allow it more with " + one.command;
+    }
+    return {};
 }
 
 ui_language user_language() {

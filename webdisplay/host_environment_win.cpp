@@ -23,6 +23,9 @@ bool is_runnable(const std::string& path) {
 // There is no socket with a path here, and the system itself returns a folder that can be written.
 std::string temporary_folder_problem() { return {}; }
 
+// A job may limit its processes here, which nobody does by hand.
+std::string allowance_problem() { return {}; }
+
 ui_language user_language() {
     const LANGID language = GetUserDefaultUILanguage();
     return {static_cast<std::uint16_t>(PRIMARYLANGID(language)),

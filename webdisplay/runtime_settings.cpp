@@ -108,7 +108,9 @@ std::string runtime_paths::problem() const {
                " is missing or may not be run; install it beside the host program";
     }
     const std::string of_locale = locale_problem(locales, runtime_locale(user_language()));
-    return of_locale.empty() ? temporary_folder_problem() : of_locale;
+    if (!of_locale.empty()) return of_locale;
+    const std::string of_allowance = allowance_problem();
+    return of_allowance.empty() ? temporary_folder_problem() : of_allowance;
 }
 
 runtime_settings::runtime_settings(const runtime_paths& paths, const std::string& cache,

@@ -119,11 +119,22 @@ const fault k_folder_faults[] = {
     {"TooLongAFolderForTemporaryFiles",
      "export TMPDIR=$PWD/tmp/$(printf 'x%.0s' {1..90}); mkdir $TMPDIR", "is too long",
      "set TMPDIR"},
+    {"TooFewOpenFiles", "ulimit -n 100", "only 100 files open at once", "ulimit -n"},
+    {"TooSmallFiles", "ulimit -f 2048", "only 2 MiB in a file", "ulimit -f"},
+    {"TooFewAddresses", "ulimit -v 8388608", "only 8 GiB of addresses", "ulimit -v"},
 };
 
 std::string name_of(const testing::TestParamInfo<fault>& one) { return one.param.name; }
 INSTANTIATE_TEST_SUITE_P(Library, StartFault, testing::ValuesIn(k_library_faults), name_of);
 INSTANTIATE_TEST_SUITE_P(Folder, StartFault, testing::ValuesIn(k_folder_faults), name_of);
+
+// The runtime opens more where it may: a shell's own bound is not the last word.
+TEST_F(StartTest, ABoundOfOpenFilesThatMayBeRaisedIsNotTheEnd) {
+    const program_run host =
+        run("ulimit -Sn 100\npennywort -o picture.y4m --size 160x96 --seconds 0.2");
+    EXPECT_EQ(host.status, 0) << host.errors;
+    EXPECT_TRUE(has("picture.y4m"));
+}
 
 TEST_F(StartTest, AnEmptyFolderOfTheUsersIsNotTheEnd) {
     const program_run host =

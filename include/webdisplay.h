@@ -262,7 +262,8 @@ public:
     // `microseconds` after its beginning, however long that takes, and if anything changed one
     // picture goes to the renderer. Does not wait for it: `onFrame` is called once, on the display
     // thread, with what became of the frame. Painted comes after the picture was delivered, and
-    // Unchanged when the next frame is begun, since only then it is certain that no picture comes.
+    // Unchanged when it is certain that no picture comes: when the next frame is begun, or in a
+    // page with a film by itself.
     // The moments of one page must rise, and the first may be 0; up to eight may wait for the one
     // before them. One that does not rise, one too many, one before PageLoaded and those that wait
     // when the page fails are told Failed; why stands in GetPageStatus. False, with `onFrame`
@@ -285,8 +286,8 @@ public:
     // empty page and gets its first URL when they are answered. `onResult`, which may be empty, is
     // called once, on the display thread: with the result as JSON, or with nothing where the page
     // refuses or the browser goes; a call that no browser has come for is dropped with the display.
-    // A display that lives by its page's clock uses the domains
-    // Emulation (virtual time), Page, Performance, Runtime and Target itself. False, with
+    // A display that lives by its page's clock uses the domains Emulation (virtual time), Fetch (of
+    // documents, which it lets go on), Page, Performance, Runtime and Target itself. False, with
     // `onResult` dropped, without the setting, for an empty method and for parameters that are no
     // object.
     virtual bool CallInspector(const zString& method, const zString& parameters,

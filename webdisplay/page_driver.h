@@ -59,7 +59,9 @@ public:
     void ask(std::string expression, page_timeline::value_receiver told);
 
     bool is_preparing() const { return m_timeline.is_preparing(); }
-    // Whether what the browser paints is a frame that the host has asked for.
+    // Whether what the browser paints belongs to a frame that the host has asked for; and whether
+    // it is that frame's picture.
+    bool is_at_frame() const { return m_timeline.is_at_frame(); }
     bool shows_frame() const { return m_timeline.shows_frame(); }
 
 private:

@@ -181,6 +181,7 @@ const char* const k_film_driver = R"js(
   };
   const look = root => {
     if (root.nodeType !== 1 && root.nodeType !== 9 && root.nodeType !== 11) return;
+    hub.see(root);
     begin_by_itself(root);
     for (const film of root.querySelectorAll('video[autoplay],audio[autoplay]')) start(film);
     if (root.nodeType === 1) enter(call(shadow_of, root, []));
@@ -317,7 +318,7 @@ const char* const k_turn_keeper = R"js((() => {
       return true;
     }
   })();
-  const clock = performance.now.bind(performance), moment = 0.2;
+  const clock = performance.now.bind(performance), moment = 0.3;
   let is_marked = false, is_again = false, last = -moment;
   function mark() {
     if (is_marked) return;
@@ -329,8 +330,8 @@ const char* const k_turn_keeper = R"js((() => {
     });
   }
   function time_of(at) {
-    const ahead = is_apart ? clock() - at : 0;
-    return ahead > 0 && ahead < moment ? at + ahead : at;
+    const now = clock();
+    return now > at && now < at + moment ? now : at;
   }
   function wish(one) {
     if (is_apart) mark();
@@ -393,6 +394,26 @@ const char* const k_turn_keeper = R"js((() => {
   // What is awaited may bring an object, which never comes where a script of the page has put a
   // `then` of its own on all objects.
   const then = Own.prototype.then, everything = Object.prototype;
+  // The browser brings nothing of a film that is to load once it plays, or that has no source left
+  // to try, nor of a lazy image before the view, or what shows a part of it, is near to it. What is
+  // this near the browser loads, though no part of it is seen.
+  const near = 1250, beside = 600;
+  const is_away = (one, view) => one.bottom < view.top - near || one.top > view.bottom + near ||
+    one.right < view.left - beside || one.left > view.right + beside;
+  const is_cut_off = image => {
+    const place = image.getBoundingClientRect(), {innerWidth: right, innerHeight: bottom} = own;
+    for (let one = image; one && one !== document.body;) {
+      const style = getComputedStyle(one), cuts = one !== image && style.overflowX !== 'visible';
+      if (cuts && is_away(place, one.getBoundingClientRect())) return true;
+      const is_free = style.position === 'absolute' || style.position === 'fixed';
+      one = is_free ? one.offsetParent : one.parentElement;
+    }
+    return is_away(place, {left: 0, top: 0, right, bottom});
+  };
+  const comes_late = image => image.loading === 'lazy' && !image.complete &&
+    (!image.checkVisibility() || is_cut_off(image));
+  const comes_never = film => film.networkState === 0 || film.networkState === 3 ||
+    (film.networkState === 1 && film.readyState === 0 && film.preload === 'none');
   function settled(waits_for_all) {
     let open = 1, done;
     const come = () => { if (--open === 0) done(0); };
@@ -408,11 +429,12 @@ const char* const k_turn_keeper = R"js((() => {
     if (ready && !('then' in everything)) await_promise(ready);
     else if (ready && fonts.status === 'loading') await_event(fonts, ['loadingdone']);
     for (let i = 0; i < images.length; ++i) {
-      if (waits_for_all || images[i].complete) await_promise(images[i].decode());
+      const is_awaited = waits_for_all ? !comes_late(images[i]) : images[i].complete;
+      if (is_awaited) await_promise(images[i].decode());
     }
     for (let i = 0; waits_for_all && i < films.length; ++i) {
       const film = films[i], is_there = film.readyState >= 3 || film.error || !film.currentSrc;
-      if (!is_there) await_event(film, ['canplay', 'error']);
+      if (!is_there && !comes_never(film)) await_event(film, ['canplay', 'error']);
     }
     return new Own(end => { done = end; come(); });
   }

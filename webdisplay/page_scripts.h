@@ -65,9 +65,11 @@ inline constexpr std::string_view k_no_printing =
 // films are kept paused and put to each frame's moment, contexts of sound are replaced by such as
 // render off line, and files of sound are mixed by script. The driver stands in each document
 // before its own scripts, and calls the binding when there is the first thing to drive; with
-// `k_film_moves` when pictures of films begin to move. No script of the page reaches into a frame
-// of another site: so the driver there is one of its own, which calls with `k_film_apart` first.
+// `k_film_stands` when a film is in the document at all, and `k_film_moves` when pictures of films
+// begin to move. No script of the page reaches into a frame of another site: so the driver there is
+// one of its own, which calls with `k_film_apart` before it is asked for anything.
 inline constexpr const char* k_film_binding = "thinternalFilms";
+inline constexpr const char* k_film_stands = "stands";
 inline constexpr const char* k_film_moves = "film";
 inline constexpr const char* k_film_apart = "apart";
 extern const char* const k_sound_common;

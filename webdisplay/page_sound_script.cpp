@@ -57,6 +57,12 @@ const char* const k_sound_driver = R"js(
 
     // --- pictures of films
 
+    let stands = false;
+    const see = root => {
+      if (stands || (root.localName !== 'video' && !root.querySelector('video'))) return;
+      stands = true;
+      tell('stands');
+    };
     let moves = false, shown = [];  // those that are put to the moment of the frame
     const move = () => {
       if (!moves) tell('film');
@@ -241,6 +247,18 @@ const char* const k_sound_driver = R"js(
       return [{url, from, until, level, speed, first, length, begun: Math.round(run.begun),
                is_film: film.localName === 'video', is_loop: film.loop}];
     }
+    async function those_in_time(all_of_them) {
+      await all(all_of_them);
+      give_up = () => {};
+    }
+    // A film that begins while the page's time passes is waited for: how soon it comes goes by the
+    // day's time. What the page itself brings it (MediaSource) may have to wait for the page's.
+    function arrival_of([film, run]) {
+      if (film.localName !== 'video' || film.readyState > 0 || run.is_of_start) return null;
+      const source = film.currentSrc || film.src;
+      if (film.srcObject || source.startsWith('blob:')) return null;
+      return source || film.firstElementChild ? in_time(film, has_come(film)) : null;
+    }
     // As far as that can be known without a look at its file.
     const is_audible = ([film, run]) => level_of(film) > 0 && film.readyState > 0 &&
       run.speed !== 0 && (film.localName === 'audio' || film.webkitAudioDecodedByteCount > 0);
@@ -253,14 +271,14 @@ const char* const k_sound_driver = R"js(
     let ordered = 0;
     async function step(until, is_heard) {
       shown = [];
+      await those_in_time(runs().map(arrival_of));
       await all(open_frames().map(one => one.place()));
       if (is_apart) {
         pieces.length = 0;
         return '';
       }
       const heard = is_heard ? ran(until) : [];
-      await all(heard.map(([film, run]) => in_time(film, prepare(film, run))));
-      give_up = () => {};
+      await those_in_time(heard.map(([film, run]) => in_time(film, prepare(film, run))));
       make_room(until);
       const known = await render_all(until);
       return is_heard ? speak(until, known) : keep_silent(until, known);
@@ -297,6 +315,7 @@ const char* const k_sound_driver = R"js(
       for (const [, run] of ran(until)) {
         run.begun += gone;
         run.heard += gone;
+        run.is_of_start = until === 0;  // and has been waited for, if it was to be
       }
     }
     // Once more for the same frame: what has not come by now is not waited for.
@@ -323,7 +342,7 @@ const char* const k_sound_driver = R"js(
     Object.defineProperty(self, 'thinternal stalled', {value: () =>
       runs().find(([film]) => film.seeking)?.[0].currentSrc ?? ''});
     return Object.freeze({
-      now, rouse, with_room, move, is_apart,
+      now, rouse, with_room, see, move, is_apart,
       say: is_apart ? () => say('what a frame of another site says is not in the film') : say,
       show(run) { shown.push(run); },
       add(one) {

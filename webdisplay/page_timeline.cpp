@@ -79,7 +79,8 @@ void page_timeline::painted() {
     // The frame before is over with its picture; else that is found out by trying.
     if (m_phase == phase::ticking || m_phase == phase::clearing) m_due = m_limit = m_now;
     // In its turn it is not over; later, that of the next frame may have been asked for already.
-    if (m_phase != phase::turning) settle(frame_end::painted);
+    if (m_phase != phase::turning && !m_is_hidden) settle(frame_end::painted);
+    if (m_phase == phase::between && !m_has_taken) let_next_page_come();
 }
 
 void page_timeline::page_loaded() {
@@ -108,6 +109,8 @@ void page_timeline::hear(const std::string& method, const json& params) {
         const bool is_start = m_start.when == page_start::at::dom && m_has_begun;
         if (m_phase == phase::loading && is_start) m_has_come = true;
         if (m_phase == phase::reading) m_has_come = true;
+    } else if (method == "Fetch.requestPaused") {
+        hear_of_document(params);
     } else if (method == "Page.javascriptDialogOpening") {
         answer_dialog(message_text(params, "/defaultPrompt"));
     } else {
@@ -117,11 +120,13 @@ void page_timeline::hear(const std::string& method, const json& params) {
 
 // The one that was asked for, or one that the page in the film has moved on to.
 void page_timeline::page_begins(const std::string& main_frame) {
+    let_next_page_come();
     m_frame = main_frame;
     m_next_page.clear();
     if (m_phase != phase::loading && !has_page()) return;
     (m_phase == phase::loading ? m_has_begun : m_has_moved_on) = true;
     m_has_moving_films = m_was_forced = false;
+    m_comes_late = m_is_drawn = false;
     m_is_read = false;
     m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {
         read_clock(result);
@@ -155,6 +160,7 @@ void page_timeline::ask_load() {
     m_loads = 0;
     m_lead_us = k_lead_us;
     m_has_films = m_has_moving_films = false;
+    m_comes_late = m_is_drawn = false;
     m_apart.clear();
     m_has_moved_on = m_is_met = false;
     m_was_forced = false;
@@ -269,9 +275,10 @@ void page_timeline::move_to(std::int64_t microseconds, phase next) {
 }
 
 void page_timeline::forget_calls() {
+    let_next_page_come();
     m_inspector.forget();
     m_workers.forget();
-    m_is_let = false;
+    m_lets_workers_end = m_lets_film_show = false;
     m_open_calls = 0;
     m_is_looking = false;
 }
@@ -328,7 +335,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
          &self::tell_values},
         {wait::event, k_move_limit, k_hangs, &self::wake},
         {wait::answers, k_call_limit, "the page's inspector does not answer", &self::wake},
-        {wait::answers, k_call_limit, "the page's inspector does not answer", &self::clear},
+        {wait::answers, k_turn_limit, k_hangs, &self::clear},
         {wait::time, k_tick_interval, "", &self::try_clear},
         {wait::answers, k_move_limit, "", &self::show},
         {wait::pictures, k_ever, k_hangs, &self::end_quiet},
@@ -337,6 +344,7 @@ const page_timeline::row& page_timeline::row_of(phase which) {
         {wait::event, k_read_interval, "", &self::meet_again},
         {wait::time, k_tick_interval, "", &self::try_tick},
         {wait::turn, k_turn_limit, k_hangs, &self::close_frame},
+        {wait::answers, k_turn_limit, k_hangs, &self::tick},
         {wait::answers, k_doubt_limit, k_hangs, &self::tell_doubt},
         {wait::answers, k_doubt_limit, "", &self::tell_stalled},
         {wait::nothing, k_ever, "", nullptr},
@@ -382,7 +390,7 @@ bool page_timeline::is_over(wait what) const {
         case wait::time:
             return m_phase == phase::blank ? m_has_painted || is_late() : is_late();
         case wait::wishes:
-            return !m_waiting.empty() || has_question();
+            return m_held_page.empty() && (!m_waiting.empty() || has_question());
         case wait::pictures:
             return (m_unshown == 0 && m_unmet == 0 && m_has_turned) || m_has_moved_on;
         case wait::nothing:
@@ -399,12 +407,14 @@ void page_timeline::late(const row& current) {
         return (this->*current.next)();
     }
     if (m_phase == phase::hearing) return try_next_grain();
+    if (m_phase == phase::between) return let_next_page_come();
     if (m_phase == phase::turning) return doubt();
     if (m_phase == phase::waking && !m_workers.are_awake()) return doubt_workers();
     if (m_phase == phase::reading) return m_now < m_tick_limit ? read_on() : meet_again();
     if (m_phase == phase::placing) return m_is_hurried ? ask_stalled() : hurry();
     if (m_phase == phase::naming) return tell_stalled();
     if (m_phase == phase::showing) return show_again(current.fault);
+    if (m_phase == phase::moving) let_next_page_come();
     const bool is_next_late = m_phase == phase::moving && m_is_forced && !m_next_page.empty();
     if (is_next_late) {
         return fail("the page moves on to another one, which does not come: " + m_next_page);
@@ -416,6 +426,7 @@ void page_timeline::late(const row& current) {
 }
 
 void page_timeline::fail(const std::string& why) {
+    let_next_page_come();
     await(phase::failed);
     m_fault = why;
     m_port.page_fails(why);
@@ -503,86 +514,6 @@ void page_timeline::tell_values() {
     for (const question& one : std::exchange(m_asked, {})) {
         if (one.told) one.told(one.value);
     }
-}
-
-void page_timeline::tick() {
-    if (std::exchange(m_has_moved_on, false)) return meet();
-    m_repeats = 0;
-    m_tick_limit = m_now + k_call_limit;
-    try_tick();
-}
-
-// Once it is taken, the frame before it is over. That is told last: a host may ask for another page
-// then, or for this one to be closed.
-void page_timeline::try_tick() {
-    if (!begin_frame(stamp())) {
-        if (m_now >= m_tick_limit) return fail("the browser takes no frame");
-        return await(phase::ticking);
-    }
-    const receiver before = take_end();
-    await_turn();
-    m_has_painted = false;
-    if (is_unseen()) {
-        ++m_unseen_us;
-    } else {
-        ++m_begun;
-        m_has_taken = true;
-        m_taken = std::move(m_waiting.front().told);
-        m_waiting.pop_front();
-    }
-    if (before) before(frame_end::unchanged);
-}
-
-std::int64_t page_timeline::stamp() const {
-    const std::int64_t unseen = m_zero - k_unseen_us + m_unseen_us;
-    return is_unseen() ? unseen : m_zero + m_frame_us + m_repeats;
-}
-
-bool page_timeline::begin_frame(std::int64_t microseconds) {
-    if (!m_port.begin_frame(microseconds * 1000)) return false;
-    m_last_stamp = microseconds;
-    return true;
-}
-
-void page_timeline::await_turn() {
-    await(phase::turning);
-    m_patience = k_first_patience;
-    m_due = m_again_at = m_now + m_patience;
-    if (m_was_held) ask_whether_held();
-}
-
-// A frame that was begun while the page was not yet on the browser's list, or was taken off it, is
-// over without a turn of the page. The browser takes another only where that is so: while the page
-// is busy, it takes none.
-void page_timeline::tick_again() {
-    if (m_now < m_again_at) return;
-    ask_whether_held();
-    m_patience = std::min<std::chrono::milliseconds>(2 * m_patience, k_last_patience);
-    m_due = m_again_at = m_now + m_patience;
-    // Each frame that is still to come needs a moment of its own.
-    if (is_unseen() && m_unseen_us >= k_unseen_us - (k_unseen - m_unseen)) return;
-    ++m_repeats;
-    const bool is_taken = begin_frame(stamp());
-    if (is_taken && is_unseen()) ++m_unseen_us;
-    if (!is_taken) --m_repeats;
-}
-
-void page_timeline::tell_page(const char* expression) {
-    m_inspector.call("Runtime.evaluate", {{"expression", expression}});
-}
-
-void page_timeline::close_frame() {
-    m_was_held = !m_has_turned;
-    if (std::exchange(m_is_let, false)) call("Emulation.setVirtualTimePolicy", pause());
-    if (is_at_rest()) tell_page(page_scripts::k_no_rest);
-    if (is_unseen() && ++m_unseen == 1) {
-        await(phase::settling);
-        let_tasks_run();
-        const bool waits_for_all = m_start.when == page_start::at::load;
-        return evaluate(waits_for_all ? page_scripts::k_settled : page_scripts::k_settled_so_far);
-    }
-    await(phase::between);
-    if (m_has_painted) settle(frame_end::painted);
 }
 
 }  // namespace pennywort::webdisplay

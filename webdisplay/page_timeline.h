@@ -98,8 +98,9 @@ public:
     const char* refusal_of(std::int64_t microseconds) const;
     // Moves the page to `microseconds` after its beginning. `told` hears the end of that frame:
     // painted when the picture has been delivered and the page had its turn; unchanged when the
-    // browser has taken the next frame, since only then nothing can come any more. False, and
-    // `told` is dropped, where there can be none.
+    // browser has taken the next frame, since only then nothing can come any more: what was painted
+    // last, though not as the frame's picture, is its picture then. False, and `told` is dropped,
+    // where there can be none.
     bool advance(std::int64_t microseconds, receiver told);
     // Asks the page for the value of an expression when the frames that were asked for before it
     // are over, and before the next one begins. `told` hears it as a text: empty where it has none,
@@ -118,11 +119,13 @@ public:
     bool is_preparing() const { return m_phase < phase::loading; }
     // Whether it is because of another process of the page that it is to be loaded.
     bool is_loading_again() const { return m_loads > 0; }
-    // Whether the browser is at a frame that was asked for.
-    bool shows_frame() const { return m_has_taken; }
+    // Whether the browser is at a frame that was asked for; and whether what it paints now is that
+    // frame's picture.
+    bool is_at_frame() const { return m_has_taken || m_round == round::fence; }
+    bool shows_frame() const { return m_has_taken && !m_is_hidden; }
 
 private:
-    // In the order in which they follow each other; `failed` is the end of all.
+    // Nearly in the order in which they follow each other; `failed` is the end of all.
     enum class phase {
         nothing,    // no browser yet
         blank,      // frames by the machine's clock, until the browser shows anything at all
@@ -152,12 +155,15 @@ private:
         reading,    // that one is read
         ticking,    // the browser is to take the frame
         turning,    // the page is to have its turn
+        repeating,  // and rests in the next one, which is for the same moment
         doubting,   // it has had none, and is asked for what it waits
         naming,     // it is asked which of its films does not follow
         failed
     };
     // What ends a phase.
     enum class wait { nothing, time, answers, event, wishes, turn, pictures };
+    // What the browser draws for one frame.
+    enum class round { own, again, fence };
     struct row;
     struct frame {
         std::int64_t microseconds = 0;
@@ -177,7 +183,7 @@ private:
     // the page rounds up to it: one for each time that the browser takes one.
     static constexpr int k_unseen_us = page_grain::k_unseen_us;
     // Frames that nobody sees before the first of a page that the page has moved on to: on a busy
-    // machine its first pictures came a frame late in some films without them. Why is not known.
+    // machine its first pictures came a frame late in some films without them.
     static constexpr int k_unmet = 2;
     static constexpr std::chrono::seconds k_call_limit{20};
     static constexpr std::chrono::seconds k_move_limit{30};
@@ -187,6 +193,8 @@ private:
     // that, and so on, to the other.
     static constexpr std::chrono::milliseconds k_first_patience{100};
     static constexpr std::chrono::milliseconds k_last_patience{2000};
+    // For the picture of a page that is about to move on, and may have drawn nothing.
+    static constexpr std::chrono::milliseconds k_picture_patience{500};
     // For a frame that shows how the page rounds its time.
     static constexpr std::chrono::milliseconds k_trial_limit{200};
 
@@ -218,14 +226,11 @@ private:
     void evaluate(const char* expression);
     void forget_calls();
     void ask_for_turn();
-    std::int64_t stamp() const;
-    bool begin_frame(std::int64_t microseconds);
     bool is_unseen() const { return m_unseen < k_unseen; }
     // In the last one of those the page's scripts draw nothing. A film's own picture may come to
     // the display after that of the page beside it, which is then drawn a frame late, and so is
     // each one behind it: until a frame comes in which the page has nothing new.
     bool is_at_rest() const { return m_unseen == k_unseen - 1; }
-    void tell_page(const char* expression);
 
     // page_timeline_start.cpp
     void try_blank();
@@ -255,12 +260,20 @@ private:
     bool has_question() const;
     void tell_values();
     void hold() { stop_clock(phase::holding); }
+    void return_to_frames();
+
+    // page_timeline_rounds.cpp
     void tick();
     void try_tick();
     void await_turn();
     void tick_again();
     void close_frame();
-    void return_to_frames();
+    bool comes_late() const { return m_comes_late && !is_unseen(); }
+    void next_round();
+    void end_rounds();
+    std::int64_t stamp() const;
+    bool begin_frame(std::int64_t microseconds);
+    void tell_page(const char* expression);
 
     // page_timeline_films.cpp
     void films_begin(const nlohmann::json& called);
@@ -279,6 +292,7 @@ private:
     void await_pictures();
     void show_again(const char* hangs);
     void end_quiet();
+    void end_rest();
     void ask_stalled();
     void tell_stalled();
     std::int64_t unseen_moment() const;
@@ -299,6 +313,11 @@ private:
     void read_on();
     void meet_again();
     void follow_clock();
+    void hear_of_document(const nlohmann::json& params);
+    bool is_in_frame() const;
+    void hold_next_page();
+    void let_come(const std::string& request);
+    void let_next_page_come();
 
     timeline_port& m_port;
     const double m_day;
@@ -351,10 +370,14 @@ private:
     int m_loads = 0;
     page_grain m_grain;
     int m_wakes = 0;
-    bool m_is_let = false;        // the page does what it has to do, by no time
+    // The page does what it has to do, by no time: so that it ends workers that have closed
+    // themselves, or that a film of it shows itself.
+    bool m_lets_workers_end = false;
+    bool m_lets_film_show = false;
     bool m_has_moved_on = false;  // the page has, to another one
     std::string m_frame;          // the page's own: the inspector's name for it
     std::string m_next_page;      // where it is about to go; empty if nowhere
+    std::string m_held_page;      // the request for that one, which waits for the frame's picture
     int m_moves = 0;              // how often it has in this frame
     time m_frame_began{};
     bool m_is_read = false;  // all that it begins with is there
@@ -363,6 +386,10 @@ private:
     bool m_has_moving_films = false;    // some of them have pictures, which move
     bool m_is_quiet = false;            // the page rests, for the films of the frame
     bool m_is_put = false;              // they are at its time
+    round m_round = round::own;         // of the frame under way
+    bool m_comes_late = false;          // what scripts draw may come to the display a frame late
+    bool m_is_hidden = false;           // so what comes now is not the frame's picture
+    bool m_is_drawn = false;            // the frame before is on the display, and the page rests
     int m_unmet = 0;                    // so many unseen frames the page needs that has come
     std::size_t m_unshown = 0;          // so many drivers have not shown their pictures yet
     bool m_will_move = false;           // one of them has more to come

@@ -20,8 +20,11 @@ constexpr auto k_first_pause = 1ms;
 }  // namespace
 
 void page_timeline::films_begin(const json& called) {
-    m_has_films = true;
     const std::string payload = message_text(called, "/payload");
+    let_next_page_come();
+    m_comes_late |= payload == page_scripts::k_film_stands;
+    if (payload == page_scripts::k_film_stands) return;
+    m_has_films = true;
     const json& context = message_part(called, "/executionContextId");
     if (payload == page_scripts::k_film_moves) m_has_moving_films = m_will_move = true;
     if (payload == page_scripts::k_film_apart && context.is_number_integer()) {
@@ -55,12 +58,14 @@ void page_timeline::ask_drivers_apart(const std::string& expression,
 // page that the page has moved on to.
 void page_timeline::place() {
     const bool is_met = std::exchange(m_is_met, false);
+    m_round = round::own;
     if (!m_has_films && !is_unseen() && !is_met) return tick();
     m_is_put = false;
     m_unmet = is_met ? k_unmet : 0;
     m_is_quiet = (is_met || m_has_moving_films) && !is_unseen() && has_unseen_moment();
-    if (!m_is_quiet) return put();
+    if (m_is_drawn && !m_is_quiet) end_rest();
     m_pause = k_first_pause;
+    if (!m_is_quiet || m_is_drawn) return put();
     tell_page(page_scripts::k_rest);
     quiet();
 }
@@ -147,6 +152,8 @@ void page_timeline::show() {
     ask_shown();
     await_pictures();
     m_due = m_limit = m_now;
+    // No frame is under way that could bring them.
+    if (std::exchange(m_is_drawn, false)) m_is_put = m_has_turned = true;
 }
 
 // A driver that says nothing of what is to come may have more of it; a frame that has gone has not.
@@ -191,10 +198,14 @@ void page_timeline::show_again(const char* hangs) {
 }
 
 void page_timeline::end_quiet() {
-    if (m_has_moved_on) return hold();
+    if (!m_has_moved_on) end_rest();
+    hold();
+}
+
+void page_timeline::end_rest() {
+    m_is_drawn = false;
     tell_page(page_scripts::k_no_rest);
     ask_for_turn();
-    hold();
 }
 
 std::int64_t page_timeline::unseen_moment() const {

@@ -31,6 +31,49 @@ void page_timeline::hear_of_next(const std::string& method, const json& params) 
     m_next_page = is_asked ? message_text(params, "/url").substr(0, k_longest_told_url) : "";
 }
 
+// What a page draws before it moves on may come to the display behind the next one's arrival, and
+// is lost then. So that one is fetched when the frame's picture is there. Where the page moves on
+// before the frame's moment there is no such picture, and its time stands until the next one comes.
+// Films do not come to their place in a page that waits for the next one.
+void page_timeline::hear_of_document(const json& params) {
+    // What else is paused there is the host's.
+    if (message_text(params, "/resourceType") != "Document") return;
+    const std::string request = message_text(params, "/requestId");
+    if (message_text(params, "/frameId") != m_frame) return let_come(request);
+    let_next_page_come();
+    if (m_has_films || m_comes_late || !is_in_frame()) return let_come(request);
+    m_held_page = request;
+    m_inspector.call("Performance.getMetrics", json::object(),
+                     [this, held = m_held_page](const json& result) {
+                         const std::int64_t behind = m_told;
+                         read_clock(result);
+                         const bool is_early = std::exchange(m_told, behind) < m_zero + m_frame_us;
+                         if (held == m_held_page && is_early) let_next_page_come();
+                     });
+}
+
+bool page_timeline::is_in_frame() const {
+    const bool is_moving_on = m_phase == phase::meeting || m_phase == phase::reading;
+    return m_phase >= phase::moving && m_phase < phase::failed && !is_moving_on && !is_unseen();
+}
+
+// Behind a frame in which nothing came so far.
+void page_timeline::hold_next_page() {
+    if (m_held_page.empty()) return;
+    if (!m_has_taken) return let_next_page_come();
+    m_due = m_limit = m_now + k_picture_patience;
+}
+
+void page_timeline::let_come(const std::string& request) {
+    m_inspector.call("Fetch.continueRequest", {{"requestId", request}});
+}
+
+void page_timeline::let_next_page_come() {
+    if (m_held_page.empty()) return;
+    let_come(std::exchange(m_held_page, {}));
+    if (m_phase == phase::between) await(phase::between);
+}
+
 // Each of them may move on to the next, or to itself.
 void page_timeline::meet() {
     const bool is_endless = ++m_moves > k_most_moves || m_now > m_frame_began + k_moves_limit;
@@ -73,11 +116,12 @@ void page_timeline::meet_again() {
 
 // In the same process the browser gives the next page the time anew that was left for the move, and
 // the clock is ahead by that: the next frame finds it so. Another process has another clock, by
-// which the page goes on where it was.
+// which the page goes on where it was; no frame has been stamped by that one yet.
 void page_timeline::follow_clock() {
     const std::int64_t ahead = m_told - m_clock;
-    if (std::abs(ahead) > m_moved_us) m_zero += ahead;
     m_clock = m_told;
+    if (std::abs(ahead) <= m_moved_us) return;
+    m_zero += ahead;
     m_last_stamp = 0;
 }
 

@@ -34,6 +34,7 @@ void page_timeline::prepare() {
     call("Page.enable", json::object());
     call("Runtime.enable", json::object());
     call("Performance.enable", json::object());
+    call("Fetch.enable", {{"patterns", {{{"resourceType", "Document"}}}}});
     call("Target.setAutoAttach",
          {{"autoAttach", true}, {"waitForDebuggerOnStart", false}, {"flatten", true}});
     call("Target.setDiscoverTargets", {{"discover", true}});

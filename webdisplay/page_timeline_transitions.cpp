@@ -28,7 +28,8 @@ void page_timeline::ask_whether_held() {
 // stands; the browser has the frame wait for that film, and the page then waits for ever. One that
 // only shows its first picture is not known here.
 void page_timeline::let_film_show() {
-    if (!std::exchange(m_is_let, true)) let_tasks_run();
+    let_next_page_come();
+    if (!std::exchange(m_lets_film_show, true)) let_tasks_run();
 }
 
 }  // namespace pennywort::webdisplay

@@ -20,7 +20,7 @@ constexpr auto k_closing_after = 250ms;
 
 void page_timeline::wake() {
     // Before the next one: what the page is let do may begin with it.
-    if (std::exchange(m_is_let, false)) {
+    if (std::exchange(m_lets_workers_end, false)) {
         await(phase::waking);
         return call("Emulation.setVirtualTimePolicy", pause());
     }
@@ -34,7 +34,8 @@ void page_timeline::wake() {
 // A worker that has closed itself answers no more, and is there until the page has ended it: that
 // is a task of the page's, which does none while its time stands.
 void page_timeline::doubt_workers() {
-    const bool is_first = !std::exchange(m_is_let, true);
+    let_next_page_come();
+    const bool is_first = !std::exchange(m_lets_workers_end, true);
     m_due = m_limit = m_now + k_call_limit;
     if (is_first) return let_tasks_run();
     if (m_workers.leave()) m_hearing.worker_left();

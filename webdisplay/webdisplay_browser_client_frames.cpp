@@ -84,7 +84,7 @@ void webdisplay_browser_client::OnPaint(cef_browser_t* browser, cef_paint_elemen
     if (type == PET_POPUP && m_merges_widgets) return take_widget(browser, buffer, width, height);
     if (m_driver) {
         if (type == PET_VIEW) return take_page_frame(*owner, buffer, width, height);
-        if (m_driver->shows_frame()) owner->BrowserPainted(buffer, width, height, true);
+        if (m_driver->is_at_frame()) owner->BrowserPainted(buffer, width, height, true);
         return;
     }
     if (owner->m_state->loads.holds_picture() && holds_frame_back(*owner, buffer, width, height)) {

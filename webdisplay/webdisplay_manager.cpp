@@ -46,9 +46,6 @@ constexpr const char* k_page_clock_switches[] = {
     // The browser would put a page that moves on to another one aside as it is. Half way to that
     // one, with its time held for what it fetches, it would hold the time of the next one, too.
     "disable-back-forward-cache",
-    // The edges of what is turned come out a little otherwise where only a part of the picture is
-    // drawn anew, and beside a film that part is not the same in each run.
-    "ui-disable-partial-swap",
 };
 
 // Else the picture of a page from a server waits for its first text, half a second of its time.

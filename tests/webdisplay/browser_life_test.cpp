@@ -14,23 +14,22 @@ namespace pennywort::webdisplay {
 namespace {
 
 using step = close_step;
-using phase = life_phase;
 
 struct life_case {
     const char* events;  // a arrives, c close, n not asked, e ends
-    phase want;
+    life_phase want;
     step next_close;
 };
 void PrintTo(const life_case& c, std::ostream* out) { *out << c.events; }
 
 constexpr life_case k_cases[] = {
-    {"", phase::expected, step::abandon},   {"a", phase::there, step::ask},
-    {"c", phase::abandoned, step::abandon}, {"ca", phase::abandoned, step::abandon},
-    {"ac", phase::closing, step::join},     {"acc", phase::closing, step::join},
-    {"acn", phase::there, step::ask},       {"ace", phase::gone, step::nothing},
-    {"ae", phase::gone, step::nothing},     {"e", phase::gone, step::nothing},
-    {"cae", phase::gone, step::nothing},    {"aea", phase::gone, step::nothing},
-    {"acen", phase::gone, step::nothing},
+    {"", life_phase::expected, step::abandon},   {"a", life_phase::there, step::ask},
+    {"c", life_phase::abandoned, step::abandon}, {"ca", life_phase::abandoned, step::abandon},
+    {"ac", life_phase::closing, step::join},     {"acc", life_phase::closing, step::join},
+    {"acn", life_phase::there, step::ask},       {"ace", life_phase::gone, step::nothing},
+    {"ae", life_phase::gone, step::nothing},     {"e", life_phase::gone, step::nothing},
+    {"cae", life_phase::gone, step::nothing},    {"aea", life_phase::gone, step::nothing},
+    {"acen", life_phase::gone, step::nothing},
 };
 
 class BrowserLifeTest : public testing::TestWithParam<life_case> {};

@@ -15,7 +15,20 @@ namespace {
 
 using strings = std::vector<std::string>;
 
-class PageClockTest : public PageClockFixture {};
+class PageClockTest : public PageClockFixture {
+protected:
+    // By the binding of the driver of the page's films.
+    void say_driver(const std::string& payload) {
+        bool is_told = false;
+        fake().post([&] {
+            fake().inspector_event(1, R"({"method":"Runtime.bindingCalled","params":{"name":)"
+                                      R"("thinternalFilms","payload":")" +
+                                          payload + "\"}}");
+            is_told = true;
+        });
+        ASSERT_TRUE(loop_until([&] { return is_told; }));
+    }
+};
 
 TEST_F(PageClockTest, EachFrameIsStampedWithItsOwnMoment) {
     script().animate = true;
@@ -50,6 +63,37 @@ TEST_F(PageClockTest, AStillPageHasOnePictureAndIsUnchangedAfterIt) {
     show(s);
     for (int n = 0; n < 4; ++n) ASSERT_TRUE(ask(s, n * 40'000));
     ASSERT_TRUE(wait_for_ends(3)) << fault(s);
+    EXPECT_EQ(m_ends, (std::vector{k_painted, k_unchanged, k_unchanged}));
+    EXPECT_EQ(s.seen.frames.size(), 1u);
+}
+
+// The browser draws each frame twice then, and a third time where the second brings no picture.
+TEST_F(PageClockTest, APageWithAFilmHasOnePictureAFrame) {
+    script().animate = true;
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    say_driver("stands");
+    for (int n = 0; n < 4; ++n) {
+        const auto taken = fake().browser(1).begin_times.size();
+        ASSERT_TRUE(ask(s, n * 40'000));
+        ASSERT_TRUE(wait_for_ends(static_cast<std::size_t>(n) + 1)) << fault(s);
+        EXPECT_EQ(m_ends.back(), k_painted);
+        ASSERT_EQ(s.seen.frames.size(), static_cast<std::size_t>(n) + 1);
+        EXPECT_GE(fake().browser(1).begin_times.size(), taken + 2);
+    }
+    EXPECT_TRUE(s.seen.all_on_display_thread);
+}
+
+TEST_F(PageClockTest, AStillPageWithAFilmHasItsPictureAndIsUnchangedByItself) {
+    start_with_page_clocks();
+    screen s(on_page_clock("http://a/"));
+    show(s);
+    say_driver("stands");
+    for (int n = 0; n < 3; ++n) {
+        ASSERT_TRUE(ask(s, n * 40'000));
+        ASSERT_TRUE(wait_for_ends(static_cast<std::size_t>(n) + 1)) << fault(s);
+    }
     EXPECT_EQ(m_ends, (std::vector{k_painted, k_unchanged, k_unchanged}));
     EXPECT_EQ(s.seen.frames.size(), 1u);
 }
@@ -281,15 +325,7 @@ protected:
         }
         return all;
     }
-    void tell_of_films() {
-        bool is_told = false;
-        fake().post([&] {
-            fake().inspector_event(
-                1, R"({"method":"Runtime.bindingCalled","params":{"name":"thinternalFilms"}})");
-            is_told = true;
-        });
-        ASSERT_TRUE(loop_until([&] { return is_told; }));
-    }
+    void tell_of_films() { say_driver({}); }
 };
 
 TEST_F(PageClockSoundTest, ThePageIsToldAtEachFrameWhetherAnybodyHearsIt) {
@@ -396,7 +432,6 @@ TEST_F(PageClockTest, ItsSwitchesReachTheRuntime) {
     EXPECT_TRUE(has_switch("run-all-compositor-stages-before-draw", ""));
     EXPECT_TRUE(has_switch("disable-site-isolation-trials", ""));
     EXPECT_TRUE(has_switch("disable-back-forward-cache", ""));
-    EXPECT_TRUE(has_switch("ui-disable-partial-swap", ""));
     EXPECT_TRUE(has_switch("disable-features", "PaintHolding"));
     EXPECT_TRUE(has_switch("js-flags", "--random-seed=7"));
 }

@@ -9,8 +9,6 @@
 namespace pennywort::webdisplay {
 namespace {
 
-using phase = load_phase;
-
 constexpr load_policy k_keeps{false, true, false};
 constexpr load_policy k_tells{false, false, true};
 
@@ -55,38 +53,38 @@ void play(page_loads& loads, const std::string& events) {
 
 struct phase_case {
     const char* events;
-    phase want;
+    load_phase want;
     bool holds_picture;
     const char* lost_load;  // what comes again
 };
 void PrintTo(const phase_case& c, std::ostream* out) { *out << c.events; }
 
 constexpr phase_case k_phases[] = {
-    {"", phase::none, false, ""},
-    {"A", phase::asked, false, ""},
-    {"Ax", phase::none, false, ""},
-    {"As", phase::asked, false, ""},
-    {"AsB", phase::on_its_way, false, ""},
-    {"AsBE", phase::loaded, false, ""},
-    {"AsBEB", phase::on_its_way, true, ""},
-    {"AsBEAx", phase::loaded, false, ""},
-    {"AsF", phase::failed, true, ""},
-    {"AsFE", phase::failed, true, ""},
-    {"AsFA", phase::asked, true, ""},
-    {"AsFAx", phase::failed, true, ""},
-    {"AsFAsB", phase::on_its_way, true, ""},
-    {"AsFAsBE", phase::loaded, true, ""},
-    {"AsBEL", phase::lost, true, ""},
-    {"AsBEAL", phase::lost, true, "http://a/"},
-    {"AsBEAsL", phase::lost, true, "http://a/"},
-    {"AsBEAsBL", phase::lost, true, ""},
-    {"AsBEALA", phase::asked, true, ""},
-    {"AsBEAxL", phase::lost, true, ""},
-    {"SL", phase::lost, true, ""},
-    {"SsLA", phase::asked, true, ""},
-    {"AsBEC", phase::closed, false, ""},
-    {"AsFN", phase::none, false, ""},
-    {"AsBECNS", phase::asked, true, ""},
+    {"", load_phase::none, false, ""},
+    {"A", load_phase::asked, false, ""},
+    {"Ax", load_phase::none, false, ""},
+    {"As", load_phase::asked, false, ""},
+    {"AsB", load_phase::on_its_way, false, ""},
+    {"AsBE", load_phase::loaded, false, ""},
+    {"AsBEB", load_phase::on_its_way, true, ""},
+    {"AsBEAx", load_phase::loaded, false, ""},
+    {"AsF", load_phase::failed, true, ""},
+    {"AsFE", load_phase::failed, true, ""},
+    {"AsFA", load_phase::asked, true, ""},
+    {"AsFAx", load_phase::failed, true, ""},
+    {"AsFAsB", load_phase::on_its_way, true, ""},
+    {"AsFAsBE", load_phase::loaded, true, ""},
+    {"AsBEL", load_phase::lost, true, ""},
+    {"AsBEAL", load_phase::lost, true, "http://a/"},
+    {"AsBEAsL", load_phase::lost, true, "http://a/"},
+    {"AsBEAsBL", load_phase::lost, true, ""},
+    {"AsBEALA", load_phase::asked, true, ""},
+    {"AsBEAxL", load_phase::lost, true, ""},
+    {"SL", load_phase::lost, true, ""},
+    {"SsLA", load_phase::asked, true, ""},
+    {"AsBEC", load_phase::closed, false, ""},
+    {"AsFN", load_phase::none, false, ""},
+    {"AsBECNS", load_phase::asked, true, ""},
 };
 
 class PageLoadsTest : public testing::TestWithParam<phase_case> {};
@@ -104,18 +102,18 @@ INSTANTIATE_TEST_SUITE_P(All, PageLoadsTest, testing::ValuesIn(k_phases),
 struct status_case {
     int status;
     bool is_asked_for;  // that a status may fail
-    phase want;
+    load_phase want;
 };
 void PrintTo(const status_case& c, std::ostream* out) {
     *out << c.status << (c.is_asked_for ? "" : "ByDefault");
 }
 
 constexpr status_case k_statuses[] = {
-    {0, true, phase::on_its_way},    {200, true, phase::on_its_way},
-    {206, true, phase::on_its_way},  {399, true, phase::on_its_way},
-    {400, true, phase::failed},      {404, true, phase::failed},
-    {503, true, phase::failed},      {999, true, phase::failed},
-    {404, false, phase::on_its_way}, {503, false, phase::on_its_way},
+    {0, true, load_phase::on_its_way},    {200, true, load_phase::on_its_way},
+    {206, true, load_phase::on_its_way},  {399, true, load_phase::on_its_way},
+    {400, true, load_phase::failed},      {404, true, load_phase::failed},
+    {503, true, load_phase::failed},      {999, true, load_phase::failed},
+    {404, false, load_phase::on_its_way}, {503, false, load_phase::on_its_way},
 };
 
 class PageStatusTest : public testing::TestWithParam<status_case> {};
@@ -126,7 +124,7 @@ TEST_P(PageStatusTest, FailsThePageWhereTheHostAsksForIt) {
     page_loads loads(policy);
     play(loads, "AsBE");
     loads.ask("http://b/");
-    const bool has_failed = GetParam().want == phase::failed;
+    const bool has_failed = GetParam().want == load_phase::failed;
     EXPECT_EQ(loads.begin("http://b/", GetParam().status), !has_failed);
     EXPECT_EQ(loads.phase(), GetParam().want);
     EXPECT_EQ(loads.url(), "http://b/");
@@ -136,13 +134,13 @@ TEST_P(PageStatusTest, FailsThePageWhereTheHostAsksForIt) {
         has_failed ? "the server answered with status " + std::to_string(GetParam().status) : "");
     EXPECT_EQ(loads.admits(true), !has_failed) << "whether a picture of it is shown";
     loads.end("http://b/");
-    EXPECT_EQ(loads.phase(), has_failed ? phase::failed : phase::loaded);
+    EXPECT_EQ(loads.phase(), has_failed ? load_phase::failed : load_phase::loaded);
     EXPECT_FALSE(has_failed && loads.release_picture());
     // The next one is a page like any other.
     loads.ask("http://c/");
     EXPECT_TRUE(loads.begin("http://c/", 200));
     EXPECT_TRUE(loads.end("http://c/"));
-    EXPECT_EQ(loads.phase(), phase::loaded);
+    EXPECT_EQ(loads.phase(), load_phase::loaded);
 }
 INSTANTIATE_TEST_SUITE_P(All, PageStatusTest, testing::ValuesIn(k_statuses), [](const auto& one) {
     return "Status" + std::to_string(one.param.status) +
@@ -152,7 +150,7 @@ INSTANTIATE_TEST_SUITE_P(All, PageStatusTest, testing::ValuesIn(k_statuses), [](
 TEST(PageLoads, WithoutASettingALostPageAndAHeldPictureAreUnknown) {
     page_loads loads;
     play(loads, "AsBEAL");
-    EXPECT_EQ(loads.phase(), phase::asked);
+    EXPECT_EQ(loads.phase(), load_phase::asked);
     EXPECT_EQ(loads.take_lost_load(), "");
     play(loads, "F");
     EXPECT_FALSE(loads.holds_picture());
@@ -172,7 +170,7 @@ TEST(PageLoads, WhatTheBrowserShowsInThePlaceOfAFailedPageIsToldAsLoadedUnlessTh
         page_loads loads(tells ? k_tells : load_policy{});
         loads.fail("http://bad/", "ERR");
         EXPECT_EQ(loads.end("http://bad/"), !tells);
-        EXPECT_EQ(loads.phase(), phase::failed) << "whatever is told";
+        EXPECT_EQ(loads.phase(), load_phase::failed) << "whatever is told";
         EXPECT_TRUE(loads.end("http://other/"));
     }
 }
@@ -189,10 +187,10 @@ TEST(PageLoads, ThePageThatEndsWhileAnotherIsAskedForLeavesThatOneAsked) {
     play(loads, "AsB");
     loads.ask("http://b/");
     EXPECT_TRUE(loads.end("http://a/"));
-    EXPECT_EQ(loads.phase(), phase::asked);
+    EXPECT_EQ(loads.phase(), load_phase::asked);
     EXPECT_EQ(loads.asked_url(), "http://b/");
     loads.give_up(loads.abort());
-    EXPECT_EQ(loads.phase(), phase::loaded);
+    EXPECT_EQ(loads.phase(), load_phase::loaded);
 }
 
 // --- what the browser ignores
@@ -202,14 +200,14 @@ TEST(PageLoads, OnlyWhatTheBrowserTookNoNoticeOfIsIgnored) {
     const unsigned ticket = loads.ask("http://");
     EXPECT_FALSE(loads.is_ignored(ticket, true)) << "it is loading";
     EXPECT_TRUE(loads.is_ignored(ticket, false));
-    EXPECT_EQ(loads.phase(), phase::none);
+    EXPECT_EQ(loads.phase(), load_phase::none);
     EXPECT_FALSE(loads.is_ignored(ticket, false)) << "said once";
 }
 
 TEST(PageLoads, NothingIsSaidOfAnIgnoredUrlUnlessTheHostMinds) {
     page_loads loads;
     EXPECT_FALSE(loads.is_ignored(loads.ask("http://"), false));
-    EXPECT_EQ(loads.phase(), phase::asked);
+    EXPECT_EQ(loads.phase(), load_phase::asked);
 }
 
 TEST(PageLoads, WhatStirredOrWasReplacedIsNotIgnored) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -37,6 +38,7 @@ public:
     }
     bool begin_frame(std::int64_t nanoseconds) override {
         if (refuses > 0) return --refuses, false;
+        if (nanoseconds > last_taken) return false;
         stamps.push_back(nanoseconds);
         if (passed_by > 0) return --passed_by, true;
         if (is_held) return true;
@@ -84,6 +86,7 @@ public:
     int loads = 0;
     int stands = 0;
     int refuses = 0;
+    std::int64_t last_taken = std::numeric_limits<std::int64_t>::max();  // no frame behind it is
     int passed_by = 0;  // frames that are taken and do not come to the page
     // Where in a step of what it tells a page goes over to the next, by that next one.
     std::map<std::int64_t, int> goes_over_at;

@@ -125,5 +125,125 @@ TEST_F(PageTimelineHost, MomentsThatNoClockHoldsAreRefused) {
     EXPECT_EQ(ends, (std::vector{k_painted, k_painted})) << "and it goes on where it was";
 }
 
+// A page that moves on within the frame that is asked for next, or before its moment.
+class PageThatMovesOn : public PageTimeline {
+protected:
+    void begin_page(const std::string& driver_says = {}) {
+        prepare();
+        say(k_navigated);
+        load();
+        if (!driver_says.empty()) say_driver(driver_says);
+        ask(0);
+        paint();
+    }
+    void move_on(double before_ms, const std::string& frame = "a",
+                 const std::string& type = "Document") {
+        page.holds_time = true;
+        const double stood = page.clock_ms;
+        ask(20'000);
+        page.clock_ms = stood + 20 - before_ms;
+        const json params{{"requestId", "next"}, {"frameId", frame}, {"resourceType", type}};
+        say(json{{"method", "Fetch.requestPaused"}, {"params", params}}.dump());
+        page.clock_ms = stood + 20;
+    }
+    void come_to_moment() { say(R"({"method":"Emulation.virtualTimeBudgetExpired","params":{}})"); }
+    bool is_fetched() const { return page.count_of("Fetch.continueRequest") == 1; }
+};
+
+TEST_F(PageThatMovesOn, GetsTheNextOneBehindThePictureOfItsFrame) {
+    begin_page();
+    move_on(0);
+    come_to_moment();
+    EXPECT_FALSE(is_fetched());
+    const std::size_t frames = page.stamps.size();
+    ask(40'000);
+    EXPECT_EQ(page.stamps.size(), frames) << "its time does not go on";
+    EXPECT_FALSE(is_fetched());
+    EXPECT_EQ(ends.size(), 1u);
+    paint();
+    EXPECT_TRUE(is_fetched());
+    EXPECT_EQ(ends, (std::vector{k_painted, k_painted}));
+}
+
+TEST_F(PageThatMovesOn, GetsTheNextOneAlsoWhereItDrawsNothing) {
+    begin_page();
+    move_on(0);
+    come_to_moment();
+    EXPECT_FALSE(is_fetched());
+    pass(500ms);
+    EXPECT_TRUE(is_fetched());
+    EXPECT_TRUE(page.faults.empty());
+}
+
+TEST_F(PageThatMovesOn, BeforeTheFramesMomentGetsTheNextOneAtOnce) {
+    begin_page();
+    move_on(5);
+    EXPECT_TRUE(is_fetched());
+}
+
+TEST_F(PageThatMovesOn, HasFramesThatDoNotWait) {
+    begin_page();
+    move_on(0, "of another page");
+    EXPECT_TRUE(is_fetched());
+}
+
+TEST_F(PageThatMovesOn, IsHeldWhileItsFrameGoesOnToAnotherDocument) {
+    begin_page();
+    move_on(0);
+    say(R"({"method":"Fetch.requestPaused","params":{"requestId":"of a frame",)"
+        R"("frameId":"b","resourceType":"Document"}})");
+    EXPECT_EQ(page.count_of("Fetch.continueRequest"), 1u);
+    EXPECT_EQ(page.calls.back()["params"]["requestId"], "of a frame");
+    come_to_moment();
+    paint();
+    EXPECT_EQ(page.count_of("Fetch.continueRequest"), 2u);
+}
+
+TEST_F(PageThatMovesOn, WithAFilmThatOnlyStandsGetsTheNextOneAtOnce) {
+    begin_page(page_scripts::k_film_stands);
+    move_on(0);
+    EXPECT_TRUE(is_fetched());
+}
+
+TEST_F(PageThatMovesOn, IsNotHeldWhereAFilmOfItBegins) {
+    begin_page();
+    move_on(0);
+    EXPECT_FALSE(is_fetched());
+    say_driver("1");
+    EXPECT_TRUE(is_fetched());
+}
+
+TEST_F(PageThatMovesOn, MayHaveRequestsThatItsHostMinds) {
+    begin_page();
+    move_on(0, "a", "Image");
+    come_to_moment();
+    paint();
+    EXPECT_EQ(page.count_of("Fetch.continueRequest"), 0u);
+}
+
+TEST_F(PageThatMovesOn, WithFilmsGetsTheNextOneAtOnce) {
+    begin_page("1");
+    move_on(0);
+    EXPECT_TRUE(is_fetched());
+}
+
+TEST_F(PageThatMovesOn, LeavesNoRequestThatWaitsWhereTheHostAsksForAnother) {
+    begin_page();
+    move_on(0);
+    EXPECT_FALSE(is_fetched());
+    timeline.ask_load();
+    turn();
+    EXPECT_TRUE(is_fetched());
+}
+
+TEST_F(PageThatMovesOn, LeavesNoRequestThatWaitsWhereItIsLost) {
+    begin_page();
+    move_on(0);
+    EXPECT_FALSE(is_fetched());
+    timeline.page_lost();
+    turn();
+    EXPECT_TRUE(is_fetched());
+}
+
 }  // namespace
 }  // namespace pennywort::webdisplay::timeline_test

@@ -9,7 +9,7 @@ namespace {
 
 using samples = std::vector<std::vector<float>>;
 
-class listener : public cBrowserAudioReceiverInterface {
+class sound_listener : public cBrowserAudioReceiverInterface {
 public:
     void AudioStarted(long channels, long sampleRate) override {
         note("started " + std::to_string(channels) + " " + std::to_string(sampleRate));
@@ -75,7 +75,7 @@ protected:
 TEST_F(SoundTest, IsLeftToTheMachineUnlessItIsAskedFor) {
     start();
     screen s(page("http://a/"));
-    listener hears;
+    sound_listener hears;
     s->SetAudioReceiver(&hears);
     show(s);
     EXPECT_FALSE(begin());
@@ -87,7 +87,7 @@ TEST_F(SoundTest, IsLeftToTheMachineUnlessItIsAskedFor) {
 TEST_F(SoundTest, ArrivesAsItIsOnTheRuntimesThread) {
     start();
     screen s(sounding_page());
-    listener hears;
+    sound_listener hears;
     s->SetAudioReceiver(&hears);
     show(s);
     ASSERT_TRUE(begin());
@@ -105,7 +105,7 @@ TEST_F(SoundTest, ArrivesAsItIsOnTheRuntimesThread) {
 TEST_F(SoundTest, AnErrorIsAnEndToo) {
     start();
     screen s(sounding_page());
-    listener hears;
+    sound_listener hears;
     s->SetAudioReceiver(&hears);
     show(s);
     ASSERT_TRUE(begin());
@@ -126,7 +126,7 @@ TEST_F(SoundTest, AReceiverThatComesLateIsToldTheFormatFirst) {
     show(s);
     ASSERT_TRUE(begin());
     packet(1);
-    listener first, second;
+    sound_listener first, second;
     s->SetAudioReceiver(&first);
     packet(2);
     s->SetAudioReceiver(&second);
@@ -141,7 +141,7 @@ TEST_F(SoundTest, AReceiverThatComesLateIsToldTheFormatFirst) {
 TEST_F(SoundTest, AReceiverMayTakeItselfAway) {
     start();
     screen s(sounding_page());
-    listener hears;
+    sound_listener hears;
     hears.on_packet = [&] { s->SetAudioReceiver(nullptr); };
     s->SetAudioReceiver(&hears);
     show(s);
@@ -156,7 +156,7 @@ TEST_F(SoundTest, AReceiverMayTakeItselfAway) {
 TEST_F(SoundTest, AReceiverThatClosesItsDisplayAgainstTheRulesDoesNotWaitForItself) {
     start();
     screen s(sounding_page());
-    listener hears;
+    sound_listener hears;
     std::vector<std::string> traces;
     s->SetAudioReceiver(&hears);
     show(s);
@@ -173,7 +173,7 @@ TEST_F(SoundTest, AReceiverThatClosesItsDisplayAgainstTheRulesDoesNotWaitForItse
 TEST_F(SoundTest, AfterTheDisplayHasGonePacketsAreHarmless) {
     script().keep_clients = true;
     start();
-    listener hears;
+    sound_listener hears;
     {
         screen s(sounding_page());
         s->SetAudioReceiver(&hears);
@@ -191,7 +191,7 @@ TEST_F(SoundTest, PacketsAndTheEndMayMeet) {
     start();
     std::atomic<bool> is_over{false};
     std::thread sounding;
-    listener hears;
+    sound_listener hears;
     {
         screen s(sounding_page());
         s->SetAudioReceiver(&hears);
@@ -218,7 +218,7 @@ TEST_F(SoundTest, PacketsAndTheEndMayMeet) {
 TEST_F(SoundTest, AWindowThatThePageOpensIsNotHeard) {
     start();
     screen s(sounding_page());
-    listener hears;
+    sound_listener hears;
     s->SetAudioReceiver(&hears);
     show(s);
     int popup = 0;

@@ -51,7 +51,7 @@ std::unique_ptr<frame_writer> make_plain_writer(const output_target& target,
         default:
             break;
     }
-    auto movie = std::make_unique<movie_writer>(target, format, k_max_encoder_pause);
+    auto movie = std::make_unique<movie_writer>(target, format);
     if (!is_single_picture(target.kind)) return movie;
     return std::make_unique<still_writer>(std::move(movie), target.path);
 }

@@ -35,6 +35,8 @@ public:
     // What belongs to this output has failed, or its own frame before it came here, so that it
     // replaces nothing. Before finish.
     virtual void other_has_failed() {}
+    // What becomes of a file that was there then, as a part of a line; empty where there was none.
+    virtual std::string fate_beside_failure() const { return {}; }
     // Completes the output, so that what was shown can be played, also after show has failed.
     virtual outcome finish() = 0;
 };

@@ -37,16 +37,18 @@ picture_ptr key_writer::key_of(const picture_ptr& frame) {
 }
 
 // An old key would stand beside a new fill, or the other way round. A reader that has closed a pipe
-// is no failure.
-outcome key_writer::of_fill(outcome result) {
-    if (result.what() == outcome::kind::failed) m_key->other_has_failed();
-    return result;
+// is no failure. Only the first failure is told, and it says what becomes of both.
+outcome key_writer::beside(outcome result, frame_writer& other) {
+    if (result.what() != outcome::kind::failed) return result;
+    other.other_has_failed();
+    if (std::exchange(m_has_failed, true)) return result;
+    const std::string fate = other.fate_beside_failure();
+    return fate.empty() ? result : outcome::failed(result.text() + "; " + fate);
 }
 
-outcome key_writer::of_key(outcome result) {
-    if (result.what() == outcome::kind::failed) m_fill->other_has_failed();
-    return result;
-}
+outcome key_writer::of_fill(outcome result) { return beside(std::move(result), *m_key); }
+
+outcome key_writer::of_key(outcome result) { return beside(std::move(result), *m_fill); }
 
 outcome key_writer::show(const picture_ptr& frame) {
     // First: where there is no memory for it, neither film has the frame.

@@ -27,12 +27,14 @@ private:
     picture_ptr key_of(const picture_ptr& frame);
     outcome of_fill(outcome result);
     outcome of_key(outcome result);
+    outcome beside(outcome result, frame_writer& other);
 
     const std::unique_ptr<frame_writer> m_fill;
     const std::unique_ptr<frame_writer> m_key;
     std::unique_ptr<picture_pool> m_pool;  // made once the size is known
     picture_ptr m_source;                  // what m_grey was made of
     picture_ptr m_grey;
+    bool m_has_failed = false;
 };
 
 }  // namespace pennywort::host

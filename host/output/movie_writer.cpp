@@ -5,6 +5,7 @@
 #include <fstream>
 #include <utility>
 
+#include "core/run/deadline.h"
 #include "host/output/byte_sink.h"
 #include "host/output/film_check.h"
 #include "host/output/film_codecs.h"
@@ -44,19 +45,16 @@ std::string said(const child_process::exit_report& report) {
 }  // namespace
 
 movie_writer::movie_writer(output_target target, const frame_format& format,
-                           std::chrono::milliseconds patience,
-                           std::chrono::milliseconds longest_rest)
+                           const encoder_patience& patience)
     : m_target(std::move(target)),
       m_format(format),
       m_patience(patience),
-      m_longest_rest(longest_rest),
       m_stream(format),
       m_pixels(format.transparent) {}
 
 movie_writer::movie_writer(output_kind kind, std::string path, const frame_format& format,
-                           std::chrono::milliseconds patience,
-                           std::chrono::milliseconds longest_rest)
-    : movie_writer(output_target{kind, std::move(path), {}}, format, patience, longest_rest) {}
+                           const encoder_patience& patience)
+    : movie_writer(output_target{kind, std::move(path), {}}, format, patience) {}
 
 outcome movie_writer::begin() {
     m_program = find_program("ffmpeg");
@@ -108,9 +106,13 @@ outcome movie_writer::try_format(const frame_format& format,
         return begun;
     }
     const std::string frame = film_trial_frame(format);
-    trial.write(frame.data(), frame.size(), m_patience);
-    report = trial.finish(m_patience);
-    if (!report.ended) return outcome::failed("ffmpeg does not end after one frame");
+    const run::deadline last(m_patience.trial);
+    trial.write_within(frame.data(), frame.size(), m_patience.trial);
+    report = trial.finish(std::chrono::milliseconds(last.left_ms()));
+    if (!report.ended) {
+        return outcome::failed("ffmpeg was tried with one small frame, and does not end within " +
+                               std::to_string(m_patience.trial.count() / 1000) + " s");
+    }
     return report.status == 0 ? outcome::fine() : failed_with(report);
 }
 
@@ -135,7 +137,7 @@ outcome movie_writer::send(const std::string& head, const void* bytes, std::size
 }
 
 outcome movie_writer::send(const void* bytes, std::size_t count) {
-    switch (m_child.write(bytes, count, m_patience)) {
+    switch (m_child.write(bytes, count, m_patience.pause)) {
         case child_process::write_result::written:
             return outcome::fine();
         case child_process::write_result::stalled:
@@ -152,7 +154,7 @@ outcome movie_writer::give_up() {
     m_is_running = false;
     m_child.finish(std::chrono::milliseconds(0));
     return outcome::failed("ffmpeg has taken no frame for " +
-                           std::to_string(m_patience.count() / 1000) + " s; " + m_path +
+                           std::to_string(m_patience.pause.count() / 1000) + " s; " + m_path +
                            " is not whole");
 }
 
@@ -161,7 +163,7 @@ outcome movie_writer::finish() {
     if (!std::exchange(m_is_running, false)) return outcome::fine();
     // What an encoder still holds of the film may take it longer than all pauses before; so may
     // the index in front of a long one.
-    const auto report = m_child.finish_at_its_pace(m_longest_rest);
+    const auto report = m_child.finish_at_its_pace(m_patience.rest);
     if (!report.ended) return outcome::failed("ffmpeg does not end; " + m_path + " is not whole");
     if (report.status != 0 || tells_of_lost_bytes(report.last_line)) {
         return failed_with(report);

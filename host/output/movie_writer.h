@@ -18,16 +18,22 @@
 
 namespace pennywort::host {
 
+// What a movie program is given up for.
+struct encoder_patience {
+    // It takes nothing for so long, and does not work.
+    std::chrono::milliseconds pause = k_max_encoder_pause;
+    // It does not work for so long when it has all frames.
+    std::chrono::milliseconds rest = k_max_encoder_rest;
+    // It is not done with its trial, whether it works or not.
+    std::chrono::milliseconds trial = k_max_encoder_trial;
+};
+
 class movie_writer : public frame_writer {
 public:
-    // A movie program that takes nothing for `patience` is given up, and so is one that does not
-    // work for `longest_rest` when it has all frames.
     movie_writer(output_target target, const frame_format& format,
-                 std::chrono::milliseconds patience,
-                 std::chrono::milliseconds longest_rest = k_max_encoder_rest);
+                 const encoder_patience& patience = {});
     movie_writer(output_kind kind, std::string path, const frame_format& format,
-                 std::chrono::milliseconds patience,
-                 std::chrono::milliseconds longest_rest = k_max_encoder_rest);
+                 const encoder_patience& patience = {});
 
     // Tries the encoder with a frame of its own before the film's ffmpeg is started.
     outcome begin() override;
@@ -55,8 +61,7 @@ private:
     const output_target m_target;
     const std::string& m_path = m_target.path;
     frame_format m_format;
-    const std::chrono::milliseconds m_patience;
-    const std::chrono::milliseconds m_longest_rest;
+    const encoder_patience m_patience;
     std::string m_program;
     matroska_stream m_stream;  // of a film with sound: one pipe carries both
     child_process m_child;

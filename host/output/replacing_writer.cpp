@@ -77,7 +77,11 @@ outcome replacing_writer::settle() {
     const bool is_wanted = m_has_frame && !(m_has_failed && m_was_there);
     if (has_part && is_wanted) return put_in_place(*m_file);
     remove_part();
-    return outcome::fine();
+    // A program that still has a file open writes on after its name, or its folder, has gone.
+    if (has_part || !m_has_frame || m_has_failed) return outcome::fine();
+    return outcome::failed("cannot write " + m_target.path + ": the new file, " + m_file->part +
+                           ", is not there any more; it or its folder was removed or moved while " +
+                           "it was written");
 }
 
 void replacing_writer::remove_part() const {
@@ -91,6 +95,10 @@ outcome replacing_writer::told(const outcome& result) {
     std::string text = with_name(result.text(), m_file->part, m_target.path);
     if (!std::exchange(m_has_failed, true)) text += fate_of_file();
     return outcome::failed(std::move(text));
+}
+
+std::string replacing_writer::fate_beside_failure() const {
+    return m_file && m_was_there ? m_target.path + " stays as it was" : std::string();
 }
 
 // Of a film without its index nothing can be had any more.

@@ -30,6 +30,7 @@ public:
     outcome hear(std::span<const float> samples) override;
     outcome complete() override;
     void other_has_failed() override { m_has_failed = true; }
+    std::string fate_beside_failure() const override;
     outcome finish() override;
 
 private:

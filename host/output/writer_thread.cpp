@@ -112,14 +112,15 @@ bool writer_thread::next(entry& out) {
 // A picture that looks as the one before is that one: its writer has converted it already.
 void writer_thread::write(const entry& todo) {
     if (todo.times == 0) return keep(write_sound(todo));
-    if (todo.frame && looks_as_before(*todo.frame)) {
-        ++m_unchanged;
-    } else if (todo.frame) {
-        m_previous = todo.frame;
-    }
+    const bool is_new = todo.frame && !looks_as_before(*todo.frame);
+    if (is_new) m_previous = todo.frame;
+    if (todo.frame && !is_new) ++m_unchanged;
     for (std::uint64_t i = 0; i < todo.times && !m_has_failed && !m_is_abandoned; ++i) {
         keep(m_writer->show(m_previous));
-        if (!m_has_failed) ++m_written;
+        if (m_has_failed) return;
+        // Before the repeats, so that whoever asks for those first never hears of more of them.
+        ++m_written;
+        if (i > 0 || !is_new) ++m_repeated;
     }
 }
 

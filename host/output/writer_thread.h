@@ -44,6 +44,9 @@ public:
     // watches the output sees a repeated frame.
     std::uint64_t unchanged() const { return m_unchanged; }
 
+    // Of those that were written, how many show the picture before them again.
+    std::uint64_t repeated() const { return m_repeated; }
+
     // Asks for the end behind what still waits. Without waiting.
     void request_finish();
     // Whether all is written and the output complete.
@@ -83,6 +86,7 @@ private:
     std::atomic<bool> m_has_finished{false};
     std::atomic<std::uint64_t> m_written{0};
     std::atomic<std::uint64_t> m_unchanged{0};
+    std::atomic<std::uint64_t> m_repeated{0};
     std::thread m_thread;
 };
 

@@ -6,6 +6,7 @@
 #include <thread>
 #include <utility>
 
+#include "core/run/deadline.h"
 #include "host/system/last_line.h"
 #include "host/system/running_child.h"
 
@@ -90,6 +91,21 @@ child_process::write_result child_process::write(const void* bytes, std::size_t 
         std::size_t taken = 0;
         const auto result = m_state->write_while_it_works(rest, count, longest_rest, taken);
         if (result != write_result::written && taken == 0) return result;
+        rest += taken;
+        count -= taken;
+    }
+    return write_result::written;
+}
+
+child_process::write_result child_process::write_within(const void* bytes, std::size_t count,
+                                                        std::chrono::milliseconds patience) {
+    const run::deadline last(patience);
+    const char* rest = static_cast<const char*>(bytes);
+    while (count > 0) {
+        std::size_t taken = 0;
+        const std::chrono::milliseconds left(last.left_ms());
+        const auto result = m_state->child.write_some(rest, count, left, taken);
+        if (result != write_result::written && (taken == 0 || last.has_passed())) return result;
         rest += taken;
         count -= taken;
     }

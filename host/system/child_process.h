@@ -33,11 +33,15 @@ public:
     enum class write_result {
         written,
         closed,   // the program takes no more: it has ended, or is about to
-        stalled,  // it has taken nothing for `longest_rest`, and done next to nothing
+        stalled,  // it has taken nothing for `longest_rest`, and done next to nothing; or not all
+                  // within `patience`
     };
     // However long it takes the program, as long as it works; see finish_at_its_pace.
     write_result write(const void* bytes, std::size_t count,
                        std::chrono::milliseconds longest_rest);
+    // In `patience` at most, even where it works.
+    write_result write_within(const void* bytes, std::size_t count,
+                              std::chrono::milliseconds patience);
 
     struct exit_report {
         // By itself, within `patience`; else it has been ended, with what it has started.

@@ -13,6 +13,12 @@ namespace {
 
 bool is_of_a_name(char c) { return c == '_' || text::is_digit(c) || (c >= 'a' && c <= 'z'); }
 
+// "Error initializing output stream 0:1 -- " has the place of a reason, and none in it.
+bool breaks_off(std::string_view line) {
+    while (!line.empty() && line.back() == ' ') line.remove_suffix(1);
+    return line.ends_with("--");
+}
+
 }  // namespace
 
 void last_line::add(std::string_view bytes) {
@@ -30,7 +36,7 @@ void last_line::end_line() {
     if (m_current.empty()) return;
     if (!take_report()) {
         if (m_first.empty()) m_first = m_current;
-        m_last.swap(m_current);
+        if (m_last.empty() || !breaks_off(m_current)) m_last.swap(m_current);
     }
     m_current.clear();
 }

@@ -18,7 +18,8 @@ public:
 
     // The bytes may be split anywhere. A line longer than k_max_last_line keeps its beginning.
     void add(std::string_view bytes);
-    // The last line that is not empty, whether its end has come or not.
+    // The last line that is not empty, whether its end has come or not. One that breaks off where
+    // its reason would be (" --") does not take the place of the one before it, which gives that.
     const std::string& text() const { return m_current.empty() ? m_last : m_current; }
     // The first one.
     const std::string& first() const { return m_first.empty() ? m_current : m_first; }

@@ -71,6 +71,21 @@ TEST_F(ChildProcess, OneThatTakesNothingStallsAndIsEnded) {
     EXPECT_FALSE(child.finish(50ms).ended);
 }
 
+// It is not even asked how much it works.
+TEST_F(ChildProcess, OneThatTakesNothingWithinATimeIsGivenUpThoughItWorks) {
+    start("0", "spin", "");
+    EXPECT_EQ(child.write_within(k_much.data(), k_much.size(), 1s),
+              child_process::write_result::stalled);
+    EXPECT_FALSE(child.finish(0ms).ended);
+}
+
+TEST_F(ChildProcess, OneThatTakesAllWithinATimeHasAllOfIt) {
+    start("0", std::to_string(k_much.size()).c_str(), "done");
+    EXPECT_EQ(child.write_within(k_much.data(), k_much.size(), k_patience),
+              child_process::write_result::written);
+    EXPECT_EQ(child.finish(k_patience).last_line, "done");
+}
+
 TEST_F(ChildProcess, OneThatDoesNotEndIsEnded) {
     start("0", "wait", "");
     EXPECT_FALSE(child.finish(10ms).ended);

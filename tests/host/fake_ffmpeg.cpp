@@ -2,6 +2,7 @@
 //
 // It takes all of its input and ends with 0. A trial, whose output is "-", ends there. For a film
 // it first does what a file called `way` in its own folder says:
+//   tries    works on its trial for ever, and takes nothing
 //   silent   leaves a film without its end
 //   told     does the same, and says on standard error that there was no room
 //   whole    writes a whole film of the mov kind
@@ -46,9 +47,12 @@ void work() {
 
 int main(int argc, char** argv) {
     const std::string film = argv[argc - 1];
+    const std::string way = way_beside(argv[0]);
+    if (way == "tries") {
+        for (;;) work();
+    }
     take_input();
     if (film == "-") return 0;
-    const std::string way = way_beside(argv[0]);
     if (way == "works") work();
     if (way == "rests") rest();
     const bool is_whole = way == "whole" || way == "works";

@@ -13,11 +13,14 @@
 #include "tests/host/search_path.h"
 #include "tests/host/temporary_folder.h"
 #include "tests/loam/wine.h"
+#include "tests/support/eventually.h"
 
 namespace pennywort::host {
 namespace {
 
 using namespace std::chrono_literals;
+
+using tests::k_patience;
 
 class MovieEnd : public testing::Test {
 protected:
@@ -30,10 +33,9 @@ protected:
     ~MovieEnd() override { set_search_path(m_before); }
 
     // fake_ffmpeg.cpp says what the ways are.
-    outcome finish_one(const std::string& way, std::chrono::milliseconds longest_rest = 20s) {
+    outcome finish_one(const std::string& way, encoder_patience patience = {20s, 20s, 20s}) {
         folder.write("way", way);
-        movie_writer mov(output_kind::mov, folder.path("a.mov"), format_of(64, 48), 20s,
-                         longest_rest);
+        movie_writer mov(output_kind::mov, folder.path("a.mov"), format_of(64, 48), patience);
         if (auto begun = mov.begin(); !begun.ok()) return begun;
         if (auto shown = mov.show(picture_of(1, 64, 48)); !shown.ok()) return shown;
         return mov.finish();
@@ -67,13 +69,21 @@ TEST_F(MovieOnAFullDisk, IsNoneWhereTheFilmIsWhole) {
 
 TEST_F(MovieEnd, IsWaitedForAsLongAsFfmpegWorks) {
     if (runs_under_wine()) GTEST_SKIP() << "Wine tells no processor time of another program";
-    const auto finished = finish_one("works", 1s);
+    const auto finished = finish_one("works", {20s, 1s, 20s});
     EXPECT_TRUE(finished.ok()) << finished.text();
 }
 
 TEST_F(MovieEnd, OfAnFfmpegThatDoesNothingIsAFailure) {
-    const auto finished = finish_one("rests", 200ms);
+    const auto finished = finish_one("rests", {20s, 200ms, 20s});
     EXPECT_NE(finished.text().find("ffmpeg does not end; "), std::string::npos) << finished.text();
+}
+
+// However hard it works: nothing has started yet, and somebody waits for it.
+TEST_F(MovieEnd, OfAnFfmpegThatWorksOnItsTrialForEverIsAFailureBeforeTheStart) {
+    const auto finished = finish_one("tries", {k_patience, k_patience, 200ms});
+    EXPECT_NE(finished.text().find("ffmpeg was tried with one small frame"), std::string::npos)
+        << finished.text();
+    EXPECT_FALSE(folder.has("a.mov"));
 }
 
 }  // namespace

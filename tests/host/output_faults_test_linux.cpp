@@ -296,6 +296,23 @@ TEST(ReplacingWriter, WritesWhereALinkLeads) {
     EXPECT_EQ(files_of(other), (files{{"old.raw", pixel}, {"new.raw", pixel}}));
 }
 
+// A program that has a file open writes on after the folder has gone, and nothing fails.
+TEST(ReplacingWriter, TellsOfAFileThatIsNotThereAnyMore) {
+    const temporary_folder folder;
+    for (const char* name : {"a.y4m", "a.raw"}) {
+        const std::string place = folder.path("taken away");
+        std::filesystem::create_directory(place);
+        const std::string path = place + "/" + name;
+        const auto writer = make_page_writer(target_of(path), nullptr, format_of(64, 64), nullptr);
+        ASSERT_TRUE(writer->begin().ok());
+        ASSERT_TRUE(writer->show(picture_of(1, 64, 64)).ok());
+        std::filesystem::remove_all(place);
+        const auto finished = writer->finish();
+        EXPECT_TRUE(finished.text().starts_with("cannot write " + path + ": the new file, "))
+            << finished.text();
+    }
+}
+
 TEST(ReplacingWriter, GivesTheRightsThatTheUsersFilesHaveOrTheFileHad) {
     using std::filesystem::perms;
     const temporary_folder folder;

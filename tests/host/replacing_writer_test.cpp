@@ -201,6 +201,11 @@ TEST_F(ReplacedFile, OfFillAndKeyBothStayAfterAFailureOfOne) {
         const auto shown = show(writer, 3);
         const auto finished = writer.finish();
         EXPECT_NE(shown.ok(), finished.ok());
+        const std::string other = folder.path(lost_key == k_never ? "key.mov" : "fill.mov");
+        const std::string line = shown.text() + finished.text();
+        EXPECT_NE(line.find("; the file that was there stays; " + other + " stays as it was"),
+                  std::string::npos)
+            << line;
         EXPECT_EQ(folder.read("fill.mov"), "old fill") << lost_fill << lost_key;
         EXPECT_EQ(folder.read("key.mov"), "old key") << lost_fill << lost_key;
         EXPECT_EQ(names(), (set{"fill.mov", "key.mov"}));
@@ -212,7 +217,8 @@ TEST_F(ReplacedFile, OfAKeyStaysWhereItsFillFailsAtTheVeryEnd) {
     key_writer writer(std::make_unique<full_pipe>(), film("key.mov", k_never));
     ASSERT_TRUE(writer.begin().ok());
     EXPECT_TRUE(show(writer, 3).ok());
-    EXPECT_EQ(writer.finish().text(), "no room behind the pipe");
+    EXPECT_EQ(writer.finish().text(),
+              "no room behind the pipe; " + folder.path("key.mov") + " stays as it was");
     EXPECT_EQ(folder.read("key.mov"), "old key");
     EXPECT_EQ(names(), set{"key.mov"});
 }

@@ -4,6 +4,7 @@
 // talker STATUS BYTES TEXT: reads BYTES of its input (-1: all), says TEXT on its error output, and
 // ends with STATUS. Instead of BYTES:
 //   flood    says TEXT behind more than any pipe holds, all in one piece
+//   spin     reads nothing, and works until it is ended
 //   wait     reads nothing and waits to be ended
 //   leave    starts one that writes into the file TEXT as long as it is there, and ends
 //   follow   starts the same one, and waits to be ended
@@ -23,6 +24,10 @@ using namespace std::chrono_literals;
 
 [[noreturn]] void wait_to_be_ended() {
     for (;;) std::this_thread::sleep_for(1h);
+}
+
+[[noreturn]] void spin() {
+    for (volatile int turn = 0;;) turn = 1 - turn;
 }
 
 // Ends when the file is removed, and at some time in any case; and says so then, so that a test can
@@ -63,6 +68,7 @@ void read_input(long bytes) {
 int main(int argc, char** argv) {
     if (argc < 4) return 99;
     const std::string way = argv[2];
+    if (way == "spin") spin();
     if (way == "wait") wait_to_be_ended();
     if (way == "flood") return flood(argv[3]), std::atoi(argv[1]);
     if (way == "write") return write_for_a_while(argv[3]), 0;

@@ -51,6 +51,16 @@ TEST(LastLine, TheFirstOneIsKeptToo) {
     EXPECT_FALSE(lines.reported());
 }
 
+TEST(LastLine, OneThatBreaksOffBeforeItsReasonIsNone) {
+    last_line lines;
+    lines.add("Could not write header: No space left on device\n");
+    lines.add("Error initializing output stream 0:1 -- \n");
+    EXPECT_EQ(lines.text(), "Could not write header: No space left on device");
+    last_line alone;
+    alone.add("Error --\n");
+    EXPECT_EQ(alone.text(), "Error --");
+}
+
 TEST(LastLine, ReportsAreNoWords) {
     const std::string text =
         "No space left\nframe=11\nfps=0.0\nstream_0_0_q=-1.0\nprogress=continue\n"

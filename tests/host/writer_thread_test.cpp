@@ -153,6 +153,7 @@ TEST_F(WriterThread, PicturesThatLookAsTheOneBeforeAreCounted) {
     EXPECT_TRUE(writer->finish().ok());
     EXPECT_EQ(log->frames(), (colours{1, 1, 1, 1, 2, 2, 1, 1, 1, 1}));
     EXPECT_EQ(writer->unchanged(), 2u);
+    EXPECT_EQ(writer->repeated(), 7u);
 }
 
 TEST_F(WriterThread, APictureThatDiffersInItsLastPixelIsAnother) {
@@ -177,6 +178,20 @@ TEST_F(WriterThread, RepeatsWhileTheWriterWaitsHoldNoMoreThanOnePicture) {
     log->hold_up(false);
     EXPECT_TRUE(writer->finish().ok());
     EXPECT_EQ(log->frames().size(), 100'001u);
+}
+
+// What waits is neither written nor repeated yet.
+TEST_F(WriterThread, RepeatsThatWaitAreNotCounted) {
+    log->hold_up(true);
+    auto writer = make();
+    writer->show(picture_of(1));
+    log->wait_until_one_waits();
+    for (int i = 0; i < 10; ++i) writer->show_again();
+    EXPECT_EQ(writer->repeated(), 0u);
+    log->hold_up(false);
+    EXPECT_TRUE(writer->finish().ok());
+    EXPECT_EQ(writer->written(), 11u);
+    EXPECT_EQ(writer->repeated(), 10u);
 }
 
 TEST_F(WriterThread, OneThatIsDroppedWritesNoMoreThanItHasBegun) {

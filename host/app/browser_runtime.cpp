@@ -25,8 +25,6 @@ browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, page_time time,
                                  const runtime_wishes& wishes) {
     manager::SetPacing(pacing == pump_pacing::timer ? cWebDisplayPacing::Timer
                                                     : cWebDisplayPacing::OnRequest);
-    // Containers have a shared memory file system of 64 MB, which one large page fills.
-    manager::AddCommandLineSwitch("disable-dev-shm-usage", nullptr);
     // Without it the runtime asks the user and not the client, whatever the client answers: it
     // waits for a prompt that needs a window, and a page that wants a password fails when its
     // display closes. With it the client is asked, refuses, and the page is shown.
@@ -41,15 +39,17 @@ browser_runtime::browser_runtime(pump_pacing pacing, bool gpu, page_time time,
     for (const auto& [name, value] : wishes.switches) {
         manager::AddCommandLineSwitch(name.c_str(), value.c_str());
     }
+    m_pictures = find_picture_memory();
+    m_failure = m_pictures.fault;
+    if (!m_failure.empty()) return;
+    if (m_pictures.is_in_files) manager::AddCommandLineSwitch("disable-dev-shm-usage", nullptr);
     m_is_up = manager::Startup("");
+    if (m_is_up) return;
+    zString text;
+    manager::GetStartupFailure(text);
+    m_failure = text.Empty() ? "the browser runtime does not start" : std::string(text.View());
 }
 
 browser_runtime::~browser_runtime() { manager::Shutdown(); }
-
-std::string browser_runtime::failure() {
-    zString text;
-    manager::GetStartupFailure(text);
-    return text.Empty() ? "the browser runtime does not start" : std::string(text.View());
-}
 
 }  // namespace pennywort::host

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/system/picture_memory.h"
+
 namespace pennywort::host {
 
 // What makes the runtime work: its own requests, or a timer.
@@ -32,9 +34,12 @@ public:
 
     bool up() const { return m_is_up; }
     // Why it is not up, in one line.
-    static std::string failure();
+    const std::string& failure() const { return m_failure; }
+    const picture_memory& pictures() const { return m_pictures; }
 
 private:
+    picture_memory m_pictures;
+    std::string m_failure;
     bool m_is_up = false;
 };
 

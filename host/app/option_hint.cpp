@@ -6,6 +6,8 @@
 #include <numeric>
 #include <utility>
 
+#include "core/text/ascii.h"
+
 namespace pennywort::host {
 
 namespace {
@@ -39,6 +41,17 @@ std::size_t distance(const std::string& from, const std::string& to) {
     return row.back();
 }
 
+// As distance, but two neighbours that have changed places are one slip.
+std::size_t slips(const std::string& from, const std::string& to) {
+    std::string swapped = from;
+    for (std::size_t i = 1; i < from.size(); ++i) {
+        std::swap(swapped[i - 1], swapped[i]);
+        if (swapped == to) return 1;
+        std::swap(swapped[i - 1], swapped[i]);
+    }
+    return distance(from, to);
+}
+
 }  // namespace
 
 std::string meant_option(const std::string& given, const std::vector<std::string>& known) {
@@ -57,6 +70,15 @@ std::string meant_option(const std::string& given, const std::vector<std::string
         nearest = name;
     }
     return nearest;
+}
+
+std::string meant_word(const std::string& given, const std::vector<std::string>& words) {
+    std::string lower = given;
+    for (char& letter : lower) letter = text::lower(letter);
+    for (const std::string& word : words) {
+        if (given != word && slips(lower, word) <= 1) return word;
+    }
+    return {};
 }
 
 }  // namespace pennywort::host

@@ -10,4 +10,8 @@ namespace pennywort::host {
 // so, or one that is a slip of the finger away. Empty where it could be anything.
 std::string meant_option(const std::string& given, const std::vector<std::string>& known);
 
+// The one of `words` of which `given` is another spelling: in other letters' case, or one slip of
+// the finger away. Empty where it is one of them, or anything else.
+std::string meant_word(const std::string& given, const std::vector<std::string>& words);
+
 }  // namespace pennywort::host

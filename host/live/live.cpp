@@ -238,7 +238,7 @@ int live(const live_options& options, const console& out) {
     const zStatus listening = server->status();
     if (listening != 0) return fail(out, listen_failure(options, listening));
     const browser_runtime browser(pump_pacing::on_request, options.uses_gpu);
-    if (!browser.up()) return fail(out, browser_runtime::failure());
+    if (!browser.up()) return fail(out, browser.failure());
     return show(options, out, std::move(server), interrupt);
 }
 

@@ -165,13 +165,24 @@ void page_display::end_fast_forward(std::function<void(const char* kept)> told) 
 }
 
 // As little of the page's time as there is, so that its film begins where it would.
-void page_display::show_unseen(std::function<void(bool is_there)> told) {
+std::int64_t page_display::next_unseen_us() {
     const auto passed =
         m_advanced > 0 ? page_moment(m_format.rate.time_of(m_advanced - 1)) : -k_page_grain;
     m_unseen_us += k_page_grain.count();
-    m_browser->AdvancePage(passed.count() + m_unseen_us, {});
+    return passed.count() + m_unseen_us;
+}
+
+void page_display::show_unseen(std::function<void(bool is_there)> told) {
+    m_browser->AdvancePage(next_unseen_us(), {});
     // That nothing has changed is known with the next frame only; the page answers before that.
     ask_page("1", [told](const std::string& answer) { told(!answer.empty()); });
+}
+
+void page_display::advance_unseen(std::function<void(bool is_there)> told) {
+    const auto ended = [told](cWebDisplayPageFrame how) {
+        told(how != cWebDisplayPageFrame::Failed);
+    };
+    if (!m_browser->AdvancePage(next_unseen_us(), ended)) told(false);
 }
 
 std::string page_display::frame_fault() const {
@@ -338,8 +349,9 @@ void page_display::InspectorEvent(const zString& method, const zString& paramete
     if (m_is_in_the_day && method.View() == k_dialog_event) {
         m_browser->CallInspector("Page.handleJavaScriptDialog", R"({"accept":true})", {});
     }
-    if (is_page_begun(method.View(), parameters.View())) {
-        m_address = begun_address(parameters.View());
+    if (!m_is_in_the_day && m_workers.is_repeated(method.View(), parameters.View())) return;
+    if (auto address = begun_page(method.View(), parameters.View())) {
+        m_address = std::move(*address);
         m_told.page_begins();
         m_media_types.page_begins();
         m_open_requests.page_begins();

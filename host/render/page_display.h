@@ -82,6 +82,8 @@ public:
                   std::function<void(const std::string&)> answer) override;
     void resize_page(long width, long height) override;
     void show_unseen(std::function<void(bool is_there)> told) override;
+    // The same, `told` when its picture has been delivered, or with the next frame where none has.
+    void advance_unseen(std::function<void(bool is_there)> told);
     std::optional<picture_size> picture_of(long width, long height) const override;
 
     void run_script(const std::string& body, std::function<void(std::string)> answer) override;
@@ -106,6 +108,7 @@ private:
                      const std::function<void(std::string)>& answer);
     void await_widget(std::uint64_t page, const std::function<void()>& then, int frames);
     void paint_part();
+    std::int64_t next_unseen_us();
 
     void GetSize(long& width, long& height) const override;
     void BrowserPainted(const void* pixels, long width, long height, bool isPopup) override;
@@ -128,6 +131,7 @@ private:
     page_run* m_run = nullptr;
     bool m_is_open = false;
     told_sayings m_told;
+    worker_sayings m_workers;
     media_types m_media_types;
     open_requests m_open_requests;
     std::atomic<bool> m_is_of_file{false};  // the page is a file of this machine

@@ -7,6 +7,7 @@
 
 #include "core/text/ascii.h"
 #include "core/text/numbers.h"
+#include "host/app/option_hint.h"
 #include "host/app/option_parser.h"
 #include "host/render/page_date.h"
 #include "host/render/page_language.h"
@@ -79,6 +80,14 @@ std::string complaint_of_feature(const std::string& name, const std::string& val
 
 bool has_control(std::string_view text) {
     return std::any_of(text.begin(), text.end(), [](char c) { return text::is_control(c); });
+}
+
+std::string complaint_of_start(const std::string& start) {
+    const bool is_word = std::all_of(start.begin(), start.end(), text::is_letter);
+    const std::string meant = is_word ? meant_word(start, {"load", "dom"}) : std::string();
+    if (meant.empty()) return {};
+    return "--start " + start + ": did you mean " + meant + "? As an expression, write (" + start +
+           ")";
 }
 
 }  // namespace
@@ -206,6 +215,7 @@ std::string page_arguments::take_time(bool is_exact, page_settings& settings) co
         if (text->empty() || is_exact) continue;
         return std::string(option) + " needs a page by its own clock: a file, or --exact";
     }
+    if (auto wrong = complaint_of_start(m_start); !wrong.empty()) return wrong;
     settings.start = m_start;
     if (!m_date.empty()) {
         const auto day = page_date(m_date, m_timezone);
@@ -227,6 +237,7 @@ std::string page_arguments::take_picture(page_settings& settings) const {
     const auto scale = text::decimal_between(m_scale, k_smallest_scale, k_largest_scale);
     if (!scale) return "--scale " + m_scale + " is not a number from 0.25 to 8";
     settings.scale = *scale;
+    if (m_element.starts_with("-")) return "--element " + m_element + ": that is no selector";
     if (m_is_full && !m_element.empty()) return "--full-page and --element exclude each other";
     settings.is_full = m_is_full;
     settings.element = m_element;

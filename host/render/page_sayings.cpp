@@ -14,6 +14,10 @@ namespace {
 // A page may log anything; what is longer tells nobody more.
 constexpr std::size_t k_longest_line = 2000;
 
+constexpr std::string_view k_console = "Runtime.consoleAPICalled";
+constexpr std::string_view k_thrown = "Runtime.exceptionThrown";
+constexpr std::string_view k_log = "Log.entryAdded";
+
 const json& part(const json& value, const char* place) {
     static const json& none = *new json;
     const json::json_pointer where(place);
@@ -56,15 +60,30 @@ std::string place_text(const json& where) {
 }
 
 // Where the script stood, or what the event itself says of it.
-std::string place_of(const json& event) {
+const json& standing_of(const json& event) {
     const json& frame = part(event, "/stackTrace/callFrames/0");
-    const bool has_url = !text_at(frame, "/url").empty();
-    return place_text(has_url ? frame : event);
+    return text_at(frame, "/url").empty() ? event : frame;
+}
+
+std::string place_of(const json& event) { return place_text(standing_of(event)); }
+
+std::string quoted(const std::string& text) {
+    return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 std::string shortened(std::string line) {
     if (line.size() > k_longest_line) line = line.substr(0, k_longest_line) + " ...";
     return line;
+}
+
+// A text in quotes, so that it is no number; what an object or a list holds in its turn the browser
+// does not say.
+std::string property_text(const json& property) {
+    const std::string type = text_at(property, "/type");
+    const std::string value = text_at(property, "/value");
+    if (type == "string") return quoted(value);
+    if (type == "function") return "function";
+    return type == "object" && value == "Object" ? "{...}" : value;
 }
 
 std::string preview_text(const json& preview) {
@@ -73,7 +92,7 @@ std::string preview_text(const json& preview) {
     for (const json& one : part(preview, "/properties")) {
         if (!text.empty()) text += ", ";
         if (!is_list) text += text_at(one, "/name") + ": ";
-        text += text_at(one, "/value");
+        text += property_text(one);
     }
     if (part(preview, "/overflow") == true) text += ", ...";
     return is_list ? "[" + text + "]" : "{" + text + "}";
@@ -131,7 +150,8 @@ std::optional<page_saying> exception_saying(const json& event) {
         !text_at(details, "/url").empty() || part(details, "/stackTrace").is_object();
     if (kind == "SyntaxError" && !has_url) return {};
     std::string thrown = first_line(text_at(details, "/exception/description"));
-    if (thrown.empty() && part(details, "/exception").is_object()) {
+    const bool is_named = !thrown.empty() && thrown != "Object";
+    if (!is_named && part(details, "/exception").is_object()) {
         thrown = argument_text(part(details, "/exception"));
     }
     const bool is_rejection = text.find("in promise") != text.npos;
@@ -267,20 +287,44 @@ bool told_sayings::is_new(const page_saying& said) {
     return false;
 }
 
-bool is_page_begun(std::string_view method, std::string_view parameters) {
-    if (method != "Page.frameNavigated") return false;
+std::optional<std::string> begun_page(std::string_view method, std::string_view parameters) {
+    if (method != "Page.frameNavigated") return {};
     const json event = json::parse(parameters, nullptr, false);
-    return event.is_object() && !part(event, "/frame").contains("parentId");
+    if (!event.is_object() || part(event, "/frame").contains("parentId")) return {};
+    return text_at(event, "/frame/url");
 }
 
-std::string begun_address(std::string_view parameters) {
+// A worker's own script is known from when it is heard, before it speaks; another one that it takes
+// in from what it says itself.
+bool worker_sayings::is_repeated(std::string_view method, std::string_view parameters) {
+    const bool is_log = method == k_log, has_thrown = method == k_thrown;
+    const bool is_begun = method == "Target.attachedToTarget";
+    if (!is_log && !has_thrown && !is_begun && method != k_console) return false;
     const json event = json::parse(parameters, nullptr, false);
-    return event.is_object() ? text_at(event, "/frame/url") : std::string();
+    if (!event.is_object()) return false;
+    if (is_begun) {
+        if (m_heard.size() < k_most) m_heard.insert(text_at(event, "/targetInfo/url"));
+        return false;
+    }
+    if (is_log && text_at(event, "/entry/source") != "worker") return false;
+    const json& said = is_log ? part(event, "/entry") : part(event, "/exceptionDetails");
+    const json& where = standing_of(has_thrown || is_log ? said : event);
+    const std::string url = text_at(where, "/url");
+    if (url.empty() || m_heard.contains(url)) return is_log && !url.empty();
+    return has_come(url + ":" + std::to_string(number_at(where, "/lineNumber")), is_log);
+}
+
+bool worker_sayings::has_come(const std::string& line, bool is_log) {
+    if (m_ahead.size() >= k_most && !m_ahead.contains(line)) return false;
+    int& ahead = m_ahead[line];
+    const bool is_known = is_log ? ahead > 0 : ahead < 0;
+    ahead += is_log ? -1 : 1;
+    return is_known;
 }
 
 bool is_hosts_syntax_error(std::string_view method, std::string_view parameters,
                            const std::string& address) {
-    if (method != "Runtime.exceptionThrown") return false;
+    if (method != k_thrown) return false;
     const json event = json::parse(parameters, nullptr, false);
     if (!event.is_object()) return false;
     const json& details = part(event, "/exceptionDetails");
@@ -292,9 +336,9 @@ bool is_hosts_syntax_error(std::string_view method, std::string_view parameters,
 std::optional<page_saying> saying_of(std::string_view method, std::string_view parameters,
                                      bool is_of_file, const media_types& types) {
     std::optional<page_saying> (*reader)(const json&) = nullptr;
-    if (method == "Runtime.consoleAPICalled") reader = console_saying;
-    if (method == "Runtime.exceptionThrown") reader = exception_saying;
-    if (method == "Log.entryAdded") reader = log_saying;
+    if (method == k_console) reader = console_saying;
+    if (method == k_thrown) reader = exception_saying;
+    if (method == k_log) reader = log_saying;
     if (method == k_dialog_event) reader = dialog_saying;
     const bool is_binding = method == "Runtime.bindingCalled";
     if (reader == nullptr && !is_binding) return {};

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,11 +67,29 @@ private:
     std::vector<page_saying> m_before;  // by the one before, if that was given up
 };
 
-// Whether the event tells that the document of the page itself, and of no frame, has begun.
-bool is_page_begun(std::string_view method, std::string_view parameters);
+// By its own clock a page's workers are heard themselves, and the page's log repeats what they say
+// as a text; but not all of them are, such as a worker of a worker. What comes in both ways is told
+// once.
+class worker_sayings {
+public:
+    // Whether the event says what is told in the other way.
+    bool is_repeated(std::string_view method, std::string_view parameters);
 
-// The address of that document, without a fragment.
-std::string begun_address(std::string_view parameters);
+private:
+    // So many scripts, and lines of others, are followed.
+    static constexpr std::size_t k_most = 1000;
+
+    bool has_come(const std::string& line, bool is_log);
+
+    std::set<std::string> m_heard;  // scripts of those that are
+    // By lines of other scripts: how much more often each has come by itself than by the log.
+    std::map<std::string, int> m_ahead;
+};
+
+// The address, without a fragment, of the document that has begun, where the event tells that this
+// is the one of the page itself and of no frame.
+std::optional<std::string> begun_page(std::string_view method, std::string_view parameters);
+
 // Whether the event tells that a script of the host's own, run in the page of that address, is no
 // JavaScript. The browser gives it the page's address, and keeps what it threw to itself; of a
 // script of the page's at that address it does not.

@@ -15,6 +15,18 @@ namespace {
 // Scripts are handed over with one line of ours before their own.
 constexpr std::int64_t k_lines_before = 1;
 
+// A function of JavaScript: a value as a text. A browser's own text of an object says nothing of
+// it; what no JSON can be keeps that.
+const std::string k_text_of_value =
+    "(value => {"
+    "  const text = '' + value;"
+    "  if (typeof value !== 'object' || !text.includes('[object Object]')) return text;"
+    "  let json;"
+    "  try { json = JSON.stringify(value); } catch (e) {}"
+    "  if (typeof json !== 'string') return text;"
+    "  return json.length > 2000 ? json.slice(0, 2000) + ' ...' : json;"
+    "})";
+
 constexpr std::string_view k_noise[] = {"Uncaught ", "Failed to execute 'appendChild' on 'Node': "};
 
 struct place {
@@ -63,7 +75,8 @@ std::string begun_probe(const std::string& condition) {
            "for (const link of document.querySelectorAll('link[href^=\"data:text/css\"]'))"
            "  if (!link.sheet) return 'wait';"
            "try { return (" +
-           condition + "\n) ? 'ready' : 'wait'; } catch (e) { return 'throws ' + e; }";
+           condition + "\n) ? 'ready' : 'wait'; } catch (e) { return 'throws ' + " +
+           k_text_of_value + "(e); }";
 }
 
 const char* const k_frames_probe =
@@ -75,11 +88,13 @@ const char* const k_frames_probe =
     "}"
     "return window[key].count < 3 ? 'wait' : 'ready';";
 
+// The script stands behind one line, from which its own are counted.
 std::string run_of(const std::string& script) {
-    return "try { return 'fine ' + (function () {\n" + script +
-           "\n}).call(window); } catch (e) {"
+    return "try { return 'fine ' + " + k_text_of_value + "((function () {\n" + script +
+           "\n}).call(window)); } catch (e) {"
            "  const at = /\\n\\s+at .*?<anonymous>:(\\d+):/.exec(e && e.stack || '');"
-           "  return 'throws ' + (at ? at[1] : 0) + ' ' + e; }";
+           "  return 'throws ' + (at ? at[1] : 0) + ' ' + " +
+           k_text_of_value + "(e); }";
 }
 
 std::string thrown_text(const std::string& name, const std::string& rest) {

@@ -108,6 +108,8 @@ std::vector<inspector_request> inspector_requests(const page_settings& settings,
     out.add("", "Page.enable", json::object());
     // Says of what type a film is that cannot be played. What comes is not kept for anybody.
     out.add("", "Network.enable", {{"maxTotalBufferSize", 0}, {"maxResourceBufferSize", 0}});
+    // Files of another run may have changed since, or be there in one of two runs only.
+    out.add("", "Network.clearBrowserCache", json::object());
     out.watch(k_media_binding, k_media_watch);
     if (is_exact) out.watch(k_clock_binding, k_clock_watch);
     // A picture has nobody who could scroll it.

@@ -31,6 +31,10 @@ std::string whole_text(double value) {
     return std::to_string(std::llround(std::ceil(std::min(value, 1e15))));
 }
 
+std::string size_text(const page_area& area) {
+    return whole_text(area.width) + "x" + whole_text(area.height);
+}
+
 }  // namespace
 
 std::string area_question(const std::string& selector) {
@@ -99,6 +103,7 @@ void area_finder::take_first(const std::string& answer) {
     const long right = static_cast<long>(std::ceil(area->x + area->width));
     const long below = static_cast<long>(std::ceil(area->y + area->height));
     if (right <= m_width && below <= m_height) return found(*area);
+    m_first = *area;
     m_width = std::max(m_width, right);
     m_height = std::max(m_height, below);
     m_port.resize_page(m_width, m_height);
@@ -123,10 +128,11 @@ void area_finder::shown_larger(int shown, bool is_there) {
 
 // A page whose heights follow its window is higher now; what it was asked for first holds.
 void area_finder::take_second(const std::string& answer) {
+    const auto area = area_of(answer);
+    if (area) look_whether_it_grew(*area);
     if (m_wish.element.empty()) {
         return found({0, 0, static_cast<double>(m_width), static_cast<double>(m_height)});
     }
-    const auto area = area_of(answer);
     if (!area) {
         m_failure = asked_for() + ": it has gone from the page";
         return;
@@ -134,10 +140,22 @@ void area_finder::take_second(const std::string& answer) {
     found(*area);
 }
 
+void area_finder::look_whether_it_grew(const page_area& now) {
+    constexpr double k_least = 1;
+    const double wider = now.width - m_first.width, higher = now.height - m_first.height;
+    if (std::abs(wider) < k_least && std::abs(higher) < k_least) return;
+    m_note =
+        asked_for() + ": it was " + size_text(m_first) + " and is " + size_text(now) +
+        " in the larger window that its picture needs, since its sizes follow that (as vh does)";
+    if (m_wish.element.empty() && higher > 0)
+        m_note += "; the picture ends at " + size_text(m_first);
+}
+
 void area_finder::found(const page_area& area) {
     m_area = pixels_of(area, m_picture, m_wish.scale);
     m_is_found = m_area.width > 0 && m_area.height > 0;
     if (!m_is_found) m_failure = asked_for() + ": it has no area that could be shown";
+    if (!m_is_found && !m_note.empty()) m_failure = std::exchange(m_note, {});
 }
 
 }  // namespace pennywort::host

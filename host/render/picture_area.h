@@ -63,6 +63,10 @@ public:
     // Why there is none, in one line; empty while there may be one.
     const std::string& failure() const { return m_failure; }
     const pixel_area& area() const { return m_area; }
+    // The page's, which may have grown for it.
+    picture_size window() const { return {m_width, m_height}; }
+    // What of it is not as the user would expect, in one line; mostly empty.
+    const std::string& note() const { return m_note; }
 
 private:
     void take_first(const std::string& answer);
@@ -70,6 +74,7 @@ private:
     void shown_larger(int shown, bool is_there);
     void take_second(const std::string& answer);
     void found(const page_area& area);
+    void look_whether_it_grew(const page_area& now);
     bool fits(const page_area& area);
     std::string asked_for() const;
 
@@ -78,9 +83,11 @@ private:
     long m_width;
     long m_height;
     picture_size m_picture;
+    page_area m_first;  // in the page's own window
     bool m_is_found = false;
     pixel_area m_area;
     std::string m_failure;
+    std::string m_note;
 };
 
 }  // namespace pennywort::host

@@ -27,6 +27,7 @@
 #include "host/render/render_report.h"
 #include "host/render/ticker.h"
 #include "host/system/interrupt.h"
+#include "host/system/picture_memory.h"
 #include "host/ws/page_feed.h"
 #include "host/ws/ws_feed.h"
 #include "loam/message_loop.h"
@@ -65,6 +66,7 @@ private:
     void fast_forward(page_display& display);
     bool is_exact() const { return m_options.clock == page_clock::own; }
     void run_loop(page_display& display);
+    void mind_room();
     void wait_for_sound();
     void tell_of_sound();
     void open_feed();
@@ -82,6 +84,10 @@ private:
     void discard_output();
     const char* doing() const;
     void show_progress(const char* doing);
+    bool shows_part() const;
+    bool looks_for_area_late() const;
+    bool has_late_area(page_display& display);
+    void take_late_part(page_display& display);
     bool is_running_up() const { return m_is_moving && !m_is_counting; }
     void hear_news(const std::string& line);
     void hear_page(const page_saying& said);
@@ -104,6 +110,7 @@ private:
     std::unique_ptr<recorder> m_recorder;
     std::unique_ptr<page_run> m_page;
     std::unique_ptr<area_finder> m_area;
+    std::unique_ptr<area_finder> m_late_area;  // of the picture's moment
     std::unique_ptr<page_feed> m_feed;
     std::size_t m_page_number = 0;
     bool m_has_told_of_sound = false;
@@ -112,8 +119,10 @@ private:
     std::uint64_t m_asked = 0;   // frames of an exact page, and those of them that are over
     std::uint64_t m_over = 0;
     bool m_is_forwarding = false;
-    std::uint64_t m_lived = 0;  // frames of an exact page before those
-    std::string m_frame_fault;  // of the first of them that failed
+    bool m_has_ended_run_up = false;  // its last frame has one behind it
+    bool m_is_taking_part = false;    // of the page, in a frame behind that
+    std::uint64_t m_lived = 0;        // frames of an exact page before those
+    std::string m_frame_fault;        // of the first of them that failed
     time_point m_frame_failed{};
     bool m_has_shown_all = false;
     std::uint64_t m_missed = 0;
@@ -124,6 +133,7 @@ private:
     std::set<std::string> m_script_errors;  // those that have been told
     std::set<std::string> m_world_faults;   // of all pages, each told once
     saying_counts m_sayings;
+    picture_memory m_pictures;
     bool m_has_page_faults = false;
 };
 
@@ -231,6 +241,8 @@ void render_session::follow_page(page_display& display) {
             hear_news("script: " + m_page->script_result());
         }
         begin_frames(display);
+    } else if (m_page->is_ready() && has_late_area(display)) {
+        take_late_part(display);
     } else if (m_page->is_ready() && m_is_counting && has_all_of_page()) {
         m_missed += display.missed() - m_missed_before;
         m_missed_before = display.missed();
@@ -240,18 +252,67 @@ void render_session::follow_page(page_display& display) {
     }
 }
 
+bool render_session::shows_part() const {
+    return m_options.page.is_full || !m_options.page.element.empty();
+}
+
+// Where the page is run up to its picture, a part of it is where it is then. Its window is as large
+// as the part needs from time 0 on, so that what comes only into a window has come.
+bool render_session::looks_for_area_late() const {
+    return shows_part() && m_options.first_frame > 0;
+}
+
+// Whether the page has come to the picture's frame, and what it shows is known.
+bool render_session::has_late_area(page_display& display) {
+    const bool is_there = looks_for_area_late() && m_is_moving && !m_is_counting &&
+                          m_asked > m_options.first_frame && m_over >= m_options.first_frame;
+    if (!is_there) return false;
+    // The end of a frame at which nothing changes is known with the next.
+    if (!std::exchange(m_has_ended_run_up, true)) display.show_unseen([](bool) {});
+    if (m_over <= m_options.first_frame || m_is_taking_part) return false;
+    if (!m_late_area) {
+        const picture_size window = m_area->window();
+        m_late_area = std::make_unique<area_finder>(
+            display,
+            area_wish{m_options.page.element, window.width, window.height, m_options.page.scale});
+        m_late_area->begin();
+    }
+    return m_late_area->is_over();
+}
+
+// The picture of one frame more, of which it is known when it is there: two runs have the same.
+void render_session::take_late_part(page_display& display) {
+    const bool has_followed = m_options.page.is_full && !m_area->note().empty();
+    const area_finder& area = has_followed ? *m_area : *m_late_area;
+    if (!area.failure().empty()) return fail(area.failure());
+    if (!area.note().empty()) m_progress.say("pennywort: " + area.note());
+    m_is_taking_part = true;
+    display.advance_unseen([this, &display, part = area.area()](bool is_there) {
+        if (!is_there) m_frame_fault = frame_fault_text(display.frame_fault());
+        if (!is_there || !m_failure.empty()) return;
+        m_recorder->resize(part.width, part.height);
+        display.set_area(part);
+        m_recorder->begin(1, m_lived + m_options.first_frame);
+        m_is_counting = true;
+        m_recorder->tick(m_clock.now());
+    });
+    display.show_unseen([](bool) {});
+}
+
 // Whether it is known what of the page the picture shows.
 bool render_session::has_area(page_display& display) {
     const page_settings& page = m_options.page;
-    if (!page.is_full && page.element.empty()) return true;
+    if (!shows_part()) return true;
     if (m_area == nullptr) {
         m_area = std::make_unique<area_finder>(
             display,
             area_wish{page.element, m_options.page_width, m_options.page_height, page.scale});
         m_area->begin();
     }
+    if (!m_area->is_over() || looks_for_area_late()) return m_area->is_over();
     if (!m_area->failure().empty()) fail(m_area->failure());
-    if (!m_area->is_over() || !m_failure.empty()) return false;
+    if (!m_failure.empty()) return false;
+    if (!m_area->note().empty()) m_progress.say("pennywort: " + m_area->note());
     m_recorder->resize(m_area->area().width, m_area->area().height);
     display.set_area(m_area->area());
     return true;
@@ -260,6 +321,7 @@ bool render_session::has_area(page_display& display) {
 void render_session::begin_frames(const page_display& display) {
     m_missed_before = display.missed();
     m_asked = m_over = 0;
+    m_has_ended_run_up = m_is_taking_part = false;
     m_lived = display.advanced();
     m_is_moving = is_exact();
     begin_counting_at(0);
@@ -293,6 +355,7 @@ void render_session::begin_counting_at(std::uint64_t over) {
 // One more frame than the film has, since the end of one at which nothing changes is known with the
 // next. And two more for the sound of the last, which the page tells when they come.
 std::uint64_t render_session::frames_to_move() const {
+    if (looks_for_area_late()) return m_options.first_frame + 1;
     const std::uint64_t last = m_options.first_frame + m_options.frames_per_page;
     return last + (m_options.format.has_sound ? 3 : 1);
 }
@@ -343,17 +406,27 @@ void render_session::show_pages() {
     m_feed.reset();
     m_page.reset();
     m_area.reset();
+    m_late_area.reset();
 }
 
 void render_session::run_loop(page_display& display) {
     while (!is_over()) {
         zMessageLoop::RunOnce(k_loop_microseconds);
+        mind_room();
         follow_page(display);
         follow_feed(display);
         ask_frames(display);
         if (display.has_sounded()) tell_of_sound();
         show_progress(doing());
     }
+}
+
+// Others may fill the disk in the middle of a film.
+void render_session::mind_room() {
+    const auto pixels = static_cast<std::uintmax_t>(m_recorder->width()) *
+                        static_cast<unsigned>(m_recorder->height());
+    const std::string fault = picture_memory_fault(m_pictures, 4 * pixels);
+    if (!fault.empty()) fail(fault);
 }
 
 // The last frames may be written before their sound has come.
@@ -426,7 +499,7 @@ void render_session::frame_ended(page_display& display, bool is_there) {
     if (!is_there) return;
     ++m_over;
     m_recorder->tick(m_clock.now());
-    if (!m_is_counting) begin_counting_at(m_over);
+    if (!m_is_counting && !looks_for_area_late()) begin_counting_at(m_over);
     ask_frames(display);
 }
 
@@ -462,10 +535,12 @@ void render_session::discard_output() {
 void render_session::show_progress(const char* doing) {
     const auto counts = m_recorder->counts();
     progress_state state;
+    // Of the same frames: the writer is behind what has been handed to it. Asked for in this order,
+    // the second is never more than the first.
+    state.repeated = m_writer ? m_writer->repeated() : counts.repeated;
     state.frames = m_writer ? m_writer->written() : counts.frames;
     const bool endless = m_options.frames_per_page == render_options::k_endless;
     state.total = endless ? 0 : m_options.frames_per_page * m_options.urls.size();
-    state.repeated = counts.repeated;
     state.dropped = counts.dropped;
     state.seconds = static_cast<double>(state.frames) / m_options.format.rate.value();
     state.doing =
@@ -529,9 +604,10 @@ int render_session::run() {
         const browser_runtime browser(m_options.pacing, m_options.gpu, time_of(m_options.clock),
                                       {m_options.page.seed, browser_switches(m_options.page)});
         if (browser.up()) {
+            m_pictures = browser.pictures();
             show_pages();
         } else {
-            fail(browser_runtime::failure());
+            fail(browser.failure());
             discard_output();
         }
     }

@@ -277,6 +277,8 @@ std::string render_command::take_page_settings() {
         return "--full-page and --element are of one picture: -o NAME.png, .jpg or .webp, and not "
                "--live";
     }
+    // It is the last of the frames, and its part is the one at that moment.
+    if (is_part) m_options.first_frame += std::exchange(m_options.frames_per_page, 1) - 1;
     return {};
 }
 

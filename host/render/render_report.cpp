@@ -28,6 +28,11 @@ std::string count_of(std::uint64_t count, const char* thing) {
     return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
+// Of a fill and its key both.
+std::string output_name(const render_options& options) {
+    return options.output.path + (options.key ? " and " + options.key->path : "");
+}
+
 // Two frames of the page become one of an interlaced film.
 std::string frames_of(const render_options& options, const record_counts& counts) {
     std::string text = count_of(counts.frames, "frame");
@@ -42,7 +47,7 @@ std::string picture_line(const render_options& options, const render_result& res
     const long width = result.width > 0 ? result.width : options.format.width;
     const long height = result.height > 0 ? result.height : options.format.height;
     const std::string line =
-        options.output.path + ": " + std::to_string(width) + "x" + std::to_string(height);
+        output_name(options) + ": " + std::to_string(width) + "x" + std::to_string(height);
     const std::uint64_t last = result.counts.frames - 1;
     if (options.clock != page_clock::own) {
         return line + (last > 0 ? ", the last of " + count_of(last + 1, "frame") : "");
@@ -55,7 +60,7 @@ std::string picture_line(const render_options& options, const render_result& res
 std::string exact_line(const render_options& options, const record_counts& counts, double seconds) {
     const bool measuring = options.output.kind == output_kind::none;
     const double length = static_cast<double>(counts.frames) / options.format.rate.value();
-    return (measuring ? "measured: " : options.output.path + ": ") + frames_of(options, counts) +
+    return (measuring ? "measured: " : output_name(options) + ": ") + frames_of(options, counts) +
            ", each at its moment; " + rounded(seconds, 2) + " s for " + rounded(length, 2) +
            " s of film, " + rounded(seconds > 0 ? length / seconds : 0, 2) + " times real time; " +
            count_of(counts.repeated, "frame") + " the same as the one before";
@@ -67,7 +72,7 @@ std::vector<std::string> live_lines(const render_options& options, const render_
     const double seconds = seconds_of(counts.counted);
     const bool measuring = options.output.kind == output_kind::none;
     std::vector<std::string> lines{
-        (measuring ? "measured: " : options.output.path + ": ") + frames_of(options, counts) +
+        (measuring ? "measured: " : output_name(options) + ": ") + frames_of(options, counts) +
         ", " + rounded(seconds, 2) + " s, " + rounded(per_second(counts.painted, seconds), 2) +
         " pictures a second of " + rounded(options.format.rate.value(), 2) + "; " +
         count_of(counts.repeated, "frame") + " the same as the one before; the page missed " +

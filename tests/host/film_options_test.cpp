@@ -81,7 +81,7 @@ TEST_F(MovieSettings, OptionsThatFfmpegRefusesAreToldBeforeTheFirstFrame) {
     for (const auto& [options, words] : cases) {
         auto format = movie_format(false);
         format.film.ffmpeg_options = options;
-        movie_writer writer(output_kind::mkv, folder.path("a.mkv"), format, 20s);
+        movie_writer writer(output_kind::mkv, folder.path("a.mkv"), format, {20s});
         const auto begun = writer.begin();
         EXPECT_EQ(begun.what(), outcome::kind::refused) << begun.text();
         EXPECT_EQ(begun.text().substr(0, std::string(words).size()), words);

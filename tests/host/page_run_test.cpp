@@ -1,120 +1,16 @@
-// tests/host/page_run_test.cpp - a page's way to its first frame, with a page that answers what the
-// test wants, and a time that the test tells.
+// tests/host/page_run_test.cpp - a page's way to its first frame. What comes then:
+// page_run_frames_test.cpp.
 #include "host/render/page_run.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <optional>
 #include <ostream>
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "tests/host/page_run_fixture.h"
 
 namespace pennywort::host {
 namespace {
-
-using namespace std::chrono_literals;
-
-constexpr const char* k_url = "https://example.com/page";
-
-class fake_port : public page_port {
-public:
-    void run_script(const std::string& body, std::function<void(std::string)> answer) override {
-        if (body == "return 'alive';") {
-            alive = std::move(answer);
-            return;
-        }
-        if (body.find("createElement('script')") != std::string::npos && !parsed.empty()) {
-            return answer(parsed);
-        }
-        scripts.push_back(body);
-        open.push_back(std::move(answer));
-    }
-    void run_users_script(const std::string& body,
-                          std::function<void(std::string)> answer) override {
-        ++users_scripts;
-        run_script(body, std::move(answer));
-    }
-    void ask_next_frame(const std::string& expression,
-                        std::function<void(std::string)> answer) override {
-        expressions.push_back(expression);
-        open.push_back(std::move(answer));
-    }
-    void ask_fault(const std::string& expression,
-                   std::function<void(std::string)> answer) override {
-        doubted.push_back(expression);
-        open.push_back(std::move(answer));
-    }
-    void repaint() override { ++repaints; }
-    std::uint64_t pictures() const override { return painted; }
-
-    // Answers the newest question.
-    void answer(const std::string& text) {
-        ASSERT_FALSE(open.empty()) << "nothing was asked";
-        auto last = std::move(open.back());
-        open.pop_back();
-        last(text);
-    }
-
-    std::vector<std::string> expressions;
-    std::vector<std::string> doubted;
-    std::string parsed = "fine";             // what the page says of a condition's text
-    std::function<void(std::string)> alive;  // asked whether it lives at all
-    std::vector<std::string> scripts;
-    std::vector<std::function<void(std::string)>> open;
-    int repaints = 0;
-    int users_scripts = 0;
-    std::uint64_t painted = 0;
-};
-
-class PageRun : public testing::Test {
-protected:
-    page_run& begin() { return run.emplace(port, request, now); }
-    void pass(std::chrono::milliseconds time) {
-        now += time;
-        run->step(now);
-    }
-    // In steps, as the program does it.
-    void pass_slowly(std::chrono::milliseconds time) {
-        for (auto passed = 0ms; passed < time; passed += 10ms) pass(10ms);
-    }
-    void load() { run->page_loaded(); }
-    void answer(const std::string& text) {
-        pass(10ms);
-        port.answer(text);
-        pass(10ms);
-    }
-    void paint() {
-        ++port.painted;
-        pass(10ms);
-    }
-    void make_ready() {
-        begin();
-        load();
-        for (int i = 0; i < 3; ++i) answer("ready");
-        paint();
-        paint();
-        ASSERT_TRUE(run->is_ready());
-    }
-    // Up to the script, which waits for its answer.
-    void begin_script(const std::string& script) {
-        request.script = script;
-        request.script_name = "a.js";
-        begin();
-        load();
-        answer("ready");
-    }
-    bool failure_has(const std::string& part) const {
-        return run->has_failed() && run->failure().find(part) != std::string::npos &&
-               run->failure().find('\n') == std::string::npos;
-    }
-
-    fake_port port;
-    page_request request{k_url, "", "", "", 30s, false, ""};
-    page_run::time_point now = page_run::time_point() + 1000s;
-    std::optional<page_run> run;
-};
 
 TEST_F(PageRun, APageThatNeverLoadsFailsAfterTheTimeout) {
     begin();
@@ -152,40 +48,63 @@ TEST_F(PageRun, APageThatClosesItselfFailsAtOnce) {
     EXPECT_TRUE(failure_has("the page has closed itself")) << run->failure();
 }
 
-TEST_F(PageRun, APageThatCannotBeLoadedFailsAtOnce) {
-    begin();
-    run->page_failed(k_url, "ERR_NAME_NOT_RESOLVED");
-    EXPECT_TRUE(failure_has(": there is no such host (ERR_NAME_NOT_RESOLVED)")) << run->failure();
-}
+// A load that has failed, and what the user is told of it.
+struct load_case {
+    const char* name;
+    const char* error;
+    const char* told;  // nullptr: nothing, since the page goes on
+    const char* failed = k_url;
+    const char* asked = k_url;
+    // Of a page; or of anything, before one has come.
+    void (page_run::*by)(const std::string&, const std::string&) = &page_run::page_failed;
+};
+void PrintTo(const load_case& c, std::ostream* out) { *out << c.name; }
 
-TEST_F(PageRun, AnAddressThatIsSpeltWrongIsToldInWords) {
-    begin();
-    run->page_failed(k_url, "ERR_SSL_PROTOCOL_ERROR");
-    EXPECT_TRUE(failure_has(": the server does not speak https there (ERR_SSL_PROTOCOL_ERROR)"))
-        << run->failure();
-}
+constexpr load_case k_loads[] = {
+    {"ServerError", "ERR_HTTP_RESPONSE_CODE_FAILURE",
+     ": the server answered with an error and nothing else (ERR_HTTP_RESPONSE_CODE_FAILURE)"},
+    {"NoAnswer", "ERR_EMPTY_RESPONSE",
+     ": the server closed the connection without an answer (ERR_EMPTY_RESPONSE)"},
+    {"NoHost", "ERR_NAME_NOT_RESOLVED", ": there is no such host (ERR_NAME_NOT_RESOLVED)"},
+    {"NoServer", "ERR_CONNECTION_REFUSED", ": no server listens there (ERR_CONNECTION_REFUSED)"},
+    {"NoFile", "ERR_FILE_NOT_FOUND", ": there is no such file (ERR_FILE_NOT_FOUND)"},
+    {"RedirectsWithoutEnd", "ERR_TOO_MANY_REDIRECTS",
+     ": the server redirects without end (ERR_TOO_MANY_REDIRECTS)"},
+    {"NoHttpsThere", "ERR_SSL_PROTOCOL_ERROR",
+     ": the server does not speak https there (ERR_SSL_PROTOCOL_ERROR)"},
+    {"NoSuchScheme", "ERR_UNKNOWN_URL_SCHEME",
+     ": browsers know no address that begins so (ERR_UNKNOWN_URL_SCHEME)"},
+    {"ShunnedPort", "ERR_UNSAFE_PORT", ": browsers do not go to that port (ERR_UNSAFE_PORT)"},
+    {"WithAPrefix", "net::ERR_NAME_NOT_RESOLVED",
+     ": there is no such host (net::ERR_NAME_NOT_RESOLVED)"},
+    {"WithoutWords", "ERR_FAILED", "https://example.com/page: ERR_FAILED"},
+    {"RedirectThatEndsNowhere", "ERR_CONNECTION_REFUSED",
+     "https://elsewhere.example/: no server listens there (ERR_CONNECTION_REFUSED)",
+     "https://elsewhere.example/"},
+    {"UrlThatTheBrowserDoesNotTakeInAnySpelling", "ERR_FAILED", "https://example.com/: ERR_FAILED",
+     "https://example.com/", "https://example.com#top", &page_run::load_failed},
+    {"FrameOfThePage", "ERR_BLOCKED", nullptr, "https://ads.example.net/", k_url,
+     &page_run::load_failed},
+};
 
-TEST_F(PageRun, AUrlThatTheBrowserDoesNotTakeFailsInAnySpelling) {
-    request.url = "https://example.com#top";
-    begin();
-    run->load_failed("https://example.com/", "ERR_FAILED");
-    EXPECT_TRUE(failure_has("ERR_FAILED"));
-}
+class PageRunLoad : public PageRun, public testing::WithParamInterface<load_case> {};
 
-TEST_F(PageRun, AFrameThatCannotBeLoadedIsNoFailureOfThePage) {
+TEST_P(PageRunLoad, ThatFailsIsToldAtOnceInWords) {
+    const load_case& c = GetParam();
+    request.url = c.asked;
     begin();
-    run->load_failed("https://ads.example.net/", "ERR_BLOCKED");
-    load();
-    EXPECT_FALSE(run->has_failed());
-    answer("ready");
-    EXPECT_FALSE(run->has_failed());
+    ((*run).*c.by)(c.failed, c.error);
+    if (c.told == nullptr) {
+        load();
+        answer("ready");
+        EXPECT_FALSE(run->has_failed()) << run->failure();
+        return;
+    }
+    EXPECT_TRUE(run->has_failed());
+    EXPECT_TRUE(run->failure().ends_with(c.told)) << run->failure();
 }
-
-TEST_F(PageRun, ARedirectThatEndsNowhereFailsAtOnce) {
-    begin();
-    run->page_failed("https://elsewhere.example/", "ERR_CONNECTION_REFUSED");
-    EXPECT_TRUE(failure_has("ERR_CONNECTION_REFUSED"));
-}
+INSTANTIATE_TEST_SUITE_P(Of, PageRunLoad, testing::ValuesIn(k_loads),
+                         [](const auto& one) { return std::string(one.param.name); });
 
 TEST_F(PageRun, APageWhoseProcessEndsFailsAtOnce) {
     begin();
@@ -438,135 +357,6 @@ TEST_F(PageRun, AnAnswerToAnOldQuestionChangesNothing) {
     EXPECT_FALSE(run->has_failed());
     run.reset();
     old("ready");  // after the run has gone
-}
-
-TEST_F(PageRun, ALivePageIsAskedAboutOnceASecond) {
-    make_ready();
-    const auto before = port.scripts.size();
-    for (int i = 0; i < 1000; ++i) {
-        pass(10ms);
-        if (!port.open.empty()) port.answer("1");
-    }
-    EXPECT_GE(port.scripts.size() - before, 9u);
-    EXPECT_LE(port.scripts.size() - before, 11u);
-    EXPECT_TRUE(run->is_ready());
-}
-
-TEST_F(PageRun, APageThatDiesWhileItsFramesCountFails) {
-    make_ready();
-    pass_slowly(9s);
-    EXPECT_TRUE(run->is_ready());
-    pass_slowly(2s);
-    EXPECT_TRUE(failure_has("stopped answering")) << run->failure();
-}
-
-TEST_F(PageRun, APageThatDiedBeforeItsLastFrameFails) {
-    make_ready();
-    pass(10ms);
-    port.answer("1");
-    run->end(now);
-    EXPECT_FALSE(run->has_ended());
-    pass_slowly(10s);
-    EXPECT_TRUE(failure_has("stopped answering")) << run->failure();
-}
-
-TEST_F(PageRun, APageThatAnswersAtTheEndHasEnded) {
-    make_ready();
-    run->end(now);
-    port.answer("1");
-    pass(10ms);
-    EXPECT_TRUE(run->has_ended());
-    EXPECT_FALSE(run->has_failed());
-}
-
-TEST_F(PageRun, AnswerFromBeforeTheEndProvesNothing) {
-    make_ready();
-    pass(10ms);
-    ASSERT_EQ(port.open.size(), 1u);
-    auto before_the_end = std::move(port.open.back());
-    port.open.pop_back();
-    run->end(now);
-    before_the_end("1");
-    pass(10ms);
-    EXPECT_FALSE(run->has_ended());
-}
-
-TEST_F(PageRun, APageMayLoadOthersWhileItsFramesCount) {
-    make_ready();
-    run->load_failed("https://example.com/frame", "ERR_FAILED");
-    run->page_loaded();
-    EXPECT_TRUE(run->is_ready());
-}
-
-TEST_F(PageRun, APageThatLoadsOneThatFailsWhileItsFramesCountFails) {
-    make_ready();
-    run->page_failed("https://example.com/next", "ERR_FAILED");
-    EXPECT_TRUE(failure_has("https://example.com/next: ERR_FAILED")) << run->failure();
-}
-
-TEST_F(PageRun, APageWhoseProcessEndsWhileItsFramesCountFailsAtOnce) {
-    make_ready();
-    run->page_lost();
-    EXPECT_TRUE(failure_has("the page's process has ended")) << run->failure();
-}
-
-// How a page may come to its end, and how far it has come by then.
-struct gone_case {
-    const char* name;
-    void (*goes)(page_run&);
-    const char* part;
-    int last_stage = 5;
-};
-void PrintTo(const gone_case& c, std::ostream* out) { *out << c.name; }
-
-constexpr gone_case k_gone[] = {
-    {"Closed", [](page_run& run) { run.page_closed(); }, "the page has closed itself"},
-    {"ProcessEnded", [](page_run& run) { run.page_lost(); }, "the page's process has ended"},
-    {"Failed", [](page_run& run) { run.page_failed(k_url, "ERR_FAILED"); }, "ERR_FAILED"},
-    {"Download", [](page_run& run) { run.load_failed(k_url, "it is a download"); },
-     "it is a download", 0},
-    {"NoPage", [](page_run& run) { run.load_failed(k_url, "status 204"); }, "status 204", 0},
-};
-
-class PageRunGone : public PageRun, public testing::WithParamInterface<gone_case> {
-protected:
-    // On its way, settling, drawing twice, ready, at its end.
-    void come_to(int stage) {
-        port = {};
-        begin();
-        if (stage > 0) load();
-        for (int i = 1; i < std::min(stage, 4); ++i) answer("ready");
-        if (stage < 4) return;
-        paint();
-        paint();
-        ASSERT_TRUE(run->is_ready());
-        if (stage > 4) run->end(now);
-    }
-};
-
-// Neither a step nor an answer comes after it, and no time passes.
-TEST_P(PageRunGone, FailsAtOnceHoweverFarItHasCome) {
-    for (int stage = 0; stage <= GetParam().last_stage; ++stage) {
-        come_to(stage);
-        EXPECT_FALSE(run->has_failed()) << stage;
-        GetParam().goes(*run);
-        EXPECT_TRUE(failure_has(GetParam().part)) << stage << run->failure();
-    }
-}
-INSTANTIATE_TEST_SUITE_P(By, PageRunGone, testing::ValuesIn(k_gone),
-                         [](const auto& one) { return std::string(one.param.name); });
-
-// Its frames are all taken: what becomes of it afterwards is no fault of the film.
-TEST_F(PageRun, APageThatHasEndedMayFail) {
-    make_ready();
-    run->end(now);
-    pass(10ms);
-    port.answer("1");
-    pass(10ms);
-    ASSERT_TRUE(run->has_ended());
-    run->page_lost();
-    run->page_failed(k_url, "ERR_FAILED");
-    EXPECT_TRUE(run->has_ended());
 }
 
 // It draws nothing before its frames are asked for, and answers nothing between them.

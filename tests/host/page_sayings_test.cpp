@@ -49,7 +49,10 @@ constexpr event_case k_events[] = {
     {"ConsoleOfObjects", k_console,
      R"({"type":"log","args":[
         {"type":"object","description":"Object","preview":{"type":"object","overflow":true,
-         "properties":[{"name":"a","value":"1"},{"name":"b","value":"two"}]}},
+         "properties":[{"name":"a","type":"number","value":"1"},
+         {"name":"b","type":"string","value":"two \"2\""},{"name":"c","type":"object","value":"Object"},
+         {"name":"d","type":"object","value":"Date"},{"name":"e","type":"function","value":""},
+         {"name":"f","type":"object","subtype":"null","value":"null"}]}},
         {"type":"object","subtype":"array","preview":{"subtype":"array","overflow":false,
          "properties":[{"name":"0","value":"7"},{"name":"1","value":"8"}]}},
         {"type":"object","subtype":"error","description":"Error: x\n    at y",
@@ -57,7 +60,8 @@ constexpr event_case k_events[] = {
         {"type":"object","subtype":"null","value":null},{"type":"undefined"},
         {"type":"number","unserializableValue":"NaN"}]})",
      kind::console,
-     "console.log: {a: 1, b: two, ...} [7, 8] Error: x\n    at y null undefined NaN"},
+     "console.log: {a: 1, b: \"two \\\"2\\\"\", c: {...}, d: Date, e: function, f: null, ...} "
+     "[7, 8] Error: x\n    at y null undefined NaN"},
     {"ConsoleCleared", k_console, R"({"type":"clear","args":[]})", kind::console, ""},
     {"Uncaught", k_thrown,
      R"({"exceptionDetails":{"text":"Uncaught","url":"http://a/goals.js","lineNumber":0,
@@ -69,6 +73,11 @@ constexpr event_case k_events[] = {
         "exception":{"description":"Error: x"},"stackTrace":{"callFrames":[
         {"url":"http://a/","lineNumber":6,"columnNumber":1}]}}})",
      kind::error, "http://a/:7:2: Uncaught Error: x"},
+    {"UncaughtObject", k_thrown,
+     R"({"exceptionDetails":{"text":"Uncaught","url":"a.html","lineNumber":1,
+        "exception":{"type":"object","className":"Object","description":"Object","preview":{
+        "properties":[{"name":"code","type":"number","value":"7"}]}}}})",
+     kind::error, "a.html:2: Uncaught {code: 7}"},
     {"UncaughtText", k_thrown,
      R"({"exceptionDetails":{"text":"Uncaught","url":"a.html","lineNumber":1,
         "exception":{"type":"string","value":"just a text"}}})",
@@ -238,17 +247,79 @@ TEST(ToldSayings, WhatThePageBeforeSaysIsItsOwn) {
     EXPECT_FALSE(told.is_new(line));
 }
 
-TEST(ToldSayings, ThePageItselfBeginsAndNoFrameOfIt) {
-    EXPECT_TRUE(is_page_begun("Page.frameNavigated", R"({"frame":{"id":"1","url":"a"}})"));
-    EXPECT_FALSE(is_page_begun("Page.frameNavigated", R"({"frame":{"id":"2","parentId":"1"}})"));
-    EXPECT_FALSE(is_page_begun("Page.frameNavigated", "{"));
-    EXPECT_FALSE(is_page_begun("Page.frameAttached", R"({"frame":{"id":"1"}})"));
+TEST(PageSayings, ThePageItselfBeginsAndNoFrameOfIt) {
+    constexpr const char* k_begun = "Page.frameNavigated";
+    EXPECT_EQ(begun_page(k_begun, R"({"frame":{"id":"1","url":"a"}})"), "a");
+    EXPECT_EQ(begun_page(k_begun, R"({"frame":{"id":"1"}})"), "");
+    EXPECT_EQ(begun_page(k_begun, R"({"frame":{"url":"a","parentId":"1"}})"), std::nullopt);
+    EXPECT_EQ(begun_page(k_begun, "{"), std::nullopt);
+    EXPECT_EQ(begun_page("Page.frameAttached", R"({"frame":{"id":"1"}})"), std::nullopt);
+}
+
+std::string logged(const std::string& url, int line, const char* source = "worker") {
+    return R"({"entry":{"source":")" + std::string(source) + R"(","url":")" + url +
+           R"(","lineNumber":)" + std::to_string(line) + "}}";
+}
+std::string called(const std::string& url, int line) {
+    return R"({"stackTrace":{"callFrames":[{"url":")" + url + R"(","lineNumber":)" +
+           std::to_string(line) + "}]}}";
+}
+std::string threw(const std::string& url, int line) {
+    return R"({"exceptionDetails":{"url":")" + url + R"(","lineNumber":)" + std::to_string(line) +
+           "}}";
+}
+
+TEST(WorkerSayings, AreToldOnceWhicheverWayTheyComeInFirst) {
+    worker_sayings workers;
+    const auto is_repeated = [&](std::string_view method, const std::string& event) {
+        return workers.is_repeated(method, event);
+    };
+    EXPECT_FALSE(is_repeated(k_console, called("a.js", 3)));
+    EXPECT_FALSE(is_repeated(k_console, called("a.js", 3))) << "said twice";
+    EXPECT_TRUE(is_repeated(k_log, logged("a.js", 3)));
+    EXPECT_TRUE(is_repeated(k_log, logged("a.js", 3)));
+    EXPECT_FALSE(is_repeated(k_log, logged("a.js", 3))) << "of one that is not heard itself";
+    EXPECT_TRUE(is_repeated(k_console, called("a.js", 3))) << "or is heard later";
+    EXPECT_FALSE(is_repeated(k_thrown, threw("a.js", 4)));
+    EXPECT_FALSE(is_repeated(k_log, logged("a.js", 5)));
+    EXPECT_FALSE(is_repeated(k_log, logged("b.js", 4)));
+    EXPECT_TRUE(is_repeated(k_log, logged("a.js", 4)));
+}
+
+TEST(WorkerSayings, OfOneThatIsHeardComeByItselfAlone) {
+    worker_sayings workers;
+    EXPECT_FALSE(workers.is_repeated("Target.attachedToTarget",
+                                     R"({"targetInfo":{"type":"worker","url":"a.js"}})"));
+    EXPECT_TRUE(workers.is_repeated(k_log, logged("a.js", 3))) << "before it says so itself";
+    EXPECT_FALSE(workers.is_repeated(k_console, called("a.js", 3)));
+    EXPECT_FALSE(workers.is_repeated(k_log, logged("b.js", 3)));
+    EXPECT_FALSE(workers.is_repeated("Target.attachedToTarget", "{"));
+    EXPECT_FALSE(workers.is_repeated("Target.attachedToTarget", "{}"));
+    EXPECT_FALSE(workers.is_repeated(k_log, logged("", 3)));
+}
+
+TEST(WorkerSayings, AreNoneOfAnotherSourceOrWithoutAPlace) {
+    worker_sayings workers;
+    EXPECT_FALSE(workers.is_repeated(k_console, called("a.js", 3)));
+    EXPECT_FALSE(workers.is_repeated(k_log, logged("a.js", 3, "network")));
+    EXPECT_FALSE(workers.is_repeated("Page.frameNavigated", logged("a.js", 3)));
+    EXPECT_FALSE(workers.is_repeated(k_log, "{"));
+    EXPECT_FALSE(workers.is_repeated(k_console, called("", 3)));
+    EXPECT_FALSE(workers.is_repeated(k_log, logged("", 3)));
+}
+
+TEST(WorkerSayings, OfMoreLinesThanAreFollowedAreAllTold) {
+    worker_sayings workers;
+    for (int line = 0; line < 1100; ++line) {
+        EXPECT_FALSE(workers.is_repeated(k_console, called("a.js", line)));
+    }
+    EXPECT_TRUE(workers.is_repeated(k_log, logged("a.js", 999)));
+    EXPECT_FALSE(workers.is_repeated(k_log, logged("a.js", 1050)));
 }
 
 TEST(PageSayings, ASyntaxErrorOfAScriptOfTheHostsHasThePagesAddressAndNothingThrown) {
     const auto is_hosts = [](const std::string& details) {
-        return is_hosts_syntax_error(k_thrown, "{\"exceptionDetails\":" + details + "}",
-                                     begun_address(R"({"frame":{"url":"a.html"}})"));
+        return is_hosts_syntax_error(k_thrown, "{\"exceptionDetails\":" + details + "}", "a.html");
     };
     EXPECT_TRUE(is_hosts(R"({"text":"Uncaught SyntaxError: x","url":"a.html"})"));
     EXPECT_TRUE(is_hosts(R"({"text":"Uncaught SyntaxError: x","url":"a.html#top"})"));
@@ -257,7 +328,6 @@ TEST(PageSayings, ASyntaxErrorOfAScriptOfTheHostsHasThePagesAddressAndNothingThr
     EXPECT_FALSE(
         is_hosts(R"({"text":"Uncaught","url":"a.html","exception":{"className":"SyntaxError"}})"));
     EXPECT_FALSE(is_hosts_syntax_error(k_thrown, "{", "a.html"));
-    EXPECT_EQ(begun_address("{"), "");
 }
 
 TEST(EvaluationFault, IsWhatWasThrownWithItsPlaceInThePage) {

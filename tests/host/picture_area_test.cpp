@@ -68,6 +68,30 @@ TEST(PictureArea, ALongPageGetsItsLengthOnceEvenIfItGrowsWithIt) {
     EXPECT_EQ(page.wanted_height, 5000);
     EXPECT_EQ(page.frames, 4);
     EXPECT_EQ(finder.area(), (pixel_area{0, 0, 1280, 10000}));
+    EXPECT_EQ(finder.note(),
+              "--full-page: it was 640x5000 and is 640x9000 in the larger window that its picture "
+              "needs, since its sizes follow that (as vh does); the picture ends at 640x5000");
+}
+
+TEST(PictureArea, AnElementThatFollowsTheWindowIsTold) {
+    fake_page page;
+    page.answers = {"10 1000 100 50", "10 1000 100 20"};
+    area_finder finder(page, {"#score", 640, 360, 1});
+    finder.begin();
+    EXPECT_EQ(finder.area(), (pixel_area{10, 1000, 100, 20}));
+    EXPECT_EQ(finder.note(),
+              "--element #score: it was 100x50 and is 100x20 in the larger window that its picture "
+              "needs, since its sizes follow that (as vh does)");
+}
+
+TEST(PictureArea, AnElementThatTheWindowMovesOutIsToldAsThat) {
+    fake_page page;
+    page.answers = {"0 360 640 360", "0 720 640 720"};
+    area_finder finder(page, {"#two", 640, 360, 1});
+    finder.begin();
+    EXPECT_NE(finder.failure().find("--element #two: it was 640x360 and is 640x720"),
+              std::string::npos)
+        << finder.failure();
 }
 
 TEST(PictureArea, AnElementIsWhereItIsInTheLargerPage) {
@@ -78,6 +102,7 @@ TEST(PictureArea, AnElementIsWhereItIsInTheLargerPage) {
     EXPECT_EQ(page.wanted_width, 640);
     EXPECT_EQ(page.wanted_height, 1050);
     EXPECT_EQ(finder.area(), (pixel_area{12, 990, 101, 50}));
+    EXPECT_EQ(finder.note(), "");
     EXPECT_NE(page.questions[0].find("querySelector(\"#score\")"), std::string::npos);
 }
 

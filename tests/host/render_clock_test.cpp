@@ -242,6 +242,71 @@ TEST_F(RenderedStream, DoesNotHoldItsPageAndShowsWhatItBrings) {
     EXPECT_GT(widths.size(), 3u);
 }
 
+// A page's film begins when what its first frame asks for has come, which is found out by a script
+// in the page. The page asks it itself here: what waits for nothing shows that soon.
+class RenderedStart : public RenderFixture {
+protected:
+    void SetUp() override {
+        expect_fine(
+            "ffmpeg -v error -f lavfi -i color=white:s=64x8:r=50:d=2 -c:v libvpx-vp9 -lossless 1 "
+            "white.webm\n"
+            "ffmpeg -v error -f lavfi -i color=white:s=64x8 -frames:v 1 white.png");
+    }
+    void expect_white(const std::string& body) {
+        folder.write("page.html",
+                     "<!doctype html><style>body{margin:0;background:#000}</style>" + body);
+        expect_fine(
+            "pennywort render page.html --size 1280x64 --wait-for self.is_over --timeout 20 "
+            "-o a.png");
+        EXPECT_EQ(pixel("a.png", 60, 60), k_white);
+    }
+};
+
+TEST_F(RenderedStart, DoesNotWaitForWhatTheBrowserDoesNotLoad) {
+    expect_white(
+        "<video id=v src=white.webm preload=none muted></video>"
+        "<video id=w muted><source src=none.webm></video>"
+        "<img loading=lazy src=white.png?hidden style=display:none>"
+        "<div style=position:relative;width:9px;height:9px;overflow:hidden>"
+        "<img loading=lazy src=white.png?cut style=position:absolute;left:800px></div>"
+        "<img id=i loading=lazy src=white.png style=position:absolute;top:20000px>"
+        "<script>addEventListener('load', function ask() {"
+        "if (!v.currentSrc || !w.currentSrc || w.networkState !== 3) return setTimeout(ask, 20);"
+        "self['thinternal settled'](true).then(() => {"
+        "const has_none = v.readyState === 0 && w.readyState === 0 && !i.complete;"
+        "document.body.style.background = has_none ? '#fff' : '#f00';"
+        "requestAnimationFrame(() => { self.is_over = true; }); }); })</script>");
+}
+
+// Its film and its image each on their own: while one of them comes, the other may.
+TEST_F(RenderedStart, WaitsForAFilmThatTheBrowserLoads) {
+    for (const char* way :
+         {"v.preload = 'auto'", "v.preload = 'none'; v.play()", "v.preload = 'none'; v.load()"}) {
+        SCOPED_TRACE(way);
+        expect_white(
+            "<video id=v muted></video><script>v.addEventListener('loadstart', () => {"
+            "const is_early = v.currentSrc && v.readyState === 0;"
+            "self['thinternal settled'](true).then(() => {"
+            "const is_there = is_early && v.readyState >= 3;"
+            "document.body.style.background = is_there ? '#fff' : '#f00';"
+            "requestAnimationFrame(() => { self.is_over = true; }); }); }, {once: true});"
+            "addEventListener('load', () => { v.src = 'white.webm'; " +
+            std::string(way) + "; })</script>");
+    }
+}
+
+TEST_F(RenderedStart, WaitsForALazyImageInView) {
+    expect_white(
+        "<div id=d style=width:9px;height:9px;overflow:hidden></div>"
+        "<script>addEventListener('load', () => { const image = new Image();"
+        "image.style = 'position:absolute;left:800px;top:0';"
+        "image.loading = 'lazy'; image.src = 'white.png'; d.append(image);"
+        "const is_early = !image.complete; self['thinternal settled'](true).then(() => {"
+        "const is_there = is_early && image.complete && image.naturalWidth === 64;"
+        "document.body.style.background = is_there ? '#fff' : '#f00';"
+        "requestAnimationFrame(() => { self.is_over = true; }); }); })</script>");
+}
+
 // A page that cannot be seen to go by it is told of, once for each kind.
 class RenderedClockFaults : public RenderFixture {};
 

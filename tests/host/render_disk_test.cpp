@@ -16,6 +16,13 @@ struct disk_case {
 };
 void PrintTo(const disk_case& c, std::ostream* out) { *out << c.name; }
 
+// A disk for temporary files, and next to no shared memory, both of the command `shown` only.
+const std::string k_own_disks = "mkdir full; unshare -m true 2>/dev/null || exit 77\n";
+const std::string k_shown_there =
+    "export -f pennywort shown; unshare -m bash -c '\n"
+    "mount -t tmpfs -o size=40m tmpfs full && mount -t tmpfs -o size=1m tmpfs /dev/shm || exit 77\n"
+    "shown'";
+
 class RenderOnAFullDisk : public RenderFixture, public testing::WithParamInterface<disk_case> {
 protected:
     // Noise, of which each frame is new and no coder makes little.
@@ -60,6 +67,66 @@ TEST_F(RenderOnAFullDisk, APipeThatIsFullFailsToo) {
         EXPECT_NE(run.errors.find("No space left"), std::string::npos) << run.errors;
         EXPECT_EQ(run.errors.find(" each at its moment"), std::string::npos) << run.errors;
     }
+}
+
+// Recordings fill disks. What the browser's processes share are pictures of 1.5 MB here.
+TEST_F(RenderOnAFullDisk, ThatHasTheTemporaryFilesTakesNoPicture) {
+    const auto run = folder.run(
+        "[ $(df --output=avail -m /dev/shm | tail -1) -gt 2048 ] || exit 77\n"
+        "mkdir full; mount -t tmpfs -o size=1m tmpfs full 2>/dev/null || exit 77\n"
+        "trap 'umount -l full' EXIT; head -c 2m /dev/zero >full/recording 2>/dev/null\n"
+        "TMPDIR=$PWD/full pennywort render noise.html --size 800x480 --frames 9 -o a.mkv");
+    if (run.status == 77) GTEST_SKIP() << "needs the right to mount, and shared memory";
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_NE(run.errors.find("9 frames"), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find(" each at its moment"), std::string::npos) << run.errors;
+}
+
+TEST_F(RenderOnAFullDisk, ThatIsAllThereIsForPicturesIsTold) {
+    const auto run = folder.run(
+        "mkdir full; unshare -m true 2>/dev/null || exit 77\n"
+        "shown() { TMPDIR=$PWD/full pennywort render noise.html --size 80x48 --frames 9 -o a.mkv; "
+        "}\n"
+        "export -f pennywort shown; unshare -m bash -c '\n"
+        "mount -t tmpfs -o size=1m tmpfs full && mount -t tmpfs -o size=1m tmpfs /dev/shm || exit "
+        "77\n"
+        "shown'");
+    if (run.status == 77) GTEST_SKIP() << "needs the right to mount";
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_NE(run.errors.find("/full is full"), std::string::npos) << run.errors;
+    EXPECT_FALSE(folder.has("a.mkv"));
+}
+
+// Room for a start, not for two pictures of 24 MB.
+TEST_F(RenderOnAFullDisk, ThatHasNoRoomForThePagesPicturesIsTold) {
+    const auto run = folder.run(
+        k_own_disks +
+        "shown() { TMPDIR=$PWD/full pennywort render noise.html --size 3000x2000 --frames 3 "
+        "-o a.mkv; }\n" +
+        k_shown_there);
+    if (run.status == 77) GTEST_SKIP() << "needs the right to mount";
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_NE(run.errors.find("MiB left of the 49 that they need"), std::string::npos)
+        << run.errors;
+}
+
+// Others leave 3 MiB of it when the film has begun.
+TEST_F(RenderOnAFullDisk, ThatFillsInTheMiddleOfAFilmEndsIt) {
+    const auto run = folder.run(
+        k_own_disks +
+        "shown() {\n"
+        "TMPDIR=$PWD/full pennywort render noise.html --exact --size 160x96 --frames 2000 "
+        "-o a-%d.png & film=$!\n"
+        "until [ -s a-2.png ]; do kill -0 $film || break; sleep 0.02; done\n"
+        "left=$(df --output=avail -B1 full | tail -1)\n"
+        "head -c $((left - 3145728)) /dev/zero >full/recording; wait $film; }\n" +
+        k_shown_there);
+    if (run.status == 77) GTEST_SKIP() << "needs the right to mount";
+    EXPECT_EQ(run.status, 1) << run.errors;
+    EXPECT_NE(run.errors.find("/full, has "), std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find(" each at its moment"), std::string::npos) << run.errors;
+    EXPECT_TRUE(folder.has("a-2.png"));
+    EXPECT_FALSE(folder.has("a-1999.png"));
 }
 
 }  // namespace

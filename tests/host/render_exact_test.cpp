@@ -76,6 +76,38 @@ TEST_F(ExactFilm, IsTheSameAgainWhereAPageTurnsSomethingBesideAFilm) {
     }
 }
 
+// Where a page has something new in each frame and a film in it, the browser may show it a frame
+// late, from the second frame on.
+TEST_F(ExactFilm, HasWhatAPageDrawsBesideAFilmInItsOwnFrame) {
+    const std::string page =
+        "<!doctype html><style>body{margin:0;background:#000}svg,video{position:absolute;top:8px}"
+        "canvas{position:absolute;left:0;top:0}</style><canvas id=bar width=64 height=4></canvas>"
+        "<svg width=64 height=8><rect width=4 height=4 fill=teal><animate attributeName=x from=0 "
+        "to=60 dur=2s repeatCount=indefinite /></rect></svg>"
+        "<script>const g = bar.getContext('2d'); (function draw() {"
+        "const n = Math.round(performance.now() / 20); g.fillStyle = '#000';"
+        "g.fillRect(0, 0, 64, 4); g.fillStyle = '#fff'; g.fillRect(n, 0, 64, 4);"
+        "requestAnimationFrame(draw); })()</script>";
+    folder.write("stands.html", page + "<video src=film.webm width=16 height=8></video>");
+    folder.write("moves.html",
+                 page + "<video src=film.webm width=16 height=8 autoplay muted></video>");
+    expect_fine(
+        "ffmpeg -v error -f lavfi -i testsrc2=s=160x90:r=25:d=2 -c:v libvpx-vp9 film.webm\n"
+        "for name in stands moves; do pennywort render $name.html --size 64x16 --frames 40 "
+        "-o $name.bgra || exit; done");
+    for (const char* name : {"stands.bgra", "moves.bgra"}) {
+        const std::string film = folder.read(name);
+        ASSERT_EQ(film.size(), std::size_t{40} * 64 * 16 * 4) << name;
+        for (std::size_t n = 0; n < 40; ++n) {
+            std::size_t x = 0;
+            while (x < 64 && static_cast<unsigned char>(film[((n * 16 + 1) * 64 + x) * 4]) <= 128) {
+                ++x;
+            }
+            EXPECT_EQ(x, n) << name << ", frame " << n;
+        }
+    }
+}
+
 TEST_F(ExactFilm, OfSeveralPagesOfAStillOneAndOfOnePicture) {
     folder.write("still.html", "<!doctype html><style>body{background:#20c840}</style>");
     auto run = folder.run(

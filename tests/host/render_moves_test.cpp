@@ -39,6 +39,7 @@ if (asked.has('sounds')) {
 if (asked.has('films')) {
   document.body.insertAdjacentHTML('beforeend', '<video src=film.webm autoplay muted></video>');
 }
+if (asked.has('stands')) document.body.insertAdjacentHTML('beforeend', '<video src=film.webm></video>');
 if (!is_next) setTimeout(() => location = '?day=' + first, 200);
 </script>)html";
 
@@ -95,6 +96,27 @@ TEST_P(RenderedMoveOf, GoesOnWithTheNextPageAtItsMoment) {
     }
 }
 
+const std::string k_make_film =
+    "ffmpeg -v error -f lavfi -i testsrc2=s=320x180:r=25:d=4 -c:v libvpx-vp9 -b:v 400k "
+    "film.webm\n";
+// Of pictures of 400x300 in bgra.
+constexpr std::size_t k_picture = 400 * 300 * 4;
+constexpr std::size_t k_film_pixels = 160 * 90;
+constexpr unsigned k_next = 0x112233;
+
+unsigned colour_at(const std::string& film, std::size_t frame, std::size_t x, std::size_t y) {
+    const std::size_t at = frame * k_picture + (y * 400 + x) * 4;
+    return (unsigned(std::uint8_t(film[at + 2])) << 16) |
+           (unsigned(std::uint8_t(film[at + 1])) << 8) | std::uint8_t(film[at]);
+}
+
+std::size_t drawn_in(const std::string& film, std::size_t frame) {
+    std::size_t drawn = 0;
+    for (std::size_t i = 0; i < 400 * 300; ++i)
+        drawn += colour_at(film, frame, i % 400, i / 400) != k_next;
+    return drawn;
+}
+
 // The film shows itself by a task of its page's, while the browser has that page's frame wait for
 // it; the page before it shows nothing new.
 TEST_F(RenderFixture, APageMovesOnToOneWithAFilm) {
@@ -107,15 +129,49 @@ TEST_F(RenderFixture, APageMovesOnToOneWithAFilm) {
                  "<video src=film.webm width=160 autoplay muted>"
                  "</video><script>let n = 0; requestAnimationFrame(function next() {"
                  "t.textContent = ++n; requestAnimationFrame(next); })</script>");
-    expect_fine(
-        "ffmpeg -v error -f lavfi -i testsrc2=s=320x180:r=25:d=4 -c:v libvpx-vp9 -b:v 400k "
-        "film.webm\n"
-        "pennywort render page.html --size 400x300 --frames 40 -o a.mkv");
+    expect_fine(k_make_film +
+                "pennywort render page.html --size 400x300 --frames 40 --codec ffv1 -o a.mkv\n"
+                "ffmpeg -v error -i a.mkv -pix_fmt bgra -f rawvideo frames");
+    const std::string film = folder.read("frames");
+    ASSERT_EQ(film.size(), 40 * k_picture);
+    std::size_t moved = 0;
+    while (moved < 40 && colour_at(film, moved, 399, 299) == 0x00AA00) ++moved;
+    EXPECT_GE(moved, 17u) << "it moves on in its twentieth turn, of which four are its first frame";
+    ASSERT_LE(moved, 18u) << "its time stands while the next one loads";
+    for (std::size_t n = moved; n < 40; ++n) {
+        const std::size_t drawn = drawn_in(film, n);
+        EXPECT_EQ(colour_at(film, n, 399, 299), k_next) << "the next page alone, in frame " << n;
+        EXPECT_GT(drawn, k_film_pixels) << "its film and what its script writes, in frame " << n;
+        EXPECT_LE(drawn, k_film_pixels + 2000) << n;
+    }
+}
+
+// How long the browser takes to read its file goes by the day's time. Beside another film that runs
+// it would have that in most cases; so each one is alone.
+TEST_F(RenderFixture, AFilmThatAScriptBeginsIsInTheNextFrame) {
+    folder.write("page.html",
+                 "<!doctype html><body style='margin:0;background:#123;font-size:0'><script>"
+                 "let n = 0, film; requestAnimationFrame(function next() {"
+                 "requestAnimationFrame(next); if (++n % 3 || n < 9) return; film?.remove();"
+                 "film = document.createElement('video'); film.muted = true; film.width = 40;"
+                 "film.height = 24; film.style.objectFit = 'fill'; film.src = 'film.webm?' + n;"
+                 "document.body.append(film); film.play(); })</script>");
+    expect_fine(k_make_film +
+                "pennywort render page.html --size 400x300 --frames 40 --codec ffv1 -o a.mkv\n"
+                "ffmpeg -v error -i a.mkv -pix_fmt bgra -f rawvideo frames");
+    const std::string film = folder.read("frames");
+    ASSERT_EQ(film.size(), 40 * k_picture);
+    for (std::size_t i = 0; i < 40; ++i) {
+        const std::size_t turn = i + 4;  // the first frame has four
+        const bool has_picture = turn > 9 && turn % 3 != 0;
+        EXPECT_EQ(drawn_in(film, i), has_picture ? 40 * 24 : 0) << i;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(APage, RenderedMoveOf,
                          testing::Values(moving_case{"WithNeither", "plain"},
                                          moving_case{"ThatSounds", "sounds"},
+                                         moving_case{"WithAFilmThatStands", "stands"},
                                          moving_case{"WithAFilm", "films"},
                                          moving_case{"WithBoth", "sounds&films"}),
                          [](const auto& one) { return std::string(one.param.name); });

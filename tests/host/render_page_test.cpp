@@ -144,6 +144,46 @@ TEST_F(RenderPage, IsShownInAllItsLengthOrOneElementOfIt) {
     EXPECT_FALSE(folder.has("c.png"));
 }
 
+// A lower third slides in: its place is the one of the picture's moment.
+TEST_F(RenderPage, IsShownInThePartWhereItsElementIsAtThePicturesMoment) {
+    folder.write("slides.html",
+                 "<!doctype html><style>body{margin:0;background:#000}"
+                 "@keyframes in{from{left:-40px}to{left:60px}}"
+                 "div{position:absolute;top:10px;width:40px;height:20px;background:#fff;"
+                 "animation:in 1s linear both}</style><div id=third></div>");
+    const std::string film = "pennywort render slides.html --size 100x60 --element '#third' ";
+    expect_fine(film + "--from 0.98 -o a.png");
+    EXPECT_EQ(size_of("a.png"), "40x20") << "a tenth of a millisecond is no pixel";
+    EXPECT_EQ(pixel("a.png", 20, 10), k_white);
+    expect_fine(film + "--from 2 -o a.png");
+    EXPECT_EQ(size_of("a.png"), "40x20");
+    EXPECT_EQ(pixel("a.png", 0, 0), k_white);
+    EXPECT_EQ(pixel("a.png", 39, 19), k_white);
+    expect_fine(film + "--from 1 --to 2 -o a.png");
+    EXPECT_EQ(size_of("a.png"), "40x20") << "of its last frame";
+    expect_fine("pennywort render slides.html --size 100x60 --full-page --from 2 -o a.png");
+    EXPECT_EQ(size_of("a.png"), "100x60");
+    EXPECT_EQ(pixel("a.png", 60, 10), k_white);
+    EXPECT_EQ(pixel("a.png", 59, 10), k_black);
+}
+
+// It has the time up to its moment for what comes only when it is seen.
+TEST_F(RenderPage, IsShownWithWhatComesIntoTheLargerWindow) {
+    folder.write("grows.html",
+                 "<!doctype html><style>body{margin:0;height:400px;background:#000}"
+                 "div{position:absolute;left:0;top:300px;width:30px;height:40px}</style>"
+                 "<div id=below></div><script>new IntersectionObserver(all => all.forEach(one => {"
+                 "if (one.isIntersecting) setTimeout(() => below.style.background = '#fff', 300);"
+                 "})).observe(below)</script>");
+    const std::string film = "pennywort render grows.html --size 100x60 --from 1 -o a.png ";
+    expect_fine(film + "--full-page");
+    EXPECT_EQ(size_of("a.png"), "100x400");
+    EXPECT_EQ(pixel("a.png", 15, 320), k_white);
+    expect_fine(film + "--element '#below'");
+    EXPECT_EQ(size_of("a.png"), "30x40");
+    EXPECT_EQ(pixel("a.png", 15, 20), k_white);
+}
+
 // What ffmpeg makes a picture of has to be told its size.
 TEST_F(RenderPage, IsShownInAllItsLengthInEachKindOfPicture) {
     folder.write("long.html",
@@ -254,6 +294,18 @@ TEST_F(RenderPage, WhoseWorkerSpeaksIsHeardToo) {
     EXPECT_EQ(run.status, 4) << run.errors;
     EXPECT_NE(run.errors.find("console.error: no feed\n"), std::string::npos) << run.errors;
     EXPECT_NE(run.errors.find("nosuch is not defined\n"), std::string::npos) << run.errors;
+}
+
+// That one is heard by the page's log alone.
+TEST_F(RenderPage, WhoseWorkersWorkerSpeaksIsHeardToo) {
+    folder.write("page.html",
+                 "<!doctype html><script>const made = text => `new Worker(URL.createObjectURL("
+                 "new Blob([${JSON.stringify(text)}])))`;"
+                 "eval(made(made(\"console.error('no feed')\")))</script>");
+    const auto run =
+        folder.run("pennywort render page.html --frames 9 --strict --verbose -o a.y4m");
+    EXPECT_EQ(run.status, 4) << run.errors;
+    EXPECT_NE(run.errors.find("no feed\n"), std::string::npos) << run.errors;
 }
 
 TEST_F(RenderPage, WhoseFilmNeedsALicenceIsToldSoByName) {
@@ -390,6 +442,37 @@ TEST_F(RenderPage, ThatHangsIsToldInOneLineEach) {
     EXPECT_EQ(run.errors.substr(0, told.size()), told);
     EXPECT_EQ(run.errors.find("loading", told.size()), std::string::npos) << run.errors;
     EXPECT_NE(run.errors.find("has not loaded within 8 s"), std::string::npos) << run.errors;
+}
+
+TEST_F(RenderPage, WhoseWorkerSpeaksCountsItOnce) {
+    folder.write("page.html",
+                 "<script>new Worker(URL.createObjectURL(new Blob(['setTimeout(() => {"
+                 "console.error({goals: 2}); nosuch()}, 40)'])))</script>");
+    const auto run = folder.run("pennywort render page.html --frames 9 --verbose --json -o a.y4m");
+    EXPECT_NE(run.errors.find("console.error: {goals: 2}\n"), std::string::npos) << run.errors;
+    EXPECT_EQ(run.errors.find("[object Object]"), std::string::npos) << run.errors;
+    EXPECT_NE(run.output.find("\"console_errors\":1"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("\"page_errors\":1"), std::string::npos) << run.output;
+}
+
+TEST_F(RenderFixture, AnObjectThatAScriptReturnsOrThrowsIsToldWithWhatItHolds) {
+    folder.write("page.html", "");
+    folder.write("returns.js", "return {goals: [1, {by: 'Ada'}]}");
+    folder.write("throws.js", "throw {code: 7}");
+    folder.write("round.js", "const all = {}; return all.all = all");
+    const auto run =
+        folder.run("pennywort render page.html --script returns.js --verbose -o a.png");
+    EXPECT_NE(run.errors.find(R"(script: {"goals":[1,{"by":"Ada"}]})"), std::string::npos)
+        << run.errors;
+    expect_failure("pennywort render page.html --script throws.js -o a.png",
+                   R"(throws.js: {"code":7})");
+    const auto round =
+        folder.run("pennywort render page.html --script round.js --verbose -o a.png");
+    EXPECT_NE(round.errors.find("script: [object Object]"), std::string::npos) << round.errors;
+    expect_failure(
+        "pennywort render page.html --wait-for '(() => { throw {code: 7} })()' "
+        "--timeout 2 -o a.png",
+        R"(it throws {"code":7})");
 }
 
 }  // namespace

@@ -63,5 +63,21 @@ TEST(RenderSummary, SaysHowMuchSoonerOrLaterAFilmIsDoneThanItPlays) {
         << "no time at all is divided by";
 }
 
+TEST(RenderSummary, NamesTheFillAndItsKey) {
+    render_options options;
+    options.output.path = "fill.mov";
+    options.output.kind = output_kind::mov;
+    options.key = options.output;
+    options.key->path = "key.mov";
+    render_result result;
+    result.counts.frames = 100;
+    for (const page_clock clock : {page_clock::own, page_clock::host}) {
+        options.clock = clock;
+        EXPECT_TRUE(summary_lines(options, result)[0].starts_with("fill.mov and key.mov: 100 "));
+    }
+    options.output.kind = options.key->kind = output_kind::png;
+    EXPECT_TRUE(summary_lines(options, result)[0].starts_with("fill.mov and key.mov: "));
+}
+
 }  // namespace
 }  // namespace pennywort::host

@@ -22,6 +22,11 @@ constexpr const char* k_site = R"py(
             return self.reply(200, 'text/html', open('waits.html', 'rb').read())
         if where.path.endswith('/nothing'):
             self.send_response(204); self.send_header('Content-Length', '0'); self.end_headers(); return
+        if where.path == '/kept':
+            body = b'<!doctype html><style>html{background:%s}</style>' % open('colour', 'rb').read().strip()
+            self.send_response(200); self.send_header('Cache-Control', 'max-age=3600')
+            self.send_header('Content-Type', 'text/html'); self.send_header('Content-Length', str(len(body)))
+            self.end_headers(); self.wfile.write(body); return
         if where.path.endswith('/file'):
             return self.reply(200, 'application/octet-stream', b'binary')
         wanted = urllib.parse.parse_qs(where.query)
@@ -43,6 +48,18 @@ TEST_F(RenderSite, GetsTheHeadersAndCookies) {
         "--locale nb-NO -o a.png");
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(pixel("a.png", 8, 8), k_white);
+}
+
+// Last week's logo would be on air.
+TEST_F(RenderSite, IsAskedAnewByEachRun) {
+    const auto run = served(
+        "echo '#fff' >colour; pennywort render $at/kept --size 16x16 -o a.png && "
+        "echo '#000' >colour; pennywort render $at/kept --size 16x16 -o b.png && "
+        "echo '#fff' >colour; pennywort render $at/kept --live --size 16x16 -o c.png");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(pixel("a.png", 8, 8), k_white);
+    EXPECT_EQ(pixel("b.png", 8, 8), k_black);
+    EXPECT_EQ(pixel("c.png", 8, 8), k_white);
 }
 
 TEST_F(RenderSite, IsAskedThroughTheProxy) {

@@ -25,7 +25,7 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent
-PAGES = ("full_change", "producer", "still")
+PAGES = ("full_change", "producer", "still", "film")
 SIZES = ("1280x720", "1920x1080", "3840x2160")
 FRAMES = {"1280x720": 400, "1920x1080": 250, "3840x2160": 100}
 RATE = 50
@@ -67,6 +67,18 @@ def build_probe(yardstick, folder):
     return program
 
 
+def page_url(page, folder):
+    """The address of a page of ours. The film of the page that shows one is made here, the same by each ffmpeg of a version."""
+    url = (HERE / "pages" / f"{page}.html").as_uri()
+    if page != "film":
+        return url
+    film = folder / "film.webm"
+    if not film.exists():
+        subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", f"testsrc2=size=1280x720:rate={RATE}:duration=5", "-c:v", "libvpx",
+                        "-b:v", "4M", "-g", "25", "-deadline", "realtime", "-cpu-used", "8", film], check=True)
+    return f"{url}?film={film.resolve().as_uri()}"
+
+
 def run(command):
     """What a program says; a folder of its own for each, so that every start is a first one."""
     folder = tempfile.mkdtemp(prefix="pennywort_bench_")
@@ -96,7 +108,8 @@ def film(args, url, size):
 
 def probe(args, url, size):
     library = (args.programs / "libcef.so").resolve().parent
-    said = run([args.probe, library, url, "--frames", FRAMES[size], "--size", size, "--fps", RATE])
+    driver = ["--video", 1, "--video-script", args.yardstick / "offline/film_driver.js"] if "?film=" in url else []
+    said = run([args.probe, library, url, "--frames", FRAMES[size], "--size", size, "--fps", RATE, *driver])
     return float(re.search(r"= ([0-9.]+) frames/s", said).group(1))
 
 
@@ -112,8 +125,7 @@ def measure_speed(args, results):
             kept = results["speed"].setdefault(f"{page} {size}", {name: [] for name, _ in contenders})
             for number in range(args.rounds):
                 for name, contender in contenders if number % 2 == 0 else contenders[::-1]:
-                    url = (HERE / "pages" / f"{page}.html").as_uri()
-                    kept[name].append(contender(args, url, size))
+                    kept[name].append(contender(args, page_url(page, args.out.parent), size))
                     print(f"== {page} {size} {name}: {kept[name][-1]}", file=sys.stderr, flush=True)
 
 

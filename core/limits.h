@@ -203,6 +203,9 @@ inline constexpr std::chrono::seconds k_max_encoder_pause{30};
 // How long an encoder that has all frames may do nothing at all. It waits for the disk then, and a
 // file server may take minutes for what it has promised to write.
 inline constexpr std::chrono::minutes k_max_encoder_rest{10};
+// How long an encoder may take, whatever it does, for the small picture that it is tried with
+// before the start.
+inline constexpr std::chrono::seconds k_max_encoder_trial{30};
 
 // Bytes of pictures that wait to be written; then the next ones are dropped and counted.
 inline constexpr std::size_t k_max_waiting_picture_bytes = std::size_t(768) << 20;

@@ -61,7 +61,20 @@ outcome replacing_writer::hear(std::span<const float> samples) {
 
 outcome replacing_writer::complete() {
     if (m_inner == nullptr || std::exchange(m_is_complete, true)) return outcome::fine();
-    return told(m_inner->finish());
+    const auto completed = told(m_inner->finish());
+    return completed.ok() ? look_whether_there() : completed;
+}
+
+// A program that still has a file open writes on after its name, or its folder, has gone.
+outcome replacing_writer::look_whether_there() {
+    std::error_code error;
+    if (!m_file || !m_has_frame || m_has_failed || fs::exists(file_path(m_file->part), error)) {
+        return outcome::fine();
+    }
+    m_has_failed = true;
+    return outcome::failed("cannot write " + m_target.path + ": the new file, " + m_file->part +
+                           ", is not there any more; it or its folder was removed or moved while " +
+                           "it was written");
 }
 
 outcome replacing_writer::finish() {
@@ -77,11 +90,7 @@ outcome replacing_writer::settle() {
     const bool is_wanted = m_has_frame && !(m_has_failed && m_was_there);
     if (has_part && is_wanted) return put_in_place(*m_file);
     remove_part();
-    // A program that still has a file open writes on after its name, or its folder, has gone.
-    if (has_part || !m_has_frame || m_has_failed) return outcome::fine();
-    return outcome::failed("cannot write " + m_target.path + ": the new file, " + m_file->part +
-                           ", is not there any more; it or its folder was removed or moved while " +
-                           "it was written");
+    return look_whether_there();
 }
 
 void replacing_writer::remove_part() const {

@@ -36,6 +36,7 @@ public:
 private:
     outcome told(const outcome& result);
     std::string fate_of_file() const;
+    outcome look_whether_there();
     outcome settle();
     void remove_part() const;
 

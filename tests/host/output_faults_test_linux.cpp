@@ -313,6 +313,24 @@ TEST(ReplacingWriter, TellsOfAFileThatIsNotThereAnyMore) {
     }
 }
 
+// Before the fill, which is whole, has taken the place of the one before.
+TEST(ReplacingWriter, LeavesTheFillWhereItsKeyIsNotThereAnyMore) {
+    const temporary_folder folder;
+    folder.write("fill.y4m", "old fill");
+    const std::string place = folder.path("taken away");
+    std::filesystem::create_directory(place);
+    const output_target key = target_of(place + "/key.y4m");
+    const auto writer =
+        make_page_writer(target_of(folder.path("fill.y4m")), &key, format_of(64, 64), nullptr);
+    ASSERT_TRUE(writer->begin().ok());
+    ASSERT_TRUE(writer->show(picture_of(1, 64, 64)).ok());
+    std::filesystem::remove_all(place);
+    const std::string told = writer->finish().text();
+    EXPECT_TRUE(told.starts_with("cannot write " + key.path + ": the new file, ")) << told;
+    EXPECT_TRUE(told.ends_with("; " + folder.path("fill.y4m") + " stays as it was")) << told;
+    EXPECT_EQ(files_of(folder), (files{{"fill.y4m", "old fill"}}));
+}
+
 TEST(ReplacingWriter, GivesTheRightsThatTheUsersFilesHaveOrTheFileHad) {
     using std::filesystem::perms;
     const temporary_folder folder;

@@ -184,7 +184,7 @@ const char* const k_sound_driver = R"js(
     // --- films and sounds
 
     const frames = new Set(), pieces = [], late = new WeakSet();
-    let give_up = () => {};
+    let give_up = () => {}, is_hurried = false;
     const level_of = film => film.muted ? 0 : film.volume;
     const turn = () => new Promise(done => {
       const {port1, port2} = new MessageChannel();
@@ -232,6 +232,7 @@ const char* const k_sound_driver = R"js(
     const in_time = (film, coming) => late.has(film) ? null : after(new Promise((done, failed) => {
       const before = give_up;
       give_up = () => { before(); done(true); };
+      if (is_hurried) after(turn(), give_up);
       after(coming, () => done(), failed);
     }), is_late => {
       if (is_late !== true) return;
@@ -323,6 +324,7 @@ const char* const k_sound_driver = R"js(
     function drive(microseconds, is_heard) {
       const until = Math.floor(microseconds * 48 / 1000 + 1e-6);
       if (busy && busy.until === until) {
+        is_hurried = true;
         give_up();
         return after(busy.end, () => '');
       }
@@ -331,6 +333,7 @@ const char* const k_sound_driver = R"js(
       seen = clock();
       if (!is_told) return '';
       const mine = busy = {until};
+      is_hurried = false;
       const end = () => { if (busy === mine) busy = null; };
       busy.end = after(step(until, is_heard), said => { end(); return said; },
                        fault => { end(); throw fault; });

@@ -125,7 +125,7 @@ void page_timeline::page_begins(const std::string& main_frame) {
     m_next_page.clear();
     if (m_phase != phase::loading && !has_page()) return;
     (m_phase == phase::loading ? m_has_begun : m_has_moved_on) = true;
-    m_has_moving_films = m_was_forced = false;
+    m_has_films = m_has_moving_films = m_was_forced = false;
     m_comes_late = m_is_drawn = false;
     m_is_read = false;
     m_inspector.call("Performance.getMetrics", json::object(), [this](const json& result) {

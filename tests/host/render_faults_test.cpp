@@ -247,6 +247,28 @@ TEST_F(RenderFaults, AFilmThatStallsInItsMiddleEndsTheRunWithAWholeFileUpToThere
     EXPECT_LT(bytes, 150 * k_page_width * k_page_height * 4);
 }
 
+// Nor is the second of two waited for when the first has been given up.
+TEST_F(RenderFaults, AFilmAndASoundThatNeverComeInOneFrameAreToldAndTheFilmGoesOn) {
+    folder.write(
+        "page.html",
+        "<!doctype html><body><script>let n = 0; requestAnimationFrame(function next() {"
+        "if (++n === 5) for (const [kind, name] of [['video', 'a.webm'], ['audio', 'a.wav']])"
+        "{ const one = document.body.appendChild(document.createElement(kind));"
+        "one.src = '/never/' + name; one.play().catch(() => {}); }"
+        "requestAnimationFrame(next); })</script>");
+    write_site(R"py(
+        if self.path != '/': time.sleep(1000)
+        self.reply(200, 'text/html', open('page.html', 'rb').read())
+)py");
+    const auto run = served("pennywort render $at/ --size 64x8 --frames 10 -o a.mkv");
+    EXPECT_EQ(run.status, 0) << run.errors;
+    for (const char* name : {"a.webm", "a.wav"}) {
+        EXPECT_NE(run.errors.find(std::string(name) + " comes late, and begins in its middle\n"),
+                  std::string::npos)
+            << run.errors;
+    }
+}
+
 TEST_F(RenderFaults, APageThatPaintsNothingIsOne) {
     folder.write("page.html",
                  "<!doctype html><script>self.requestAnimationFrame = () => 0</script>");

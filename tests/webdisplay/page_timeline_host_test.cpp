@@ -227,6 +227,20 @@ TEST_F(PageThatMovesOn, WithFilmsGetsTheNextOneAtOnce) {
     EXPECT_TRUE(is_fetched());
 }
 
+// What the page before had is gone with it.
+TEST_F(PageThatMovesOn, ToOneWithoutFilmsIsHeldWhereThatMovesOn) {
+    begin_page("1");
+    say(k_navigated);
+    ask(10'000);
+    turn();
+    paint();
+    move_on(0);
+    EXPECT_FALSE(is_fetched());
+    come_to_moment();
+    paint();
+    EXPECT_TRUE(is_fetched());
+}
+
 TEST_F(PageThatMovesOn, LeavesNoRequestThatWaitsWhereTheHostAsksForAnother) {
     begin_page();
     move_on(0);

@@ -18,10 +18,10 @@
 #include "host/output/writer_thread.h"
 #include "host/render/page_display.h"
 #include "host/render/page_language.h"
+#include "host/render/page_part.h"
 #include "host/render/page_run.h"
 #include "host/render/page_sayings.h"
 #include "host/render/page_setup.h"
-#include "host/render/picture_area.h"
 #include "host/render/progress.h"
 #include "host/render/recorder.h"
 #include "host/render/render_report.h"
@@ -73,7 +73,11 @@ private:
     void follow_feed(page_display& display);
     bool has_feed() const { return m_feed == nullptr || m_feed->has_opened(); }
     void ask_frames(page_display& display);
-    bool has_area(page_display& display);
+    bool has_part(page_display& display);
+    bool has_late_part();
+    bool show_part(page_display& display);
+    void tell_of_part();
+    void take_late_part(page_display& display);
     void begin_frames(const page_display& display);
     void begin_counting_at(std::uint64_t over);
     std::uint64_t frames_to_move() const;
@@ -84,10 +88,6 @@ private:
     void discard_output();
     const char* doing() const;
     void show_progress(const char* doing);
-    bool shows_part() const;
-    bool looks_for_area_late() const;
-    bool has_late_area(page_display& display);
-    void take_late_part(page_display& display);
     bool is_running_up() const { return m_is_moving && !m_is_counting; }
     void hear_news(const std::string& line);
     void hear_page(const page_saying& said);
@@ -109,8 +109,7 @@ private:
     std::unique_ptr<writer_thread> m_writer;
     std::unique_ptr<recorder> m_recorder;
     std::unique_ptr<page_run> m_page;
-    std::unique_ptr<area_finder> m_area;
-    std::unique_ptr<area_finder> m_late_area;  // of the picture's moment
+    std::unique_ptr<page_part> m_part;
     std::unique_ptr<page_feed> m_feed;
     std::size_t m_page_number = 0;
     bool m_has_told_of_sound = false;
@@ -119,10 +118,8 @@ private:
     std::uint64_t m_asked = 0;   // frames of an exact page, and those of them that are over
     std::uint64_t m_over = 0;
     bool m_is_forwarding = false;
-    bool m_has_ended_run_up = false;  // its last frame has one behind it
-    bool m_is_taking_part = false;    // of the page, in a frame behind that
-    std::uint64_t m_lived = 0;        // frames of an exact page before those
-    std::string m_frame_fault;        // of the first of them that failed
+    std::uint64_t m_lived = 0;  // frames of an exact page before those
+    std::string m_frame_fault;  // of the first of them that failed
     time_point m_frame_failed{};
     bool m_has_shown_all = false;
     std::uint64_t m_missed = 0;
@@ -236,12 +233,12 @@ void render_session::follow_page(page_display& display) {
     if (is_exact() && !m_page->is_ready() && m_frame_fault.empty())
         m_frame_fault = display.frame_fault();
     if (has_waited_for_reason()) return fail(m_options.urls[m_page_number] + ": " + m_frame_fault);
-    if (m_page->is_ready() && !m_is_counting && !m_is_moving && has_feed() && has_area(display)) {
+    if (m_page->is_ready() && !m_is_counting && !m_is_moving && has_feed() && has_part(display)) {
         if (!m_page->script_result().empty()) {
             hear_news("script: " + m_page->script_result());
         }
         begin_frames(display);
-    } else if (m_page->is_ready() && has_late_area(display)) {
+    } else if (m_page->is_ready() && has_late_part()) {
         take_late_part(display);
     } else if (m_page->is_ready() && m_is_counting && has_all_of_page()) {
         m_missed += display.missed() - m_missed_before;
@@ -252,46 +249,44 @@ void render_session::follow_page(page_display& display) {
     }
 }
 
-bool render_session::shows_part() const {
-    return m_options.page.is_full || !m_options.page.element.empty();
-}
-
-// Where the page is run up to its picture, a part of it is where it is then. Its window is as large
-// as the part needs from time 0 on, so that what comes only into a window has come.
-bool render_session::looks_for_area_late() const {
-    return shows_part() && m_options.first_frame > 0;
+// Whether it is known what of the page the picture shows.
+bool render_session::has_part(page_display& display) {
+    if (!m_part->is_wanted()) return true;
+    if (!m_part->look()) return false;
+    if (m_part->is_late()) return true;
+    tell_of_part();
+    return show_part(display);
 }
 
 // Whether the page has come to the picture's frame, and what it shows is known.
-bool render_session::has_late_area(page_display& display) {
-    const bool is_there = looks_for_area_late() && m_is_moving && !m_is_counting &&
-                          m_asked > m_options.first_frame && m_over >= m_options.first_frame;
-    if (!is_there) return false;
-    // The end of a frame at which nothing changes is known with the next.
-    if (!std::exchange(m_has_ended_run_up, true)) display.show_unseen([](bool) {});
-    if (m_over <= m_options.first_frame || m_is_taking_part) return false;
-    if (!m_late_area) {
-        const picture_size window = m_area->window();
-        m_late_area = std::make_unique<area_finder>(
-            display,
-            area_wish{m_options.page.element, window.width, window.height, m_options.page.scale});
-        m_late_area->begin();
-    }
-    return m_late_area->is_over();
+bool render_session::has_late_part() {
+    return m_part->is_late() && is_running_up() && m_asked > m_options.first_frame &&
+           m_over >= m_options.first_frame && m_part->look_late(m_over);
+}
+
+// From now on pictures show it. False where there is none.
+bool render_session::show_part(page_display& display) {
+    const area_finder& found = m_part->found();
+    if (!found.failure().empty()) fail(found.failure());
+    if (!m_failure.empty()) return false;
+    m_recorder->resize(found.area().width, found.area().height);
+    display.set_area(found.area());
+    return true;
+}
+
+void render_session::tell_of_part() {
+    const std::string& note = m_part->found().note();
+    if (!note.empty()) m_progress.say("pennywort: " + note);
 }
 
 // The picture of one frame more, of which it is known when it is there: two runs have the same.
 void render_session::take_late_part(page_display& display) {
-    const bool has_followed = m_options.page.is_full && !m_area->note().empty();
-    const area_finder& area = has_followed ? *m_area : *m_late_area;
-    if (!area.failure().empty()) return fail(area.failure());
-    if (!area.note().empty()) m_progress.say("pennywort: " + area.note());
-    m_is_taking_part = true;
-    display.advance_unseen([this, &display, part = area.area()](bool is_there) {
+    if (!m_part->found().failure().empty()) return fail(m_part->found().failure());
+    tell_of_part();
+    m_part->take();
+    display.advance_unseen([this, &display](bool is_there) {
         if (!is_there) m_frame_fault = frame_fault_text(display.frame_fault());
-        if (!is_there || !m_failure.empty()) return;
-        m_recorder->resize(part.width, part.height);
-        display.set_area(part);
+        if (!is_there || !show_part(display)) return;
         m_recorder->begin(1, m_lived + m_options.first_frame);
         m_is_counting = true;
         m_recorder->tick(m_clock.now());
@@ -299,29 +294,9 @@ void render_session::take_late_part(page_display& display) {
     display.show_unseen([](bool) {});
 }
 
-// Whether it is known what of the page the picture shows.
-bool render_session::has_area(page_display& display) {
-    const page_settings& page = m_options.page;
-    if (!shows_part()) return true;
-    if (m_area == nullptr) {
-        m_area = std::make_unique<area_finder>(
-            display,
-            area_wish{page.element, m_options.page_width, m_options.page_height, page.scale});
-        m_area->begin();
-    }
-    if (!m_area->is_over() || looks_for_area_late()) return m_area->is_over();
-    if (!m_area->failure().empty()) fail(m_area->failure());
-    if (!m_failure.empty()) return false;
-    if (!m_area->note().empty()) m_progress.say("pennywort: " + m_area->note());
-    m_recorder->resize(m_area->area().width, m_area->area().height);
-    display.set_area(m_area->area());
-    return true;
-}
-
 void render_session::begin_frames(const page_display& display) {
     m_missed_before = display.missed();
     m_asked = m_over = 0;
-    m_has_ended_run_up = m_is_taking_part = false;
     m_lived = display.advanced();
     m_is_moving = is_exact();
     begin_counting_at(0);
@@ -355,7 +330,7 @@ void render_session::begin_counting_at(std::uint64_t over) {
 // One more frame than the film has, since the end of one at which nothing changes is known with the
 // next. And two more for the sound of the last, which the page tells when they come.
 std::uint64_t render_session::frames_to_move() const {
-    if (looks_for_area_late()) return m_options.first_frame + 1;
+    if (m_part->is_late()) return m_options.first_frame + 1;
     const std::uint64_t last = m_options.first_frame + m_options.frames_per_page;
     return last + (m_options.format.has_sound ? 3 : 1);
 }
@@ -388,6 +363,7 @@ void render_session::show_pages() {
     page_display display(
         m_options, *m_recorder, m_clock, [this](const std::string& line) { hear_news(line); },
         [this](const page_saying& said) { hear_page(said); });
+    m_part = std::make_unique<page_part>(m_options, display);
     begin_page(display, 0);
     if (is_exact()) {
         run_loop(display);
@@ -405,8 +381,7 @@ void render_session::show_pages() {
     display.close();
     m_feed.reset();
     m_page.reset();
-    m_area.reset();
-    m_late_area.reset();
+    m_part.reset();
 }
 
 void render_session::run_loop(page_display& display) {
@@ -499,7 +474,7 @@ void render_session::frame_ended(page_display& display, bool is_there) {
     if (!is_there) return;
     ++m_over;
     m_recorder->tick(m_clock.now());
-    if (!m_is_counting && !looks_for_area_late()) begin_counting_at(m_over);
+    if (!m_is_counting && !m_part->is_late()) begin_counting_at(m_over);
     ask_frames(display);
 }
 

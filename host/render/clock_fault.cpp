@@ -17,9 +17,6 @@ constexpr fault_row k_faults[] = {
     {"ServiceWorker", "clock: a service worker: its messages come up to three frames late"},
     {"MediaStream",
      "clock: a <video> of a stream (srcObject): its picture comes at no certain frame"},
-    {"Unseekable",
-     "clock: a <video> whose server sends no ranges of bytes: it cannot be put to a moment, and "
-     "stands still"},
     {"WebSocket", "clock: a WebSocket: its messages come at no certain frame"},
     {"EventSource", "clock: an EventSource: its messages come at no certain frame"},
     {"BroadcastChannel", "clock: a BroadcastChannel: its messages come at no certain frame"},
@@ -59,7 +56,7 @@ const char* const k_clock_watch = R"js((() => {
   document.addEventListener('loadedmetadata', ({target: film}) => {
     if (!(film instanceof HTMLVideoElement) || film.srcObject) return;
     const {seekable} = film, end = seekable.length > 0 ? seekable.end(seekable.length - 1) : 0;
-    if (end < film.duration) once('Unseekable');
+    if (end < film.duration) once('Unseekable ' + film.currentSrc);
   }, true);
   if (!self.ServiceWorkerContainer) return;
   const container = ServiceWorkerContainer.prototype, register = container.register;
@@ -74,6 +71,14 @@ std::optional<std::string> clock_fault(std::string_view payload) {
         if (payload == name) return line;
     }
     return {};
+}
+
+std::optional<std::string> still_film_fault(std::string_view payload) {
+    constexpr std::string_view k_name = "Unseekable ";
+    if (!payload.starts_with(k_name)) return {};
+    return std::string(payload.substr(k_name.size(), 500)) +
+           ": its server sends no ranges of bytes, so that it cannot be put to a moment, and "
+           "stands still";
 }
 
 }  // namespace pennywort::host

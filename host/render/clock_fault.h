@@ -15,5 +15,7 @@ extern const char* const k_clock_watch;
 
 // What the binding was called with. A line; nothing for another text, since any page can call it.
 std::optional<std::string> clock_fault(std::string_view payload);
+// The same of a <video> that shows one picture all the time.
+std::optional<std::string> still_film_fault(std::string_view payload);
 
 }  // namespace pennywort::host

@@ -205,7 +205,10 @@ std::optional<page_saying> binding_saying(const json& event, bool is_of_file,
                                           const media_types& types) {
     const std::string name = text_at(event, "/name");
     const std::string payload = text_at(event, "/payload");
-    if (name == k_clock_binding) return saying_with(saying_kind::clock, clock_fault(payload));
+    if (name == k_clock_binding) {
+        if (auto still = still_film_fault(payload)) return saying_with(saying_kind::media, still);
+        return saying_with(saying_kind::clock, clock_fault(payload));
+    }
     if (name != k_media_binding) return {};
     return saying_with(saying_kind::media, media_fault(payload, is_of_file, types));
 }

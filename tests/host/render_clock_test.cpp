@@ -400,12 +400,14 @@ TEST_F(RenderedClockFaults, AFilmThatCannotBePutToAMomentIsToldWhy) {
 )py");
     const auto run = served(
         "ffmpeg -v error -f lavfi -i testsrc=s=64x48:r=25:d=2 -c:v libvpx-vp9 film.webm\n"
-        "pennywort render page.html --size 64x48 --frames 9 -o a.bgra || exit\n"
-        "echo served >&2; pennywort render $at/ --size 64x48 --frames 9 -o b.bgra");
-    EXPECT_EQ(run.status, 0) << run.errors;
+        "pennywort render page.html --size 64x48 --frames 9 -o a.bgra --strict || exit\n"
+        "echo served >&2; pennywort render $at/ --size 64x48 --frames 9 -o b.bgra --strict\n"
+        "status=$?; echo $at; exit $status");
+    EXPECT_EQ(run.status, 4) << run.errors;
     const auto line = run.errors.find(
-        "page: clock: a <video> whose server sends no ranges of bytes: it cannot be put to a "
-        "moment, and stands still\n");
+        "page: " + run.output.substr(0, run.output.find('\n')) +
+        "/film.webm: its server sends no ranges of bytes, so that it cannot be put to a moment, "
+        "and stands still\n");
     EXPECT_NE(line, std::string::npos) << run.errors;
     EXPECT_GT(line, run.errors.find("served")) << "the browser moves in a file of its machine's";
 }

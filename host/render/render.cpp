@@ -508,6 +508,7 @@ void render_session::discard_output() {
 }
 
 void render_session::show_progress(const char* doing) {
+    if (m_options.is_quiet) return;
     const auto counts = m_recorder->counts();
     progress_state state;
     // Of the same frames: the writer is behind what has been handed to it. Asked for in this order,

@@ -8,6 +8,8 @@
 #include "core/text/numbers.h"
 #include "host/app/option_parser.h"
 #include "host/app/option_values.h"
+#include "host/app/page_address.h"
+#include "host/output/output_file.h"
 #include "host/render/page_setup.h"
 #include "host/render/render.h"
 
@@ -125,6 +127,8 @@ void render_command::add_flags(option_parser& parser) {
     parser.add_flag("--verbose", m_options.verbose,
                     "Also print traces and what pages say: console lines, errors, resources that "
                     "failed");
+    parser.add_flag("--quiet", m_options.is_quiet,
+                    "Print only what is wrong, and what --json asks for");
     parser.add_flag("--strict", m_options.is_strict,
                     "End with status 4 where a page had an uncaught error, a rejected promise, a "
                     "failed resource or an error in its console");
@@ -190,7 +194,9 @@ std::string render_command::take_length() {
 
 std::string render_command::take_frames() {
     const auto frames = text::whole_between<std::uint64_t>(m_raw.frames, 1, k_max_frames);
-    if (!frames) return "--frames " + m_raw.frames + " is not a number of frames from 1 on";
+    if (!frames)
+        return "--frames " + m_raw.frames + " is not a number of frames from 1 to " +
+               std::to_string(k_max_frames);
     m_options.frames_per_page = *frames;
     return {};
 }
@@ -198,7 +204,7 @@ std::string render_command::take_frames() {
 std::string render_command::take_seconds() {
     const auto seconds = text::decimal_between(m_raw.seconds, 0, k_max_render_seconds);
     if (!seconds || *seconds == 0) {
-        return "--seconds " + m_raw.seconds + " is not a time above 0";
+        return "--seconds " + m_raw.seconds + " is not a time above 0, up to 1000000";
     }
     m_options.frames_per_page = m_options.format.rate.frames_in(*seconds);
     return {};
@@ -232,6 +238,7 @@ std::string render_command::take_piece() {
 }
 
 std::string render_command::take_choices() {
+    if (m_options.is_quiet && m_options.verbose) return "--quiet and --verbose exclude each other";
     if (m_raw.pacing != "request" && m_raw.pacing != "timer") {
         return "--pacing " + m_raw.pacing + " is not request or timer";
     }
@@ -303,7 +310,9 @@ std::string render_command::take_picture_size() {
 
 std::string render_command::take_timeout() {
     const auto timeout = text::decimal_between(m_raw.timeout, 0, k_max_timeout_seconds);
-    if (!timeout || *timeout == 0) return "--timeout " + m_raw.timeout + " is not a time above 0";
+    if (!timeout || *timeout == 0) {
+        return "--timeout " + m_raw.timeout + " is not a time above 0, up to 3600";
+    }
     const auto milliseconds = std::max(std::int64_t(*timeout * 1000), std::int64_t(1));
     m_options.timeout = std::chrono::milliseconds(milliseconds);
     return {};
@@ -326,8 +335,23 @@ std::string render_command::take_feed_options() {
     return take_feed(m_raw.feed, m_raw.on_message, m_options.feed);
 }
 
+// A page that is a picture has an ending that an output may have.
+std::string render_command::page_that_is_written() const {
+    for (const auto& url : m_options.urls) {
+        const std::string page = path_of_file_url(url);
+        if (page.empty()) continue;
+        const std::string key = m_options.key ? m_options.key->path : std::string();
+        for (const std::string& output : {m_options.output.path, key}) {
+            if (output.empty() || output == "-" || !are_one_file(output, page)) continue;
+            return output + " is the page itself, which would be written over";
+        }
+    }
+    return {};
+}
+
 std::string render_command::take_addresses() {
-    const std::string wrong = take_pages(m_raw.pages, m_options.urls);
+    std::string wrong = take_pages(m_raw.pages, m_options.urls);
+    if (wrong.empty()) wrong = page_that_is_written();
     if (!wrong.empty()) return wrong;
     const auto& urls = m_options.urls;
     if (!m_options.page.cookies.empty() && std::none_of(urls.begin(), urls.end(), is_of_a_site)) {

@@ -69,6 +69,7 @@ private:
     std::string take_timeout();
     std::string take_texts();
     std::string take_feed_options();
+    std::string page_that_is_written() const;
     std::string take_addresses();
 
     arguments m_raw;

@@ -49,6 +49,7 @@ struct render_options {
     bool gpu = false;
     bool json = false;
     bool verbose = false;
+    bool is_quiet = false;       // no progress, and no line of what came out
     bool is_strict = false;      // what pages say of their faults is an exit status
     bool hears_browser = false;  // the browser's own lines, which are for its makers
 };

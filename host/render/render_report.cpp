@@ -133,7 +133,7 @@ std::string json_report(const render_options& options, const render_result& resu
 std::vector<std::string> summary_lines(const render_options& options, const render_result& result) {
     std::vector<std::string> lines;
     // After a failure it would read as if all were well.
-    if (result.counts.frames > 0 && result.failure.empty()) {
+    if (result.counts.frames > 0 && result.failure.empty() && !options.is_quiet) {
         lines = result_lines(options, result);
     }
     const std::string said = result.sayings.text();

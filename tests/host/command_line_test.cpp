@@ -55,7 +55,7 @@ const refused_arguments k_refused_lines[] = {
     {"FramesFraction", {"render", k_page, "--frames", "1.5"}, "1.5"},
     {"SecondsZero", {"render", k_page, "--seconds", "0"}, "--seconds 0"},
     {"SecondsNan", {"render", k_page, "--seconds", "nan"}, "nan"},
-    {"SecondsInfinite", {"render", k_page, "--seconds", "inf"}, "inf"},
+    {"SecondsInfinite", {"render", k_page, "--seconds", "inf"}, "up to 1000000"},
     {"TwoLengths", {"render", k_page, "--frames", "1", "--seconds", "1"}, "--seconds"},
     {"EndlessAndLong", {"render", k_page, "--frames", "1", "--endless"}, "--endless"},
     {"TimeoutZero", {"render", k_page, "--timeout", "0"}, "--timeout 0"},
@@ -68,6 +68,9 @@ const refused_arguments k_refused_lines[] = {
     {"UnknownFormat", {"render", k_page, "-o", "-", "--format", "nut"}, "nut"},
     {"FormatWithoutOutput", {"render", k_page, "--format", "raw"}, "-o"},
     {"UnknownPacing", {"render", k_page, "--pacing", "never"}, "never"},
+    {"QuietAndVerbose",
+     {"render", k_page, "--quiet", "--verbose"},
+     "--quiet and --verbose exclude each other"},
     {"TwoClocks", {"render", k_page, "--exact", "--live"}, "--exact and --live exclude each other"},
     {"ExactAndFreeRunning",
      {"render", k_page, "--exact", "--free-run"},
@@ -257,6 +260,23 @@ TEST(CommandLine, AKeyIsOfTheKindOfItsFill) {
                                     {"f.mov", "k-%d.png"}}) {
         EXPECT_TRUE(parse_render({"-o", fill, "--key", key}).key.has_value()) << fill << key;
     }
+}
+
+// A page that is a picture has an ending that an output may have.
+TEST(CommandLine, APageIsNotWrittenOver) {
+    const temporary_folder folder;
+    const std::string page = folder.write("page.png", "picture");
+    const std::string again = folder.path() + "/./page.png";
+    for (const strings& outputs :
+         {strings{"-o", again}, strings{"-o", folder.path("fill.png"), "--key", again}}) {
+        strings arguments{"render", page};
+        arguments.insert(arguments.end(), outputs.begin(), outputs.end());
+        const auto line = parse_command_line(arguments);
+        EXPECT_EQ(line.what, command_line::verdict::refuse);
+        EXPECT_NE(line.text.find(again + " is the page itself"), std::string::npos) << line.text;
+    }
+    EXPECT_EQ(parse_command_line({"render", page, "-o", folder.path("other.png")}).what,
+              command_line::verdict::run);
 }
 
 TEST(CommandLine, OptionsMayStandBeforeThePages) {

@@ -63,6 +63,17 @@ TEST(RenderSummary, SaysHowMuchSoonerOrLaterAFilmIsDoneThanItPlays) {
         << "no time at all is divided by";
 }
 
+TEST(RenderSummary, OfAQuietRunHasOnlyWhatIsWrong) {
+    render_options options;
+    options.is_quiet = true;
+    options.output.kind = output_kind::mkv;
+    render_result result;
+    result.counts.frames = 100;
+    EXPECT_TRUE(summary_lines(options, result).empty());
+    result.sayings.errors = 1;
+    EXPECT_EQ(summary_lines(options, result).size(), 1u);
+}
+
 TEST(RenderSummary, NamesTheFillAndItsKey) {
     render_options options;
     options.output.path = "fill.mov";

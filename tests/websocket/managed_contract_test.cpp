@@ -243,8 +243,8 @@ TEST_F(ManagedContract, DestructionAtAnyStageEndsTheConnection) {
         ++ended;
     });
     for (int i = 0; i < 20; ++i) {
+        event_log events;  // before its socket, which may tell it something until it has gone
         const auto socket = cWebSocket::Factory();
-        event_log events;
         events.listen_to(*socket);
         socket->Open(peer.url().c_str(), 0);
         if (i % 2 == 0) {

@@ -86,8 +86,9 @@ TEST(Tls, SaysGoodbyeAsTlsHasIt) {
 TEST(Tls, SaysWhatIsWrongWithACertificate) {
     const tls_peer peer("DNS:localhost");
     ASSERT_TRUE(peer.is_ready());
-    for (const auto& socket : {cWebSocket::Factory(), make_tls_system()}) {
+    for (auto* const make : {cWebSocket::Factory, make_tls_system}) {
         event_log events;
+        const auto socket = make();
         socket->SetFaultHandler([&](const char* why) { events.add(why); });
         socket->Open(peer.url("localhost").c_str(), 0);
         ASSERT_TRUE(events.wait_for(1));

@@ -142,8 +142,8 @@ TEST(VolumeDeathTest, TheThreadEndsBeforeTheProcess) {
         std::atexit(
             [] { std::_Exit(eventually([] { return !has_websocket_thread(); }) ? 42 : 1); });
         const scripted_peer peer(greet_and_answer);
-        const auto socket = cWebSocket::Factory();
         event_log events;
+        const auto socket = cWebSocket::Factory();
         events.listen_to(*socket);
         socket->Open(peer.url().c_str(), 0);
         if (!events.wait_for(2) || !has_websocket_thread()) std::_Exit(2);

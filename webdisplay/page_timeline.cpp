@@ -390,7 +390,7 @@ bool page_timeline::is_over(wait what) const {
         case wait::time:
             return m_phase == phase::blank ? m_has_painted || is_late() : is_late();
         case wait::wishes:
-            return m_held_page.empty() && (!m_waiting.empty() || has_question());
+            return m_next_request.empty() && (!m_waiting.empty() || has_question());
         case wait::pictures:
             return (m_unshown == 0 && m_unmet == 0 && m_has_turned) || m_has_moved_on;
         case wait::nothing:

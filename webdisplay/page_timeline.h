@@ -377,7 +377,7 @@ private:
     bool m_has_moved_on = false;  // the page has, to another one
     std::string m_frame;          // the page's own: the inspector's name for it
     std::string m_next_page;      // where it is about to go; empty if nowhere
-    std::string m_held_page;      // the request for that one, which waits for the frame's picture
+    std::string m_next_request;   // the request for that one, which waits for the frame's picture
     int m_moves = 0;              // how often it has in this frame
     time m_frame_began{};
     bool m_is_read = false;  // all that it begins with is there

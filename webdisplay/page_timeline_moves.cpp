@@ -42,13 +42,13 @@ void page_timeline::hear_of_document(const json& params) {
     if (message_text(params, "/frameId") != m_frame) return let_come(request);
     let_next_page_come();
     if (m_has_films || m_comes_late || !is_in_frame()) return let_come(request);
-    m_held_page = request;
+    m_next_request = request;
     m_inspector.call("Performance.getMetrics", json::object(),
-                     [this, held = m_held_page](const json& result) {
+                     [this, held = m_next_request](const json& result) {
                          const std::int64_t behind = m_told;
                          read_clock(result);
                          const bool is_early = std::exchange(m_told, behind) < m_zero + m_frame_us;
-                         if (held == m_held_page && is_early) let_next_page_come();
+                         if (held == m_next_request && is_early) let_next_page_come();
                      });
 }
 
@@ -59,7 +59,7 @@ bool page_timeline::is_in_frame() const {
 
 // Behind a frame in which nothing came so far.
 void page_timeline::hold_next_page() {
-    if (m_held_page.empty()) return;
+    if (m_next_request.empty()) return;
     if (!m_has_taken) return let_next_page_come();
     m_due = m_limit = m_now + k_picture_patience;
 }
@@ -69,8 +69,8 @@ void page_timeline::let_come(const std::string& request) {
 }
 
 void page_timeline::let_next_page_come() {
-    if (m_held_page.empty()) return;
-    let_come(std::exchange(m_held_page, {}));
+    if (m_next_request.empty()) return;
+    let_come(std::exchange(m_next_request, {}));
     if (m_phase == phase::between) await(phase::between);
 }
 

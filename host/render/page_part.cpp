@@ -14,7 +14,7 @@ std::unique_ptr<area_finder> page_part::find_in(const picture_size& window) {
 }
 
 bool page_part::look() {
-    if (!m_first) m_first = find_in({m_options.page_width, m_options.page_height});
+    if (!m_first) m_first = find_in(window());
     return m_first->is_over();
 }
 
@@ -22,8 +22,12 @@ bool page_part::look_late(std::uint64_t over) {
     // The end of a frame at which nothing changes is known with the next.
     if (!std::exchange(m_has_ended_run_up, true)) m_port.show_unseen([](bool) {});
     if (over <= m_options.first_frame || m_is_taking) return false;
-    if (!m_late) m_late = find_in(m_first->window());
+    if (!m_late) m_late = find_in(window());
     return m_late->is_over();
+}
+
+picture_size page_part::window() const {
+    return m_first ? m_first->window() : picture_size{m_options.page_width, m_options.page_height};
 }
 
 // A page whose heights follow its window has the size that it had before.

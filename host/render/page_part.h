@@ -31,6 +31,8 @@ public:
     // From now on the picture is on its way.
     void take() { m_is_taking = true; }
 
+    // The page's size, which may have grown for it.
+    picture_size window() const;
     // What the last look has found.
     const area_finder& found() const;
 

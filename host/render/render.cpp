@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 
@@ -18,6 +17,7 @@
 #include "host/output/writer_thread.h"
 #include "host/render/page_display.h"
 #include "host/render/page_language.h"
+#include "host/render/page_lines.h"
 #include "host/render/page_part.h"
 #include "host/render/page_run.h"
 #include "host/render/page_sayings.h"
@@ -50,7 +50,10 @@ page_time time_of(page_clock clock) {
 class render_session {
 public:
     render_session(const render_options& options, const console& out)
-        : m_options(options), m_console(out), m_progress(out.errors(), columns()) {}
+        : m_options(options),
+          m_console(out),
+          m_progress(out.errors(), columns()),
+          m_lines(m_progress, options.verbose, options.format.has_sound) {}
 
     int run();
 
@@ -89,10 +92,7 @@ private:
     const char* doing() const;
     void show_progress(const char* doing);
     bool is_running_up() const { return m_is_moving && !m_is_counting; }
-    void hear_news(const std::string& line);
     void hear_page(const page_saying& said);
-    void tell_once(const std::string& line);
-    void tell_of_its_world(const std::string& line);
     void mind_sayings();
     render_result result() const;
     void print_json(const render_result& result);
@@ -105,6 +105,7 @@ private:
     const render_options& m_options;
     const console& m_console;
     progress m_progress;
+    page_lines m_lines;
     interrupt_watch m_interrupt;
     std::unique_ptr<writer_thread> m_writer;
     std::unique_ptr<recorder> m_recorder;
@@ -127,9 +128,6 @@ private:
     time_point m_started{};
     std::string m_failure;
     bool m_is_refused = false;  // by its arguments, which it takes another program to judge
-    std::set<std::string> m_script_errors;  // those that have been told
-    std::set<std::string> m_world_faults;   // of all pages, each told once
-    saying_counts m_sayings;
     picture_memory m_pictures;
     bool m_has_page_faults = false;
 };
@@ -138,43 +136,16 @@ void render_session::fail(const std::string& text) {
     if (m_failure.empty()) m_failure = text;
 }
 
-void render_session::hear_news(const std::string& line) {
-    if (m_options.verbose) m_progress.say(line);
-}
-
-// An error that a page makes in each of its frames is told once.
-void render_session::tell_once(const std::string& line) {
-    const bool is_new =
-        m_script_errors.size() < k_max_told_script_errors && m_script_errors.insert(line).second;
-    if (m_options.verbose || is_new) m_progress.say(line);
-}
-
-// What the film lacks of it, or does not have at its time. A page may write such lines itself.
-void render_session::tell_of_its_world(const std::string& line) {
-    constexpr std::size_t k_most = 100;
-    if (m_world_faults.size() > k_most || !m_world_faults.insert(line).second) return;
-    const bool is_last = m_world_faults.size() > k_most;
-    m_progress.say(is_last ? "pages have more lines of this kind" : "page: " + line);
-}
-
 void render_session::hear_page(const page_saying& said) {
     if (said.kind == saying_kind::unheard) return tell_of_sound();
-    if (said.kind == saying_kind::sound) {
-        if (m_options.format.has_sound) tell_of_its_world(said.line);
-        return;
-    }
-    if (said.kind == saying_kind::clock) return tell_of_its_world(said.line);
-    m_sayings.count(said.kind);
-    const bool is_fault = said.kind == saying_kind::error || said.kind == saying_kind::rejection ||
-                          said.kind == saying_kind::media;
-    is_fault ? tell_once("page: " + said.line) : hear_news("page: " + said.line);
+    m_lines.of_page(said);
 }
 
 // The film is whole, and the user wants to hear whether its pages were.
 void render_session::mind_sayings() {
-    if (m_options.is_strict && m_sayings.faults() > 0 && m_failure.empty()) {
+    if (m_options.is_strict && m_lines.counts().faults() > 0 && m_failure.empty()) {
         m_has_page_faults = true;
-        m_progress.say("pennywort: --strict: " + m_sayings.text() + " of the page");
+        m_progress.say("pennywort: --strict: " + m_lines.counts().text() + " of the page");
     }
 }
 
@@ -235,7 +206,7 @@ void render_session::follow_page(page_display& display) {
     if (has_waited_for_reason()) return fail(m_options.urls[m_page_number] + ": " + m_frame_fault);
     if (m_page->is_ready() && !m_is_counting && !m_is_moving && has_feed() && has_part(display)) {
         if (!m_page->script_result().empty()) {
-            hear_news("script: " + m_page->script_result());
+            m_lines.news("script: " + m_page->script_result());
         }
         begin_frames(display);
     } else if (m_page->is_ready() && has_late_part()) {
@@ -361,7 +332,7 @@ void render_session::show_pages() {
                                             m_options.format.rate, m_writer.get(), is_exact(),
                                             m_options.format.has_sound, m_options.first_frame);
     page_display display(
-        m_options, *m_recorder, m_clock, [this](const std::string& line) { hear_news(line); },
+        m_options, *m_recorder, m_clock, [this](const std::string& line) { m_lines.news(line); },
         [this](const page_saying& said) { hear_page(said); });
     m_part = std::make_unique<page_part>(m_options, display);
     begin_page(display, 0);
@@ -398,9 +369,11 @@ void render_session::run_loop(page_display& display) {
 
 // Others may fill the disk in the middle of a film.
 void render_session::mind_room() {
-    const auto pixels = static_cast<std::uintmax_t>(m_recorder->width()) *
-                        static_cast<unsigned>(m_recorder->height());
-    const std::string fault = picture_memory_fault(m_pictures, 4 * pixels);
+    const picture_size page = m_part->window();
+    const double scale = m_options.page.scale;
+    const double pixels = scale * scale * static_cast<double>(page.width * page.height);
+    const std::string fault =
+        picture_memory_fault(m_pictures, 4 * static_cast<std::uintmax_t>(pixels));
     if (!fault.empty()) fail(fault);
 }
 
@@ -437,7 +410,7 @@ void render_session::open_feed() {
                                          [this](page_feed::saying what, const std::string& line) {
                                              if (what == page_feed::saying::connection)
                                                  return m_progress.say(line);
-                                             tell_once(line);
+                                             m_lines.once(line);
                                          });
     m_feed->open();
 }
@@ -539,7 +512,7 @@ render_result render_session::result() const {
             result.first_frame = m_recorder->first_picture() - m_started;
     }
     result.missed = m_missed;
-    result.sayings = m_sayings;
+    result.sayings = m_lines.counts();
     result.failure = m_failure;
     return result;
 }

@@ -3,7 +3,10 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <system_error>
 
 #include "host/system/picture_memory.h"
@@ -16,10 +19,18 @@ namespace {
 constexpr std::uintmax_t k_much = std::uintmax_t{2} << 30, k_least = 16 << 20;
 constexpr std::uintmax_t k_mebibyte = 1 << 20;
 
-std::uintmax_t room_in(const std::filesystem::path& folder) {
+// As the runtime finds it.
+std::string temporary_files() {
+    const char* const named = std::getenv("TMPDIR");
+    return named != nullptr && *named != '\0' ? named : "/tmp";
+}
+
+// Nothing where it cannot be looked at.
+std::optional<std::uintmax_t> room_in(const std::string& folder) {
     std::error_code failed;
     const auto room = std::filesystem::space(folder, failed);
-    return failed ? 0 : room.available;
+    if (failed) return {};
+    return room.available;
 }
 
 }  // namespace
@@ -30,24 +41,22 @@ std::uintmax_t room_in(const std::filesystem::path& folder) {
 picture_memory find_picture_memory() {
     const char* const k_shared = "/dev/shm";
     if (access(k_shared, W_OK | X_OK) == 0 && room_in(k_shared) >= k_much) return {};
-    std::error_code failed;
-    const auto folder = std::filesystem::temp_directory_path(failed);
-    if (!failed && room_in(folder) >= k_least) return {true, {}};
-    return {true,
-            "no room for the browser's pictures: " +
-                (failed ? "there is no folder for temporary files" : folder.string() + " is full")};
+    // Of a folder that is none the start of the runtime tells.
+    const std::string folder = temporary_files();
+    if (room_in(folder).value_or(k_least) >= k_least) return {true, {}};
+    return {true, "no room for the browser's pictures: " + folder + " is full"};
 }
 
 // The next picture comes while the one before is still shown, and the browser has other files, too.
 std::string picture_memory_fault(const picture_memory& memory, std::uintmax_t picture_bytes) {
     if (!memory.is_in_files) return {};
-    std::error_code failed;
-    const auto folder = std::filesystem::temp_directory_path(failed);
-    const std::uintmax_t room = failed ? 0 : room_in(folder);
+    const std::string folder = "the folder for temporary files, " + temporary_files() + ", ";
+    const auto room = room_in(temporary_files());
+    if (!room) return "no room for the browser's pictures: " + folder + "has gone";
     const std::uintmax_t needed = 2 * picture_bytes + 4 * k_mebibyte;
-    if (room >= needed) return {};
-    return "no room for the browser's pictures: the folder for temporary files, " +
-           folder.string() + ", has " + std::to_string(room / k_mebibyte) + " MiB left of the " +
+    if (*room >= needed) return {};
+    return "no room for the browser's pictures: " + folder + "has " +
+           std::to_string(*room / k_mebibyte) + " MiB left of the " +
            std::to_string(needed / k_mebibyte) + " that they need";
 }
 

@@ -86,4 +86,11 @@ void spare_text::drop_all() noexcept {
     });
 }
 
+std::size_t spare_text::count() noexcept {
+    const std::lock_guard lock(kept().mutex);
+    const auto& texts = kept().texts;
+    return static_cast<std::size_t>(std::count_if(
+        texts.begin(), texts.end(), [](const auto& one) { return one.capacity() >= k_long_text; }));
+}
+
 }  // namespace pennywort::websocket

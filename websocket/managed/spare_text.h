@@ -20,6 +20,8 @@ public:
     // Keeps the memory of a text that nobody needs any more, if it is worth it.
     static void give_back(std::string text) noexcept;
     static void drop_all() noexcept;
+    // How many are kept.
+    static std::size_t count() noexcept;
 
     // A copy in such memory.
     static std::string copy_of(std::string_view text);

@@ -53,11 +53,13 @@ const char* const k_clock_watch = R"js((() => {
     if (this instanceof HTMLVideoElement && given instanceof MediaStream) once('MediaStream');
     call(source.set, this, [given]);
   }});
-  document.addEventListener('loadedmetadata', ({target: film}) => {
-    if (!(film instanceof HTMLVideoElement) || film.srcObject) return;
+  const move = ({target: film, type}) => {
+    if (!(film instanceof HTMLVideoElement) || film.srcObject || film.readyState < 1) return;
+    if (film.paused && !film.autoplay && type !== 'seeking') return;
     const {seekable} = film, end = seekable.length > 0 ? seekable.end(seekable.length - 1) : 0;
     if (end < film.duration) once('Unseekable ' + film.currentSrc);
-  }, true);
+  };
+  for (const type of ['loadedmetadata', 'play', 'seeking']) addEventListener(type, move, true);
   if (!self.ServiceWorkerContainer) return;
   const container = ServiceWorkerContainer.prototype, register = container.register;
   container.register = function (...given) {

@@ -231,9 +231,11 @@ TEST_F(PageThatMovesOn, WithFilmsGetsTheNextOneAtOnce) {
 TEST_F(PageThatMovesOn, ToOneWithoutFilmsIsHeldWhereThatMovesOn) {
     begin_page("1");
     say(k_navigated);
+    say(k_read);
     ask(10'000);
-    turn();
+    pass(2ms);
     paint();
+    ASSERT_EQ(ends, (std::vector{k_painted, k_painted}));
     move_on(0);
     EXPECT_FALSE(is_fetched());
     come_to_moment();
